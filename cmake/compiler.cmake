@@ -1,0 +1,33 @@
+# Language, warnings, sanitizers and the place of the binaries: the same for every folder.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+endif()
+
+# Warnings apply to our own targets only; GoogleTest is built as it comes.
+add_library(mg_warnings INTERFACE)
+target_compile_options(mg_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Werror)
+target_include_directories(mg_warnings INTERFACE "${CMAKE_SOURCE_DIR}")
+
+if(WIN32)
+  add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
+  # Everything of the compiler's run time is linked in: our binaries need system DLLs only.
+  add_link_options(-static -static-libgcc -static-libstdc++)
+else()
+  find_package(Threads REQUIRED)
+endif()
+
+set(MG_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as in -fsanitize=")
+if(MG_SANITIZE)
+  add_compile_options(-fsanitize=${MG_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+  add_link_options(-fsanitize=${MG_SANITIZE})
+endif()
