@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+
+#include "corvane/component.h"
+
+namespace corvane {
+class BridgeWorker;
+struct Frame;
+}  // namespace corvane
+
+// A component that other components stand on: everything between them and their peers carries the bridge's identifier,
+// so that a router on the way can pass it on without looking inside.
+//
+// A bridge that the peer made serves the requests to its components on a thread of its own, in order; at most
+// corvane::kMaxInboxBytes wait for it, then the connection's reader waits too. A bridge made here has no thread.
+class CS_Bridge : public CS_Component {
+ public:
+  static const wchar_t* const m_className;
+
+  CS_Bridge() = default;
+  ~CS_Bridge() override;
+
+  int getDataType() const override { return 2; }
+  bool release() override;
+
+  // Makes this the peer's bridge: starts its thread. False when the thread cannot be started.
+  bool startServing();
+  // Takes a frame for a component on this bridge; called by the thread that reads the connection.
+  void deliver(const corvane::Frame& frame);
+
+  // Waits until the threads of all bridges of this process have ended; false when the time ran out first. For the end
+  // of a program whose connections have been destroyed.
+  static bool waitForThreads(unsigned timeoutMilliseconds);
+
+ private:
+  std::shared_ptr<corvane::BridgeWorker> m_worker;
+};

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "corvane/component.h"
+
+class CS_Connection;
+
+namespace corvane {
+struct Route;
+}
+
+// One end of a bridge that continues on another connection. Frames for it are passed on as they came, with nothing but
+// the bridge's identifier exchanged; they are never decoded or collected. While the other connection takes nothing,
+// the thread that reads this one waits, so the sender is held back and no more than one receive buffer is held here.
+//
+// When either connection ends, or either side lets the bridge go, the other side gets a release with the reason.
+class CS_BridgeRouter : public CS_Component {
+ public:
+  static const wchar_t* getClassName();
+
+  CS_BridgeRouter() = default;
+  ~CS_BridgeRouter() override;
+
+  int getDataType() const override { return 3; }
+  bool release() override;
+
+  // Continues this bridge on the given connection, whose peer gets a bridge announced. Once only; false when it is
+  // routed already or the connection has ended.
+  bool routeTo(const CS_RCPtr<CS_Connection>& connection);
+  bool isRouted() const;
+
+  // Passes on complete frames that stand one behind the other; their bridge identifiers are overwritten in place. A
+  // request that wants a reply and cannot be passed on is answered as failed.
+  void forward(std::span<unsigned char> frames);
+  // The peer let this bridge go.
+  void releasedByPeer(const std::wstring& reason);
+
+  // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason.
+  void onEnd(std::function<void(std::uint64_t bytes, const std::wstring& reason)> handler);
+
+ private:
+  void end(const std::wstring& reason, bool tellOther);
+  std::shared_ptr<corvane::Route> m_route;
+};

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace corvane {
+class Link;
+class ValueReader;
+class ValueWriter;
+}  // namespace corvane
+
+// The way from a component to its peer: the connection's link, the addresses on it, and for the channel of a request
+// the values that travel. A component's own channel carries no values; a request's channel is a copy of it with the
+// request's values attached.
+class CS_Channel {
+ public:
+  // bridge is 0 for a component that stands directly on its connection.
+  CS_Channel(std::shared_ptr<corvane::Link> link, std::uint32_t bridge, std::uint32_t component);
+
+  // The two start operations of a new remote component, in this order. The first lets requests leave: until then the
+  // peer has not been told of the component, and the announcement then travels together with the first request, in the
+  // same send. The second lets what the peer sends back reach the component.
+  void startSending() { m_sending = true; }
+  void startReceiving() { m_receiving = true; }
+  bool isSending() const { return m_sending; }
+  bool isReceiving() const { return m_receiving; }
+
+  corvane::Link& link() const { return *m_link; }
+  const std::shared_ptr<corvane::Link>& sharedLink() const { return m_link; }
+  std::uint32_t bridge() const { return m_bridge; }
+  std::uint32_t component() const { return m_component; }
+
+  // The values of the request that this channel belongs to; CS_Exception (3014) when it has none of that direction.
+  corvane::ValueWriter& writer() const;
+  corvane::ValueReader& reader() const;
+  CS_Channel withWriter(corvane::ValueWriter& writer) const;
+  CS_Channel withReader(corvane::ValueReader& reader) const;
+
+ private:
+  std::shared_ptr<corvane::Link> m_link;
+  std::uint32_t m_bridge;
+  std::uint32_t m_component;
+  bool m_sending = false;
+  bool m_receiving = false;
+  corvane::ValueWriter* m_writer = nullptr;
+  corvane::ValueReader* m_reader = nullptr;
+};

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "corvane/component.h"
+
+// Makes pairs of components on one owner; got from CS_Component::getClassFactory. Keeps its owner alive. Safe from any
+// thread.
+class CS_ClassFactory {
+ public:
+  CS_ClassFactory(const CS_RCPtr<CS_Component>& owner, CS_Class* localClass, std::wstring remoteClassName,
+                  bool announce);
+
+  int addRef() { return m_references.add(); }
+  int removeRef();
+
+  // A new component standing on the owner, which holds its first reference; null when it cannot be made, refuses to
+  // initialise, or the owner has ended. The options are 0. Nothing is sent before the channel's start operations and
+  // the first request, so the peer's refusal of the class shows in the reply of that request.
+  CS_Component* newInstance(unsigned options);
+
+ private:
+  corvane::RefCount m_references;
+  CS_RCPtr<CS_Component> m_owner;
+  CS_Class* m_class;
+  std::wstring m_remoteClassName;
+  bool m_announce;
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "corvane/class.h"
+
+class CS_Channel;
+
+// The versions of the component classes that a process has registered, by class name. A plain value: copied freely, one
+// object is not shared between threads without a lock.
+class CS_ClassVersionMap {
+ public:
+  void set(const std::wstring& className, const CS_Version& version) { m_versions[className] = version; }
+  std::optional<CS_Version> find(const std::wstring& className) const;
+  bool isEmpty() const { return m_versions.empty(); }
+  const std::map<std::wstring, CS_Version>& entries() const { return m_versions; }
+
+  // Writes the map to a request's channel: the count, then for each class its name and four numbers.
+  void operator>>(CS_Channel& channel) const;
+  // Replaces the map by the one read from a request's channel. Throws CS_Exception when the channel holds something
+  // else or more than kMaxClasses classes.
+  void operator<<(CS_Channel& channel);
+
+  static constexpr int kMaxClasses = 1024;
+
+ private:
+  std::map<std::wstring, CS_Version> m_versions;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "corvane/class.h"
+#include "corvane/class_version_map.h"
+
+// The process's side of the framework: its registered classes. One per process; all operations are safe from any
+// thread.
+class CS_ComponentServer {
+ public:
+  // Brings the framework up: the network, the local monitor and the configuration. The arguments are reserved and 0.
+  // False when the network cannot be used. May be called again.
+  static bool initialize(unsigned first, unsigned second);
+  static CS_ComponentServer* getServer();
+
+  // Takes the class over under that name; a class registered before under it is replaced for new components, and kept
+  // for those that exist. False for a null name or class.
+  bool registerClass(const wchar_t* name, CS_Class* componentClass);
+  // Null when no class has that name.
+  CS_Class* findClass(const wchar_t* name);
+  void copyRegisteredClassVersionMap(CS_ClassVersionMap& map);
+};

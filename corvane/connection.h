@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "corvane/component.h"
+
+namespace corvane {
+class Link;
+class Socket;
+}  // namespace corvane
+
+// One TCP connection to another component server, and the owner of the components that use it.
+//
+// The side that dials has no thread of its own: a thread that waits for a reply reads the socket for all of them. The
+// side that serves gives it a thread by calling serve(). When the connection ends, every waiting caller gets a
+// CS_Exception at once and every component on it is released.
+//
+// A connection ends by destroy(), by the peer, or by an error; it is not enough to drop the references to it, because
+// its components keep it alive.
+class CS_Connection : public CS_Component {
+ public:
+  // A connection that is not connected yet. Never null; throws std::bad_alloc.
+  static CS_RCPtr<CS_Connection> create();
+  // A connection that a peer made. Carries out the server's side of the handshake; throws CS_Exception when the peer
+  // does not speak the protocol within kHandshakeMilliseconds.
+  static CS_RCPtr<CS_Connection> accept(corvane::Socket socket);
+
+  // Dials the port on that host and carries out the handshake. Flags: kDirect uses the numeric IPv4 loopback address
+  // for "localhost", kDualStack tries IPv6 first. With keepTrying the attempt is repeated until it succeeds; without,
+  // a failure throws CS_Exception (3101) after the one attempt.
+  void connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying);
+
+  // Ends the connection: closes it both ways, fails whoever waits and releases its components. Never blocks, joins
+  // nothing, and may be called while the module is being unloaded. True when there was a connection to end.
+  static bool destroy(const CS_RCPtr<CS_Connection>& connection, bool releaseComponents);
+
+  // Reads the connection and serves what arrives, on the calling thread, until the connection ends. Returns why it
+  // ended, in words for a log; empty when the peer closed it in order.
+  std::wstring serve();
+
+  // Called once, with the reason, when the connection ends; set before serve().
+  void onEnd(std::function<void(const std::wstring&)> handler);
+
+  int getDataType() const override { return 1; }
+  bool release() override;
+  CS_RCPtr<CS_Component> getRootOwner() override;
+  CS_Channel* getChannel(bool create) override;
+  bool isConnected() const override;
+
+  const std::shared_ptr<corvane::Link>& link() const { return m_link; }
+  std::uint32_t nextIdentifier();
+
+  static constexpr unsigned kDirect = 256;
+  static constexpr unsigned kDualStack = 512;
+  static constexpr unsigned kHandshakeMilliseconds = 10000;
+
+ private:
+  friend class FrameDispatcher;
+  std::shared_ptr<corvane::Link> m_link;
+  std::atomic<std::uint32_t> m_nextIdentifier{1};
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+// Where the application server listens and how this process logs: on Windows the values under
+// HKEY_LOCAL_MACHINE "SOFTWARE\Quillfern\Corvane", elsewhere the defaults. Read anew by every query, so a change needs
+// no restart. Safe from any thread; never throws: a missing value, or one of another type, is its default.
+class HostProperties {
+ public:
+  static const HostProperties& getInstance();
+
+  // The TCP port of the application server on this machine ("Port", REG_DWORD, default 4711).
+  int hostValue() const;
+  // The file that records are written to ("LogFile", REG_SZ); empty when there is none.
+  std::wstring logFile() const;
+  // The size in bytes at which the log file is rotated ("LogLimit", REG_DWORD, default 8 MiB).
+  unsigned long logLimit() const;
+  // Whether trace entries are written ("Trace", REG_DWORD, default 0).
+  bool trace() const;
+};

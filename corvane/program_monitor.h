@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdarg>
+
+#include "corvane/rc_ptr.h"
+#include "corvane/ref_count.h"
+
+// One record as a sink sees it. The text belongs to the caller and lives only for the call.
+struct CS_Record {
+  int level;
+  long long category;
+  int number;            // 0 for a record of text
+  unsigned report;       // records of one failure share this number; 0 when the record stands alone
+  const wchar_t* text;   // terminated, never null
+};
+
+// Receives the records of this process: what failed, where, and which operations it passed through.
+//
+// The default monitor is a root: its first record opens a report, the object that recordText() and recordNumber()
+// return, and later records on that object belong to the same report. Each record is written at once, so nothing is
+// lost when the process ends before report() is called; report() closes the group and flushes.
+//
+// All operations may be called from any thread, never throw, and leave the thread's last error as it was. When memory
+// is short the record is still written (from the stack, cut if need be) and the monitor itself is returned instead of a
+// report, so the result is never null.
+class CS_ProgramMonitor {
+ public:
+  CS_ProgramMonitor() = default;
+  CS_ProgramMonitor(const CS_ProgramMonitor&) = delete;
+  CS_ProgramMonitor& operator=(const CS_ProgramMonitor&) = delete;
+  virtual ~CS_ProgramMonitor() = default;
+
+  virtual int addRef();
+  virtual int removeRef();
+
+  // Ends a report; with flush, waits until its sinks have taken it.
+  virtual CS_RCPtr<CS_ProgramMonitor> report(bool flush);
+  // printf-style, with wide text for %s on every platform.
+  virtual CS_RCPtr<CS_ProgramMonitor> recordText(int level, long long category, const wchar_t* format, ...);
+  // The framework's text for the number, followed by the formatted arguments when a format is given (it may be null).
+  virtual CS_RCPtr<CS_ProgramMonitor> recordNumber(int level, long long category, int number, const wchar_t* format,
+                                                   ...);
+
+  // The text of the last record of this report; empty for a root. Valid while the report lives.
+  virtual const wchar_t* lastText() const { return L""; }
+
+  // Where this process's records go. Never null: without another one it is the local monitor, which writes the log.
+  static CS_RCPtr<CS_ProgramMonitor> getDefaultMonitor();
+  // Null brings the local monitor back.
+  static void setDefaultMonitor(const CS_RCPtr<CS_ProgramMonitor>& monitor);
+  // The monitor that writes this process's own log and nothing else.
+  static CS_RCPtr<CS_ProgramMonitor> getLocalMonitor();
+
+ protected:
+  // Takes one record. Must not throw.
+  virtual void write(const CS_Record& record) noexcept = 0;
+  virtual void flush() noexcept {}
+  // The object that the records following this one go to: a new report for a root, itself for a report.
+  virtual CS_RCPtr<CS_ProgramMonitor> openReport(const CS_Record& first);
+
+  friend class CS_Report;
+
+ private:
+  CS_RCPtr<CS_ProgramMonitor> recordFormatted(int level, long long category, int number, const wchar_t* format,
+                                              va_list arguments);
+  corvane::RefCount m_references;
+};

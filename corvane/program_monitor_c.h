@@ -1,0 +1,29 @@
+#pragma once
+
+#include "corvane/component.h"
+#include "corvane/program_monitor.h"
+
+// The client half of the program monitor: writes every record to this process's own log and sends it to the peer, a
+// component of class "Quillfern::ComponentServer::ProgramMonitor_s" in the application server, as a one-way request.
+// A record that cannot be sent is in the log all the same; nothing is recorded about that, because it would not end.
+// When its connection ends, the local monitor becomes the default one again if this was it.
+class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
+ public:
+  static const wchar_t* const m_className;
+
+  // Request numbers towards the peer.
+  static constexpr int kSetProcessInfo = 1;  // int process id, text name -> boolean
+  static constexpr int kRecord = 2;          // int level, int category, int number, int report, text; no reply
+
+  int getDataType() const override { return 4; }
+  int addRef() override { return CS_Component::addRef(); }
+  int removeRef() override { return CS_Component::removeRef(); }
+  bool release() override;
+
+  // Tells the peer whose records these are; false when the peer refuses or cannot be reached within 120000 ms.
+  bool setProcessInfo(unsigned long processId, const wchar_t* moduleName);
+
+ protected:
+  void write(const CS_Record& record) noexcept override;
+  void flush() noexcept override;
+};

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace corvane {
+
+using Deadline = std::chrono::steady_clock::time_point;
+inline Deadline after(unsigned milliseconds) {
+  return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+// One connected TCP socket with Nagle's delay switched off. Owns the handle. Any thread may send while another one
+// receives; two threads never do the same at once. Failures are CS_Exceptions (3101 for connecting, 3102 afterwards)
+// with the system's own words.
+class Socket {
+ public:
+  using Piece = std::span<const unsigned char>;
+
+  Socket() = default;
+  explicit Socket(std::intptr_t handle);
+  Socket(Socket&& other) noexcept;
+  Socket& operator=(Socket&& other) noexcept;
+  ~Socket();
+
+  // Dials the loopback address (or the numeric address given as host); preferIpv6 tries [::1] before 127.0.0.1 for
+  // "localhost".
+  static Socket connect(const std::string& host, std::uint16_t port, bool preferIpv6);
+
+  bool isOpen() const { return m_handle != kNone; }
+
+  // Sends all pieces in order, in as few system calls as they allow (one, as a rule). Blocks until the system has taken
+  // them; fails when the peer has taken nothing for corvane::kSendStallMilliseconds.
+  void send(std::span<const Piece> pieces);
+
+  // Waits for bytes until the deadline (without one, for ever) and returns how many came; 0 when the peer has closed.
+  // Nothing when the deadline passed.
+  std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline);
+
+  // Ends both directions: whoever is blocked in send() or receive() fails or sees the end. The handle stays valid until
+  // the object dies. Never blocks.
+  void shutdown() noexcept;
+
+  // "127.0.0.1:4711" of the other end, for logs.
+  std::string peerName() const;
+
+ private:
+  static constexpr std::intptr_t kNone = -1;
+  std::intptr_t m_handle = kNone;
+  void* m_receiveEvent = nullptr;  // Windows only: the event of the overlapped receive
+};
+
+// A listening TCP socket.
+class Listener {
+ public:
+  // "127.0.0.1:4711", "[::1]:4711"; port 0 lets the system choose. Throws CS_Exception that says what is wrong with the
+  // address or that the port is taken.
+  explicit Listener(const std::string& address);
+  ~Listener();
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+
+  // The next connection; nothing when stop() was called. Failures of one connection (it ended before it was accepted,
+  // no descriptor is free) are waited out and tried again.
+  std::optional<Socket> accept();
+  // Ends accept() on whichever thread it runs. May be called from any thread.
+  void stop() noexcept;
+
+  // "127.0.0.1:4711" with the port that was chosen.
+  std::string address() const;
+  std::uint16_t port() const;
+
+ private:
+  std::intptr_t m_handle;
+  std::intptr_t m_wake[2] = {-1, -1};
+};
+
+// Brings the system's network up; true when it can be used. Called by CS_ComponentServer::initialize.
+bool initializeNetwork();
+
+}  // namespace corvane

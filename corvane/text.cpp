@@ -1,0 +1,110 @@
+#include "corvane/text.h"
+
+namespace corvane {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+bool isHigh(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool isLow(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+char32_t joined(char32_t high, char32_t low) { return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00); }
+
+// The code point at the position, which moves behind it. Surrogates that are not a pair come out as they are.
+char32_t nextCodePoint(std::wstring_view text, std::size_t& at) {
+  const char32_t first = static_cast<char32_t>(text[at++]);
+  if (isHigh(first) && at < text.size() && isLow(static_cast<char32_t>(text[at]))) {
+    return joined(first, static_cast<char32_t>(text[at++]));
+  }
+  return first;
+}
+
+void appendWide(std::wstring& text, char32_t point) {
+  if (sizeof(wchar_t) == 2 && point > 0xFFFF) {
+    text.push_back(static_cast<wchar_t>(0xD800 + ((point - 0x10000) >> 10)));
+    text.push_back(static_cast<wchar_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
+  } else {
+    text.push_back(static_cast<wchar_t>(point));
+  }
+}
+
+void appendUtf8(std::string& text, char32_t point) {
+  if (point > 0x10FFFF || isHigh(point) || isLow(point)) point = kReplacement;
+  if (point < 0x80) {
+    text.push_back(static_cast<char>(point));
+    return;
+  }
+  const int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+  constexpr unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
+  text.push_back(static_cast<char>(kLead[more] | (point >> (6 * more))));
+  for (int i = more - 1; i >= 0; --i) text.push_back(static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F)));
+}
+
+// The code point that starts at the position, or U+FFFD for one byte that starts none.
+char32_t nextUtf8(std::string_view text, std::size_t& at) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(at++);
+  if (lead < 0x80) return lead;
+  const int more = lead >= 0xF0 && lead < 0xF5 ? 3 : lead >= 0xE0 && lead < 0xF0 ? 2 : lead >= 0xC2 && lead < 0xE0 ? 1 : 0;
+  if (more == 0 || at + static_cast<std::size_t>(more) > text.size()) return kReplacement;
+  char32_t point = lead & (0x3F >> more);
+  for (int i = 0; i < more; ++i) {
+    if ((byte(at + static_cast<std::size_t>(i)) & 0xC0) != 0x80) return kReplacement;
+    point = (point << 6) | (byte(at + static_cast<std::size_t>(i)) & 0x3F);
+  }
+  constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
+  if (point < kSmallest[more] || point > 0x10FFFF || isHigh(point) || isLow(point)) return kReplacement;
+  at += static_cast<std::size_t>(more);
+  return point;
+}
+
+}  // namespace
+
+std::vector<std::uint16_t> toUtf16(std::wstring_view text) {
+  std::vector<std::uint16_t> units;
+  units.reserve(text.size());
+  for (const wchar_t c : text) {
+    const auto point = static_cast<char32_t>(c);
+    if (sizeof(wchar_t) == 4 && point > 0xFFFF) {
+      const char32_t valid = point <= 0x10FFFF ? point : kReplacement;
+      if (valid > 0xFFFF) {
+        units.push_back(static_cast<std::uint16_t>(0xD800 + ((valid - 0x10000) >> 10)));
+        units.push_back(static_cast<std::uint16_t>(0xDC00 + ((valid - 0x10000) & 0x3FF)));
+      } else {
+        units.push_back(static_cast<std::uint16_t>(valid));
+      }
+    } else {
+      units.push_back(static_cast<std::uint16_t>(point));
+    }
+  }
+  return units;
+}
+
+std::wstring fromUtf16(const std::uint16_t* units, std::size_t count) {
+  std::wstring text;
+  text.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (isHigh(units[i]) && i + 1 < count && isLow(units[i + 1])) {
+      appendWide(text, joined(units[i], units[i + 1]));
+      ++i;
+    } else {
+      text.push_back(static_cast<wchar_t>(units[i]));
+    }
+  }
+  return text;
+}
+
+std::string toUtf8(std::wstring_view text) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) appendUtf8(result, nextCodePoint(text, at));
+  return result;
+}
+
+std::wstring fromUtf8(std::string_view text) {
+  std::wstring result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) appendWide(result, nextUtf8(text, at));
+  return result;
+}
+
+}  // namespace corvane

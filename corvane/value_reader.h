@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace corvane {
+
+// Where the bytes of one request or reply come from, frame by frame.
+class FrameSource {
+ public:
+  virtual ~FrameSource() = default;
+  // The payload of the next frame, valid until the next call; false when the request has no further frame. Throws
+  // CS_Exception (3102) when the connection ended before the request did.
+  virtual bool next(std::span<const unsigned char>& payload) = 0;
+};
+
+// Reads values in the order in which a ValueWriter wrote them, across the borders of frames. Reading another type than
+// was written, a malformed value, or past the end throws CS_Exception (3106). Used by one thread.
+class ValueReader {
+ public:
+  ValueReader() = default;
+  explicit ValueReader(std::unique_ptr<FrameSource> source) : m_source(std::move(source)) {}
+
+  std::int32_t readInt();
+  bool readBoolean();
+  std::wstring readText();
+  // The next piece of a block of bytes, empty once at its end; see CS_InRequest::readPiece.
+  std::span<const unsigned char> readPiece();
+  // True when every value has been read.
+  bool atEnd();
+  // Takes in the frames that were not read.
+  void skipRest();
+  // What kind of value comes next, as its tag character; 0 at the end.
+  char nextTag();
+
+ private:
+  bool refill();
+  void take(void* to, std::size_t count);
+  void expect(unsigned char tag, const wchar_t* name);
+  std::uint32_t takeCount();
+
+  std::unique_ptr<FrameSource> m_source;
+  std::span<const unsigned char> m_frame;
+  bool m_inBytes = false;
+  std::size_t m_bytesLeft = 0;
+};
+
+}  // namespace corvane

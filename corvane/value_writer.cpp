@@ -1,0 +1,68 @@
+#include "corvane/value_writer.h"
+
+#include <cstring>
+#include <cwchar>
+
+#include "corvane/exception.h"
+#include "corvane/frame.h"
+#include "corvane/message_numbers.h"
+#include "corvane/text.h"
+
+namespace corvane {
+
+unsigned char* ValueWriter::extend(std::size_t count) {
+  const std::size_t used = m_used;
+  if (m_large.empty() && used + count > kInlineBytes) {
+    m_large.reserve(used + count + kInlineBytes);
+    m_large.assign(m_small.data(), m_small.data() + used);
+  }
+  m_used = used + count;
+  if (m_large.empty() && m_used <= kInlineBytes) return m_small.data() + used;
+  m_large.resize(m_used);
+  return m_large.data() + used;
+}
+
+void ValueWriter::writeInt(std::int32_t value) {
+  unsigned char* at = extend(5);
+  at[0] = static_cast<unsigned char>(ValueTag::kInt);
+  storeLittleEndian32(at + 1, static_cast<std::uint32_t>(value));
+}
+
+void ValueWriter::writeBoolean(bool value) {
+  unsigned char* at = extend(2);
+  at[0] = static_cast<unsigned char>(ValueTag::kBoolean);
+  at[1] = value ? 1 : 0;
+}
+
+void ValueWriter::writeText(const wchar_t* text) {
+  const std::vector<std::uint16_t> units = toUtf16(text != nullptr ? text : L"");
+  if (units.size() > kMaxTextUnits) {
+    throw CS_Exception(kLimitExceeded, L"a text of %u characters, the limit is %u", static_cast<unsigned>(units.size()),
+                       static_cast<unsigned>(kMaxTextUnits));
+  }
+  unsigned char* at = extend(5 + 2 * units.size());
+  at[0] = static_cast<unsigned char>(ValueTag::kText);
+  storeLittleEndian32(at + 1, static_cast<std::uint32_t>(units.size()));
+  at += 5;
+  for (const std::uint16_t unit : units) {
+    *at++ = static_cast<unsigned char>(unit);
+    *at++ = static_cast<unsigned char>(unit >> 8);
+  }
+}
+
+void ValueWriter::writeBytes(const unsigned char* data, int length) {
+  if (length < 0 || (data == nullptr && length > 0)) throw CS_Exception(kBadArgument, nullptr);
+  unsigned char* at = extend(5);
+  at[0] = static_cast<unsigned char>(ValueTag::kBytes);
+  storeLittleEndian32(at + 1, static_cast<std::uint32_t>(length));
+  if (length == 0) return;
+  const auto count = static_cast<std::size_t>(length);
+  if (m_references < kMaxReferences) {
+    m_referenceList[m_references++] = {m_used, Piece(data, count)};
+    m_referenced += count;
+  } else {
+    std::memcpy(extend(count), data, count);
+  }
+}
+
+}  // namespace corvane
