@@ -1,8 +1,8 @@
 #pragma once
 
-#include <memory>
-
 #include "corvane/component.h"
+
+#include <memory>
 
 namespace corvane {
 class BridgeWorker;
@@ -13,7 +13,8 @@ struct Frame;
 // so that a router on the way can pass it on without looking inside.
 //
 // A bridge that the peer made serves the requests to its components on a thread of its own, in order; at most
-// corvane::kMaxInboxBytes wait for it, then the connection's reader waits too. A bridge made here has no thread.
+// corvane::kMaxInboxBytes wait for it, then the connection's reader waits too. When such a bridge ends, its components
+// are released on that thread too, after the request that they are in. A bridge made here has no thread.
 class CS_Bridge : public CS_Component {
  public:
   static const wchar_t* const m_className;
@@ -28,6 +29,8 @@ class CS_Bridge : public CS_Component {
   bool startServing();
   // Takes a frame for a component on this bridge; called by the thread that reads the connection.
   void deliver(const corvane::Frame& frame);
+  // The bridge's thread has served its last request; called by it.
+  void served();
 
   // Waits until the threads of all bridges of this process have ended; false when the time ran out first. For the end
   // of a program whose connections have been destroyed.

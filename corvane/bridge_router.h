@@ -1,18 +1,20 @@
 #pragma once
 
+#include "corvane/component.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string>
-
-#include "corvane/component.h"
 
 class CS_Connection;
 
 namespace corvane {
+struct FrameHeader;
 struct Route;
-}
+}  // namespace corvane
 
 // One end of a bridge that continues on another connection. Frames for it are passed on as they came, with nothing but
 // the bridge's identifier exchanged; they are never decoded or collected. While the other connection takes nothing,
@@ -40,10 +42,18 @@ class CS_BridgeRouter : public CS_Component {
   // The peer let this bridge go.
   void releasedByPeer(const std::wstring& reason);
 
-  // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason.
-  void onEnd(std::function<void(std::uint64_t bytes, const std::wstring& reason)> handler);
+  // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason;
+  // set before routeTo(). Comes on the thread of either connection.
+  using EndHandler = std::function<void(std::uint64_t bytes, const std::wstring& reason)>;
+  void onEnd(EndHandler handler);
 
  private:
+  std::shared_ptr<corvane::Route> route() const;
+  void answerUnrouted(const corvane::FrameHeader& header);
   void end(const std::wstring& reason, bool tellOther);
-  std::shared_ptr<corvane::Route> m_route;
+
+  EndHandler m_onEnd;
+  int m_end = 0;  // which end of the route this is
+  mutable std::mutex m_routeLock;
+  std::shared_ptr<corvane::Route> m_route;  // guarded by m_routeLock
 };

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "corvane/component.h"
+
+#include <string>
 
 // Makes pairs of components on one owner; got from CS_Component::getClassFactory. Keeps its owner alive. Safe from any
 // thread.

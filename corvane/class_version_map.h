@@ -1,10 +1,10 @@
 #pragma once
 
+#include "corvane/class.h"
+
 #include <map>
 #include <optional>
 #include <string>
-
-#include "corvane/class.h"
 
 class CS_Channel;
 

@@ -1,5 +1,11 @@
 #pragma once
 
+#include "corvane/class.h"
+#include "corvane/class_version_map.h"
+#include "corvane/program_monitor.h"
+#include "corvane/rc_ptr.h"
+#include "corvane/ref_count.h"
+
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -7,12 +13,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "corvane/class.h"
-#include "corvane/class_version_map.h"
-#include "corvane/program_monitor.h"
-#include "corvane/rc_ptr.h"
-#include "corvane/ref_count.h"
 
 class CS_Channel;
 class CS_ClassFactory;
@@ -37,7 +37,7 @@ class CS_Listener {
 // thread that reads the connection or, for components on a bridge that the peer made, on that bridge's own thread.
 class CS_Component {
  public:
-  CS_Component() = default;
+  CS_Component();
   CS_Component(const CS_Component&) = delete;
   CS_Component& operator=(const CS_Component&) = delete;
   virtual ~CS_Component();
@@ -87,7 +87,8 @@ class CS_Component {
   // this one from now on. Option kSetVersionsOnOwnPeer (1) is the only one; another answers false, as does a map that
   // lacks every class.
   virtual bool setVersionsOfClassesInPeerProcess(const CS_ClassVersionMap& versions, int option);
-  // Waits for the reply of an executed request; see CS_OutRequest::execute.
+  // Waits until the reply of an executed request can be read, at most that long. A hook: CS_OutRequest::execute has
+  // waited before it returns, so the default has nothing to do.
   virtual void waitForReply(CS_InRequest& reply, unsigned timeoutMilliseconds);
   // Takes a reference to the component and makes this its owner; false when the identifier is taken, the owner has
   // ended, or kMaxChildren components stand on it already.
@@ -108,6 +109,7 @@ class CS_Component {
   // Unique among the components of one connection; 0 for a connection itself.
   std::uint32_t getIdentifier() const { return m_identifier; }
   CS_Component* getOwner() const { return m_owner.get(); }
+  bool isSuspended() const { return m_suspended; }
   // The class that destroys this component; null for one that is destroyed with delete.
   void setClass(CS_Class* componentClass) { m_class = componentClass; }
   // Set before addChild().

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "corvane/component.h"
+
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "corvane/component.h"
-
 namespace corvane {
+class Dispatcher;
 class Link;
 class Socket;
 }  // namespace corvane
@@ -49,15 +50,32 @@ class CS_Connection : public CS_Component {
   CS_Channel* getChannel(bool create) override;
   bool isConnected() const override;
 
+  // Null before the connection is made.
   const std::shared_ptr<corvane::Link>& link() const { return m_link; }
+  // An identifier that no component of this side has had yet: odd on the side that dialed, even on the other.
   std::uint32_t nextIdentifier();
+  // "127.0.0.1:40123", for logs.
+  std::string peerName() const;
+  // What the other side said about itself in the handshake: "process" is its process id.
+  const std::map<std::wstring, std::wstring>& peerValues() const { return m_peerValues; }
 
   static constexpr unsigned kDirect = 256;
   static constexpr unsigned kDualStack = 512;
   static constexpr unsigned kHandshakeMilliseconds = 10000;
 
+  ~CS_Connection() override;
+
  private:
-  friend class FrameDispatcher;
+  friend class corvane::Dispatcher;
+  CS_Connection();
+  void take(std::shared_ptr<corvane::Link> link, std::uint32_t firstIdentifier);
+  void linkEnded(const std::wstring& reason);
+
   std::shared_ptr<corvane::Link> m_link;
+  std::unique_ptr<corvane::Dispatcher> m_dispatcher;
+  std::unique_ptr<CS_Channel> m_channel;
   std::atomic<std::uint32_t> m_nextIdentifier{1};
+  std::atomic<bool> m_releaseComponents{true};
+  std::map<std::wstring, std::wstring> m_peerValues;
+  std::function<void(const std::wstring&)> m_onEnd;
 };

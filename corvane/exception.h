@@ -8,9 +8,11 @@ class CS_Exception {
  public:
   // From a framework message number (corvane/message_numbers.h); the record may be null.
   CS_Exception(int number, const CS_RCPtr<CS_ProgramMonitor>* record);
+  CS_Exception(int number, std::nullptr_t) : m_number(number) {}
   // From the record that a monitor returned for a message; its number is 0.
   explicit CS_Exception(const CS_RCPtr<CS_ProgramMonitor>& record);
-  // From a framework message number with what went wrong in particular; the detail is cut at kDetailSize - 1 characters.
+  // From a framework message number with what went wrong in particular; the detail is cut at kDetailSize - 1
+  // characters.
   CS_Exception(int number, const wchar_t* detailFormat, ...);
 
   // Writes the exception at the given level: on its own record when it carries one, otherwise on the default monitor.

@@ -6,7 +6,8 @@
 namespace corvane {
 
 void storeLittleEndian32(unsigned char* at, std::uint32_t value) {
-  for (int i = 0; i < 4; ++i) at[i] = static_cast<unsigned char>(value >> (8 * i));
+  for (int i = 0; i < 4; ++i)
+    at[i] = static_cast<unsigned char>(value >> (8 * i));
 }
 
 std::uint32_t loadLittleEndian32(const unsigned char* at) {

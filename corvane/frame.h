@@ -1,10 +1,10 @@
 #pragma once
 
+#include "corvane/limits.h"
+
 #include <array>
 #include <cstdint>
 #include <span>
-
-#include "corvane/limits.h"
 
 // The unit of the wire: a header of 20 bytes, little-endian, and up to 64 KiB of payload. docs/protocol.md shows it as
 // a table.

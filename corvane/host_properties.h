@@ -4,7 +4,7 @@
 
 // Where the application server listens and how this process logs: on Windows the values under
 // HKEY_LOCAL_MACHINE "SOFTWARE\Quillfern\Corvane", elsewhere the defaults. Read anew by every query, so a change needs
-// no restart. Safe from any thread; never throws: a missing value, or one of another type, is its default.
+// no restart. Safe from any thread: a missing value, or one of another type or out of range, is its default.
 class HostProperties {
  public:
   static const HostProperties& getInstance();
@@ -17,4 +17,7 @@ class HostProperties {
   unsigned long logLimit() const;
   // Whether trace entries are written ("Trace", REG_DWORD, default 0).
   bool trace() const;
+
+  static constexpr int kDefaultPort = 4711;
+  static constexpr unsigned long kDefaultLogLimit = 8 * 1024 * 1024;
 };

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <span>
-#include <string>
-
 #include "corvane/channel.h"
 #include "corvane/value_reader.h"
 #include "corvane/value_writer.h"
+
+#include <memory>
+#include <span>
+#include <string>
 
 class CS_OutRequest;
 

@@ -6,16 +6,16 @@
 // connections notice nothing.
 namespace corvane {
 
-inline constexpr std::size_t kMaxFramePayload = 64 * 1024;           // bytes after the header of one frame
-inline constexpr std::size_t kMaxTextUnits = 32767;                  // UTF-16 units of one text
-inline constexpr std::size_t kMaxCollectedRequest = 1024 * 1024;     // bytes of a request to a component without a stream
-inline constexpr std::size_t kMaxCollectedReply = 4 * 1024 * 1024;   // bytes of one reply
-inline constexpr std::size_t kMaxUnfinishedRequests = 64;            // requests of one connection arriving at once
-inline constexpr std::size_t kMaxInboxBytes = 1024 * 1024;           // bytes waiting for one bridge's thread
-inline constexpr std::size_t kMaxInboxFrames = 4096;                 // frames waiting for one bridge's thread
-inline constexpr std::size_t kMaxRefusedComponents = 64;             // refusals that are remembered for an answer
-inline constexpr std::size_t kMaxHelloValues = 32;                   // named values of a handshake
+inline constexpr std::size_t kMaxFramePayload = 64 * 1024;  // bytes after the header of one frame
+inline constexpr std::size_t kMaxTextUnits = 32767;         // UTF-16 units of one text
+inline constexpr std::size_t kMaxCollectedRequest =
+    1024 * 1024;  // bytes of a request to a component that stands on no bridge
+inline constexpr std::size_t kMaxCollectedReply = 4 * 1024 * 1024;  // bytes of one reply
+inline constexpr std::size_t kMaxInboxBytes = 1024 * 1024;          // bytes waiting for one bridge's thread
+inline constexpr std::size_t kMaxInboxFrames = 4096;                // frames waiting for one bridge's thread
+inline constexpr std::size_t kMaxRefusedComponents = 64;            // refusals that are remembered for an answer
+inline constexpr std::size_t kMaxHelloValues = 32;                  // named values of a handshake
 
-inline constexpr unsigned kSendStallMilliseconds = 120000;           // a peer that takes nothing for so long is lost
+inline constexpr unsigned kSendStallMilliseconds = 120000;  // a peer that takes nothing for so long is lost
 
 }  // namespace corvane

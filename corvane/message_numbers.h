@@ -8,18 +8,18 @@ inline constexpr int kMissingObject = 3014;
 inline constexpr int kBadArgument = 3015;
 inline constexpr int kAllocationFailed = 3016;
 
-inline constexpr int kConnectFailed = 3101;       // nobody listens, or the peer refused the handshake
-inline constexpr int kConnectionLost = 3102;      // the connection ended while somebody needed it
-inline constexpr int kReplyTimedOut = 3103;       // no reply within the stated time
-inline constexpr int kRequestRefused = 3104;      // the peer answered that it cannot serve the request
-inline constexpr int kProtocolViolation = 3105;   // the peer sent what the protocol does not allow
-inline constexpr int kWrongValueType = 3106;      // a value was read as another type than it was written, or past the end
-inline constexpr int kLimitExceeded = 3107;       // a bound on what a peer can make grow was passed
+inline constexpr int kConnectFailed = 3101;      // nobody listens, or the peer refused the handshake
+inline constexpr int kConnectionLost = 3102;     // the connection ended while somebody needed it
+inline constexpr int kReplyTimedOut = 3103;      // no reply within the stated time
+inline constexpr int kRequestRefused = 3104;     // the peer answered that it cannot serve the request
+inline constexpr int kProtocolViolation = 3105;  // the peer sent what the protocol does not allow
+inline constexpr int kWrongValueType = 3106;  // a value was read as another type than it was written, or past the end
+inline constexpr int kLimitExceeded = 3107;   // a bound on what a peer can make grow was passed
 
 inline constexpr int kModuleNameFailed = 11504;
 inline constexpr int kModuleHandleFailed = 11505;
 
-// The text of a message number; "Message number N." has no entry of its own. Never null, static storage.
+// The text of a message number, a general one for a number without its own. Never null, static storage.
 const wchar_t* messageText(int number);
 
 }  // namespace corvane

@@ -2,7 +2,10 @@
 
 #include "corvane/channel.h"
 #include "corvane/component.h"
+#include "corvane/frame.h"
 #include "corvane/value_writer.h"
+
+class CS_InRequest;
 
 // One request to a component's peer: values are written in order, then execute() sends it. Lives on the caller's stack
 // and is used by one thread. Small values are kept inside the request; job data given to write() is not copied, so the
@@ -27,7 +30,7 @@ class CS_OutRequest {
   // Sends the request and does not wait: a return proves only that the system took the bytes.
   void execute();
   // Sends the request and waits for its reply, whose values the given request then reads.
-  void execute(class CS_InRequest& reply, unsigned timeoutMilliseconds);
+  void execute(CS_InRequest& reply, unsigned timeoutMilliseconds);
   // Gives back what the request holds; it cannot be executed afterwards.
   void release();
 
@@ -35,7 +38,7 @@ class CS_OutRequest {
   const CS_RCPtr<CS_Component>& component() const { return m_component; }
 
  private:
-  void requireUnreleased() const;
+  corvane::FrameHeader header() const;
 
   CS_RCPtr<CS_Component> m_component;
   int m_number;

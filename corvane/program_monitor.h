@@ -1,17 +1,17 @@
 #pragma once
 
-#include <cstdarg>
-
 #include "corvane/rc_ptr.h"
 #include "corvane/ref_count.h"
+
+#include <cstdarg>
 
 // One record as a sink sees it. The text belongs to the caller and lives only for the call.
 struct CS_Record {
   int level;
   long long category;
-  int number;            // 0 for a record of text
-  unsigned report;       // records of one failure share this number; 0 when the record stands alone
-  const wchar_t* text;   // terminated, never null
+  int number;           // 0 for a record of text
+  unsigned report;      // records of one failure share this number; 0 when the record stands alone
+  const wchar_t* text;  // terminated, never null
 };
 
 // Receives the records of this process: what failed, where, and which operations it passed through.
@@ -55,8 +55,9 @@ class CS_ProgramMonitor {
   // Takes one record. Must not throw.
   virtual void write(const CS_Record& record) noexcept = 0;
   virtual void flush() noexcept {}
-  // The object that the records following this one go to: a new report for a root, itself for a report.
-  virtual CS_RCPtr<CS_ProgramMonitor> openReport(const CS_Record& first);
+  // Gives the record its report number, writes it, and returns the object that the records following it go to: a new
+  // report for a root, itself for a report.
+  virtual CS_RCPtr<CS_ProgramMonitor> take(CS_Record record);
 
   friend class CS_Report;
 

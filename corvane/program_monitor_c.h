@@ -18,6 +18,7 @@ class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
   int getDataType() const override { return 4; }
   int addRef() override { return CS_Component::addRef(); }
   int removeRef() override { return CS_Component::removeRef(); }
+  bool initialize() override;
   bool release() override;
 
   // Tells the peer whose records these are; false when the peer refuses or cannot be reached within 120000 ms.

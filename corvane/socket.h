@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -67,7 +68,7 @@ class Listener {
   // The next connection; nothing when stop() was called. Failures of one connection (it ended before it was accepted,
   // no descriptor is free) are waited out and tried again.
   std::optional<Socket> accept();
-  // Ends accept() on whichever thread it runs. May be called from any thread.
+  // Ends accept() on whichever thread it runs. May be called from any thread and from a signal handler.
   void stop() noexcept;
 
   // "127.0.0.1:4711" with the port that was chosen.
@@ -75,8 +76,8 @@ class Listener {
   std::uint16_t port() const;
 
  private:
-  std::intptr_t m_handle;
-  std::intptr_t m_wake[2] = {-1, -1};
+  std::atomic<std::intptr_t> m_handle;
+  std::atomic<bool> m_stopped{false};
 };
 
 // Brings the system's network up; true when it can be used. Called by CS_ComponentServer::initialize.

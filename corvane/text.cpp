@@ -5,9 +5,15 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-bool isHigh(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLow(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-char32_t joined(char32_t high, char32_t low) { return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00); }
+bool isHigh(char32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLow(char32_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+char32_t joined(char32_t high, char32_t low) {
+  return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
+}
 
 // The code point at the position, which moves behind it. Surrogates that are not a pair come out as they are.
 char32_t nextCodePoint(std::wstring_view text, std::size_t& at) {
@@ -36,7 +42,8 @@ void appendUtf8(std::string& text, char32_t point) {
   const int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
   constexpr unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
   text.push_back(static_cast<char>(kLead[more] | (point >> (6 * more))));
-  for (int i = more - 1; i >= 0; --i) text.push_back(static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F)));
+  for (int i = more - 1; i >= 0; --i)
+    text.push_back(static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F)));
 }
 
 // The code point that starts at the position, or U+FFFD for one byte that starts none.
@@ -44,7 +51,10 @@ char32_t nextUtf8(std::string_view text, std::size_t& at) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(at++);
   if (lead < 0x80) return lead;
-  const int more = lead >= 0xF0 && lead < 0xF5 ? 3 : lead >= 0xE0 && lead < 0xF0 ? 2 : lead >= 0xC2 && lead < 0xE0 ? 1 : 0;
+  const int more = lead >= 0xF0 && lead < 0xF5   ? 3
+                   : lead >= 0xE0 && lead < 0xF0 ? 2
+                   : lead >= 0xC2 && lead < 0xE0 ? 1
+                                                 : 0;
   if (more == 0 || at + static_cast<std::size_t>(more) > text.size()) return kReplacement;
   char32_t point = lead & (0x3F >> more);
   for (int i = 0; i < more; ++i) {
@@ -96,14 +106,16 @@ std::wstring fromUtf16(const std::uint16_t* units, std::size_t count) {
 std::string toUtf8(std::wstring_view text) {
   std::string result;
   result.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) appendUtf8(result, nextCodePoint(text, at));
+  for (std::size_t at = 0; at < text.size();)
+    appendUtf8(result, nextCodePoint(text, at));
   return result;
 }
 
 std::wstring fromUtf8(std::string_view text) {
   std::wstring result;
   result.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) appendWide(result, nextUtf8(text, at));
+  for (std::size_t at = 0; at < text.size();)
+    appendWide(result, nextUtf8(text, at));
   return result;
 }
 

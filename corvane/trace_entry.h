@@ -13,10 +13,12 @@ class CS_TraceEntry {
  public:
   template <class... Arguments>
   explicit CS_TraceEntry(const wchar_t* format, Arguments... arguments) {
-    if (s_enabled.load(std::memory_order_relaxed)) [[unlikely]] enter(format, arguments...);
+    if (s_enabled.load(std::memory_order_relaxed)) [[unlikely]]
+      enter(format, arguments...);
   }
   ~CS_TraceEntry() {
-    if (m_active) [[unlikely]] leave();
+    if (m_active) [[unlikely]]
+      leave();
   }
   CS_TraceEntry(const CS_TraceEntry&) = delete;
   CS_TraceEntry& operator=(const CS_TraceEntry&) = delete;

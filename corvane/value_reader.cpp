@@ -1,15 +1,15 @@
 #include "corvane/value_reader.h"
 
-#include <algorithm>
-#include <cstring>
-#include <vector>
-
 #include "corvane/exception.h"
 #include "corvane/frame.h"
 #include "corvane/limits.h"
 #include "corvane/message_numbers.h"
 #include "corvane/text.h"
 #include "corvane/value_writer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
 
 namespace corvane {
 namespace {
@@ -108,9 +108,13 @@ std::span<const unsigned char> ValueReader::readPiece() {
   return piece;
 }
 
-bool ValueReader::atEnd() { return !m_inBytes && !refill(); }
+bool ValueReader::atEnd() {
+  return !m_inBytes && !refill();
+}
 
-char ValueReader::nextTag() { return atEnd() ? '\0' : static_cast<char>(m_frame.front()); }
+char ValueReader::nextTag() {
+  return atEnd() ? '\0' : static_cast<char>(m_frame.front());
+}
 
 void ValueReader::skipRest() {
   m_inBytes = false;

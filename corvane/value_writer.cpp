@@ -1,12 +1,12 @@
 #include "corvane/value_writer.h"
 
-#include <cstring>
-#include <cwchar>
-
 #include "corvane/exception.h"
 #include "corvane/frame.h"
 #include "corvane/message_numbers.h"
 #include "corvane/text.h"
+
+#include <cstring>
+#include <cwchar>
 
 namespace corvane {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "corvane/limits.h"
+
 #include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
-
-#include "corvane/limits.h"
 
 namespace corvane {
 

@@ -1,0 +1,33 @@
+#include "corvane/bridge.h"
+
+#include "corvane/bridge_worker.h"
+
+const wchar_t* const CS_Bridge::m_className = L"Quillfern::ComponentServer::Bridge";
+
+CS_Bridge::~CS_Bridge() = default;
+
+bool CS_Bridge::startServing() {
+  m_worker = std::make_shared<corvane::BridgeWorker>(*this);
+  return m_worker->start(this);
+}
+
+void CS_Bridge::deliver(const corvane::Frame& frame) {
+  if (m_worker != nullptr) m_worker->deliver(frame);
+}
+
+bool CS_Bridge::release() {
+  if (m_worker == nullptr) {
+    releaseChildren();
+  } else {
+    m_worker->stop(L"the bridge was released");
+  }
+  return true;
+}
+
+void CS_Bridge::served() {
+  releaseChildren();
+}
+
+bool CS_Bridge::waitForThreads(unsigned timeoutMilliseconds) {
+  return corvane::BridgeWorker::waitForAll(timeoutMilliseconds);
+}

@@ -1,0 +1,161 @@
+#include "corvane/bridge_router.h"
+
+#include "corvane/bridge.h"
+#include "corvane/channel.h"
+#include "corvane/connection.h"
+#include "corvane/exception.h"
+#include "corvane/frame.h"
+#include "corvane/link.h"
+#include "corvane/message_numbers.h"
+
+#include <mutex>
+
+namespace corvane {
+
+// What the two ends of a routed bridge share.
+struct Route {
+  struct End {
+    std::shared_ptr<Link> link;
+    std::uint32_t bridge = 0;
+  };
+  std::mutex lock;  // guards what follows; not held while sending
+  End ends[2];      // 0: where the bridge was made; 1: where it continues
+  std::uint64_t bytes = 0;
+  bool ended = false;
+  CS_BridgeRouter::EndHandler onEnd;
+};
+
+namespace {
+
+void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
+  FrameHeader header;
+  header.kind = FrameKind::kRelease;
+  header.component = bridge;
+  try {
+    link.sendText(header, reason.c_str());
+  } catch (const CS_Exception&) {
+    // That connection has ended as well, and its side knows.
+  }
+}
+
+}  // namespace
+}  // namespace corvane
+
+using corvane::Route;
+using corvane::sendRelease;
+
+const wchar_t* CS_BridgeRouter::getClassName() {
+  return L"Quillfern::ComponentServer::BridgeRouter";
+}
+
+CS_BridgeRouter::~CS_BridgeRouter() = default;
+
+void CS_BridgeRouter::onEnd(EndHandler handler) {
+  m_onEnd = std::move(handler);
+}
+
+bool CS_BridgeRouter::isRouted() const {
+  return route() != nullptr;
+}
+
+std::shared_ptr<Route> CS_BridgeRouter::route() const {
+  const std::lock_guard guard(m_routeLock);
+  return m_route;
+}
+
+bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
+  CS_Channel* here = getChannel(true);
+  if (here == nullptr || !connection || !connection->isConnected() || isRouted()) return false;
+
+  auto route = std::make_shared<Route>();
+  CS_RCPtr<CS_BridgeRouter> other = new CS_BridgeRouter;
+  other->setIdentifier(connection->nextIdentifier());
+  route->ends[0] = {here->sharedLink(), getIdentifier()};
+  route->ends[1] = {connection->link(), other->getIdentifier()};
+  route->onEnd = std::move(m_onEnd);
+  other->m_route = route;
+  other->m_end = 1;
+  if (!connection->addChild(other.get())) return false;
+  {
+    const std::lock_guard guard(m_routeLock);
+    m_route = route;
+  }
+  corvane::FrameHeader header;
+  header.kind = corvane::FrameKind::kCreate;
+  header.component = other->getIdentifier();
+  corvane::ValueWriter values;
+  values.writeText(CS_Bridge::m_className);
+  try {
+    connection->link()->announce(header, values);
+  } catch (const CS_Exception&) {
+    end(L"the connection that the bridge was to continue on has ended", false);
+    return false;
+  }
+  return true;
+}
+
+void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
+  const std::shared_ptr<Route> through = route();
+  Route::End to;
+  if (through != nullptr) {
+    const std::lock_guard guard(through->lock);
+    if (!through->ended) to = through->ends[1 - m_end];
+  }
+  std::uint64_t payload = 0;
+  for (std::size_t at = 0; at < frames.size();) {
+    const auto bytes = frames.subspan(at);
+    const corvane::FrameHeader header = corvane::decodeHeader(bytes.first<corvane::kFrameHeaderSize>());
+    if (to.link == nullptr) answerUnrouted(header);
+    corvane::storeLittleEndian32(&bytes[corvane::kFrameBridgeOffset], to.bridge);
+    payload += header.length;
+    at += corvane::kFrameHeaderSize + header.length;
+  }
+  if (to.link == nullptr) return;
+  if (m_end == 0) {
+    const std::lock_guard guard(through->lock);
+    through->bytes += payload;
+  }
+  try {
+    to.link->sendFrames(frames);
+  } catch (const CS_Exception& exception) {
+    end(exception.detail(), false);
+    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), exception.detail());
+  }
+}
+
+void CS_BridgeRouter::answerUnrouted(const corvane::FrameHeader& header) {
+  if (header.kind != corvane::FrameKind::kRequest || !header.wantsReply() || header.hasMore()) return;
+  corvane::FrameHeader answer = header;
+  answer.kind = corvane::FrameKind::kFailure;
+  answer.flags = 0;
+  getChannel(true)->link().sendText(answer, L"the bridge leads to no print client");
+}
+
+bool CS_BridgeRouter::release() {
+  end(L"the other side of the bridge has gone", true);
+  return true;
+}
+
+void CS_BridgeRouter::releasedByPeer(const std::wstring& reason) {
+  end(reason, true);
+}
+
+void CS_BridgeRouter::end(const std::wstring& reason, bool tellOther) {
+  const std::shared_ptr<Route> through = route();
+  if (through == nullptr) return;
+  Route::End other;
+  EndHandler onEnd;
+  std::uint64_t bytes = 0;
+  {
+    const std::lock_guard guard(through->lock);
+    if (through->ended) return;
+    through->ended = true;
+    other = through->ends[1 - m_end];
+    onEnd = std::move(through->onEnd);
+    bytes = through->bytes;
+    for (Route::End& each : through->ends)
+      each.link.reset();
+  }
+  if (tellOther) sendRelease(*other.link, other.bridge, reason);
+  if (onEnd) onEnd(bytes, reason);
+}

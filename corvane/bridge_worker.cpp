@@ -1,0 +1,159 @@
+#include "corvane/bridge_worker.h"
+
+#include "corvane/bridge.h"
+#include "corvane/byte_source.h"
+#include "corvane/exception.h"
+#include "corvane/limits.h"
+#include "corvane/local_monitor.h"
+#include "corvane/message_numbers.h"
+
+#include <system_error>
+#include <thread>
+
+namespace corvane {
+namespace {
+
+constexpr std::size_t kMaxSpare = 8;
+
+// The threads of all bridges of this process, counted for the end of the program.
+struct Threads {
+  std::mutex lock;
+  std::condition_variable changed;
+  int running = 0;
+};
+
+Threads& threads() {
+  static auto* const instance = new Threads;
+  return *instance;
+}
+
+void countThread(int change) {
+  const std::lock_guard guard(threads().lock);
+  threads().running += change;
+  threads().changed.notify_all();
+}
+
+}  // namespace
+
+// Gives a request its frames as they arrive.
+class BridgeWorker::Source : public FrameSource {
+ public:
+  Source(BridgeWorker& worker, OwnedFrame first) : m_worker(worker), m_frame(std::move(first)) {}
+
+  bool next(std::span<const unsigned char>& payload) override {
+    if (m_started) {
+      if (!m_frame.header.hasMore()) return false;
+      const FrameHeader previous = m_frame.header;
+      m_worker.recycle(m_frame);
+      m_frame = m_worker.take();
+      if (m_frame.header.kind != FrameKind::kRequest || m_frame.header.correlation != previous.correlation) {
+        throw CS_Exception(kProtocolViolation, L"frames of two requests are mixed");
+      }
+    }
+    m_started = true;
+    payload = m_frame.payload;
+    return true;
+  }
+
+ private:
+  BridgeWorker& m_worker;
+  OwnedFrame m_frame;
+  bool m_started = false;
+};
+
+BridgeWorker::BridgeWorker(CS_Bridge& bridge) : m_serving(bridge) {}
+
+bool BridgeWorker::start(const CS_RCPtr<CS_Bridge>& bridge) {
+  countThread(1);
+  try {
+    std::thread([self = shared_from_this(), held = CS_RCPtr<CS_Bridge>(bridge)]() mutable {
+      self->run(held);
+      held = nullptr;
+      self.reset();
+      countThread(-1);
+    }).detach();
+    return true;
+  } catch (const std::system_error&) {
+    countThread(-1);
+    return false;
+  }
+}
+
+void BridgeWorker::deliver(const Frame& frame) {
+  std::unique_lock lock(m_lock);
+  m_changed.wait(lock, [&] { return m_stopped || (m_bytes < kMaxInboxBytes && m_frames.size() < kMaxInboxFrames); });
+  if (m_stopped) return;
+  OwnedFrame owned;
+  owned.header = frame.header;
+  if (!m_spare.empty()) {
+    owned.payload = std::move(m_spare.back());
+    m_spare.pop_back();
+  }
+  owned.payload.assign(frame.payload().begin(), frame.payload().end());
+  m_bytes += owned.payload.size();
+  m_frames.push_back(std::move(owned));
+  m_changed.notify_all();
+}
+
+BridgeWorker::OwnedFrame BridgeWorker::take() {
+  std::unique_lock lock(m_lock);
+  m_changed.wait(lock, [&] { return m_stopped || !m_frames.empty(); });
+  if (m_stopped) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
+  OwnedFrame frame = std::move(m_frames.front());
+  m_frames.pop_front();
+  m_bytes -= frame.payload.size();
+  m_changed.notify_all();
+  return frame;
+}
+
+void BridgeWorker::recycle(OwnedFrame& frame) {
+  const std::lock_guard guard(m_lock);
+  if (m_spare.size() < kMaxSpare) m_spare.push_back(std::move(frame.payload));
+}
+
+void BridgeWorker::stop(const std::wstring& reason) {
+  const std::lock_guard guard(m_lock);
+  if (m_stopped) return;
+  m_stopped = true;
+  m_reason = reason;
+  m_frames.clear();
+  m_changed.notify_all();
+}
+
+void BridgeWorker::run(const CS_RCPtr<CS_Bridge>& bridge) {
+  try {
+    for (;;)
+      serveOne(take());
+  } catch (const CS_Exception& exception) {
+    if (exception.number() != kConnectionLost) LocalMonitor::instance().writeLine(L"bridge", exception.detail());
+    stop(exception.detail());
+  } catch (...) {
+    stop(messageText(kUnknownException));
+  }
+  bridge->served();
+}
+
+void BridgeWorker::serveOne(OwnedFrame frame) {
+  const FrameHeader header = frame.header;
+  switch (header.kind) {
+    case FrameKind::kCreate:
+      m_serving.create(header, frame.payload);
+      return;
+    case FrameKind::kRequest:
+      m_serving.request(header, std::make_unique<Source>(*this, std::move(frame)));
+      return;
+    case FrameKind::kRelease:
+      m_serving.release(header, readText(frame.payload));
+      return;
+    default:
+      throw CS_Exception(kProtocolViolation, L"frame kind %d on a bridge", static_cast<int>(header.kind));
+  }
+}
+
+bool BridgeWorker::waitForAll(unsigned timeoutMilliseconds) {
+  std::unique_lock lock(threads().lock);
+  return threads().changed.wait_for(lock, std::chrono::milliseconds(timeoutMilliseconds),
+                                    [] { return threads().running == 0; });
+}
+
+}  // namespace corvane

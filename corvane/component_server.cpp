@@ -1,0 +1,98 @@
+#include "corvane/component_server.h"
+
+#include "corvane/bridge.h"
+#include "corvane/bridge_router.h"
+#include "corvane/host_properties.h"
+#include "corvane/program_monitor_c.h"
+#include "corvane/simple_class.h"
+#include "corvane/socket.h"
+#include "corvane/trace_entry.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Never destroyed: components may still be destroyed by their classes while the process ends.
+struct Registry {
+  std::mutex lock;  // guards what follows
+  std::map<std::wstring, CS_Class*> classes;
+  std::set<std::wstring> offered;
+  std::vector<std::unique_ptr<CS_Class>> owned;
+  bool hasBuiltIns = false;
+};
+
+Registry& registry() {
+  alignas(Registry) static unsigned char storage[sizeof(Registry)];
+  static auto* const instance = new (storage) Registry;
+  return *instance;
+}
+
+}  // namespace
+
+bool CS_ComponentServer::initialize(unsigned, unsigned) {
+  try {
+    if (!corvane::initializeNetwork()) return false;
+    CS_TraceEntry::enable(HostProperties::getInstance().trace());
+    {
+      const std::lock_guard guard(registry().lock);
+      if (registry().hasBuiltIns) return true;
+      registry().hasBuiltIns = true;
+    }
+    const CS_Version version(1, 0, 0, 0);
+    CS_ComponentServer* server = getServer();
+    return server->registerClass(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(version)) &&
+           server->registerClass(CS_BridgeRouter::getClassName(), new corvane::SimpleClass<CS_BridgeRouter>(version)) &&
+           server->registerClass(CS_ProgramMonitor_c::m_className,
+                                 new corvane::SimpleClass<CS_ProgramMonitor_c>(version));
+  } catch (...) {
+    return false;
+  }
+}
+
+CS_ComponentServer* CS_ComponentServer::getServer() {
+  static CS_ComponentServer server;
+  return &server;
+}
+
+bool CS_ComponentServer::registerClass(const wchar_t* name, CS_Class* componentClass) {
+  std::unique_ptr<CS_Class> taken(componentClass);
+  if (name == nullptr || taken == nullptr) return false;
+  const std::lock_guard guard(registry().lock);
+  registry().owned.push_back(std::move(taken));
+  registry().classes[name] = componentClass;
+  return true;
+}
+
+bool CS_ComponentServer::offerClass(const wchar_t* name) {
+  const std::lock_guard guard(registry().lock);
+  if (name == nullptr || !registry().classes.contains(name)) return false;
+  registry().offered.insert(name);
+  return true;
+}
+
+CS_Class* CS_ComponentServer::findClass(const wchar_t* name) {
+  if (name == nullptr) return nullptr;
+  const std::lock_guard guard(registry().lock);
+  const auto found = registry().classes.find(name);
+  return found == registry().classes.end() ? nullptr : found->second;
+}
+
+CS_Class* CS_ComponentServer::findOfferedClass(const wchar_t* name) {
+  {
+    const std::lock_guard guard(registry().lock);
+    if (name == nullptr || !registry().offered.contains(name)) return nullptr;
+  }
+  return findClass(name);
+}
+
+void CS_ComponentServer::copyRegisteredClassVersionMap(CS_ClassVersionMap& map) {
+  const std::lock_guard guard(registry().lock);
+  for (const auto& [name, componentClass] : registry().classes)
+    map.set(name, componentClass->version());
+}

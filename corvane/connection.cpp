@@ -1,0 +1,113 @@
+#include "corvane/connection.h"
+
+#include "corvane/channel.h"
+#include "corvane/dispatcher.h"
+#include "corvane/exception.h"
+#include "corvane/link.h"
+#include "corvane/local_monitor.h"
+#include "corvane/message_numbers.h"
+#include "corvane/process.h"
+#include "corvane/text.h"
+
+#include <thread>
+
+namespace {
+
+constexpr std::chrono::seconds kPauseBetweenAttempts{5};
+
+corvane::HelloValues ownGreeting() {
+  return {{L"process", std::to_wstring(corvane::processId())}};
+}
+
+}  // namespace
+
+CS_Connection::CS_Connection() = default;
+CS_Connection::~CS_Connection() {
+  if (m_link != nullptr) m_link->setHandler(nullptr);
+}
+
+CS_RCPtr<CS_Connection> CS_Connection::create() {
+  return new CS_Connection;
+}
+
+void CS_Connection::take(std::shared_ptr<corvane::Link> link, std::uint32_t firstIdentifier) {
+  m_nextIdentifier = firstIdentifier;
+  m_dispatcher = std::make_unique<corvane::Dispatcher>(*this);
+  m_channel = std::make_unique<CS_Channel>(link, 0, 0);
+  link->setHandler(m_dispatcher.get());
+  m_link = std::move(link);
+}
+
+CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket) {
+  auto link = std::make_shared<corvane::Link>(std::move(socket));
+  CS_RCPtr<CS_Connection> connection = create();
+  connection->m_peerValues = link->welcome(ownGreeting(), corvane::after(kHandshakeMilliseconds));
+  connection->take(std::move(link), 2);
+  return connection;
+}
+
+void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying) {
+  if (host == nullptr || hostValue < 1 || hostValue > 65535 || m_link != nullptr) {
+    throw CS_Exception(corvane::kBadArgument, nullptr);
+  }
+  for (bool said = false;; said = true) {
+    try {
+      auto link = std::make_shared<corvane::Link>(corvane::Socket::connect(
+          corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0));
+      m_peerValues = link->greet(ownGreeting(), corvane::after(kHandshakeMilliseconds));
+      take(std::move(link), 1);
+      return;
+    } catch (const CS_Exception& exception) {
+      if (!said) corvane::LocalMonitor::instance().writeLine(L"connection", exception.detail());
+      if (!keepTrying) throw;
+    }
+    std::this_thread::sleep_for(kPauseBetweenAttempts);
+  }
+}
+
+bool CS_Connection::destroy(const CS_RCPtr<CS_Connection>& connection, bool releaseComponents) {
+  if (!connection || connection->m_link == nullptr) return false;
+  connection->m_releaseComponents = releaseComponents;
+  connection->m_link->end(L"the connection was closed on this side");
+  return true;
+}
+
+void CS_Connection::linkEnded(const std::wstring& reason) {
+  const CS_RCPtr<CS_Connection> self = this;  // its components may hold the last references to it
+  if (m_releaseComponents) releaseChildren();
+  if (m_onEnd) m_onEnd(reason);
+}
+
+std::wstring CS_Connection::serve() {
+  if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  const CS_RCPtr<CS_Connection> self = this;
+  return m_link->serve();
+}
+
+void CS_Connection::onEnd(std::function<void(const std::wstring&)> handler) {
+  m_onEnd = std::move(handler);
+}
+
+bool CS_Connection::release() {
+  return destroy(this, true);
+}
+
+CS_RCPtr<CS_Component> CS_Connection::getRootOwner() {
+  return this;
+}
+
+CS_Channel* CS_Connection::getChannel(bool) {
+  return m_channel.get();
+}
+
+bool CS_Connection::isConnected() const {
+  return m_link != nullptr && !m_link->hasEnded();
+}
+
+std::uint32_t CS_Connection::nextIdentifier() {
+  return m_nextIdentifier.fetch_add(2);
+}
+
+std::string CS_Connection::peerName() const {
+  return m_link == nullptr ? std::string() : m_link->peerName();
+}

@@ -1,0 +1,115 @@
+#include "corvane/dispatcher.h"
+
+#include "corvane/bridge.h"
+#include "corvane/bridge_router.h"
+#include "corvane/byte_source.h"
+#include "corvane/connection.h"
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
+
+namespace corvane {
+
+Dispatcher::Dispatcher(CS_Connection& connection) : m_connection(connection), m_serving(connection) {}
+
+void Dispatcher::onFrame(Frame& frame) {
+  if (frame.header.bridge != 0) {
+    onBridgeFrame(frame);
+  } else {
+    flushRun();
+    onConnectionFrame(frame);
+  }
+}
+
+void Dispatcher::onBatchEnd() {
+  flushRun();
+  m_bridge = nullptr;
+  m_router = nullptr;
+}
+
+void Dispatcher::onLinkEnd(const std::wstring& reason) {
+  m_connection.linkEnded(reason);
+}
+
+void Dispatcher::onBridgeFrame(Frame& frame) {
+  if (!m_bridge || m_bridge->getIdentifier() != frame.header.bridge) {
+    flushRun();
+    m_bridge = m_connection.getChild(frame.header.bridge);
+    m_router = dynamic_cast<CS_BridgeRouter*>(m_bridge.get());
+  }
+  if (m_router != nullptr) {
+    if (!m_run.empty() && m_run.data() + m_run.size() == frame.bytes.data()) {
+      m_run = std::span(m_run.data(), m_run.size() + frame.bytes.size());
+    } else {
+      flushRun();
+      m_run = frame.bytes;
+    }
+    return;
+  }
+  if (frame.header.kind == FrameKind::kReply || frame.header.kind == FrameKind::kFailure) {
+    m_connection.link()->complete(frame);
+  } else if (auto* bridge = dynamic_cast<CS_Bridge*>(m_bridge.get())) {
+    bridge->deliver(frame);
+  } else if (frame.header.kind == FrameKind::kRequest && frame.header.wantsReply() && !frame.header.hasMore()) {
+    // The bridge has ended here while the peer was still sending.
+    FrameHeader answer = frame.header;
+    answer.kind = FrameKind::kFailure;
+    answer.flags = 0;
+    m_connection.link()->sendText(answer, L"the bridge does not exist any more");
+  }
+}
+
+void Dispatcher::onConnectionFrame(Frame& frame) {
+  const FrameHeader& header = frame.header;
+  switch (header.kind) {
+    case FrameKind::kReply:
+    case FrameKind::kFailure:
+      m_connection.link()->complete(frame);
+      return;
+    case FrameKind::kCreate:
+      m_serving.create(header, frame.payload());
+      return;
+    case FrameKind::kRelease: {
+      const std::wstring reason = readText(frame.payload());
+      m_connection.link()->endBridge(header.component, reason);
+      m_serving.release(header, reason);
+      return;
+    }
+    case FrameKind::kRequest:
+      if (!m_collecting && !header.hasMore()) {
+        m_serving.request(header, std::make_unique<SpanSource>(frame.payload()));
+      } else {
+        collect(frame);
+      }
+      return;
+    case FrameKind::kHello:
+    case FrameKind::kWelcome:
+      throw CS_Exception(kProtocolViolation, L"a second greeting");
+  }
+}
+
+void Dispatcher::collect(const Frame& frame) {
+  if (!m_collecting) {
+    m_first = frame.header;
+    m_collecting = true;
+  }
+  if (frame.header.correlation != m_first.correlation || frame.header.component != m_first.component) {
+    throw CS_Exception(kProtocolViolation, L"frames of two requests are mixed");
+  }
+  m_collected.insert(m_collected.end(), frame.payload().begin(), frame.payload().end());
+  if (m_collected.size() > kMaxCollectedRequest) {
+    throw CS_Exception(kLimitExceeded, L"a request of more than %u bytes", static_cast<unsigned>(kMaxCollectedRequest));
+  }
+  if (frame.header.hasMore()) return;
+  m_collecting = false;
+  std::vector<unsigned char> bytes;
+  bytes.swap(m_collected);
+  m_serving.request(frame.header, std::make_unique<ByteSource>(std::move(bytes)));
+}
+
+void Dispatcher::flushRun() {
+  if (m_run.empty()) return;
+  const std::span<unsigned char> run = std::exchange(m_run, {});
+  m_router->forward(run);
+}
+
+}  // namespace corvane

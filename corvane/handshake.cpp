@@ -1,0 +1,96 @@
+// The handshake of Link: each side sends one frame with named values, so that later versions can add to it.
+
+#include "corvane/byte_source.h"
+#include "corvane/exception.h"
+#include "corvane/link.h"
+#include "corvane/message_numbers.h"
+
+namespace corvane {
+namespace {
+
+constexpr wchar_t kProtocolName[] = L"corvane";
+
+void write(ValueWriter& writer, const HelloValues& values) {
+  writer.writeText(kProtocolName);
+  writer.writeInt(static_cast<int>(values.size()));
+  for (const auto& [name, value] : values) {
+    writer.writeText(name.c_str());
+    writer.writeText(value.c_str());
+  }
+}
+
+FrameHeader helloHeader(FrameKind kind) {
+  FrameHeader header;
+  header.kind = kind;
+  header.number = kProtocolVersion;
+  return header;
+}
+
+}  // namespace
+
+Frame Link::awaitFrame(Deadline deadline) {
+  for (;;) {
+    if (auto frame = m_reader.next()) return *frame;
+    switch (m_reader.fill(m_socket, deadline)) {
+      case FrameReader::Fill::kData:
+        break;
+      case FrameReader::Fill::kTimedOut:
+        throw CS_Exception(kConnectFailed, L"the other side did not finish the handshake in time");
+      case FrameReader::Fill::kClosed:
+        throw CS_Exception(kConnectFailed, L"the other side closed the connection during the handshake");
+    }
+  }
+}
+
+HelloValues Link::readHello(const Frame& frame, FrameKind kind) {
+  if (frame.header.kind == FrameKind::kFailure) {
+    throw CS_Exception(kConnectFailed, L"%s", readText(frame.payload()).c_str());
+  }
+  if (frame.header.kind != kind)
+    throw CS_Exception(kProtocolViolation, L"the connection does not begin with a greeting");
+  ValueReader reader(std::make_unique<SpanSource>(frame.payload()));
+  if (reader.readText() != kProtocolName) {
+    throw CS_Exception(kProtocolViolation, L"the greeting is for another protocol");
+  }
+  const int count = reader.readInt();
+  if (count < 0 || static_cast<std::size_t>(count) > kMaxHelloValues) {
+    throw CS_Exception(kLimitExceeded, L"a greeting with %d values", count);
+  }
+  HelloValues values;
+  for (int i = 0; i < count; ++i) {
+    std::wstring name = reader.readText();
+    values[std::move(name)] = reader.readText();
+  }
+  return values;
+}
+
+HelloValues Link::greet(const HelloValues& values, Deadline deadline) {
+  ValueWriter writer;
+  write(writer, values);
+  send(helloHeader(FrameKind::kHello), writer);
+  const Frame answer = awaitFrame(deadline);
+  HelloValues theirs = readHello(answer, FrameKind::kWelcome);
+  if (answer.header.number != kProtocolVersion) {
+    throw CS_Exception(kConnectFailed, L"the other side speaks version %d of the protocol, this one version %d",
+                       static_cast<int>(answer.header.number), static_cast<int>(kProtocolVersion));
+  }
+  return theirs;
+}
+
+HelloValues Link::welcome(const HelloValues& values, Deadline deadline) {
+  const Frame greeting = awaitFrame(deadline);
+  HelloValues theirs = readHello(greeting, FrameKind::kHello);
+  if (greeting.header.number != kProtocolVersion) {
+    const CS_Exception mismatch(kConnectFailed,
+                                L"this side speaks version %d of the protocol, the other one version %d",
+                                static_cast<int>(kProtocolVersion), static_cast<int>(greeting.header.number));
+    sendText(helloHeader(FrameKind::kFailure), mismatch.detail());
+    throw mismatch;
+  }
+  ValueWriter writer;
+  write(writer, values);
+  send(helloHeader(FrameKind::kWelcome), writer);
+  return theirs;
+}
+
+}  // namespace corvane

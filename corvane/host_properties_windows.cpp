@@ -1,0 +1,47 @@
+#include "corvane/host_properties.h"
+#include "corvane/last_error.h"
+
+#include <windows.h>
+
+namespace {
+
+constexpr wchar_t kKey[] = L"SOFTWARE\\Quillfern\\Corvane";
+
+unsigned long readNumber(const wchar_t* name, unsigned long defaultValue) {
+  const corvane::LastErrorKeeper keeper;
+  DWORD value = 0;
+  DWORD size = sizeof value;
+  return ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) == ERROR_SUCCESS
+             ? value
+             : defaultValue;
+}
+
+}  // namespace
+
+const HostProperties& HostProperties::getInstance() {
+  static const HostProperties instance;
+  return instance;
+}
+
+int HostProperties::hostValue() const {
+  const unsigned long port = readNumber(L"Port", kDefaultPort);
+  return port > 0 && port < 65536 ? static_cast<int>(port) : kDefaultPort;
+}
+
+std::wstring HostProperties::logFile() const {
+  const corvane::LastErrorKeeper keeper;
+  wchar_t path[MAX_PATH] = {};
+  DWORD size = sizeof path;
+  if (::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, L"LogFile", RRF_RT_REG_SZ, nullptr, path, &size) != ERROR_SUCCESS) {
+    return {};
+  }
+  return path;
+}
+
+unsigned long HostProperties::logLimit() const {
+  return readNumber(L"LogLimit", kDefaultLogLimit);
+}
+
+bool HostProperties::trace() const {
+  return readNumber(L"Trace", 0) != 0;
+}

@@ -1,0 +1,182 @@
+#include "corvane/link.h"
+
+#include "corvane/byte_source.h"
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
+
+#include <algorithm>
+
+namespace corvane {
+
+Link::Link(Socket socket) : m_socket(std::move(socket)) {}
+
+void Link::setHandler(FrameHandler* handler) {
+  const std::lock_guard guard(m_stateLock);
+  m_handler = handler;
+}
+
+bool Link::hasEnded() const {
+  const std::lock_guard guard(m_stateLock);
+  return m_ended;
+}
+
+std::wstring Link::reason() const {
+  const std::lock_guard guard(m_stateLock);
+  return m_reason;
+}
+
+void Link::end(const std::wstring& reason) {
+  FrameHandler* handler = nullptr;
+  {
+    const std::lock_guard guard(m_stateLock);
+    if (m_ended) return;
+    m_ended = true;
+    m_reason = reason;
+    handler = std::exchange(m_handler, nullptr);
+    m_changed.notify_all();
+  }
+  m_socket.shutdown();
+  if (handler != nullptr) handler->onLinkEnd(reason);
+}
+
+void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
+  const std::lock_guard guard(m_stateLock);
+  m_endedBridges.emplace(bridge, reason);
+  for (const auto& [correlation, pending] : m_pending) {
+    if (pending->m_bridge != bridge || pending->m_done) continue;
+    pending->m_done = pending->m_failed = true;
+    pending->m_failure = kConnectionLost;
+    pending->m_reason = reason;
+  }
+  m_changed.notify_all();
+}
+
+// Reading by turns
+
+void Link::readOnce(std::optional<Deadline> deadline) {
+  auto frame = m_reader.next();
+  if (!frame) {
+    switch (m_reader.fill(m_socket, deadline)) {
+      case FrameReader::Fill::kTimedOut:
+        return;
+      case FrameReader::Fill::kClosed:
+        throw CS_Exception(kConnectionLost, m_reader.isBetweenFrames()
+                                                ? L"the other side closed the connection"
+                                                : L"the other side closed the connection in the middle of a frame");
+      case FrameReader::Fill::kData:
+        frame = m_reader.next();
+    }
+  }
+  FrameHandler* handler;
+  {
+    const std::lock_guard guard(m_stateLock);
+    handler = m_handler;
+  }
+  for (; frame; frame = m_reader.next()) {
+    if (handler != nullptr) handler->onFrame(*frame);
+  }
+  if (handler != nullptr) handler->onBatchEnd();
+}
+
+std::wstring Link::serve() {
+  {
+    std::unique_lock lock(m_stateLock);
+    m_changed.wait(lock, [&] { return !m_hasLeader || m_ended; });
+    m_hasLeader = true;
+  }
+  try {
+    while (!hasEnded())
+      readOnce(std::nullopt);
+  } catch (const CS_Exception& exception) {
+    end(exception.detail());
+  } catch (const std::exception&) {
+    end(L"not enough memory");
+  }
+  const std::lock_guard guard(m_stateLock);
+  m_hasLeader = false;
+  m_changed.notify_all();
+  return m_reason;
+}
+
+Link::Pending::Pending(Link& link, std::uint32_t bridge) : m_link(link), m_bridge(bridge) {
+  const std::lock_guard guard(link.m_stateLock);
+  do {
+    m_correlation = ++link.m_lastCorrelation;
+  } while (m_correlation == 0 || !link.m_pending.emplace(m_correlation, this).second);
+}
+
+Link::Pending::~Pending() {
+  const std::lock_guard guard(m_link.m_stateLock);
+  m_link.m_pending.erase(m_correlation);
+}
+
+std::vector<unsigned char> Link::Pending::wait(Deadline deadline) {
+  std::unique_lock lock(m_link.m_stateLock);
+  while (!m_done) {
+    if (m_link.m_ended) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
+    if (std::chrono::steady_clock::now() >= deadline) throw CS_Exception(kReplyTimedOut, nullptr);
+    if (m_link.m_hasLeader) {
+      m_link.m_changed.wait_until(lock, deadline);
+      continue;
+    }
+    m_link.m_hasLeader = true;
+    lock.unlock();
+    std::wstring failure;
+    bool failed = false;
+    try {
+      m_link.readOnce(deadline);
+    } catch (const CS_Exception& exception) {
+      failed = true;
+      failure = exception.detail();
+    } catch (const std::exception&) {
+      failed = true;
+      failure = L"not enough memory";
+    }
+    if (failed) m_link.end(failure);
+    lock.lock();
+    m_link.m_hasLeader = false;
+    m_link.m_changed.notify_all();
+  }
+  if (m_failed) throw CS_Exception(m_failure, L"%s", m_reason.c_str());
+  return std::move(m_bytes);
+}
+
+void Link::complete(const Frame& frame) {
+  const std::lock_guard guard(m_stateLock);
+  const auto found = m_pending.find(frame.header.correlation);
+  if (found == m_pending.end()) return;
+  Pending& pending = *found->second;
+  if (pending.m_done || pending.m_bridge != frame.header.bridge) return;
+  pending.m_bytes.insert(pending.m_bytes.end(), frame.payload().begin(), frame.payload().end());
+  if (pending.m_bytes.size() > kMaxCollectedReply) {
+    throw CS_Exception(kLimitExceeded, L"a reply of more than %u bytes", static_cast<unsigned>(kMaxCollectedReply));
+  }
+  if (frame.header.hasMore()) return;
+  pending.m_done = true;
+  if (frame.header.kind == FrameKind::kFailure) {
+    pending.m_failed = true;
+    pending.m_failure = kRequestRefused;
+    pending.m_reason = readText(pending.m_bytes);
+  }
+  m_changed.notify_all();
+}
+
+void Link::lookForNews() {
+  {
+    const std::lock_guard guard(m_stateLock);
+    if (m_hasLeader || m_ended) return;
+    m_hasLeader = true;
+  }
+  std::wstring failure;
+  try {
+    readOnce(std::chrono::steady_clock::now());
+  } catch (const CS_Exception& exception) {
+    failure = exception.detail();
+  }
+  if (!failure.empty()) end(failure);
+  const std::lock_guard guard(m_stateLock);
+  m_hasLeader = false;
+  m_changed.notify_all();
+}
+
+}  // namespace corvane

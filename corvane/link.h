@@ -1,0 +1,127 @@
+#pragma once
+
+#include "corvane/frame_reader.h"
+#include "corvane/socket.h"
+#include "corvane/value_writer.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace corvane {
+
+// Takes the frames that are no replies to somebody waiting on this side. Called by the thread that reads the link.
+class FrameHandler {
+ public:
+  virtual ~FrameHandler() = default;
+  virtual void onFrame(Frame& frame) = 0;
+  // No further frame of this receive follows; the frames handed over become invalid.
+  virtual void onBatchEnd() = 0;
+  // The link has ended; called once, by whichever thread noticed, without any lock held.
+  virtual void onLinkEnd(const std::wstring& reason) = 0;
+};
+
+// A named value of the handshake.
+using HelloValues = std::map<std::wstring, std::wstring>;
+
+// The frames of one connection: sending in one gathered send each, and reading by turns. A thread that waits for a
+// reply becomes the leader and reads for everybody, until its own reply is there; then another waiter leads. A thread
+// in serve() leads for good. Any thread may send and wait; a thread that is handling a frame must not wait on the same
+// link, because it is the one that reads it.
+//
+// The first failure, an end by the peer, or end() ends the link for good: every waiter gets a CS_Exception (3102).
+class Link {
+ public:
+  explicit Link(Socket socket);
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  // The two sides of the handshake; throws CS_Exception (3101, 3105) when it fails within the deadline.
+  HelloValues greet(const HelloValues& values, Deadline deadline);
+  HelloValues welcome(const HelloValues& values, Deadline deadline);
+
+  // Where frames go; null once nobody wants them any more.
+  void setHandler(FrameHandler* handler);
+
+  // Puts a frame in front of the next one that is sent: it costs no send of its own.
+  void announce(const FrameHeader& header, const ValueWriter& values);
+  // Sends the values as one frame, or as several of the same header where they are longer; nothing else comes between.
+  void send(FrameHeader header, const ValueWriter& values);
+  // Sends complete frames as they are.
+  void sendFrames(std::span<const unsigned char> frames);
+  // A frame that carries nothing but a text.
+  void sendText(const FrameHeader& header, const wchar_t* text);
+
+  std::uint32_t nextCorrelation();
+
+  // A reply that somebody waits for; registered for as long as it lives.
+  class Pending {
+   public:
+    Pending(Link& link, std::uint32_t bridge);
+    ~Pending();
+    Pending(const Pending&) = delete;
+    Pending& operator=(const Pending&) = delete;
+    std::uint32_t correlation() const { return m_correlation; }
+    // Waits until the reply is complete and returns its bytes. Throws CS_Exception: 3103 when the deadline passed, 3104
+    // with the peer's words when it refused, 3102 when the link or the bridge ended.
+    std::vector<unsigned char> wait(Deadline deadline);
+
+   private:
+    friend class Link;
+    Link& m_link;
+    std::uint32_t m_bridge;
+    std::uint32_t m_correlation;
+    bool m_done = false;
+    bool m_failed = false;
+    int m_failure = 0;
+    std::wstring m_reason;
+    std::vector<unsigned char> m_bytes;
+  };
+
+  // Takes a reply or failure for somebody waiting; one that nobody waits for any more is dropped.
+  void complete(const Frame& frame);
+  // Fails whoever waits on the bridge, and every later send to it.
+  void endBridge(std::uint32_t bridge, const std::wstring& reason);
+
+  // Reads and hands over frames until the link ends; returns the reason.
+  std::wstring serve();
+  // Ends the link; the first reason stays. Never blocks.
+  void end(const std::wstring& reason);
+  bool hasEnded() const;
+  std::wstring reason() const;
+  std::string peerName() const { return m_socket.peerName(); }
+
+  // How much is sent before a sender looks whether the peer has said something meanwhile.
+  static constexpr std::size_t kLookEvery = 1024 * 1024;
+
+ private:
+  void readOnce(std::optional<Deadline> deadline);
+  void lookForNews();
+  void throwIfEnded(std::uint32_t bridge);
+  void sendPieces(std::span<const Socket::Piece> pieces);
+  Frame awaitFrame(Deadline deadline);
+  HelloValues readHello(const Frame& frame, FrameKind kind);
+
+  Socket m_socket;
+  FrameReader m_reader;  // used by the leader only
+
+  std::mutex m_sendLock;  // guards what follows, and the order of frames on the socket
+  std::vector<unsigned char> m_announcements;
+  std::size_t m_sentSinceLook = 0;
+
+  mutable std::mutex m_stateLock;  // guards what follows; never held while sending, receiving or handling
+  std::condition_variable m_changed;
+  bool m_hasLeader = false;
+  bool m_ended = false;
+  std::wstring m_reason;
+  FrameHandler* m_handler = nullptr;
+  std::uint32_t m_lastCorrelation = 0;
+  std::map<std::uint32_t, Pending*> m_pending;
+  std::map<std::uint32_t, std::wstring> m_endedBridges;
+};
+
+}  // namespace corvane

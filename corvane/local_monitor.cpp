@@ -1,0 +1,123 @@
+#include "corvane/local_monitor.h"
+
+#include "corvane/last_error.h"
+#include "corvane/levels.h"
+#include "corvane/process.h"
+#include "corvane/text.h"
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <cwchar>
+#include <new>
+#include <string>
+
+namespace corvane {
+namespace {
+
+class NoSink : public LogSink {
+ public:
+  void write(std::string_view) noexcept override {}
+};
+
+// "2026-03-01 12:30:05.123 4711.5 ": local time, process and thread.
+std::size_t writeStamp(char* buffer, std::size_t size) {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto milliseconds =
+      static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000);
+  const std::tm parts = localTime(seconds);
+  const int written =
+      std::snprintf(buffer, size, "%04d-%02d-%02d %02d:%02d:%02d.%03d %lu.%lu ", parts.tm_year + 1900, parts.tm_mon + 1,
+                    parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, milliseconds, processId(), threadId());
+  return written > 0 ? std::min(static_cast<std::size_t>(written), size - 1) : 0;
+}
+
+// One line of a log: control characters would end it or hide what follows.
+void appendAscii(char* buffer, std::size_t size, std::size_t& used, const wchar_t* text) {
+  for (; *text != L'\0' && used + 1 < size; ++text) {
+    buffer[used++] = *text >= 0x20 && *text < 0x7F ? static_cast<char>(*text) : '?';
+  }
+}
+
+std::string withoutControls(std::string text) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+  }
+  return text;
+}
+
+}  // namespace
+
+LocalMonitor& LocalMonitor::instance() {
+  alignas(LocalMonitor) static unsigned char storage[sizeof(LocalMonitor)];
+  static LocalMonitor* const monitor = [] {
+    auto* made = new (storage) LocalMonitor;
+    made->addRef();  // the process's own reference: the storage is not the heap's
+    return made;
+  }();
+  return *monitor;
+}
+
+LogSink& LocalMonitor::sink() {
+  if (m_sink == nullptr) m_sink = makePlatformSink();
+  if (m_sink != nullptr) return *m_sink;
+  static NoSink none;
+  return none;
+}
+
+void LocalMonitor::setSink(std::unique_ptr<LogSink> replacement) {
+  const std::lock_guard guard(m_lock);
+  m_sink = std::move(replacement);
+}
+
+void LocalMonitor::writeLine(const wchar_t* kind, const wchar_t* text) noexcept {
+  const LastErrorKeeper keeper;
+  char line[2048];
+  std::size_t used = writeStamp(line, sizeof line);
+  appendAscii(line, sizeof line, used, kind);
+  appendAscii(line, sizeof line, used, L" ");
+  const std::lock_guard guard(m_lock);
+  try {
+    const std::string whole = std::string(line, used) + withoutControls(toUtf8(text));
+    sink().write(whole);
+  } catch (...) {
+    appendAscii(line, sizeof line, used, text);
+    if (m_sink != nullptr) m_sink->write(std::string_view(line, used));
+  }
+}
+
+void LocalMonitor::write(const CS_Record& record) noexcept {
+  wchar_t kind[64];
+  if (record.number != 0) {
+    std::swprintf(kind, std::size(kind), L"#%u %ls %d:", record.report, levelWord(record.level), record.number);
+  } else {
+    std::swprintf(kind, std::size(kind), L"#%u %ls:", record.report, levelWord(record.level));
+  }
+  writeLine(kind, record.text);
+}
+
+void LocalMonitor::flush() noexcept {
+  const LastErrorKeeper keeper;
+  const std::lock_guard guard(m_lock);
+  if (m_sink != nullptr) m_sink->flush();
+}
+
+const wchar_t* levelWord(int level) {
+  switch (level) {
+    case kLevelFailure:
+      return L"failure";
+    case kLevelCleanupNote:
+      return L"clean-up";
+    case kLevelStackTrace:
+      return L"trace";
+    case kLevelConnectionFailure:
+      return L"connection";
+    case kLevelException:
+      return L"exception";
+    default:
+      return L"note";
+  }
+}
+
+}  // namespace corvane

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "corvane/program_monitor.h"
+
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+namespace corvane {
+
+// Takes the finished lines of this process's log; UTF-8, without the line end. Called under a lock, from any thread.
+class LogSink {
+ public:
+  virtual ~LogSink() = default;
+  virtual void write(std::string_view line) noexcept = 0;
+  virtual void flush() noexcept {}
+};
+
+// The sink of this platform: on Windows the log file of HostProperties, rotated, and the debugger's output; elsewhere
+// the standard error output.
+std::unique_ptr<LogSink> makePlatformSink();
+
+// The monitor that a process has from its start: one line for each record in the process's own log. One per process,
+// never destroyed. Without memory a line is still written, with "?" for every character that is not ASCII.
+class LocalMonitor : public CS_ProgramMonitor {
+ public:
+  static LocalMonitor& instance();
+
+  // Another place for the lines; null brings the platform's sink back.
+  void setSink(std::unique_ptr<LogSink> sink);
+  // A line that is no record, such as a trace entry. Never throws, keeps the last error.
+  void writeLine(const wchar_t* kind, const wchar_t* text) noexcept;
+  // For a monitor that writes the log besides sending its records elsewhere.
+  void writeRecord(const CS_Record& record) noexcept { write(record); }
+  void flushSink() noexcept { flush(); }
+
+ protected:
+  void write(const CS_Record& record) noexcept override;
+  void flush() noexcept override;
+
+ private:
+  LocalMonitor() = default;
+  LogSink& sink();
+
+  std::mutex m_lock;  // guards m_sink and the order of lines
+  std::unique_ptr<LogSink> m_sink;
+};
+
+// The word that a level is written as: "failure", "clean-up", "trace", "connection", "exception" or "note".
+const wchar_t* levelWord(int level);
+
+}  // namespace corvane

@@ -1,0 +1,27 @@
+#include "corvane/operation.h"
+
+#include "corvane/last_error.h"
+#include "corvane/message_numbers.h"
+
+CS_RCPtr<CS_ProgramMonitor> Operation::target() const {
+  return m_record ? m_record : CS_ProgramMonitor::getDefaultMonitor();
+}
+
+void Operation::recordCurrentException() noexcept {
+  const corvane::LastErrorKeeper keeper;
+  try {
+    throw;
+  } catch (const CS_Exception& exception) {
+    m_record = exception.record(m_exceptionLevel, corvane::kCategory);
+  } catch (...) {
+    // The default monitor itself becomes the error record: it needs no memory, which may be what is missing.
+    m_record = CS_ProgramMonitor::getDefaultMonitor();
+    m_record->recordNumber(m_exceptionLevel, corvane::kCategory, corvane::kUnknownException, nullptr);
+  }
+}
+
+void Operation::close() noexcept {
+  const corvane::LastErrorKeeper keeper;
+  m_record->recordText(corvane::kLevelStackTrace, corvane::kCategory, m_closingLine);
+  m_record->report(true);
+}

@@ -1,0 +1,63 @@
+#include "corvane/program_monitor_c.h"
+
+#include "corvane/channel.h"
+#include "corvane/exception.h"
+#include "corvane/in_request.h"
+#include "corvane/local_monitor.h"
+#include "corvane/out_request.h"
+
+namespace {
+
+constexpr unsigned kReplyMilliseconds = 120000;
+
+}  // namespace
+
+const wchar_t* const CS_ProgramMonitor_c::m_className = L"Quillfern::ComponentServer::ProgramMonitor_c";
+
+bool CS_ProgramMonitor_c::initialize() {
+  // Records leave without a start operation of the module that made this monitor.
+  CS_Channel* channel = getChannel(true);
+  channel->startSending();
+  channel->startReceiving();
+  return true;
+}
+
+bool CS_ProgramMonitor_c::release() {
+  if (CS_ProgramMonitor::getDefaultMonitor().get() == this) CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  return CS_Component::release();
+}
+
+bool CS_ProgramMonitor_c::setProcessInfo(unsigned long processId, const wchar_t* moduleName) {
+  try {
+    CS_OutRequest request(CS_RCPtr<CS_Component>(this), kSetProcessInfo);
+    request.writeInt(static_cast<int>(processId));
+    request.writeUTF(moduleName);
+    CS_InRequest reply(request);
+    request.execute(reply, kReplyMilliseconds);
+    return reply.readBoolean();
+  } catch (const CS_Exception&) {
+    return false;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+void CS_ProgramMonitor_c::write(const CS_Record& record) noexcept {
+  corvane::LocalMonitor::instance().writeRecord(record);
+  if (!isConnected()) return;
+  try {
+    CS_OutRequest request(CS_RCPtr<CS_Component>(this), kRecord);
+    request.writeInt(record.level);
+    request.writeInt(static_cast<int>(record.category));
+    request.writeInt(record.number);
+    request.writeInt(static_cast<int>(record.report));
+    request.writeUTF(record.text);
+    request.execute();
+  } catch (...) {
+    // The record is in the log.
+  }
+}
+
+void CS_ProgramMonitor_c::flush() noexcept {
+  corvane::LocalMonitor::instance().flushSink();
+}

@@ -1,0 +1,99 @@
+#include "corvane/serving.h"
+
+#include "corvane/bridge.h"
+#include "corvane/bridge_router.h"
+#include "corvane/byte_source.h"
+#include "corvane/channel.h"
+#include "corvane/component_server.h"
+#include "corvane/exception.h"
+#include "corvane/format.h"
+#include "corvane/in_request.h"
+#include "corvane/link.h"
+#include "corvane/message_numbers.h"
+
+namespace corvane {
+namespace {
+
+// The owner's own channel with the address of one of its components.
+CS_Channel channelTo(CS_Component& owner, const FrameHeader& header) {
+  CS_Channel* channel = owner.getChannel(true);
+  if (channel == nullptr) throw CS_Exception(kConnectionLost, L"the connection has ended");
+  return CS_Channel(channel->sharedLink(), header.bridge, header.component);
+}
+
+}  // namespace
+
+void Serving::refuse(const FrameHeader& header, const std::wstring& reason) {
+  if (m_refused.size() >= kMaxRefusedComponents) {
+    throw CS_Exception(kLimitExceeded, L"more than %u refused components",
+                       static_cast<unsigned>(kMaxRefusedComponents));
+  }
+  m_refused[header.component] = reason;
+}
+
+void Serving::create(const FrameHeader& header, std::span<const unsigned char> payload) {
+  const std::wstring name = readText(payload);
+  CS_Class* componentClass = CS_ComponentServer::getServer()->findOfferedClass(name.c_str());
+  if (componentClass == nullptr) {
+    refuse(header, formatText(L"this side offers no components of the class %s", name.c_str()));
+    return;
+  }
+  CS_Component* made = componentClass->createInstance();
+  if (made == nullptr) {
+    refuse(header, formatText(L"no component of the class %s could be made", name.c_str()));
+    return;
+  }
+  made->setClass(componentClass);
+  made->setIdentifier(header.component);
+  const CS_RCPtr<CS_Component> component = made;
+  if (!m_owner.addChild(made)) {
+    throw CS_Exception(kLimitExceeded, L"component %u exists already, or there are %u of them", header.component,
+                       static_cast<unsigned>(CS_Component::kMaxChildren));
+  }
+  CS_Channel* channel = made->getChannel(true);
+  if (channel != nullptr) {
+    channel->startSending();
+    channel->startReceiving();
+  }
+  auto* bridge = dynamic_cast<CS_Bridge*>(made);
+  if (channel == nullptr || !made->initialize() || (bridge != nullptr && !bridge->startServing())) {
+    m_owner.removeChild(made);
+    refuse(header, formatText(L"a component of the class %s could not be started", name.c_str()));
+  }
+}
+
+void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> source) {
+  CS_InRequest request(channelTo(m_owner, header), header.number, header.wantsReply() ? header.correlation : 0,
+                       std::move(source));
+  std::wstring failure;
+  try {
+    const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
+    if (!component) {
+      const auto refused = m_refused.find(header.component);
+      failure = refused != m_refused.end() ? refused->second : L"the component does not exist any more";
+    } else if (component->isSuspended()) {
+      failure = L"the component is suspended";
+    } else if (!component->processRequest(request)) {
+      failure = formatText(L"the component serves no request %d", static_cast<int>(header.number));
+    }
+  } catch (const CS_Exception& exception) {
+    failure = exception.detail()[0] != L'\0' ? exception.detail() : messageText(exception.number());
+  } catch (...) {
+    failure = messageText(kUnknownException);
+  }
+  if (!failure.empty()) request.sendFailure(failure.c_str());
+  request.skipRest();
+}
+
+void Serving::release(const FrameHeader& header, const std::wstring& reason) {
+  const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
+  if (!component) return;
+  m_owner.removeChild(component.get());
+  if (auto* router = dynamic_cast<CS_BridgeRouter*>(component.get())) {
+    router->releasedByPeer(reason);
+  } else {
+    component->release();
+  }
+}
+
+}  // namespace corvane

@@ -1,0 +1,86 @@
+#include "corvane/exception.h"
+#include "corvane/limits.h"
+#include "corvane/message_numbers.h"
+#include "corvane/network.h"
+#include "corvane/socket.h"
+#include "corvane/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace corvane {
+namespace {
+
+[[noreturn]] void throwLost(int error) {
+  throw CS_Exception(kConnectionLost, L"%s", networkErrorText(error).c_str());
+}
+
+}  // namespace
+
+Socket::~Socket() {
+  if (m_handle != kNone) closeSocket(m_handle);
+}
+
+void Socket::send(std::span<const Piece> pieces) {
+  constexpr std::size_t kAtOnce = 64;
+  std::array<iovec, kAtOnce> vectors;
+  std::size_t offset = 0;  // bytes of the first piece that are sent already
+  while (!pieces.empty()) {
+    const std::size_t count = std::min(pieces.size(), kAtOnce);
+    for (std::size_t i = 0; i < count; ++i) {
+      const Piece rest = i == 0 ? pieces[0].subspan(offset) : pieces[i];
+      vectors[i] = {const_cast<unsigned char*>(rest.data()), rest.size()};
+    }
+    msghdr message{};
+    message.msg_iov = vectors.data();
+    message.msg_iovlen = count;
+    const ssize_t sent = ::sendmsg(native(m_handle), &message, MSG_NOSIGNAL);
+    if (sent < 0) {
+      if (errno == EINTR) continue;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        throw CS_Exception(kConnectionLost, L"the other side has taken nothing for %d seconds",
+                           static_cast<int>(kSendStallMilliseconds / 1000));
+      }
+      throwLost(errno);
+    }
+    auto done = static_cast<std::size_t>(sent) + offset;
+    while (!pieces.empty() && done >= pieces.front().size()) {
+      done -= pieces.front().size();
+      pieces = pieces.subspan(1);
+    }
+    offset = done;
+  }
+}
+
+std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline) {
+  for (;;) {
+    if (deadline) {
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now()).count();
+      pollfd wait{native(m_handle), POLLIN, 0};
+      const int ready = ::poll(&wait, 1, static_cast<int>(std::clamp<long long>(left, 0, 1000000000)));
+      if (ready == 0) return std::nullopt;
+      if (ready < 0 && errno != EINTR) throwLost(errno);
+      if (ready < 0) continue;
+    }
+    const ssize_t received = ::recv(native(m_handle), buffer.data(), buffer.size(), 0);
+    if (received >= 0) return static_cast<std::size_t>(received);
+    if (errno != EINTR) throwLost(errno);
+  }
+}
+
+void Socket::shutdown() noexcept {
+  if (m_handle != kNone) ::shutdown(native(m_handle), SHUT_RDWR);
+}
+
+std::wstring networkErrorText(int error) {
+  char text[256] = {};
+  return fromUtf8(::strerror_r(error, text, sizeof text));
+}
+
+bool initializeNetwork() {
+  return true;
+}
+
+}  // namespace corvane
