@@ -1,0 +1,201 @@
+#pragma once
+
+#include "util/mutex.h"
+#include "util/synchronized.h"
+
+#include <cstddef>
+#include <iterator>
+#include <list>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+// A map from a text key to a pointer, safe to use from any thread. It keeps copies of its keys and never owns what the
+// values point to: overwriting, removing and clearing forget a value without freeing it.
+//
+// Every operation holds the table lock for its whole length. None lets an exception out; what goes wrong inside shows
+// as false, and leaves the map as it was. The one exception to that is setBucketCount with an absurd request.
+//
+// The hash of a key is its length, which is enough for the small tables of port and printer names that this is for.
+// All entries stand in one list, bucket after bucket, and within a bucket in the order in which they were inserted.
+// Key needs length(), == and a copy; Value is a pointer.
+template <typename Key, typename Value>
+class TObjectMap {
+  using Entries = std::list<std::pair<const Key, Value>>;
+  using Position = typename Entries::iterator;
+
+ public:
+  static constexpr std::size_t kMinBuckets = 8;
+
+  // bucketRequest as in setBucketCount. Throws std::bad_alloc when there is no memory for the empty table.
+  explicit TObjectMap(std::size_t bucketRequest = kMinBuckets) : starts_(kMinBuckets + 1, entries_.end()) {
+    if (bucketRequest > kMinBuckets) setBucketCount(bucketRequest);
+  }
+  virtual ~TObjectMap() = default;
+  TObjectMap(const TObjectMap&) = delete;
+  TObjectMap& operator=(const TObjectMap&) = delete;
+
+  // Spreads the entries over the smallest number of buckets, a power of two from 8 upward, that reaches the request and
+  // holds at most 4 entries per bucket. Throws std::out_of_range with "invalid hash bucket count" when no table could
+  // be that large. When there is no memory for it the table stays as it is.
+  void setBucketCount(std::size_t request) {
+    const Synchronized guard(lock_);
+    std::size_t count = kMinBuckets;
+    while (count < request) {
+      if (count > maxBuckets() / 2) throw std::out_of_range("invalid hash bucket count");
+      count *= 2;
+    }
+    while (overloaded(entries_.size(), count) && count <= maxBuckets() / 2)
+      count *= 2;
+    try {
+      rebuild(makeStarts(count));
+    } catch (...) {
+      return;
+    }
+  }
+
+  // Stores value under key; the value that stood there before is forgotten.
+  bool insert(const Key& key, Value value) {
+    const Synchronized guard(lock_);
+    try {
+      const std::size_t bucket = bucketOf(key);
+      const Position hit = locate(key, bucket);
+      if (hit != entries_.end()) {
+        hit->second = value;
+        return true;
+      }
+      // Everything that can fail is done aside first, so a failure leaves the map as it was.
+      Entries made;
+      made.emplace_back(key, value);
+      const std::size_t wanted = bucketsFor(entries_.size() + 1);
+      if (wanted == bucketCountLocked()) {
+        link(made, bucket);
+      } else {
+        std::vector<Position> starts = makeStarts(wanted);
+        link(made, bucket);
+        rebuild(std::move(starts));
+      }
+      return true;
+    } catch (...) {
+      return false;
+    }
+  }
+
+  // Tells whether key is present, and stores its value in *value when value is not null.
+  bool find(const Key& key, Value* value = nullptr) {
+    const Synchronized guard(lock_);
+    try {
+      const Position hit = locate(key, bucketOf(key));
+      if (hit == entries_.end()) return false;
+      if (value != nullptr) *value = hit->second;
+      return true;
+    } catch (...) {
+      return false;
+    }
+  }
+
+  // Takes key's entry out of the map and hands its value to the caller. *value stays untouched when key is absent.
+  bool remove(const Key& key, Value* value) {
+    const Synchronized guard(lock_);
+    try {
+      const std::size_t bucket = bucketOf(key);
+      const Position hit = locate(key, bucket);
+      if (hit == entries_.end()) return false;
+      if (value != nullptr) *value = hit->second;
+      const Position next = std::next(hit);
+      moveStarts(bucket, hit, next);
+      entries_.erase(hit);
+      return true;
+    } catch (...) {
+      return false;
+    }
+  }
+
+  std::size_t count() const {
+    const Synchronized guard(lock_);
+    return entries_.size();
+  }
+
+  std::size_t bucketCount() const {
+    const Synchronized guard(lock_);
+    return bucketCountLocked();
+  }
+
+  // Forgets every entry and goes back to 8 buckets.
+  void clear() {
+    const Synchronized guard(lock_);
+    entries_.clear();
+    // Never more positions than the vector already has room for, so this needs no memory.
+    starts_.assign(kMinBuckets + 1, entries_.end());
+  }
+
+  // A walk over pairs of key and value, in list order. The table lock is not held across it: the caller holds the
+  // lock under which it changes the map.
+  typename Entries::const_iterator begin() const noexcept { return entries_.begin(); }
+  typename Entries::const_iterator end() const noexcept { return entries_.end(); }
+
+ private:
+  static bool overloaded(std::size_t entries, std::size_t buckets) { return entries > 4 * buckets; }
+
+  std::size_t maxBuckets() const { return starts_.max_size() / 2; }
+  std::size_t bucketCountLocked() const { return starts_.size() - 1; }
+
+  // The bucket count after an insertion that makes it entries: eight times the present one once that is overloaded.
+  std::size_t bucketsFor(std::size_t entries) const {
+    std::size_t count = bucketCountLocked();
+    if (!overloaded(entries, count)) return count;
+    for (int doubling = 0; doubling < 3 && count <= maxBuckets() / 2; ++doubling)
+      count *= 2;
+    return count;
+  }
+
+  std::vector<Position> makeStarts(std::size_t buckets) { return std::vector<Position>(buckets + 1, entries_.end()); }
+
+  std::size_t bucketOf(const Key& key) const {
+    const std::size_t mask = bucketCountLocked() - 1;
+    const std::size_t index = key.length() & mask;
+    // Only a table that splits its buckets one at a time has fewer active buckets than its mask spans.
+    return index < bucketCountLocked() ? index : index - (mask >> 1) - 1;
+  }
+
+  // The first entry of the bucket with an equal key, or end().
+  Position locate(const Key& key, std::size_t bucket) {
+    for (Position at = starts_[bucket]; at != starts_[bucket + 1]; ++at) {
+      if (at->first == key) return at;
+    }
+    return entries_.end();
+  }
+
+  // Lets every bucket up to and including bucket that starts at from start at to instead. Only empty buckets in front
+  // share their start with a later one.
+  void moveStarts(std::size_t bucket, Position from, Position to) {
+    for (std::size_t at = bucket + 1; at-- > 0 && starts_[at] == from;)
+      starts_[at] = to;
+  }
+
+  // Moves the one entry in made to the end of its bucket.
+  void link(Entries& made, std::size_t bucket) noexcept {
+    const Position entry = made.begin();
+    const Position next = starts_[bucket + 1];
+    entries_.splice(next, made);
+    moveStarts(bucket, next, entry);
+  }
+
+  // Takes over a vector of positions that all stand at the end, and links every entry anew.
+  void rebuild(std::vector<Position> starts) noexcept {
+    Entries old;
+    old.swap(entries_);
+    starts_ = std::move(starts);
+    while (!old.empty()) {
+      Entries one;
+      one.splice(one.begin(), old, old.begin());
+      const std::size_t bucket = bucketOf(one.front().first);
+      link(one, bucket);
+    }
+  }
+
+  Entries entries_;
+  // The position of each bucket's first entry; a bucket ends where the next one starts. The last position is end().
+  std::vector<Position> starts_;
+  mutable Mutex lock_;
+};

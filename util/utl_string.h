@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+// One text that can be handed out as UTF-16 and as bytes of the system's ANSI code page. Each form is converted from
+// the other when it is first asked for, and kept. The getters are const and yet write then: one object must not be
+// shared between threads without a lock.
+//
+// Conversion never fails on odd text: what the code page cannot express (unpaired surrogates included) becomes the
+// code page's replacement in the narrow form. Operations that need memory throw UTL_Exception with
+// mg::status::kNoMemory and leave the string as it was.
+class UTL_String {
+ public:
+  UTL_String() noexcept = default;
+
+  // A null text gives an empty string. The text is copied.
+  explicit UTL_String(const wchar_t* text);
+  static UTL_String fromNarrow(const char* text);
+
+  UTL_String(const UTL_String& other);
+  UTL_String(UTL_String&& other) noexcept;
+  UTL_String& operator=(const UTL_String& other);
+  UTL_String& operator=(UTL_String&& other) noexcept;
+  virtual ~UTL_String() = default;
+
+  // Replaces the text by a copy of text, which may lie inside this string; null empties it.
+  UTL_String& operator=(const wchar_t* text);
+
+  // The two forms, terminated and never null. A pointer holds until the string is next changed or destroyed.
+  const wchar_t* wide() const;
+  const char* narrow() const;
+
+  // Characters of the form that the text was given in, terminator not counted.
+  std::size_t length() const noexcept { return length_; }
+  bool isEmpty() const noexcept { return length_ == 0; }
+
+  // Adds text behind the present one; the result is a wide text. The text may lie inside this string; null adds
+  // nothing.
+  void append(const wchar_t* text);
+  void append(const UTL_String& text) { append(text.wide()); }
+
+  // Replaces the text by what a printf-style format yields in a buffer of size characters, terminator included. A text
+  // that does not fit, a null format or a size of 0 throws UTL_Exception with mg::status::kFailure and leaves the
+  // string as it was: a cut path or command line would be worse than none. %s takes narrow text in a narrow format
+  // and wide text in a wide one.
+  void formatNarrow(std::size_t size, const char* format, ...);
+  void formatWide(std::size_t size, const wchar_t* format, ...);
+
+ protected:
+  // Which form the text was given in; the other one is derived from it.
+  enum class Form : std::int32_t { kNarrow = 1, kWide = 2 };
+
+  // Takes over a terminated buffer as the new text, in the form that the buffer has.
+  void adopt(std::unique_ptr<wchar_t[]> text, std::size_t length) noexcept;
+  void adopt(std::unique_ptr<char[]> text, std::size_t length) noexcept;
+  Form primaryForm() const noexcept { return primary_; }
+
+ private:
+  mutable std::unique_ptr<wchar_t[]> wide_;
+  mutable std::unique_ptr<char[]> narrow_;
+  std::size_t length_ = 0;
+  Form primary_ = Form::kWide;
+};
+
+// Two strings are equal when both are empty, or when their lengths are equal and their narrow forms are the same bytes.
+// Case counts. Texts that the ANSI code page cannot tell apart are therefore equal when their lengths are.
+bool operator==(const UTL_String& left, const UTL_String& right);
+
+// Orders by the wide forms, as wcscmp does.
+bool operator<(const UTL_String& left, const UTL_String& right);
