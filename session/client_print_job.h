@@ -1,0 +1,42 @@
+#pragma once
+
+#include "util/utl_string.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+// One job that a port is printing. A plain record: made at the start of a document, owned by the port until the
+// document ends, and borrowed by the job operations for the length of one call. Belongs to one thread at a time.
+class ClientPrintJob {
+ public:
+  // How the job's data travel; the value of the last setting.
+  static constexpr std::size_t kDeliveryMode = 3;  // index in settings
+  static constexpr std::int32_t kDirect = 1;
+  static constexpr std::int32_t kConverted = 2;  // collected in the PostScript file, converted, then sent
+  static constexpr std::int32_t kDirectAlternative = 3;
+
+  ClientPrintJob() = default;
+  ClientPrintJob(const ClientPrintJob&) = delete;
+  ClientPrintJob& operator=(const ClientPrintJob&) = delete;
+  // Frees both byte arrays, once when they are the same array.
+  virtual ~ClientPrintJob();
+
+  UTL_String jobName;  // the name under which the job travels; an empty one is sent as absent
+  UTL_String text2;    // carried, not interpreted
+  UTL_String documentName;
+  UTL_String dataType;
+  UTL_String postScriptPath;  // where the data of a job to be converted is collected
+  UTL_String pdfPath;         // the converter's output
+  UTL_String logPath;         // the converter's standard output
+  unsigned char* readBuffer = nullptr;  // owned, made with array new
+  std::uint64_t reserved = 0;
+  unsigned char* finalData = nullptr;  // owned, made with array new; may be the same array as readBuffer
+  std::int32_t finalDataLength = 0;    // bytes in finalData
+  std::int32_t bytesSent = 0;          // bytes of finalData that have been sent
+  std::int32_t copies = 0;
+  UTL_String clientPrinterName;
+  UTL_String text15;  // carried, not interpreted
+  std::array<std::int32_t, 4> settings{};
+  std::array<std::uint64_t, 2> reservedWords{};
+};

@@ -1,0 +1,6 @@
+#include "session/client_printer.h"
+
+ClientPrinter::~ClientPrinter() {
+  delete[] extraData;
+  extraData = nullptr;
+}

@@ -1,0 +1,53 @@
+#include "corvane/exception.h"
+#include "corvane/host_properties.h"
+#include "corvane/operation.h"
+#include "session/port_monitor_server.h"
+#include "util/win_handle.h"
+
+#include <windows.h>
+
+namespace {
+
+// The administrator's choice of how the server is dialled; anything unreadable is the default.
+unsigned connectionFlags(mg::RegistryKey& key) {
+  constexpr DWORD kDualStackOption = 0x40000;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Quillfern\\Marrowgate\\AppServer", 0, KEY_QUERY_VALUE,
+                    key.receive()) != ERROR_SUCCESS) {
+    return CS_Connection::kDirect;
+  }
+  DWORD options = 0;
+  DWORD size = sizeof options;
+  if (RegQueryValueExA(key.get(), "ConnectionOptions", nullptr, nullptr, reinterpret_cast<BYTE*>(&options), &size) !=
+      ERROR_SUCCESS) {
+    return CS_Connection::kDirect;
+  }
+  return (options & kDualStackOption) != 0 ? CS_Connection::kDualStack : CS_Connection::kDirect;
+}
+
+bool attempt(CS_Connection& connection, int hostValue, unsigned flags, int number) {
+  CS_TraceEntry trace(L"PortMonitorServer::connectToLocalhost() (attempt = %d)", number);
+  try {
+    connection.connect(L"localhost", hostValue, flags, false);
+    return true;
+  } catch (const CS_Exception&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+CS_RCPtr<CS_Connection> PortMonitorServer::connectToLocalhost() {
+  CS_TraceEntry trace(L"PortMonitorServer::connectToLocalhost()");
+  Operation operation(L"Failed to connect to localhost.", corvane::kLevelConnectionFailure);
+  mg::RegistryKey key;
+  CS_RCPtr<CS_Connection> connection;
+  operation.run([&] {
+    connection = CS_Connection::create();
+    const unsigned flags = connectionFlags(key);
+    const int hostValue = HostProperties::getInstance().hostValue();
+    for (int number = 1; !attempt(*connection, hostValue, flags, number); ++number) Sleep(kConnectPause);
+  });
+  if (operation.succeeded()) return connection;
+  if (connection) CS_Connection::destroy(connection, true);
+  return nullptr;
+}

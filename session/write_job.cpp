@@ -1,0 +1,73 @@
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "corvane/levels.h"
+#include "corvane/program_monitor.h"
+#include "corvane/trace_entry.h"
+#include "session/optional_text.h"
+#include "session/print_server.h"
+
+namespace {
+
+void sendDirectly(PrintServer& server, ClientPrintJob& job, const unsigned char* data, int length) {
+  CS_OutRequest request(CS_RCPtr<CS_Component>(&server), PrintServer::kWriteJob);
+  mg::writeOptionalText(request, job.jobName);
+  request.writeInt(length);
+  if (length > 0) request.write(data, length);
+  request.execute();
+  request.release();
+}
+
+// The runtime's file functions report through errno, which is what the record shows.
+bool appendToFile(const ClientPrintJob& job, const unsigned char* data, int length) {
+  std::FILE* file = std::fopen(job.postScriptPath.narrow(), "ab");
+  if (file == nullptr) {
+    int error = 0;
+    _get_errno(&error);
+    CS_ProgramMonitor::getDefaultMonitor()->recordText(
+        corvane::kLevelFailure, corvane::kCategory,
+        L"Failed to open print job's postscript file for writing: %s, Error: %d", job.postScriptPath.wide(), error);
+    return false;
+  }
+  const auto size = static_cast<std::size_t>(length);
+  const bool written = std::fwrite(data, 1, size, file) == size;
+  // What the runtime still held back is written by the close; a full disk shows there at the latest.
+  const bool closed = std::fclose(file) == 0;
+  return written && closed;
+}
+
+void sendFinalData(PrintServer& server, ClientPrintJob& job) {
+  job.bytesSent = 0;
+  while (job.bytesSent < job.finalDataLength) {
+    const int rest = job.finalDataLength - job.bytesSent;
+    const int chunk = rest < PrintServer::kMaxChunk ? rest : PrintServer::kMaxChunk;
+    CS_OutRequest request(CS_RCPtr<CS_Component>(&server), PrintServer::kWriteJob);
+    mg::writeOptionalText(request, job.jobName);
+    request.writeInt(chunk);
+    request.write(job.finalData, job.bytesSent, chunk);
+    job.bytesSent += chunk;
+    request.execute();
+    request.release();
+  }
+}
+
+}  // namespace
+
+int PrintServer::WriteJob(ClientPrintJob* job, const unsigned char* data, int length) {
+  CS_TraceEntry trace(L"PrintServer::WriteJob (length = %d)", length);
+  if (job == nullptr) return 0;
+  const std::int32_t mode = job->settings[ClientPrintJob::kDeliveryMode];
+  try {
+    if (mode == ClientPrintJob::kDirect || mode == ClientPrintJob::kDirectAlternative) {
+      sendDirectly(*this, *job, data, length);
+    } else if (data != nullptr || length != 0) {
+      return appendToFile(*job, data, length) ? 1 : 0;
+    } else {
+      sendFinalData(*this, *job);
+    }
+    return 1;
+  } catch (...) {
+    return 0;
+  }
+}
