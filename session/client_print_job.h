@@ -26,9 +26,9 @@ class ClientPrintJob {
   UTL_String text2;    // carried, not interpreted
   UTL_String documentName;
   UTL_String dataType;
-  UTL_String postScriptPath;  // where the data of a job to be converted is collected
-  UTL_String pdfPath;         // the converter's output
-  UTL_String logPath;         // the converter's standard output
+  UTL_String postScriptPath;            // where the data of a job to be converted is collected
+  UTL_String pdfPath;                   // the converter's output
+  UTL_String logPath;                   // the converter's standard output
   unsigned char* readBuffer = nullptr;  // owned, made with array new
   std::uint64_t reserved = 0;
   unsigned char* finalData = nullptr;  // owned, made with array new; may be the same array as readBuffer

@@ -45,7 +45,8 @@ CS_RCPtr<CS_Connection> PortMonitorServer::connectToLocalhost() {
     connection = CS_Connection::create();
     const unsigned flags = connectionFlags(key);
     const int hostValue = HostProperties::getInstance().hostValue();
-    for (int number = 1; !attempt(*connection, hostValue, flags, number); ++number) Sleep(kConnectPause);
+    for (int number = 1; !attempt(*connection, hostValue, flags, number); ++number)
+      Sleep(kConnectPause);
   });
   if (operation.succeeded()) return connection;
   if (connection) CS_Connection::destroy(connection, true);

@@ -61,8 +61,8 @@ class PortMonitorServer : public CS_Component {
   // refuses: after a failure the result is true and the map is as far as it got.
   bool GetPrinterList(unsigned int sessionId, TObjectMap<UTL_String, void*>* printers);
 
-  // Starts a program in a session: the first text names the printer whose session it is, the second the program; the
-  // third holds its arguments and may be null. False only when the server answers that it did not start it.
+  // Starts a program with its arguments in a session; the third text names the local printer whose session it is and
+  // may be null. False only when the server answers that it did not start it.
   bool LaunchApplication(const wchar_t* program, const wchar_t* arguments, const wchar_t* extra);
 
   // The value of every entry of a list of printers. The map is a set of names; the pointer is never dereferenced.

@@ -15,7 +15,8 @@ void PrintServer::StartJob(ClientPrintJob* job) {
     mg::writeOptionalText(request, job->clientPrinterName);
     mg::writeOptionalText(request, job->documentName);
     mg::writeOptionalText(request, job->dataType);
-    for (const std::int32_t setting : job->settings) request.writeInt(setting);
+    for (const std::int32_t setting : job->settings)
+      request.writeInt(setting);
     request.writeInt(job->copies);
     request.execute();
     request.release();

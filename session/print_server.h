@@ -14,8 +14,8 @@ class PrintServer : public CS_Component {
   static constexpr int kWriteJob = 2;
   static constexpr int kEndJob = 3;
 
-  static constexpr int kMaxChunk = 32768;                // bytes of the final data in one request
-  static constexpr unsigned kEndJobTimeout = 600000;     // milliseconds to wait for the client to finish the job
+  static constexpr int kMaxChunk = 32768;             // bytes of the final data in one request
+  static constexpr unsigned kEndJobTimeout = 600000;  // milliseconds to wait for the client to finish the job
 
   PrintServer() = default;
   ~PrintServer() override;

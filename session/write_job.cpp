@@ -1,12 +1,12 @@
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-
 #include "corvane/levels.h"
 #include "corvane/program_monitor.h"
 #include "corvane/trace_entry.h"
 #include "session/optional_text.h"
 #include "session/print_server.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
 
 namespace {
 
