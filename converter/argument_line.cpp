@@ -1,0 +1,31 @@
+#include "converter/argument_line.h"
+
+namespace mg::converter {
+namespace {
+
+std::wstring Quoted(const std::wstring& word) {
+  if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) return word;
+  std::wstring line = L"\"";
+  size_t backslashes = 0;
+  for (const wchar_t c : word) {
+    // Backslashes double only where a quote follows; in front of a quote inside the word one more escapes it.
+    if (c == L'"') line.append(backslashes + 1, L'\\');
+    backslashes = c == L'\\' ? backslashes + 1 : 0;
+    line += c;
+  }
+  line.append(backslashes, L'\\');
+  return line + L"\"";
+}
+
+}  // namespace
+
+std::wstring ArgumentLine(const std::vector<std::wstring>& words) {
+  std::wstring line;
+  for (const std::wstring& word : words) {
+    if (!line.empty()) line += L' ';
+    line += Quoted(word);
+  }
+  return line;
+}
+
+}  // namespace mg::converter

@@ -1,0 +1,14 @@
+#ifndef CONVERTER_ARGUMENT_LINE_H_
+#define CONVERTER_ARGUMENT_LINE_H_
+
+#include <string>
+#include <vector>
+
+namespace mg::converter {
+
+// Joins words into a command line that CommandLineToArgvW and the C run time take apart into the same words.
+std::wstring ArgumentLine(const std::vector<std::wstring>& words);
+
+}  // namespace mg::converter
+
+#endif  // CONVERTER_ARGUMENT_LINE_H_

@@ -1,0 +1,44 @@
+#ifndef CONVERTER_CONVERSION_ERROR_H_
+#define CONVERTER_CONVERSION_ERROR_H_
+
+#include <exception>
+#include <string>
+#include <utility>
+
+namespace mg::converter {
+
+// How ps2pdf.exe ends. The numbers are a contract with whoever starts it and are listed in converter/README.md.
+enum class ExitCode : int {
+  kDone = 0,
+  kUsage = 1,
+  kConfiguration = 2,
+  kInput = 3,
+  kGhostscriptMissing = 4,
+  kPostScript = 5,
+  kTimeLimit = 6,
+  kMemoryLimit = 7,
+  kOutputLimit = 8,
+  kIncomplete = 9,
+  kFileSystem = 10,
+};
+
+// Why there is no PDF: the exit code and one readable line that says what was wrong and what to do about it.
+class ConversionError : public std::exception {
+ public:
+  ConversionError(ExitCode code, std::wstring text) : code_(code), text_(std::move(text)) {}
+
+  ExitCode code() const { return code_; }
+  const std::wstring& text() const { return text_; }
+  const char* what() const noexcept override { return "conversion failed"; }
+
+ private:
+  ExitCode code_;
+  std::wstring text_;
+};
+
+// The system's words for a GetLastError number, without a line end, as in "Access denied. (5)".
+std::wstring SystemErrorText(unsigned long error);
+
+}  // namespace mg::converter
+
+#endif  // CONVERTER_CONVERSION_ERROR_H_

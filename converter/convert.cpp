@@ -1,0 +1,134 @@
+#include "converter/convert.h"
+
+#include "converter/conversion_error.h"
+#include "converter/ghostscript.h"
+#include "converter/pdf_check.h"
+#include "converter/private_folder.h"
+#include "converter/runner.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+namespace mg::converter {
+namespace {
+
+// Ghostscript's error and our marker are its last words; a job can say gigabytes before.
+constexpr std::streamoff kLastWords = 64 * 1024;
+
+std::string ReadLastWords(const std::wstring& path) {
+  std::ifstream file(std::filesystem::path(path), std::ios::binary);
+  if (!file) return "";
+  file.seekg(0, std::ios::end);
+  const std::streamoff from = std::max<std::streamoff>(0, static_cast<std::streamoff>(file.tellg()) - kLastWords);
+  file.seekg(from);
+  std::string text(kLastWords, '\0');
+  file.read(text.data(), kLastWords);
+  text.resize(static_cast<size_t>(file.gcount()));
+  return text;
+}
+
+std::wstring Wide(const std::string& ascii) {
+  return std::wstring(ascii.begin(), ascii.end());
+}
+
+std::wstring Megabytes(DWORD count) {
+  return std::to_wstring(count) + L" megabytes";
+}
+
+void CheckInput(const std::wstring& path) {
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    throw ConversionError(ExitCode::kInput,
+                          L"\"" + path + L"\" cannot be read: " + SystemErrorText(GetLastError()) + L".");
+  }
+  LARGE_INTEGER size = {};
+  const BOOL known = GetFileSizeEx(file, &size);
+  CloseHandle(file);
+  if (!known || size.QuadPart == 0) {
+    throw ConversionError(ExitCode::kInput, L"\"" + path + L"\" is empty. Print the document again.");
+  }
+}
+
+std::string NewMarker() {
+  LARGE_INTEGER ticks = {};
+  QueryPerformanceCounter(&ticks);
+  return "pages-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(ticks.QuadPart) + " ";
+}
+
+[[noreturn]] void ThrowLimit(ExitCode code, const std::wstring& what, const wchar_t* value) {
+  throw ConversionError(code, what + L" If the document is sound, raise \"" + value + L"\" in the registry key \"" +
+                                  kConverterKey + L"\".");
+}
+
+// Throws unless the program exited with 0.
+void CheckRun(const RunResult& result, const std::wstring& program, const std::string& said, const Limits& limits) {
+  switch (result.end) {
+    case RunEnd::kNotStarted:
+      throw ConversionError(ExitCode::kGhostscriptMissing,
+                            L"Ghostscript (\"" + program + L"\") cannot be started (" + std::to_wstring(result.code) +
+                                L"). Install it, or correct \"GhostscriptPath\" in the registry key \"" +
+                                kConverterKey + L"\".");
+    case RunEnd::kTimeLimit:
+      ThrowLimit(ExitCode::kTimeLimit,
+                 L"The document took longer than " + std::to_wstring(limits.time_seconds) + L" seconds.",
+                 L"TimeLimitSeconds");
+    case RunEnd::kOutputLimit:
+      ThrowLimit(ExitCode::kOutputLimit,
+                 L"The document makes more than " + Megabytes(limits.output_megabytes) + L" of output.",
+                 L"OutputLimitMegabytes");
+    case RunEnd::kKilled:
+      throw ConversionError(ExitCode::kPostScript,
+                            L"Ghostscript was killed or crashed (" + std::to_wstring(result.code) + L").");
+    case RunEnd::kExited:
+      break;
+  }
+  if (result.code == 0) return;
+  if (said.find("/VMerror") != std::string::npos) {
+    ThrowLimit(ExitCode::kMemoryLimit,
+               L"The document needs more than " + Megabytes(limits.memory_megabytes) + L" of memory.",
+               L"MemoryLimitMegabytes");
+  }
+  throw ConversionError(ExitCode::kPostScript, L"Ghostscript ended with " + std::to_wstring(result.code) + L": " +
+                                                   Wide(ErrorLine(said)) +
+                                                   L". The PostScript of this document is in error.");
+}
+
+int CheckPages(const PrivateFolder& folder, const std::string& said, const std::string& marker) {
+  const int printed = PrintedPages(said, marker);
+  if (printed < 0) {
+    throw ConversionError(ExitCode::kIncomplete, L"Ghostscript ended before the end of the document was reached.");
+  }
+  // Ghostscript writes a blank page into a PDF that has none, so its file alone proves nothing.
+  if (printed == 0) throw ConversionError(ExitCode::kIncomplete, L"The document has no page.");
+  const int pages = CountPdfPages(folder.output());
+  if (pages < 1) throw ConversionError(ExitCode::kIncomplete, L"The PDF has no page.");
+  return pages;
+}
+
+}  // namespace
+
+int Convert(const JobPaths& paths, const Limits& limits) {
+  CheckInput(paths.input);
+  if (!DeleteFileW(paths.output.c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND) {
+    throw ConversionError(ExitCode::kFileSystem, L"The earlier \"" + paths.output + L"\" cannot be removed: " +
+                                                     SystemErrorText(GetLastError()) + L".");
+  }
+  const PrivateFolder folder(paths.input);
+  const std::string marker = NewMarker();
+  const RunRequest request = PdfWriteRequest(FindGhostscript(limits), paths.input, marker);
+  const RunResult result = (RunsUnderWine() ? RunOnHost : RunOnWindows)(request, folder, limits);
+  const std::string said = ReadLastWords(folder.said());
+  CheckRun(result, request.program, said, limits);
+  const int pages = CheckPages(folder, said, marker);
+  if (!MoveFileExW(folder.output().c_str(), paths.output.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+    throw ConversionError(ExitCode::kFileSystem,
+                          L"\"" + paths.output + L"\" cannot be written: " + SystemErrorText(GetLastError()) + L".");
+  }
+  return pages;
+}
+
+}  // namespace mg::converter

@@ -1,0 +1,25 @@
+#ifndef CONVERTER_JOB_PATHS_H_
+#define CONVERTER_JOB_PATHS_H_
+
+#include <string>
+
+namespace mg::converter {
+
+// The files of one conversion, as full paths.
+struct JobPaths {
+  // The PostScript file that was asked for.
+  std::wstring input;
+  // The PDF beside it: same directory and base name.
+  std::wstring output;
+};
+
+// Derives the paths from the one argument of the command line. An empty name or one that does not end in ".ps" (in
+// any letter case) is a ConversionError (kUsage): the output would be the input itself or a guess.
+JobPaths PathsForInput(const std::wstring& argument);
+
+// The line that is printed for a wrong command line.
+extern const wchar_t kUsageText[];
+
+}  // namespace mg::converter
+
+#endif  // CONVERTER_JOB_PATHS_H_

@@ -1,0 +1,37 @@
+#include "converter/job_paths.h"
+
+#include "converter/conversion_error.h"
+
+#include <gtest/gtest.h>
+
+namespace mg::converter {
+namespace {
+
+TEST(JobPaths, PdfStandsBesideThePostScriptUnderTheSameBaseName) {
+  const JobPaths paths = PathsForInput(L"C:\\temp\\Laser-2 - Job #17-90210.ps");
+  EXPECT_EQ(paths.input, L"C:\\temp\\Laser-2 - Job #17-90210.ps");
+  EXPECT_EQ(paths.output, L"C:\\temp\\Laser-2 - Job #17-90210.pdf");
+}
+
+TEST(JobPaths, SuffixMayBeInCapitals) {
+  EXPECT_EQ(PathsForInput(L"C:\\A.PS").output, L"C:\\A.pdf");
+}
+
+TEST(JobPaths, OnlyTheLastSuffixIsReplaced) {
+  EXPECT_EQ(PathsForInput(L"C:\\a.ps.ps").output, L"C:\\a.ps.pdf");
+}
+
+TEST(JobPaths, OtherNamesAreRefusedWithTheUsage) {
+  for (const wchar_t* name : {L"", L".ps", L"C:\\a.pdf", L"C:\\a"}) {
+    try {
+      PathsForInput(name);
+      FAIL() << "accepted";
+    } catch (const ConversionError& error) {
+      EXPECT_EQ(error.code(), ExitCode::kUsage);
+      EXPECT_EQ(error.text(), kUsageText);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mg::converter

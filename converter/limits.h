@@ -1,0 +1,31 @@
+#ifndef CONVERTER_LIMITS_H_
+#define CONVERTER_LIMITS_H_
+
+#include <windows.h>
+
+#include <string>
+
+namespace mg::converter {
+
+// Where the limits of the installed converter are kept, below HKEY_LOCAL_MACHINE.
+inline constexpr wchar_t kConverterKey[] = L"SOFTWARE\\Quillfern\\Marrowgate\\Converter";
+
+// What one conversion may use. A PostScript job is a program: without these it could run, grow or write for ever.
+struct Limits {
+  // Wall-clock time, seconds.
+  DWORD time_seconds = 300;
+  // Memory of the Ghostscript process, megabytes (2^20 bytes).
+  DWORD memory_megabytes = 1024;
+  // Each file that Ghostscript writes, megabytes.
+  DWORD output_megabytes = 1024;
+  // The Ghostscript program; empty means the installed one. Under Wine this is a path of the host.
+  std::wstring ghostscript;
+};
+
+// Reads the limits from the key `path` below `root`. A missing key or value keeps its default; a value of the wrong
+// type or out of range is a ConversionError (kConfiguration) that names the value, its range and its default.
+Limits ReadLimits(HKEY root, const wchar_t* path);
+
+}  // namespace mg::converter
+
+#endif  // CONVERTER_LIMITS_H_

@@ -1,0 +1,43 @@
+#include "converter/conversion_error.h"
+#include "converter/convert.h"
+#include "converter/job_paths.h"
+#include "converter/limits.h"
+
+#include <windows.h>
+
+#include <exception>
+#include <string>
+
+namespace {
+
+// Standard output becomes a log that is read in the system's own code page.
+void Say(const std::wstring& text) {
+  const std::wstring line = L"ps2pdf: " + text + L"\r\n";
+  std::string bytes(line.size() * 4, '\0');
+  const int size = WideCharToMultiByte(CP_ACP, 0, line.data(), static_cast<int>(line.size()), bytes.data(),
+                                       static_cast<int>(bytes.size()), nullptr, nullptr);
+  DWORD written = 0;
+  WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), bytes.data(), static_cast<DWORD>(size), &written, nullptr);
+}
+
+int Run(int count, wchar_t** arguments) {
+  using namespace mg::converter;
+  try {
+    if (count != 2) throw ConversionError(ExitCode::kUsage, kUsageText);
+    Convert(PathsForInput(arguments[1]), ReadLimits(HKEY_LOCAL_MACHINE, kConverterKey));
+    return static_cast<int>(ExitCode::kDone);
+  } catch (const ConversionError& error) {
+    Say(error.text());
+    return static_cast<int>(error.code());
+  } catch (const std::exception& error) {
+    const std::string what = error.what();
+    Say(L"The conversion failed: " + std::wstring(what.begin(), what.end()) + L".");
+    return static_cast<int>(ExitCode::kFileSystem);
+  }
+}
+
+}  // namespace
+
+int wmain(int count, wchar_t** arguments) {
+  return Run(count, arguments);
+}

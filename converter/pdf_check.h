@@ -1,0 +1,16 @@
+#ifndef CONVERTER_PDF_CHECK_H_
+#define CONVERTER_PDF_CHECK_H_
+
+#include <string>
+
+namespace mg::converter {
+
+// The number of pages of a PDF file with a plain reference table, found as a reader finds them: "%PDF-" at the head,
+// "%%EOF" at the tail, startxref, the reference table, the catalog, the root of the page tree and its count. A file
+// that is cut, empty or otherwise not whole is a ConversionError (kIncomplete) that says what is missing. Text inside
+// the pages is never taken for structure.
+int CountPdfPages(const std::wstring& path);
+
+}  // namespace mg::converter
+
+#endif  // CONVERTER_PDF_CHECK_H_

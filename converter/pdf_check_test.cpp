@@ -1,0 +1,96 @@
+#include "converter/pdf_check.h"
+
+#include "converter/conversion_error.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace mg::converter {
+namespace {
+
+// A PDF of three objects and a stream that holds the words of a page tree.
+std::string Pdf(int pages) {
+  const std::vector<std::string> objects = {
+      "1 0 obj\n<</Type/Catalog/Pages 2 0 R>>\nendobj\n",
+      "2 0 obj\n<</Type/Pages/Kids[3 0 R]/Count " + std::to_string(pages) + ">>\nendobj\n",
+      "3 0 obj\n<</Length 28>>\nstream\n/Type /Pages /Count 999 /Root\nendstream\nendobj\n",
+  };
+  std::string file = "%PDF-1.7\n";
+  std::string table = "xref\n0 4\n0000000000 65535 f \n";
+  for (const std::string& object : objects) {
+    char entry[21];
+    std::snprintf(entry, sizeof entry, "%010d 00000 n \n", static_cast<int>(file.size()));
+    table += entry;
+    file += object;
+  }
+  const std::string start = std::to_string(file.size());
+  return file + table + "trailer\n<</Size 4/Root 1 0 R>>\nstartxref\n" + start + "\n%%EOF\n";
+}
+
+class PdfCheck : public testing::Test {
+ protected:
+  PdfCheck() {
+    wchar_t folder[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    path_ = std::wstring(folder) + L"pdf-check-" + std::to_wstring(GetCurrentProcessId()) + L".pdf";
+  }
+  ~PdfCheck() override { DeleteFileW(path_.c_str()); }
+
+  int Count(const std::string& bytes) {
+    std::ofstream(std::filesystem::path(path_), std::ios::binary) << bytes;
+    return CountPdfPages(path_);
+  }
+  std::wstring ErrorFor(const std::string& bytes) {
+    try {
+      Count(bytes);
+    } catch (const ConversionError& error) {
+      EXPECT_EQ(error.code(), ExitCode::kIncomplete);
+      return error.text();
+    }
+    return L"no error";
+  }
+
+  std::wstring path_;
+};
+
+TEST_F(PdfCheck, PagesAreCountedFromThePageTreeAndNotFromTextInsideThem) {
+  EXPECT_EQ(Count(Pdf(0)), 0);
+  EXPECT_EQ(Count(Pdf(12)), 12);
+}
+
+TEST_F(PdfCheck, FileWithoutTheHeadIsRefused) {
+  EXPECT_EQ(ErrorFor("x" + Pdf(1)),
+            L"Ghostscript left a PDF that is not whole: it does not begin with \"%PDF-\". Check the free space of the "
+            L"disk and print again.");
+  EXPECT_NE(ErrorFor("").find(L"\"%PDF-\""), std::wstring::npos);
+}
+
+TEST_F(PdfCheck, FileCutAnywhereIsRefused) {
+  const std::string whole = Pdf(2);
+  for (size_t size = 0; size + 1 < whole.size(); ++size) {
+    EXPECT_NE(ErrorFor(whole.substr(0, size)), L"no error") << size;
+  }
+}
+
+TEST_F(PdfCheck, FileWithATailOfAnotherFileIsRefused) {
+  std::string file = Pdf(1);
+  file.replace(file.find("2 0 obj"), 7, "9 0 obj");
+  EXPECT_NE(ErrorFor(file).find(L"an object is not where it should be"), std::wstring::npos);
+}
+
+TEST_F(PdfCheck, MissingFileIsRefused) {
+  try {
+    CountPdfPages(path_ + L"none");
+    FAIL() << "accepted";
+  } catch (const ConversionError& error) {
+    EXPECT_NE(error.text().find(L"there is no file"), std::wstring::npos);
+  }
+}
+
+}  // namespace
+}  // namespace mg::converter

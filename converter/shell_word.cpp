@@ -1,0 +1,38 @@
+#include "converter/shell_word.h"
+
+#include "converter/argument_line.h"
+
+namespace mg::converter {
+namespace {
+
+bool IsPlain(unsigned char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         std::string_view("/._-=,:").find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+}  // namespace
+
+std::string ShellWord(std::string_view bytes) {
+  bool plain = !bytes.empty();
+  std::string escaped;
+  for (const char each : bytes) {
+    const auto c = static_cast<unsigned char>(each);
+    if (IsPlain(c)) {
+      escaped += each;
+      continue;
+    }
+    plain = false;
+    // "\0ooo" is the form that printf's %b takes; unlike the format itself, its result is not read again for "%".
+    escaped += "\\0";
+    for (const int shift : {6, 3, 0})
+      escaped += static_cast<char>('0' + ((c >> shift) & 7));
+  }
+  if (plain) return escaped;
+  return "\"$(printf %b '" + escaped + "')\"";
+}
+
+std::wstring ShellCommandLine(const std::string& script) {
+  return ArgumentLine({L"sh", L"-c", std::wstring(script.begin(), script.end())});
+}
+
+}  // namespace mg::converter

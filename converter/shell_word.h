@@ -1,0 +1,19 @@
+#ifndef CONVERTER_SHELL_WORD_H_
+#define CONVERTER_SHELL_WORD_H_
+
+#include <string>
+#include <string_view>
+
+namespace mg::converter {
+
+// Writes any bytes as one word of a POSIX shell in ASCII characters only, so that no shell character in a name means
+// anything and no code page on the way can change a byte. NUL and line ends at the end, which no file name has, do not
+// survive.
+std::string ShellWord(std::string_view bytes);
+
+// The Windows command line by which Wine starts `/bin/sh -c <script>` with exactly these words.
+std::wstring ShellCommandLine(const std::string& script);
+
+}  // namespace mg::converter
+
+#endif  // CONVERTER_SHELL_WORD_H_

@@ -1,0 +1,148 @@
+#include "converter/argument_line.h"
+#include "converter/conversion_error.h"
+#include "converter/runner.h"
+
+#include <windows.h>
+
+#include <cwchar>
+#include <vector>
+
+namespace mg::converter {
+namespace {
+
+// Nothing signals the growth of a file, so its size is looked at this often.
+constexpr DWORD kSliceMilliseconds = 100;
+
+struct Handle {
+  HANDLE value = nullptr;
+  explicit Handle(HANDLE handle) : value(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+  ~Handle() {
+    if (value != nullptr) CloseHandle(value);
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+};
+
+[[noreturn]] void ThrowSystem(const wchar_t* what) {
+  throw ConversionError(ExitCode::kFileSystem, std::wstring(what) + L": " + SystemErrorText(GetLastError()) + L".");
+}
+
+HANDLE LimitedJob(const Limits& limits) {
+  const HANDLE job = CreateJobObjectW(nullptr, nullptr);
+  if (job == nullptr) ThrowSystem(L"A job object cannot be made");
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION information = {};
+  information.BasicLimitInformation.LimitFlags =
+      JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_JOB_MEMORY | JOB_OBJECT_LIMIT_DIE_ON_UNHANDLED_EXCEPTION;
+  information.JobMemoryLimit = static_cast<SIZE_T>(limits.memory_megabytes) << 20;
+  if (!SetInformationJobObject(job, JobObjectExtendedLimitInformation, &information, sizeof information)) {
+    CloseHandle(job);
+    ThrowSystem(L"The limits of the job object cannot be set");
+  }
+  return job;
+}
+
+HANDLE OpenInheritable(const wchar_t* path, DWORD access, DWORD disposition) {
+  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+  const HANDLE file = CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) ThrowSystem(L"The file for Ghostscript's words cannot be made");
+  return file;
+}
+
+// Our own environment with the private temporary folder, without the variables that Ghostscript reads options from.
+std::wstring Environment(const std::wstring& temporary) {
+  std::wstring block;
+  wchar_t* const all = GetEnvironmentStringsW();
+  for (const wchar_t* entry = all; *entry != L'\0'; entry += std::wcslen(entry) + 1) {
+    bool replaced = false;
+    for (const wchar_t* name : {L"TEMP=", L"TMP=", L"TMPDIR=", L"GS_"}) {
+      replaced = replaced || _wcsnicmp(entry, name, std::wcslen(name)) == 0;
+    }
+    if (!replaced) block.append(entry).push_back(L'\0');
+  }
+  FreeEnvironmentStringsW(all);
+  for (const wchar_t* name : {L"TEMP=", L"TMP=", L"TMPDIR="})
+    block.append(name).append(temporary).push_back(L'\0');
+  block.push_back(L'\0');
+  return block;
+}
+
+bool IsLarger(const std::wstring& path, ULONGLONG bytes) {
+  WIN32_FILE_ATTRIBUTE_DATA data;
+  return GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) &&
+         ((static_cast<ULONGLONG>(data.nFileSizeHigh) << 32) | data.nFileSizeLow) > bytes;
+}
+
+bool AnyFileIsLarger(const PrivateFolder& folder, ULONGLONG bytes) {
+  if (IsLarger(folder.output(), bytes) || IsLarger(folder.said(), bytes)) return true;
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirstFileW((folder.temporary() + L"\\*").c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return false;
+  bool larger = false;
+  do {
+    larger = IsLarger(folder.temporary() + L"\\" + found.cFileName, bytes);
+  } while (!larger && FindNextFileW(search, &found));
+  FindClose(search);
+  return larger;
+}
+
+RunResult WaitWithinLimits(HANDLE process, const PrivateFolder& folder, const Limits& limits) {
+  const ULONGLONG deadline = GetTickCount64() + limits.time_seconds * 1000ull;
+  const ULONGLONG most = static_cast<ULONGLONG>(limits.output_megabytes) << 20;
+  while (WaitForSingleObject(process, kSliceMilliseconds) == WAIT_TIMEOUT) {
+    if (AnyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
+    if (GetTickCount64() >= deadline) return {RunEnd::kTimeLimit, 0};
+  }
+  if (AnyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
+  DWORD code = 0;
+  GetExitCodeProcess(process, &code);
+  // NTSTATUS errors as exit codes are crashes.
+  return {code >= 0xC0000000u ? RunEnd::kKilled : RunEnd::kExited, static_cast<int>(code)};
+}
+
+}  // namespace
+
+RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
+  const Handle job(LimitedJob(limits));
+  const Handle said(OpenInheritable(folder.said().c_str(), GENERIC_WRITE, CREATE_ALWAYS));
+  const Handle nothing(OpenInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING));
+  std::wstring environment = Environment(folder.temporary());
+
+  std::vector<std::wstring> words = {request.program};
+  words.insert(words.end(), request.before_input.begin(), request.before_input.end());
+  words.push_back(request.input);
+  words.insert(words.end(), request.after_input.begin(), request.after_input.end());
+  std::wstring line = ArgumentLine(words);
+
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
+  startup.wShowWindow = SW_HIDE;
+  startup.hStdInput = nothing.value;
+  startup.hStdOutput = said.value;
+  startup.hStdError = said.value;
+  PROCESS_INFORMATION started = {};
+  // Suspended until it is in the job: not one instruction of it runs without the limits.
+  if (!CreateProcessW(request.program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                      CREATE_SUSPENDED | CREATE_NO_WINDOW | CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                      folder.path().c_str(), &startup, &started)) {
+    return {RunEnd::kNotStarted, static_cast<int>(GetLastError())};
+  }
+  const Handle process(started.hProcess);
+  const Handle thread(started.hThread);
+  if (!AssignProcessToJobObject(job.value, process.value)) {
+    const DWORD error = GetLastError();
+    TerminateProcess(process.value, 1);
+    SetLastError(error);
+    ThrowSystem(L"Ghostscript cannot be put under limits");
+  }
+  ResumeThread(thread.value);
+  const RunResult result = WaitWithinLimits(process.value, folder, limits);
+  if (result.end == RunEnd::kTimeLimit || result.end == RunEnd::kOutputLimit) {
+    TerminateJobObject(job.value, 1);
+    WaitForSingleObject(process.value, INFINITE);  // its files can be removed only after its end
+  }
+  return result;
+}
+
+}  // namespace mg::converter
