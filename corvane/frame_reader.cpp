@@ -12,6 +12,7 @@ FrameReader::Fill FrameReader::fill(Socket& socket, std::optional<Deadline> dead
     m_from = 0;
   }
   if (m_buffer.empty()) m_buffer.resize(kFirstSize);
+  // Only here: frames that were handed out point into the buffer.
   if (m_to == m_buffer.size()) m_buffer.resize(std::min(2 * m_buffer.size(), kLargestSize));
   const auto received = socket.receive(std::span(m_buffer).subspan(m_to), deadline);
   if (!received) return Fill::kTimedOut;
@@ -26,10 +27,7 @@ std::optional<Frame> FrameReader::next() {
   const std::span<unsigned char> available(m_buffer.data() + m_from, m_to - m_from);
   const FrameHeader header = decodeHeader(available.first<kFrameHeaderSize>());
   const std::size_t whole = kFrameHeaderSize + header.length;
-  if (available.size() < whole) {
-    if (m_buffer.size() < kLargestSize) m_buffer.resize(kLargestSize);
-    return std::nullopt;
-  }
+  if (available.size() < whole) return std::nullopt;
   m_from += whole;
   return Frame{header, available.first(whole)};
 }

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "corvane/levels.h"
+#include "corvane/program_monitor.h"
+#include "corvane/text.h"
+
 #include <cstdio>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "corvane/levels.h"
-#include "corvane/program_monitor.h"
-#include "corvane/text.h"
 
 // A program monitor that keeps what it is given, as golden lines in order: "0x4000000a: text", "10: text" for a record
 // of text and "10: number 3015" for a number; another category than 0x80080000 is appended. Any thread may record.
@@ -30,7 +30,8 @@ class RecordingMonitor : public CS_ProgramMonitor {
  protected:
   void write(const CS_Record& record) noexcept override {
     char level[32];
-    std::snprintf(level, sizeof level, record.level > 0xFFFF ? "0x%08x: " : "%d: ", static_cast<unsigned>(record.level));
+    std::snprintf(level, sizeof level,
+                  record.level > 0xFFFF ? "0x%08x: " : "%d: ", static_cast<unsigned>(record.level));
     std::string line = level;
     line += record.number != 0 ? "number " + std::to_string(record.number) : corvane::toUtf8(record.text);
     if (record.category != corvane::kCategory) line += " [category " + std::to_string(record.category) + "]";

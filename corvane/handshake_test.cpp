@@ -1,0 +1,154 @@
+#include "corvane/component_server.h"
+#include "corvane/connection.h"
+#include "corvane/exception.h"
+#include "corvane/frame.h"
+#include "corvane/message_numbers.h"
+#include "corvane/socket.h"
+#include "corvane/value_writer.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using namespace corvane;
+
+std::pair<int, std::wstring> acceptFailure(Listener& listener) {
+  try {
+    CS_Connection::accept(std::move(*listener.accept()));
+  } catch (const CS_Exception& exception) {
+    return {exception.number(), exception.detail()};
+  }
+  return {0, L"nothing was thrown"};
+}
+
+// What the serving side says when a peer begins with these bytes and closes.
+std::pair<int, std::wstring> answerTo(std::span<const unsigned char> bytes) {
+  CS_ComponentServer::initialize(0, 0);
+  Listener listener("127.0.0.1:0");
+  std::pair<int, std::wstring> failure;
+  std::thread acceptor([&] { failure = acceptFailure(listener); });
+  {
+    Socket peer = Socket::connect("localhost", listener.port(), false);
+    const Socket::Piece pieces[] = {bytes};
+    peer.send(pieces);
+    peer.shutdown();
+  }
+  acceptor.join();
+  return failure;
+}
+
+std::vector<unsigned char> greeting(FrameHeader header, const ValueWriter& values) {
+  header.length = static_cast<std::uint32_t>(values.size());
+  const EncodedHeader encoded = encodeHeader(header);
+  std::vector<unsigned char> bytes(encoded.begin(), encoded.end());
+  values.forEachPiece([&](ValueWriter::Piece piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
+  return bytes;
+}
+
+TEST(Handshake, RefusesAPeerThatSpeaksSomethingElse) {
+  const char request[] = "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n";
+  EXPECT_EQ(kProtocolViolation, answerTo({reinterpret_cast<const unsigned char*>(request), sizeof request - 1}).first);
+}
+
+TEST(Handshake, RefusesAFrameThatIsTooLarge) {
+  unsigned char bytes[kFrameHeaderSize] = {0xFF, 0xFF, 0xFF, 0x7F, 1};
+  EXPECT_EQ(std::make_pair(kLimitExceeded, std::wstring(L"a frame of 2147483647 bytes, the limit is 65536")),
+            answerTo(bytes));
+}
+
+TEST(Handshake, RefusesAConnectionThatDoesNotBeginWithAGreeting) {
+  FrameHeader header;
+  header.kind = FrameKind::kRequest;
+  EXPECT_EQ(std::make_pair(kProtocolViolation, std::wstring(L"the connection does not begin with a greeting")),
+            answerTo(greeting(header, ValueWriter())));
+}
+
+TEST(Handshake, RefusesAGreetingForAnotherProtocol) {
+  FrameHeader header;
+  header.kind = FrameKind::kHello;
+  header.number = kProtocolVersion;
+  ValueWriter values;
+  values.writeText(L"something");
+  EXPECT_EQ(std::make_pair(kProtocolViolation, std::wstring(L"the greeting is for another protocol")),
+            answerTo(greeting(header, values)));
+}
+
+TEST(Handshake, RefusesAnotherVersionWithBothNumbers) {
+  FrameHeader header;
+  header.kind = FrameKind::kHello;
+  header.number = 9;
+  ValueWriter values;
+  values.writeText(L"corvane");
+  values.writeInt(0);
+  EXPECT_EQ(std::make_pair(kConnectFailed,
+                           std::wstring(L"this side speaks version 1 of the protocol, the other one version 9")),
+            answerTo(greeting(header, values)));
+}
+
+TEST(Handshake, RefusesAGreetingWithTooManyValues) {
+  FrameHeader header;
+  header.kind = FrameKind::kHello;
+  header.number = kProtocolVersion;
+  ValueWriter values;
+  values.writeText(L"corvane");
+  values.writeInt(1000);
+  EXPECT_EQ(std::make_pair(kLimitExceeded, std::wstring(L"a greeting with 1000 values")),
+            answerTo(greeting(header, values)));
+}
+
+TEST(Handshake, NoticesAPeerThatGoesAwayDuringIt) {
+  EXPECT_EQ(std::make_pair(kConnectFailed, std::wstring(L"the other side closed the connection during the handshake")),
+            answerTo({}));
+}
+
+TEST(Connection, SaysWhatIsWrongWhenNobodyListens) {
+  CS_ComponentServer::initialize(0, 0);
+  std::uint16_t port = 0;
+  {
+    Listener listener("127.0.0.1:0");
+    port = listener.port();
+  }
+  try {
+    CS_Connection::create()->connect(L"localhost", port, CS_Connection::kDirect, false);
+    FAIL() << "nobody listens there";
+  } catch (const CS_Exception& exception) {
+    EXPECT_EQ(kConnectFailed, exception.number());
+    EXPECT_EQ(0u, std::wstring(exception.detail()).find(L"nobody answers on localhost port "));
+  }
+}
+
+TEST(Connection, RefusesAPortThatIsNone) {
+  EXPECT_THROW(CS_Connection::create()->connect(L"localhost", 0, 256, false), CS_Exception);
+  EXPECT_THROW(CS_Connection::create()->connect(L"localhost", 65536, 256, false), CS_Exception);
+  EXPECT_THROW(CS_Connection::create()->connect(nullptr, 1, 256, false), CS_Exception);
+}
+
+TEST(Listener, SaysWhatIsWrongWithAnAddress) {
+  CS_ComponentServer::initialize(0, 0);
+  for (const char* address : {"", "127.0.0.1", ":80", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:70000", "127.0.0.1:-1"}) {
+    EXPECT_THROW(Listener{address}, CS_Exception) << address;
+  }
+}
+
+TEST(Listener, SaysThatAPortIsTaken) {
+  CS_ComponentServer::initialize(0, 0);
+  Listener first("127.0.0.1:0");
+  try {
+    Listener second(first.address());
+    FAIL() << "the port is taken";
+  } catch (const CS_Exception& exception) {
+    EXPECT_EQ(0u, std::wstring(exception.detail()).find(L"cannot listen on 127.0.0.1:"));
+  }
+}
+
+TEST(Listener, StopEndsAnAcceptThatIsWaiting) {
+  CS_ComponentServer::initialize(0, 0);
+  Listener listener("127.0.0.1:0");
+  std::thread acceptor([&] { EXPECT_FALSE(listener.accept()); });
+  listener.stop();
+  acceptor.join();
+}
+
+}  // namespace

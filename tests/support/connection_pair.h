@@ -1,0 +1,62 @@
+#pragma once
+
+#include "corvane/bridge.h"
+#include "corvane/channel.h"
+#include "corvane/class_factory.h"
+#include "corvane/component_server.h"
+#include "corvane/connection.h"
+#include "corvane/socket.h"
+
+#include <thread>
+
+// A dialed connection and its accepted other end, in one process over a real loopback socket. The accepted end is
+// served on a thread of its own; both ends are destroyed, and that thread joined, at the end of the test.
+class ConnectionPair {
+ public:
+  ConnectionPair() {
+    CS_ComponentServer::initialize(0, 0);
+    corvane::Listener listener("127.0.0.1:0");
+    std::thread acceptor([&] { m_accepted = CS_Connection::accept(std::move(*listener.accept())); });
+    m_dialed = CS_Connection::create();
+    m_dialed->connect(L"localhost", listener.port(), CS_Connection::kDirect, false);
+    acceptor.join();
+    m_server = std::thread([this] { m_reason = m_accepted->serve(); });
+  }
+  ~ConnectionPair() {
+    CS_Connection::destroy(m_dialed, true);
+    join();
+    CS_Connection::destroy(m_accepted, true);
+    CS_Bridge::waitForThreads(10000);
+  }
+  ConnectionPair(const ConnectionPair&) = delete;
+  ConnectionPair& operator=(const ConnectionPair&) = delete;
+
+  CS_Connection& dialed() { return *m_dialed; }
+  const CS_RCPtr<CS_Connection>& dialedPointer() { return m_dialed; }
+  const CS_RCPtr<CS_Connection>& accepted() { return m_accepted; }
+
+  // Waits until the accepted end has ended, and says why it did.
+  std::wstring join() {
+    if (m_server.joinable()) m_server.join();
+    return m_reason;
+  }
+
+ private:
+  CS_RCPtr<CS_Connection> m_dialed;
+  CS_RCPtr<CS_Connection> m_accepted;
+  std::thread m_server;
+  std::wstring m_reason;
+};
+
+// A component of the local class on the owner, with its start operations done; null when it cannot be made.
+inline CS_RCPtr<CS_Component> makeComponent(CS_Component& owner, const wchar_t* localClass,
+                                            const wchar_t* remoteClass) {
+  const CS_RCPtr<CS_ClassFactory> factory = owner.getClassFactory(localClass, remoteClass, true);
+  if (!factory) return nullptr;
+  const CS_RCPtr<CS_Component> component = factory->newInstance(0);
+  if (component) {
+    component->getChannel(true)->startSending();
+    component->getChannel(true)->startReceiving();
+  }
+  return component;
+}
