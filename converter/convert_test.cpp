@@ -159,10 +159,12 @@ TEST_F(ConvertTest, PagesCannotBeSentToAnotherFile) {
 TEST_F(ConvertTest, DocumentCannotListReadOrDeleteFilesBesideIt) {
   Write(L"secret", "secret");
   const std::string folder = HostPath(folder_);
-  const JobPaths paths =
-      Write(L"job", "%!PS-Adobe-3.0\n(" + folder + "/*) { listedafile } 256 string filenameforall\n{ (" + folder +
-                        "/secret.ps) (r) file } stopped { clear } { readafile } ifelse\n{ (" + folder +
-                        "/secret.ps) deletefile } stopped { clear } { deletedafile } ifelse\n" + "showpage\n");
+  // Of all names it may see its own only.
+  const std::string list =
+      "(" + folder + "/*) { (job.ps) search { pop pop pop } { listedafile } ifelse } 256 string " + "filenameforall\n";
+  const std::string read = "{ (" + folder + "/secret.ps) (r) file } stopped { clear } { readafile } ifelse\n";
+  const std::string remove = "{ (" + folder + "/secret.ps) deletefile } stopped { clear } { deletedafile } ifelse\n";
+  const JobPaths paths = Write(L"job", "%!PS-Adobe-3.0\n" + list + read + remove + "showpage\n");
   EXPECT_EQ(Convert(paths, limits_), 1);
   EXPECT_EQ(Names(), (std::set<std::wstring>{L"job.pdf", L"job.ps", L"secret.ps"}));
 }
