@@ -2,7 +2,16 @@
 
 #include <windows.h>
 
+#include <utility>
+
 namespace mg::converter {
+
+ConversionError::ConversionError(ExitCode code, std::wstring text)
+    : code_(code), text_(std::move(text)), what_(text_.size() * 3, '\0') {
+  what_.resize(
+      static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text_.data(), static_cast<int>(text_.size()), what_.data(),
+                                              static_cast<int>(what_.size()), nullptr, nullptr)));
+}
 
 std::wstring SystemErrorText(unsigned long error) {
   wchar_t text[512];

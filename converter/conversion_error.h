@@ -3,7 +3,6 @@
 
 #include <exception>
 #include <string>
-#include <utility>
 
 namespace mg::converter {
 
@@ -25,15 +24,17 @@ enum class ExitCode : int {
 // Why there is no PDF: the exit code and one readable line that says what was wrong and what to do about it.
 class ConversionError : public std::exception {
  public:
-  ConversionError(ExitCode code, std::wstring text) : code_(code), text_(std::move(text)) {}
+  ConversionError(ExitCode code, std::wstring text);
 
   ExitCode code() const { return code_; }
   const std::wstring& text() const { return text_; }
-  const char* what() const noexcept override { return "conversion failed"; }
+  // The same line in UTF-8.
+  const char* what() const noexcept override { return what_.c_str(); }
 
  private:
   ExitCode code_;
   std::wstring text_;
+  std::string what_;
 };
 
 // The system's words for a GetLastError number, without a line end, as in "Access denied. (5)".

@@ -159,9 +159,9 @@ TEST_F(ConvertTest, PagesCannotBeSentToAnotherFile) {
 TEST_F(ConvertTest, DocumentCannotListReadOrDeleteFilesBesideIt) {
   Write(L"secret", "secret");
   const std::string folder = HostPath(folder_);
-  // Of all names it may see its own only.
+  // It sees its own name and those of Ghostscript's temporary files.
   const std::string list =
-      "(" + folder + "/*) { (job.ps) search { pop pop pop } { listedafile } ifelse } 256 string " + "filenameforall\n";
+      "(" + folder + "/*) { (secret) search { listedafile } { pop } ifelse } 256 string " + "filenameforall\n";
   const std::string read = "{ (" + folder + "/secret.ps) (r) file } stopped { clear } { readafile } ifelse\n";
   const std::string remove = "{ (" + folder + "/secret.ps) deletefile } stopped { clear } { deletedafile } ifelse\n";
   const JobPaths paths = Write(L"job", "%!PS-Adobe-3.0\n" + list + read + remove + "showpage\n");
