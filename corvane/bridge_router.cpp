@@ -27,6 +27,8 @@ struct Route {
 
 namespace {
 
+constexpr wchar_t kGone[] = L"the other side of the bridge has gone";
+
 void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
   FrameHeader header;
   header.kind = FrameKind::kRelease;
@@ -41,6 +43,7 @@ void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
 }  // namespace
 }  // namespace corvane
 
+using corvane::kGone;
 using corvane::Route;
 using corvane::sendRelease;
 
@@ -117,9 +120,9 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   }
   try {
     to.link->sendFrames(frames);
-  } catch (const CS_Exception& exception) {
-    end(exception.detail(), false);
-    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), exception.detail());
+  } catch (const CS_Exception&) {
+    end(kGone, false);
+    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), kGone);
   }
 }
 
@@ -132,7 +135,7 @@ void CS_BridgeRouter::answerUnrouted(const corvane::FrameHeader& header) {
 }
 
 bool CS_BridgeRouter::release() {
-  end(L"the other side of the bridge has gone", true);
+  end(kGone, true);
   return true;
 }
 

@@ -131,8 +131,9 @@ TEST(Values, RefuseANegativeLengthOrAMissingBlock) {
 }
 
 TEST(Values, SkippingTheRestTakesInEveryFrame) {
+  const std::vector<unsigned char> block(50, 1);
   ValueWriter writer;
-  writer.writeBytes(std::vector<unsigned char>(50, 1).data(), 50);
+  writer.writeBytes(block.data(), 50);
   ValueReader reader = readerOf(writer, 4);
   reader.readPiece();
   reader.skipRest();
