@@ -102,6 +102,7 @@ class Link {
   void readOnce(std::optional<Deadline> deadline);
   void lookForNews();
   void throwIfEnded(std::uint32_t bridge);
+  [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
   void sendPieces(std::span<const Socket::Piece> pieces);
   Frame awaitFrame(Deadline deadline);
   HelloValues readHello(const Frame& frame, FrameKind kind);

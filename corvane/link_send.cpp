@@ -69,6 +69,12 @@ void Link::throwIfEnded(std::uint32_t bridge) {
   if (ended != m_endedBridges.end()) throw CS_Exception(kConnectionLost, L"%s", ended->second.c_str());
 }
 
+// The first reason is the true one: a send may fail only because the link was ended meanwhile.
+void Link::endAndThrow(const wchar_t* reasonOfThisFailure) {
+  end(reasonOfThisFailure);
+  throw CS_Exception(kConnectionLost, L"%s", reason().c_str());
+}
+
 // With the send lock held.
 void Link::sendPieces(std::span<const Socket::Piece> pieces) {
   m_socket.send(pieces);
@@ -99,8 +105,7 @@ void Link::send(FrameHeader header, const ValueWriter& values) {
     look = m_sentSinceLook >= kLookEvery;
     if (look) m_sentSinceLook = 0;
   } catch (const CS_Exception& exception) {
-    end(exception.detail());
-    throw;
+    endAndThrow(exception.detail());
   }
   if (look) lookForNews();
 }
@@ -112,8 +117,7 @@ void Link::sendFrames(std::span<const unsigned char> frames) {
     const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), frames};
     sendPieces(m_announcements.empty() ? std::span(pieces).last(1) : std::span(pieces));
   } catch (const CS_Exception& exception) {
-    end(exception.detail());
-    throw;
+    endAndThrow(exception.detail());
   }
 }
 
