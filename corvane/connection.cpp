@@ -81,7 +81,8 @@ void CS_Connection::linkEnded(const std::wstring& reason) {
 std::wstring CS_Connection::serve() {
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
   const CS_RCPtr<CS_Connection> self = this;
-  return m_link->serve();
+  std::wstring reason = m_link->serve();
+  return reason == corvane::kClosedInOrder ? std::wstring() : reason;
 }
 
 void CS_Connection::onEnd(std::function<void(const std::wstring&)> handler) {

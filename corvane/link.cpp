@@ -61,7 +61,7 @@ void Link::readOnce(std::optional<Deadline> deadline) {
         return;
       case FrameReader::Fill::kClosed:
         throw CS_Exception(kConnectionLost, m_reader.isBetweenFrames()
-                                                ? L"the other side closed the connection"
+                                                ? kClosedInOrder
                                                 : L"the other side closed the connection in the middle of a frame");
       case FrameReader::Fill::kData:
         frame = m_reader.next();

@@ -25,6 +25,9 @@ class FrameHandler {
   virtual void onLinkEnd(const std::wstring& reason) = 0;
 };
 
+// Why a link ended when the peer closed it between two frames.
+inline constexpr const wchar_t* kClosedInOrder = L"the other side closed the connection";
+
 // A named value of the handshake.
 using HelloValues = std::map<std::wstring, std::wstring>;
 
