@@ -14,8 +14,9 @@ MAY_INCLUDE = {
     "session": {"util", "corvane", "ports"},
     "jobs": {"util", "corvane", "ports", "session"},
     "monitor": {"util", "corvane", "ports", "session", "jobs"},
-    "server": {"util", "corvane"},
-    "client": {"util", "corvane"},
+    "programs": {"util", "corvane"},
+    "server": {"util", "corvane", "programs"},
+    "client": {"util", "corvane", "programs"},
     "converter": {"util", "corvane"},
     "bench": {"util", "corvane"},
 }

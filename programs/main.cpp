@@ -1,0 +1,50 @@
+#include "programs/main.h"
+
+#include "corvane/exception.h"
+#include "programs/failure.h"
+
+#include <cstdio>
+#include <exception>
+
+#ifdef _WIN32
+#include "corvane/text.h"
+
+#include <windows.h>
+#else
+#include <csignal>
+#endif
+
+namespace {
+
+int runProgram(const std::vector<std::string>& arguments) {
+  try {
+    return programMain(arguments);
+  } catch (const CS_Exception& failure) {
+    std::fprintf(stderr, "%s\n", programs::describe(failure).c_str());
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
+  }
+  return 1;
+}
+
+}  // namespace
+
+#ifdef _WIN32
+
+int wmain(int count, wchar_t** values) {
+  SetConsoleOutputCP(CP_UTF8);
+  std::vector<std::string> arguments;
+  for (int i = 1; i < count; ++i)
+    arguments.push_back(corvane::toUtf8(values[i]));
+  return runProgram(arguments);
+}
+
+#else
+
+int main(int count, char** values) {
+  // A reader of our output that goes away must not end the program in the middle of a job.
+  std::signal(SIGPIPE, SIG_IGN);
+  return runProgram(std::vector<std::string>(values + 1, values + count));
+}
+
+#endif

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace programs {
+
+// Longest text that goes into one line, in bytes; the rest is replaced by "...".
+inline constexpr std::size_t kLineBytes = 4000;
+
+// A text that came from elsewhere, as UTF-8 fit for one line of a log or a terminal: line breaks and tabs become
+// spaces, every other control character becomes "?", so that nobody can forge lines or steer a terminal.
+std::string oneLine(std::wstring_view text);
+
+}  // namespace programs
