@@ -1,0 +1,30 @@
+#include "server/log_monitor.h"
+
+#include "corvane/levels.h"
+#include "programs/one_line.h"
+
+namespace aps {
+
+std::string levelWord(int level) {
+  switch (level) {
+    case corvane::kLevelFailure:
+      return "failure";
+    case corvane::kLevelCleanupNote:
+      return "note";
+    case corvane::kLevelStackTrace:
+      return "stack trace";
+    case corvane::kLevelConnectionFailure:
+      return "connection";
+    case corvane::kLevelException:
+      return "exception";
+    default:
+      return "level " + std::to_string(level);
+  }
+}
+
+void LogMonitor::write(const CS_Record& record) noexcept try {
+  m_log->line("aps: " + levelWord(record.level) + ": " + programs::oneLine(record.text));
+} catch (...) {
+}
+
+}  // namespace aps

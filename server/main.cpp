@@ -1,0 +1,62 @@
+#include "programs/main.h"
+
+#include "corvane/component_server.h"
+#include "corvane/exception.h"
+#include "corvane/socket.h"
+#include "programs/one_line.h"
+#include "programs/paths.h"
+#include "programs/stop_request.h"
+#include "server/application.h"
+#include "server/connection_list.h"
+#include "server/log_monitor.h"
+#include "server/options.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+// Null after saying why aps cannot listen there.
+std::unique_ptr<corvane::Listener> listenOn(const std::string& address) {
+  try {
+    return std::make_unique<corvane::Listener>(address);
+  } catch (const CS_Exception& failure) {
+    std::fprintf(stderr, "aps: %s; choose another port with --listen, or end the program that has this one\n",
+                 programs::oneLine(failure.detail()).c_str());
+    return nullptr;
+  }
+}
+
+}  // namespace
+
+int programMain(const std::vector<std::string>& arguments) {
+  const aps::ParsedOptions parsed = aps::parseOptions(arguments);
+  if (parsed.exitCode >= 0) {
+    std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
+    return parsed.exitCode;
+  }
+  const aps::Options& options = parsed.options;
+  if (!CS_ComponentServer::initialize(0, 0)) {
+    std::fputs("the network of this machine cannot be used\n", stderr);
+    return 1;
+  }
+  const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
+  CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
+  aps::registerClasses(std::make_shared<aps::Application>(log, options.limits));
+
+  const auto listener = listenOn(options.listen);
+  if (!listener) return 1;
+  aps::ConnectionList connections(log, options.maxConnections);
+  const programs::StopRequest stop([&listener] { listener->stop(); });
+  log->line("aps listens on " + listener->address());
+  std::printf("aps listens on %s\n", listener->address().c_str());
+  std::fflush(stdout);
+
+  while (auto socket = listener->accept())
+    connections.serve(std::move(*socket));
+
+  connections.endAll();
+  log->line("aps stops");
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  return 0;
+}

@@ -1,0 +1,55 @@
+#include "server/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <sstream>
+
+namespace aps {
+
+std::string listenRefusal(const std::string& address) {
+  const std::size_t colon = address.rfind(':');
+  const std::string host = colon == std::string::npos ? address : address.substr(0, colon);
+  const std::string port = colon == std::string::npos ? "" : address.substr(colon + 1);
+  const bool isNumber = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+  if (!isNumber || std::stoul(port) > 65535) {
+    return "\"" + address + "\" is not an address and port; an example is 127.0.0.1:4711 (port 0 takes any free port)";
+  }
+  if (host != "127.0.0.1" && host != "[::1]") {
+    return "aps listens on this machine's own addresses only, 127.0.0.1 or [::1], not on \"" + host + "\"";
+  }
+  return "";
+}
+
+ParsedOptions parseOptions(std::vector<std::string> arguments) {
+  ParsedOptions result;
+  Options& options = result.options;
+  CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
+  app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
+      ->capture_default_str();
+  app.add_option("--log", options.logFile, "log file, appended to; without it the log goes to the error output");
+  app.add_option("--max-connections", options.maxConnections, "connections at the same time, each with a thread")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100000));
+  app.add_option("--max-sessions", options.limits.sessions, "sessions that are remembered")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100000));
+  app.add_option("--max-printers", options.limits.printers, "printers of one session")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 4096));
+  std::reverse(arguments.begin(), arguments.end());
+  try {
+    app.parse(arguments);
+  } catch (const CLI::ParseError& error) {
+    std::ostringstream out;
+    result.exitCode = app.exit(error, out, out);
+    result.message = out.str();
+    return result;
+  }
+  if (std::string refusal = listenRefusal(options.listen); !refusal.empty()) {
+    result.exitCode = 2;
+    result.message = "--listen: " + refusal + "\n";
+  }
+  return result;
+}
+
+}  // namespace aps

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "server/session_table.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace aps {
+
+// What the command line of aps says.
+struct Options {
+  std::string listen = "127.0.0.1:4711";
+  std::string logFile;  // empty: the standard error output
+  std::size_t maxConnections = 512;
+  SessionTable::Limits limits;
+};
+
+// The outcome of reading a command line: go on when exitCode is negative, otherwise end with it after saying message
+// on the standard output (code 0, such as help) or the standard error output.
+struct ParsedOptions {
+  Options options;
+  int exitCode = -1;
+  std::string message;
+};
+
+ParsedOptions parseOptions(std::vector<std::string> arguments);
+
+// Why this server may not listen there; empty when it may. Connections are not authenticated, so only addresses of the
+// machine itself are accepted.
+std::string listenRefusal(const std::string& address);
+
+}  // namespace aps

@@ -1,0 +1,47 @@
+#include "server/options.h"
+
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+TEST(ApsOptions, ListenOnLoopbackByDefault) {
+  const ParsedOptions parsed = parseOptions({});
+  EXPECT_EQ(parsed.exitCode, -1);
+  EXPECT_EQ(parsed.options.listen, "127.0.0.1:4711");
+}
+
+TEST(ApsOptions, TakeTheAddressTheLogAndTheBounds) {
+  const ParsedOptions parsed = parseOptions({"--listen", "[::1]:0", "--log", "a b.log", "--max-connections", "7",
+                                             "--max-sessions", "8", "--max-printers", "9"});
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.listen, "[::1]:0");
+  EXPECT_EQ(parsed.options.logFile, "a b.log");
+  EXPECT_EQ(parsed.options.maxConnections, 7u);
+  EXPECT_EQ(parsed.options.limits.sessions, 8u);
+  EXPECT_EQ(parsed.options.limits.printers, 9u);
+}
+
+TEST(ApsOptions, RefuseAnAddressThatIsNotThisMachine) {
+  const ParsedOptions parsed = parseOptions({"--listen", "0.0.0.0:4711"});
+  EXPECT_EQ(parsed.exitCode, 2);
+  EXPECT_EQ(parsed.message,
+            "--listen: aps listens on this machine's own addresses only, 127.0.0.1 or [::1], not on \"0.0.0.0\"\n");
+}
+
+TEST(ApsOptions, RefuseWhatIsNoPort) {
+  for (const char* address : {"127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:65536", "127.0.0.1:123456"}) {
+    EXPECT_EQ(listenRefusal(address), "\"" + std::string(address) +
+                                          "\" is not an address and port; an example is 127.0.0.1:4711 (port 0 takes "
+                                          "any free port)");
+  }
+}
+
+TEST(ApsOptions, ExplainAnUnknownOption) {
+  const ParsedOptions parsed = parseOptions({"--lissten", "127.0.0.1:1"});
+  EXPECT_GT(parsed.exitCode, 0);
+  EXPECT_NE(parsed.message.find("--lissten"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace aps

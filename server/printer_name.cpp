@@ -1,0 +1,61 @@
+#include "server/printer_name.h"
+
+#include "corvane/text.h"
+
+#include <algorithm>
+#include <set>
+
+namespace aps {
+namespace {
+
+bool isControl(wchar_t c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
+std::wstring nameRefusal(const std::wstring& name) {
+  if (name.empty()) return L"a printer has no name";
+  const std::size_t length = corvane::toUtf16(name).size();
+  if (length > kMaxPrinterName) {
+    return L"the printer name \"" + name.substr(0, 40) + L"...\" has " + std::to_wstring(length) +
+           L" characters, the limit is " + std::to_wstring(kMaxPrinterName);
+  }
+  if (std::any_of(name.begin(), name.end(), isControl)) {
+    return L"the printer name \"" + name + L"\" holds a control character";
+  }
+  if (name.front() == L' ' || name.back() == L' ') {
+    return L"the printer name \"" + name + L"\" begins or ends with a blank";
+  }
+  return L"";
+}
+
+}  // namespace
+
+std::wstring localPrinterName(const std::wstring& clientName, int session) {
+  return clientName + L" (session " + std::to_wstring(session) + L")";
+}
+
+std::wstring foldedName(const std::wstring& name) {
+  std::wstring folded = name;
+  for (wchar_t& c : folded) {
+    if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c + (L'a' - L'A'));
+  }
+  return folded;
+}
+
+std::wstring printersRefusal(const std::vector<Printer>& printers) {
+  std::set<std::wstring> seen;
+  for (const Printer& printer : printers) {
+    const std::wstring& name = printer.name();
+    if (std::wstring refusal = nameRefusal(name); !refusal.empty()) return refusal;
+    if (!seen.insert(foldedName(name)).second) {
+      return L"the printer \"" + name + L"\" is there twice; give each printer a name of its own";
+    }
+    if (printer.value < 1 || printer.value > 3) {
+      return L"the printer \"" + name + L"\" has the format value " + std::to_wstring(printer.value) +
+             L"; 1 (raw), 2 (PostScript) and 3 (PDF) exist";
+    }
+  }
+  return L"";
+}
+
+}  // namespace aps

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "server/printer.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace aps {
+
+inline constexpr std::size_t kMaxPrinterName = 200;  // characters of the client's name
+
+// The name under which a session's printer is known on this server: the client's own name first, then the session. It
+// depends on nothing else, so it is the same after every reconnect.
+std::wstring localPrinterName(const std::wstring& clientName, int session);
+
+// A name for comparisons: two printers of one machine may not differ in the case of their letters A to Z only.
+std::wstring foldedName(const std::wstring& name);
+
+// Why these printers cannot be brought along, for a person; empty when they can.
+std::wstring printersRefusal(const std::vector<Printer>& printers);
+
+}  // namespace aps

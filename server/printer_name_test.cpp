@@ -1,0 +1,47 @@
+#include "server/printer_name.h"
+
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+Printer named(const std::wstring& name, int value = 1) {
+  Printer printer;
+  printer.texts[0] = name;
+  printer.value = value;
+  return printer;
+}
+
+TEST(PrinterName, BeginsWithTheClientsOwnName) {
+  EXPECT_EQ(localPrinterName(L"Laser-2", 5), L"Laser-2 (session 5)");
+}
+
+TEST(PrinterName, RefusesAPrinterWithoutName) {
+  EXPECT_EQ(printersRefusal({named(L"")}), L"a printer has no name");
+  EXPECT_EQ(printersRefusal({Printer{}}), L"a printer has no name");
+}
+
+TEST(PrinterName, TakesTwoHundredCharactersAndNoMore) {
+  EXPECT_EQ(printersRefusal({named(std::wstring(200, L'x'))}), L"");
+  EXPECT_EQ(printersRefusal({named(std::wstring(201, L'x'))}),
+            L"the printer name \"" + std::wstring(40, L'x') + L"...\" has 201 characters, the limit is 200");
+}
+
+TEST(PrinterName, RefusesControlCharactersAndOuterBlanks) {
+  EXPECT_EQ(printersRefusal({named(L"a\nb")}), L"the printer name \"a\nb\" holds a control character");
+  EXPECT_EQ(printersRefusal({named(L"Laser ")}), L"the printer name \"Laser \" begins or ends with a blank");
+}
+
+TEST(PrinterName, RefusesTheSameNameTwiceWhateverItsCase) {
+  EXPECT_EQ(printersRefusal({named(L"Laser"), named(L"laser")}),
+            L"the printer \"laser\" is there twice; give each printer a name of its own");
+}
+
+TEST(PrinterName, RefusesAFormatThatDoesNotExist) {
+  EXPECT_EQ(printersRefusal({named(L"Laser", 4)}),
+            L"the printer \"Laser\" has the format value 4; 1 (raw), 2 (PostScript) and 3 (PDF) exist");
+  EXPECT_EQ(printersRefusal({named(L"A", 1), named(L"B", 2), named(L"C", 3)}), L"");
+}
+
+}  // namespace
+}  // namespace aps

@@ -1,0 +1,35 @@
+#include "server/program_monitor_server.h"
+
+#include "corvane/in_request.h"
+#include "corvane/program_monitor_c.h"
+#include "programs/one_line.h"
+#include "server/log_monitor.h"
+
+namespace aps {
+
+bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
+  switch (request.number()) {
+    case CS_ProgramMonitor_c::kSetProcessInfo: {
+      const int processId = request.readInt();
+      m_process = programs::oneLine(request.readUTF()) + " " + std::to_string(processId);
+      m_application->log->line(m_process + ": connected");
+      request.reply().writeBoolean(true);
+      request.sendReply();
+      return true;
+    }
+    case CS_ProgramMonitor_c::kRecord: {
+      const int level = request.readInt();
+      request.readInt();  // the category is the same for all records of the port monitor
+      request.readInt();  // the message number stands in the text
+      const int report = request.readInt();
+      const std::string group = report != 0 ? " #" + std::to_string(report) : "";
+      m_application->log->line(m_process + group + ": " + levelWord(level) + ": " +
+                               programs::oneLine(request.readUTF()));
+      return true;
+    }
+    default:
+      return CS_Component::processRequest(request);
+  }
+}
+
+}  // namespace aps

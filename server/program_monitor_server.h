@@ -1,0 +1,26 @@
+#pragma once
+
+#include "corvane/component.h"
+#include "server/application.h"
+
+#include <memory>
+#include <string>
+
+namespace aps {
+
+// The server's half of another process's program monitor: each of its records becomes a line of the log with the
+// process, the level as a word and the text. Its requests come one after another on one thread.
+class ProgramMonitorServer : public CS_Component {
+ public:
+  using Context = Application;
+  explicit ProgramMonitorServer(std::shared_ptr<Application> application) : m_application(std::move(application)) {}
+
+  int getDataType() const override { return 4; }
+  bool processRequest(CS_InRequest& request) override;
+
+ private:
+  std::shared_ptr<Application> m_application;
+  std::string m_process = "a process that did not introduce itself";
+};
+
+}  // namespace aps

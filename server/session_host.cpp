@@ -1,0 +1,106 @@
+#include "server/session_host.h"
+
+#include "corvane/exception.h"
+#include "corvane/in_request.h"
+#include "corvane/message_numbers.h"
+#include "programs/one_line.h"
+#include "programs/session_registration.h"
+#include "server/printer_name.h"
+
+namespace aps {
+namespace {
+
+// More than any limit of a session table, so that the table's own refusal is what a person reads.
+constexpr int kMaxPrintersRead = 4096;
+
+Printer readPrinter(CS_InRequest& request) {
+  Printer printer;
+  for (auto& text : printer.texts) {
+    if (request.readBoolean()) text = request.readUTF();
+  }
+  printer.flag = request.readBoolean();
+  printer.value = request.readInt();
+  printer.secondValue = request.readInt();
+  return printer;
+}
+
+std::string quotedList(const std::vector<std::wstring>& names) {
+  std::string list;
+  for (const std::wstring& name : names)
+    list += (list.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
+  return list;
+}
+
+}  // namespace
+
+SessionHost::~SessionHost() {
+  leave();
+}
+
+bool SessionHost::release() {
+  leave();
+  return CS_Component::release();
+}
+
+void SessionHost::leave() noexcept try {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_released = true;
+  if (m_session == 0) return;
+  if (m_application->sessions.leave(m_session, m_client)) {
+    m_application->log->line("session " + std::to_string(m_session) +
+                             ": the print client has gone; its printers stay known until it comes back");
+  }
+  m_session = 0;
+} catch (...) {
+}
+
+bool SessionHost::processRequest(CS_InRequest& request) {
+  if (request.number() != programs::kBringPrinters) return CS_Component::processRequest(request);
+  bringPrinters(request);
+  return true;
+}
+
+void SessionHost::bringPrinters(CS_InRequest& request) {
+  const int session = request.readInt();
+  const int count = request.readInt();
+  if (count < 0 || count > kMaxPrintersRead) {
+    throw CS_Exception(corvane::kLimitExceeded, L"%d printers of one session", count);
+  }
+  std::vector<Printer> printers;
+  for (int i = 0; i < count; ++i)
+    printers.push_back(readPrinter(request));
+  CS_ClassVersionMap versions;
+  versions << request.getChannel();
+
+  const CS_RCPtr<CS_Component> root = getRootOwner();
+  const CS_RCPtr<CS_Connection> client(dynamic_cast<CS_Connection*>(root.get()));
+  if (!client) throw CS_Exception(corvane::kMissingObject, L"the print client has no connection");
+  SessionTable::Admission admission;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_released) throw CS_Exception(corvane::kConnectionLost, nullptr);
+    if (m_session != 0) {
+      admission.refusal = L"this print client serves session " + std::to_wstring(m_session) + L" already";
+    } else {
+      admission = m_application->sessions.enter(session, std::move(printers), versions, client);
+      if (admission.accepted()) {
+        m_session = session;
+        m_client = client.get();
+      }
+    }
+  }
+
+  const std::string name = "session " + std::to_string(session) + ": ";
+  request.reply().writeBoolean(admission.accepted());
+  if (admission.accepted()) {
+    m_application->log->line(name + "a print client brings " + quotedList(admission.localNames));
+    for (const std::wstring& local : admission.localNames)
+      request.reply().writeText(local.c_str());
+  } else {
+    m_application->log->line(name + "a print client was refused: " + programs::oneLine(admission.refusal));
+    request.reply().writeText(admission.refusal.c_str());
+  }
+  request.sendReply();
+}
+
+}  // namespace aps

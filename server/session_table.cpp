@@ -1,0 +1,88 @@
+#include "server/session_table.h"
+
+#include "server/printer_name.h"
+
+namespace aps {
+
+std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers) const {
+  const std::wstring name = L"session " + std::to_wstring(session);
+  if (session < 1) return name + L" does not exist; sessions are numbered from 1";
+  if (printers.empty()) return name + L" brings no printer along";
+  if (printers.size() > m_limits.printers) {
+    return name + L" brings " + std::to_wstring(printers.size()) + L" printers along, the limit is " +
+           std::to_wstring(m_limits.printers);
+  }
+  const auto known = m_sessions.find(session);
+  if (known != m_sessions.end() && known->second.client) {
+    return name + L" has a print client already; stop that one first";
+  }
+  return printersRefusal(printers);
+}
+
+bool SessionTable::makeRoomLocked() {
+  if (m_sessions.size() < m_limits.sessions) return true;
+  auto oldest = m_sessions.end();
+  for (auto at = m_sessions.begin(); at != m_sessions.end(); ++at) {
+    const bool older = oldest == m_sessions.end() || at->second.leftAt < oldest->second.leftAt;
+    if (!at->second.client && older) oldest = at;
+  }
+  if (oldest == m_sessions.end()) return false;
+  const int session = oldest->first;
+  std::erase_if(m_byName, [session](const auto& item) { return item.second.first == session; });
+  m_sessions.erase(oldest);
+  return true;
+}
+
+SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> printers,
+                                            const CS_ClassVersionMap& versions, const CS_RCPtr<CS_Connection>& client) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  Admission admission;
+  admission.refusal = refusalLocked(session, printers);
+  if (!admission.accepted()) return admission;
+  if (m_sessions.count(session) == 0 && !makeRoomLocked()) {
+    admission.refusal =
+        L"this server has " + std::to_wstring(m_limits.sessions) + L" sessions with a print client, which is its limit";
+    return admission;
+  }
+  std::erase_if(m_byName, [session](const auto& item) { return item.second.first == session; });
+  for (std::size_t i = 0; i < printers.size(); ++i) {
+    admission.localNames.push_back(localPrinterName(printers[i].name(), session));
+    m_byName[foldedName(admission.localNames.back())] = {session, i};
+  }
+  Entry& entry = m_sessions[session];
+  entry.printers = std::move(printers);
+  entry.versions = versions;
+  entry.client = client;
+  return admission;
+}
+
+bool SessionTable::leave(int session, const CS_Connection* client) {
+  CS_RCPtr<CS_Connection> gone;  // given back after the lock
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto known = m_sessions.find(session);
+  if (known == m_sessions.end() || !known->second.client || known->second.client.get() != client) return false;
+  gone = std::move(known->second.client);
+  known->second.leftAt = ++m_departures;
+  return true;
+}
+
+std::optional<SessionTable::Found> SessionTable::find(const std::wstring& localName) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto named = m_byName.find(foldedName(localName));
+  if (named == m_byName.end()) return std::nullopt;
+  const auto [session, index] = named->second;
+  const Entry& entry = m_sessions.at(session);
+  return Found{entry.printers[index], session, entry.client, entry.versions};
+}
+
+std::vector<std::wstring> SessionTable::localNames(int session) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  std::vector<std::wstring> names;
+  const auto known = m_sessions.find(session);
+  if (known == m_sessions.end()) return names;
+  for (const Printer& printer : known->second.printers)
+    names.push_back(localPrinterName(printer.name(), session));
+  return names;
+}
+
+}  // namespace aps

@@ -1,0 +1,100 @@
+#include "server/session_table.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+Printer named(const std::wstring& name) {
+  Printer printer;
+  printer.texts[0] = name;
+  printer.value = 1;
+  return printer;
+}
+
+class SessionTableTest : public ::testing::Test {
+ protected:
+  SessionTable::Admission enter(int session, std::vector<Printer> printers, const CS_RCPtr<CS_Connection>& client) {
+    return m_table.enter(session, std::move(printers), CS_ClassVersionMap(), client);
+  }
+
+  SessionTable m_table{SessionTable::Limits{2, 3}};
+  CS_RCPtr<CS_Connection> m_client = CS_Connection::create();
+  CS_RCPtr<CS_Connection> m_other = CS_Connection::create();
+};
+
+TEST_F(SessionTableTest, NamesPrintersAfterTheClientsNameAndTheSession) {
+  const auto admission = enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
+  EXPECT_TRUE(admission.accepted());
+  EXPECT_THAT(admission.localNames, ElementsAre(L"Laser-2 (session 5)", L"Ink (session 5)"));
+  EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Laser-2 (session 5)", L"Ink (session 5)"));
+}
+
+TEST_F(SessionTableTest, FindsAPrinterByItsLocalNameInAnyCase) {
+  enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
+  const auto found = m_table.find(L"INK (Session 5)");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->printer.name(), L"Ink");
+  EXPECT_EQ(found->session, 5);
+  EXPECT_EQ(found->client.get(), m_client.get());
+  EXPECT_FALSE(m_table.find(L"Ink"));
+}
+
+TEST_F(SessionTableTest, RefusesASecondClientForASession) {
+  enter(5, {named(L"Laser-2")}, m_client);
+  EXPECT_EQ(enter(5, {named(L"Other")}, m_other).refusal, L"session 5 has a print client already; stop that one first");
+  EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Laser-2 (session 5)"));
+}
+
+TEST_F(SessionTableTest, KeepsThePrintersOfAClientThatLeft) {
+  enter(5, {named(L"Laser-2")}, m_client);
+  EXPECT_TRUE(m_table.leave(5, m_client.get()));
+  const auto found = m_table.find(L"Laser-2 (session 5)");
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(found->client);
+}
+
+TEST_F(SessionTableTest, AComingBackReplacesThePrintersAndKeepsTheirNames) {
+  enter(5, {named(L"Laser-2"), named(L"Old")}, m_client);
+  m_table.leave(5, m_client.get());
+  EXPECT_THAT(enter(5, {named(L"New"), named(L"Laser-2")}, m_other).localNames,
+              ElementsAre(L"New (session 5)", L"Laser-2 (session 5)"));
+  EXPECT_FALSE(m_table.find(L"Old (session 5)"));
+  EXPECT_EQ(m_table.find(L"Laser-2 (session 5)")->client.get(), m_other.get());
+}
+
+TEST_F(SessionTableTest, OnlyTheSessionsOwnClientCanLeave) {
+  enter(5, {named(L"Laser-2")}, m_client);
+  EXPECT_FALSE(m_table.leave(5, m_other.get()));
+  EXPECT_FALSE(m_table.leave(6, m_client.get()));
+  EXPECT_TRUE(m_table.find(L"Laser-2 (session 5)")->client);
+}
+
+TEST_F(SessionTableTest, SaysWhyItRefuses) {
+  EXPECT_EQ(enter(0, {named(L"A")}, m_client).refusal, L"session 0 does not exist; sessions are numbered from 1");
+  EXPECT_EQ(enter(5, {}, m_client).refusal, L"session 5 brings no printer along");
+  EXPECT_EQ(enter(5, {named(L"A"), named(L"B"), named(L"C"), named(L"D")}, m_client).refusal,
+            L"session 5 brings 4 printers along, the limit is 3");
+  EXPECT_EQ(enter(5, {named(L"A"), named(L"a")}, m_client).refusal,
+            L"the printer \"a\" is there twice; give each printer a name of its own");
+}
+
+TEST_F(SessionTableTest, TheSessionThatIsLongestWithoutClientMakesRoom) {
+  enter(1, {named(L"A")}, m_client);
+  enter(2, {named(L"A")}, m_other);
+  EXPECT_EQ(enter(3, {named(L"A")}, m_client).refusal,
+            L"this server has 2 sessions with a print client, which is its limit");
+  m_table.leave(2, m_other.get());
+  m_table.leave(1, m_client.get());
+  EXPECT_TRUE(enter(3, {named(L"A")}, m_client).accepted());
+  EXPECT_THAT(m_table.localNames(2), IsEmpty());
+  EXPECT_FALSE(m_table.find(L"A (session 2)"));
+  EXPECT_THAT(m_table.localNames(1), ElementsAre(L"A (session 1)"));
+}
+
+}  // namespace
+}  // namespace aps
