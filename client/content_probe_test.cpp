@@ -1,0 +1,51 @@
+#include "client/content_probe.h"
+
+#include <gtest/gtest.h>
+
+namespace printclient {
+namespace {
+
+ContentProbe probeOf(const std::string& data, std::size_t pieceSize = 1000000) {
+  ContentProbe probe;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
+  for (std::size_t at = 0; at < data.size(); at += pieceSize) {
+    probe.see({bytes + at, std::min(pieceSize, data.size() - at)});
+  }
+  return probe;
+}
+
+TEST(ContentProbe, KnowsPdfPostScriptTextAndTheRest) {
+  for (const std::size_t piece : {std::size_t{1}, std::size_t{1000}}) {
+    EXPECT_EQ(probeOf("%PDF-1.7\n...", piece).extension(), ".pdf");
+    EXPECT_EQ(probeOf("%!PS-Adobe-3.0\n", piece).extension(), ".ps");
+    EXPECT_EQ(probeOf("\x04%!PS\n", piece).extension(), ".ps");
+    EXPECT_EQ(probeOf("plain\ttext\r\n\f", piece).extension(), ".txt");
+    EXPECT_EQ(probeOf("caf\xC3\xA9", piece).extension(), ".txt");
+    EXPECT_EQ(probeOf("text\x1b"
+                      "E",
+                      piece)
+                  .extension(),
+              ".prn");
+    EXPECT_EQ(probeOf("%PDF", piece).extension(), ".txt");
+  }
+  EXPECT_EQ(probeOf("").extension(), ".prn");
+}
+
+TEST(ContentProbe, FindsTheEndOfAPdfHoweverItArrives) {
+  const std::string pdf = "%PDF-1.4\n" + std::string(5000, 'x') + "\n%%EOF\n";
+  for (const std::size_t piece : {1, 3, 700, 1024, 4000, 100000})
+    EXPECT_TRUE(probeOf(pdf, piece).hasPdfEnd()) << piece;
+}
+
+TEST(ContentProbe, AnEndMarkFurtherAwayThanTheLastKilobyteDoesNotCount) {
+  EXPECT_TRUE(probeOf("%PDF-1.4 %%EOF" + std::string(1019, 'x'), 7).hasPdfEnd());
+  EXPECT_FALSE(probeOf("%PDF-1.4 %%EOF" + std::string(1020, 'x'), 7).hasPdfEnd());
+  EXPECT_FALSE(probeOf("%PDF-1.4").hasPdfEnd());
+}
+
+TEST(ContentProbe, CountsTheBytes) {
+  EXPECT_EQ(probeOf(std::string(70000, 'x'), 4096).size(), 70000u);
+}
+
+}  // namespace
+}  // namespace printclient

@@ -1,0 +1,99 @@
+#include "client/job.h"
+
+#include "client/file_name.h"
+#include "programs/one_line.h"
+
+#include <exception>
+
+namespace printclient {
+namespace {
+
+constexpr std::uint64_t kProgressInPlace = 256 * 1024;         // a new number every that many bytes
+constexpr std::uint64_t kFirstProgressLine = 4 * 1024 * 1024;  // then each time the size has doubled
+
+std::string bytesText(std::uint64_t bytes) {
+  return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+}
+
+}  // namespace
+
+Job::Job(JobTicket ticket, JobOutput& output)
+    : m_ticket(std::move(ticket)),
+      m_output(output),
+      m_nextProgress(output.reporter().isInPlace() ? kProgressInPlace : kFirstProgressLine) {
+  try {
+    m_file = std::make_unique<JobFile>(output.folder(), output.nextTemporaryName());
+    const std::string copies = m_ticket.copies > 1 ? ", " + std::to_string(m_ticket.copies) + " copies" : "";
+    const std::string printer =
+        m_ticket.printerName.empty() ? "" : " for \"" + programs::oneLine(m_ticket.printerName) + "\"";
+    output.reporter().progress("receiving " + title() + printer + copies);
+  } catch (const std::exception& failure) {
+    fail(kDiskFailure, failure.what());
+  }
+}
+
+Job::~Job() {
+  if (m_ended) return;
+  m_file.reset();
+  m_output.reporter().line("dropped " + title() + ": the job was cut after " + bytesText(m_probe.size()) +
+                           ", before its end");
+}
+
+std::string Job::title() const {
+  const std::wstring& name = m_ticket.documentName.empty() ? m_ticket.jobName : m_ticket.documentName;
+  return name.empty() ? "a job without name" : "\"" + programs::oneLine(name) + "\"";
+}
+
+void Job::append(std::span<const unsigned char> bytes) noexcept {
+  if (m_result != kPrinted) return;
+  try {
+    m_probe.see(bytes);
+    m_file->append(bytes);
+    reportProgress();
+  } catch (const std::exception& failure) {
+    fail(kDiskFailure, failure.what());
+  }
+}
+
+void Job::reportProgress() {
+  if (m_probe.size() < m_nextProgress) return;
+  m_output.reporter().progress("receiving " + title() + ": " + bytesText(m_probe.size()));
+  m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;
+}
+
+void Job::fail(JobResult result, const std::string& why) {
+  if (m_result != kPrinted) return;
+  m_result = result;
+  m_why = why;
+  m_file.reset();  // gives a full disk its room back at once
+}
+
+void Job::complete() {
+  if (m_result != kPrinted) return;
+  if (m_probe.size() == 0 && m_ticket.settings[3] == JobTicket::kConverted) {
+    fail(kNoData, "no data came; the conversion of the job has failed, see the log of the application server");
+  } else if (m_probe.isPdf() && !m_probe.hasPdfEnd()) {
+    fail(kIncompletePdf, "the PDF is cut; its end mark is missing after " + bytesText(m_probe.size()));
+  } else {
+    try {
+      const std::string extension = m_probe.extension();
+      m_fileName = m_file->keepAs(fileNameFor(m_ticket.documentName, m_ticket.jobName, extension), extension);
+    } catch (const std::exception& failure) {
+      fail(kDiskFailure, failure.what());
+    }
+  }
+}
+
+JobResult Job::end() {
+  complete();
+  m_ended = true;
+  m_file.reset();
+  if (m_result == kPrinted) {
+    m_output.reporter().line("printed " + title() + ": " + bytesText(m_probe.size()) + " to " + m_fileName);
+  } else {
+    m_output.reporter().line("not printed " + title() + ": " + m_why);
+  }
+  return m_result;
+}
+
+}  // namespace printclient

@@ -1,0 +1,141 @@
+#include "client/job_file.h"
+
+#include "programs/paths.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <system_error>
+
+#ifndef _WIN32
+#include <csignal>
+#include <sys/resource.h>
+#endif
+
+namespace printclient {
+namespace {
+
+namespace fs = std::filesystem;
+
+class JobFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_folder = fs::temp_directory_path() /
+               (std::string("job_file_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(m_folder);
+    fs::create_directories(m_folder);
+  }
+  void TearDown() override { fs::remove_all(m_folder); }
+
+  static std::span<const unsigned char> bytes(const std::string& text) {
+    return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+  }
+  std::string read(const std::string& name) const {
+    std::ifstream in(m_folder / programs::toPath(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  std::size_t fileCount() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()));
+  }
+
+  fs::path m_folder;
+};
+
+TEST_F(JobFileTest, HasItsFinalNameOnlyWhenKept) {
+  JobFile file(m_folder, ".part");
+  file.append(bytes("hello"));
+  EXPECT_FALSE(fs::exists(m_folder / "a.txt"));
+  EXPECT_EQ(file.keepAs("a", ".txt"), "a.txt");
+  EXPECT_EQ(read("a.txt"), "hello");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(JobFileTest, LeavesNothingWhenItIsNotKept) {
+  { JobFile(m_folder, ".part").append(bytes("hello")); }
+  EXPECT_EQ(fileCount(), 0u);
+}
+
+TEST_F(JobFileTest, NeverOverwrites) {
+  std::ofstream(m_folder / "a.txt") << "old";
+  std::ofstream(m_folder / "a (2).txt") << "older";
+  JobFile file(m_folder, ".part");
+  file.append(bytes("new"));
+  EXPECT_EQ(file.keepAs("a", ".txt"), "a (3).txt");
+  EXPECT_EQ(read("a.txt"), "old");
+  EXPECT_EQ(read("a (2).txt"), "older");
+  EXPECT_EQ(read("a (3).txt"), "new");
+}
+
+TEST_F(JobFileTest, KeepsTheOrderOfSmallAndLargePieces) {
+  JobFile file(m_folder, ".part");
+  std::string all;
+  for (const std::size_t size : {1, 5, 40000, 3, 32767, 32768, 70000, 1, 64 * 1024, 2}) {
+    const std::string piece(size, static_cast<char>('a' + all.size() % 26));
+    file.append(bytes(piece));
+    all += piece;
+  }
+  file.keepAs("a", ".prn");
+  EXPECT_EQ(read("a.prn"), all);
+}
+
+TEST_F(JobFileTest, AnEmptyJobIsAnEmptyFile) {
+  JobFile file(m_folder, ".part");
+  file.keepAs("a", ".prn");
+  EXPECT_EQ(fs::file_size(m_folder / "a.prn"), 0u);
+}
+
+TEST_F(JobFileTest, TakesANameThatIsNotAscii) {
+  JobFile file(m_folder, ".part");
+  file.append(bytes("x"));
+  EXPECT_EQ(file.keepAs("B\xC3\xBCro \xE2\x82\xAC", ".txt"), "B\xC3\xBCro \xE2\x82\xAC.txt");
+  EXPECT_EQ(read("B\xC3\xBCro \xE2\x82\xAC.txt"), "x");
+}
+
+TEST_F(JobFileTest, FailsWithoutItsFolder) {
+  EXPECT_THROW(JobFile(m_folder / "missing", ".part"), std::system_error);
+}
+
+TEST_F(JobFileTest, DoesNotTakeOverAFileOfItsTemporaryName) {
+  std::ofstream(m_folder / ".part") << "other";
+  EXPECT_THROW(JobFile(m_folder, ".part"), std::system_error);
+  EXPECT_EQ(read(".part"), "other");
+}
+
+#ifndef _WIN32
+// Files of this process may not grow past the limit while the object lives, so that a write is first taken in part and
+// then fails, as on a full disk.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &m_before);
+    rlimit limit = m_before;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &m_before);
+    std::signal(SIGXFSZ, SIG_DFL);
+  }
+
+ private:
+  rlimit m_before = {};
+};
+
+TEST_F(JobFileTest, AWriteThatIsTakenOnlyInPartFails) {
+  JobFile file(m_folder, ".part");
+  const FileSizeLimit limit(50000);
+  EXPECT_THROW(file.append(bytes(std::string(100000, 'x'))), std::system_error);
+}
+
+TEST_F(JobFileTest, DataThatAreStillGatheredAreNotCompleteWithoutTheDisk) {
+  JobFile file(m_folder, ".part");
+  const FileSizeLimit limit(100);
+  file.append(bytes(std::string(1000, 'x')));
+  EXPECT_THROW(file.keepAs("a", ".txt"), std::system_error);
+  EXPECT_FALSE(fs::exists(m_folder / "a.txt"));
+}
+#endif
+
+}  // namespace
+}  // namespace printclient

@@ -1,0 +1,164 @@
+#include "client/job.h"
+
+#include "programs/paths.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+
+namespace printclient {
+namespace {
+
+namespace fs = std::filesystem;
+
+class JobTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_folder = fs::temp_directory_path() /
+               (std::string("job_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(m_folder);
+    fs::create_directories(m_folder / "out");
+    m_lines = std::fopen(programs::fromPath(m_folder / "lines").c_str(), "wb");
+    m_reporter = std::make_unique<Reporter>(m_lines, false);
+    m_output = std::make_unique<JobOutput>(m_folder / "out", 5, 42, *m_reporter);
+  }
+  void TearDown() override {
+    std::fclose(m_lines);
+    fs::remove_all(m_folder);
+  }
+
+  static JobTicket ticket(int mode) {
+    JobTicket made;
+    made.jobName = L"Laser-2 - Job #17";
+    made.printerName = L"Laser-2";
+    made.documentName = L"Report";
+    made.settings = {1, 1, 1, mode};
+    made.copies = 1;
+    return made;
+  }
+  static std::span<const unsigned char> bytes(const std::string& text) {
+    return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+  }
+  static std::string read(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  std::string lines() const { return read(m_folder / "lines"); }
+  std::size_t fileCount() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_folder / "out"), fs::directory_iterator()));
+  }
+
+  fs::path m_folder;
+  std::FILE* m_lines = nullptr;
+  std::unique_ptr<Reporter> m_reporter;
+  std::unique_ptr<JobOutput> m_output;
+};
+
+TEST_F(JobTest, IsPrintedWhenItsFileIsComplete) {
+  Job job(ticket(1), *m_output);
+  job.append(bytes("hello "));
+  job.append(bytes("world"));
+  EXPECT_EQ(job.end(), kPrinted);
+  EXPECT_EQ(read(m_folder / "out" / "Report.txt"), "hello world");
+  EXPECT_EQ(fileCount(), 1u);
+  EXPECT_EQ(lines(), "receiving \"Report\" for \"Laser-2\"\nprinted \"Report\": 11 bytes to Report.txt\n");
+}
+
+TEST_F(JobTest, WithoutDataIsAnEmptyFileInTheDirectModes) {
+  for (const int mode : {1, 3}) {
+    Job job(ticket(mode), *m_output);
+    EXPECT_EQ(job.end(), kPrinted);
+  }
+  EXPECT_EQ(fs::file_size(m_folder / "out" / "Report.prn"), 0u);
+  EXPECT_EQ(fs::file_size(m_folder / "out" / "Report (2).prn"), 0u);
+}
+
+TEST_F(JobTest, WithoutDataIsNotPrintedWhenItWasToBeConverted) {
+  Job job(ticket(2), *m_output);
+  EXPECT_EQ(job.end(), kNoData);
+  EXPECT_EQ(fileCount(), 0u);
+  EXPECT_NE(lines().find("not printed \"Report\": no data came"), std::string::npos) << lines();
+}
+
+TEST_F(JobTest, APdfMustEndAsPdf) {
+  {
+    Job job(ticket(2), *m_output);
+    job.append(bytes("%PDF-1.4 half of it"));
+    EXPECT_EQ(job.end(), kIncompletePdf);
+  }
+  EXPECT_EQ(fileCount(), 0u);
+  Job whole(ticket(2), *m_output);
+  whole.append(bytes("%PDF-1.4 all of it\n%%EOF\n"));
+  EXPECT_EQ(whole.end(), kPrinted);
+  EXPECT_TRUE(fs::exists(m_folder / "out" / "Report.pdf"));
+}
+
+TEST_F(JobTest, OtherDataAreKeptAsTheyAreInMode2) {
+  Job job(ticket(2), *m_output);
+  job.append(
+      bytes(std::string("\x1b"
+                        "E\0raw",
+                        6)));
+  EXPECT_EQ(job.end(), kPrinted);
+  EXPECT_EQ(read(m_folder / "out" / "Report.prn"), std::string("\x1b"
+                                                               "E\0raw",
+                                                               6));
+}
+
+TEST_F(JobTest, IsDroppedWhenItIsCut) {
+  {
+    Job job(ticket(1), *m_output);
+    job.append(bytes("half"));
+    EXPECT_EQ(fileCount(), 1u);
+  }
+  EXPECT_EQ(fileCount(), 0u);
+  EXPECT_NE(lines().find("dropped \"Report\": the job was cut after 4 bytes, before its end\n"), std::string::npos);
+}
+
+TEST_F(JobTest, WithoutItsFolderIsNotPrinted) {
+  fs::remove_all(m_folder / "out");
+  Job job(ticket(1), *m_output);
+  job.append(bytes("x"));
+  EXPECT_EQ(job.end(), kDiskFailure);
+  EXPECT_NE(lines().find("not printed \"Report\": cannot create "), std::string::npos) << lines();
+}
+
+#ifndef _WIN32  // Windows keeps an open file from being removed
+TEST_F(JobTest, ThatLosesItsFileIsNotPrinted) {
+  Job job(ticket(1), *m_output);
+  job.append(bytes("x"));
+  fs::remove(fs::directory_iterator(m_folder / "out")->path());
+  EXPECT_EQ(job.end(), kDiskFailure);
+}
+#endif
+
+TEST_F(JobTest, KeepsTheFirstReasonOfAFailure) {
+  Job job(ticket(1), *m_output);
+  job.fail(kBrokenData, "a piece of data was cut");
+  job.fail(kDiskFailure, "later");
+  EXPECT_EQ(job.end(), kBrokenData);
+  EXPECT_NE(lines().find("not printed \"Report\": a piece of data was cut\n"), std::string::npos);
+}
+
+TEST_F(JobTest, ReportsProgressWheneverItsSizeHasDoubled) {
+  Job job(ticket(1), *m_output);
+  const std::string megabyte(1024 * 1024, 'x');
+  for (int i = 0; i < 9; ++i)
+    job.append(bytes(megabyte));
+  job.end();
+  EXPECT_EQ(lines(),
+            "receiving \"Report\" for \"Laser-2\"\nreceiving \"Report\": 4194304 bytes\nreceiving \"Report\": 8388608 "
+            "bytes\nprinted \"Report\": 9437184 bytes to Report.txt\n");
+}
+
+TEST_F(JobTest, AnEarlierClientsLeftoversAreRemovedAndNobodyElses) {
+  const fs::path out = m_folder / "out";
+  for (const char* name : {".printclient-session-5-1-1.part", ".printclient-session-55-1-1.part", "Report.part"}) {
+    std::ofstream(out / name) << "x";
+  }
+  EXPECT_EQ(m_output->removeLeftovers(), 1);
+  EXPECT_EQ(fileCount(), 2u);
+}
+
+}  // namespace
+}  // namespace printclient

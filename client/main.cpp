@@ -1,0 +1,62 @@
+#include "programs/main.h"
+
+#include "client/options.h"
+#include "client/print_client.h"
+#include "client/session_loop.h"
+#include "corvane/bridge.h"
+#include "corvane/component_server.h"
+#include "corvane/process.h"
+#include "programs/component_class.h"
+#include "programs/paths.h"
+#include "programs/stop_request.h"
+
+#include <cstdio>
+#include <system_error>
+
+namespace {
+
+constexpr unsigned kJobEndMilliseconds = 5000;
+
+void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
+  CS_ComponentServer* server = CS_ComponentServer::getServer();
+  server->registerClass(programs::kPrintClientClass,
+                        new programs::ComponentClass<printclient::PrintClient>(programs::kProgramsVersion, output));
+  server->offerClass(programs::kPrintClientClass);
+  server->offerClass(CS_Bridge::m_className);
+  printclient::registerSessionClientClass();
+}
+
+}  // namespace
+
+int programMain(const std::vector<std::string>& arguments) {
+  const printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
+  if (parsed.exitCode >= 0) {
+    std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
+    return parsed.exitCode;
+  }
+  const std::filesystem::path folder = programs::toPath(parsed.options.output);
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (!std::filesystem::is_directory(folder)) {
+    std::fprintf(stderr, "--output \"%s\" is no folder and cannot be made: %s\n", parsed.options.output.c_str(),
+                 error.message().c_str());
+    return 1;
+  }
+  if (!CS_ComponentServer::initialize(0, 0)) {
+    std::fputs("the network of this machine cannot be used\n", stderr);
+    return 1;
+  }
+  printclient::Reporter reporter;
+  const auto output =
+      std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter);
+  registerClasses(output);
+  printclient::SessionLoop loop(parsed.options, output);
+  int exitCode;
+  {
+    const programs::StopRequest stop([&loop] { loop.stop(); });
+    exitCode = loop.run();
+  }
+  // Jobs that are cut by the end are dropped on their own threads; their temporary files must be gone before we are.
+  if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) reporter.line("a job did not end in time");
+  return exitCode;
+}

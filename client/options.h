@@ -1,0 +1,29 @@
+#pragma once
+
+#include "client/printer_option.h"
+
+#include <string>
+#include <vector>
+
+namespace printclient {
+
+// What the command line of printclient says.
+struct Options {
+  std::string host = "127.0.0.1";
+  int port = 4711;
+  int session = 0;
+  std::vector<PrinterOption> printers;
+  std::string output;
+};
+
+// The outcome of reading a command line: go on when exitCode is negative, otherwise end with it after saying message
+// on the standard output (code 0, such as help) or the standard error output.
+struct ParsedOptions {
+  Options options;
+  int exitCode = -1;
+  std::string message;
+};
+
+ParsedOptions parseOptions(std::vector<std::string> arguments);
+
+}  // namespace printclient

@@ -1,0 +1,42 @@
+#include "client/options.h"
+
+#include <gtest/gtest.h>
+
+namespace printclient {
+namespace {
+
+TEST(PrintClientOptions, TakeTheServerTheSessionThePrintersAndTheFolder) {
+  const ParsedOptions parsed = parseOptions({"--server", "localhost:4000", "--session", "5", "--printer",
+                                             "Laser-2,driver=HP,format=pdf", "--printer", "Ink", "--output", "a b"});
+  ASSERT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.host, "localhost");
+  EXPECT_EQ(parsed.options.port, 4000);
+  EXPECT_EQ(parsed.options.session, 5);
+  ASSERT_EQ(parsed.options.printers.size(), 2u);
+  EXPECT_EQ(parsed.options.printers[0].texts[0], L"Laser-2");
+  EXPECT_EQ(parsed.options.printers[0].format, 3);
+  EXPECT_EQ(parsed.options.printers[1].texts[0], L"Ink");
+  EXPECT_EQ(parsed.options.output, "a b");
+}
+
+TEST(PrintClientOptions, TheServerIsOnThisMachineByDefault) {
+  const ParsedOptions parsed = parseOptions({"--session", "5", "--printer", "L", "--output", "o"});
+  EXPECT_EQ(parsed.options.host, "127.0.0.1");
+  EXPECT_EQ(parsed.options.port, 4711);
+}
+
+TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
+  EXPECT_NE(parseOptions({"--printer", "L", "--output", "o"}).message.find("--session is required"), std::string::npos);
+  EXPECT_NE(parseOptions({"--session", "0", "--printer", "L", "--output", "o"}).message.find("--session"),
+            std::string::npos);
+  const ParsedOptions server =
+      parseOptions({"--server", "localhost", "--session", "5", "--printer", "L", "--output", "o"});
+  EXPECT_EQ(server.exitCode, 2);
+  EXPECT_EQ(server.message, "--server \"localhost\" is not host and port; an example is 127.0.0.1:4711\n");
+  const ParsedOptions printer = parseOptions({"--session", "5", "--printer", "L,format=x", "--output", "o"});
+  EXPECT_EQ(printer.exitCode, 2);
+  EXPECT_NE(printer.message.find("there is no format \"x\""), std::string::npos);
+}
+
+}  // namespace
+}  // namespace printclient

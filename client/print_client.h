@@ -1,0 +1,37 @@
+#pragma once
+
+#include "client/job.h"
+#include "client/job_output.h"
+#include "corvane/component.h"
+
+#include <memory>
+
+namespace printclient {
+
+// One job's component on its bridge: takes the port monitor's requests. They come one after another, on the bridge's
+// thread. When the component goes before the job has ended, the job is dropped.
+class PrintClient : public CS_Component {
+ public:
+  using Context = JobOutput;
+  explicit PrintClient(std::shared_ptr<JobOutput> output) : m_output(std::move(output)) {}
+
+  bool processRequest(CS_InRequest& request) override;
+
+  // Four optional texts (a boolean and, when it is true, a text): job name, client printer name, document name, data
+  // type; then int settings 1 to 4 and int copies. No reply.
+  static constexpr int kStartJob = 1;
+  // Optional text job name, int length and, when it is positive, a block of so many bytes. No reply.
+  static constexpr int kWriteJob = 2;
+  // Optional text job name -> int result; see job_result.h.
+  static constexpr int kEndJob = 3;
+
+ private:
+  void startJob(CS_InRequest& request);
+  void writeJob(CS_InRequest& request);
+  void endJob(CS_InRequest& request);
+
+  std::shared_ptr<JobOutput> m_output;
+  std::unique_ptr<Job> m_job;
+};
+
+}  // namespace printclient

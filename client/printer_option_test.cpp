@@ -1,0 +1,84 @@
+#include "client/printer_option.h"
+
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace printclient {
+namespace {
+
+const std::string kExample = "\nAn example: --printer \"Laser-2,driver=HP LaserJet,format=pdf\"";
+
+std::string refusal(const std::string& text) {
+  try {
+    parsePrinterOption(text);
+  } catch (const std::invalid_argument& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+TEST(PrinterOption, ANameAloneIsARawPrinterWithoutFurtherTexts) {
+  const PrinterOption printer = parsePrinterOption("Laser-2");
+  EXPECT_EQ(printer.texts[0], L"Laser-2");
+  for (std::size_t i = 1; i < 8; ++i)
+    EXPECT_FALSE(printer.texts[i]) << i;
+  EXPECT_EQ(printer.format, 1);
+  EXPECT_FALSE(printer.isDefault);
+  EXPECT_EQ(printer.resolution, 0);
+}
+
+TEST(PrinterOption, EveryKeyGoesToItsText) {
+  const PrinterOption printer = parsePrinterOption(
+      "L,driver=d,comment=c,location=l,port=p,manufacturer=mf,model=md,share=s,format=pdf,default=yes,resolution=600");
+  EXPECT_EQ(printer.texts[1], L"c");
+  EXPECT_EQ(printer.texts[2], L"l");
+  EXPECT_EQ(printer.texts[3], L"d");
+  EXPECT_EQ(printer.texts[4], L"p");
+  EXPECT_EQ(printer.texts[5], L"mf");
+  EXPECT_EQ(printer.texts[6], L"md");
+  EXPECT_EQ(printer.texts[7], L"s");
+  EXPECT_EQ(printer.format, 3);
+  EXPECT_TRUE(printer.isDefault);
+  EXPECT_EQ(printer.resolution, 600);
+}
+
+TEST(PrinterOption, FormatsHaveTheirNumbers) {
+  EXPECT_EQ(parsePrinterOption("L,format=raw").format, 1);
+  EXPECT_EQ(parsePrinterOption("L,format=ps").format, 2);
+  EXPECT_EQ(parsePrinterOption("L,format=pdf").format, 3);
+}
+
+TEST(PrinterOption, TwoCommasStandForOne) {
+  const PrinterOption printer = parsePrinterOption("A,,B,driver=HP,, PCL 6");
+  EXPECT_EQ(printer.texts[0], L"A,B");
+  EXPECT_EQ(printer.texts[3], L"HP, PCL 6");
+}
+
+TEST(PrinterOption, AValueMayHoldAnEqualsSignAndUtf8) {
+  const PrinterOption printer = parsePrinterOption("B\xC3\xBCro,comment=a=b");
+  EXPECT_EQ(printer.texts[0], L"B\u00fcro");
+  EXPECT_EQ(printer.texts[1], L"a=b");
+}
+
+TEST(PrinterOption, SaysWhatIsWrongAndShowsAnExample) {
+  EXPECT_EQ(refusal(""), "--printer \"\": the printer's name is missing" + kExample);
+  EXPECT_EQ(refusal("driver=HP"),
+            "--printer \"driver=HP\": the printer's name comes first, before \"driver=HP\"" + kExample);
+  EXPECT_EQ(
+      refusal("L,pdf"),
+      "--printer \"L,pdf\": \"pdf\" is not key=value (a comma inside a name or value is written twice)" + kExample);
+  EXPECT_EQ(refusal("L,format=doc"),
+            "--printer \"L,format=doc\": there is no format \"doc\"; the formats are raw, ps and pdf" + kExample);
+  EXPECT_EQ(refusal("L,driver="), "--printer \"L,driver=\": driver has no value" + kExample);
+  EXPECT_EQ(refusal("L,driver=a,driver=b"), "--printer \"L,driver=a,driver=b\": driver is given twice" + kExample);
+  EXPECT_EQ(refusal("L,default=1"), "--printer \"L,default=1\": default is yes or no, not \"1\"" + kExample);
+  EXPECT_EQ(refusal("L,resolution=6x"),
+            "--printer \"L,resolution=6x\": resolution is a number from 1 to 100000, not \"6x\"" + kExample);
+  EXPECT_EQ(refusal("L,colour=yes"),
+            "--printer \"L,colour=yes\": there is no key \"colour\"; the keys are driver, format, comment, location, "
+            "port, manufacturer, model, share, default and resolution" +
+                kExample);
+}
+
+}  // namespace
+}  // namespace printclient

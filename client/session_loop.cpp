@@ -1,0 +1,104 @@
+#include "client/session_loop.h"
+
+#include "corvane/exception.h"
+#include "corvane/text.h"
+#include "programs/failure.h"
+#include "programs/one_line.h"
+
+#include <algorithm>
+
+namespace printclient {
+namespace {
+
+std::string secondsText(std::chrono::milliseconds time) {
+  const auto tenths = time.count() / 100;
+  const std::string whole = std::to_string(tenths / 10);
+  return (tenths % 10 == 0 ? whole : whole + "." + std::to_string(tenths % 10)) + " s";
+}
+
+}  // namespace
+
+int SessionLoop::run() {
+  std::chrono::milliseconds wait = kFirstPause;
+  while (!isStopping()) {
+    const Outcome outcome = serveOnce();
+    if (isStopping()) break;
+    if (outcome == Outcome::kRefused && !m_wasRegistered) return 1;
+    if (outcome == Outcome::kLost) wait = kFirstPause;
+    m_output->reporter().line("trying again in " + secondsText(wait));
+    if (!pause(wait)) break;
+    wait = std::min(2 * wait, kLongestPause);
+  }
+  m_output->reporter().line("printclient stops");
+  return 0;
+}
+
+SessionLoop::Outcome SessionLoop::serveOnce() {
+  Reporter& reporter = m_output->reporter();
+  const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
+  Outcome outcome = Outcome::kAway;
+  try {
+    connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
+    if (hold(connection)) {
+      const Registration registration = bringPrinters(connection, m_options.session, m_options.printers);
+      if (registration.accepted()) {
+        if (!m_wasRegistered && m_output->removeLeftovers() > 0) {
+          reporter.line("removed what an earlier print client of this session left behind");
+        }
+        m_wasRegistered = true;
+        std::string names;
+        for (const auto& name : registration.localNames) {
+          names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
+        }
+        reporter.line("ready: the server knows " + names);
+        const std::wstring reason = connection->serve();
+        outcome = Outcome::kLost;
+        if (!isStopping()) {
+          reporter.line("the connection to the server is lost" +
+                        (reason.empty() ? std::string() : ": " + programs::oneLine(reason)));
+        }
+      } else {
+        outcome = Outcome::kRefused;
+        reporter.line("the server refuses: " + programs::oneLine(registration.refusal));
+      }
+    }
+  } catch (const CS_Exception& failure) {
+    if (!isStopping()) {
+      reporter.line("the server at " + m_options.host + ":" + std::to_string(m_options.port) +
+                    " is away: " + programs::describe(failure));
+    }
+  }
+  CS_Connection::destroy(connection, true);
+  hold(nullptr);
+  return outcome;
+}
+
+void SessionLoop::stop() {
+  CS_RCPtr<CS_Connection> connection;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_stopping = true;
+    connection = m_connection;
+  }
+  m_changed.notify_all();
+  if (connection) CS_Connection::destroy(connection, true);
+}
+
+bool SessionLoop::hold(const CS_RCPtr<CS_Connection>& connection) {
+  CS_RCPtr<CS_Connection> old = connection;  // given back after the lock
+  const std::lock_guard<std::mutex> guard(m_lock);
+  std::swap(old, m_connection);
+  return !m_stopping;
+}
+
+bool SessionLoop::isStopping() {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  return m_stopping;
+}
+
+bool SessionLoop::pause(std::chrono::milliseconds time) {
+  std::unique_lock<std::mutex> guard(m_lock);
+  return !m_changed.wait_for(guard, time, [this] { return m_stopping; });
+}
+
+}  // namespace printclient

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "client/job_output.h"
+#include "client/options.h"
+#include "client/session_client.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace printclient {
+
+// The life of a print client: connects to the server, brings the printers along, serves jobs, and starts again when the
+// connection is lost, with pauses that grow while the server is away. run() blocks its thread; stop() may be called
+// from any other one.
+class SessionLoop {
+ public:
+  SessionLoop(const Options& options, std::shared_ptr<JobOutput> output)
+      : m_options(options), m_output(std::move(output)) {}
+
+  // Returns the exit code: 0 after stop(), 1 when the server refused the first registration.
+  int run();
+  void stop();
+
+  static constexpr std::chrono::milliseconds kFirstPause{500};
+  static constexpr std::chrono::milliseconds kLongestPause{30000};
+
+ private:
+  enum class Outcome { kLost, kAway, kRefused };
+
+  Outcome serveOnce();
+  // True when the pause is over, false when the loop is to stop.
+  bool pause(std::chrono::milliseconds time);
+  // Makes the connection the one that stop() ends; false when the loop is to stop already.
+  bool hold(const CS_RCPtr<CS_Connection>& connection);
+  bool isStopping();
+
+  const Options& m_options;
+  const std::shared_ptr<JobOutput> m_output;
+  bool m_wasRegistered = false;
+
+  std::mutex m_lock;  // guards what follows
+  std::condition_variable m_changed;
+  bool m_stopping = false;
+  CS_RCPtr<CS_Connection> m_connection;
+};
+
+}  // namespace printclient
