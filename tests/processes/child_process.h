@@ -1,0 +1,47 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <sys/types.h>
+#include <thread>
+#include <vector>
+
+namespace tests {
+
+// One program started by a test, with its standard output and error output together, line by line. Killed when the
+// object dies. Used by one test; the lines are collected by a thread of its own.
+class ChildProcess {
+ public:
+  explicit ChildProcess(const std::vector<std::string>& command);
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  // The next line that holds the text, after those that earlier calls returned. When the program ends or a minute
+  // passes without it, throws std::runtime_error that shows everything that was written.
+  std::string waitForLine(const std::string& text);
+  // Everything written so far.
+  std::string output();
+
+  void signal(int number) const;
+  // The exit code, or 256 plus the number of the signal that ended the program. May be called again.
+  int wait();
+  pid_t id() const { return m_id; }
+
+ private:
+  void collect();
+
+  pid_t m_id = -1;
+  int m_pipe = -1;
+  int m_status = -1;
+  bool m_hasStatus = false;
+  std::mutex m_lock;  // guards what follows
+  std::condition_variable m_changed;
+  std::vector<std::string> m_lines;
+  std::size_t m_next = 0;
+  bool m_closed = false;
+  std::thread m_reader;
+};
+
+}  // namespace tests

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "tests/processes/child_process.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tests {
+
+// An application server on a free port and a folder for one test; both are gone when the object dies.
+class Scene {
+ public:
+  explicit Scene(const std::vector<std::string>& serverOptions = {});
+  ~Scene();
+  Scene(const Scene&) = delete;
+  Scene& operator=(const Scene&) = delete;
+
+  // A print client that is registered; its jobs go to output(session).
+  std::unique_ptr<ChildProcess> startClient(int session, const std::vector<std::string>& printers);
+  // The command line of such a client.
+  std::vector<std::string> clientCommand(int session, const std::vector<std::string>& printers) const;
+  // Starts the server again on the same port.
+  void restartServer();
+
+  ChildProcess& server() { return *m_server; }
+  int port() const { return m_port; }
+  std::filesystem::path folder() const { return m_folder; }
+  std::filesystem::path output(int session) const;
+  // The names of a session's files, temporary ones included, in order.
+  std::vector<std::string> files(int session) const;
+  std::string content(int session, const std::string& name) const;
+
+  // The path of a built program.
+  static std::string program(const std::string& name);
+
+ private:
+  void startServer(int port);
+
+  std::filesystem::path m_folder;
+  std::vector<std::string> m_options;
+  int m_port = 0;
+  std::unique_ptr<ChildProcess> m_server;
+};
+
+}  // namespace tests
