@@ -21,7 +21,8 @@ void Operation::recordCurrentException() noexcept {
 }
 
 void Operation::close() noexcept {
+  if (m_closingLine == nullptr) return;
   const corvane::LastErrorKeeper keeper;
-  m_record->recordText(corvane::kLevelStackTrace, corvane::kCategory, m_closingLine);
+  m_record->recordText(m_closingLevel, corvane::kCategory, m_closingLine);
   m_record->report(true);
 }

@@ -21,8 +21,9 @@
 //   return operation.succeeded() ? TRUE : FALSE;
 class Operation {
  public:
-  // The closing line is the whole text, with static lifetime. A caught CS_Exception is recorded at the given level;
-  // any other exception is recorded as message number 3012 at that level.
+  // The closing line is the whole text, with static lifetime; an operation without one (null) ends with what it has
+  // recorded. A caught CS_Exception is recorded at the given level; any other exception is recorded as message number
+  // 3012 at that level.
   explicit Operation(const wchar_t* closingLine, int exceptionLevel = corvane::kLevelException)
       : m_closingLine(closingLine), m_exceptionLevel(exceptionLevel) {}
   Operation(const Operation&) = delete;
@@ -37,18 +38,20 @@ class Operation {
   // The clean-up runs only after a failure, before the closing line; what it throws is recorded and goes no further.
   template <class Body, class CleanUp>
   void run(Body&& body, CleanUp&& cleanUp) {
-    try {
-      body();
-    } catch (...) {
-      recordCurrentException();
-    }
+    attempt(body);
     if (succeeded()) return;
+    attempt(cleanUp);
+    close();
+  }
+
+  // Runs one step of a body that goes on when the step fails: what the step throws is recorded and goes no further.
+  template <class Step>
+  void attempt(Step&& step) {
     try {
-      cleanUp();
+      step();
     } catch (...) {
       recordCurrentException();
     }
-    close();
   }
 
   // As run(), for the few operations that let a CS_Exception out to their caller: after the closing line and the
@@ -81,6 +84,19 @@ class Operation {
     m_record = target()->recordText(level, corvane::kCategory, format, arguments...);
   }
 
+  // The same for a text that starts a report of its own: recorded on the default monitor whatever came before it.
+  template <class... Arguments>
+  void noteAnew(int level, const wchar_t* format, Arguments... arguments) {
+    m_record = nullptr;
+    note(level, format, arguments...);
+  }
+
+  // Ends the operation, if it fails, with another closing line and level than its own.
+  void closeWith(const wchar_t* closingLine, int level) {
+    m_closingLine = closingLine;
+    m_closingLevel = level;
+  }
+
   bool succeeded() const { return !m_record; }
   const CS_RCPtr<CS_ProgramMonitor>& errorRecord() const { return m_record; }
 
@@ -92,6 +108,7 @@ class Operation {
   void close() noexcept;
 
   const wchar_t* m_closingLine;
+  int m_closingLevel = corvane::kLevelStackTrace;
   int m_exceptionLevel;
   CS_RCPtr<CS_ProgramMonitor> m_record;
 };
