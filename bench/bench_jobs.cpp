@@ -5,8 +5,13 @@
 // Prints one line a measurement with the medians of both and their ratio. The time of a job goes from the start of the
 // document to the end of MGEndDocPort, the time of a raw stream from its first byte to the answer of the sink.
 
-#include <winsock2.h>
+#include "bench/monitor_table.h"
+#include "corvane/exception.h"
+#include "corvane/frame.h"
+#include "corvane/socket.h"
+
 #include <windows.h>
+#include <winsock2.h>
 #include <winspool.h>
 
 #include <algorithm>
@@ -15,17 +20,14 @@
 #include <string>
 #include <vector>
 
-#include "bench/monitor_table.h"
-#include "corvane/exception.h"
-#include "corvane/frame.h"
-#include "corvane/socket.h"
-
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using corvane::Socket;
 
-double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
 
 void sendAll(Socket& socket, std::span<const unsigned char> bytes) {
   const Socket::Piece pieces[] = {bytes};
@@ -52,7 +54,8 @@ class Bench {
     unsigned char head[9] = {'s'};
     corvane::storeLittleEndian32(head + 1, static_cast<std::uint32_t>(total));
     sendAll(socket, head);
-    for (std::size_t sent = 0; sent < total; sent += write) sendAll(socket, data);
+    for (std::size_t sent = 0; sent < total; sent += write)
+      sendAll(socket, data);
     unsigned char done = 0;
     receiveAll(socket, {&done, 1});
     return secondsSince(start);

@@ -7,8 +7,8 @@ MonitorTable loadMonitorTable(const wchar_t* modulePath) {
   const HMODULE module = ::LoadLibraryW(modulePath);
   if (module == nullptr) return table;
   using Initialize = void*(WINAPI*)(void* init, HANDLE* handle);
-  const auto initialize = reinterpret_cast<Initialize>(
-      reinterpret_cast<void*>(::GetProcAddress(module, "InitializePrintMonitor2")));
+  const auto initialize =
+      reinterpret_cast<Initialize>(reinterpret_cast<void*>(::GetProcAddress(module, "InitializePrintMonitor2")));
   if (initialize == nullptr) return table;
   long long init[8] = {};
   HANDLE handle = nullptr;

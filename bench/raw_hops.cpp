@@ -7,15 +7,15 @@
 //   's'  a stream: 8 bytes of length, then the data; the sink answers one byte when the last byte is in the file
 //   'p'  ping: every 64 bytes are answered with 64 bytes
 
+#include "corvane/exception.h"
+#include "corvane/frame.h"
+#include "corvane/socket.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <thread>
 #include <vector>
-
-#include "corvane/exception.h"
-#include "corvane/frame.h"
-#include "corvane/socket.h"
 
 namespace {
 
@@ -37,7 +37,8 @@ void receiveAll(Socket& socket, std::span<unsigned char> bytes) {
 void pump(Socket& from, Socket& to) {
   std::vector<unsigned char> buffer(256 * 1024);
   try {
-    while (const std::size_t got = *from.receive(buffer, std::nullopt)) sendAll(to, std::span(buffer).first(got));
+    while (const std::size_t got = *from.receive(buffer, std::nullopt))
+      sendAll(to, std::span(buffer).first(got));
   } catch (const CS_Exception&) {
   }
   to.shutdown();
@@ -95,8 +96,10 @@ int main(int count, char** arguments) {
   std::printf("relay %d\n", static_cast<int>(relayListener.port()));
   std::fflush(stdout);
   std::thread sinks([&] {
-    while (auto socket = sinkListener.accept()) std::thread(sink, std::move(*socket), arguments[1]).detach();
+    while (auto socket = sinkListener.accept())
+      std::thread(sink, std::move(*socket), arguments[1]).detach();
   });
-  while (auto socket = relayListener.accept()) std::thread(relay, std::move(*socket), sinkListener.port()).detach();
+  while (auto socket = relayListener.accept())
+    std::thread(relay, std::move(*socket), sinkListener.port()).detach();
   sinks.join();
 }

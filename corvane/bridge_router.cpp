@@ -108,7 +108,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   for (std::size_t at = 0; at < frames.size();) {
     const auto bytes = frames.subspan(at);
     const corvane::FrameHeader header = corvane::decodeHeader(bytes.first<corvane::kFrameHeaderSize>());
-    if (to.link == nullptr) answerUnrouted(header);
+    if (to.link == nullptr) answer(header, through == nullptr ? L"the bridge leads to no print client" : kGone);
     corvane::storeLittleEndian32(&bytes[corvane::kFrameBridgeOffset], to.bridge);
     payload += header.length;
     at += corvane::kFrameHeaderSize + header.length;
@@ -126,12 +126,12 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   }
 }
 
-void CS_BridgeRouter::answerUnrouted(const corvane::FrameHeader& header) {
+void CS_BridgeRouter::answer(const corvane::FrameHeader& header, const wchar_t* failure) {
   if (header.kind != corvane::FrameKind::kRequest || !header.wantsReply() || header.hasMore()) return;
-  corvane::FrameHeader answer = header;
-  answer.kind = corvane::FrameKind::kFailure;
-  answer.flags = 0;
-  getChannel(true)->link().sendText(answer, L"the bridge leads to no print client");
+  corvane::FrameHeader reply = header;
+  reply.kind = corvane::FrameKind::kFailure;
+  reply.flags = 0;
+  getChannel(true)->link().sendText(reply, failure);
 }
 
 bool CS_BridgeRouter::release() {

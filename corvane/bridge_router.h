@@ -49,7 +49,7 @@ class CS_BridgeRouter : public CS_Component {
 
  private:
   std::shared_ptr<corvane::Route> route() const;
-  void answerUnrouted(const corvane::FrameHeader& header);
+  void answer(const corvane::FrameHeader& header, const wchar_t* failure);
   void end(const std::wstring& reason, bool tellOther);
 
   EndHandler m_onEnd;

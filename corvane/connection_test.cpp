@@ -27,6 +27,7 @@ struct Seen {
   unsigned sum = 0;
   int released = 0;
   bool mayAnswer = true;
+  int asked = 0;
 
   void waitFor(const std::function<bool()>& condition) {
     std::unique_lock guard(lock);
@@ -79,6 +80,8 @@ class Server : public CS_Component {
         return true;
       case 6: {
         std::unique_lock guard(seen->lock);
+        ++seen->asked;
+        seen->changed.notify_all();
         seen->changed.wait(guard, [] { return seen->mayAnswer; });
         request.reply().writeInt(6);
         request.sendReply();
@@ -390,7 +393,8 @@ TEST_F(RoutedTest, RequestsAndRepliesGoThroughInBothDirections) {
 }
 
 TEST_F(RoutedTest, ManySmallWritesArriveInOrderAndWhole) {
-  for (int i = 0; i < 5000; ++i) sendBlock(m_component, {static_cast<unsigned char>(i), 1});
+  for (int i = 0; i < 5000; ++i)
+    sendBlock(m_component, {static_cast<unsigned char>(i), 1});
   EXPECT_EQ(10000, askInt(m_component, 3));
 }
 
@@ -399,6 +403,7 @@ TEST_F(RoutedTest, WhenTheClientGoesTheWaiterLearnsOfItAndLaterSendsFail) {
   m_seen.mayAnswer = false;
   std::pair<int, std::wstring> failure;
   std::thread waiter([&] { failure = failureOf([&] { askInt(m_component, 6, 60000); }); });
+  m_seen.waitFor([&] { return m_seen.asked == 1; });
   CS_Connection::destroy(m_client.accepted(), true);
   waiter.join();
   {
