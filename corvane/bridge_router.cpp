@@ -91,7 +91,7 @@ bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   try {
     connection->link()->announce(header, values);
   } catch (const CS_Exception&) {
-    end(L"the connection that the bridge was to continue on has ended", false);
+    end(L"the connection that the bridge was to continue on has ended", nullptr);
     return false;
   }
   return true;
@@ -121,7 +121,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   try {
     to.link->sendFrames(frames);
   } catch (const CS_Exception&) {
-    end(kGone, false);
+    end(kGone, nullptr);
     sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), kGone);
   }
 }
@@ -135,15 +135,18 @@ void CS_BridgeRouter::answer(const corvane::FrameHeader& header, const wchar_t* 
 }
 
 bool CS_BridgeRouter::release() {
-  end(kGone, true);
+  // The side that made the bridge closes its connection when it is done: that is no failure.
+  const CS_Channel* here = getChannel(false);
+  const bool inOrder = m_end == 0 && here != nullptr && here->link().reason() == corvane::kClosedInOrder;
+  end(inOrder ? L"" : kGone, kGone);
   return true;
 }
 
 void CS_BridgeRouter::releasedByPeer(const std::wstring& reason) {
-  end(reason, true);
+  end(reason, reason.c_str());
 }
 
-void CS_BridgeRouter::end(const std::wstring& reason, bool tellOther) {
+void CS_BridgeRouter::end(const std::wstring& reason, const wchar_t* toldToOther) {
   const std::shared_ptr<Route> through = route();
   if (through == nullptr) return;
   Route::End other;
@@ -159,6 +162,6 @@ void CS_BridgeRouter::end(const std::wstring& reason, bool tellOther) {
     for (Route::End& each : through->ends)
       each.link.reset();
   }
-  if (tellOther) sendRelease(*other.link, other.bridge, reason);
+  if (toldToOther != nullptr) sendRelease(*other.link, other.bridge, toldToOther);
   if (onEnd) onEnd(bytes, reason);
 }

@@ -42,15 +42,16 @@ class CS_BridgeRouter : public CS_Component {
   // The peer let this bridge go.
   void releasedByPeer(const std::wstring& reason);
 
-  // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason;
-  // set before routeTo(). Comes on the thread of either connection.
+  // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason,
+  // which is empty when the side that made the bridge closed its connection in order. Set before routeTo(). Comes on the
+  // thread of either connection.
   using EndHandler = std::function<void(std::uint64_t bytes, const std::wstring& reason)>;
   void onEnd(EndHandler handler);
 
  private:
   std::shared_ptr<corvane::Route> route() const;
   void answer(const corvane::FrameHeader& header, const wchar_t* failure);
-  void end(const std::wstring& reason, bool tellOther);
+  void end(const std::wstring& reason, const wchar_t* toldToOther);
 
   EndHandler m_onEnd;
   int m_end = 0;  // which end of the route this is
