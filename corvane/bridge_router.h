@@ -43,8 +43,8 @@ class CS_BridgeRouter : public CS_Component {
   void releasedByPeer(const std::wstring& reason);
 
   // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason,
-  // which is empty when the side that made the bridge closed its connection in order. Set before routeTo(). Comes on the
-  // thread of either connection.
+  // which is empty when the side that made the bridge closed its connection in order. Set before routeTo(). Comes on
+  // the thread of either connection.
   using EndHandler = std::function<void(std::uint64_t bytes, const std::wstring& reason)>;
   void onEnd(EndHandler handler);
 

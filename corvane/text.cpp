@@ -72,20 +72,7 @@ char32_t nextUtf8(std::string_view text, std::size_t& at) {
 std::vector<std::uint16_t> toUtf16(std::wstring_view text) {
   std::vector<std::uint16_t> units;
   units.reserve(text.size());
-  for (const wchar_t c : text) {
-    const auto point = static_cast<char32_t>(c);
-    if (sizeof(wchar_t) == 4 && point > 0xFFFF) {
-      const char32_t valid = point <= 0x10FFFF ? point : kReplacement;
-      if (valid > 0xFFFF) {
-        units.push_back(static_cast<std::uint16_t>(0xD800 + ((valid - 0x10000) >> 10)));
-        units.push_back(static_cast<std::uint16_t>(0xDC00 + ((valid - 0x10000) & 0x3FF)));
-      } else {
-        units.push_back(static_cast<std::uint16_t>(valid));
-      }
-    } else {
-      units.push_back(static_cast<std::uint16_t>(point));
-    }
-  }
+  forEachUtf16Unit(text, [&](std::uint16_t unit) { units.push_back(unit); });
   return units;
 }
 

@@ -10,6 +10,21 @@
 // back, unpaired surrogates included.
 namespace corvane {
 
+// Calls use(unit) for each UTF-16 unit of the text; allocates nothing. A character that is no code point is U+FFFD.
+template <class Use>
+void forEachUtf16Unit(std::wstring_view text, Use&& use) {
+  for (const wchar_t c : text) {
+    auto point = static_cast<char32_t>(c);
+    if (point > 0x10FFFF) point = 0xFFFD;
+    if (sizeof(wchar_t) == 2 || point <= 0xFFFF) {
+      use(static_cast<std::uint16_t>(point));
+    } else {
+      use(static_cast<std::uint16_t>(0xD800 + ((point - 0x10000) >> 10)));
+      use(static_cast<std::uint16_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
+    }
+  }
+}
+
 std::vector<std::uint16_t> toUtf16(std::wstring_view text);
 std::wstring fromUtf16(const std::uint16_t* units, std::size_t count);
 

@@ -6,7 +6,7 @@
 #include "corvane/text.h"
 
 #include <cstring>
-#include <cwchar>
+#include <string_view>
 
 namespace corvane {
 
@@ -35,19 +35,21 @@ void ValueWriter::writeBoolean(bool value) {
 }
 
 void ValueWriter::writeText(const wchar_t* text) {
-  const std::vector<std::uint16_t> units = toUtf16(text != nullptr ? text : L"");
-  if (units.size() > kMaxTextUnits) {
-    throw CS_Exception(kLimitExceeded, L"a text of %u characters, the limit is %u", static_cast<unsigned>(units.size()),
+  const std::wstring_view view(text != nullptr ? text : L"");
+  std::size_t count = 0;
+  forEachUtf16Unit(view, [&](std::uint16_t) { ++count; });
+  if (count > kMaxTextUnits) {
+    throw CS_Exception(kLimitExceeded, L"a text of %u characters, the limit is %u", static_cast<unsigned>(count),
                        static_cast<unsigned>(kMaxTextUnits));
   }
-  unsigned char* at = extend(5 + 2 * units.size());
+  unsigned char* at = extend(5 + 2 * count);
   at[0] = static_cast<unsigned char>(ValueTag::kText);
-  storeLittleEndian32(at + 1, static_cast<std::uint32_t>(units.size()));
+  storeLittleEndian32(at + 1, static_cast<std::uint32_t>(count));
   at += 5;
-  for (const std::uint16_t unit : units) {
+  forEachUtf16Unit(view, [&](std::uint16_t unit) {
     *at++ = static_cast<unsigned char>(unit);
     *at++ = static_cast<unsigned char>(unit >> 8);
-  }
+  });
 }
 
 void ValueWriter::writeBytes(const unsigned char* data, int length) {
