@@ -1,0 +1,74 @@
+#include "tests/support/spooler/printing.h"
+
+#include "tests/support/spooler/job_outcome.h"
+#include "tests/support/spooler/system_failure.h"
+#include "util/win_handle.h"
+
+#include <winspool.h>
+
+#include <stdexcept>
+#include <vector>
+
+namespace mg::support {
+namespace {
+
+constexpr DWORD kPiece = 65536;
+
+void SpoolFile(HANDLE file, HANDLE printer) {
+  std::vector<BYTE> buffer(kPiece);
+  for (;;) {
+    DWORD size = 0;
+    Require(ReadFile(file, buffer.data(), kPiece, &size, nullptr), "the file cannot be read");
+    if (size == 0) return;
+    DWORD written = 0;
+    Require(WritePrinter(printer, buffer.data(), size, &written), "the spooler refuses the data");
+    if (written != size) throw std::runtime_error("the spooler took a part of the data only");
+  }
+}
+
+// Wine's spooler numbers the jobs of each process from 1 and names the spool file by that number, so while another
+// process prints, the file of ours is in use; each attempt takes the next number.
+DWORD StartDocument(HANDLE printer, DOC_INFO_1W& information) {
+  constexpr int kMostJobsAtATime = 1000;
+  for (int i = 0; i < kMostJobsAtATime; ++i) {
+    const DWORD job = StartDocPrinterW(printer, 1, reinterpret_cast<BYTE*>(&information));
+    if (job != 0 || GetLastError() != ERROR_SHARING_VIOLATION) return job;
+  }
+  return 0;
+}
+
+}  // namespace
+
+DWORD PrintFile(const PrintRequest& request) {
+  const FileHandle file(
+      CreateFileW(request.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+  Require(static_cast<bool>(file), "\"" + Utf8(request.file) + "\" cannot be opened");
+  if (request.write_size > 0) {
+    SetEnvironmentVariableW(L"MGTESTPROC_WRITE_SIZE", std::to_wstring(request.write_size).c_str());
+  }
+  DEVMODEW mode = {};
+  mode.dmSize = sizeof mode;
+  mode.dmSpecVersion = DM_SPECVERSION;
+  mode.dmFields = DM_COPIES;
+  mode.dmCopies = request.copies;
+  PRINTER_DEFAULTSW defaults = {nullptr, &mode, PRINTER_ACCESS_USE};
+  PrinterHandle printer;
+  Require(OpenPrinterW(const_cast<wchar_t*>(request.printer.c_str()), printer.receive(), &defaults),
+          "printer \"" + Utf8(request.printer) + "\" cannot be opened");
+  std::wstring title = request.title;
+  std::wstring datatype = L"RAW";
+  DOC_INFO_1W information = {title.data(), nullptr, datatype.data()};
+  const DWORD job = StartDocument(printer.get(), information);
+  Require(job != 0, "the spooler does not start the document");
+  TakeOutcome(job);  // of an earlier process that had our number
+  SpoolFile(file.get(), printer.get());
+  const BOOL ended = EndDocPrinter(printer.get());
+  const DWORD error = GetLastError();
+  const std::string outcome = TakeOutcome(job);
+  if (outcome == kPrinted) return job;
+  if (!outcome.empty()) throw std::runtime_error("job " + std::to_string(job) + " was not printed: " + outcome);
+  if (!ended) throw SystemFailure("the spooler does not end the document", error);
+  throw std::runtime_error("the spooler did not hand the job to the print processor");
+}
+
+}  // namespace mg::support
