@@ -16,7 +16,8 @@ endif()
 add_library(mg_warnings INTERFACE)
 target_compile_options(mg_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Werror
-  -Wno-restrict)  # GCC 12 sees overlaps in std::string that are none
+  # GCC 12 sees overlaps in std::string that are none.
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 target_include_directories(mg_warnings INTERFACE "${CMAKE_SOURCE_DIR}")
 
 if(WIN32)

@@ -22,8 +22,13 @@ void Dispatcher::onFrame(Frame& frame) {
 
 void Dispatcher::onBatchEnd() {
   flushRun();
-  m_bridge = nullptr;
+  onBatchAbandoned();
+}
+
+void Dispatcher::onBatchAbandoned() noexcept {
+  m_run = {};
   m_router = nullptr;
+  m_bridge = nullptr;  // it holds the connection, which holds this
 }
 
 void Dispatcher::onLinkEnd(const std::wstring& reason) {

@@ -23,6 +23,7 @@ class Dispatcher : public FrameHandler {
 
   void onFrame(Frame& frame) override;
   void onBatchEnd() override;
+  void onBatchAbandoned() noexcept override;
   void onLinkEnd(const std::wstring& reason) override;
 
  private:

@@ -12,7 +12,7 @@ class LastErrorKeeper {
   LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
 
  private:
-  unsigned long m_lastError;
+  [[maybe_unused]] unsigned long m_lastError;  // Windows only
   int m_errno;
 };
 

@@ -72,10 +72,15 @@ void Link::readOnce(std::optional<Deadline> deadline) {
     const std::lock_guard guard(m_stateLock);
     handler = m_handler;
   }
-  for (; frame; frame = m_reader.next()) {
-    if (handler != nullptr) handler->onFrame(*frame);
+  if (handler == nullptr) return;
+  try {
+    for (; frame; frame = m_reader.next())
+      handler->onFrame(*frame);
+    handler->onBatchEnd();
+  } catch (...) {
+    handler->onBatchAbandoned();
+    throw;
   }
-  if (handler != nullptr) handler->onBatchEnd();
 }
 
 std::wstring Link::serve() {

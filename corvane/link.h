@@ -21,6 +21,8 @@ class FrameHandler {
   virtual void onFrame(Frame& frame) = 0;
   // No further frame of this receive follows; the frames handed over become invalid.
   virtual void onBatchEnd() = 0;
+  // One of the two above threw: whatever is held of this receive is dropped.
+  virtual void onBatchAbandoned() noexcept = 0;
   // The link has ended; called once, by whichever thread noticed, without any lock held.
   virtual void onLinkEnd(const std::wstring& reason) = 0;
 };
