@@ -37,7 +37,7 @@ class ConversionError : public std::exception {
   std::string what_;
 };
 
-// The system's words for a GetLastError number, without a line end, as in "Access denied. (5)".
+// The system's words for a GetLastError number, without a full stop, as in "Access denied (5)".
 std::wstring SystemErrorText(unsigned long error);
 
 }  // namespace mg::converter

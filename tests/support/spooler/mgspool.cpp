@@ -31,9 +31,13 @@ std::wstring ProgramFolder() {
   return std::filesystem::path(path).parent_path().wstring();
 }
 
+void WriteSettings(const Arguments& arguments) {
+  mg::support::WriteSettings({Wide(arguments.root), arguments.server_port, Wide(arguments.log)});
+}
+
 void SetUp(const Arguments& arguments) {
   const std::wstring from = arguments.from.empty() ? ProgramFolder() : Wide(arguments.from);
-  mg::support::WriteSettings({Wide(arguments.root), arguments.server_port, Wide(arguments.log)});
+  WriteSettings(arguments);
   mg::support::ConfigureOutcomeFolder(Wide(arguments.outcomes));
   mg::support::InstallMonitor(from);
   mg::support::InstallProcessor(from);
@@ -53,17 +57,25 @@ void Print(const Arguments& arguments) {
   std::printf("job %lu on \"%s\" was printed\n", static_cast<unsigned long>(job), arguments.printer.c_str());
 }
 
+void AddSettings(CLI::App& command, Arguments& arguments) {
+  command.add_option("--root", arguments.root, "installation root, above Programs\\ps2pdf.exe");
+  command.add_option("--log", arguments.log, "log file of the module");
+  command.add_option("--server-port", arguments.server_port, "TCP port of the application server");
+}
+
 void AddCommands(CLI::App& app, Arguments& arguments) {
   app.require_subcommand(1);
   CLI::App* const setup = app.add_subcommand("setup", "install monitor, print processor and driver");
   setup->add_option("--from", arguments.from, "folder of MgPrintMon.dll and mgtestproc.dll; default: of this program");
-  setup->add_option("--root", arguments.root, "installation root, above Programs\\ps2pdf.exe");
-  setup->add_option("--log", arguments.log, "log file of the module");
-  setup->add_option("--server-port", arguments.server_port, "TCP port of the application server");
+  AddSettings(*setup, arguments);
   setup->add_option("--ppd", arguments.ppd, "PPD file of the driver")->required();
   setup->add_option("--outcomes", arguments.outcomes, "folder in which outcomes of jobs are handed over")
       ->default_val("C:\\mgtestproc");
   setup->callback([&] { SetUp(arguments); });
+
+  CLI::App* const settings = app.add_subcommand("settings", "change what the registry tells the module");
+  AddSettings(*settings, arguments);
+  settings->callback([&] { WriteSettings(arguments); });
 
   CLI::App* const add_port = app.add_subcommand("add-port", "add a port of the monitor");
   add_port->add_option("port", arguments.port, "name, as in CPP5")->required();
