@@ -1,14 +1,15 @@
 // Measures jobs through MgPrintMon.dll against raw sockets on the same hops, in turns within one run.
 //
-//   bench_jobs MgPrintMon.dll PRINTER PORT-NAME RAW-PORT [ROUNDS]
+//   bench_jobs PRINTER PORT-NAME RAW-PORT [ROUNDS]      with MgPrintMon.dll beside it
 //
 // Prints one line a measurement with the medians of both and their ratio. The time of a job goes from the start of the
 // document to the end of MGEndDocPort, the time of a raw stream from its first byte to the answer of the sink.
 
-#include "bench/monitor_table.h"
 #include "corvane/exception.h"
 #include "corvane/frame.h"
 #include "corvane/socket.h"
+#include "tests/support/spooler/monitor_table.h"
+#include "tests/support/spooler/system_failure.h"
 
 #include <windows.h>
 #include <winsock2.h>
@@ -44,8 +45,8 @@ void receiveAll(Socket& socket, std::span<unsigned char> bytes) {
 
 class Bench {
  public:
-  Bench(const MonitorTable& table, HANDLE port, std::wstring printer, std::uint16_t rawPort)
-      : m_table(table), m_port(port), m_printer(std::move(printer)), m_rawPort(rawPort) {}
+  Bench(const MONITOR2& operations, HANDLE port, std::wstring printer, std::uint16_t rawPort)
+        : m_operations(operations), m_port(port), m_printer(std::move(printer)), m_rawPort(rawPort) {}
 
   double rawStream(std::size_t total, std::size_t write) {
     const std::vector<unsigned char> data(write, 'x');
@@ -80,12 +81,12 @@ class Bench {
     std::wstring type = L"RAW";
     DOC_INFO_1W info{document.data(), nullptr, type.data()};
     const auto start = Clock::now();
-    if (!m_table.startDoc(m_port, m_printer.data(), 1, 1, reinterpret_cast<BYTE*>(&info))) fail("start of document");
+    if (!m_operations.pfnStartDocPort(m_port, m_printer.data(), 1, 1, reinterpret_cast<BYTE*>(&info))) fail("start of document");
     for (std::size_t sent = 0; sent < total; sent += write) {
       DWORD written = 0;
-      if (!m_table.write(m_port, data.data(), static_cast<DWORD>(write), &written) || written != write) fail("write");
+      if (!m_operations.pfnWritePort(m_port, data.data(), static_cast<DWORD>(write), &written) || written != write) fail("write");
     }
-    if (!m_table.endDoc(m_port)) fail("end of document");
+    if (!m_operations.pfnEndDocPort(m_port)) fail("end of document");
     return secondsSince(start);
   }
 
@@ -95,7 +96,7 @@ class Bench {
     std::exit(1);
   }
 
-  const MonitorTable& m_table;
+  const MONITOR2& m_operations;
   HANDLE m_port;
   std::wstring m_printer;
   std::uint16_t m_rawPort;
@@ -109,20 +110,20 @@ double median(std::vector<double> values) {
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
-  if (count < 5) {
-    std::fprintf(stderr, "usage: bench_jobs MgPrintMon.dll PRINTER PORT-NAME RAW-PORT [ROUNDS]\n");
+  if (count < 4) {
+    std::fprintf(stderr, "usage: bench_jobs PRINTER PORT-NAME RAW-PORT [ROUNDS]\n");
     return 2;
   }
   corvane::initializeNetwork();
-  const int rounds = count > 5 ? _wtoi(arguments[5]) : 7;
-  const MonitorTable table = loadMonitorTable(arguments[1]);
-  HANDLE port = nullptr;
-  if (table.openPort == nullptr || !table.openPort(nullptr, arguments[3], &port)) {
-    std::fprintf(stderr, "bench_jobs: the module has no such port\n");
-    return 1;
-  }
+  const int rounds = count > 4 ? _wtoi(arguments[4]) : 7;
   try {
-    Bench bench(table, port, arguments[2], static_cast<std::uint16_t>(_wtoi(arguments[4])));
+    const mg::support::MonitorTable& monitor = mg::support::LoadMonitor();
+    HANDLE port = nullptr;
+    if (!monitor.operations->pfnOpenPort(monitor.monitor, arguments[2], &port)) {
+      std::fprintf(stderr, "bench_jobs: the module has no port %ls\n", arguments[2]);
+      return 1;
+    }
+    Bench bench(*monitor.operations, port, arguments[1], static_cast<std::uint16_t>(_wtoi(arguments[3])));
     bench.job(4096, 4096);
     for (const std::size_t write : {4096u, 32768u, 65536u}) {
       const std::size_t total = write * (write == 4096u ? 8192u : 2048u);
@@ -142,10 +143,13 @@ int wmain(int count, wchar_t** arguments) {
     }
     std::printf("empty job: raw %.0f us, monitor %.0f us, ratio %.2f\n", 1e6 * median(raw), 1e6 * median(product),
                 median(product) / median(raw));
+    monitor.operations->pfnClosePort(port);
   } catch (const CS_Exception& exception) {
     std::fprintf(stderr, "bench_jobs: %ls\n", exception.detail());
     return 1;
+  } catch (const mg::support::SystemFailure& failure) {
+    std::fprintf(stderr, "bench_jobs: %s\n", failure.what());
+    return 1;
   }
-  table.closePort(port);
   return 0;
 }

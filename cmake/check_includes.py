@@ -18,7 +18,7 @@ MAY_INCLUDE = {
     "server": {"util", "corvane", "programs"},
     "client": {"util", "corvane", "programs"},
     "converter": {"util", "corvane"},
-    "bench": {"util", "corvane"},
+    "bench": {"util", "corvane", "tests"},
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([a-z0-9_]+)/')
 
