@@ -2,6 +2,7 @@
 
 #include "client/options.h"
 #include "client/print_client.h"
+#include "client/reporter_monitor.h"
 #include "client/session_loop.h"
 #include "corvane/bridge.h"
 #include "corvane/component_server.h"
@@ -11,6 +12,7 @@
 #include "programs/stop_request.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <system_error>
 
 namespace {
@@ -49,6 +51,7 @@ int programMain(const std::vector<std::string>& arguments) {
   printclient::Reporter reporter;
   const auto output =
       std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter);
+  CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new printclient::ReporterMonitor(reporter)));
   registerClasses(output);
   printclient::SessionLoop loop(parsed.options, output);
   int exitCode;
@@ -57,6 +60,10 @@ int programMain(const std::vector<std::string>& arguments) {
     exitCode = loop.run();
   }
   // Jobs that are cut by the end are dropped on their own threads; their temporary files must be gone before we are.
-  if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) reporter.line("a job did not end in time");
+  if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) {
+    reporter.line("a job did not end in time; its temporary file goes with the session's next print client");
+    std::_Exit(exitCode);  // its thread still uses what would be destroyed now
+  }
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
   return exitCode;
 }

@@ -3,7 +3,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <regex>
 
 namespace aps {
 namespace {
@@ -37,8 +36,11 @@ class LogTest : public ::testing::Test {
 
 TEST_F(LogTest, WritesOneLineWithTheTimeInFront) {
   Log(m_file).line("aps starts");
-  const std::regex expected(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} aps starts\n)");
-  EXPECT_TRUE(std::regex_match(read(m_file), expected)) << read(m_file);
+  std::string text = read(m_file);
+  for (char& c : text) {
+    if (c >= '0' && c <= '9') c = '9';
+  }
+  EXPECT_EQ(text, "9999-99-99 99:99:99.999 aps starts\n");
 }
 
 TEST_F(LogTest, AppendsToWhatIsThere) {

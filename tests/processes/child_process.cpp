@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdexcept>
@@ -38,8 +40,11 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
 }
 
 ChildProcess::~ChildProcess() {
-  if (!m_hasStatus) kill(m_id, SIGKILL);
-  wait();
+  if (!m_hasStatus) {
+    kill(m_id, SIGTERM);
+    EXPECT_EQ(wait(), 0) << output();
+  }
+  EXPECT_THAT(output(), ::testing::Not(::testing::HasSubstr("Sanitizer")));
   m_reader.join();
   close(m_pipe);
 }

@@ -9,8 +9,9 @@
 
 namespace tests {
 
-// One program started by a test, with its standard output and error output together, line by line. Killed when the
-// object dies. Used by one test; the lines are collected by a thread of its own.
+// One program started by a test, with its standard output and error output together, line by line. Used by one test;
+// the lines are collected by a thread of its own. When the object dies the program is asked to stop, and a program that
+// does not stop in order, or that a sanitizer has complained about, fails the test.
 class ChildProcess {
  public:
   explicit ChildProcess(const std::vector<std::string>& command);

@@ -57,7 +57,7 @@ TEST(Failures, AKilledServerPrintsNothing) {
   scene.server().signal(SIGKILL);
   scene.server().wait();
   EXPECT_FALSE(isPrinted(peer));
-  client->waitForLine("dropped \"Report\": the job was cut after 13 bytes, before its end");
+  client->waitForLine("dropped \"Report\": the job was cut after ");
   EXPECT_THAT(scene.files(5), IsEmpty());
 }
 
