@@ -1,0 +1,88 @@
+#include "tests/support/import_seam.h"
+
+#include <mutex>
+#include <winternl.h>
+
+// Looked up below the level that a seam can stand at, so that GetProcAddress and its kin can have seams as well.
+extern "C" {
+NTSTATUS NTAPI LdrLoadDll(PWSTR path, PULONG flags, PUNICODE_STRING name, PVOID* module);
+NTSTATUS NTAPI LdrGetProcedureAddress(PVOID module, PANSI_STRING name, ULONG ordinal, PVOID* address);
+}
+
+namespace import_seam {
+namespace {
+
+struct State {
+  std::mutex lock;
+  std::vector<Seam*> seams;
+  std::vector<std::string> calls;
+  int failIn = 0;
+  bool failed = false;
+};
+
+// Never destroyed: a call may come when the process is on its way out.
+State& state() {
+  static State* const only = new State;
+  return *only;
+}
+
+}  // namespace
+
+Seam::Seam() {
+  const std::lock_guard guard(state().lock);
+  state().seams.push_back(this);
+}
+
+bool Seam::enter(const char* function) {
+  const std::lock_guard guard(state().lock);
+  state().calls.emplace_back(function);
+  if (state().failIn == 0 || --state().failIn != 0) return false;
+  state().failed = true;
+  return true;
+}
+
+void* Seam::lookUp(const wchar_t* module, const char* function) {
+  UNICODE_STRING moduleName;
+  RtlInitUnicodeString(&moduleName, module);
+  ANSI_STRING functionName;
+  RtlInitAnsiString(&functionName, function);
+  PVOID handle = nullptr;
+  PVOID address = nullptr;
+  if (LdrLoadDll(nullptr, nullptr, &moduleName, &handle) < 0 ||
+      LdrGetProcedureAddress(handle, &functionName, 0, &address) < 0) {
+    __builtin_trap();
+  }
+  return address;
+}
+
+}  // namespace import_seam
+
+ImportSeams::ImportSeams() {
+  const std::lock_guard guard(import_seam::state().lock);
+  import_seam::state().calls.clear();
+  import_seam::state().failIn = 0;
+  import_seam::state().failed = false;
+}
+
+ImportSeams::~ImportSeams() {
+  const std::lock_guard guard(import_seam::state().lock);
+  for (import_seam::Seam* seam : import_seam::state().seams)
+    seam->restore();
+  import_seam::state().failIn = 0;
+}
+
+std::vector<std::string> ImportSeams::calls() const {
+  const std::lock_guard guard(import_seam::state().lock);
+  return import_seam::state().calls;
+}
+
+void ImportSeams::failNth(int nth) {
+  const std::lock_guard guard(import_seam::state().lock);
+  import_seam::state().failIn = nth;
+  import_seam::state().failed = false;
+}
+
+bool ImportSeams::hasFailed() const {
+  const std::lock_guard guard(import_seam::state().lock);
+  return import_seam::state().failed;
+}

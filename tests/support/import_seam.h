@@ -1,0 +1,133 @@
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+// Stands between the code under test and a Windows call, without a change to that code: a call goes through a pointer
+// named __imp_Name, and a test binary that defines this pointer itself sees every call of the binary with its exact
+// arguments.
+//
+//   MG_IMPORT_SEAM(L"advapi32.dll", RegCreateKeyExW, ERROR_ACCESS_DENIED)      // once per binary, at file scope
+//
+//   ImportSeams seams;                                                         // in a test
+//   RegCreateKeyExWSeam.watch = [&](HKEY root, ...) { ... };
+//   RegCreateKeyExWSeam.fail(1, ERROR_ACCESS_DENIED);                          // the first call from now on
+//   seams.failNth(3);                                                          // the third call of any seam
+//   EXPECT_EQ(seams.calls(), ...);
+//
+// A call that is made to fail does not reach Windows. A function without a result cannot fail: it is watched and not
+// written down. Watching, failing and replacing are for one test thread at a time; calls from other threads pass, and
+// are written down in the order in which they come.
+namespace import_seam {
+
+// What all seams of a binary have in common.
+class Seam {
+ public:
+  Seam();
+  virtual ~Seam() = default;
+  Seam(const Seam&) = delete;
+  Seam& operator=(const Seam&) = delete;
+  virtual void restore() = 0;
+
+ protected:
+  // Writes the call down; true when it is the one that was chosen to fail for all seams together.
+  static bool enter(const char* function);
+  // The function of Windows itself; ends the process when there is none.
+  static void* lookUp(const wchar_t* module, const char* function);
+};
+
+template <class Tag, class Signature>
+class FunctionSeam;
+
+template <class Tag, class Result, class... Arguments>
+class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
+  static constexpr bool kHasResult = !std::is_void_v<Result>;
+  using Stored = std::conditional_t<kHasResult, Result, int>;
+
+ public:
+  explicit FunctionSeam(Stored failure) : m_failure(failure) { s_self = this; }
+  ~FunctionSeam() override { s_self = nullptr; }
+
+  // Called with the arguments of every call, before anything else happens to it.
+  std::function<void(Arguments...)> watch;
+  // Called instead of Windows when it is set.
+  std::function<Result(Arguments...)> replacement;
+
+  // Lets the nth call from now on answer with result, with the given last error.
+  void fail(int nth, Stored result, DWORD lastError = 0) {
+    m_failIn = nth;
+    m_result = result;
+    m_lastError = lastError;
+  }
+
+  void restore() override {
+    watch = nullptr;
+    replacement = nullptr;
+    m_failIn = 0;
+  }
+
+  static Result real(Arguments... arguments) {
+    static void* const function = lookUp(Tag::kModule, Tag::kFunction);
+    return reinterpret_cast<Result(WINAPI*)(Arguments...)>(function)(arguments...);
+  }
+
+  static Result WINAPI call(Arguments... arguments) {
+    // Start-up and the end of the process call before the seam exists and after it is gone.
+    if (s_self == nullptr) return real(arguments...);
+    FunctionSeam& self = *s_self;
+    if constexpr (kHasResult) {
+      const bool chosen = enter(Tag::kFunction);
+      if (self.watch) self.watch(arguments...);
+      if (self.m_failIn > 0 && --self.m_failIn == 0) {
+        SetLastError(self.m_lastError);
+        return self.m_result;
+      }
+      if (chosen) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return self.m_failure;
+      }
+    } else {
+      if (self.watch) self.watch(arguments...);
+    }
+    return self.replacement ? self.replacement(arguments...) : real(arguments...);
+  }
+
+ private:
+  static inline FunctionSeam* s_self = nullptr;
+  Stored m_failure;
+  int m_failIn = 0;
+  Stored m_result = {};
+  DWORD m_lastError = 0;
+};
+
+}  // namespace import_seam
+
+// One test's use of the seams: everything is as Windows has it before and after.
+class ImportSeams {
+ public:
+  ImportSeams();
+  ~ImportSeams();
+  ImportSeams(const ImportSeams&) = delete;
+  ImportSeams& operator=(const ImportSeams&) = delete;
+
+  // The names of the functions called so far, in order.
+  std::vector<std::string> calls() const;
+  // Lets the nth call of any seam from now on fail with that seam's own failure; 0 fails none.
+  void failNth(int nth);
+  // Whether the call chosen by failNth has come.
+  bool hasFailed() const;
+};
+
+#define MG_IMPORT_SEAM(module, function, failure)                                              \
+  struct function##Tag {                                                                       \
+    static constexpr const wchar_t* kModule = module;                                          \
+    static constexpr const char* kFunction = #function;                                        \
+  };                                                                                           \
+  static import_seam::FunctionSeam<function##Tag, decltype(function)> function##Seam(failure); \
+  extern "C" {                                                                                 \
+  decltype(&function) __imp_##function = &decltype(function##Seam)::call;                      \
+  }
