@@ -1,0 +1,91 @@
+#pragma once
+
+#include "ports/tag_port.h"
+#include "util/critical_section.h"
+#include "util/object_map.h"
+#include "util/utl_string.h"
+
+#include <windows.h>
+#include <winspool.h>
+
+#include <memory>
+
+// The header of the spooler makes macros of three names that the list has as operations. It is included here, so that
+// they are gone for good in every file that knows the list.
+#undef AddPort
+#undef DeletePort
+#undef EnumPorts
+
+class Operation;
+
+// The one list of the monitor's ports, in memory and in the registry. The monitor makes it when the spooler initialises
+// it and deletes it when the module is unloaded; the spooler's threads call it, several at once.
+//
+// Each operation records what goes wrong on the default program monitor, ends with its closing line and answers with a
+// failure result. Only AddNewPort lets a CS_Exception out. A null name counts as the empty one.
+//
+// Lock order: the list's lock, then the map's own lock or one port's lock.
+class CPortList {
+ public:
+  explicit CPortList(const wchar_t* monitorName = L"Client Printer Port",
+                     const wchar_t* description = L"Client Printer Port");
+  // The records stay: the spooler may still hold their addresses.
+  virtual ~CPortList();
+  CPortList(const CPortList&) = delete;
+  CPortList& operator=(const CPortList&) = delete;
+
+  // The list that this module works with, null before it is initialised. Whoever sets it owns it and sets null before
+  // deleting it.
+  static CPortList* instance() noexcept;
+  static void setInstance(CPortList* list) noexcept;
+
+  // Adds a port for every value in the registry, creating the key when it is missing. A value whose name cannot be read
+  // is passed over.
+  void Load();
+
+  // Adds a port to the list and to the registry. Returns 1 when a record was made, else 0; throws CS_Exception when the
+  // registry refuses, and the record then stays in the list.
+  DWORD AddNewPort(const wchar_t* name);
+
+  // Adds a port to the list only; the caller holds the list's lock, or is the only one to know the list. A record that
+  // the name had before is replaced and not freed. Returns 1, or 0 when there is no memory. The last argument has no
+  // meaning.
+  DWORD AddPort(const wchar_t* name, DWORD unused);
+
+  // The port of that name with its lock held, for the caller to leave, or null.
+  tagPort* FindPort(const wchar_t* name);
+
+  // Takes the port out of the list and out of the registry and frees its record, once nobody holds its lock any more.
+  // Returns 1 when it was in the list, else 0; the registry decides nothing.
+  DWORD DeletePort(const wchar_t* name);
+
+  // The spooler's EnumPorts, for level 1 (PORT_INFO_1W) and level 2 (PORT_INFO_2W): fixed entries from the start of
+  // the buffer, texts packed down from its end. server is ignored; size and *needed are in bytes. Returns TRUE, or
+  // FALSE with the last error set: 122 when the buffer is smaller than *needed, 124 for another level while there are
+  // ports.
+  //
+  // *needed is what GetPortSize reserves for each port, or what the texts really take where names longer than that
+  // reservation need more.
+  BOOL EnumPorts(const wchar_t* server, DWORD level, BYTE* buffer, DWORD size, DWORD* needed, DWORD* returned);
+
+  // Bytes that enumeration reserves per port: enough for a name of 14 characters. 0 for another level than 1 or 2.
+  DWORD GetPortSize(DWORD level);
+
+  // Writes a port's fixed entry, and its texts below end. Returns the lowest address written; for another level than 1
+  // or 2 that is end, and nothing is written. The caller has made sure of the room.
+  BYTE* CopyPortToBuffer(const tagPort* port, DWORD level, BYTE* entry, BYTE* end);
+
+ private:
+  // Bytes that the enumeration of all ports takes. The caller holds the list's lock.
+  DWORD neededBytesLocked(DWORD level);
+  // Writes every port and counts them in *returned; returns the error code of the enumeration. Likewise.
+  DWORD copyAllLocked(DWORD level, BYTE* buffer, DWORD size, DWORD* returned);
+  // Takes the record out and frees it; hands back its lock, held, or null when there was no record. Likewise.
+  std::unique_ptr<CriticalSection> takeOutLocked(const wchar_t* name, DWORD& found, Operation& operation);
+
+  // Both from _wcsdup; null only when there was no memory for them.
+  wchar_t* m_description = nullptr;
+  wchar_t* m_monitorName = nullptr;
+  CriticalSection m_lock;
+  TObjectMap<UTL_String, tagPort*> m_ports;
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "corvane/component.h"
+#include "corvane/rc_ptr.h"
+#include "util/critical_section.h"
+#include "util/object_map.h"
+#include "util/utl_string.h"
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdint>
+
+class ClientPrintJob;
+
+// Bits of tagPort::flags.
+inline constexpr std::uint32_t kPortHasDocument = 1;  // from the start to the end of a document
+inline constexpr std::uint32_t kPortIsOpen = 2;
+
+// Characters of a name in a port's record, terminator included.
+inline constexpr std::size_t kPortNameSize = 260;
+
+// One port. The port list creates and frees the records; the handle that the spooler holds for a port is the address of
+// its record. Every field starts as zero, null or the empty text, except where it says otherwise.
+//
+// lock serialises the work on one port. FindPort hands a record out with the lock held. The fields of the job in
+// progress (printServer to jobId) are touched by the calls of that one job only, which come one after another.
+struct tagPort {
+  // The print server of the job in progress; stays after the job until the next one replaces it.
+  CS_RCPtr<CS_Component> printServer;
+  // The job in progress, owned by the port and freed by the job path.
+  ClientPrintJob* job = nullptr;
+  // The key of the port, cut to fit; what enumeration tells the spooler. Never changes.
+  wchar_t portName[kPortNameSize] = {};
+  // Emptied at the end of a job.
+  wchar_t secondName[kPortNameSize] = {};
+  std::uint32_t flags = 0;
+  std::uint64_t reserved = 0;
+  // The printer that the port's job is for, by which the job path opens it in the spooler.
+  wchar_t printerName[kPortNameSize] = {};
+  // The spooler's number of the job in progress.
+  std::uint32_t jobId = 0;
+  // When the session's printer list was last fetched, by GetTickCount, in milliseconds.
+  std::uint32_t tickCount = 0;
+  // The names of the session's printers, or null. Owned; guarded by lock. The values are placeholders.
+  TObjectMap<UTL_String, void*>* cachedPrinters = nullptr;
+  // 1 when the last request for the session's printers succeeded, which is also how it starts; 0 when it failed.
+  std::int32_t listRequestSucceeded = 1;
+  // Owned, made with the record.
+  CriticalSection* lock = nullptr;
+};
