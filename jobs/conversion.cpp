@@ -1,0 +1,59 @@
+#include "jobs/conversion.h"
+
+#include "jobs/final_data.h"
+#include "jobs/print_raw_data.h"
+#include "jobs/spool_file.h"
+
+#include <cwchar>
+
+namespace mg {
+
+int Conversion::convert() {
+  if (m_job.settings[1] != 2 || m_job.settings[2] != 3) return 0;
+  if (IsPostScriptData(m_job)) {
+    convertPostScript();
+    return 0;
+  }
+  ReadDataIntoFinalBuffer(m_job);
+  if (!goesToNotepad()) return 0;
+  PrintRawDataViaNotepad(m_job, m_printerName);
+  return 1;
+}
+
+bool Conversion::goesToNotepad() const {
+  return m_printerName != nullptr && std::wcsstr(m_printerName, L"Preview PDF") == m_printerName;
+}
+
+void Conversion::convertPostScript() {
+  const TemporaryDirectory directory;
+  if (!directory.isKnown()) m_operation.fail(corvane::kLevelFailure, L"Failed to find temporary path.");
+  // Remains of an earlier job of the same name; as a rule there are none.
+  if (!m_job.pdfPath.isEmpty()) DeleteFileW(m_job.pdfPath.wide());
+  if (!m_job.logPath.isEmpty()) DeleteFileW(m_job.logPath.wide());
+  buildCommandLine(directory);
+  createLog();
+  startConverter();
+  waitForConverter();
+  readLog();
+  takePdf();
+}
+
+void Conversion::takePdf() {
+  const wchar_t* command = m_commandLine.wide();
+  m_pdfFile.reset(std::fopen(m_job.pdfPath.narrow(), "rb"));
+  if (m_pdfFile == nullptr) {
+    m_operation.fail(corvane::kLevelFailure, L"Failed to open normalized print job file: %s - Last Error = %d.",
+                     command, GetLastError());
+  }
+  switch (readFinalData(m_pdfFile.get(), m_job)) {
+    case FinalDataRead::kTaken:
+      m_pdfFile.reset();
+      return;
+    case FinalDataRead::kEmpty:
+      m_operation.fail(corvane::kLevelFailure, L"Normalized print job file is empty: %s", command);
+    case FinalDataRead::kNothingRead:
+      m_operation.fail(corvane::kLevelFailure, L"Failed to read normalized print job file: %s", command);
+  }
+}
+
+}  // namespace mg

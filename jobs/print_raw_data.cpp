@@ -1,0 +1,56 @@
+#include "jobs/print_raw_data.h"
+
+#include "corvane/operation.h"
+#include "jobs/file.h"
+#include "jobs/strip_escape_chars.h"
+#include "jobs/temporary_path.h"
+#include "session/port_monitor_server.h"
+
+#include <windows.h>
+
+namespace {
+
+constexpr wchar_t kNotepad[] = L"notepad.exe";
+
+// One quoted token whose inner quotes are escaped: "/PT \"<file>\" \"<printer>\""
+UTL_String notepadParameters(const UTL_String& file, const wchar_t* printerName) {
+  UTL_String parameters(L"\"/PT \\\"");
+  parameters.append(file);
+  parameters.append(L"\\\" \\\"");
+  parameters.append(printerName);
+  parameters.append(L"\\\"\"");
+  return parameters;
+}
+
+void writeText(Operation& operation, const UTL_String& path, ClientPrintJob& job) {
+  mg::File file(std::fopen(path.narrow(), "wb"));
+  if (file == nullptr) {
+    operation.fail(corvane::kLevelFailure, L"Failed to open raw data: %s - Last Error = %d.", path.wide(),
+                   GetLastError());
+  }
+  job.finalDataLength = StripEscapeChars(job.finalData, job.finalDataLength);
+  const auto size = static_cast<std::size_t>(job.finalDataLength);
+  const bool written = std::fwrite(job.finalData, 1, size, file.get()) == size;
+  // What the runtime still held back is written by the close; a cut text must not look printed.
+  if (std::fclose(file.release()) != 0 || !written) {
+    operation.fail(corvane::kLevelFailure, L"Failed to write raw data: %s - Last Error = %d.", path.wide(),
+                   GetLastError());
+  }
+}
+
+}  // namespace
+
+void PrintRawDataViaNotepad(ClientPrintJob& job, const wchar_t* printerName) {
+  CS_TraceEntry trace(L"PrintRawDataViaNotepad (printerName = %s)", printerName);
+  Operation operation(L"Stack Trace: MgPrintMon - PrintRawDataViaNotepad()");
+  operation.run([&] {
+    UTL_String path;
+    mg::appendTemporaryPath(path, mg::TemporaryDirectory(), job.jobName, GetTickCount(), L".txt");
+    writeText(operation, path, job);
+    const UTL_String parameters = notepadParameters(path, printerName);
+    const CS_RCPtr<PortMonitorServer> server = PortMonitorServer::getInstance();
+    if (!server->LaunchApplication(kNotepad, parameters.wide(), printerName)) {
+      operation.fail(corvane::kLevelFailure, L"Failed to launch notepad: %s %s", kNotepad, parameters.wide());
+    }
+  });
+}

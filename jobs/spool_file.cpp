@@ -1,0 +1,55 @@
+#include "jobs/spool_file.h"
+
+#include "corvane/operation.h"
+#include "jobs/file.h"
+#include "jobs/final_data.h"
+
+#include <windows.h>
+
+#include <array>
+#include <cstring>
+
+namespace {
+
+mg::File openJobFile(Operation& operation, const ClientPrintJob& job) {
+  mg::File file(std::fopen(job.postScriptPath.narrow(), "rb"));
+  if (file == nullptr) {
+    operation.fail(corvane::kLevelFailure, L"Failed to open print job file: %s - Last Error = %d.",
+                   job.postScriptPath.wide(), GetLastError());
+  }
+  return file;
+}
+
+}  // namespace
+
+bool IsPostScriptData(const ClientPrintJob& job) {
+  CS_TraceEntry trace(L"IsPostScriptData()");
+  constexpr char kSignature[] = "%!PS-";
+  constexpr std::size_t kSignatureSize = 5;
+  Operation operation(L"Stack Trace: MgPrintMon - IsPostScriptData()");
+  bool result = true;
+  operation.run([&] {
+    const mg::File file = openJobFile(operation, job);
+    if (mg::measure(file.get()) < 1) return;
+    std::array<char, kSignatureSize + 1> head{};
+    const std::size_t count = std::fread(head.data(), 1, kSignatureSize, file.get());
+    if (count == kSignatureSize && std::memcmp(head.data(), kSignature, kSignatureSize) != 0) result = false;
+  });
+  return result;
+}
+
+void ReadDataIntoFinalBuffer(ClientPrintJob& job) {
+  CS_TraceEntry trace(L"ReadDataIntoFinalBuffer()");
+  Operation operation(L"Stack Trace: MgPrintMon - ReadDataIntoFinalBuffer()");
+  operation.run([&] {
+    const mg::File file = openJobFile(operation, job);
+    switch (mg::readFinalData(file.get(), job)) {
+      case mg::FinalDataRead::kTaken:
+        return;
+      case mg::FinalDataRead::kEmpty:
+        operation.fail(corvane::kLevelFailure, L"Print job file is empty: %s", job.postScriptPath.wide());
+      case mg::FinalDataRead::kNothingRead:
+        operation.fail(corvane::kLevelFailure, L"Failed to read print job file: %s", job.postScriptPath.wide());
+    }
+  });
+}
