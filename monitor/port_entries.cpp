@@ -1,0 +1,47 @@
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
+#include "corvane/operation.h"
+#include "monitor/entries.h"
+#include "ports/port_list.h"
+#include "session/held_port.h"
+#include "util/synchronized.h"
+
+BOOL WINAPI MGEnumPorts(HANDLE, LPWSTR pName, DWORD Level, LPBYTE pPorts, DWORD cbBuf, LPDWORD pcbNeeded,
+                        LPDWORD pcReturned) {
+  CS_TraceEntry trace(L"MGEnumPorts (pName = %s)", pName);
+  Operation operation(L"Stack Trace: MgPrintMon - MGEnumPorts()");
+  BOOL result = FALSE;
+  DWORD lastError = 0;
+  operation.run([&] {
+    result = static_cast<BOOL>(mg::portList().EnumPorts(pName, Level, pPorts, cbBuf, pcbNeeded, pcReturned));
+    lastError = GetLastError();
+  });
+  if (!operation.succeeded()) SetLastError(lastError);
+  return result;
+}
+
+BOOL WINAPI MGOpenPort(HANDLE, LPWSTR pName, PHANDLE pHandle) {
+  CS_TraceEntry trace(L"MGOpenPort (pName = %s)", pName);
+  Operation operation(L"Stack Trace: MgPrintMon - MGOpenPort()");
+  operation.run([&] {
+    CPortList& list = mg::portList();
+    if (pName == nullptr || pHandle == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+    const mg::HeldPort port(list, pName);
+    if (!port) operation.fail(corvane::kLevelFailure, L"MgPrintMon - MGOpenPort: port not found");
+    *pHandle = port.get();
+    port->flags |= kPortIsOpen;
+  });
+  return operation.succeeded() ? TRUE : FALSE;
+}
+
+BOOL WINAPI MGClosePort(HANDLE handle) {
+  CS_TraceEntry trace(L"MGClosePort ()");
+  Operation operation(L"Stack Trace: MgPrintMon - MGClosePort()");
+  operation.run([&] {
+    if (handle == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+    auto* port = static_cast<tagPort*>(handle);
+    const Synchronized guard(*port->lock);
+    port->flags &= ~kPortIsOpen;
+  });
+  return operation.succeeded() ? TRUE : FALSE;
+}

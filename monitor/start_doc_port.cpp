@@ -1,0 +1,88 @@
+#include "corvane/operation.h"
+#include "jobs/num_copies.h"
+#include "monitor/entries.h"
+#include "monitor/job_name.h"
+#include "monitor/job_start.h"
+#include "monitor/port_handle.h"
+#include "monitor/queue_access.h"
+#include "session/port_monitor_server.h"
+
+#include <winspool.h>
+
+#include <cwchar>
+
+namespace {
+
+void requireArguments(const wchar_t* printerName, const void* document) {
+  if (printerName == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+  if (document == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+  if (wcsnlen(printerName, kPortNameSize) == kPortNameSize) {
+    throw CS_Exception(corvane::kBadArgument, nullptr);
+  }
+}
+
+// The spooler gave up an earlier job without ending it: its client is waiting for data that will not come.
+void abandonJob(tagPort& port) {
+  if (port.job == nullptr) return;
+  if (port.printServer) {
+    const CS_RCPtr<CS_Component> owner = port.printServer->getRootOwner();
+    CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
+  }
+  delete port.job;
+  port.job = nullptr;
+}
+
+void occupyPort(tagPort& port, const wchar_t* printerName, DWORD jobId) {
+  port.flags |= kPortHasDocument;
+  port.jobId = jobId;
+  std::wcsncpy(port.printerName, printerName, kPortNameSize);
+}
+
+void vacatePort(tagPort& port) {
+  port.flags &= ~kPortHasDocument;
+  port.jobId = 0;
+  port.printerName[0] = L'\0';
+}
+
+}  // namespace
+
+BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWORD, LPBYTE pDocInfo) {
+  CS_TraceEntry trace(L"MGStartDocPort (pPrinterName = %s, JobId = %d)", pPrinterName, JobId);
+  Operation operation(L"Stack Trace: MgPrintMon - MGStartDocPort()");
+  tagPort* port = nullptr;
+  const DOC_INFO_1W* document = nullptr;
+  CS_RCPtr<CS_Connection> connection;
+  operation.run(
+      [&] {
+        tagPort& named = mg::portOf(handle);
+        requireArguments(pPrinterName, pDocInfo);
+        port = &named;
+        occupyPort(*port, pPrinterName, JobId);
+        document = reinterpret_cast<const DOC_INFO_1W*>(pDocInfo);
+
+        abandonJob(*port);
+        ClientPrintJob* job = port->job = new ClientPrintJob;
+        job->jobName = mg::buildJobName(pPrinterName, JobId);
+        job->documentName = document->pDocName;
+        job->dataType = document->pDatatype;
+        job->copies = GetNumCopies(pPrinterName, JobId);
+
+        connection = PortMonitorServer::connectToLocalhost();
+        if (!connection) operation.fail(corvane::kLevelFailure, L"Failed to connect to APS.");
+        port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId).get();
+      },
+      [&] {
+        if (port == nullptr) return;
+        if (port->job != nullptr) {
+          const bool named = document != nullptr && document->pDocName != nullptr;
+          mg::deleteQueuedJob(operation, *port, named ? document->pDocName : L"null");
+          delete port->job;
+          port->job = nullptr;
+        }
+        vacatePort(*port);
+      });
+  if (operation.succeeded()) return TRUE;
+  // Not before the report, which may travel over a connection of its own.
+  if (connection) CS_Connection::destroy(connection, true);
+  return FALSE;
+}

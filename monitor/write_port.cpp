@@ -1,0 +1,39 @@
+#include "corvane/operation.h"
+#include "monitor/entries.h"
+#include "monitor/port_handle.h"
+#include "monitor/queue_access.h"
+#include "session/print_server.h"
+
+namespace {
+
+// What a stream's signed length can tell.
+constexpr DWORD kLargestWrite = 0x7FFFFFFF;
+
+}  // namespace
+
+BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
+  CS_TraceEntry trace(L"MGWritePort ()");
+  DWORD ignored;
+  DWORD& written = pcbWritten != nullptr ? *pcbWritten : ignored;
+  written = 0;
+  Operation operation(L"Stack Trace: MgPrintMon - MGWritePort()");
+  tagPort* port = nullptr;
+  operation.run(
+      [&] {
+        tagPort& named = mg::portOf(handle);
+        if (pBuffer == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+        if (cbBuf == 0 || cbBuf > kLargestWrite) throw CS_Exception(corvane::kBadArgument, nullptr);
+        if (!named.printServer) throw CS_Exception(corvane::kMissingObject, nullptr);
+        // From here on the job itself is in trouble when something fails, not only the call.
+        port = &named;
+        auto& stream = static_cast<PrintServer&>(*port->printServer);
+        if (stream.WriteJob(port->job, pBuffer, static_cast<int>(cbBuf)) == 0) {
+          operation.fail(corvane::kLevelFailure, L"Failed to send print job data");
+        }
+        written = cbBuf;
+      },
+      [&] {
+        if (port != nullptr && port->job != nullptr) mg::deleteQueuedJob(operation, *port, nullptr);
+      });
+  return operation.succeeded() ? TRUE : FALSE;
+}
