@@ -1,22 +1,22 @@
 #include "util/mutex.h"
 
 Mutex::Mutex() {
-  InitializeCriticalSection(&section_);
+  InitializeCriticalSection(&m_section);
 }
 
 Mutex::~Mutex() {
-  DeleteCriticalSection(&section_);
+  DeleteCriticalSection(&m_section);
 }
 
 std::int32_t Mutex::lock() {
-  EnterCriticalSection(&section_);
-  depth_.fetch_add(1, std::memory_order_relaxed);
+  EnterCriticalSection(&m_section);
+  m_depth.fetch_add(1, std::memory_order_relaxed);
   return 0;
 }
 
 std::int32_t Mutex::unlock() {
-  if (depth_.load(std::memory_order_relaxed) == 0) return 0;
-  depth_.fetch_sub(1, std::memory_order_relaxed);
-  LeaveCriticalSection(&section_);
+  if (m_depth.load(std::memory_order_relaxed) == 0) return 0;
+  m_depth.fetch_sub(1, std::memory_order_relaxed);
+  LeaveCriticalSection(&m_section);
   return 1;
 }

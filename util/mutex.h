@@ -22,7 +22,7 @@ class Mutex {
   std::int32_t unlock();
 
  private:
-  CRITICAL_SECTION section_;
+  CRITICAL_SECTION m_section;
   // Atomic because an unlock reads it before it is known whether the caller holds the section.
-  std::atomic<std::int32_t> depth_{0};
+  std::atomic<std::int32_t> m_depth{0};
 };

@@ -28,7 +28,7 @@ class TObjectMap {
   static constexpr std::size_t kMinBuckets = 8;
 
   // bucketRequest as in setBucketCount. Throws std::bad_alloc when there is no memory for the empty table.
-  explicit TObjectMap(std::size_t bucketRequest = kMinBuckets) : starts_(kMinBuckets + 1, entries_.end()) {
+  explicit TObjectMap(std::size_t bucketRequest = kMinBuckets) : m_starts(kMinBuckets + 1, m_entries.end()) {
     if (bucketRequest > kMinBuckets) setBucketCount(bucketRequest);
   }
   virtual ~TObjectMap() = default;
@@ -39,13 +39,13 @@ class TObjectMap {
   // holds at most 4 entries per bucket. Throws std::out_of_range with "invalid hash bucket count" when no table could
   // be that large. When there is no memory for it the table stays as it is.
   void setBucketCount(std::size_t request) {
-    const Synchronized guard(lock_);
+    const Synchronized guard(m_lock);
     std::size_t count = kMinBuckets;
     while (count < request) {
       if (count > maxBuckets() / 2) throw std::out_of_range("invalid hash bucket count");
       count *= 2;
     }
-    while (overloaded(entries_.size(), count) && count <= maxBuckets() / 2)
+    while (overloaded(m_entries.size(), count) && count <= maxBuckets() / 2)
       count *= 2;
     try {
       rebuild(makeStarts(count));
@@ -56,18 +56,18 @@ class TObjectMap {
 
   // Stores value under key; the value that stood there before is forgotten.
   bool insert(const Key& key, Value value) {
-    const Synchronized guard(lock_);
+    const Synchronized guard(m_lock);
     try {
       const std::size_t bucket = bucketOf(key);
       const Position hit = locate(key, bucket);
-      if (hit != entries_.end()) {
+      if (hit != m_entries.end()) {
         hit->second = value;
         return true;
       }
       // Everything that can fail is done aside first, so a failure leaves the map as it was.
       Entries made;
       made.emplace_back(key, value);
-      const std::size_t wanted = bucketsFor(entries_.size() + 1);
+      const std::size_t wanted = bucketsFor(m_entries.size() + 1);
       if (wanted == bucketCountLocked()) {
         link(made, bucket);
       } else {
@@ -83,10 +83,10 @@ class TObjectMap {
 
   // Tells whether key is present, and stores its value in *value when value is not null.
   bool find(const Key& key, Value* value = nullptr) {
-    const Synchronized guard(lock_);
+    const Synchronized guard(m_lock);
     try {
       const Position hit = locate(key, bucketOf(key));
-      if (hit == entries_.end()) return false;
+      if (hit == m_entries.end()) return false;
       if (value != nullptr) *value = hit->second;
       return true;
     } catch (...) {
@@ -96,15 +96,15 @@ class TObjectMap {
 
   // Takes key's entry out of the map and hands its value to the caller. *value stays untouched when key is absent.
   bool remove(const Key& key, Value* value) {
-    const Synchronized guard(lock_);
+    const Synchronized guard(m_lock);
     try {
       const std::size_t bucket = bucketOf(key);
       const Position hit = locate(key, bucket);
-      if (hit == entries_.end()) return false;
+      if (hit == m_entries.end()) return false;
       if (value != nullptr) *value = hit->second;
       const Position next = std::next(hit);
       moveStarts(bucket, hit, next);
-      entries_.erase(hit);
+      m_entries.erase(hit);
       return true;
     } catch (...) {
       return false;
@@ -112,33 +112,33 @@ class TObjectMap {
   }
 
   std::size_t count() const {
-    const Synchronized guard(lock_);
-    return entries_.size();
+    const Synchronized guard(m_lock);
+    return m_entries.size();
   }
 
   std::size_t bucketCount() const {
-    const Synchronized guard(lock_);
+    const Synchronized guard(m_lock);
     return bucketCountLocked();
   }
 
   // Forgets every entry and goes back to 8 buckets.
   void clear() {
-    const Synchronized guard(lock_);
-    entries_.clear();
+    const Synchronized guard(m_lock);
+    m_entries.clear();
     // Never more positions than the vector already has room for, so this needs no memory.
-    starts_.assign(kMinBuckets + 1, entries_.end());
+    m_starts.assign(kMinBuckets + 1, m_entries.end());
   }
 
   // A walk over pairs of key and value, in list order. The table lock is not held across it: the caller holds the
   // lock under which it changes the map.
-  typename Entries::const_iterator begin() const noexcept { return entries_.begin(); }
-  typename Entries::const_iterator end() const noexcept { return entries_.end(); }
+  typename Entries::const_iterator begin() const noexcept { return m_entries.begin(); }
+  typename Entries::const_iterator end() const noexcept { return m_entries.end(); }
 
  private:
   static bool overloaded(std::size_t entries, std::size_t buckets) { return entries > 4 * buckets; }
 
-  std::size_t maxBuckets() const { return starts_.max_size() / 2; }
-  std::size_t bucketCountLocked() const { return starts_.size() - 1; }
+  std::size_t maxBuckets() const { return m_starts.max_size() / 2; }
+  std::size_t bucketCountLocked() const { return m_starts.size() - 1; }
 
   // The bucket count after an insertion that makes it entries: eight times the present one once that is overloaded.
   std::size_t bucketsFor(std::size_t entries) const {
@@ -149,7 +149,7 @@ class TObjectMap {
     return count;
   }
 
-  std::vector<Position> makeStarts(std::size_t buckets) { return std::vector<Position>(buckets + 1, entries_.end()); }
+  std::vector<Position> makeStarts(std::size_t buckets) { return std::vector<Position>(buckets + 1, m_entries.end()); }
 
   std::size_t bucketOf(const Key& key) const {
     const std::size_t mask = bucketCountLocked() - 1;
@@ -160,32 +160,32 @@ class TObjectMap {
 
   // The first entry of the bucket with an equal key, or end().
   Position locate(const Key& key, std::size_t bucket) {
-    for (Position at = starts_[bucket]; at != starts_[bucket + 1]; ++at) {
+    for (Position at = m_starts[bucket]; at != m_starts[bucket + 1]; ++at) {
       if (at->first == key) return at;
     }
-    return entries_.end();
+    return m_entries.end();
   }
 
   // Lets every bucket up to and including bucket that starts at from start at to instead. Only empty buckets in front
   // share their start with a later one.
   void moveStarts(std::size_t bucket, Position from, Position to) {
-    for (std::size_t at = bucket + 1; at-- > 0 && starts_[at] == from;)
-      starts_[at] = to;
+    for (std::size_t at = bucket + 1; at-- > 0 && m_starts[at] == from;)
+      m_starts[at] = to;
   }
 
   // Moves the one entry in made to the end of its bucket.
   void link(Entries& made, std::size_t bucket) noexcept {
     const Position entry = made.begin();
-    const Position next = starts_[bucket + 1];
-    entries_.splice(next, made);
+    const Position next = m_starts[bucket + 1];
+    m_entries.splice(next, made);
     moveStarts(bucket, next, entry);
   }
 
   // Takes over a vector of positions that all stand at the end, and links every entry anew.
   void rebuild(std::vector<Position> starts) noexcept {
     Entries old;
-    old.swap(entries_);
-    starts_ = std::move(starts);
+    old.swap(m_entries);
+    m_starts = std::move(starts);
     while (!old.empty()) {
       Entries one;
       one.splice(one.begin(), old, old.begin());
@@ -194,8 +194,8 @@ class TObjectMap {
     }
   }
 
-  Entries entries_;
+  Entries m_entries;
   // The position of each bucket's first entry; a bucket ends where the next one starts. The last position is end().
-  std::vector<Position> starts_;
-  mutable Mutex lock_;
+  std::vector<Position> m_starts;
+  mutable Mutex m_lock;
 };

@@ -6,11 +6,11 @@
 // The lock must outlive the guard. A guard belongs to the thread that made it.
 class Synchronized {
  public:
-  explicit Synchronized(Mutex& mutex) : mutex_(&mutex) { mutex_->lock(); }
-  virtual ~Synchronized() { mutex_->unlock(); }
+  explicit Synchronized(Mutex& mutex) : m_mutex(&mutex) { m_mutex->lock(); }
+  virtual ~Synchronized() { m_mutex->unlock(); }
   Synchronized(const Synchronized&) = delete;
   Synchronized& operator=(const Synchronized&) = delete;
 
  private:
-  Mutex* mutex_;
+  Mutex* m_mutex;
 };

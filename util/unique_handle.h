@@ -12,9 +12,9 @@ class UniqueHandle {
  public:
   using Type = typename Traits::Type;
 
-  UniqueHandle() noexcept : handle_(Traits::invalid()) {}
-  explicit UniqueHandle(Type handle) noexcept : handle_(handle) {}
-  UniqueHandle(UniqueHandle&& other) noexcept : handle_(other.release()) {}
+  UniqueHandle() noexcept : m_handle(Traits::invalid()) {}
+  explicit UniqueHandle(Type handle) noexcept : m_handle(handle) {}
+  UniqueHandle(UniqueHandle&& other) noexcept : m_handle(other.release()) {}
   UniqueHandle& operator=(UniqueHandle&& other) noexcept {
     if (this != &other) reset(other.release());
     return *this;
@@ -23,24 +23,24 @@ class UniqueHandle {
   UniqueHandle& operator=(const UniqueHandle&) = delete;
   ~UniqueHandle() { reset(); }
 
-  Type get() const noexcept { return handle_; }
-  explicit operator bool() const noexcept { return handle_ != Traits::invalid(); }
+  Type get() const noexcept { return m_handle; }
+  explicit operator bool() const noexcept { return m_handle != Traits::invalid(); }
 
   // Closes what is held and takes over handle.
   void reset(Type handle = Traits::invalid()) noexcept {
-    const Type old = std::exchange(handle_, handle);
+    const Type old = std::exchange(m_handle, handle);
     if (old != Traits::invalid()) Traits::close(old);
   }
 
   // Gives the handle up without closing it.
-  Type release() noexcept { return std::exchange(handle_, Traits::invalid()); }
+  Type release() noexcept { return std::exchange(m_handle, Traits::invalid()); }
 
   // Closes what is held and gives the place for a call that opens a handle through an out argument.
   Type* receive() noexcept {
     reset();
-    return &handle_;
+    return &m_handle;
   }
 
  private:
-  Type handle_;
+  Type m_handle;
 };

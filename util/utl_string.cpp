@@ -33,20 +33,20 @@ UTL_String UTL_String::fromNarrow(const char* text) {
   return result;
 }
 
-UTL_String::UTL_String(const UTL_String& other) : length_(other.length_), primary_(other.primary_) {
+UTL_String::UTL_String(const UTL_String& other) : m_length(other.m_length), m_primary(other.m_primary) {
   if (other.isEmpty()) return;
-  if (primary_ == Form::kWide) {
-    wide_ = duplicate(other.wide_.get(), length_);
+  if (m_primary == Form::kWide) {
+    m_wide = duplicate(other.m_wide.get(), m_length);
   } else {
-    narrow_ = duplicate(other.narrow_.get(), length_);
+    m_narrow = duplicate(other.m_narrow.get(), m_length);
   }
 }
 
 UTL_String::UTL_String(UTL_String&& other) noexcept
-    : wide_(std::move(other.wide_)),
-      narrow_(std::move(other.narrow_)),
-      length_(std::exchange(other.length_, 0)),
-      primary_(std::exchange(other.primary_, Form::kWide)) {}
+    : m_wide(std::move(other.m_wide)),
+      m_narrow(std::move(other.m_narrow)),
+      m_length(std::exchange(other.m_length, 0)),
+      m_primary(std::exchange(other.m_primary, Form::kWide)) {}
 
 UTL_String& UTL_String::operator=(const UTL_String& other) {
   if (this != &other) *this = UTL_String(other);
@@ -55,10 +55,10 @@ UTL_String& UTL_String::operator=(const UTL_String& other) {
 
 UTL_String& UTL_String::operator=(UTL_String&& other) noexcept {
   if (this == &other) return *this;
-  wide_ = std::move(other.wide_);
-  narrow_ = std::move(other.narrow_);
-  length_ = std::exchange(other.length_, 0);
-  primary_ = std::exchange(other.primary_, Form::kWide);
+  m_wide = std::move(other.m_wide);
+  m_narrow = std::move(other.m_narrow);
+  m_length = std::exchange(other.m_length, 0);
+  m_primary = std::exchange(other.m_primary, Form::kWide);
   return *this;
 }
 
@@ -70,14 +70,14 @@ UTL_String& UTL_String::operator=(const wchar_t* text) {
 
 const wchar_t* UTL_String::wide() const {
   if (isEmpty()) return L"";
-  if (wide_ == nullptr) wide_ = wideFromAnsi(narrow_.get(), length_);
-  return wide_.get();
+  if (m_wide == nullptr) m_wide = wideFromAnsi(m_narrow.get(), m_length);
+  return m_wide.get();
 }
 
 const char* UTL_String::narrow() const {
   if (isEmpty()) return "";
-  if (narrow_ == nullptr) narrow_ = ansiFromWide(wide_.get(), length_);
-  return narrow_.get();
+  if (m_narrow == nullptr) m_narrow = ansiFromWide(m_wide.get(), m_length);
+  return m_narrow.get();
 }
 
 void UTL_String::append(const wchar_t* text) {
@@ -93,17 +93,17 @@ void UTL_String::append(const wchar_t* text) {
 }
 
 void UTL_String::adopt(std::unique_ptr<wchar_t[]> text, std::size_t length) noexcept {
-  wide_ = std::move(text);
-  narrow_.reset();
-  length_ = length;
-  primary_ = Form::kWide;
+  m_wide = std::move(text);
+  m_narrow.reset();
+  m_length = length;
+  m_primary = Form::kWide;
 }
 
 void UTL_String::adopt(std::unique_ptr<char[]> text, std::size_t length) noexcept {
-  narrow_ = std::move(text);
-  wide_.reset();
-  length_ = length;
-  primary_ = Form::kNarrow;
+  m_narrow = std::move(text);
+  m_wide.reset();
+  m_length = length;
+  m_primary = Form::kNarrow;
 }
 
 bool operator==(const UTL_String& left, const UTL_String& right) {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+struct HWND__;  // what a Windows window handle points to
+
 // One text that can be handed out as UTF-16 and as bytes of the system's ANSI code page. Each form is converted from
 // the other when it is first asked for, and kept. The getters are const and yet write then: one object must not be
 // shared between threads without a lock.
@@ -33,8 +35,8 @@ class UTL_String {
   const char* narrow() const;
 
   // Characters of the form that the text was given in, terminator not counted.
-  std::size_t length() const noexcept { return length_; }
-  bool isEmpty() const noexcept { return length_ == 0; }
+  std::size_t length() const noexcept { return m_length; }
+  bool isEmpty() const noexcept { return m_length == 0; }
 
   // Adds text behind the present one; the result is a wide text. The text may lie inside this string; null adds
   // nothing.
@@ -48,6 +50,35 @@ class UTL_String {
   void formatNarrow(std::size_t size, const char* format, ...);
   void formatWide(std::size_t size, const wchar_t* format, ...);
 
+  // Replaces the text by a string resource of a loaded module, cut to size - 1 characters; a null module name is the
+  // program itself. The wide form asks the module's own export "MGLoadStringW", which has the signature of LoadStringW,
+  // when there is one. Throws UTL_Exception with mg::status::kFailure, and leaves the string as it was, when the module
+  // is not loaded, has no such string, or size is 0.
+  void loadResourceNarrow(const char* module, unsigned identifier, std::size_t size);
+  void loadResourceWide(const wchar_t* module, unsigned identifier, std::size_t size);
+
+  // Replaces each %NAME% of an environment variable by its value.
+  void expandEnvironment();
+
+  // Replaces a path by its short form. Throws UTL_Exception with mg::status::kFailure, and leaves the string as it was,
+  // when there is no such path. An empty path stays empty.
+  void shortenPath();
+
+  // Replaces the text by that of a window, empty when it has none.
+  void readWindowNarrow(HWND__* window);
+  void readWindowWide(HWND__* window);
+
+  // Change the case of each character of the form that the text was given in.
+  void toLower();
+  void toUpper();
+
+  // The number that the text starts with, 0 when it starts with none.
+  int toInteger() const;
+
+  // The first character of the text that stands in the set, or null. The pointer is one into wide() or narrow().
+  const wchar_t* findAnyOf(const wchar_t* set) const;
+  const char* findAnyOf(const char* set) const;
+
  protected:
   // Which form the text was given in; the other one is derived from it.
   enum class Form : std::int32_t { kNarrow = 1, kWide = 2 };
@@ -55,13 +86,13 @@ class UTL_String {
   // Takes over a terminated buffer as the new text, in the form that the buffer has.
   void adopt(std::unique_ptr<wchar_t[]> text, std::size_t length) noexcept;
   void adopt(std::unique_ptr<char[]> text, std::size_t length) noexcept;
-  Form primaryForm() const noexcept { return primary_; }
+  Form primaryForm() const noexcept { return m_primary; }
 
  private:
-  mutable std::unique_ptr<wchar_t[]> wide_;
-  mutable std::unique_ptr<char[]> narrow_;
-  std::size_t length_ = 0;
-  Form primary_ = Form::kWide;
+  mutable std::unique_ptr<wchar_t[]> m_wide;
+  mutable std::unique_ptr<char[]> m_narrow;
+  std::size_t m_length = 0;
+  Form m_primary = Form::kWide;
 };
 
 // Two strings are equal when both are empty, or when their lengths are equal and their narrow forms are the same bytes.

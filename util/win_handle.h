@@ -12,13 +12,13 @@ namespace mg {
 // Restores the last error that the thread had when it was made.
 class LastErrorKeeper {
  public:
-  LastErrorKeeper() noexcept : error_(GetLastError()) {}
-  ~LastErrorKeeper() { SetLastError(error_); }
+  LastErrorKeeper() noexcept : m_error(GetLastError()) {}
+  ~LastErrorKeeper() { SetLastError(m_error); }
   LastErrorKeeper(const LastErrorKeeper&) = delete;
   LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
 
  private:
-  DWORD error_;
+  DWORD m_error;
 };
 
 // Events, mutexes, processes, threads: null is none.
