@@ -26,15 +26,19 @@ void SpoolFile(HANDLE file, HANDLE printer) {
   }
 }
 
-// Wine's spooler numbers the jobs of each process from 1 and names the spool file by that number, so while another
-// process prints, the file of ours is in use; each attempt takes the next number.
-DWORD StartDocument(HANDLE printer, DOC_INFO_1W& information) {
-  constexpr int kMostJobsAtATime = 1000;
-  for (int i = 0; i < kMostJobsAtATime; ++i) {
-    const DWORD job = StartDocPrinterW(printer, 1, reinterpret_cast<BYTE*>(&information));
-    if (job != 0 || GetLastError() != ERROR_SHARING_VIOLATION) return job;
+// Wine's spooler numbers the jobs of each process from 1 and names the spool file by that number, so two processes that
+// print at a time would read each other's document. A mutex for each number says that it is in use; ours is the first
+// number that is not, and those before it are passed over.
+ObjectHandle TakeJobNumber(HANDLE printer) {
+  for (DWORD number = 1;; ++number) {
+    ObjectHandle mutex(CreateMutexW(nullptr, FALSE, (L"mgspool job " + std::to_wstring(number)).c_str()));
+    Require(static_cast<bool>(mutex), "the mutex of a job number cannot be made");
+    // A process that was killed has abandoned its number.
+    if (WaitForSingleObject(mutex.get(), 0) != WAIT_TIMEOUT) return mutex;
+    BYTE room[sizeof(ADDJOB_INFO_1W) + MAX_PATH * sizeof(wchar_t)];
+    DWORD needed = 0;
+    Require(AddJobW(printer, 1, room, sizeof room, &needed), "a job number in use cannot be passed over");
   }
-  return 0;
 }
 
 }  // namespace
@@ -58,7 +62,8 @@ DWORD PrintFile(const PrintRequest& request) {
   std::wstring title = request.title;
   std::wstring datatype = L"RAW";
   DOC_INFO_1W information = {title.data(), nullptr, datatype.data()};
-  const DWORD job = StartDocument(printer.get(), information);
+  const ObjectHandle number = TakeJobNumber(printer.get());
+  const DWORD job = StartDocPrinterW(printer.get(), 1, reinterpret_cast<BYTE*>(&information));
   Require(job != 0, "the spooler does not start the document");
   TakeOutcome(job);  // of an earlier process that had our number
   SpoolFile(file.get(), printer.get());

@@ -17,7 +17,8 @@ struct PrintRequest {
 };
 
 // Prints the file and returns the spooler's job number when the monitor took the job to its end. Throws a SystemFailure
-// when the spooler refuses something and a std::runtime_error that names the monitor's failing call otherwise.
+// when the spooler refuses something and a std::runtime_error that names the monitor's failing call otherwise. To be
+// called once in a process, which is how it knows the number that Wine's spooler will give.
 DWORD PrintFile(const PrintRequest& request);
 
 }  // namespace mg::support
