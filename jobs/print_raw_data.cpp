@@ -30,9 +30,9 @@ void writeText(Operation& operation, const UTL_String& path, ClientPrintJob& job
   }
   job.finalDataLength = StripEscapeChars(job.finalData, job.finalDataLength);
   const auto size = static_cast<std::size_t>(job.finalDataLength);
-  const bool written = std::fwrite(job.finalData, 1, size, file.get()) == size;
-  // What the runtime still held back is written by the close; a cut text must not look printed.
-  if (std::fclose(file.release()) != 0 || !written) {
+  const bool taken = std::fwrite(job.finalData, 1, size, file.get()) == size;
+  // A full disk shows when the runtime writes what it held back; a cut text must not look printed.
+  if (!taken || std::fflush(file.get()) != 0) {
     operation.fail(corvane::kLevelFailure, L"Failed to write raw data: %s - Last Error = %d.", path.wide(),
                    GetLastError());
   }

@@ -31,10 +31,11 @@ bool appendToFile(const ClientPrintJob& job, const unsigned char* data, int leng
     return false;
   }
   const auto size = static_cast<std::size_t>(length);
-  const bool written = std::fwrite(data, 1, size, file) == size;
-  // What the runtime still held back is written by the close; a full disk shows there at the latest.
+  const bool taken = std::fwrite(data, 1, size, file) == size;
+  // A full disk shows when the runtime writes what it held back; not every runtime tells it when it closes.
+  const bool written = std::fflush(file) == 0;
   const bool closed = std::fclose(file) == 0;
-  return written && closed;
+  return taken && written && closed;
 }
 
 void sendFinalData(PrintServer& server, ClientPrintJob& job) {

@@ -1,0 +1,139 @@
+#include "session/cached_printer_list.h"
+
+#include "ports/port_list.h"
+#include "tests/support/import_seam.h"
+#include "tests/support/monitor_world.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+
+namespace {
+
+using corvane::ValueWriter;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CachedPrinterListTest : public testing::Test {
+ protected:
+  using Names = TObjectMap<UTL_String, void*>;
+
+  CachedPrinterListTest() {
+    CPortList::setInstance(&m_ports);
+    m_ports.AddPort(L"CPP7", 0);
+    m_world.peer().answer("PortMonitorClient", 6, [](ValueWriter& reply) {
+      reply.writeBoolean(true);
+      for (const wchar_t* name : {L"Laser", L"Ink"}) {
+        reply.writeBoolean(true);
+        reply.writeText(name);
+      }
+      reply.writeBoolean(false);
+    });
+  }
+  ~CachedPrinterListTest() override {
+    CPortList::setInstance(nullptr);
+    CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  }
+
+  static std::set<std::wstring> namesIn(void* list) {
+    std::set<std::wstring> names;
+    for (const auto& [name, mark] : *static_cast<Names*>(list))
+      names.insert(name.wide());
+    return names;
+  }
+  std::size_t asked() {
+    std::size_t count = 0;
+    for (const std::string& line : m_world.requests())
+      count += line == "request 6 GetPrinterList: int 7" ? 1 : 0;
+    return count;
+  }
+  // Names must not stay locked; only the thread that holds the lock could take it back.
+  bool portIsFree() {
+    tagPort* port = m_ports.FindPort(L"CPP7");
+    return port != nullptr && port->lock->unlock() == 1 && port->lock->unlock() == 0;
+  }
+
+  ImportSeams m_seams;
+  MonitorWorld m_world;
+  CPortList m_ports;
+  void* m_list = nullptr;
+};
+
+TEST_F(CachedPrinterListTest, TheFirstCallAsksAndLaterCallsAnswerFromThePort) {
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_EQ(namesIn(m_list), (std::set<std::wstring>{L"Ink", L"Laser"}));
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(m_list, nullptr);
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_EQ(namesIn(m_list), (std::set<std::wstring>{L"Ink", L"Laser"}));
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(asked(), 1u);
+  EXPECT_TRUE(portIsFree());
+}
+
+TEST_F(CachedPrinterListTest, EveryCallerGetsItsOwnCopy) {
+  void* other = nullptr;
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_EQ(GetCachedPrinterList(7, &other), TRUE);
+  EXPECT_NE(m_list, other);
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(namesIn(other).size(), 2u);
+  ReleaseCachedPrinterList(&other);
+}
+
+TEST_F(CachedPrinterListTest, SessionZeroIsABadArgumentAndLeavesTheListAlone) {
+  int mark = 0;
+  m_list = &mark;
+  EXPECT_EQ(GetCachedPrinterList(0, &m_list), FALSE);
+  EXPECT_EQ(m_list, &mark);
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3015"));
+}
+
+TEST_F(CachedPrinterListTest, ASessionWithoutAPortGetsAnEmptyListToRelease) {
+  EXPECT_EQ(GetCachedPrinterList(8, &m_list), FALSE);
+  ASSERT_NE(m_list, nullptr);
+  EXPECT_THAT(namesIn(m_list), IsEmpty());
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(m_list, nullptr);
+  EXPECT_EQ(asked(), 0u);
+}
+
+TEST_F(CachedPrinterListTest, ARefusedFirstFillFailsOnceAndStaysEmptyFromThenOn) {
+  m_world.peer().answer("PortMonitorClient", 6, [](ValueWriter& reply) { reply.writeBoolean(false); });
+  PortMonitorServer::getInstance();
+  RecordingScope records;  // in the place of the monitor that the instance brought
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
+  EXPECT_THAT(records.lines(), ElementsAre("0x4000000a: Failed to get the list of cached printers.",
+                                           "10: Failed to get the list of cached printers."));
+  EXPECT_THAT(namesIn(m_list), IsEmpty());
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_TRUE(portIsFree());
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_THAT(namesIn(m_list), IsEmpty());
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(asked(), 1u);
+}
+
+TEST_F(CachedPrinterListTest, AFirstFillCutShortCountsAsDelivered) {
+  m_world.peer().hangUpAt("PortMonitorClient", 6);
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_THAT(namesIn(m_list), IsEmpty());
+  ReleaseCachedPrinterList(&m_list);
+}
+
+TEST_F(CachedPrinterListTest, WithoutAPortListTheCallFailsAndTheListIsStillMade) {
+  CPortList::setInstance(nullptr);
+  PortMonitorServer::getInstance();
+  RecordingScope records;
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
+  EXPECT_THAT(records.lines(), ElementsAre("10: number 3014"));
+  ReleaseCachedPrinterList(&m_list);
+}
+
+TEST_F(CachedPrinterListTest, ReleasingNothingDoesNothing) {
+  ReleaseCachedPrinterList(nullptr);
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(m_list, nullptr);
+}
+
+}  // namespace

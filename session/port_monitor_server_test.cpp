@@ -1,0 +1,159 @@
+#include "session/port_monitor_server.h"
+
+#include "corvane/exception.h"
+#include "corvane/program_monitor_c.h"
+#include "tests/support/import_seam.h"
+#include "tests/support/monitor_world.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+MG_IMPORT_SEAM(L"kernel32.dll", GetModuleFileNameW, 0)
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class PortMonitorServerTest : public testing::Test {
+ protected:
+  // What getInstance() threw, as its text; empty when it made an instance.
+  static std::wstring failureOfGetInstance() {
+    try {
+      PortMonitorServer::getInstance();
+      return L"";
+    } catch (const CS_Exception& exception) {
+      return exception.detail();
+    }
+  }
+  static int connections(const ScriptedPeer::Lines& lines) {
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.size() >= 7 && line.compare(line.size() - 7, 7, "connect") == 0;
+    }));
+  }
+
+  ImportSeams m_seams;
+  MonitorWorld m_world;
+};
+
+TEST_F(PortMonitorServerTest, TheFirstUseConnectsInstallsTheMonitorAndStandsOnABridge) {
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  ASSERT_TRUE(instance);
+  EXPECT_NE(dynamic_cast<CS_ProgramMonitor_c*>(CS_ProgramMonitor::getDefaultMonitor().get()), nullptr);
+  m_world.peer().answer("PortMonitorClient", 7, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
+  EXPECT_TRUE(instance->LaunchApplication(L"a", L"b", nullptr));
+  EXPECT_THAT(m_world.peer().lines(),
+              ElementsAre("connect", "create ProgramMonitor_s",
+                          "request 1 SetProcessInfo: int " + MonitorWorld::processId() + ", text \"session_tests\"",
+                          "create Bridge", "create PortMonitorClient",
+                          "request 7 LaunchApplication: text \"a\", text \"b\", boolean false"));
+}
+
+TEST_F(PortMonitorServerTest, LaterUsesGetTheSameInstance) {
+  const CS_RCPtr<PortMonitorServer> first = PortMonitorServer::getInstance();
+  EXPECT_EQ(PortMonitorServer::getInstance().get(), first.get());
+  EXPECT_EQ(connections(m_world.peer().lines()), 1);
+}
+
+TEST_F(PortMonitorServerTest, ThreadsThatCallAtOnceGetOneInstance) {
+  CS_RCPtr<PortMonitorServer> instances[4];
+  std::vector<std::thread> threads;
+  for (auto& instance : instances)
+    threads.emplace_back([&] { instance = PortMonitorServer::getInstance(); });
+  for (std::thread& thread : threads)
+    thread.join();
+  for (auto& instance : instances)
+    EXPECT_EQ(instance.get(), instances[0].get());
+  EXPECT_EQ(connections(m_world.peer().lines()), 1);
+}
+
+TEST_F(PortMonitorServerTest, ReleaseOfTheInstanceEmptiesTheHolderAndKeepsTheObject) {
+  const CS_RCPtr<PortMonitorServer> first = PortMonitorServer::getInstance();
+  EXPECT_TRUE(first->release());
+  EXPECT_TRUE(first->isConnected());
+  const CS_RCPtr<PortMonitorServer> second = PortMonitorServer::getInstance();
+  EXPECT_NE(second.get(), first.get());
+  CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(first->getRootOwner().get())), true);
+}
+
+TEST_F(PortMonitorServerTest, ReleaseOfAnotherObjectChangesNothing) {
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  PortMonitorServer other;
+  EXPECT_TRUE(other.release());
+  EXPECT_EQ(PortMonitorServer::getInstance().get(), instance.get());
+}
+
+TEST_F(PortMonitorServerTest, AfterALostConnectionTheNextUseMakesANewOne) {
+  m_world.peer().hangUpAt("PortMonitorClient", 7);
+  const CS_RCPtr<PortMonitorServer> first = PortMonitorServer::getInstance();
+  EXPECT_TRUE(first->LaunchApplication(L"a", L"b", nullptr));
+  const CS_RCPtr<PortMonitorServer> second = PortMonitorServer::getInstance();
+  EXPECT_NE(second.get(), first.get());
+  EXPECT_EQ(connections(m_world.peer().lines()), 2);
+}
+
+TEST_F(PortMonitorServerTest, AServerThatRefusesTheProcessesNameIsUsedAllTheSame) {
+  m_world.peer().answer("ProgramMonitor_s", 1, [](corvane::ValueWriter& reply) { reply.writeBoolean(false); });
+  m_world.peer().answer("PortMonitorClient", 7, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  EXPECT_TRUE(instance->LaunchApplication(L"a", L"b", nullptr));
+  const ScriptedPeer::Lines requests = m_world.requests();
+  ASSERT_EQ(requests.size(), 3u);
+  EXPECT_THAT(requests[1], HasSubstr("Record: int 10, int -2146959360, int 0, int "));
+  EXPECT_THAT(requests[1], HasSubstr("text \"Failed to set program monitor process info.\""));
+}
+
+TEST_F(PortMonitorServerTest, AProgramWithoutANameIsRecordedWithTheLastErrorAndTheConnectionEnds) {
+  GetModuleFileNameWSeam.replacement = [](HMODULE, LPWSTR, DWORD size) -> DWORD {
+    EXPECT_EQ(size, 260u);
+    SetLastError(5);
+    return 0;
+  };
+  EXPECT_EQ(failureOfGetInstance(), L"PortMonitorServer::getInstance - failed to initalize the component");
+  const ScriptedPeer::Lines lines = m_world.peer().waitForLines(6);
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_THAT(lines[2], HasSubstr("Record: int 10, int -2146959360, int 11504, "));
+  EXPECT_THAT(lines[2], HasSubstr(" 5\""));
+  EXPECT_THAT(lines[3], HasSubstr("Record: int 10, "));
+  EXPECT_THAT(lines[4], HasSubstr("Record: int 1073741832, "));
+  EXPECT_THAT(lines[4], HasSubstr("text \"Stack Trace: PortMonitorServer::InitComponent()\""));
+  EXPECT_EQ(lines[5], "end");
+}
+
+TEST_F(PortMonitorServerTest, AFailedInitialisationIsTriedAgainFromTheStart) {
+  m_world.peer().hangUpAt("ProgramMonitor_s", 1);
+  EXPECT_EQ(failureOfGetInstance(), L"PortMonitorServer::getInstance - failed to initalize the component");
+  m_world.peer().answer("ProgramMonitor_s", 1, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
+  EXPECT_EQ(failureOfGetInstance(), L"");
+  EXPECT_EQ(connections(m_world.peer().lines()), 2);
+}
+
+TEST_F(PortMonitorServerTest, ShutdownEndsTheConnectionAndLeavesNoInstance) {
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  EXPECT_TRUE(PortMonitorServer::shutdown());
+  EXPECT_FALSE(instance->isConnected());
+  EXPECT_EQ(m_world.peer().waitForLines(4).back(), "end");
+  EXPECT_TRUE(PortMonitorServer::shutdown());
+}
+
+TEST_F(PortMonitorServerTest, ShutdownWithoutAnInstanceIsASuccess) {
+  EXPECT_TRUE(PortMonitorServer::shutdown());
+  EXPECT_THAT(m_world.records().lines(), IsEmpty());
+}
+
+TEST_F(PortMonitorServerTest, InitializeMakesALockEveryTime) {
+  LPCRITICAL_SECTION lock = nullptr;
+  EXPECT_TRUE(PortMonitorServer::initialize(lock));
+  ASSERT_NE(lock, nullptr);
+  EnterCriticalSection(lock);
+  LeaveCriticalSection(lock);
+  DeleteCriticalSection(lock);
+  delete lock;
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+#include "session/print_server.h"
+#include "tests/support/import_seam.h"
+#include "tests/support/monitor_world.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::string readAll(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class WriteJobFileTest : public testing::Test {
+ protected:
+  WriteJobFileTest() {
+    std::filesystem::create_directories(m_folder);
+    m_job.settings = {1, 2, 3, 2};
+    m_job.postScriptPath = m_path.c_str();
+  }
+  ~WriteJobFileTest() override { std::filesystem::remove_all(m_folder); }
+
+  int write(const std::string& text) {
+    return m_stream.WriteJob(&m_job, reinterpret_cast<const unsigned char*>(text.data()),
+                             static_cast<int>(text.size()));
+  }
+
+  ImportSeams m_seams;
+  RecordingScope m_records;
+  std::filesystem::path m_folder = std::filesystem::temp_directory_path() / L"write_job_file_test";
+  std::filesystem::path m_path = m_folder / L"job.ps";
+  // Without an owner: collecting data needs no connection.
+  PrintServer m_stream;
+  ClientPrintJob m_job;
+};
+
+TEST_F(WriteJobFileTest, DataToBeConvertedAreAppendedAsTheyAre) {
+  EXPECT_EQ(write("%!PS-Adobe\n"), 1);
+  EXPECT_EQ(write("showpage\r\n"), 1);
+  EXPECT_EQ(readAll(m_path), "%!PS-Adobe\nshowpage\r\n");
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(WriteJobFileTest, AnyModeThatIsNotDirectCollects) {
+  m_job.settings[3] = 0;
+  EXPECT_EQ(write("a"), 1);
+  EXPECT_EQ(readAll(m_path), "a");
+}
+
+TEST_F(WriteJobFileTest, DataOfNoLengthMakeTheFileAndWriteNothing) {
+  EXPECT_EQ(write(""), 1);
+  EXPECT_TRUE(std::filesystem::exists(m_path));
+  EXPECT_EQ(readAll(m_path), "");
+}
+
+TEST_F(WriteJobFileTest, AFileThatCannotBeOpenedIsRecordedWithItsErrno) {
+  m_job.postScriptPath = (m_folder / L"missing" / L"job.ps").c_str();
+  EXPECT_EQ(write("a"), 0);
+  EXPECT_THAT(m_records.lines(),
+              ElementsAre("0x4000000a: Failed to open print job's postscript file for writing: " +
+                          corvane::toUtf8(m_job.postScriptPath.wide()) + ", Error: " + std::to_string(ENOENT)));
+}
+
+TEST_F(WriteJobFileTest, DataThatADiskDoesNotTakeAreNotTakenForWritten) {
+  m_job.postScriptPath = L"Z:\\dev\\full";
+  EXPECT_EQ(write("a"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+// Lets the code of this test binary find the application server at a port of the test's choice, for as long as this
+// object lives, whatever the registry says. Link the object library mg_server_address.
+class ServerAddress {
+ public:
+  explicit ServerAddress(std::uint16_t port);
+  ~ServerAddress();
+  ServerAddress(const ServerAddress&) = delete;
+  ServerAddress& operator=(const ServerAddress&) = delete;
+};
