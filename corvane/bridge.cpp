@@ -6,8 +6,11 @@ const wchar_t* const CS_Bridge::m_className = L"Quillfern::ComponentServer::Brid
 
 CS_Bridge::~CS_Bridge() = default;
 
-bool CS_Bridge::startServing() {
+void CS_Bridge::prepareServing() {
   m_worker = std::make_shared<corvane::BridgeWorker>(*this);
+}
+
+bool CS_Bridge::startServing() {
   return m_worker->start(this);
 }
 

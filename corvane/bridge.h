@@ -25,7 +25,9 @@ class CS_Bridge : public CS_Component {
   int getDataType() const override { return 2; }
   bool release() override;
 
-  // Makes this the peer's bridge: starts its thread. False when the thread cannot be started.
+  // Makes this the peer's bridge, in two steps: before it is added to its owner, where another thread may release it at
+  // once, and after. False when its thread cannot be started.
+  void prepareServing();
   bool startServing();
   // Takes a frame for a component on this bridge; called by the thread that reads the connection.
   void deliver(const corvane::Frame& frame);

@@ -46,6 +46,8 @@ void Serving::create(const FrameHeader& header, std::span<const unsigned char> p
   made->setClass(componentClass);
   made->setIdentifier(header.component);
   const CS_RCPtr<CS_Component> component = made;
+  auto* bridge = dynamic_cast<CS_Bridge*>(made);
+  if (bridge != nullptr) bridge->prepareServing();
   if (!m_owner.addChild(made)) {
     throw CS_Exception(kLimitExceeded, L"component %u exists already, or there are %u of them", header.component,
                        static_cast<unsigned>(CS_Component::kMaxChildren));
@@ -55,7 +57,6 @@ void Serving::create(const FrameHeader& header, std::span<const unsigned char> p
     channel->startSending();
     channel->startReceiving();
   }
-  auto* bridge = dynamic_cast<CS_Bridge*>(made);
   if (channel == nullptr || !made->initialize() || (bridge != nullptr && !bridge->startServing())) {
     m_owner.removeChild(made);
     refuse(header, formatText(L"a component of the class %s could not be started", name.c_str()));
