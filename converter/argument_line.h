@@ -1,5 +1,4 @@
-#ifndef CONVERTER_ARGUMENT_LINE_H_
-#define CONVERTER_ARGUMENT_LINE_H_
+#pragma once
 
 #include <string>
 #include <vector>
@@ -10,5 +9,3 @@ namespace mg::converter {
 std::wstring ArgumentLine(const std::vector<std::wstring>& words);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_ARGUMENT_LINE_H_

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_CONVERSION_ERROR_H_
-#define CONVERTER_CONVERSION_ERROR_H_
+#pragma once
 
 #include <exception>
 #include <string>
@@ -41,5 +40,3 @@ class ConversionError : public std::exception {
 std::wstring SystemErrorText(unsigned long error);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_CONVERSION_ERROR_H_

@@ -5,6 +5,7 @@
 #include "converter/pdf_check.h"
 #include "converter/private_folder.h"
 #include "converter/runner.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
@@ -39,16 +40,14 @@ std::wstring Megabytes(DWORD count) {
 }
 
 void CheckInput(const std::wstring& path) {
-  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) {
+  const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) {
     throw ConversionError(ExitCode::kInput,
                           L"\"" + path + L"\" cannot be read: " + SystemErrorText(GetLastError()) + L".");
   }
   LARGE_INTEGER size = {};
-  const BOOL known = GetFileSizeEx(file, &size);
-  CloseHandle(file);
-  if (!known || size.QuadPart == 0) {
+  if (!GetFileSizeEx(file.get(), &size) || size.QuadPart == 0) {
     throw ConversionError(ExitCode::kInput, L"\"" + path + L"\" is empty. Print the document again.");
   }
 }

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_CONVERT_H_
-#define CONVERTER_CONVERT_H_
+#pragma once
 
 #include "converter/job_paths.h"
 #include "converter/limits.h"
@@ -12,5 +11,3 @@ namespace mg::converter {
 int Convert(const JobPaths& paths, const Limits& limits);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_CONVERT_H_

@@ -1,6 +1,7 @@
 #include "converter/ghostscript.h"
 
 #include "converter/conversion_error.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
@@ -17,22 +18,22 @@ bool IsNewer(const std::wstring& a, const std::wstring& b) {
 
 std::wstring InstalledGhostscript() {
   constexpr wchar_t kKey[] = L"SOFTWARE\\GPL Ghostscript";
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS) return L"";
+  RegistryKey key;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ | KEY_WOW64_64KEY, key.receive()) != ERROR_SUCCESS)
+    return L"";
   std::wstring newest;
   std::wstring library;
   wchar_t version[64];
-  for (DWORD i = 0, size = 64; RegEnumKeyExW(key, i, version, &size, nullptr, nullptr, nullptr, nullptr) == 0;
+  for (DWORD i = 0, size = 64; RegEnumKeyExW(key.get(), i, version, &size, nullptr, nullptr, nullptr, nullptr) == 0;
        ++i, size = 64) {
     wchar_t path[MAX_PATH];
     DWORD bytes = sizeof path;
-    if (RegGetValueW(key, version, L"GS_DLL", RRF_RT_REG_SZ, nullptr, path, &bytes) == ERROR_SUCCESS &&
+    if (RegGetValueW(key.get(), version, L"GS_DLL", RRF_RT_REG_SZ, nullptr, path, &bytes) == ERROR_SUCCESS &&
         (library.empty() || IsNewer(version, newest))) {
       newest = version;
       library = path;
     }
   }
-  RegCloseKey(key);
   const size_t folder = library.find_last_of(L'\\');
   return folder == std::wstring::npos ? L"" : library.substr(0, folder + 1) + L"gswin64c.exe";
 }

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_GHOSTSCRIPT_H_
-#define CONVERTER_GHOSTSCRIPT_H_
+#pragma once
 
 #include "converter/private_folder.h"
 #include "converter/runner.h"
@@ -23,5 +22,3 @@ int PrintedPages(const std::string& said, const std::string& marker);
 std::string ErrorLine(const std::string& said);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_GHOSTSCRIPT_H_

@@ -1,6 +1,7 @@
 #include "converter/conversion_error.h"
 #include "converter/runner.h"
 #include "converter/shell_word.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
@@ -21,6 +22,16 @@ constexpr int kSigXfsz = 25;
 
 // After the limit the host kills the program; this much later it is plain that no status will come.
 constexpr ULONGLONG kGraceMilliseconds = 10000;
+
+struct ChangeHandleTraits {
+  using Type = HANDLE;
+  static Type invalid() noexcept { return INVALID_HANDLE_VALUE; }
+  static void close(Type handle) noexcept {
+    const LastErrorKeeper keeper;
+    FindCloseChangeNotification(handle);
+  }
+};
+using ChangeHandle = UniqueHandle<ChangeHandleTraits>;
 
 template <typename Function>
 Function Export(const wchar_t* module, const char* name) {
@@ -74,8 +85,8 @@ void StartShell(const std::string& script) {
     throw ConversionError(ExitCode::kGhostscriptMissing,
                           L"The host's /bin/sh cannot be started: " + SystemErrorText(GetLastError()) + L".");
   }
-  if (process.hProcess != nullptr) CloseHandle(process.hProcess);
-  if (process.hThread != nullptr) CloseHandle(process.hThread);
+  const ObjectHandle closes_process(process.hProcess);
+  const ObjectHandle closes_thread(process.hThread);
 }
 
 bool ReadStatus(const std::wstring& path, int& status) {
@@ -84,17 +95,17 @@ bool ReadStatus(const std::wstring& path, int& status) {
 }
 
 // Waits for the status file; false when it did not come in time.
-bool WaitForStatus(HANDLE change, const std::wstring& path, ULONGLONG milliseconds, int& status) {
+bool WaitForStatus(const ChangeHandle& change, const std::wstring& path, ULONGLONG milliseconds, int& status) {
   const ULONGLONG deadline = GetTickCount64() + milliseconds;
   while (!ReadStatus(path, status)) {
     const ULONGLONG now = GetTickCount64();
     if (now >= deadline) return false;
     // File systems that announce no changes are looked at four times a second.
     const DWORD slice = static_cast<DWORD>(deadline - now < 250 ? deadline - now : 250);
-    if (change == INVALID_HANDLE_VALUE) {
+    if (!change) {
       Sleep(slice);
-    } else if (WaitForSingleObject(change, slice) == WAIT_OBJECT_0) {
-      FindNextChangeNotification(change);
+    } else if (WaitForSingleObject(change.get(), slice) == WAIT_OBJECT_0) {
+      FindNextChangeNotification(change.get());
     }
   }
   return true;
@@ -116,18 +127,11 @@ bool RunsUnderWine() {
 
 RunResult RunOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
   const std::string script = Script(request, folder, limits);
-  const HANDLE change = FindFirstChangeNotificationW(folder.path().c_str(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME);
+  const ChangeHandle change(FindFirstChangeNotificationW(folder.path().c_str(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME));
+  StartShell(script);
   int status = 0;
-  bool ended = false;
-  try {
-    StartShell(script);
-    ended =
-        WaitForStatus(change, folder.path() + L"\\status", limits.time_seconds * 1000ull + kGraceMilliseconds, status);
-  } catch (...) {
-    if (change != INVALID_HANDLE_VALUE) FindCloseChangeNotification(change);
-    throw;
-  }
-  if (change != INVALID_HANDLE_VALUE) FindCloseChangeNotification(change);
+  const bool ended =
+      WaitForStatus(change, folder.path() + L"\\status", limits.time_seconds * 1000ull + kGraceMilliseconds, status);
   return ended ? FromStatus(status) : RunResult{RunEnd::kTimeLimit, 0};
 }
 

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_JOB_PATHS_H_
-#define CONVERTER_JOB_PATHS_H_
+#pragma once
 
 #include <string>
 
@@ -21,5 +20,3 @@ JobPaths PathsForInput(const std::wstring& argument);
 extern const wchar_t kUsageText[];
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_JOB_PATHS_H_

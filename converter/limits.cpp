@@ -1,6 +1,7 @@
 #include "converter/limits.h"
 
 #include "converter/conversion_error.h"
+#include "util/win_handle.h"
 
 namespace mg::converter {
 namespace {
@@ -53,23 +54,17 @@ void ReadGhostscript(HKEY key, const wchar_t* path, Limits& limits) {
 
 Limits ReadLimits(HKEY root, const wchar_t* path) {
   Limits limits;
-  HKEY key = nullptr;
-  const LSTATUS status = RegOpenKeyExW(root, path, 0, KEY_READ, &key);
+  RegistryKey key;
+  const LSTATUS status = RegOpenKeyExW(root, path, 0, KEY_READ, key.receive());
   if (status == ERROR_FILE_NOT_FOUND) return limits;
   if (status != ERROR_SUCCESS) {
     throw ConversionError(ExitCode::kConfiguration, std::wstring(L"The registry key \"") + path +
                                                         L"\" cannot be read: " +
                                                         SystemErrorText(static_cast<DWORD>(status)));
   }
-  try {
-    for (const NumberRule& rule : kRules)
-      ReadNumber(key, path, rule, limits);
-    ReadGhostscript(key, path, limits);
-  } catch (...) {
-    RegCloseKey(key);
-    throw;
-  }
-  RegCloseKey(key);
+  for (const NumberRule& rule : kRules)
+    ReadNumber(key.get(), path, rule, limits);
+  ReadGhostscript(key.get(), path, limits);
   return limits;
 }
 

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_LIMITS_H_
-#define CONVERTER_LIMITS_H_
+#pragma once
 
 #include <windows.h>
 
@@ -27,5 +26,3 @@ struct Limits {
 Limits ReadLimits(HKEY root, const wchar_t* path);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_LIMITS_H_

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_PDF_CHECK_H_
-#define CONVERTER_PDF_CHECK_H_
+#pragma once
 
 #include <string>
 
@@ -12,5 +11,3 @@ namespace mg::converter {
 int CountPdfPages(const std::wstring& path);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_PDF_CHECK_H_

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_PRIVATE_FOLDER_H_
-#define CONVERTER_PRIVATE_FOLDER_H_
+#pragma once
 
 #include <string>
 
@@ -29,5 +28,3 @@ class PrivateFolder {
 };
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_PRIVATE_FOLDER_H_

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_RUNNER_H_
-#define CONVERTER_RUNNER_H_
+#pragma once
 
 #include "converter/limits.h"
 #include "converter/private_folder.h"
@@ -50,5 +49,3 @@ RunResult RunOnHost(const RunRequest& request, const PrivateFolder& folder, cons
 bool RunsUnderWine();
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_RUNNER_H_

@@ -1,5 +1,4 @@
-#ifndef CONVERTER_SHELL_WORD_H_
-#define CONVERTER_SHELL_WORD_H_
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -15,5 +14,3 @@ std::string ShellWord(std::string_view bytes);
 std::wstring ShellCommandLine(const std::string& script);
 
 }  // namespace mg::converter
-
-#endif  // CONVERTER_SHELL_WORD_H_

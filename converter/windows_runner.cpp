@@ -1,6 +1,7 @@
 #include "converter/argument_line.h"
 #include "converter/conversion_error.h"
 #include "converter/runner.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
@@ -13,39 +14,28 @@ namespace {
 // Nothing signals the growth of a file, so its size is looked at this often.
 constexpr DWORD kSliceMilliseconds = 100;
 
-struct Handle {
-  HANDLE value = nullptr;
-  explicit Handle(HANDLE handle) : value(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
-  ~Handle() {
-    if (value != nullptr) CloseHandle(value);
-  }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-};
-
 [[noreturn]] void ThrowSystem(const wchar_t* what) {
   throw ConversionError(ExitCode::kFileSystem, std::wstring(what) + L": " + SystemErrorText(GetLastError()) + L".");
 }
 
-HANDLE LimitedJob(const Limits& limits) {
-  const HANDLE job = CreateJobObjectW(nullptr, nullptr);
-  if (job == nullptr) ThrowSystem(L"A job object cannot be made");
+ObjectHandle LimitedJob(const Limits& limits) {
+  ObjectHandle job(CreateJobObjectW(nullptr, nullptr));
+  if (!job) ThrowSystem(L"A job object cannot be made");
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION information = {};
   information.BasicLimitInformation.LimitFlags =
       JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_JOB_MEMORY | JOB_OBJECT_LIMIT_DIE_ON_UNHANDLED_EXCEPTION;
   information.JobMemoryLimit = static_cast<SIZE_T>(limits.memory_megabytes) << 20;
-  if (!SetInformationJobObject(job, JobObjectExtendedLimitInformation, &information, sizeof information)) {
-    CloseHandle(job);
+  if (!SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &information, sizeof information)) {
     ThrowSystem(L"The limits of the job object cannot be set");
   }
   return job;
 }
 
-HANDLE OpenInheritable(const wchar_t* path, DWORD access, DWORD disposition) {
+FileHandle OpenInheritable(const wchar_t* path, DWORD access, DWORD disposition) {
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  const HANDLE file = CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) ThrowSystem(L"The file for Ghostscript's words cannot be made");
+  FileHandle file(CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
+                              FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) ThrowSystem(L"The file for Ghostscript's words cannot be made");
   return file;
 }
 
@@ -76,13 +66,12 @@ bool IsLarger(const std::wstring& path, ULONGLONG bytes) {
 bool AnyFileIsLarger(const PrivateFolder& folder, ULONGLONG bytes) {
   if (IsLarger(folder.output(), bytes) || IsLarger(folder.said(), bytes)) return true;
   WIN32_FIND_DATAW found;
-  const HANDLE search = FindFirstFileW((folder.temporary() + L"\\*").c_str(), &found);
-  if (search == INVALID_HANDLE_VALUE) return false;
+  const FindHandle search(FindFirstFileW((folder.temporary() + L"\\*").c_str(), &found));
+  if (!search) return false;
   bool larger = false;
   do {
     larger = IsLarger(folder.temporary() + L"\\" + found.cFileName, bytes);
-  } while (!larger && FindNextFileW(search, &found));
-  FindClose(search);
+  } while (!larger && FindNextFileW(search.get(), &found));
   return larger;
 }
 
@@ -103,9 +92,9 @@ RunResult WaitWithinLimits(HANDLE process, const PrivateFolder& folder, const Li
 }  // namespace
 
 RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  const Handle job(LimitedJob(limits));
-  const Handle said(OpenInheritable(folder.said().c_str(), GENERIC_WRITE, CREATE_ALWAYS));
-  const Handle nothing(OpenInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING));
+  const ObjectHandle job = LimitedJob(limits);
+  const FileHandle said = OpenInheritable(folder.said().c_str(), GENERIC_WRITE, CREATE_ALWAYS);
+  const FileHandle nothing = OpenInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING);
   std::wstring environment = Environment(folder.temporary());
 
   std::vector<std::wstring> words = {request.program};
@@ -118,9 +107,9 @@ RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, c
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
   startup.wShowWindow = SW_HIDE;
-  startup.hStdInput = nothing.value;
-  startup.hStdOutput = said.value;
-  startup.hStdError = said.value;
+  startup.hStdInput = nothing.get();
+  startup.hStdOutput = said.get();
+  startup.hStdError = said.get();
   PROCESS_INFORMATION started = {};
   // Suspended until it is in the job: not one instruction of it runs without the limits.
   if (!CreateProcessW(request.program.c_str(), line.data(), nullptr, nullptr, TRUE,
@@ -128,19 +117,19 @@ RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, c
                       folder.path().c_str(), &startup, &started)) {
     return {RunEnd::kNotStarted, static_cast<int>(GetLastError())};
   }
-  const Handle process(started.hProcess);
-  const Handle thread(started.hThread);
-  if (!AssignProcessToJobObject(job.value, process.value)) {
+  const ObjectHandle process(started.hProcess);
+  const ObjectHandle thread(started.hThread);
+  if (!AssignProcessToJobObject(job.get(), process.get())) {
     const DWORD error = GetLastError();
-    TerminateProcess(process.value, 1);
+    TerminateProcess(process.get(), 1);
     SetLastError(error);
     ThrowSystem(L"Ghostscript cannot be put under limits");
   }
-  ResumeThread(thread.value);
-  const RunResult result = WaitWithinLimits(process.value, folder, limits);
+  ResumeThread(thread.get());
+  const RunResult result = WaitWithinLimits(process.get(), folder, limits);
   if (result.end == RunEnd::kTimeLimit || result.end == RunEnd::kOutputLimit) {
-    TerminateJobObject(job.value, 1);
-    WaitForSingleObject(process.value, INFINITE);  // its files can be removed only after its end
+    TerminateJobObject(job.get(), 1);
+    WaitForSingleObject(process.get(), INFINITE);  // its files can be removed only after its end
   }
   return result;
 }
