@@ -7,7 +7,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 const char kPrinter[] = "Laser-2 (session 5)";
 const char kLetter[] = MG_SOURCE_DIR "/examples/letter.ps";
@@ -67,6 +66,16 @@ TEST_F(EndToEnd, CopiesOfTheSpoolersDeviceModeReachTheClient) {
   const auto print = spooler.print(kPrinter, file("job", page("hello")), {"--title", "hello", "--copies", "3"});
   EXPECT_EQ(print->wait(), 0) << print->output();
   EXPECT_THAT(client->waitForLine("receiving \"hello\""), HasSubstr("3 copies"));
+}
+
+TEST_F(EndToEnd, AnApplicationsDrawingArrivesAsAPdfThroughTheDriver) {
+  const auto client = scene.startClient(5, {"Laser-2,driver=Generic PostScript,format=pdf"});
+  const auto application = spooler.draw(kPrinter, "Drawing", {"first page", "second page", "third page"});
+  EXPECT_EQ(application->wait(), 0) << application->output();
+  ASSERT_THAT(scene.files(5), ElementsAre("Drawing.pdf"));
+  const std::string pdf = scene.output(5) / "Drawing.pdf";
+  EXPECT_THAT(outputOf({"pdfinfo", pdf}), HasSubstr("Pages:           3\n"));
+  EXPECT_THAT(outputOf({"pdftotext", pdf, "-"}), HasSubstr("second page"));
 }
 
 }  // namespace

@@ -77,6 +77,13 @@ std::unique_ptr<ChildProcess> Spooler::print(const std::string& printer, const f
   return std::make_unique<ChildProcess>(command(std::string(MG_WINDOWS_BIN_DIR) + "/mgspool.exe", arguments));
 }
 
+std::unique_ptr<ChildProcess> Spooler::draw(const std::string& printer, const std::string& title,
+                                            const std::vector<std::string>& pages) {
+  std::vector<std::string> arguments = {printer, title};
+  arguments.insert(arguments.end(), pages.begin(), pages.end());
+  return std::make_unique<ChildProcess>(command(std::string(MG_WINDOWS_BIN_DIR) + "/gdi_page.exe", arguments));
+}
+
 std::vector<std::string> Spooler::leftovers() const {
   std::vector<fs::path> folders = {m_prefix / "drive_c/windows/temp", m_prefix / "drive_c/mgtestproc",
                                    m_prefix / "drive_c/windows/system32/spool/printers"};

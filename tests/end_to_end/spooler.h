@@ -24,6 +24,9 @@ class Spooler {
   // Starts printing a file; the process ends with 0 only when the monitor took the job to its end.
   std::unique_ptr<ChildProcess> print(const std::string& printer, const std::filesystem::path& file,
                                       const std::vector<std::string>& options = {});
+  // Starts an application that draws a page for each text through GDI and the printer's driver.
+  std::unique_ptr<ChildProcess> draw(const std::string& printer, const std::string& title,
+                                     const std::vector<std::string>& pages);
   // Every file that printing could have left: temporary, spooled, outcomes. Empty when all is well.
   std::vector<std::string> leftovers() const;
 
