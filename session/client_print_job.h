@@ -39,4 +39,5 @@ class ClientPrintJob {
   UTL_String text15;  // carried, not interpreted
   std::array<std::int32_t, 4> settings{};
   std::array<std::uint64_t, 2> reservedWords{};
+  bool dataLost = false;  // a write failed: what the client has is not the document, and must not be ended as one
 };

@@ -27,7 +27,8 @@ void PrintServer::StartJob(ClientPrintJob* job) {
 
 int PrintServer::EndJob(ClientPrintJob* job) {
   CS_TraceEntry trace(L"PrintServer::EndJob()");
-  if (job == nullptr) return 0;
+  // A document with a hole is not ended: its client drops it when the connection closes.
+  if (job == nullptr || job->dataLost) return 0;
   Operation operation(L"Stack Trace: PrintServer::EndJob()");
   int result = 0;
   operation.run([&] {

@@ -57,18 +57,18 @@ void sendFinalData(PrintServer& server, ClientPrintJob& job) {
 
 int PrintServer::WriteJob(ClientPrintJob* job, const unsigned char* data, int length) {
   CS_TraceEntry trace(L"PrintServer::WriteJob (length = %d)", length);
-  if (job == nullptr) return 0;
+  if (job == nullptr || job->dataLost) return 0;
   const std::int32_t mode = job->settings[ClientPrintJob::kDeliveryMode];
   try {
     if (mode == ClientPrintJob::kDirect || mode == ClientPrintJob::kDirectAlternative) {
       sendDirectly(*this, *job, data, length);
     } else if (data != nullptr || length != 0) {
-      return appendToFile(*job, data, length) ? 1 : 0;
+      job->dataLost = !appendToFile(*job, data, length);
     } else {
       sendFinalData(*this, *job);
     }
-    return 1;
   } catch (...) {
-    return 0;
+    job->dataLost = true;
   }
+  return job->dataLost ? 0 : 1;
 }

@@ -74,4 +74,15 @@ TEST_F(WriteJobFileTest, DataThatADiskDoesNotTakeAreNotTakenForWritten) {
   EXPECT_EQ(write("a"), 0);
 }
 
+TEST_F(WriteJobFileTest, AfterALostWriteNothingMoreOfTheJobIsTakenOrEnded) {
+  m_job.postScriptPath = L"Z:\\dev\\full";
+  EXPECT_EQ(write("a"), 0);
+  m_job.postScriptPath = m_path.c_str();
+  EXPECT_EQ(write("b"), 0);
+  EXPECT_FALSE(std::filesystem::exists(m_path));
+  EXPECT_EQ(m_stream.WriteJob(&m_job, nullptr, 0), 0);
+  EXPECT_EQ(m_stream.EndJob(&m_job), 0);
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
 }  // namespace
