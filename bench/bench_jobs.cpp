@@ -5,6 +5,7 @@
 // Prints one line a measurement with the medians of both and their ratio. The time of a job goes from the start of the
 // document to the end of MGEndDocPort, the time of a raw stream from its first byte to the answer of the sink.
 
+#include "bench/raw_socket.h"
 #include "corvane/exception.h"
 #include "corvane/frame.h"
 #include "corvane/socket.h"
@@ -30,23 +31,10 @@ double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-void sendAll(Socket& socket, std::span<const unsigned char> bytes) {
-  const Socket::Piece pieces[] = {bytes};
-  socket.send(pieces);
-}
-
-void receiveAll(Socket& socket, std::span<unsigned char> bytes) {
-  while (!bytes.empty()) {
-    const std::size_t got = *socket.receive(bytes, std::nullopt);
-    if (got == 0) throw CS_Exception(3102, nullptr);
-    bytes = bytes.subspan(got);
-  }
-}
-
 class Bench {
  public:
   Bench(const MONITOR2& operations, HANDLE port, std::wstring printer, std::uint16_t rawPort)
-        : m_operations(operations), m_port(port), m_printer(std::move(printer)), m_rawPort(rawPort) {}
+      : m_operations(operations), m_port(port), m_printer(std::move(printer)), m_rawPort(rawPort) {}
 
   double rawStream(std::size_t total, std::size_t write) {
     const std::vector<unsigned char> data(write, 'x');
@@ -81,10 +69,12 @@ class Bench {
     std::wstring type = L"RAW";
     DOC_INFO_1W info{document.data(), nullptr, type.data()};
     const auto start = Clock::now();
-    if (!m_operations.pfnStartDocPort(m_port, m_printer.data(), 1, 1, reinterpret_cast<BYTE*>(&info))) fail("start of document");
+    if (!m_operations.pfnStartDocPort(m_port, m_printer.data(), 1, 1, reinterpret_cast<BYTE*>(&info)))
+      fail("start of document");
     for (std::size_t sent = 0; sent < total; sent += write) {
       DWORD written = 0;
-      if (!m_operations.pfnWritePort(m_port, data.data(), static_cast<DWORD>(write), &written) || written != write) fail("write");
+      if (!m_operations.pfnWritePort(m_port, data.data(), static_cast<DWORD>(write), &written) || written != write)
+        fail("write");
     }
     if (!m_operations.pfnEndDocPort(m_port)) fail("end of document");
     return secondsSince(start);

@@ -7,6 +7,7 @@
 //   's'  a stream: 8 bytes of length, then the data; the sink answers one byte when the last byte is in the file
 //   'p'  ping: every 64 bytes are answered with 64 bytes
 
+#include "bench/raw_socket.h"
 #include "corvane/exception.h"
 #include "corvane/frame.h"
 #include "corvane/socket.h"
@@ -20,19 +21,6 @@
 namespace {
 
 using corvane::Socket;
-
-void sendAll(Socket& socket, std::span<const unsigned char> bytes) {
-  const Socket::Piece pieces[] = {bytes};
-  socket.send(pieces);
-}
-
-void receiveAll(Socket& socket, std::span<unsigned char> bytes) {
-  while (!bytes.empty()) {
-    const std::size_t got = *socket.receive(bytes, std::nullopt);
-    if (got == 0) throw 0;
-    bytes = bytes.subspan(got);
-  }
-}
 
 void pump(Socket& from, Socket& to) {
   std::vector<unsigned char> buffer(256 * 1024);

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
+#include "corvane/socket.h"
+
+#include <span>
+
+// What the raw yardstick does with a socket: one send for one buffer, and a wait until a buffer is full.
+
+inline void sendAll(corvane::Socket& socket, std::span<const unsigned char> bytes) {
+  const corvane::Socket::Piece pieces[] = {bytes};
+  socket.send(pieces);
+}
+
+// Throws CS_Exception (3102) when the peer closes before that.
+inline void receiveAll(corvane::Socket& socket, std::span<unsigned char> bytes) {
+  while (!bytes.empty()) {
+    const std::size_t got = *socket.receive(bytes, std::nullopt);
+    if (got == 0) throw CS_Exception(corvane::kConnectionLost, nullptr);
+    bytes = bytes.subspan(got);
+  }
+}
