@@ -100,11 +100,10 @@ TEST_F(CachedPrinterListTest, ASessionWithoutAPortGetsAnEmptyListToRelease) {
 
 TEST_F(CachedPrinterListTest, ARefusedFirstFillFailsOnceAndStaysEmptyFromThenOn) {
   m_world.peer().answer("PortMonitorClient", 6, [](ValueWriter& reply) { reply.writeBoolean(false); });
-  PortMonitorServer::getInstance();
-  RecordingScope records;  // in the place of the monitor that the instance brought
+  m_world.bringUpInstance();
   EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
-  EXPECT_THAT(records.lines(), ElementsAre("0x4000000a: Failed to get the list of cached printers.",
-                                           "10: Failed to get the list of cached printers."));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: Failed to get the list of cached printers.",
+                                                     "10: Failed to get the list of cached printers."));
   EXPECT_THAT(namesIn(m_list), IsEmpty());
   ReleaseCachedPrinterList(&m_list);
   EXPECT_TRUE(portIsFree());
@@ -123,10 +122,9 @@ TEST_F(CachedPrinterListTest, AFirstFillCutShortCountsAsDelivered) {
 
 TEST_F(CachedPrinterListTest, WithoutAPortListTheCallFailsAndTheListIsStillMade) {
   CPortList::setInstance(nullptr);
-  PortMonitorServer::getInstance();
-  RecordingScope records;
+  m_world.bringUpInstance();
   EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
-  EXPECT_THAT(records.lines(), ElementsAre("10: number 3014"));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3014"));
   ReleaseCachedPrinterList(&m_list);
 }
 

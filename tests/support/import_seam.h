@@ -131,3 +131,9 @@ class ImportSeams {
   extern "C" {                                                                                 \
   decltype(&function) __imp_##function = &decltype(function##Seam)::call;                      \
   }
+
+// The same for a function whose header does not say that it is imported, as all of winspool.h: the code calls it by its
+// plain name, so that name is the seam's as well and goes on through the pointer.
+#define MG_PLAIN_SEAM(module, function, failure) \
+  MG_IMPORT_SEAM(module, function, failure)      \
+  __asm__(".text\n.globl " #function "\n" #function ":\n  jmp *__imp_" #function "(%rip)\n");

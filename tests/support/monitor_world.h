@@ -38,6 +38,12 @@ class MonitorWorld {
   ScriptedPeer& peer() { return m_peer; }
   RecordingScope& records() { return m_records; }
 
+  // Brings the process's instance up, and the test's records back in the place of the monitor that it installs.
+  void bringUpInstance() {
+    PortMonitorServer::getInstance();
+    CS_ProgramMonitor::setDefaultMonitor(&m_records.monitor());
+  }
+
   // A connection of the test's own; made once.
   CS_Connection& connection() {
     if (!m_connection) {

@@ -1,0 +1,81 @@
+#include "jobs/print_raw_data.h"
+
+#include "tests/support/import_seam.h"
+#include "tests/support/monitor_world.h"
+#include "tests/support/temporary_folder.h"
+
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - PrintRawDataViaNotepad()";
+
+class PrintRawDataTest : public testing::Test {
+ protected:
+  PrintRawDataTest() {
+    m_job.jobName = L"Preview PDF - Job #3";
+    m_job.finalDataLength = 7;
+    m_job.finalData = new unsigned char[7];
+    std::memcpy(m_job.finalData, "A\x1B(s0PB", 7);
+    m_world.peer().answer("PortMonitorClient", 7,
+                          [this](corvane::ValueWriter& reply) { reply.writeBoolean(m_launched); });
+    m_world.bringUpInstance();
+  }
+  // The path of the only text file, from the request that names it.
+  std::wstring launchedFile() {
+    const std::string line = m_world.requests().back();
+    const std::string begin = "text \"notepad.exe\", text \"\"/PT \\\"";
+    const std::size_t from = line.find(begin) + begin.size();
+    return corvane::fromUtf8(line.substr(from, line.find("\\\" \\\"") - from));
+  }
+
+  ImportSeams m_seams;
+  MonitorWorld m_world;
+  bool m_launched = true;
+  ClientPrintJob m_job;
+};
+
+TEST_F(PrintRawDataTest, FiltersTheDataWritesThemAndHasNotepadPrintTheFile) {
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  const std::wstring file = launchedFile();
+  EXPECT_EQ(m_job.finalDataLength, 2);
+  EXPECT_EQ(TemporaryFolder::read(file), "AB");
+  EXPECT_THAT(corvane::toUtf8(file), HasSubstr("\\Preview PDF - Job #3-"));
+  EXPECT_EQ(file.substr(file.size() - 4), L".txt");
+  EXPECT_EQ(m_world.requests().back(), "request 7 LaunchApplication: text \"notepad.exe\", text \"\"/PT \\\"" +
+                                           corvane::toUtf8(file) +
+                                           "\\\" \\\"Preview PDF\\\"\"\", boolean true, text \"Preview PDF\"");
+  EXPECT_THAT(m_world.records().lines(), IsEmpty());
+  DeleteFileW(file.c_str());
+}
+
+TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {
+  m_launched = false;
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  const std::wstring file = launchedFile();
+  EXPECT_TRUE(TemporaryFolder::exists(file));
+  const std::string text =
+      "Failed to launch notepad: notepad.exe \"/PT \\\"" + corvane::toUtf8(file) + "\\\" \\\"Preview PDF\\\"\"";
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+  DeleteFileW(file.c_str());
+}
+
+TEST_F(PrintRawDataTest, AFileThatCannotBeOpenedLeavesTheDataAndLaunchesNothing) {
+  m_job.jobName = L"no\\such\\folder";
+  const std::size_t before = m_world.requests().size();
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  EXPECT_EQ(m_job.finalDataLength, 7);
+  EXPECT_EQ(m_world.requests().size(), before);
+  ASSERT_EQ(m_world.records().lines().size(), 3u);
+  EXPECT_THAT(m_world.records().lines()[0], HasSubstr("0x4000000a: Failed to open raw data: "));
+  EXPECT_THAT(m_world.records().lines()[0], HasSubstr(" - Last Error = 3."));
+  EXPECT_EQ(m_world.records().lines()[2], kClosing);
+}
+
+}  // namespace
