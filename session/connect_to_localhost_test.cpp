@@ -7,7 +7,6 @@
 #include <winsock2.h>
 
 #include <cstring>
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -17,26 +16,8 @@
 MG_IMPORT_SEAM(L"advapi32.dll", RegOpenKeyExA, ERROR_FILE_NOT_FOUND)
 MG_IMPORT_SEAM(L"advapi32.dll", RegQueryValueExA, ERROR_FILE_NOT_FOUND)
 MG_IMPORT_SEAM(L"advapi32.dll", RegCloseKey, ERROR_SUCCESS)
+MG_IMPORT_SEAM(L"kernel32.dll", Sleep, 0)
 MG_IMPORT_SEAM(L"ws2_32.dll", connect, SOCKET_ERROR)
-
-// A seam without a result: no test waits out a pause. Sleeping for nothing gives up the processor, which the run time's
-// own locks do.
-namespace {
-
-std::function<void(DWORD)> onSleep;
-
-void WINAPI hookedSleep(DWORD milliseconds) {
-  if (onSleep && milliseconds != 0) {
-    onSleep(milliseconds);
-  } else {
-    SleepEx(milliseconds, FALSE);
-  }
-}
-
-}  // namespace
-
-extern "C" decltype(&Sleep) __imp_Sleep;
-decltype(&Sleep) __imp_Sleep = hookedSleep;
 
 namespace {
 
@@ -55,7 +36,6 @@ class ConnectToLocalhostTest : public testing::Test {
     };
     connectSeam.watch = [this](SOCKET, const sockaddr* address, int) { m_families.push_back(address->sa_family); };
   }
-  ~ConnectToLocalhostTest() override { onSleep = nullptr; }
 
   void setOptions(DWORD options) {
     RegOpenKeyExASeam.replacement = [](HKEY root, LPCSTR key, DWORD reserved, REGSAM access, PHKEY out) -> LSTATUS {
@@ -130,12 +110,14 @@ TEST_F(ConnectToLocalhostTest, ARefusalIsWaitedOutInStepsUntilTheServerIsThere) 
   std::unique_ptr<ScriptedPeer> late;
   std::vector<DWORD> pauses;
   CS_ComponentServer::initialize(0, 0);
-  onSleep = [&](DWORD milliseconds) {
+  SleepSeam.replacement = [&](DWORD milliseconds) {
+    // The run time's own locks give up the processor by sleeping for nothing.
+    if (milliseconds == 0) return SleepSeam.real(0);
     pauses.push_back(milliseconds);
     if (pauses.size() == 3) late = std::make_unique<ScriptedPeer>(port);
   };
   const CS_RCPtr<CS_Connection> connection = PortMonitorServer::connectToLocalhost();
-  onSleep = nullptr;
+  SleepSeam.restore();
   EXPECT_TRUE(connection);
   EXPECT_THAT(pauses, ElementsAre(5000u, 5000u, 5000u));
   EXPECT_THAT(m_records.lines(), IsEmpty());

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+// The spooler's queue as the tests of the job path see it: every call is written down with its arguments, and succeeds
+// unless the test says otherwise. Works until the test's ImportSeams ends; one at a time.
+//
+//   open Laser                   without defaults, as for the number of copies
+//   open Laser 0xf000c           with all rights
+//   job 17 level 2
+//   set job 17 level 0 command 5
+//   close printer                "close printer null" for a null handle
+//   close handle
+class FakeQueue {
+ public:
+  FakeQueue();
+  FakeQueue(const FakeQueue&) = delete;
+  FakeQueue& operator=(const FakeQueue&) = delete;
+
+  std::vector<std::string> calls() const { return m_calls; }
+  void clear() { m_calls.clear(); }
+  // Opening with all rights, and setting a job, fail from now on.
+  void refuseOpen() { m_refusesOpen = true; }
+  void refuseSetJob() { m_refusesSetJob = true; }
+  void setCopies(short copies) { m_copies = copies; }
+
+ private:
+  void watchPrinter();
+  void watchJob();
+
+  std::vector<std::string> m_calls;
+  bool m_refusesOpen = false;
+  bool m_refusesSetJob = false;
+  short m_copies = 1;
+};

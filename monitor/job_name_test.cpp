@@ -1,0 +1,33 @@
+#include "monitor/job_name.h"
+
+#include "ports/tag_port.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+std::wstring jobName(const std::wstring& printer, DWORD job) {
+  return mg::buildJobName(printer.c_str(), job).wide();
+}
+
+TEST(JobName, IsThePrintersNameAndTheNumber) {
+  EXPECT_EQ(jobName(L"Laser-2 (session 5)", 3), L"Laser-2 (session 5) - Job #3");
+}
+
+TEST(JobName, ReplacesEveryCharacterThatAFileNameCannotHave) {
+  EXPECT_EQ(jobName(L"\\\\srv\\HP+1", 17), L"--srv-HP-1 - Job #17");
+  EXPECT_EQ(jobName(L"\\/:*?\"<>|@+", 1), L"----------- - Job #1");
+  EXPECT_EQ(jobName(L"\\:*", 4294967295u), L"--- - Job #4294967295");
+}
+
+TEST(JobName, KeepsEveryOtherCharacter) {
+  EXPECT_EQ(jobName(L"a'b;c=d,e.f #%&(){}[]~!\u00E4\u4E2D", 1), L"a'b;c=d,e.f #%&(){}[]~!\u00E4\u4E2D - Job #1");
+}
+
+TEST(JobName, HoldsTheLongestNameThatAPortHolds) {
+  const std::wstring longest(kPortNameSize - 1, L'x');
+  EXPECT_EQ(jobName(longest, 2), longest + L" - Job #2");
+}
+
+}  // namespace

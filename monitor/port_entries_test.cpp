@@ -1,0 +1,174 @@
+#include "monitor/entries.h"
+#include "monitor/message_box_seam.h"
+#include "ports/port_list.h"
+#include "tests/support/import_seam.h"
+#include "tests/support/ports_registry.h"
+#include "tests/support/recording_monitor.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const HWND kWindow = reinterpret_cast<HWND>(77);
+
+std::string closing(const std::string& name) {
+  return "0x40000008: Stack Trace: MgPrintMon - " + name + "()";
+}
+
+class PortEntriesTest : public testing::Test {
+ protected:
+  PortEntriesTest() {
+    CPortList::setInstance(&m_list);
+    m_list.AddPort(L"CPP5", 0);
+  }
+  ~PortEntriesTest() override { CPortList::setInstance(nullptr); }
+
+  static wchar_t* name(const wchar_t* text) { return const_cast<wchar_t*>(text); }
+  tagPort* open() {
+    HANDLE handle = nullptr;
+    EXPECT_EQ(MGOpenPort(nullptr, name(L"CPP5"), &handle), TRUE);
+    return static_cast<tagPort*>(handle);
+  }
+
+  PortsRegistry m_registry;
+  ImportSeams m_seams;
+  std::vector<std::wstring>& m_boxes = watchMessageBoxes();
+  RecordingScope m_records;
+  CPortList m_list;
+};
+
+TEST_F(PortEntriesTest, OpeningGivesThePortsAddressMarksItAndLeavesItsLock) {
+  tagPort* port = open();
+  EXPECT_STREQ(port->portName, L"CPP5");
+  EXPECT_EQ(port->flags, kPortIsOpen);
+  EXPECT_EQ(port->lock->unlock(), 0);
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(PortEntriesTest, OpensAreNotCounted) {
+  tagPort* port = open();
+  open();
+  EXPECT_EQ(MGClosePort(port), TRUE);
+  EXPECT_EQ(port->flags, 0u);
+}
+
+TEST_F(PortEntriesTest, ClosingLeavesTheJobAndTheDocumentBit) {
+  tagPort* port = open();
+  port->flags |= kPortHasDocument;
+  port->jobId = 9;
+  EXPECT_EQ(MGClosePort(port), TRUE);
+  EXPECT_EQ(port->flags, kPortHasDocument);
+  EXPECT_EQ(port->jobId, 9u);
+  EXPECT_EQ(port->lock->unlock(), 0);
+}
+
+TEST_F(PortEntriesTest, OpeningAnUnknownPortLeavesTheHandle) {
+  HANDLE handle = kWindow;
+  EXPECT_EQ(MGOpenPort(nullptr, name(L"CPP6"), &handle), FALSE);
+  EXPECT_EQ(handle, kWindow);
+  EXPECT_THAT(m_records.lines(), ElementsAre("0x4000000a: MgPrintMon - MGOpenPort: port not found",
+                                             "10: MgPrintMon - MGOpenPort: port not found", closing("MGOpenPort")));
+  EXPECT_EQ(m_records.reports(), 1);
+}
+
+TEST_F(PortEntriesTest, OpeningWithoutANameIsABadArgument) {
+  HANDLE handle = nullptr;
+  EXPECT_EQ(MGOpenPort(nullptr, nullptr, &handle), FALSE);
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", closing("MGOpenPort")));
+}
+
+TEST_F(PortEntriesTest, OpeningBeforeInitialisationMissesTheList) {
+  CPortList::setInstance(nullptr);
+  HANDLE handle = nullptr;
+  EXPECT_EQ(MGOpenPort(nullptr, nullptr, &handle), FALSE);
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", closing("MGOpenPort")));
+}
+
+TEST_F(PortEntriesTest, ClosingNothingIsABadArgument) {
+  EXPECT_EQ(MGClosePort(nullptr), FALSE);
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", closing("MGClosePort")));
+}
+
+TEST_F(PortEntriesTest, AnOpenWaitsForThePortsLock) {
+  tagPort* held = m_list.FindPort(L"CPP5");
+  std::atomic<bool> opened{false};
+  std::thread opener([&] {
+    HANDLE handle = nullptr;
+    MGOpenPort(nullptr, name(L"CPP5"), &handle);
+    opened = true;
+  });
+  EXPECT_FALSE(opened);
+  EXPECT_EQ(held->flags, 0u);
+  held->lock->unlock();
+  opener.join();
+  EXPECT_TRUE(opened);
+  EXPECT_EQ(held->flags, kPortIsOpen);
+}
+
+TEST_F(PortEntriesTest, EnumerationAnswersWithTheListsResultAndError) {
+  DWORD needed = 0;
+  DWORD returned = 55;
+  SetLastError(0);
+  EXPECT_EQ(MGEnumPorts(nullptr, nullptr, 2, nullptr, 0, &needed, &returned), FALSE);
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+  EXPECT_EQ(needed, 142u);
+  EXPECT_EQ(returned, 55u);
+
+  std::vector<BYTE> buffer(needed);
+  EXPECT_EQ(MGEnumPorts(nullptr, name(L"server"), 2, buffer.data(), needed, &needed, &returned), TRUE);
+  EXPECT_EQ(returned, 1u);
+  EXPECT_STREQ(reinterpret_cast<const PORT_INFO_2W*>(buffer.data())->pPortName, L"CPP5");
+  EXPECT_STREQ(reinterpret_cast<const PORT_INFO_2W*>(buffer.data())->pMonitorName, L"Client Printer Port");
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(PortEntriesTest, EnumerationWithoutAListClearsTheLastError) {
+  CPortList::setInstance(nullptr);
+  DWORD needed = 0;
+  DWORD returned = 0;
+  SetLastError(5);
+  EXPECT_EQ(MGEnumPorts(nullptr, nullptr, 1, nullptr, 0, &needed, &returned), FALSE);
+  EXPECT_EQ(GetLastError(), 0u);
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", closing("MGEnumPorts")));
+}
+
+TEST_F(PortEntriesTest, DeletingAPortSaysSo) {
+  m_registry.set(L"CPP5");
+  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP5")), TRUE);
+  EXPECT_THAT(m_boxes, ElementsAre(L"77|Port \"CPP5\" successfully removed.|Port removed|0"));
+  EXPECT_EQ(m_list.FindPort(L"CPP5"), nullptr);
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(PortEntriesTest, AVeryLongNameIsCutInTheBox) {
+  const std::wstring longName(600, L'x');
+  m_list.AddPort(longName.c_str(), 0);
+  m_registry.set(longName.c_str());
+  EXPECT_EQ(MGDeletePort(nullptr, nullptr, nullptr, name(longName.c_str())), TRUE);
+  EXPECT_THAT(m_boxes, ElementsAre(L"0|Port \"" + longName.substr(0, 505) + L"|Port removed|0"));
+}
+
+TEST_F(PortEntriesTest, DeletingAMissingPortSaysSoAndRecordsTheServersName) {
+  m_registry.set(L"CPP6");
+  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP6")), FALSE);
+  EXPECT_THAT(m_boxes, ElementsAre(L"77|An error has occurred\n\nCouldn't remove the port.|Error|0"));
+  const auto lines = m_records.lines();
+  ASSERT_GE(lines.size(), 3u);
+  EXPECT_THAT(std::vector(lines.end() - 3, lines.end()),
+              ElementsAre("0x4000000a: failed to remove port server", "10: failed to remove port server",
+                          closing("MGDeletePort")));
+}
+
+TEST_F(PortEntriesTest, DeletingBeforeInitialisationShowsNothing) {
+  CPortList::setInstance(nullptr);
+  EXPECT_EQ(MGDeletePort(nullptr, nullptr, kWindow, name(L"CPP5")), FALSE);
+  EXPECT_THAT(m_boxes, IsEmpty());
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", closing("MGDeletePort")));
+}
+
+}  // namespace
