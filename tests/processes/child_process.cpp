@@ -5,9 +5,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/eventfd.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -20,6 +22,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe2");
   m_pipe = ends[0];
+  m_ended = eventfd(0, EFD_CLOEXEC);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -34,6 +37,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
   close(ends[1]);
   if (error != 0) {
     close(m_pipe);
+    close(m_ended);
     throw std::system_error(error, std::generic_category(), command[0]);
   }
   m_reader = std::thread([this] { collect(); });
@@ -47,12 +51,18 @@ ChildProcess::~ChildProcess() {
   EXPECT_THAT(output(), ::testing::Not(::testing::HasSubstr("Sanitizer")));
   m_reader.join();
   close(m_pipe);
+  close(m_ended);
 }
 
 void ChildProcess::collect() {
   std::string rest;
-  char buffer[4096];
+  pollfd sources[2] = {{m_pipe, POLLIN, 0}, {m_ended, POLLIN, 0}};
   while (true) {
+    if (poll(sources, 2, -1) < 0 && errno == EINTR) continue;
+    // Once the program has ended, only what it left in the pipe is read: programs that it started in turn may hold the
+    // other end open for as long as they like.
+    if (sources[1].revents != 0) fcntl(m_pipe, F_SETFL, O_NONBLOCK);
+    char buffer[4096];
     const ssize_t got = read(m_pipe, buffer, sizeof buffer);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
@@ -103,6 +113,7 @@ int ChildProcess::wait() {
     const pid_t ended = waitpid(m_id, &status, 0);
     if (ended < 0 && errno == EINTR) continue;
     m_hasStatus = true;
+    eventfd_write(m_ended, 1);
     m_status = WIFSIGNALED(status) ? 256 + WTERMSIG(status) : WEXITSTATUS(status);
   }
   // The lines it wrote last are there when this returns.

@@ -35,6 +35,7 @@ class ChildProcess {
 
   pid_t m_id = -1;
   int m_pipe = -1;
+  int m_ended = -1;  // readable when the program has ended
   int m_status = -1;
   bool m_hasStatus = false;
   std::mutex m_lock;  // guards what follows

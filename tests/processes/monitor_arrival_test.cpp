@@ -1,0 +1,106 @@
+#include "tests/processes/scene.h"
+#include "tests/processes/wine_host.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace tests {
+namespace {
+
+bool longTests() {
+  return std::getenv("MG_LONG_TESTS") != nullptr;
+}
+
+class MonitorArrival : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    MG_SKIP_WITHOUT_WINDOWS_PROGRAMS();
+    m_scene = std::make_unique<Scene>();
+    m_wine = std::make_unique<WineHost>(*m_scene);
+  }
+
+  static std::vector<std::string> patternOf(std::size_t size, std::size_t writeSize) {
+    return {"--pattern", std::to_string(size), "--write-size", std::to_string(writeSize)};
+  }
+
+  std::unique_ptr<Scene> m_scene;
+  std::unique_ptr<WineHost> m_wine;
+};
+
+TEST_F(MonitorArrival, EveryByteArrivesInDeliveryMode1) {
+  const auto client = m_scene->startClient(5, {"Laser-2,format=raw"});
+  for (const std::size_t size : {0, 1, 5, 32767, 32768, 32769, 70000, 5000000}) {
+    for (const std::size_t writeSize : {1, 4096, 1000000}) {
+      if (size == 5000000 && writeSize == 1 && !longTests()) continue;
+      const std::string name = std::to_string(size) + " by " + std::to_string(writeSize);
+      ASSERT_TRUE(m_wine->print("Laser-2 (session 5)", name, patternOf(size, writeSize))) << m_wine->diagnosis();
+      ASSERT_TRUE(m_scene->content(5, name + ".prn") == WineHost::pattern(size)) << name;
+    }
+  }
+}
+
+TEST_F(MonitorArrival, DataThatAreNotPostScriptArriveAsTheyAreInDeliveryMode2) {
+  const auto client = m_scene->startClient(5, {"Laser-2,format=pdf"});
+  for (const std::size_t size : {5, 32767, 32768, 32769, 70000, 5000000}) {
+    const std::string name = std::to_string(size);
+    ASSERT_TRUE(m_wine->print("Laser-2 (session 5)", name, patternOf(size, 1000000))) << m_wine->diagnosis();
+    ASSERT_TRUE(m_scene->content(5, name + ".prn") == WineHost::pattern(size)) << name;
+  }
+}
+
+TEST_F(MonitorArrival, PostScriptBecomesAPdfInDeliveryMode2) {
+  const auto client = m_scene->startClient(5, {"Laser-2,format=pdf"});
+  const std::string letter = std::string(MG_SOURCE_DIR) + "/examples/letter.ps";
+  ASSERT_TRUE(
+      m_wine->print("Laser-2 (session 5)", "letter", {"--file", WineHost::windowsPath(letter), "--write-size", "4096"}))
+      << m_wine->diagnosis();
+  const std::string pdf = m_scene->content(5, "letter.pdf");
+  EXPECT_EQ(pdf.substr(0, 5), "%PDF-");
+  EXPECT_NE(pdf.find("%%EOF", pdf.size() - 1024), std::string::npos);
+}
+
+TEST_F(MonitorArrival, LessThanFiveBytesCountAsPostScriptAndAreNotPrintedInDeliveryMode2) {
+  const auto client = m_scene->startClient(5, {"Laser-2,format=pdf"});
+  for (const std::size_t size : {0, 1, 2, 3, 4}) {
+    EXPECT_FALSE(m_wine->print("Laser-2 (session 5)", "short", patternOf(size, 4096))) << size;
+    client->waitForLine("not printed \"short\": no data came");
+  }
+  EXPECT_THAT(m_scene->files(5), ::testing::IsEmpty());
+}
+
+TEST_F(MonitorArrival, EveryByteArrivesInDeliveryMode3) {
+  const auto client = m_scene->startClient(5, {"Laser-2"});
+  std::string name = "streamed";
+  int number = 1;
+  for (const std::size_t size : {0, 1, 5, 32767, 32768, 32769, 70000, 5000000}) {
+    auto arguments = patternOf(size, 4096);
+    arguments.insert(arguments.end(), {"--mode", "3", "--printer", "Laser-2 (session 5)"});
+    const auto host = m_wine->start("stream_host.exe", arguments);
+    ASSERT_EQ(host->wait(), 0) << host->output();
+    ASSERT_TRUE(m_scene->content(5, name + ".prn") == WineHost::pattern(size)) << size;
+    name = "streamed (" + std::to_string(++number) + ")";
+  }
+}
+
+TEST_F(MonitorArrival, TwoSessionsPrintAtTheSameTimeEachToItsOwnClient) {
+  const auto first = m_scene->startClient(5, {"Laser-2"});
+  const auto second = m_scene->startClient(6, {"Laser-2"});
+  std::vector<std::unique_ptr<ChildProcess>> hosts;
+  for (const char* session : {"5", "6"}) {
+    std::vector<std::string> arguments = {"--port",     std::string("CPP") + session,
+                                          "--printer",  std::string("Laser-2 (session ") + session + ")",
+                                          "--document", std::string("of ") + session};
+    const auto data = patternOf(5000000, 4096);
+    arguments.insert(arguments.end(), data.begin(), data.end());
+    hosts.push_back(m_wine->start("port_host.exe", arguments));
+  }
+  for (const auto& host : hosts)
+    EXPECT_EQ(host->wait(), 0) << host->output();
+  EXPECT_TRUE(m_scene->content(5, "of 5.prn") == WineHost::pattern(5000000));
+  EXPECT_TRUE(m_scene->content(6, "of 6.prn") == WineHost::pattern(5000000));
+}
+
+}  // namespace
+}  // namespace tests

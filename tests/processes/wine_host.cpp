@@ -1,0 +1,90 @@
+#include "tests/processes/wine_host.h"
+
+#include <fstream>
+#include <iterator>
+#include <signal.h>
+#include <stdexcept>
+#include <stdlib.h>
+
+namespace tests {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path windowsBinaries() {
+  return fs::path(MG_SOURCE_DIR) / "build" / "windows-x64" / "bin";
+}
+
+fs::path prefix() {
+  return fs::path(MG_BIN_DIR).parent_path() / "wine-processes";
+}
+
+}  // namespace
+
+std::string WineHost::missing() {
+  for (const char* name : {"MgPrintMon.dll", "port_host.exe", "mgspool.exe", "ps2pdf.exe", "stream_host.exe"}) {
+    if (!fs::exists(windowsBinaries() / name)) {
+      return std::string(name) + " is not built; build the preset windows-x64 first";
+    }
+  }
+  return "";
+}
+
+WineHost::WineHost(Scene& scene) : m_scene(scene) {
+  setenv("MG_WINE_PREFIX", prefix().c_str(), 1);
+  setenv("WINEPREFIX", prefix().c_str(), 1);
+  fs::create_directories(prefix());
+  m_wineServer = std::make_unique<ChildProcess>(std::vector<std::string>{"/usr/lib/wine/wineserver64", "-f", "-p"});
+  const fs::path programs = scene.folder() / "root" / "Programs";
+  fs::create_directories(programs);
+  fs::copy_file(windowsBinaries() / "ps2pdf.exe", programs / "ps2pdf.exe", fs::copy_options::overwrite_existing);
+  const auto settings =
+      start("mgspool.exe", {"settings", "--server-port", std::to_string(scene.port()), "--root",
+                            windowsPath(scene.folder() / "root"), "--log", windowsPath(scene.folder() / "module.log")});
+  if (settings->wait() != 0) throw std::runtime_error("the settings cannot be written:\n" + settings->output());
+}
+
+WineHost::~WineHost() {
+  m_wineServer->signal(SIGTERM);
+  m_wineServer->wait();
+}
+
+std::unique_ptr<ChildProcess> WineHost::start(const std::string& program,
+                                              const std::vector<std::string>& arguments) const {
+  std::vector<std::string> command = {std::string(MG_SOURCE_DIR) + "/scripts/run-under-wine",
+                                      (windowsBinaries() / program).string()};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return std::make_unique<ChildProcess>(command);
+}
+
+bool WineHost::print(const std::string& printer, const std::string& document, const std::vector<std::string>& data) {
+  std::vector<std::string> arguments = {"--port", "CPP5", "--printer", printer, "--document", document};
+  arguments.insert(arguments.end(), data.begin(), data.end());
+  const auto host = start("port_host.exe", arguments);
+  const int code = host->wait();
+  m_lastOutput = host->output();
+  return code == 0;
+}
+
+std::string WineHost::pattern(std::size_t size) {
+  std::string data(size, '\0');
+  for (std::size_t i = 0; i < size; ++i)
+    data[i] = static_cast<char>(i * 31 % 251);
+  return data;
+}
+
+std::string WineHost::windowsPath(const fs::path& path) {
+  std::string text = "Z:" + path.string();
+  for (char& c : text) {
+    if (c == '/') c = '\\';
+  }
+  return text;
+}
+
+std::string WineHost::diagnosis() const {
+  std::ifstream log(m_scene.folder() / "module.log", std::ios::binary);
+  return m_lastOutput + std::string(std::istreambuf_iterator<char>(log), {});
+}
+
+}  // namespace tests

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "tests/processes/child_process.h"
+#include "tests/processes/scene.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tests {
+
+// The print monitor in a Wine prefix of these tests' own, which is made when it does not exist. The Windows programs
+// come from the build of the preset windows-x64.
+class WineHost {
+ public:
+  // Keeps the prefix alive while the object lives, and points the monitor to the scene's server.
+  explicit WineHost(Scene& scene);
+  ~WineHost();
+  WineHost(const WineHost&) = delete;
+  WineHost& operator=(const WineHost&) = delete;
+
+  // Why the Windows programs cannot be run; empty when they can.
+  static std::string missing();
+
+  // Starts a Windows program with its arguments.
+  std::unique_ptr<ChildProcess> start(const std::string& program, const std::vector<std::string>& arguments) const;
+  // Prints on port CPP5 as a spooler does. The result is true when every call succeeded.
+  bool print(const std::string& printer, const std::string& document, const std::vector<std::string>& data);
+
+  // The bytes that the Windows programs send for a pattern of that size.
+  static std::string pattern(std::size_t size);
+  // A path of this machine as Windows programs write it.
+  static std::string windowsPath(const std::filesystem::path& path);
+  // What the last print() wrote, and the records of the monitor.
+  std::string diagnosis() const;
+
+ private:
+  Scene& m_scene;
+  std::unique_ptr<ChildProcess> m_wineServer;
+  std::string m_lastOutput;
+};
+
+}  // namespace tests
+
+// First in SetUp(): a tree where only the Linux programs are built skips the test and says why; with
+// MG_REQUIRE_WINDOWS set, as in scripts/test, that is a failure.
+#define MG_SKIP_WITHOUT_WINDOWS_PROGRAMS()                                          \
+  if (const std::string missing = ::tests::WineHost::missing(); !missing.empty()) { \
+    if (std::getenv("MG_REQUIRE_WINDOWS") != nullptr) FAIL() << missing;            \
+    GTEST_SKIP() << missing;                                                        \
+  }                                                                                 \
+  static_assert(true)
