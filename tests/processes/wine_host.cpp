@@ -46,7 +46,7 @@ WineHost::WineHost(Scene& scene) : m_scene(scene) {
 }
 
 WineHost::~WineHost() {
-  m_wineServer->signal(SIGTERM);
+  m_wineServer->signal(SIGINT);  // on SIGTERM it would leave Wine's services behind
   m_wineServer->wait();
 }
 
