@@ -1,6 +1,12 @@
+#include "corvane/bridge.h"
+#include "corvane/simple_class.h"
 #include "monitor/job_path_test.h"
+#include "tests/support/barren_class.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -18,7 +24,7 @@ class StartDocPortTest : public JobPath {
     return {"open Laser 0xf000c", "set job 17 level 0 command 5", "close handle"};
   }
   // A start that fails at a step whose text is recorded and thrown.
-  void expectFailedStart(const std::vector<std::string>& recorded, bool connects = true) {
+  void expectFailedStart(const std::vector<std::string>& recorded) {
     EXPECT_EQ(start(), FALSE);
     auto expected = recorded;
     expected.push_back("0x4000000c: Deleted print job letter.txt");
@@ -27,11 +33,7 @@ class StartDocPortTest : public JobPath {
     EXPECT_EQ(cleanUpCalls(), deletion());
     expectIdlePort();
     EXPECT_FALSE(m_port->printServer);
-    if (connects) {
-      m_peer.hangUp();  // the last line is written at the latest now
-      while (m_peer.waitForLines(m_peer.lines().size()).back() != "end")
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(m_peer.waitForLine("end"));
   }
 };
 
@@ -121,6 +123,22 @@ TEST_F(StartDocPortTest, AClientOfAnotherVersionFailsTheJob) {
   });
   expectFailedStart(
       {"0x4000000a: Failed to get the bridge's class factory", "10: Failed to get the bridge's class factory"});
+}
+
+TEST_F(StartDocPortTest, ABridgeThatCannotBeMadeFailsTheJob) {
+  const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
+  expectFailedStart({"0x4000000a: Failed to create bridge", "10: Failed to create bridge"});
+}
+
+TEST_F(StartDocPortTest, APortMonitorThatCannotBeMadeFailsTheJob) {
+  const BarrenClass barren(L"Quillfern::NTR::PortMonitorServer", new PortMonitorServerClass(CS_Version(4, 0, 1, 0)));
+  const std::string text = "10: Failed to create port monitor server instance.";
+  expectFailedStart({text, text});
+}
+
+TEST_F(StartDocPortTest, AStreamThatCannotBeMadeFailsTheJob) {
+  const BarrenClass barren(L"Quillfern::NTR::PrintServer", new PrintServerClass(CS_Version(4, 0, 1, 0)));
+  expectFailedStart({"0x4000000a: Failed to create the print server", "10: Failed to create the print server"});
 }
 
 TEST_F(StartDocPortTest, AQueueThatCannotBeOpenedIsNotedAndTheJobDeletedAllTheSame) {

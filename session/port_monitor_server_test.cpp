@@ -1,7 +1,10 @@
 #include "session/port_monitor_server.h"
 
+#include "corvane/bridge.h"
 #include "corvane/exception.h"
 #include "corvane/program_monitor_c.h"
+#include "corvane/simple_class.h"
+#include "tests/support/barren_class.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
@@ -19,6 +22,8 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+
+constexpr wchar_t kNoComponent[] = L"PortMonitorServer::getInstance - failed to initalize the component";
 
 class PortMonitorServerTest : public testing::Test {
  protected:
@@ -114,7 +119,7 @@ TEST_F(PortMonitorServerTest, AProgramWithoutANameIsRecordedWithTheLastErrorAndT
     SetLastError(5);
     return 0;
   };
-  EXPECT_EQ(failureOfGetInstance(), L"PortMonitorServer::getInstance - failed to initalize the component");
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
   const ScriptedPeer::Lines lines = m_world.peer().waitForLines(6);
   ASSERT_EQ(lines.size(), 6u);
   EXPECT_THAT(lines[2], HasSubstr("Record: int 10, int -2146959360, int 11504, "));
@@ -125,9 +130,31 @@ TEST_F(PortMonitorServerTest, AProgramWithoutANameIsRecordedWithTheLastErrorAndT
   EXPECT_EQ(lines[5], "end");
 }
 
+TEST_F(PortMonitorServerTest, ABridgeThatCannotBeMadeIsRecordedAndTheConnectionEnds) {
+  const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
+  ASSERT_TRUE(m_world.peer().waitForLine("end"));
+  const ScriptedPeer::Lines requests = m_world.requests();
+  ASSERT_EQ(requests.size(), 4u);
+  EXPECT_THAT(requests[1], HasSubstr("Record: int 1073741834, "));
+  EXPECT_THAT(requests[1], HasSubstr("text \"Failed to create bridge\""));
+  EXPECT_THAT(requests[2], HasSubstr("Record: int 10, "));
+  EXPECT_THAT(requests[3], HasSubstr("text \"Stack Trace: PortMonitorServer::InitComponent()\""));
+}
+
+TEST_F(PortMonitorServerTest, AnInstanceThatCannotBeMadeIsRecordedAtItsOwnLevel) {
+  const BarrenClass barren(L"Quillfern::NTR::PortMonitorServer", new PortMonitorServerClass(CS_Version(4, 0, 1, 0)));
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
+  ASSERT_TRUE(m_world.peer().waitForLine("end"));
+  const ScriptedPeer::Lines requests = m_world.requests();
+  ASSERT_EQ(requests.size(), 4u);
+  EXPECT_THAT(requests[1], HasSubstr("Record: int 10, "));
+  EXPECT_THAT(requests[1], HasSubstr("text \"Failed to create port monitor server instance.\""));
+}
+
 TEST_F(PortMonitorServerTest, AFailedInitialisationIsTriedAgainFromTheStart) {
   m_world.peer().hangUpAt("ProgramMonitor_s", 1);
-  EXPECT_EQ(failureOfGetInstance(), L"PortMonitorServer::getInstance - failed to initalize the component");
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
   m_world.peer().answer("ProgramMonitor_s", 1, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
   EXPECT_EQ(failureOfGetInstance(), L"");
   EXPECT_EQ(connections(m_world.peer().lines()), 2);

@@ -2,6 +2,7 @@
 
 #include "tests/support/scripted_connection.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace {
@@ -58,6 +59,12 @@ ScriptedPeer::Lines ScriptedPeer::waitForLines(std::size_t count) const {
   std::unique_lock guard(m_lock);
   m_changed.wait_for(guard, std::chrono::seconds(10), [&] { return m_lines.size() >= count; });
   return m_lines;
+}
+
+bool ScriptedPeer::waitForLine(const std::string& line) const {
+  std::unique_lock guard(m_lock);
+  return m_changed.wait_for(guard, std::chrono::seconds(10),
+                            [&] { return std::find(m_lines.begin(), m_lines.end(), line) != m_lines.end(); });
 }
 
 std::vector<unsigned char> ScriptedPeer::bytes() const {

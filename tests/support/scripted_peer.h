@@ -52,6 +52,8 @@ class ScriptedPeer {
   Lines lines() const;
   // Waits up to ten seconds until that many lines are there, for what nobody answers; returns the lines.
   Lines waitForLines(std::size_t count) const;
+  // Waits up to ten seconds for that line; false when it did not come.
+  bool waitForLine(const std::string& line) const;
   // The bytes of all blocks of bytes that arrived, one behind the other.
   std::vector<unsigned char> bytes() const;
   void clear();
