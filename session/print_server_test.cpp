@@ -4,9 +4,13 @@
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
+#include <winsock2.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <numeric>
+
+MG_IMPORT_SEAM(L"ws2_32.dll", WSASend, SOCKET_ERROR)
 
 namespace {
 
@@ -100,6 +104,24 @@ TEST_F(PrintServerTest, DirectWriteAllocatesNothing) {
   const FailingNew failing(1);
   EXPECT_EQ(m_stream->WriteJob(&m_job, data.data(), 32768), 1);
   EXPECT_FALSE(failing.hasFailed());
+}
+
+TEST_F(PrintServerTest, DirectWriteIsOneSendThatRefersToTheCallersBuffer) {
+  const std::vector<unsigned char> data(32768, 1);
+  m_stream->WriteJob(&m_job, data.data(), 32768);  // announces the component
+  int sends = 0;
+  bool refers = false;
+  WSASendSeam.watch = [&](SOCKET, LPWSABUF buffers, DWORD count, LPDWORD, DWORD, LPWSAOVERLAPPED,
+                          LPWSAOVERLAPPED_COMPLETION_ROUTINE) {
+    ++sends;
+    for (DWORD i = 0; i < count; ++i) {
+      refers = refers || reinterpret_cast<unsigned char*>(buffers[i].buf) == data.data();
+    }
+  };
+  EXPECT_EQ(m_stream->WriteJob(&m_job, data.data(), 32768), 1);
+  WSASendSeam.restore();
+  EXPECT_EQ(sends, 1);
+  EXPECT_TRUE(refers);
 }
 
 TEST_F(PrintServerTest, FinalDataLeaveInChunksOf32768Bytes) {
