@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <thread>
 
 namespace tests {
@@ -100,6 +101,25 @@ TEST_F(MonitorArrival, TwoSessionsPrintAtTheSameTimeEachToItsOwnClient) {
     EXPECT_EQ(host->wait(), 0) << host->output();
   EXPECT_TRUE(m_scene->content(5, "of 5.prn") == WineHost::pattern(5000000));
   EXPECT_TRUE(m_scene->content(6, "of 6.prn") == WineHost::pattern(5000000));
+}
+
+TEST_F(MonitorArrival, TheWindowsBuildsOfServerAndClientCarryJobsToo) {
+  const auto server = m_wine->start("aps.exe", {"--listen", "127.0.0.1:0"});
+  const std::string line = server->waitForLine("aps listens on 127.0.0.1:");
+  const int port = std::stoi(line.substr(line.rfind(':') + 1));
+  const auto client = m_wine->start("printclient.exe",
+                                    {"--server", "127.0.0.1:" + std::to_string(port), "--session", "6", "--printer",
+                                     "B\xC3\xBCro,format=raw", "--output", WineHost::windowsPath(m_scene->output(6))});
+  client->waitForLine("ready: the server knows \"B\xC3\xBCro (session 6)\"");
+  m_wine->useServer(port);
+  EXPECT_TRUE(m_wine->print("B\xC3\xBCro (session 6)", "Brief \xE2\x82\xAC", patternOf(70000, 4096)))
+      << m_wine->diagnosis();
+  client->waitForLine("printed \"Brief \xE2\x82\xAC\": 70000 bytes to Brief \xE2\x82\xAC.prn");
+  EXPECT_TRUE(m_scene->content(6, "Brief \xE2\x82\xAC.prn") == WineHost::pattern(70000));
+  for (ChildProcess* process : {client.get(), server.get()}) {
+    process->signal(SIGKILL);  // Wine has no console to press Ctrl-C on
+    process->wait();
+  }
 }
 
 }  // namespace

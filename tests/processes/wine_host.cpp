@@ -23,7 +23,8 @@ fs::path prefix() {
 }  // namespace
 
 std::string WineHost::missing() {
-  for (const char* name : {"MgPrintMon.dll", "port_host.exe", "mgspool.exe", "ps2pdf.exe", "stream_host.exe"}) {
+  for (const char* name : {"MgPrintMon.dll", "port_host.exe", "mgspool.exe", "ps2pdf.exe", "stream_host.exe", "aps.exe",
+                           "printclient.exe"}) {
     if (!fs::exists(windowsBinaries() / name)) {
       return std::string(name) + " is not built; build the preset windows-x64 first";
     }
@@ -39,9 +40,13 @@ WineHost::WineHost(Scene& scene) : m_scene(scene) {
   const fs::path programs = scene.folder() / "root" / "Programs";
   fs::create_directories(programs);
   fs::copy_file(windowsBinaries() / "ps2pdf.exe", programs / "ps2pdf.exe", fs::copy_options::overwrite_existing);
-  const auto settings =
-      start("mgspool.exe", {"settings", "--server-port", std::to_string(scene.port()), "--root",
-                            windowsPath(scene.folder() / "root"), "--log", windowsPath(scene.folder() / "module.log")});
+  useServer(scene.port());
+}
+
+void WineHost::useServer(int port) {
+  const auto settings = start(
+      "mgspool.exe", {"settings", "--server-port", std::to_string(port), "--root",
+                      windowsPath(m_scene.folder() / "root"), "--log", windowsPath(m_scene.folder() / "module.log")});
   if (settings->wait() != 0) throw std::runtime_error("the settings cannot be written:\n" + settings->output());
 }
 

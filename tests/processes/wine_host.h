@@ -21,6 +21,9 @@ class WineHost {
   WineHost(const WineHost&) = delete;
   WineHost& operator=(const WineHost&) = delete;
 
+  // Points the monitor to an application server on that port.
+  void useServer(int port);
+
   // Why the Windows programs cannot be run; empty when they can.
   static std::string missing();
 
