@@ -1,5 +1,6 @@
 #include "tests/support/import_seam.h"
 
+#include <array>
 #include <mutex>
 #include <winternl.h>
 
@@ -15,8 +16,12 @@ namespace {
 struct State {
   std::mutex lock;
   std::vector<Seam*> seams;
-  std::vector<std::string> calls;
+  // A call is written down without an allocation: the code under test may be having its allocations counted.
+  std::array<const char*, 16384> calls;
+  std::size_t callCount = 0;
   int failIn = 0;
+  DWORD failingThread = 0;
+  DWORD error = 0;
   bool failed = false;
 };
 
@@ -35,10 +40,16 @@ Seam::Seam() {
 
 bool Seam::enter(const char* function) {
   const std::lock_guard guard(state().lock);
-  state().calls.emplace_back(function);
-  if (state().failIn == 0 || --state().failIn != 0) return false;
+  if (state().callCount < state().calls.size()) state().calls[state().callCount++] = function;
+  if (state().failIn == 0 || state().failingThread != GetCurrentThreadId()) return false;
+  if (--state().failIn != 0) return false;
   state().failed = true;
   return true;
+}
+
+DWORD Seam::chosenError() {
+  const std::lock_guard guard(state().lock);
+  return state().error;
 }
 
 void* Seam::lookUp(const wchar_t* module, const char* function) {
@@ -59,7 +70,7 @@ void* Seam::lookUp(const wchar_t* module, const char* function) {
 
 ImportSeams::ImportSeams() {
   const std::lock_guard guard(import_seam::state().lock);
-  import_seam::state().calls.clear();
+  import_seam::state().callCount = 0;
   import_seam::state().failIn = 0;
   import_seam::state().failed = false;
 }
@@ -73,12 +84,15 @@ ImportSeams::~ImportSeams() {
 
 std::vector<std::string> ImportSeams::calls() const {
   const std::lock_guard guard(import_seam::state().lock);
-  return import_seam::state().calls;
+  const import_seam::State& state = import_seam::state();
+  return {state.calls.begin(), state.calls.begin() + static_cast<std::ptrdiff_t>(state.callCount)};
 }
 
-void ImportSeams::failNth(int nth) {
+void ImportSeams::failNth(int nth, DWORD error) {
   const std::lock_guard guard(import_seam::state().lock);
   import_seam::state().failIn = nth;
+  import_seam::state().failingThread = GetCurrentThreadId();
+  import_seam::state().error = error;
   import_seam::state().failed = false;
 }
 

@@ -21,7 +21,7 @@
 //
 // A call that is made to fail does not reach Windows. A function without a result cannot fail: it is watched and not
 // written down. Watching, failing and replacing are for one test thread at a time; calls from other threads pass, and
-// are written down in the order in which they come.
+// are written down in the order in which they come. A seam allocates nothing while it is called.
 namespace import_seam {
 
 // What all seams of a binary have in common.
@@ -36,6 +36,8 @@ class Seam {
  protected:
   // Writes the call down; true when it is the one that was chosen to fail for all seams together.
   static bool enter(const char* function);
+  // The error code that the chosen call fails with.
+  static DWORD chosenError();
   // The function of Windows itself; ends the process when there is none.
   static void* lookUp(const wchar_t* module, const char* function);
 };
@@ -54,6 +56,8 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
 
   // Called with the arguments of every call, before anything else happens to it.
   std::function<void(Arguments...)> watch;
+  // When it is set, calls for which it answers false go to Windows as though there were no seam.
+  std::function<bool(Arguments...)> concerns;
   // Called instead of Windows when it is set.
   std::function<Result(Arguments...)> replacement;
 
@@ -66,6 +70,7 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
 
   void restore() override {
     watch = nullptr;
+    concerns = nullptr;
     replacement = nullptr;
     m_failIn = 0;
   }
@@ -79,6 +84,7 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
     // Start-up and the end of the process call before the seam exists and after it is gone.
     if (s_self == nullptr) return real(arguments...);
     FunctionSeam& self = *s_self;
+    if (self.concerns && !self.concerns(arguments...)) return real(arguments...);
     if constexpr (kHasResult) {
       const bool chosen = enter(Tag::kFunction);
       if (self.watch) self.watch(arguments...);
@@ -87,7 +93,10 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
         return self.m_result;
       }
       if (chosen) {
-        SetLastError(ERROR_ACCESS_DENIED);
+        const DWORD error = chosenError();
+        SetLastError(error);
+        // A status is its own error code.
+        if constexpr (std::is_same_v<Result, LSTATUS>) return static_cast<LSTATUS>(error);
         return self.m_failure;
       }
     } else {
@@ -114,10 +123,11 @@ class ImportSeams {
   ImportSeams(const ImportSeams&) = delete;
   ImportSeams& operator=(const ImportSeams&) = delete;
 
-  // The names of the functions called so far, in order.
+  // The names of the functions called so far, in order; the first 16384.
   std::vector<std::string> calls() const;
-  // Lets the nth call of any seam from now on fail with that seam's own failure; 0 fails none.
-  void failNth(int nth);
+  // Lets the nth call of any seam that the calling thread makes from now on fail: with the error itself where the
+  // function returns a status, otherwise with that seam's own failure and the error as last error. 0 fails none.
+  void failNth(int nth, DWORD error = ERROR_ACCESS_DENIED);
   // Whether the call chosen by failNth has come.
   bool hasFailed() const;
 };
