@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/launcher.h"
 #include "server/log.h"
 #include "server/session_table.h"
 
@@ -9,11 +10,12 @@ namespace aps {
 
 // What the components of the application server share. Outlives every component; safe from any thread.
 struct Application {
-  Application(std::shared_ptr<Log> logFile, const SessionTable::Limits& limits)
-      : log(std::move(logFile)), sessions(limits) {}
+  Application(std::shared_ptr<Log> logFile, const SessionTable::Limits& limits, Launcher::Settings launching)
+      : log(std::move(logFile)), sessions(limits), launcher(std::move(launching), log) {}
 
   std::shared_ptr<Log> log;
   SessionTable sessions;
+  Launcher launcher;
 };
 
 // Registers the classes of this server's components and offers those that a peer may create.

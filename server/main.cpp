@@ -42,7 +42,8 @@ int programMain(const std::vector<std::string>& arguments) {
   }
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
-  aps::registerClasses(std::make_shared<aps::Application>(log, options.limits));
+  const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);
+  aps::registerClasses(application);
 
   const auto listener = listenOn(options.listen);
   if (!listener) return 1;
@@ -56,6 +57,7 @@ int programMain(const std::vector<std::string>& arguments) {
     connections.serve(std::move(*socket));
 
   connections.endAll();
+  application->launcher.endAll();
   log->line("aps stops");
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
   return 0;

@@ -36,6 +36,16 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   app.add_option("--max-printers", options.limits.printers, "printers of one session")
       ->capture_default_str()
       ->check(CLI::Range(1, 4096));
+  if (kLaunchesByCommand) {
+    app.add_option("--launch-command", options.launching.command,
+                   "program that starts programs in sessions; its arguments are the session's number, the program, the "
+                   "program's arguments as one text, and the printer's name");
+  }
+  app.add_option("--launch-program", options.launching.programs, "a program that sessions may have started; repeatable")
+      ->capture_default_str();
+  app.add_option("--max-launched", options.launching.limit, "started programs that run at the same time")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000));
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);

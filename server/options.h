@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/launcher.h"
 #include "server/session_table.h"
 
 #include <cstddef>
@@ -14,6 +15,7 @@ struct Options {
   std::string logFile;  // empty: the standard error output
   std::size_t maxConnections = 512;
   SessionTable::Limits limits;
+  Launcher::Settings launching;
 };
 
 // The outcome of reading a command line: go on when exitCode is negative, otherwise end with it after saying message

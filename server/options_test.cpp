@@ -22,6 +22,25 @@ TEST(ApsOptions, TakeTheAddressTheLogAndTheBounds) {
   EXPECT_EQ(parsed.options.limits.printers, 9u);
 }
 
+TEST(ApsOptions, TakeThePrograms) {
+  EXPECT_EQ(parseOptions({}).options.launching.programs, std::vector<std::string>{"notepad.exe"});
+  const ParsedOptions parsed =
+      parseOptions({"--launch-program", "write.exe", "--launch-program", "a b.exe", "--max-launched", "3"});
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.launching.programs, (std::vector<std::string>{"write.exe", "a b.exe"}));
+  EXPECT_EQ(parsed.options.launching.limit, 3u);
+}
+
+TEST(ApsOptions, TakeACommandOnlyWhereTheSystemStartsNothingInASession) {
+  const ParsedOptions parsed = parseOptions({"--launch-command", "a b"});
+#ifdef _WIN32
+  EXPECT_GT(parsed.exitCode, 0);
+#else
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.launching.command, "a b");
+#endif
+}
+
 TEST(ApsOptions, RefuseAnAddressThatIsNotThisMachine) {
   const ParsedOptions parsed = parseOptions({"--listen", "0.0.0.0:4711"});
   EXPECT_EQ(parsed.exitCode, 2);

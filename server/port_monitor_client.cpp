@@ -113,13 +113,22 @@ void PortMonitorClient::getPrinterList(CS_InRequest& request) {
 }
 
 void PortMonitorClient::launchApplication(CS_InRequest& request) {
-  const std::wstring program = request.readUTF();
-  const std::wstring arguments = request.readUTF();
-  const std::wstring extra = request.readBoolean() ? request.readUTF() : L"";
-  m_application->log->line("program " + quoted(program) + " with arguments " + quoted(arguments) +
-                           (extra.empty() ? "" : " and " + quoted(extra)) +
-                           " was not started: this server starts no programs in sessions");
-  request.reply().writeBoolean(false);
+  Launch launch;
+  launch.program = request.readUTF();
+  launch.arguments = request.readUTF();
+  if (request.readBoolean()) launch.printer = request.readUTF();
+  bool launched = false;
+  if (launch.printer.empty()) {
+    m_application->launcher.refuse(launch,
+                                   "the request names no printer, and so no session; the port monitor is not "
+                                   "of this version");
+  } else if (const auto found = m_application->sessions.find(launch.printer); !found) {
+    m_application->launcher.refuse(launch, unknownPrinter());
+  } else {
+    launch.session = found->session;
+    launched = m_application->launcher.launch(launch);
+  }
+  request.reply().writeBoolean(launched);
   request.sendReply();
 }
 

@@ -24,7 +24,7 @@ class PortMonitorClient : public CS_Component {
   static constexpr int kGetPrinterInfo = 5;
   // int session -> boolean success, then for each printer true and its name on this server, then false
   static constexpr int kGetPrinterList = 6;
-  // text program, text arguments, boolean and, when it is true, a text -> boolean launched
+  // text program, text arguments, boolean and, when it is true, text printer name -> boolean launched
   static constexpr int kLaunchApplication = 7;
 
  private:

@@ -1,0 +1,153 @@
+#include "server/launcher.h"
+
+#include "corvane/text.h"
+#include "programs/one_line.h"
+#include "server/printer_name.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace aps {
+namespace {
+
+std::string quoted(const std::wstring& text) {
+  return "\"" + programs::oneLine(text) + "\"";
+}
+
+std::string described(const Launch& launch) {
+  return "program " + quoted(launch.program) + " with arguments " + quoted(launch.arguments) +
+         (launch.printer.empty() ? "" : " for printer " + quoted(launch.printer));
+}
+
+bool holdsControl(const std::wstring& text) {
+  return std::any_of(text.begin(), text.end(), [](wchar_t c) { return c < 0x20 || c == 0x7F; });
+}
+
+}  // namespace
+
+Launcher::Launcher(Settings settings, std::shared_ptr<Log> log)
+    : m_settings(std::move(settings)), m_log(std::move(log)) {}
+
+bool Launcher::launch(const Launch& launch) {
+  std::string cause = refusal(launch);
+  if (cause.empty()) cause = start(launch);
+  if (!cause.empty()) refuse(launch, cause);
+  return cause.empty();
+}
+
+void Launcher::refuse(const Launch& launch, const std::string& cause) const {
+  m_log->line(described(launch) + " was not started: " + cause);
+}
+
+std::string Launcher::refusal(const Launch& launch) const {
+  const std::string wanted = corvane::toUtf8(foldedName(launch.program));
+  const auto names = [&](const std::string& program) {
+    return std::equal(program.begin(), program.end(), wanted.begin(), wanted.end(), [](char a, char b) {
+      return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
+    });
+  };
+  if (std::none_of(m_settings.programs.begin(), m_settings.programs.end(), names)) {
+    return "aps starts only the programs that --launch-program names; name it there if sessions may have it";
+  }
+  // An argument ends at a zero character, so what would start is not what the log says.
+  if (holdsControl(launch.arguments) || holdsControl(launch.printer)) {
+    return "its arguments hold a control character; the port monitor sends none, so look for another sender";
+  }
+  return "";
+}
+
+std::string Launcher::start(const Launch& launch) {
+  joinEnded();
+  std::promise<void> outcome;
+  std::future<void> started = outcome.get_future();
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_closing) return "aps is stopping; print again when it is back";
+    if (m_watches.size() >= m_settings.limit) {
+      return std::to_string(m_settings.limit) +
+             " started programs are running, which is the limit; end some, or start aps with a higher --max-launched";
+    }
+    const Position position = m_watches.emplace(m_watches.end());
+    try {
+      // The new thread waits for the lock, so its position has its thread before it can end.
+      position->thread = std::thread([this, position, launch, promise = std::move(outcome)]() mutable {
+        run(position, launch, std::move(promise));
+      });
+    } catch (const std::exception& failure) {
+      m_watches.erase(position);
+      return std::string("no thread to wait for its end: ") + failure.what() + "; end some connections";
+    }
+  }
+  try {
+    started.get();
+    return "";
+  } catch (const std::exception& failure) {
+    return failure.what();
+  }
+}
+
+void Launcher::run(Position position, const Launch& launch, std::promise<void> outcome) noexcept {
+  std::unique_ptr<StartedProgram> program;
+  try {
+    program = startProgram(launch, m_settings.command);
+  } catch (...) {
+    outcome.set_exception(std::current_exception());
+  }
+  if (program) {
+    try {
+      m_log->line(described(launch) + " was started in session " + std::to_string(launch.session) + ", process " +
+                  std::to_string(program->processId()));
+    } catch (...) {  // a line that cannot be made is given up
+    }
+    outcome.set_value();
+    watch(position, launch, *program);
+  }
+  const std::lock_guard<std::mutex> guard(m_lock);
+  position->program = nullptr;
+  position->ended = true;
+}
+
+void Launcher::watch(Position position, const Launch& launch, StartedProgram& program) noexcept {
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_closing) return;
+    position->program = &program;
+  }
+  const std::optional<int> code = program.wait();
+  if (!code) return;
+  try {
+    m_log->line("program " + quoted(launch.program) + " of session " + std::to_string(launch.session) + ", process " +
+                std::to_string(program.processId()) + ", ended with " + std::to_string(*code));
+  } catch (...) {
+  }
+}
+
+void Launcher::joinEnded() {
+  std::list<Watch> ended;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (auto at = m_watches.begin(); at != m_watches.end();) {
+      const auto next = std::next(at);
+      if (at->ended) ended.splice(ended.end(), m_watches, at);
+      at = next;
+    }
+  }
+  for (Watch& watch : ended)
+    watch.thread.join();
+}
+
+void Launcher::endAll() {
+  std::list<Watch> watches;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_closing = true;
+    for (Watch& watch : m_watches) {
+      if (watch.program != nullptr) watch.program->leave();
+    }
+    watches.swap(m_watches);
+  }
+  for (Watch& watch : watches)
+    watch.thread.join();
+}
+
+}  // namespace aps
