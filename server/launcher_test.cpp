@@ -155,7 +155,7 @@ TEST_F(LauncherTest, InheritsNoDescriptorsAndNoBlockedSignals) {
   sigaddset(&set, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &set, &before);
   const int held = open((m_folder / "held").c_str(), O_RDWR | O_CREAT, 0600);
-  Launcher launcher(script("ls -l /proc/$$/fd >\"$0.fds\"; grep SigBlk /proc/$$/status >\"$0.signals\""), m_log);
+  Launcher launcher(script("ls -l /proc/$$/fd >\"$0.fds\"; exec grep SigBlk /proc/self/status >\"$0.signals\""), m_log);
   EXPECT_TRUE(launcher.launch(notepad()));
   waitForLog(", ended with 0\n");
   close(held);
