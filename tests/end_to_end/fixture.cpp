@@ -10,7 +10,8 @@ namespace tests {
 
 namespace fs = std::filesystem;
 
-EndToEnd::EndToEnd() : spooler(Spooler::get()), root(scene.folder() / "root") {
+EndToEnd::EndToEnd(const std::vector<std::string>& serverOptions)
+    : spooler(Spooler::get()), scene(serverOptions), root(scene.folder() / "root") {
   fs::create_directories(root / "Programs");
   fs::copy_file(fs::path(MG_WINDOWS_BIN_DIR) / "ps2pdf.exe", root / "Programs" / "ps2pdf.exe");
   spooler.configure(scene.port(), root, scene.folder() / "module.log");

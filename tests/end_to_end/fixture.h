@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 namespace tests {
 
@@ -13,7 +14,7 @@ namespace tests {
 // printing left no file behind.
 class EndToEnd : public testing::Test {
  protected:
-  EndToEnd();
+  explicit EndToEnd(const std::vector<std::string>& serverOptions = {});
   void TearDown() override;
 
   // A file in the test's folder.

@@ -63,6 +63,7 @@ void Spooler::install() {
   run(mgspool, {"add-printer", "Laser-2 (session 5)", "CPP5"});
   run(mgspool, {"add-printer", "Laser-2 (session 6)", "CPP6"});
   run(mgspool, {"add-printer", "Ghost (session 5)", "CPP5"});
+  run(mgspool, {"add-printer", "Preview PDF (session 5)", "CPP5"});
 }
 
 void Spooler::configure(int serverPort, const fs::path& root, const fs::path& log) {

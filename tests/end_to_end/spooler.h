@@ -10,7 +10,8 @@
 namespace tests {
 
 // Wine's spooler with our monitor in a private prefix of the build tree: made once, alive while the test binary runs.
-// Ports CPP5 and CPP6 exist, with the printers "Laser-2 (session 5)", "Laser-2 (session 6)" and "Ghost (session 5)".
+// Ports CPP5 and CPP6 exist, with the printers "Laser-2 (session 5)", "Laser-2 (session 6)", "Ghost (session 5)" and
+// "Preview PDF (session 5)".
 class Spooler {
  public:
   // The one of this process. Throws std::runtime_error with the output of what failed.
