@@ -107,7 +107,7 @@ int wmain(int count, wchar_t** arguments) {
   corvane::initializeNetwork();
   const int rounds = count > 4 ? _wtoi(arguments[4]) : 7;
   try {
-    const mg::support::MonitorTable& monitor = mg::support::LoadMonitor();
+    const mg::support::MonitorTable& monitor = mg::support::loadMonitor();
     HANDLE port = nullptr;
     if (!monitor.operations->pfnOpenPort(monitor.monitor, arguments[2], &port)) {
       std::fprintf(stderr, "bench_jobs: the module has no port %ls\n", arguments[2]);

@@ -3,7 +3,7 @@
 namespace mg::converter {
 namespace {
 
-std::wstring Quoted(const std::wstring& word) {
+std::wstring quoted(const std::wstring& word) {
   if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) return word;
   std::wstring line = L"\"";
   size_t backslashes = 0;
@@ -19,11 +19,11 @@ std::wstring Quoted(const std::wstring& word) {
 
 }  // namespace
 
-std::wstring ArgumentLine(const std::vector<std::wstring>& words) {
+std::wstring argumentLine(const std::vector<std::wstring>& words) {
   std::wstring line;
   for (const std::wstring& word : words) {
     if (!line.empty()) line += L' ';
-    line += Quoted(word);
+    line += quoted(word);
   }
   return line;
 }

@@ -9,7 +9,7 @@ namespace mg::converter {
 namespace {
 
 TEST(ArgumentLine, WordsWithoutBlanksAreNotQuoted) {
-  EXPECT_EQ(ArgumentLine({L"a", L"-b=c\\d"}), L"a -b=c\\d");
+  EXPECT_EQ(argumentLine({L"a", L"-b=c\\d"}), L"a -b=c\\d");
 }
 
 TEST(ArgumentLine, WindowsTakesTheLineApartIntoTheSameWords) {
@@ -17,7 +17,7 @@ TEST(ArgumentLine, WindowsTakesTheLineApartIntoTheSameWords) {
       L"C:\\Program Files\\gs.exe",  L"",         L"a b\\", L"say \"this\"", L"\\\\\"",
       L"<</.Lock true>> setpagedev", L"tab\there"};
   int count = 0;
-  wchar_t** const apart = CommandLineToArgvW(ArgumentLine(words).c_str(), &count);
+  wchar_t** const apart = CommandLineToArgvW(argumentLine(words).c_str(), &count);
   ASSERT_NE(apart, nullptr);
   EXPECT_EQ(std::vector<std::wstring>(apart, apart + count), words);
   LocalFree(apart);

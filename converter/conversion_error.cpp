@@ -8,13 +8,13 @@
 namespace mg::converter {
 
 ConversionError::ConversionError(ExitCode code, std::wstring text)
-    : code_(code), text_(std::move(text)), what_(text_.size() * 3, '\0') {
-  what_.resize(
-      static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text_.data(), static_cast<int>(text_.size()), what_.data(),
-                                              static_cast<int>(what_.size()), nullptr, nullptr)));
+    : m_code(code), m_text(std::move(text)), m_what(m_text.size() * 3, '\0') {
+  m_what.resize(
+      static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, m_text.data(), static_cast<int>(m_text.size()), m_what.data(),
+                                              static_cast<int>(m_what.size()), nullptr, nullptr)));
 }
 
-std::wstring SystemErrorText(unsigned long error) {
+std::wstring systemErrorText(unsigned long error) {
   wchar_t text[512];
   DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,
                                 static_cast<DWORD>(std::size(text)), nullptr);

@@ -25,18 +25,18 @@ class ConversionError : public std::exception {
  public:
   ConversionError(ExitCode code, std::wstring text);
 
-  ExitCode code() const { return code_; }
-  const std::wstring& text() const { return text_; }
+  ExitCode code() const { return m_code; }
+  const std::wstring& text() const { return m_text; }
   // The same line in UTF-8.
-  const char* what() const noexcept override { return what_.c_str(); }
+  const char* what() const noexcept override { return m_what.c_str(); }
 
  private:
-  ExitCode code_;
-  std::wstring text_;
-  std::string what_;
+  ExitCode m_code;
+  std::wstring m_text;
+  std::string m_what;
 };
 
 // The system's words for a GetLastError number, without a full stop, as in "Access denied (5)".
-std::wstring SystemErrorText(unsigned long error);
+std::wstring systemErrorText(unsigned long error);
 
 }  // namespace mg::converter

@@ -19,7 +19,7 @@ namespace {
 // Ghostscript's error and our marker are its last words; a job can say gigabytes before.
 constexpr std::streamoff kLastWords = 64 * 1024;
 
-std::string ReadLastWords(const std::wstring& path) {
+std::string readLastWords(const std::wstring& path) {
   std::ifstream file(std::filesystem::path(path), std::ios::binary);
   if (!file) return "";
   file.seekg(0, std::ios::end);
@@ -31,20 +31,20 @@ std::string ReadLastWords(const std::wstring& path) {
   return text;
 }
 
-std::wstring Wide(const std::string& ascii) {
+std::wstring wide(const std::string& ascii) {
   return std::wstring(ascii.begin(), ascii.end());
 }
 
-std::wstring Megabytes(DWORD count) {
+std::wstring megabytes(DWORD count) {
   return std::to_wstring(count) + L" megabytes";
 }
 
-void CheckInput(const std::wstring& path) {
+void checkInput(const std::wstring& path) {
   const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) {
     throw ConversionError(ExitCode::kInput,
-                          L"\"" + path + L"\" cannot be read: " + SystemErrorText(GetLastError()) + L".");
+                          L"\"" + path + L"\" cannot be read: " + systemErrorText(GetLastError()) + L".");
   }
   LARGE_INTEGER size = {};
   if (!GetFileSizeEx(file.get(), &size) || size.QuadPart == 0) {
@@ -52,19 +52,19 @@ void CheckInput(const std::wstring& path) {
   }
 }
 
-std::string NewMarker() {
+std::string newMarker() {
   LARGE_INTEGER ticks = {};
   QueryPerformanceCounter(&ticks);
   return "pages-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(ticks.QuadPart) + " ";
 }
 
-[[noreturn]] void ThrowLimit(ExitCode code, const std::wstring& what, const wchar_t* value) {
+[[noreturn]] void throwLimit(ExitCode code, const std::wstring& what, const wchar_t* value) {
   throw ConversionError(code, what + L" If the document is sound, raise \"" + value + L"\" in the registry key \"" +
                                   kConverterKey + L"\".");
 }
 
 // Throws unless the program exited with 0.
-void CheckRun(const RunResult& result, const std::wstring& program, const std::string& said, const Limits& limits) {
+void checkRun(const RunResult& result, const std::wstring& program, const std::string& said, const Limits& limits) {
   switch (result.end) {
     case RunEnd::kNotStarted:
       throw ConversionError(ExitCode::kGhostscriptMissing,
@@ -72,12 +72,12 @@ void CheckRun(const RunResult& result, const std::wstring& program, const std::s
                                 L"). Install it, or correct \"GhostscriptPath\" in the registry key \"" +
                                 kConverterKey + L"\".");
     case RunEnd::kTimeLimit:
-      ThrowLimit(ExitCode::kTimeLimit,
-                 L"The document took longer than " + std::to_wstring(limits.time_seconds) + L" seconds.",
+      throwLimit(ExitCode::kTimeLimit,
+                 L"The document took longer than " + std::to_wstring(limits.timeSeconds) + L" seconds.",
                  L"TimeLimitSeconds");
     case RunEnd::kOutputLimit:
-      ThrowLimit(ExitCode::kOutputLimit,
-                 L"The document makes more than " + Megabytes(limits.output_megabytes) + L" of output.",
+      throwLimit(ExitCode::kOutputLimit,
+                 L"The document makes more than " + megabytes(limits.outputMegabytes) + L" of output.",
                  L"OutputLimitMegabytes");
     case RunEnd::kKilled:
       throw ConversionError(ExitCode::kPostScript,
@@ -87,45 +87,45 @@ void CheckRun(const RunResult& result, const std::wstring& program, const std::s
   }
   if (result.code == 0) return;
   if (said.find("/VMerror") != std::string::npos) {
-    ThrowLimit(ExitCode::kMemoryLimit,
-               L"The document needs more than " + Megabytes(limits.memory_megabytes) + L" of memory.",
+    throwLimit(ExitCode::kMemoryLimit,
+               L"The document needs more than " + megabytes(limits.memoryMegabytes) + L" of memory.",
                L"MemoryLimitMegabytes");
   }
   throw ConversionError(ExitCode::kPostScript, L"Ghostscript ended with " + std::to_wstring(result.code) + L": " +
-                                                   Wide(ErrorLine(said)) +
+                                                   wide(errorLine(said)) +
                                                    L". The PostScript of this document is in error.");
 }
 
-int CheckPages(const PrivateFolder& folder, const std::string& said, const std::string& marker) {
-  const int printed = PrintedPages(said, marker);
+int checkPages(const PrivateFolder& folder, const std::string& said, const std::string& marker) {
+  const int printed = printedPages(said, marker);
   if (printed < 0) {
     throw ConversionError(ExitCode::kIncomplete, L"Ghostscript ended before the end of the document was reached.");
   }
   // Ghostscript writes a blank page into a PDF that has none, so its file alone proves nothing.
   if (printed == 0) throw ConversionError(ExitCode::kIncomplete, L"The document has no page.");
-  const int pages = CountPdfPages(folder.output());
+  const int pages = countPdfPages(folder.output());
   if (pages < 1) throw ConversionError(ExitCode::kIncomplete, L"The PDF has no page.");
   return pages;
 }
 
 }  // namespace
 
-int Convert(const JobPaths& paths, const Limits& limits) {
-  CheckInput(paths.input);
+int convert(const JobPaths& paths, const Limits& limits) {
+  checkInput(paths.input);
   if (!DeleteFileW(paths.output.c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND) {
     throw ConversionError(ExitCode::kFileSystem, L"The earlier \"" + paths.output + L"\" cannot be removed: " +
-                                                     SystemErrorText(GetLastError()) + L".");
+                                                     systemErrorText(GetLastError()) + L".");
   }
   const PrivateFolder folder(paths.input);
-  const std::string marker = NewMarker();
-  const RunRequest request = PdfWriteRequest(FindGhostscript(limits), paths.input, marker);
-  const RunResult result = (RunsUnderWine() ? RunOnHost : RunOnWindows)(request, folder, limits);
-  const std::string said = ReadLastWords(folder.said());
-  CheckRun(result, request.program, said, limits);
-  const int pages = CheckPages(folder, said, marker);
+  const std::string marker = newMarker();
+  const RunRequest request = pdfWriteRequest(findGhostscript(limits), paths.input, marker);
+  const RunResult result = (runsUnderWine() ? runOnHost : runOnWindows)(request, folder, limits);
+  const std::string said = readLastWords(folder.said());
+  checkRun(result, request.program, said, limits);
+  const int pages = checkPages(folder, said, marker);
   if (!MoveFileExW(folder.output().c_str(), paths.output.c_str(), MOVEFILE_REPLACE_EXISTING)) {
     throw ConversionError(ExitCode::kFileSystem,
-                          L"\"" + paths.output + L"\" cannot be written: " + SystemErrorText(GetLastError()) + L".");
+                          L"\"" + paths.output + L"\" cannot be written: " + systemErrorText(GetLastError()) + L".");
   }
   return pages;
 }

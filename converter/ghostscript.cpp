@@ -12,11 +12,11 @@ namespace mg::converter {
 namespace {
 
 // "10.3" sorts above "9.56", which text comparison would not do.
-bool IsNewer(const std::wstring& a, const std::wstring& b) {
+bool isNewer(const std::wstring& a, const std::wstring& b) {
   return std::wcstod(a.c_str(), nullptr) > std::wcstod(b.c_str(), nullptr);
 }
 
-std::wstring InstalledGhostscript() {
+std::wstring installedGhostscript() {
   constexpr wchar_t kKey[] = L"SOFTWARE\\GPL Ghostscript";
   RegistryKey key;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ | KEY_WOW64_64KEY, key.receive()) != ERROR_SUCCESS)
@@ -29,7 +29,7 @@ std::wstring InstalledGhostscript() {
     wchar_t path[MAX_PATH];
     DWORD bytes = sizeof path;
     if (RegGetValueW(key.get(), version, L"GS_DLL", RRF_RT_REG_SZ, nullptr, path, &bytes) == ERROR_SUCCESS &&
-        (library.empty() || IsNewer(version, newest))) {
+        (library.empty() || isNewer(version, newest))) {
       newest = version;
       library = path;
     }
@@ -38,16 +38,16 @@ std::wstring InstalledGhostscript() {
   return folder == std::wstring::npos ? L"" : library.substr(0, folder + 1) + L"gswin64c.exe";
 }
 
-std::wstring Wide(const std::string& ascii) {
+std::wstring wide(const std::string& ascii) {
   return std::wstring(ascii.begin(), ascii.end());
 }
 
 }  // namespace
 
-std::wstring FindGhostscript(const Limits& limits) {
+std::wstring findGhostscript(const Limits& limits) {
   if (!limits.ghostscript.empty()) return limits.ghostscript;
-  if (RunsUnderWine()) return L"gs";
-  std::wstring installed = InstalledGhostscript();
+  if (runsUnderWine()) return L"gs";
+  std::wstring installed = installedGhostscript();
   if (installed.empty()) {
     throw ConversionError(ExitCode::kGhostscriptMissing,
                           L"Ghostscript is not installed. Install it, or name gswin64c.exe in the registry value "
@@ -57,14 +57,14 @@ std::wstring FindGhostscript(const Limits& limits) {
   return installed;
 }
 
-RunRequest PdfWriteRequest(const std::wstring& program, const std::wstring& input, const std::string& marker) {
-  const std::wstring tell = L"(\\n" + Wide(marker) +
+RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& input, const std::string& marker) {
+  const std::wstring tell = L"(\\n" + wide(marker) +
                             L") print currentpagedevice dup /PageCount known {/PageCount get} {pop 0} ifelse = flush";
   RunRequest request;
   request.program = program;
   // The output is named without a path: a "%" in the name of a folder would be taken as a page number format. Plain
-  // object and reference tables are what CountPdfPages reads.
-  request.before_input = {
+  // object and reference tables are what countPdfPages reads.
+  request.beforeInput = {
       L"-q", L"-dSAFER", L"-dBATCH", L"-dNOPAUSE", L"-sDEVICE=pdfwrite", L"-dWriteObjStms=false",
       L"-dWriteXRefStm=false", L"-sOutputFile=out.pdf",
       // The document may neither send its pages to another file nor leave without the last line.
@@ -72,11 +72,11 @@ RunRequest PdfWriteRequest(const std::wstring& program, const std::wstring& inpu
       L"<</.LockSafetyParams true>> setpagedevice userdict /quit {" + tell + L" systemdict /quit get exec} bind put",
       L"-f"};
   request.input = input;
-  request.after_input = {L"-c", tell};
+  request.afterInput = {L"-c", tell};
   return request;
 }
 
-int PrintedPages(const std::string& said, const std::string& marker) {
+int printedPages(const std::string& said, const std::string& marker) {
   const size_t at = said.rfind("\n" + marker);
   if (at == std::string::npos) return -1;
   const char* const number = said.c_str() + at + 1 + marker.size();
@@ -85,7 +85,7 @@ int PrintedPages(const std::string& said, const std::string& marker) {
   return end == number ? -1 : static_cast<int>(pages);
 }
 
-std::string ErrorLine(const std::string& said) {
+std::string errorLine(const std::string& said) {
   size_t begin = said.find("Error: ");
   if (begin == std::string::npos) {
     const size_t last = said.find_last_not_of("\r\n ");

@@ -6,51 +6,51 @@ namespace mg::converter {
 namespace {
 
 TEST(PrintedPages, NumberFollowsTheLastMarker) {
-  EXPECT_EQ(PrintedPages("noise\nmark-1 9\n\nmark-1 2\n", "mark-1 "), 2);
+  EXPECT_EQ(printedPages("noise\nmark-1 9\n\nmark-1 2\n", "mark-1 "), 2);
 }
 
 TEST(PrintedPages, MarkerInsideALineDoesNotCount) {
-  EXPECT_EQ(PrintedPages("x mark-1 2\n", "mark-1 "), -1);
+  EXPECT_EQ(printedPages("x mark-1 2\n", "mark-1 "), -1);
 }
 
 TEST(PrintedPages, MarkerWithoutANumberDoesNotCount) {
-  EXPECT_EQ(PrintedPages("\nmark-1 \n", "mark-1 "), -1);
+  EXPECT_EQ(printedPages("\nmark-1 \n", "mark-1 "), -1);
 }
 
 TEST(PrintedPages, NoMarkerMeansThatTheDocumentDidNotRunToItsEnd) {
-  EXPECT_EQ(PrintedPages("", "mark-1 "), -1);
+  EXPECT_EQ(printedPages("", "mark-1 "), -1);
 }
 
 TEST(ErrorLine, IsGhostscriptsOwnLineAboutTheError) {
-  EXPECT_EQ(ErrorLine("hello\nError: /undefined in foo\nOperand stack:\n"), "Error: /undefined in foo");
+  EXPECT_EQ(errorLine("hello\nError: /undefined in foo\nOperand stack:\n"), "Error: /undefined in foo");
 }
 
 TEST(ErrorLine, IsTheLastLineWhenThereIsNoErrorLine) {
-  EXPECT_EQ(ErrorLine("one\nlast words\n\n"), "last words");
+  EXPECT_EQ(errorLine("one\nlast words\n\n"), "last words");
 }
 
 TEST(ErrorLine, IsEmptyWhenNothingWasSaid) {
-  EXPECT_EQ(ErrorLine("\n"), "");
+  EXPECT_EQ(errorLine("\n"), "");
 }
 
 TEST(ErrorLine, ControlCharactersAreNotRepeated) {
-  EXPECT_EQ(ErrorLine("Error: a\x1b[2J\x07"), "Error: a?[2J?");
+  EXPECT_EQ(errorLine("Error: a\x1b[2J\x07"), "Error: a?[2J?");
 }
 
 TEST(PdfWriteRequest, DocumentStandsBetweenTheLockAndTheLastLine) {
-  const RunRequest request = PdfWriteRequest(L"gs", L"C:\\a b.ps", "m ");
+  const RunRequest request = pdfWriteRequest(L"gs", L"C:\\a b.ps", "m ");
   EXPECT_EQ(request.program, L"gs");
   EXPECT_EQ(request.input, L"C:\\a b.ps");
-  EXPECT_EQ(request.before_input.at(1), L"-dSAFER");
-  EXPECT_EQ(request.before_input.back(), L"-f");
-  EXPECT_EQ(request.after_input.back(),
+  EXPECT_EQ(request.beforeInput.at(1), L"-dSAFER");
+  EXPECT_EQ(request.beforeInput.back(), L"-f");
+  EXPECT_EQ(request.afterInput.back(),
             L"(\\nm ) print currentpagedevice dup /PageCount known {/PageCount get} {pop 0} ifelse = flush");
 }
 
 TEST(FindGhostscript, ConfiguredProgramWins) {
   Limits limits;
   limits.ghostscript = L"/opt/gs";
-  EXPECT_EQ(FindGhostscript(limits), L"/opt/gs");
+  EXPECT_EQ(findGhostscript(limits), L"/opt/gs");
 }
 
 }  // namespace

@@ -34,12 +34,12 @@ struct ChangeHandleTraits {
 using ChangeHandle = UniqueHandle<ChangeHandleTraits>;
 
 template <typename Function>
-Function Export(const wchar_t* module, const char* name) {
+Function exportOf(const wchar_t* module, const char* name) {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(module), name)));
 }
 
-std::string HostPath(const std::wstring& path) {
-  const auto translate = Export<char*(CDECL*)(const wchar_t*)>(L"kernel32.dll", "wine_get_unix_file_name");
+std::string hostPath(const std::wstring& path) {
+  const auto translate = exportOf<char*(CDECL*)(const wchar_t*)>(L"kernel32.dll", "wine_get_unix_file_name");
   char* bytes = translate != nullptr ? translate(path.c_str()) : nullptr;
   if (bytes == nullptr) {
     throw ConversionError(ExitCode::kFileSystem, L"Wine knows no host path for \"" + path + L"\".");
@@ -49,7 +49,7 @@ std::string HostPath(const std::wstring& path) {
   return result;
 }
 
-std::string Utf8(const std::wstring& text) {
+std::string utf8(const std::wstring& text) {
   const int size =
       WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
   std::string bytes(static_cast<size_t>(size), '\0');
@@ -57,47 +57,46 @@ std::string Utf8(const std::wstring& text) {
   return bytes;
 }
 
-std::string Script(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  const std::string temporary = ShellWord(HostPath(folder.temporary()));
-  std::string script = "exec 2>/dev/null; cd " + ShellWord(HostPath(folder.path())) + " && { (ulimit -v " +
-                       std::to_string(limits.memory_megabytes * 1024ull) + " && ulimit -f " +
-                       std::to_string(limits.output_megabytes * 2048ull) + " && exec timeout -k 2 " +
-                       std::to_string(limits.time_seconds) +
-                       " env -i PATH=/usr/local/bin:/usr/bin:/bin LC_ALL=C.UTF-8 HOME=" + temporary +
-                       " TMPDIR=" + temporary + " TEMP=" + temporary + " TMP=" + temporary + " " +
-                       ShellWord(Utf8(request.program));
-  for (const std::wstring& argument : request.before_input)
-    script += " " + ShellWord(Utf8(argument));
-  script += " " + ShellWord(HostPath(request.input));
-  for (const std::wstring& argument : request.after_input)
-    script += " " + ShellWord(Utf8(argument));
+std::string script(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
+  const std::string temporary = shellWord(hostPath(folder.temporary()));
+  std::string script =
+      "exec 2>/dev/null; cd " + shellWord(hostPath(folder.path())) + " && { (ulimit -v " +
+      std::to_string(limits.memoryMegabytes * 1024ull) + " && ulimit -f " +
+      std::to_string(limits.outputMegabytes * 2048ull) + " && exec timeout -k 2 " + std::to_string(limits.timeSeconds) +
+      " env -i PATH=/usr/local/bin:/usr/bin:/bin LC_ALL=C.UTF-8 HOME=" + temporary + " TMPDIR=" + temporary +
+      " TEMP=" + temporary + " TMP=" + temporary + " " + shellWord(utf8(request.program));
+  for (const std::wstring& argument : request.beforeInput)
+    script += " " + shellWord(utf8(argument));
+  script += " " + shellWord(hostPath(request.input));
+  for (const std::wstring& argument : request.afterInput)
+    script += " " + shellWord(utf8(argument));
   // The status appears under its name only when it is complete.
   return script + ") </dev/null >said.txt 2>&1; echo $? >status.new; mv status.new status; }";
 }
 
-void StartShell(const std::string& script) {
-  std::wstring line = ShellCommandLine(script);
+void startShell(const std::string& script) {
+  std::wstring line = shellCommandLine(script);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
   if (!CreateProcessW(L"\\\\?\\unix\\bin\\sh", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                       &process)) {
     throw ConversionError(ExitCode::kGhostscriptMissing,
-                          L"The host's /bin/sh cannot be started: " + SystemErrorText(GetLastError()) + L".");
+                          L"The host's /bin/sh cannot be started: " + systemErrorText(GetLastError()) + L".");
   }
-  const ObjectHandle closes_process(process.hProcess);
-  const ObjectHandle closes_thread(process.hThread);
+  const ObjectHandle closesProcess(process.hProcess);
+  const ObjectHandle closesThread(process.hThread);
 }
 
-bool ReadStatus(const std::wstring& path, int& status) {
+bool readStatus(const std::wstring& path, int& status) {
   std::ifstream file{std::filesystem::path(path)};
   return static_cast<bool>(file >> status);
 }
 
 // Waits for the status file; false when it did not come in time.
-bool WaitForStatus(const ChangeHandle& change, const std::wstring& path, ULONGLONG milliseconds, int& status) {
+bool waitForStatus(const ChangeHandle& change, const std::wstring& path, ULONGLONG milliseconds, int& status) {
   const ULONGLONG deadline = GetTickCount64() + milliseconds;
-  while (!ReadStatus(path, status)) {
+  while (!readStatus(path, status)) {
     const ULONGLONG now = GetTickCount64();
     if (now >= deadline) return false;
     // File systems that announce no changes are looked at four times a second.
@@ -111,7 +110,7 @@ bool WaitForStatus(const ChangeHandle& change, const std::wstring& path, ULONGLO
   return true;
 }
 
-RunResult FromStatus(int status) {
+RunResult fromStatus(int status) {
   if (status == kNotFound || status == kCannotExecute) return {RunEnd::kNotStarted, status};
   if (status == kTimedOut || status == kSignalBase + kSigKill) return {RunEnd::kTimeLimit, 0};
   if (status == kSignalBase + kSigXfsz) return {RunEnd::kOutputLimit, 0};
@@ -121,18 +120,18 @@ RunResult FromStatus(int status) {
 
 }  // namespace
 
-bool RunsUnderWine() {
-  return Export<void*>(L"ntdll.dll", "wine_get_version") != nullptr;
+bool runsUnderWine() {
+  return exportOf<void*>(L"ntdll.dll", "wine_get_version") != nullptr;
 }
 
-RunResult RunOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  const std::string script = Script(request, folder, limits);
+RunResult runOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
+  const std::string commands = script(request, folder, limits);
   const ChangeHandle change(FindFirstChangeNotificationW(folder.path().c_str(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME));
-  StartShell(script);
+  startShell(commands);
   int status = 0;
   const bool ended =
-      WaitForStatus(change, folder.path() + L"\\status", limits.time_seconds * 1000ull + kGraceMilliseconds, status);
-  return ended ? FromStatus(status) : RunResult{RunEnd::kTimeLimit, 0};
+      waitForStatus(change, folder.path() + L"\\status", limits.timeSeconds * 1000ull + kGraceMilliseconds, status);
+  return ended ? fromStatus(status) : RunResult{RunEnd::kTimeLimit, 0};
 }
 
 }  // namespace mg::converter

@@ -11,7 +11,7 @@ namespace mg::converter {
 const wchar_t kUsageText[] =
     L"Usage: ps2pdf.exe \"<file.ps>\" writes <file.pdf> beside it; the name must end in \".ps\".";
 
-JobPaths PathsForInput(const std::wstring& argument) {
+JobPaths pathsForInput(const std::wstring& argument) {
   constexpr size_t kSuffix = 3;
   if (argument.size() <= kSuffix || _wcsicmp(argument.c_str() + argument.size() - kSuffix, L".ps") != 0) {
     throw ConversionError(ExitCode::kUsage, kUsageText);

@@ -14,7 +14,7 @@ struct JobPaths {
 
 // Derives the paths from the one argument of the command line. An empty name or one that does not end in ".ps" (in
 // any letter case) is a ConversionError (kUsage): the output would be the input itself or a guess.
-JobPaths PathsForInput(const std::wstring& argument);
+JobPaths pathsForInput(const std::wstring& argument);
 
 // The line that is printed for a wrong command line.
 extern const wchar_t kUsageText[];

@@ -8,23 +8,23 @@ namespace mg::converter {
 namespace {
 
 TEST(JobPaths, PdfStandsBesideThePostScriptUnderTheSameBaseName) {
-  const JobPaths paths = PathsForInput(L"C:\\temp\\Laser-2 - Job #17-90210.ps");
+  const JobPaths paths = pathsForInput(L"C:\\temp\\Laser-2 - Job #17-90210.ps");
   EXPECT_EQ(paths.input, L"C:\\temp\\Laser-2 - Job #17-90210.ps");
   EXPECT_EQ(paths.output, L"C:\\temp\\Laser-2 - Job #17-90210.pdf");
 }
 
 TEST(JobPaths, SuffixMayBeInCapitals) {
-  EXPECT_EQ(PathsForInput(L"C:\\A.PS").output, L"C:\\A.pdf");
+  EXPECT_EQ(pathsForInput(L"C:\\A.PS").output, L"C:\\A.pdf");
 }
 
 TEST(JobPaths, OnlyTheLastSuffixIsReplaced) {
-  EXPECT_EQ(PathsForInput(L"C:\\a.ps.ps").output, L"C:\\a.ps.pdf");
+  EXPECT_EQ(pathsForInput(L"C:\\a.ps.ps").output, L"C:\\a.ps.pdf");
 }
 
 TEST(JobPaths, OtherNamesAreRefusedWithTheUsage) {
   for (const wchar_t* name : {L"", L".ps", L"C:\\a.pdf", L"C:\\a"}) {
     try {
-      PathsForInput(name);
+      pathsForInput(name);
       FAIL() << "accepted";
     } catch (const ConversionError& error) {
       EXPECT_EQ(error.code(), ExitCode::kUsage);

@@ -15,44 +15,44 @@ struct NumberRule {
 
 // Ghostscript maps well over 64 megabytes before it reads its first line, so less could never work.
 constexpr NumberRule kRules[] = {
-    {L"TimeLimitSeconds", &Limits::time_seconds, 1, 86400},
-    {L"MemoryLimitMegabytes", &Limits::memory_megabytes, 128, 1048576},
-    {L"OutputLimitMegabytes", &Limits::output_megabytes, 1, 1048576},
+    {L"TimeLimitSeconds", &Limits::timeSeconds, 1, 86400},
+    {L"MemoryLimitMegabytes", &Limits::memoryMegabytes, 128, 1048576},
+    {L"OutputLimitMegabytes", &Limits::outputMegabytes, 1, 1048576},
 };
 
-[[noreturn]] void ThrowOdd(const wchar_t* path, const wchar_t* name, const std::wstring& must) {
+[[noreturn]] void throwOdd(const wchar_t* path, const wchar_t* name, const std::wstring& must) {
   throw ConversionError(ExitCode::kConfiguration, std::wstring(L"The registry value \"") + name + L"\" in \"" + path +
                                                       L"\" must be " + must + L". Correct it or delete it.");
 }
 
-void ReadNumber(HKEY key, const wchar_t* path, const NumberRule& rule, Limits& limits) {
+void readNumber(HKEY key, const wchar_t* path, const NumberRule& rule, Limits& limits) {
   DWORD type = 0;
   DWORD value = 0;
   DWORD size = sizeof value;
   const LSTATUS status = RegQueryValueExW(key, rule.name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
   if (status == ERROR_FILE_NOT_FOUND) return;
   if (status != ERROR_SUCCESS || type != REG_DWORD || value < rule.least || value > rule.most) {
-    ThrowOdd(path, rule.name,
+    throwOdd(path, rule.name,
              L"a DWORD from " + std::to_wstring(rule.least) + L" to " + std::to_wstring(rule.most) +
                  L"; without it the limit is " + std::to_wstring(Limits().*rule.field));
   }
   limits.*rule.field = value;
 }
 
-void ReadGhostscript(HKEY key, const wchar_t* path, Limits& limits) {
+void readGhostscript(HKEY key, const wchar_t* path, Limits& limits) {
   wchar_t text[MAX_PATH] = {};
   DWORD size = sizeof text;
   const LSTATUS status = RegGetValueW(key, nullptr, L"GhostscriptPath", RRF_RT_REG_SZ, nullptr, text, &size);
   if (status == ERROR_FILE_NOT_FOUND) return;
   if (status != ERROR_SUCCESS || text[0] == L'\0') {
-    ThrowOdd(path, L"GhostscriptPath", L"a string with the full path of the Ghostscript program");
+    throwOdd(path, L"GhostscriptPath", L"a string with the full path of the Ghostscript program");
   }
   limits.ghostscript = text;
 }
 
 }  // namespace
 
-Limits ReadLimits(HKEY root, const wchar_t* path) {
+Limits readLimits(HKEY root, const wchar_t* path) {
   Limits limits;
   RegistryKey key;
   const LSTATUS status = RegOpenKeyExW(root, path, 0, KEY_READ, key.receive());
@@ -60,11 +60,11 @@ Limits ReadLimits(HKEY root, const wchar_t* path) {
   if (status != ERROR_SUCCESS) {
     throw ConversionError(ExitCode::kConfiguration, std::wstring(L"The registry key \"") + path +
                                                         L"\" cannot be read: " +
-                                                        SystemErrorText(static_cast<DWORD>(status)));
+                                                        systemErrorText(static_cast<DWORD>(status)));
   }
   for (const NumberRule& rule : kRules)
-    ReadNumber(key.get(), path, rule, limits);
-  ReadGhostscript(key.get(), path, limits);
+    readNumber(key.get(), path, rule, limits);
+  readGhostscript(key.get(), path, limits);
   return limits;
 }
 

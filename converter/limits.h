@@ -12,17 +12,17 @@ inline constexpr wchar_t kConverterKey[] = L"SOFTWARE\\Quillfern\\Marrowgate\\Co
 // What one conversion may use. A PostScript job is a program: without these it could run, grow or write for ever.
 struct Limits {
   // Wall-clock time, seconds.
-  DWORD time_seconds = 300;
+  DWORD timeSeconds = 300;
   // Memory of the Ghostscript process, megabytes (2^20 bytes).
-  DWORD memory_megabytes = 1024;
+  DWORD memoryMegabytes = 1024;
   // Each file that Ghostscript writes, megabytes.
-  DWORD output_megabytes = 1024;
+  DWORD outputMegabytes = 1024;
   // The Ghostscript program; empty means the installed one. Under Wine this is a path of the host.
   std::wstring ghostscript;
 };
 
 // Reads the limits from the key `path` below `root`. A missing key or value keeps its default; a value of the wrong
 // type or out of range is a ConversionError (kConfiguration) that names the value, its range and its default.
-Limits ReadLimits(HKEY root, const wchar_t* path);
+Limits readLimits(HKEY root, const wchar_t* path);
 
 }  // namespace mg::converter

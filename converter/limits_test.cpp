@@ -13,23 +13,23 @@ class LimitsTest : public testing::Test {
  protected:
   LimitsTest() {
     RegDeleteTreeW(HKEY_CURRENT_USER, kTestKey);
-    RegCreateKeyExW(HKEY_CURRENT_USER, kTestKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key_, nullptr);
+    RegCreateKeyExW(HKEY_CURRENT_USER, kTestKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_key, nullptr);
   }
   ~LimitsTest() override {
-    RegCloseKey(key_);
+    RegCloseKey(m_key);
     RegDeleteTreeW(HKEY_CURRENT_USER, kTestKey);
   }
 
-  void SetNumber(const wchar_t* name, DWORD value) {
-    RegSetValueExW(key_, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
+  void setNumber(const wchar_t* name, DWORD value) {
+    RegSetValueExW(m_key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
   }
-  void SetText(const wchar_t* name, const std::wstring& value) {
-    RegSetValueExW(key_, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+  void setText(const wchar_t* name, const std::wstring& value) {
+    RegSetValueExW(m_key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                    static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
   }
-  std::wstring ErrorText() {
+  std::wstring errorText() {
     try {
-      ReadLimits(HKEY_CURRENT_USER, kTestKey);
+      readLimits(HKEY_CURRENT_USER, kTestKey);
     } catch (const ConversionError& error) {
       EXPECT_EQ(error.code(), ExitCode::kConfiguration);
       return error.text();
@@ -37,49 +37,49 @@ class LimitsTest : public testing::Test {
     return L"no error";
   }
 
-  HKEY key_ = nullptr;
+  HKEY m_key = nullptr;
 };
 
 TEST_F(LimitsTest, MissingKeyGivesTheDefaults) {
-  const Limits limits = ReadLimits(HKEY_CURRENT_USER, L"SOFTWARE\\Quillfern\\NoSuchKey");
-  EXPECT_EQ(limits.time_seconds, 300u);
-  EXPECT_EQ(limits.memory_megabytes, 1024u);
-  EXPECT_EQ(limits.output_megabytes, 1024u);
+  const Limits limits = readLimits(HKEY_CURRENT_USER, L"SOFTWARE\\Quillfern\\NoSuchKey");
+  EXPECT_EQ(limits.timeSeconds, 300u);
+  EXPECT_EQ(limits.memoryMegabytes, 1024u);
+  EXPECT_EQ(limits.outputMegabytes, 1024u);
   EXPECT_EQ(limits.ghostscript, L"");
 }
 
 TEST_F(LimitsTest, EachValueReplacesItsDefault) {
-  SetNumber(L"TimeLimitSeconds", 2);
-  SetNumber(L"MemoryLimitMegabytes", 512);
-  SetNumber(L"OutputLimitMegabytes", 7);
-  SetText(L"GhostscriptPath", L"C:\\gs\\bin\\gswin64c.exe");
-  const Limits limits = ReadLimits(HKEY_CURRENT_USER, kTestKey);
-  EXPECT_EQ(limits.time_seconds, 2u);
-  EXPECT_EQ(limits.memory_megabytes, 512u);
-  EXPECT_EQ(limits.output_megabytes, 7u);
+  setNumber(L"TimeLimitSeconds", 2);
+  setNumber(L"MemoryLimitMegabytes", 512);
+  setNumber(L"OutputLimitMegabytes", 7);
+  setText(L"GhostscriptPath", L"C:\\gs\\bin\\gswin64c.exe");
+  const Limits limits = readLimits(HKEY_CURRENT_USER, kTestKey);
+  EXPECT_EQ(limits.timeSeconds, 2u);
+  EXPECT_EQ(limits.memoryMegabytes, 512u);
+  EXPECT_EQ(limits.outputMegabytes, 7u);
   EXPECT_EQ(limits.ghostscript, L"C:\\gs\\bin\\gswin64c.exe");
 }
 
 TEST_F(LimitsTest, ZeroIsRefusedWithTheRangeAndTheDefault) {
-  SetNumber(L"TimeLimitSeconds", 0);
-  EXPECT_EQ(ErrorText(),
+  setNumber(L"TimeLimitSeconds", 0);
+  EXPECT_EQ(errorText(),
             L"The registry value \"TimeLimitSeconds\" in \"SOFTWARE\\Quillfern\\ConverterTest\" must be a DWORD from 1 "
             L"to 86400; without it the limit is 300. Correct it or delete it.");
 }
 
 TEST_F(LimitsTest, TooLargeIsRefused) {
-  SetNumber(L"OutputLimitMegabytes", 1048577);
-  EXPECT_NE(ErrorText().find(L"\"OutputLimitMegabytes\""), std::wstring::npos);
+  setNumber(L"OutputLimitMegabytes", 1048577);
+  EXPECT_NE(errorText().find(L"\"OutputLimitMegabytes\""), std::wstring::npos);
 }
 
 TEST_F(LimitsTest, NumberWrittenAsTextIsRefused) {
-  SetText(L"MemoryLimitMegabytes", L"512");
-  EXPECT_NE(ErrorText().find(L"must be a DWORD from 128 to 1048576; without it the limit is 1024"), std::wstring::npos);
+  setText(L"MemoryLimitMegabytes", L"512");
+  EXPECT_NE(errorText().find(L"must be a DWORD from 128 to 1048576; without it the limit is 1024"), std::wstring::npos);
 }
 
 TEST_F(LimitsTest, EmptyGhostscriptPathIsRefused) {
-  SetText(L"GhostscriptPath", L"");
-  EXPECT_EQ(ErrorText(),
+  setText(L"GhostscriptPath", L"");
+  EXPECT_EQ(errorText(),
             L"The registry value \"GhostscriptPath\" in \"SOFTWARE\\Quillfern\\ConverterTest\" must be a string with "
             L"the full path of the Ghostscript program. Correct it or delete it.");
 }

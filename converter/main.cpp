@@ -11,7 +11,7 @@
 namespace {
 
 // Standard output becomes a log that is read in the system's own code page.
-void Say(const std::wstring& text) {
+void say(const std::wstring& text) {
   const std::wstring line = L"ps2pdf: " + text + L"\r\n";
   std::string bytes(line.size() * 4, '\0');
   const int size = WideCharToMultiByte(CP_ACP, 0, line.data(), static_cast<int>(line.size()), bytes.data(),
@@ -20,18 +20,18 @@ void Say(const std::wstring& text) {
   WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), bytes.data(), static_cast<DWORD>(size), &written, nullptr);
 }
 
-int Run(int count, wchar_t** arguments) {
+int run(int count, wchar_t** arguments) {
   using namespace mg::converter;
   try {
     if (count != 2) throw ConversionError(ExitCode::kUsage, kUsageText);
-    Convert(PathsForInput(arguments[1]), ReadLimits(HKEY_LOCAL_MACHINE, kConverterKey));
+    convert(pathsForInput(arguments[1]), readLimits(HKEY_LOCAL_MACHINE, kConverterKey));
     return static_cast<int>(ExitCode::kDone);
   } catch (const ConversionError& error) {
-    Say(error.text());
+    say(error.text());
     return static_cast<int>(error.code());
   } catch (const std::exception& error) {
     const std::string what = error.what();
-    Say(L"The conversion failed: " + std::wstring(what.begin(), what.end()) + L".");
+    say(L"The conversion failed: " + std::wstring(what.begin(), what.end()) + L".");
     return static_cast<int>(ExitCode::kFileSystem);
   }
 }
@@ -39,5 +39,5 @@ int Run(int count, wchar_t** arguments) {
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
-  return Run(count, arguments);
+  return run(count, arguments);
 }

@@ -8,6 +8,6 @@ namespace mg::converter {
 // "%%EOF" at the tail, startxref, the reference table, the catalog, the root of the page tree and its count. A file
 // that is cut, empty or otherwise not whole is a ConversionError (kIncomplete) that says what is missing. Text inside
 // the pages is never taken for structure.
-int CountPdfPages(const std::wstring& path);
+int countPdfPages(const std::wstring& path);
 
 }  // namespace mg::converter

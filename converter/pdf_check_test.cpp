@@ -14,7 +14,7 @@ namespace mg::converter {
 namespace {
 
 // A PDF of three objects and a stream that holds the words of a page tree.
-std::string Pdf(int pages) {
+std::string pdf(int pages) {
   const std::vector<std::string> objects = {
       "1 0 obj\n<</Type/Catalog/Pages 2 0 R>>\nendobj\n",
       "2 0 obj\n<</Type/Pages/Kids[3 0 R]/Count " + std::to_string(pages) + ">>\nendobj\n",
@@ -37,17 +37,17 @@ class PdfCheck : public testing::Test {
   PdfCheck() {
     wchar_t folder[MAX_PATH];
     GetTempPathW(MAX_PATH, folder);
-    path_ = std::wstring(folder) + L"pdf-check-" + std::to_wstring(GetCurrentProcessId()) + L".pdf";
+    m_path = std::wstring(folder) + L"pdf-check-" + std::to_wstring(GetCurrentProcessId()) + L".pdf";
   }
-  ~PdfCheck() override { DeleteFileW(path_.c_str()); }
+  ~PdfCheck() override { DeleteFileW(m_path.c_str()); }
 
-  int Count(const std::string& bytes) {
-    std::ofstream(std::filesystem::path(path_), std::ios::binary) << bytes;
-    return CountPdfPages(path_);
+  int count(const std::string& bytes) {
+    std::ofstream(std::filesystem::path(m_path), std::ios::binary) << bytes;
+    return countPdfPages(m_path);
   }
-  std::wstring ErrorFor(const std::string& bytes) {
+  std::wstring errorFor(const std::string& bytes) {
     try {
-      Count(bytes);
+      count(bytes);
     } catch (const ConversionError& error) {
       EXPECT_EQ(error.code(), ExitCode::kIncomplete);
       return error.text();
@@ -55,37 +55,37 @@ class PdfCheck : public testing::Test {
     return L"no error";
   }
 
-  std::wstring path_;
+  std::wstring m_path;
 };
 
 TEST_F(PdfCheck, PagesAreCountedFromThePageTreeAndNotFromTextInsideThem) {
-  EXPECT_EQ(Count(Pdf(0)), 0);
-  EXPECT_EQ(Count(Pdf(12)), 12);
+  EXPECT_EQ(count(pdf(0)), 0);
+  EXPECT_EQ(count(pdf(12)), 12);
 }
 
 TEST_F(PdfCheck, FileWithoutTheHeadIsRefused) {
-  EXPECT_EQ(ErrorFor("x" + Pdf(1)),
+  EXPECT_EQ(errorFor("x" + pdf(1)),
             L"Ghostscript left a PDF that is not whole: it does not begin with \"%PDF-\". Check the free space of the "
             L"disk and print again.");
-  EXPECT_NE(ErrorFor("").find(L"\"%PDF-\""), std::wstring::npos);
+  EXPECT_NE(errorFor("").find(L"\"%PDF-\""), std::wstring::npos);
 }
 
 TEST_F(PdfCheck, FileCutAnywhereIsRefused) {
-  const std::string whole = Pdf(2);
+  const std::string whole = pdf(2);
   for (size_t size = 0; size + 1 < whole.size(); ++size) {
-    EXPECT_NE(ErrorFor(whole.substr(0, size)), L"no error") << size;
+    EXPECT_NE(errorFor(whole.substr(0, size)), L"no error") << size;
   }
 }
 
 TEST_F(PdfCheck, FileWithATailOfAnotherFileIsRefused) {
-  std::string file = Pdf(1);
+  std::string file = pdf(1);
   file.replace(file.find("2 0 obj"), 7, "9 0 obj");
-  EXPECT_NE(ErrorFor(file).find(L"an object is not where it should be"), std::wstring::npos);
+  EXPECT_NE(errorFor(file).find(L"an object is not where it should be"), std::wstring::npos);
 }
 
 TEST_F(PdfCheck, MissingFileIsRefused) {
   try {
-    CountPdfPages(path_ + L"none");
+    countPdfPages(m_path + L"none");
     FAIL() << "accepted";
   } catch (const ConversionError& error) {
     EXPECT_NE(error.text().find(L"there is no file"), std::wstring::npos);

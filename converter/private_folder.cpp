@@ -11,7 +11,7 @@
 namespace mg::converter {
 namespace {
 
-std::wstring RandomName() {
+std::wstring randomName() {
   std::random_device random;
   std::wstring name;
   for (int i = 0; i < 16; ++i)
@@ -19,29 +19,29 @@ std::wstring RandomName() {
   return name;
 }
 
-void MakeFolder(const std::wstring& path) {
+void makeFolder(const std::wstring& path) {
   if (CreateDirectoryW(path.c_str(), nullptr)) return;
   throw ConversionError(ExitCode::kFileSystem, L"The temporary folder \"" + path + L"\" cannot be made: " +
-                                                   SystemErrorText(GetLastError()) +
+                                                   systemErrorText(GetLastError()) +
                                                    L". The folder of the PostScript file must be writable.");
 }
 
 }  // namespace
 
 PrivateFolder::PrivateFolder(const std::wstring& file)
-    : path_(file.substr(0, file.find_last_of(L'\\') + 1) + L"ps2pdf-" + RandomName()) {
-  MakeFolder(path_);
+    : m_path(file.substr(0, file.find_last_of(L'\\') + 1) + L"ps2pdf-" + randomName()) {
+  makeFolder(m_path);
   try {
-    MakeFolder(temporary());
+    makeFolder(temporary());
   } catch (...) {
-    RemoveDirectoryW(path_.c_str());
+    RemoveDirectoryW(m_path.c_str());
     throw;
   }
 }
 
 PrivateFolder::~PrivateFolder() {
   std::error_code ignored;
-  std::filesystem::remove_all(std::filesystem::path(path_), ignored);
+  std::filesystem::remove_all(std::filesystem::path(m_path), ignored);
 }
 
 }  // namespace mg::converter

@@ -16,15 +16,15 @@ class PrivateFolder {
   PrivateFolder(const PrivateFolder&) = delete;
   PrivateFolder& operator=(const PrivateFolder&) = delete;
 
-  const std::wstring& path() const { return path_; }
+  const std::wstring& path() const { return m_path; }
   // Where Ghostscript keeps its own temporary files: an empty folder inside, apart from the files below.
-  std::wstring temporary() const { return path_ + L"\\tmp"; }
-  std::wstring output() const { return path_ + L"\\out.pdf"; }
+  std::wstring temporary() const { return m_path + L"\\tmp"; }
+  std::wstring output() const { return m_path + L"\\out.pdf"; }
   // What Ghostscript said on standard output and standard error.
-  std::wstring said() const { return path_ + L"\\said.txt"; }
+  std::wstring said() const { return m_path + L"\\said.txt"; }
 
  private:
-  std::wstring path_;
+  std::wstring m_path;
 };
 
 }  // namespace mg::converter

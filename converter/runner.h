@@ -13,9 +13,9 @@ namespace mg::converter {
 struct RunRequest {
   std::wstring program;
   // Arguments in order; the input file stands between them, because a runner on a foreign system must rename it.
-  std::vector<std::wstring> before_input;
+  std::vector<std::wstring> beforeInput;
   std::wstring input;
-  std::vector<std::wstring> after_input;
+  std::vector<std::wstring> afterInput;
 };
 
 // How a program ended.
@@ -38,14 +38,14 @@ struct RunResult {
 
 // Runs a Windows program in a job object that carries the memory limit and ends it with this process. Blocks until it
 // has ended. Environment variables that would give Ghostscript further options are not handed on.
-RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits);
+RunResult runOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits);
 
 // Runs a program of the host under Wine, through /bin/sh. Wine gives no handle for such a process, so the shell sets
 // the limits, waits, and leaves the exit code in a file of the private folder. Blocks until that file is there or the
 // time limit and a grace have passed.
-RunResult RunOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits);
+RunResult runOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits);
 
 // True under Wine.
-bool RunsUnderWine();
+bool runsUnderWine();
 
 }  // namespace mg::converter

@@ -5,19 +5,19 @@
 namespace mg::converter {
 namespace {
 
-bool IsPlain(unsigned char c) {
+bool isPlain(unsigned char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
          std::string_view("/._-=,:").find(static_cast<char>(c)) != std::string_view::npos;
 }
 
 }  // namespace
 
-std::string ShellWord(std::string_view bytes) {
+std::string shellWord(std::string_view bytes) {
   bool plain = !bytes.empty();
   std::string escaped;
   for (const char each : bytes) {
     const auto c = static_cast<unsigned char>(each);
-    if (IsPlain(c)) {
+    if (isPlain(c)) {
       escaped += each;
       continue;
     }
@@ -31,8 +31,8 @@ std::string ShellWord(std::string_view bytes) {
   return "\"$(printf %b '" + escaped + "')\"";
 }
 
-std::wstring ShellCommandLine(const std::string& script) {
-  return ArgumentLine({L"sh", L"-c", std::wstring(script.begin(), script.end())});
+std::wstring shellCommandLine(const std::string& script) {
+  return argumentLine({L"sh", L"-c", std::wstring(script.begin(), script.end())});
 }
 
 }  // namespace mg::converter

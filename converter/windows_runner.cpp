@@ -14,33 +14,33 @@ namespace {
 // Nothing signals the growth of a file, so its size is looked at this often.
 constexpr DWORD kSliceMilliseconds = 100;
 
-[[noreturn]] void ThrowSystem(const wchar_t* what) {
-  throw ConversionError(ExitCode::kFileSystem, std::wstring(what) + L": " + SystemErrorText(GetLastError()) + L".");
+[[noreturn]] void throwSystem(const wchar_t* what) {
+  throw ConversionError(ExitCode::kFileSystem, std::wstring(what) + L": " + systemErrorText(GetLastError()) + L".");
 }
 
-ObjectHandle LimitedJob(const Limits& limits) {
+ObjectHandle limitedJob(const Limits& limits) {
   ObjectHandle job(CreateJobObjectW(nullptr, nullptr));
-  if (!job) ThrowSystem(L"A job object cannot be made");
+  if (!job) throwSystem(L"A job object cannot be made");
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION information = {};
   information.BasicLimitInformation.LimitFlags =
       JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_JOB_MEMORY | JOB_OBJECT_LIMIT_DIE_ON_UNHANDLED_EXCEPTION;
-  information.JobMemoryLimit = static_cast<SIZE_T>(limits.memory_megabytes) << 20;
+  information.JobMemoryLimit = static_cast<SIZE_T>(limits.memoryMegabytes) << 20;
   if (!SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &information, sizeof information)) {
-    ThrowSystem(L"The limits of the job object cannot be set");
+    throwSystem(L"The limits of the job object cannot be set");
   }
   return job;
 }
 
-FileHandle OpenInheritable(const wchar_t* path, DWORD access, DWORD disposition) {
+FileHandle openInheritable(const wchar_t* path, DWORD access, DWORD disposition) {
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
   FileHandle file(CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) ThrowSystem(L"The file for Ghostscript's words cannot be made");
+  if (!file) throwSystem(L"The file for Ghostscript's words cannot be made");
   return file;
 }
 
 // Our own environment with the private temporary folder, without the variables that Ghostscript reads options from.
-std::wstring Environment(const std::wstring& temporary) {
+std::wstring environmentWith(const std::wstring& temporary) {
   std::wstring block;
   wchar_t* const all = GetEnvironmentStringsW();
   for (const wchar_t* entry = all; *entry != L'\0'; entry += std::wcslen(entry) + 1) {
@@ -57,32 +57,32 @@ std::wstring Environment(const std::wstring& temporary) {
   return block;
 }
 
-bool IsLarger(const std::wstring& path, ULONGLONG bytes) {
+bool isLarger(const std::wstring& path, ULONGLONG bytes) {
   WIN32_FILE_ATTRIBUTE_DATA data;
   return GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) &&
          ((static_cast<ULONGLONG>(data.nFileSizeHigh) << 32) | data.nFileSizeLow) > bytes;
 }
 
-bool AnyFileIsLarger(const PrivateFolder& folder, ULONGLONG bytes) {
-  if (IsLarger(folder.output(), bytes) || IsLarger(folder.said(), bytes)) return true;
+bool anyFileIsLarger(const PrivateFolder& folder, ULONGLONG bytes) {
+  if (isLarger(folder.output(), bytes) || isLarger(folder.said(), bytes)) return true;
   WIN32_FIND_DATAW found;
   const FindHandle search(FindFirstFileW((folder.temporary() + L"\\*").c_str(), &found));
   if (!search) return false;
   bool larger = false;
   do {
-    larger = IsLarger(folder.temporary() + L"\\" + found.cFileName, bytes);
+    larger = isLarger(folder.temporary() + L"\\" + found.cFileName, bytes);
   } while (!larger && FindNextFileW(search.get(), &found));
   return larger;
 }
 
-RunResult WaitWithinLimits(HANDLE process, const PrivateFolder& folder, const Limits& limits) {
-  const ULONGLONG deadline = GetTickCount64() + limits.time_seconds * 1000ull;
-  const ULONGLONG most = static_cast<ULONGLONG>(limits.output_megabytes) << 20;
+RunResult waitWithinLimits(HANDLE process, const PrivateFolder& folder, const Limits& limits) {
+  const ULONGLONG deadline = GetTickCount64() + limits.timeSeconds * 1000ull;
+  const ULONGLONG most = static_cast<ULONGLONG>(limits.outputMegabytes) << 20;
   while (WaitForSingleObject(process, kSliceMilliseconds) == WAIT_TIMEOUT) {
-    if (AnyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
+    if (anyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
     if (GetTickCount64() >= deadline) return {RunEnd::kTimeLimit, 0};
   }
-  if (AnyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
+  if (anyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
   DWORD code = 0;
   GetExitCodeProcess(process, &code);
   // NTSTATUS errors as exit codes are crashes.
@@ -91,17 +91,17 @@ RunResult WaitWithinLimits(HANDLE process, const PrivateFolder& folder, const Li
 
 }  // namespace
 
-RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  const ObjectHandle job = LimitedJob(limits);
-  const FileHandle said = OpenInheritable(folder.said().c_str(), GENERIC_WRITE, CREATE_ALWAYS);
-  const FileHandle nothing = OpenInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING);
-  std::wstring environment = Environment(folder.temporary());
+RunResult runOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
+  const ObjectHandle job = limitedJob(limits);
+  const FileHandle said = openInheritable(folder.said().c_str(), GENERIC_WRITE, CREATE_ALWAYS);
+  const FileHandle nothing = openInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING);
+  std::wstring environment = environmentWith(folder.temporary());
 
   std::vector<std::wstring> words = {request.program};
-  words.insert(words.end(), request.before_input.begin(), request.before_input.end());
+  words.insert(words.end(), request.beforeInput.begin(), request.beforeInput.end());
   words.push_back(request.input);
-  words.insert(words.end(), request.after_input.begin(), request.after_input.end());
-  std::wstring line = ArgumentLine(words);
+  words.insert(words.end(), request.afterInput.begin(), request.afterInput.end());
+  std::wstring line = argumentLine(words);
 
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
@@ -123,10 +123,10 @@ RunResult RunOnWindows(const RunRequest& request, const PrivateFolder& folder, c
     const DWORD error = GetLastError();
     TerminateProcess(process.get(), 1);
     SetLastError(error);
-    ThrowSystem(L"Ghostscript cannot be put under limits");
+    throwSystem(L"Ghostscript cannot be put under limits");
   }
   ResumeThread(thread.get());
-  const RunResult result = WaitWithinLimits(process.get(), folder, limits);
+  const RunResult result = waitWithinLimits(process.get(), folder, limits);
   if (result.end == RunEnd::kTimeLimit || result.end == RunEnd::kOutputLimit) {
     TerminateJobObject(job.get(), 1);
     WaitForSingleObject(process.get(), INFINITE);  // its files can be removed only after its end

@@ -22,26 +22,26 @@ struct DeviceTraits {
   static void close(Type device) noexcept { DeleteDC(device); }
 };
 
-void DrawPage(HDC device, const std::wstring& text) {
-  mg::support::Require(StartPage(device) > 0, "the driver does not start a page");
+void drawPage(HDC device, const std::wstring& text) {
+  mg::support::require(StartPage(device) > 0, "the driver does not start a page");
   const int unit = GetDeviceCaps(device, LOGPIXELSX) / 72;
   Rectangle(device, 60 * unit, 60 * unit, 400 * unit, 110 * unit);
   TextOutW(device, 72 * unit, 72 * unit, text.c_str(), static_cast<int>(text.size()));
-  mg::support::Require(EndPage(device) > 0, "the driver does not end a page");
+  mg::support::require(EndPage(device) > 0, "the driver does not end a page");
 }
 
-void Print(const std::wstring& printer, const std::wstring& title, const std::vector<std::wstring>& pages) {
+void print(const std::wstring& printer, const std::wstring& title, const std::vector<std::wstring>& pages) {
   const UniqueHandle<DeviceTraits> device(CreateDCW(L"WINSPOOL", printer.c_str(), nullptr, nullptr));
-  mg::support::Require(static_cast<bool>(device), "there is no printer \"" + mg::support::Utf8(printer) + "\"");
+  mg::support::require(static_cast<bool>(device), "there is no printer \"" + mg::support::utf8(printer) + "\"");
   DOCINFOW document = {};
   document.cbSize = sizeof document;
   document.lpszDocName = title.c_str();
   const int job = StartDocW(device.get(), &document);
-  mg::support::Require(job > 0, "the document cannot be started");
+  mg::support::require(job > 0, "the document cannot be started");
   for (const std::wstring& page : pages)
-    DrawPage(device.get(), page);
+    drawPage(device.get(), page);
   EndDoc(device.get());
-  const std::string outcome = mg::support::TakeOutcome(static_cast<DWORD>(job));
+  const std::string outcome = mg::support::takeOutcome(static_cast<DWORD>(job));
   if (outcome != mg::support::kPrinted) throw std::runtime_error("job " + std::to_string(job) + ": " + outcome);
 }
 
@@ -53,7 +53,7 @@ int wmain(int count, wchar_t** words) {
     return 2;
   }
   try {
-    Print(words[1], words[2], {words + 3, words + count});
+    print(words[1], words[2], {words + 3, words + count});
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "gdi_page: %s\n", error.what());

@@ -10,7 +10,7 @@ namespace {
 
 constexpr wchar_t kKey[] = L"SOFTWARE\\Quillfern\\Marrowgate\\TestPrintProcessor";
 
-std::filesystem::path OutcomePath(DWORD job) {
+std::filesystem::path outcomePath(DWORD job) {
   wchar_t folder[MAX_PATH] = {};
   DWORD size = sizeof folder;
   const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, kKey, L"Folder", RRF_RT_REG_SZ, nullptr, folder, &size);
@@ -21,19 +21,19 @@ std::filesystem::path OutcomePath(DWORD job) {
 
 }  // namespace
 
-void ConfigureOutcomeFolder(const std::wstring& folder) {
+void configureOutcomeFolder(const std::wstring& folder) {
   std::filesystem::create_directories(folder);
   const LSTATUS status = RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"Folder", REG_SZ, folder.c_str(),
                                          static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t)));
   if (status != ERROR_SUCCESS) throw SystemFailure("the registry cannot be written", static_cast<DWORD>(status));
 }
 
-void WriteOutcome(DWORD job, const std::string& outcome) {
-  std::ofstream(OutcomePath(job)) << outcome;
+void writeOutcome(DWORD job, const std::string& outcome) {
+  std::ofstream(outcomePath(job)) << outcome;
 }
 
-std::string TakeOutcome(DWORD job) {
-  const std::filesystem::path path = OutcomePath(job);
+std::string takeOutcome(DWORD job) {
+  const std::filesystem::path path = outcomePath(job);
   std::string outcome;
   {
     std::ifstream file(path);

@@ -11,13 +11,13 @@ namespace mg::support {
 // process and numbers the jobs of each process anew.
 
 // Fixes the folder of these files in the registry, where every printing process finds it.
-void ConfigureOutcomeFolder(const std::wstring& folder);
+void configureOutcomeFolder(const std::wstring& folder);
 
 // Written once by the print processor: "printed", or which call failed.
-void WriteOutcome(DWORD job, const std::string& outcome);
+void writeOutcome(DWORD job, const std::string& outcome);
 
 // Reads and removes the outcome of a job of this process; an empty text when there is none.
-std::string TakeOutcome(DWORD job);
+std::string takeOutcome(DWORD job);
 
 inline constexpr char kPrinted[] = "printed";
 

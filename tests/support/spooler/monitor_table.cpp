@@ -7,12 +7,12 @@ namespace {
 
 using Initialize = MONITOR2*(WINAPI*)(MONITORINIT*, HANDLE*);
 
-MonitorTable Load() {
+MonitorTable load() {
   const HMODULE module = LoadLibraryW(L"MgPrintMon.dll");
-  Require(module != nullptr, "MgPrintMon.dll cannot be loaded");
+  require(module != nullptr, "MgPrintMon.dll cannot be loaded");
   const auto initialize =
       reinterpret_cast<Initialize>(reinterpret_cast<void*>(GetProcAddress(module, "InitializePrintMonitor2")));
-  Require(initialize != nullptr, "MgPrintMon.dll has no InitializePrintMonitor2");
+  require(initialize != nullptr, "MgPrintMon.dll has no InitializePrintMonitor2");
   // The module gives the address of this record back as its handle, so it must live as long as the module.
   static MONITORREG registry = {};
   static MONITORINIT init = {};
@@ -22,14 +22,14 @@ MonitorTable Load() {
   init.bLocal = TRUE;
   MonitorTable table;
   table.operations = initialize(&init, &table.monitor);
-  Require(table.operations != nullptr, "InitializePrintMonitor2 failed");
+  require(table.operations != nullptr, "InitializePrintMonitor2 failed");
   return table;
 }
 
 }  // namespace
 
-const MonitorTable& LoadMonitor() {
-  static const MonitorTable table = Load();
+const MonitorTable& loadMonitor() {
+  static const MonitorTable table = load();
   return table;
 }
 

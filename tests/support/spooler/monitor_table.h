@@ -15,6 +15,6 @@ struct MonitorTable {
 
 // Loads MgPrintMon.dll and initialises it, as a spooler does once per process; every call gives the same table. The
 // module stays loaded. Throws a SystemFailure. Safe from any thread.
-const MonitorTable& LoadMonitor();
+const MonitorTable& loadMonitor();
 
 }  // namespace mg::support

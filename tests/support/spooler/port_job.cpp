@@ -8,29 +8,29 @@ namespace {
 // Remembers the first call that failed.
 class Calls {
  public:
-  explicit Calls(const TellCall& tell) : tell_(tell) {}
+  explicit Calls(const TellCall& tell) : m_tell(tell) {}
 
-  bool Note(const char* call, bool succeeded) {
+  bool note(const char* call, bool succeeded) {
     const DWORD error = succeeded ? 0 : GetLastError();
-    if (!succeeded && failed_.empty()) failed_ = call;
-    if (tell_) tell_(call, succeeded, error);
+    if (!succeeded && m_failed.empty()) m_failed = call;
+    if (m_tell) m_tell(call, succeeded, error);
     return succeeded;
   }
-  const std::string& failed() const { return failed_; }
+  const std::string& failed() const { return m_failed; }
 
  private:
-  const TellCall& tell_;
-  std::string failed_;
+  const TellCall& m_tell;
+  std::string m_failed;
 };
 
-void WriteAll(const MONITOR2& monitor, HANDLE port, const ReadData& read, DWORD write_size, Calls& calls) {
-  std::vector<BYTE> buffer(write_size);
-  for (DWORD size = read(buffer.data(), write_size); size > 0; size = read(buffer.data(), write_size)) {
+void writeAll(const MONITOR2& monitor, HANDLE port, const ReadData& read, DWORD writeSize, Calls& calls) {
+  std::vector<BYTE> buffer(writeSize);
+  for (DWORD size = read(buffer.data(), writeSize); size > 0; size = read(buffer.data(), writeSize)) {
     // A monitor may take less than it was given; the rest is offered again.
     for (DWORD done = 0; done < size;) {
       DWORD written = 0;
       const BOOL taken = monitor.pfnWritePort(port, buffer.data() + done, size - done, &written);
-      if (!calls.Note("WritePort", taken && written > 0)) return;
+      if (!calls.note("WritePort", taken && written > 0)) return;
       done += written;
     }
   }
@@ -38,23 +38,23 @@ void WriteAll(const MONITOR2& monitor, HANDLE port, const ReadData& read, DWORD 
 
 }  // namespace
 
-std::string PrintOnPort(const MonitorTable& monitor, const PortJob& job, const ReadData& read, const TellCall& tell) {
+std::string printOnPort(const MonitorTable& monitor, const PortJob& job, const ReadData& read, const TellCall& tell) {
   Calls calls(tell);
   // The table takes writable text.
-  std::wstring port_name = job.port;
+  std::wstring portName = job.port;
   std::wstring printer = job.printer;
   std::wstring document = job.document;
   std::wstring datatype = job.datatype;
   const MONITOR2& operations = *monitor.operations;
   HANDLE port = nullptr;
-  if (!calls.Note("OpenPort", operations.pfnOpenPort(monitor.monitor, port_name.data(), &port))) return calls.failed();
+  if (!calls.note("OpenPort", operations.pfnOpenPort(monitor.monitor, portName.data(), &port))) return calls.failed();
   DOC_INFO_1W information = {document.data(), nullptr, datatype.data()};
-  if (calls.Note("StartDocPort",
+  if (calls.note("StartDocPort",
                  operations.pfnStartDocPort(port, printer.data(), job.job, 1, reinterpret_cast<BYTE*>(&information)))) {
-    WriteAll(operations, port, read, job.write_size, calls);
-    calls.Note("EndDocPort", operations.pfnEndDocPort(port));
+    writeAll(operations, port, read, job.writeSize, calls);
+    calls.note("EndDocPort", operations.pfnEndDocPort(port));
   }
-  calls.Note("ClosePort", operations.pfnClosePort(port));
+  calls.note("ClosePort", operations.pfnClosePort(port));
   return calls.failed();
 }
 

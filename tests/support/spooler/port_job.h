@@ -17,7 +17,7 @@ struct PortJob {
   std::wstring document;
   std::wstring datatype;
   // The most bytes of one write; spoolers use 64 KiB.
-  DWORD write_size = 65536;
+  DWORD writeSize = 65536;
 };
 
 // Gives up to `size` bytes of the document into the buffer; 0 is its end.
@@ -28,6 +28,6 @@ using TellCall = std::function<void(const char* call, bool succeeded, DWORD erro
 // Brings a document to its port as a spooler does: open, start, writes, end, close. A failing start ends the document
 // there; after a failing write no more is written, but the document is ended, as a spooler does for a job that is
 // deleted meanwhile. Returns an empty text when every call succeeded and every byte was taken, else the failed call.
-std::string PrintOnPort(const MonitorTable& monitor, const PortJob& job, const ReadData& read, const TellCall& tell);
+std::string printOnPort(const MonitorTable& monitor, const PortJob& job, const ReadData& read, const TellCall& tell);
 
 }  // namespace mg::support

@@ -18,30 +18,30 @@ namespace {
 using mg::support::PortJob;
 
 // Chosen by the printing program, which is this process.
-DWORD WriteSize() {
+DWORD writeSize() {
   wchar_t text[16] = {};
   GetEnvironmentVariableW(L"MGTESTPROC_WRITE_SIZE", text, static_cast<DWORD>(std::size(text)));
   const unsigned long size = std::wcstoul(text, nullptr, 10);
-  return size > 0 ? size : PortJob().write_size;
+  return size > 0 ? size : PortJob().writeSize;
 }
 
-std::wstring Text(const wchar_t* text) {
+std::wstring text(const wchar_t* text) {
   return text != nullptr ? text : L"";
 }
 
 // The spooler opens the processor on "CPP5, Port", as if for OpenPrinter.
-std::wstring PortName(const std::wstring& opened) {
+std::wstring portName(const std::wstring& opened) {
   return opened.substr(0, opened.rfind(L", Port"));
 }
 
-std::string Print(const PortJob& job, wchar_t* spooled) {
+std::string print(const PortJob& job, wchar_t* spooled) {
   mg::PrinterHandle file;
-  mg::support::Require(OpenPrinterW(spooled, file.receive(), nullptr), "the spooled job cannot be opened");
+  mg::support::require(OpenPrinterW(spooled, file.receive(), nullptr), "the spooled job cannot be opened");
   const auto read = [&](BYTE* buffer, DWORD size) {
     DWORD got = 0;
     return ReadPrinter(file.get(), buffer, size, &got) ? got : 0;
   };
-  const std::string failed = PrintOnPort(mg::support::LoadMonitor(), job, read, nullptr);
+  const std::string failed = printOnPort(mg::support::loadMonitor(), job, read, nullptr);
   return failed.empty() ? mg::support::kPrinted : failed + " failed";
 }
 
@@ -55,12 +55,12 @@ HANDLE WINAPI OpenPrintProcessor(LPWSTR opened, PPRINTPROCESSOROPENDATA data) {
     return nullptr;
   }
   auto job = std::make_unique<PortJob>();
-  job->port = PortName(opened);
-  job->printer = Text(data->pPrinterName);
+  job->port = portName(opened);
+  job->printer = text(data->pPrinterName);
   job->job = data->JobId;
-  job->document = Text(data->pDocumentName);
-  job->datatype = Text(data->pDatatype);
-  job->write_size = WriteSize();
+  job->document = text(data->pDocumentName);
+  job->datatype = text(data->pDatatype);
+  job->writeSize = writeSize();
   return job.release();
 }
 
@@ -68,12 +68,12 @@ BOOL WINAPI PrintDocumentOnPrintProcessor(HANDLE processor, LPWSTR spooled) {
   const PortJob& job = *static_cast<PortJob*>(processor);
   std::string outcome;
   try {
-    outcome = Print(job, spooled);
+    outcome = print(job, spooled);
   } catch (const std::exception& error) {
     outcome = error.what();
   }
   try {
-    mg::support::WriteOutcome(job.job, outcome);
+    mg::support::writeOutcome(job.job, outcome);
   } catch (const std::exception& error) {
     OutputDebugStringA(error.what());
     return FALSE;

@@ -14,14 +14,14 @@ namespace {
 
 constexpr DWORD kPiece = 65536;
 
-void SpoolFile(HANDLE file, HANDLE printer) {
+void spoolFile(HANDLE file, HANDLE printer) {
   std::vector<BYTE> buffer(kPiece);
   for (;;) {
     DWORD size = 0;
-    Require(ReadFile(file, buffer.data(), kPiece, &size, nullptr), "the file cannot be read");
+    require(ReadFile(file, buffer.data(), kPiece, &size, nullptr), "the file cannot be read");
     if (size == 0) return;
     DWORD written = 0;
-    Require(WritePrinter(printer, buffer.data(), size, &written), "the spooler refuses the data");
+    require(WritePrinter(printer, buffer.data(), size, &written), "the spooler refuses the data");
     if (written != size) throw std::runtime_error("the spooler took a part of the data only");
   }
 }
@@ -29,26 +29,26 @@ void SpoolFile(HANDLE file, HANDLE printer) {
 // Wine's spooler numbers the jobs of each process from 1 and names the spool file by that number, so two processes that
 // print at a time would read each other's document. A mutex for each number says that it is in use; ours is the first
 // number that is not, and those before it are passed over.
-ObjectHandle TakeJobNumber(HANDLE printer) {
+ObjectHandle takeJobNumber(HANDLE printer) {
   for (DWORD number = 1;; ++number) {
     ObjectHandle mutex(CreateMutexW(nullptr, FALSE, (L"mgspool job " + std::to_wstring(number)).c_str()));
-    Require(static_cast<bool>(mutex), "the mutex of a job number cannot be made");
+    require(static_cast<bool>(mutex), "the mutex of a job number cannot be made");
     // A process that was killed has abandoned its number.
     if (WaitForSingleObject(mutex.get(), 0) != WAIT_TIMEOUT) return mutex;
     BYTE room[sizeof(ADDJOB_INFO_1W) + MAX_PATH * sizeof(wchar_t)];
     DWORD needed = 0;
-    Require(AddJobW(printer, 1, room, sizeof room, &needed), "a job number in use cannot be passed over");
+    require(AddJobW(printer, 1, room, sizeof room, &needed), "a job number in use cannot be passed over");
   }
 }
 
 }  // namespace
 
-DWORD PrintFile(const PrintRequest& request) {
+DWORD printFile(const PrintRequest& request) {
   const FileHandle file(
       CreateFileW(request.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-  Require(static_cast<bool>(file), "\"" + Utf8(request.file) + "\" cannot be opened");
-  if (request.write_size > 0) {
-    SetEnvironmentVariableW(L"MGTESTPROC_WRITE_SIZE", std::to_wstring(request.write_size).c_str());
+  require(static_cast<bool>(file), "\"" + utf8(request.file) + "\" cannot be opened");
+  if (request.writeSize > 0) {
+    SetEnvironmentVariableW(L"MGTESTPROC_WRITE_SIZE", std::to_wstring(request.writeSize).c_str());
   }
   DEVMODEW mode = {};
   mode.dmSize = sizeof mode;
@@ -57,19 +57,19 @@ DWORD PrintFile(const PrintRequest& request) {
   mode.dmCopies = request.copies;
   PRINTER_DEFAULTSW defaults = {nullptr, &mode, PRINTER_ACCESS_USE};
   PrinterHandle printer;
-  Require(OpenPrinterW(const_cast<wchar_t*>(request.printer.c_str()), printer.receive(), &defaults),
-          "printer \"" + Utf8(request.printer) + "\" cannot be opened");
+  require(OpenPrinterW(const_cast<wchar_t*>(request.printer.c_str()), printer.receive(), &defaults),
+          "printer \"" + utf8(request.printer) + "\" cannot be opened");
   std::wstring title = request.title;
   std::wstring datatype = L"RAW";
   DOC_INFO_1W information = {title.data(), nullptr, datatype.data()};
-  const ObjectHandle number = TakeJobNumber(printer.get());
+  const ObjectHandle number = takeJobNumber(printer.get());
   const DWORD job = StartDocPrinterW(printer.get(), 1, reinterpret_cast<BYTE*>(&information));
-  Require(job != 0, "the spooler does not start the document");
-  TakeOutcome(job);  // of an earlier process that had our number
-  SpoolFile(file.get(), printer.get());
+  require(job != 0, "the spooler does not start the document");
+  takeOutcome(job);  // of an earlier process that had our number
+  spoolFile(file.get(), printer.get());
   const BOOL ended = EndDocPrinter(printer.get());
   const DWORD error = GetLastError();
-  const std::string outcome = TakeOutcome(job);
+  const std::string outcome = takeOutcome(job);
   if (outcome == kPrinted) return job;
   if (!outcome.empty()) throw std::runtime_error("job " + std::to_string(job) + " was not printed: " + outcome);
   if (!ended) throw SystemFailure("the spooler does not end the document", error);

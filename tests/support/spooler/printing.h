@@ -13,12 +13,12 @@ struct PrintRequest {
   std::wstring title;
   short copies = 1;
   // The most bytes of one write to the port; 0 leaves the choice to the print processor.
-  DWORD write_size = 0;
+  DWORD writeSize = 0;
 };
 
 // Prints the file and returns the spooler's job number when the monitor took the job to its end. Throws a SystemFailure
 // when the spooler refuses something and a std::runtime_error that names the monitor's failing call otherwise. To be
 // called once in a process, which is how it knows the number that Wine's spooler will give.
-DWORD PrintFile(const PrintRequest& request);
+DWORD printFile(const PrintRequest& request);
 
 }  // namespace mg::support

@@ -12,47 +12,47 @@ namespace {
 
 constexpr wchar_t kEnvironment[] = L"Windows x64";
 
-void WriteValue(const wchar_t* key, const wchar_t* name, DWORD type, const void* data, size_t size) {
+void writeValue(const wchar_t* key, const wchar_t* name, DWORD type, const void* data, size_t size) {
   const LSTATUS status = RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, type, data, static_cast<DWORD>(size));
   if (status != ERROR_SUCCESS) {
-    throw SystemFailure("the registry value \"" + Utf8(name) + "\" cannot be written", static_cast<DWORD>(status));
+    throw SystemFailure("the registry value \"" + utf8(name) + "\" cannot be written", static_cast<DWORD>(status));
   }
 }
 
-void WriteText(const wchar_t* key, const wchar_t* name, const std::wstring& text) {
-  WriteValue(key, name, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+void writeText(const wchar_t* key, const wchar_t* name, const std::wstring& text) {
+  writeValue(key, name, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
 }
 
-void Copy(const std::wstring& from, const std::wstring& to) {
-  Require(CopyFileW(from.c_str(), to.c_str(), FALSE),
-          "\"" + Utf8(from) + "\" cannot be copied to \"" + Utf8(to) + "\"");
+void copy(const std::wstring& from, const std::wstring& to) {
+  require(CopyFileW(from.c_str(), to.c_str(), FALSE),
+          "\"" + utf8(from) + "\" cannot be copied to \"" + utf8(to) + "\"");
 }
 
 // True for the errors by which the spooler says that something is registered already.
-bool AlreadyThere() {
+bool alreadyThere() {
   const DWORD error = GetLastError();
   return error == ERROR_PRINT_MONITOR_ALREADY_INSTALLED || error == ERROR_PRINT_PROCESSOR_ALREADY_INSTALLED ||
          error == ERROR_PRINTER_DRIVER_ALREADY_INSTALLED || error == ERROR_ALREADY_EXISTS;
 }
 
-std::wstring SystemFolder() {
+std::wstring systemFolder() {
   wchar_t path[MAX_PATH];
-  Require(GetSystemDirectoryW(path, MAX_PATH) > 0, "the system folder is unknown");
+  require(GetSystemDirectoryW(path, MAX_PATH) > 0, "the system folder is unknown");
   return path;
 }
 
 // A call that fills a buffer with the name of one of the spooler's folders.
 template <typename Call>
-std::wstring SpoolerFolder(Call call, const char* what) {
+std::wstring spoolerFolder(Call call, const char* what) {
   wchar_t path[MAX_PATH];
   DWORD needed = 0;
-  Require(call(nullptr, const_cast<wchar_t*>(kEnvironment), 1, reinterpret_cast<BYTE*>(path), sizeof path, &needed),
+  require(call(nullptr, const_cast<wchar_t*>(kEnvironment), 1, reinterpret_cast<BYTE*>(path), sizeof path, &needed),
           what);
   return path;
 }
 
 // Sends "AddPort" to the monitor and gives its answer.
-DWORD SendAddPort(std::wstring port) {
+DWORD sendAddPort(std::wstring port) {
   const DWORD size = static_cast<DWORD>((port.size() + 1) * sizeof(wchar_t));
   BYTE* const name = reinterpret_cast<BYTE*>(port.data());
   const std::wstring channel = std::wstring(L",XcvMonitor ") + kMonitorName;
@@ -66,50 +66,50 @@ DWORD SendAddPort(std::wstring port) {
   // A monitor may open its channel without giving a handle, as ours does. Windows passes that on; Wine's spooler takes
   // it for an invalid parameter, and then the monitor is asked without the spooler.
   if (GetLastError() != ERROR_INVALID_PARAMETER) return GetLastError();
-  const MonitorTable& table = LoadMonitor();
+  const MonitorTable& table = loadMonitor();
   return table.operations->pfnXcvDataPort(nullptr, L"AddPort", name, size, nullptr, 0, &needed);
 }
 
 }  // namespace
 
-void WriteSettings(const ModuleSettings& settings) {
+void writeSettings(const ModuleSettings& settings) {
   constexpr wchar_t kFramework[] = L"SOFTWARE\\Quillfern\\Corvane";
-  if (!settings.root_path.empty()) {
-    WriteText(L"SOFTWARE\\Quillfern\\Marrowgate", L"RootPath", settings.root_path);
+  if (!settings.rootPath.empty()) {
+    writeText(L"SOFTWARE\\Quillfern\\Marrowgate", L"RootPath", settings.rootPath);
   }
-  if (settings.server_port != 0) {
-    const DWORD port = settings.server_port;
-    WriteValue(kFramework, L"Port", REG_DWORD, &port, sizeof port);
+  if (settings.serverPort != 0) {
+    const DWORD port = settings.serverPort;
+    writeValue(kFramework, L"Port", REG_DWORD, &port, sizeof port);
   }
-  if (!settings.log_file.empty()) WriteText(kFramework, L"LogFile", settings.log_file);
+  if (!settings.logFile.empty()) writeText(kFramework, L"LogFile", settings.logFile);
 }
 
-void InstallMonitor(const std::wstring& folder) {
-  Copy(folder + L"\\MgPrintMon.dll", SystemFolder() + L"\\MgPrintMon.dll");
+void installMonitor(const std::wstring& folder) {
+  copy(folder + L"\\MgPrintMon.dll", systemFolder() + L"\\MgPrintMon.dll");
   std::wstring name = kMonitorName;
   std::wstring environment = kEnvironment;
   std::wstring file = L"MgPrintMon.dll";
   MONITOR_INFO_2W information = {name.data(), environment.data(), file.data()};
-  Require(AddMonitorW(nullptr, 2, reinterpret_cast<BYTE*>(&information)) || AlreadyThere(),
+  require(AddMonitorW(nullptr, 2, reinterpret_cast<BYTE*>(&information)) || alreadyThere(),
           "the print monitor cannot be registered");
 }
 
-void InstallProcessor(const std::wstring& folder) {
-  const std::wstring target = SpoolerFolder(GetPrintProcessorDirectoryW, "the folder of print processors is unknown");
-  Copy(folder + L"\\mgtestproc.dll", target + L"\\mgtestproc.dll");
+void installProcessor(const std::wstring& folder) {
+  const std::wstring target = spoolerFolder(GetPrintProcessorDirectoryW, "the folder of print processors is unknown");
+  copy(folder + L"\\mgtestproc.dll", target + L"\\mgtestproc.dll");
   std::wstring environment = kEnvironment;
   std::wstring file = L"mgtestproc.dll";
   std::wstring name = kProcessorName;
-  Require(AddPrintProcessorW(nullptr, environment.data(), file.data(), name.data()) || AlreadyThere(),
+  require(AddPrintProcessorW(nullptr, environment.data(), file.data(), name.data()) || alreadyThere(),
           "the print processor cannot be registered");
 }
 
-void InstallDriver(const std::wstring& ppd) {
-  const std::wstring folder = SpoolerFolder(GetPrinterDriverDirectoryW, "the folder of printer drivers is unknown");
+void installDriver(const std::wstring& ppd) {
+  const std::wstring folder = spoolerFolder(GetPrinterDriverDirectoryW, "the folder of printer drivers is unknown");
   // Wine keeps its PostScript driver among those of version 3, where registered drivers live.
   std::wstring driver = folder + L"\\3\\wineps.drv";
   std::wstring data = folder + L"\\generic.ppd";
-  Copy(ppd, data);
+  copy(ppd, data);
   std::wstring name = kDriverName;
   std::wstring environment = kEnvironment;
   std::wstring datatype = L"RAW";
@@ -121,15 +121,15 @@ void InstallDriver(const std::wstring& ppd) {
   information.pDataFile = data.data();
   information.pConfigFile = driver.data();
   information.pDefaultDataType = datatype.data();
-  Require(AddPrinterDriverExW(nullptr, 3, reinterpret_cast<BYTE*>(&information),
+  require(AddPrinterDriverExW(nullptr, 3, reinterpret_cast<BYTE*>(&information),
                               APD_COPY_NEW_FILES | APD_COPY_FROM_DIRECTORY) ||
-              AlreadyThere(),
+              alreadyThere(),
           "the printer driver cannot be registered");
 }
 
-void AddMonitorPort(const std::wstring& port) {
-  const DWORD status = SendAddPort(port);
-  if (status != ERROR_SUCCESS) throw SystemFailure("port " + Utf8(port) + " cannot be added", status);
+void addMonitorPort(const std::wstring& port) {
+  const DWORD status = sendAddPort(port);
+  if (status != ERROR_SUCCESS) throw SystemFailure("port " + utf8(port) + " cannot be added", status);
   // Wine's spooler looks for the monitor of a port in this place only.
   const std::wstring key =
       std::wstring(L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\") + kMonitorName + L"\\Ports\\" + port;
@@ -137,27 +137,27 @@ void AddMonitorPort(const std::wstring& port) {
   const LSTATUS result = RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
                                          created.receive(), nullptr);
   if (result != ERROR_SUCCESS) {
-    throw SystemFailure("port " + Utf8(port) + " cannot be registered", static_cast<DWORD>(result));
+    throw SystemFailure("port " + utf8(port) + " cannot be registered", static_cast<DWORD>(result));
   }
 }
 
-void AddPrinterOnPort(const std::wstring& printer, const std::wstring& port) {
+void addPrinterOnPort(const std::wstring& printer, const std::wstring& port) {
   std::wstring name = printer;
-  std::wstring port_name = port;
+  std::wstring portName = port;
   std::wstring driver = kDriverName;
   std::wstring processor = kProcessorName;
   std::wstring datatype = L"RAW";
   PRINTER_INFO_2W information = {};
   information.pPrinterName = name.data();
-  information.pPortName = port_name.data();
+  information.pPortName = portName.data();
   information.pDriverName = driver.data();
   information.pPrintProcessor = processor.data();
   information.pDatatype = datatype.data();
   PrinterHandle handle(AddPrinterW(nullptr, 2, reinterpret_cast<BYTE*>(&information)));
   if (handle) return;
-  Require(GetLastError() == ERROR_PRINTER_ALREADY_EXISTS, "printer \"" + Utf8(printer) + "\" cannot be added");
+  require(GetLastError() == ERROR_PRINTER_ALREADY_EXISTS, "printer \"" + utf8(printer) + "\" cannot be added");
   const std::wstring key = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Printers\\" + printer;
-  WriteText(key.c_str(), L"Port", port);
+  writeText(key.c_str(), L"Port", port);
 }
 
 }  // namespace mg::support

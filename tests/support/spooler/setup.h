@@ -11,32 +11,32 @@ inline constexpr wchar_t kDriverName[] = L"Generic PostScript";
 // What the registry of the prefix tells the module. An empty text or 0 leaves a value as it is.
 struct ModuleSettings {
   // Installation root: the folder above "Programs\ps2pdf.exe".
-  std::wstring root_path;
+  std::wstring rootPath;
   // TCP port of the application server.
-  unsigned server_port = 0;
+  unsigned serverPort = 0;
   // The file that the module writes its records to.
-  std::wstring log_file;
+  std::wstring logFile;
 };
 
 // Each of these may be called again when its work is done already, and throws a SystemFailure.
 
 // Writes the settings under HKEY_LOCAL_MACHINE "SOFTWARE\Quillfern".
-void WriteSettings(const ModuleSettings& settings);
+void writeSettings(const ModuleSettings& settings);
 
 // Copies MgPrintMon.dll from `folder` into the system folder and registers the monitor. A newer build of the module
 // replaces the copy.
-void InstallMonitor(const std::wstring& folder);
+void installMonitor(const std::wstring& folder);
 
 // Copies mgtestproc.dll from `folder` to where the spooler keeps print processors and registers it.
-void InstallProcessor(const std::wstring& folder);
+void installProcessor(const std::wstring& folder);
 
 // Registers the driver "Generic PostScript": Wine's PostScript driver with `ppd` as its data file.
-void InstallDriver(const std::wstring& ppd);
+void installDriver(const std::wstring& ppd);
 
 // Adds a port of the monitor through its configuration channel, and the key by which Wine's spooler finds it.
-void AddMonitorPort(const std::wstring& port);
+void addMonitorPort(const std::wstring& port);
 
 // Adds a printer with our driver and print processor on a port, or moves it to that port.
-void AddPrinterOnPort(const std::wstring& printer, const std::wstring& port);
+void addPrinterOnPort(const std::wstring& printer, const std::wstring& port);
 
 }  // namespace mg::support

@@ -3,19 +3,19 @@
 namespace mg::support {
 namespace {
 
-std::string Words(DWORD error) {
+std::string words(DWORD error) {
   wchar_t text[512];
   DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,
                                 static_cast<DWORD>(std::size(text)), nullptr);
   while (length > 0 && (text[length - 1] == L'\n' || text[length - 1] == L'\r' || text[length - 1] == L'.'))
     --length;
-  return (length > 0 ? Utf8(std::wstring(text, length)) : std::string("unknown error")) + " (" + std::to_string(error) +
+  return (length > 0 ? utf8(std::wstring(text, length)) : std::string("unknown error")) + " (" + std::to_string(error) +
          ")";
 }
 
 }  // namespace
 
-std::string Utf8(const std::wstring& text) {
+std::string utf8(const std::wstring& text) {
   std::string bytes(text.size() * 3, '\0');
   const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes.data(),
                                        static_cast<int>(bytes.size()), nullptr, nullptr);
@@ -23,7 +23,7 @@ std::string Utf8(const std::wstring& text) {
   return bytes;
 }
 
-std::wstring Wide(const std::string& text) {
+std::wstring wide(const std::string& text) {
   std::wstring wide(text.size(), L'\0');
   const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
                                        static_cast<int>(wide.size()));
@@ -32,9 +32,9 @@ std::wstring Wide(const std::string& text) {
 }
 
 SystemFailure::SystemFailure(const std::string& what, DWORD error)
-    : std::runtime_error(what + ": " + Words(error)), error_(error) {}
+    : std::runtime_error(what + ": " + words(error)), m_error(error) {}
 
-void Require(bool done, const std::string& what) {
+void require(bool done, const std::string& what) {
   if (!done) throw SystemFailure(what, GetLastError());
 }
 
