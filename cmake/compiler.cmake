@@ -2,15 +2,18 @@
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE}")
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+  # Two checkouts of one state share what was compiled, precompiled headers included.
+  set(launcher "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=true
+    CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${CCACHE}")
+  set(CMAKE_C_COMPILER_LAUNCHER "${launcher}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${launcher}")
 endif()
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
 # Warnings apply to our own targets only; GoogleTest is built as it comes.
 add_library(mg_warnings INTERFACE)

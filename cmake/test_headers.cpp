@@ -1,0 +1,1 @@
+// Stands for the test binaries while their common headers are precompiled.
