@@ -1,13 +1,13 @@
 #include "server/launcher.h"
 
 #include <chrono>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <signal.h>
 #include <stdexcept>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -149,22 +149,39 @@ TEST_F(LauncherTest, RefusesPastTheLimitUntilAProgramHasEnded) {
   kill(std::stoi(content("command.id")), SIGTERM);
 }
 
-TEST_F(LauncherTest, InheritsNoDescriptorsAndNoBlockedSignals) {
-  sigset_t set, before;
-  sigemptyset(&set);
-  sigaddset(&set, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &set, &before);
+TEST_F(LauncherTest, HandsNoDescriptorsOver) {
   const int held = open((m_folder / "held").c_str(), O_RDWR | O_CREAT, 0600);
-  Launcher launcher(script("ls -l /proc/$$/fd >\"$0.fds\"; exec grep SigBlk /proc/self/status >\"$0.signals\""), m_log);
+  Launcher launcher(script("ls -l /proc/$$/fd >\"$0.fds\""), m_log);
   EXPECT_TRUE(launcher.launch(notepad()));
   waitForLog(", ended with 0\n");
   close(held);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
   const std::string descriptors = content("command.fds");
   EXPECT_THAT(descriptors, HasSubstr(" 0 -> /dev/null\n"));
   EXPECT_THAT(descriptors, HasSubstr(" 2 -> /dev/null\n"));
   EXPECT_THAT(descriptors, Not(HasSubstr("/held\n")));
-  EXPECT_EQ(content("command.signals"), "SigBlk:\t0000000000000000\n");
+}
+
+TEST_F(LauncherTest, HandsNoBlockedAndNoIgnoredSignalsOver) {
+  // No shell, because a shell unblocks its signals itself.
+  Launcher::Settings settings = script("");
+  std::ofstream(settings.command) << "#!/usr/bin/awk -f\nBEGIN {\n  while ((getline line <\"/proc/self/status\") > 0)\n"
+                                     "    if (line ~ /^Sig(Blk|Ign)/) print line >\""
+                                  << (m_folder / "signals").string() << "\"\n  exit\n}\n";
+  sigset_t set, before;
+  sigemptyset(&set);
+  sigaddset(&set, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &set, &before);
+  const auto pipeBefore = std::signal(SIGPIPE, SIG_IGN);
+  Launcher launcher(settings, m_log);
+  EXPECT_TRUE(launcher.launch(notepad()));
+  waitForLog(", ended with 0\n");
+  std::signal(SIGPIPE, pipeBefore);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  const std::string signals = content("signals");
+  EXPECT_THAT(signals, HasSubstr("SigBlk:\t0000000000000000\n"));
+  const std::string ignoring = "SigIgn:\t";
+  const auto ignored = std::stoull(signals.substr(signals.find(ignoring) + ignoring.size()), nullptr, 16);
+  EXPECT_EQ(ignored >> (SIGPIPE - 1) & 1, 0u) << signals;
 }
 
 TEST_F(LauncherTest, LeavesRunningProgramsAloneAtItsEndAndStartsNoneAfterwards) {

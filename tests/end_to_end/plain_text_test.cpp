@@ -92,6 +92,7 @@ TEST_F(PlainText, OfAPreviewPrinterIsHandedToNotepadInTheSession) {
   EXPECT_THAT(arguments[2], MatchesRegex("\"/PT \\\\\"C:\\\\[^\"]*\\\\\" \\\\\"Preview PDF \\(session 5\\)\\\\\"\""));
   EXPECT_THAT(arguments[2], HasSubstr("\\" + name + "\\\" \\\""));
   EXPECT_EQ(arguments[3], kPreview);
+  EXPECT_THAT(moduleLog(), Not(HasSubstr("Failed to launch notepad")));
   // The queue took it that the job is sent: a call that it refuses leaves its words and this line.
   EXPECT_THAT(moduleLog(), Not(HasSubstr("failed to access the printer queue")));
   EXPECT_THAT(moduleLog(), Not(HasSubstr("failed to complete print job")));
