@@ -24,7 +24,6 @@ struct Registry {
   std::map<std::wstring, CS_Class*> classes;
   std::set<std::wstring> offered;
   std::vector<std::unique_ptr<CS_Class>> owned;
-  bool hasBuiltIns = false;
 };
 
 Registry& registry() {
@@ -33,23 +32,29 @@ Registry& registry() {
   return *instance;
 }
 
+// Once per process, and again for what an earlier call had no memory for.
+template <class Component>
+void registerBuiltIn(const wchar_t* name) {
+  CS_ComponentServer* server = CS_ComponentServer::getServer();
+  if (server->findClass(name) == nullptr) {
+    server->registerClass(name, new corvane::SimpleClass<Component>(CS_Version(1, 0, 0, 0)));
+  }
+}
+
+void registerBuiltIns() {
+  registerBuiltIn<CS_Bridge>(CS_Bridge::m_className);
+  registerBuiltIn<CS_BridgeRouter>(CS_BridgeRouter::getClassName());
+  registerBuiltIn<CS_ProgramMonitor_c>(CS_ProgramMonitor_c::m_className);
+}
+
 }  // namespace
 
 bool CS_ComponentServer::initialize(unsigned, unsigned) {
   try {
     if (!corvane::initializeNetwork()) return false;
     CS_TraceEntry::enable(HostProperties::getInstance().trace());
-    {
-      const std::lock_guard guard(registry().lock);
-      if (registry().hasBuiltIns) return true;
-      registry().hasBuiltIns = true;
-    }
-    const CS_Version version(1, 0, 0, 0);
-    CS_ComponentServer* server = getServer();
-    return server->registerClass(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(version)) &&
-           server->registerClass(CS_BridgeRouter::getClassName(), new corvane::SimpleClass<CS_BridgeRouter>(version)) &&
-           server->registerClass(CS_ProgramMonitor_c::m_className,
-                                 new corvane::SimpleClass<CS_ProgramMonitor_c>(version));
+    registerBuiltIns();
+    return true;
   } catch (...) {
     return false;
   }

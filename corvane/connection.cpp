@@ -75,6 +75,8 @@ bool CS_Connection::destroy(const CS_RCPtr<CS_Connection>& connection, bool rele
 void CS_Connection::linkEnded(const std::wstring& reason) {
   const CS_RCPtr<CS_Connection> self = this;  // its components may hold the last references to it
   if (m_releaseComponents) releaseChildren();
+  // As a rule it stands on this connection: the two would keep each other alive.
+  setProgramMonitor(nullptr);
   if (m_onEnd) m_onEnd(reason);
 }
 

@@ -6,6 +6,7 @@
 #include "corvane/link.h"
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
+#include "corvane/program_monitor_c.h"
 #include "corvane/simple_class.h"
 #include "tests/support/connection_pair.h"
 
@@ -329,6 +330,21 @@ TEST_F(ConnectionTest, ComponentsOfABridgeAreReleasedWhenItEnds) {
   bridge->getChannel(true)->startSending();
   EXPECT_TRUE(bridge->releasePeer());
   m_seen.waitFor([&] { return m_seen.released == 100; });
+}
+
+TEST_F(ConnectionTest, AConnectionWhoseMonitorStandsOnItIsFreedAfterItsEnd) {
+  const auto held = std::make_shared<int>();
+  {
+    ConnectionPair pair;
+    pair.dialed().onEnd([held](const std::wstring&) {});
+    const CS_RCPtr<CS_ClassFactory> factory =
+        pair.dialed().getClassFactory(CS_ProgramMonitor_c::m_className, L"Server", true);
+    auto* monitor = dynamic_cast<CS_ProgramMonitor_c*>(factory->newInstance(0));
+    ASSERT_NE(monitor, nullptr);
+    pair.dialed().setProgramMonitor(monitor);
+    EXPECT_EQ(held.use_count(), 2);
+  }
+  EXPECT_EQ(held.use_count(), 1);
 }
 
 TEST_F(ConnectionTest, ABridgeThatLeadsNowhereRefusesRequests) {

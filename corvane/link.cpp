@@ -25,18 +25,22 @@ std::wstring Link::reason() const {
   return m_reason;
 }
 
-void Link::end(const std::wstring& reason) {
+void Link::end(const wchar_t* reason) {
   FrameHandler* handler = nullptr;
   {
     const std::lock_guard guard(m_stateLock);
     if (m_ended) return;
     m_ended = true;
-    m_reason = reason;
+    try {
+      m_reason = reason;
+    } catch (const std::bad_alloc&) {
+      // The end is what counts: whoever waits must not wait for memory as well.
+    }
     handler = std::exchange(m_handler, nullptr);
     m_changed.notify_all();
   }
   m_socket.shutdown();
-  if (handler != nullptr) handler->onLinkEnd(reason);
+  if (handler != nullptr) handler->onLinkEnd(m_reason);  // nobody changes it any more
 }
 
 void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
@@ -126,18 +130,13 @@ std::vector<unsigned char> Link::Pending::wait(Deadline deadline) {
     }
     m_link.m_hasLeader = true;
     lock.unlock();
-    std::wstring failure;
-    bool failed = false;
     try {
       m_link.readOnce(deadline);
     } catch (const CS_Exception& exception) {
-      failed = true;
-      failure = exception.detail();
+      m_link.end(exception.detail());
     } catch (const std::exception&) {
-      failed = true;
-      failure = L"not enough memory";
+      m_link.end(L"not enough memory");
     }
-    if (failed) m_link.end(failure);
     lock.lock();
     m_link.m_hasLeader = false;
     m_link.m_changed.notify_all();
@@ -172,13 +171,13 @@ void Link::lookForNews() {
     if (m_hasLeader || m_ended) return;
     m_hasLeader = true;
   }
-  std::wstring failure;
   try {
     readOnce(std::chrono::steady_clock::now());
   } catch (const CS_Exception& exception) {
-    failure = exception.detail();
+    end(exception.detail());
+  } catch (const std::exception&) {
+    end(L"not enough memory");
   }
-  if (!failure.empty()) end(failure);
   const std::lock_guard guard(m_stateLock);
   m_hasLeader = false;
   m_changed.notify_all();

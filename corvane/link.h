@@ -94,8 +94,8 @@ class Link {
 
   // Reads and hands over frames until the link ends; returns the reason.
   std::wstring serve();
-  // Ends the link; the first reason stays. Never blocks.
-  void end(const std::wstring& reason);
+  // Ends the link; the first reason stays, or none where there is no memory for it. Never blocks, needs no memory.
+  void end(const wchar_t* reason);
   bool hasEnded() const;
   std::wstring reason() const;
   std::string peerName() const { return m_socket.peerName(); }

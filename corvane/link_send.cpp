@@ -72,7 +72,8 @@ void Link::throwIfEnded(std::uint32_t bridge) {
 // The first reason is the true one: a send may fail only because the link was ended meanwhile.
 void Link::endAndThrow(const wchar_t* reasonOfThisFailure) {
   end(reasonOfThisFailure);
-  throw CS_Exception(kConnectionLost, L"%s", reason().c_str());
+  throwIfEnded(0);
+  __builtin_unreachable();
 }
 
 // With the send lock held.
@@ -89,6 +90,8 @@ void Link::announce(const FrameHeader& header, const ValueWriter& values) {
   whole.length = static_cast<std::uint32_t>(values.size());
   const EncodedHeader encoded = encodeHeader(whole);
   const std::lock_guard guard(m_sendLock);
+  // All or nothing: half a frame would end the connection at the other side.
+  m_announcements.reserve(m_announcements.size() + encoded.size() + values.size());
   m_announcements.insert(m_announcements.end(), encoded.begin(), encoded.end());
   values.forEachPiece(
       [&](ValueWriter::Piece piece) { m_announcements.insert(m_announcements.end(), piece.begin(), piece.end()); });
@@ -106,6 +109,9 @@ void Link::send(FrameHeader header, const ValueWriter& values) {
     if (look) m_sentSinceLook = 0;
   } catch (const CS_Exception& exception) {
     endAndThrow(exception.detail());
+  } catch (const std::exception&) {
+    // Part of a frame may have left.
+    endAndThrow(L"not enough memory");
   }
   if (look) lookForNews();
 }
@@ -118,6 +124,9 @@ void Link::sendFrames(std::span<const unsigned char> frames) {
     sendPieces(m_announcements.empty() ? std::span(pieces).last(1) : std::span(pieces));
   } catch (const CS_Exception& exception) {
     endAndThrow(exception.detail());
+  } catch (const std::exception&) {
+    // Part of a frame may have left.
+    endAndThrow(L"not enough memory");
   }
 }
 
