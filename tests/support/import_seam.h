@@ -58,6 +58,9 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
   std::function<void(Arguments...)> watch;
   // When it is set, calls for which it answers false go to Windows as though there were no seam.
   std::function<bool(Arguments...)> concerns;
+  // Called when the call chosen for all seams is this one: for a call that does its work and fails all the same, such
+  // as one that closes something.
+  std::function<void(Arguments...)> whenChosen;
   // Called instead of Windows when it is set.
   std::function<Result(Arguments...)> replacement;
 
@@ -71,6 +74,7 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
   void restore() override {
     watch = nullptr;
     concerns = nullptr;
+    whenChosen = nullptr;
     replacement = nullptr;
     m_failIn = 0;
   }
@@ -93,10 +97,13 @@ class FunctionSeam<Tag, Result(Arguments...)> : public Seam {
         return self.m_result;
       }
       if (chosen) {
+        if (self.whenChosen) self.whenChosen(arguments...);
         const DWORD error = chosenError();
         SetLastError(error);
-        // A status is its own error code.
-        if constexpr (std::is_same_v<Result, LSTATUS>) return static_cast<LSTATUS>(error);
+        // A status is its own error code; a long of another meaning fails with a number below 0.
+        if constexpr (std::is_same_v<Result, LSTATUS>) {
+          if (self.m_failure > 0) return static_cast<LSTATUS>(error);
+        }
         return self.m_failure;
       }
     } else {

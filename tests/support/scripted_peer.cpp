@@ -32,7 +32,13 @@ void ScriptedPeer::acceptAll() {
     const int number = static_cast<int>(m_connections.size()) + 1;
     auto connection = std::make_shared<ScriptedConnection>(*this, number, std::move(*socket));
     m_connections.push_back(connection);
-    m_threads.emplace_back([connection] { connection->serve(); });
+    ++m_open;
+    m_threads.emplace_back([this, connection] {
+      connection->serve();
+      const std::lock_guard hold(m_lock);
+      --m_open;
+      m_changed.notify_all();
+    });
   }
 }
 
@@ -65,6 +71,11 @@ bool ScriptedPeer::waitForLine(const std::string& line) const {
   std::unique_lock guard(m_lock);
   return m_changed.wait_for(guard, std::chrono::seconds(10),
                             [&] { return std::find(m_lines.begin(), m_lines.end(), line) != m_lines.end(); });
+}
+
+bool ScriptedPeer::waitForOpen(int count) const {
+  std::unique_lock guard(m_lock);
+  return m_changed.wait_for(guard, std::chrono::seconds(10), [&] { return m_open <= count; });
 }
 
 std::vector<unsigned char> ScriptedPeer::bytes() const {

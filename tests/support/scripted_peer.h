@@ -57,6 +57,8 @@ class ScriptedPeer {
   // The bytes of all blocks of bytes that arrived, one behind the other.
   std::vector<unsigned char> bytes() const;
   void clear();
+  // Waits up to ten seconds until no more than that many connections are being served; false when the time ran out.
+  bool waitForOpen(int count) const;
   // Ends every connection from this side.
   void hangUp();
 
@@ -73,6 +75,7 @@ class ScriptedPeer {
   std::map<Key, Answer> m_answers;
   std::map<Key, std::function<void()>> m_actions;
   Lines m_lines;
+  int m_open = 0;
   std::vector<unsigned char> m_bytes;
   std::vector<std::shared_ptr<ScriptedConnection>> m_connections;
   std::vector<std::thread> m_threads;

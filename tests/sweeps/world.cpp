@@ -1,0 +1,118 @@
+#include "tests/sweeps/world.h"
+
+#include "corvane/component_server.h"
+#include "corvane/levels.h"
+#include "monitor/entries.h"
+#include "ports/port_list.h"
+#include "session/port_monitor_server.h"
+#include "session/port_monitor_server_class.h"
+#include "session/print_server_class.h"
+#include "tests/support/ports_registry.h"
+#include "tests/sweeps/windows_seams.h"
+
+#include <gtest/gtest.h>
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID);
+
+namespace {
+
+// Takes records and keeps none: it is called while allocations fail.
+class QuietMonitor : public CS_ProgramMonitor {
+ protected:
+  void write(const CS_Record&) noexcept override {}
+};
+
+std::wstring programFolder() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  const std::wstring program = path;
+  return program.substr(0, program.rfind(L'\\'));
+}
+
+void setRootPath(const std::wstring& root) {
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", L"RootPath", REG_SZ, root.c_str(),
+                  static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t)));
+}
+
+}  // namespace
+
+World::World() : m_records(new QuietMonitor) {
+  CS_ComponentServer::initialize(0, 0);
+  CS_ComponentServer* server = CS_ComponentServer::getServer();
+  server->registerClass(L"Quillfern::NTR::PortMonitorServer", new PortMonitorServerClass(CS_Version(4, 0, 1, 0)));
+  server->registerClass(L"Quillfern::NTR::PrintServer", new PrintServerClass(CS_Version(4, 0, 1, 0)));
+  // The log is opened once per process, by whoever records first.
+  CS_ProgramMonitor::getLocalMonitor()->recordText(corvane::kLevelException, corvane::kCategory, L"a sweep begins");
+  restoreRecords();
+  makeFolders();
+  PortsRegistry::remove();
+  windows_seams::install(m_peer.port());
+  m_peer.answer("ProgramMonitor_s", 1, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
+}
+
+World::~World() {
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  PortsRegistry::remove();
+  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", L"RootPath");
+  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Corvane", L"Port");
+  takeTemporaryFiles();
+  RemoveDirectoryW(m_temporary.c_str());
+}
+
+void World::makeFolders() {
+  const std::wstring root = programFolder() + L"\\sweeps";
+  setRootPath(root);
+  m_temporary = root + L"\\" + std::to_wstring(GetCurrentProcessId());
+  CreateDirectoryW(m_temporary.c_str(), nullptr);
+  SetEnvironmentVariableW(L"TMP", m_temporary.c_str());
+  SetEnvironmentVariableW(L"TEMP", m_temporary.c_str());
+}
+
+void World::answerWithPrinters() {
+  m_peer.answer("PortMonitorClient", 6, [](corvane::ValueWriter& reply) {
+    reply.writeBoolean(true);
+    for (const wchar_t* name : {L"Laser", L"Ink"}) {
+      reply.writeBoolean(true);
+      reply.writeText(name);
+    }
+    reply.writeBoolean(false);
+  });
+}
+
+void World::bringUpModule() {
+  PortMonitorServer::initialize();
+  CPortList::setInstance(new CPortList);
+  CPortList::instance()->AddPort(L"CPP7", 0);
+}
+
+void World::takeDownModule() {
+  unloadModule();
+}
+
+void World::restoreRecords() {
+  CS_ProgramMonitor::setDefaultMonitor(m_records);
+}
+
+int World::takeTemporaryFiles() {
+  int count = 0;
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirstFileW((m_temporary + L"\\*").c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return 0;
+  do {
+    if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
+    ++count;
+    DeleteFileW((m_temporary + L"\\" + found.cFileName).c_str());
+  } while (FindNextFileW(search, &found));
+  FindClose(search);
+  return count;
+}
+
+void unloadModule() {
+  if (CPortList* list = CPortList::instance()) {
+    // The records stay after the end of the list, because the spooler may still hold their addresses.
+    for (const wchar_t* name : {L"CPP7", L"CPP8"})
+      list->DeletePort(name);
+  }
+  EXPECT_EQ(DllMain(GetModuleHandleA(nullptr), DLL_PROCESS_DETACH, nullptr), TRUE);
+  EXPECT_EQ(CPortList::instance(), nullptr);
+}

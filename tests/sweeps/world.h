@@ -1,0 +1,52 @@
+#pragma once
+
+#include "corvane/program_monitor.h"
+#include "tests/support/import_seam.h"
+#include "tests/support/scripted_peer.h"
+#include "tests/sweeps/lock_probe.h"
+
+#include <windows.h>
+
+#include <string>
+
+// What the scenarios live in: the framework with the module's classes, a scripted application server that the module
+// finds by itself, one printer in the queue, an installation root with a converter, a folder of its own for temporary
+// files, and an empty list of ports in the registry.
+//
+// bringUpModule() and takeDownModule() are what the spooler's process does with the module, without its start-up: one
+// port "CPP7" is in the list in between.
+class World {
+ public:
+  World();
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  ScriptedPeer& peer() { return m_peer; }
+  ImportSeams& seams() { return m_seams; }
+  // Answers a request for a session's printers with "Laser" and "Ink".
+  void answerWithPrinters();
+
+  void bringUpModule();
+  void takeDownModule();
+
+  void expectLocksFree() { m_probe.expectFree(); }
+  // The monitor that the module installs with its connection goes with the module.
+  void restoreRecords();
+
+  const std::wstring& temporaryFolder() const { return m_temporary; }
+  // Files in the folder for temporary files; removes them.
+  int takeTemporaryFiles();
+
+ private:
+  void makeFolders();
+
+  ImportSeams m_seams;
+  CS_RCPtr<CS_ProgramMonitor> m_records;
+  ScriptedPeer m_peer;
+  LockProbe m_probe;
+  std::wstring m_temporary;
+};
+
+// Removes the ports of the list and the list, and does what the module's entry does when the module is unloaded.
+void unloadModule();
