@@ -1,0 +1,116 @@
+#include "corvane/bridge_router.h"
+
+#include "corvane/echo_fixture.h"
+#include "corvane/link.h"
+
+namespace {
+
+using namespace echo;
+
+TEST_F(EchoTest, ABridgeThatLeadsNowhereRefusesRequests) {
+  ConnectionPair pair;
+  const auto bridge =
+      pair.dialed().getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)->newInstance(0);
+  const auto component = makeComponent(*bridge, L"Caller", L"Server");
+  EXPECT_EQ(std::make_pair(kRequestRefused, std::wstring(L"the bridge leads to no print client")),
+            failureOf([&] { twice(component, 1); }));
+}
+
+// A monitor's connection to a server and that server's connection to a client: the bridge goes from end to end.
+class RoutedTest : public EchoTest {
+ protected:
+  RoutedTest() {
+    // The client dials the server, as a print client does, and serves its own end.
+    m_clientServer = std::thread([this] { m_client.dialed().serve(); });
+    m_bridge = m_monitor.dialed()
+                   .getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)
+                   ->newInstance(0);
+    // A request on the connection makes the server see the bridge.
+    const auto probe = makeComponent(m_monitor.dialed(), L"Caller", L"Server");
+    twice(probe, 1);
+    m_router = m_monitor.accepted()->getChild(m_bridge->getIdentifier());
+    auto* router = dynamic_cast<CS_BridgeRouter*>(m_router.get());
+    router->onEnd([this](std::uint64_t bytes, const std::wstring& reason) {
+      const std::lock_guard guard(m_seen.lock);
+      m_routedBytes = bytes;
+      m_reason = reason;
+      m_seen.changed.notify_all();
+    });
+    EXPECT_TRUE(router->routeTo(m_client.accepted()));
+    EXPECT_FALSE(router->routeTo(m_client.accepted()));
+    m_component = makeComponent(*m_bridge, L"Caller", L"Server");
+  }
+  ~RoutedTest() override {
+    CS_Connection::destroy(m_client.dialedPointer(), true);
+    m_clientServer.join();
+  }
+
+  std::uint64_t m_routedBytes = 0;
+  std::wstring m_reason;
+  ConnectionPair m_client;
+  std::thread m_clientServer;
+  ConnectionPair m_monitor;
+  CS_RCPtr<CS_Component> m_bridge;
+  CS_RCPtr<CS_Component> m_router;
+  CS_RCPtr<CS_Component> m_component;
+};
+
+TEST_F(RoutedTest, RequestsAndRepliesGoThroughInBothDirections) {
+  EXPECT_EQ(14, twice(m_component, 7));
+  std::vector<unsigned char> block(5000000);
+  for (std::size_t i = 0; i < block.size(); ++i)
+    block[i] = static_cast<unsigned char>(i * 7);
+  unsigned sum = 0;
+  for (const unsigned char byte : block)
+    sum += byte;
+  sendBlock(m_component, block);
+  EXPECT_EQ(5000000, askInt(m_component, 3));
+  EXPECT_EQ(sum, m_seen.sum);
+}
+
+TEST_F(RoutedTest, ManySmallWritesArriveInOrderAndWhole) {
+  for (int i = 0; i < 5000; ++i)
+    sendBlock(m_component, {static_cast<unsigned char>(i), 1});
+  EXPECT_EQ(10000, askInt(m_component, 3));
+}
+
+TEST_F(RoutedTest, WhenTheClientGoesTheWaiterLearnsOfItAndLaterSendsFail) {
+  EXPECT_EQ(2, twice(m_component, 1));
+  m_seen.mayAnswer = false;
+  std::pair<int, std::wstring> failure;
+  std::thread waiter([&] { failure = failureOf([&] { askInt(m_component, 6, 60000); }); });
+  m_seen.waitFor([&] { return m_seen.asked == 1; });
+  CS_Connection::destroy(m_client.accepted(), true);
+  waiter.join();
+  {
+    const std::lock_guard guard(m_seen.lock);
+    m_seen.mayAnswer = true;
+    m_seen.changed.notify_all();
+  }
+  EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the other side of the bridge has gone")), failure);
+  EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the other side of the bridge has gone")),
+            failureOf([&] { sendBlock(m_component, {1}); }));
+  m_seen.waitFor([&] { return !m_reason.empty(); });
+}
+
+TEST_F(RoutedTest, AJobThatIsSentToAClientThatHasGoneStopsBeforeItsEnd) {
+  EXPECT_EQ(2, twice(m_component, 1));
+  CS_Connection::destroy(m_client.accepted(), true);
+  const std::vector<unsigned char> block(65536, 1);
+  int writes = 0;
+  const auto failure = failureOf([&] {
+    for (; writes < 10000; ++writes)
+      sendBlock(m_component, block);
+  });
+  EXPECT_EQ(kConnectionLost, failure.first);
+  EXPECT_LT(writes, 10000);
+}
+
+TEST_F(RoutedTest, WhenTheMonitorGoesTheClientsComponentIsReleased) {
+  EXPECT_EQ(2, twice(m_component, 1));
+  CS_Connection::destroy(m_monitor.dialedPointer(), true);
+  m_seen.waitFor([&] { return m_seen.released >= 101 && m_routedBytes > 0; });
+  EXPECT_EQ(L"", m_reason);
+}
+
+}  // namespace
