@@ -31,6 +31,10 @@ else()
   find_package(Threads REQUIRED)
 endif()
 
+# Counters in the folders' libraries, not in their tests. Threads count, too.
+option(MG_COVERAGE "Count which lines and branches of the folders' libraries run" OFF)
+set(MG_COVERAGE_OPTIONS --coverage -fprofile-update=atomic)
+
 set(MG_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as in -fsanitize=")
 if(MG_SANITIZE)
   add_compile_options(-fsanitize=${MG_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)

@@ -13,7 +13,8 @@ constexpr char kPdf[] = "%PDF-1.4\nstand-in\n%%EOF\n";
 // A conversion alone, with the job's record kept to look at.
 class ConversionScenario : public Scenario {
  public:
-  explicit ConversionScenario(World& world) : m_world(world) {
+  ConversionScenario(World& world, const char* document, bool givesPdf)
+      : m_world(world), m_document(document), m_givesPdf(givesPdf) {
     const std::wstring base = world.temporaryFolder() + L"\\Laser - Job #17-90210";
     m_ps = base + L".ps";
     m_pdf = base + L".pdf";
@@ -36,7 +37,7 @@ class ConversionScenario : public Scenario {
     EXPECT_LE(m_world.takeTemporaryFiles(), 1);
     renew();
   }
-  void checkWhole() override { EXPECT_TRUE(m_hasPdf); }
+  void checkWhole() override { EXPECT_EQ(m_hasPdf, m_givesPdf); }
   void tidy() override {
     m_world.takeTemporaryFiles();
     clear();
@@ -53,10 +54,12 @@ class ConversionScenario : public Scenario {
     m_job.postScriptPath = m_ps.c_str();
     m_job.pdfPath = m_pdf.c_str();
     m_job.logPath = m_log.c_str();
-    std::ofstream(m_narrowPs, std::ios::binary) << "%!PS-Adobe-3.0\nshowpage\n";
+    std::ofstream(m_narrowPs, std::ios::binary) << m_document;
   }
 
   World& m_world;
+  const char* m_document;
+  bool m_givesPdf;
   std::wstring m_ps;
   std::wstring m_pdf;
   std::wstring m_log;
@@ -66,18 +69,27 @@ class ConversionScenario : public Scenario {
   bool m_hasPdf = false;
 };
 
+constexpr char kDocument[] = "%!PS-Adobe-3.0\nshowpage\n";
+constexpr char kRefused[] = "%!PS-Ado refuse\n";
+
 class ConversionSweep : public testing::Test {
  protected:
   World m_world;
 };
 
 TEST_F(ConversionSweep, AConversionSurvivesEveryFailingAllocation) {
-  ConversionScenario scenario(m_world);
+  ConversionScenario scenario(m_world, kDocument, true);
+  EXPECT_GT(sweepAllocations(m_world, scenario), 10);
+}
+
+// Its records and the converter's own words need memory as well.
+TEST_F(ConversionSweep, AConversionThatFailsSurvivesEveryFailingAllocation) {
+  ConversionScenario scenario(m_world, kRefused, false);
   EXPECT_GT(sweepAllocations(m_world, scenario), 10);
 }
 
 TEST_F(ConversionSweep, AConversionSurvivesEveryFailingCall) {
-  ConversionScenario scenario(m_world);
+  ConversionScenario scenario(m_world, kDocument, true);
   EXPECT_GT(sweepCalls(m_world, scenario), 40);
 }
 
