@@ -30,7 +30,7 @@ def main():
         for path in sorted((root / folder).rglob("*")):
             if path.suffix not in {".h", ".cpp", ".rc"}:
                 continue
-            extra = {"tests"} if path.stem.endswith("_test") else set()
+            extra = {"tests"} if path.stem.endswith(("_test", "_fixture")) else set()
             for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
                 match = INCLUDE.match(line)
                 if match and match.group(1) not in allowed | {folder} | extra:
