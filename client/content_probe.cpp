@@ -15,7 +15,10 @@ void ContentProbe::see(std::span<const unsigned char> bytes) {
   for (std::size_t i = 0; m_size + i < m_head.size() && i < bytes.size(); ++i) {
     m_head[static_cast<std::size_t>(m_size) + i] = static_cast<char>(bytes[i]);
   }
-  m_isText = m_isText && std::all_of(bytes.begin(), bytes.end(), isTextByte);
+  if (m_isText && m_size < kTextBytes) {
+    const auto looked = bytes.first(std::min<std::size_t>(bytes.size(), kTextBytes - static_cast<std::size_t>(m_size)));
+    m_isText = std::all_of(looked.begin(), looked.end(), isTextByte);
+  }
   const auto last = bytes.last(std::min(bytes.size(), kTailBytes));
   m_tail.append(last.begin(), last.end());
   if (m_tail.size() > 2 * kTailBytes) m_tail.erase(0, m_tail.size() - kTailBytes);

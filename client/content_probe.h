@@ -15,13 +15,16 @@ class ContentProbe {
   void see(std::span<const unsigned char> bytes);
 
   std::uint64_t size() const { return m_size; }
-  // ".pdf", ".ps", ".txt" for data without control characters other than those of plain text, otherwise ".prn".
+  // ".pdf", ".ps", ".txt" for data whose first kTextBytes hold no control characters other than those of plain text,
+  // otherwise ".prn".
   std::string extension() const;
   bool isPdf() const { return beginsWith("%PDF-"); }
   // Whether the end of a PDF has arrived: its end mark stands within the last 1024 bytes.
   bool hasPdfEnd() const;
 
   static constexpr std::size_t kTailBytes = 1024;
+  // More would cost as much as the rest of a large job's way to the disk.
+  static constexpr std::size_t kTextBytes = 4096;
 
  private:
   bool beginsWith(const std::string& text) const;

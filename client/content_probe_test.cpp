@@ -28,6 +28,8 @@ TEST(ContentProbe, KnowsPdfPostScriptTextAndTheRest) {
               ".prn");
     EXPECT_EQ(probeOf("%PDF", piece).extension(), ".txt");
   }
+  EXPECT_EQ(probeOf(std::string(4095, 'x') + "\x1b").extension(), ".prn");
+  EXPECT_EQ(probeOf(std::string(4096, 'x') + "\x1b").extension(), ".txt");
   EXPECT_EQ(probeOf("").extension(), ".prn");
 }
 
