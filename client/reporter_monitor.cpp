@@ -10,4 +10,9 @@ void ReporterMonitor::write(const CS_Record& record) noexcept try {
 } catch (...) {
 }
 
+void ReporterMonitor::notify(const CS_Notice& notice) noexcept try {
+  m_reporter.line(programs::oneLine(notice.line));
+} catch (...) {
+}
+
 }  // namespace printclient

@@ -11,6 +11,8 @@ class ReporterMonitor : public CS_ProgramMonitor {
  public:
   explicit ReporterMonitor(Reporter& reporter) : m_reporter(reporter) {}
 
+  void notify(const CS_Notice& notice) noexcept override;
+
  protected:
   void write(const CS_Record& record) noexcept override;
 

@@ -97,6 +97,13 @@ void LocalMonitor::write(const CS_Record& record) noexcept {
   writeLine(kind, record.text);
 }
 
+void LocalMonitor::writeNotice(const CS_Notice& notice) noexcept {
+  const LastErrorKeeper keeper;
+  wchar_t kind[64];
+  std::swprintf(kind, std::size(kind), L"%.60ls:", notice.kind.c_str());
+  writeLine(kind, notice.line.c_str());
+}
+
 void LocalMonitor::flush() noexcept {
   const LastErrorKeeper keeper;
   const std::lock_guard guard(m_lock);

@@ -33,6 +33,8 @@ class LocalMonitor : public CS_ProgramMonitor {
   // For a monitor that writes the log besides sending its records elsewhere.
   void writeRecord(const CS_Record& record) noexcept { write(record); }
   void flushSink() noexcept { flush(); }
+  // The notice's kind and line; its values are not repeated. Never throws, keeps the last error.
+  void writeNotice(const CS_Notice& notice) noexcept;
 
  protected:
   void write(const CS_Record& record) noexcept override;

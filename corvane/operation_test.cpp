@@ -1,7 +1,7 @@
 #include "corvane/operation.h"
 
-#include "corvane/local_monitor.h"
 #include "corvane/message_numbers.h"
+#include "tests/support/local_log.h"
 #include "tests/support/recording_monitor.h"
 
 #include <gtest/gtest.h>
@@ -140,35 +140,6 @@ TEST(Exception, CarriesTheTextOfItsRecordAndCutsALongDetail) {
   const CS_Exception cut(corvane::kConnectionLost, L"%s", std::wstring(1000, L'x').c_str());
   EXPECT_EQ(static_cast<std::size_t>(CS_Exception::kDetailSize - 1), std::wcslen(cut.detail()));
 }
-
-class LineSink : public corvane::LogSink {
- public:
-  explicit LineSink(std::vector<std::string>& lines) : m_lines(lines) {}
-  void write(std::string_view line) noexcept override { m_lines.emplace_back(line); }
-
- private:
-  std::vector<std::string>& m_lines;
-};
-
-// The local log's lines without their time stamps.
-class LocalLog {
- public:
-  LocalLog() { corvane::LocalMonitor::instance().setSink(std::make_unique<LineSink>(m_lines)); }
-  ~LocalLog() { corvane::LocalMonitor::instance().setSink(nullptr); }
-  Lines lines() const {
-    Lines result;
-    for (const std::string& line : m_lines) {
-      std::size_t at = 0;
-      for (int blank = 0; blank < 3; ++blank)
-        at = line.find(' ', at) + 1;
-      result.push_back(line.substr(at));
-    }
-    return result;
-  }
-
- private:
-  Lines m_lines;
-};
 
 TEST(TraceEntry, WritesNothingWhileTracingIsOff) {
   LocalLog log;

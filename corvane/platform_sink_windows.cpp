@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 
 namespace corvane {
@@ -13,19 +15,27 @@ namespace {
 // process still has it open, the old file simply grows on. A line that cannot be written still goes to the debugger.
 class LogFileSink : public LogSink {
  public:
-  LogFileSink() : m_path(HostProperties::getInstance().logFile()), m_limit(HostProperties::getInstance().logLimit()) {}
+  LogFileSink()
+      : m_path(HostProperties::getInstance().logFile()),
+        m_oldPath(m_path + L".1"),
+        m_limit(HostProperties::getInstance().logLimit()) {}
   ~LogFileSink() override { close(); }
 
   void write(std::string_view line) noexcept override {
+    char onStack[kStackLine];
     try {
-      const std::string text = std::string(line) + "\r\n";
-      ::OutputDebugStringA(text.c_str());
-      if (m_path.empty() || !open()) return;
-      DWORD written = 0;
-      ::WriteFile(m_file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    } catch (...) {
-      ::OutputDebugStringA("MgPrintMon: not enough memory to write the log\r\n");
+      if (line.size() + sizeof kLineEnd > sizeof onStack) {
+        std::string text(line);
+        text += kLineEnd;
+        writeEnded(text.c_str(), text.size());
+        return;
+      }
+    } catch (...) {  // a line without its end says more than none
     }
+    const std::size_t length = std::min(line.size(), sizeof onStack - sizeof kLineEnd);
+    std::memcpy(onStack, line.data(), length);
+    std::memcpy(onStack + length, kLineEnd, sizeof kLineEnd);
+    writeEnded(onStack, length + sizeof kLineEnd - 1);
   }
 
   void flush() noexcept override {
@@ -33,12 +43,22 @@ class LogFileSink : public LogSink {
   }
 
  private:
-  bool open() {
+  static constexpr char kLineEnd[] = "\r\n";
+  static constexpr std::size_t kStackLine = 2048;
+
+  void writeEnded(const char* text, std::size_t size) noexcept {
+    ::OutputDebugStringA(text);
+    if (m_path.empty() || !open()) return;
+    DWORD written = 0;
+    ::WriteFile(m_file, text, static_cast<DWORD>(size), &written, nullptr);
+  }
+
+  bool open() noexcept {
     if (m_file != INVALID_HANDLE_VALUE) {
       LARGE_INTEGER size{};
       if (!::GetFileSizeEx(m_file, &size) || size.QuadPart < m_limit) return true;
       close();
-      ::MoveFileExW(m_path.c_str(), (m_path + L".1").c_str(), MOVEFILE_REPLACE_EXISTING);
+      ::MoveFileExW(m_path.c_str(), m_oldPath.c_str(), MOVEFILE_REPLACE_EXISTING);
     }
     m_file = ::CreateFileW(m_path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -50,8 +70,9 @@ class LogFileSink : public LogSink {
     m_file = INVALID_HANDLE_VALUE;
   }
 
-  std::wstring m_path;
-  long long m_limit;
+  const std::wstring m_path;
+  const std::wstring m_oldPath;
+  const long long m_limit;
   HANDLE m_file = INVALID_HANDLE_VALUE;
 };
 

@@ -105,6 +105,10 @@ CS_RCPtr<CS_ProgramMonitor> CS_ProgramMonitor::take(CS_Record record) {
   }
 }
 
+void CS_ProgramMonitor::notify(const CS_Notice& notice) noexcept {
+  corvane::LocalMonitor::instance().writeNotice(notice);
+}
+
 CS_RCPtr<CS_ProgramMonitor> CS_ProgramMonitor::getDefaultMonitor() {
   DefaultMonitor& holder = defaultMonitor();
   {

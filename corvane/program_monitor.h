@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/notice.h"
 #include "corvane/rc_ptr.h"
 #include "corvane/ref_count.h"
 
@@ -59,6 +60,12 @@ class CS_ProgramMonitor {
   // report for a root, itself for a report.
   virtual CS_RCPtr<CS_ProgramMonitor> take(CS_Record record);
 
+ public:
+  // Tells how a piece of work ended. It is no record and belongs to no report; a report passes it to its root. The line
+  // is in this process's log when it returns, which needs no memory. The default writes it there and nowhere else.
+  virtual void notify(const CS_Notice& notice) noexcept;
+
+ protected:
   friend class CS_Report;
 
  private:

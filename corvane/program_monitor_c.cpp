@@ -3,12 +3,21 @@
 #include "corvane/channel.h"
 #include "corvane/exception.h"
 #include "corvane/in_request.h"
+#include "corvane/last_error.h"
 #include "corvane/local_monitor.h"
 #include "corvane/out_request.h"
+
+#include <algorithm>
 
 namespace {
 
 constexpr unsigned kReplyMilliseconds = 120000;
+
+void writeCut(CS_OutRequest& request, const std::wstring& text) {
+  request.writeUTF(text.size() <= CS_ProgramMonitor_c::kMaxNoticeText
+                       ? text.c_str()
+                       : text.substr(0, CS_ProgramMonitor_c::kMaxNoticeText).c_str());
+}
 
 }  // namespace
 
@@ -55,6 +64,26 @@ void CS_ProgramMonitor_c::write(const CS_Record& record) noexcept {
     request.execute();
   } catch (...) {
     // The record is in the log.
+  }
+}
+
+void CS_ProgramMonitor_c::notify(const CS_Notice& notice) noexcept {
+  const corvane::LastErrorKeeper keeper;
+  corvane::LocalMonitor::instance().writeNotice(notice);
+  if (!isConnected()) return;
+  try {
+    const std::size_t count = std::min<std::size_t>(notice.values.size(), CS_Notice::kMaxValues);
+    CS_OutRequest request(CS_RCPtr<CS_Component>(this), kNotify);
+    writeCut(request, notice.kind);
+    writeCut(request, notice.line);
+    request.writeInt(static_cast<int>(count));
+    for (std::size_t i = 0; i < count; ++i) {
+      writeCut(request, notice.values[i].first);
+      writeCut(request, notice.values[i].second);
+    }
+    request.execute();
+  } catch (...) {
+    // The line is in the log.
   }
 }
 

@@ -6,6 +6,7 @@
 // The client half of the program monitor: writes every record to this process's own log and sends it to the peer, a
 // component of class "Quillfern::ComponentServer::ProgramMonitor_s" in the application server, as a one-way request.
 // A record that cannot be sent is in the log all the same; nothing is recorded about that, because it would not end.
+// The same holds for notices; what is sent of one is cut, the line in the log is not.
 // When its connection ends, the local monitor becomes the default one again if this was it.
 class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
  public:
@@ -14,6 +15,12 @@ class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
   // Request numbers towards the peer.
   static constexpr int kSetProcessInfo = 1;  // int process id, text name -> boolean
   static constexpr int kRecord = 2;          // int level, int category, int number, int report, text; no reply
+  // text kind, text line, int number of values, and that many pairs of texts, name and value; no reply
+  static constexpr int kNotify = 3;
+
+  // Characters of a text in kNotify: with CS_Notice::kMaxValues values a request stays below
+  // corvane::kMaxCollectedRequest.
+  static constexpr std::size_t kMaxNoticeText = 2048;
 
   int getDataType() const override { return 4; }
   int addRef() override { return CS_Component::addRef(); }
@@ -23,6 +30,7 @@ class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
 
   // Tells the peer whose records these are; false when the peer refuses or cannot be reached within 120000 ms.
   bool setProcessInfo(unsigned long processId, const wchar_t* moduleName);
+  void notify(const CS_Notice& notice) noexcept override;
 
  protected:
   void write(const CS_Record& record) noexcept override;

@@ -12,6 +12,7 @@ class CS_Report : public CS_ProgramMonitor {
 
   CS_RCPtr<CS_ProgramMonitor> report(bool flush) override;
   const wchar_t* lastText() const override { return m_lastText.c_str(); }
+  void notify(const CS_Notice& notice) noexcept override { m_root->notify(notice); }
 
  protected:
   void write(const CS_Record& record) noexcept override;

@@ -27,4 +27,9 @@ void LogMonitor::write(const CS_Record& record) noexcept try {
 } catch (...) {
 }
 
+void LogMonitor::notify(const CS_Notice& notice) noexcept try {
+  m_log->line("aps: " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line));
+} catch (...) {
+}
+
 }  // namespace aps

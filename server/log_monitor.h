@@ -12,10 +12,12 @@ namespace aps {
 // a level that is not known.
 std::string levelWord(int level);
 
-// This process's own framework records, as lines of its log. Safe from any thread.
+// This process's own framework records and notices, as lines of its log. Safe from any thread.
 class LogMonitor : public CS_ProgramMonitor {
  public:
   explicit LogMonitor(std::shared_ptr<Log> log) : m_log(std::move(log)) {}
+
+  void notify(const CS_Notice& notice) noexcept override;
 
  protected:
   void write(const CS_Record& record) noexcept override;

@@ -27,9 +27,30 @@ bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
                                programs::oneLine(request.readUTF()));
       return true;
     }
+    case CS_ProgramMonitor_c::kNotify:
+      takeNotice(request);
+      return true;
     default:
       return CS_Component::processRequest(request);
   }
+}
+
+void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
+  CS_Notice notice;
+  notice.kind = request.readUTF();
+  notice.line = request.readUTF();
+  const int count = request.readInt();
+  if (count < 0 || count > CS_Notice::kMaxValues) {
+    m_application->log->line(m_process + ": a notice was refused: it has " + std::to_string(count) +
+                             " values, the limit is " + std::to_string(CS_Notice::kMaxValues) +
+                             "; the sender is not of this version: " + programs::oneLine(notice.line));
+    return;
+  }
+  for (int i = 0; i < count; ++i) {
+    std::wstring name = request.readUTF();
+    notice.values.emplace_back(std::move(name), request.readUTF());
+  }
+  m_application->log->line(m_process + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line));
 }
 
 }  // namespace aps

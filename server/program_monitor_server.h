@@ -9,7 +9,8 @@
 namespace aps {
 
 // The server's half of another process's program monitor: each of its records becomes a line of the log with the
-// process, the level as a word and the text. Its requests come one after another on one thread.
+// process, the level as a word and the text, and each of its notices likewise. Its requests come one after another on
+// one thread.
 class ProgramMonitorServer : public CS_Component {
  public:
   using Context = Application;
@@ -19,6 +20,8 @@ class ProgramMonitorServer : public CS_Component {
   bool processRequest(CS_InRequest& request) override;
 
  private:
+  void takeNotice(CS_InRequest& request);
+
   std::shared_ptr<Application> m_application;
   std::string m_process = "a process that did not introduce itself";
 };

@@ -17,6 +17,15 @@ class RecordingMonitor : public CS_ProgramMonitor {
     const std::lock_guard guard(m_lock);
     return m_lines;
   }
+  // Apart from the records: a notice is none.
+  std::vector<CS_Notice> notices() const {
+    const std::lock_guard guard(m_lock);
+    return m_notices;
+  }
+  void notify(const CS_Notice& notice) noexcept override {
+    const std::lock_guard guard(m_lock);
+    m_notices.push_back(notice);
+  }
   int flushes() const {
     const std::lock_guard guard(m_lock);
     return m_flushes;
@@ -24,6 +33,7 @@ class RecordingMonitor : public CS_ProgramMonitor {
   void clear() {
     const std::lock_guard guard(m_lock);
     m_lines.clear();
+    m_notices.clear();
     m_flushes = 0;
   }
 
@@ -46,6 +56,7 @@ class RecordingMonitor : public CS_ProgramMonitor {
  private:
   mutable std::mutex m_lock;
   std::vector<std::string> m_lines;
+  std::vector<CS_Notice> m_notices;
   int m_flushes = 0;
 };
 
@@ -58,6 +69,7 @@ class RecordingScope {
   RecordingScope& operator=(const RecordingScope&) = delete;
 
   std::vector<std::string> lines() const { return m_monitor->lines(); }
+  std::vector<CS_Notice> notices() const { return m_monitor->notices(); }
   // How often report(true) reached the monitor.
   int reports() const { return m_monitor->flushes(); }
   void clear() { m_monitor->clear(); }

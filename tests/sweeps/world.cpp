@@ -16,8 +16,11 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID);
 
 namespace {
 
-// Takes records and keeps none: it is called while allocations fail.
+// Takes records and notices and keeps none: it is called while allocations fail.
 class QuietMonitor : public CS_ProgramMonitor {
+ public:
+  void notify(const CS_Notice&) noexcept override {}
+
  protected:
   void write(const CS_Record&) noexcept override {}
 };

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "corvane/local_monitor.h"
+
+#include <array>
+#include <atomic>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Takes the lines of the local monitor for as long as it lives and gives them back without their time stamps. The last
+// line is kept without memory. One at a time; read by the test when nothing writes any more.
+class LocalLog {
+ public:
+  LocalLog() { corvane::LocalMonitor::instance().setSink(std::make_unique<Sink>(*this)); }
+  ~LocalLog() { corvane::LocalMonitor::instance().setSink(nullptr); }
+  LocalLog(const LocalLog&) = delete;
+  LocalLog& operator=(const LocalLog&) = delete;
+
+  std::vector<std::string> lines() const {
+    std::vector<std::string> result;
+    for (const std::string& line : m_lines)
+      result.push_back(withoutStamp(line));
+    return result;
+  }
+  std::string last() const { return withoutStamp(std::string(m_last.data(), m_lastSize)); }
+  void forgetLast() { m_lastSize = 0; }
+
+ private:
+  class Sink : public corvane::LogSink {
+   public:
+    explicit Sink(LocalLog& log) : m_log(log) {}
+    void write(std::string_view line) noexcept override {
+      m_log.m_lastSize = line.copy(m_log.m_last.data(), m_log.m_last.size());
+      try {
+        m_log.m_lines.emplace_back(line);
+      } catch (...) {  // memory is short on purpose
+      }
+    }
+
+   private:
+    LocalLog& m_log;
+  };
+
+  // Date, time, process and thread.
+  static std::string withoutStamp(const std::string& line) {
+    std::size_t at = 0;
+    for (int blank = 0; blank < 3; ++blank)
+      at = line.find(' ', at) + 1;
+    return line.substr(at);
+  }
+
+  std::vector<std::string> m_lines;
+  std::array<char, 4096> m_last{};
+  std::size_t m_lastSize = 0;
+};
