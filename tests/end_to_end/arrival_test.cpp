@@ -68,15 +68,5 @@ TEST_F(EndToEnd, CopiesOfTheSpoolersDeviceModeReachTheClient) {
   EXPECT_THAT(client->waitForLine("receiving \"hello\""), HasSubstr("3 copies"));
 }
 
-TEST_F(EndToEnd, AnApplicationsDrawingArrivesAsAPdfThroughTheDriver) {
-  const auto client = scene.startClient(5, {"Laser-2,driver=Generic PostScript,format=pdf"});
-  const auto application = spooler.draw(kPrinter, "Drawing", {"first page", "second page", "third page"});
-  EXPECT_EQ(application->wait(), 0) << application->output();
-  ASSERT_THAT(scene.files(5), ElementsAre("Drawing.pdf"));
-  const std::string pdf = scene.output(5) / "Drawing.pdf";
-  EXPECT_THAT(outputOf({"pdfinfo", pdf}), HasSubstr("Pages:           3\n"));
-  EXPECT_THAT(outputOf({"pdftotext", pdf, "-"}), HasSubstr("second page"));
-}
-
 }  // namespace
 }  // namespace tests

@@ -58,10 +58,12 @@ Spooler::~Spooler() {
 void Spooler::install() {
   const std::string mgspool = std::string(MG_WINDOWS_BIN_DIR) + "/mgspool.exe";
   run(mgspool, {"setup", "--ppd", windowsPath(ppdOfGhostscript())});
-  for (const char* port : {"CPP5", "CPP6"})
+  for (const char* session : {"5", "6", "7", "8"}) {
+    const std::string port = std::string("CPP") + session;
     run(mgspool, {"add-port", port});
-  run(mgspool, {"add-printer", "Laser-2 (session 5)", "CPP5"});
-  run(mgspool, {"add-printer", "Laser-2 (session 6)", "CPP6"});
+    for (const char* printer : {"Laser-2", "Ink"})
+      run(mgspool, {"add-printer", std::string(printer) + " (session " + session + ")", port});
+  }
   run(mgspool, {"add-printer", "Ghost (session 5)", "CPP5"});
   run(mgspool, {"add-printer", "Preview PDF (session 5)", "CPP5"});
 }
@@ -79,9 +81,11 @@ std::unique_ptr<ChildProcess> Spooler::print(const std::string& printer, const f
 }
 
 std::unique_ptr<ChildProcess> Spooler::draw(const std::string& printer, const std::string& title,
-                                            const std::vector<std::string>& pages) {
+                                            const std::vector<std::string>& pages,
+                                            const std::vector<std::string>& options) {
   std::vector<std::string> arguments = {printer, title};
   arguments.insert(arguments.end(), pages.begin(), pages.end());
+  arguments.insert(arguments.end(), options.begin(), options.end());
   return std::make_unique<ChildProcess>(command(std::string(MG_WINDOWS_BIN_DIR) + "/gdi_page.exe", arguments));
 }
 

@@ -10,8 +10,8 @@
 namespace tests {
 
 // Wine's spooler with our monitor in a private prefix of the build tree: made once, alive while the test binary runs.
-// Ports CPP5 and CPP6 exist, with the printers "Laser-2 (session 5)", "Laser-2 (session 6)", "Ghost (session 5)" and
-// "Preview PDF (session 5)".
+// Ports CPP5 to CPP8 exist, each with the printers "Laser-2 (session N)" and "Ink (session N)"; and on CPP5 stand
+// "Ghost (session 5)" and "Preview PDF (session 5)".
 class Spooler {
  public:
   // The one of this process. Throws std::runtime_error with the output of what failed.
@@ -27,7 +27,8 @@ class Spooler {
                                       const std::vector<std::string>& options = {});
   // Starts an application that draws a page for each text through GDI and the printer's driver.
   std::unique_ptr<ChildProcess> draw(const std::string& printer, const std::string& title,
-                                     const std::vector<std::string>& pages);
+                                     const std::vector<std::string>& pages,
+                                     const std::vector<std::string>& options = {});
   // Every file that printing could have left: temporary, spooled, outcomes. Empty when all is well.
   std::vector<std::string> leftovers() const;
 

@@ -1,5 +1,6 @@
 #include "tests/support/spooler/printing.h"
 
+#include "tests/support/spooler/job_number.h"
 #include "tests/support/spooler/job_outcome.h"
 #include "tests/support/spooler/system_failure.h"
 #include "util/win_handle.h"
@@ -23,21 +24,6 @@ void spoolFile(HANDLE file, HANDLE printer) {
     DWORD written = 0;
     require(WritePrinter(printer, buffer.data(), size, &written), "the spooler refuses the data");
     if (written != size) throw std::runtime_error("the spooler took a part of the data only");
-  }
-}
-
-// Wine's spooler numbers the jobs of each process from 1 and names the spool file by that number, so two processes that
-// print at a time would read each other's document. A mutex for each number says that it is in use; ours is the first
-// number that is not, and those before it are passed over.
-ObjectHandle takeJobNumber(HANDLE printer) {
-  for (DWORD number = 1;; ++number) {
-    ObjectHandle mutex(CreateMutexW(nullptr, FALSE, (L"mgspool job " + std::to_wstring(number)).c_str()));
-    require(static_cast<bool>(mutex), "the mutex of a job number cannot be made");
-    // A process that was killed has abandoned its number.
-    if (WaitForSingleObject(mutex.get(), 0) != WAIT_TIMEOUT) return mutex;
-    BYTE room[sizeof(ADDJOB_INFO_1W) + MAX_PATH * sizeof(wchar_t)];
-    DWORD needed = 0;
-    require(AddJobW(printer, 1, room, sizeof room, &needed), "a job number in use cannot be passed over");
   }
 }
 
