@@ -149,9 +149,8 @@ TEST(TraceEntry, WritesNothingWhileTracingIsOff) {
 
 TEST(TraceEntry, MarksTheBeginningAndTheEndOfAnOperation) {
   LocalLog log;
-  CS_TraceEntry::enable(true);
+  log.trace();
   { CS_TraceEntry entry(L"MGOpenPort (pName = %s)", L"CPP5"); }
-  CS_TraceEntry::enable(false);
   EXPECT_EQ((Lines{"enter MGOpenPort (pName = CPP5)", "leave MGOpenPort (pName = CPP5)"}), log.lines());
 }
 

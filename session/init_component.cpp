@@ -4,6 +4,7 @@
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "corvane/program_monitor_c.h"
+#include "session/make_component.h"
 #include "session/port_monitor_server.h"
 #include "session/start_channel.h"
 
@@ -52,16 +53,11 @@ void tellProcess(CS_ProgramMonitor_c& monitor) {
 }
 
 CS_RCPtr<CS_Component> makePortMonitor(Operation& operation, CS_Connection& connection) {
-  const CS_RCPtr<CS_ClassFactory> bridges =
-      connection.getClassFactory(CS_Bridge::m_className, CS_Bridge::m_className, true);
-  if (!bridges) operation.fail(corvane::kLevelFailure, L"Failed to get bridge class factory.");
-  const CS_RCPtr<CS_Component> bridge(bridges->newInstance(0));
-  if (!bridge) operation.fail(corvane::kLevelFailure, L"Failed to create bridge");
-  const CS_RCPtr<CS_ClassFactory> servers =
-      bridge->getClassFactory(L"Quillfern::NTR::PortMonitorServer", L"Quillfern::NTR::PortMonitorClient", true);
-  if (!servers) operation.fail(corvane::kLevelException, L"Failed to get port monitor class factory.");
-  const CS_RCPtr<CS_Component> server(servers->newInstance(0));
-  if (!server) operation.fail(corvane::kLevelException, L"Failed to create port monitor server instance.");
+  const CS_RCPtr<CS_Component> bridge =
+      mg::makeComponent(operation, connection,
+                        {CS_Bridge::m_className, CS_Bridge::m_className, corvane::kLevelFailure,
+                         L"Failed to get bridge class factory.", L"Failed to create bridge"});
+  const CS_RCPtr<CS_Component> server = mg::makeComponent(operation, *bridge, mg::kPortMonitorServerKind);
   mg::startChannel(*server);
   return server;
 }

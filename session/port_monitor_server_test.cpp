@@ -6,6 +6,7 @@
 #include "corvane/simple_class.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
 
 #include <algorithm>
@@ -150,6 +151,19 @@ TEST_F(PortMonitorServerTest, AnInstanceThatCannotBeMadeIsRecordedAtItsOwnLevel)
   ASSERT_EQ(requests.size(), 4u);
   EXPECT_THAT(requests[1], HasSubstr("Record: int 10, "));
   EXPECT_THAT(requests[1], HasSubstr("text \"Failed to create port monitor server instance.\""));
+}
+
+// The server takes the process's name and ends: its records reach the local log only, and so does what follows.
+TEST_F(PortMonitorServerTest, AConnectionThatEndsBeforeTheBridgeIsRecordedInTheLocalLog) {
+  m_world.peer().hangUpAt("ProgramMonitor_s", 1);
+  const LocalLog log;
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
+  EXPECT_THAT(
+      log.records(),
+      ElementsAre("exception: Failed to set program monitor process info.",
+                  "failure: Failed to get bridge class factory.", "exception: Failed to get bridge class factory.",
+                  "trace: Stack Trace: PortMonitorServer::InitComponent()",
+                  "failure: PortMonitorServer::getInstance - failed to initalize the component"));
 }
 
 TEST_F(PortMonitorServerTest, AFailedInitialisationIsTriedAgainFromTheStart) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/local_monitor.h"
+#include "corvane/trace_entry.h"
 
 #include <array>
 #include <atomic>
@@ -13,14 +14,38 @@
 class LocalLog {
  public:
   LocalLog() { corvane::LocalMonitor::instance().setSink(std::make_unique<Sink>(*this)); }
-  ~LocalLog() { corvane::LocalMonitor::instance().setSink(nullptr); }
+  ~LocalLog() {
+    CS_TraceEntry::enable(false);
+    corvane::LocalMonitor::instance().setSink(nullptr);
+  }
   LocalLog(const LocalLog&) = delete;
   LocalLog& operator=(const LocalLog&) = delete;
 
+  // Switches tracing on until the end of the test.
+  void trace() { CS_TraceEntry::enable(true); }
+  void clear() { m_lines.clear(); }
+
+  // "enter MGShutdown", "leave MGShutdown", "#4 failure: text".
   std::vector<std::string> lines() const {
     std::vector<std::string> result;
     for (const std::string& line : m_lines)
       result.push_back(withoutStamp(line));
+    return result;
+  }
+  // The operations that were entered, in order.
+  std::vector<std::string> entered() const {
+    std::vector<std::string> result;
+    for (const std::string& line : lines()) {
+      if (line.rfind("enter ", 0) == 0) result.push_back(line.substr(6));
+    }
+    return result;
+  }
+  // The records, "failure: text", without the number of their report.
+  std::vector<std::string> records() const {
+    std::vector<std::string> result;
+    for (const std::string& line : lines()) {
+      if (line[0] == '#') result.push_back(line.substr(line.find(' ') + 1));
+    }
     return result;
   }
   std::string last() const { return withoutStamp(std::string(m_last.data(), m_lastSize)); }

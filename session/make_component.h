@@ -1,0 +1,31 @@
+#pragma once
+
+#include "corvane/component.h"
+#include "corvane/levels.h"
+#include "corvane/rc_ptr.h"
+
+class Operation;
+
+namespace mg {
+
+// A kind of component that the monitor makes together with its peer, and what is recorded, at which level, when its
+// owner gives no factory for it or the factory gives no instance. The texts have static lifetime.
+struct ComponentKind {
+  const wchar_t* localClass;
+  const wchar_t* remoteClass;
+  int level;
+  const wchar_t* withoutFactory;
+  const wchar_t* withoutInstance;
+};
+
+// The monitor's own component towards the application server; a job has one of its own on its connection.
+inline constexpr ComponentKind kPortMonitorServerKind{
+    L"Quillfern::NTR::PortMonitorServer", L"Quillfern::NTR::PortMonitorClient", corvane::kLevelException,
+    L"Failed to get port monitor class factory.", L"Failed to create port monitor server instance."};
+
+// Makes a component of that kind on its owner, a connection or a bridge. Never null: throws CS_Exception, with the
+// kind's text recorded on the operation, when the class is not registered, the owner has ended or the peer has no class
+// that fits. Nothing is sent before the component's channel is started and its first request. Any thread may call it.
+CS_RCPtr<CS_Component> makeComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind);
+
+}  // namespace mg
