@@ -18,6 +18,7 @@ MAY_INCLUDE = {
     "server": {"util", "corvane", "programs"},
     "client": {"util", "corvane", "programs"},
     "converter": {"util", "corvane"},
+    "admin": {"util", "corvane", "programs"},
     "bench": {"util", "corvane", "tests"},
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([a-z0-9_]+)/')

@@ -1,0 +1,1 @@
+// Nothing: a module of this is there for its version.

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+namespace admin {
+
+inline constexpr wchar_t kModuleFile[] = L"MgPrintMon.dll";
+inline constexpr wchar_t kConverterFile[] = L"ps2pdf.exe";
+inline constexpr wchar_t kMonitorName[] = L"Client Printer Port";
+inline constexpr wchar_t kEnvironment[] = L"Windows x64";
+
+// Where an installation lives on a machine. Keys stand below HKEY_LOCAL_MACHINE.
+struct Places {
+  std::wstring systemFolder;
+  std::wstring root;  // the installation's own folder
+  std::wstring vendorKey = L"SOFTWARE\\Quillfern";
+  std::wstring eventSourceKey = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\MgPrintMon";
+
+  std::wstring module() const { return systemFolder + L"\\" + kModuleFile; }
+  std::wstring programs() const { return root + L"\\Programs"; }
+  std::wstring converter() const { return programs() + L"\\" + kConverterFile; }
+  std::wstring logFolder() const { return root + L"\\Log"; }
+  std::wstring logFile() const { return logFolder() + L"\\MgPrintMon.log"; }
+  std::wstring productKey() const { return vendorKey + L"\\Marrowgate"; }
+  std::wstring frameworkKey() const { return vendorKey + L"\\Corvane"; }
+  std::wstring portsKey() const { return productKey() + L"\\Printers\\Ports"; }
+  std::wstring recordKey() const { return productKey() + L"\\Installation"; }
+
+  // Those of this machine: the root is the given folder or, when that is empty, the one of the present installation, or
+  // else "Marrowgate" in the folder for programs. Throws a Failure when the folder cannot be one.
+  static Places ofThisMachine(const std::wstring& root = {});
+};
+
+}  // namespace admin

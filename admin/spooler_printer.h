@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace admin {
+
+// A printer of this machine, as far as this program has to do with it.
+struct SpoolerPrinter {
+  std::wstring name;
+  std::wstring port;
+  std::wstring driver;
+  std::wstring processor;
+  std::wstring comment;
+};
+
+// Everything throws a SystemFailure that names the printer.
+
+std::vector<SpoolerPrinter> localPrinters();
+// Those that use one of the ports.
+std::vector<SpoolerPrinter> printersOn(const std::vector<std::wstring>& ports);
+void addPrinter(const SpoolerPrinter& printer);
+// Gives a printer that is there the port, driver, processor and comment.
+void changePrinter(const SpoolerPrinter& printer);
+void deletePrinter(const std::wstring& name);
+
+// The names of the drivers for 64-bit Windows.
+std::vector<std::wstring> installedDrivers();
+// The default printer of the user who runs this; empty when there is none.
+std::wstring defaultPrinter();
+void setDefaultPrinter(const std::wstring& name);
+
+}  // namespace admin

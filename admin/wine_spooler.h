@@ -1,0 +1,29 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace admin {
+
+// What Wine's spooler does not do for a print monitor, done beside it. On Windows nothing of this runs.
+//
+// - It finds the monitor of a port only through a registry key below the monitor's own; Windows asks the monitors.
+// - It takes a monitor that opens its configuration channel without giving a handle, as ours does, for a failure; so
+//   the monitor's table is asked without the spooler, in this process.
+// - It lives inside each process that prints, and keeps a module loaded there.
+
+bool isWine();
+
+// Makes and removes the key by which Wine's spooler finds the monitor of a port. Throws a SystemFailure.
+void registerPortInWine(const std::wstring& port);
+void forgetPortInWine(const std::wstring& port);
+
+// A configuration request, straight to the monitor. Gives its answer; throws a SystemFailure when the module cannot be
+// loaded.
+DWORD askMonitorInWine(const wchar_t* command, BYTE* data, DWORD size);
+
+// Lets go of the module in this process, so that its file can be deleted. Nothing of it may be used afterwards.
+void releaseModule();
+
+}  // namespace admin
