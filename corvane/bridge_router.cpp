@@ -21,6 +21,9 @@ struct Route {
   std::mutex lock;  // guards what follows; not held while sending
   End ends[2];      // 0: where the bridge was made; 1: where it continues
   std::uint64_t bytes = 0;
+  std::uint32_t asked = 0;  // correlation of the last request from end 0 that wants a reply
+  int askedNumber = 0;      // and its number
+  int answered = 0;         // number of the last such request that was replied to
   bool ended = false;
   CS_BridgeRouter::EndHandler onEnd;
 };
@@ -91,7 +94,7 @@ bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   try {
     connection->link()->announce(header, values);
   } catch (const CS_Exception&) {
-    end(L"the connection that the bridge was to continue on has ended", nullptr);
+    end(1, L"its connection has ended", nullptr);
     return false;
   }
   return true;
@@ -105,23 +108,33 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     if (!through->ended) to = through->ends[1 - m_end];
   }
   std::uint64_t payload = 0;
+  corvane::FrameHeader question, reply;  // the last ones among the frames; no correlation when there are none
   for (std::size_t at = 0; at < frames.size();) {
     const auto bytes = frames.subspan(at);
     const corvane::FrameHeader header = corvane::decodeHeader(bytes.first<corvane::kFrameHeaderSize>());
     if (to.link == nullptr) answer(header, through == nullptr ? L"the bridge leads to no print client" : kGone);
     corvane::storeLittleEndian32(&bytes[corvane::kFrameBridgeOffset], to.bridge);
     payload += header.length;
+    if (header.kind == corvane::FrameKind::kRequest && header.wantsReply() && !header.hasMore()) question = header;
+    if (header.kind == corvane::FrameKind::kReply && !header.hasMore()) reply = header;
     at += corvane::kFrameHeaderSize + header.length;
   }
   if (to.link == nullptr) return;
   if (m_end == 0) {
     const std::lock_guard guard(through->lock);
     through->bytes += payload;
+    if (question.correlation != 0) {
+      through->asked = question.correlation;
+      through->askedNumber = question.number;
+    }
+  } else if (reply.correlation != 0) {
+    const std::lock_guard guard(through->lock);
+    if (reply.correlation == through->asked) through->answered = through->askedNumber;
   }
   try {
     to.link->sendFrames(frames);
   } catch (const CS_Exception&) {
-    end(kGone, nullptr);
+    end(1 - m_end, to.link->reason(), nullptr);
     sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), kGone);
   }
 }
@@ -135,33 +148,43 @@ void CS_BridgeRouter::answer(const corvane::FrameHeader& header, const wchar_t* 
 }
 
 bool CS_BridgeRouter::release() {
-  // The side that made the bridge closes its connection when it is done: that is no failure.
-  const CS_Channel* here = getChannel(false);
-  const bool inOrder = m_end == 0 && here != nullptr && here->link().reason() == corvane::kClosedInOrder;
-  end(inOrder ? L"" : kGone, kGone);
+  const std::shared_ptr<Route> through = route();
+  if (through == nullptr) return true;
+  std::shared_ptr<corvane::Link> here;
+  {
+    const std::lock_guard guard(through->lock);
+    here = through->ends[m_end].link;
+  }
+  if (here == nullptr) return true;  // the route has ended
+  // Whoever is done closes its connection, so that is no reason of its own.
+  const std::wstring reason = here->reason();
+  end(m_end, reason == corvane::kClosedInOrder ? std::wstring() : reason, kGone);
   return true;
 }
 
 void CS_BridgeRouter::releasedByPeer(const std::wstring& reason) {
-  end(reason, reason.c_str());
+  end(m_end, reason, reason.c_str());
 }
 
-void CS_BridgeRouter::end(const std::wstring& reason, const wchar_t* toldToOther) {
+void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* toldToOther) {
   const std::shared_ptr<Route> through = route();
   if (through == nullptr) return;
   Route::End other;
   EndHandler onEnd;
-  std::uint64_t bytes = 0;
+  Ending ending;
   {
     const std::lock_guard guard(through->lock);
     if (through->ended) return;
     through->ended = true;
     other = through->ends[1 - m_end];
     onEnd = std::move(through->onEnd);
-    bytes = through->bytes;
+    ending.bytes = through->bytes;
+    ending.answered = through->answered;
     for (Route::End& each : through->ends)
       each.link.reset();
   }
   if (toldToOther != nullptr) sendRelease(*other.link, other.bridge, toldToOther);
-  if (onEnd) onEnd(bytes, reason);
+  ending.madeHere = gone == 0;
+  ending.reason = reason;
+  if (onEnd) onEnd(ending);
 }

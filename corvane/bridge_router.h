@@ -42,16 +42,22 @@ class CS_BridgeRouter : public CS_Component {
   // The peer let this bridge go.
   void releasedByPeer(const std::wstring& reason);
 
-  // Called once when the route ends, with the bytes of payload that went from here to the other side and the reason,
-  // which is empty when the side that made the bridge closed its connection in order. Set before routeTo(). Comes on
-  // the thread of either connection.
-  using EndHandler = std::function<void(std::uint64_t bytes, const std::wstring& reason)>;
+  // How a route ended.
+  struct Ending {
+    std::uint64_t bytes = 0;  // of payload that went from here to the other side
+    int answered = 0;         // the number of the last request from here that the other side has replied to; 0 for none
+    bool madeHere = false;    // the side that made the bridge has gone, and not the one that it leads to
+    std::wstring reason;      // why that side has gone; empty when it closed its connection between two frames
+  };
+  // Called once when the route ends. Set before routeTo(). Comes on the thread of either connection.
+  using EndHandler = std::function<void(const Ending& ending)>;
   void onEnd(EndHandler handler);
 
  private:
   std::shared_ptr<corvane::Route> route() const;
   void answer(const corvane::FrameHeader& header, const wchar_t* failure);
-  void end(const std::wstring& reason, const wchar_t* toldToOther);
+  // The numbered end of the route has gone.
+  void end(int gone, const std::wstring& reason, const wchar_t* toldToOther);
 
   EndHandler m_onEnd;
   int m_end = 0;  // which end of the route this is

@@ -30,10 +30,13 @@ class RoutedTest : public EchoTest {
     twice(probe, 1);
     m_router = m_monitor.accepted()->getChild(m_bridge->getIdentifier());
     auto* router = dynamic_cast<CS_BridgeRouter*>(m_router.get());
-    router->onEnd([this](std::uint64_t bytes, const std::wstring& reason) {
+    router->onEnd([this](const CS_BridgeRouter::Ending& ending) {
       const std::lock_guard guard(m_seen.lock);
-      m_routedBytes = bytes;
-      m_reason = reason;
+      m_routedBytes = ending.bytes;
+      m_answered = ending.answered;
+      m_madeHere = ending.madeHere;
+      m_hasEnded = true;
+      m_reason = ending.reason;
       m_seen.changed.notify_all();
     });
     EXPECT_TRUE(router->routeTo(m_client.accepted()));
@@ -46,6 +49,9 @@ class RoutedTest : public EchoTest {
   }
 
   std::uint64_t m_routedBytes = 0;
+  int m_answered = 0;
+  bool m_madeHere = false;
+  bool m_hasEnded = false;
   std::wstring m_reason;
   ConnectionPair m_client;
   std::thread m_clientServer;
@@ -90,7 +96,10 @@ TEST_F(RoutedTest, WhenTheClientGoesTheWaiterLearnsOfItAndLaterSendsFail) {
   EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the other side of the bridge has gone")), failure);
   EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the other side of the bridge has gone")),
             failureOf([&] { sendBlock(m_component, {1}); }));
-  m_seen.waitFor([&] { return !m_reason.empty(); });
+  m_seen.waitFor([&] { return m_hasEnded; });
+  EXPECT_FALSE(m_madeHere);
+  EXPECT_EQ(1, m_answered);
+  EXPECT_EQ(L"the connection was closed on this side", m_reason);
 }
 
 TEST_F(RoutedTest, AJobThatIsSentToAClientThatHasGoneStopsBeforeItsEnd) {
@@ -109,8 +118,23 @@ TEST_F(RoutedTest, AJobThatIsSentToAClientThatHasGoneStopsBeforeItsEnd) {
 TEST_F(RoutedTest, WhenTheMonitorGoesTheClientsComponentIsReleased) {
   EXPECT_EQ(2, twice(m_component, 1));
   CS_Connection::destroy(m_monitor.dialedPointer(), true);
-  m_seen.waitFor([&] { return m_seen.released >= 101 && m_routedBytes > 0; });
+  m_seen.waitFor([&] { return m_seen.released >= 101 && m_hasEnded; });
+  EXPECT_GT(m_routedBytes, 0u);
+  EXPECT_TRUE(m_madeHere);
+  EXPECT_EQ(1, m_answered);
   EXPECT_EQ(L"", m_reason);
+}
+
+TEST_F(RoutedTest, SaysWhichRequestTheOtherSideHasRepliedToLast) {
+  EXPECT_EQ(2, twice(m_component, 1));
+  sendBlock(m_component, {1, 2, 3});
+  EXPECT_EQ(3, askInt(m_component, 3));
+  sendBlock(m_component, {1});
+  EXPECT_EQ(std::make_pair(kRequestRefused, std::wstring(L"the tray is empty")),
+            failureOf([&] { askInt(m_component, 4); }));
+  CS_Connection::destroy(m_monitor.dialedPointer(), true);
+  m_seen.waitFor([&] { return m_hasEnded; });
+  EXPECT_EQ(3, m_answered);
 }
 
 }  // namespace

@@ -3,8 +3,10 @@
 #include "corvane/bridge.h"
 #include "corvane/bridge_router.h"
 #include "corvane/component_server.h"
+#include "programs/administration.h"
 #include "programs/component_class.h"
 #include "programs/session_registration.h"
+#include "server/administration_server.h"
 #include "server/port_monitor_client.h"
 #include "server/program_monitor_server.h"
 #include "server/session_host.h"
@@ -25,6 +27,7 @@ void registerClasses(const std::shared_ptr<Application>& application) {
   registerAndOffer<PortMonitorClient>(programs::kPortMonitorClientClass, application);
   registerAndOffer<SessionHost>(programs::kSessionHostClass, application);
   registerAndOffer<ProgramMonitorServer>(L"Quillfern::ComponentServer::ProgramMonitor_s", application);
+  registerAndOffer<AdministrationServer>(programs::kAdministrationServerClass, application);
   CS_ComponentServer::getServer()->offerClass(CS_Bridge::m_className);
   CS_ComponentServer::getServer()->offerClass(CS_BridgeRouter::getClassName());
 }

@@ -2,8 +2,11 @@
 
 #include "server/launcher.h"
 #include "server/log.h"
+#include "server/notice_list.h"
 #include "server/session_table.h"
+#include "server/shown_jobs.h"
 
+#include <chrono>
 #include <memory>
 
 namespace aps {
@@ -16,6 +19,9 @@ struct Application {
   std::shared_ptr<Log> log;
   SessionTable sessions;
   Launcher launcher;
+  ShownJobs shownJobs;
+  NoticeList notices;
+  const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
 };
 
 // Registers the classes of this server's components and offers those that a peer may create.

@@ -15,8 +15,8 @@ void ConnectionList::serve(corvane::Socket socket) {
   std::unique_lock<std::mutex> guard(m_lock);
   if (m_sessions.size() >= m_limit) {
     guard.unlock();
-    m_log->line("connection from " + peer + " refused: there are " + std::to_string(m_limit) +
-                " connections, which is the limit; end some, or start aps with a higher --max-connections");
+    m_log->failure("connection from " + peer + " refused: there are " + std::to_string(m_limit) +
+                   " connections, which is the limit; end some, or start aps with a higher --max-connections");
     return;
   }
   const Position position = m_sessions.emplace(m_sessions.end());
@@ -27,20 +27,22 @@ void ConnectionList::serve(corvane::Socket socket) {
   } catch (const std::system_error& failure) {
     m_sessions.erase(position);
     guard.unlock();
-    m_log->line("connection from " + peer + " refused: no thread for it: " + failure.what());
+    m_log->failure("connection from " + peer + " refused: no thread for it: " + failure.what() +
+                   "; end some connections or programs of this machine");
   }
 }
 
 void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
   try {
-    serveOne(position, std::move(socket));
-  } catch (const CS_Exception& failure) {
+    const std::string peer = socket.peerName();
     try {
-      m_log->line("connection refused: " + programs::describe(failure));
-    } catch (...) {
+      serveOne(position, std::move(socket));
+    } catch (const CS_Exception& failure) {
+      m_log->failure("connection from " + peer + " refused: " + programs::describe(failure) +
+                     "; the program that made it is none of this system, or of another version");
     }
   } catch (...) {
-    m_log->line("connection ended: out of memory");
+    m_log->failure("a connection ended: out of memory");
   }
   CS_RCPtr<CS_Connection> connection;  // given back after the lock
   const std::lock_guard<std::mutex> guard(m_lock);
@@ -52,6 +54,7 @@ void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
 void ConnectionList::serveOne(Position position, corvane::Socket socket) {
   const std::string peer = socket.peerName();
   const CS_RCPtr<CS_Connection> connection = CS_Connection::accept(std::move(socket));
+  const auto process = connection->peerValues().find(L"process");
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (!m_closing) position->connection = connection;
@@ -66,7 +69,14 @@ void ConnectionList::serveOne(Position position, corvane::Socket socket) {
     if (!closing) reason = connection->serve();
   }
   CS_Connection::destroy(connection, true);
-  if (!reason.empty()) m_log->line("connection from " + peer + " ended: " + programs::oneLine(reason));
+  if (reason.empty()) return;
+  const std::string line =
+      "connection from " + peer +
+      (process == connection->peerValues().end() ? std::string()
+                                                 : ", process " + programs::oneLine(process->second) + ",") +
+      " ended: " + programs::oneLine(reason);
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_closing ? m_log->line(line) : m_log->failure(line);
 }
 
 void ConnectionList::joinEnded() {

@@ -36,7 +36,7 @@ bool Launcher::launch(const Launch& launch) {
 }
 
 void Launcher::refuse(const Launch& launch, const std::string& cause) const {
-  m_log->line(described(launch) + " was not started: " + cause);
+  m_log->failure(described(launch) + " was not started: " + cause);
 }
 
 std::string Launcher::refusal(const Launch& launch) const {

@@ -64,8 +64,17 @@ void Log::rotateLocked() {
   openLocked();
 }
 
-void Log::line(const std::string& text) noexcept try {
-  const std::string whole = timeNow() + text + "\n";
+void Log::line(const std::string& text) noexcept try { write(timeNow() + text + "\n"); } catch (...) {
+}
+
+void Log::failure(const std::string& text) noexcept try {
+  const std::string timed = timeNow() + text;
+  m_failures.add(timed);
+  write(timed + "\n");
+} catch (...) {
+}
+
+void Log::write(const std::string& whole) {
   const std::lock_guard<std::mutex> guard(m_lock);
   if (m_file != nullptr && m_size > 0 && m_size + whole.size() > m_limit) rotateLocked();
   std::FILE* target = m_path.empty() ? stderr : m_file;
@@ -73,7 +82,6 @@ void Log::line(const std::string& text) noexcept try {
   std::fwrite(whole.data(), 1, whole.size(), target);
   std::fflush(target);
   m_size += whole.size();
-} catch (...) {
 }
 
 }  // namespace aps

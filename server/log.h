@@ -1,5 +1,7 @@
 #pragma once
 
+#include "server/recent_lines.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -26,13 +28,19 @@ class Log {
 
   // The text is one line without its end.
   void line(const std::string& text) noexcept;
+  // Such a line that tells of a failure: of a job that did not arrive, or of something refused.
+  void failure(const std::string& text) noexcept;
+  // The latest lines that told of a failure, with their times.
+  const RecentLines& failures() const { return m_failures; }
 
  private:
+  void write(const std::string& whole);
   bool openLocked();
   void rotateLocked();
 
   const std::filesystem::path m_path;
   const std::uint64_t m_limit;
+  RecentLines m_failures;
   std::mutex m_lock;  // guards what follows
   std::FILE* m_file = nullptr;
   std::uint64_t m_size = 0;

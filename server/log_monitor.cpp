@@ -22,8 +22,14 @@ std::string levelWord(int level) {
   }
 }
 
+bool meansFailure(int level) {
+  return level == corvane::kLevelFailure || level == corvane::kLevelConnectionFailure ||
+         level == corvane::kLevelException;
+}
+
 void LogMonitor::write(const CS_Record& record) noexcept try {
-  m_log->line("aps: " + levelWord(record.level) + ": " + programs::oneLine(record.text));
+  const std::string line = "aps: " + levelWord(record.level) + ": " + programs::oneLine(record.text);
+  meansFailure(record.level) ? m_log->failure(line) : m_log->line(line);
 } catch (...) {
 }
 

@@ -11,6 +11,8 @@ namespace aps {
 // A record's level as a word: "failure", "note", "stack trace", "connection" or "exception", and the number itself for
 // a level that is not known.
 std::string levelWord(int level);
+// Whether a record of that level tells of a failure, and not only where it passed or what was cleaned up.
+bool meansFailure(int level);
 
 // This process's own framework records and notices, as lines of its log. Safe from any thread.
 class LogMonitor : public CS_ProgramMonitor {

@@ -43,6 +43,16 @@ TEST_F(LogTest, WritesOneLineWithTheTimeInFront) {
   EXPECT_EQ(text, "9999-99-99 99:99:99.999 aps starts\n");
 }
 
+TEST_F(LogTest, KeepsTheLinesOfFailuresAsTheyStandInTheFile) {
+  Log log(m_file);
+  log.line("aps starts");
+  log.failure("job refused");
+  const auto kept = log.failures().latest(10);
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].substr(23), " job refused");
+  EXPECT_NE(read(m_file).find("\n" + kept[0] + "\n"), std::string::npos);
+}
+
 TEST_F(LogTest, AppendsToWhatIsThere) {
   Log(m_file).line("first");
   Log(m_file).line("second");

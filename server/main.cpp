@@ -56,6 +56,7 @@ int programMain(const std::vector<std::string>& arguments) {
   while (auto socket = listener->accept())
     connections.serve(std::move(*socket));
 
+  application->notices.close();
   connections.endAll();
   application->launcher.endAll();
   log->line("aps stops");

@@ -1,8 +1,10 @@
 #include "server/port_monitor_client.h"
 
-#include "corvane/bridge_router.h"
+#include "corvane/connection.h"
 #include "corvane/in_request.h"
 #include "programs/one_line.h"
+#include "server/log_thrown.h"
+#include "server/printer_name.h"
 
 namespace aps {
 namespace {
@@ -18,7 +20,20 @@ std::string unknownPrinter() {
 
 }  // namespace
 
+std::string PortMonitorClient::peerProcess() {
+  const CS_RCPtr<CS_Component> root = getRootOwner();
+  const auto* connection = dynamic_cast<CS_Connection*>(root.get());
+  if (connection == nullptr) return "unknown";
+  const auto process = connection->peerValues().find(L"process");
+  return process == connection->peerValues().end() ? "unknown" : programs::oneLine(process->second);
+}
+
 bool PortMonitorClient::processRequest(CS_InRequest& request) {
+  return logThrown(*m_application->log, "process " + peerProcess() + ": request", request,
+                   [&] { return serve(request); });
+}
+
+bool PortMonitorClient::serve(CS_InRequest& request) {
   switch (request.number()) {
     case kAttachPrintJobToSession:
       attachPrintJobToSession(request);
@@ -47,8 +62,8 @@ void PortMonitorClient::attachPrintJobToSession(CS_InRequest& request) {
   CS_ClassVersionMap clientVersions;
   const std::string cause = attach(printer, processId, router, monitorVersions, clientVersions);
   if (!cause.empty()) {
-    m_application->log->line("job refused: printer " + quoted(printer) + ", process " + std::to_string(processId) +
-                             ": " + cause);
+    m_application->log->failure("job refused: printer " + quoted(printer) + ", process " + std::to_string(processId) +
+                                ": " + cause);
   }
   request.reply().writeBoolean(cause.empty());
   if (cause.empty()) {
@@ -68,25 +83,50 @@ std::string PortMonitorClient::attach(const std::wstring& printerName, int proce
   const CS_RCPtr<CS_Component> component = getRootOwner()->getChild(static_cast<std::uint32_t>(router));
   const CS_RCPtr<CS_BridgeRouter> bridge(dynamic_cast<CS_BridgeRouter*>(component.get()));
   if (!bridge) return "the request names no bridge of its connection; the port monitor is not of this version";
+  if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor is not of this version";
 
   const std::string job = "printer " + quoted(printerName) + ", session " + std::to_string(found->session) +
                           ", process " + std::to_string(processId);
-  bridge->onEnd([log = m_application->log, job](std::uint64_t bytes, const std::wstring& reason) {
-    log->line("job ended: " + job + ": " + std::to_string(bytes) + " bytes passed on; " +
-              (reason.empty() ? "closed in order" : programs::oneLine(reason)));
+  bridge->onEnd([application = m_application, job, printerName](const CS_BridgeRouter::Ending& ending) {
+    jobEnded(*application, job, printerName, ending);
   });
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(monitor, CS_Component::kSetVersionsOnOwnPeer);
   m_application->log->line("job attached: " + job);
-  if (!bridge->routeTo(found->client)) return "the session's print client has just gone; print again when it is back";
+  if (!bridge->routeTo(found->client)) {
+    return "the print client of session " + std::to_string(found->session) +
+           " has just gone; print again when it is back";
+  }
   client = found->versions;
   return "";
+}
+
+void PortMonitorClient::jobEnded(Application& application, const std::string& job, const std::wstring& printer,
+                                 const CS_BridgeRouter::Ending& ending) {
+  const std::string passed = job + ": " + std::to_string(ending.bytes) + " bytes passed on; ";
+  if (ending.answered == kEndJob) {
+    application.log->line("job ended: " + passed + "the print client has answered its end");
+    return;
+  }
+  if (ending.madeHere && application.shownJobs.take(foldedName(printer))) {
+    application.log->line("job ended: " + passed + "a program was started to show it instead");
+    return;
+  }
+  const std::string why = ending.reason.empty() ? "" : " (" + programs::oneLine(ending.reason) + ")";
+  application.log->failure(
+      "job cut: " + passed +
+      (ending.madeHere
+           ? "the port monitor left before its end" + why + "; its log says what failed there, then print again"
+           : "the session's print client has gone before its end" + why + "; start it and print again"));
 }
 
 void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
   const std::wstring name = request.readUTF();
   const auto found = m_application->sessions.find(name);
-  if (!found) m_application->log->line("printer " + quoted(name) + " was asked for: " + unknownPrinter());
+  if (!found) {
+    m_application->log->failure("printer " + quoted(name) + " was asked for by process " + peerProcess() + ": " +
+                                unknownPrinter());
+  }
   auto& reply = request.reply();
   reply.writeBoolean(found.has_value());
   if (found) {
@@ -127,6 +167,7 @@ void PortMonitorClient::launchApplication(CS_InRequest& request) {
   } else {
     launch.session = found->session;
     launched = m_application->launcher.launch(launch);
+    if (launched) m_application->shownJobs.add(foldedName(launch.printer));
   }
   request.reply().writeBoolean(launched);
   request.sendReply();

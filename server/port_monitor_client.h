@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/bridge_router.h"
 #include "corvane/component.h"
 #include "server/application.h"
 
@@ -26,8 +27,12 @@ class PortMonitorClient : public CS_Component {
   static constexpr int kGetPrinterList = 6;
   // text program, text arguments, boolean and, when it is true, text printer name -> boolean launched
   static constexpr int kLaunchApplication = 7;
+  // The request that ends a job, from the port monitor to the print client: a job whose end the print client has not
+  // answered was cut.
+  static constexpr int kEndJob = 3;
 
  private:
+  bool serve(CS_InRequest& request);
   void attachPrintJobToSession(CS_InRequest& request);
   void getPrinterInfo(CS_InRequest& request);
   void getPrinterList(CS_InRequest& request);
@@ -35,6 +40,12 @@ class PortMonitorClient : public CS_Component {
   // Continues the job's bridge in the session's print client. An empty answer is success, otherwise the cause.
   std::string attach(const std::wstring& printerName, int processId, int router, const CS_ClassVersionMap& monitor,
                      CS_ClassVersionMap& client);
+
+  // Writes the line of a job's end; job says which one it was, printer is its name on this server.
+  static void jobEnded(Application& application, const std::string& job, const std::wstring& printer,
+                       const CS_BridgeRouter::Ending& ending);
+  // The process at the other end, as it introduced itself.
+  std::string peerProcess();
 
   std::shared_ptr<Application> m_application;
 };

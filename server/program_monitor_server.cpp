@@ -1,13 +1,21 @@
 #include "server/program_monitor_server.h"
 
 #include "corvane/in_request.h"
+#include "corvane/levels.h"
 #include "corvane/program_monitor_c.h"
 #include "programs/one_line.h"
 #include "server/log_monitor.h"
+#include "server/log_thrown.h"
+
+#include <algorithm>
 
 namespace aps {
 
 bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
+  return logThrown(*m_application->log, m_process + ": request", request, [&] { return serve(request); });
+}
+
+bool ProgramMonitorServer::serve(CS_InRequest& request) {
   switch (request.number()) {
     case CS_ProgramMonitor_c::kSetProcessInfo: {
       const int processId = request.readInt();
@@ -22,9 +30,7 @@ bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
       request.readInt();  // the category is the same for all records of the port monitor
       request.readInt();  // the message number stands in the text
       const int report = request.readInt();
-      const std::string group = report != 0 ? " #" + std::to_string(report) : "";
-      m_application->log->line(m_process + group + ": " + levelWord(level) + ": " +
-                               programs::oneLine(request.readUTF()));
+      takeRecord(level, report, programs::oneLine(request.readUTF()));
       return true;
     }
     case CS_ProgramMonitor_c::kNotify:
@@ -35,22 +41,41 @@ bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
   }
 }
 
+void ProgramMonitorServer::takeRecord(int level, int report, const std::string& text) {
+  const std::string group = report != 0 ? " #" + std::to_string(report) : "";
+  const std::string line = m_process + group + ": " + levelWord(level) + ": " + text;
+  // An exception as a rule repeats the failure that it was thrown for.
+  const bool repeats = level == corvane::kLevelException && report == m_lastReport && text == m_lastFailure;
+  if (!meansFailure(level) || repeats) {
+    m_application->log->line(line);
+    return;
+  }
+  m_application->log->failure(line);
+  m_lastReport = report;
+  m_lastFailure = text;
+}
+
 void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   CS_Notice notice;
   notice.kind = request.readUTF();
   notice.line = request.readUTF();
   const int count = request.readInt();
   if (count < 0 || count > CS_Notice::kMaxValues) {
-    m_application->log->line(m_process + ": a notice was refused: it has " + std::to_string(count) +
-                             " values, the limit is " + std::to_string(CS_Notice::kMaxValues) +
-                             "; the sender is not of this version: " + programs::oneLine(notice.line));
+    m_application->log->failure(m_process + ": a notice was refused: it has " + std::to_string(count) +
+                                " values, the limit is " + std::to_string(CS_Notice::kMaxValues) +
+                                "; the sender is not of this version: " + programs::oneLine(notice.line));
     return;
   }
   for (int i = 0; i < count; ++i) {
     std::wstring name = request.readUTF();
     notice.values.emplace_back(std::move(name), request.readUTF());
   }
-  m_application->log->line(m_process + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line));
+  const std::string line = m_process + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line);
+  const bool failed = std::any_of(notice.values.begin(), notice.values.end(), [](const auto& value) {
+    return value.first == L"result" && value.second == L"failed";
+  });
+  failed ? m_application->log->failure(line) : m_application->log->line(line);
+  m_application->notices.add(std::move(notice));
 }
 
 }  // namespace aps

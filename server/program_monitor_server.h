@@ -9,7 +9,8 @@
 namespace aps {
 
 // The server's half of another process's program monitor: each of its records becomes a line of the log with the
-// process, the level as a word and the text, and each of its notices likewise. Its requests come one after another on
+// process, the level as a word and the text, and each of its notices likewise, which is also kept
+// for whoever waits for it. Its requests come one after another on
 // one thread.
 class ProgramMonitorServer : public CS_Component {
  public:
@@ -20,10 +21,14 @@ class ProgramMonitorServer : public CS_Component {
   bool processRequest(CS_InRequest& request) override;
 
  private:
+  bool serve(CS_InRequest& request);
+  void takeRecord(int level, int report, const std::string& text);
   void takeNotice(CS_InRequest& request);
 
   std::shared_ptr<Application> m_application;
   std::string m_process = "a process that did not introduce itself";
+  int m_lastReport = 0;
+  std::string m_lastFailure;
 };
 
 }  // namespace aps

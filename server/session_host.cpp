@@ -5,6 +5,7 @@
 #include "corvane/message_numbers.h"
 #include "programs/one_line.h"
 #include "programs/session_registration.h"
+#include "server/log_thrown.h"
 #include "server/printer_name.h"
 
 namespace aps {
@@ -56,8 +57,10 @@ void SessionHost::leave() noexcept try {
 
 bool SessionHost::processRequest(CS_InRequest& request) {
   if (request.number() != programs::kBringPrinters) return CS_Component::processRequest(request);
-  bringPrinters(request);
-  return true;
+  return logThrown(*m_application->log, "a print client's request", request, [&] {
+    bringPrinters(request);
+    return true;
+  });
 }
 
 void SessionHost::bringPrinters(CS_InRequest& request) {
@@ -93,11 +96,18 @@ void SessionHost::bringPrinters(CS_InRequest& request) {
   const std::string name = "session " + std::to_string(session) + ": ";
   request.reply().writeBoolean(admission.accepted());
   if (admission.accepted()) {
+    if (admission.forgotten) {
+      m_application->log->failure("session " + std::to_string(*admission.forgotten) +
+                                  " and its printers were forgotten to make room for session " +
+                                  std::to_string(session) +
+                                  "; they are known again when its print client comes back; aps remembers more with a "
+                                  "higher --max-sessions");
+    }
     m_application->log->line(name + "a print client brings " + quotedList(admission.localNames));
     for (const std::wstring& local : admission.localNames)
       request.reply().writeText(local.c_str());
   } else {
-    m_application->log->line(name + "a print client was refused: " + programs::oneLine(admission.refusal));
+    m_application->log->failure(name + "a print client was refused: " + programs::oneLine(admission.refusal));
     request.reply().writeText(admission.refusal.c_str());
   }
   request.sendReply();

@@ -19,7 +19,7 @@ std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>
   return printersRefusal(printers);
 }
 
-bool SessionTable::makeRoomLocked() {
+bool SessionTable::makeRoomLocked(std::optional<int>& forgotten) {
   if (m_sessions.size() < m_limits.sessions) return true;
   auto oldest = m_sessions.end();
   for (auto at = m_sessions.begin(); at != m_sessions.end(); ++at) {
@@ -30,6 +30,7 @@ bool SessionTable::makeRoomLocked() {
   const int session = oldest->first;
   std::erase_if(m_byName, [session](const auto& item) { return item.second.first == session; });
   m_sessions.erase(oldest);
+  forgotten = session;
   return true;
 }
 
@@ -39,7 +40,7 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   Admission admission;
   admission.refusal = refusalLocked(session, printers);
   if (!admission.accepted()) return admission;
-  if (m_sessions.count(session) == 0 && !makeRoomLocked()) {
+  if (m_sessions.count(session) == 0 && !makeRoomLocked(admission.forgotten)) {
     admission.refusal =
         L"this server has " + std::to_wstring(m_limits.sessions) + L" sessions with a print client, which is its limit";
     return admission;
@@ -53,6 +54,7 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   entry.printers = std::move(printers);
   entry.versions = versions;
   entry.client = client;
+  entry.since = std::chrono::system_clock::now();
   return admission;
 }
 
@@ -63,6 +65,7 @@ bool SessionTable::leave(int session, const CS_Connection* client) {
   if (known == m_sessions.end() || !known->second.client || known->second.client.get() != client) return false;
   gone = std::move(known->second.client);
   known->second.leftAt = ++m_departures;
+  known->second.since = std::chrono::system_clock::now();
   return true;
 }
 
@@ -83,6 +86,14 @@ std::vector<std::wstring> SessionTable::localNames(int session) const {
   for (const Printer& printer : known->second.printers)
     names.push_back(localPrinterName(printer.name(), session));
   return names;
+}
+
+std::vector<SessionTable::Status> SessionTable::status() const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  std::vector<Status> all;
+  for (const auto& [number, entry] : m_sessions)
+    all.push_back({number, static_cast<bool>(entry.client), entry.since, entry.printers});
+  return all;
 }
 
 }  // namespace aps

@@ -4,6 +4,7 @@
 #include "corvane/connection.h"
 #include "server/printer.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -29,7 +30,8 @@ class SessionTable {
   // The outcome of a registration: the local names in the order of the printers, or why it was refused.
   struct Admission {
     std::vector<std::wstring> localNames;
-    std::wstring refusal;  // empty when accepted
+    std::wstring refusal;          // empty when accepted
+    std::optional<int> forgotten;  // the session that made room for this one
     bool accepted() const { return refusal.empty(); }
   };
 
@@ -38,6 +40,14 @@ class SessionTable {
     int session = 0;
     CS_RCPtr<CS_Connection> client;  // null while the session has no print client
     CS_ClassVersionMap versions;     // of that client
+  };
+
+  // A session as an administrator sees it.
+  struct Status {
+    int number = 0;
+    bool connected = false;
+    std::chrono::system_clock::time_point since;  // of which it is (not) connected
+    std::vector<Printer> printers;                // in the order of the registration
   };
 
   explicit SessionTable(const Limits& limits) : m_limits(limits) {}
@@ -52,6 +62,8 @@ class SessionTable {
   std::optional<Found> find(const std::wstring& localName) const;
   // The local names of a session's printers; empty for a session that has never had a client.
   std::vector<std::wstring> localNames(int session) const;
+  // All sessions in the order of their numbers.
+  std::vector<Status> status() const;
 
  private:
   struct Entry {
@@ -59,10 +71,12 @@ class SessionTable {
     CS_ClassVersionMap versions;
     CS_RCPtr<CS_Connection> client;
     std::uint64_t leftAt = 0;  // order in which clients left
+    std::chrono::system_clock::time_point since;
   };
 
   std::wstring refusalLocked(int session, const std::vector<Printer>& printers) const;
-  bool makeRoomLocked();
+  // False when every session has a client; otherwise forgotten is the session that was given up, if any.
+  bool makeRoomLocked(std::optional<int>& forgotten);
 
   const Limits m_limits;
   mutable std::mutex m_lock;  // guards what follows

@@ -90,10 +90,32 @@ TEST_F(SessionTableTest, TheSessionThatIsLongestWithoutClientMakesRoom) {
             L"this server has 2 sessions with a print client, which is its limit");
   m_table.leave(2, m_other.get());
   m_table.leave(1, m_client.get());
-  EXPECT_TRUE(enter(3, {named(L"A")}, m_client).accepted());
+  const auto admission = enter(3, {named(L"A")}, m_client);
+  EXPECT_TRUE(admission.accepted());
+  EXPECT_EQ(admission.forgotten, 2);
   EXPECT_THAT(m_table.localNames(2), IsEmpty());
   EXPECT_FALSE(m_table.find(L"A (session 2)"));
   EXPECT_THAT(m_table.localNames(1), ElementsAre(L"A (session 1)"));
+}
+
+TEST_F(SessionTableTest, TellsEachSessionAndSinceWhenItIsConnectedOrNot) {
+  const auto before = std::chrono::system_clock::now();
+  EXPECT_FALSE(enter(7, {named(L"B"), named(L"A")}, m_client).forgotten);
+  enter(5, {named(L"C")}, m_other);
+  const auto between = std::chrono::system_clock::now();
+  m_table.leave(5, m_other.get());
+  const auto all = m_table.status();
+  ASSERT_EQ(all.size(), 2u);
+  EXPECT_EQ(all[0].number, 5);
+  EXPECT_FALSE(all[0].connected);
+  EXPECT_GE(all[0].since, between);
+  EXPECT_EQ(all[1].number, 7);
+  EXPECT_TRUE(all[1].connected);
+  EXPECT_GE(all[1].since, before);
+  EXPECT_LE(all[1].since, between);
+  ASSERT_EQ(all[1].printers.size(), 2u);
+  EXPECT_EQ(all[1].printers[0].name(), L"B");
+  EXPECT_EQ(all[1].printers[1].name(), L"A");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@ namespace tests {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 
 bool longTests() {
   return std::getenv("MG_LONG_TESTS") != nullptr;
@@ -109,7 +110,8 @@ TEST(Arrival, AJobHasItsLinesInTheServersLogAndAtTheClient) {
   EXPECT_EQ(client->waitForLine("printed"), "printed \"Report\": 5 bytes to Report.txt");
   const std::string job = "printer \"Laser-2 (session 5)\", session 5, process 1234";
   scene.server().waitForLine("job attached: " + job);
-  scene.server().waitForLine("job ended: " + job + ": ");
+  EXPECT_THAT(scene.server().waitForLine("job ended: " + job + ": "),
+              EndsWith("; the print client has answered its end"));
 }
 
 }  // namespace

@@ -9,7 +9,9 @@
 namespace tests {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -41,7 +43,10 @@ TEST(Failures, AKilledClientPrintsNothingAndItsLeftoversGoWithTheNextOne) {
   client->signal(SIGKILL);
   client->wait();
   scene.server().waitForLine("session 5: the print client has gone");
-  scene.server().waitForLine("job ended: ");
+  EXPECT_THAT(
+      scene.server().waitForLine("job cut: "),
+      ContainsRegex("job cut: printer \"Laser-2 .session 5.\", session 5, process 1234: [0-9]+ bytes passed on; "
+                    "the session's print client has gone before its end.*; start it and print again"));
   EXPECT_FALSE(isPrinted(peer));
   EXPECT_THAT(scene.files(5), SizeIs(1));
   ChildProcess next(scene.clientCommand(5, {"Laser-2"}));
@@ -82,6 +87,8 @@ TEST(Failures, AJobThatItsMonitorLeavesIsDroppedAndTheNextOnePrints) {
     MonitorPeer peer(scene.port());
     begin(peer, *client);
   }
+  EXPECT_THAT(scene.server().waitForLine("job cut: printer \"Laser-2 (session 5)\", session 5, process 1234: "),
+              HasSubstr("the port monitor left before its end; its log says what failed there, then print again"));
   client->waitForLine("dropped \"Report\"");
   EXPECT_THAT(scene.files(5), IsEmpty());
   MonitorPeer peer(scene.port());

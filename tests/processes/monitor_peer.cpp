@@ -162,14 +162,27 @@ int MonitorPeer::endJob(unsigned timeoutMilliseconds) {
   return reply.readInt();
 }
 
-void MonitorPeer::record(unsigned long processId, const wchar_t* module, int level, const wchar_t* text) {
+CS_RCPtr<CS_ProgramMonitor> MonitorPeer::makeMonitor(unsigned long processId, const wchar_t* module) {
   const auto component =
       makeComponent(*m_connection, CS_ProgramMonitor_c::m_className, L"Quillfern::ComponentServer::ProgramMonitor_s");
   const CS_RCPtr<CS_ProgramMonitor_c> monitor(dynamic_cast<CS_ProgramMonitor_c*>(component.get()));
   if (!monitor || !monitor->setProcessInfo(processId, module)) {
     throw CS_Exception(corvane::kRequestRefused, L"the server does not take records");
   }
-  monitor->recordText(level, 0x80080000LL, L"%s", text);
+  return monitor.get();
+}
+
+void MonitorPeer::record(unsigned long processId, const wchar_t* module, int level, const wchar_t* text) {
+  makeMonitor(processId, module)->recordText(level, 0x80080000LL, L"%s", text);
+}
+
+void MonitorPeer::recordThrown(unsigned long processId, const wchar_t* module, const wchar_t* text) {
+  const auto report = makeMonitor(processId, module)->recordText(0x4000000a, 0x80080000LL, L"%s", text);
+  report->recordText(10, 0x80080000LL, L"%s", text);
+}
+
+void MonitorPeer::notify(unsigned long processId, const wchar_t* module, const CS_Notice& notice) {
+  makeMonitor(processId, module)->notify(notice);
 }
 
 }  // namespace tests

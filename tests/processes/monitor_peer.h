@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/connection.h"
+#include "corvane/notice.h"
 
 #include <array>
 #include <optional>
@@ -41,10 +42,14 @@ class MonitorPeer {
 
   // Introduces this process to the server's log and sends one record.
   void record(unsigned long processId, const wchar_t* module, int level, const wchar_t* text);
+  // The two records of one report that a failure leaves which is thrown and caught.
+  void recordThrown(unsigned long processId, const wchar_t* module, const wchar_t* text);
+  void notify(unsigned long processId, const wchar_t* module, const CS_Notice& notice);
 
   const CS_RCPtr<CS_Connection>& connection() const { return m_connection; }
 
  private:
+  CS_RCPtr<CS_ProgramMonitor> makeMonitor(unsigned long processId, const wchar_t* module);
   CS_RCPtr<CS_Component> makeComponent(CS_Component& owner, const wchar_t* local, const wchar_t* remote);
 
   CS_RCPtr<CS_Connection> m_connection;

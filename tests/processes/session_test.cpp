@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 namespace tests {
 namespace {
@@ -51,7 +52,8 @@ TEST(Sessions, AnUnknownPrinterIsRefusedWithTheCauseInTheLog) {
   Scene scene;
   MonitorPeer peer(scene.port());
   EXPECT_FALSE(peer.printerInfo(L"Nobody's"));
-  scene.server().waitForLine("printer \"Nobody's\" was asked for: no session has a printer of that name");
+  scene.server().waitForLine("printer \"Nobody's\" was asked for by process " + std::to_string(getpid()) +
+                             ": no session has a printer of that name");
   EXPECT_FALSE(peer.attach(L"Nobody's"));
   scene.server().waitForLine(
       "job refused: printer \"Nobody's\", process 1234: no session has a printer of that name; start");

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "corvane/component.h"
+#include "server/application.h"
+
+#include <atomic>
+#include <memory>
+
+namespace aps {
+
+// The application server's half of an administration tool's questions; see programs/administration.h. A question that
+// waits for a notice holds the thread of its own connection, and ends when this component is released.
+class AdministrationServer : public CS_Component {
+ public:
+  using Context = Application;
+  explicit AdministrationServer(std::shared_ptr<Application> application) : m_application(std::move(application)) {}
+
+  bool release() override;
+  bool processRequest(CS_InRequest& request) override;
+
+  // The longest wait for a notice.
+  static constexpr int kMaxWaitMilliseconds = 5000;
+  // Bytes of a status reply. Past it the printers' optional texts other than the driver's name are left out; where that
+  // is not enough, the request is refused.
+  static constexpr std::size_t kMaxStatusBytes = 3 * 1024 * 1024;
+
+ private:
+  void status(CS_InRequest& request);
+  void records(CS_InRequest& request);
+  void notices(CS_InRequest& request);
+
+  std::shared_ptr<Application> m_application;
+  std::atomic<bool> m_released{false};
+};
+
+}  // namespace aps

@@ -1,0 +1,248 @@
+#include "server/administration_server.h"
+
+#include "corvane/exception.h"
+#include "corvane/in_request.h"
+#include "corvane/message_numbers.h"
+#include "corvane/out_request.h"
+#include "corvane/process.h"
+#include "corvane/simple_class.h"
+#include "corvane/text.h"
+#include "programs/administration.h"
+#include "programs/paths.h"
+#include "tests/support/connection_pair.h"
+
+#include <filesystem>
+#include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::MatchesRegex;
+using ::testing::SizeIs;
+
+constexpr unsigned kReplyMilliseconds = 60000;
+
+// The reply as readable text, one value a line, as its layout in programs/administration.h says.
+std::string text(CS_InRequest& reply) {
+  return corvane::toUtf8(reply.readUTF());
+}
+
+// Times as "T", so that replies can be compared.
+std::string time(CS_InRequest& reply) {
+  const std::string value = text(reply);
+  EXPECT_THAT(value, MatchesRegex("....-..-..T..:..:..Z"));
+  return "T";
+}
+
+class AdministrationServerTest : public ::testing::Test {
+ protected:
+  AdministrationServerTest() {
+    CS_ComponentServer::initialize(0, 0);
+    m_application = std::make_shared<Application>(std::make_shared<Log>(m_logFile), SessionTable::Limits{256, 64},
+                                                  Launcher::Settings{});
+    registerClasses(m_application);
+    CS_ComponentServer::getServer()->registerClass(programs::kAdministrationClientClass,
+                                                   new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+    m_pair = std::make_unique<ConnectionPair>();
+    m_tool =
+        makeComponent(m_pair->dialed(), programs::kAdministrationClientClass, programs::kAdministrationServerClass);
+  }
+  ~AdministrationServerTest() override {
+    m_tool = nullptr;
+    m_pair.reset();
+    m_application.reset();
+    std::error_code ignored;
+    std::filesystem::remove(m_logFile, ignored);
+  }
+
+  // Number, connected, since, then each printer with its texts.
+  std::vector<std::string> status() {
+    CS_OutRequest request(m_tool, programs::kStatus);
+    CS_InRequest reply(request);
+    request.execute(reply, kReplyMilliseconds);
+    std::vector<std::string> lines;
+    m_version = text(reply);
+    m_process = reply.readInt();
+    m_since = time(reply);
+    for (int sessions = reply.readInt(); sessions > 0; --sessions) {
+      std::string line = std::to_string(reply.readInt());
+      line += reply.readBoolean() ? " connected " : " away ";
+      line += time(reply);
+      for (int printers = reply.readInt(); printers > 0; --printers) {
+        line += "; " + text(reply);
+        for (int i = 0; i < programs::kPrinterTexts; ++i)
+          line += reply.readBoolean() ? "," + text(reply) : ",-";
+        line += reply.readBoolean() ? " default " : " ";
+        line += std::to_string(reply.readInt()) + " ";
+        line += std::to_string(reply.readInt());
+      }
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  std::vector<std::string> records(int count) {
+    CS_OutRequest request(m_tool, programs::kRecords);
+    request.writeInt(count);
+    CS_InRequest reply(request);
+    request.execute(reply, kReplyMilliseconds);
+    std::vector<std::string> lines;
+    while (reply.readBoolean())
+      lines.push_back(text(reply));
+    return lines;
+  }
+
+  std::vector<std::string> notices(int after, int wait) {
+    CS_OutRequest request(m_tool, programs::kNotices);
+    request.writeInt(after);
+    request.writeInt(wait);
+    CS_InRequest reply(request);
+    request.execute(reply, kReplyMilliseconds);
+    std::vector<std::string> lines = {"latest " + std::to_string(reply.readInt())};
+    while (reply.readBoolean()) {
+      std::string line = std::to_string(reply.readInt()) + " ";
+      line += time(reply) + " ";
+      line += text(reply) + ": ";
+      line += text(reply);
+      for (int values = reply.readInt(); values > 0; --values) {
+        line += " " + text(reply);
+        line += "=" + text(reply);
+      }
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  static Printer printer(const std::wstring& name) {
+    Printer made;
+    made.texts[0] = name;
+    made.value = 1;
+    return made;
+  }
+
+  const std::filesystem::path m_logFile =
+      std::filesystem::temp_directory_path() / ("aps_administration_" + std::to_string(corvane::processId()) + ".log");
+  std::shared_ptr<Application> m_application;
+  std::unique_ptr<ConnectionPair> m_pair;
+  CS_RCPtr<CS_Component> m_tool;
+  std::string m_version, m_since;
+  int m_process = 0;
+};
+
+TEST_F(AdministrationServerTest, TellsItsVersionItsProcessAndSinceWhenItRuns) {
+  EXPECT_THAT(status(), SizeIs(0));
+  EXPECT_EQ(m_version, "4.0.1.0");
+  EXPECT_EQ(m_process, static_cast<int>(corvane::processId()));
+  EXPECT_EQ(m_since, "T");
+}
+
+TEST_F(AdministrationServerTest, TellsEachSessionWithAllThatItsClientBrought) {
+  Printer laser = printer(L"Laser-2");
+  for (int i = 1; i < 8; ++i)
+    laser.texts[static_cast<std::size_t>(i)] = L"t" + std::to_wstring(i);
+  laser.flag = true;
+  laser.value = 3;
+  laser.secondValue = 600;
+  m_application->sessions.enter(7, {printer(L"Plotter")}, CS_ClassVersionMap(), m_pair->accepted());
+  m_application->sessions.enter(5, {laser, printer(L"Ink")}, CS_ClassVersionMap(), m_pair->accepted());
+  m_application->sessions.leave(7, m_pair->accepted().get());
+  EXPECT_THAT(status(),
+              ElementsAre("5 connected T; Laser-2 (session 5),Laser-2,t1,t2,t3,t4,t5,t6,t7 default 3 600; Ink "
+                          "(session 5),Ink,-,-,-,-,-,-,- 1 0",
+                          "7 away T; Plotter (session 7),Plotter,-,-,-,-,-,-,- 1 0"));
+  m_application->sessions.leave(5, m_pair->accepted().get());
+}
+
+TEST_F(AdministrationServerTest, LeavesTextsOutThatOneAnswerCannotHold) {
+  Printer wordy = printer(L"Laser-2");
+  for (const std::size_t i : {1u, 3u})
+    wordy.texts[i] = std::wstring(30000, L'x');
+  wordy.texts[3] = L"driver";
+  for (int session = 1; session <= 60; ++session)
+    m_application->sessions.enter(session, {wordy}, CS_ClassVersionMap(), m_pair->accepted());
+  EXPECT_EQ(status().at(59), "60 connected T; Laser-2 (session 60),Laser-2,-,-,driver,-,-,-,- 1 0");
+  wordy.texts[3] = std::wstring(30000, L'x');
+  for (int session = 61; session <= 120; ++session)
+    m_application->sessions.enter(session, {wordy}, CS_ClassVersionMap(), m_pair->accepted());
+  try {
+    status();
+    FAIL() << "an answer of any size";
+  } catch (const CS_Exception& failure) {
+    EXPECT_EQ(failure.number(), corvane::kRequestRefused);
+    EXPECT_STREQ(failure.detail(), L"the printers of 120 sessions are too many for one answer");
+  }
+  EXPECT_TRUE(m_pair->dialed().isConnected());
+  for (int session = 1; session <= 120; ++session)
+    m_application->sessions.leave(session, m_pair->accepted().get());
+}
+
+TEST_F(AdministrationServerTest, GivesTheLatestLinesThatTellOfAFailure) {
+  m_application->log->failure("first");
+  m_application->log->line("a job ended well");
+  m_application->log->failure("second");
+  EXPECT_THAT(records(10), ElementsAre(EndsWith(" first"), EndsWith(" second")));
+  EXPECT_THAT(records(1), ElementsAre(EndsWith(" second")));
+  EXPECT_THAT(records(0), SizeIs(0));
+  EXPECT_THAT(records(-1), SizeIs(0));
+  EXPECT_THAT(records(10)[0], MatchesRegex("....-..-.. ..:..:...... first"));
+}
+
+TEST_F(AdministrationServerTest, GivesNoticesAfterANumberWithTheirValues) {
+  EXPECT_THAT(notices(-1, 5000), ElementsAre("latest 0"));
+  m_application->notices.add({L"job", L"one", {{L"result", L"failed"}, {L"cause", L"no paper"}}});
+  m_application->notices.add({L"job", L"two", {}});
+  EXPECT_THAT(notices(0, 5000), ElementsAre("latest 2", "1 T job: one result=failed cause=no paper", "2 T job: two"));
+  EXPECT_THAT(notices(1, 5000), ElementsAre("latest 2", "2 T job: two"));
+  EXPECT_THAT(notices(2, -7), ElementsAre("latest 2"));
+  EXPECT_THAT(notices(-1, 5000), ElementsAre("latest 2"));
+}
+
+TEST_F(AdministrationServerTest, TheLargestListOfNoticesFitsIntoOneReply) {
+  CS_Notice largest{std::wstring(2048, L'k'), std::wstring(2048, L'l'), {}};
+  largest.values.assign(CS_Notice::kMaxValues, {std::wstring(2048, L'n'), std::wstring(2048, L'v')});
+  CS_Notice manyValues{L"job", std::wstring(1200, L'l'), {}};
+  manyValues.values.assign(CS_Notice::kMaxValues, {L"n", L"v"});
+  for (const CS_Notice& notice : {largest, manyValues}) {
+    for (int i = 0; i < programs::kNoticesKept; ++i)
+      m_application->notices.add(notice);
+    EXPECT_GT(notices(0, 0).size(), 1u);
+  }
+}
+
+TEST_F(AdministrationServerTest, TheLargestListOfRecordsFitsIntoOneReply) {
+  for (int i = 0; i < 1000; ++i)
+    m_application->log->failure(std::string(20000, 'x'));
+  EXPECT_GT(records(1000).size(), 1u);
+}
+
+TEST_F(AdministrationServerTest, AWaitingToolIsAnsweredWhenANoticeArrives) {
+  auto answer = std::async(std::launch::async, [this] {
+    std::vector<std::string> lines;
+    // The longest wait may pass before the notice comes on a machine that is busy.
+    while (lines.size() < 2)
+      lines = notices(0, 5000);
+    return lines;
+  });
+  m_application->notices.add({L"job", L"one", {}});
+  EXPECT_THAT(answer.get(), ElementsAre("latest 1", "1 T job: one"));
+}
+
+TEST_F(AdministrationServerTest, AWaitEndsWithItsConnection) {
+  auto ended = std::async(std::launch::async, [this] {
+    try {
+      for (;;)
+        notices(0, 5000);
+    } catch (const CS_Exception& failure) {
+      return failure.number();
+    }
+  });
+  CS_Connection::destroy(m_pair->accepted(), true);
+  EXPECT_EQ(ended.get(), corvane::kConnectionLost);
+}
+
+}  // namespace
+}  // namespace aps

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "corvane/notice.h"
+#include "programs/administration.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+namespace aps {
+
+// The latest notices with numbers that rise by one from 1: at most programs::kNoticesKept, and less when their texts
+// are longer than kUnits together, so that all of them fit into one reply. Any thread may add, read and wait.
+class NoticeList {
+ public:
+  static constexpr std::size_t kUnits = 1400 * 1000;  // UTF-16 units of all texts
+
+  struct Entry {
+    int number = 0;
+    std::chrono::system_clock::time_point time;
+    CS_Notice notice;
+  };
+  struct Answer {
+    int latest = 0;              // 0 before the first
+    std::vector<Entry> entries;  // after the number asked for, oldest first
+  };
+
+  // Texts and values past the bounds of a notice are cut. Throws std::bad_alloc.
+  void add(CS_Notice notice);
+  // Those after the number. Where there is none, waits so long for the first one, unless the list is closed, the flag
+  // is set (and wake() called), or the number is one that this list has not given yet: then it belongs to an earlier
+  // list, and whoever asks learns so from the latest number. Below 0 none are wanted, only the latest number.
+  Answer after(int number, std::chrono::milliseconds wait, const std::atomic<bool>& cancelled);
+  // Lets everybody who waits look at his flag.
+  void wake();
+  // Nobody waits any more.
+  void close();
+
+ private:
+  std::mutex m_lock;  // guards what follows
+  std::condition_variable m_changed;
+  std::deque<Entry> m_entries;
+  std::size_t m_units = 0;
+  int m_latest = 0;
+  bool m_closed = false;
+};
+
+}  // namespace aps

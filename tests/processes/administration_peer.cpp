@@ -1,0 +1,105 @@
+#include "tests/processes/administration_peer.h"
+
+#include "corvane/channel.h"
+#include "corvane/class_factory.h"
+#include "corvane/component_server.h"
+#include "corvane/in_request.h"
+#include "corvane/out_request.h"
+#include "corvane/simple_class.h"
+#include "programs/administration.h"
+
+#include <mutex>
+
+namespace tests {
+namespace {
+
+constexpr unsigned kReplyMilliseconds = 60000;
+
+void registerClass() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    CS_ComponentServer::initialize(0, 0);
+    CS_ComponentServer::getServer()->registerClass(programs::kAdministrationClientClass,
+                                                   new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+  });
+}
+
+}  // namespace
+
+AdministrationPeer::AdministrationPeer(int port) : m_connection(CS_Connection::create()) {
+  registerClass();
+  m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
+  m_component =
+      m_connection->getClassFactory(programs::kAdministrationClientClass, programs::kAdministrationServerClass, true)
+          ->newInstance(0);
+  m_component->getChannel(true)->startSending();
+  m_component->getChannel(true)->startReceiving();
+}
+
+AdministrationPeer::~AdministrationPeer() {
+  CS_Connection::destroy(m_connection, true);
+}
+
+AdministrationPeer::Status AdministrationPeer::status() {
+  CS_OutRequest request(m_component, programs::kStatus);
+  CS_InRequest reply(request);
+  request.execute(reply, kReplyMilliseconds);
+  Status status;
+  status.version = reply.readUTF();
+  status.process = reply.readInt();
+  reply.readUTF();
+  for (int sessions = reply.readInt(); sessions > 0; --sessions) {
+    std::wstring line = std::to_wstring(reply.readInt());
+    line += reply.readBoolean() ? L" connected" : L" away";
+    reply.readUTF();
+    const int printers = reply.readInt();
+    for (int i = 0; i < printers; ++i) {
+      line += i == 0 ? L": " : L", ";
+      line += reply.readUTF();
+      for (int text = 0; text < programs::kPrinterTexts; ++text) {
+        if (reply.readBoolean()) reply.readUTF();
+      }
+      reply.readBoolean();
+      reply.readInt();
+      reply.readInt();
+    }
+    status.sessions.push_back(line);
+  }
+  return status;
+}
+
+std::vector<std::wstring> AdministrationPeer::records(int count) {
+  CS_OutRequest request(m_component, programs::kRecords);
+  request.writeInt(count);
+  CS_InRequest reply(request);
+  request.execute(reply, kReplyMilliseconds);
+  std::vector<std::wstring> lines;
+  while (reply.readBoolean())
+    lines.emplace_back(reply.readUTF());
+  return lines;
+}
+
+AdministrationPeer::Notices AdministrationPeer::notices(int after, int waitMilliseconds) {
+  CS_OutRequest request(m_component, programs::kNotices);
+  request.writeInt(after);
+  request.writeInt(waitMilliseconds);
+  CS_InRequest reply(request);
+  request.execute(reply, kReplyMilliseconds);
+  Notices notices;
+  notices.latest = reply.readInt();
+  while (reply.readBoolean()) {
+    Notice notice;
+    notice.number = reply.readInt();
+    reply.readUTF();
+    notice.kind = reply.readUTF();
+    notice.line = reply.readUTF();
+    for (int values = reply.readInt(); values > 0; --values) {
+      std::wstring name = reply.readUTF();
+      notice.values.emplace_back(std::move(name), reply.readUTF());
+    }
+    notices.list.push_back(notice);
+  }
+  return notices;
+}
+
+}  // namespace tests

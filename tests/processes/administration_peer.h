@@ -1,0 +1,45 @@
+#pragma once
+
+#include "corvane/connection.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tests {
+
+// An administration tool's questions to the application server, spoken by the test on a connection of its own. Every
+// operation throws CS_Exception when it fails. Used by one thread.
+class AdministrationPeer {
+ public:
+  explicit AdministrationPeer(int port);
+  ~AdministrationPeer();
+  AdministrationPeer(const AdministrationPeer&) = delete;
+  AdministrationPeer& operator=(const AdministrationPeer&) = delete;
+
+  struct Status {
+    std::wstring version;
+    int process = 0;
+    // Each session as "5 connected: Laser-2 (session 5), Ink (session 5)" or "5 away: ...".
+    std::vector<std::wstring> sessions;
+  };
+  struct Notice {
+    int number = 0;
+    std::wstring kind, line;
+    std::vector<std::pair<std::wstring, std::wstring>> values;
+  };
+  struct Notices {
+    int latest = 0;
+    std::vector<Notice> list;
+  };
+
+  Status status();
+  std::vector<std::wstring> records(int count);
+  Notices notices(int after, int waitMilliseconds);
+
+ private:
+  CS_RCPtr<CS_Connection> m_connection;
+  CS_RCPtr<CS_Component> m_component;
+};
+
+}  // namespace tests
