@@ -39,7 +39,8 @@ std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arg
   CLI::App app("Administers the print monitor MgPrintMon on this machine.", "mgprintmon");
   app.require_subcommand(1);
   app.footer(kExitCodes);
-  for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand})
+  for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
+                         addPrintCommand, addPrintersCommand, addVisibleCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -52,7 +52,7 @@ Places Places::ofThisMachine(const std::wstring& root) {
     return places;
   }
   const auto present = readValue(places.productKey(), L"RootPath");
-  const std::wstring known = present ? present->text().value_or(L"") : L"";
+  const std::wstring known = present ? present->text().value_or(std::wstring()) : std::wstring();
   places.root = fullPath(known.empty() ? defaultRoot() : known);
   return places;
 }

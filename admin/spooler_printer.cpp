@@ -13,7 +13,7 @@ namespace admin {
 namespace {
 
 std::wstring text(const wchar_t* text) {
-  return text != nullptr ? text : L"";
+  return text != nullptr ? text : std::wstring();
 }
 
 std::string quoted(const std::wstring& name) {
@@ -102,7 +102,7 @@ std::vector<std::wstring> installedDrivers() {
 std::wstring defaultPrinter() {
   wchar_t name[1024];
   DWORD size = static_cast<DWORD>(std::size(name));
-  return GetDefaultPrinterW(name, &size) ? name : L"";
+  return GetDefaultPrinterW(name, &size) ? name : std::wstring();
 }
 
 void setDefaultPrinter(const std::wstring& name) {

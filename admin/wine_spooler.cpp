@@ -1,18 +1,14 @@
 #include "admin/wine_spooler.h"
 
+#include "admin/monitor_module.h"
 #include "admin/places.h"
 #include "admin/registry_value.h"
 #include "admin/system_failure.h"
-#include "util/win_handle.h"
 
-// winsplp.h wants the declarations of winspool.h first.
-#include <winsplp.h>
 #include <winspool.h>
 
 namespace admin {
 namespace {
-
-using Initialize = MONITOR2*(WINAPI*)(MONITORINIT*, HANDLE*);
 
 // The key of all ports, and that of one.
 std::wstring portsKey() {
@@ -20,27 +16,6 @@ std::wstring portsKey() {
 }
 std::wstring portKey(const std::wstring& port) {
   return portsKey() + L"\\" + port;
-}
-
-MONITOR2* monitorTable() {
-  static MONITOR2* table = nullptr;
-  if (table != nullptr) return table;
-  const HMODULE module = LoadLibraryW(kModuleFile);
-  require(module != nullptr, "MgPrintMon.dll cannot be loaded");
-  const auto initialize =
-      reinterpret_cast<Initialize>(reinterpret_cast<void*>(GetProcAddress(module, "InitializePrintMonitor2")));
-  require(initialize != nullptr, "MgPrintMon.dll has no InitializePrintMonitor2");
-  // The module gives the address of this record back as its handle, so it must live as long as the module.
-  static MONITORREG registry = {};
-  static MONITORINIT init = {};
-  registry.cbSize = sizeof registry;
-  init.cbSize = sizeof init;
-  init.pMonitorReg = &registry;
-  init.bLocal = TRUE;
-  HANDLE monitor = nullptr;
-  table = initialize(&init, &monitor);
-  require(table != nullptr, "MgPrintMon.dll cannot be initialised");
-  return table;
 }
 
 }  // namespace
@@ -60,7 +35,20 @@ void forgetPortInWine(const std::wstring& port) {
 
 DWORD askMonitorInWine(const wchar_t* command, BYTE* data, DWORD size) {
   DWORD needed = 0;
-  return monitorTable()->pfnXcvDataPort(nullptr, command, data, size, nullptr, 0, &needed);
+  return MonitorModule::get().operations().pfnXcvDataPort(nullptr, command, data, size, nullptr, 0, &needed);
+}
+
+mg::ObjectHandle takeJobNumberInWine(HANDLE printer) {
+  for (DWORD number = 1;; ++number) {
+    // The name is that of the tests' printing program, which does the same.
+    mg::ObjectHandle mutex(CreateMutexW(nullptr, FALSE, (L"mgspool job " + std::to_wstring(number)).c_str()));
+    require(static_cast<bool>(mutex), "the mutex of a job number cannot be made");
+    // A process that was killed has abandoned its number.
+    if (WaitForSingleObject(mutex.get(), 0) != WAIT_TIMEOUT) return mutex;
+    BYTE room[sizeof(ADDJOB_INFO_1W) + MAX_PATH * sizeof(wchar_t)];
+    DWORD needed = 0;
+    require(AddJobW(printer, 1, room, sizeof room, &needed), "a job number in use cannot be passed over");
+  }
 }
 
 void releaseModule() {

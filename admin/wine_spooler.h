@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/win_handle.h"
+
 #include <windows.h>
 
 #include <string>
@@ -11,6 +13,9 @@ namespace admin {
 // - It finds the monitor of a port only through a registry key below the monitor's own; Windows asks the monitors.
 // - It takes a monitor that opens its configuration channel without giving a handle, as ours does, for a failure; so
 //   the monitor's table is asked without the spooler, in this process.
+// - It numbers the jobs of each process from 1 and names the spooled file by the number, so that two processes that
+// print
+//   at a time would read each other's document.
 // - It lives inside each process that prints, and keeps a module loaded there.
 
 bool isWine();
@@ -22,6 +27,10 @@ void forgetPortInWine(const std::wstring& port);
 // A configuration request, straight to the monitor. Gives its answer; throws a SystemFailure when the module cannot be
 // loaded.
 DWORD askMonitorInWine(const wchar_t* command, BYTE* data, DWORD size);
+
+// Takes the first job number that no other process prints with, passing over those before it; the number is in use
+// until the handle is closed. To be called before the first document of a process. Throws a SystemFailure.
+mg::ObjectHandle takeJobNumberInWine(HANDLE printer);
 
 // Lets go of the module in this process, so that its file can be deleted. Nothing of it may be used afterwards.
 void releaseModule();

@@ -10,7 +10,6 @@
 #include <windows.h>
 
 #include <memory>
-#include <string>
 
 namespace mg {
 
@@ -38,10 +37,6 @@ class Conversion {
   void createLog();
   void readLog();
   void takePdf();
-
-  void noteFailure();
-  // What the converter printed last, without white space around it; empty when it printed nothing or without memory.
-  std::wstring lastLineOfLog() const noexcept;
 
   void removeFiles();
   void removeFile(const UTL_String& path, const wchar_t* message);

@@ -35,14 +35,18 @@ void writeSettings(const Arguments& arguments) {
   mg::support::writeSettings({wide(arguments.root), arguments.serverPort, wide(arguments.log)});
 }
 
-void setUp(const Arguments& arguments) {
+void setUpPrinting(const Arguments& arguments) {
   const std::wstring from = arguments.from.empty() ? programFolder() : wide(arguments.from);
-  writeSettings(arguments);
   mg::support::configureOutcomeFolder(wide(arguments.outcomes));
-  mg::support::installMonitor(from);
   mg::support::installProcessor(from);
   mg::support::installDriver(wide(arguments.ppd));
-  std::puts("the print monitor, the print processor and the driver are installed");
+  std::puts("the print processor and the driver are installed");
+}
+
+void setUp(const Arguments& arguments) {
+  writeSettings(arguments);
+  mg::support::installMonitor(arguments.from.empty() ? programFolder() : wide(arguments.from));
+  setUpPrinting(arguments);
 }
 
 void printDocument(const Arguments& arguments) {
@@ -63,15 +67,24 @@ void addSettings(CLI::App& command, Arguments& arguments) {
   command.add_option("--server-port", arguments.serverPort, "TCP port of the application server");
 }
 
+void addPrintingOptions(CLI::App& command, Arguments& arguments) {
+  command.add_option("--ppd", arguments.ppd, "PPD file of the driver")->required();
+  command.add_option("--outcomes", arguments.outcomes, "folder in which outcomes of jobs are handed over")
+      ->default_val("C:\\mgtestproc");
+}
+
 void addCommands(CLI::App& app, Arguments& arguments) {
   app.require_subcommand(1);
   CLI::App* const setup = app.add_subcommand("setup", "install monitor, print processor and driver");
   setup->add_option("--from", arguments.from, "folder of MgPrintMon.dll and mgtestproc.dll; default: of this program");
   addSettings(*setup, arguments);
-  setup->add_option("--ppd", arguments.ppd, "PPD file of the driver")->required();
-  setup->add_option("--outcomes", arguments.outcomes, "folder in which outcomes of jobs are handed over")
-      ->default_val("C:\\mgtestproc");
+  addPrintingOptions(*setup, arguments);
   setup->callback([&] { setUp(arguments); });
+
+  CLI::App* const driver = app.add_subcommand("driver", "install print processor and driver only");
+  driver->add_option("--from", arguments.from, "folder of mgtestproc.dll; default: of this program");
+  addPrintingOptions(*driver, arguments);
+  driver->callback([&] { setUpPrinting(arguments); });
 
   CLI::App* const settings = app.add_subcommand("settings", "change what the registry tells the module");
   addSettings(*settings, arguments);

@@ -1,0 +1,162 @@
+#include "admin/application_server.h"
+
+#include "admin/failure.h"
+#include "corvane/component_server.h"
+#include "corvane/local_monitor.h"
+#include "tests/support/scripted_peer.h"
+
+#include <gmock/gmock.h>
+
+namespace admin {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+constexpr char kClass[] = "AdministrationServer";
+
+class NoSink : public corvane::LogSink {
+ public:
+  void write(std::string_view) noexcept override {}
+};
+
+class ApplicationServerTest : public testing::Test {
+ protected:
+  ApplicationServerTest() {
+    CS_ComponentServer::initialize(0, 0);
+    corvane::LocalMonitor::instance().setSink(std::make_unique<NoSink>());
+  }
+  ~ApplicationServerTest() override { corvane::LocalMonitor::instance().setSink(nullptr); }
+
+  // Opens the server and asks; gives what it throws.
+  template <class Ask>
+  Failure failureOf(int port, Ask&& ask) {
+    try {
+      ApplicationServer server(port);
+      ask(server);
+    } catch (const Failure& failure) {
+      return failure;
+    }
+    return Failure(ExitCode::kDone, "nothing was thrown", "");
+  }
+
+  ScriptedPeer peer;
+};
+
+void writePrinter(corvane::ValueWriter& reply, const wchar_t* name, bool isDefault) {
+  reply.writeText((std::wstring(name) + L" (session 5)").c_str());
+  reply.writeBoolean(true);
+  reply.writeText(name);
+  for (int text = 1; text < 8; ++text) {
+    reply.writeBoolean(text == 3);
+    if (text == 3) reply.writeText(L"Generic PostScript");
+  }
+  reply.writeBoolean(isDefault);
+  reply.writeInt(3);
+  reply.writeInt(600);
+}
+
+TEST_F(ApplicationServerTest, SaysItsSessionsAndTheirPrinters) {
+  peer.answer(kClass, 30, [](corvane::ValueWriter& reply) {
+    reply.writeText(L"4.0.1.0");
+    reply.writeInt(77);
+    reply.writeText(L"2026-01-31T23:59:59Z");
+    reply.writeInt(1);
+    reply.writeInt(5);
+    reply.writeBoolean(true);
+    reply.writeText(L"2026-02-01T00:00:00Z");
+    reply.writeInt(2);
+    writePrinter(reply, L"Laser-2", false);
+    writePrinter(reply, L"Ink", true);
+  });
+  const ServerFacts facts = ApplicationServer(peer.port()).status();
+  EXPECT_EQ(facts.version, L"4.0.1.0");
+  EXPECT_EQ(facts.process, 77);
+  EXPECT_EQ(facts.since, L"2026-01-31T23:59:59Z");
+  EXPECT_EQ(facts.session(6), nullptr);
+  const SessionFacts* const session = facts.session(5);
+  ASSERT_NE(session, nullptr);
+  EXPECT_TRUE(session->isConnected);
+  EXPECT_EQ(session->since, L"2026-02-01T00:00:00Z");
+  ASSERT_THAT(session->printers, SizeIs(2));
+  EXPECT_EQ(session->printers[0].localName, L"Laser-2 (session 5)");
+  EXPECT_EQ(session->printers[0].clientName(), L"Laser-2");
+  EXPECT_EQ(session->printers[0].driver(), L"Generic PostScript");
+  EXPECT_FALSE(session->printers[0].isDefault);
+  EXPECT_EQ(session->printers[0].format, 3);
+  EXPECT_EQ(session->printers[0].secondValue, 600);
+  EXPECT_TRUE(session->printers[1].isDefault);
+}
+
+TEST_F(ApplicationServerTest, IsAskedForRecordsByTheirNumber) {
+  peer.answer(kClass, 31, [](corvane::ValueWriter& reply) {
+    for (const wchar_t* line : {L"older", L"newer"}) {
+      reply.writeBoolean(true);
+      reply.writeText(line);
+    }
+    reply.writeBoolean(false);
+  });
+  EXPECT_THAT(ApplicationServer(peer.port()).records(10), ElementsAre(L"older", L"newer"));
+  EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 10")));
+}
+
+TEST_F(ApplicationServerTest, GivesNoticesWithTheirValues) {
+  peer.answer(kClass, 32, [](corvane::ValueWriter& reply) {
+    reply.writeInt(12);
+    reply.writeBoolean(true);
+    reply.writeInt(12);
+    reply.writeText(L"2026-01-31T23:59:59Z");
+    reply.writeText(L"job");
+    reply.writeText(L"job 3 was delivered");
+    reply.writeInt(2);
+    for (const wchar_t* text : {L"job", L"3", L"result", L"delivered"})
+      reply.writeText(text);
+    reply.writeBoolean(false);
+  });
+  const Notices notices = ApplicationServer(peer.port()).notices(11, 250);
+  EXPECT_EQ(notices.latest, 12);
+  ASSERT_THAT(notices.notices, SizeIs(1));
+  EXPECT_EQ(notices.notices[0].kind, L"job");
+  EXPECT_EQ(notices.notices[0].line, L"job 3 was delivered");
+  EXPECT_EQ(notices.notices[0].value(L"result"), L"delivered");
+  EXPECT_EQ(notices.notices[0].value(L"cause"), L"");
+  EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 11, int 250")));
+}
+
+TEST_F(ApplicationServerTest, ThatIsAwaySaysWhereItWasLookedForAndWhatToDo) {
+  int port = 0;
+  { port = ScriptedPeer().port(); }
+  const Failure failure = failureOf(port, [](ApplicationServer&) {});
+  EXPECT_EQ(failure.code(), ExitCode::kServerAway);
+  EXPECT_THAT(failure.what(), HasSubstr("the application server on port " + std::to_string(port) +
+                                        " of this machine does not answer: "));
+  EXPECT_THAT(failure.remedy(), HasSubstr("Start aps"));
+}
+
+TEST_F(ApplicationServerTest, ThatDoesNotKnowTheQuestionIsSaidToBeOld) {
+  const Failure failure = failureOf(peer.port(), [](ApplicationServer& server) { server.status(); });
+  EXPECT_EQ(failure.code(), ExitCode::kServerAway);
+  EXPECT_THAT(failure.what(), HasSubstr("refuses to answer"));
+}
+
+TEST_F(ApplicationServerTest, ThatHangsUpInTheMiddleIsAway) {
+  peer.hangUpAt(kClass, 30);
+  const Failure failure = failureOf(peer.port(), [](ApplicationServer& server) { server.status(); });
+  EXPECT_EQ(failure.code(), ExitCode::kServerAway);
+  EXPECT_THAT(failure.what(), HasSubstr("has gone"));
+}
+
+TEST_F(ApplicationServerTest, ThatClaimsAnAbsurdNumberIsNotBelieved) {
+  peer.answer(kClass, 30, [](corvane::ValueWriter& reply) {
+    reply.writeText(L"4.0.1.0");
+    reply.writeInt(77);
+    reply.writeText(L"");
+    reply.writeInt(2000000000);
+  });
+  EXPECT_EQ(failureOf(peer.port(), [](ApplicationServer& server) { server.status(); }).code(), ExitCode::kServerAway);
+}
+
+}  // namespace
+}  // namespace admin

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <windows.h>
+#include <winspool.h>
+// winsplp.h wants the declarations of winspool.h first.
+#include <winsplp.h>
+
+#include <string>
+#include <vector>
+
+namespace admin {
+
+// The installed MgPrintMon.dll, loaded into this process and initialised as a spooler does: its exports look at the
+// list of ports, which only that makes. It stays loaded. All operations throw a Failure.
+//
+// The module asks the application server without end until it answers, so callers find out first that it is there.
+class MonitorModule {
+ public:
+  // The one of this process; loaded by the first call.
+  static MonitorModule& get();
+
+  // The operations that a spooler gets.
+  MONITOR2& operations() { return *m_operations; }
+  // The names of the session's client printers; false when the module does not deliver them, for want of a port or of
+  // an answer.
+  bool cachedPrinters(unsigned session, std::vector<std::wstring>& names);
+  bool showPrinter(unsigned session, const std::wstring& printer);
+
+ private:
+  MonitorModule();
+  void* function(const char* name) const;
+
+  HMODULE m_module = nullptr;
+  MONITOR2* m_operations = nullptr;
+};
+
+}  // namespace admin

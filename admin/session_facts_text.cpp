@@ -1,0 +1,75 @@
+#include "admin/session_facts_text.h"
+
+#include "programs/one_line.h"
+
+namespace admin {
+namespace {
+
+using programs::oneLine;
+
+const char* formatWord(int format) {
+  return format == 1 ? "raw" : format == 2 ? "ps" : format == 3 ? "pdf" : "unknown";
+}
+
+Json namesJson(const std::vector<std::wstring>& names) {
+  Json list = Json::array();
+  for (const std::wstring& name : names)
+    list.push_back(textValue(name));
+  return list;
+}
+
+}  // namespace
+
+Json sessionJson(const SessionFacts& session) {
+  Json printers = Json::array();
+  for (const ClientPrinterFacts& printer : session.printers) {
+    printers.push_back({{"name", textValue(printer.localName)},
+                        {"clientName", textValue(printer.clientName())},
+                        {"driver", textValue(printer.driver())},
+                        {"format", formatWord(printer.format)},
+                        {"default", printer.isDefault}});
+  }
+  return {{"session", session.number},
+          {"connected", session.isConnected},
+          {"since", textValue(session.since)},
+          {"printers", printers}};
+}
+
+void saySession(const SessionFacts& session, Output& output) {
+  output.line("session " + std::to_string(session.number) + ": print client " +
+              (session.isConnected ? "connected" : "gone") + " since " + oneLine(session.since));
+  for (const ClientPrinterFacts& printer : session.printers) {
+    output.line("  \"" + oneLine(printer.localName) + "\", driver \"" + oneLine(printer.driver()) + "\", format " +
+                formatWord(printer.format) + (printer.isDefault ? ", the client's default" : ""));
+  }
+}
+
+Json changeJson(int session, const SessionChange& change) {
+  return {{"session", session},
+          {"portAdded", change.portAdded},
+          {"portRemoved", change.portRemoved},
+          {"added", namesJson(change.added)},
+          {"changed", namesJson(change.changed)},
+          {"kept", namesJson(change.kept)},
+          {"removed", namesJson(change.removed)},
+          {"refused", change.refused}};
+}
+
+void sayChange(int session, const SessionChange& change, Output& output) {
+  const std::string port = "port CPP" + std::to_string(session);
+  if (change.portAdded) output.line(port + " was added");
+  for (const std::wstring& name : change.added)
+    output.line("printer \"" + oneLine(name) + "\" was added");
+  for (const std::wstring& name : change.changed)
+    output.line("printer \"" + oneLine(name) + "\" was changed");
+  for (const std::wstring& name : change.kept)
+    output.line("printer \"" + oneLine(name) + "\" is already there");
+  for (const std::wstring& name : change.removed)
+    output.line("printer \"" + oneLine(name) + "\" was removed");
+  for (const std::string& refused : change.refused)
+    output.line(refused);
+  if (!change.refused.empty()) output.line(std::string("  ") + kDriverRemedy);
+  if (change.portRemoved) output.line(port + " was deleted");
+}
+
+}  // namespace admin

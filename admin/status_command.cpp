@@ -1,0 +1,122 @@
+#include "admin/application_server.h"
+#include "admin/file_copy.h"
+#include "admin/file_version.h"
+#include "admin/invocation.h"
+#include "admin/log_tail.h"
+#include "admin/places.h"
+#include "admin/session_facts_text.h"
+#include "admin/spooler_monitor.h"
+#include "admin/spooler_port.h"
+#include "corvane/host_properties.h"
+#include "corvane/text.h"
+#include "programs/one_line.h"
+
+#include <CLI/CLI.hpp>
+
+namespace admin {
+namespace {
+
+using programs::oneLine;
+
+constexpr int kRecords = 10;
+constexpr std::size_t kFailedJobs = 5;
+
+void sayModule(Output& output, Json& facts) {
+  const Places places = Places::ofThisMachine();
+  const bool isThere = fileExists(places.module());
+  const auto version = fileVersion(places.module());
+  const bool isRegistered = isMonitorRegistered();
+  facts["module"] = {{"path", textValue(places.module())},
+                     {"installed", isThere},
+                     {"version", version ? Json(version->text()) : Json()},
+                     {"registered", isRegistered}};
+  output.line("module:  " + corvane::toUtf8(places.module()) +
+              (isThere ? ", version " + (version ? version->text() : "unknown") : ", not installed"));
+  output.line(std::string("monitor: ") + (isRegistered ? "registered with the spooler" : "not registered"));
+}
+
+void sayPorts(Output& output, Json& facts) {
+  std::string names;
+  facts["ports"] = Json::array();
+  for (const std::wstring& port : monitorPorts()) {
+    names += (names.empty() ? "" : ", ") + oneLine(port);
+    facts["ports"].push_back(textValue(port));
+  }
+  output.line("ports:   " + (names.empty() ? "none" : names));
+}
+
+void sayRecords(const std::string& from, const std::vector<std::string>& lines, Output& output, Json& facts) {
+  facts["records"] = {{"from", from}, {"lines", lines}};
+  output.line(lines.empty() ? "no failures in " + from : "last failures in " + from + ":");
+  for (const std::string& line : lines)
+    output.line("  " + line);
+}
+
+void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
+  std::vector<Notice> failed;
+  for (Notice& notice : server.notices(0, 0).notices) {
+    if (notice.kind == L"job" && notice.value(L"result") == L"failed") failed.push_back(std::move(notice));
+  }
+  if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);
+  Json jobs = Json::array();
+  output.line(failed.empty() ? "no failed jobs since the server runs" : "last failed jobs:");
+  for (const Notice& notice : failed) {
+    Json values;
+    for (const auto& [name, value] : notice.values)
+      values[corvane::toUtf8(name)] = textValue(value);
+    jobs.push_back({{"time", textValue(notice.time)}, {"line", textValue(notice.line)}, {"values", values}});
+    output.line("  " + oneLine(notice.time) + " " + oneLine(notice.line));
+  }
+  facts["failedJobs"] = jobs;
+}
+
+void sayServer(int port, Output& output, Json& facts) try {
+  ApplicationServer server(port);
+  const ServerFacts status = server.status();
+  Json sessions = Json::array();
+  for (const SessionFacts& session : status.sessions)
+    sessions.push_back(sessionJson(session));
+  facts["server"] = {{"reachable", true},
+                     {"version", textValue(status.version)},
+                     {"process", status.process},
+                     {"since", textValue(status.since)},
+                     {"sessions", sessions}};
+  output.line("server:  aps " + oneLine(status.version) + ", process " + std::to_string(status.process) +
+              ", runs since " + oneLine(status.since));
+  if (status.sessions.empty()) output.line("no print client has registered");
+  for (const SessionFacts& session : status.sessions)
+    saySession(session, output);
+  std::vector<std::string> lines;
+  for (const std::wstring& line : server.records(kRecords))
+    lines.push_back(oneLine(line));
+  sayRecords("the server's log", lines, output, facts);
+  sayFailedJobs(server, output, facts);
+} catch (const Failure& failure) {
+  facts["server"] = {{"reachable", false}, {"why", failure.what()}, {"remedy", failure.remedy()}};
+  output.line(std::string("server:  ") + failure.what());
+  output.line("  " + failure.remedy());
+  const std::wstring log = HostProperties::getInstance().logFile();
+  sayRecords("the module's log", failuresInLog(log, kRecords), output, facts);
+}
+
+ExitCode run(int serverPort, Output& output) {
+  Json facts;
+  sayModule(output, facts);
+  sayPorts(output, facts);
+  sayServer(serverPort, output, facts);
+  output.facts(facts);
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void addStatusCommand(CLI::App& app, Invocation& invocation) {
+  auto port = std::make_shared<int>(0);
+  CLI::App& command = addCommand(app, invocation, "status",
+                                 "Shows the module, ports, the application server, sessions and the last failures.",
+                                 {"status", "status --json"});
+  command.add_option("--server-port", *port, "TCP port of aps; default: the registry's")->check(CLI::Range(1, 65535));
+  command.callback([port, &invocation] { invocation.run = [port](Output& output) { return run(*port, output); }; });
+}
+
+}  // namespace admin
