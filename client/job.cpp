@@ -2,6 +2,7 @@
 
 #include "client/file_name.h"
 #include "programs/one_line.h"
+#include "programs/paths.h"
 
 #include <exception>
 
@@ -36,12 +37,33 @@ Job::~Job() {
   if (m_ended) return;
   m_file.reset();
   m_output.reporter().line("dropped " + title() + ": the job was cut after " + bytesText(m_probe.size()) +
-                           ", before its end");
+                           ", before its end" + place() +
+                           "; the log of the application server says which side left; print again");
 }
 
 std::string Job::title() const {
   const std::wstring& name = m_ticket.documentName.empty() ? m_ticket.jobName : m_ticket.documentName;
   return name.empty() ? "a job without name" : "\"" + programs::oneLine(name) + "\"";
+}
+
+std::string Job::place() const {
+  const std::string printer =
+      m_ticket.printerName.empty() ? "" : "printer \"" + programs::oneLine(m_ticket.printerName) + "\", ";
+  return " (" + printer + "session " + std::to_string(m_output.session()) + ")";
+}
+
+std::string Job::remedy() const {
+  switch (m_result) {
+    case kDiskFailure:
+      return "; see that the folder " + programs::fromPath(m_output.folder()) +
+             " is there, has room and can be written, and print again";
+    case kNoData:
+      return "; see the log of the application server";
+    case kIncompletePdf:
+      return "; print again, and when that fails too, see the log of the application server";
+    default:
+      return "; print again, and when that fails too, install the port monitor and the print client of one version";
+  }
 }
 
 void Job::append(std::span<const unsigned char> bytes) noexcept {
@@ -71,7 +93,7 @@ void Job::fail(JobResult result, const std::string& why) {
 void Job::complete() {
   if (m_result != kPrinted) return;
   if (m_probe.size() == 0 && m_ticket.settings[3] == JobTicket::kConverted) {
-    fail(kNoData, "no data came; the conversion of the job has failed, see the log of the application server");
+    fail(kNoData, "no data came; the conversion of the job has failed");
   } else if (m_probe.isPdf() && !m_probe.hasPdfEnd()) {
     fail(kIncompletePdf, "the PDF is cut; its end mark is missing after " + bytesText(m_probe.size()));
   } else {
@@ -91,7 +113,7 @@ JobResult Job::end() {
   if (m_result == kPrinted) {
     m_output.reporter().line("printed " + title() + ": " + bytesText(m_probe.size()) + " to " + m_fileName);
   } else {
-    m_output.reporter().line("not printed " + title() + ": " + m_why);
+    m_output.reporter().line("not printed " + title() + ": " + m_why + place() + remedy());
   }
   return m_result;
 }

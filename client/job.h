@@ -43,6 +43,10 @@ class Job {
 
  private:
   std::string title() const;
+  // Whose job it is, for the line of one that did not arrive.
+  std::string place() const;
+  // What to do about a job that failed.
+  std::string remedy() const;
   void complete();
   void reportProgress();
 

@@ -14,6 +14,7 @@ constexpr const char* kSuffix = ".part";
 
 JobOutput::JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter)
     : m_folder(std::move(folder)),
+      m_session(session),
       m_prefix(".printclient-session-" + std::to_string(session) + "-"),
       m_process(std::to_string(processId) + "-"),
       m_reporter(reporter) {}

@@ -15,6 +15,7 @@ class JobOutput {
 
   const std::filesystem::path& folder() const { return m_folder; }
   Reporter& reporter() const { return m_reporter; }
+  int session() const { return m_session; }
 
   // A name that no other job of this machine uses; begins with a dot, so that it is hidden from a person.
   std::string nextTemporaryName();
@@ -24,6 +25,7 @@ class JobOutput {
 
  private:
   const std::filesystem::path m_folder;
+  const int m_session;
   const std::string m_prefix;   // of the session
   const std::string m_process;  // of this process
   Reporter& m_reporter;

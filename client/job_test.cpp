@@ -77,7 +77,10 @@ TEST_F(JobTest, WithoutDataIsNotPrintedWhenItWasToBeConverted) {
   Job job(ticket(2), *m_output);
   EXPECT_EQ(job.end(), kNoData);
   EXPECT_EQ(fileCount(), 0u);
-  EXPECT_NE(lines().find("not printed \"Report\": no data came"), std::string::npos) << lines();
+  EXPECT_NE(lines().find("not printed \"Report\": no data came; the conversion of the job has failed (printer "
+                         "\"Laser-2\", session 5); see the log of the application server\n"),
+            std::string::npos)
+      << lines();
 }
 
 TEST_F(JobTest, APdfMustEndAsPdf) {
@@ -86,6 +89,11 @@ TEST_F(JobTest, APdfMustEndAsPdf) {
     job.append(bytes("%PDF-1.4 half of it"));
     EXPECT_EQ(job.end(), kIncompletePdf);
   }
+  EXPECT_NE(lines().find("not printed \"Report\": the PDF is cut; its end mark is missing after 19 bytes (printer "
+                         "\"Laser-2\", session 5); print again, and when that fails too, see the log of the "
+                         "application server\n"),
+            std::string::npos)
+      << lines();
   EXPECT_EQ(fileCount(), 0u);
   Job whole(ticket(2), *m_output);
   whole.append(bytes("%PDF-1.4 all of it\n%%EOF\n"));
@@ -112,7 +120,10 @@ TEST_F(JobTest, IsDroppedWhenItIsCut) {
     EXPECT_EQ(fileCount(), 1u);
   }
   EXPECT_EQ(fileCount(), 0u);
-  EXPECT_NE(lines().find("dropped \"Report\": the job was cut after 4 bytes, before its end\n"), std::string::npos);
+  EXPECT_NE(lines().find("dropped \"Report\": the job was cut after 4 bytes, before its end (printer \"Laser-2\", "
+                         "session 5); the log of the application server says which side left; print again\n"),
+            std::string::npos)
+      << lines();
 }
 
 TEST_F(JobTest, WithoutItsFolderIsNotPrinted) {
@@ -121,6 +132,11 @@ TEST_F(JobTest, WithoutItsFolderIsNotPrinted) {
   job.append(bytes("x"));
   EXPECT_EQ(job.end(), kDiskFailure);
   EXPECT_NE(lines().find("not printed \"Report\": cannot create "), std::string::npos) << lines();
+  EXPECT_NE(
+      lines().find(" (printer \"Laser-2\", session 5); see that the folder " + programs::fromPath(m_folder / "out") +
+                   " is there, has room and can be written, and print again\n"),
+      std::string::npos)
+      << lines();
 }
 
 #ifndef _WIN32  // Windows keeps an open file from being removed
@@ -137,7 +153,11 @@ TEST_F(JobTest, KeepsTheFirstReasonOfAFailure) {
   job.fail(kBrokenData, "a piece of data was cut");
   job.fail(kDiskFailure, "later");
   EXPECT_EQ(job.end(), kBrokenData);
-  EXPECT_NE(lines().find("not printed \"Report\": a piece of data was cut\n"), std::string::npos);
+  EXPECT_NE(lines().find("not printed \"Report\": a piece of data was cut (printer \"Laser-2\", session 5); print "
+                         "again, and when that fails too, install the port monitor and the print client of one "
+                         "version\n"),
+            std::string::npos)
+      << lines();
 }
 
 TEST_F(JobTest, ReportsProgressWheneverItsSizeHasDoubled) {

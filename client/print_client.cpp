@@ -1,6 +1,9 @@
 #include "client/print_client.h"
 
+#include "corvane/exception.h"
 #include "corvane/in_request.h"
+#include "programs/failure.h"
+#include "programs/one_line.h"
 
 namespace printclient {
 namespace {
@@ -27,7 +30,7 @@ bool PrintClient::processRequest(CS_InRequest& request) {
   }
 }
 
-void PrintClient::startJob(CS_InRequest& request) {
+void PrintClient::startJob(CS_InRequest& request) try {
   m_job.reset();  // a job that was started before and not ended is dropped first
   JobTicket ticket;
   ticket.jobName = readOptionalText(request);
@@ -38,6 +41,12 @@ void PrintClient::startJob(CS_InRequest& request) {
     setting = request.readInt();
   ticket.copies = request.readInt();
   m_job = std::make_unique<Job>(std::move(ticket), *m_output);
+} catch (const CS_Exception& failure) {
+  // Nobody waits for an answer to this request.
+  m_output->reporter().line("not printed: the start of a job cannot be read: " + programs::describe(failure) +
+                            " (session " + std::to_string(m_output->session()) +
+                            "); install the port monitor and the print client of one version");
+  throw;
 }
 
 void PrintClient::writeJob(CS_InRequest& request) try {
@@ -61,13 +70,15 @@ void PrintClient::writeJob(CS_InRequest& request) try {
 }
 
 void PrintClient::endJob(CS_InRequest& request) {
-  readOptionalText(request);
+  const std::wstring name = readOptionalText(request);
   JobResult result = kNoJob;
   if (m_job) {
     result = m_job->end();
     m_job.reset();
   } else {
-    m_output->reporter().line("not printed: the end of a job came without its start");
+    m_output->reporter().line("not printed \"" + programs::oneLine(name) +
+                              "\": the end of a job came without its start (session " +
+                              std::to_string(m_output->session()) + "); print again");
   }
   request.reply().writeInt(result);
   request.sendReply();

@@ -111,7 +111,9 @@ TEST(Failures, AFullDiskIsANegativeAnswerAndTheClientGoesOn) {
       peer.writeJob(std::string(40000, 'x'));
     EXPECT_EQ(peer.endJob(), -2);
   }
-  client.waitForLine("not printed \"Report\": cannot write: File too large");
+  client.waitForLine(
+      "not printed \"Report\": cannot write: File too large (printer \"Laser-2\", session 5); see that the "
+      "folder ");
   EXPECT_THAT(scene.files(5), IsEmpty());
   MonitorPeer peer(scene.port());
   begin(peer, client);
@@ -146,6 +148,8 @@ TEST(Failures, AnEndWithoutStartAndASecondEndAreRefused) {
   begin(peer, *client);
   EXPECT_EQ(peer.endJob(), 1);
   EXPECT_EQ(peer.endJob(), -4);
+  client->waitForLine(
+      "not printed \"Laser-2 - Job #17\": the end of a job came without its start (session 5); print again");
   EXPECT_THAT(scene.files(5), ElementsAre("Report.txt"));
 }
 

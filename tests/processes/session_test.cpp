@@ -1,5 +1,6 @@
 #include "corvane/exception.h"
 #include "corvane/levels.h"
+#include "corvane/socket.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 
@@ -106,6 +107,26 @@ TEST(Sessions, TooManyConnectionsAreClosedAndTheOthersUndisturbed) {
   peer.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
   peer.writeJob("hello");
   EXPECT_EQ(peer.endJob(), 1);
+}
+
+TEST(Sessions, ASessionThatMakesRoomForAnotherLeavesALine) {
+  Scene scene({"--max-sessions", "1"});
+  scene.startClient(5, {"Laser-2"}).reset();
+  scene.server().waitForLine("session 5: the print client has gone");
+  const auto client = scene.startClient(6, {"Ink"});
+  scene.server().waitForLine(
+      "session 5 and its printers were forgotten to make room for session 6; they are known again");
+}
+
+TEST(Sessions, AConnectionOfAnotherProtocolLeavesALine) {
+  Scene scene;
+  corvane::Socket socket = corvane::Socket::connect("127.0.0.1", static_cast<std::uint16_t>(scene.port()), false);
+  const std::string text = "GET / HTTP/1.0\r\nHost: localhost\r\n\r\n";
+  const corvane::Socket::Piece piece(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+  socket.send({&piece, 1});
+  const std::string line = scene.server().waitForLine("connection from 127.0.0.1:");
+  EXPECT_THAT(line, HasSubstr(" refused: "));
+  EXPECT_THAT(line, HasSubstr("; the program that made it is none of this system, or of another version"));
 }
 
 TEST(Sessions, RecordsOfAnotherProcessAreReadableLines) {
