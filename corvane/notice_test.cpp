@@ -123,7 +123,7 @@ TEST_F(NoticeTest, IsInTheOwnLogWhenThePeerIsAway) {
   LocalLog log;
   ConnectionPair pair;
   const auto monitor = monitorOn(pair);
-  CS_Connection::destroy(pair.dialedPointer(), false);
+  CS_Connection::destroy(pair.dialedPointer(), true);
   errno = 42;
   monitor->notify(jobNotice());
   EXPECT_EQ(42, errno);

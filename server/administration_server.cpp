@@ -118,8 +118,9 @@ void AdministrationServer::records(CS_InRequest& request) {
 
 void AdministrationServer::notices(CS_InRequest& request) {
   const int after = request.readInt();
-  const int wait = std::clamp(request.readInt(), 0, kMaxWaitMilliseconds);
-  const NoticeList::Answer answer = m_application->notices.after(after, std::chrono::milliseconds(wait), m_released);
+  const std::chrono::milliseconds wait(std::max(request.readInt(), 0));
+  const NoticeList::Answer answer =
+      m_application->notices.after(after, std::min(wait, m_application->longestNoticeWait), m_released);
   auto& reply = request.reply();
   reply.writeInt(answer.latest);
   for (const NoticeList::Entry& entry : answer.entries) {

@@ -18,8 +18,6 @@ class AdministrationServer : public CS_Component {
   bool release() override;
   bool processRequest(CS_InRequest& request) override;
 
-  // The longest wait for a notice.
-  static constexpr int kMaxWaitMilliseconds = 5000;
   // Bytes of a status reply. Past it the printers' optional texts other than the driver's name are left out; where that
   // is not enough, the request is refused.
   static constexpr std::size_t kMaxStatusBytes = 3 * 1024 * 1024;

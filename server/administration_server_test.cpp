@@ -231,11 +231,17 @@ TEST_F(AdministrationServerTest, AWaitingToolIsAnsweredWhenANoticeArrives) {
   EXPECT_THAT(answer.get(), ElementsAre("latest 1", "1 T job: one"));
 }
 
+TEST_F(AdministrationServerTest, NobodyWaitsLongerThanTheServerAllows) {
+  m_application->longestNoticeWait = std::chrono::milliseconds(0);
+  EXPECT_THAT(notices(0, 24 * 3600 * 1000), ElementsAre("latest 0"));
+}
+
 TEST_F(AdministrationServerTest, AWaitEndsWithItsConnection) {
+  m_application->longestNoticeWait = std::chrono::hours(1);
   auto ended = std::async(std::launch::async, [this] {
     try {
-      for (;;)
-        notices(0, 5000);
+      notices(0, 3600 * 1000);
+      return 0;
     } catch (const CS_Exception& failure) {
       return failure.number();
     }

@@ -21,6 +21,7 @@ struct Application {
   Launcher launcher;
   ShownJobs shownJobs;
   NoticeList notices;
+  std::chrono::milliseconds longestNoticeWait{5000};  // for one question of an administration tool
   const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
 };
 

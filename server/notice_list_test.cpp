@@ -7,7 +7,7 @@
 namespace aps {
 namespace {
 
-using std::chrono::minutes;
+using std::chrono::hours;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 constexpr std::chrono::milliseconds kNoWait{0};
@@ -18,9 +18,9 @@ CS_Notice jobNotice(const std::wstring& line) {
 
 class NoticeListTest : public ::testing::Test {
  protected:
-  // Asks on a thread of its own and waits for as long as a test may take.
+  // Asks on a thread of its own and waits longer than a test may take.
   std::future<NoticeList::Answer> ask(int after) {
-    return std::async(std::launch::async, [this, after] { return m_list.after(after, minutes(1), m_cancelled); });
+    return std::async(std::launch::async, [this, after] { return m_list.after(after, hours(1), m_cancelled); });
   }
 
   NoticeList m_list;
@@ -31,7 +31,7 @@ TEST_F(NoticeListTest, NumbersThemFromOneAndGivesThoseAfterANumber) {
   EXPECT_EQ(m_list.after(0, kNoWait, m_cancelled).latest, 0);
   for (const wchar_t* line : {L"a", L"b", L"c"})
     m_list.add(jobNotice(line));
-  const auto answer = m_list.after(1, minutes(1), m_cancelled);
+  const auto answer = m_list.after(1, hours(1), m_cancelled);
   EXPECT_EQ(answer.latest, 3);
   ASSERT_THAT(answer.entries, SizeIs(2));
   EXPECT_EQ(answer.entries[0].number, 2);
@@ -43,13 +43,13 @@ TEST_F(NoticeListTest, NumbersThemFromOneAndGivesThoseAfterANumber) {
 
 TEST_F(NoticeListTest, GivesTheLatestNumberOnlyAndAtOnceWhenNoneAreWanted) {
   m_list.add(jobNotice(L"a"));
-  const auto answer = m_list.after(-1, minutes(1), m_cancelled);
+  const auto answer = m_list.after(-1, hours(1), m_cancelled);
   EXPECT_EQ(answer.latest, 1);
   EXPECT_THAT(answer.entries, IsEmpty());
 }
 
 TEST_F(NoticeListTest, ANumberOfAnEarlierListIsAnsweredAtOnce) {
-  const auto answer = m_list.after(17, minutes(1), m_cancelled);
+  const auto answer = m_list.after(17, hours(1), m_cancelled);
   EXPECT_EQ(answer.latest, 0);
   EXPECT_THAT(answer.entries, IsEmpty());
 }

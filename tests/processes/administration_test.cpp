@@ -121,6 +121,25 @@ TEST(Administration, AJobThatIsCutIsAFailureAndOneThatIsDeliveredIsNone) {
   }
 }
 
+TEST(Administration, AJobThatAProgramShowsIsNoFailure) {
+  Scene scene({"--launch-command", "/bin/true"});
+  const auto client = scene.startClient(5, {"Preview PDF"});
+  AdministrationPeer tool(scene.port());
+  for (const bool shown : {true, false}) {
+    {
+      MonitorPeer peer(scene.port());
+      ASSERT_TRUE(peer.attach(L"Preview PDF (session 5)"));
+      peer.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 2});
+      if (shown) {
+        EXPECT_TRUE(peer.launch(L"notepad.exe", L"/p a.txt", L"PREVIEW PDF (session 5)"));
+      }
+    }
+    const std::string line = scene.server().waitForLine(shown ? "job ended: " : "job cut: ");
+    EXPECT_EQ(line.find("a program was started to show it instead") != std::string::npos, shown) << line;
+    EXPECT_THAT(tool.records(10), SizeIs(shown ? 0 : 1));
+  }
+}
+
 TEST(Administration, AServerThatIsStoppedDoesNotWaitForAToolThatWaits) {
   Scene scene;
   AdministrationPeer tool(scene.port());
