@@ -25,6 +25,8 @@ bool Conversion::goesToNotepad() const {
 }
 
 void Conversion::convertPostScript() {
+  m_job.trail.add(L"the conversion begins");
+  m_job.failure.expect(JobFault::kCollect);
   const TemporaryDirectory directory;
   if (!directory.isKnown()) m_operation.fail(corvane::kLevelFailure, L"Failed to find temporary path.");
   // Remains of an earlier job of the same name; as a rule there are none.
@@ -47,6 +49,7 @@ void Conversion::takePdf() {
   }
   switch (readFinalData(m_pdfFile.get(), m_job)) {
     case FinalDataRead::kTaken:
+      m_job.trail.add(L"the converted document has %d bytes", m_job.finalDataLength);
       m_pdfFile.reset();
       return;
     case FinalDataRead::kEmpty:

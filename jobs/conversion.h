@@ -10,6 +10,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <string>
 
 namespace mg {
 
@@ -37,6 +38,10 @@ class Conversion {
   void createLog();
   void readLog();
   void takePdf();
+
+  void noteFailure();
+  // What the converter printed last, without white space around it; empty when it printed nothing or without memory.
+  std::wstring lastLineOfLog() const noexcept;
 
   void removeFiles();
   void removeFile(const UTL_String& path, const wchar_t* message);

@@ -8,12 +8,38 @@ int Conversion::run() {
   int result = 0;
   m_operation.run(
       [&] {
-        m_operation.attempt([&] { result = convert(); });
+        bool finished = false;
+        m_operation.attempt([&] {
+          result = convert();
+          finished = true;
+        });
+        if (!finished) noteFailure();
         removeFiles();
       },
       [&] { recordLog(); });
   release();
   return result;
+}
+
+// What the converter said says more than what became of it, which is in the records.
+void Conversion::noteFailure() {
+  const std::wstring words = lastLineOfLog();
+  if (!words.empty()) m_job.failure.note(JobFault::kConversion, L"The conversion failed: %s", words.c_str());
+  m_job.failure.note(m_operation.errorRecord());
+  m_job.trail.add(L"the conversion failed");
+}
+
+std::wstring Conversion::lastLineOfLog() const noexcept try {
+  if (m_logLength < 1) return {};
+  constexpr char kBlank[] = " \t\r\n";
+  const std::string log(m_log.get());
+  const std::size_t last = log.find_last_not_of(kBlank);
+  if (last == std::string::npos) return {};
+  const std::size_t before = log.find_last_of("\r\n", last);
+  const std::size_t first = log.find_first_not_of(kBlank, before == std::string::npos ? 0 : before);
+  return UTL_String::fromNarrow(log.substr(first, last + 1 - first).c_str()).wide();
+} catch (...) {
+  return {};
 }
 
 // Nothing in here throws: the paths were built as wide texts, and a record is written without memory if need be. So a

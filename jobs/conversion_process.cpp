@@ -6,6 +6,7 @@
 namespace mg {
 
 void Conversion::buildCommandLine(const TemporaryDirectory& directory) {
+  m_job.failure.expect(JobFault::kRootPath);
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", 0, KEY_READ, m_key.receive()) !=
       ERROR_SUCCESS) {
     m_operation.fail(corvane::kLevelFailure, L"Failed to find RootPath registry key.");
@@ -27,6 +28,7 @@ void Conversion::buildCommandLine(const TemporaryDirectory& directory) {
 }
 
 void Conversion::createLog() {
+  m_job.failure.expect(JobFault::kConversion);
   SECURITY_ATTRIBUTES inheritable{};
   inheritable.nLength = sizeof inheritable;
   inheritable.bInheritHandle = TRUE;
@@ -53,6 +55,7 @@ void Conversion::startConverter() {
   }
   std::array<char, kCommandLineSize> command{};
   PROCESS_INFORMATION process{};
+  m_job.failure.expect(JobFault::kConverterStart);
   const char* narrow = m_commandLine.narrow();
   const std::size_t length = std::strlen(narrow);
   if (length < command.size()) std::memcpy(command.data(), narrow, length);
@@ -60,6 +63,7 @@ void Conversion::startConverter() {
                                                   NORMAL_PRIORITY_CLASS, nullptr, nullptr, &start, &process)) {
     m_operation.fail(corvane::kLevelFailure, L"Failed to normalize print job: %s", m_commandLine.wide());
   }
+  m_job.failure.expect(JobFault::kConversion);
   m_process.reset(process.hProcess);
   m_thread.reset(process.hThread);
 }
@@ -69,6 +73,8 @@ void Conversion::waitForConverter() {
     m_operation.note(corvane::kLevelCleanupNote, L"Failed to wait for print job normalization: %s",
                      m_commandLine.wide());
   }
+  DWORD exitCode = 0;
+  if (GetExitCodeProcess(m_process.get(), &exitCode)) m_job.trail.add(L"the converter ended with %d", exitCode);
 }
 
 void Conversion::readLog() {

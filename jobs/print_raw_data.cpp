@@ -1,5 +1,6 @@
 #include "jobs/print_raw_data.h"
 
+#include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "jobs/file.h"
 #include "jobs/strip_escape_chars.h"
@@ -43,14 +44,24 @@ void writeText(Operation& operation, const UTL_String& path, ClientPrintJob& job
 void PrintRawDataViaNotepad(ClientPrintJob& job, const wchar_t* printerName) {
   CS_TraceEntry trace(L"PrintRawDataViaNotepad (printerName = %s)", printerName);
   Operation operation(L"Stack Trace: MgPrintMon - PrintRawDataViaNotepad()");
-  operation.run([&] {
-    UTL_String path;
-    mg::appendTemporaryPath(path, mg::TemporaryDirectory(), job.jobName, GetTickCount(), L".txt");
-    writeText(operation, path, job);
-    const UTL_String parameters = notepadParameters(path, printerName);
-    const CS_RCPtr<PortMonitorServer> server = PortMonitorServer::getInstance();
-    if (!server->LaunchApplication(kNotepad, parameters.wide(), printerName)) {
-      operation.fail(corvane::kLevelFailure, L"Failed to launch notepad: %s %s", kNotepad, parameters.wide());
-    }
-  });
+  operation.run(
+      [&] {
+        UTL_String path;
+        job.failure.expect(JobFault::kCollect);
+        mg::appendTemporaryPath(path, mg::TemporaryDirectory(), job.jobName, GetTickCount(), L".txt");
+        writeText(operation, path, job);
+        job.failure.expect(JobFault::kNotepad);
+        const UTL_String parameters = notepadParameters(path, printerName);
+        const CS_RCPtr<PortMonitorServer> server = PortMonitorServer::getInstance();
+        if (!server->LaunchApplication(kNotepad, parameters.wide(), printerName)) {
+          operation.fail(corvane::kLevelFailure, L"Failed to launch notepad: %s %s", kNotepad, parameters.wide());
+        }
+        // A request that was lost on the way counts as served.
+        if (server->isConnected()) {
+          job.trail.add(L"notepad was started in the session");
+        } else {
+          job.failure.note(JobFault::kConnection, L"%s", corvane::messageText(corvane::kConnectionLost));
+        }
+      },
+      [&] { job.failure.note(operation.errorRecord()); });
 }

@@ -41,15 +41,19 @@ bool IsPostScriptData(const ClientPrintJob& job) {
 void ReadDataIntoFinalBuffer(ClientPrintJob& job) {
   CS_TraceEntry trace(L"ReadDataIntoFinalBuffer()");
   Operation operation(L"Stack Trace: MgPrintMon - ReadDataIntoFinalBuffer()");
-  operation.run([&] {
-    const mg::File file = openJobFile(operation, job);
-    switch (mg::readFinalData(file.get(), job)) {
-      case mg::FinalDataRead::kTaken:
-        return;
-      case mg::FinalDataRead::kEmpty:
-        operation.fail(corvane::kLevelFailure, L"Print job file is empty: %s", job.postScriptPath.wide());
-      case mg::FinalDataRead::kNothingRead:
-        operation.fail(corvane::kLevelFailure, L"Failed to read print job file: %s", job.postScriptPath.wide());
-    }
-  });
+  job.failure.expect(JobFault::kCollect);
+  operation.run(
+      [&] {
+        const mg::File file = openJobFile(operation, job);
+        switch (mg::readFinalData(file.get(), job)) {
+          case mg::FinalDataRead::kTaken:
+            job.trail.add(L"the collected document is sent as it is and has %d bytes", job.finalDataLength);
+            return;
+          case mg::FinalDataRead::kEmpty:
+            operation.fail(corvane::kLevelFailure, L"Print job file is empty: %s", job.postScriptPath.wide());
+          case mg::FinalDataRead::kNothingRead:
+            operation.fail(corvane::kLevelFailure, L"Failed to read print job file: %s", job.postScriptPath.wide());
+        }
+      },
+      [&] { job.failure.note(operation.errorRecord()); });
 }

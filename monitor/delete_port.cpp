@@ -1,5 +1,6 @@
 #include "corvane/operation.h"
 #include "monitor/entries.h"
+#include "monitor/job_end.h"
 #include "ports/port_list.h"
 #include "session/held_port.h"
 
@@ -22,6 +23,7 @@ BOOL WINAPI MGDeletePort(HANDLE, LPWSTR pName, HWND hWnd, LPWSTR pPortName) {
   Operation operation(L"Stack Trace: MgPrintMon - MGDeletePort()");
   BOOL result = FALSE;
   operation.run([&] {
+    mg::tellJobOfDeletedPort(pPortName);
     result = static_cast<BOOL>(mg::portList().DeletePort(pPortName));
     if (result) {
       showRemoved(hWnd, pPortName);

@@ -2,22 +2,26 @@
 #include "corvane/operation.h"
 #include "jobs/convert_job.h"
 #include "monitor/entries.h"
+#include "monitor/job_end.h"
 #include "monitor/port_handle.h"
 #include "monitor/queue_access.h"
 #include "session/print_server.h"
 
 #include <winspool.h>
 
+#include <memory>
+
 namespace {
 
 constexpr int kPrintedOtherwise = 1;
 
 // The job is gone from the port afterwards; the stream stays until the next job replaces it.
-void vacatePort(tagPort& port) {
-  delete port.job;
+std::unique_ptr<ClientPrintJob> vacatePort(tagPort& port) {
+  std::unique_ptr<ClientPrintJob> job(port.job);
   port.job = nullptr;
   port.secondName[0] = L'\0';
   port.flags &= ~kPortHasDocument;
+  return job;
 }
 
 void markSent(Operation& operation, tagPort& port, HANDLE& printer) {
@@ -36,6 +40,7 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
   int converted = 0;
   int ended = 0;
   HANDLE printer = nullptr;
+  std::unique_ptr<ClientPrintJob> job;
   operation.run([&] {
     tagPort& port = mg::portOf(handle);
     if (!port.printServer) throw CS_Exception(corvane::kMissingObject, nullptr);
@@ -50,10 +55,14 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     const CS_RCPtr<CS_Component> stream = port.printServer;
     const CS_RCPtr<CS_Component> owner = stream->getRootOwner();
     if (converted != kPrintedOtherwise) ended = static_cast<PrintServer&>(*stream).EndJob(port.job);
-    vacatePort(port);
+    job = vacatePort(port);
     markSent(operation, port, printer);
-    CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
+    const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));
+    mg::tellEndedJob(port, *job, converted == kPrintedOtherwise, ended, connection.get());
+    CS_Connection::destroy(connection, true);
   });
+  // Told already unless something unexpected came in between.
+  if (job) mg::tellEndedJob(mg::portOf(handle), *job, converted == kPrintedOtherwise, ended, nullptr);
   // Closed whether it was opened or not; the spooler takes a null handle for what it is.
   ClosePrinter(printer);
   return ended > 0 ? TRUE : FALSE;

@@ -1,6 +1,7 @@
 #include <windows.h>
 #include <winspool.h>
 // Needs the types of winspool.h.
+#include "monitor/event_log.h"
 #include "tests/support/ports_registry.h"
 
 #include <winsplp.h>
@@ -54,6 +55,17 @@ TEST_F(ModuleTest, IsLoadedAndUnloadedWithoutHavingBeenInitialised) {
   auto* show = find<BOOL WINAPI(unsigned int, const wchar_t*)>("ShowPrinter");
   ASSERT_NE(show, nullptr);
   EXPECT_FALSE(show(5, L"Laser"));
+}
+
+TEST_F(ModuleTest, CarriesTheTextOfItsEventLogEntries) {
+  ASSERT_NE(m_module, nullptr);
+  wchar_t text[64] = L"";
+  wchar_t line[] = L"Job 17 failed.";
+  DWORD_PTR arguments[] = {reinterpret_cast<DWORD_PTR>(line)};
+  EXPECT_NE(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, m_module, mg::kJobFailedEvent,
+                           0, text, std::size(text), reinterpret_cast<va_list*>(arguments)),
+            0u);
+  EXPECT_STREQ(text, L"Job 17 failed.\r\n");
 }
 
 TEST_F(ModuleTest, CarriesItsVersion) {

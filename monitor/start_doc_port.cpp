@@ -1,6 +1,7 @@
 #include "corvane/operation.h"
 #include "jobs/num_copies.h"
 #include "monitor/entries.h"
+#include "monitor/job_end.h"
 #include "monitor/job_name.h"
 #include "monitor/job_start.h"
 #include "monitor/port_handle.h"
@@ -10,6 +11,7 @@
 #include <winspool.h>
 
 #include <cwchar>
+#include <memory>
 
 namespace {
 
@@ -24,6 +26,8 @@ void requireArguments(const wchar_t* printerName, const void* document) {
 // The spooler gave up an earlier job without ending it: its client is waiting for data that will not come.
 void abandonJob(tagPort& port) {
   if (port.job == nullptr) return;
+  port.job->failure.note(JobFault::kAbandoned, L"The spooler began another job before this one had ended.");
+  mg::tellFailedJob(port);
   if (port.printServer) {
     const CS_RCPtr<CS_Component> owner = port.printServer->getRootOwner();
     CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
@@ -52,37 +56,46 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
   tagPort* port = nullptr;
   const DOC_INFO_1W* document = nullptr;
   CS_RCPtr<CS_Connection> connection;
+  std::unique_ptr<ClientPrintJob> failed;
   operation.run(
       [&] {
         tagPort& named = mg::portOf(handle);
         requireArguments(pPrinterName, pDocInfo);
         port = &named;
+        abandonJob(*port);
         occupyPort(*port, pPrinterName, JobId);
         document = reinterpret_cast<const DOC_INFO_1W*>(pDocInfo);
 
-        abandonJob(*port);
         ClientPrintJob* job = port->job = new ClientPrintJob;
         job->jobName = mg::buildJobName(pPrinterName, JobId);
         job->documentName = document->pDocName;
         job->dataType = document->pDatatype;
         job->copies = GetNumCopies(pPrinterName, JobId);
 
+        job->trail.add(L"started: \"%.60s\", %d copies, data type %.20s", job->documentName.wide(), job->copies,
+                       job->dataType.wide());
+        job->failure.expect(JobFault::kServer);
         connection = PortMonitorServer::connectToLocalhost();
         if (!connection) operation.fail(corvane::kLevelFailure, L"Failed to connect to APS.");
+        job->trail.add(L"connected to the application server");
         port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId).get();
       },
       [&] {
         if (port == nullptr) return;
         if (port->job != nullptr) {
+          port->job->failure.note(operation.errorRecord());
           const bool named = document != nullptr && document->pDocName != nullptr;
           mg::deleteQueuedJob(operation, *port, named ? document->pDocName : L"null");
-          delete port->job;
+          failed.reset(port->job);
           port->job = nullptr;
         }
         vacatePort(*port);
       });
   if (operation.succeeded()) return TRUE;
-  // Not before the report, which may travel over a connection of its own.
+  if (port != nullptr) {
+    mg::tellFailedStart(*port, pPrinterName, JobId, document, failed.get(), connection.get());
+  }
+  // Not before the report, which may travel over a connection of its own, and the notice.
   if (connection) CS_Connection::destroy(connection, true);
   return FALSE;
 }

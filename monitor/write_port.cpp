@@ -1,5 +1,6 @@
 #include "corvane/operation.h"
 #include "monitor/entries.h"
+#include "monitor/job_end.h"
 #include "monitor/port_handle.h"
 #include "monitor/queue_access.h"
 #include "session/print_server.h"
@@ -31,9 +32,13 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
           operation.fail(corvane::kLevelFailure, L"Failed to send print job data");
         }
         written = cbBuf;
+        port->job->bytesTaken += cbBuf;
       },
       [&] {
-        if (port != nullptr && port->job != nullptr) mg::deleteQueuedJob(operation, *port, nullptr);
+        if (port == nullptr || port->job == nullptr) return;
+        port->job->failure.note(operation.errorRecord());
+        mg::deleteQueuedJob(operation, *port, nullptr);
       });
+  if (!operation.succeeded() && port != nullptr && port->job != nullptr) mg::tellFailedJob(*port);
   return operation.succeeded() ? TRUE : FALSE;
 }

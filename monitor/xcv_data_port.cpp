@@ -3,6 +3,7 @@
 #include "corvane/operation.h"
 #include "jobs/init_spooler.h"
 #include "monitor/entries.h"
+#include "monitor/job_end.h"
 #include "ports/port_list.h"
 #include "session/held_port.h"
 #include "util/utl_string.h"
@@ -24,6 +25,7 @@ DWORD WINAPI MGXcvDataPort(HANDLE, LPCWSTR pszDataName, PBYTE pInputData, DWORD,
       result = ERROR_SUCCESS;
     }
     if (command == UTL_String(L"DeletePort")) {
+      mg::tellJobOfDeletedPort(input);
       mg::portList().DeletePort(input);
       result = ERROR_SUCCESS;
     }

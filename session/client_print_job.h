@@ -1,5 +1,7 @@
 #pragma once
 
+#include "session/job_failure.h"
+#include "session/job_trail.h"
 #include "util/utl_string.h"
 
 #include <array>
@@ -39,5 +41,9 @@ class ClientPrintJob {
   UTL_String text15;  // carried, not interpreted
   std::array<std::int32_t, 4> settings{};
   std::array<std::uint64_t, 2> reservedWords{};
-  bool dataLost = false;  // a write failed: what the client has is not the document, and must not be ended as one
+  bool dataLost = false;        // a write failed: what the client has is not the document, and must not be ended as one
+  std::int64_t bytesTaken = 0;  // bytes that the spooler has handed over and that were sent or collected
+  JobFailure failure;
+  JobTrail trail;
+  bool isTold = false;  // how it ended was told already; nothing later tells it again
 };

@@ -31,14 +31,18 @@ int PrintServer::EndJob(ClientPrintJob* job) {
   if (job == nullptr || job->dataLost) return 0;
   Operation operation(L"Stack Trace: PrintServer::EndJob()");
   int result = 0;
-  operation.run([&] {
-    CS_OutRequest request(CS_RCPtr<CS_Component>(this), kEndJob);
-    mg::writeOptionalText(request, job->jobName);
-    CS_InRequest reply(request);
-    request.execute(reply, kEndJobTimeout);
-    result = reply.readInt();
-    reply.release();
-    request.release();
-  });
+  job->failure.expect(JobFault::kConnection);
+  operation.run(
+      [&] {
+        CS_OutRequest request(CS_RCPtr<CS_Component>(this), kEndJob);
+        mg::writeOptionalText(request, job->jobName);
+        CS_InRequest reply(request);
+        request.execute(reply, kEndJobTimeout);
+        result = reply.readInt();
+        job->trail.add(L"the print client answered the end with %d", result);
+        reply.release();
+        request.release();
+      },
+      [&] { job->failure.note(operation.errorRecord()); });
   return result;
 }

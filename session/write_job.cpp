@@ -1,4 +1,6 @@
+#include "corvane/exception.h"
 #include "corvane/levels.h"
+#include "corvane/message_numbers.h"
 #include "corvane/program_monitor.h"
 #include "corvane/trace_entry.h"
 #include "session/optional_text.h"
@@ -20,14 +22,15 @@ void sendDirectly(PrintServer& server, ClientPrintJob& job, const unsigned char*
 }
 
 // The runtime's file functions report through errno, which is what the record shows.
-bool appendToFile(const ClientPrintJob& job, const unsigned char* data, int length) {
+bool appendToFile(ClientPrintJob& job, const unsigned char* data, int length) {
   std::FILE* file = std::fopen(job.postScriptPath.narrow(), "ab");
   if (file == nullptr) {
     int error = 0;
     _get_errno(&error);
-    CS_ProgramMonitor::getDefaultMonitor()->recordText(
+    job.failure.expect(JobFault::kCollect);
+    job.failure.note(CS_ProgramMonitor::getDefaultMonitor()->recordText(
         corvane::kLevelFailure, corvane::kCategory,
-        L"Failed to open print job's postscript file for writing: %s, Error: %d", job.postScriptPath.wide(), error);
+        L"Failed to open print job's postscript file for writing: %s, Error: %d", job.postScriptPath.wide(), error));
     return false;
   }
   const auto size = static_cast<std::size_t>(length);
@@ -35,7 +38,14 @@ bool appendToFile(const ClientPrintJob& job, const unsigned char* data, int leng
   // A full disk shows when the runtime writes what it held back; not every runtime tells it when it closes.
   const bool written = std::fflush(file) == 0;
   const bool closed = std::fclose(file) == 0;
-  return taken && written && closed;
+  if (taken && written && closed) return true;
+  job.failure.note(JobFault::kCollect, L"The print job's postscript file did not take all data: %s",
+                   job.postScriptPath.wide());
+  return false;
+}
+
+void noteFailedSend(ClientPrintJob& job, int number) {
+  job.failure.note(JobFault::kConnection, L"Failed to send print job data: %s", corvane::messageText(number));
 }
 
 void sendFinalData(PrintServer& server, ClientPrintJob& job) {
@@ -67,8 +77,12 @@ int PrintServer::WriteJob(ClientPrintJob* job, const unsigned char* data, int le
     } else {
       sendFinalData(*this, *job);
     }
+  } catch (const CS_Exception& exception) {
+    job->dataLost = true;
+    noteFailedSend(*job, exception.number());
   } catch (...) {
     job->dataLost = true;
+    noteFailedSend(*job, corvane::kUnknownException);
   }
   return job->dataLost ? 0 : 1;
 }

@@ -2,12 +2,13 @@
 
 #include "corvane/byte_source.h"
 #include "corvane/exception.h"
+#include "corvane/process.h"
 #include "corvane/text.h"
 #include "corvane/value_reader.h"
 
 namespace {
 
-constexpr unsigned kHandshakeMilliseconds = 10000;
+constexpr unsigned kHandshakeMilliseconds = 5000;  // less than anything waits for an end
 
 // "Quillfern::NTR::PrintClient" is written down as "PrintClient".
 std::string shortName(const std::wstring& className) {
@@ -35,7 +36,10 @@ std::string requestName(const std::string& className, int number) {
 
 void ScriptedConnection::serve() {
   try {
-    m_link.welcome({}, corvane::after(kHandshakeMilliseconds));
+    const corvane::HelloValues theirs = m_link.welcome({}, corvane::after(kHandshakeMilliseconds));
+    // The port may have been another server's before: the module of another test run still dials it then.
+    const auto process = theirs.find(L"process");
+    if (process == theirs.end() || process->second != std::to_wstring(corvane::processId())) return;
   } catch (const CS_Exception&) {
     return;  // Somebody who only knocked.
   }

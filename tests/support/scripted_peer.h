@@ -27,8 +27,9 @@ class ScriptedConnection;
 //   one-way 2 WriteJob: boolean false, int 3, bytes 3
 //   end
 //
-// Lines of a second connection begin with "2| ", and so on. A request without an answer in the script is refused. All
-// operations may be called from the test's thread at any time; the script runs on the connection's thread.
+// Connections of other processes are sent away. Lines of a second connection begin with "2| ", and so on. A request
+// without an answer in the script is refused. All operations may be called from the test's thread at any time; the
+// script runs on the connection's thread.
 class ScriptedPeer {
  public:
   using Lines = std::vector<std::string>;

@@ -17,7 +17,7 @@ class PrinterScenario : public Scenario {
   void prepare() override { m_world.bringUpModule(); }
   void tidy() override {
     m_world.takeDownModule();
-    EXPECT_TRUE(m_world.peer().waitForOpen(0));
+    m_world.settle(0);
     m_world.peer().clear();
   }
 

@@ -7,6 +7,7 @@
 #include "session/print_server_class.h"
 #include "tests/support/ports_registry.h"
 #include "tests/sweeps/first_start.h"
+#include "tests/sweeps/ledger.h"
 #include "tests/sweeps/sweep.h"
 
 #include <gtest/gtest.h>
@@ -77,7 +78,8 @@ class Unload : public Scenario {
   void check() override {
     EXPECT_EQ(m_result, TRUE);
     EXPECT_EQ(CPortList::instance(), nullptr);
-    EXPECT_TRUE(m_world.peer().waitForOpen(0)) << "the connection outlives the module";
+    EXPECT_EQ(ledger::countOpen(), 0u) << "the connection outlives the module";
+    m_world.settle(0);
     m_world.peer().clear();
     m_world.restoreRecords();
     bringUp();

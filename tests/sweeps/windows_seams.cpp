@@ -3,6 +3,7 @@
 // Before the seams: some names are defined here for ws2tcpip's inline functions as well.
 #include "tests/support/import_seam.h"
 #include "tests/sweeps/ledger.h"
+#include "tests/sweeps/quick_converter.h"
 
 #include <winsock2.h>
 #include <winspool.h>
@@ -59,9 +60,11 @@ MG_PLAIN_SEAM(L"winspool.drv", OpenPrinterW, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", SetJobA, FALSE)
 MG_IMPORT_SEAM(L"ws2_32.dll", WSARecv, SOCKET_ERROR)
 MG_IMPORT_SEAM(L"ws2_32.dll", WSASend, SOCKET_ERROR)
+MG_IMPORT_SEAM(L"ws2_32.dll", closesocket, SOCKET_ERROR)
 MG_IMPORT_SEAM(L"ws2_32.dll", connect, SOCKET_ERROR)
 MG_IMPORT_SEAM(L"ws2_32.dll", getaddrinfo, WSAHOST_NOT_FOUND)
 MG_IMPORT_SEAM(L"ws2_32.dll", setsockopt, SOCKET_ERROR)
+MG_IMPORT_SEAM(L"ws2_32.dll", shutdown, SOCKET_ERROR)
 MG_IMPORT_SEAM(L"ws2_32.dll", socket, INVALID_SOCKET)
 
 namespace windows_seams {
@@ -101,7 +104,7 @@ void installRegistry(std::uint16_t serverPort) {
   static DWORD port;
   port = serverPort;
   HKEY key = nullptr;
-  RegCreateKeyExWSeam.real(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Corvane", 0, nullptr, REG_OPTION_VOLATILE,
+  RegCreateKeyExWSeam.real(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Corvane", 0, nullptr, REG_OPTION_NON_VOLATILE,
                            KEY_ALL_ACCESS, nullptr, &key, nullptr);
   RegSetValueExWSeam.real(key, L"Port", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&port), sizeof port);
   RegCloseKeySeam.real(key);
@@ -142,6 +145,25 @@ void installFiles() {
   fcloseSeam.whenChosen = [](std::FILE* file) { fcloseSeam.real(file); };
   fflushSeam.concerns = [](std::FILE* file) { return ledger::has(file); };
   fwriteSeam.concerns = [](const void*, std::size_t, std::size_t, std::FILE* file) { return ledger::has(file); };
+}
+
+const void* entry(SOCKET socket) {
+  return reinterpret_cast<const void*>(socket);
+}
+
+// What was dialled is open until somebody ends it, which closing it does as well.
+void installSockets() {
+  socketSeam.replacement = [](int family, int type, int protocol) -> SOCKET {
+    const SOCKET made = socketSeam.real(family, type, protocol);
+    if (made != INVALID_SOCKET) ledger::add(entry(made));
+    return made;
+  };
+  shutdownSeam.concerns = [](SOCKET socket, int) { return ledger::has(entry(socket)); };
+  shutdownSeam.watch = [](SOCKET socket, int) { ledger::remove(entry(socket)); };
+  shutdownSeam.whenChosen = [](SOCKET socket, int how) { shutdownSeam.real(socket, how); };
+  closesocketSeam.concerns = [](SOCKET socket) { return ledger::has(entry(socket)); };
+  closesocketSeam.watch = [](SOCKET socket) { ledger::remove(entry(socket)); };
+  closesocketSeam.whenChosen = [](SOCKET socket) { closesocketSeam.real(socket); };
 }
 
 void installQueue() {
@@ -194,6 +216,7 @@ void installSession() {
 void install(std::uint16_t serverPort) {
   installRegistry(serverPort);
   installFiles();
+  installSockets();
   installQueue();
   installSession();
 }
@@ -204,6 +227,16 @@ DWORD lastQueueCommand() {
 
 void forgetCommand() {
   command = 0;
+}
+
+void convertQuickly() {
+  CreateProcessASeam.replacement = [](LPCSTR, LPSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, WINBOOL, DWORD,
+                                      LPVOID, LPCSTR, LPSTARTUPINFOA, LPPROCESS_INFORMATION out) -> WINBOOL {
+    const WINBOOL made = quick_converter::convert(line, out);
+    if (made) ledger::add(out->hProcess);
+    if (made) ledger::add(out->hThread);
+    return made;
+  };
 }
 
 int messageBoxes() {

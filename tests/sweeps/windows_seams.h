@@ -21,6 +21,9 @@ void forgetCommand();
 // How many message boxes came.
 int messageBoxes();
 
+// From now on, and until the seams end, conversions take no process of their own (quick_converter.h).
+void convertQuickly();
+
 // Lets time pass.
 void advance(DWORD milliseconds);
 

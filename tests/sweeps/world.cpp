@@ -7,9 +7,9 @@
 #include "session/port_monitor_server.h"
 #include "session/port_monitor_server_class.h"
 #include "session/print_server_class.h"
-#include "tests/support/ports_registry.h"
 #include "tests/sweeps/windows_seams.h"
 
+#include <cstdio>
 #include <gtest/gtest.h>
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID);
@@ -48,16 +48,12 @@ World::World() : m_records(new QuietMonitor) {
   CS_ProgramMonitor::getLocalMonitor()->recordText(corvane::kLevelException, corvane::kCategory, L"a sweep begins");
   restoreRecords();
   makeFolders();
-  PortsRegistry::remove();
   windows_seams::install(m_peer.port());
   m_peer.answer("ProgramMonitor_s", 1, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
 }
 
 World::~World() {
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
-  PortsRegistry::remove();
-  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", L"RootPath");
-  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Corvane", L"Port");
   takeTemporaryFiles();
   RemoveDirectoryW(m_temporary.c_str());
 }
@@ -69,6 +65,13 @@ void World::makeFolders() {
   CreateDirectoryW(m_temporary.c_str(), nullptr);
   SetEnvironmentVariableW(L"TMP", m_temporary.c_str());
   SetEnvironmentVariableW(L"TEMP", m_temporary.c_str());
+}
+
+void World::settle(int connections) {
+  if (m_peer.waitForOpen(connections)) return;
+  std::fputs("the server did not notice the end of a connection\n", stderr);
+  m_peer.hangUp();
+  EXPECT_TRUE(m_peer.waitForOpen(connections));
 }
 
 void World::answerWithPrinters() {

@@ -4,6 +4,7 @@
 #include "tests/support/import_seam.h"
 #include "tests/support/scripted_peer.h"
 #include "tests/sweeps/lock_probe.h"
+#include "tests/sweeps/private_registry.h"
 
 #include <windows.h>
 
@@ -24,6 +25,10 @@ class World {
 
   ScriptedPeer& peer() { return m_peer; }
   ImportSeams& seams() { return m_seams; }
+  // Waits until the server serves no more than that many connections, so that nothing of the others comes any more.
+  // That the module has ended them is for the ledger to say: on a busy machine Wine has been seen to keep the end of a
+  // connection from the one who waits for it, and then the server ends them itself.
+  void settle(int connections);
   // Answers a request for a session's printers with "Laser" and "Ink".
   void answerWithPrinters();
 
@@ -41,6 +46,7 @@ class World {
  private:
   void makeFolders();
 
+  PrivateRegistry m_registry;  // before the seams, which write down its calls otherwise
   ImportSeams m_seams;
   CS_RCPtr<CS_ProgramMonitor> m_records;
   ScriptedPeer m_peer;

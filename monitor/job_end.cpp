@@ -1,0 +1,92 @@
+#include "monitor/job_end.h"
+
+#include "corvane/message_numbers.h"
+#include "corvane/print_result.h"
+#include "monitor/job_notice.h"
+#include "ports/port_list.h"
+#include "session/client_print_job.h"
+#include "session/held_port.h"
+
+namespace mg {
+namespace {
+
+JobNotice noticeOf(const tagPort& port, const ClientPrintJob& job, const wchar_t* result) {
+  const bool isConverted = job.settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted;
+  return {result,           port.portName,
+          port.printerName, job.documentName.wide(),
+          port.jobId,       isConverted ? job.bytesSent : job.bytesTaken,
+          nullptr,          &job.trail};
+}
+
+void tellFailure(JobNotice notice, ClientPrintJob& job, CS_Connection* connection) noexcept {
+  if (job.isTold) return;
+  job.isTold = true;
+  job.trail.add(L"%I64d bytes were taken from the spooler", job.bytesTaken);
+  notice.failure = &job.failure;
+  tell(notice, connection);
+}
+
+// The connection of the port's job; null without a stream.
+CS_RCPtr<CS_Connection> connectionOf(const tagPort& port) {
+  if (!port.printServer) return nullptr;
+  return dynamic_cast<CS_Connection*>(port.printServer->getRootOwner().get());
+}
+
+void noteAnswer(ClientPrintJob& job, int answer) {
+  JobFault fault = JobFault::kClient;
+  if (answer == corvane::kDiskFailure) fault = JobFault::kClientDisk;
+  if (answer == corvane::kBrokenData) fault = JobFault::kConnection;
+  job.failure.note(fault, L"%s", corvane::printResultText(answer));
+}
+
+}  // namespace
+
+void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W* document,
+                     ClientPrintJob* job, CS_Connection* connection) noexcept {
+  const wchar_t* name = document != nullptr && document->pDocName != nullptr ? document->pDocName : L"";
+  JobNotice notice{L"failed", port.portName, printerName, name, jobId, 0, nullptr, nullptr};
+  if (job != nullptr) {
+    notice.trail = &job->trail;
+    tellFailure(notice, *job, connection);
+    return;
+  }
+  // There was no memory even for the job.
+  JobFailure failure;
+  failure.note(JobFault::kModule, L"%s", corvane::messageText(corvane::kAllocationFailed));
+  notice.failure = &failure;
+  tell(notice, connection);
+}
+
+void tellFailedJob(const tagPort& port) noexcept {
+  if (port.job == nullptr || port.job->isTold) return;
+  const CS_RCPtr<CS_Connection> connection = connectionOf(port);
+  tellFailure(noticeOf(port, *port.job, L"failed"), *port.job, connection.get());
+}
+
+void tellJobOfDeletedPort(const wchar_t* portName) noexcept try {
+  const tagPort* port = nullptr;
+  {
+    // Its lock is not held while the job is told.
+    const HeldPort held(portList(), portName);
+    port = held.get();
+  }
+  if (port == nullptr || port->job == nullptr) return;
+  port->job->failure.note(JobFault::kPortDeleted, L"The port was deleted before the job had ended.");
+  tellFailedJob(*port);
+} catch (...) {
+  // Without a port list there is no job either.
+}
+
+void tellEndedJob(const tagPort& port, ClientPrintJob& job, bool shown, int answer,
+                  CS_Connection* connection) noexcept {
+  if (job.isTold) return;
+  if (shown ? !job.failure.isNoted() : answer > 0) {
+    job.isTold = true;
+    tell(noticeOf(port, job, shown ? L"shown" : L"delivered"), connection);
+    return;
+  }
+  noteAnswer(job, answer);
+  tellFailure(noticeOf(port, job, L"failed"), job, connection);
+}
+
+}  // namespace mg

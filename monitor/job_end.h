@@ -1,0 +1,34 @@
+#pragma once
+
+#include "corvane/connection.h"
+#include "ports/tag_port.h"
+
+#include <windows.h>
+#include <winspool.h>
+
+class ClientPrintJob;
+
+namespace mg {
+
+// Every job that the spooler started is told of once, as a notice of kind "job" to the default program monitor, when it
+// is known how it ended. Where that monitor knows no way to the application server, because the module's own component
+// was never needed, the notice goes there on the job's own connection; so it is told before that is ended. A failure
+// is also an entry in the event log, and the lines of the job's trail follow in this process's own log.
+//
+// None of these throws, records anything, or changes the thread's last error. Without memory the notice is shorter.
+
+// A job that could not be started, and that the port has let go of already. The job and the connection may be null.
+void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W* document,
+                     ClientPrintJob* job, CS_Connection* connection) noexcept;
+
+// The port's job, which has failed for the cause that it holds. Nothing when the port has none.
+void tellFailedJob(const tagPort& port) noexcept;
+
+// The same for the job of a port that is about to be deleted; the name may be null, and there may be no such port.
+void tellJobOfDeletedPort(const wchar_t* portName) noexcept;
+
+// A job that came to its end and that the port has let go of already: shown in the session, or sent and answered by the
+// print client with that number.
+void tellEndedJob(const tagPort& port, ClientPrintJob& job, bool shown, int answer, CS_Connection* connection) noexcept;
+
+}  // namespace mg

@@ -1,0 +1,127 @@
+#include "monitor/job_notice.h"
+
+#include "corvane/class_factory.h"
+#include "corvane/connection.h"
+#include "corvane/last_error.h"
+#include "corvane/local_monitor.h"
+#include "corvane/program_monitor_c.h"
+#include "monitor/event_log.h"
+
+#include <cwchar>
+#include <string>
+
+namespace mg {
+namespace {
+
+constexpr std::size_t kLineSize = 1536;  // characters; all parts of a line at their longest fit
+constexpr const wchar_t* kKind = L"job";
+
+// The number in a port's name such as "CPP5", or the empty text.
+const wchar_t* sessionOf(const wchar_t* portName) {
+  constexpr wchar_t kPrefix[] = L"CPP";
+  constexpr std::size_t kPrefixLength = 3;
+  if (std::wcsncmp(portName, kPrefix, kPrefixLength) != 0) return L"";
+  const wchar_t* number = portName + kPrefixLength;
+  return number[std::wcsspn(number, L"0123456789")] == L'\0' ? number : L"";
+}
+
+// Printer and document name are what somebody typed; the line stays one.
+void makeOneLine(wchar_t* text) {
+  for (; *text != L'\0'; ++text) {
+    if (*text < L' ') *text = L' ';
+  }
+}
+
+void composeLine(wchar_t (&line)[kLineSize], const JobNotice& job) {
+  const wchar_t* session = sessionOf(job.portName);
+  wchar_t where[64] = L"";
+  if (*session != L'\0') std::swprintf(where, std::size(where), L" (session %.20ls)", session);
+  wchar_t end[kLineSize / 2] = L"was shown in the session.";
+  if (job.failure != nullptr) {
+    const wchar_t* cause = job.failure->cause();
+    const std::size_t length = std::wcslen(cause);
+    const wchar_t* stop = length > 0 && cause[length - 1] == L'.' ? L"" : L".";
+    std::swprintf(end, std::size(end), L"failed: %ls%ls %ls", cause, stop, remedyFor(job.failure->fault()));
+  } else if (std::wcscmp(job.result, L"delivered") == 0) {
+    std::swprintf(end, std::size(end), L"was delivered: %lld bytes.", job.bytes);
+  }
+  std::swprintf(line, kLineSize, L"Job %lu \"%.200ls\" on \"%.259ls\"%ls %ls", job.jobId, job.document, job.printerName,
+                where, end);
+  makeOneLine(line);
+}
+
+CS_Notice makeNotice(const JobNotice& job, const wchar_t* line) {
+  CS_Notice notice{kKind, line, {}};
+  notice.values = {{L"job", std::to_wstring(job.jobId)},
+                   {L"printer", job.printerName},
+                   {L"document", job.document},
+                   {L"process", std::to_wstring(GetCurrentProcessId())},
+                   {L"result", job.result},
+                   {L"session", sessionOf(job.portName)},
+                   {L"bytes", std::to_wstring(job.bytes)}};
+  if (job.failure != nullptr) {
+    notice.values.emplace_back(L"cause", job.failure->cause());
+    notice.values.emplace_back(L"remedy", remedyFor(job.failure->fault()));
+  }
+  return notice;
+}
+
+// A monitor that reaches the application server over the job's connection; null when there is none. The server is told
+// whose notice it is, and its answer means that nothing it has sent before is left unread when the connection ends.
+CS_RCPtr<CS_ProgramMonitor> monitorOn(CS_Connection& connection) {
+  if (!connection.isConnected()) return nullptr;
+  const CS_RCPtr<CS_ClassFactory> factory = connection.getClassFactory(
+      CS_ProgramMonitor_c::m_className, L"Quillfern::ComponentServer::ProgramMonitor_s", true);
+  if (!factory) return nullptr;
+  const CS_RCPtr<CS_Component> made(factory->newInstance(0));
+  const CS_RCPtr<CS_ProgramMonitor_c> monitor(dynamic_cast<CS_ProgramMonitor_c*>(made.get()));
+  wchar_t path[MAX_PATH + 1] = L"";
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  wchar_t name[_MAX_FNAME] = L"";
+  _wsplitpath(path, nullptr, nullptr, name, nullptr);
+  if (!monitor || !monitor->setProcessInfo(GetCurrentProcessId(), name)) return nullptr;
+  return monitor.get();
+}
+
+CS_RCPtr<CS_ProgramMonitor> receiver(CS_Connection* connection) noexcept {
+  const CS_RCPtr<CS_ProgramMonitor> standard = CS_ProgramMonitor::getDefaultMonitor();
+  if (connection == nullptr || standard.get() != CS_ProgramMonitor::getLocalMonitor().get()) return standard;
+  try {
+    const CS_RCPtr<CS_ProgramMonitor> direct = monitorOn(*connection);
+    return direct ? direct : standard;
+  } catch (...) {
+    return standard;
+  }
+}
+
+void send(const JobNotice& job, const wchar_t* line, CS_Connection* connection) noexcept {
+  CS_Notice notice;
+  bool isWhole = false;
+  try {
+    notice = makeNotice(job, line);
+    isWhole = true;
+  } catch (...) {
+  }
+  try {
+    if (!isWhole) notice = CS_Notice{kKind, line, {}};
+    receiver(connection)->notify(notice);
+  } catch (...) {
+    corvane::LocalMonitor::instance().writeLine(L"job:", line);
+  }
+}
+
+}  // namespace
+
+void tell(const JobNotice& job, CS_Connection* connection) noexcept {
+  const corvane::LastErrorKeeper keeper;
+  wchar_t line[kLineSize] = L"";
+  composeLine(line, job);
+  send(job, line, connection);
+  if (job.failure == nullptr) return;
+  writeEvent(line);
+  wchar_t kind[32];
+  std::swprintf(kind, std::size(kind), L"job %lu:", job.jobId);
+  if (job.trail != nullptr) job.trail->write(kind);
+}
+
+}  // namespace mg

@@ -1,0 +1,64 @@
+#include "session/job_failure.h"
+
+#include "corvane/format.h"
+#include "corvane/last_error.h"
+#include "corvane/message_numbers.h"
+
+#include <cstdarg>
+
+const wchar_t* remedyFor(JobFault fault) {
+  switch (fault) {
+    case JobFault::kServer:
+      return L"Start aps on this machine, then print again.";
+    case JobFault::kModule:
+      return L"Restart the print spooler, then print again.";
+    case JobFault::kPrinter:
+      return L"See that the session's print client is running and brings this printer along, then print again.";
+    case JobFault::kAttach:
+      return L"Start the session's print client, then print again.";
+    case JobFault::kStream:
+      return L"Install the print client and the monitor in the same version, then print again.";
+    case JobFault::kConnection:
+      return L"See that aps and the session's print client are running, then print again.";
+    case JobFault::kCollect:
+      return L"Make room in the spooler's temporary folder and let the spooler write there, then print again.";
+    case JobFault::kRootPath:
+      return L"Set RootPath in the registry to the installation folder, then print again.";
+    case JobFault::kConverterStart:
+      return L"Put ps2pdf.exe into the folder Programs below RootPath, then print again.";
+    case JobFault::kConversion:
+      return L"Mend what the converter says, in the document or in the converter's limits, then print again.";
+    case JobFault::kNotepad:
+      return L"See in the log of aps why the program did not start in the session, then print again.";
+    case JobFault::kClientDisk:
+      return L"Make room where the print client puts its documents and let it write there, then print again.";
+    case JobFault::kClient:
+      return L"See in the print client's output what it says about the job, then print again.";
+    case JobFault::kAbandoned:
+      return L"Print the document again if it is still wanted.";
+    case JobFault::kPortDeleted:
+      return L"Add the port again, then print again.";
+    case JobFault::kUnknown:
+      break;
+  }
+  return L"See the module's log for what went before, then print again.";
+}
+
+void JobFailure::note(JobFault fault, const wchar_t* format, ...) noexcept {
+  if (isNoted()) return;
+  const corvane::LastErrorKeeper keeper;
+  m_fault = fault;
+  va_list arguments;
+  va_start(arguments, format);
+  corvane::formatWide(m_cause, kCauseSize, format, arguments);
+  va_end(arguments);
+}
+
+void JobFailure::note(const CS_RCPtr<CS_ProgramMonitor>& record) noexcept {
+  const wchar_t* text = record ? record->lastText() : L"";
+  if (*text != L'\0') {
+    note(m_expected, L"%s", text);
+  } else {
+    note(JobFault::kUnknown, L"%s", corvane::messageText(corvane::kUnknownException));
+  }
+}
