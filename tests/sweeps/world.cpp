@@ -55,6 +55,7 @@ World::World() : m_records(new QuietMonitor) {
 World::~World() {
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
   takeTemporaryFiles();
+  SetCurrentDirectoryW(m_before);
   RemoveDirectoryW(m_temporary.c_str());
 }
 
@@ -65,6 +66,9 @@ void World::makeFolders() {
   CreateDirectoryW(m_temporary.c_str(), nullptr);
   SetEnvironmentVariableW(L"TMP", m_temporary.c_str());
   SetEnvironmentVariableW(L"TEMP", m_temporary.c_str());
+  // Where there is no directory for temporary files, they land here.
+  GetCurrentDirectoryW(static_cast<DWORD>(std::size(m_before)), m_before);
+  SetCurrentDirectoryW(m_temporary.c_str());
 }
 
 void World::settle(int connections) {

@@ -52,6 +52,7 @@ class World {
   ScriptedPeer m_peer;
   LockProbe m_probe;
   std::wstring m_temporary;
+  wchar_t m_before[MAX_PATH] = {};  // the current directory
 };
 
 // Removes the ports of the list and the list, and does what the module's entry does when the module is unloaded.
