@@ -133,6 +133,7 @@ TEST_F(ConvertJobTest, APostScriptJobBecomesThePdfAndItsFilesAreGone) {
   EXPECT_TRUE(m_hasOutput);
   EXPECT_TRUE(m_folder.isEmpty());
   EXPECT_THAT(m_records.lines(), IsEmpty());
+  EXPECT_FALSE(m_job.failure.isNoted());
 }
 
 TEST_F(ConvertJobTest, WindowsIsCalledInThisOrder) {
@@ -353,6 +354,21 @@ TEST_F(ConvertJobTest, AFileThatCannotBeDeletedDoesNotKeepTheOthers) {
   EXPECT_EQ("\n" + records(), notDeleted(m_ps) + closing());
   EXPECT_FALSE(TemporaryFolder::exists(m_pdf));
   EXPECT_FALSE(TemporaryFolder::exists(m_log));
+}
+
+TEST_F(ConvertJobTest, TheCauseOfAFailureIsWhatTheConverterSaidLast) {
+  m_makesPdf = false;
+  m_output = "reading\r\n  no page \r\n\r\n";
+  convert();
+  EXPECT_STREQ(m_job.failure.cause(), L"The conversion failed: no page");
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kConversion);
+}
+
+TEST_F(ConvertJobTest, TheCauseOfAFailureIsTheRecordWhenTheConverterSaidNothing) {
+  CreateProcessASeam.fail(1, FALSE);
+  convert();
+  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), "Failed to normalize print job: " + command());
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kConverterStart);
 }
 
 TEST_F(ConvertJobTest, NoJobIsNothingToConvert) {

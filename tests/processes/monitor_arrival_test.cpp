@@ -60,6 +60,8 @@ TEST_F(MonitorArrival, PostScriptBecomesAPdfInDeliveryMode2) {
   const std::string pdf = m_scene->content(5, "letter.pdf");
   EXPECT_EQ(pdf.substr(0, 5), "%PDF-");
   EXPECT_NE(pdf.find("%%EOF", pdf.size() - 1024), std::string::npos);
+  m_scene->server().waitForLine(
+      "\"letter\" on \"Laser-2 (session 5)\" (session 5) was delivered: " + std::to_string(pdf.size()) + " bytes.");
 }
 
 TEST_F(MonitorArrival, LessThanFiveBytesCountAsPostScriptAndAreNotPrintedInDeliveryMode2) {

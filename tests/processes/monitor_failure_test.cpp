@@ -38,6 +38,13 @@ TEST_F(MonitorFailures, AKilledClientPrintsNothing) {
   client->wait();
   EXPECT_EQ(host->wait(), 1);
   EXPECT_THAT(host->output(), HasSubstr("not printed: WritePort failed"));
+  m_scene->server().waitForLine("on \"Laser-2 (session 5)\" (session 5) failed: Failed to send print job data: ");
+}
+
+TEST_F(MonitorFailures, AServerThatDoesNotKnowThePrinterIsToldOfTheJobThatFailed) {
+  EXPECT_FALSE(m_wine->print("Laser-2 (session 5)", "letter", {"--pattern", "70000"}));
+  m_scene->server().waitForLine(
+      "\"letter\" on \"Laser-2 (session 5)\" (session 5) failed: Failed to get the printer's information: ");
 }
 
 TEST_F(MonitorFailures, AKilledServerPrintsNothing) {

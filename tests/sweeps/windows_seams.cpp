@@ -17,6 +17,7 @@
 // The run time's header marks fwrite with an attribute that is not part of its type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
+MG_IMPORT_SEAM(L"advapi32.dll", DeregisterEventSource, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", RegCloseKey, ERROR_INVALID_HANDLE)
 MG_IMPORT_SEAM(L"advapi32.dll", RegCreateKeyExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegDeleteValueW, ERROR_ACCESS_DENIED)
@@ -28,6 +29,8 @@ MG_IMPORT_SEAM(L"advapi32.dll", RegQueryInfoKeyA, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegQueryValueExA, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegQueryValueExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegSetValueExW, ERROR_ACCESS_DENIED)
+MG_IMPORT_SEAM(L"advapi32.dll", RegisterEventSourceW, nullptr)
+MG_IMPORT_SEAM(L"advapi32.dll", ReportEventW, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", RevertToSelf, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", CloseHandle, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateFileA, INVALID_HANDLE_VALUE)
@@ -71,6 +74,7 @@ namespace windows_seams {
 namespace {
 
 const HANDLE kPrinter = reinterpret_cast<HANDLE>(0x7770001);
+const HANDLE kEventLog = reinterpret_cast<HANDLE>(0x7770002);
 const char kImpersonation = 0;
 
 DWORD command = 0;
@@ -187,6 +191,18 @@ void installQueue() {
   };
 }
 
+void installEventLog() {
+  RegisterEventSourceWSeam.replacement = [](LPCWSTR, LPCWSTR) -> HANDLE {
+    ledger::add(kEventLog);
+    return kEventLog;
+  };
+  ReportEventWSeam.replacement = [](HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCWSTR*, LPVOID) -> WINBOOL {
+    return TRUE;
+  };
+  DeregisterEventSourceSeam.watch = [](HANDLE log) { ledger::remove(log); };
+  DeregisterEventSourceSeam.replacement = [](HANDLE log) -> WINBOOL { return log == kEventLog; };
+}
+
 void installSession() {
   GetModuleHandleWSeam.concerns = [](LPCWSTR name) {
     return name != nullptr && std::wcscmp(name, L"spoolss.dll") == 0;
@@ -218,6 +234,7 @@ void install(std::uint16_t serverPort) {
   installFiles();
   installSockets();
   installQueue();
+  installEventLog();
   installSession();
 }
 
