@@ -100,8 +100,8 @@ BYTE* CPortList::CopyPortToBuffer(const tagPort* port, DWORD level, BYTE* entry,
 }
 
 DWORD CPortList::neededBytesLocked(DWORD level) {
+  const std::uint64_t count = m_ports.count();
   const std::uint64_t portSize = GetPortSize(level);
-  const std::uint64_t reserved = m_ports.count() * portSize;
   std::uint64_t exact = 0;
   if (portSize != 0) {
     const std::uint64_t withoutName = portSize - kReservedName * sizeof(wchar_t);
@@ -110,7 +110,8 @@ DWORD CPortList::neededBytesLocked(DWORD level) {
       exact += withoutName + textBytes(port->portName);
     }
   }
-  return static_cast<DWORD>(std::min<std::uint64_t>(std::max(reserved, exact), std::numeric_limits<DWORD>::max()));
+  return static_cast<DWORD>(
+      std::min<std::uint64_t>(std::max(count * portSize, exact), std::numeric_limits<DWORD>::max()));
 }
 
 DWORD CPortList::copyAllLocked(DWORD level, BYTE* buffer, DWORD size, DWORD* returned) {

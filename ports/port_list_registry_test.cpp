@@ -1,17 +1,14 @@
 #include "corvane/exception.h"
 #include "ports/port_list.h"
-#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/recording_monitor.h"
 
 #include <windows.h>
 
-#include <atomic>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 // What the port list asks of the registry, call by call, and what it makes of a refusal.
@@ -23,7 +20,6 @@ MG_IMPORT_SEAM(L"advapi32.dll", RegEnumValueW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegSetValueExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegDeleteValueW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegCloseKey, ERROR_ACCESS_DENIED)
-MG_IMPORT_SEAM(L"kernel32.dll", EnterCriticalSection, 0)
 
 namespace {
 
@@ -70,6 +66,17 @@ TEST_F(PortListRegistryTest, LoadsWithTheseCallsInThisOrder) {
     EXPECT_NE(key, nullptr);
     EXPECT_EQ(disposition, nullptr);
   };
+  RegQueryInfoKeyASeam.watch = [](HKEY, LPSTR type, LPDWORD typeSize, LPDWORD reserved, LPDWORD subkeys,
+                                  LPDWORD longestSubkey, LPDWORD longestClass, LPDWORD values, LPDWORD longestName,
+                                  LPDWORD longestValue, LPDWORD security, PFILETIME written) {
+    ASSERT_NE(values, nullptr);
+    EXPECT_EQ(*values, 0U);
+    EXPECT_EQ(type, nullptr);
+    for (const LPDWORD unused :
+         {typeSize, reserved, subkeys, longestSubkey, longestClass, longestName, longestValue, security})
+      EXPECT_EQ(unused, nullptr);
+    EXPECT_EQ(written, nullptr);
+  };
   DWORD expectedIndex = 0;
   RegEnumValueWSeam.watch = [&](HKEY, DWORD index, LPWSTR, LPDWORD capacity, LPDWORD reserved, LPDWORD type,
                                 LPBYTE data, LPDWORD size) {
@@ -87,12 +94,16 @@ TEST_F(PortListRegistryTest, LoadsWithTheseCallsInThisOrder) {
 
 TEST_F(PortListRegistryTest, AddsWithTheseCallsInThisOrder) {
   ImportSeams seams;
-  RegCreateKeyExWSeam.watch = [](HKEY root, LPCWSTR subkey, DWORD, LPWSTR, DWORD options, REGSAM access,
-                                 LPSECURITY_ATTRIBUTES, PHKEY, LPDWORD) {
+  RegCreateKeyExWSeam.watch = [](HKEY root, LPCWSTR subkey, DWORD reserved, LPWSTR type, DWORD options, REGSAM access,
+                                 LPSECURITY_ATTRIBUTES security, PHKEY, LPDWORD disposition) {
     EXPECT_EQ(root, HKEY_LOCAL_MACHINE);
     EXPECT_STREQ(subkey, L"SOFTWARE\\Quillfern\\Marrowgate\\Printers\\Ports");
+    EXPECT_EQ(reserved, 0U);
+    EXPECT_EQ(type, nullptr);
     EXPECT_EQ(options, 0U);
     EXPECT_EQ(access, 0x2001BU);
+    EXPECT_EQ(security, nullptr);
+    EXPECT_EQ(disposition, nullptr);
   };
   RegSetValueExWSeam.watch = [](HKEY, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
     EXPECT_STREQ(name, L"CPP7");
@@ -188,46 +199,6 @@ TEST_F(PortListRegistryTest, DeletesFromTheListWhenTheKeyCannotBeOpened) {
                                     "0x40000008: Stack Trace: CPortList::DeletePort()"}));
 }
 
-TEST_F(PortListRegistryTest, AnswersZeroAndLeavesTheRegistryAloneWithoutMemoryForARecord) {
-  ImportSeams seams;
-  DWORD result = 4711;
-  {
-    FailingNew first(1);
-    result = list.AddNewPort(L"CPP7");
-  }
-  EXPECT_EQ(result, 0U);
-  EXPECT_EQ(seams.calls(), Lines{});
-  EXPECT_FALSE(has(L"CPP7"));
-  EXPECT_EQ(records.lines(),
-            (Lines{"0x4000000a: Failed to create a new port: CPP7.", "10: Failed to create a new port: CPP7.",
-                   "0x40000008: Stack Trace: CPortList::AddPort()"}));
-}
-
-TEST_F(PortListRegistryTest, SurvivesEveryAllocationThatFailsWhileAPortComesAndGoes) {
-  int nth = 1;
-  for (bool failed = true; failed; ++nth) {
-    FailingNew failing(nth);
-    try {
-      list.AddNewPort(L"CPP7");
-    } catch (const CS_Exception&) {
-      // The one operation that may throw, and the one exception that it may throw.
-    }
-    DWORD needed = 0;
-    DWORD returned = 0;
-    list.EnumPorts(nullptr, 1, nullptr, 0, &needed, &returned);
-    if (tagPort* const port = list.FindPort(L"CPP7")) {
-      EXPECT_EQ(port->lock->unlock(), 1);
-    }
-    list.DeletePort(L"CPP7");
-    failed = failing.hasFailed();
-  }
-  EXPECT_GT(nth, 4);
-  EXPECT_TRUE(listIsFree());
-  // A deletion that had no memory for its key may have left the port in the list; with memory it goes.
-  list.DeletePort(L"CPP7");
-  EXPECT_FALSE(has(L"CPP7"));
-}
-
 TEST_F(PortListRegistryTest, SurvivesEveryRegistryCallThatFailsWhilePortsAreLoadedAddedAndDeleted) {
   ImportSeams seams;
   int nth = 1;
@@ -246,54 +217,4 @@ TEST_F(PortListRegistryTest, SurvivesEveryRegistryCallThatFailsWhilePortsAreLoad
   }
   EXPECT_GT(nth, 8);
   EXPECT_TRUE(listIsFree());
-}
-
-TEST_F(PortListRegistryTest, WaitsForThePortToBeLeftBeforeItFreesIt) {
-  list.AddNewPort(L"CPP7");
-  ImportSeams seams;
-  std::atomic<CRITICAL_SECTION*> lastEntered{nullptr};
-  EnterCriticalSectionSeam.watch = [&](CRITICAL_SECTION* section) { lastEntered = section; };
-  tagPort* const port = list.FindPort(L"CPP7");
-  CRITICAL_SECTION* const portSection = lastEntered;
-
-  // Deleting must come to the port's lock, and stop there, before it comes to the registry.
-  const HANDLE atTheLock = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  const HANDLE atTheRegistry = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  EnterCriticalSectionSeam.watch = [&](CRITICAL_SECTION* section) {
-    if (section == portSection) SetEvent(atTheLock);
-  };
-  RegOpenKeyExWSeam.watch = [&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) { SetEvent(atTheRegistry); };
-  DWORD result = 0;
-  std::thread deleting([&] { result = list.DeletePort(L"CPP7"); });
-  const HANDLE either[] = {atTheLock, atTheRegistry};
-  EXPECT_EQ(WaitForMultipleObjects(2, either, FALSE, INFINITE), WAIT_OBJECT_0);
-  EXPECT_EQ(WaitForSingleObject(atTheRegistry, 0), static_cast<DWORD>(WAIT_TIMEOUT));
-  EXPECT_STREQ(port->portName, L"CPP7");
-  port->lock->unlock();
-  deleting.join();
-  EXPECT_EQ(WaitForSingleObject(atTheRegistry, 0), WAIT_OBJECT_0);
-  EXPECT_EQ(result, 1U);
-  CloseHandle(atTheLock);
-  CloseHandle(atTheRegistry);
-}
-
-TEST_F(PortListRegistryTest, ServesSeveralThreadsAtOnce) {
-  const auto work = [&](const wchar_t* name) {
-    for (int round = 0; round < 50; ++round) {
-      list.AddNewPort(name);
-      if (tagPort* const port = list.FindPort(name)) port->lock->unlock();
-      BYTE buffer[1000];
-      DWORD needed = 0;
-      DWORD returned = 0;
-      list.EnumPorts(nullptr, 2, buffer, sizeof buffer, &needed, &returned);
-      list.DeletePort(name);
-    }
-  };
-  std::thread other(work, L"CPP1");
-  work(L"CPP2");
-  other.join();
-  EXPECT_FALSE(has(L"CPP1"));
-  EXPECT_FALSE(has(L"CPP2"));
-  EXPECT_TRUE(PortsRegistry::values().empty());
-  EXPECT_EQ(records.lines(), Lines{});
 }

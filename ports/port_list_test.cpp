@@ -1,5 +1,6 @@
 #include "ports/port_list.h"
 
+#include "tests/support/local_log.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/recording_monitor.h"
 
@@ -53,6 +54,39 @@ TEST_F(PortListTest, LoadsThePortOfEachValueByItsNameWhateverItHolds) {
   for (const wchar_t* name : {L"CPP1", L"CPP2", L"CPP3"})
     EXPECT_TRUE(has(name));
   EXPECT_EQ(records.lines(), Lines{});
+}
+
+TEST_F(PortListTest, LoadsNamesThatPeopleHavePlanted) {
+  const std::wstring halfPair(L"half \xD800 pair");
+  for (const wchar_t* name : {L"", L"a\\b/c", halfPair.c_str(), L"\u4E2D\u6587"})
+    PortsRegistry::set(name, REG_MULTI_SZ, std::wstring(5000, L'x'));
+  list.Load();
+  EXPECT_EQ(count(), 4U);
+  for (const wchar_t* name : {L"", L"a\\b/c", halfPair.c_str(), L"\u4E2D\u6587"}) {
+    tagPort* const port = list.FindPort(name);
+    ASSERT_NE(port, nullptr);
+    EXPECT_STREQ(port->portName, name);
+    port->lock->unlock();
+  }
+  EXPECT_EQ(records.lines(), Lines{});
+}
+
+// Keys are compared as the code page writes them; the registry compares them as they are.
+TEST_F(PortListTest, TakesNamesThatTheCodePageCannotTellApartForOnePort) {
+  const wchar_t first[] = L"CPP\xD800";
+  const wchar_t second[] = L"CPP\xD801";
+  list.AddNewPort(first);
+  tagPort* const replaced = list.FindPort(first);
+  replaced->lock->unlock();
+  list.AddNewPort(second);
+  EXPECT_EQ(count(), 1U);
+  tagPort* const port = list.FindPort(first);
+  ASSERT_NE(port, nullptr);
+  EXPECT_STREQ(port->portName, second);
+  port->lock->unlock();
+  EXPECT_EQ(PortsRegistry::values().size(), 2U);
+  delete replaced->lock;
+  delete replaced;
 }
 
 TEST_F(PortListTest, PassesOverValuesWhoseNameIsTooLongForAPort) {
@@ -194,6 +228,13 @@ TEST_F(PortListTest, TakesANullNameForTheEmptyOne) {
   EXPECT_TRUE(has(nullptr));
   EXPECT_EQ(list.DeletePort(nullptr), 1U);
   EXPECT_EQ(records.lines(), Lines{});
+}
+
+TEST_F(PortListTest, TracesWhenItIsMade) {
+  LocalLog log;
+  log.trace();
+  const CPortList another;
+  EXPECT_EQ(log.entered(), Lines{"CPortList::CPortList()"});
 }
 
 TEST_F(PortListTest, IsReachedThroughTheInstanceOfTheModule) {
