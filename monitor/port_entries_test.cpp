@@ -1,13 +1,17 @@
 #include "monitor/entries.h"
 #include "monitor/message_box_seam.h"
 #include "ports/port_list.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/recording_monitor.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <thread>
+
+MG_IMPORT_SEAM(L"kernel32.dll", EnterCriticalSection, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", LeaveCriticalSection, 0)
 
 namespace {
 
@@ -94,20 +98,45 @@ TEST_F(PortEntriesTest, ClosingNothingIsABadArgument) {
   EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", closing("MGClosePort")));
 }
 
-TEST_F(PortEntriesTest, AnOpenWaitsForThePortsLock) {
-  tagPort* held = m_list.FindPort(L"CPP5");
-  std::atomic<bool> opened{false};
-  std::thread opener([&] {
-    HANDLE handle = nullptr;
-    MGOpenPort(nullptr, name(L"CPP5"), &handle);
-    opened = true;
-  });
-  EXPECT_FALSE(opened);
-  EXPECT_EQ(held->flags, 0u);
-  held->lock->unlock();
-  opener.join();
-  EXPECT_TRUE(opened);
-  EXPECT_EQ(held->flags, kPortIsOpen);
+TEST_F(PortEntriesTest, TheMarkIsSetAndTakenBackUnderThePortsLock) {
+  CRITICAL_SECTION* last = nullptr;
+  EnterCriticalSectionSeam.watch = [&](CRITICAL_SECTION* section) { last = section; };
+  tagPort* port = m_list.FindPort(L"CPP5");
+  const CRITICAL_SECTION* const section = last;
+  port->lock->unlock();
+  std::vector<std::string> seen;
+  EnterCriticalSectionSeam.watch = [&](CRITICAL_SECTION* entered) {
+    if (entered == section) seen.push_back("enter " + std::to_string(port->flags));
+  };
+  LeaveCriticalSectionSeam.watch = [&](CRITICAL_SECTION* left) {
+    if (left == section) seen.push_back("leave " + std::to_string(port->flags));
+  };
+  open();
+  EXPECT_THAT(seen, ElementsAre("enter 0", "leave 2"));
+  seen.clear();
+  EXPECT_EQ(MGClosePort(port), TRUE);
+  EXPECT_THAT(seen, ElementsAre("enter 2", "leave 0"));
+  EnterCriticalSectionSeam.restore();
+  LeaveCriticalSectionSeam.restore();
+}
+
+TEST_F(PortEntriesTest, OpeningWithoutRoomForTheHandleIsABadArgument) {
+  EXPECT_EQ(MGOpenPort(nullptr, name(L"CPP5"), nullptr), FALSE);
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", closing("MGOpenPort")));
+}
+
+TEST_F(PortEntriesTest, OpeningWithoutMemoryIsOpeningAnUnknownPort) {
+  HANDLE handle = kWindow;
+  BOOL opened = TRUE;
+  {
+    const FailingNew first(1);
+    opened = MGOpenPort(nullptr, name(L"CPP5"), &handle);
+  }
+  EXPECT_EQ(opened, FALSE);
+  EXPECT_EQ(handle, kWindow);
+  const std::string missing = "MgPrintMon - MGOpenPort: port not found";
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3012", "0x40000008: Stack Trace: CPortList::FindPort()",
+                                             "0x4000000a: " + missing, "10: " + missing, closing("MGOpenPort")));
 }
 
 TEST_F(PortEntriesTest, EnumerationAnswersWithTheListsResultAndError) {
@@ -162,6 +191,17 @@ TEST_F(PortEntriesTest, DeletingAMissingPortSaysSoAndRecordsTheServersName) {
   EXPECT_THAT(std::vector(lines.end() - 3, lines.end()),
               ElementsAre("0x4000000a: failed to remove port server", "10: failed to remove port server",
                           closing("MGDeletePort")));
+}
+
+TEST_F(PortEntriesTest, DeletingAMissingPortWithoutAServersNameRecordsThat) {
+  m_registry.set(L"another");
+  EXPECT_EQ(MGDeletePort(nullptr, nullptr, nullptr, name(L"CPP6")), FALSE);
+  EXPECT_EQ(MGDeletePort(nullptr, nullptr, nullptr, nullptr), FALSE);
+  const std::wstring box = L"0|An error has occurred\n\nCouldn't remove the port.|Error|0";
+  EXPECT_THAT(m_boxes, ElementsAre(box, box));
+  const auto lines = m_records.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "0x4000000a: failed to remove port (null)"), 2);
+  EXPECT_EQ(lines.back(), closing("MGDeletePort"));
 }
 
 TEST_F(PortEntriesTest, DeletingBeforeInitialisationShowsNothing) {
