@@ -1,6 +1,7 @@
 #include "monitor/job_path_test.h"
 #include "tests/support/temporary_folder.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 
 namespace {
@@ -111,6 +112,27 @@ TEST_F(EndDocPortTest, AJobThatWentToNotepadIsMarkedAsSentAndAnsweredWithFalse) 
   EXPECT_THAT(m_queue.calls(),
               ElementsAre("open Preview PDF 0xf000c", "set job 17 level 0 command 6", "close printer"));
   EXPECT_EQ(m_port->job, nullptr);
+}
+
+// To a preview printer, a conversion of plain text would start notepad instead of ending the job.
+TEST_F(EndDocPortTest, AJobThatIsNotToBeConvertedIsOnlyEnded) {
+  m_world.bringUpInstance();
+  for (const std::int32_t mode : {ClientPrintJob::kDirect, ClientPrintJob::kDirectAlternative}) {
+    m_peer.clear();
+    start(L"Preview PDF");
+    m_port->job->settings[ClientPrintJob::kDeliveryMode] = mode;
+    write("plain text");
+    EXPECT_EQ(end(), TRUE);
+    const auto lines = m_peer.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) { return line.find("EndJob") != std::string::npos; }),
+              1);
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) { return line.find("LaunchApp") != std::string::npos; }),
+              0);
+    EXPECT_EQ(m_peer.bytes().size(), 10u);
+  }
+  EXPECT_THAT(records(), IsEmpty());
 }
 
 }  // namespace

@@ -22,6 +22,8 @@ class FakeQueue {
 
   std::vector<std::string> calls() const { return m_calls; }
   void clear() { m_calls.clear(); }
+  // Puts a line of the test's own between the calls.
+  void note(const std::string& line) { m_calls.push_back(line); }
   // Opening with all rights, and setting a job, fail from now on.
   void refuseOpen() { m_refusesOpen = true; }
   void refuseSetJob() { m_refusesSetJob = true; }

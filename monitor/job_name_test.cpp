@@ -23,6 +23,7 @@ TEST(JobName, ReplacesEveryCharacterThatAFileNameCannotHave) {
 
 TEST(JobName, KeepsEveryOtherCharacter) {
   EXPECT_EQ(jobName(L"a'b;c=d,e.f #%&(){}[]~!\u00E4\u4E2D", 1), L"a'b;c=d,e.f #%&(){}[]~!\u00E4\u4E2D - Job #1");
+  EXPECT_EQ(jobName(L"\xD800 \xDFFF\xFFFF\t", 0), L"\xD800 \xDFFF\xFFFF\t - Job #0");
 }
 
 TEST(JobName, HoldsTheLongestNameThatAPortHolds) {

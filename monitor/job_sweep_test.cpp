@@ -107,11 +107,12 @@ TEST_F(JobSweepTest, AFailingCallOfTheSpoolerAtTheStartNeverKeepsAJobFromPrintin
 }
 
 TEST_F(JobSweepTest, AFailingCallOfTheSpoolerAtTheEndNeverKeepsAJobFromPrinting) {
+  // The first call sends the request that ends the job; without that it is not printed.
   for (int nth = 1;; ++nth) {
     ASSERT_LT(nth, kTooMany);
     ASSERT_EQ(start(), TRUE);
     m_seams.failNth(nth);
-    EXPECT_EQ(end(), TRUE) << nth;
+    EXPECT_EQ(end(), nth == 1 ? FALSE : TRUE) << nth;
     const bool failed = m_seams.hasFailed();
     m_seams.failNth(0);
     EXPECT_EQ(m_port->job, nullptr);

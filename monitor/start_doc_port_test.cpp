@@ -2,11 +2,16 @@
 #include "corvane/simple_class.h"
 #include "monitor/job_path_test.h"
 #include "tests/support/barren_class.h"
+#include "tests/support/failing_new.h"
+
+#include <winsock2.h>
 
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <string>
 #include <vector>
+
+MG_IMPORT_SEAM(L"ws2_32.dll", WSASend, SOCKET_ERROR)
 
 namespace {
 
@@ -139,6 +144,70 @@ TEST_F(StartDocPortTest, APortMonitorThatCannotBeMadeFailsTheJob) {
 TEST_F(StartDocPortTest, AStreamThatCannotBeMadeFailsTheJob) {
   const BarrenClass barren(L"Quillfern::NTR::PrintServer", new PrintServerClass(CS_Version(4, 0, 1, 0)));
   expectFailedStart({"0x4000000a: Failed to create the print server", "10: Failed to create the print server"});
+}
+
+// An application server that cannot be reached is tried without end; only a connection that cannot be made fails.
+TEST_F(StartDocPortTest, AMissingConnectionFailsTheJob) {
+  bool sawFailure = false;
+  for (int nth = 1; nth < 100 && !sawFailure; ++nth) {
+    m_queue.clear();
+    m_world.records().clear();
+    BOOL started = TRUE;
+    {
+      const FailingNew failing(nth);
+      started = start();
+    }
+    if (started) end();
+    const auto lines = records();
+    sawFailure = std::count(lines.begin(), lines.end(), "0x4000000a: Failed to connect to APS.") == 1;
+    if (!sawFailure) continue;
+    EXPECT_EQ(started, FALSE);
+    EXPECT_THAT(lines, ElementsAre("0x40000002: number 3012", "0x40000008: Failed to connect to localhost.",
+                                   "0x4000000a: Failed to connect to APS.", "10: Failed to connect to APS.",
+                                   "0x4000000c: Deleted print job letter.txt", closing("MGStartDocPort")));
+    EXPECT_EQ(cleanUpCalls(), deletion());
+    expectIdlePort();
+  }
+  EXPECT_TRUE(sawFailure);
+}
+
+// What could not be announced fails with its first write, not here.
+TEST_F(StartDocPortTest, AJobWhoseAnnouncementIsLostIsStartedAllTheSame) {
+  // The next send but one: the first is the server's answer.
+  m_peer.whenAsked("PortMonitorClient", 4, [] { WSASendSeam.fail(2, SOCKET_ERROR, WSAECONNRESET); });
+  EXPECT_EQ(start(), TRUE);
+  EXPECT_THAT(records(), IsEmpty());
+  EXPECT_EQ(m_port->flags, kPortIsOpen | kPortHasDocument);
+  EXPECT_EQ(write("abc"), FALSE);
+  EXPECT_EQ(records().front(), "0x4000000a: Failed to send print job data");
+}
+
+TEST_F(StartDocPortTest, ADocumentWithoutADataTypeIsSentWithoutOne) {
+  m_document.pDatatype = nullptr;
+  EXPECT_EQ(start(), TRUE);
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_THAT(m_peer.waitForLines(8)[6],
+              testing::HasSubstr("boolean true, text \"letter.txt\", boolean false, int 1, int 1"));
+}
+
+TEST_F(StartDocPortTest, TextsOutsideTheCodePageArriveAsTheyAre) {
+  m_document.pDocName = text(L"\u4E2D\u6587 \u2603");
+  EXPECT_EQ(start(L"Dr\u00FCcker \u4E2D"), TRUE);
+  EXPECT_EQ(end(), TRUE);
+  const ScriptedPeer::Lines lines = m_peer.waitForLines(8);
+  EXPECT_EQ(lines[3],
+            "request 5 GetPrinterInfo: text \"Dr\xC3\xBC"
+            "cker \xE4\xB8\xAD\"");
+  EXPECT_THAT(lines[6], testing::HasSubstr("text \"\xE4\xB8\xAD\xE6\x96\x87 \xE2\x98\x83\""));
+}
+
+// A number that no client printer has: the reason is recorded, and the job goes on as it is.
+TEST_F(StartDocPortTest, AnUnknownWayToTravelIsRecordedAndTheJobStarts) {
+  m_printerValue = 9;
+  EXPECT_EQ(start(), TRUE);
+  EXPECT_THAT(records(),
+              ElementsAre("10: number 3014", "0x40000008: Stack Trace: MgPrintMon - ConfigurePrintJobSettings()"));
+  EXPECT_THAT(m_port->job->settings, ElementsAre(0, 0, 0, 0));
 }
 
 TEST_F(StartDocPortTest, AQueueThatCannotBeOpenedIsNotedAndTheJobDeletedAllTheSame) {

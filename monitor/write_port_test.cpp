@@ -58,6 +58,32 @@ TEST_F(WritePortTest, APortWithoutAStreamIsAMissingObject) {
   EXPECT_THAT(m_queue.calls(), IsEmpty());
 }
 
+TEST_F(WritePortTest, AJobWithoutItsStreamStaysInTheQueue) {
+  start();
+  m_queue.clear();
+  const CS_RCPtr<CS_Component> stream = m_port->printServer;
+  m_port->printServer = nullptr;
+  EXPECT_EQ(write("abc"), FALSE);
+  EXPECT_THAT(records(), ElementsAre("10: number 3014", closing("MGWritePort")));
+  EXPECT_THAT(m_queue.calls(), IsEmpty());
+  m_port->printServer = stream;
+}
+
+TEST_F(WritePortTest, MoreThanALengthCanTellIsABadArgument) {
+  start();
+  BYTE byte = 1;
+  EXPECT_EQ(MGWritePort(m_port, &byte, 0x80000000, &m_written), FALSE);
+  EXPECT_EQ(m_written, 0u);
+  EXPECT_THAT(records(), ElementsAre("10: number 3015", closing("MGWritePort")));
+}
+
+TEST_F(WritePortTest, ACallerNeedNotAskHowMuchWasWritten) {
+  start();
+  BYTE byte = 1;
+  EXPECT_EQ(MGWritePort(m_port, &byte, 1, nullptr), TRUE);
+  EXPECT_EQ(MGWritePort(nullptr, &byte, 1, nullptr), FALSE);
+}
+
 TEST_F(WritePortTest, AFailedWriteDeletesTheJobFromTheQueueAndKeepsItOnThePort) {
   start();
   m_queue.clear();

@@ -1,0 +1,117 @@
+#include "monitor/job_path_test.h"
+#include "tests/support/barren_class.h"
+
+#include <gmock/gmock.h>
+
+// In which order the entries of a job act on the queue, write their records and end the connection.
+namespace {
+
+using testing::ElementsAre;
+
+// Writes each record between the calls of the queue, with what has become of the job's connection by then.
+class RecordsAmongCalls : public RecordingMonitor {
+ public:
+  explicit RecordsAmongCalls(FakeQueue& queue) : m_queue(queue) {}
+  void watch(const CS_RCPtr<CS_Component>& component) { m_component = component; }
+
+ protected:
+  void write(const CS_Record& record) noexcept override {
+    const std::string state = !m_component ? "" : m_component->isConnected() ? " [connected]" : " [ended]";
+    m_queue.note(corvane::toUtf8(record.text) + state);
+  }
+
+ private:
+  FakeQueue& m_queue;
+  CS_RCPtr<CS_Component> m_component;
+};
+
+// Lets a test hold the port monitor component that a job makes on its own connection.
+class KeptPortMonitor : public PortMonitorServerClass {
+ public:
+  KeptPortMonitor(RecordsAmongCalls& records) : PortMonitorServerClass(CS_Version(4, 0, 1, 0)), m_records(records) {}
+  CS_Component* createInstance() override {
+    CS_Component* made = PortMonitorServerClass::createInstance();
+    m_records.watch(made);
+    return made;
+  }
+
+ private:
+  RecordsAmongCalls& m_records;
+};
+
+class JobOrderTest : public JobPath {
+ protected:
+  JobOrderTest() { CS_ProgramMonitor::setDefaultMonitor(m_records); }
+  ~JobOrderTest() override { CS_ProgramMonitor::setDefaultMonitor(&m_world.records().monitor()); }
+
+  CS_RCPtr<RecordsAmongCalls> m_records = new RecordsAmongCalls(m_queue);
+};
+
+TEST_F(JobOrderTest, AFailedStartDeletesTheJobClosesItsReportAndThenItsConnection) {
+  constexpr wchar_t kClass[] = L"Quillfern::NTR::PortMonitorServer";
+  CS_ComponentServer::getServer()->registerClass(kClass, new KeptPortMonitor(*m_records));
+  m_peer.answer("PortMonitorClient", 5, [](corvane::ValueWriter& reply) { reply.writeBoolean(false); });
+  m_peer.whenAsked("PortMonitorClient", 5, [this] { m_queue.note("request 5"); });
+  EXPECT_EQ(start(), FALSE);
+  const std::string failure = "Failed to get the printer's information: Laser, print job #17 has failed to print.";
+  EXPECT_THAT(m_queue.calls(), ElementsAre("open Laser", "job 17 level 2", "close printer", "request 5",
+                                           "Failed to get printer info [connected]",
+                                           "Stack Trace: MgPrintMon - PortMonitorServer::GetPrinterInfo() [connected]",
+                                           failure + " [connected]", failure + " [connected]", "open Laser 0xf000c",
+                                           "set job 17 level 0 command 5", "Deleted print job letter.txt [connected]",
+                                           "close handle", "Stack Trace: MgPrintMon - MGStartDocPort() [connected]"));
+  m_queue.clear();
+  m_records->recordText(10, corvane::kCategory, L"afterwards");
+  EXPECT_THAT(m_queue.calls(), ElementsAre("afterwards [ended]"));
+  CS_ComponentServer::getServer()->registerClass(kClass, new PortMonitorServerClass(CS_Version(4, 0, 1, 0)));
+}
+
+TEST_F(JobOrderTest, AFailedWriteDeletesTheJobAndThenClosesItsReport) {
+  start();
+  m_queue.clear();
+  m_port->job->dataLost = true;
+  EXPECT_EQ(write("abc"), FALSE);
+  EXPECT_THAT(m_queue.calls(), ElementsAre("Failed to send print job data", "Failed to send print job data",
+                                           "open Laser 0xf000c", "set job 17 level 0 command 5", "Deleted print job",
+                                           "close handle", "Stack Trace: MgPrintMon - MGWritePort()"));
+}
+
+TEST_F(JobOrderTest, AnEndMarksTheJobEndsTheConnectionClosesItsReportAndThenThePrinter) {
+  start();
+  m_queue.clear();
+  m_queue.refuseSetJob();
+  m_records->watch(m_port->printServer);
+  m_peer.whenAsked("PrintClient", 3, [this] { m_queue.note("request 3"); });
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_THAT(m_queue.calls(), ElementsAre("request 3", "open Laser 0xf000c", "set job 17 level 0 command 6",
+                                           "failed to complete print job [connected]",
+                                           "Stack Trace: MgPrintMon - MGEndDocPort() [ended]", "close printer"));
+}
+
+TEST_F(JobOrderTest, AQueueThatCannotBeOpenedIsNotedBeforeTheJobIsMarked) {
+  start();
+  m_queue.clear();
+  m_queue.refuseOpen();
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_THAT(m_queue.calls(), ElementsAre("open Laser 0xf000c", "failed to access the printer queue",
+                                           "set job 17 level 0 command 6 of no printer",
+                                           "Stack Trace: MgPrintMon - MGEndDocPort()", "close printer null"));
+}
+
+// The settings are there before the job is attached, and the job hangs on its port before the server is asked.
+TEST_F(JobOrderTest, TheJobIsSettledBeforeItIsAttachedToItsSession) {
+  m_queue.setCopies(3);
+  m_printerValue = 2;
+  m_peer.whenAsked("PortMonitorClient", 5, [this] {
+    m_queue.note(corvane::toUtf8(m_port->job->documentName.wide()));
+    m_queue.note(std::to_string(m_port->job->copies) + " copies, setting " + std::to_string(m_port->job->settings[1]));
+    m_queue.note(m_port->printServer ? "a stream" : "no stream");
+  });
+  m_peer.whenAsked("PortMonitorClient", 4,
+                   [this] { m_queue.note("setting " + std::to_string(m_port->job->settings[1])); });
+  EXPECT_EQ(start(), TRUE);
+  EXPECT_THAT(m_queue.calls(), ElementsAre("open Laser", "job 17 level 2", "close printer", "letter.txt",
+                                           "3 copies, setting 0", "no stream", "setting 2"));
+}
+
+}  // namespace
