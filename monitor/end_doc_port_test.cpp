@@ -1,4 +1,5 @@
 #include "monitor/job_path_test.h"
+#include "tests/support/local_log.h"
 #include "tests/support/temporary_folder.h"
 
 #include <algorithm>
@@ -122,7 +123,10 @@ TEST_F(EndDocPortTest, AJobThatIsNotToBeConvertedIsOnlyEnded) {
     start(L"Preview PDF");
     m_port->job->settings[ClientPrintJob::kDeliveryMode] = mode;
     write("plain text");
+    LocalLog log;
+    log.trace();
     EXPECT_EQ(end(), TRUE);
+    EXPECT_THAT(log.entered(), ElementsAre("MGEndDocPort ()", "PrintServer::EndJob()", "PortMonitorServer::release()"));
     const auto lines = m_peer.lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const std::string& line) { return line.find("EndJob") != std::string::npos; }),

@@ -67,7 +67,9 @@ class InitializeTest : public testing::Test {
 };
 
 TEST_F(InitializeTest, HandsOutTheTableAndTheCallersOwnStructureAsTheHandle) {
+  SetLastError(0);
   EXPECT_EQ(InitializePrintMonitor2(&m_init, &m_handle), &g_monitorTable);
+  EXPECT_NE(GetLastError(), 10u) << "nothing went wrong";
   EXPECT_EQ(m_handle, &m_init);
   EXPECT_THAT(m_records.lines(), IsEmpty());
 }
@@ -179,6 +181,17 @@ TEST_F(InitializeTest, ARegistryThatRefusesLeavesAMonitorWithoutPorts) {
   EXPECT_EQ(m_table, &g_monitorTable);
   HANDLE port = nullptr;
   EXPECT_EQ(MGOpenPort(nullptr, const_cast<wchar_t*>(L"CPP3"), &port), FALSE);
+}
+
+TEST_F(InitializeTest, ALockThatCannotBeMadeAgainLeavesTheEarlierOne) {
+  EXPECT_TRUE(PortMonitorServer::initialize());
+  bool kept = false;
+  {
+    const FailingNew first(1);
+    kept = PortMonitorServer::initialize();
+  }
+  EXPECT_TRUE(kept);
+  EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 
 TEST_F(InitializeTest, ACallerWithoutAHandleGetsTheTable) {

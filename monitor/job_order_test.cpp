@@ -1,5 +1,5 @@
 #include "monitor/job_path_test.h"
-#include "tests/support/barren_class.h"
+#include "tests/support/local_log.h"
 
 #include <gmock/gmock.h>
 
@@ -74,6 +74,24 @@ TEST_F(JobOrderTest, AFailedWriteDeletesTheJobAndThenClosesItsReport) {
   EXPECT_THAT(m_queue.calls(), ElementsAre("Failed to send print job data", "Failed to send print job data",
                                            "open Laser 0xf000c", "set job 17 level 0 command 5", "Deleted print job",
                                            "close handle", "Stack Trace: MgPrintMon - MGWritePort()"));
+}
+
+// What the queue refuses is not part of the report on the failure: it begins one of its own, which the rest joins.
+TEST_F(JobOrderTest, AQueueThatCannotBeOpenedBeginsAReportOfItsOwn) {
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  const LocalLog log;
+  m_peer.answer("PortMonitorClient", 5, [](corvane::ValueWriter& reply) { reply.writeBoolean(false); });
+  m_queue.refuseOpen();
+  EXPECT_EQ(start(), FALSE);
+  std::vector<std::string> reports;
+  for (const std::string& line : log.lines())
+    reports.push_back(line.substr(0, line.find(' ')));
+  ASSERT_EQ(reports.size(), 7u);
+  EXPECT_EQ(reports[2], reports[3]) << "the failure and its exception";
+  EXPECT_NE(reports[3], reports[4]);
+  EXPECT_EQ(reports[4], reports[5]);
+  EXPECT_EQ(reports[5], reports[6]);
+  EXPECT_EQ(log.records()[4], "clean-up: Failed to open the printer");
 }
 
 TEST_F(JobOrderTest, AnEndMarksTheJobEndsTheConnectionClosesItsReportAndThenThePrinter) {

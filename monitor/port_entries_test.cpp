@@ -71,6 +71,13 @@ TEST_F(PortEntriesTest, ClosingLeavesTheJobAndTheDocumentBit) {
   EXPECT_EQ(port->lock->unlock(), 0);
 }
 
+TEST_F(PortEntriesTest, OpeningLeavesTheDocumentInProgress) {
+  tagPort* port = open();
+  port->flags = kPortHasDocument;
+  open();
+  EXPECT_EQ(port->flags, kPortHasDocument | kPortIsOpen);
+}
+
 TEST_F(PortEntriesTest, OpeningAnUnknownPortLeavesTheHandle) {
   HANDLE handle = kWindow;
   EXPECT_EQ(MGOpenPort(nullptr, name(L"CPP6"), &handle), FALSE);

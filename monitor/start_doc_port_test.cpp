@@ -252,6 +252,13 @@ TEST_F(StartDocPortTest, AFailedStartLeavesTheStreamOfTheJobBefore) {
   EXPECT_EQ(*(records().end() - 2), "10: number 3014");
 }
 
+TEST_F(StartDocPortTest, AJobThatNeverHadAStreamIsReplaced) {
+  m_port->job = new ClientPrintJob;
+  EXPECT_EQ(start(), TRUE);
+  EXPECT_STREQ(m_port->job->jobName.wide(), L"Laser - Job #17");
+  EXPECT_THAT(records(), IsEmpty());
+}
+
 TEST_F(StartDocPortTest, AJobThatWasNeverEndedLosesItsConnectionToTheNextOne) {
   EXPECT_EQ(start(), TRUE);
   EXPECT_EQ(start(L"Laser", 18), TRUE);

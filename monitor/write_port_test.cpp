@@ -58,6 +58,14 @@ TEST_F(WritePortTest, APortWithoutAStreamIsAMissingObject) {
   EXPECT_THAT(m_queue.calls(), IsEmpty());
 }
 
+TEST_F(WritePortTest, TheArgumentsAreLookedAtBeforeTheStream) {
+  BYTE byte = 1;
+  EXPECT_EQ(MGWritePort(m_port, nullptr, 1, &m_written), FALSE);
+  EXPECT_EQ(MGWritePort(m_port, &byte, 0, &m_written), FALSE);
+  const std::string line = closing("MGWritePort");
+  EXPECT_THAT(records(), ElementsAre("10: number 3015", line, "10: number 3015", line));
+}
+
 TEST_F(WritePortTest, AJobWithoutItsStreamStaysInTheQueue) {
   start();
   m_queue.clear();

@@ -116,6 +116,19 @@ TEST_F(PortEnumerationTest, PacksLevelOneNamesDownFromTheEndInTheOrderOfTheMap) 
   EXPECT_TRUE(got.marginsAreUntouched());
 }
 
+// The table has 32 places, and a name stands at that of its length.
+TEST_F(PortEnumerationTest, ListsThePortsByThePlaceOfTheirNamesLength) {
+  const std::wstring twenty(20, L't');
+  const std::wstring thirtySix(36, L's');
+  for (const wchar_t* name : {twenty.c_str(), thirtySix.c_str(), L"CPP1"})
+    list.AddPort(name, 0);
+  const Enumeration got(list, 1, 200);
+  ASSERT_EQ(got.returned, 3U);
+  EXPECT_EQ(got.entry<PORT_INFO_1W>(0).pName, thirtySix);
+  EXPECT_STREQ(got.entry<PORT_INFO_1W>(1).pName, L"CPP1");
+  EXPECT_EQ(got.entry<PORT_INFO_1W>(2).pName, twenty);
+}
+
 TEST_F(PortEnumerationTest, PacksLevelTwoTextsInTheOrderMonitorDescriptionPort) {
   CPortList named(L"the monitor", L"the description");
   named.AddPort(L"CPP1", 0);

@@ -197,6 +197,21 @@ TEST_F(PortListTest, DeletesAPortFromTheListAndTheRegistry) {
   EXPECT_EQ(records.lines(), Lines{});
 }
 
+TEST_F(PortListTest, FreesWhatAPortKeepsAboutItsSession) {
+  struct Printers : TObjectMap<UTL_String, void*> {
+    explicit Printers(bool& gone) : m_gone(gone) {}
+    ~Printers() override { m_gone = true; }
+    bool& m_gone;
+  };
+  bool gone = false;
+  list.AddNewPort(L"CPP7");
+  tagPort* const port = list.FindPort(L"CPP7");
+  port->cachedPrinters = new Printers(gone);
+  port->lock->unlock();
+  list.DeletePort(L"CPP7");
+  EXPECT_TRUE(gone);
+}
+
 TEST_F(PortListTest, AnswersZeroForAnUnknownPortAndStillDeletesItsValue) {
   PortsRegistry::set(L"CPP9");
   EXPECT_EQ(list.DeletePort(L"CPP9"), 0U);
