@@ -1,11 +1,13 @@
 #include "tests/end_to_end/spooler.h"
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <signal.h>
 #include <stdexcept>
 #include <stdlib.h>
+#include <thread>
 
 namespace tests {
 
@@ -18,6 +20,21 @@ fs::path ppdOfGhostscript() {
     if (entry.path().filename() == "ghostpdf.ppd") return entry.path();
   }
   throw std::runtime_error("Ghostscript's ghostpdf.ppd is missing; run scripts/setup");
+}
+
+// A program that comes before the server listens starts a second one, and in a new prefix the two disturb each other.
+// Debian's Wine names the folder of its socket in the prefix.
+void waitForServer(const fs::path& prefix) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (std::chrono::steady_clock::now() < deadline) {
+    std::string folder;
+    if (std::ifstream(prefix / "wineserver") >> folder && fs::is_directory("/tmp/" + folder)) {
+      for (const auto& entry : fs::directory_iterator("/tmp/" + folder)) {
+        if (fs::is_socket(entry.path() / "socket")) return;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
 }
 
 }  // namespace
@@ -41,6 +58,7 @@ Spooler::Spooler() : m_prefix(fs::path(MG_BUILD_DIR) / "wine-end-to-end") {
   setenv("MG_WINE_PREFIX", m_prefix.c_str(), 1);
   setenv("WINEPREFIX", m_prefix.c_str(), 1);
   m_server = std::make_unique<ChildProcess>(std::vector<std::string>{"/usr/lib/wine/wineserver64", "-f", "-p"});
+  waitForServer(m_prefix);
   const fs::path ready = m_prefix / ".ready";
   if (!fs::exists(ready)) {
     run("wineboot", {"--init"});
