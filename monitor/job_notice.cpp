@@ -66,28 +66,34 @@ CS_Notice makeNotice(const JobNotice& job, const wchar_t* line) {
   return notice;
 }
 
-// A monitor that reaches the application server over the job's connection; null when there is none. The server is told
-// whose notice it is, and its answer means that nothing it has sent before is left unread when the connection ends.
-CS_RCPtr<CS_ProgramMonitor> monitorOn(CS_Connection& connection) {
+// False when the server does not answer. Its answer means that nothing which it has sent before is left unread, for
+// that would make the end of the connection overtake the notice.
+bool introduce(CS_ProgramMonitor_c& monitor) {
+  wchar_t path[MAX_PATH + 1] = L"";
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  wchar_t name[_MAX_FNAME] = L"";
+  _wsplitpath(path, nullptr, nullptr, name, nullptr);
+  return monitor.setProcessInfo(GetCurrentProcessId(), name);
+}
+
+// A monitor that reaches the application server over the job's connection; null when there is none. A job that went
+// well ends with an answer and leaves nothing unread, so its notice costs no round trip.
+CS_RCPtr<CS_ProgramMonitor> monitorOn(CS_Connection& connection, bool jobFailed) {
   if (!connection.isConnected()) return nullptr;
   const CS_RCPtr<CS_ClassFactory> factory = connection.getClassFactory(
       CS_ProgramMonitor_c::m_className, L"Quillfern::ComponentServer::ProgramMonitor_s", true);
   if (!factory) return nullptr;
   const CS_RCPtr<CS_Component> made(factory->newInstance(0));
   const CS_RCPtr<CS_ProgramMonitor_c> monitor(dynamic_cast<CS_ProgramMonitor_c*>(made.get()));
-  wchar_t path[MAX_PATH + 1] = L"";
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  wchar_t name[_MAX_FNAME] = L"";
-  _wsplitpath(path, nullptr, nullptr, name, nullptr);
-  if (!monitor || !monitor->setProcessInfo(GetCurrentProcessId(), name)) return nullptr;
+  if (!monitor || (jobFailed && !introduce(*monitor))) return nullptr;
   return monitor.get();
 }
 
-CS_RCPtr<CS_ProgramMonitor> receiver(CS_Connection* connection) noexcept {
+CS_RCPtr<CS_ProgramMonitor> receiver(CS_Connection* connection, bool jobFailed) noexcept {
   const CS_RCPtr<CS_ProgramMonitor> standard = CS_ProgramMonitor::getDefaultMonitor();
   if (connection == nullptr || standard.get() != CS_ProgramMonitor::getLocalMonitor().get()) return standard;
   try {
-    const CS_RCPtr<CS_ProgramMonitor> direct = monitorOn(*connection);
+    const CS_RCPtr<CS_ProgramMonitor> direct = monitorOn(*connection, jobFailed);
     return direct ? direct : standard;
   } catch (...) {
     return standard;
@@ -104,7 +110,7 @@ void send(const JobNotice& job, const wchar_t* line, CS_Connection* connection) 
   }
   try {
     if (!isWhole) notice = CS_Notice{kKind, line, {}};
-    receiver(connection)->notify(notice);
+    receiver(connection, job.failure != nullptr)->notify(notice);
   } catch (...) {
     corvane::LocalMonitor::instance().writeLine(L"job:", line);
   }

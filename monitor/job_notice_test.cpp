@@ -57,7 +57,7 @@ TEST_F(JobNoticeTest, StandsInTheLogBehindTheRecordsAndBeforeTheTrail) {
                           "the client printer is \"Client Laser\", format 1", "0 bytes were taken from the spooler"));
 }
 
-TEST_F(JobNoticeTest, ReachesTheServerOnTheJobsOwnConnectionWhenThereIsNoOther) {
+TEST_F(JobNoticeTest, ReachesTheServerOnTheJobsOwnConnectionWithoutARoundTripWhenThereIsNoOther) {
   useTheLocalMonitor();
   start();
   write("abc");
@@ -66,14 +66,27 @@ TEST_F(JobNoticeTest, ReachesTheServerOnTheJobsOwnConnectionWhenThereIsNoOther) 
   const ScriptedPeer::Lines lines = m_peer.lines();
   const auto created = std::find(lines.begin(), lines.end(), "create ProgramMonitor_s");
   ASSERT_NE(created, lines.end());
-  ASSERT_EQ(lines.end() - created, 4);
+  ASSERT_EQ(lines.end() - created, 3);
   EXPECT_THAT(*(created - 1), StartsWith("request 3 EndJob"));
-  EXPECT_THAT(created[1], testing::HasSubstr("int " + MonitorWorld::processId() + ", text \"monitor_tests\""));
-  EXPECT_THAT(created[2], testing::HasSubstr("text \"job\", text \"Job 17 \"letter.txt\" on \"Laser\" (session 5) was "
+  EXPECT_THAT(created[1], testing::HasSubstr("text \"job\", text \"Job 17 \"letter.txt\" on \"Laser\" (session 5) was "
                                              "delivered: 3 bytes.\", int 7, "));
-  EXPECT_EQ(created[3], "end");
+  EXPECT_EQ(created[2], "end");
   EXPECT_THAT(m_log.lines(),
               ElementsAre("job: Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 3 bytes."));
+}
+
+TEST_F(JobNoticeTest, OfAFailureIsIntroducedSoThatNothingOvertakesIt) {
+  useTheLocalMonitor();
+  refuseAttach();
+  start();
+  EXPECT_TRUE(m_peer.waitForLine("end"));
+  const ScriptedPeer::Lines lines = m_peer.lines();
+  const auto created = std::find(lines.begin(), lines.end(), "create ProgramMonitor_s");
+  ASSERT_NE(created, lines.end());
+  ASSERT_EQ(lines.end() - created, 4);
+  EXPECT_THAT(created[1], testing::HasSubstr("int " + MonitorWorld::processId() + ", text \"monitor_tests\""));
+  EXPECT_THAT(created[2], testing::HasSubstr(kFailedAttach));
+  EXPECT_EQ(created[3], "end");
 }
 
 TEST_F(JobNoticeTest, IsInTheLogWhenTheServerHasGone) {

@@ -20,6 +20,7 @@ bool ProgramMonitorServer::serve(CS_InRequest& request) {
     case CS_ProgramMonitor_c::kSetProcessInfo: {
       const int processId = request.readInt();
       m_process = programs::oneLine(request.readUTF()) + " " + std::to_string(processId);
+      m_isIntroduced = true;
       m_application->log->line(m_process + ": connected");
       request.reply().writeBoolean(true);
       request.sendReply();
@@ -55,6 +56,15 @@ void ProgramMonitorServer::takeRecord(int level, int report, const std::string& 
   m_lastFailure = text;
 }
 
+// A job that went well is told without an introduction; its notice says which process it was.
+std::string ProgramMonitorServer::senderOf(const CS_Notice& notice) const {
+  if (m_isIntroduced) return m_process;
+  for (const auto& [name, value] : notice.values) {
+    if (name == L"process") return "process " + programs::oneLine(value);
+  }
+  return m_process;
+}
+
 void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   CS_Notice notice;
   notice.kind = request.readUTF();
@@ -70,7 +80,8 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
     std::wstring name = request.readUTF();
     notice.values.emplace_back(std::move(name), request.readUTF());
   }
-  const std::string line = m_process + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line);
+  const std::string line =
+      senderOf(notice) + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line);
   const bool failed = std::any_of(notice.values.begin(), notice.values.end(), [](const auto& value) {
     return value.first == L"result" && value.second == L"failed";
   });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/component.h"
+#include "corvane/notice.h"
 #include "server/application.h"
 
 #include <memory>
@@ -9,9 +10,8 @@
 namespace aps {
 
 // The server's half of another process's program monitor: each of its records becomes a line of the log with the
-// process, the level as a word and the text, and each of its notices likewise, which is also kept
-// for whoever waits for it. Its requests come one after another on
-// one thread.
+// process, the level as a word and the text, and each of its notices likewise, which is also kept for whoever waits for
+// it. Its requests come one after another on one thread.
 class ProgramMonitorServer : public CS_Component {
  public:
   using Context = Application;
@@ -24,9 +24,11 @@ class ProgramMonitorServer : public CS_Component {
   bool serve(CS_InRequest& request);
   void takeRecord(int level, int report, const std::string& text);
   void takeNotice(CS_InRequest& request);
+  std::string senderOf(const CS_Notice& notice) const;
 
   std::shared_ptr<Application> m_application;
   std::string m_process = "a process that did not introduce itself";
+  bool m_isIntroduced = false;
   int m_lastReport = 0;
   std::string m_lastFailure;
 };

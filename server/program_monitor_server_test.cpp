@@ -82,6 +82,28 @@ TEST_F(ProgramMonitorServerTest, AnExceptionIsKeptUnlessItRepeatsTheFailureOfIts
   EXPECT_THAT(failures(), SizeIs(3));
 }
 
+TEST_F(ProgramMonitorServerTest, ANoticeBeforeAnIntroductionIsOfTheProcessThatItNames) {
+  const auto notify = [this](const std::vector<std::pair<const wchar_t*, const wchar_t*>>& values) {
+    CS_OutRequest request(m_peer, CS_ProgramMonitor_c::kNotify);
+    request.writeUTF(L"job");
+    request.writeUTF(L"it failed");
+    request.writeInt(static_cast<int>(values.size()));
+    for (const auto& [name, value] : values) {
+      request.writeUTF(name);
+      request.writeUTF(value);
+    }
+    request.execute();
+  };
+  notify({{L"result", L"failed"}});
+  notify({{L"result", L"failed"}, {L"process", L"42"}});
+  introduce();
+  notify({{L"result", L"failed"}, {L"process", L"42"}});
+  introduce();
+  EXPECT_THAT(failures(),
+              ElementsAre(EndsWith(" a process that did not introduce itself: job: it failed"),
+                          EndsWith(" process 42: job: it failed"), EndsWith(" spoolsv 77: job: it failed")));
+}
+
 TEST_F(ProgramMonitorServerTest, ANoticeWithTooManyValuesIsRefusedWithALine) {
   introduce();
   for (const int count : {CS_Notice::kMaxValues + 1, -1}) {
