@@ -1,8 +1,9 @@
-#include "jobs/convert_job.h"
+#include "jobs/convert_job_test.h"
 
-#include "corvane/text.h"
 #include "jobs/conversion.h"
+#include "jobs/environment_seam.h"
 #include "jobs/file_read_seam.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 #include "tests/support/temporary_folder.h"
@@ -24,106 +25,67 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 
-constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - ConvertJob()";
 const HKEY kKey = reinterpret_cast<HKEY>(0x5550);
 
-// The registry and the converter are the test's; files and handles are real.
-class ConvertJobTest : public testing::Test {
- protected:
-  ConvertJobTest() {
-    m_job.jobName = L"Laser - Job #1";
-    m_job.settings = {1, 2, 3, 2};
-    m_job.postScriptPath = m_ps.c_str();
-    m_job.pdfPath = m_pdf.c_str();
-    m_job.logPath = m_log.c_str();
-    TemporaryFolder::write(m_ps, "%!PS-Adobe-3.0\nshowpage\n");
-    RegOpenKeyExWSeam.replacement = [this](HKEY root, LPCWSTR key, DWORD options, REGSAM access, PHKEY out) -> LSTATUS {
-      EXPECT_EQ(root, HKEY_LOCAL_MACHINE);
-      EXPECT_STREQ(key, L"SOFTWARE\\Quillfern\\Marrowgate");
-      EXPECT_EQ(options, 0u);
-      EXPECT_EQ(access, 0x20019u);
-      if (m_hasKey) *out = kKey;
-      return m_hasKey ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
-    };
-    RegQueryValueExWSeam.replacement = [this](HKEY key, LPCWSTR name, LPDWORD, LPDWORD, LPBYTE data,
-                                              LPDWORD size) -> LSTATUS {
-      EXPECT_EQ(key, kKey);
-      EXPECT_STREQ(name, L"RootPath");
-      EXPECT_EQ(*size, 520u);
-      if (!m_hasRoot) return ERROR_FILE_NOT_FOUND;
-      std::memcpy(data, m_root.data(), m_root.size() * sizeof(wchar_t));
-      return ERROR_SUCCESS;
-    };
-    RegCloseKeySeam.replacement = [](HKEY) -> LSTATUS { return ERROR_SUCCESS; };
-    RevertToSelfSeam.replacement = []() -> WINBOOL { return TRUE; };
-    CreateProcessASeam.replacement = [this](LPCSTR application, LPSTR command, LPSECURITY_ATTRIBUTES process,
-                                            LPSECURITY_ATTRIBUTES thread, WINBOOL inherit, DWORD flags,
-                                            LPVOID environment, LPCSTR folder, LPSTARTUPINFOA start,
-                                            LPPROCESS_INFORMATION out) -> WINBOOL {
-      EXPECT_EQ(application, nullptr);
-      EXPECT_EQ(process, nullptr);
-      EXPECT_EQ(thread, nullptr);
-      EXPECT_EQ(inherit, TRUE);
-      EXPECT_EQ(flags, 0x20u);
-      EXPECT_EQ(environment, nullptr);
-      EXPECT_EQ(folder, nullptr);
-      EXPECT_EQ(start->cb, 104u);
-      EXPECT_EQ(start->wShowWindow, 0);
-      EXPECT_EQ(start->hStdInput, nullptr);
-      EXPECT_EQ(start->hStdError, nullptr);
-      m_command = command;
-      m_startFlags = start->dwFlags;
-      m_hasOutput = start->hStdOutput != nullptr;
-      if (m_makesPdf) TemporaryFolder::write(m_pdf, m_pdfBytes);
-      DWORD written = 0;
-      if (m_hasOutput) {
-        WriteFile(start->hStdOutput, m_output.data(), static_cast<DWORD>(m_output.size()), &written, nullptr);
-      }
-      out->hProcess = CreateEventA(nullptr, TRUE, TRUE, nullptr);
-      out->hThread = CreateEventA(nullptr, TRUE, TRUE, nullptr);
-      return TRUE;
-    };
-  }
+}  // namespace
 
-  int convert(const wchar_t* printer = L"Laser") { return ConvertJob(&m_job, printer); }
-  std::string finalData() const {
-    return {reinterpret_cast<const char*>(m_job.finalData), static_cast<std::size_t>(m_job.finalDataLength)};
-  }
-  // The command line as it must be for the default RootPath.
-  std::string command() const { return "C:\\Marrowgate\\Programs\\ps2pdf.exe \"" + corvane::toUtf8(m_ps) + "\""; }
-  static std::string thrown(const std::string& text) { return "0x4000000a: " + text + "\n10: " + text; }
-  // The records, joined line by line.
-  std::string records() const {
-    std::string all;
-    for (const std::string& line : m_records.lines())
-      all += (all.empty() ? "" : "\n") + line;
-    return all;
-  }
-  std::string notDeleted(const std::wstring& path) const {
-    return "\n0x4000000c: Failed to delete the temporary print job " + std::string(path == m_log ? "log " : "") +
-           "file: " + corvane::toUtf8(path);
-  }
-  std::string closing() const { return std::string("\n") + kClosing; }
+ConvertJobTest::ConvertJobTest() {
+  m_job.jobName = L"Laser - Job #1";
+  m_job.settings = {1, 2, 3, 2};
+  m_job.postScriptPath = m_ps.c_str();
+  m_job.pdfPath = m_pdf.c_str();
+  m_job.logPath = m_log.c_str();
+  TemporaryFolder::write(m_ps, "%!PS-Adobe-3.0\nshowpage\n");
+  RegOpenKeyExWSeam.replacement = [this](HKEY root, LPCWSTR key, DWORD options, REGSAM access, PHKEY out) -> LSTATUS {
+    EXPECT_EQ(root, HKEY_LOCAL_MACHINE);
+    EXPECT_STREQ(key, L"SOFTWARE\\Quillfern\\Marrowgate");
+    EXPECT_EQ(options, 0u);
+    EXPECT_EQ(access, 0x20019u);
+    if (m_hasKey) *out = kKey;
+    return m_hasKey ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+  };
+  RegQueryValueExWSeam.replacement = [this](HKEY key, LPCWSTR name, LPDWORD, LPDWORD, LPBYTE data,
+                                            LPDWORD size) -> LSTATUS {
+    EXPECT_EQ(key, kKey);
+    EXPECT_STREQ(name, L"RootPath");
+    EXPECT_EQ(*size, 520u);
+    if (!m_hasRoot) return ERROR_FILE_NOT_FOUND;
+    std::memcpy(data, m_root.data(), m_root.size() * sizeof(wchar_t));
+    return ERROR_SUCCESS;
+  };
+  RegCloseKeySeam.replacement = [](HKEY) -> LSTATUS { return ERROR_SUCCESS; };
+  RevertToSelfSeam.replacement = []() -> WINBOOL { return TRUE; };
+  CreateProcessASeam.replacement = [this](LPCSTR application, LPSTR command, LPSECURITY_ATTRIBUTES process,
+                                          LPSECURITY_ATTRIBUTES thread, WINBOOL inherit, DWORD flags,
+                                          LPVOID environment, LPCSTR folder, LPSTARTUPINFOA start,
+                                          LPPROCESS_INFORMATION out) -> WINBOOL {
+    EXPECT_EQ(application, nullptr);
+    EXPECT_EQ(process, nullptr);
+    EXPECT_EQ(thread, nullptr);
+    EXPECT_EQ(inherit, TRUE);
+    EXPECT_EQ(flags, 0x20u);
+    EXPECT_EQ(environment, nullptr);
+    EXPECT_EQ(folder, nullptr);
+    EXPECT_EQ(start->cb, 104u);
+    EXPECT_EQ(start->wShowWindow, 0);
+    EXPECT_EQ(start->hStdInput, nullptr);
+    EXPECT_EQ(start->hStdError, nullptr);
+    m_command = command;
+    m_startFlags = start->dwFlags;
+    m_hasOutput = start->hStdOutput != nullptr;
+    if (m_makesPdf) TemporaryFolder::write(m_pdf, m_pdfBytes);
+    DWORD written = 0;
+    if (m_hasOutput) {
+      WriteFile(start->hStdOutput, m_output.data(), static_cast<DWORD>(m_output.size()), &written, nullptr);
+    }
+    out->hProcess = CreateEventA(nullptr, TRUE, TRUE, nullptr);
+    out->hThread = CreateEventA(nullptr, TRUE, TRUE, nullptr);
+    return TRUE;
+  };
+}
 
-  TemporaryFolder m_folder;  // before the seams, which write down its calls otherwise
-  ImportSeams m_seams;
-  RecordingScope m_records;
-  std::wstring m_ps = m_folder.file(L"job.ps");
-  std::wstring m_pdf = m_folder.file(L"job.pdf");
-  std::wstring m_log = m_folder.file(L"job.log");
-  ClientPrintJob m_job;
-  bool m_hasKey = true;
-  bool m_hasRoot = true;
-  std::wstring m_root = L"C:\\Marrowgate";
-  bool m_makesPdf = true;
-  std::string m_pdfBytes = std::string("%PDF-1.4\r\n\x1A\0%%EOF", 17);
-  std::string m_output;
-  std::string m_command;
-  DWORD m_startFlags = 0;
-  bool m_hasOutput = false;
-};
+namespace {
 
 TEST_F(ConvertJobTest, APostScriptJobBecomesThePdfAndItsFilesAreGone) {
   EXPECT_EQ(convert(), 0);
@@ -177,6 +139,30 @@ TEST_F(ConvertJobTest, ARootPathWithABackslashAtItsEndGivesTheSameCommand) {
   m_root = L"C:\\Marrowgate\\";
   convert();
   EXPECT_EQ(m_command, command());
+}
+
+TEST_F(ConvertJobTest, AnEmptyRootPathMeansThePathOnTheCurrentDrive) {
+  m_root = L"";
+  convert();
+  EXPECT_EQ(m_command, "\\Programs\\ps2pdf.exe \"" + corvane::toUtf8(m_ps) + "\"");
+}
+
+TEST_F(ConvertJobTest, ARootPathThatFillsItsBufferNeedsNoTerminator) {
+  m_root = L"C:\\" + std::wstring(257, L'r');
+  convert();
+  EXPECT_EQ(m_command, corvane::toUtf8(m_root) + "\\Programs\\ps2pdf.exe \"" + corvane::toUtf8(m_ps) + "\"");
+}
+
+// The text that is tested for emptiness is the directory's, whatever the RootPath is.
+TEST_F(ConvertJobTest, ATemporaryDirectoryTooLongToBeToldFailsTheQueryOfTheRootPath) {
+  environment_seam::replaceTempPath([](DWORD size, LPWSTR) {
+    EXPECT_EQ(size, 260u);
+    return DWORD{300};
+  });
+  EXPECT_EQ(convert(), 0);
+  EXPECT_EQ(m_command, "");
+  EXPECT_EQ(records(),
+            thrown("Failed to query RootPath registry key.") + notDeleted(m_pdf) + notDeleted(m_log) + closing());
 }
 
 TEST_F(ConvertJobTest, OnlyTheSettingsTwoAndThreeAreConverted) {
@@ -264,6 +250,26 @@ TEST_F(ConvertJobTest, WithoutALogTheConversionGoesOnAndCounts) {
                            notDeleted(m_log) + closing());
 }
 
+TEST_F(ConvertJobTest, ANullHandleIsNoLogEither) {
+  CreateFileASeam.fail(1, nullptr, 5);
+  EXPECT_EQ(convert(), 0);
+  EXPECT_EQ(m_startFlags, 1u);
+  EXPECT_EQ(records(), "0x4000000c: Failed to create a normalizer error log: " + corvane::toUtf8(m_log) +
+                           notDeleted(m_log) + closing());
+}
+
+TEST_F(ConvertJobTest, ALogThatCannotBeOpenedAgainIsNotedWithTheLastError) {
+  const std::wstring other = m_folder.file(L"other.log");
+  CreateFileASeam.replacement = [&](LPCSTR, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                    DWORD disposition, DWORD attributes, HANDLE like) {
+    return CreateFileW(other.c_str(), access, share, security, disposition, attributes, like);
+  };
+  EXPECT_EQ(convert(), 0);
+  EXPECT_EQ(finalData(), m_pdfBytes);
+  EXPECT_EQ(records(), "0x4000000c: Failed to open normalized print job log file: " + corvane::toUtf8(m_log) +
+                           " - Last Error = 2." + notDeleted(m_log) + closing());
+}
+
 TEST_F(ConvertJobTest, AThreadThatStaysImpersonatedIsNotedAndTheLogBelongsToIt) {
   RevertToSelfSeam.fail(1, FALSE, 5);
   m_output = "one page";
@@ -285,6 +291,29 @@ TEST_F(ConvertJobTest, ACommandThatDoesNotFitIsNotStarted) {
   m_job.postScriptPath = (m_ps + std::wstring(4096, L'x')).c_str();
   EXPECT_EQ(convert(), 0);
   EXPECT_EQ(m_command, "");
+  EXPECT_THAT(m_records.lines(), testing::Contains(testing::StartsWith("0x4000000a: Failed to normalize print job: ")));
+}
+
+TEST_F(ConvertJobTest, ACommandOf4095BytesIsStartedAndOneMoreIsNot) {
+  const std::size_t rest = 4095 - std::string("C:\\Marrowgate\\Programs\\ps2pdf.exe \"\"").size();
+  m_job.postScriptPath = std::wstring(rest, L'x').c_str();
+  convert();
+  EXPECT_EQ(m_command.size(), 4095u);
+  m_command.clear();
+  m_job.postScriptPath = std::wstring(rest + 1, L'x').c_str();
+  convert();
+  EXPECT_EQ(m_command, "");
+}
+
+TEST_F(ConvertJobTest, WithoutMemoryAnUnknownExceptionIsRecordedAndTheFilesAreGone) {
+  m_job.postScriptPath.narrow();  // converted beforehand, so that the command line is the first allocation
+  {
+    const FailingNew failing(1);
+    EXPECT_EQ(convert(), 0);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_EQ(records(), "10: number 3012" + notDeleted(m_pdf) + notDeleted(m_log) + closing());
+  EXPECT_FALSE(TemporaryFolder::exists(m_ps));
 }
 
 TEST_F(ConvertJobTest, AFailedWaitIsNotedAndTheResultStillTaken) {
@@ -322,25 +351,6 @@ TEST_F(ConvertJobTest, APdfThatCannotBeReadIsRecordedAndLeavesZeros) {
   EXPECT_EQ(finalData(), std::string(m_pdfBytes.size(), '\0'));
   EXPECT_EQ(records(), thrown("Failed to read normalized print job file: " + command()) +
                            "\n0x4000000a: normalizer log: log" + closing());
-}
-
-TEST_F(ConvertJobTest, ALongLogIsRecordedInPiecesOf512Characters) {
-  m_makesPdf = false;
-  m_output = std::string(512, 'a') + std::string(512, 'b') + std::string(76, 'c');
-  convert();
-  const auto lines = m_records.lines();
-  ASSERT_THAT(lines, SizeIs(7));
-  EXPECT_EQ(lines[3], "0x4000000a: normalizer log: " + std::string(512, 'a'));
-  EXPECT_EQ(lines[4], "0x4000000a: normalizer log: " + std::string(512, 'b'));
-  EXPECT_EQ(lines[5], "0x4000000a: normalizer log: " + std::string(76, 'c'));
-  EXPECT_EQ(lines[6], kClosing);
-}
-
-TEST_F(ConvertJobTest, ALogOf512CharactersIsOnePiece) {
-  m_makesPdf = false;
-  m_output = std::string(512, 'a');
-  convert();
-  EXPECT_THAT(m_records.lines(), SizeIs(5));
 }
 
 TEST_F(ConvertJobTest, AFileThatCannotBeDeletedDoesNotKeepTheOthers) {

@@ -76,6 +76,12 @@ TEST_F(InitSpoolerTest, AProcessWithoutTheSpoolerIsRecordedWithTheLastError) {
   EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
 }
 
+TEST_F(InitSpoolerTest, WithoutAnInstanceNothingIsLookedUpAndTheResultIsZero) {
+  m_world.losePeer();
+  EXPECT_EQ(InitSpooler(), 0u);
+  EXPECT_THAT(m_calls, IsEmpty());
+}
+
 TEST_F(InitSpoolerTest, ASpoolerWithoutTheFunctionIsRecordedWithTheLastError) {
   GetProcAddressSeam.fail(1, nullptr, 127);
   EXPECT_EQ(InitSpooler(), 0u);

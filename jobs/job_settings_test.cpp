@@ -1,14 +1,12 @@
 #include "jobs/job_settings.h"
 
 #include "corvane/text.h"
+#include "jobs/environment_seam.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/recording_monitor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-MG_IMPORT_SEAM(L"kernel32.dll", GetTempPathW, 0)
-MG_IMPORT_SEAM(L"kernel32.dll", GetTickCount, 0)
 
 namespace {
 
@@ -23,12 +21,12 @@ class JobSettingsTest : public testing::Test {
     m_job.jobName = L"Laser-2 - Job #17";
     m_printer.printerName = L"Laser";
     m_printer.driverName = L"Some Driver";
-    GetTempPathWSeam.replacement = [](DWORD size, LPWSTR out) -> DWORD {
+    environment_seam::replaceTempPath([](DWORD size, LPWSTR out) -> DWORD {
       EXPECT_EQ(size, 260u);
       wcscpy(out, L"C:\\temp\\");
       return 8;
-    };
-    GetTickCountSeam.replacement = [] { return DWORD{90210}; };
+    });
+    environment_seam::replaceTickCount([] { return DWORD{90210}; });
   }
 
   ImportSeams m_seams;
@@ -67,9 +65,27 @@ TEST_F(JobSettingsTest, PrinterValueThreeConvertsAndNamesTheFilesWithOneTickCoun
 
 TEST_F(JobSettingsTest, ALongUptimeGivesANegativeNumber) {
   m_printer.printerValue = 3;
-  GetTickCountSeam.replacement = [] { return DWORD{0x80000001}; };
+  environment_seam::replaceTickCount([] { return DWORD{0x80000001}; });
   ConfigurePrintJobSettings(&m_job, m_printer);
   EXPECT_STREQ(m_job.postScriptPath.wide(), L"C:\\temp\\Laser-2 - Job #17--2147483647.ps");
+}
+
+TEST_F(JobSettingsTest, WithoutATemporaryDirectoryThePathsAreTheNamesAlone) {
+  m_printer.printerValue = 3;
+  environment_seam::replaceTempPath([](DWORD, LPWSTR) { return DWORD{0}; });
+  ConfigurePrintJobSettings(&m_job, m_printer);
+  EXPECT_STREQ(m_job.pdfPath.wide(), L"Laser-2 - Job #17-90210.pdf");
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(JobSettingsTest, NamesOfAnyLengthAndCharacterArriveInThePaths) {
+  m_printer.printerValue = 3;
+  const std::wstring odd = L"\xD800\u4e2d\xDC00" + std::wstring(300, L'n');
+  m_job.jobName = odd.c_str();
+  m_printer.printerName = odd.c_str();
+  ConfigurePrintJobSettings(&m_job, m_printer);
+  EXPECT_EQ(m_job.logPath.wide(), L"C:\\temp\\" + odd + L"-90210.log");
+  EXPECT_EQ(m_job.clientPrinterName.wide(), odd);
 }
 
 TEST_F(JobSettingsTest, PathsAreAppendedToWhatTheFieldsHold) {

@@ -1,5 +1,6 @@
 #include "jobs/num_copies.h"
 
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/recording_monitor.h"
 
@@ -107,6 +108,16 @@ TEST_F(NumCopiesTest, AJobThatCannotBeReadIsRecordedAndThePrinterClosed) {
   EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "GetJobW", "ClosePrinter"));
   EXPECT_THAT(m_records.lines(), ElementsAre("0x4000000c: Failed to get print job info: Laser, job #17",
                                              "10: Failed to get print job info: Laser, job #17", kClosing));
+}
+
+TEST_F(NumCopiesTest, WithoutMemoryAnUnknownExceptionIsRecordedAndThePrinterClosed) {
+  {
+    const FailingNew failing(1);
+    EXPECT_EQ(copiesFor(5), 1);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "ClosePrinter"));
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3012", kClosing));
 }
 
 TEST_F(NumCopiesTest, ANullNameIsABadArgument) {

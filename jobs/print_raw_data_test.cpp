@@ -1,5 +1,6 @@
 #include "jobs/print_raw_data.h"
 
+#include "jobs/environment_seam.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 #include "tests/support/temporary_folder.h"
@@ -53,6 +54,33 @@ TEST_F(PrintRawDataTest, FiltersTheDataWritesThemAndHasNotepadPrintTheFile) {
                                            "\\\" \\\"Preview PDF\\\"\"\", boolean true, text \"Preview PDF\"");
   EXPECT_THAT(m_world.records().lines(), IsEmpty());
   DeleteFileW(file.c_str());
+}
+
+TEST_F(PrintRawDataTest, TheFileIsNamedAfterDirectoryJobAndSignedTickCountAndHoldsTheBytesAsTheyAre) {
+  const TemporaryFolder folder;
+  environment_seam::replaceTempPath([&](DWORD size, LPWSTR out) -> DWORD {
+    EXPECT_EQ(size, 260u);
+    wcscpy(out, folder.directory().c_str());
+    return static_cast<DWORD>(folder.directory().size());
+  });
+  environment_seam::replaceTickCount([] { return DWORD{0xFFFFFFFF}; });
+  std::memcpy(m_job.finalData, "a\nb\r\n\x1A\f", 7);
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  EXPECT_EQ(launchedFile(), folder.file(L"Preview PDF - Job #3--1.txt"));
+  EXPECT_EQ(TemporaryFolder::read(launchedFile()), "a\nb\r\n\x1A\f");
+}
+
+TEST_F(PrintRawDataTest, WithoutAnInstanceTheDataAreWrittenAndNothingIsLaunched) {
+  const TemporaryFolder folder;
+  environment_seam::replaceTempPath([&](DWORD, LPWSTR out) -> DWORD {
+    wcscpy(out, folder.directory().c_str());
+    return 1;
+  });
+  m_world.losePeer();
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  EXPECT_EQ(m_job.finalDataLength, 2);
+  EXPECT_FALSE(folder.isEmpty());
+  EXPECT_EQ(m_world.countOf("request 7"), 0u);
 }
 
 TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {

@@ -1,5 +1,6 @@
 #include "jobs/show_printer.h"
 
+#include "jobs/environment_seam.h"
 #include "ports/port_list.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
@@ -12,11 +13,11 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Time is what the port says of it: the tests set the port's tick count against the real one.
 class ShowPrinterTest : public testing::Test {
  protected:
   ShowPrinterTest() {
     CPortList::setInstance(&m_ports);
+    environment_seam::replaceTickCount([this] { return m_now; });
     m_ports.AddPort(L"CPP5", 0);
     m_world.peer().answer("PortMonitorClient", 6, [this](corvane::ValueWriter& reply) {
       reply.writeBoolean(m_told);
@@ -46,6 +47,7 @@ class ShowPrinterTest : public testing::Test {
 
   ImportSeams m_seams;
   bool m_told = true;
+  DWORD m_now = 70000;
   MonitorWorld m_world;
   CPortList m_ports;
 };
@@ -58,21 +60,21 @@ TEST_F(ShowPrinterTest, ShowsExactlyThePrintersOfTheSessionsClient) {
 
 TEST_F(ShowPrinterTest, AFreshListIsNotAskedForAgain) {
   ShowPrinter(5, L"Laser");
-  changePort([](tagPort& port) { port.tickCount = GetTickCount(); });
+  m_now += 499;
   EXPECT_EQ(ShowPrinter(5, L"Laser"), TRUE);
   EXPECT_EQ(asked(), 1u);
 }
 
 TEST_F(ShowPrinterTest, AListOf500MillisecondsIsAskedForAgain) {
   ShowPrinter(5, L"Laser");
-  changePort([](tagPort& port) { port.tickCount = GetTickCount() - 500; });
+  m_now += 500;
   EXPECT_EQ(ShowPrinter(5, L"Laser"), TRUE);
   EXPECT_EQ(asked(), 2u);
 }
 
 TEST_F(ShowPrinterTest, ATickCountFromTheFutureMeansAWrapAndAsksAgain) {
   ShowPrinter(5, L"Laser");
-  changePort([](tagPort& port) { port.tickCount = GetTickCount() + 60000; });
+  m_now -= 1;
   ShowPrinter(5, L"Laser");
   EXPECT_EQ(asked(), 2u);
 }
@@ -80,16 +82,45 @@ TEST_F(ShowPrinterTest, ATickCountFromTheFutureMeansAWrapAndAsksAgain) {
 TEST_F(ShowPrinterTest, WhenTheServerRefusesEveryPrinterIsShownUntilTheNextList) {
   m_told = false;
   EXPECT_EQ(ShowPrinter(5, L"Ink"), TRUE);
-  changePort([](tagPort& port) {
-    EXPECT_EQ(port.listRequestSucceeded, 0);
-    port.tickCount = GetTickCount();
-  });
+  changePort([](tagPort& port) { EXPECT_EQ(port.listRequestSucceeded, 0); });
   EXPECT_EQ(ShowPrinter(5, L"Other"), TRUE);
   EXPECT_EQ(asked(), 1u);
   m_told = true;
-  changePort([](tagPort& port) { port.tickCount = GetTickCount() - 500; });
+  m_now += 500;
   EXPECT_EQ(ShowPrinter(5, L"Ink"), FALSE);
   changePort([](tagPort& port) { EXPECT_EQ(port.listRequestSucceeded, 1); });
+}
+
+TEST_F(ShowPrinterTest, TheTimeOfTheListIsTakenAfterTheServersAnswer) {
+  m_world.peer().whenAsked("PortMonitorClient", 6, [this] { m_now += 300; });
+  ShowPrinter(5, L"Laser");
+  changePort([](tagPort& port) {
+    EXPECT_EQ(port.tickCount, 70300u);
+    EXPECT_EQ(port.cachedPrinters->bucketCount(), 32u);
+  });
+}
+
+TEST_F(ShowPrinterTest, AnInstanceThatCannotBeMadeHidesThePrinterAndLeavesAnEmptyList) {
+  m_world.losePeer();
+  EXPECT_EQ(ShowPrinter(5, L"Laser"), FALSE);
+  changePort([](tagPort& port) {
+    ASSERT_NE(port.cachedPrinters, nullptr);
+    EXPECT_EQ(port.cachedPrinters->count(), 0u);
+    EXPECT_EQ(port.tickCount, 0u);
+  });
+}
+
+TEST_F(ShowPrinterTest, TheSessionIsWrittenAsASignedNumber) {
+  m_ports.AddPort(L"CPP-1", 0);
+  EXPECT_EQ(ShowPrinter(0xFFFFFFFF, L"Laser"), TRUE);
+  EXPECT_EQ(m_world.countOf("request 6 GetPrinterList: int -1"), 1u);
+}
+
+TEST_F(ShowPrinterTest, NamesOfAnyLengthAndCharacterAreLookedUp) {
+  const std::wstring odd = L"\xD800\u4e2d" + std::wstring(300, L'n');
+  EXPECT_EQ(ShowPrinter(5, odd.c_str()), FALSE);
+  EXPECT_EQ(ShowPrinter(5, L""), FALSE);
+  EXPECT_THAT(m_world.records().lines(), IsEmpty());
 }
 
 TEST_F(ShowPrinterTest, ASessionWithoutAPortIsHiddenAndNobodyIsAsked) {

@@ -63,6 +63,35 @@ TEST_F(SpoolFileTest, AMissingFileCountsAsPostScriptAndIsRecordedWithTheLastErro
   EXPECT_EQ(m_records.reports(), 1);
 }
 
+TEST_F(SpoolFileTest, APathOutsideTheCodePageCannotBeOpenedAndIsRecordedWhole) {
+  m_job.postScriptPath = (m_folder.directory() + L"\u4e2d\xD800.ps").c_str();
+  EXPECT_TRUE(IsPostScriptData(m_job));
+  ASSERT_EQ(m_records.lines().size(), 3u);
+  EXPECT_THAT(m_records.lines()[0], testing::StartsWith("0x4000000a: Failed to open print job file: " +
+                                                        corvane::toUtf8(m_job.postScriptPath.wide())));
+}
+
+TEST_F(SpoolFileTest, TheFileIsClosedAfterEveryEnd) {
+  for (const char* bytes : {"", "abc", "%!PS-Adobe"}) {
+    TemporaryFolder::write(m_path, bytes);
+    IsPostScriptData(m_job);
+    ReadDataIntoFinalBuffer(m_job);
+    EXPECT_TRUE(DeleteFileW(m_path.c_str())) << bytes;  // refused while it is open
+  }
+  TemporaryFolder::write(m_path, "abc");
+  file_read_seam::replace([](void*, std::size_t, std::size_t, std::FILE*) { return std::size_t{0}; });
+  ReadDataIntoFinalBuffer(m_job);
+  EXPECT_TRUE(DeleteFileW(m_path.c_str()));
+}
+
+TEST_F(SpoolFileTest, FinalDataThatAreTheReadBufferStayItsOwn) {
+  TemporaryFolder::write(m_path, "abc");
+  m_job.readBuffer = m_job.finalData = new unsigned char[1]{'x'};
+  ReadDataIntoFinalBuffer(m_job);
+  EXPECT_EQ(m_job.readBuffer[0], 'x');
+  EXPECT_EQ(finalData(), "abc");
+}
+
 TEST_F(SpoolFileTest, TheWholeFileBecomesTheFinalData) {
   const std::string bytes(
       "a\0b\r\n\x1A"

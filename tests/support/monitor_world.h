@@ -12,6 +12,7 @@
 #include "tests/support/scripted_peer.h"
 #include "tests/support/server_address.h"
 
+#include <algorithm>
 #include <string>
 
 // What a test of the monitor's components lives in: the framework with the monitor's classes, a scripted application
@@ -42,6 +43,20 @@ class MonitorWorld {
   void bringUpInstance() {
     PortMonitorServer::getInstance();
     CS_ProgramMonitor::setDefaultMonitor(&m_records.monitor());
+  }
+
+  // From now on there is no instance, and none can be made.
+  void losePeer() {
+    const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+    m_peer.hangUpAt("ProgramMonitor_s", 1);
+    CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(instance->getRootOwner().get())), true);
+    CS_ProgramMonitor::setDefaultMonitor(&m_records.monitor());
+  }
+  // How many requests begin with these words.
+  std::size_t countOf(const std::string& words) const {
+    const ScriptedPeer::Lines lines = requests();
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.find(words) == 0; }));
   }
 
   // A connection of the test's own; made once.
