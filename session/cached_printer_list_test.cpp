@@ -1,6 +1,7 @@
 #include "session/cached_printer_list.h"
 
 #include "ports/port_list.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
@@ -126,6 +127,48 @@ TEST_F(CachedPrinterListTest, WithoutAPortListTheCallFailsAndTheListIsStillMade)
   EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
   EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3014"));
   ReleaseCachedPrinterList(&m_list);
+}
+
+TEST_F(CachedPrinterListTest, BothMapsAreMadeForTwentyNamesAndHoldOneMark) {
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  auto* names = static_cast<Names*>(m_list);
+  EXPECT_EQ(names->bucketCount(), 32u);
+  void* laser = nullptr;
+  EXPECT_TRUE(names->find(UTL_String(L"Laser"), &laser));
+  EXPECT_NE(laser, nullptr);
+  tagPort* port = m_ports.FindPort(L"CPP7");
+  EXPECT_EQ(port->cachedPrinters->bucketCount(), 32u);
+  port->lock->unlock();
+  ReleaseCachedPrinterList(&m_list);
+}
+
+TEST_F(CachedPrinterListTest, AnInstanceThatCannotBeMadeFailsBeforeThePortIsTouched) {
+  m_world.losePeer();
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
+  EXPECT_THAT(namesIn(m_list), IsEmpty());
+  ReleaseCachedPrinterList(&m_list);
+  tagPort* port = m_ports.FindPort(L"CPP7");
+  EXPECT_EQ(port->cachedPrinters, nullptr);
+  port->lock->unlock();
+  EXPECT_TRUE(portIsFree());
+}
+
+TEST_F(CachedPrinterListTest, WithoutMemoryForTheListTheCallersPointerIsNull) {
+  m_world.bringUpInstance();
+  int mark = 0;
+  m_list = &mark;
+  {
+    const FailingNew failing(1);
+    EXPECT_EQ(GetCachedPrinterList(7, &m_list), FALSE);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_EQ(m_list, nullptr);
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3012"));
+}
+
+TEST_F(CachedPrinterListTest, NoPlaceForTheListIsABadArgument) {
+  EXPECT_EQ(GetCachedPrinterList(7, nullptr), FALSE);
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3015"));
 }
 
 TEST_F(CachedPrinterListTest, ReleasingNothingDoesNothing) {

@@ -1,6 +1,7 @@
 #include "session/client_print_job.h"
 
 #include "session/client_printer.h"
+#include "tests/support/guarded_heap.h"
 
 #include <gtest/gtest.h>
 #include <type_traits>
@@ -24,18 +25,22 @@ TEST(ClientPrintJob, StartsEmptyWithEveryNumberZero) {
 }
 
 TEST(ClientPrintJob, FreesOneArrayThatServesAsBothBuffersOnce) {
+  const guarded_heap::Mark mark;
   auto* job = new ClientPrintJob;
   job->readBuffer = new unsigned char[4];
   job->finalData = job->readBuffer;
   delete job;  // a second free would end the test binary
+  EXPECT_EQ(mark.countLeft(), 0u);
 }
 
 TEST(ClientPrintJob, FreesTwoArraysThroughTheVirtualDestructor) {
   static_assert(std::has_virtual_destructor_v<ClientPrintJob>);
+  const guarded_heap::Mark mark;
   auto* job = new ClientPrintJob;
   job->readBuffer = new unsigned char[4];
   job->finalData = new unsigned char[4];
   delete job;
+  EXPECT_EQ(mark.countLeft(), 0u);
 }
 
 TEST(ClientPrinter, StartsEmptyAndIsDestroyedWithoutHavingBeenFilled) {
@@ -48,8 +53,11 @@ TEST(ClientPrinter, StartsEmptyAndIsDestroyedWithoutHavingBeenFilled) {
 }
 
 TEST(ClientPrinter, FreesItsExtraData) {
-  ClientPrinter printer;
-  printer.extraData = new unsigned char[16];
+  const guarded_heap::Mark mark;
+  auto* printer = new ClientPrinter;
+  printer->extraData = new unsigned char[16];
+  delete printer;
+  EXPECT_EQ(mark.countLeft(), 0u);
 }
 
 }  // namespace

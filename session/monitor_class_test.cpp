@@ -2,6 +2,7 @@
 #include "session/port_monitor_server_class.h"
 #include "session/print_server.h"
 #include "session/print_server_class.h"
+#include "tests/support/failing_new.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,19 @@ TEST(MonitorClass, MakesComponentsOfItsOwnKind) {
   CS_Component* printServer = printServers.createInstance();
   EXPECT_NE(dynamic_cast<PrintServer*>(printServer), nullptr);
   EXPECT_TRUE(printServers.destroyInstance(printServer));
+}
+
+TEST(MonitorClass, MakesNothingWithoutMemory) {
+  PortMonitorServerClass portMonitors(kVersion);
+  PrintServerClass printServers(kVersion);
+  {
+    const FailingNew failing(1);
+    EXPECT_EQ(portMonitors.createInstance(), nullptr);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  const FailingNew failing(1);
+  EXPECT_EQ(printServers.createInstance(), nullptr);
+  EXPECT_TRUE(failing.hasFailed());
 }
 
 TEST(MonitorClass, SpeaksTheFirstRequestLayoutAndKeepsItsVersion) {

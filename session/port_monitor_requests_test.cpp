@@ -109,6 +109,12 @@ TEST_F(AttachTest, NoNameSendsNothingAndRecordsNothing) {
   EXPECT_THAT(records(), IsEmpty());
 }
 
+TEST_F(AttachTest, ANullBridgeIsABadArgumentAndSendsNothing) {
+  EXPECT_FALSE(m_server->AttachPrintJobToSession(L"Laser", nullptr));
+  EXPECT_THAT(m_world.requests(), IsEmpty());
+  EXPECT_THAT(records(), ElementsAre("10: number 3015", kPrefix + "AttachPrintJobToSession()"));
+}
+
 TEST_F(AttachTest, AFailedRequestIsFalse) {
   m_world.peer().hangUpAt("PortMonitorClient", 4);
   EXPECT_FALSE(m_server->AttachPrintJobToSession(L"Laser", m_bridge.get()));
@@ -147,6 +153,30 @@ TEST_F(GetPrinterInfoTest, FillsEveryFieldOfThePrinterInOrder) {
   EXPECT_EQ(m_printer.printerValue, 3);
   EXPECT_EQ(m_printer.secondValue, -9);
   EXPECT_THAT(records(), IsEmpty());
+}
+
+TEST_F(GetPrinterInfoTest, NamesOfAnyLengthAndCharacterTravelAsTheyAre) {
+  const std::wstring odd = L"\xD800\u4e2d" + std::wstring(300, L'n') + L"\xDC00";
+  answer(5, [&](ValueWriter& reply) {
+    reply.writeBoolean(true);
+    for (int i = 0; i < 8; ++i) {
+      reply.writeBoolean(i == 0);
+      if (i == 0) reply.writeText(odd.c_str());
+    }
+    reply.writeBoolean(false);
+    reply.writeInt(-1);
+    reply.writeInt(0);
+  });
+  EXPECT_TRUE(m_server->GetPrinterInfo(odd.c_str(), m_printer));
+  EXPECT_THAT(m_world.requests(), ElementsAre("request 5 GetPrinterInfo: text \"" + corvane::toUtf8(odd) + "\""));
+  EXPECT_EQ(m_printer.printerName.wide(), odd);
+  EXPECT_EQ(m_printer.printerValue, -1);
+}
+
+TEST_F(GetPrinterInfoTest, AnEmptyNameIsAskedForLikeAnyOther) {
+  answer(5, no());
+  EXPECT_FALSE(m_server->GetPrinterInfo(L"", m_printer));
+  EXPECT_THAT(m_world.requests(), ElementsAre("request 5 GetPrinterInfo: text \"\""));
 }
 
 TEST_F(GetPrinterInfoTest, AbsentTextsStayAsTheyWereAndTheRestIsStillRead) {
@@ -222,6 +252,23 @@ TEST_F(GetPrinterListTest, AddsEveryNameWithThePlaceholder) {
   EXPECT_NE(laser, nullptr);
   EXPECT_EQ(laser, preview);
   EXPECT_THAT(records(), IsEmpty());
+}
+
+TEST_F(GetPrinterListTest, TheSessionTravelsAsASignedNumber) {
+  answer(6, list({}));
+  EXPECT_TRUE(m_server->GetPrinterList(0xFFFFFFFF, &m_names));
+  EXPECT_THAT(m_world.requests(), ElementsAre("request 6 GetPrinterList: int -1"));
+}
+
+TEST_F(GetPrinterListTest, AListThatBreaksOffIsTrueWithTheNamesThatCame) {
+  answer(6, [](ValueWriter& reply) {
+    reply.writeBoolean(true);
+    reply.writeBoolean(true);
+    reply.writeText(L"Laser");
+  });
+  EXPECT_TRUE(m_server->GetPrinterList(5, &m_names));
+  EXPECT_EQ(m_names.count(), 1u);
+  EXPECT_THAT(records(), ElementsAre("10: number 3106", kPrefix + "GetPrinterList()"));
 }
 
 TEST_F(GetPrinterListTest, SkipsAnEmptyNameAndReadsOn) {

@@ -182,6 +182,22 @@ TEST_F(PortMonitorServerTest, ShutdownEndsTheConnectionAndLeavesNoInstance) {
   EXPECT_TRUE(PortMonitorServer::shutdown());
 }
 
+TEST_F(PortMonitorServerTest, ShutdownOfAnInstanceThatStandsOnNoConnectionIsRecordedAndFails) {
+  m_world.bringUpInstance();
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  const CS_RCPtr<CS_Component> connection = instance->getRootOwner();
+  const CS_RCPtr<PortMonitorServer> other = new PortMonitorServer;
+  other->addChild(instance.get());
+  EXPECT_FALSE(PortMonitorServer::shutdown());
+  EXPECT_THAT(m_world.records().lines(),
+              ElementsAre("0x4000000a: failed to get connection", "10: failed to get connection",
+                          "0x40000008: Stack Trace: PortMonitorServer::shutdown()"));
+  EXPECT_EQ(m_world.records().reports(), 1);
+  other->removeChild(instance.get());
+  connection->addChild(instance.get());
+  EXPECT_TRUE(PortMonitorServer::shutdown());
+}
+
 TEST_F(PortMonitorServerTest, ShutdownWithoutAnInstanceIsASuccess) {
   EXPECT_TRUE(PortMonitorServer::shutdown());
   EXPECT_THAT(m_world.records().lines(), IsEmpty());

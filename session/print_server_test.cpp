@@ -135,6 +135,36 @@ TEST_F(PrintServerTest, FinalDataLeaveInChunksOf32768Bytes) {
   EXPECT_EQ(m_world.peer().bytes(), data);
 }
 
+TEST_F(PrintServerTest, FinalDataOfOneChunkLeaveAsOneRequest) {
+  m_job.settings[3] = 2;
+  makeFinalData(32768);
+  EXPECT_EQ(m_stream->WriteJob(&m_job, nullptr, 0), 1);
+  EXPECT_THAT(requests(), ElementsAre("one-way 2 WriteJob: boolean true, text \"Laser-2 - Job #17\", int 32768, "
+                                      "bytes 32768"));
+}
+
+TEST_F(PrintServerTest, AFinalLengthBelowZeroSendsNothing) {
+  m_job.settings[3] = 2;
+  m_job.finalDataLength = -1;
+  EXPECT_EQ(m_stream->WriteJob(&m_job, nullptr, 0), 1);
+  EXPECT_THAT(requests(), IsEmpty());
+}
+
+TEST_F(PrintServerTest, DirectWriteOfALengthBelowZeroSendsTheLengthAndNoBytes) {
+  const unsigned char data[] = {1};
+  EXPECT_EQ(m_stream->WriteJob(&m_job, data, -1), 1);
+  EXPECT_THAT(requests(), ElementsAre("one-way 2 WriteJob: boolean true, text \"Laser-2 - Job #17\", int -1"));
+}
+
+TEST_F(PrintServerTest, NamesOfAnyLengthAndCharacterTravelAsTheyAre) {
+  const std::wstring odd = L"\xD800\u4e2d" + std::wstring(300, L'n');
+  m_job.jobName = L"";
+  m_job.documentName = odd.c_str();
+  m_stream->StartJob(&m_job);
+  EXPECT_THAT(requests(), ElementsAre("one-way 1 StartJob: boolean false, boolean false, boolean true, text \"" +
+                                      corvane::toUtf8(odd) + "\", boolean false, int 1, int 2, int 3, int 1, int 0"));
+}
+
 TEST_F(PrintServerTest, EveryFlushSendsTheFinalDataFromTheirStart) {
   m_job.settings[3] = 2;
   m_job.jobName = L"";

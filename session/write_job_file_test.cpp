@@ -69,6 +69,13 @@ TEST_F(WriteJobFileTest, AFileThatCannotBeOpenedIsRecordedWithItsErrno) {
                           corvane::toUtf8(m_job.postScriptPath.wide()) + ", Error: " + std::to_string(ENOENT)));
 }
 
+TEST_F(WriteJobFileTest, APathOutsideTheCodePageIsRecordedWhole) {
+  m_job.postScriptPath = (m_folder / L"\u4e2d\xD800.ps").c_str();
+  EXPECT_EQ(write("a"), 0);
+  ASSERT_EQ(m_records.lines().size(), 1u);
+  EXPECT_THAT(m_records.lines()[0], testing::HasSubstr(corvane::toUtf8(m_job.postScriptPath.wide()) + ", Error: "));
+}
+
 TEST_F(WriteJobFileTest, DataThatADiskDoesNotTakeAreNotTakenForWritten) {
   m_job.postScriptPath = L"Z:\\dev\\full";
   EXPECT_EQ(write("a"), 0);

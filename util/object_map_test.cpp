@@ -135,6 +135,24 @@ TEST(ObjectMap, GrowsFromEightToSixtyFourBucketsWithTheThirtyThirdEntry) {
     EXPECT_TRUE(map.find(textOfLength(length))) << length;
 }
 
+TEST(ObjectMap, GrowsEightfoldAgainWithTheNextEntryThatIsTooMany) {
+  int value = 0;
+  Map map;
+  for (std::size_t length = 0; length < 256; ++length)
+    map.insert(textOfLength(length), &value);
+  EXPECT_EQ(map.bucketCount(), 64U);
+  map.insert(textOfLength(256), &value);
+  EXPECT_EQ(map.bucketCount(), 512U);
+  EXPECT_EQ(map.count(), 257U);
+}
+
+TEST(ObjectMap, NeedsNoPlaceForTheValueThatItRemoves) {
+  int value = 0;
+  Map map;
+  map.insert(UTL_String(L"CPP1"), &value);
+  EXPECT_TRUE(map.remove(UTL_String(L"CPP1"), nullptr));
+}
+
 TEST(ObjectMap, RoundsABucketRequestUpToAPowerOfTwoFromEightUpward) {
   EXPECT_EQ(Map(20).bucketCount(), 32U);
   Map map;

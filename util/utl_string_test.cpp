@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <string>
 #include <utility>
 
 TEST(UtlString, IsEmptyWhenBuiltFromNothingOrFromANullText) {
@@ -103,6 +104,15 @@ TEST(UtlString, OrdersByTheWideForms) {
   EXPECT_TRUE(UTL_String(L"Z") < UTL_String(L"a"));
   EXPECT_TRUE(UTL_String() < UTL_String(L"a"));
   EXPECT_FALSE(UTL_String(L"a") < UTL_String(L"a"));
+}
+
+TEST(UtlString, CutsNothingOffALongText) {
+  const std::wstring text(70000, L'n');
+  UTL_String string(text.c_str());
+  EXPECT_EQ(string.length(), 70000U);
+  EXPECT_EQ(std::strlen(string.narrow()), 70000U);
+  string.append(L"x");
+  EXPECT_EQ(string.wide(), text + L"x");
 }
 
 TEST(UtlString, SurvivesTextThatTheCodePageCannotExpress) {

@@ -1,0 +1,78 @@
+#include "tests/support/failing_new.h"
+#include "tests/support/import_seam.h"
+#include "util/utf8_string.h"
+#include "util/utl_exception.h"
+#include "util/utl_string.h"
+
+#include <gtest/gtest.h>
+
+MG_IMPORT_SEAM(L"kernel32.dll", ExpandEnvironmentStringsA, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", ExpandEnvironmentStringsW, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", GetShortPathNameW, 0)
+
+namespace {
+
+template <typename Call>
+int codeOf(Call call) {
+  try {
+    call();
+  } catch (const UTL_Exception& caught) {
+    return caught.code();
+  }
+  return -1;
+}
+
+template <typename Call>
+int codeWithoutMemory(Call call) {
+  const FailingNew failing(1);
+  return codeOf(call);
+}
+
+class UtlStringFailureTest : public testing::Test {
+ protected:
+  ImportSeams m_seams;
+};
+
+TEST_F(UtlStringFailureTest, WithoutMemoryEveryOperationThrowsItsCodeAndKeepsTheText) {
+  UTL_String text(L"before");
+  const UTL_String narrow = UTL_String::fromNarrow("before");
+  EXPECT_EQ(codeWithoutMemory([&] { UTL_String made(L"a"); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { UTL_String::fromNarrow("a"); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { UTL_String copy(text); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { UTL_String copy(narrow); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text = L"after"; }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text.append(L"after"); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text.formatWide(9, L"after"); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text.formatNarrow(9, "after"); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text.expandEnvironment(); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text.toUpper(); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { text.narrow(); }), 3);
+  EXPECT_EQ(codeWithoutMemory([&] { narrow.wide(); }), 3);
+  EXPECT_STREQ(text.wide(), L"before");
+  EXPECT_STREQ(text.narrow(), "before");
+  EXPECT_EQ(text.length(), 6u);
+  UTF8String utf8(L"before");
+  EXPECT_EQ(codeWithoutMemory([&] { UTF8String made("a", 1); }), 3);
+  utf8 = L"a text that is too long to stand in the string itself";
+  EXPECT_EQ(codeWithoutMemory([&] { utf8.bytes(); }), 3);
+}
+
+TEST_F(UtlStringFailureTest, AWindowsCallThatFailsAfterItToldItsSizeKeepsTheText) {
+  UTL_String wide(L"%TEMP%");
+  ExpandEnvironmentStringsWSeam.fail(2, 0);
+  EXPECT_EQ(codeOf([&] { wide.expandEnvironment(); }), 1);
+  EXPECT_STREQ(wide.wide(), L"%TEMP%");
+  UTL_String narrow = UTL_String::fromNarrow("%TEMP%");
+  ExpandEnvironmentStringsASeam.fail(1, 0);
+  EXPECT_EQ(codeOf([&] { narrow.expandEnvironment(); }), 1);
+  EXPECT_STREQ(narrow.narrow(), "%TEMP%");
+}
+
+TEST_F(UtlStringFailureTest, ATextThatGrewBetweenTheTwoCallsIsNotTakenInPart) {
+  UTL_String path(L"C:\\Program Files");
+  GetShortPathNameWSeam.replacement = [](LPCWSTR, LPWSTR buffer, DWORD) -> DWORD { return buffer == nullptr ? 4 : 99; };
+  EXPECT_EQ(codeOf([&] { path.shortenPath(); }), 1);
+  EXPECT_STREQ(path.wide(), L"C:\\Program Files");
+}
+
+}  // namespace
