@@ -3,6 +3,7 @@
 #include "admin/job_outcome.h"
 #include "admin/progress_bar.h"
 #include "admin/raw_document.h"
+#include "admin/system_failure.h"
 #include "admin/wine_spooler.h"
 #include "corvane/text.h"
 #include "programs/one_line.h"
@@ -22,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 // The longest that the server lets somebody wait for a notice.
 constexpr long long kLongestWait = 5000;
+
+constexpr unsigned kGivenUpSeconds = 5;
 
 struct Options {
   std::string printer, file, title;
@@ -110,15 +113,19 @@ ExitCode run(const Options& options, Output& output) {
                                          : corvane::fromUtf8(options.title);
   document.copies = options.copies;
   OutcomeWatch watch(options.serverPort);
-  unsigned long job = 0;
+  SpooledDocument spooled;
   {
     ProgressBar bar(output);
-    job = printDocument(document, [&bar](unsigned long long done, unsigned long long all) { bar.show(done, all); });
+    spooled = printDocument(document, [&bar](unsigned long long done, unsigned long long all) { bar.show(done, all); });
   }
+  const unsigned long job = spooled.job;
   output.line("the spooler has job " + std::to_string(job) + " for \"" + options.printer + "\"");
   const AwaitedJob awaited{job, document.printer, isWine() ? GetCurrentProcessId() : 0};
-  const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(options.waitSeconds));
+  // A job that the spooler gave up is noticed at once or never.
+  const unsigned seconds = spooled.endError != 0 ? std::min(options.waitSeconds, kGivenUpSeconds) : options.waitSeconds;
+  const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));
   if (outcome) return sayOutcome(job, options, *outcome, output);
+  if (spooled.endError != 0) throw SystemFailure("the spooler does not end the document", spooled.endError);
   throw Failure(ExitCode::kUnknownOutcome,
                 "what became of job " + std::to_string(job) + " is not known: " + watch.why(),
                 "The spooler has the document; mgprintmon status shows the last failures, --wait waits longer.");

@@ -37,7 +37,7 @@ void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellP
 
 }  // namespace
 
-unsigned long printDocument(const RawDocument& document, const TellProgress& tell) {
+SpooledDocument printDocument(const RawDocument& document, const TellProgress& tell) {
   const mg::FileHandle file(
       CreateFileW(document.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
   require(static_cast<bool>(file), quoted(document.file) + " cannot be opened");
@@ -63,8 +63,9 @@ unsigned long printDocument(const RawDocument& document, const TellProgress& tel
     AbortPrinter(printer.get());
     throw;
   }
-  require(EndDocPrinter(printer.get()), "the spooler does not end the document");
-  return job;
+  SpooledDocument spooled{job, 0};
+  if (!EndDocPrinter(printer.get())) spooled.endError = GetLastError();
+  return spooled;
 }
 
 }  // namespace admin

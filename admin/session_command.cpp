@@ -3,6 +3,7 @@
 #include "admin/session_facts_text.h"
 #include "admin/session_printers.h"
 #include "admin/spooler_port.h"
+#include "admin/test_session.h"
 #include "corvane/text.h"
 #include "programs/one_line.h"
 
@@ -27,6 +28,7 @@ ExitCode list(const Options& options, Output& output) {
   const std::vector<std::wstring> ports = monitorPorts();
   Json sessions = Json::array();
   for (const SessionFacts& session : facts.sessions) {
+    if (isTestSession(session.number)) continue;
     const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
     const bool isUp = std::find(ports.begin(), ports.end(), port) != ports.end();
     saySession(session, output);
@@ -34,7 +36,7 @@ ExitCode list(const Options& options, Output& output) {
     sessions.push_back(sessionJson(session));
     sessions.back()["up"] = isUp;
   }
-  if (facts.sessions.empty()) output.line("no print client has registered");
+  if (sessions.empty()) output.line("no print client has registered");
   output.facts({{"sessions", sessions}});
   return ExitCode::kDone;
 }

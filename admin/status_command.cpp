@@ -7,6 +7,7 @@
 #include "admin/session_facts_text.h"
 #include "admin/spooler_monitor.h"
 #include "admin/spooler_port.h"
+#include "admin/test_session.h"
 #include "corvane/host_properties.h"
 #include "corvane/text.h"
 #include "programs/one_line.h"
@@ -74,8 +75,9 @@ void sayServer(int port, Output& output, Json& facts) try {
   ApplicationServer server(port);
   const ServerFacts status = server.status();
   Json sessions = Json::array();
-  for (const SessionFacts& session : status.sessions)
-    sessions.push_back(sessionJson(session));
+  for (const SessionFacts& session : status.sessions) {
+    if (!isTestSession(session.number)) sessions.push_back(sessionJson(session));
+  }
   facts["server"] = {{"reachable", true},
                      {"version", textValue(status.version)},
                      {"process", status.process},
@@ -83,9 +85,10 @@ void sayServer(int port, Output& output, Json& facts) try {
                      {"sessions", sessions}};
   output.line("server:  aps " + oneLine(status.version) + ", process " + std::to_string(status.process) +
               ", runs since " + oneLine(status.since));
-  if (status.sessions.empty()) output.line("no print client has registered");
-  for (const SessionFacts& session : status.sessions)
-    saySession(session, output);
+  if (sessions.empty()) output.line("no print client has registered");
+  for (const SessionFacts& session : status.sessions) {
+    if (!isTestSession(session.number)) saySession(session, output);
+  }
   std::vector<std::string> lines;
   for (const std::wstring& line : server.records(kRecords))
     lines.push_back(oneLine(line));

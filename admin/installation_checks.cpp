@@ -1,0 +1,113 @@
+#include "admin/installation_checks.h"
+
+#include "admin/failure.h"
+#include "admin/file_copy.h"
+#include "admin/file_version.h"
+#include "admin/monitor_module.h"
+#include "admin/registry_value.h"
+#include "admin/spooler_monitor.h"
+#include "corvane/text.h"
+
+namespace admin {
+namespace {
+
+using corvane::toUtf8;
+
+constexpr char kInstallAgain[] = "Run mgprintmon install: it puts right what is missing.";
+
+std::string quoted(const std::wstring& text) {
+  return "\"" + toUtf8(text) + "\"";
+}
+
+std::wstring textOf(const std::wstring& key, const wchar_t* name) {
+  const auto value = readValue(key, name);
+  if (!value) throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " is missing", kInstallAgain);
+  const auto text = value->text();
+  if (!text) throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " is no string", kInstallAgain);
+  return *text;
+}
+
+// Nothing when the value is not there.
+std::optional<DWORD> numberOf(const std::wstring& key, const wchar_t* name) {
+  const auto value = readValue(key, name);
+  if (!value) return std::nullopt;
+  if (const auto number = value->number()) return number;
+  throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " of " + quoted(key) + " is no DWORD",
+                "Delete it, or write it as a DWORD.");
+}
+
+void checkRoot(const Places& places) {
+  const std::wstring root = textOf(places.productKey(), L"RootPath");
+  if (!folderExists(root)) {
+    throw Failure(ExitCode::kFailed, "RootPath " + quoted(root) + " is no folder", kInstallAgain);
+  }
+}
+
+void checkFramework(const std::wstring& key) {
+  const auto port = numberOf(key, L"Port");
+  if (port && (*port == 0 || *port > 65535)) {
+    throw Failure(ExitCode::kFailed, "the value Port is " + std::to_string(*port) + ", which is no TCP port",
+                  "Set it with mgprintmon install --port N.");
+  }
+  numberOf(key, L"LogLimit");
+  numberOf(key, L"Trace");
+  const std::wstring log = textOf(key, L"LogFile");
+  const std::size_t end = log.rfind(L'\\');
+  if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
+    throw Failure(ExitCode::kFailed, "the folder of LogFile " + quoted(log) + " is not there",
+                  "Make the folder, or set another file with mgprintmon install --log FILE.");
+  }
+}
+
+void checkEventSource(const Places& places) {
+  const std::wstring file = textOf(places.eventSourceKey, L"EventMessageFile");
+  if (file == places.module() && numberOf(places.eventSourceKey, L"TypesSupported") == 7u) return;
+  throw Failure(ExitCode::kFailed, "the event source MgPrintMon does not point to the module", kInstallAgain);
+}
+
+}  // namespace
+
+std::string checkModuleFile(const Places& places) {
+  if (!fileExists(places.module())) {
+    throw Failure(ExitCode::kNotFound, quoted(places.module()) + " is missing", kInstallAgain);
+  }
+  const auto version = fileVersion(places.module());
+  if (!version) {
+    throw Failure(ExitCode::kFailed, quoted(places.module()) + " has no version: it is damaged", kInstallAgain);
+  }
+  return toUtf8(places.module()) + ", version " + version->text();
+}
+
+std::string checkModuleLoads() {
+  MonitorModule::get();
+  return "it loads with everything that it depends on, and starts";
+}
+
+std::string checkRegistration() {
+  if (!isMonitorRegistered()) {
+    throw Failure(ExitCode::kFailed, "the spooler does not know the monitor " + quoted(kMonitorName), kInstallAgain);
+  }
+  return "the spooler knows the monitor " + quoted(kMonitorName);
+}
+
+std::string checkRegistry(const Places& places) {
+  checkRoot(places);
+  checkFramework(places.frameworkKey());
+  checkEventSource(places);
+  if (!keyExists(places.portsKey())) {
+    throw Failure(ExitCode::kFailed, "the key of the ports is missing", kInstallAgain);
+  }
+  numberOf(places.productKey() + L"\\AppServer", L"ConnectionOptions");
+  for (const wchar_t* limit : {L"TimeLimitSeconds", L"MemoryLimitMegabytes", L"OutputLimitMegabytes"})
+    numberOf(places.productKey() + L"\\Converter", limit);
+  return "every value is there, of its type, and makes sense";
+}
+
+std::string checkKeyFiles(const Places& places) {
+  if (!folderExists(places.root + L"\\Keys")) {
+    return "there are none: monitor, aps and print clients do not prove to each other who they are";
+  }
+  return "they stand in " + quoted(places.root + L"\\Keys");
+}
+
+}  // namespace admin

@@ -1,0 +1,145 @@
+#include "admin/test_session.h"
+
+#include "admin/failure.h"
+#include "admin/spooler_port.h"
+#include "admin/test_print_client.h"
+#include "corvane/bridge.h"
+#include "corvane/channel.h"
+#include "corvane/class_factory.h"
+#include "corvane/component_server.h"
+#include "corvane/exception.h"
+#include "corvane/host_properties.h"
+#include "corvane/in_request.h"
+#include "corvane/message_numbers.h"
+#include "corvane/out_request.h"
+#include "corvane/simple_class.h"
+#include "corvane/text.h"
+#include "programs/component_class.h"
+#include "programs/failure.h"
+#include "programs/session_registration.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace admin {
+namespace {
+
+constexpr unsigned kRegistrationMilliseconds = 15000;
+constexpr unsigned kBridgeEndMilliseconds = 5000;
+constexpr wchar_t kPrinterName[] = L"mgprintmon test page";
+
+void registerClasses(const std::shared_ptr<Arrival>& arrival) {
+  CS_ComponentServer* const server = CS_ComponentServer::getServer();
+  server->registerClass(programs::kPrintClientClass,
+                        new programs::ComponentClass<TestPrintClient>(programs::kProgramsVersion, arrival));
+  server->offerClass(programs::kPrintClientClass);
+  server->offerClass(CS_Bridge::m_className);
+  server->registerClass(programs::kSessionClientClass,
+                        new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+}
+
+}  // namespace
+
+bool isTestSession(int number) {
+  return number >= kFirstTestSession && number <= kLastTestSession;
+}
+
+int freeTestSession(const ServerFacts& facts, const std::vector<std::wstring>& ports) {
+  for (int number = kFirstTestSession; number <= kLastTestSession; ++number) {
+    const SessionFacts* const known = facts.session(number);
+    const std::wstring port = sessionPort(static_cast<unsigned>(number));
+    if ((known == nullptr || !known->isConnected) && std::find(ports.begin(), ports.end(), port) == ports.end()) {
+      return number;
+    }
+  }
+  throw Failure(ExitCode::kFailed, "every session number for tests is in use",
+                "Ports of earlier tests are left: mgprintmon session down N removes them.");
+}
+
+void Arrival::begin() {
+  const std::lock_guard guard(m_lock);
+  m_bytes.clear();
+}
+
+void Arrival::append(const unsigned char* data, std::size_t size) {
+  const std::lock_guard guard(m_lock);
+  m_bytes.append(reinterpret_cast<const char*>(data), size);
+}
+
+void Arrival::end() {
+  const std::lock_guard guard(m_lock);
+  m_ended = true;
+  m_changed.notify_all();
+}
+
+bool Arrival::wait(unsigned milliseconds) {
+  std::unique_lock guard(m_lock);
+  return m_changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [this] { return m_ended; });
+}
+
+std::string Arrival::bytes() const {
+  const std::lock_guard guard(m_lock);
+  return m_bytes;
+}
+
+TestSession::TestSession(int number, int serverPort, const std::wstring& driver)
+    : m_arrival(std::make_shared<Arrival>()), m_connection(CS_Connection::create()) {
+  registerClasses(m_arrival);
+  try {
+    const int port = serverPort != 0 ? serverPort : HostProperties::getInstance().hostValue();
+    m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
+    bringPrinter(number, driver);
+  } catch (const CS_Exception& cause) {
+    CS_Connection::destroy(m_connection, true);
+    throw Failure(ExitCode::kServerAway, "the test session cannot be registered: " + programs::describe(cause),
+                  "Look into the log of aps.");
+  } catch (...) {
+    CS_Connection::destroy(m_connection, true);
+    throw;
+  }
+  m_thread = std::thread([connection = m_connection] {
+    try {
+      connection->serve();
+    } catch (const CS_Exception&) {
+      // The page does not arrive, and that is what is said.
+    }
+  });
+}
+
+TestSession::~TestSession() {
+  CS_Connection::destroy(m_connection, true);
+  m_thread.join();
+  CS_Bridge::waitForThreads(kBridgeEndMilliseconds);
+}
+
+void TestSession::bringPrinter(int number, const std::wstring& driver) {
+  const auto factory = m_connection->getClassFactory(programs::kSessionClientClass, programs::kSessionHostClass, true);
+  if (!factory) throw CS_Exception(corvane::kMissingObject, L"no class for the registration");
+  const CS_RCPtr<CS_Component> component(factory->newInstance(0));
+  if (!component) throw CS_Exception(corvane::kConnectionLost, nullptr);
+  component->getChannel(true)->startSending();
+  component->getChannel(true)->startReceiving();
+  CS_OutRequest request(component, programs::kBringPrinters);
+  request.writeInt(number);
+  request.writeInt(1);
+  for (int text = 0; text < programs::kPrinterTexts; ++text) {
+    const bool isGiven = text == 0 || text == programs::kDriverText;
+    request.writeBoolean(isGiven);
+    if (isGiven) request.writeUTF(text == 0 ? kPrinterName : driver.c_str());
+  }
+  request.writeBoolean(false);
+  request.writeInt(1);
+  request.writeInt(0);
+  CS_ClassVersionMap versions;
+  CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(versions);
+  versions >> request.getChannel();
+  CS_InRequest reply(request);
+  request.execute(reply, kRegistrationMilliseconds);
+  if (!reply.readBoolean()) {
+    throw Failure(ExitCode::kFailed, "the server refuses the test session: " + corvane::toUtf8(reply.readUTF()),
+                  "Look into the log of aps.");
+  }
+  m_localName = reply.readUTF();
+}
+
+}  // namespace admin
