@@ -40,7 +40,7 @@ std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arg
   app.require_subcommand(1);
   app.footer(kExitCodes);
   for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
-                         addPrintCommand, addPrintersCommand, addVisibleCommand, addDoctorCommand})
+                         addPrintCommand, addPrintersCommand, addVisibleCommand, addDoctorCommand, addWatchCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -38,6 +38,7 @@ void addPrintCommand(CLI::App& app, Invocation& invocation);
 void addPrintersCommand(CLI::App& app, Invocation& invocation);
 void addVisibleCommand(CLI::App& app, Invocation& invocation);
 void addDoctorCommand(CLI::App& app, Invocation& invocation);
+void addWatchCommand(CLI::App& app, Invocation& invocation);
 
 // The outcome of reading a command line: an invocation to run, or, when it has no work to do, an exit code and what to
 // say (help on the standard output, a usage error on the error output).

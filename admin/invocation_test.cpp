@@ -13,16 +13,16 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   EXPECT_EQ(parsed->code, ExitCode::kDone);
   EXPECT_FALSE(parsed->invocation.run);
   for (const char* word : {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible",
-                           "0 done", "7 outcome of a job unknown"}) {
+                           "doctor", "watch", "0 done", "7 outcome of a job unknown"}) {
     EXPECT_THAT(parsed->message, HasSubstr(word));
   }
 }
 
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
-  const std::vector<std::vector<std::string>> commands = {{"install"},       {"uninstall"},       {"ports", "list"},
-                                                          {"ports", "add"},  {"ports", "delete"}, {"session", "list"},
-                                                          {"session", "up"}, {"session", "down"}, {"status"},
-                                                          {"print"},         {"printers"},        {"visible"}};
+  const std::vector<std::vector<std::string>> commands = {
+      {"install"},         {"uninstall"},     {"ports", "list"},   {"ports", "add"}, {"ports", "delete"},
+      {"session", "list"}, {"session", "up"}, {"session", "down"}, {"status"},       {"print"},
+      {"printers"},        {"visible"},       {"doctor"},          {"watch"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);
