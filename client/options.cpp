@@ -32,6 +32,8 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   app.add_option("--session", options.session, "number of the session")
       ->required()
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+  app.add_option("--key", options.keyFile, "file with the key of the session, where the server wants one")
+      ->check(CLI::Validator([](std::string& text) { return text.empty() ? "it names no file" : ""; }, ""));
   app.add_option("--printer", printers,
                  "a printer to bring along, NAME,key=value,...; may be repeated. Keys: driver, format (raw, ps, pdf), "
                  "comment, location, port, manufacturer, model, share, default (yes, no), resolution")

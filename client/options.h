@@ -12,6 +12,7 @@ struct Options {
   std::string host = "127.0.0.1";
   int port = 4711;
   int session = 0;
+  std::string keyFile;  // empty: the server wants no key
   std::vector<PrinterOption> printers;
   std::string output;
 };

@@ -25,6 +25,12 @@ TEST(PrintClientOptions, TheServerIsOnThisMachineByDefault) {
   EXPECT_EQ(parsed.options.port, 4711);
 }
 
+TEST(PrintClientOptions, TakeTheKeyOfTheSession) {
+  EXPECT_EQ(parseOptions({"--session", "5", "--printer", "L", "--output", "o"}).options.keyFile, "");
+  EXPECT_EQ(parseOptions({"--session", "5", "--printer", "L", "--output", "o", "--key", "a b"}).options.keyFile, "a b");
+  EXPECT_GT(parseOptions({"--session", "5", "--printer", "L", "--output", "o", "--key", ""}).exitCode, 0);
+}
+
 TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
   EXPECT_NE(parseOptions({"--printer", "L", "--output", "o"}).message.find("--session is required"), std::string::npos);
   EXPECT_NE(parseOptions({"--session", "0", "--printer", "L", "--output", "o"}).message.find("--session"),

@@ -1,6 +1,7 @@
 #include "client/session_loop.h"
 
 #include "corvane/exception.h"
+#include "corvane/message_numbers.h"
 #include "corvane/text.h"
 #include "programs/failure.h"
 #include "programs/one_line.h"
@@ -14,6 +15,10 @@ std::string secondsText(std::chrono::milliseconds time) {
   const auto tenths = time.count() / 100;
   const std::string whole = std::to_string(tenths / 10);
   return (tenths % 10 == 0 ? whole : whole + "." + std::to_string(tenths % 10)) + " s";
+}
+
+bool isAboutKeys(const CS_Exception& failure) {
+  return failure.number() == corvane::kKeyNeeded || failure.number() == corvane::kNotProven;
 }
 
 }  // namespace
@@ -38,6 +43,9 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   Outcome outcome = Outcome::kAway;
   try {
+    if (!m_options.keyFile.empty()) {
+      connection->useKey(corvane::Identity::session(m_options.session), m_options.keyFile);
+    }
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
       const Registration registration = bringPrinters(connection, m_options.session, m_options.printers);
@@ -65,8 +73,10 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   } catch (const CS_Exception& failure) {
     if (!isStopping()) {
       reporter.line("the server at " + m_options.host + ":" + std::to_string(m_options.port) +
-                    " is away: " + programs::describe(failure));
+                    (isAboutKeys(failure) ? " is not used: " : " is away: ") + programs::describe(failure));
     }
+    // Only a person can change that; a server that does not prove itself may still be replaced by the right one.
+    if (failure.number() == corvane::kKeyNeeded) outcome = Outcome::kRefused;
   }
   CS_Connection::destroy(connection, true);
   hold(nullptr);

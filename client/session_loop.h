@@ -20,7 +20,8 @@ class SessionLoop {
   SessionLoop(const Options& options, std::shared_ptr<JobOutput> output)
       : m_options(options), m_output(std::move(output)) {}
 
-  // Returns the exit code: 0 after stop(), 1 when the server refused the first registration.
+  // Returns the exit code: 0 after stop(), 1 when the server refused the first registration, or the
+  // session's key was missing or unusable before it.
   int run();
   void stop();
 

@@ -3,6 +3,7 @@
 #include "corvane/channel.h"
 #include "corvane/dispatcher.h"
 #include "corvane/exception.h"
+#include "corvane/greeting.h"
 #include "corvane/link.h"
 #include "corvane/local_monitor.h"
 #include "corvane/message_numbers.h"
@@ -38,12 +39,19 @@ void CS_Connection::take(std::shared_ptr<corvane::Link> link, std::uint32_t firs
   m_link = std::move(link);
 }
 
-CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket) {
+CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys) {
   auto link = std::make_shared<corvane::Link>(std::move(socket));
   CS_RCPtr<CS_Connection> connection = create();
-  connection->m_peerValues = link->welcome(ownGreeting(), corvane::after(kHandshakeMilliseconds));
+  corvane::Guest guest = corvane::welcomeGuest(*link, ownGreeting(), keys, corvane::after(kHandshakeMilliseconds));
+  connection->m_peerValues = std::move(guest.values);
+  connection->m_peerIdentity = guest.identity;
   connection->take(std::move(link), 2);
   return connection;
+}
+
+void CS_Connection::useKey(const corvane::Identity& identity, std::string keyFile) {
+  m_ownIdentity = identity;
+  m_keyFile = std::move(keyFile);
 }
 
 void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying) {
@@ -52,9 +60,12 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
   }
   for (bool said = false;; said = true) {
     try {
+      std::optional<corvane::Credentials> credentials;
+      if (m_ownIdentity) credentials.emplace(*m_ownIdentity, corvane::Key::read(m_keyFile));
       auto link = std::make_shared<corvane::Link>(corvane::Socket::connect(
           corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0));
-      m_peerValues = link->greet(ownGreeting(), corvane::after(kHandshakeMilliseconds));
+      m_peerValues = corvane::greetAs(*link, ownGreeting(), credentials ? &*credentials : nullptr,
+                                      corvane::after(kHandshakeMilliseconds));
       take(std::move(link), 1);
       return;
     } catch (const CS_Exception& exception) {

@@ -1,13 +1,16 @@
 #pragma once
 
 #include "corvane/component.h"
+#include "corvane/identity.h"
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace corvane {
 class Dispatcher;
+class KeyFolder;
 class Link;
 class Socket;
 }  // namespace corvane
@@ -25,12 +28,19 @@ class CS_Connection : public CS_Component {
   // A connection that is not connected yet. Never null; throws std::bad_alloc.
   static CS_RCPtr<CS_Connection> create();
   // A connection that a peer made. Carries out the server's side of the handshake; throws CS_Exception when the peer
-  // does not speak the protocol within kHandshakeMilliseconds.
-  static CS_RCPtr<CS_Connection> accept(corvane::Socket socket);
+  // does not speak the protocol within kHandshakeMilliseconds. With keys, the peer must also prove within that time
+  // that it has the key of the identity it claims (3109); nothing of it is served before.
+  static CS_RCPtr<CS_Connection> accept(corvane::Socket socket, const corvane::KeyFolder* keys = nullptr);
+
+  // From the next connect() on, this side proves to be that one with the key in the file (UTF-8), and refuses a server
+  // that does not prove to have the same key. The file is read by each connect(), before anything is sent. The first
+  // request is to follow within kHandshakeMilliseconds, because the proof travels with it.
+  void useKey(const corvane::Identity& identity, std::string keyFile);
 
   // Dials the port on that host and carries out the handshake. Flags: kDirect uses the numeric IPv4 loopback address
   // for "localhost", kDualStack tries IPv6 first. With keepTrying the attempt is repeated until it succeeds; without,
-  // a failure throws CS_Exception (3101) after the one attempt.
+  // a failure throws CS_Exception after the one attempt: 3101; 3108 when this side's key cannot be used, or the server
+  // wants one and there is none; 3109 when the server does not prove who it is.
   void connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying);
 
   // Ends the connection: closes it both ways, fails whoever waits and releases its components. Never blocks, joins
@@ -58,6 +68,16 @@ class CS_Connection : public CS_Component {
   std::string peerName() const;
   // What the other side said about itself in the handshake: "process" is its process id.
   const std::map<std::wstring, std::wstring>& peerValues() const { return m_peerValues; }
+  // Who the peer of an accepted connection is, proven; nothing where peers need no keys.
+  const std::optional<corvane::Identity>& peerIdentity() const { return m_peerIdentity; }
+
+  // Asked with the name of the class before a component is made that the peer wants: an answer that is not empty
+  // refuses it with that reason. Set before serve(); called by the threads that serve.
+  using Admission = std::function<std::wstring(const std::wstring& className)>;
+  void setAdmission(Admission admission) { m_admission = std::move(admission); }
+  std::wstring refusalOf(const std::wstring& className) const {
+    return m_admission ? m_admission(className) : std::wstring();
+  }
 
   static constexpr unsigned kDirect = 256;
   static constexpr unsigned kDualStack = 512;
@@ -77,5 +97,9 @@ class CS_Connection : public CS_Component {
   std::atomic<std::uint32_t> m_nextIdentifier{1};
   std::atomic<bool> m_releaseComponents{true};
   std::map<std::wstring, std::wstring> m_peerValues;
+  std::optional<corvane::Identity> m_ownIdentity;
+  std::string m_keyFile;
+  std::optional<corvane::Identity> m_peerIdentity;
+  Admission m_admission;
   std::function<void(const std::wstring&)> m_onEnd;
 };

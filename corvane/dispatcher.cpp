@@ -88,6 +88,7 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
       return;
     case FrameKind::kHello:
     case FrameKind::kWelcome:
+    case FrameKind::kProof:
       throw CS_Exception(kProtocolViolation, L"a second greeting");
   }
 }

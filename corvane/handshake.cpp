@@ -44,7 +44,8 @@ Frame Link::awaitFrame(Deadline deadline) {
 
 HelloValues Link::readHello(const Frame& frame, FrameKind kind) {
   if (frame.header.kind == FrameKind::kFailure) {
-    throw CS_Exception(kConnectFailed, L"%s", readText(frame.payload()).c_str());
+    const bool wantsKey = frame.header.correlation == static_cast<std::uint32_t>(kKeyNeeded);
+    throw CS_Exception(wantsKey ? kKeyNeeded : kConnectFailed, L"%s", readText(frame.payload()).c_str());
   }
   if (frame.header.kind != kind)
     throw CS_Exception(kProtocolViolation, L"the connection does not begin with a greeting");
@@ -77,20 +78,43 @@ HelloValues Link::greet(const HelloValues& values, Deadline deadline) {
   return theirs;
 }
 
-HelloValues Link::welcome(const HelloValues& values, Deadline deadline) {
+HelloValues Link::awaitGreeting(Deadline deadline) {
   const Frame greeting = awaitFrame(deadline);
   HelloValues theirs = readHello(greeting, FrameKind::kHello);
   if (greeting.header.number != kProtocolVersion) {
     const CS_Exception mismatch(kConnectFailed,
                                 L"this side speaks version %d of the protocol, the other one version %d",
                                 static_cast<int>(kProtocolVersion), static_cast<int>(greeting.header.number));
-    sendText(helloHeader(FrameKind::kFailure), mismatch.detail());
+    refuseGreeting(0, mismatch.detail());
     throw mismatch;
   }
+  return theirs;
+}
+
+void Link::welcome(const HelloValues& values) {
   ValueWriter writer;
   write(writer, values);
   send(helloHeader(FrameKind::kWelcome), writer);
-  return theirs;
+}
+
+void Link::refuseGreeting(int number, const wchar_t* reason) {
+  FrameHeader header = helloHeader(FrameKind::kFailure);
+  header.correlation = static_cast<std::uint32_t>(number);
+  sendText(header, reason);
+}
+
+void Link::announceProof(const std::wstring& proof) {
+  ValueWriter writer;
+  writer.writeText(proof.c_str());
+  announce(helloHeader(FrameKind::kProof), writer);
+}
+
+std::wstring Link::awaitProof(Deadline deadline) {
+  const Frame frame = awaitFrame(deadline);
+  if (frame.header.kind != FrameKind::kProof) {
+    throw CS_Exception(kProtocolViolation, L"a request comes before the proof");
+  }
+  return ValueReader(std::make_unique<SpanSource>(frame.payload())).readText();
 }
 
 }  // namespace corvane

@@ -18,6 +18,11 @@ class HostProperties {
   // Whether trace entries are written ("Trace", REG_DWORD, default 0).
   bool trace() const;
 
+  // The file with the key that this process proves itself with to the application server ("KeyFile", REG_SZ); empty
+  // when the value does not exist. One that exists and holds no file name throws CS_Exception (3108): it is never taken
+  // for none.
+  std::wstring keyFile() const;
+
   static constexpr int kDefaultPort = 4711;
   static constexpr unsigned long kDefaultLogLimit = 8 * 1024 * 1024;
 };

@@ -17,3 +17,6 @@ unsigned long HostProperties::logLimit() const {
 bool HostProperties::trace() const {
   return false;
 }
+std::wstring HostProperties::keyFile() const {
+  return {};
+}

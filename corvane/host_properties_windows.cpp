@@ -1,5 +1,7 @@
+#include "corvane/exception.h"
 #include "corvane/host_properties.h"
 #include "corvane/last_error.h"
+#include "corvane/message_numbers.h"
 
 #include <windows.h>
 
@@ -44,4 +46,17 @@ unsigned long HostProperties::logLimit() const {
 
 bool HostProperties::trace() const {
   return readNumber(L"Trace", 0) != 0;
+}
+
+std::wstring HostProperties::keyFile() const {
+  const corvane::LastErrorKeeper keeper;
+  wchar_t path[MAX_PATH] = {};
+  DWORD size = sizeof path;
+  const LSTATUS status = ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, L"KeyFile", RRF_RT_REG_SZ, nullptr, path, &size);
+  if (status == ERROR_FILE_NOT_FOUND) return {};
+  if (status != ERROR_SUCCESS || path[0] == L'\0') {
+    throw CS_Exception(corvane::kKeyNeeded, L"the registry value KeyFile in %s is no file name (%d)", kKey,
+                       static_cast<int>(status));
+  }
+  return path;
 }

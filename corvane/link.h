@@ -45,9 +45,17 @@ class Link {
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
-  // The two sides of the handshake; throws CS_Exception (3101, 3105) when it fails within the deadline.
+  // The steps of the greeting; corvane/greeting.h puts them together. Each that waits throws CS_Exception (3101, 3105)
+  // when what it waits for does not come within the deadline. The dialing side says its values and returns those of the
+  // answer; throws 3108 when that is a refusal for want of a key.
   HelloValues greet(const HelloValues& values, Deadline deadline);
-  HelloValues welcome(const HelloValues& values, Deadline deadline);
+  // The listening side: what the peer says, and the answer to it or, with a message number or 0, the refusal.
+  HelloValues awaitGreeting(Deadline deadline);
+  void welcome(const HelloValues& values);
+  void refuseGreeting(int number, const wchar_t* reason);
+  // The dialing side's proof goes out in front of its first request.
+  void announceProof(const std::wstring& proof);
+  std::wstring awaitProof(Deadline deadline);
 
   // Where frames go; null once nobody wants them any more.
   void setHandler(FrameHandler* handler);
@@ -99,6 +107,8 @@ class Link {
   bool hasEnded() const;
   std::wstring reason() const;
   std::string peerName() const { return m_socket.peerName(); }
+  std::vector<unsigned char> localEndpoint() const { return m_socket.localEndpoint(); }
+  std::vector<unsigned char> peerEndpoint() const { return m_socket.peerEndpoint(); }
 
   // How much is sent before a sender looks whether the peer has said something meanwhile.
   static constexpr std::size_t kLookEvery = 1024 * 1024;

@@ -26,6 +26,10 @@ const wchar_t* messageText(int number) {
       return L"A value of a request is not what was expected.";
     case kLimitExceeded:
       return L"A limit was exceeded.";
+    case kKeyNeeded:
+      return L"This side needs a key to prove who it is.";
+    case kNotProven:
+      return L"The other side was not authenticated.";
     case kModuleNameFailed:
       return L"The name of the program could not be found out.";
     case kModuleHandleFailed:

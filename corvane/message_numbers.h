@@ -15,6 +15,8 @@ inline constexpr int kRequestRefused = 3104;     // the peer answered that it ca
 inline constexpr int kProtocolViolation = 3105;  // the peer sent what the protocol does not allow
 inline constexpr int kWrongValueType = 3106;  // a value was read as another type than it was written, or past the end
 inline constexpr int kLimitExceeded = 3107;   // a bound on what a peer can make grow was passed
+inline constexpr int kKeyNeeded = 3108;       // this side's own key is missing or cannot be used
+inline constexpr int kNotProven = 3109;       // the other side did not prove who it is
 
 inline constexpr int kModuleNameFailed = 11504;
 inline constexpr int kModuleHandleFailed = 11505;

@@ -5,6 +5,7 @@
 #include "corvane/byte_source.h"
 #include "corvane/channel.h"
 #include "corvane/component_server.h"
+#include "corvane/connection.h"
 #include "corvane/exception.h"
 #include "corvane/format.h"
 #include "corvane/in_request.h"
@@ -33,6 +34,13 @@ void Serving::refuse(const FrameHeader& header, const std::wstring& reason) {
 
 void Serving::create(const FrameHeader& header, std::span<const unsigned char> payload) {
   const std::wstring name = readText(payload);
+  const CS_RCPtr<CS_Component> root = m_owner.getRootOwner();
+  if (const auto* connection = dynamic_cast<const CS_Connection*>(root.get())) {
+    if (const std::wstring refusal = connection->refusalOf(name); !refusal.empty()) {
+      refuse(header, refusal);
+      return;
+    }
+  }
   CS_Class* componentClass = CS_ComponentServer::getServer()->findOfferedClass(name.c_str());
   if (componentClass == nullptr) {
     refuse(header, formatText(L"this side offers no components of the class %s", name.c_str()));

@@ -76,6 +76,43 @@ std::string Socket::peerName() const {
   return address.ss_family == AF_INET6 ? "[" + std::string(host) + "]:" + port : std::string(host) + ":" + port;
 }
 
+namespace {
+
+std::vector<unsigned char> endpointOf(const sockaddr_storage& address) {
+  std::vector<unsigned char> endpoint;
+  const auto append = [&](unsigned char family, const auto& bytes, const auto& port) {
+    const auto* const first = reinterpret_cast<const unsigned char*>(&bytes);
+    const auto* const second = reinterpret_cast<const unsigned char*>(&port);
+    endpoint.push_back(family);
+    endpoint.insert(endpoint.end(), first, first + sizeof bytes);
+    endpoint.insert(endpoint.end(), second, second + sizeof port);
+  };
+  if (address.ss_family == AF_INET) {
+    const auto& four = reinterpret_cast<const sockaddr_in&>(address);
+    append(4, four.sin_addr, four.sin_port);
+  } else if (address.ss_family == AF_INET6) {
+    const auto& six = reinterpret_cast<const sockaddr_in6&>(address);
+    append(6, six.sin6_addr, six.sin6_port);
+  }
+  return endpoint;
+}
+
+}  // namespace
+
+std::vector<unsigned char> Socket::localEndpoint() const {
+  sockaddr_storage address{};
+  SocketLength length = sizeof address;
+  if (::getsockname(native(m_handle), reinterpret_cast<sockaddr*>(&address), &length) != 0) return {};
+  return endpointOf(address);
+}
+
+std::vector<unsigned char> Socket::peerEndpoint() const {
+  sockaddr_storage address{};
+  SocketLength length = sizeof address;
+  if (::getpeername(native(m_handle), reinterpret_cast<sockaddr*>(&address), &length) != 0) return {};
+  return endpointOf(address);
+}
+
 AddressList::AddressList(const std::string& host, std::uint16_t port) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace corvane {
 
@@ -48,6 +49,10 @@ class Socket {
 
   // "127.0.0.1:4711" of the other end, for logs.
   std::string peerName() const;
+  // The address and port of this end and of the other one: 4 or 6, the bytes of the address, two of the port. Empty for
+  // what is no network socket.
+  std::vector<unsigned char> localEndpoint() const;
+  std::vector<unsigned char> peerEndpoint() const;
 
  private:
   static constexpr std::intptr_t kNone = -1;

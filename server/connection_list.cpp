@@ -1,8 +1,10 @@
 #include "server/connection_list.h"
 
 #include "corvane/exception.h"
+#include "corvane/message_numbers.h"
 #include "programs/failure.h"
 #include "programs/one_line.h"
+#include "server/access.h"
 
 #include <system_error>
 #include <vector>
@@ -38,8 +40,10 @@ void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
     try {
       serveOne(position, std::move(socket));
     } catch (const CS_Exception& failure) {
+      const bool isAboutKeys = failure.number() == corvane::kNotProven;
       m_log->failure("connection from " + peer + " refused: " + programs::describe(failure) +
-                     "; the program that made it is none of this system, or of another version");
+                     (isAboutKeys ? "; a program of this system needs the key that stands in the folder of --keys"
+                                  : "; the program that made it is none of this system, or of another version"));
     }
   } catch (...) {
     m_log->failure("a connection ended: out of memory");
@@ -53,7 +57,8 @@ void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
 
 void ConnectionList::serveOne(Position position, corvane::Socket socket) {
   const std::string peer = socket.peerName();
-  const CS_RCPtr<CS_Connection> connection = CS_Connection::accept(std::move(socket));
+  const CS_RCPtr<CS_Connection> connection = CS_Connection::accept(std::move(socket), m_keys);
+  if (connection->peerIdentity()) guard(*connection);
   const auto process = connection->peerValues().find(L"process");
   {
     const std::lock_guard<std::mutex> guard(m_lock);
@@ -77,6 +82,16 @@ void ConnectionList::serveOne(Position position, corvane::Socket socket) {
       " ended: " + programs::oneLine(reason);
   const std::lock_guard<std::mutex> guard(m_lock);
   m_closing ? m_log->line(line) : m_log->failure(line);
+}
+
+void ConnectionList::guard(CS_Connection& connection) {
+  const corvane::Identity peer = *connection.peerIdentity();
+  const std::string who = "connection from " + connection.peerName() + ", " + programs::oneLine(peer.name());
+  connection.setAdmission([log = m_log, peer, who](const std::wstring& className) {
+    std::wstring refusal = accessRefusal(peer, className);
+    if (!refusal.empty()) log->failure(who + ": refused: " + programs::oneLine(refusal));
+    return refusal;
+  });
 }
 
 void ConnectionList::joinEnded() {

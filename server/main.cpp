@@ -2,7 +2,9 @@
 
 #include "corvane/component_server.h"
 #include "corvane/exception.h"
+#include "corvane/key.h"
 #include "corvane/socket.h"
+#include "programs/failure.h"
 #include "programs/one_line.h"
 #include "programs/paths.h"
 #include "programs/stop_request.h"
@@ -27,6 +29,27 @@ std::unique_ptr<corvane::Listener> listenOn(const std::string& address) {
   }
 }
 
+int makeKey(const std::string& file) {
+  try {
+    corvane::Key::writeNew(file);
+  } catch (const CS_Exception& failure) {
+    std::fprintf(stderr, "aps: %s\n", programs::oneLine(failure.detail()).c_str());
+    return 1;
+  }
+  std::printf("a new key is in %s\n", file.c_str());
+  return 0;
+}
+
+// Null when peers need no keys; false after saying why the folder cannot be used.
+bool openKeys(const std::string& folder, std::unique_ptr<corvane::KeyFolder>& keys) {
+  if (folder.empty()) return true;
+  keys = std::make_unique<corvane::KeyFolder>(folder);
+  const std::wstring refusal = keys->refusal();
+  if (refusal.empty()) return true;
+  std::fprintf(stderr, "aps: the folder of --keys cannot be used: %s\n", programs::oneLine(refusal).c_str());
+  return false;
+}
+
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
@@ -36,6 +59,9 @@ int programMain(const std::vector<std::string>& arguments) {
     return parsed.exitCode;
   }
   const aps::Options& options = parsed.options;
+  if (!options.newKey.empty()) return makeKey(options.newKey);
+  std::unique_ptr<corvane::KeyFolder> keys;
+  if (!openKeys(options.keys, keys)) return 1;
   if (!CS_ComponentServer::initialize(0, 0)) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
@@ -47,9 +73,12 @@ int programMain(const std::vector<std::string>& arguments) {
 
   const auto listener = listenOn(options.listen);
   if (!listener) return 1;
-  aps::ConnectionList connections(log, options.maxConnections);
+  aps::ConnectionList connections(log, options.maxConnections, keys.get());
   const programs::StopRequest stop([&listener] { listener->stop(); });
   log->line("aps listens on " + listener->address());
+  log->line(keys ? "peers must prove that they have their key in " + options.keys
+                 : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
+                   "start aps with --keys to change that");
   std::printf("aps listens on %s\n", listener->address().c_str());
   std::fflush(stdout);
 

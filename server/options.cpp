@@ -23,10 +23,17 @@ std::string listenRefusal(const std::string& address) {
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
   ParsedOptions result;
   Options& options = result.options;
+  // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
+  const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
   CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
   app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
       ->capture_default_str();
   app.add_option("--log", options.logFile, "log file, appended to; without it the log goes to the error output");
+  app.add_option("--keys", options.keys,
+                 "folder with the keys of the peers, monitor.key and session-NUMBER.key; with it every peer must prove "
+                 "that it has its key")
+      ->check(named);
+  app.add_option("--new-key", options.newKey, "makes a file with a fresh key and ends")->check(named);
   app.add_option("--max-connections", options.maxConnections, "connections at the same time, each with a thread")
       ->capture_default_str()
       ->check(CLI::Range(1, 100000));

@@ -13,6 +13,8 @@ namespace aps {
 struct Options {
   std::string listen = "127.0.0.1:4711";
   std::string logFile;  // empty: the standard error output
+  std::string keys;     // folder; empty: peers are not authenticated
+  std::string newKey;   // a key file to make instead of serving
   std::size_t maxConnections = 512;
   SessionTable::Limits limits;
   Launcher::Settings launching;
@@ -28,8 +30,8 @@ struct ParsedOptions {
 
 ParsedOptions parseOptions(std::vector<std::string> arguments);
 
-// Why this server may not listen there; empty when it may. Connections are not authenticated, so only addresses of the
-// machine itself are accepted.
+// Why this server may not listen there; empty when it may. What goes over a connection is not encrypted, so only
+// addresses of the machine itself are accepted.
 std::string listenRefusal(const std::string& address);
 
 }  // namespace aps

@@ -22,6 +22,19 @@ TEST(ApsOptions, TakeTheAddressTheLogAndTheBounds) {
   EXPECT_EQ(parsed.options.limits.printers, 9u);
 }
 
+TEST(ApsOptions, TakeTheKeysOfPeersOnlyWhenTheyAreGiven) {
+  EXPECT_EQ(parseOptions({}).options.keys, "");
+  EXPECT_EQ(parseOptions({}).options.newKey, "");
+  EXPECT_EQ(parseOptions({"--keys", "a b"}).options.keys, "a b");
+  EXPECT_EQ(parseOptions({"--new-key", "monitor.key"}).options.newKey, "monitor.key");
+  for (const char* option : {"--keys", "--new-key"}) {
+    EXPECT_GT(parseOptions({option}).exitCode, 0);
+    const ParsedOptions empty = parseOptions({option, ""});
+    EXPECT_GT(empty.exitCode, 0);
+    EXPECT_NE(empty.message.find("it names nothing"), std::string::npos) << empty.message;
+  }
+}
+
 TEST(ApsOptions, TakeThePrograms) {
   EXPECT_EQ(parseOptions({}).options.launching.programs, std::vector<std::string>{"notepad.exe"});
   const ParsedOptions parsed =

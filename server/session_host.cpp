@@ -5,6 +5,7 @@
 #include "corvane/message_numbers.h"
 #include "programs/one_line.h"
 #include "programs/session_registration.h"
+#include "server/access.h"
 #include "server/log_thrown.h"
 #include "server/printer_name.h"
 
@@ -84,7 +85,10 @@ void SessionHost::bringPrinters(CS_InRequest& request) {
     if (m_released) throw CS_Exception(corvane::kConnectionLost, nullptr);
     if (m_session != 0) {
       admission.refusal = L"this print client serves session " + std::to_wstring(m_session) + L" already";
-    } else {
+    } else if (const auto& peer = client->peerIdentity(); peer) {
+      admission.refusal = sessionRefusal(*peer, session);
+    }
+    if (admission.accepted()) {
       admission = m_application->sessions.enter(session, std::move(printers), versions, client);
       if (admission.accepted()) {
         m_session = session;

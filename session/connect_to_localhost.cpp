@@ -1,6 +1,8 @@
 #include "corvane/exception.h"
 #include "corvane/host_properties.h"
+#include "corvane/message_numbers.h"
 #include "corvane/operation.h"
+#include "corvane/text.h"
 #include "session/port_monitor_server.h"
 #include "util/win_handle.h"
 
@@ -29,7 +31,10 @@ bool attempt(CS_Connection& connection, int hostValue, unsigned flags, int numbe
   try {
     connection.connect(L"localhost", hostValue, flags, false);
     return true;
-  } catch (const CS_Exception&) {
+  } catch (const CS_Exception& exception) {
+    // No server can make up for a key that is missing or unusable here: the job fails and says why. One that does not
+    // prove itself may be another program in the server's place, and the job waits for the server itself.
+    if (exception.number() == corvane::kKeyNeeded) throw;
     return false;
   }
 }
@@ -43,6 +48,8 @@ CS_RCPtr<CS_Connection> PortMonitorServer::connectToLocalhost() {
   CS_RCPtr<CS_Connection> connection;
   operation.run([&] {
     connection = CS_Connection::create();
+    const std::wstring keyFile = HostProperties::getInstance().keyFile();
+    if (!keyFile.empty()) connection->useKey(corvane::Identity::monitor(), corvane::toUtf8(keyFile));
     const unsigned flags = connectionFlags(key);
     const int hostValue = HostProperties::getInstance().hostValue();
     for (int number = 1; !attempt(*connection, hostValue, flags, number); ++number)

@@ -36,7 +36,8 @@ std::string requestName(const std::string& className, int number) {
 
 void ScriptedConnection::serve() {
   try {
-    const corvane::HelloValues theirs = m_link.welcome({}, corvane::after(kHandshakeMilliseconds));
+    const corvane::HelloValues theirs = m_link.awaitGreeting(corvane::after(kHandshakeMilliseconds));
+    m_link.welcome({});
     // The port may have been another server's before: the module of another test run still dials it then.
     const auto process = theirs.find(L"process");
     if (process == theirs.end() || process->second != std::to_wstring(corvane::processId())) return;
