@@ -47,9 +47,18 @@ constexpr unsigned kReplyMilliseconds = 60000;
 
 }  // namespace
 
-MonitorPeer::MonitorPeer(int port) {
+MonitorPeer::MonitorPeer(int port) : m_connection(CS_Connection::create()) {
+  dial(port);
+}
+
+MonitorPeer::MonitorPeer(int port, const corvane::Identity& identity, const std::string& keyFile)
+    : m_connection(CS_Connection::create()) {
+  m_connection->useKey(identity, keyFile);
+  dial(port);
+}
+
+void MonitorPeer::dial(int port) {
   registerClasses();
-  m_connection = CS_Connection::create();
   m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
   m_bridge = makeComponent(*m_connection, CS_Bridge::m_className, CS_BridgeRouter::getClassName());
   m_portMonitor = makeComponent(*m_connection, programs::kPortMonitorServerClass, programs::kPortMonitorClientClass);

@@ -15,6 +15,8 @@ namespace tests {
 class MonitorPeer {
  public:
   explicit MonitorPeer(int port);
+  // With a key, the monitor's or, as an impostor, another one.
+  MonitorPeer(int port, const corvane::Identity& identity, const std::string& keyFile);
   ~MonitorPeer();
   MonitorPeer(const MonitorPeer&) = delete;
   MonitorPeer& operator=(const MonitorPeer&) = delete;
@@ -49,6 +51,7 @@ class MonitorPeer {
   const CS_RCPtr<CS_Connection>& connection() const { return m_connection; }
 
  private:
+  void dial(int port);
   CS_RCPtr<CS_ProgramMonitor> makeMonitor(unsigned long processId, const wchar_t* module);
   CS_RCPtr<CS_Component> makeComponent(CS_Component& owner, const wchar_t* local, const wchar_t* remote);
 

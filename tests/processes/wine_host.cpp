@@ -43,10 +43,11 @@ WineHost::WineHost(Scene& scene) : m_scene(scene) {
   useServer(scene.port());
 }
 
-void WineHost::useServer(int port) {
+void WineHost::useServer(int port, const fs::path& keyFile) {
   const auto settings = start(
-      "mgspool.exe", {"settings", "--server-port", std::to_string(port), "--root",
-                      windowsPath(m_scene.folder() / "root"), "--log", windowsPath(m_scene.folder() / "module.log")});
+      "mgspool.exe",
+      {"settings", "--server-port", std::to_string(port), "--root", windowsPath(m_scene.folder() / "root"), "--log",
+       windowsPath(m_scene.folder() / "module.log"), "--key-file", keyFile.empty() ? "" : windowsPath(keyFile)});
   if (settings->wait() != 0) throw std::runtime_error("the settings cannot be written:\n" + settings->output());
 }
 

@@ -21,8 +21,8 @@ class WineHost {
   WineHost(const WineHost&) = delete;
   WineHost& operator=(const WineHost&) = delete;
 
-  // Points the monitor to an application server on that port.
-  void useServer(int port);
+  // Points the monitor to an application server on that port; without a key file it has no key.
+  void useServer(int port, const std::filesystem::path& keyFile = {});
 
   // Why the Windows programs cannot be run; empty when they can.
   static std::string missing();

@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ using mg::support::wide;
 
 struct Arguments {
   std::string from, root, log, ppd, outcomes, port, printer, file, title;
+  std::optional<std::string> keyFile;
   unsigned serverPort = 0;
   short copies = 1;
   DWORD writeSize = 0;
@@ -32,7 +34,9 @@ std::wstring programFolder() {
 }
 
 void writeSettings(const Arguments& arguments) {
-  mg::support::writeSettings({wide(arguments.root), arguments.serverPort, wide(arguments.log)});
+  std::optional<std::wstring> keyFile;
+  if (arguments.keyFile) keyFile = wide(*arguments.keyFile);
+  mg::support::writeSettings({wide(arguments.root), arguments.serverPort, wide(arguments.log), keyFile});
 }
 
 void setUpPrinting(const Arguments& arguments) {
@@ -64,6 +68,7 @@ void printDocument(const Arguments& arguments) {
 void addSettings(CLI::App& command, Arguments& arguments) {
   command.add_option("--root", arguments.root, "installation root, above Programs\\ps2pdf.exe");
   command.add_option("--log", arguments.log, "log file of the module");
+  command.add_option("--key-file", arguments.keyFile, "file with the monitor's key; an empty one takes the value away");
   command.add_option("--server-port", arguments.serverPort, "TCP port of the application server");
 }
 

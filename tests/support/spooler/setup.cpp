@@ -82,6 +82,11 @@ void writeSettings(const ModuleSettings& settings) {
     writeValue(kFramework, L"Port", REG_DWORD, &port, sizeof port);
   }
   if (!settings.logFile.empty()) writeText(kFramework, L"LogFile", settings.logFile);
+  if (settings.keyFile && settings.keyFile->empty()) {
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kFramework, L"KeyFile");
+  } else if (settings.keyFile) {
+    writeText(kFramework, L"KeyFile", *settings.keyFile);
+  }
 }
 
 void installMonitor(const std::wstring& folder) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace mg::support {
@@ -16,6 +17,8 @@ struct ModuleSettings {
   unsigned serverPort = 0;
   // The file that the module writes its records to.
   std::wstring logFile;
+  // The file with the monitor's key; an empty text takes the value away, none at all leaves it as it is.
+  std::optional<std::wstring> keyFile;
 };
 
 // Each of these may be called again when its work is done already, and throws a SystemFailure.
