@@ -61,7 +61,7 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
   for (bool said = false;; said = true) {
     try {
       std::optional<corvane::Credentials> credentials;
-      if (m_ownIdentity) credentials.emplace(*m_ownIdentity, corvane::Key::read(m_keyFile));
+      if (m_ownIdentity) credentials.emplace(corvane::Credentials{*m_ownIdentity, corvane::Key::read(m_keyFile)});
       auto link = std::make_shared<corvane::Link>(corvane::Socket::connect(
           corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0));
       m_peerValues = corvane::greetAs(*link, ownGreeting(), credentials ? &*credentials : nullptr,
