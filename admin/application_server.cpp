@@ -10,6 +10,7 @@
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
 #include "corvane/simple_class.h"
+#include "corvane/text.h"
 #include "programs/administration.h"
 #include "programs/failure.h"
 
@@ -29,6 +30,12 @@ constexpr int kMostPrinters = 100000;
     throw Failure(ExitCode::kServerAway, what + "does not answer: " + programs::describe(cause),
                   "Start aps, or correct the port (registry value Port of SOFTWARE\\Quillfern\\Corvane, or "
                   "--server-port).");
+  }
+  if (cause.number() == corvane::kKeyNeeded || cause.number() == corvane::kNotProven) {
+    throw Failure(
+        ExitCode::kServerAway, what + "is not asked: " + programs::describe(cause),
+        "mgprintmon uses the monitor's key (registry value KeyFile of SOFTWARE\\Quillfern\\Corvane): run it as "
+        "an administrator, who can read that file, and give aps the same key.");
   }
   if (cause.number() == corvane::kRequestRefused) {
     throw Failure(ExitCode::kServerAway, what + "refuses to answer: " + programs::describe(cause),
@@ -101,6 +108,8 @@ ApplicationServer::ApplicationServer(int port) : m_port(port != 0 ? port : HostP
     CS_ComponentServer::getServer()->registerClass(programs::kAdministrationClientClass,
                                                    new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
     m_connection = CS_Connection::create();
+    const std::wstring keyFile = HostProperties::getInstance().keyFile();
+    if (!keyFile.empty()) m_connection->useKey(corvane::Identity::monitor(), corvane::toUtf8(keyFile));
     m_connection->connect(L"localhost", m_port, CS_Connection::kDirect, false);
     const auto factory =
         m_connection->getClassFactory(programs::kAdministrationClientClass, programs::kAdministrationServerClass, true);

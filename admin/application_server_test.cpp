@@ -3,9 +3,15 @@
 #include "admin/failure.h"
 #include "corvane/component_server.h"
 #include "corvane/local_monitor.h"
+#include "tests/support/import_seam.h"
 #include "tests/support/scripted_peer.h"
 
+#include <windows.h>
+
+#include <cwchar>
 #include <gmock/gmock.h>
+
+MG_IMPORT_SEAM(L"advapi32.dll", RegGetValueW, ERROR_FILE_NOT_FOUND)
 
 namespace admin {
 namespace {
@@ -156,6 +162,21 @@ TEST_F(ApplicationServerTest, ThatClaimsAnAbsurdNumberIsNotBelieved) {
     reply.writeInt(2000000000);
   });
   EXPECT_EQ(failureOf(peer.port(), [](ApplicationServer& server) { server.status(); }).code(), ExitCode::kServerAway);
+}
+
+TEST_F(ApplicationServerTest, WithoutTheMonitorsKeyTheServerIsNotEvenDialled) {
+  const ImportSeams seams;
+  RegGetValueWSeam.replacement = [](HKEY, LPCWSTR, LPCWSTR name, DWORD, LPDWORD, PVOID data, LPDWORD) -> LSTATUS {
+    if (std::wcscmp(name, L"KeyFile") != 0) return ERROR_FILE_NOT_FOUND;
+    std::wcscpy(static_cast<wchar_t*>(data), L"C:\\none\\monitor.key");
+    return ERROR_SUCCESS;
+  };
+  const Failure failure = failureOf(peer.port(), [](ApplicationServer& server) { server.status(); });
+  EXPECT_EQ(failure.code(), ExitCode::kServerAway);
+  EXPECT_THAT(failure.what(), HasSubstr(" of this machine is not asked: This side needs a key to prove who it is. the "
+                                        "key file cannot be opened ("));
+  EXPECT_THAT(failure.remedy(), HasSubstr("mgprintmon uses the monitor's key (registry value KeyFile of "));
+  EXPECT_THAT(peer.lines(), ::testing::IsEmpty());
 }
 
 }  // namespace
