@@ -208,4 +208,27 @@ TEST_F(JobEndTest, ANameWithALineEndStaysInOneLineAndAPortWithoutANumberHasNoSes
   EXPECT_EQ(values()[5], "session=");
 }
 
+TEST_F(JobEndTest, DataThatArrivedBrokenAreTheConnectionsFault) {
+  m_endResult = -5;
+  start();
+  end();
+  expectFailure(std::string("The print client got a piece of data that was not as long as it said.") + kRunning);
+}
+
+TEST_F(JobEndTest, ADocumentWithoutANameIsToldWithoutOne) {
+  m_document.pDocName = nullptr;
+  refuseAttach();
+  start();
+  ASSERT_EQ(told().size(), 1u);
+  EXPECT_THAT(told().front(), testing::StartsWith("Job 17 \"\" on \"Laser\" (session 5) failed: "));
+  EXPECT_EQ(values()[2], "document=");
+}
+
+TEST_F(JobEndTest, APortWhoseNameGoesOnBehindItsNumberHasNoSession) {
+  start();
+  wcscpy(m_port->portName, L"CPP5 copy");
+  end();
+  EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" was delivered: 0 bytes."));
+}
+
 }  // namespace
