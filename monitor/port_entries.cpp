@@ -2,6 +2,7 @@
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "monitor/entries.h"
+#include "monitor/port_handle.h"
 #include "ports/port_list.h"
 #include "session/held_port.h"
 #include "util/synchronized.h"
@@ -38,10 +39,9 @@ BOOL WINAPI MGClosePort(HANDLE handle) {
   CS_TraceEntry trace(L"MGClosePort ()");
   Operation operation(L"Stack Trace: MgPrintMon - MGClosePort()");
   operation.run([&] {
-    if (handle == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
-    auto* port = static_cast<tagPort*>(handle);
-    const Synchronized guard(*port->lock);
-    port->flags &= ~kPortIsOpen;
+    tagPort& port = mg::portOf(handle);
+    const Synchronized guard(*port.lock);
+    port.flags &= ~kPortIsOpen;
   });
   return operation.succeeded() ? TRUE : FALSE;
 }

@@ -105,6 +105,11 @@ TEST_F(PortEntriesTest, ClosingNothingIsABadArgument) {
   EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", closing("MGClosePort")));
 }
 
+TEST_F(PortEntriesTest, ClosingAnInvalidHandleIsABadArgument) {
+  EXPECT_EQ(MGClosePort(INVALID_HANDLE_VALUE), FALSE);
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", closing("MGClosePort")));
+}
+
 TEST_F(PortEntriesTest, TheMarkIsSetAndTakenBackUnderThePortsLock) {
   CRITICAL_SECTION* last = nullptr;
   EnterCriticalSectionSeam.watch = [&](CRITICAL_SECTION* section) { last = section; };
