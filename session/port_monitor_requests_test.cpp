@@ -260,6 +260,12 @@ TEST_F(GetPrinterListTest, TheSessionTravelsAsASignedNumber) {
   EXPECT_THAT(m_world.requests(), ElementsAre("request 6 GetPrinterList: int -1"));
 }
 
+TEST_F(GetPrinterListTest, AReplyWithoutItsFirstValueIsTrue) {
+  answer(6, [](ValueWriter&) {});
+  EXPECT_TRUE(m_server->GetPrinterList(5, &m_names));
+  EXPECT_THAT(records(), ElementsAre("10: number 3106", kPrefix + "GetPrinterList()"));
+}
+
 TEST_F(GetPrinterListTest, AListThatBreaksOffIsTrueWithTheNamesThatCame) {
   answer(6, [](ValueWriter& reply) {
     reply.writeBoolean(true);
@@ -336,6 +342,12 @@ TEST_F(LaunchApplicationTest, MissingTextsAreBadArgumentsAndStayTrue) {
   EXPECT_THAT(m_world.requests(), IsEmpty());
   EXPECT_THAT(records(), ElementsAre("10: number 3015", kPrefix + "LaunchApplication()", "10: number 3015",
                                      kPrefix + "LaunchApplication()"));
+}
+
+TEST_F(LaunchApplicationTest, AReplyWithoutItsValueIsTrue) {
+  answer(7, [](ValueWriter&) {});
+  EXPECT_TRUE(m_server->LaunchApplication(L"notepad.exe", L"", nullptr));
+  EXPECT_THAT(records(), ElementsAre("10: number 3106", kPrefix + "LaunchApplication()"));
 }
 
 TEST_F(LaunchApplicationTest, AFailureBeforeTheReplyIsTrue) {

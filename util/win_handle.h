@@ -5,6 +5,8 @@
 #include <windows.h>
 #include <winspool.h>
 
+#include <cstdint>
+
 // What Windows calls a handle comes in several kinds, each with its own "none" and its own way to close it. Every kind
 // that the product holds is named here; closing never changes the thread's last error.
 namespace mg {
@@ -21,57 +23,39 @@ class LastErrorKeeper {
   DWORD m_error;
 };
 
-// Events, mutexes, processes, threads: null is none.
-struct ObjectHandleTraits {
-  using Type = HANDLE;
-  static Type invalid() noexcept { return nullptr; }
+// A kind of handle: its type, the call that closes it, and the number that stands for "none".
+template <typename Handle, void (*kClose)(Handle) noexcept, std::intptr_t kNone = 0>
+struct HandleTraits {
+  using Type = Handle;
+  static Type invalid() noexcept { return reinterpret_cast<Type>(kNone); }
   static void close(Type handle) noexcept {
     const LastErrorKeeper keeper;
-    CloseHandle(handle);
+    kClose(handle);
   }
 };
-using ObjectHandle = UniqueHandle<ObjectHandleTraits>;
 
-// Files: CreateFile says "none" with -1.
-struct FileHandleTraits : ObjectHandleTraits {
-  static Type invalid() noexcept { return INVALID_HANDLE_VALUE; }
-};
-using FileHandle = UniqueHandle<FileHandleTraits>;
+// What the kinds below are closed with.
+inline void closeObject(HANDLE object) noexcept {
+  CloseHandle(object);
+}
+inline void closeSearch(HANDLE search) noexcept {
+  FindClose(search);
+}
+inline void closeKey(HKEY key) noexcept {
+  RegCloseKey(key);
+}
+inline void closePrinter(HANDLE printer) noexcept {
+  ClosePrinter(printer);
+}
 
-// Searches of FindFirstFile.
-struct FindHandleTraits {
-  using Type = HANDLE;
-  static Type invalid() noexcept { return INVALID_HANDLE_VALUE; }
-  static void close(Type handle) noexcept {
-    const LastErrorKeeper keeper;
-    FindClose(handle);
-  }
-};
-using FindHandle = UniqueHandle<FindHandleTraits>;
-
-struct RegistryKeyTraits {
-  using Type = HKEY;
-  static Type invalid() noexcept { return nullptr; }
-  static void close(Type key) noexcept {
-    const LastErrorKeeper keeper;
-    RegCloseKey(key);
-  }
-};
-using RegistryKey = UniqueHandle<RegistryKeyTraits>;
-
-struct PrinterHandleTraits {
-  using Type = HANDLE;
-  static Type invalid() noexcept { return nullptr; }
-  static void close(Type printer) noexcept {
-    const LastErrorKeeper keeper;
-    ClosePrinter(printer);
-  }
-};
-using PrinterHandle = UniqueHandle<PrinterHandleTraits>;
+using ObjectHandle = UniqueHandle<HandleTraits<HANDLE, closeObject>>;    // events, mutexes, processes, threads
+using FileHandle = UniqueHandle<HandleTraits<HANDLE, closeObject, -1>>;  // CreateFile says "none" with -1
+using FindHandle = UniqueHandle<HandleTraits<HANDLE, closeSearch, -1>>;
+using RegistryKey = UniqueHandle<HandleTraits<HKEY, closeKey>>;
+using PrinterHandle = UniqueHandle<HandleTraits<HANDLE, closePrinter>>;
 
 // The job path closes the printer of a spooled job's settings with CloseHandle: that is the call its contract has, so
-// it has a kind of its own instead of a naked call.
-struct PrinterAsObjectTraits : ObjectHandleTraits {};
-using PrinterAsObjectHandle = UniqueHandle<PrinterAsObjectTraits>;
+// it has a name of its own instead of a naked call.
+using PrinterAsObjectHandle = ObjectHandle;
 
 }  // namespace mg
