@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/processes/child_process.h"
+#include "tests/end_to_end/wine_prefix.h"
 
 #include <filesystem>
 #include <memory>
@@ -16,7 +16,6 @@ class Spooler {
  public:
   // The one of this process. Throws std::runtime_error with the output of what failed.
   static Spooler& get();
-  ~Spooler();
   Spooler(const Spooler&) = delete;
   Spooler& operator=(const Spooler&) = delete;
 
@@ -35,15 +34,9 @@ class Spooler {
  private:
   Spooler();
 
-  std::vector<std::string> command(const std::string& program, const std::vector<std::string>& arguments) const;
-  void run(const std::string& program, const std::vector<std::string>& arguments);
   void install();
 
-  std::filesystem::path m_prefix;
-  std::unique_ptr<ChildProcess> m_server;
+  WinePrefix m_prefix;
 };
-
-// The path as a program in the prefix writes it.
-std::string windowsPath(const std::filesystem::path& path);
 
 }  // namespace tests

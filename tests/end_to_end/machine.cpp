@@ -1,0 +1,59 @@
+#include "tests/end_to_end/machine.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace tests {
+
+namespace fs = std::filesystem;
+
+Machine& Machine::get() {
+  static Machine machine;
+  return machine;
+}
+
+Machine::Machine() : m_prefix("wine-administration") {
+  clean();
+  m_prefix.run(windowsProgram("mgspool.exe"), {"driver", "--ppd", windowsPathOfPpd()});
+}
+
+void Machine::clean() const {
+  m_prefix.run(windowsProgram("mgprintmon.exe"), {"uninstall", "--force"});
+}
+
+Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
+  const auto process = start(arguments);
+  const int code = process->wait();
+  std::string output = process->output();
+  std::erase(output, '\r');
+  return {code, output};
+}
+
+std::unique_ptr<ChildProcess> Machine::start(const std::vector<std::string>& arguments) const {
+  return std::make_unique<ChildProcess>(WinePrefix::command(windowsProgram("mgprintmon.exe"), arguments));
+}
+
+std::set<std::string> Machine::listing() const {
+  std::set<std::string> lines;
+  for (const char* folder : {"windows/system32", "Program Files"}) {
+    for (const auto& entry : fs::recursive_directory_iterator(m_prefix.path() / "drive_c" / folder)) {
+      const std::string size = entry.is_regular_file() ? std::to_string(entry.file_size()) : "folder";
+      lines.insert(entry.path().string() + " " + size);
+    }
+  }
+  for (const char* key : {"HKLM\\SOFTWARE\\Quillfern", "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Print",
+                          "HKLM\\SYSTEM\\CurrentControlSet\\Services\\EventLog"}) {
+    ChildProcess query(WinePrefix::command("reg", {"query", key, "/s"}));
+    query.wait();
+    std::istringstream in(query.output());
+    // Values stand below their key.
+    std::string current;
+    for (std::string line; std::getline(in, line);) {
+      if (line.starts_with("HKEY_")) current = line;
+      lines.insert(current + " | " + line);
+    }
+  }
+  return lines;
+}
+
+}  // namespace tests

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "tests/end_to_end/wine_prefix.h"
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tests {
+
+// A machine to administer: a prefix of its own whose spooler has a driver and the tests' print processor, and nothing
+// of ours installed at the start of each test. One in a process.
+class Machine {
+ public:
+  static Machine& get();
+
+  // What a program said, both outputs together, and its exit code.
+  struct Result {
+    int code = 0;
+    std::string output;
+  };
+  // Runs mgprintmon.exe.
+  Result administer(const std::vector<std::string>& arguments) const;
+  std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const;
+  // Takes away what an earlier test left.
+  void clean() const;
+  // The registry where drivers, monitors, printers, event sources and our own settings stand, and the files of the
+  // system folder, the spooler and the programs, as lines.
+  std::set<std::string> listing() const;
+
+  const std::filesystem::path& path() const { return m_prefix.path(); }
+
+ private:
+  Machine();
+
+  WinePrefix m_prefix;
+};
+
+}  // namespace tests
