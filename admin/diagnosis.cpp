@@ -7,40 +7,43 @@ namespace admin {
 
 bool Diagnosis::examine(const std::string& name, const std::function<std::string()>& examination) {
   try {
-    say(true, name, examination(), "");
+    sayWell(name, examination());
     return true;
   } catch (const Failure& failure) {
-    say(false, name, failure.what(), failure.remedy());
+    sayFailed(name, failure.what(), failure.remedy());
   } catch (const CS_Exception& failure) {
-    say(false, name, programs::describe(failure), "");
+    sayFailed(name, programs::describe(failure), "");
   } catch (const std::exception& failure) {
-    say(false, name, failure.what(), "");
+    sayFailed(name, failure.what(), "");
   }
   return false;
 }
 
 void Diagnosis::skip(const std::string& name, const std::string& why) {
-  say(false, name, "not examined: " + why, "Put that right and run this again.");
+  sayFailed(name, "not examined: " + why, "Put that right and run this again.");
 }
 
-void Diagnosis::say(bool isWell, const std::string& name, const std::string& text, const std::string& remedy) {
-  if (!isWell) ++m_failed;
-  const std::string mark =
-      m_hasMarks ? (isWell ? "\xE2\x9C\x93 " : "\xE2\x9C\x97 ") : (isWell ? "ok      " : "FAILED  ");
-  m_output.line(mark + name + ": " + text);
+void Diagnosis::leaveOut(const std::string& name, const std::string& why) {
+  m_output.line((m_hasMarks ? "- " : "left    ") + name + ": left out: " + why);
+  m_checks.push_back({{"name", name}, {"leftOut", why}});
+}
+
+void Diagnosis::sayWell(const std::string& name, const std::string& found) {
+  m_output.line((m_hasMarks ? "\xE2\x9C\x93 " : "ok      ") + name + ": " + found);
+  m_checks.push_back({{"name", name}, {"ok", true}, {"found", found}});
+}
+
+void Diagnosis::sayFailed(const std::string& name, const std::string& cause, const std::string& remedy) {
+  ++m_failed;
+  m_output.line((m_hasMarks ? "\xE2\x9C\x97 " : "FAILED  ") + name + ": " + cause);
   if (!remedy.empty()) m_output.line(std::string(m_hasMarks ? 2 : 8, ' ') + remedy);
-  Json check;
-  check["name"] = name;
-  check["ok"] = isWell;
-  check[isWell ? "found" : "cause"] = text;
-  if (!isWell) check["remedy"] = remedy;
-  m_checks.push_back(check);
+  m_checks.push_back({{"name", name}, {"ok", false}, {"cause", cause}, {"remedy", remedy}});
 }
 
 void Diagnosis::conclude() {
-  const std::string all = std::to_string(m_checks.size());
-  m_output.line(isWell() ? "all " + all + " examinations are well"
-                         : std::to_string(m_failed) + " of " + all + " examinations failed");
+  m_output.line(isWell()
+                    ? "nothing is wrong"
+                    : std::to_string(m_failed) + " of " + std::to_string(m_checks.size()) + " examinations failed");
   m_output.facts({{"ok", isWell()}, {"checks", m_checks}});
 }
 

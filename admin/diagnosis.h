@@ -19,12 +19,16 @@ class Diagnosis {
   // One that cannot be made because of another one.
   void skip(const std::string& name, const std::string& why);
 
+  // One that cannot be made here and need not be: neither well nor failed.
+  void leaveOut(const std::string& name, const std::string& why);
+
   bool isWell() const { return m_failed == 0; }
   // Says how many are well, and everything for a machine.
   void conclude();
 
  private:
-  void say(bool isWell, const std::string& name, const std::string& text, const std::string& remedy);
+  void sayWell(const std::string& name, const std::string& found);
+  void sayFailed(const std::string& name, const std::string& cause, const std::string& remedy);
 
   Output& m_output;
   const bool m_hasMarks;

@@ -39,6 +39,16 @@ TEST(Diagnosis, SaysItWithMarksOnATerminalThatHasThem) {
             "2 of 3 examinations failed\n");
 }
 
+TEST(Diagnosis, OfWhatIsLeftOutIsWell) {
+  std::ostringstream out;
+  Output output(out, out, false);
+  Diagnosis diagnosis(output, false);
+  diagnosis.leaveOut("test page", "it needs a key");
+  EXPECT_TRUE(diagnosis.isWell());
+  diagnosis.conclude();
+  EXPECT_EQ(out.str(), "left    test page: left out: it needs a key\nnothing is wrong\n");
+}
+
 TEST(Diagnosis, IsOneDocumentForAMachine) {
   const Json facts = Json::parse(examined(true, true));
   EXPECT_EQ(facts["ok"], false);

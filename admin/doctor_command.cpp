@@ -6,6 +6,7 @@
 #include "admin/spooler_port.h"
 #include "admin/test_page.h"
 #include "admin/test_session.h"
+#include "corvane/host_properties.h"
 #include "corvane/text.h"
 #include "programs/one_line.h"
 
@@ -18,7 +19,7 @@ namespace {
 
 struct Options {
   int serverPort = 0;
-  std::string driver, processor;
+  std::string driver, processor, keyFile;
 };
 
 std::string checkServer(int port, std::optional<ServerFacts>& facts) {
@@ -52,7 +53,7 @@ ExitCode run(const Options& options, Output& output) {
   const bool loads = isThere && diagnosis.examine("module", checkModuleLoads);
   const bool isRegistered = diagnosis.examine("registration", checkRegistration);
   diagnosis.examine("registry", [&] { return checkRegistry(places); });
-  diagnosis.examine("key files", [&] { return checkKeyFiles(places); });
+  diagnosis.examine("key file", [&] { return checkKeyFile(places); });
   std::optional<ServerFacts> server;
   diagnosis.examine("application server", [&] { return checkServer(options.serverPort, server); });
   diagnosis.examine("converter", [&] { return checkConverter(places); });
@@ -60,9 +61,12 @@ ExitCode run(const Options& options, Output& output) {
   if (server && isRegistered) checkSessions(diagnosis, *server);
   if (!server || !loads || !isRegistered) {
     diagnosis.skip("test page", "it needs the module, its registration and the application server");
+  } else if (options.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) {
+    diagnosis.leaveOut("test page", "aps wants keys; make one for session " + std::to_string(kFirstTestSession) +
+                                        " and name it with --key");
   } else {
     const TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver),
-                               corvane::fromUtf8(options.processor)};
+                               corvane::fromUtf8(options.processor), options.keyFile};
     diagnosis.examine("test page", [&] { return printTestPage(*server, page); });
   }
   diagnosis.conclude();
@@ -79,6 +83,7 @@ void addDoctorCommand(CLI::App& app, Invocation& invocation) {
                                  {"doctor", "doctor --json", "doctor --driver \"Generic PostScript\""});
   command.add_option("--driver", options->driver, "driver of the test page's printer; default: any");
   command.add_option("--processor", options->processor, "its print processor; default: winprint");
+  command.add_option("--key", options->keyFile, "the key of the test session, when aps wants keys");
   command.add_option("--server-port", options->serverPort, "TCP port of aps; default: the registry's")
       ->check(CLI::Range(1, 65535));
   command.callback(

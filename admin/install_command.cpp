@@ -12,7 +12,7 @@ namespace admin {
 namespace {
 
 struct Options {
-  std::string root, from, log;
+  std::string root, from, log, key;
   unsigned port = 0;
   bool force = false;
 };
@@ -29,6 +29,7 @@ ExitCode run(const Options& options, Output& output) {
   request.from = options.from.empty() ? programFolder() : corvane::fromUtf8(options.from);
   if (options.port != 0) request.serverPort = options.port;
   request.logFile = corvane::fromUtf8(options.log);
+  request.keyFile = corvane::fromUtf8(options.key);
   request.force = options.force;
   const InstallResult result = install(places, request);
 
@@ -63,6 +64,7 @@ void addInstallCommand(CLI::App& app, Invocation& invocation) {
   command.add_option("--port", options->port, "TCP port of the application server; default: 4711")
       ->check(CLI::Range(1, 65535));
   command.add_option("--log", options->log, "the module's log file; default: Log\\MgPrintMon.log in the root");
+  command.add_option("--key", options->key, "the file with the monitor's key, when aps wants keys");
   command.add_flag("--force", options->force, "let an older version replace a newer one");
   command.callback(
       [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });

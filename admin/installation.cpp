@@ -92,6 +92,10 @@ class StepList {
     add<ValueStep>(m_places.frameworkKey(), std::wstring(L"LogFile"),
                    RegistryValue::ofText(m_request.logFile.empty() ? m_places.logFile() : m_request.logFile),
                    m_request.logFile.empty());
+    if (!m_request.keyFile.empty()) {
+      add<ValueStep>(m_places.frameworkKey(), std::wstring(kKeyFileName), RegistryValue::ofText(m_request.keyFile),
+                     false);
+    }
     add<ValueStep>(m_places.eventSourceKey, std::wstring(L"EventMessageFile"), RegistryValue::ofText(m_places.module()),
                    false);
     add<ValueStep>(m_places.eventSourceKey, std::wstring(L"TypesSupported"), RegistryValue::ofNumber(kEventTypes),

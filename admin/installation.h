@@ -16,6 +16,7 @@ struct InstallRequest {
   std::wstring from;                   // the folder that holds the module and the converter
   std::optional<unsigned> serverPort;  // without it the present one stays, or the default one is written
   std::wstring logFile;                // empty: the present one stays, or one below the root is written
+  std::wstring keyFile;                // empty: the present one stays, or none
   bool force = false;                  // an older module may replace a newer one
 };
 

@@ -6,7 +6,10 @@
 #include "admin/monitor_module.h"
 #include "admin/registry_value.h"
 #include "admin/spooler_monitor.h"
+#include "corvane/exception.h"
+#include "corvane/key.h"
 #include "corvane/text.h"
+#include "programs/failure.h"
 
 namespace admin {
 namespace {
@@ -103,11 +106,19 @@ std::string checkRegistry(const Places& places) {
   return "every value is there, of its type, and makes sense";
 }
 
-std::string checkKeyFiles(const Places& places) {
-  if (!folderExists(places.root + L"\\Keys")) {
-    return "there are none: monitor, aps and print clients do not prove to each other who they are";
+std::string checkKeyFile(const Places& places) {
+  if (!readValue(places.frameworkKey(), kKeyFileName)) {
+    return "there is none: monitor, aps and print clients do not prove to each other who they are";
   }
-  return "they stand in " + quoted(places.root + L"\\Keys");
+  const std::wstring file = textOf(places.frameworkKey(), kKeyFileName);
+  try {
+    corvane::Key::read(toUtf8(file));
+  } catch (const CS_Exception& cause) {
+    throw Failure(ExitCode::kFailed, "the monitor's key cannot be used: " + programs::describe(cause),
+                  "Put a copy of the monitor.key of aps there, readable by the system and administrators, and run this "
+                  "as an administrator.");
+  }
+  return "the monitor proves itself with the key in " + quoted(file);
 }
 
 }  // namespace admin

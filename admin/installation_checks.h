@@ -14,7 +14,8 @@ std::string checkModuleLoads();
 std::string checkRegistration();
 // Every value that the module reads: its type, and whether it makes sense.
 std::string checkRegistry(const Places& places);
-std::string checkKeyFiles(const Places& places);
+// The key that the monitor proves itself with, where there is one.
+std::string checkKeyFile(const Places& places);
 // Makes, writes, reads and deletes a file in the folder for temporary files, and looks at the space there.
 std::string checkTemporaryFolder();
 // Converts a page of PostScript.

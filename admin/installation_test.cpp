@@ -75,6 +75,16 @@ TEST_F(InstallationTest, WhatAnAdministratorHasSetStaysUnlessTheRequestNamesIt) 
   EXPECT_EQ(readValue(places.frameworkKey(), L"LogFile")->text(), L"D:\\other.txt");
 }
 
+TEST_F(InstallationTest, AKeyFileIsWrittenWhenItIsNamedAndStays) {
+  install(places, request);
+  EXPECT_FALSE(readValue(places.frameworkKey(), L"KeyFile"));
+  request.keyFile = L"D:\\monitor.key";
+  install(places, request);
+  request.keyFile.clear();
+  install(places, request);
+  EXPECT_EQ(readValue(places.frameworkKey(), L"KeyFile")->text(), L"D:\\monitor.key");
+}
+
 TEST_F(InstallationTest, WithoutRightsSaysToRunAsAdministrator) {
   const auto before = listing();
   denyFolders();

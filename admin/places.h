@@ -7,6 +7,7 @@ namespace admin {
 inline constexpr wchar_t kModuleFile[] = L"MgPrintMon.dll";
 inline constexpr wchar_t kConverterFile[] = L"ps2pdf.exe";
 inline constexpr wchar_t kMonitorName[] = L"Client Printer Port";
+inline constexpr wchar_t kKeyFileName[] = L"KeyFile";
 inline constexpr wchar_t kEnvironment[] = L"Windows x64";
 
 // Where an installation lives on a machine. Keys stand below HKEY_LOCAL_MACHINE.

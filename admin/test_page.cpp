@@ -53,7 +53,7 @@ void compare(const std::string& arrived) {
 std::string printTestPage(const ServerFacts& server, const TestPageOptions& options) {
   const std::wstring driver = chosenDriver(options);
   const int number = freeTestSession(server, monitorPorts());
-  TestSession session(number, options.serverPort, driver);
+  TestSession session(number, options.serverPort, options.keyFile, driver);
   const TestPrinter port(number);
   addPrinter({session.localName(), sessionPort(static_cast<unsigned>(number)), driver,
               options.processor.empty() ? L"winprint" : options.processor, L"A test of mgprintmon doctor"});

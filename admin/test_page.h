@@ -11,6 +11,7 @@ struct TestPageOptions {
   int serverPort = 0;      // 0: the registry's
   std::wstring driver;     // empty: the first one that is installed
   std::wstring processor;  // empty: winprint
+  std::string keyFile;     // of the test session; empty: none
 };
 
 // Prints a page the whole way round: a session of this program's own, its port and printer, the spooler, the monitor,

@@ -82,11 +82,12 @@ std::string Arrival::bytes() const {
   return m_bytes;
 }
 
-TestSession::TestSession(int number, int serverPort, const std::wstring& driver)
+TestSession::TestSession(int number, int serverPort, const std::string& keyFile, const std::wstring& driver)
     : m_arrival(std::make_shared<Arrival>()), m_connection(CS_Connection::create()) {
   registerClasses(m_arrival);
   try {
     const int port = serverPort != 0 ? serverPort : HostProperties::getInstance().hostValue();
+    if (!keyFile.empty()) m_connection->useKey(corvane::Identity::session(number), keyFile);
     m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
     bringPrinter(number, driver);
   } catch (const CS_Exception& cause) {

@@ -40,8 +40,9 @@ class Arrival {
 // of this object, and gone with it.
 class TestSession {
  public:
-  // Registers with the server on that port (0: the registry's); throws a Failure.
-  TestSession(int number, int serverPort, const std::wstring& driver);
+  // Registers with the server on that port (0: the registry's), with the key of the session in that file unless it is
+  // empty; throws a Failure.
+  TestSession(int number, int serverPort, const std::string& keyFile, const std::wstring& driver);
   ~TestSession();
   TestSession(const TestSession&) = delete;
   TestSession& operator=(const TestSession&) = delete;

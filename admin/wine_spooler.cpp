@@ -10,6 +10,9 @@
 namespace admin {
 namespace {
 
+// A port with a longer name is there, and Wine's spooler prints nothing on it.
+constexpr std::size_t kLongestKeyName = 255;
+
 // The key of all ports, and that of one.
 std::wstring portsKey() {
   return std::wstring(L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\") + kMonitorName + L"\\Ports";
@@ -25,10 +28,12 @@ bool isWine() {
 }
 
 void registerPortInWine(const std::wstring& port) {
+  if (port.size() > kLongestKeyName) return;
   createKey(portKey(port));
 }
 
 void forgetPortInWine(const std::wstring& port) {
+  if (port.size() > kLongestKeyName) return;
   deleteKeyTree(portKey(port));
   if (keyExists(portsKey()) && isKeyEmpty(portsKey())) deleteKey(portsKey());
 }
