@@ -68,6 +68,7 @@ class OutcomeWatch {
     return std::nullopt;
   }
 
+  bool isThere() const { return m_server != nullptr; }
   const std::string& why() const { return m_why; }
 
  private:
@@ -113,6 +114,10 @@ ExitCode run(const Options& options, Output& output) {
                                          : corvane::fromUtf8(options.title);
   document.copies = options.copies;
   OutcomeWatch watch(options.serverPort);
+  if (isWine() && !watch.isThere()) {
+    throw Failure(ExitCode::kServerAway, watch.why(),
+                  "Wine's spooler prints within this program, which would wait for the server: start aps first.");
+  }
   SpooledDocument spooled;
   {
     ProgressBar bar(output);

@@ -71,8 +71,11 @@ TEST_F(AdministrationOfSessions, ForceRemovesPrintersAndPortsWithTheRest) {
 TEST_F(AdministrationOfSessions, AnUnknownSessionAndAServerThatIsAwayAreSaid) {
   install();
   expect({"session", "up", "6"}, 3, "no print client of session 6 has registered");
+  const auto client = scene.startClient(5, {kLaser});
+  up("5");
   scene.server().signal(SIGKILL);
   scene.server().wait();
+  expect({"print", "Laser-2 (session 5)", windowsPath(MG_SOURCE_DIR "/examples/letter.ps")}, 6, "start aps first");
   for (const std::vector<std::string>& command :
        {std::vector<std::string>{"session", "up", "5"}, {"session", "list"}, {"printers", "5"}}) {
     expect(command, 6, "does not answer");

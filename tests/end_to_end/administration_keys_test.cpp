@@ -1,0 +1,62 @@
+#include "tests/end_to_end/machine.h"
+#include "tests/processes/keys.h"
+#include "tests/processes/scene.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tests {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+// A server that serves only who proves himself.
+class AdministrationWithKeys : public testing::Test {
+ protected:
+  AdministrationWithKeys() {
+    machine.clean();
+    for (const char* name : {"monitor", "session-5", "session-900000001"})
+      keys.make(name);
+  }
+  ~AdministrationWithKeys() override { machine.clean(); }
+
+  void install(const std::vector<std::string>& options) {
+    std::vector<std::string> command = {"install", "--port", std::to_string(scene.port())};
+    command.insert(command.end(), options.begin(), options.end());
+    EXPECT_EQ(machine.administer(command).code, 0);
+  }
+  std::string keyFile(const std::string& name) const { return windowsPath(keys.path(name)); }
+
+  Machine& machine = Machine::get();
+  Keys keys;
+  Scene scene{keys.serverOptions()};
+};
+
+TEST_F(AdministrationWithKeys, WithoutTheMonitorsKeyTheServerIsNotAsked) {
+  install({});
+  const Machine::Result result = machine.administer({"session", "list"});
+  EXPECT_EQ(result.code, 6);
+  EXPECT_THAT(result.output, AllOf(HasSubstr("is not asked: "), HasSubstr("mgprintmon uses the monitor's key")));
+}
+
+TEST_F(AdministrationWithKeys, AKeyFileThatIsNoneIsAFaultOfItsOwn) {
+  install({"--key", windowsPath(MG_SOURCE_DIR "/examples/letter.ps")});
+  EXPECT_THAT(machine.administer({"doctor"}).output, HasSubstr("FAILED  key file: the monitor's key cannot be used: "));
+}
+
+TEST_F(AdministrationWithKeys, TheDoctorNeedsAKeyForItsTestPageAndIsWellWithoutThePage) {
+  install({"--key", keyFile("monitor")});
+  const Machine::Result without = machine.administer({"doctor"});
+  EXPECT_EQ(without.code, 0) << without.output;
+  EXPECT_THAT(without.output, AllOf(HasSubstr("ok      key file: the monitor proves itself with the key in "),
+                                    HasSubstr("left    test page: left out: aps wants keys; make one for session "
+                                              "900000001 and name it with --key")));
+  const Machine::Result with = machine.administer(
+      {"doctor", "--key", keyFile("session-900000001"), "--processor", "mgtestproc", "--driver", "Generic PostScript"});
+  EXPECT_EQ(with.code, 0) << with.output;
+  EXPECT_THAT(with.output, HasSubstr("ok      test page: 107 bytes"));
+}
+
+}  // namespace
+}  // namespace tests
