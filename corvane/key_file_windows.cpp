@@ -34,13 +34,18 @@ class File {
 }  // namespace
 
 std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer) {
+  // Looked at by its name, which costs much less than asking the open file, and the module reads its key for every job.
+  const std::wstring name = fromUtf8(file);
+  constexpr DWORD kNoFile = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE;
+  const DWORD attributes = ::GetFileAttributesW(name.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) fail(L"opened", file, ::GetLastError());
+  if ((attributes & kNoFile) != 0) {
+    throw CS_Exception(kKeyNeeded, L"the key file is no plain file: %s", name.c_str());
+  }
   // A key that is being exchanged may be renamed over meanwhile.
-  const File opened(::CreateFileW(fromUtf8(file).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+  const File opened(::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!opened.isOpen()) fail(L"opened", file, ::GetLastError());
-  if (::GetFileType(opened.get()) != FILE_TYPE_DISK) {
-    throw CS_Exception(kKeyNeeded, L"the key file is no plain file: %s", fromUtf8(file).c_str());
-  }
   DWORD size = 0;
   if (!::ReadFile(opened.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &size, nullptr)) {
     fail(L"read", file, ::GetLastError());
