@@ -80,6 +80,7 @@ TEST_F(RemovalTest, ThatIsCutOffGoesOnWhereItStopped) {
   const auto before = listing();
   for (int nth = 1;; ++nth) {
     install(places, request);
+    writeValue(places.productKey(), L"Note", RegistryValue::ofText(L"set by an administrator"));
     seams.failNth(nth);
     try {
       uninstall(places, false);

@@ -14,7 +14,7 @@ namespace tests {
 class Administration : public testing::Test {
  protected:
   Administration() { machine.clean(); }
-  ~Administration() override { machine.clean(); }
+  void TearDown() override { machine.clean(); }
 
   Machine::Result run(const std::vector<std::string>& arguments) { return machine.administer(arguments); }
   // Runs a command that is to succeed, and gives what it said.

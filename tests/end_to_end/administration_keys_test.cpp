@@ -19,7 +19,7 @@ class AdministrationWithKeys : public testing::Test {
     for (const char* name : {"monitor", "session-5", "session-900000001"})
       keys.make(name);
   }
-  ~AdministrationWithKeys() override { machine.clean(); }
+  void TearDown() override { machine.clean(); }
 
   void install(const std::vector<std::string>& options) {
     std::vector<std::string> command = {"install", "--port", std::to_string(scene.port())};

@@ -47,6 +47,21 @@ TEST_F(AdministrationOfSessions, AMissingDriverIsNamedAndTheOtherPrintersComeUp)
          "  Install the driver, or name one");
 }
 
+TEST_F(AdministrationOfSessions, TheConfiguredDriverStandsInForOneThatIsNotInstalled) {
+  install();
+  const auto client = scene.startClient(5, {kInk});
+  machine.configure("Marrowgate\\Printers", "FallbackDriver", "Generic PostScript");
+  EXPECT_THAT(succeed(upCommand({})), HasSubstr("printer \"Ink (session 5)\" was added\n"));
+}
+
+TEST_F(AdministrationOfSessions, APrinterThatIsNotAsItShouldBeIsChanged) {
+  install();
+  const auto client = scene.startClient(5, {kLaser});
+  up("5");
+  EXPECT_THAT(succeed({"session", "up", "5"}), HasSubstr("printer \"Laser-2 (session 5)\" was changed\n"));
+  EXPECT_THAT(succeed({"session", "up", "5"}), HasSubstr("printer \"Laser-2 (session 5)\" is already there\n"));
+}
+
 TEST_F(AdministrationOfSessions, PrintersThatTheClientNoLongerBringsAreRemoved) {
   install();
   auto client = scene.startClient(5, {kLaser, kInk});

@@ -21,6 +21,10 @@ void Machine::clean() const {
   m_prefix.run(windowsProgram("mgprintmon.exe"), {"uninstall", "--force"});
 }
 
+void Machine::configure(const std::string& key, const std::string& name, const std::string& text) const {
+  m_prefix.run("reg", {"add", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/v", name, "/d", text, "/f"});
+}
+
 Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
   const auto process = start(arguments);
   const int code = process->wait();

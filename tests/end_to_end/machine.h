@@ -22,6 +22,8 @@ class Machine {
   // Runs mgprintmon.exe.
   Result administer(const std::vector<std::string>& arguments) const;
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const;
+  // Writes a text below HKEY_LOCAL_MACHINE "SOFTWARE\\Quillfern", as an administrator does.
+  void configure(const std::string& key, const std::string& name, const std::string& text) const;
   // Takes away what an earlier test left.
   void clean() const;
   // The registry where drivers, monitors, printers, event sources and our own settings stand, and the files of the
