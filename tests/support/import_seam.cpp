@@ -1,6 +1,7 @@
 #include "tests/support/import_seam.h"
 
 #include <array>
+#include <atomic>
 #include <mutex>
 #include <winternl.h>
 
@@ -13,8 +14,22 @@ NTSTATUS NTAPI LdrGetProcedureAddress(PVOID module, PANSI_STRING name, ULONG ord
 namespace import_seam {
 namespace {
 
+// The run time's mutexes wait and wake through Windows calls that may have seams; a thread that waits for the seams'
+// own lock must not come here again by its waiting, for it would take the wake-up that it waits for. So this one spins.
+class SpinLock {
+ public:
+  void lock() noexcept {
+    while (m_taken.test_and_set(std::memory_order_acquire))
+      YieldProcessor();
+  }
+  void unlock() noexcept { m_taken.clear(std::memory_order_release); }
+
+ private:
+  std::atomic_flag m_taken;
+};
+
 struct State {
-  std::mutex lock;
+  SpinLock lock;
   std::vector<Seam*> seams;
   // A call is written down without an allocation: the code under test may be having its allocations counted.
   std::array<const char*, 16384> calls;

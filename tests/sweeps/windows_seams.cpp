@@ -223,8 +223,9 @@ void installSession() {
     return IDOK;
   };
   GetTickCountSeam.replacement = []() -> DWORD { return now; };
-  // The run time's own locks give up the processor with a sleep of nothing.
-  SleepSeam.replacement = [](DWORD milliseconds) { SleepEx(milliseconds > 1 ? 1 : milliseconds, FALSE); };
+  // The run time's own locks give up the processor with a sleep of nothing, and a seam takes such a lock.
+  SleepSeam.concerns = [](DWORD milliseconds) { return milliseconds > 0; };
+  SleepSeam.replacement = [](DWORD) { SleepEx(1, FALSE); };
 }
 
 }  // namespace
