@@ -7,14 +7,16 @@
 namespace {
 
 std::atomic<DWORD> failingThread{0};
-// Both are touched by that thread only.
+// All are touched by that thread only.
 int failIn = 0;
+int toFail = 0;
 int pauses = 0;
 
 }  // namespace
 
-FailingNew::FailingNew(int nth) {
+FailingNew::FailingNew(int nth, int inARow) {
   failIn = nth;
+  toFail = nth > 0 ? inARow : 0;
   pauses = 0;
   failingThread = GetCurrentThreadId();
 }
@@ -36,5 +38,8 @@ FailingNew::Pause::~Pause() {
 }
 
 bool FailingNew::failsNow() noexcept {
-  return failingThread.load() == GetCurrentThreadId() && pauses == 0 && failIn > 0 && --failIn == 0;
+  if (failingThread.load() != GetCurrentThreadId() || pauses != 0 || toFail == 0) return false;
+  if (failIn > 0 && --failIn > 0) return false;
+  --toFail;
+  return true;
 }
