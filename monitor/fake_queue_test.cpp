@@ -1,6 +1,7 @@
 #include "monitor/fake_queue.h"
 
 #include "corvane/text.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 
 #include <winspool.h>
@@ -34,6 +35,7 @@ FakeQueue::FakeQueue() {
 
 void FakeQueue::watchPrinter() {
   OpenPrinterWSeam.replacement = [this](LPWSTR name, LPHANDLE out, LPPRINTER_DEFAULTSW defaults) -> WINBOOL {
+    const FailingNew::Pause pause;
     m_calls.push_back("open " + corvane::toUtf8(name) +
                       (defaults != nullptr ? " " + hex(defaults->DesiredAccess) : std::string()));
     if (defaults != nullptr) {
@@ -45,11 +47,13 @@ void FakeQueue::watchPrinter() {
     return TRUE;
   };
   ClosePrinterSeam.replacement = [this](HANDLE printer) -> WINBOOL {
+    const FailingNew::Pause pause;
     m_calls.push_back(printer == kPrinter ? "close printer" : "close printer null");
     return printer == kPrinter ? TRUE : FALSE;
   };
   // Everybody closes handles; only that of the printer is of interest.
   CloseHandleSeam.replacement = [this](HANDLE handle) -> WINBOOL {
+    const FailingNew::Pause pause;
     if (handle != kPrinter) return CloseHandleSeam.real(handle);
     m_calls.push_back("close handle");
     return FALSE;
@@ -59,6 +63,7 @@ void FakeQueue::watchPrinter() {
 void FakeQueue::watchJob() {
   GetJobWSeam.replacement = [this](HANDLE printer, DWORD job, DWORD level, LPBYTE buffer, DWORD,
                                    LPDWORD needed) -> WINBOOL {
+    const FailingNew::Pause pause;
     EXPECT_EQ(printer, kPrinter);
     *needed = sizeof(JOB_INFO_2W) + sizeof(DEVMODEW);
     if (buffer == nullptr) return FALSE;
@@ -72,6 +77,7 @@ void FakeQueue::watchJob() {
     return TRUE;
   };
   SetJobASeam.replacement = [this](HANDLE printer, DWORD job, DWORD level, LPBYTE data, DWORD command) -> WINBOOL {
+    const FailingNew::Pause pause;
     EXPECT_EQ(data, nullptr);
     m_calls.push_back("set job " + std::to_string(job) + " level " + std::to_string(level) + " command " +
                       std::to_string(command) + (printer == kPrinter ? "" : " of no printer"));

@@ -1,5 +1,6 @@
 #include "monitor/job_end_test.h"
 
+#include "monitor/job_end.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gmock/gmock.h>
@@ -206,6 +207,27 @@ TEST_F(JobEndTest, ANameWithALineEndStaysInOneLineAndAPortWithoutANumberHasNoSes
   EXPECT_THAT(told(), ElementsAre("Job 17 \"two  lines\" on \"Laser\" was delivered: 0 bytes."));
   EXPECT_EQ(values()[2], "document=two\r\nlines");
   EXPECT_EQ(values()[5], "session=");
+}
+
+TEST_F(JobEndTest, AJobWithoutAStreamIsToldAllTheSame) {
+  tagPort port;
+  wcscpy(port.portName, L"CPP5");
+  wcscpy(port.printerName, L"Laser");
+  port.jobId = 17;
+  ClientPrintJob job;
+  job.documentName = L"letter.txt";
+  job.failure.note(JobFault::kModule, L"There is not enough memory.");
+  port.job = &job;
+  for (int time = 0; time < 2; ++time)
+    mg::tellFailedJob(port);
+  expectFailure("There is not enough memory. Restart the print spooler, then print again.");
+  EXPECT_TRUE(job.isTold);
+}
+
+TEST_F(JobEndTest, AFailedStartWithoutADocumentIsToldWithoutAName) {
+  mg::tellFailedStart(*m_port, L"Laser", 17, nullptr, nullptr, nullptr);
+  expectFailure("There is not enough memory. Restart the print spooler, then print again.", "Job 17 \"\" on \"Laser\"");
+  EXPECT_EQ(values()[2], "document=");
 }
 
 TEST_F(JobEndTest, DataThatArrivedBrokenAreTheConnectionsFault) {

@@ -180,4 +180,36 @@ TEST_F(JobNoticeTest, IsToldOnceWhateverAllocationFailsAtTheEnd) {
   }
 }
 
+// With two allocations in a row there is no memory even for the shorter notice.
+TEST_F(JobNoticeTest, IsInTheLogWhateverAllocationsFailOnTheWayToTheServer) {
+  useTheLocalMonitor();
+  for (const int inARow : {1, 2}) {
+    bool wasHeard = true;
+    for (int nth = 1;; ++nth) {
+      ASSERT_LT(nth, kTooMany);
+      start();
+      write("abc");
+      m_peer.clear();
+      m_log.forgetLast();
+      BOOL ended = FALSE;
+      bool failed = false;
+      {
+        const FailingNew failing(nth, inARow);
+        ended = end();
+        failed = failing.hasFailed();
+      }
+      ASSERT_TRUE(m_peer.waitForOpen(0)) << nth;
+      if (ended) {
+        EXPECT_EQ(m_log.last(), "job: Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 3 bytes.") << nth;
+        const auto lines = m_peer.lines();
+        wasHeard &= std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+          return line.find(" was delivered: 3 bytes.") != std::string::npos;
+        });
+      }
+      if (!failed) break;
+    }
+    EXPECT_FALSE(wasHeard) << inARow;
+  }
+}
+
 }  // namespace

@@ -43,6 +43,14 @@ TEST(ClientPrintJob, FreesTwoArraysThroughTheVirtualDestructor) {
   EXPECT_EQ(mark.countLeft(), 0u);
 }
 
+TEST(ClientPrintJob, FreesAReadBufferThatNoFinalDataFollowed) {
+  const guarded_heap::Mark mark;
+  auto* job = new ClientPrintJob;
+  job->readBuffer = new unsigned char[4];
+  delete job;
+  EXPECT_EQ(mark.countLeft(), 0u);
+}
+
 TEST(ClientPrinter, StartsEmptyAndIsDestroyedWithoutHavingBeenFilled) {
   static_assert(std::has_virtual_destructor_v<ClientPrinter>);
   const ClientPrinter printer;

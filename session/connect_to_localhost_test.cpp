@@ -124,6 +124,41 @@ TEST_F(ConnectToLocalhostTest, ARefusalIsWaitedOutInStepsUntilTheServerIsThere) 
   CS_Connection::destroy(connection, true);
 }
 
+TEST_F(ConnectToLocalhostTest, AKeyThatIsMissingIsRecordedAndNotWaitedFor) {
+  MonitorWorld world;
+  const ServerAddress address(world.peer().port(), L"Z:\\no such folder\\monitor.key");
+  std::vector<DWORD> pauses;
+  SleepSeam.replacement = [&](DWORD milliseconds) { pauses.push_back(milliseconds); };
+  EXPECT_FALSE(PortMonitorServer::connectToLocalhost());
+  SleepSeam.restore();
+  EXPECT_THAT(pauses, testing::Not(testing::Contains(5000u)));
+  EXPECT_THAT(m_families, IsEmpty());
+  EXPECT_THAT(world.records().lines(),
+              ElementsAre("0x40000002: number 3108", "0x40000008: Failed to connect to localhost."));
+}
+
+TEST_F(ConnectToLocalhostTest, WithoutMemoryForTheDialItGivesUp) {
+  MonitorWorld world;
+  for (int nth = 1;; ++nth) {
+    ASSERT_LT(nth, 2000);
+    world.records().clear();
+    CS_RCPtr<CS_Connection> connection;
+    bool failed = false;
+    {
+      const FailingNew failing(nth);
+      connection = PortMonitorServer::connectToLocalhost();
+      failed = failing.hasFailed();
+    }
+    if (!connection) {
+      EXPECT_THAT(world.records().lines(),
+                  ElementsAre("0x40000002: number 3012", "0x40000008: Failed to connect to localhost."))
+          << nth;
+    }
+    CS_Connection::destroy(connection, true);
+    if (!failed) break;
+  }
+}
+
 TEST_F(ConnectToLocalhostTest, WithoutMemoryItRecordsWhyAndAnswersNull) {
   MonitorWorld world;
   const FailingNew failing(1);

@@ -43,6 +43,14 @@ TEST(JobFailure, ARecordWithoutATextIsAnUnexpectedException) {
   EXPECT_STREQ(failure.cause(), L"An unexpected exception was caught.");
 }
 
+TEST(JobFailure, NoRecordAtAllIsAnUnexpectedExceptionToo) {
+  JobFailure failure;
+  failure.expect(JobFault::kServer);
+  failure.note(CS_RCPtr<CS_ProgramMonitor>());
+  EXPECT_EQ(failure.fault(), JobFault::kUnknown);
+  EXPECT_STREQ(failure.cause(), L"An unexpected exception was caught.");
+}
+
 TEST(JobFailure, ALongCauseIsCut) {
   JobFailure failure;
   failure.note(JobFault::kClient, L"%s", std::wstring(1000, L'x').c_str());
@@ -57,6 +65,11 @@ TEST(JobFailure, EveryFaultHasARemedyOfItsOwn) {
     remedies.insert(remedy);
   }
   EXPECT_EQ(remedies.size(), std::size_t{1} + static_cast<int>(JobFault::kPortDeleted));
+}
+
+TEST(JobFailure, WhatIsNoFaultHasTheRemedyOfAnUnknownOne) {
+  EXPECT_STREQ(remedyFor(JobFault::kUnknown), L"See the module's log for what went before, then print again.");
+  EXPECT_STREQ(remedyFor(static_cast<JobFault>(99)), remedyFor(JobFault::kUnknown));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "corvane/program_monitor_c.h"
 #include "corvane/simple_class.h"
 #include "tests/support/barren_class.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
@@ -17,6 +18,7 @@
 #include <vector>
 
 MG_IMPORT_SEAM(L"kernel32.dll", GetModuleFileNameW, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", GetModuleHandleA, nullptr)
 
 namespace {
 
@@ -131,6 +133,41 @@ TEST_F(PortMonitorServerTest, AProgramWithoutANameIsRecordedWithTheLastErrorAndT
   EXPECT_EQ(lines[5], "end");
 }
 
+TEST_F(PortMonitorServerTest, AProgramWithoutAHandleIsRecordedWithTheLastErrorAndTheConnectionEnds) {
+  GetModuleHandleASeam.replacement = [](LPCSTR name) -> HMODULE {
+    EXPECT_EQ(name, nullptr);
+    SetLastError(6);
+    return nullptr;
+  };
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
+  const ScriptedPeer::Lines lines = m_world.peer().waitForLines(6);
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_THAT(lines[2], HasSubstr("Record: int 10, int -2146959360, int 11505, "));
+  EXPECT_THAT(lines[2], HasSubstr("text \"The handle of the program could not be found out. 6\""));
+  EXPECT_THAT(lines[4], HasSubstr("text \"Stack Trace: PortMonitorServer::InitComponent()\""));
+  EXPECT_EQ(lines[5], "end");
+}
+
+TEST_F(PortMonitorServerTest, WithoutItsKeyThereIsNoInstanceAndNobodyIsDialled) {
+  const ServerAddress address(m_world.peer().port(), L"Z:\\no such folder\\monitor.key");
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
+  EXPECT_THAT(m_world.records().lines(),
+              ElementsAre("0x40000002: number 3108", "0x40000008: Failed to connect to localhost.", "10: number 3014",
+                          "0x40000008: Stack Trace: PortMonitorServer::InitComponent()",
+                          "0x4000000a: " + corvane::toUtf8(kNoComponent)));
+  EXPECT_THAT(m_world.peer().lines(), IsEmpty());
+}
+
+TEST_F(PortMonitorServerTest, AProgramMonitorThatCannotBeMadeEndsTheConnection) {
+  const BarrenClass barren(CS_ProgramMonitor_c::m_className,
+                           new corvane::SimpleClass<CS_ProgramMonitor_c>(CS_Version(1, 0, 0, 0)));
+  EXPECT_EQ(failureOfGetInstance(), kNoComponent);
+  EXPECT_THAT(m_world.records().lines(),
+              ElementsAre("10: number 3014", "0x40000008: Stack Trace: PortMonitorServer::InitComponent()",
+                          "0x4000000a: " + corvane::toUtf8(kNoComponent)));
+  EXPECT_THAT(m_world.peer().waitForLines(2), ElementsAre("connect", "end"));
+}
+
 TEST_F(PortMonitorServerTest, ABridgeThatCannotBeMadeIsRecordedAndTheConnectionEnds) {
   const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
   EXPECT_EQ(failureOfGetInstance(), kNoComponent);
@@ -201,6 +238,18 @@ TEST_F(PortMonitorServerTest, ShutdownOfAnInstanceThatStandsOnNoConnectionIsReco
 TEST_F(PortMonitorServerTest, ShutdownWithoutAnInstanceIsASuccess) {
   EXPECT_TRUE(PortMonitorServer::shutdown());
   EXPECT_THAT(m_world.records().lines(), IsEmpty());
+}
+
+TEST_F(PortMonitorServerTest, WithoutMemoryALockOfAnEarlierCallStays) {
+  LPCRITICAL_SECTION lock = nullptr;
+  CRITICAL_SECTION earlier{};
+  for (LPCRITICAL_SECTION before : {LPCRITICAL_SECTION{nullptr}, &earlier}) {
+    lock = before;
+    const FailingNew failing(1);
+    EXPECT_EQ(PortMonitorServer::initialize(lock), before != nullptr);
+    EXPECT_TRUE(failing.hasFailed());
+    EXPECT_EQ(lock, before);
+  }
 }
 
 TEST_F(PortMonitorServerTest, InitializeMakesALockEveryTime) {

@@ -1,4 +1,5 @@
 #include "session/print_server.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
@@ -8,6 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
+
+MG_PLAIN_SEAM(L"msvcrt.dll", fclose, EOF)
 
 namespace {
 
@@ -79,6 +82,36 @@ TEST_F(WriteJobFileTest, APathOutsideTheCodePageIsRecordedWhole) {
 TEST_F(WriteJobFileTest, DataThatADiskDoesNotTakeAreNotTakenForWritten) {
   m_job.postScriptPath = L"Z:\\dev\\full";
   EXPECT_EQ(write("a"), 0);
+}
+
+TEST_F(WriteJobFileTest, MoreDataThanTheRuntimeHoldsBackAreRefusedByTheWriteItself) {
+  m_job.postScriptPath = L"Z:\\dev\\full";
+  EXPECT_EQ(write(std::string(100000, 'x')), 0);
+  EXPECT_TRUE(m_job.dataLost);
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
+  EXPECT_STREQ(m_job.failure.cause(), L"The print job's postscript file did not take all data: Z:\\dev\\full");
+}
+
+TEST_F(WriteJobFileTest, AFileThatCannotBeClosedHasNotTakenItsData) {
+  fcloseSeam.whenChosen = [](std::FILE* file) { fcloseSeam.real(file); };
+  m_seams.failNth(1);
+  EXPECT_EQ(write("a"), 0);
+  EXPECT_TRUE(m_seams.hasFailed());
+  EXPECT_TRUE(m_job.dataLost);
+  EXPECT_EQ(m_job.failure.cause(), L"The print job's postscript file did not take all data: " + m_path.wstring());
+}
+
+TEST_F(WriteJobFileTest, WithoutMemoryForItsPathTheJobIsLostForAnUnexpectedException) {
+  {
+    const FailingNew failing(1);
+    EXPECT_EQ(m_stream.WriteJob(&m_job, reinterpret_cast<const unsigned char*>("a"), 1), 0);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_TRUE(m_job.dataLost);
+  EXPECT_STREQ(m_job.failure.cause(), L"Failed to send print job data: An unexpected exception was caught.");
+  EXPECT_EQ(write("b"), 0);
+  EXPECT_FALSE(std::filesystem::exists(m_path));
+  EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 
 TEST_F(WriteJobFileTest, AfterALostWriteNothingMoreOfTheJobIsTakenOrEnded) {

@@ -1,7 +1,9 @@
 #include "util/utf8_string.h"
 
+#include "util/status.h"
 #include "util/utl_exception.h"
 
+#include <climits>
 #include <gtest/gtest.h>
 
 namespace {
@@ -41,6 +43,10 @@ TEST(Utf8String, RefusesBytesThatAreNotWellFormed) {
                                    std::string("\xED\xA0\x80"), std::string("a\0b", 3)}) {
     EXPECT_EQ(codeOf([&] { fromBytes(bytes); }), 11);
   }
+}
+
+TEST(Utf8String, RefusesMoreBytesThanWindowsCanCountWithoutLookingAtThem) {
+  EXPECT_EQ(codeOf([] { UTF8String("", std::size_t{INT_MAX} + 1); }), mg::status::kConversion);
 }
 
 TEST(Utf8String, RefusesToEncodeAnUnpairedSurrogate) {

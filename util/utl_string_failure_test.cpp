@@ -4,6 +4,7 @@
 #include "util/utl_exception.h"
 #include "util/utl_string.h"
 
+#include <cstdint>
 #include <gtest/gtest.h>
 
 MG_IMPORT_SEAM(L"kernel32.dll", ExpandEnvironmentStringsA, 0)
@@ -55,6 +56,15 @@ TEST_F(UtlStringFailureTest, WithoutMemoryEveryOperationThrowsItsCodeAndKeepsThe
   EXPECT_EQ(codeWithoutMemory([&] { UTF8String made("a", 1); }), 3);
   utf8 = L"a text that is too long to stand in the string itself";
   EXPECT_EQ(codeWithoutMemory([&] { utf8.bytes(); }), 3);
+}
+
+TEST_F(UtlStringFailureTest, AMissingFormatAndOneForNoMemoryInTheWorldKeepTheText) {
+  UTL_String text(L"before");
+  EXPECT_EQ(codeOf([&] { text.formatNarrow(9, nullptr); }), 1);
+  EXPECT_EQ(codeOf([&] { text.formatWide(9, nullptr); }), 1);
+  EXPECT_EQ(codeOf([&] { text.formatNarrow(SIZE_MAX, "after"); }), 3);
+  EXPECT_EQ(codeOf([&] { text.formatWide(SIZE_MAX, L"after"); }), 3);
+  EXPECT_STREQ(text.wide(), L"before");
 }
 
 TEST_F(UtlStringFailureTest, AWindowsCallThatFailsAfterItToldItsSizeKeepsTheText) {

@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <climits>
 #include <cstring>
 #include <cwchar>
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@
 
 // Found by name in this program, which makes it a module with a string loader of its own.
 extern "C" __declspec(dllexport) int WINAPI MGLoadStringW(HINSTANCE, UINT identifier, LPWSTR buffer, int size) {
+  // One that tells how long the text is and not how much of it was written.
+  if (identifier == 44) return size;
   if (identifier != 42) return 0;
   std::wcsncpy(buffer, L"from the module's own loader", static_cast<std::size_t>(size) - 1);
   buffer[size - 1] = L'\0';
@@ -79,6 +82,14 @@ TEST(UtlStringResource, ThrowsFailureAndKeepsTheTextWhenThereIsNone) {
   EXPECT_EQ(codeOf([&] { text.loadResourceNarrow(nullptr, 43, 100); }), 1);
   EXPECT_EQ(codeOf([&] { text.loadResourceWide(nullptr, 42, 0); }), 1);
   EXPECT_EQ(codeOf([&] { text.loadResourceNarrow(nullptr, 42, 0); }), 1);
+  EXPECT_STREQ(text.wide(), L"before");
+}
+
+TEST(UtlStringResource, ThrowsFailureForMoreThanItsBufferOrTheSystemCanHold) {
+  UTL_String text(L"before");
+  EXPECT_EQ(codeOf([&] { text.loadResourceWide(nullptr, 44, 100); }), 1);
+  EXPECT_EQ(codeOf([&] { text.loadResourceWide(nullptr, 42, std::size_t{INT_MAX} + 1); }), 1);
+  EXPECT_EQ(codeOf([&] { text.loadResourceNarrow(nullptr, 42, std::size_t{INT_MAX} + 1); }), 1);
   EXPECT_STREQ(text.wide(), L"before");
 }
 

@@ -17,6 +17,8 @@ TEST(UtlString, IsEmptyWhenBuiltFromNothingOrFromANullText) {
   EXPECT_TRUE(empty == fromNull);
   EXPECT_STREQ(empty.wide(), L"");
   EXPECT_STREQ(empty.narrow(), "");
+  EXPECT_TRUE(UTL_String::fromNarrow(nullptr).isEmpty());
+  EXPECT_TRUE(UTL_String::fromNarrow("").isEmpty());
 }
 
 TEST(UtlString, HandsOutBothFormsOfAWideText) {
@@ -55,6 +57,9 @@ TEST(UtlString, SurvivesAssignmentFromItselfAndFromItsOwnBuffer) {
   text = same;
   EXPECT_STREQ(text.wide(), L"abcdef");
   text = text.wide() + 2;
+  EXPECT_STREQ(text.wide(), L"cdef");
+  UTL_String& itself = text;
+  text = std::move(itself);
   EXPECT_STREQ(text.wide(), L"cdef");
   text = static_cast<const wchar_t*>(nullptr);
   EXPECT_TRUE(text.isEmpty());
