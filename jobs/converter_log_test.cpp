@@ -38,6 +38,14 @@ TEST_F(ConverterLogTest, ALogOf512CharactersIsOnePiece) {
   EXPECT_THAT(m_records.lines(), SizeIs(5));
 }
 
+TEST_F(ConverterLogTest, BlanksAloneAreNoCauseOfAFailure) {
+  m_makesPdf = false;
+  m_output = " \r\n\t\r\n";
+  convert();
+  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()),
+            "Failed to open normalized print job file: " + command() + " - Last Error = 2.");
+}
+
 TEST_F(ConverterLogTest, WordsThatCannotBeConvertedEndTheCleanUpWithItsOwnLine) {
   m_makesPdf = false;
   m_output = "no pages";
