@@ -4,19 +4,13 @@
 #include "admin/spooler_port.h"
 #include "admin/test_print_client.h"
 #include "corvane/bridge.h"
-#include "corvane/channel.h"
-#include "corvane/class_factory.h"
 #include "corvane/component_server.h"
 #include "corvane/exception.h"
 #include "corvane/host_properties.h"
-#include "corvane/in_request.h"
-#include "corvane/message_numbers.h"
-#include "corvane/out_request.h"
-#include "corvane/simple_class.h"
 #include "corvane/text.h"
 #include "programs/component_class.h"
 #include "programs/failure.h"
-#include "programs/session_registration.h"
+#include "programs/session_client.h"
 
 #include <algorithm>
 #include <chrono>
@@ -24,7 +18,6 @@
 namespace admin {
 namespace {
 
-constexpr unsigned kRegistrationMilliseconds = 15000;
 constexpr unsigned kBridgeEndMilliseconds = 5000;
 constexpr wchar_t kPrinterName[] = L"mgprintmon test page";
 
@@ -34,8 +27,7 @@ void registerClasses(const std::shared_ptr<Arrival>& arrival) {
                         new programs::ComponentClass<TestPrintClient>(programs::kProgramsVersion, arrival));
   server->offerClass(programs::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
-  server->registerClass(programs::kSessionClientClass,
-                        new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+  programs::registerSessionClientClass();
 }
 
 }  // namespace
@@ -114,33 +106,15 @@ TestSession::~TestSession() {
 }
 
 void TestSession::bringPrinter(int number, const std::wstring& driver) {
-  const auto factory = m_connection->getClassFactory(programs::kSessionClientClass, programs::kSessionHostClass, true);
-  if (!factory) throw CS_Exception(corvane::kMissingObject, L"no class for the registration");
-  const CS_RCPtr<CS_Component> component(factory->newInstance(0));
-  if (!component) throw CS_Exception(corvane::kConnectionLost, nullptr);
-  component->getChannel(true)->startSending();
-  component->getChannel(true)->startReceiving();
-  CS_OutRequest request(component, programs::kBringPrinters);
-  request.writeInt(number);
-  request.writeInt(1);
-  for (int text = 0; text < programs::kPrinterTexts; ++text) {
-    const bool isGiven = text == 0 || text == programs::kDriverText;
-    request.writeBoolean(isGiven);
-    if (isGiven) request.writeUTF(text == 0 ? kPrinterName : driver.c_str());
-  }
-  request.writeBoolean(false);
-  request.writeInt(1);
-  request.writeInt(0);
-  CS_ClassVersionMap versions;
-  CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(versions);
-  versions >> request.getChannel();
-  CS_InRequest reply(request);
-  request.execute(reply, kRegistrationMilliseconds);
-  if (!reply.readBoolean()) {
-    throw Failure(ExitCode::kFailed, "the server refuses the test session: " + corvane::toUtf8(reply.readUTF()),
+  programs::BroughtPrinter printer;
+  printer.texts[0] = kPrinterName;
+  printer.texts[programs::kDriverText] = driver;
+  const programs::Registration registration = programs::bringPrinters(m_connection, number, {printer});
+  if (!registration.accepted()) {
+    throw Failure(ExitCode::kFailed, "the server refuses the test session: " + corvane::toUtf8(registration.refusal),
                   "Look into the log of aps.");
   }
-  m_localName = reply.readUTF();
+  m_localName = registration.localNames[0];
 }
 
 }  // namespace admin

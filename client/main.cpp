@@ -9,6 +9,7 @@
 #include "corvane/process.h"
 #include "programs/component_class.h"
 #include "programs/paths.h"
+#include "programs/session_client.h"
 #include "programs/stop_request.h"
 
 #include <cstdio>
@@ -25,7 +26,7 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
                         new programs::ComponentClass<printclient::PrintClient>(programs::kProgramsVersion, output));
   server->offerClass(programs::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
-  printclient::registerSessionClientClass();
+  programs::registerSessionClientClass();
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ struct Options {
   int port = 4711;
   int session = 0;
   std::string keyFile;  // empty: the server wants no key
-  std::vector<PrinterOption> printers;
+  std::vector<programs::BroughtPrinter> printers;
   std::string output;
 };
 

@@ -64,13 +64,13 @@ int resolutionNumber(std::string_view option, const std::string& value) {
 
 }  // namespace
 
-PrinterOption parsePrinterOption(std::string_view text) {
+programs::BroughtPrinter parsePrinterOption(std::string_view text) {
   const std::vector<std::string> parts = splitAtCommas(text);
   if (parts.front().empty()) refuse(text, "the printer's name is missing");
   if (const auto equals = parts.front().find('='); equals != std::string::npos && parts.size() == 1) {
     refuse(text, "the printer's name comes first, before \"" + parts.front() + "\"");
   }
-  PrinterOption printer;
+  programs::BroughtPrinter printer;
   printer.texts[0] = corvane::fromUtf8(parts.front());
   std::vector<std::string> seen;
   for (std::size_t i = 1; i < parts.size(); ++i) {

@@ -18,7 +18,7 @@ std::string refusal(const std::string& text) {
 }
 
 TEST(PrinterOption, ANameAloneIsARawPrinterWithoutFurtherTexts) {
-  const PrinterOption printer = parsePrinterOption("Laser-2");
+  const programs::BroughtPrinter printer = parsePrinterOption("Laser-2");
   EXPECT_EQ(printer.texts[0], L"Laser-2");
   for (std::size_t i = 1; i < 8; ++i)
     EXPECT_FALSE(printer.texts[i]) << i;
@@ -28,7 +28,7 @@ TEST(PrinterOption, ANameAloneIsARawPrinterWithoutFurtherTexts) {
 }
 
 TEST(PrinterOption, EveryKeyGoesToItsText) {
-  const PrinterOption printer = parsePrinterOption(
+  const programs::BroughtPrinter printer = parsePrinterOption(
       "L,driver=d,comment=c,location=l,port=p,manufacturer=mf,model=md,share=s,format=pdf,default=yes,resolution=600");
   EXPECT_EQ(printer.texts[1], L"c");
   EXPECT_EQ(printer.texts[2], L"l");
@@ -49,13 +49,13 @@ TEST(PrinterOption, FormatsHaveTheirNumbers) {
 }
 
 TEST(PrinterOption, TwoCommasStandForOne) {
-  const PrinterOption printer = parsePrinterOption("A,,B,driver=HP,, PCL 6");
+  const programs::BroughtPrinter printer = parsePrinterOption("A,,B,driver=HP,, PCL 6");
   EXPECT_EQ(printer.texts[0], L"A,B");
   EXPECT_EQ(printer.texts[3], L"HP, PCL 6");
 }
 
 TEST(PrinterOption, AValueMayHoldAnEqualsSignAndUtf8) {
-  const PrinterOption printer = parsePrinterOption("B\xC3\xBCro,comment=a=b");
+  const programs::BroughtPrinter printer = parsePrinterOption("B\xC3\xBCro,comment=a=b");
   EXPECT_EQ(printer.texts[0], L"B\u00fcro");
   EXPECT_EQ(printer.texts[1], L"a=b");
 }

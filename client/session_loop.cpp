@@ -48,7 +48,8 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     }
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
-      const Registration registration = bringPrinters(connection, m_options.session, m_options.printers);
+      const programs::Registration registration =
+          programs::bringPrinters(connection, m_options.session, m_options.printers);
       if (registration.accepted()) {
         if (!m_wasRegistered && m_output->removeLeftovers() > 0) {
           reporter.line("removed what an earlier print client of this session left behind");

@@ -2,7 +2,7 @@
 
 #include "client/job_output.h"
 #include "client/options.h"
-#include "client/session_client.h"
+#include "programs/session_client.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -1,4 +1,4 @@
-#include "client/session_client.h"
+#include "programs/session_client.h"
 
 #include "corvane/channel.h"
 #include "corvane/class_factory.h"
@@ -7,26 +7,14 @@
 #include "corvane/in_request.h"
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
-#include "programs/session_registration.h"
+#include "corvane/simple_class.h"
 
-namespace printclient {
+namespace programs {
 namespace {
 
 constexpr unsigned kRegistrationMilliseconds = 30000;
 
-// The component only sends; all it needs is a class of its own to stand in the peer's registry of versions.
-class SessionClientClass : public CS_Class {
- public:
-  SessionClientClass() : CS_Class(programs::kProgramsVersion) {}
-  int currentSchema() const override { return 1; }
-  CS_Component* createInstance() override { return new (std::nothrow) CS_Component; }
-  bool destroyInstance(CS_Component* component) override {
-    delete component;
-    return true;
-  }
-};
-
-void writePrinter(CS_OutRequest& request, const PrinterOption& printer) {
+void writePrinter(CS_OutRequest& request, const BroughtPrinter& printer) {
   for (const auto& text : printer.texts) {
     request.writeBoolean(text.has_value());
     if (text) request.writeUTF(text->c_str());
@@ -39,22 +27,23 @@ void writePrinter(CS_OutRequest& request, const PrinterOption& printer) {
 }  // namespace
 
 void registerSessionClientClass() {
-  CS_ComponentServer::getServer()->registerClass(programs::kSessionClientClass, new SessionClientClass);
+  CS_ComponentServer::getServer()->registerClass(kSessionClientClass,
+                                                 new corvane::SimpleClass<CS_Component>(kProgramsVersion));
 }
 
 Registration bringPrinters(const CS_RCPtr<CS_Connection>& connection, int session,
-                           const std::vector<PrinterOption>& printers) {
-  const auto factory = connection->getClassFactory(programs::kSessionClientClass, programs::kSessionHostClass, true);
+                           const std::vector<BroughtPrinter>& printers) {
+  const auto factory = connection->getClassFactory(kSessionClientClass, kSessionHostClass, true);
   if (!factory) throw CS_Exception(corvane::kMissingObject, L"no class for the registration");
   const CS_RCPtr<CS_Component> component(factory->newInstance(0));
   if (!component) throw CS_Exception(corvane::kConnectionLost, nullptr);
   component->getChannel(true)->startSending();
   component->getChannel(true)->startReceiving();
 
-  CS_OutRequest request(component, programs::kBringPrinters);
+  CS_OutRequest request(component, kBringPrinters);
   request.writeInt(session);
   request.writeInt(static_cast<int>(printers.size()));
-  for (const PrinterOption& printer : printers)
+  for (const BroughtPrinter& printer : printers)
     writePrinter(request, printer);
   CS_ClassVersionMap versions;
   CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(versions);
@@ -73,4 +62,4 @@ Registration bringPrinters(const CS_RCPtr<CS_Connection>& connection, int sessio
   return registration;
 }
 
-}  // namespace printclient
+}  // namespace programs
