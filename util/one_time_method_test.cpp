@@ -88,6 +88,7 @@ TEST(OneTimeMethod, LetsOtherThreadsSeeTheStateOrWaitForTheEnd) {
   std::thread running([&] { EXPECT_EQ(method.run(false, 0), 8); });
   inside.wait();
   EXPECT_EQ(method.run(false, 0), 4);
+  EXPECT_EQ(method.wait(0), 9);
   std::thread waiting([&] { EXPECT_EQ(method.run(true, 0), 3); });
   goOn.set();
   waiting.join();
