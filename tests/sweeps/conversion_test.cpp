@@ -2,6 +2,7 @@
 #include "tests/sweeps/sweep.h"
 
 #include <cstring>
+#include <cwchar>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -26,6 +27,7 @@ class ConversionScenario : public Scenario {
   void run() override { m_result = ConvertJob(&m_job, L"Laser"); }
   void check() override {
     EXPECT_EQ(m_result, 0);
+    std::wcscpy(m_cause, m_job.failure.cause());
     // All of the PDF or nothing of it, unless reading it is what failed: then as many zeros.
     m_hasPdf = m_job.finalData != nullptr && std::memcmp(m_job.finalData, kPdf, sizeof kPdf - 1) == 0;
     if (m_job.finalData != nullptr) {
@@ -37,7 +39,7 @@ class ConversionScenario : public Scenario {
     EXPECT_LE(m_world.takeTemporaryFiles(), 1);
     renew();
   }
-  void checkWhole() override { EXPECT_EQ(m_hasPdf, m_givesPdf); }
+  void checkWhole() override { EXPECT_EQ(m_hasPdf, m_givesPdf) << testing::PrintToString(std::wstring(m_cause)); }
   void tidy() override {
     m_world.takeTemporaryFiles();
     clear();
@@ -66,6 +68,7 @@ class ConversionScenario : public Scenario {
   std::string m_narrowPs;
   ClientPrintJob m_job;
   int m_result = -1;
+  wchar_t m_cause[JobFailure::kCauseSize] = {};  // of a conversion that failed
   bool m_hasPdf = false;
 };
 
