@@ -3,6 +3,8 @@
 #include "corvane/exception.h"
 #include "programs/failure.h"
 
+#include <nlohmann/json.hpp>
+
 namespace admin {
 
 bool Diagnosis::examine(const std::string& name, const std::function<std::string()>& examination) {

@@ -3,6 +3,7 @@
 #include "admin/output.h"
 
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <string>
 
 namespace admin {

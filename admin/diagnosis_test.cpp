@@ -1,6 +1,7 @@
 #include "admin/diagnosis.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace admin {

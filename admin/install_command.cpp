@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {

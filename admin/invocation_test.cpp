@@ -1,6 +1,7 @@
 #include "admin/invocation.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace admin {

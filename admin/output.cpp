@@ -2,6 +2,8 @@
 
 #include "corvane/text.h"
 
+#include <nlohmann/json.hpp>
+
 namespace admin {
 namespace {
 

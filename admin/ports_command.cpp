@@ -4,6 +4,7 @@
 #include "corvane/text.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {

@@ -2,6 +2,8 @@
 
 #include "programs/one_line.h"
 
+#include <nlohmann/json.hpp>
+
 namespace admin {
 namespace {
 

@@ -4,6 +4,8 @@
 #include "admin/session_facts_text.h"
 #include "admin/test_session.h"
 
+#include <nlohmann/json.hpp>
+
 namespace admin {
 
 void SessionWatch::see(const ServerFacts& facts, Clock::time_point now) {

@@ -13,6 +13,7 @@
 #include "programs/one_line.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {

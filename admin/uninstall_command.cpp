@@ -2,6 +2,7 @@
 #include "admin/removal.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {

@@ -39,4 +39,6 @@ set(MG_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as in -fsanitiz
 if(MG_SANITIZE)
   add_compile_options(-fsanitize=${MG_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
   add_link_options(-fsanitize=${MG_SANITIZE})
+  # What a sanitizer reports has files and lines; nobody looks at variables.
+  set(CMAKE_CXX_FLAGS_DEBUG "-g1")
 endif()

@@ -2,6 +2,14 @@
 set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
+# It is as uninteresting to the optimiser as to whoever reads a sanitizer's report. Addresses and threads are watched in
+# it nevertheless, because it holds what belongs to the tests.
+foreach(target gtest gmock gtest_main gmock_main)
+  target_compile_options(${target} PRIVATE -O0 -g0)
+  if(MG_SANITIZE)
+    target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
+  endif()
+endforeach()
 
 # Test code is compiled for the compiler's time, not for its own: without optimisation, and with GoogleTest's headers
 # precompiled once for all test binaries.
@@ -9,5 +17,8 @@ add_library(mg_test_headers OBJECT "${CMAKE_CURRENT_LIST_DIR}/test_headers.cpp")
 target_link_libraries(mg_test_headers PUBLIC GTest::gmock GTest::gtest PRIVATE mg_warnings)
 target_precompile_headers(mg_test_headers PRIVATE
   <gmock/gmock.h> <gtest/gtest.h> <functional> <map> <memory> <mutex> <string> <thread> <vector>)
+if(MG_PRECOMPILE)
+  target_precompile_headers(mg_test_headers PRIVATE ${MG_OWN_HEADERS})
+endif()
 set(MG_TEST_OPTIONS -O0 -fpch-preprocess)
 target_compile_options(mg_test_headers PRIVATE ${MG_TEST_OPTIONS})

@@ -1,0 +1,1 @@
+// Stands for the folders while their common headers are precompiled.
