@@ -6,27 +6,36 @@
 
 namespace printclient {
 
-// A new file being written. Every operation throws std::system_error with the system's own words when it fails; a write
-// that the system takes only in part is continued until all is taken or it fails. Used by one thread.
+// A new file while it is being written under a temporary name. Until it gets its final one it belongs to this object:
+// it is marked as in use, so that no other process takes it for one that was left behind, and it goes with the object.
+// Somebody else may move or replace what lies under its name meanwhile; that is neither kept nor removed. Used by one
+// thread. Operations throw std::system_error with the system's own words when they fail, and std::runtime_error when
+// somebody else has worked on the file.
 class DiskFile {
  public:
-  // Creates the file; fails when something of that name exists.
+  // Creates the file, for this user only; fails when something of that name exists.
   explicit DiskFile(const std::filesystem::path& path);
-  // Closes the file, whatever state it is in.
   ~DiskFile();
   DiskFile(const DiskFile&) = delete;
   DiskFile& operator=(const DiskFile&) = delete;
 
+  // A write that the system takes only in part is continued until all is taken or it fails.
   void write(std::span<const unsigned char> bytes);
-  // Returns when the data are on the disk and the file is closed.
-  void finish();
+  // Returns when the data are on the disk.
+  void sync();
+  // Gives the file another name in the same folder, and returns when that is on the disk. False when the new name is
+  // taken; nothing is ever overwritten. Fails when the temporary name does not lead to this file any more, or to a
+  // link, or when the file has another size than was written.
+  bool renameTo(const std::filesystem::path& to);
 
  private:
   std::intptr_t m_handle;
+  std::filesystem::path m_path;  // the temporary one; empty on Windows when the file has another
+  std::uint64_t m_size = 0;
 };
 
-// Gives a file another name in the same folder, and returns when that is on the disk. False when the new name is taken;
-// nothing is ever overwritten. Throws std::system_error for any other failure.
-bool renameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to);
+// Removes a temporary file that no process has in use any more, such as one of a process that was killed. False when it
+// is in use or cannot be removed, or when there is no way to tell. Links and other things that are no files stay.
+bool removeAbandoned(const std::filesystem::path& path) noexcept;
 
 }  // namespace printclient

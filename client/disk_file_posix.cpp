@@ -3,16 +3,43 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <stdexcept>
 #include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace printclient {
 namespace {
 
+constexpr int kMaxAttempts = 10;  // to create a file that cleaning others take away again
+
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path = {}) {
   const int error = errno;
   throw std::system_error(error, std::generic_category(), what + (path.empty() ? "" : " " + programs::fromPath(path)));
+}
+
+[[noreturn]] void throwTampered(const std::filesystem::path& path) {
+  throw std::runtime_error("somebody else has changed, moved or removed the unfinished file " +
+                           programs::fromPath(path));
+}
+
+// Whether the name itself, and not a link of that name, is the open file.
+bool isNameOf(const std::filesystem::path& path, int handle) {
+  struct stat named, open;
+  return lstat(path.c_str(), &named) == 0 && fstat(handle, &open) == 0 && named.st_dev == open.st_dev &&
+         named.st_ino == open.st_ino;
+}
+
+// Who writes a file holds its lock, which ends with the process however that ends. False when somebody else holds it,
+// or the file system knows no such locks.
+bool lock(int handle, int how) {
+  int result;
+  do {
+    result = flock(handle, how);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
 }
 
 // Makes the new name itself durable. Some file systems cannot, and say so; the data are safe all the same.
@@ -23,15 +50,41 @@ void syncFolder(const std::filesystem::path& folder) {
   close(handle);
 }
 
+// False when the new name is taken.
+bool renameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno == EEXIST) return false;
+  if (errno != EINVAL && errno != ENOSYS) fail("cannot rename to", to);
+  // A file system that cannot rename so: a second name fails in the same way when it is taken.
+  if (link(from.c_str(), to.c_str()) != 0) {
+    if (errno == EEXIST) return false;
+    fail("cannot rename to", to);
+  }
+  unlink(from.c_str());
+  return true;
+}
+
 }  // namespace
 
-DiskFile::DiskFile(const std::filesystem::path& path)
-    : m_handle(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {
-  if (m_handle < 0) fail("cannot create", path);
+DiskFile::DiskFile(const std::filesystem::path& path) : m_handle(-1), m_path(path) {
+  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+    const int handle = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (handle < 0) fail("cannot create", path);
+    // Somebody who looks for abandoned files may have met it before it was locked; he holds the lock until it is gone.
+    lock(handle, LOCK_EX);
+    if (isNameOf(path, handle)) {
+      m_handle = handle;
+      return;
+    }
+    close(handle);
+  }
+  throwTampered(path);
 }
 
 DiskFile::~DiskFile() {
-  if (m_handle >= 0) close(static_cast<int>(m_handle));
+  const int handle = static_cast<int>(m_handle);
+  if (isNameOf(m_path, handle)) unlink(m_path.c_str());
+  close(handle);
 }
 
 void DiskFile::write(std::span<const unsigned char> bytes) {
@@ -40,31 +93,37 @@ void DiskFile::write(std::span<const unsigned char> bytes) {
     if (taken < 0 && errno == EINTR) continue;
     if (taken == 0) errno = ENOSPC;
     if (taken <= 0) fail("cannot write");
+    m_size += static_cast<std::uint64_t>(taken);
     bytes = bytes.subspan(static_cast<std::size_t>(taken));
   }
 }
 
-void DiskFile::finish() {
-  // A pipe or a device has nothing to put on a disk.
-  if (fsync(static_cast<int>(m_handle)) != 0 && errno != EINVAL && errno != EROFS) fail("cannot write to the disk");
-  const int handle = static_cast<int>(m_handle);
-  m_handle = -1;
-  if (close(handle) != 0) fail("cannot close");
+void DiskFile::sync() {
+  if (fsync(static_cast<int>(m_handle)) != 0) fail("cannot write to the disk");
 }
 
-bool renameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-    if (errno == EEXIST) return false;
-    if (errno != EINVAL && errno != ENOSYS) fail("cannot rename to", to);
-    // A file system that cannot rename so: a second name fails in the same way when it is taken.
-    if (link(from.c_str(), to.c_str()) != 0) {
-      if (errno == EEXIST) return false;
-      fail("cannot rename to", to);
-    }
-    unlink(from.c_str());
-  }
+bool DiskFile::renameTo(const std::filesystem::path& to) {
+  const int handle = static_cast<int>(m_handle);
+  struct stat status;
+  if (fstat(handle, &status) != 0) fail("cannot look at", m_path);
+  const bool isWhole = static_cast<std::uint64_t>(status.st_size) == m_size;
+  if (!isWhole || !isNameOf(m_path, handle)) throwTampered(m_path);
+  if (!renameWithoutReplacing(m_path, to)) return false;
+  // Between the look and the renaming somebody may have been quick.
+  if (!isNameOf(to, handle)) throwTampered(m_path);
   syncFolder(to.parent_path());
   return true;
+}
+
+bool removeAbandoned(const std::filesystem::path& path) noexcept {
+  // Never through a link, and without waiting at a pipe. Some file systems lock only what may be written.
+  const int handle = open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (handle < 0) return false;
+  struct stat status;
+  const bool isFile = fstat(handle, &status) == 0 && S_ISREG(status.st_mode);
+  const bool removed = isFile && lock(handle, LOCK_EX | LOCK_NB) && isNameOf(path, handle) && unlink(path.c_str()) == 0;
+  close(handle);
+  return removed;
 }
 
 }  // namespace printclient

@@ -4,7 +4,10 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstring>
+#include <stdexcept>
 #include <system_error>
+#include <vector>
 
 namespace printclient {
 namespace {
@@ -22,14 +25,21 @@ HANDLE asHandle(std::intptr_t value) {
 
 }  // namespace
 
+// As long as it is open nobody else can write, rename, replace or remove it: that is the mark that it is in use.
 DiskFile::DiskFile(const std::filesystem::path& path)
-    : m_handle(reinterpret_cast<std::intptr_t>(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                                           CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr))) {
+    : m_handle(reinterpret_cast<std::intptr_t>(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ,
+                                                           nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr))),
+      m_path(path) {
   if (asHandle(m_handle) == INVALID_HANDLE_VALUE) fail(GetLastError(), "cannot create", path);
 }
 
 DiskFile::~DiskFile() {
-  if (asHandle(m_handle) != INVALID_HANDLE_VALUE) CloseHandle(asHandle(m_handle));
+  if (!m_path.empty()) {
+    FILE_DISPOSITION_INFO disposition = {};
+    disposition.DeleteFile = TRUE;
+    SetFileInformationByHandle(asHandle(m_handle), FileDispositionInfo, &disposition, sizeof(disposition));
+  }
+  CloseHandle(asHandle(m_handle));
 }
 
 void DiskFile::write(std::span<const unsigned char> bytes) {
@@ -39,22 +49,43 @@ void DiskFile::write(std::span<const unsigned char> bytes) {
     if (!WriteFile(asHandle(m_handle), bytes.data(), count, &taken, nullptr)) fail(GetLastError(), "cannot write");
     // A full disk first answers success with a short count; the next attempt then fails, or takes nothing.
     if (taken == 0) fail(ERROR_DISK_FULL, "cannot write");
+    m_size += taken;
     bytes = bytes.subspan(taken);
   }
 }
 
-void DiskFile::finish() {
+void DiskFile::sync() {
   if (!FlushFileBuffers(asHandle(m_handle))) fail(GetLastError(), "cannot write to the disk");
-  const HANDLE handle = asHandle(m_handle);
-  m_handle = reinterpret_cast<std::intptr_t>(INVALID_HANDLE_VALUE);
-  if (!CloseHandle(handle)) fail(GetLastError(), "cannot close");
 }
 
-bool renameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to) {
-  if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH)) return true;
-  const DWORD error = GetLastError();
-  if (error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS) return false;
-  fail(error, "cannot rename to", to);
+// Renamed is the open file itself, whatever lies under its name.
+bool DiskFile::renameTo(const std::filesystem::path& to) {
+  LARGE_INTEGER size = {};
+  if (!GetFileSizeEx(asHandle(m_handle), &size)) fail(GetLastError(), "cannot look at", m_path);
+  if (static_cast<std::uint64_t>(size.QuadPart) != m_size) {
+    throw std::runtime_error("somebody else has changed the unfinished file " + programs::fromPath(m_path));
+  }
+  const std::wstring name = std::filesystem::absolute(to).wstring();
+  std::vector<unsigned char> buffer(sizeof(FILE_RENAME_INFO) + name.size() * sizeof(wchar_t));
+  auto* info = reinterpret_cast<FILE_RENAME_INFO*>(buffer.data());
+  info->ReplaceIfExists = FALSE;
+  info->FileNameLength = static_cast<DWORD>(name.size() * sizeof(wchar_t));
+  std::memcpy(info->FileName, name.c_str(), (name.size() + 1) * sizeof(wchar_t));
+  if (!SetFileInformationByHandle(asHandle(m_handle), FileRenameInfo, info, static_cast<DWORD>(buffer.size()))) {
+    const DWORD error = GetLastError();
+    if (error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS) return false;
+    fail(error, "cannot rename to", to);
+  }
+  m_path.clear();
+  FlushFileBuffers(asHandle(m_handle));  // the name as well; the data are safe all the same
+  return true;
+}
+
+bool removeAbandoned(const std::filesystem::path& path) noexcept {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return false;
+  if ((attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) != 0) return false;
+  return DeleteFileW(path.c_str()) != FALSE;
 }
 
 }  // namespace printclient

@@ -10,6 +10,7 @@
 #ifndef _WIN32
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #endif
 
 namespace printclient {
@@ -64,6 +65,106 @@ TEST_F(JobFileTest, NeverOverwrites) {
   EXPECT_EQ(read("a.txt"), "old");
   EXPECT_EQ(read("a (2).txt"), "older");
   EXPECT_EQ(read("a (3).txt"), "new");
+}
+
+TEST_F(JobFileTest, TakesTheFirstFreeNumberOfTheFirstHundred) {
+  std::ofstream(m_folder / "a.txt") << "old";
+  for (int number = 2; number <= 100; ++number)
+    std::ofstream(m_folder / ("a (" + std::to_string(number) + ").txt")) << "old";
+  EXPECT_EQ(JobFile(m_folder, ".part").keepAs("a", ".txt"), "a (101).txt");
+  fs::remove(m_folder / "a (100).txt");
+  EXPECT_EQ(JobFile(m_folder, ".part").keepAs("a", ".txt"), "a (100).txt");
+}
+
+TEST_F(JobFileTest, FindsANameHoweverManyJobsOfOneNameThereAre) {
+  std::ofstream(m_folder / "a.txt").flush();
+  for (int number = 2; number <= 100; ++number)
+    std::ofstream(m_folder / ("a (" + std::to_string(number) + ").txt")).flush();
+  for (int number = 200; number <= 12800; number *= 2)
+    std::ofstream(m_folder / ("a (" + std::to_string(number) + ").txt")).flush();
+  for (const char* expected : {"a (12801).txt", "a (12802).txt", "a (12803).txt"}) {
+    JobFile file(m_folder, ".part");
+    file.append(bytes("new"));
+    EXPECT_EQ(file.keepAs("a", ".txt"), expected);
+    EXPECT_EQ(read(expected), "new");
+  }
+}
+
+TEST_F(JobFileTest, DoesNotLookForAMissingNumberAmongHigherOnes) {
+  for (int number = 1; number <= 200; ++number)
+    std::ofstream(m_folder / ("a" + (number == 1 ? "" : " (" + std::to_string(number) + ")") + ".txt")).flush();
+  fs::remove(m_folder / "a (150).txt");
+  EXPECT_EQ(JobFile(m_folder, ".part").keepAs("a", ".txt"), "a (201).txt");
+}
+
+#ifndef _WIN32  // Windows lets nobody touch an open file of this kind
+TEST_F(JobFileTest, AReplacedTemporaryFileIsNeitherKeptNorRemoved) {
+  {
+    JobFile file(m_folder, ".part");
+    file.append(bytes("mine"));
+    std::ofstream(m_folder / "other") << "evil";
+    fs::rename(m_folder / "other", m_folder / ".part");
+    try {
+      file.keepAs("a", ".txt");
+      ADD_FAILURE() << "somebody else's data were kept as the job";
+    } catch (const std::runtime_error& failure) {
+      EXPECT_EQ(std::string(failure.what()), "somebody else has changed, moved or removed the unfinished file " +
+                                                 programs::fromPath(m_folder / ".part"));
+    }
+  }
+  EXPECT_EQ(read(".part"), "evil");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(JobFileTest, ALinkInPlaceOfTheTemporaryFileIsNotKept) {
+  JobFile file(m_folder, ".part");
+  file.append(bytes("mine"));
+  fs::rename(m_folder / ".part", m_folder / "moved");
+  fs::create_symlink("moved", m_folder / ".part");
+  EXPECT_THROW(file.keepAs("a", ".txt"), std::runtime_error);
+  EXPECT_FALSE(fs::exists(fs::symlink_status(m_folder / "a.txt")));
+}
+
+TEST_F(JobFileTest, ATemporaryFileThatSomebodyElseWroteToIsNotKept) {
+  JobFile file(m_folder, ".part");
+  file.append(bytes(std::string(64 * 1024, 'x')));
+  std::ofstream(m_folder / ".part", std::ios::app) << "!";
+  EXPECT_THROW(file.keepAs("a", ".txt"), std::runtime_error);
+  EXPECT_FALSE(fs::exists(m_folder / "a.txt"));
+}
+
+TEST_F(JobFileTest, IsForItsUserOnly) {
+  JobFile file(m_folder, ".part");
+  struct stat status;
+  ASSERT_EQ(stat((m_folder / ".part").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+  file.keepAs("a", ".txt");
+  ASSERT_EQ(stat((m_folder / "a.txt").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(JobFileTest, ALinkOrAPipeIsNoAbandonedFile) {
+  std::ofstream(m_folder / "file") << "x";
+  fs::create_symlink("file", m_folder / "link");
+  ASSERT_EQ(mkfifo((m_folder / "pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(removeAbandoned(m_folder / "link"));
+  EXPECT_FALSE(removeAbandoned(m_folder / "pipe"));
+  EXPECT_EQ(fileCount(), 3u);
+}
+#endif
+
+TEST_F(JobFileTest, IsAbandonedOnlyWhenNobodyHasItOpen) {
+  {
+    JobFile file(m_folder, ".part");
+    EXPECT_FALSE(removeAbandoned(m_folder / ".part"));
+    file.append(bytes("mine"));
+    EXPECT_EQ(file.keepAs("a", ".txt"), "a.txt");
+    EXPECT_EQ(read("a.txt"), "mine");
+  }
+  std::ofstream(m_folder / ".part") << "left behind";
+  EXPECT_TRUE(removeAbandoned(m_folder / ".part"));
+  EXPECT_FALSE(removeAbandoned(m_folder / ".part"));
+  EXPECT_EQ(fileCount(), 1u);
 }
 
 TEST_F(JobFileTest, KeepsTheOrderOfSmallAndLargePieces) {

@@ -1,40 +1,60 @@
 #include "client/job_output.h"
 
+#include "client/disk_file.h"
+#include "corvane/crypto.h"
 #include "programs/paths.h"
 
+#include <array>
+#include <cstdio>
 #include <system_error>
 #include <vector>
 
 namespace printclient {
 namespace {
 
+constexpr const char* kPrefix = ".printclient-";
 constexpr const char* kSuffix = ".part";
+
+// Process numbers alone repeat, in containers and on other machines that share the folder.
+std::string randomWord() {
+  std::array<unsigned char, 8> bytes;
+  corvane::fillWithRandom(bytes);
+  std::string word;
+  for (const unsigned char byte : bytes) {
+    char digits[3];
+    std::snprintf(digits, sizeof(digits), "%02x", byte);
+    word += digits;
+  }
+  return word;
+}
 
 }  // namespace
 
 JobOutput::JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter)
     : m_folder(std::move(folder)),
       m_session(session),
-      m_prefix(".printclient-session-" + std::to_string(session) + "-"),
-      m_process(std::to_string(processId) + "-"),
+      m_prefix(kPrefix + ("session-" + std::to_string(session)) + "-" + std::to_string(processId) + "-" + randomWord() +
+               "-"),
       m_reporter(reporter) {}
 
 std::string JobOutput::nextTemporaryName() {
-  return m_prefix + m_process + std::to_string(++m_last) + kSuffix;
+  return m_prefix + std::to_string(++m_last) + kSuffix;
 }
 
-int JobOutput::removeLeftovers() const {
-  std::error_code ignored;
+int JobOutput::removeLeftovers() const noexcept try {
+  std::error_code failure;
   std::vector<std::filesystem::path> leftovers;
-  for (const auto& entry : std::filesystem::directory_iterator(m_folder, ignored)) {
-    const std::string name = programs::fromPath(entry.path().filename());
-    if (name.starts_with(m_prefix) && name.ends_with(kSuffix)) leftovers.push_back(entry.path());
+  for (std::filesystem::directory_iterator at(m_folder, failure), end; !failure && at != end; at.increment(failure)) {
+    const std::string name = programs::fromPath(at->path().filename());
+    if (name.starts_with(kPrefix) && name.ends_with(kSuffix)) leftovers.push_back(at->path());
   }
   int removed = 0;
   for (const auto& path : leftovers) {
-    if (std::filesystem::remove(path, ignored)) ++removed;
+    if (removeAbandoned(path)) ++removed;
   }
   return removed;
+} catch (const std::exception&) {
+  return 0;  // the next print client tries again
 }
 
 }  // namespace printclient

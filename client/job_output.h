@@ -17,17 +17,17 @@ class JobOutput {
   Reporter& reporter() const { return m_reporter; }
   int session() const { return m_session; }
 
-  // A name that no other job of this machine uses; begins with a dot, so that it is hidden from a person.
+  // A name that no other job uses, of whatever process and machine; begins with a dot, so that it is hidden from a
+  // person.
   std::string nextTemporaryName();
-  // Removes what an earlier client of the same session left behind when it was killed in the middle of a job. Only
-  // while this process is the session's client and has no job yet. Returns how many files there were.
-  int removeLeftovers() const;
+  // Removes what earlier print clients of any session left behind here when they were killed in the middle of a job,
+  // and nothing that a print client still writes. Returns how many files there were.
+  int removeLeftovers() const noexcept;
 
  private:
   const std::filesystem::path m_folder;
   const int m_session;
-  const std::string m_prefix;   // of the session
-  const std::string m_process;  // of this process
+  const std::string m_prefix;  // of this process's temporary names
   Reporter& m_reporter;
   std::atomic<unsigned> m_last{0};
 };

@@ -171,13 +171,39 @@ TEST_F(JobTest, ReportsProgressWheneverItsSizeHasDoubled) {
             "bytes\nprinted \"Report\": 9437184 bytes to Report.txt\n");
 }
 
-TEST_F(JobTest, AnEarlierClientsLeftoversAreRemovedAndNobodyElses) {
+TEST_F(JobTest, WhatKilledClientsOfAnySessionLeftIsRemovedAndNothingElse) {
   const fs::path out = m_folder / "out";
-  for (const char* name : {".printclient-session-5-1-1.part", ".printclient-session-55-1-1.part", "Report.part"}) {
+  for (const char* name : {".printclient-session-5-1-1.part", ".printclient-session-55-1-0123456789abcdef-1.part",
+                           "Report.part", ".printclient-session-5.txt", ".part"}) {
     std::ofstream(out / name) << "x";
   }
-  EXPECT_EQ(m_output->removeLeftovers(), 1);
-  EXPECT_EQ(fileCount(), 2u);
+  EXPECT_EQ(m_output->removeLeftovers(), 2);
+  EXPECT_EQ(fileCount(), 3u);
+  EXPECT_EQ(m_output->removeLeftovers(), 0);
+  fs::remove_all(out);
+  EXPECT_EQ(m_output->removeLeftovers(), 0);
+}
+
+TEST_F(JobTest, AnotherClientsJobIsNotTakenForALeftover) {
+  JobOutput other(m_folder / "out", 5, 42, *m_reporter);  // the same session and process number, as in a container
+  Job job(ticket(1), *m_output);
+  job.append(bytes("hello"));
+  EXPECT_EQ(other.removeLeftovers(), 0);
+  EXPECT_EQ(m_output->removeLeftovers(), 0);
+  Job second(ticket(1), other);
+  second.append(bytes("world"));
+  EXPECT_EQ(job.end(), kPrinted);
+  EXPECT_EQ(second.end(), kPrinted);
+  EXPECT_EQ(read(m_folder / "out" / "Report.txt"), "hello");
+  EXPECT_EQ(read(m_folder / "out" / "Report (2).txt"), "world");
+}
+
+TEST_F(JobTest, ATemporaryNameIsHiddenAndSaysWhoseItIs) {
+  const std::string first = m_output->nextTemporaryName();
+  EXPECT_TRUE(first.starts_with(".printclient-session-5-42-")) << first;
+  EXPECT_TRUE(first.ends_with("-1.part")) << first;
+  EXPECT_EQ(first.size(), std::string(".printclient-session-5-42-0123456789abcdef-1.part").size());
+  EXPECT_TRUE(m_output->nextTemporaryName().ends_with("-2.part"));
 }
 
 }  // namespace

@@ -51,9 +51,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
       const programs::Registration registration =
           programs::bringPrinters(connection, m_options.session, m_options.printers);
       if (registration.accepted()) {
-        if (!m_wasRegistered && m_output->removeLeftovers() > 0) {
-          reporter.line("removed what an earlier print client of this session left behind");
-        }
+        if (!m_wasRegistered) removeLeftovers();
         m_wasRegistered = true;
         std::string names;
         for (const auto& name : registration.localNames) {
@@ -82,6 +80,15 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   CS_Connection::destroy(connection, true);
   hold(nullptr);
   return outcome;
+}
+
+void SessionLoop::removeLeftovers() {
+  const int files = m_output->removeLeftovers();
+  if (files == 0) return;
+  m_output->reporter().line(
+      "removed " + std::to_string(files) +
+      (files == 1 ? " unfinished file that an earlier print client" : " unfinished files that earlier print clients") +
+      " left behind in the folder");
 }
 
 void SessionLoop::stop() {

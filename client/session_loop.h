@@ -32,6 +32,7 @@ class SessionLoop {
   enum class Outcome { kLost, kAway, kRefused };
 
   Outcome serveOnce();
+  void removeLeftovers();
   // True when the pause is over, false when the loop is to stop.
   bool pause(std::chrono::milliseconds time);
   // Makes the connection the one that stop() ends; false when the loop is to stop already.

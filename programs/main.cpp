@@ -44,6 +44,8 @@ int wmain(int count, wchar_t** values) {
 int main(int count, char** values) {
   // A reader of our output that goes away must not end the program in the middle of a job.
   std::signal(SIGPIPE, SIG_IGN);
+  // Nor must a file that may not grow any further: the write fails, and the job says so.
+  std::signal(SIGXFSZ, SIG_IGN);
   return runProgram(std::vector<std::string>(values + 1, values + count));
 }
 

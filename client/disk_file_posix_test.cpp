@@ -1,0 +1,139 @@
+#include "client/disk_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <stdexcept>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+// Comes in place of the system's call when it is set.
+std::function<int(const char* from, const char* to)> g_renaming;
+
+int renameForReal(const char* from, const char* to, unsigned flags) {
+  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, flags));
+}
+
+}  // namespace
+
+int renameat2(int, const char* from, int, const char* to, unsigned flags) noexcept {
+  return g_renaming ? g_renaming(from, to) : renameForReal(from, to, flags);
+}
+
+namespace printclient {
+namespace {
+
+namespace fs = std::filesystem;
+
+class DiskFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_folder = fs::temp_directory_path() /
+               (std::string("disk_file_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(m_folder);
+    fs::create_directories(m_folder);
+  }
+  void TearDown() override {
+    g_renaming = nullptr;
+    fs::remove_all(m_folder);
+  }
+
+  // The folder is on a file system that knows no renaming without replacing.
+  static void forbidRenaming() {
+    g_renaming = [](const char*, const char*) {
+      errno = EINVAL;
+      return -1;
+    };
+  }
+  std::string read(const std::string& name) const {
+    std::ifstream in(m_folder / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  std::size_t fileCount() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()));
+  }
+  static void fill(DiskFile& file) {
+    const unsigned char mine[] = {'m', 'i', 'n', 'e'};
+    file.write(mine);
+  }
+
+  fs::path m_folder;
+};
+
+TEST_F(DiskFileTest, GetsItsNameWhereThereIsNoRenamingWithoutReplacing) {
+  forbidRenaming();
+  DiskFile file(m_folder / ".part");
+  fill(file);
+  EXPECT_TRUE(file.renameTo(m_folder / "a.txt"));
+  EXPECT_EQ(read("a.txt"), "mine");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(DiskFileTest, OverwritesNothingWhereThereIsNoRenamingWithoutReplacing) {
+  forbidRenaming();
+  std::ofstream(m_folder / "a.txt") << "old";
+  DiskFile file(m_folder / ".part");
+  fill(file);
+  EXPECT_FALSE(file.renameTo(m_folder / "a.txt"));
+  EXPECT_EQ(read("a.txt"), "old");
+  EXPECT_TRUE(file.renameTo(m_folder / "b.txt"));
+  EXPECT_EQ(read("b.txt"), "mine");
+}
+
+TEST_F(DiskFileTest, OverwritesNothingAndCanBeGivenAnotherName) {
+  std::ofstream(m_folder / "a.txt") << "old";
+  DiskFile file(m_folder / ".part");
+  fill(file);
+  EXPECT_FALSE(file.renameTo(m_folder / "a.txt"));
+  EXPECT_EQ(read("a.txt"), "old");
+  EXPECT_TRUE(file.renameTo(m_folder / "b.txt"));
+  EXPECT_EQ(read("b.txt"), "mine");
+  EXPECT_EQ(fileCount(), 2u);
+}
+
+TEST_F(DiskFileTest, ThatCannotBeRenamedSaysWhyAndIsRemoved) {
+  g_renaming = [](const char*, const char*) {
+    errno = EACCES;
+    return -1;
+  };
+  {
+    DiskFile file(m_folder / ".part");
+    try {
+      file.renameTo(m_folder / "a.txt");
+      ADD_FAILURE() << "it was renamed";
+    } catch (const std::system_error& failure) {
+      EXPECT_EQ(failure.code().value(), EACCES);
+      EXPECT_EQ(std::string(failure.what()),
+                "cannot rename to " + (m_folder / "a.txt").string() + ": Permission denied");
+    }
+  }
+  EXPECT_EQ(fileCount(), 0u);
+}
+
+TEST_F(DiskFileTest, WhoIsQuickEnoughToReplaceItDuringTheRenamingIsNotReported) {
+  std::ofstream(m_folder / "other") << "evil";
+  g_renaming = [this](const char* from, const char* to) {
+    fs::rename(m_folder / "other", from);
+    return renameForReal(from, to, RENAME_NOREPLACE);
+  };
+  DiskFile file(m_folder / ".part");
+  fill(file);
+  EXPECT_THROW(file.renameTo(m_folder / "a.txt"), std::runtime_error);
+}
+
+TEST_F(DiskFileTest, IsNotTakenForAbandonedWhileItsNameIsTaken) {
+  const fs::path path = m_folder / ".part";
+  DiskFile first(path);
+  EXPECT_THROW(DiskFile second(path), std::system_error);
+  EXPECT_FALSE(removeAbandoned(path));
+  EXPECT_TRUE(fs::exists(path));
+}
+
+}  // namespace
+}  // namespace printclient
