@@ -1,6 +1,8 @@
 #include "corvane/bridge.h"
 
 #include "corvane/bridge_worker.h"
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
 
 const wchar_t* const CS_Bridge::m_className = L"Quillfern::ComponentServer::Bridge";
 
@@ -29,6 +31,16 @@ bool CS_Bridge::release() {
 
 void CS_Bridge::served() {
   releaseChildren();
+}
+
+void CS_Bridge::endedByPeer(const std::wstring& reason) {
+  if (m_endedByPeer) return;
+  m_endReason = reason;
+  m_endedByPeer = true;
+}
+
+void CS_Bridge::throwIfEnded() const {
+  if (m_endedByPeer) throw CS_Exception(corvane::kConnectionLost, L"%s", m_endReason.c_str());
 }
 
 bool CS_Bridge::waitForThreads(unsigned timeoutMilliseconds) {

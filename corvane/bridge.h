@@ -2,7 +2,9 @@
 
 #include "corvane/component.h"
 
+#include <atomic>
 #include <memory>
+#include <string>
 
 namespace corvane {
 class BridgeWorker;
@@ -33,6 +35,11 @@ class CS_Bridge : public CS_Component {
   void deliver(const corvane::Frame& frame);
   // The bridge's thread has served its last request; called by it.
   void served();
+  // The peer has let this bridge go: from now on every request on it fails with the reason. Called by the thread that
+  // reads the connection, before whoever waits on the bridge is failed.
+  void endedByPeer(const std::wstring& reason);
+  // Throws CS_Exception (3102) with the peer's reason once it has let this bridge go.
+  void throwIfEnded() const;
 
   // Waits until the threads of all bridges of this process have ended; false when the time ran out first. For the end
   // of a program whose connections have been destroyed.
@@ -40,4 +47,6 @@ class CS_Bridge : public CS_Component {
 
  private:
   std::shared_ptr<corvane::BridgeWorker> m_worker;
+  std::wstring m_endReason;  // not changed any more once m_endedByPeer is set
+  std::atomic<bool> m_endedByPeer{false};
 };

@@ -17,6 +17,7 @@ struct Route {
   struct End {
     std::shared_ptr<Link> link;
     std::uint32_t bridge = 0;
+    CS_RCPtr<CS_BridgeRouter> router;  // until the route ends
   };
   std::mutex lock;  // guards what follows; not held while sending
   End ends[2];      // 0: where the bridge was made; 1: where it continues
@@ -43,10 +44,15 @@ void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
   }
 }
 
+void leave(CS_BridgeRouter& router) {
+  if (CS_Component* owner = router.getOwner()) owner->removeChild(&router);
+}
+
 }  // namespace
 }  // namespace corvane
 
 using corvane::kGone;
+using corvane::leave;
 using corvane::Route;
 using corvane::sendRelease;
 
@@ -71,20 +77,36 @@ std::shared_ptr<Route> CS_BridgeRouter::route() const {
 
 bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   CS_Channel* here = getChannel(true);
-  if (here == nullptr || !connection || !connection->isConnected() || isRouted()) return false;
+  if (here == nullptr || !connection || !connection->isConnected()) return false;
+  {
+    const std::lock_guard guard(m_routeLock);
+    if (m_routing || m_released) return false;
+    m_routing = true;
+  }
 
   auto route = std::make_shared<Route>();
   CS_RCPtr<CS_BridgeRouter> other = new CS_BridgeRouter;
   other->setIdentifier(connection->nextIdentifier());
-  route->ends[0] = {here->sharedLink(), getIdentifier()};
-  route->ends[1] = {connection->link(), other->getIdentifier()};
+  route->ends[0] = {here->sharedLink(), getIdentifier(), this};
+  route->ends[1] = {connection->link(), other->getIdentifier(), other};
   route->onEnd = std::move(m_onEnd);
   other->m_route = route;
   other->m_end = 1;
-  if (!connection->addChild(other.get())) return false;
+  if (!connection->addChild(other.get())) {
+    route->ends[0] = route->ends[1] = {};  // the two would keep each other alive
+    const std::lock_guard guard(m_routeLock);
+    m_routing = false;
+    return false;
+  }
+  bool released;
   {
     const std::lock_guard guard(m_routeLock);
     m_route = route;
+    released = m_released;
+  }
+  if (released) {
+    end(0, L"", nullptr);
+    return false;
   }
   corvane::FrameHeader header;
   header.kind = corvane::FrameKind::kCreate;
@@ -105,14 +127,15 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   Route::End to;
   if (through != nullptr) {
     const std::lock_guard guard(through->lock);
-    if (!through->ended) to = through->ends[1 - m_end];
+    if (through->ended) return;  // the release that says why is on its way, and fails whoever waits
+    to = through->ends[1 - m_end];
   }
   std::uint64_t payload = 0;
   corvane::FrameHeader question, reply;  // the last ones among the frames; no correlation when there are none
   for (std::size_t at = 0; at < frames.size();) {
     const auto bytes = frames.subspan(at);
     const corvane::FrameHeader header = corvane::decodeHeader(bytes.first<corvane::kFrameHeaderSize>());
-    if (to.link == nullptr) answer(header, through == nullptr ? L"the bridge leads to no print client" : kGone);
+    if (to.link == nullptr) answer(header, L"the bridge leads to no print client");
     corvane::storeLittleEndian32(&bytes[corvane::kFrameBridgeOffset], to.bridge);
     payload += header.length;
     if (header.kind == corvane::FrameKind::kRequest && header.wantsReply() && !header.hasMore()) question = header;
@@ -148,7 +171,12 @@ void CS_BridgeRouter::answer(const corvane::FrameHeader& header, const wchar_t* 
 }
 
 bool CS_BridgeRouter::release() {
-  const std::shared_ptr<Route> through = route();
+  std::shared_ptr<Route> through;
+  {
+    const std::lock_guard guard(m_routeLock);
+    m_released = true;
+    through = m_route;
+  }
   if (through == nullptr) return true;
   std::shared_ptr<corvane::Link> here;
   {
@@ -169,21 +197,23 @@ void CS_BridgeRouter::releasedByPeer(const std::wstring& reason) {
 void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* toldToOther) {
   const std::shared_ptr<Route> through = route();
   if (through == nullptr) return;
-  Route::End other;
+  Route::End ends[2];  // hold both routers until this returns
   EndHandler onEnd;
   Ending ending;
   {
     const std::lock_guard guard(through->lock);
     if (through->ended) return;
     through->ended = true;
-    other = through->ends[1 - m_end];
+    std::swap(ends, through->ends);
     onEnd = std::move(through->onEnd);
     ending.bytes = through->bytes;
     ending.answered = through->answered;
-    for (Route::End& each : through->ends)
-      each.link.reset();
   }
+  const Route::End& other = ends[1 - m_end];
+  leave(*ends[m_end].router);
+  // Told first: what still arrives there meanwhile is dropped, not answered as for a bridge that never was.
   if (toldToOther != nullptr) sendRelease(*other.link, other.bridge, toldToOther);
+  leave(*other.router);
   ending.madeHere = gone == 0;
   ending.reason = reason;
   if (onEnd) onEnd(ending);

@@ -20,7 +20,8 @@ struct Route;
 // the bridge's identifier exchanged; they are never decoded or collected. While the other connection takes nothing,
 // the thread that reads this one waits, so the sender is held back and no more than one receive buffer is held here.
 //
-// When either connection ends, or either side lets the bridge go, the other side gets a release with the reason.
+// When either connection ends, or either side lets the bridge go, the other side gets a release with the reason, and
+// both ends leave their connections at once: a connection that lives for years holds the routes of today's jobs only.
 class CS_BridgeRouter : public CS_Component {
  public:
   static const wchar_t* getClassName();
@@ -37,7 +38,8 @@ class CS_BridgeRouter : public CS_Component {
   bool isRouted() const;
 
   // Passes on complete frames that stand one behind the other; their bridge identifiers are overwritten in place. A
-  // request that wants a reply and cannot be passed on is answered as failed.
+  // request that wants a reply is answered as failed where the bridge leads nowhere yet; after the route's end it is
+  // dropped, because the release fails it.
   void forward(std::span<unsigned char> frames);
   // The peer let this bridge go.
   void releasedByPeer(const std::wstring& reason);
@@ -60,7 +62,9 @@ class CS_BridgeRouter : public CS_Component {
   void end(int gone, const std::wstring& reason, const wchar_t* toldToOther);
 
   EndHandler m_onEnd;
-  int m_end = 0;  // which end of the route this is
-  mutable std::mutex m_routeLock;
-  std::shared_ptr<corvane::Route> m_route;  // guarded by m_routeLock
+  int m_end = 0;                   // which end of the route this is
+  mutable std::mutex m_routeLock;  // guards what follows
+  std::shared_ptr<corvane::Route> m_route;
+  bool m_routing = false;   // somebody is making the route, or has made it
+  bool m_released = false;  // its connection has ended: no route may begin
 };

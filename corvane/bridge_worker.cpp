@@ -143,7 +143,7 @@ void BridgeWorker::serveOne(OwnedFrame frame) {
       m_serving.request(header, std::make_unique<Source>(*this, std::move(frame)));
       return;
     case FrameKind::kRelease:
-      m_serving.release(header, readText(frame.payload));
+      m_serving.release(header, readReason(frame.payload));
       return;
     default:
       throw CS_Exception(kProtocolViolation, L"frame kind %d on a bridge", static_cast<int>(header.kind));

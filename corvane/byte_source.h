@@ -38,7 +38,9 @@ class SpanSource : public FrameSource {
   bool m_given = false;
 };
 
-// The one text that a failure or release carries; what it can make of it when that is no text.
+// The one text that a frame carries; what it can make of it when that is no text.
 std::wstring readText(std::span<const unsigned char> bytes);
+// The same for the reason in a release or failure, which may be kept: its first kMaxReasonCharacters.
+std::wstring readReason(std::span<const unsigned char> bytes);
 
 }  // namespace corvane

@@ -103,6 +103,11 @@ CS_RCPtr<CS_Component> CS_Component::getChild(std::uint32_t identifier) {
   return found == m_children.end() ? CS_RCPtr<CS_Component>() : found->second;
 }
 
+std::size_t CS_Component::childCount() {
+  const std::lock_guard guard(m_lock);
+  return m_children.size();
+}
+
 bool CS_Component::addChild(CS_Component* child) {
   if (child == nullptr) return false;
   const std::lock_guard guard(m_lock);

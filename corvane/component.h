@@ -63,6 +63,8 @@ class CS_Component {
   virtual void releaseChannel();
   // The component with that identifier standing on this one, or null.
   virtual CS_RCPtr<CS_Component> getChild(std::uint32_t identifier);
+  // How many components stand on this one.
+  std::size_t childCount();
   // The connection at the end of the chain of owners; the component itself when it has no owner.
   virtual CS_RCPtr<CS_Component> getRootOwner();
   // The monitor set for this component, its owner's, or the default one; never null.

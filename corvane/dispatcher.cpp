@@ -74,7 +74,9 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
       m_serving.create(header, frame.payload());
       return;
     case FrameKind::kRelease: {
-      const std::wstring reason = readText(frame.payload());
+      const std::wstring reason = readReason(frame.payload());
+      const CS_RCPtr<CS_Component> ended = m_connection.getChild(header.component);
+      if (auto* bridge = dynamic_cast<CS_Bridge*>(ended.get())) bridge->endedByPeer(reason);
       m_connection.link()->endBridge(header.component, reason);
       m_serving.release(header, reason);
       return;

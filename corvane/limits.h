@@ -15,6 +15,7 @@ inline constexpr std::size_t kMaxInboxBytes = 1024 * 1024;          // bytes wai
 inline constexpr std::size_t kMaxInboxFrames = 4096;                // frames waiting for one bridge's thread
 inline constexpr std::size_t kMaxRefusedComponents = 64;            // refusals that are remembered for an answer
 inline constexpr std::size_t kMaxHelloValues = 32;                  // named values of a handshake
+inline constexpr std::size_t kMaxReasonCharacters = 512;  // of a reason that a peer gives; the rest is cut off
 
 inline constexpr unsigned kSendStallMilliseconds = 120000;  // a peer that takes nothing for so long is lost
 

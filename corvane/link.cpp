@@ -45,7 +45,6 @@ void Link::end(const wchar_t* reason) {
 
 void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
   const std::lock_guard guard(m_stateLock);
-  m_endedBridges.emplace(bridge, reason);
   for (const auto& [correlation, pending] : m_pending) {
     if (pending->m_bridge != bridge || pending->m_done) continue;
     pending->m_done = pending->m_failed = true;
@@ -160,7 +159,7 @@ void Link::complete(const Frame& frame) {
   if (frame.header.kind == FrameKind::kFailure) {
     pending.m_failed = true;
     pending.m_failure = kRequestRefused;
-    pending.m_reason = readText(pending.m_bytes);
+    pending.m_reason = readReason(pending.m_bytes);
   }
   m_changed.notify_all();
 }

@@ -97,7 +97,7 @@ class Link {
 
   // Takes a reply or failure for somebody waiting; one that nobody waits for any more is dropped.
   void complete(const Frame& frame);
-  // Fails whoever waits on the bridge, and every later send to it.
+  // Fails whoever waits on the bridge.
   void endBridge(std::uint32_t bridge, const std::wstring& reason);
 
   // Reads and hands over frames until the link ends; returns the reason.
@@ -116,7 +116,7 @@ class Link {
  private:
   void readOnce(std::optional<Deadline> deadline);
   void lookForNews();
-  void throwIfEnded(std::uint32_t bridge);
+  void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
   void sendPieces(std::span<const Socket::Piece> pieces);
   Frame awaitFrame(Deadline deadline);
@@ -137,7 +137,6 @@ class Link {
   FrameHandler* m_handler = nullptr;
   std::uint32_t m_lastCorrelation = 0;
   std::map<std::uint32_t, Pending*> m_pending;
-  std::map<std::uint32_t, std::wstring> m_endedBridges;
 };
 
 }  // namespace corvane

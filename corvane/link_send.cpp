@@ -61,18 +61,15 @@ class FrameBatch {
 
 }  // namespace
 
-void Link::throwIfEnded(std::uint32_t bridge) {
+void Link::throwIfEnded() {
   const std::lock_guard guard(m_stateLock);
   if (m_ended) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
-  if (bridge == 0 || m_endedBridges.empty()) return;
-  const auto ended = m_endedBridges.find(bridge);
-  if (ended != m_endedBridges.end()) throw CS_Exception(kConnectionLost, L"%s", ended->second.c_str());
 }
 
 // The first reason is the true one: a send may fail only because the link was ended meanwhile.
 void Link::endAndThrow(const wchar_t* reasonOfThisFailure) {
   end(reasonOfThisFailure);
-  throwIfEnded(0);
+  throwIfEnded();
   __builtin_unreachable();
 }
 
@@ -85,7 +82,7 @@ void Link::sendPieces(std::span<const Socket::Piece> pieces) {
 }
 
 void Link::announce(const FrameHeader& header, const ValueWriter& values) {
-  throwIfEnded(header.bridge);
+  throwIfEnded();
   FrameHeader whole = header;
   whole.length = static_cast<std::uint32_t>(values.size());
   const EncodedHeader encoded = encodeHeader(whole);
@@ -98,7 +95,7 @@ void Link::announce(const FrameHeader& header, const ValueWriter& values) {
 }
 
 void Link::send(FrameHeader header, const ValueWriter& values) {
-  throwIfEnded(header.bridge);
+  throwIfEnded();
   bool look = false;
   try {
     const std::lock_guard guard(m_sendLock);
@@ -117,7 +114,7 @@ void Link::send(FrameHeader header, const ValueWriter& values) {
 }
 
 void Link::sendFrames(std::span<const unsigned char> frames) {
-  throwIfEnded(0);
+  throwIfEnded();
   try {
     const std::lock_guard guard(m_sendLock);
     const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), frames};

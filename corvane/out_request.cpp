@@ -1,5 +1,6 @@
 #include "corvane/out_request.h"
 
+#include "corvane/bridge.h"
 #include "corvane/byte_source.h"
 #include "corvane/exception.h"
 #include "corvane/in_request.h"
@@ -48,10 +49,17 @@ corvane::FrameHeader CS_OutRequest::header() const {
   return header;
 }
 
+// A reply that is waited for is registered by now: a bridge that the peer lets go after this look fails it.
+void CS_OutRequest::send(const corvane::FrameHeader& request) {
+  const CS_Component* owner = m_component ? m_component->getOwner() : nullptr;
+  if (const auto* bridge = dynamic_cast<const CS_Bridge*>(owner)) bridge->throwIfEnded();
+  m_channel.link().send(request, m_values);
+}
+
 void CS_OutRequest::execute() {
   corvane::FrameHeader request = header();
   request.correlation = m_channel.link().nextCorrelation();
-  m_channel.link().send(request, m_values);
+  send(request);
 }
 
 void CS_OutRequest::execute(CS_InRequest& reply, unsigned timeoutMilliseconds) {
@@ -60,7 +68,7 @@ void CS_OutRequest::execute(CS_InRequest& reply, unsigned timeoutMilliseconds) {
   corvane::Link::Pending pending(m_channel.link(), request.bridge);
   request.correlation = pending.correlation();
   request.flags = corvane::kFlagWantsReply;
-  m_channel.link().send(request, m_values);
+  send(request);
   reply.setSource(std::make_unique<corvane::ByteSource>(pending.wait(deadline)));
 }
 

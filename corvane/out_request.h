@@ -39,6 +39,7 @@ class CS_OutRequest {
 
  private:
   corvane::FrameHeader header() const;
+  void send(const corvane::FrameHeader& request);
 
   CS_RCPtr<CS_Component> m_component;
   int m_number;

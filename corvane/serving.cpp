@@ -95,6 +95,7 @@ void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> so
 }
 
 void Serving::release(const FrameHeader& header, const std::wstring& reason) {
+  m_refused.erase(header.component);
   const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
   if (!component) return;
   m_owner.removeChild(component.get());
