@@ -6,11 +6,11 @@
 #include "corvane/greeting.h"
 #include "corvane/hex.h"
 #include "corvane/socket.h"
+#include "tests/fuzz/scratch_folder.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <sys/socket.h>
@@ -19,15 +19,13 @@
 
 namespace {
 
-// The folder stays behind: libFuzzer ends the process without telling.
 const corvane::KeyFolder& keys() {
+  static const fuzz::ScratchFolder scratch;
   static const corvane::KeyFolder folder = [] {
-    const std::string path = std::filesystem::temp_directory_path() / ("mg_fuzz_keys_" + std::to_string(::getuid()));
-    std::filesystem::create_directories(path);
-    const std::string file = path + "/session-5.key";
+    const std::string file = scratch.path() / "session-5.key";
     std::ofstream(file) << std::string(64, '5');
     ::chmod(file.c_str(), 0600);
-    return corvane::KeyFolder(path);
+    return corvane::KeyFolder(scratch.path());
   }();
   return folder;
 }

@@ -24,7 +24,7 @@ class Scene {
   // Starts the server again on the same port.
   void restartServer();
 
-  ChildProcess& server() { return *m_server; }
+  ChildProcess& server() const { return *m_server; }
   int port() const { return m_port; }
   std::filesystem::path folder() const { return m_folder; }
   std::filesystem::path output(int session) const;
