@@ -29,8 +29,13 @@ int SessionLoop::run() {
     const Outcome outcome = serveOnce();
     if (isStopping()) break;
     if (outcome == Outcome::kRefused && !m_wasRegistered) return 1;
-    if (outcome == Outcome::kLost) wait = kFirstPause;
-    m_output->reporter().line("trying again in " + secondsText(wait));
+    if (outcome == Outcome::kLost) {
+      wait = kFirstPause;
+      m_lastPause.clear();
+      m_lastTrouble.clear();
+    }
+    sayOnce(wait == kLongestPause ? "trying again every " + secondsText(wait) : "trying again in " + secondsText(wait),
+            m_lastPause);
     if (!pause(wait)) break;
     wait = std::min(2 * wait, kLongestPause);
   }
@@ -66,13 +71,14 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
         }
       } else {
         outcome = Outcome::kRefused;
-        reporter.line("the server refuses: " + programs::oneLine(registration.refusal));
+        sayOnce("the server refuses: " + programs::oneLine(registration.refusal), m_lastTrouble);
       }
     }
   } catch (const CS_Exception& failure) {
     if (!isStopping()) {
-      reporter.line("the server at " + m_options.host + ":" + std::to_string(m_options.port) +
-                    (isAboutKeys(failure) ? " is not used: " : " is away: ") + programs::describe(failure));
+      sayOnce("the server at " + m_options.host + ":" + std::to_string(m_options.port) +
+                  (isAboutKeys(failure) ? " is not used: " : " is away: ") + programs::describe(failure),
+              m_lastTrouble);
     }
     // Only a person can change that; a server that does not prove itself may still be replaced by the right one.
     if (failure.number() == corvane::kKeyNeeded) outcome = Outcome::kRefused;
@@ -89,6 +95,12 @@ void SessionLoop::removeLeftovers() {
       "removed " + std::to_string(files) +
       (files == 1 ? " unfinished file that an earlier print client" : " unfinished files that earlier print clients") +
       " left behind in the folder");
+}
+
+void SessionLoop::sayOnce(const std::string& text, std::string& last) {
+  if (text == last) return;
+  m_output->reporter().line(text);
+  last = text;
 }
 
 void SessionLoop::stop() {

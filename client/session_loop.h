@@ -13,8 +13,9 @@
 namespace printclient {
 
 // The life of a print client: connects to the server, brings the printers along, serves jobs, and starts again when the
-// connection is lost, with pauses that grow while the server is away. run() blocks its thread; stop() may be called
-// from any other one.
+// connection is lost, with pauses that grow while the server is away, but stay so short that its jobs, for which the
+// server waits, find it back (aps --client-wait). What is the same in every attempt is said once. run() blocks its
+// thread; stop() may be called from any other one.
 class SessionLoop {
  public:
   SessionLoop(const Options& options, std::shared_ptr<JobOutput> output)
@@ -26,7 +27,8 @@ class SessionLoop {
   void stop();
 
   static constexpr std::chrono::milliseconds kFirstPause{500};
-  static constexpr std::chrono::milliseconds kLongestPause{30000};
+  static constexpr std::chrono::milliseconds kLongestPause{3000};
+  static_assert(kLongestPause < std::chrono::seconds(5), "a session is to be back within 5 s of its server");
 
  private:
   enum class Outcome { kLost, kAway, kRefused };
@@ -38,10 +40,14 @@ class SessionLoop {
   // Makes the connection the one that stop() ends; false when the loop is to stop already.
   bool hold(const CS_RCPtr<CS_Connection>& connection);
   bool isStopping();
+  // A line for the person, unless it is the last one of its kind again.
+  void sayOnce(const std::string& text, std::string& last);
 
   const Options& m_options;
   const std::shared_ptr<JobOutput> m_output;
   bool m_wasRegistered = false;
+  std::string m_lastTrouble;
+  std::string m_lastPause;
 
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_changed;

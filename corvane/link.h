@@ -106,6 +106,8 @@ class Link {
   void end(const wchar_t* reason);
   bool hasEnded() const;
   std::wstring reason() const;
+  // See Socket::peerHasClosed(): for a thread that handles a frame and so does not read meanwhile.
+  bool peerHasClosed() const noexcept { return m_socket.peerHasClosed(); }
   std::string peerName() const { return m_socket.peerName(); }
   std::vector<unsigned char> localEndpoint() const { return m_socket.localEndpoint(); }
   std::vector<unsigned char> peerEndpoint() const { return m_socket.peerEndpoint(); }

@@ -47,6 +47,10 @@ class Socket {
   // the object dies. Never blocks.
   void shutdown() noexcept;
 
+  // True when the peer has closed its end, or is gone, whatever of it has not been received yet. Never blocks; may be
+  // called beside send() and receive().
+  bool peerHasClosed() const noexcept;
+
   // "127.0.0.1:4711" of the other end, for logs.
   std::string peerName() const;
   // The address and port of this end and of the other one: 4 or 6, the bytes of the address, two of the port. Empty for

@@ -70,6 +70,11 @@ std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std:
   }
 }
 
+bool Socket::peerHasClosed() const noexcept {
+  pollfd state{native(m_handle), POLLRDHUP, 0};
+  return ::poll(&state, 1, 0) > 0;  // nothing else is asked for, but that and failures
+}
+
 void Socket::shutdown() noexcept {
   if (m_handle != kNone) ::shutdown(native(m_handle), SHUT_RDWR);
 }

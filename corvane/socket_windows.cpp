@@ -77,6 +77,14 @@ std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std:
   throwLost(lastNetworkError());
 }
 
+bool Socket::peerHasClosed() const noexcept {
+  WSAPOLLFD state{native(m_handle), POLLRDNORM, 0};
+  if (::WSAPoll(&state, 1, 0) <= 0) return false;
+  if ((state.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) return true;
+  char first;
+  return ::recv(native(m_handle), &first, 1, MSG_PEEK) == 0;
+}
+
 void Socket::shutdown() noexcept {
   if (m_handle == kNone) return;
   ::shutdown(native(m_handle), SD_BOTH);

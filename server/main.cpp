@@ -12,6 +12,7 @@
 #include "server/connection_list.h"
 #include "server/log_monitor.h"
 #include "server/options.h"
+#include "server/session_keeper.h"
 
 #include <cstdio>
 #include <memory>
@@ -73,8 +74,12 @@ int programMain(const std::vector<std::string>& arguments) {
 
   const auto listener = listenOn(options.listen);
   if (!listener) return 1;
-  aps::ConnectionList connections(log, options.maxConnections, keys.get());
   const programs::StopRequest stop([&listener] { listener->stop(); });
+  std::unique_ptr<aps::SessionKeeper> keeper;
+  if (!options.state.empty()) {
+    keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
+  }
+  aps::ConnectionList connections(log, options.maxConnections, keys.get());
   log->line("aps listens on " + listener->address());
   log->line(keys ? "peers must prove that they have their key in " + options.keys
                  : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
@@ -85,6 +90,7 @@ int programMain(const std::vector<std::string>& arguments) {
   while (auto socket = listener->accept())
     connections.serve(std::move(*socket));
 
+  if (keeper) keeper->stop();
   application->notices.close();
   connections.endAll();
   application->launcher.endAll();

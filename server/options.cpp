@@ -34,6 +34,15 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
                  "that it has its key")
       ->check(named);
   app.add_option("--new-key", options.newKey, "makes a file with a fresh key and ends")->check(named);
+  app.add_option("--state", options.state,
+                 "file that keeps the sessions and their printers, so that they are known after a restart")
+      ->check(named);
+  unsigned clientWaitSeconds = 20;
+  app.add_option("--client-wait", clientWaitSeconds,
+                 "seconds that a job waits for its print client after aps has started or the client's connection was "
+                 "lost; 0 for not at all")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 60));
   app.add_option("--max-connections", options.maxConnections, "connections at the same time, each with a thread")
       ->capture_default_str()
       ->check(CLI::Range(1, 100000));
@@ -62,6 +71,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
     result.message = out.str();
     return result;
   }
+  options.limits.clientWait = std::chrono::seconds(clientWaitSeconds);
   if (std::string refusal = listenRefusal(options.listen); !refusal.empty()) {
     result.exitCode = 2;
     result.message = "--listen: " + refusal + "\n";

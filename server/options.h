@@ -15,6 +15,7 @@ struct Options {
   std::string logFile;  // empty: the standard error output
   std::string keys;     // folder; empty: peers are not authenticated
   std::string newKey;   // a key file to make instead of serving
+  std::string state;    // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
   SessionTable::Limits limits;
   Launcher::Settings launching;

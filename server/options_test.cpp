@@ -35,6 +35,21 @@ TEST(ApsOptions, TakeTheKeysOfPeersOnlyWhenTheyAreGiven) {
   }
 }
 
+TEST(ApsOptions, TakeTheFileOfSessionsAndTheTimeToWaitForThem) {
+  EXPECT_EQ(parseOptions({}).options.state, "");
+  EXPECT_EQ(parseOptions({}).options.limits.clientWait, std::chrono::seconds(20));
+  const ParsedOptions parsed = parseOptions({"--state", "a b", "--client-wait", "60"});
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.state, "a b");
+  EXPECT_EQ(parsed.options.limits.clientWait, std::chrono::seconds(60));
+  EXPECT_EQ(parseOptions({"--client-wait", "0"}).options.limits.clientWait, std::chrono::seconds(0));
+  for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--state", ""},
+                                                {"--client-wait", "61"},
+                                                {"--client-wait", "-1"},
+                                                {"--client-wait", "x"}})
+    EXPECT_GT(parseOptions(wrong).exitCode, 0) << wrong[1];
+}
+
 TEST(ApsOptions, TakeThePrograms) {
   EXPECT_EQ(parseOptions({}).options.launching.programs, std::vector<std::string>{"notepad.exe"});
   const ParsedOptions parsed =

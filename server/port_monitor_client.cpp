@@ -1,7 +1,10 @@
 #include "server/port_monitor_client.h"
 
 #include "corvane/connection.h"
+#include "corvane/exception.h"
 #include "corvane/in_request.h"
+#include "corvane/link.h"
+#include "corvane/message_numbers.h"
 #include "programs/one_line.h"
 #include "server/log_thrown.h"
 #include "server/printer_name.h"
@@ -26,6 +29,32 @@ std::string PortMonitorClient::peerProcess() {
   if (connection == nullptr) return "unknown";
   const auto process = connection->peerValues().find(L"process");
   return process == connection->peerValues().end() ? "unknown" : programs::oneLine(process->second);
+}
+
+bool PortMonitorClient::release() {
+  m_released = true;
+  m_application->sessions.wake();
+  return CS_Component::release();
+}
+
+bool PortMonitorClient::hasGivenUp() {
+  if (m_released) return true;
+  const CS_RCPtr<CS_Component> root = getRootOwner();
+  const auto* connection = dynamic_cast<const CS_Connection*>(root.get());
+  return connection == nullptr || connection->link() == nullptr || connection->link()->peerHasClosed();
+}
+
+std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
+  const SessionTable& sessions = m_application->sessions;
+  if (sessions.isExpected(printerName)) {
+    m_application->log->line("printer " + quoted(printerName) + " was asked for by process " + peerProcess() +
+                             "; the answer waits for its print client, which may be on its way back");
+  }
+  auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
+  if (!(found && found->client) && hasGivenUp()) {
+    throw CS_Exception(corvane::kConnectionLost, L"whoever asked did not wait for the print client");
+  }
+  return found;
 }
 
 bool PortMonitorClient::processRequest(CS_InRequest& request) {
@@ -75,7 +104,7 @@ void PortMonitorClient::attachPrintJobToSession(CS_InRequest& request) {
 
 std::string PortMonitorClient::attach(const std::wstring& printerName, int processId, int router,
                                       const CS_ClassVersionMap& monitor, CS_ClassVersionMap& client) {
-  const auto found = m_application->sessions.find(printerName);
+  const auto found = awaitPrinter(printerName);
   if (!found) return unknownPrinter();
   if (!found->client) {
     return "session " + std::to_string(found->session) + " has no print client; start one and print again";
@@ -122,7 +151,7 @@ void PortMonitorClient::jobEnded(Application& application, const std::string& jo
 
 void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
   const std::wstring name = request.readUTF();
-  const auto found = m_application->sessions.find(name);
+  const auto found = awaitPrinter(name);
   if (!found) {
     m_application->log->failure("printer " + quoted(name) + " was asked for by process " + peerProcess() + ": " +
                                 unknownPrinter());
@@ -144,7 +173,7 @@ void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
 void PortMonitorClient::getPrinterList(CS_InRequest& request) {
   const int session = request.readInt();
   request.reply().writeBoolean(true);
-  for (const std::wstring& name : m_application->sessions.localNames(session)) {
+  for (const std::wstring& name : m_application->sessions.awaitLocalNames(session, [this] { return hasGivenUp(); })) {
     request.reply().writeBoolean(true);
     request.reply().writeText(name.c_str());
   }
@@ -157,14 +186,19 @@ void PortMonitorClient::launchApplication(CS_InRequest& request) {
   launch.program = request.readUTF();
   launch.arguments = request.readUTF();
   if (request.readBoolean()) launch.printer = request.readUTF();
-  bool launched = false;
+  std::optional<SessionTable::Found> found;
   if (launch.printer.empty()) {
     m_application->launcher.refuse(launch,
                                    "the request names no printer, and so no session; the port monitor is not "
                                    "of this version");
-  } else if (const auto found = m_application->sessions.find(launch.printer); !found) {
-    m_application->launcher.refuse(launch, unknownPrinter());
   } else {
+    // The program needs the session, not its print client.
+    found = m_application->sessions.find(launch.printer);
+    if (!found) found = awaitPrinter(launch.printer);
+    if (!found) m_application->launcher.refuse(launch, unknownPrinter());
+  }
+  bool launched = false;
+  if (found) {
     launch.session = found->session;
     launched = m_application->launcher.launch(launch);
     if (launched) m_application->shownJobs.add(foldedName(launch.printer));

@@ -2,7 +2,15 @@
 
 #include "server/printer_name.h"
 
+#include <algorithm>
+
 namespace aps {
+namespace {
+
+// How long somebody who waits goes on without asking whether he has given up.
+constexpr std::chrono::milliseconds kLookEvery{100};
+
+}  // namespace
 
 std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers) const {
   const std::wstring name = L"session " + std::to_wstring(session);
@@ -36,7 +44,7 @@ bool SessionTable::makeRoomLocked(std::optional<int>& forgotten) {
 
 SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> printers,
                                             const CS_ClassVersionMap& versions, const CS_RCPtr<CS_Connection>& client) {
-  const std::lock_guard<std::mutex> guard(m_lock);
+  std::unique_lock<std::mutex> guard(m_lock);
   Admission admission;
   admission.refusal = refusalLocked(session, printers);
   if (!admission.accepted()) return admission;
@@ -55,22 +63,107 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   entry.versions = versions;
   entry.client = client;
   entry.since = std::chrono::system_clock::now();
+  guard.unlock();
+  changed();
   return admission;
 }
 
 bool SessionTable::leave(int session, const CS_Connection* client) {
   CS_RCPtr<CS_Connection> gone;  // given back after the lock
-  const std::lock_guard<std::mutex> guard(m_lock);
+  std::unique_lock<std::mutex> guard(m_lock);
   const auto known = m_sessions.find(session);
   if (known == m_sessions.end() || !known->second.client || known->second.client.get() != client) return false;
   gone = std::move(known->second.client);
   known->second.leftAt = ++m_departures;
+  known->second.left = Clock::now();
   known->second.since = std::chrono::system_clock::now();
+  guard.unlock();
+  changed();
   return true;
+}
+
+void SessionTable::remember(std::vector<Status> sessions) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  for (Status& session : sessions) {
+    std::optional<int> forgotten;
+    if (m_sessions.count(session.number) != 0 || !makeRoomLocked(forgotten)) continue;
+    Entry& entry = m_sessions[session.number];
+    entry.printers = std::move(session.printers);
+    entry.leftAt = ++m_departures;
+    entry.left = m_began;
+    entry.since = session.since;
+    for (std::size_t i = 0; i < entry.printers.size(); ++i) {
+      m_byName[foldedName(localPrinterName(entry.printers[i].name(), session.number))] = {session.number, i};
+    }
+  }
+}
+
+std::vector<SessionTable::Status> SessionTable::known() const {
+  std::vector<std::pair<std::uint64_t, Status>> all;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (const auto& [number, entry] : m_sessions) {
+      const bool connected = static_cast<bool>(entry.client);
+      all.push_back({connected ? UINT64_MAX : entry.leftAt, {number, connected, entry.since, entry.printers}});
+    }
+  }
+  std::stable_sort(all.begin(), all.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<Status> sessions;
+  for (auto& [order, session] : all)
+    sessions.push_back(std::move(session));
+  return sessions;
+}
+
+void SessionTable::changed() const {
+  m_someoneCame.notify_all();
+  if (m_onChange) m_onChange();
+}
+
+void SessionTable::wake() const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_someoneCame.notify_all();
+}
+
+SessionTable::Clock::time_point SessionTable::patienceLocked(const std::optional<Found>& found) const {
+  Clock::time_point from = m_began;
+  if (found) from = std::max(from, m_sessions.at(found->session).left);
+  return from + m_limits.clientWait;
+}
+
+template <class IsThere, class Until>
+void SessionTable::waitLocked(std::unique_lock<std::mutex>& lock, const IsThere& isThere, const Until& until,
+                              const HasGivenUp& hasGivenUp) const {
+  while (!isThere() && Clock::now() < until()) {
+    lock.unlock();
+    const bool givenUp = hasGivenUp();
+    lock.lock();
+    if (givenUp || isThere()) return;
+    m_someoneCame.wait_until(lock, std::min(until(), Clock::now() + kLookEvery));
+  }
 }
 
 std::optional<SessionTable::Found> SessionTable::find(const std::wstring& localName) const {
   const std::lock_guard<std::mutex> guard(m_lock);
+  return findLocked(localName);
+}
+
+std::optional<SessionTable::Found> SessionTable::awaitClient(const std::wstring& localName,
+                                                             const HasGivenUp& hasGivenUp) const {
+  std::unique_lock<std::mutex> lock(m_lock);
+  std::optional<Found> found;
+  const auto isThere = [&] { return (found = findLocked(localName)) && found->client; };
+  waitLocked(
+      lock, isThere, [&] { return patienceLocked(found); }, hasGivenUp);
+  return findLocked(localName);
+}
+
+bool SessionTable::isExpected(const std::wstring& localName) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = findLocked(localName);
+  return !(found && found->client) && Clock::now() < patienceLocked(found);
+}
+
+std::optional<SessionTable::Found> SessionTable::findLocked(const std::wstring& localName) const {
   const auto named = m_byName.find(foldedName(localName));
   if (named == m_byName.end()) return std::nullopt;
   const auto [session, index] = named->second;
@@ -80,6 +173,17 @@ std::optional<SessionTable::Found> SessionTable::find(const std::wstring& localN
 
 std::vector<std::wstring> SessionTable::localNames(int session) const {
   const std::lock_guard<std::mutex> guard(m_lock);
+  return localNamesLocked(session);
+}
+
+std::vector<std::wstring> SessionTable::awaitLocalNames(int session, const HasGivenUp& hasGivenUp) const {
+  std::unique_lock<std::mutex> lock(m_lock);
+  waitLocked(
+      lock, [&] { return m_sessions.count(session) != 0; }, [&] { return patienceLocked(std::nullopt); }, hasGivenUp);
+  return localNamesLocked(session);
+}
+
+std::vector<std::wstring> SessionTable::localNamesLocked(int session) const {
   std::vector<std::wstring> names;
   const auto known = m_sessions.find(session);
   if (known == m_sessions.end()) return names;

@@ -1,5 +1,7 @@
 #include "server/session_table.h"
 
+#include <atomic>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,7 +24,7 @@ class SessionTableTest : public ::testing::Test {
     return m_table.enter(session, std::move(printers), CS_ClassVersionMap(), client);
   }
 
-  SessionTable m_table{SessionTable::Limits{2, 3}};
+  SessionTable m_table{SessionTable::Limits{2, 3, {}}};
   CS_RCPtr<CS_Connection> m_client = CS_Connection::create();
   CS_RCPtr<CS_Connection> m_other = CS_Connection::create();
 };
@@ -116,6 +118,108 @@ TEST_F(SessionTableTest, TellsEachSessionAndSinceWhenItIsConnectedOrNot) {
   ASSERT_EQ(all[1].printers.size(), 2u);
   EXPECT_EQ(all[1].printers[0].name(), L"B");
   EXPECT_EQ(all[1].printers[1].name(), L"A");
+}
+
+// A table that began this very moment and waits for so long.
+SessionTable::Limits waiting(std::chrono::milliseconds time) {
+  return {10, 3, time};
+}
+
+bool never() {
+  return false;
+}
+
+TEST_F(SessionTableTest, WhoAsksBeforeAClientHasComeGetsItsPrinterWhenItComes) {
+  SessionTable table(waiting(std::chrono::hours(1)));
+  EXPECT_TRUE(table.isExpected(L"A (session 5)"));
+  auto found = std::async(std::launch::async, [&] { return table.awaitClient(L"a (Session 5)", never); });
+  auto names = std::async(std::launch::async, [&] { return table.awaitLocalNames(5, never); });
+  table.enter(6, {named(L"A")}, CS_ClassVersionMap(), m_other);
+  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_client);
+  EXPECT_EQ(found.get()->client.get(), m_client.get());
+  EXPECT_THAT(names.get(), ElementsAre(L"A (session 5)"));
+  EXPECT_FALSE(table.isExpected(L"A (session 5)"));
+  EXPECT_TRUE(table.isExpected(L"A (session 7)"));
+}
+
+TEST_F(SessionTableTest, AClientThatHasGoneAMomentAgoIsWaitedForAndItsPrintersAreListedAtOnce) {
+  SessionTable table(waiting(std::chrono::hours(1)));
+  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_client);
+  table.leave(5, m_client.get());
+  EXPECT_TRUE(table.isExpected(L"A (session 5)"));
+  EXPECT_THAT(table.awaitLocalNames(5, never), ElementsAre(L"A (session 5)"));
+  auto found = std::async(std::launch::async, [&] { return table.awaitClient(L"A (session 5)", never); });
+  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_other);
+  EXPECT_EQ(found.get()->client.get(), m_other.get());
+}
+
+TEST_F(SessionTableTest, NobodyWaitsForWhoHasNotComeInTime) {
+  SessionTable table(waiting(std::chrono::milliseconds(50)));
+  EXPECT_FALSE(table.awaitClient(L"A (session 5)", never));
+  EXPECT_THAT(table.awaitLocalNames(5, never), IsEmpty());
+  EXPECT_FALSE(table.isExpected(L"A (session 5)"));
+  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_client);
+  table.leave(5, m_client.get());
+  EXPECT_TRUE(table.isExpected(L"A (session 5)"));
+  EXPECT_FALSE(table.isExpected(L"B (session 5)"));
+  const auto found = table.awaitClient(L"A (session 5)", never);
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(found->client);
+}
+
+TEST_F(SessionTableTest, ATableThatWaitsForNobodyAnswersAtOnce) {
+  SessionTable table(waiting(std::chrono::milliseconds(0)));
+  EXPECT_FALSE(table.isExpected(L"A (session 5)"));
+  EXPECT_FALSE(table.awaitClient(L"A (session 5)", [] { return ADD_FAILURE() << "it waits", false; }));
+}
+
+TEST_F(SessionTableTest, AWaitEndsWhenWhoeverAskedHasGivenUp) {
+  SessionTable table(waiting(std::chrono::hours(1)));
+  int asked = 0;
+  EXPECT_FALSE(
+      table.awaitClient(L"A (session 5)", [&] { return ++asked == 3; }));  // looked at again without being woken
+  EXPECT_EQ(asked, 3);
+  std::atomic<bool> givenUp{false};
+  auto woken = std::async(std::launch::async, [&] { return table.awaitLocalNames(5, [&] { return givenUp.load(); }); });
+  givenUp = true;
+  table.wake();
+  EXPECT_THAT(woken.get(), IsEmpty());
+}
+
+TEST_F(SessionTableTest, RememberedSessionsAreKnownWithoutClientAndWaitedFor) {
+  SessionTable table(waiting(std::chrono::hours(1)));
+  const auto since = std::chrono::system_clock::now() - std::chrono::hours(3);
+  table.remember({{5, true, since, {named(L"A"), named(L"B")}}});
+  EXPECT_THAT(table.awaitLocalNames(5, never), ElementsAre(L"A (session 5)", L"B (session 5)"));
+  EXPECT_EQ(table.find(L"b (session 5)")->printer.name(), L"B");
+  EXPECT_TRUE(table.isExpected(L"A (session 5)"));
+  ASSERT_EQ(table.status().size(), 1u);
+  EXPECT_FALSE(table.status()[0].connected);
+  EXPECT_EQ(table.status()[0].since, since);
+  table.enter(5, {named(L"B")}, CS_ClassVersionMap(), m_client);
+  EXPECT_FALSE(table.find(L"A (session 5)"));
+}
+
+TEST_F(SessionTableTest, MoreRememberedSessionsThanTheLimitLoseTheFirst) {
+  m_table.remember({{1, false, {}, {named(L"A")}}, {2, false, {}, {named(L"A")}}, {3, false, {}, {named(L"A")}}});
+  EXPECT_FALSE(m_table.find(L"A (session 1)"));
+  EXPECT_TRUE(m_table.find(L"A (session 2)"));
+  EXPECT_EQ(enter(4, {named(L"A")}, m_client).forgotten, 2);
+}
+
+TEST_F(SessionTableTest, EachChangeIsToldOnceItCanBeSeen) {
+  std::vector<std::size_t> connected;
+  m_table.onChange([&] {
+    std::size_t count = 0;
+    for (const auto& session : m_table.known())
+      count += session.connected ? 1 : 0;
+    connected.push_back(count);
+  });
+  enter(1, {named(L"A")}, m_client);
+  enter(1, {named(L"A")}, m_other);  // refused
+  m_table.leave(1, m_other.get());   // not its client
+  m_table.leave(1, m_client.get());
+  EXPECT_THAT(connected, ElementsAre(1, 0));
 }
 
 }  // namespace

@@ -12,6 +12,9 @@ namespace tests {
 namespace fs = std::filesystem;
 
 Scene::Scene(const std::vector<std::string>& serverOptions) : m_options(serverOptions) {
+  if (std::find(m_options.begin(), m_options.end(), "--client-wait") == m_options.end()) {
+    m_options.insert(m_options.end(), {"--client-wait", "0"});
+  }
   std::string pattern = (fs::temp_directory_path() / "mg_processes_XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder " + pattern);
   m_folder = pattern;

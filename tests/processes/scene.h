@@ -12,6 +12,7 @@ namespace tests {
 // An application server on a free port and a folder for one test; both are gone when the object dies.
 class Scene {
  public:
+  // Unless the options say otherwise, the server waits for no print client, so that a test of a refusal has it at once.
   explicit Scene(const std::vector<std::string>& serverOptions = {});
   ~Scene();
   Scene(const Scene&) = delete;
