@@ -185,6 +185,27 @@ TEST_F(ConnectionTest, ARequestPastItsBoundToAComponentWithoutABridgeClosesTheCo
   EXPECT_EQ(L"a request of more than 1048576 bytes", pair.join());
 }
 
+TEST_F(ConnectionTest, APeerThatHasClosedIsSeenWithoutReceivingWhateverItSentBefore) {
+  for (const bool sendsBefore : {false, true}) {
+    Listener listener("127.0.0.1:0");
+    auto peer = std::make_unique<Socket>(Socket::connect("127.0.0.1", listener.port(), false));
+    const Socket here = std::move(*listener.accept());
+    EXPECT_FALSE(here.peerHasClosed());
+    if (sendsBefore) {
+      const unsigned char bytes[3] = {1, 2, 3};
+      const Socket::Piece piece(bytes);
+      peer->send({&piece, 1});
+      EXPECT_FALSE(here.peerHasClosed());
+    }
+    peer.reset();
+#ifdef _WIN32
+    if (sendsBefore) continue;  // there it is seen when what was sent has been received
+#endif
+    while (!here.peerHasClosed())
+      std::this_thread::yield();
+  }
+}
+
 TEST_F(ConnectionTest, ComponentsOfABridgeAreReleasedWhenItEnds) {
   ConnectionPair pair;
   const CS_RCPtr<CS_Component> bridge =

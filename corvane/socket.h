@@ -47,8 +47,8 @@ class Socket {
   // the object dies. Never blocks.
   void shutdown() noexcept;
 
-  // True when the peer has closed its end, or is gone, whatever of it has not been received yet. Never blocks; may be
-  // called beside send() and receive().
+  // True when the peer has closed its end, or is gone; on Linux whatever of it has not been received yet. Never blocks;
+  // may be called beside send() and receive().
   bool peerHasClosed() const noexcept;
 
   // "127.0.0.1:4711" of the other end, for logs.
