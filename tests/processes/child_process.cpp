@@ -18,14 +18,22 @@ extern char** environ;
 
 namespace tests {
 
-ChildProcess::ChildProcess(const std::vector<std::string>& command) {
+ChildProcess::ChildProcess(const std::vector<std::string>& command, Input input) {
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe2");
+  int inputEnds[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0 || (input == Input::kLines && pipe2(inputEnds, O_CLOEXEC) != 0)) {
+    throw std::system_error(errno, std::generic_category(), "pipe2");
+  }
   m_pipe = ends[0];
+  m_input = inputEnds[1];
   m_ended = eventfd(0, EFD_CLOEXEC);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  if (input == Input::kLines) {
+    posix_spawn_file_actions_adddup2(&actions, inputEnds[0], 0);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  }
   posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
   posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
   std::vector<char*> arguments;
@@ -35,9 +43,11 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
   const int error = posix_spawnp(&m_id, arguments[0], &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   close(ends[1]);
+  if (inputEnds[0] != -1) close(inputEnds[0]);
   if (error != 0) {
     close(m_pipe);
     close(m_ended);
+    if (m_input != -1) close(m_input);
     throw std::system_error(error, std::generic_category(), command[0]);
   }
   m_reader = std::thread([this] { collect(); });
@@ -52,6 +62,21 @@ ChildProcess::~ChildProcess() {
   m_reader.join();
   close(m_pipe);
   close(m_ended);
+  if (m_input != -1) close(m_input);
+}
+
+void ChildProcess::say(const std::string& line) const {
+  // A program that has ended must not end this one.
+  sigset_t broken;
+  sigemptyset(&broken);
+  sigaddset(&broken, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &broken, nullptr);
+  const std::string whole = line + "\n";
+  if (write(m_input, whole.data(), whole.size()) < 0) {
+    const timespec now{};
+    sigtimedwait(&broken, nullptr, &now);
+  }
+  pthread_sigmask(SIG_UNBLOCK, &broken, nullptr);
 }
 
 void ChildProcess::collect() {

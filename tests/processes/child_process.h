@@ -14,7 +14,9 @@ namespace tests {
 // does not stop in order, or that a sanitizer has complained about, fails the test.
 class ChildProcess {
  public:
-  explicit ChildProcess(const std::vector<std::string>& command);
+  // The program's standard input is empty, or what say() writes.
+  enum class Input { kNone, kLines };
+  explicit ChildProcess(const std::vector<std::string>& command, Input input = Input::kNone);
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
@@ -25,6 +27,8 @@ class ChildProcess {
   // Everything written so far.
   std::string output();
 
+  // Gives the program a line of input; it may have ended.
+  void say(const std::string& line) const;
   void signal(int number) const;
   // The exit code, or 256 plus the number of the signal that ended the program. May be called again.
   int wait();
@@ -35,6 +39,7 @@ class ChildProcess {
 
   pid_t m_id = -1;
   int m_pipe = -1;
+  int m_input = -1;  // -1 without input
   int m_ended = -1;  // readable when the program has ended
   int m_status = -1;
   bool m_hasStatus = false;

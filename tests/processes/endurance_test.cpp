@@ -53,6 +53,23 @@ void tellTimes(const char* what, const Microseconds& times) {
               times.size(), count, first, count, last, static_cast<double>(last) / static_cast<double>(first));
 }
 
+// The same in processor time of the server and the clients, which other work of the machine does not lengthen.
+void tellProcessor(const char* what, int jobs, double first, double last) {
+  std::printf("endurance: %s: processor time of the first %d jobs %.0f us each, of the last %.0f us, ratio %.3f\n",
+              what, jobs, first * 1e6 / jobs, last * 1e6 / jobs, last / first);
+}
+
+double processorTime(const std::vector<Held>& all) {
+  double sum = 0;
+  for (const Held& held : all)
+    sum += held.processorSeconds;
+  return sum;
+}
+
+void append(Microseconds& times, const Microseconds& others) {
+  times.insert(times.end(), others.begin(), others.end());
+}
+
 void tellHeld(const std::string& who, const Held& before, const Held& after) {
   std::printf("endurance: %s: %zu and %zu KiB, %zu and %zu threads, %zu and %zu descriptors\n", who.c_str(),
               before.kilobytes, after.kilobytes, before.threads, after.threads, before.descriptors, after.descriptors);
@@ -136,13 +153,17 @@ class Endurance : public ::testing::Test {
     std::vector<Held> idle;
     for (std::size_t i = 0; i <= m_clients.size(); ++i)
       idle.push_back(heldBy(process(i)));
-    // Memory is compared once everything has been used.
-    Microseconds times = print(jobs / clients / 10);
+    // Memory is compared once everything has been used; time by tenths, at either end.
+    const int tenth = jobs / clients / 10;
+    Microseconds times = print(tenth);
     const std::vector<Held> before = atRest(idle);
-    const Microseconds others = print(jobs / clients - jobs / clients / 10);
+    append(times, print(jobs / clients - 2 * tenth));
+    const std::vector<Held> late = atRest(idle);
+    append(times, print(tenth));
     const std::vector<Held> after = atRest(idle);
-    times.insert(times.end(), others.begin(), others.end());
     ASSERT_EQ(times.size(), static_cast<std::size_t>(jobs / clients * clients));
+    tellProcessor(what, tenth * clients, processorTime(before) - processorTime(idle),
+                  processorTime(after) - processorTime(late));
 
     tellTimes(what, times);
     for (std::size_t i = 0; i < idle.size(); ++i) {

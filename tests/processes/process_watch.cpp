@@ -3,9 +3,11 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <unistd.h>
 
 namespace tests {
 
@@ -22,6 +24,17 @@ Held heldBy(pid_t process) {
   }
   for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder / "fd"))
     ++held.descriptors;
+  // "1234 (name) S ..." with the times of user and system as the 14th and 15th field, in ticks.
+  std::ifstream stat(folder / "stat");
+  std::string line;
+  std::getline(stat, line);
+  std::istringstream fields(line.substr(line.rfind(')') + 1));
+  std::string skipped;
+  for (int field = 3; field < 14; ++field)
+    fields >> skipped;
+  double user = 0, system = 0;
+  fields >> user >> system;
+  held.processorSeconds = (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
   return held;
 }
 

@@ -10,6 +10,7 @@ struct Held {
   std::size_t kilobytes = 0;  // memory that is its own: of the heap, stacks and written pages, not of files
   std::size_t threads = 0;
   std::size_t descriptors = 0;
+  double processorSeconds = 0;  // that all its threads have had so far, those that have ended included
 };
 
 // Throws std::runtime_error when the process is not there.

@@ -44,10 +44,19 @@ WineHost::WineHost(Scene& scene) : m_scene(scene) {
 }
 
 void WineHost::useServer(int port, const fs::path& keyFile) {
-  const auto settings = start(
-      "mgspool.exe",
-      {"settings", "--server-port", std::to_string(port), "--root", windowsPath(m_scene.folder() / "root"), "--log",
-       windowsPath(m_scene.folder() / "module.log"), "--key-file", keyFile.empty() ? "" : windowsPath(keyFile)});
+  changeSettings({"--server-port", std::to_string(port), "--root", windowsPath(m_scene.folder() / "root"), "--log",
+                  windowsPath(m_scene.folder() / "module.log"), "--key-file",
+                  keyFile.empty() ? "" : windowsPath(keyFile), "--ghostscript", ""});
+}
+
+void WineHost::useGhostscript(const fs::path& program, int seconds) {
+  changeSettings({"--ghostscript", program.string(), "--converter-seconds", std::to_string(seconds)});
+}
+
+void WineHost::changeSettings(const std::vector<std::string>& options) {
+  std::vector<std::string> arguments = {"settings"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  const auto settings = start("mgspool.exe", arguments);
   if (settings->wait() != 0) throw std::runtime_error("the settings cannot be written:\n" + settings->output());
 }
 
@@ -56,12 +65,12 @@ WineHost::~WineHost() {
   m_wineServer->wait();
 }
 
-std::unique_ptr<ChildProcess> WineHost::start(const std::string& program,
-                                              const std::vector<std::string>& arguments) const {
+std::unique_ptr<ChildProcess> WineHost::start(const std::string& program, const std::vector<std::string>& arguments,
+                                              ChildProcess::Input input) const {
   std::vector<std::string> command = {std::string(MG_SOURCE_DIR) + "/scripts/run-under-wine",
                                       (windowsBinaries() / program).string()};
   command.insert(command.end(), arguments.begin(), arguments.end());
-  return std::make_unique<ChildProcess>(command);
+  return std::make_unique<ChildProcess>(command, input);
 }
 
 bool WineHost::print(const std::string& printer, const std::string& document, const std::vector<std::string>& data) {

@@ -23,14 +23,20 @@ class WineHost {
 
   // Points the monitor to an application server on that port; without a key file it has no key.
   void useServer(int port, const std::filesystem::path& keyFile = {});
+  // Another Ghostscript for the converter, until the object dies; seconds is the longest time of one conversion.
+  void useGhostscript(const std::filesystem::path& program, int seconds);
 
   // Why the Windows programs cannot be run; empty when they can.
   static std::string missing();
 
   // Starts a Windows program with its arguments.
-  std::unique_ptr<ChildProcess> start(const std::string& program, const std::vector<std::string>& arguments) const;
+  std::unique_ptr<ChildProcess> start(const std::string& program, const std::vector<std::string>& arguments,
+                                      ChildProcess::Input input = ChildProcess::Input::kNone) const;
   // Prints on port CPP5 as a spooler does. The result is true when every call succeeded.
   bool print(const std::string& printer, const std::string& document, const std::vector<std::string>& data);
+
+  // Wine's server of the prefix.
+  pid_t server() const { return m_wineServer->id(); }
 
   // The bytes that the Windows programs send for a pattern of that size.
   static std::string pattern(std::size_t size);
@@ -40,6 +46,8 @@ class WineHost {
   std::string diagnosis() const;
 
  private:
+  void changeSettings(const std::vector<std::string>& options);
+
   Scene& m_scene;
   std::unique_ptr<ChildProcess> m_wineServer;
   std::string m_lastOutput;

@@ -20,8 +20,8 @@ using mg::support::wide;
 
 struct Arguments {
   std::string from, root, log, ppd, outcomes, port, printer, file, title;
-  std::optional<std::string> keyFile;
-  unsigned serverPort = 0;
+  std::optional<std::string> keyFile, ghostscript;
+  unsigned serverPort = 0, converterSeconds = 60;
   short copies = 1;
   DWORD writeSize = 0;
 };
@@ -36,7 +36,10 @@ std::wstring programFolder() {
 void writeSettings(const Arguments& arguments) {
   std::optional<std::wstring> keyFile;
   if (arguments.keyFile) keyFile = wide(*arguments.keyFile);
-  mg::support::writeSettings({wide(arguments.root), arguments.serverPort, wide(arguments.log), keyFile});
+  std::optional<std::wstring> ghostscript;
+  if (arguments.ghostscript) ghostscript = wide(*arguments.ghostscript);
+  mg::support::writeSettings({wide(arguments.root), arguments.serverPort, wide(arguments.log), keyFile, ghostscript,
+                              arguments.converterSeconds});
 }
 
 void setUpPrinting(const Arguments& arguments) {
@@ -69,6 +72,9 @@ void addSettings(CLI::App& command, Arguments& arguments) {
   command.add_option("--root", arguments.root, "installation root, above Programs\\ps2pdf.exe");
   command.add_option("--log", arguments.log, "log file of the module");
   command.add_option("--key-file", arguments.keyFile, "file with the monitor's key; an empty one takes the value away");
+  command.add_option("--ghostscript", arguments.ghostscript,
+                     "the converter's Ghostscript; an empty one takes its settings away");
+  command.add_option("--converter-seconds", arguments.converterSeconds, "with --ghostscript: limit of one conversion");
   command.add_option("--server-port", arguments.serverPort, "TCP port of the application server");
 }
 

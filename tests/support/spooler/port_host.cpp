@@ -7,9 +7,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -19,12 +22,18 @@ using mg::support::MonitorTable;
 using mg::support::utf8;
 using mg::support::wide;
 
+constexpr char kOpenPort[] = "OpenPort", kStartDocPort[] = "StartDocPort", kWritePort[] = "WritePort";
+constexpr char kLastWrite[] = "LastWrite";
+
 struct Arguments {
   std::string port, printer, document = "document", file, datatype = "RAW";
   unsigned long long pattern = 0;
   DWORD writeSize = 65536;
   DWORD job = 1;
   bool eachWrite = false;
+  std::vector<std::string> holdAfter;
+  DWORD repeat = 1;
+  DWORD reportEvery = 1000;
 };
 
 void addOptions(CLI::App& app, Arguments& arguments) {
@@ -39,6 +48,13 @@ void addOptions(CLI::App& app, Arguments& arguments) {
   app.add_option("--pattern", arguments.pattern, "print this many bytes, the byte at offset n being n * 31 mod 251");
   app.add_option("--file", arguments.file, "print this file");
   app.add_flag("--each-write", arguments.eachWrite, "say every write, not only the last one and failures");
+  app.add_option("--hold-after", arguments.holdAfter, "say so and wait for a line of input after this")
+      ->check(CLI::IsMember({kOpenPort, kStartDocPort, kWritePort, kLastWrite}));
+  app.add_option("--repeat", arguments.repeat, "print so many documents, with numbers behind their names")
+      ->capture_default_str();
+  app.add_option("--report-every", arguments.reportEvery, "with --repeat: hold after so many documents")
+      ->check(CLI::Range(1u, 1u << 30))
+      ->capture_default_str();
 }
 
 mg::support::ReadData patternReader(unsigned long long size) {
@@ -58,15 +74,26 @@ mg::support::ReadData fileReader(std::ifstream& file) {
   };
 }
 
-// Says "StartDocPort ok" or "StartDocPort failed (1722)", and the writes as one line with their count.
+// Waits for whoever started this program, so that he may do what he likes in between.
+void hold(const std::string& after) {
+  std::printf("holding after %s\n", after.c_str());
+  std::fflush(stdout);
+  char line[16];
+  if (std::fgets(line, sizeof line, stdin) == nullptr) throw std::runtime_error("the input ended while holding");
+}
+
+// Says "StartDocPort ok" or "StartDocPort failed (1722)", and the writes as one line with their count; of one document
+// among many only what failed.
 class Teller {
  public:
-  explicit Teller(bool eachWrite) : m_eachWrite(eachWrite) {}
+  explicit Teller(const Arguments& arguments) : m_arguments(arguments) {}
 
   void operator()(const char* call, bool succeeded, DWORD error) {
-    const bool write = std::string(call) == "WritePort";
-    if (write && succeeded && !m_eachWrite) {
+    const bool write = call == std::string(kWritePort);
+    if (succeeded && m_arguments.repeat > 1) return;
+    if (write && succeeded && !m_arguments.eachWrite) {
       ++m_writes;
+      if (m_writes == 1) holdAfter(call);
       return;
     }
     if (m_writes > 0) std::printf("WritePort ok %lu times\n", m_writes);
@@ -77,10 +104,16 @@ class Teller {
       std::printf("%s failed (%lu)\n", call, static_cast<unsigned long>(error));
     }
     std::fflush(stdout);
+    if (succeeded) holdAfter(call);
+  }
+
+  void holdAfter(const std::string& call) const {
+    const auto& calls = m_arguments.holdAfter;
+    if (std::find(calls.begin(), calls.end(), call) != calls.end()) hold(call);
   }
 
  private:
-  bool m_eachWrite;
+  const Arguments& m_arguments;
   unsigned long m_writes = 0;
 };
 
@@ -96,16 +129,7 @@ void addPortToMonitor(const MonitorTable& monitor, std::wstring port) {
   if (status != ERROR_SUCCESS) throw mg::support::SystemFailure("AddPort failed", status);
 }
 
-int run(const Arguments& arguments) {
-  std::ifstream file;
-  mg::support::ReadData read = patternReader(arguments.pattern);
-  if (!arguments.file.empty()) {
-    file.open(std::filesystem::path(wide(arguments.file)), std::ios::binary);
-    if (!file) throw std::runtime_error("\"" + arguments.file + "\" cannot be opened");
-    read = fileReader(file);
-  }
-  const MonitorTable& monitor = mg::support::loadMonitor();
-  addPortToMonitor(monitor, wide(arguments.port));
+mg::support::PortJob jobOf(const Arguments& arguments) {
   mg::support::PortJob job;
   job.port = wide(arguments.port);
   job.printer = wide(arguments.printer);
@@ -113,9 +137,56 @@ int run(const Arguments& arguments) {
   job.document = wide(arguments.document);
   job.datatype = wide(arguments.datatype);
   job.writeSize = arguments.writeSize;
-  const std::string failed = printOnPort(monitor, job, read, Teller(arguments.eachWrite));
+  return job;
+}
+
+int printOnce(const MonitorTable& monitor, const Arguments& arguments) {
+  std::ifstream file;
+  mg::support::ReadData read = patternReader(arguments.pattern);
+  if (!arguments.file.empty()) {
+    file.open(std::filesystem::path(wide(arguments.file)), std::ios::binary);
+    if (!file) throw std::runtime_error("\"" + arguments.file + "\" cannot be opened");
+    read = fileReader(file);
+  }
+  Teller teller(arguments);
+  const mg::support::ReadData readAndHold = [&](BYTE* buffer, DWORD room) {
+    const DWORD count = read(buffer, room);
+    if (count == 0) teller.holdAfter(kLastWrite);
+    return count;
+  };
+  const std::string failed = printOnPort(monitor, jobOf(arguments), readAndHold, std::ref(teller));
   std::printf("%s\n", failed.empty() ? "printed" : ("not printed: " + failed + " failed").c_str());
   return failed.empty() ? 0 : 1;
+}
+
+// Many documents, each in its turn; the median time of those since the last hold is said before each hold.
+int printOften(const MonitorTable& monitor, const Arguments& arguments) {
+  mg::support::PortJob job = jobOf(arguments);
+  std::vector<long long> times;
+  for (DWORD number = 1; number <= arguments.repeat; ++number) {
+    job.job = arguments.job + number - 1;
+    job.document = wide(arguments.document) + L" " + std::to_wstring(number);
+    const auto begin = std::chrono::steady_clock::now();
+    const std::string failed = printOnPort(monitor, job, patternReader(arguments.pattern), Teller(arguments));
+    times.push_back((std::chrono::steady_clock::now() - begin) / std::chrono::microseconds(1));
+    if (!failed.empty()) {
+      std::printf("not printed: %s failed in document %lu\n", failed.c_str(), static_cast<unsigned long>(number));
+      return 1;
+    }
+    if (number % arguments.reportEvery != 0) continue;
+    std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2), times.end());
+    std::printf("%lu documents, median %lld us\n", static_cast<unsigned long>(number), times[times.size() / 2]);
+    times.clear();
+    hold(std::to_string(number));
+  }
+  std::printf("printed\n");
+  return 0;
+}
+
+int run(const Arguments& arguments) {
+  const MonitorTable& monitor = mg::support::loadMonitor();
+  addPortToMonitor(monitor, wide(arguments.port));
+  return arguments.repeat > 1 ? printOften(monitor, arguments) : printOnce(monitor, arguments);
 }
 
 }  // namespace

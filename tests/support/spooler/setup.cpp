@@ -87,6 +87,16 @@ void writeSettings(const ModuleSettings& settings) {
   } else if (settings.keyFile) {
     writeText(kFramework, L"KeyFile", *settings.keyFile);
   }
+  if (!settings.ghostscript) return;
+  constexpr wchar_t kConverter[] = L"SOFTWARE\\Quillfern\\Marrowgate\\Converter";
+  if (settings.ghostscript->empty()) {
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kConverter, L"GhostscriptPath");
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kConverter, L"TimeLimitSeconds");
+  } else {
+    writeText(kConverter, L"GhostscriptPath", *settings.ghostscript);
+    const DWORD seconds = settings.converterSeconds;
+    writeValue(kConverter, L"TimeLimitSeconds", REG_DWORD, &seconds, sizeof seconds);
+  }
 }
 
 void installMonitor(const std::wstring& folder) {

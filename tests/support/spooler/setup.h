@@ -19,6 +19,10 @@ struct ModuleSettings {
   std::wstring logFile;
   // The file with the monitor's key; an empty text takes the value away, none at all leaves it as it is.
   std::optional<std::wstring> keyFile;
+  // The converter's Ghostscript, and the longest time of one conversion; an empty text takes both values away, none at
+  // all leaves them as they are.
+  std::optional<std::wstring> ghostscript;
+  unsigned converterSeconds = 0;
 };
 
 // Each of these may be called again when its work is done already, and throws a SystemFailure.
