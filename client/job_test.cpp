@@ -23,6 +23,8 @@ class JobTest : public ::testing::Test {
     m_output = std::make_unique<JobOutput>(m_folder / "out", 5, 42, *m_reporter);
   }
   void TearDown() override {
+    m_output.reset();
+    m_reporter.reset();
     std::fclose(m_lines);
     fs::remove_all(m_folder);
   }
@@ -43,7 +45,10 @@ class JobTest : public ::testing::Test {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
   }
-  std::string lines() const { return read(m_folder / "lines"); }
+  std::string lines() const {
+    m_reporter->flush();
+    return read(m_folder / "lines");
+  }
   std::size_t fileCount() const {
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_folder / "out"), fs::directory_iterator()));
   }

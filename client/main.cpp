@@ -63,6 +63,7 @@ int programMain(const std::vector<std::string>& arguments) {
   // Jobs that are cut by the end are dropped on their own threads; their temporary files must be gone before we are.
   if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) {
     reporter.line("a job did not end in time; its temporary file goes with the folder's next print client");
+    reporter.flush();
     std::_Exit(exitCode);  // its thread still uses what would be destroyed now
   }
   CS_ProgramMonitor::setDefaultMonitor(nullptr);

@@ -1,5 +1,10 @@
 #include "client/reporter.h"
 
+#include "programs/descriptor_output.h"
+
+#include <memory>
+#include <utility>
+
 #ifdef _WIN32
 #include <io.h>
 #else
@@ -9,11 +14,19 @@
 namespace printclient {
 namespace {
 
+int descriptorOf(std::FILE* file) {
+#ifdef _WIN32
+  return _fileno(file);
+#else
+  return fileno(file);
+#endif
+}
+
 bool isTerminal(std::FILE* file) {
 #ifdef _WIN32
-  return _isatty(_fileno(file)) != 0;
+  return _isatty(descriptorOf(file)) != 0;
 #else
-  return isatty(fileno(file)) != 0;
+  return isatty(descriptorOf(file)) != 0;
 #endif
 }
 
@@ -23,16 +36,16 @@ constexpr char kClearLine[] = "\r\x1b[K";
 
 Reporter::Reporter() : Reporter(stdout, isTerminal(stdout)) {}
 
-void Reporter::clearLocked() {
-  if (m_hasProgress) std::fputs(kClearLine, m_out);
-  m_hasProgress = false;
+Reporter::Reporter(std::FILE* out, bool inPlace)
+    : m_inPlace(inPlace), m_queue(std::make_unique<programs::DescriptorOutput>(descriptorOf(out))) {}
+
+std::string Reporter::clearLocked() {
+  return std::exchange(m_hasProgress, false) ? kClearLine : "";
 }
 
 void Reporter::line(const std::string& text) noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
-  clearLocked();
-  std::fputs((text + "\n").c_str(), m_out);
-  std::fflush(m_out);
+  m_queue.put(clearLocked() + text + "\n");
 } catch (...) {
 }
 
@@ -42,9 +55,7 @@ void Reporter::progress(const std::string& text) noexcept try {
     return;
   }
   const std::lock_guard<std::mutex> guard(m_lock);
-  clearLocked();
-  std::fputs(text.c_str(), m_out);
-  std::fflush(m_out);
+  m_queue.put(clearLocked() + text);
   m_hasProgress = true;
 } catch (...) {
 }

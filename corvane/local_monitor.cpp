@@ -2,12 +2,13 @@
 
 #include "corvane/last_error.h"
 #include "corvane/levels.h"
+#include "corvane/local_time.h"
 #include "corvane/process.h"
 #include "corvane/text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <cwchar>
 #include <new>
 #include <string>
@@ -20,17 +21,11 @@ class NoSink : public LogSink {
   void write(std::string_view) noexcept override {}
 };
 
-// "2026-03-01 12:30:05.123 4711.5 ": local time, process and thread.
+// "2026-03-01 12:30:05.123 +0100 4711.5 ": local time, process and thread.
 std::size_t writeStamp(char* buffer, std::size_t size) {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto milliseconds =
-      static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000);
-  const std::tm parts = localTime(seconds);
-  const int written =
-      std::snprintf(buffer, size, "%04d-%02d-%02d %02d:%02d:%02d.%03d %lu.%lu ", parts.tm_year + 1900, parts.tm_mon + 1,
-                    parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, milliseconds, processId(), threadId());
-  return written > 0 ? std::min(static_cast<std::size_t>(written), size - 1) : 0;
+  const std::size_t used = writeLocalTime(buffer, size, std::chrono::system_clock::now());
+  const int written = std::snprintf(buffer + used, size - used, " %lu.%lu ", processId(), threadId());
+  return used + (written > 0 ? std::min(static_cast<std::size_t>(written), size - used - 1) : 0);
 }
 
 // One line of a log: control characters would end it or hide what follows.

@@ -20,13 +20,17 @@ sigset_t stopSignals() {
   return set;
 }
 
-void waitForSignals(const std::function<void()>& handler) {
+void waitForSignals(const std::function<void()>& handler, const std::function<void()>& onHangup) {
   const sigset_t set = stopSignals();
   bool called = false;
   while (true) {
     int number = 0;
     if (sigwait(&set, &number) != 0) return;
     if (g_ending) return;
+    if (number == SIGHUP && onHangup) {
+      onHangup();
+      continue;
+    }
     if (called) std::_Exit(128 + number);
     called = true;
     handler();
@@ -37,11 +41,12 @@ void waitForSignals(const std::function<void()>& handler) {
 
 // The signals are blocked in every thread of the program and taken by one that does nothing else, so that a handler
 // may do what it likes.
-StopRequest::StopRequest(std::function<void()> handler) {
+StopRequest::StopRequest(std::function<void()> handler, std::function<void()> onHangup) {
   const sigset_t set = stopSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   g_ending = false;
-  g_waiter = std::thread([handler = std::move(handler)] { waitForSignals(handler); });
+  g_waiter = std::thread(
+      [handler = std::move(handler), onHangup = std::move(onHangup)] { waitForSignals(handler, onHangup); });
 }
 
 StopRequest::~StopRequest() {

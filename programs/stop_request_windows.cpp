@@ -28,7 +28,7 @@ BOOL WINAPI onConsole(DWORD event) {
 
 }  // namespace
 
-StopRequest::StopRequest(std::function<void()> handler) {
+StopRequest::StopRequest(std::function<void()> handler, std::function<void()>) {
   g_ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   g_handler = std::move(handler);
   SetConsoleCtrlHandler(onConsole, TRUE);

@@ -188,7 +188,7 @@ TEST_F(AdministrationServerTest, GivesTheLatestLinesThatTellOfAFailure) {
   EXPECT_THAT(records(1), ElementsAre(EndsWith(" second")));
   EXPECT_THAT(records(0), SizeIs(0));
   EXPECT_THAT(records(-1), SizeIs(0));
-  EXPECT_THAT(records(10)[0], MatchesRegex("....-..-.. ..:..:...... first"));
+  EXPECT_THAT(records(10)[0], MatchesRegex("....-..-.. ..:..:...... ..... first"));
 }
 
 TEST_F(AdministrationServerTest, GivesNoticesAfterANumberWithTheirValues) {

@@ -17,8 +17,9 @@ void ConnectionList::serve(corvane::Socket socket) {
   std::unique_lock<std::mutex> guard(m_lock);
   if (m_sessions.size() >= m_limit) {
     guard.unlock();
-    m_log->failure("connection from " + peer + " refused: there are " + std::to_string(m_limit) +
-                   " connections, which is the limit; end some, or start aps with a higher --max-connections");
+    m_log->refusal("the limit of connections",
+                   "connection from " + peer + " refused: there are " + std::to_string(m_limit) +
+                       " connections, which is the limit; end some, or start aps with a higher --max-connections");
     return;
   }
   const Position position = m_sessions.emplace(m_sessions.end());
@@ -29,8 +30,8 @@ void ConnectionList::serve(corvane::Socket socket) {
   } catch (const std::system_error& failure) {
     m_sessions.erase(position);
     guard.unlock();
-    m_log->failure("connection from " + peer + " refused: no thread for it: " + failure.what() +
-                   "; end some connections or programs of this machine");
+    m_log->refusal("threads", "connection from " + peer + " refused: no thread for it: " + failure.what() +
+                                  "; end some connections or programs of this machine");
   }
 }
 
@@ -41,12 +42,13 @@ void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
       serveOne(position, std::move(socket));
     } catch (const CS_Exception& failure) {
       const bool isAboutKeys = failure.number() == corvane::kNotProven;
-      m_log->failure("connection from " + peer + " refused: " + programs::describe(failure) +
-                     (isAboutKeys ? "; a program of this system needs the key that stands in the folder of --keys"
-                                  : "; the program that made it is none of this system, or of another version"));
+      m_log->refusal("greetings",
+                     "connection from " + peer + " refused: " + programs::describe(failure) +
+                         (isAboutKeys ? "; a program of this system needs the key that stands in the folder of --keys"
+                                      : "; the program that made it is none of this system, or of another version"));
     }
   } catch (...) {
-    m_log->failure("a connection ended: out of memory");
+    m_log->refusal("memory", "a connection ended: out of memory");
   }
   CS_RCPtr<CS_Connection> connection;  // given back after the lock
   const std::lock_guard<std::mutex> guard(m_lock);
@@ -81,7 +83,7 @@ void ConnectionList::serveOne(Position position, corvane::Socket socket) {
                                                  : ", process " + programs::oneLine(process->second) + ",") +
       " ended: " + programs::oneLine(reason);
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_closing ? m_log->line(line) : m_log->failure(line);
+  m_closing ? m_log->line(line) : m_log->refusal("ends of connections", line);
 }
 
 void ConnectionList::guard(CS_Connection& connection) {
@@ -89,7 +91,8 @@ void ConnectionList::guard(CS_Connection& connection) {
   const std::string who = "connection from " + connection.peerName() + ", " + programs::oneLine(peer.name());
   connection.setAdmission([log = m_log, peer, who](const std::wstring& className) {
     std::wstring refusal = accessRefusal(peer, className);
-    if (!refusal.empty()) log->failure(who + ": refused: " + programs::oneLine(refusal));
+    if (!refusal.empty())
+      log->refusal("classes for " + programs::oneLine(peer.name()), who + ": refused: " + programs::oneLine(refusal));
     return refusal;
   });
 }

@@ -61,6 +61,7 @@ class LauncherTest : public ::testing::Test {
 
   void expectRefused(Launcher& launcher, const Launch& launch, const std::string& cause) const {
     EXPECT_FALSE(launcher.launch(launch));
+    EXPECT_TRUE(m_log->flush(std::chrono::minutes(1)));
     EXPECT_THAT(content("log"), HasSubstr(" was not started: " + cause + "\n"));
   }
 
@@ -172,16 +173,19 @@ TEST_F(LauncherTest, HandsNoBlockedAndNoIgnoredSignalsOver) {
   sigaddset(&set, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &set, &before);
   const auto pipeBefore = std::signal(SIGPIPE, SIG_IGN);
+  const auto sizeBefore = std::signal(SIGXFSZ, SIG_IGN);
   Launcher launcher(settings, m_log);
   EXPECT_TRUE(launcher.launch(notepad()));
   waitForLog(", ended with 0\n");
   std::signal(SIGPIPE, pipeBefore);
+  std::signal(SIGXFSZ, sizeBefore);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   const std::string signals = content("signals");
   EXPECT_THAT(signals, HasSubstr("SigBlk:\t0000000000000000\n"));
   const std::string ignoring = "SigIgn:\t";
   const auto ignored = std::stoull(signals.substr(signals.find(ignoring) + ignoring.size()), nullptr, 16);
   EXPECT_EQ(ignored >> (SIGPIPE - 1) & 1, 0u) << signals;
+  EXPECT_EQ(ignored >> (SIGXFSZ - 1) & 1, 0u) << signals;
 }
 
 TEST_F(LauncherTest, LeavesRunningProgramsAloneAtItsEndAndStartsNoneAfterwards) {

@@ -1,87 +1,164 @@
 #include "server/log.h"
 
-#include "programs/paths.h"
+#include "corvane/local_time.h"
+#include "programs/descriptor_output.h"
 
 #include <chrono>
-#include <ctime>
 #include <stdexcept>
-#include <system_error>
 
 namespace aps {
 namespace {
 
-std::string timeNow() {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto milliseconds =
-      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  std::tm parts = {};
-#ifdef _WIN32
-  localtime_s(&parts, &seconds);
-#else
-  localtime_r(&seconds, &parts);
-#endif
-  char text[40];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-  std::snprintf(text + length, sizeof text - length, ".%03d ", static_cast<int>(milliseconds));
-  return text;
+std::string timed(const std::string& text) {
+  char now[64];
+  const std::size_t length = corvane::writeLocalTime(now, sizeof now, std::chrono::system_clock::now());
+  return std::string(now, length) + " " + text;
 }
 
 }  // namespace
 
-Log::Log(const std::filesystem::path& file, std::uint64_t limitBytes) : m_path(file), m_limit(limitBytes) {
-  if (m_path.empty()) return;
-  if (!openLocked()) {
-    throw std::runtime_error("the log file " + programs::fromPath(m_path) +
-                             " cannot be opened: " + std::generic_category().message(errno));
+// Counted like what peers cause: a disk that is full now and then could otherwise push everything else out.
+void Log::Shared::note(const std::string& text) {
+  if (!repeats.take("the log", {text, true}, Repeats::Clock::now())) return;
+  failures.add(timed(text), RecentLines::Shelf::kRefusals);
+}
+
+// What both kinds of output have in common. The thread of the queue keeps it, and with it what it shares with the log.
+class Log::Output : public programs::LineOutput {
+ public:
+  explicit Output(std::shared_ptr<Shared> shared) : m_shared(std::move(shared)) {}
+
+  std::string write(const std::string& text) override {
+    std::string why = bringOut(text);
+    if (!why.empty() && !m_isFailing)
+      m_shared->note("the log cannot be written: " + why + "; its lines are lost until it can");
+    m_isFailing = !why.empty();
+    return why;
   }
+
+  std::string writeLost(std::uint64_t count, const std::string& why) override {
+    const std::string lost = std::to_string(count) + (count == 1 ? " line is" : " lines are") + " missing here: " + why;
+    std::string still = write(timed(lost) + "\n");
+    if (still.empty()) m_shared->note("in the log " + lost);
+    return still;
+  }
+
+  Clock::time_point dueAt() override { return m_shared->repeats.dueAt(); }
+  std::vector<std::string> takeDue() override {
+    std::vector<std::string> lines;
+    for (const Repeats::Line& line : m_shared->repeats.due(Clock::now())) {
+      lines.push_back(timed(line.text));
+      if (line.isFailure) m_shared->failures.add(lines.back(), RecentLines::Shelf::kRefusals);
+      lines.back() += "\n";
+    }
+    return lines;
+  }
+
+ protected:
+  virtual std::string bringOut(const std::string& text) = 0;
+
+  const std::shared_ptr<Shared> m_shared;
+
+ private:
+  bool m_isFailing = false;
+};
+
+class Log::FileOutput : public Log::Output {
+ public:
+  FileOutput(std::shared_ptr<Shared> shared, const std::filesystem::path& path, std::uint64_t limitBytes)
+      : Output(std::move(shared)), m_file(path, limitBytes) {}
+
+  LogFile& file() { return m_file; }
+
+ protected:
+  std::string bringOut(const std::string& text) override {
+    std::string why = m_file.write(text);
+    if (const std::string trouble = m_file.takeReopenFailure(); !trouble.empty()) m_shared->note(trouble);
+    return why;
+  }
+
+ private:
+  LogFile m_file;
+};
+
+class Log::ErrorOutput : public Log::Output {
+ public:
+  using Output::Output;
+
+ protected:
+  std::string bringOut(const std::string& text) override { return m_output.write(text); }
+
+ private:
+  programs::DescriptorOutput m_output{programs::kStandardError};
+};
+
+Log::Log(const std::filesystem::path& file, std::uint64_t limitBytes) {
+  std::unique_ptr<programs::LineOutput> output;
+  if (file.empty()) {
+    output = std::make_unique<ErrorOutput>(m_shared);
+  } else {
+    auto toFile = std::make_unique<FileOutput>(m_shared, file, limitBytes);
+    m_file = &toFile->file();
+    if (const std::string failure = m_file->open(); !failure.empty()) throw std::runtime_error(failure);
+    output = std::move(toFile);
+  }
+  m_queue = std::make_unique<programs::LineQueue>(std::move(output));
 }
 
 Log::~Log() {
-  if (m_file != nullptr) std::fclose(m_file);
+  finish();
 }
 
-bool Log::openLocked() {
-#ifdef _WIN32
-  m_file = _wfopen(m_path.c_str(), L"ab");
-#else
-  m_file = std::fopen(m_path.c_str(), "ab");
-#endif
-  if (m_file == nullptr) return false;
-  std::error_code ignored;
-  const auto size = std::filesystem::file_size(m_path, ignored);
-  m_size = ignored ? 0 : size;
-  return true;
+void Log::finish() noexcept {
+  try {
+    for (const Repeats::Line& line : m_shared->repeats.all(Repeats::Clock::now()))
+      put(timed(line.text));
+  } catch (...) {  // no memory for it
+  }
+  flush();
 }
 
-void Log::rotateLocked() {
-  std::fclose(m_file);
-  m_file = nullptr;
-  std::filesystem::path old = m_path;
-  old += ".1";
-  std::error_code ignored;
-  std::filesystem::rename(m_path, old, ignored);
-  openLocked();
-}
-
-void Log::line(const std::string& text) noexcept try { write(timeNow() + text + "\n"); } catch (...) {
-}
-
-void Log::failure(const std::string& text) noexcept try {
-  const std::string timed = timeNow() + text;
-  m_failures.add(timed);
-  write(timed + "\n");
+void Log::put(const std::string& timedText) noexcept try {
+  const bool isTaken = m_queue->put(timedText + "\n");
+  if (!isTaken && !m_isStuck.exchange(true)) {
+    m_shared->note("the log stands still, so its lines are lost: nobody reads it, or its disk is stuck");
+  }
+  if (isTaken) m_isStuck = false;
 } catch (...) {
 }
 
-void Log::write(const std::string& whole) {
-  const std::lock_guard<std::mutex> guard(m_lock);
-  if (m_file != nullptr && m_size > 0 && m_size + whole.size() > m_limit) rotateLocked();
-  std::FILE* target = m_path.empty() ? stderr : m_file;
-  if (target == nullptr) return;
-  std::fwrite(whole.data(), 1, whole.size(), target);
-  std::fflush(target);
-  m_size += whole.size();
+void Log::line(const std::string& text) noexcept try { put(timed(text)); } catch (...) {
+}
+
+void Log::failure(const std::string& text) noexcept try {
+  const std::string whole = timed(text);
+  m_shared->failures.add(whole);
+  put(whole);
+} catch (...) {
+}
+
+void Log::counted(const std::string& kind, const Repeats::Line& line) noexcept try {
+  if (!m_shared->repeats.take(kind, line, Repeats::Clock::now())) return;
+  const std::string whole = timed(line.text);
+  if (line.isFailure) m_shared->failures.add(whole, RecentLines::Shelf::kRefusals);
+  put(whole);
+} catch (...) {
+}
+
+void Log::refusal(const std::string& kind, const std::string& text) noexcept try {
+  counted(kind, {text, true});
+} catch (...) {
+}
+
+void Log::repeatable(const std::string& kind, const std::string& text) noexcept try {
+  counted(kind, {text, false});
+} catch (...) {
+}
+
+void Log::reopen() noexcept {
+  if (m_file == nullptr) return;
+  m_file->reopen();
+  line("the log was opened anew");
 }
 
 }  // namespace aps

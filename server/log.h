@@ -1,20 +1,24 @@
 #pragma once
 
+#include "programs/line_queue.h"
+#include "server/log_file.h"
 #include "server/recent_lines.h"
+#include "server/repeats.h"
 
+#include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
-#include <mutex>
+#include <memory>
 #include <string>
 
 namespace aps {
 
-// The log of the application server: one line per event, UTF-8, with local time in front. A line is in the file when
-// line() returns. Past the limit the file is renamed to "<name>.1", replacing an older one, and a new file is begun.
+// The log of the application server: one line per event, UTF-8, with local time in front. It is a file (log_file.h) or
+// the standard error output.
 //
-// Any thread may write. Writing never throws: a line that cannot be written is given up, so that a full disk does not
-// stop jobs.
+// Any thread may write, and none ever waits for it: a thread of the log's own brings the lines out (line_queue.h). What
+// a full disk, a full pipe or a stopped terminal does not take is lost; how many lines that were stands in the log at
+// their place once it takes lines again, and among the failures at once.
 class Log {
  public:
   static constexpr std::uint64_t kLimitBytes = 8 * 1024 * 1024;
@@ -28,22 +32,47 @@ class Log {
 
   // The text is one line without its end.
   void line(const std::string& text) noexcept;
-  // Such a line that tells of a failure: of a job that did not arrive, or of something refused.
+  // Such a line that tells of a failure: of a job that did not arrive, or of the server itself.
   void failure(const std::string& text) noexcept;
+  // Such a line about what a peer brought about and can bring about again at once: something refused, or a print client
+  // that comes and goes. What repeats itself becomes one counted line (repeats.h). The kind says what is counted
+  // together: a few words of ours and, where the peer has proven it, who it is.
+  void refusal(const std::string& kind, const std::string& text) noexcept;
+  void repeatable(const std::string& kind, const std::string& text) noexcept;
+
   // The latest lines that told of a failure, with their times.
-  const RecentLines& failures() const { return m_failures; }
+  const RecentLines& failures() const { return m_shared->failures; }
+
+  // The file was renamed: what follows goes to a new one of its name. Without a file nothing happens.
+  void reopen() noexcept;
+  bool isFile() const { return m_file != nullptr; }
+  // At the end of the program, which may keep this object: tells what was only counted, and waits for a moment until
+  // everything is written.
+  void finish() noexcept;
+  // Waits until everything that was said before is written or lost; false when that takes longer.
+  bool flush(std::chrono::milliseconds time = programs::LineQueue::kFarewell) noexcept { return m_queue->flush(time); }
 
  private:
-  void write(const std::string& whole);
-  bool openLocked();
-  void rotateLocked();
+  class Output;
+  class FileOutput;
+  class ErrorOutput;
 
-  const std::filesystem::path m_path;
-  const std::uint64_t m_limit;
-  RecentLines m_failures;
-  std::mutex m_lock;  // guards what follows
-  std::FILE* m_file = nullptr;
-  std::uint64_t m_size = 0;
+  // What the log shares with the thread that brings its lines out.
+  struct Shared {
+    // Keeps a failure of the log itself for whoever asks for failures.
+    void note(const std::string& text);
+
+    RecentLines failures;
+    Repeats repeats;
+  };
+
+  void put(const std::string& timed) noexcept;
+  void counted(const std::string& kind, const Repeats::Line& line) noexcept;
+
+  const std::shared_ptr<Shared> m_shared = std::make_shared<Shared>();
+  LogFile* m_file = nullptr;  // belongs to the queue; null for the standard error output
+  std::atomic<bool> m_isStuck{false};
+  std::unique_ptr<programs::LineQueue> m_queue;
 };
 
 }  // namespace aps

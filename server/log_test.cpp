@@ -1,13 +1,24 @@
 #include "server/log.h"
 
+#include <algorithm>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace aps {
 namespace {
 
+using ::testing::ContainsRegex;
 namespace fs = std::filesystem;
+constexpr std::chrono::minutes kLong{1};
 
 class LogTest : public ::testing::Test {
  protected:
@@ -19,14 +30,14 @@ class LogTest : public ::testing::Test {
   void TearDown() override { removeFiles(); }
 
   void removeFiles() const {
-    fs::remove(m_file);
-    fs::remove(old());
+    fs::remove_all(m_file);
+    fs::remove_all(old());
   }
   fs::path old() const {
     fs::path path = m_file;
     return path += ".1";
   }
-  static std::string read(const fs::path& path) {
+  static std::string content(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
   }
@@ -34,13 +45,21 @@ class LogTest : public ::testing::Test {
   fs::path m_file;
 };
 
-TEST_F(LogTest, WritesOneLineWithTheTimeInFront) {
-  Log(m_file).line("aps starts");
-  std::string text = read(m_file);
+// Digits as "9" and the sign of the time zone as "+".
+std::string pattern(std::string text) {
   for (char& c : text) {
     if (c >= '0' && c <= '9') c = '9';
   }
-  EXPECT_EQ(text, "9999-99-99 99:99:99.999 aps starts\n");
+  const std::size_t zone = text.find(" -9999");
+  if (zone != std::string::npos) text[zone + 1] = '+';
+  return text;
+}
+
+constexpr std::size_t kStamp = 29;  // characters of a time
+
+TEST_F(LogTest, WritesOneLineWithTheTimeInFront) {
+  Log(m_file).line("aps starts");
+  EXPECT_EQ(pattern(content(m_file)), "9999-99-99 99:99:99.999 +9999 aps starts\n");
 }
 
 TEST_F(LogTest, KeepsTheLinesOfFailuresAsTheyStandInTheFile) {
@@ -49,25 +68,47 @@ TEST_F(LogTest, KeepsTheLinesOfFailuresAsTheyStandInTheFile) {
   log.failure("job refused");
   const auto kept = log.failures().latest(10);
   ASSERT_EQ(kept.size(), 1u);
-  EXPECT_EQ(kept[0].substr(23), " job refused");
-  EXPECT_NE(read(m_file).find("\n" + kept[0] + "\n"), std::string::npos);
+  EXPECT_EQ(kept[0].substr(kStamp), " job refused");
+  ASSERT_TRUE(log.flush(kLong));
+  EXPECT_NE(content(m_file).find("\n" + kept[0] + "\n"), std::string::npos);
+}
+
+TEST_F(LogTest, CountsWhatAPeerRepeatsAndKeepsRoomForTheHistoryOfJobs) {
+  {
+    Log log(m_file);
+    log.failure("a job failed");
+    for (int i = 1; i <= 50000; ++i)
+      log.refusal("connections", "refused " + std::to_string(i));
+    for (int i = 1; i <= 102; ++i)
+      log.repeatable("session 5", "comes " + std::to_string(i));
+    const auto kept = log.failures().latest(100);
+    ASSERT_EQ(kept.size(), 11u);
+    EXPECT_EQ(kept[0].substr(kStamp), " a job failed");
+    EXPECT_EQ(kept[10].substr(kStamp), " refused 10");
+  }
+  const std::string text = content(m_file);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 10 + 100 + 2);
+  EXPECT_THAT(text, ContainsRegex(" 49990 more of these within .* s, the latest: refused 50000\n"));
+  EXPECT_THAT(text, ContainsRegex(" 2 more of these within .* s, the latest: comes 102\n"));
 }
 
 TEST_F(LogTest, AppendsToWhatIsThere) {
   Log(m_file).line("first");
   Log(m_file).line("second");
-  const std::string text = read(m_file);
+  const std::string text = content(m_file);
   EXPECT_NE(text.find("first\n"), std::string::npos);
   EXPECT_NE(text.find("second\n"), std::string::npos);
 }
 
 TEST_F(LogTest, KeepsOneOlderFileWhenItReachesItsLimit) {
-  Log log(m_file, 100);
-  for (const char* text : {"one 5678901234567890", "two 5678901234567890", "three 78901234567890"})
-    log.line(text);
-  EXPECT_EQ(read(old()).find("three"), std::string::npos);
-  EXPECT_NE(read(old()).find("two"), std::string::npos);
-  EXPECT_NE(read(m_file).find("three"), std::string::npos);
+  {
+    Log log(m_file, 120);
+    for (const char* text : {"one 5678901234567890", "two 5678901234567890", "three 78901234567890"})
+      log.line(text);
+  }
+  EXPECT_EQ(content(old()).find("three"), std::string::npos);
+  EXPECT_NE(content(old()).find("two"), std::string::npos);
+  EXPECT_NE(content(m_file).find("three"), std::string::npos);
 }
 
 TEST_F(LogTest, SaysWhyItCannotBeOpened) {
@@ -78,6 +119,104 @@ TEST_F(LogTest, SaysWhyItCannotBeOpened) {
     EXPECT_NE(std::string(failure.what()).find("cannot be opened: No such file"), std::string::npos) << failure.what();
   }
 }
+
+TEST_F(LogTest, GoesOnInANewFileWhenItsFileWasRenamed) {
+  Log log(m_file);
+  log.line("before");
+  ASSERT_TRUE(log.flush(kLong));
+  fs::rename(m_file, old());
+  log.line("meanwhile");
+  ASSERT_TRUE(log.flush(kLong));
+  log.reopen();
+  log.line("after");
+  ASSERT_TRUE(log.flush(kLong));
+  EXPECT_NE(content(old()).find(" meanwhile\n"), std::string::npos);
+  EXPECT_EQ(pattern(content(m_file)),
+            "9999-99-99 99:99:99.999 +9999 the log was opened anew\n"
+            "9999-99-99 99:99:99.999 +9999 after\n");
+}
+
+#ifndef _WIN32
+TEST_F(LogTest, ADiskWithoutSpaceIsAFailureToReadOfAndTheLinesAreCountedOnceThereIsSome) {
+  fs::create_symlink("/dev/full", m_file);
+  Log log(m_file);
+  for (int i = 0; i < 3; ++i)
+    log.line("lost");
+  ASSERT_TRUE(log.flush(kLong));
+  auto kept = log.failures().latest(10);
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].substr(kStamp),
+            " the log cannot be written: No space left on device; its lines are lost until it can");
+  fs::remove(m_file);
+  log.reopen();
+  ASSERT_TRUE(log.flush(kLong));
+  EXPECT_EQ(pattern(content(m_file)),
+            "9999-99-99 99:99:99.999 +9999 9 lines are missing here: No space left on device\n"
+            "9999-99-99 99:99:99.999 +9999 the log was opened anew\n");
+  kept = log.failures().latest(10);
+  ASSERT_EQ(kept.size(), 2u);
+  EXPECT_EQ(kept[1].substr(kStamp), " in the log 3 lines are missing here: No space left on device");
+}
+
+TEST_F(LogTest, AFileThatCannotBeOpenedAnewIsWrittenOn) {
+  Log log(m_file);
+  log.line("before");
+  ASSERT_TRUE(log.flush(kLong));
+  fs::rename(m_file, old());
+  fs::create_directory(m_file);
+  log.reopen();
+  log.line("after");
+  ASSERT_TRUE(log.flush(kLong));
+  EXPECT_NE(content(old()).find(" after\n"), std::string::npos);
+  const auto kept = log.failures().latest(10);
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].substr(kStamp),
+            " the log file " + m_file.string() +
+                " cannot be opened: Is a directory; the file that was open before is written on");
+}
+
+// Reads lines until there are so many, those that are said to be missing included; gives how many there were.
+int readLines(int pipe, int wanted) {
+  int lines = 0;
+  std::string rest;
+  pollfd news{pipe, POLLIN, 0};
+  while (lines < wanted && poll(&news, 1, 60000) == 1) {
+    char buffer[65536];
+    const ssize_t got = read(pipe, buffer, sizeof buffer);
+    if (got <= 0) break;
+    rest.append(buffer, static_cast<std::size_t>(got));
+    for (std::size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n')) {
+      const bool isMissing = rest.find(" missing here: they came faster than they were taken\n") < end;
+      lines += isMissing ? std::stoi(rest.substr(kStamp + 1)) : 1;
+      rest.erase(0, end + 1);
+    }
+  }
+  return lines;
+}
+
+TEST_F(LogTest, APipeThatNobodyReadsHoldsUpNobodyAndIsAFailureToReadOf) {
+  ASSERT_EQ(mkfifo(m_file.c_str(), 0600), 0);
+  const int reader = open(m_file.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  {
+    Log log(m_file);
+    const std::string longLine(1000, 'x');
+    for (int i = 0; i < 5000; ++i)
+      log.line(longLine);
+    const auto kept = log.failures().latest(10);
+    ASSERT_GE(kept.size(), 1u);
+    EXPECT_EQ(kept[0].substr(kStamp),
+              " the log stands still, so its lines are lost: nobody reads it, or its disk is stuck");
+    EXPECT_EQ(readLines(reader, 5000), 5000);
+  }
+  close(reader);
+}
+
+TEST_F(LogTest, APipeWithoutAReaderIsRefusedAtOnce) {
+  ASSERT_EQ(mkfifo(m_file.c_str(), 0600), 0);
+  EXPECT_THROW(Log{m_file}, std::runtime_error);
+}
+#endif
 
 }  // namespace
 }  // namespace aps

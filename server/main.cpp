@@ -4,7 +4,9 @@
 #include "corvane/exception.h"
 #include "corvane/key.h"
 #include "corvane/socket.h"
+#include "programs/descriptor_output.h"
 #include "programs/failure.h"
+#include "programs/line_queue.h"
 #include "programs/one_line.h"
 #include "programs/paths.h"
 #include "programs/stop_request.h"
@@ -15,6 +17,7 @@
 #include "server/session_keeper.h"
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -67,6 +70,7 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
   }
+  programs::LineQueue said(std::make_unique<programs::DescriptorOutput>(programs::kStandardOutput));
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);
@@ -74,7 +78,9 @@ int programMain(const std::vector<std::string>& arguments) {
 
   const auto listener = listenOn(options.listen);
   if (!listener) return 1;
-  const programs::StopRequest stop([&listener] { listener->stop(); });
+  std::function<void()> onHangup;
+  if (log->isFile()) onHangup = [&log] { log->reopen(); };
+  const programs::StopRequest stop([&listener] { listener->stop(); }, onHangup);
   std::unique_ptr<aps::SessionKeeper> keeper;
   if (!options.state.empty()) {
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
@@ -84,8 +90,7 @@ int programMain(const std::vector<std::string>& arguments) {
   log->line(keys ? "peers must prove that they have their key in " + options.keys
                  : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
                    "start aps with --keys to change that");
-  std::printf("aps listens on %s\n", listener->address().c_str());
-  std::fflush(stdout);
+  said.put("aps listens on " + listener->address() + "\n");
 
   while (auto socket = listener->accept())
     connections.serve(std::move(*socket));
@@ -95,6 +100,7 @@ int programMain(const std::vector<std::string>& arguments) {
   connections.endAll();
   application->launcher.endAll();
   log->line("aps stops");
+  log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
   return 0;
 }

@@ -71,9 +71,10 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   notice.line = request.readUTF();
   const int count = request.readInt();
   if (count < 0 || count > CS_Notice::kMaxValues) {
-    m_application->log->failure(m_process + ": a notice was refused: it has " + std::to_string(count) +
-                                " values, the limit is " + std::to_string(CS_Notice::kMaxValues) +
-                                "; the sender is not of this version: " + programs::oneLine(notice.line));
+    m_application->log->refusal(
+        "notices", m_process + ": a notice was refused: it has " + std::to_string(count) + " values, the limit is " +
+                       std::to_string(CS_Notice::kMaxValues) +
+                       "; the sender is not of this version: " + programs::oneLine(notice.line));
     return;
   }
   for (int i = 0; i < count; ++i) {

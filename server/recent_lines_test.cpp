@@ -38,5 +38,35 @@ TEST(RecentLines, CutALongLineAndStayWithinTheirBytes) {
   EXPECT_EQ(kept.front(), std::string(RecentLines::kLineBytes, 'x'));
 }
 
+TEST(RecentLines, RefusalsTakeNoRoomFromTheHistory) {
+  RecentLines lines;
+  lines.add("a job");
+  for (int i = 0; i < 100000; ++i)
+    lines.add(std::to_string(i), RecentLines::Shelf::kRefusals);
+  lines.add("another job");
+  const auto kept = lines.latest(1000);
+  ASSERT_THAT(kept, SizeIs(RecentLines::kLines + 2));
+  EXPECT_EQ(kept.front(), "a job");
+  EXPECT_EQ(kept[1], "99750");
+  EXPECT_EQ(kept.back(), "another job");
+}
+
+TEST(RecentLines, OfFewPlacesTheHistoryHasHalfAndEachWhatTheOtherLeavesFree) {
+  constexpr auto kRefusals = RecentLines::Shelf::kRefusals;
+  RecentLines lines;
+  for (const char* line : {"a", "b"})
+    lines.add(line);
+  for (const char* line : {"x", "y", "z"})
+    lines.add(line, kRefusals);
+  EXPECT_THAT(lines.latest(1), ElementsAre("b"));
+  EXPECT_THAT(lines.latest(2), ElementsAre("b", "z"));
+  EXPECT_THAT(lines.latest(3), ElementsAre("a", "b", "z"));
+  EXPECT_THAT(lines.latest(4), ElementsAre("a", "b", "y", "z"));
+  lines.add("c");
+  lines.add("d");
+  EXPECT_THAT(lines.latest(4), ElementsAre("y", "z", "c", "d"));
+  EXPECT_THAT(lines.latest(6), ElementsAre("b", "x", "y", "z", "c", "d"));
+}
+
 }  // namespace
 }  // namespace aps

@@ -49,8 +49,9 @@ void SessionHost::leave() noexcept try {
   m_released = true;
   if (m_session == 0) return;
   if (m_application->sessions.leave(m_session, m_client)) {
-    m_application->log->line("session " + std::to_string(m_session) +
-                             ": the print client has gone; its printers stay known until it comes back");
+    const std::string name = "session " + std::to_string(m_session);
+    m_application->log->repeatable(name,
+                                   name + ": the print client has gone; its printers stay known until it comes back");
   }
   m_session = 0;
 } catch (...) {
@@ -97,21 +98,23 @@ void SessionHost::bringPrinters(CS_InRequest& request) {
     }
   }
 
-  const std::string name = "session " + std::to_string(session) + ": ";
+  const std::string name = "session " + std::to_string(session);
   request.reply().writeBoolean(admission.accepted());
   if (admission.accepted()) {
     if (admission.forgotten) {
-      m_application->log->failure("session " + std::to_string(*admission.forgotten) +
-                                  " and its printers were forgotten to make room for session " +
-                                  std::to_string(session) +
-                                  "; they are known again when its print client comes back; aps remembers more with a "
-                                  "higher --max-sessions");
+      m_application->log->refusal(
+          "forgotten sessions",
+          "session " + std::to_string(*admission.forgotten) +
+              " and its printers were forgotten to make room for session " + std::to_string(session) +
+              "; they are known again when its print client comes back; aps remembers more with a "
+              "higher --max-sessions");
     }
-    m_application->log->line(name + "a print client brings " + quotedList(admission.localNames));
+    m_application->log->repeatable(name, name + ": a print client brings " + quotedList(admission.localNames));
     for (const std::wstring& local : admission.localNames)
       request.reply().writeText(local.c_str());
   } else {
-    m_application->log->failure(name + "a print client was refused: " + programs::oneLine(admission.refusal));
+    m_application->log->refusal("registrations",
+                                name + ": a print client was refused: " + programs::oneLine(admission.refusal));
     request.reply().writeText(admission.refusal.c_str());
   }
   request.sendReply();

@@ -49,7 +49,8 @@ class SpawnSettings {
     sigset_t signals;
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&m_attributes, &signals);
-    sigaddset(&signals, SIGPIPE);
+    for (const int ignored : {SIGPIPE, SIGXFSZ})
+      sigaddset(&signals, ignored);
     posix_spawnattr_setsigdefault(&m_attributes, &signals);
     // A terminal's Ctrl-C for this server is not meant for the user's programs.
     posix_spawnattr_setflags(&m_attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |

@@ -67,10 +67,10 @@ class LocalLog {
     LocalLog& m_log;
   };
 
-  // Date, time, process and thread.
+  // Date, time, its offset, process and thread.
   static std::string withoutStamp(const std::string& line) {
     std::size_t at = 0;
-    for (int blank = 0; blank < 3; ++blank)
+    for (int blank = 0; blank < 4; ++blank)
       at = line.find(' ', at) + 1;
     return line.substr(at);
   }

@@ -1,0 +1,201 @@
+#include "programs/line_queue.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <utility>
+
+#ifndef _WIN32
+#include <pthread.h>
+#include <signal.h>
+#endif
+
+namespace programs {
+namespace {
+
+// Signals are for the threads that wait for them; a thread that is made while this lives takes none.
+class SignalsBlocked {
+ public:
+#ifdef _WIN32
+  SignalsBlocked() = default;
+  ~SignalsBlocked() {}
+#else
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &m_before);
+  }
+  ~SignalsBlocked() {
+    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+  }
+#endif
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+#ifndef _WIN32
+ private:
+  sigset_t m_before;
+#endif
+};
+
+constexpr char kTooFast[] = "they came faster than they were taken";
+
+struct Line {
+  std::string text;
+  std::uint64_t lostBehind = 0;  // lines that found no place behind this one
+};
+
+}  // namespace
+
+// What the queue and its thread share, and the thread keeps when it outlives the queue.
+struct LineQueue::State {
+  State(std::unique_ptr<LineOutput> to, std::size_t most) : output(std::move(to)), limit(most) {}
+
+  void run() noexcept;
+  // The next line, after waiting for it; false at the end. Writes what is due meanwhile.
+  bool next(Line& line) noexcept;
+  void write(const std::string& text) noexcept;
+  void writeDue() noexcept;
+  void sayLost();
+  // The line is written or lost. Tells at once of lines that found no place behind it, when none waits any more.
+  void settle(const Line& line) noexcept;
+
+  const std::unique_ptr<LineOutput> output;  // the thread's
+  const std::size_t limit;
+  std::uint64_t lost = 0;  // the thread's: not told of yet
+  std::string why;         // the thread's: of the latest loss
+
+  std::mutex lock;  // guards what follows
+  std::condition_variable changed;
+  std::deque<Line> lines;
+  std::size_t bytes = 0;      // of all lines, the one that is being written included
+  std::uint64_t taken = 0;    // lines that were put into the queue
+  std::uint64_t settled = 0;  // of those: written or lost
+  std::uint64_t lostNow = 0;  // lines lost while the queue had none to remember them
+  bool ending = false;
+  bool ended = false;
+};
+
+bool LineQueue::State::next(Line& line) noexcept {
+  while (true) {
+    const auto due = output->dueAt();
+    std::unique_lock<std::mutex> guard(lock);
+    if (!lines.empty()) {
+      line = std::move(lines.front());
+      lines.pop_front();
+      return true;
+    }
+    if (ending) return false;
+    if (due == LineOutput::Clock::time_point::max()) {
+      changed.wait(guard);
+    } else if (changed.wait_until(guard, due) == std::cv_status::timeout) {
+      guard.unlock();
+      writeDue();
+    }
+  }
+}
+
+void LineQueue::State::sayLost() {
+  if (lost == 0) return;
+  const std::string still = output->writeLost(lost, why);
+  if (still.empty()) {
+    lost = 0;
+  } else {
+    why = still;
+  }
+}
+
+void LineQueue::State::write(const std::string& text) noexcept try {
+  sayLost();
+  std::string failure = lost > 0 ? why : output->write(text);
+  if (failure.empty()) return;
+  ++lost;
+  why = std::move(failure);
+} catch (...) {
+  ++lost;
+}
+
+void LineQueue::State::writeDue() noexcept try {
+  for (const std::string& text : output->takeDue())
+    write(text);
+} catch (...) {  // no memory for them
+}
+
+void LineQueue::State::settle(const Line& line) noexcept {
+  std::uint64_t behind = line.lostBehind;
+  while (true) {
+    bool isLast;
+    {
+      const std::lock_guard<std::mutex> guard(lock);
+      behind += std::exchange(lostNow, 0);
+      isLast = lines.empty();
+      if (behind == 0) {
+        bytes -= line.text.size() + kLineCost;
+        ++settled;
+        changed.notify_all();
+        return;
+      }
+    }
+    lost += std::exchange(behind, 0);
+    try {
+      why = kTooFast;
+      if (isLast) sayLost();
+    } catch (...) {  // the next line tells of them
+    }
+  }
+}
+
+void LineQueue::State::run() noexcept {
+  Line line;
+  while (next(line)) {
+    if (output->dueAt() <= LineOutput::Clock::now()) writeDue();
+    write(line.text);
+    settle(line);
+  }
+  const std::lock_guard<std::mutex> guard(lock);
+  ended = true;
+  changed.notify_all();
+}
+
+LineQueue::LineQueue(std::unique_ptr<LineOutput> output, std::size_t bytes)
+    : m_state(std::make_shared<State>(std::move(output), bytes)) {
+  const SignalsBlocked blocked;
+  m_thread = std::thread([state = m_state] { state->run(); });
+}
+
+LineQueue::~LineQueue() {
+  bool ended;
+  {
+    std::unique_lock<std::mutex> guard(m_state->lock);
+    m_state->ending = true;
+    m_state->changed.notify_all();
+    ended = m_state->changed.wait_for(guard, kFarewell, [this] { return m_state->ended; });
+  }
+  ended ? m_thread.join() : m_thread.detach();
+}
+
+bool LineQueue::put(std::string text) noexcept {
+  const std::lock_guard<std::mutex> guard(m_state->lock);
+  State& state = *m_state;
+  const std::size_t cost = text.size() + kLineCost;
+  try {
+    if (state.bytes == 0 || state.bytes + cost <= state.limit) {
+      state.lines.push_back({std::move(text), 0});
+      state.bytes += cost;
+      ++state.taken;
+      state.changed.notify_all();
+      return true;
+    }
+  } catch (...) {
+  }
+  ++(state.lines.empty() ? state.lostNow : state.lines.back().lostBehind);
+  return false;
+}
+
+bool LineQueue::flush(std::chrono::milliseconds time) noexcept {
+  std::unique_lock<std::mutex> guard(m_state->lock);
+  const std::uint64_t wanted = m_state->taken;
+  return m_state->changed.wait_for(guard, time, [&] { return m_state->settled >= wanted; });
+}
+
+}  // namespace programs
