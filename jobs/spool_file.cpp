@@ -3,6 +3,7 @@
 #include "corvane/operation.h"
 #include "jobs/file.h"
 #include "jobs/final_data.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
@@ -36,6 +37,11 @@ bool IsPostScriptData(const ClientPrintJob& job) {
     if (count == kSignatureSize && std::memcmp(head.data(), kSignature, kSignatureSize) != 0) result = false;
   });
   return result;
+}
+
+void discardCollectedData(const ClientPrintJob& job) noexcept {
+  const mg::LastErrorKeeper keeper;
+  if (!job.postScriptPath.isEmpty()) DeleteFileW(job.postScriptPath.wide());
 }
 
 void ReadDataIntoFinalBuffer(ClientPrintJob& job) {

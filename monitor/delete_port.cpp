@@ -23,8 +23,7 @@ BOOL WINAPI MGDeletePort(HANDLE, LPWSTR pName, HWND hWnd, LPWSTR pPortName) {
   Operation operation(L"Stack Trace: MgPrintMon - MGDeletePort()");
   BOOL result = FALSE;
   operation.run([&] {
-    mg::tellJobOfDeletedPort(pPortName);
-    result = static_cast<BOOL>(mg::portList().DeletePort(pPortName));
+    result = static_cast<BOOL>(mg::portList().DeletePort(pPortName, mg::endJobOfDeletedPort));
     if (result) {
       showRemoved(hWnd, pPortName);
       return;

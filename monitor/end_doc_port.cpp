@@ -1,9 +1,11 @@
 #include "corvane/connection.h"
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "jobs/convert_job.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
-#include "monitor/port_handle.h"
+#include "monitor/port_call.h"
 #include "monitor/queue_access.h"
 #include "session/print_server.h"
 
@@ -41,8 +43,11 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
   int ended = 0;
   HANDLE printer = nullptr;
   std::unique_ptr<ClientPrintJob> job;
+  mg::PortCall call;
+  tagPort* entered = nullptr;
   operation.run([&] {
-    tagPort& port = mg::portOf(handle);
+    tagPort& port = call.enter(handle);
+    entered = &port;
     if (!port.printServer) throw CS_Exception(corvane::kMissingObject, nullptr);
     if (port.job == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
     if (port.job->settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted) {
@@ -59,10 +64,11 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     markSent(operation, port, printer);
     const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));
     mg::tellEndedJob(port, *job, converted == kPrintedOtherwise, ended, connection.get());
+    PortRecords::instance().setConnection(port, nullptr);
     CS_Connection::destroy(connection, true);
   });
   // Told already unless something unexpected came in between.
-  if (job) mg::tellEndedJob(mg::portOf(handle), *job, converted == kPrintedOtherwise, ended, nullptr);
+  if (job) mg::tellEndedJob(*entered, *job, converted == kPrintedOtherwise, ended, nullptr);
   // Closed whether it was opened or not; the spooler takes a null handle for what it is.
   ClosePrinter(printer);
   return ended > 0 ? TRUE : FALSE;

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -27,13 +29,18 @@ class FakeQueue {
   // Opening with all rights, and setting a job, fail from now on.
   void refuseOpen() { m_refusesOpen = true; }
   void refuseSetJob() { m_refusesSetJob = true; }
+  // Called once, within the next call that is written down as this.
+  void whenAsked(const std::string& call, std::function<void()> action) { m_actions[call] = std::move(action); }
   void setCopies(short copies) { m_copies = copies; }
 
  private:
   void watchPrinter();
   void watchJob();
 
+  void enter(const std::string& call);
+
   std::vector<std::string> m_calls;
+  std::map<std::string, std::function<void()>> m_actions;
   bool m_refusesOpen = false;
   bool m_refusesSetJob = false;
   short m_copies = 1;

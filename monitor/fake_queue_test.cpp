@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <utility>
 
 MG_PLAIN_SEAM(L"winspool.drv", OpenPrinterW, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", GetJobW, FALSE)
@@ -33,29 +34,37 @@ FakeQueue::FakeQueue() {
   watchJob();
 }
 
+void FakeQueue::enter(const std::string& call) {
+  m_calls.push_back(call);
+  const auto action = m_actions.find(call);
+  if (action != m_actions.end()) std::exchange(action->second, [] {})();
+}
+
 void FakeQueue::watchPrinter() {
   OpenPrinterWSeam.replacement = [this](LPWSTR name, LPHANDLE out, LPPRINTER_DEFAULTSW defaults) -> WINBOOL {
     const FailingNew::Pause pause;
-    m_calls.push_back("open " + corvane::toUtf8(name) +
-                      (defaults != nullptr ? " " + hex(defaults->DesiredAccess) : std::string()));
+    enter("open " + corvane::toUtf8(name) + (defaults != nullptr ? " " + hex(defaults->DesiredAccess) : std::string()));
     if (defaults != nullptr) {
       EXPECT_EQ(defaults->pDatatype, nullptr);
       EXPECT_EQ(defaults->pDevMode, nullptr);
-      if (m_refusesOpen) return FALSE;
+      if (m_refusesOpen) {
+        *out = kPrinter;  // what stands there after a failure means nothing
+        return FALSE;
+      }
     }
     *out = kPrinter;
     return TRUE;
   };
   ClosePrinterSeam.replacement = [this](HANDLE printer) -> WINBOOL {
     const FailingNew::Pause pause;
-    m_calls.push_back(printer == kPrinter ? "close printer" : "close printer null");
+    enter(printer == kPrinter ? "close printer" : "close printer null");
     return printer == kPrinter ? TRUE : FALSE;
   };
   // Everybody closes handles; only that of the printer is of interest.
   CloseHandleSeam.replacement = [this](HANDLE handle) -> WINBOOL {
     const FailingNew::Pause pause;
     if (handle != kPrinter) return CloseHandleSeam.real(handle);
-    m_calls.push_back("close handle");
+    enter("close handle");
     return FALSE;
   };
 }
@@ -67,7 +76,7 @@ void FakeQueue::watchJob() {
     EXPECT_EQ(printer, kPrinter);
     *needed = sizeof(JOB_INFO_2W) + sizeof(DEVMODEW);
     if (buffer == nullptr) return FALSE;
-    m_calls.push_back("job " + std::to_string(job) + " level " + std::to_string(level));
+    enter("job " + std::to_string(job) + " level " + std::to_string(level));
     JOB_INFO_2W info{};
     DEVMODEW mode{};
     mode.dmCopies = m_copies;
@@ -79,8 +88,8 @@ void FakeQueue::watchJob() {
   SetJobASeam.replacement = [this](HANDLE printer, DWORD job, DWORD level, LPBYTE data, DWORD command) -> WINBOOL {
     const FailingNew::Pause pause;
     EXPECT_EQ(data, nullptr);
-    m_calls.push_back("set job " + std::to_string(job) + " level " + std::to_string(level) + " command " +
-                      std::to_string(command) + (printer == kPrinter ? "" : " of no printer"));
+    enter("set job " + std::to_string(job) + " level " + std::to_string(level) + " command " + std::to_string(command) +
+          (printer == kPrinter ? "" : " of no printer"));
     return m_refusesSetJob ? FALSE : TRUE;
   };
 }

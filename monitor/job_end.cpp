@@ -2,10 +2,12 @@
 
 #include "corvane/message_numbers.h"
 #include "corvane/print_result.h"
+#include "jobs/spool_file.h"
 #include "monitor/job_notice.h"
-#include "ports/port_list.h"
+#include "ports/port_records.h"
 #include "session/client_print_job.h"
-#include "session/held_port.h"
+
+#include <memory>
 
 namespace mg {
 namespace {
@@ -16,6 +18,10 @@ JobNotice noticeOf(const tagPort& port, const ClientPrintJob& job, const wchar_t
           port.printerName, job.documentName.wide(),
           port.jobId,       isConverted ? job.bytesSent : job.bytesTaken,
           nullptr,          &job.trail};
+}
+
+void blameDeletion(JobFailure& failure) noexcept {
+  failure.noteInstead(JobFault::kPortDeleted, L"The port was deleted before the job had ended.");
 }
 
 void tellFailure(JobNotice notice, ClientPrintJob& job, CS_Connection* connection) noexcept {
@@ -44,9 +50,11 @@ void noteAnswer(ClientPrintJob& job, int answer) {
 void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W* document,
                      ClientPrintJob* job, CS_Connection* connection) noexcept {
   const wchar_t* name = document != nullptr && document->pDocName != nullptr ? document->pDocName : L"";
+  const bool deleted = PortRecords::instance().isDeleted(port);
   JobNotice notice{L"failed", port.portName, printerName, name, jobId, 0, nullptr, nullptr};
   if (job != nullptr) {
     notice.trail = &job->trail;
+    if (deleted) blameDeletion(job->failure);
     tellFailure(notice, *job, connection);
     return;
   }
@@ -59,22 +67,18 @@ void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobI
 
 void tellFailedJob(const tagPort& port) noexcept {
   if (port.job == nullptr || port.job->isTold) return;
+  if (PortRecords::instance().isDeleted(port)) blameDeletion(port.job->failure);
   const CS_RCPtr<CS_Connection> connection = connectionOf(port);
   tellFailure(noticeOf(port, *port.job, L"failed"), *port.job, connection.get());
 }
 
-void tellJobOfDeletedPort(const wchar_t* portName) noexcept try {
-  const tagPort* port = nullptr;
-  {
-    // Its lock is not held while the job is told.
-    const HeldPort held(portList(), portName);
-    port = held.get();
-  }
-  if (port == nullptr || port->job == nullptr) return;
-  port->job->failure.note(JobFault::kPortDeleted, L"The port was deleted before the job had ended.");
-  tellFailedJob(*port);
-} catch (...) {
-  // Without a port list there is no job either.
+void endJobOfDeletedPort(tagPort& port) noexcept {
+  const std::unique_ptr<ClientPrintJob> job(port.job);
+  if (job == nullptr) return;
+  if (!job->isTold) blameDeletion(job->failure);
+  tellFailedJob(port);
+  discardCollectedData(*job);
+  port.job = nullptr;
 }
 
 void tellEndedJob(const tagPort& port, ClientPrintJob& job, bool shown, int answer,
@@ -85,6 +89,7 @@ void tellEndedJob(const tagPort& port, ClientPrintJob& job, bool shown, int answ
     tell(noticeOf(port, job, shown ? L"shown" : L"delivered"), connection);
     return;
   }
+  if (PortRecords::instance().isDeleted(port)) blameDeletion(job.failure);
   noteAnswer(job, answer);
   tellFailure(noticeOf(port, job, L"failed"), job, connection);
 }

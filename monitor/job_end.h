@@ -15,7 +15,9 @@ namespace mg {
 // was never needed, the notice goes there on the job's own connection; so it is told before that is ended. A failure
 // is also an entry in the event log, and the lines of the job's trail follow in this process's own log.
 //
-// None of these throws, records anything, or changes the thread's last error. Without memory the notice is shorter.
+// None of these throws, records anything, or changes the thread's last error. Without memory the notice is shorter. No
+// lock may be held by their callers: the notice may travel. What fails on a port that was deleted meanwhile has failed
+// for that reason, whatever else was noted.
 
 // A job that could not be started, and that the port has let go of already. The job and the connection may be null.
 void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W* document,
@@ -24,8 +26,9 @@ void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobI
 // The port's job, which has failed for the cause that it holds. Nothing when the port has none.
 void tellFailedJob(const tagPort& port) noexcept;
 
-// The same for the job of a port that is about to be deleted; the name may be null, and there may be no such port.
-void tellJobOfDeletedPort(const wchar_t* portName) noexcept;
+// The job, if there is one, of a port that was deleted and that no call works on any more: it is told as failed, its
+// collected data are removed, and it is freed. Its connection is the caller's to end.
+void endJobOfDeletedPort(tagPort& port) noexcept;
 
 // A job that came to its end and that the port has let go of already: shown in the session, or sent and answered by the
 // print client with that number.

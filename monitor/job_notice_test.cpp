@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <gmock/gmock.h>
-#include <memory>
 
 // Where a job's end is told, in which order, and that it is told when memory or the event log fails.
 namespace {
@@ -29,10 +28,9 @@ class JobNoticeTest : public JobEndTest {
     MGOpenPort(nullptr, text(L"CPP6"), &handle);
     auto* port = static_cast<tagPort*>(handle);
     MGStartDocPort(port, text(L"Laser"), 17, 1, reinterpret_cast<LPBYTE>(&m_document));
-    const std::unique_ptr<ClientPrintJob> job(port->job);
-    const CS_RCPtr<CS_Component> owner = port->printServer->getRootOwner();
     remove();
-    CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
+    EXPECT_TRUE(m_peer.waitForLine("end"));
+    MGClosePort(handle);
     EXPECT_THAT(told(),
                 ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 6) failed: The port was deleted before "
                             "the job had ended. Add the port again, then print again."));

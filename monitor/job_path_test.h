@@ -3,6 +3,7 @@
 #include "monitor/entries.h"
 #include "monitor/fake_queue.h"
 #include "ports/port_list.h"
+#include "ports/port_records.h"
 #include "session/client_print_job.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
@@ -43,6 +44,7 @@ class JobPath : public testing::Test {
   }
   ~JobPath() override {
     CPortList::setInstance(nullptr);
+    if (m_port == nullptr) return;
     // Ends the stream of a test that did not end its job, together with its connection.
     if (m_port->printServer) {
       const CS_RCPtr<CS_Component> owner = m_port->printServer->getRootOwner();
@@ -50,7 +52,7 @@ class JobPath : public testing::Test {
       m_port->printServer = nullptr;
     }
     delete m_port->job;
-    m_port->job = nullptr;
+    PortRecords::instance().remove(*m_port);
   }
 
   static wchar_t* text(const wchar_t* constant) { return const_cast<wchar_t*>(constant); }
@@ -77,7 +79,7 @@ class JobPath : public testing::Test {
   ScriptedPeer& m_peer = m_world.peer();
   FakeQueue m_queue;
   CPortList m_list;
-  tagPort* m_port = nullptr;
+  tagPort* m_port = nullptr;  // null when the test has deleted it
   int m_printerValue = 1;
   int m_endResult = 1;
   DWORD m_written = 99;

@@ -2,7 +2,7 @@
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "monitor/entries.h"
-#include "monitor/port_handle.h"
+#include "monitor/port_call.h"
 #include "ports/port_list.h"
 #include "session/held_port.h"
 #include "util/synchronized.h"
@@ -31,6 +31,7 @@ BOOL WINAPI MGOpenPort(HANDLE, LPWSTR pName, PHANDLE pHandle) {
     if (!port) operation.fail(corvane::kLevelFailure, L"MgPrintMon - MGOpenPort: port not found");
     *pHandle = port.get();
     port->flags |= kPortIsOpen;
+    PortRecords::instance().handleOpened(*port.get());
   });
   return operation.succeeded() ? TRUE : FALSE;
 }
@@ -38,10 +39,13 @@ BOOL WINAPI MGOpenPort(HANDLE, LPWSTR pName, PHANDLE pHandle) {
 BOOL WINAPI MGClosePort(HANDLE handle) {
   CS_TraceEntry trace(L"MGClosePort ()");
   Operation operation(L"Stack Trace: MgPrintMon - MGClosePort()");
+  mg::PortCall call;
   operation.run([&] {
-    tagPort& port = mg::portOf(handle);
+    tagPort& port = call.enter(handle);
     const Synchronized guard(*port.lock);
     port.flags &= ~kPortIsOpen;
   });
+  // Also that of a port which was deleted meanwhile: only then may its address be another port's.
+  PortRecords::instance().handleClosed(handle);
   return operation.succeeded() ? TRUE : FALSE;
 }

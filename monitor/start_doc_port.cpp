@@ -1,10 +1,13 @@
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "jobs/num_copies.h"
+#include "jobs/spool_file.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
 #include "monitor/job_name.h"
 #include "monitor/job_start.h"
-#include "monitor/port_handle.h"
+#include "monitor/port_call.h"
 #include "monitor/queue_access.h"
 #include "session/port_monitor_server.h"
 
@@ -32,6 +35,7 @@ void abandonJob(tagPort& port) {
     const CS_RCPtr<CS_Component> owner = port.printServer->getRootOwner();
     CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
   }
+  discardCollectedData(*port.job);
   delete port.job;
   port.job = nullptr;
 }
@@ -53,13 +57,14 @@ void vacatePort(tagPort& port) {
 BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWORD, LPBYTE pDocInfo) {
   CS_TraceEntry trace(L"MGStartDocPort (pPrinterName = %s, JobId = %d)", pPrinterName, JobId);
   Operation operation(L"Stack Trace: MgPrintMon - MGStartDocPort()");
+  mg::PortCall call;
   tagPort* port = nullptr;
   const DOC_INFO_1W* document = nullptr;
   CS_RCPtr<CS_Connection> connection;
   std::unique_ptr<ClientPrintJob> failed;
   operation.run(
       [&] {
-        tagPort& named = mg::portOf(handle);
+        tagPort& named = call.enter(handle);
         requireArguments(pPrinterName, pDocInfo);
         port = &named;
         abandonJob(*port);
@@ -77,6 +82,10 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
         job->failure.expect(JobFault::kServer);
         connection = PortMonitorServer::connectToLocalhost();
         if (!connection) operation.fail(corvane::kLevelFailure, L"Failed to connect to APS.");
+        // Of a port that was deleted meanwhile there is nothing left to print to.
+        if (!PortRecords::instance().setConnection(*port, connection)) {
+          throw CS_Exception(corvane::kBadArgument, nullptr);
+        }
         job->trail.add(L"connected to the application server");
         port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId).get();
       },
@@ -96,6 +105,7 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
     mg::tellFailedStart(*port, pPrinterName, JobId, document, failed.get(), connection.get());
   }
   // Not before the report, which may travel over a connection of its own, and the notice.
+  if (port != nullptr) PortRecords::instance().setConnection(*port, nullptr);
   if (connection) CS_Connection::destroy(connection, true);
   return FALSE;
 }

@@ -1,17 +1,14 @@
 #include "corvane/bridge.h"
 #include "corvane/simple_class.h"
 #include "monitor/job_path_test.h"
+#include "monitor/send_seam.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/failing_new.h"
-
-#include <winsock2.h>
 
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <string>
 #include <vector>
-
-MG_IMPORT_SEAM(L"ws2_32.dll", WSASend, SOCKET_ERROR)
 
 namespace {
 
@@ -174,7 +171,7 @@ TEST_F(StartDocPortTest, AMissingConnectionFailsTheJob) {
 // What could not be announced fails with its first write, not here.
 TEST_F(StartDocPortTest, AJobWhoseAnnouncementIsLostIsStartedAllTheSame) {
   // The next send but one: the first is the server's answer.
-  m_peer.whenAsked("PortMonitorClient", 4, [] { WSASendSeam.fail(2, SOCKET_ERROR, WSAECONNRESET); });
+  m_peer.whenAsked("PortMonitorClient", 4, [] { send_seam::reset(2); });
   EXPECT_EQ(start(), TRUE);
   EXPECT_THAT(records(), IsEmpty());
   EXPECT_EQ(m_port->flags, kPortIsOpen | kPortHasDocument);

@@ -1,7 +1,9 @@
+#include "corvane/exception.h"
+#include "corvane/message_numbers.h"
 #include "corvane/operation.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
-#include "monitor/port_handle.h"
+#include "monitor/port_call.h"
 #include "monitor/queue_access.h"
 #include "session/print_server.h"
 
@@ -18,10 +20,11 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
   DWORD& written = pcbWritten != nullptr ? *pcbWritten : ignored;
   written = 0;
   Operation operation(L"Stack Trace: MgPrintMon - MGWritePort()");
+  mg::PortCall call;
   tagPort* port = nullptr;
   operation.run(
       [&] {
-        tagPort& named = mg::portOf(handle);
+        tagPort& named = call.enter(handle);
         if (pBuffer == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
         if (cbBuf == 0 || cbBuf > kLargestWrite) throw CS_Exception(corvane::kBadArgument, nullptr);
         if (!named.printServer) throw CS_Exception(corvane::kMissingObject, nullptr);

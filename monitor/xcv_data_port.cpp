@@ -25,8 +25,7 @@ DWORD WINAPI MGXcvDataPort(HANDLE, LPCWSTR pszDataName, PBYTE pInputData, DWORD,
       result = ERROR_SUCCESS;
     }
     if (command == UTL_String(L"DeletePort")) {
-      mg::tellJobOfDeletedPort(input);
-      mg::portList().DeletePort(input);
+      mg::portList().DeletePort(input, mg::endJobOfDeletedPort);
       result = ERROR_SUCCESS;
     }
     if (command == UTL_String(L"InitSpooler")) {

@@ -2,18 +2,24 @@
 
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
+#include "ports/port_records.h"
 #include "ports/registry_store.h"
 #include "util/synchronized.h"
 
 #include <cstdlib>
 #include <cwchar>
-#include <new>
+#include <memory>
 
 namespace {
 
 const wchar_t* orEmpty(const wchar_t* text) {
   return text == nullptr ? L"" : text;
 }
+
+// Ends a record that did not make it into the list.
+struct Remove {
+  void operator()(tagPort* port) const noexcept { PortRecords::instance().remove(*port); }
+};
 
 }  // namespace
 
@@ -81,19 +87,14 @@ DWORD CPortList::AddPort(const wchar_t* name, DWORD /*unused*/) {
   Operation operation(L"Stack Trace: CPortList::AddPort()");
   name = orEmpty(name);
   operation.run([&] {
-    std::unique_ptr<tagPort> port(new (std::nothrow) tagPort());
-    std::unique_ptr<CriticalSection> lock(new (std::nothrow) CriticalSection());
-    if (port == nullptr || lock == nullptr) {
-      operation.fail(corvane::kLevelFailure, L"Failed to create a new port: %s.", name);
-    }
+    std::unique_ptr<tagPort, Remove> port(PortRecords::instance().make());
+    if (port == nullptr) operation.fail(corvane::kLevelFailure, L"Failed to create a new port: %s.", name);
     // The rest of the field is zero already, so a name that is cut is still terminated.
     std::wcsncpy(port->portName, name, kPortNameSize - 1);
-    port->lock = lock.get();
     if (!m_ports.insert(UTL_String(name), port.get())) {
       operation.fail(corvane::kLevelFailure, L"Failed to create a new port: %s.", name);
     }
     port.release();
-    lock.release();
   });
   return operation.succeeded() ? 1 : 0;
 }
@@ -109,18 +110,18 @@ tagPort* CPortList::FindPort(const wchar_t* name) {
   return port;
 }
 
-DWORD CPortList::DeletePort(const wchar_t* name) {
+DWORD CPortList::DeletePort(const wchar_t* name, JobEnd jobEnd) {
   CS_TraceEntry trace(L"CPortList::DeletePort()");
   Operation operation(L"Stack Trace: CPortList::DeletePort()");
   name = orEmpty(name);
   DWORD result = 0;
   operation.run([&] {
-    std::unique_ptr<CriticalSection> portLock;
+    tagPort* port = nullptr;
     mg::RegistryKey key;
     {
       const Synchronized guard(m_lock);
       try {
-        portLock = takeOutLocked(name, result, operation);
+        port = takeOutLocked(name, result, operation);
       } catch (...) {
         // The registry forgets the port even when the list could not be asked.
         operation.recordCurrentException();
@@ -132,23 +133,26 @@ DWORD CPortList::DeletePort(const wchar_t* name) {
       }
     }
     key.reset();
-    if (portLock != nullptr) portLock->unlock();
+    if (port != nullptr) endPort(*port, jobEnd);
   });
   return result;
 }
 
-std::unique_ptr<CriticalSection> CPortList::takeOutLocked(const wchar_t* name, DWORD& found, Operation& operation) {
+tagPort* CPortList::takeOutLocked(const wchar_t* name, DWORD& found, Operation& operation) {
   tagPort* port = nullptr;
   found = m_ports.remove(UTL_String(name), &port) ? 1 : 0;
-  if (found == 0) {
-    operation.note(corvane::kLevelFailure, L"Failed to remove the printer port %s", name);
-    return nullptr;
-  }
+  if (found == 0) operation.note(corvane::kLevelFailure, L"Failed to remove the printer port %s", name);
   if (port == nullptr) return nullptr;
-  std::unique_ptr<CriticalSection> lock(port->lock);
-  lock->lock();
-  port->printServer = CS_RCPtr<CS_Component>();
+  port->lock->lock();
   delete port->cachedPrinters;
-  delete port;
-  return lock;
+  port->cachedPrinters = nullptr;
+  return port;
+}
+
+void CPortList::endPort(tagPort& port, JobEnd jobEnd) {
+  port.lock->unlock();
+  // From here on the record is the last call's that still works on it, if there is one.
+  const PortRecords::Removed removed = PortRecords::instance().remove(port);
+  if (removed.record != nullptr && jobEnd != nullptr) jobEnd(port);
+  CS_Connection::destroy(removed.connection, true);
 }

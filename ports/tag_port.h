@@ -20,8 +20,9 @@ inline constexpr std::uint32_t kPortIsOpen = 2;
 // Characters of a name in a port's record, terminator included.
 inline constexpr std::size_t kPortNameSize = 260;
 
-// One port. The port list creates and frees the records; the handle that the spooler holds for a port is the address of
-// its record. Every field starts as zero, null or the empty text, except where it says otherwise.
+// One port. The port list has the records made and freed (ports/port_records.h); the handle that the spooler holds for
+// a port is the address of its record. Every field starts as zero, null or the empty text, except where it says
+// otherwise.
 //
 // lock serialises the work on one port. FindPort hands a record out with the lock held. The fields of the job in
 // progress (printServer to jobId) are touched by the calls of that one job only, which come one after another.

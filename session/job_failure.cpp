@@ -54,6 +54,11 @@ void JobFailure::note(JobFault fault, const wchar_t* format, ...) noexcept {
   va_end(arguments);
 }
 
+void JobFailure::noteInstead(JobFault fault, const wchar_t* cause) noexcept {
+  m_cause[0] = L'\0';
+  note(fault, L"%s", cause);
+}
+
 void JobFailure::note(const CS_RCPtr<CS_ProgramMonitor>& record) noexcept {
   const wchar_t* text = record ? record->lastText() : L"";
   if (*text != L'\0') {

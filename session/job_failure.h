@@ -38,6 +38,8 @@ class JobFailure {
   void expect(JobFault fault) noexcept { m_expected = fault; }
 
   void note(JobFault fault, const wchar_t* format, ...) noexcept;
+  // Replaces what was noted: the cause of everything that was noted before.
+  void noteInstead(JobFault fault, const wchar_t* cause) noexcept;
   // The last text of an error record. A record without one stands for an exception that nobody expected, which is told
   // as such.
   void note(const CS_RCPtr<CS_ProgramMonitor>& record) noexcept;

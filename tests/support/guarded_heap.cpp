@@ -27,7 +27,15 @@ struct alignas(16) Header {
   std::uint64_t alive;  // last, next to the block
 };
 
+// What Reuse gives out again.
+struct Reused {
+  guarded_pages::Range pages;
+  std::size_t size;
+  bool isFree;
+};
+
 SRWLOCK lock = SRWLOCK_INIT;  // guards what follows, and every block's header
+Reused reused{};
 Header* newest = nullptr;
 std::uint64_t lastNumber = 0;
 
@@ -51,6 +59,14 @@ bool wantsStacks() {
   std::abort();
 }
 
+bool takeReused(std::size_t size, guarded_pages::Range& pages) {
+  const Hold hold;
+  if (!reused.isFree || reused.size != size) return false;
+  reused.isFree = false;
+  pages = reused.pages;
+  return true;
+}
+
 template <class Use>
 void forEachLeft(std::uint64_t after, std::uint64_t upTo, DWORD thread, Use&& use) {
   for (const Header* header = newest; header != nullptr; header = header->next) {
@@ -63,7 +79,10 @@ void forEachLeft(std::uint64_t after, std::uint64_t upTo, DWORD thread, Use&& us
 void* take(std::size_t size, std::size_t alignment, const void* caller) noexcept {
   alignment = std::max<std::size_t>(alignment, 16);
   const std::size_t room = (std::max<std::size_t>(size, 1) + 15) / 16 * 16;
-  const guarded_pages::Range pages = guarded_pages::take(sizeof(Header) + room + alignment - 16);
+  guarded_pages::Range pages{};
+  if (!takeReused(size, pages) || !guarded_pages::takeAgain(pages)) {
+    pages = guarded_pages::take(sizeof(Header) + room + alignment - 16);
+  }
   if (pages.base == nullptr) return nullptr;
   auto start = reinterpret_cast<std::uintptr_t>(pages.end) - room;
   start -= start % alignment;
@@ -95,7 +114,21 @@ void giveBack(void* block) noexcept {
     (header->previous == nullptr ? newest : header->previous->next) = header->next;
     if (header->next != nullptr) header->next->previous = header->previous;
   }
-  guarded_pages::giveBack({header->base, header->end});
+  const guarded_pages::Range pages{header->base, header->end};
+  guarded_pages::giveBack(pages);
+  const Hold hold;
+  if (reused.pages.base == pages.base) reused.isFree = true;
+}
+
+Reuse::Reuse(const void* block) {
+  const Header& header = static_cast<const Header*>(block)[-1];
+  const Hold hold;
+  reused = {{header.base, header.end}, header.size, false};
+}
+
+Reuse::~Reuse() {
+  const Hold hold;
+  reused = {};
 }
 
 Mark::Mark() : m_thread(GetCurrentThreadId()) {

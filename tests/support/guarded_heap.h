@@ -38,6 +38,16 @@ class Mark {
   DWORD m_thread;
 };
 
+// While it lives, the addresses of this block are given to the next block of the same size whenever they are free, as
+// an ordinary heap does. One at a time.
+class Reuse {
+ public:
+  explicit Reuse(const void* block);
+  ~Reuse();
+  Reuse(const Reuse&) = delete;
+  Reuse& operator=(const Reuse&) = delete;
+};
+
 // One line per block: its number, size and callers, the latter relative to the program's start, as addr2line and nm
 // show them.
 std::string describe(const std::vector<Block>& blocks);

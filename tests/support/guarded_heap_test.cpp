@@ -74,6 +74,23 @@ TEST(GuardedHeap, TheUseOfADeletedBlockFaultsAndItsAddressIsNotGivenOutAgain) {
   delete[] other;
 }
 
+TEST(GuardedHeap, OnRequestAnAddressIsGivenOutAgainToABlockOfTheSameSize) {
+  char* block = opaque(new char[32]);
+  const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(block);
+  const guarded_heap::Reuse reuse(block);
+  char* other = opaque(new char[32]);
+  EXPECT_NE(reinterpret_cast<std::uintptr_t>(other), address) << "it is not free";
+  delete[] block;
+  char* smaller = opaque(new char[31]);
+  char* again = opaque(new char[32]);
+  EXPECT_NE(reinterpret_cast<std::uintptr_t>(smaller), address);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(again), address);
+  EXPECT_EQ(again[31], static_cast<char>(0xCD));
+  delete[] smaller;
+  delete[] again;
+  delete[] other;
+}
+
 TEST(GuardedHeapDeathTest, AWriteIntoTheBytesBetweenABlockAndItsGuardIsSeenOnDelete) {
   EXPECT_DEATH(
       {

@@ -38,6 +38,11 @@ Range take(std::size_t bytes) noexcept {
   return {base, base + size};
 }
 
+bool takeAgain(Range range) noexcept {
+  return VirtualAlloc(range.base, static_cast<std::size_t>(range.end - range.base), MEM_COMMIT, PAGE_READWRITE) !=
+         nullptr;
+}
+
 void giveBack(Range range) noexcept {
   VirtualFree(range.base, static_cast<std::size_t>(range.end - range.base), MEM_DECOMMIT);
 }

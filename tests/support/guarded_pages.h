@@ -13,6 +13,8 @@ struct Range {
 
 // Accessible pages of at least that many bytes; null without memory.
 Range take(std::size_t bytes) noexcept;
+// Makes a range accessible again that was given back; false without memory.
+bool takeAgain(Range range) noexcept;
 // From now on every access to the range faults.
 void giveBack(Range range) noexcept;
 
