@@ -38,7 +38,7 @@ Job::~Job() {
   m_file.reset();
   m_output.reporter().line("dropped " + title() + ": the job was cut after " + bytesText(m_probe.size()) +
                            ", before its end" + place() +
-                           "; the log of the application server says which side left; print again");
+                           "; the server says why in a line of its own, unless it has gone itself; print again");
 }
 
 std::string Job::title() const {
@@ -58,9 +58,9 @@ std::string Job::remedy() const {
       return "; see that the folder " + programs::fromPath(m_output.folder()) +
              " is there, has room and can be written, and print again";
     case kNoData:
-      return "; see the log of the application server";
+      return "; the server says why in a line of its own, and its log has more";
     case kIncompletePdf:
-      return "; print again, and when that fails too, see the log of the application server";
+      return "; print again, and when that fails too, the log of the application server has more";
     default:
       return "; print again, and when that fails too, install the port monitor and the print client of one version";
   }

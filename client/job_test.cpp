@@ -83,7 +83,7 @@ TEST_F(JobTest, WithoutDataIsNotPrintedWhenItWasToBeConverted) {
   EXPECT_EQ(job.end(), kNoData);
   EXPECT_EQ(fileCount(), 0u);
   EXPECT_NE(lines().find("not printed \"Report\": no data came; the conversion of the job has failed (printer "
-                         "\"Laser-2\", session 5); see the log of the application server\n"),
+                         "\"Laser-2\", session 5); the server says why in a line of its own, and its log has more\n"),
             std::string::npos)
       << lines();
 }
@@ -95,8 +95,8 @@ TEST_F(JobTest, APdfMustEndAsPdf) {
     EXPECT_EQ(job.end(), kIncompletePdf);
   }
   EXPECT_NE(lines().find("not printed \"Report\": the PDF is cut; its end mark is missing after 19 bytes (printer "
-                         "\"Laser-2\", session 5); print again, and when that fails too, see the log of the "
-                         "application server\n"),
+                         "\"Laser-2\", session 5); print again, and when that fails too, the log of the "
+                         "application server has more\n"),
             std::string::npos)
       << lines();
   EXPECT_EQ(fileCount(), 0u);
@@ -125,9 +125,10 @@ TEST_F(JobTest, IsDroppedWhenItIsCut) {
     EXPECT_EQ(fileCount(), 1u);
   }
   EXPECT_EQ(fileCount(), 0u);
-  EXPECT_NE(lines().find("dropped \"Report\": the job was cut after 4 bytes, before its end (printer \"Laser-2\", "
-                         "session 5); the log of the application server says which side left; print again\n"),
-            std::string::npos)
+  EXPECT_NE(
+      lines().find("dropped \"Report\": the job was cut after 4 bytes, before its end (printer \"Laser-2\", "
+                   "session 5); the server says why in a line of its own, unless it has gone itself; print again\n"),
+      std::string::npos)
       << lines();
 }
 

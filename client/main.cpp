@@ -3,13 +3,14 @@
 #include "client/options.h"
 #include "client/print_client.h"
 #include "client/reporter_monitor.h"
+#include "client/session_client.h"
 #include "client/session_loop.h"
 #include "corvane/bridge.h"
 #include "corvane/component_server.h"
 #include "corvane/process.h"
 #include "programs/component_class.h"
 #include "programs/paths.h"
-#include "programs/session_client.h"
+#include "programs/session_registration.h"
 #include "programs/stop_request.h"
 
 #include <cstdio>
@@ -26,7 +27,8 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
                         new programs::ComponentClass<printclient::PrintClient>(programs::kProgramsVersion, output));
   server->offerClass(programs::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
-  programs::registerSessionClientClass();
+  server->registerClass(programs::kSessionClientClass,
+                        new programs::ComponentClass<printclient::SessionClient>(programs::kProgramsVersion, output));
 }
 
 }  // namespace

@@ -19,6 +19,13 @@
 //   boolean  accepted
 //   text     only when refused: the reason, for a person
 //   text     only when accepted: for each printer, in the order of the request, its name on this server
+//
+// Request kJobFailed, from the application server to the same component of the print client; no reply. It tells why a
+// job for this print client has failed, as often as that happens while the registration lasts:
+//   text     the client's own name of the printer
+//   text     the document; empty when it is not known
+//   text     the cause
+//   text     what to do
 namespace programs {
 
 inline constexpr const wchar_t* kSessionHostClass = L"Quillfern::NTR::SessionHost";
@@ -31,6 +38,7 @@ inline constexpr const wchar_t* kPortMonitorServerClass = L"Quillfern::NTR::Port
 inline constexpr CS_Version kProgramsVersion{4, 0, 1, 0};
 
 inline constexpr int kBringPrinters = 20;
+inline constexpr int kJobFailed = 21;
 
 inline constexpr int kPrinterTexts = 8;
 inline constexpr int kDriverText = 3;  // index of the driver name among the eight texts

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/client_news.h"
 #include "server/launcher.h"
 #include "server/log.h"
 #include "server/notice_list.h"
@@ -18,6 +19,7 @@ struct Application {
 
   std::shared_ptr<Log> log;
   SessionTable sessions;
+  ClientNews clientNews;
   Launcher launcher;
   ShownJobs shownJobs;
   NoticeList notices;

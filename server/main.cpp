@@ -98,6 +98,7 @@ int programMain(const std::vector<std::string>& arguments) {
   if (keeper) keeper->stop();
   application->notices.close();
   connections.endAll();
+  application->clientNews.endAll();
   application->launcher.endAll();
   log->line("aps stops");
   log->finish();

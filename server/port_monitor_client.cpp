@@ -127,6 +127,7 @@ std::string PortMonitorClient::attach(const std::wstring& printerName, int proce
            " has just gone; print again when it is back";
   }
   client = found->versions;
+  m_application->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
   return "";
 }
 
@@ -140,6 +141,12 @@ void PortMonitorClient::jobEnded(Application& application, const std::string& jo
   if (ending.madeHere && application.shownJobs.take(foldedName(printer))) {
     application.log->line("job ended: " + passed + "a program was started to show it instead");
     return;
+  }
+  if (ending.madeHere) {
+    application.clientNews.jobCut(printer,
+                                  L"the print spooler of the server left before the job's end" +
+                                      (ending.reason.empty() ? std::wstring() : L" (" + ending.reason + L")"),
+                                  L"Print again; when that fails too, the port monitor's log on the server says more.");
   }
   const std::string why = ending.reason.empty() ? "" : " (" + programs::oneLine(ending.reason) + ")";
   application.log->failure(

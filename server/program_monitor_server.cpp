@@ -7,9 +7,18 @@
 #include "server/log_monitor.h"
 #include "server/log_thrown.h"
 
-#include <algorithm>
-
 namespace aps {
+namespace {
+
+// Empty when the notice has no value of that name.
+std::wstring valueOf(const CS_Notice& notice, std::wstring_view wanted) {
+  for (const auto& [name, value] : notice.values) {
+    if (name == wanted) return value;
+  }
+  return {};
+}
+
+}  // namespace
 
 bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
   return logThrown(*m_application->log, m_process + ": request", request, [&] { return serve(request); });
@@ -59,10 +68,8 @@ void ProgramMonitorServer::takeRecord(int level, int report, const std::string& 
 // A job that went well is told without an introduction; its notice says which process it was.
 std::string ProgramMonitorServer::senderOf(const CS_Notice& notice) const {
   if (m_isIntroduced) return m_process;
-  for (const auto& [name, value] : notice.values) {
-    if (name == L"process") return "process " + programs::oneLine(value);
-  }
-  return m_process;
+  const std::wstring process = valueOf(notice, L"process");
+  return process.empty() ? m_process : "process " + programs::oneLine(process);
 }
 
 void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
@@ -83,10 +90,12 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   }
   const std::string line =
       senderOf(notice) + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line);
-  const bool failed = std::any_of(notice.values.begin(), notice.values.end(), [](const auto& value) {
-    return value.first == L"result" && value.second == L"failed";
-  });
+  const bool failed = valueOf(notice, L"result") == L"failed";
   failed ? m_application->log->failure(line) : m_application->log->line(line);
+  if (failed) {
+    m_application->clientNews.jobFailed(valueOf(notice, L"printer"), valueOf(notice, L"document"),
+                                        valueOf(notice, L"cause"), valueOf(notice, L"remedy"));
+  }
   m_application->notices.add(std::move(notice));
 }
 

@@ -48,6 +48,7 @@ void SessionHost::leave() noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
   m_released = true;
   if (m_session == 0) return;
+  m_application->clientNews.leave(m_client);
   if (m_application->sessions.leave(m_session, m_client)) {
     const std::string name = "session " + std::to_string(m_session);
     m_application->log->repeatable(name,
@@ -94,6 +95,7 @@ void SessionHost::bringPrinters(CS_InRequest& request) {
       if (admission.accepted()) {
         m_session = session;
         m_client = client.get();
+        m_application->clientNews.enter(m_client, CS_RCPtr<CS_Component>(this));
       }
     }
   }

@@ -44,6 +44,9 @@ TEST_F(EndToEnd, PostScriptWithAnErrorIsReportedInGhostscriptsWords) {
   expectNotPrinted(*print, "not printed: EndDocPort failed", 5);
   EXPECT_THAT(moduleLog(), HasSubstr("normalizer log: ps2pdf: Ghostscript ended with 1: Error: /undefined in "
                                      "nosuchname. The PostScript of this document is in error."));
+  client->waitForLine("not printed \"job\": no data came; the conversion of the job has failed");
+  EXPECT_THAT(client->waitForLine("the server says why \"job\" for \"Laser-2\" was not printed: "),
+              HasSubstr("Error: /undefined in nosuchname"));
 }
 
 TEST_F(EndToEnd, AnEmptyFileIsNotPrinted) {

@@ -1,5 +1,6 @@
 #include "tests/processes/child_process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -118,6 +119,25 @@ std::string ChildProcess::waitForLine(const std::string& text) {
   for (const std::string& line : m_lines)
     all += line + "\n";
   throw std::runtime_error(all);
+}
+
+void ChildProcess::waitForLines(const std::vector<std::string>& texts) {
+  std::size_t first = 0, next = 0;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    first = m_next;
+  }
+  for (const std::string& text : texts) {
+    {
+      const std::lock_guard<std::mutex> guard(m_lock);
+      m_next = first;
+    }
+    waitForLine(text);
+    const std::lock_guard<std::mutex> guard(m_lock);
+    next = std::max(next, m_next);
+  }
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_next = next;
 }
 
 std::string ChildProcess::output() {

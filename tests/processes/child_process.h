@@ -24,6 +24,8 @@ class ChildProcess {
   // The next line that holds the text, after those that earlier calls returned. When the program ends or a minute
   // passes without it, throws std::runtime_error that shows everything that was written.
   std::string waitForLine(const std::string& text);
+  // The same for several lines that come in any order.
+  void waitForLines(const std::vector<std::string>& texts);
   // Everything written so far.
   std::string output();
 

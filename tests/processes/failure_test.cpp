@@ -9,10 +9,12 @@
 namespace tests {
 namespace {
 
+using ::testing::AnyOf;
 using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
 
 const std::wstring kPrinter = L"Laser-2 (session 5)";
@@ -89,7 +91,10 @@ TEST(Failures, AJobThatItsMonitorLeavesIsDroppedAndTheNextOnePrints) {
   }
   EXPECT_THAT(scene.server().waitForLine("job cut: printer \"Laser-2 (session 5)\", session 5, process 1234: "),
               HasSubstr("the port monitor left before its end; its log says what failed there, then print again"));
-  client->waitForLine("dropped \"Report\"");
+  client->waitForLines({"dropped \"Report\"",
+                        "the server says why a job for \"Laser-2\" was not printed: the print spooler of the server "
+                        "left before the job's "
+                        "end. Print again; when that fails too, the port monitor's log on the server says more."});
   EXPECT_THAT(scene.files(5), IsEmpty());
   MonitorPeer peer(scene.port());
   begin(peer, *client);
@@ -128,6 +133,40 @@ TEST(Failures, AConvertedJobWithoutDataIsNotPrinted) {
   peer.startJob({L"j", L"", L"Report", L""}, {1, 2, 3, 2});
   EXPECT_EQ(peer.endJob(), -1);
   EXPECT_THAT(scene.files(5), IsEmpty());
+}
+
+CS_Notice failureOf(const std::wstring& printer, const std::wstring& document) {
+  return {L"job",
+          L"Job 17 failed",
+          {{L"printer", printer},
+           {L"document", document},
+           {L"result", L"failed"},
+           {L"cause", L"normalizer log: Ghostscript: undefined in bar"},
+           {L"remedy", L"Mend the document."}}};
+}
+
+TEST(Failures, WhyAJobFailedReachesTheClientThatItWasForAndNoOther) {
+  Scene scene;
+  const auto client = scene.startClient(5, {"Laser-2,format=pdf"});
+  const auto other = scene.startClient(6, {"Laser-2,format=pdf"});
+  MonitorPeer peer(scene.port());
+  ASSERT_TRUE(peer.attach(kPrinter));
+  peer.startJob({L"j", L"Laser-2", L"Report", L""}, {1, 2, 3, 2});
+  EXPECT_EQ(peer.endJob(), -1);
+  client->waitForLine("not printed \"Report\": no data came; ");
+  peer.notify(1234, L"spoolsv", failureOf(kPrinter, L"Report"));
+  client->waitForLine(
+      "the server says why \"Report\" for \"Laser-2\" was not printed: normalizer log: Ghostscript: undefined in bar. "
+      "Mend the document.");
+  // The other one has had no job of its own yet, and then hears of that one only.
+  peer.notify(1234, L"spoolsv", failureOf(L"Laser-2 (session 6)", L"early"));
+  peer.printerList(6);  // answered when the server has read what was sent before
+  MonitorPeer second(scene.port());
+  ASSERT_TRUE(second.attach(L"Laser-2 (session 6)"));
+  second.notify(1234, L"spoolsv", failureOf(L"Laser-2 (session 6)", L"own"));
+  other->waitForLine("the server says why \"own\"");
+  EXPECT_THAT(other->output(), Not(AnyOf(HasSubstr("\"Report\""), HasSubstr("\"early\""))));
+  EXPECT_THAT(client->output(), Not(AnyOf(HasSubstr("\"own\""), HasSubstr("\"early\""))));
 }
 
 TEST(Failures, ACutPdfIsNotPrinted) {

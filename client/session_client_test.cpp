@@ -1,0 +1,95 @@
+#include "client/session_client.h"
+
+#include "corvane/exception.h"
+#include "corvane/in_request.h"
+#include "corvane/out_request.h"
+#include "corvane/process.h"
+#include "corvane/simple_class.h"
+#include "programs/component_class.h"
+#include "programs/paths.h"
+#include "programs/session_registration.h"
+#include "tests/support/connection_pair.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+
+namespace printclient {
+namespace {
+
+namespace fs = std::filesystem;
+
+class SessionClientTest : public ::testing::Test {
+ protected:
+  SessionClientTest() {
+    m_lines = std::fopen(programs::fromPath(m_file).c_str(), "wb");
+    m_reporter = std::make_unique<Reporter>(m_lines, false);
+    const auto output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter);
+    m_pair = std::make_unique<ConnectionPair>();
+    CS_ComponentServer* server = CS_ComponentServer::getServer();
+    server->registerClass(programs::kSessionClientClass,
+                          new programs::ComponentClass<SessionClient>(programs::kProgramsVersion, output));
+    server->offerClass(programs::kSessionClientClass);
+    server->registerClass(programs::kSessionHostClass,
+                          new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+    m_host = makeComponent(m_pair->dialed(), programs::kSessionHostClass, programs::kSessionClientClass);
+  }
+  ~SessionClientTest() override {
+    m_host = nullptr;
+    m_pair.reset();
+    std::fclose(m_lines);
+    std::error_code ignored;
+    fs::remove(m_file, ignored);
+  }
+
+  void tell(const std::vector<std::wstring>& texts) {
+    CS_OutRequest request(m_host, programs::kJobFailed);
+    for (const std::wstring& text : texts)
+      request.writeUTF(text.c_str());
+    request.execute();
+  }
+  // What the client has said when the connection has ended.
+  std::string lines() {
+    CS_Connection::destroy(m_pair->dialedPointer(), true);
+    m_pair->join();
+    std::ifstream in(m_file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+  const fs::path m_file = fs::temp_directory_path() / ("session_client_" + std::to_string(corvane::processId()));
+  std::FILE* m_lines = nullptr;
+  std::unique_ptr<Reporter> m_reporter;
+  std::unique_ptr<ConnectionPair> m_pair;
+  CS_RCPtr<CS_Component> m_host;
+};
+
+TEST_F(SessionClientTest, SaysWhyAJobWasNotPrintedAndWhatToDo) {
+  tell({L"Laser-2", L"letter", L"Ghostscript: undefined in bar", L"Mend the document."});
+  tell({L"Laser-2", L"letter", L"The port was deleted.", L"Print again."});
+  EXPECT_EQ(lines(),
+            "the server says why \"letter\" for \"Laser-2\" was not printed: Ghostscript: undefined in bar. Mend the "
+            "document.\n"
+            "the server says why \"letter\" for \"Laser-2\" was not printed: The port was deleted. Print again.\n");
+}
+
+TEST_F(SessionClientTest, SaysItOfAJobWhoseDocumentTheServerDoesNotKnow) {
+  tell({L"Laser-2", L"", L"gone", L"Print again."});
+  EXPECT_EQ(lines(), "the server says why a job for \"Laser-2\" was not printed: gone. Print again.\n");
+}
+
+TEST_F(SessionClientTest, LetsNobodySteerTheTerminal) {
+  tell({L"La\x1bser", L"a\nb",
+        L"c\x9b"
+        L"d",
+        L"e\re"});
+  EXPECT_EQ(lines(), "the server says why \"a b\" for \"La?ser\" was not printed: c?d. e e\n");
+}
+
+TEST_F(SessionClientTest, ServesNothingElse) {
+  CS_OutRequest request(m_host, programs::kBringPrinters);
+  CS_InRequest reply(request);
+  EXPECT_THROW(request.execute(reply, 10000), CS_Exception);
+}
+
+}  // namespace
+}  // namespace printclient
