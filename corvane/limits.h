@@ -17,6 +17,7 @@ inline constexpr std::size_t kMaxRefusedComponents = 64;            // refusals 
 inline constexpr std::size_t kMaxHelloValues = 32;                  // named values of a handshake
 inline constexpr std::size_t kMaxReasonCharacters = 512;  // of a reason that a peer gives; the rest is cut off
 
-inline constexpr unsigned kSendStallMilliseconds = 120000;  // a peer that takes nothing for so long is lost
+// Bytes for which Patience::send is the time: 256 KiB in 120 s are some 2 KiB a second, the least that a peer must take.
+inline constexpr std::size_t kSendWindow = 256 * 1024;
 
 }  // namespace corvane

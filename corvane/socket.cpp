@@ -1,7 +1,6 @@
 #include "corvane/socket.h"
 
 #include "corvane/exception.h"
-#include "corvane/limits.h"
 #include "corvane/message_numbers.h"
 #include "corvane/network.h"
 #include "corvane/text.h"
@@ -14,20 +13,20 @@ Socket::Socket(std::intptr_t handle) : m_handle(handle) {
   const int on = 1;
   ::setsockopt(native(handle), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
   ::setsockopt(native(handle), SOL_SOCKET, SO_KEEPALIVE, reinterpret_cast<const char*>(&on), sizeof on);
-#ifdef _WIN32
-  const DWORD stall = kSendStallMilliseconds;
-#else
-  const timeval stall{kSendStallMilliseconds / 1000, 0};
-#endif
-  ::setsockopt(native(handle), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&stall), sizeof stall);
 }
 
-Socket::Socket(Socket&& other) noexcept
-    : m_handle(std::exchange(other.m_handle, kNone)), m_receiveEvent(std::exchange(other.m_receiveEvent, nullptr)) {}
+Socket::Socket(Socket&& other) noexcept {
+  *this = std::move(other);
+}
 
 Socket& Socket::operator=(Socket&& other) noexcept {
   std::swap(m_handle, other.m_handle);
+  std::swap(m_allowance, other.m_allowance);
+#ifdef _WIN32
   std::swap(m_receiveEvent, other.m_receiveEvent);
+  std::swap(m_sendEvent, other.m_sendEvent);
+  m_shutDown = other.m_shutDown.exchange(m_shutDown);
+#endif
   return *this;
 }
 

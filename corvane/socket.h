@@ -1,5 +1,8 @@
 #pragma once
 
+#include "corvane/patience.h"
+#include "corvane/send_allowance.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -35,8 +38,11 @@ class Socket {
 
   bool isOpen() const { return m_handle != kNone; }
 
+  // Before the first send: what a peer may keep a sender waiting.
+  void setPatience(const Patience& patience) { m_allowance = SendAllowance(patience.send); }
+
   // Sends all pieces in order, in as few system calls as they allow (one, as a rule). Blocks until the system has taken
-  // them; fails when the peer has taken nothing for corvane::kSendStallMilliseconds.
+  // them; fails when the peer lets it wait for longer than corvane/send_allowance.h allows.
   void send(std::span<const Piece> pieces);
 
   // Waits for bytes until the deadline (without one, for ever) and returns how many came; 0 when the peer has closed.
@@ -61,7 +67,14 @@ class Socket {
  private:
   static constexpr std::intptr_t kNone = -1;
   std::intptr_t m_handle = kNone;
-  void* m_receiveEvent = nullptr;  // Windows only: the event of the overlapped receive
+  SendAllowance m_allowance{Patience().send};
+#ifdef _WIN32
+  void awaitSend(void* overlapped);
+
+  void* m_receiveEvent = nullptr;  // of the overlapped receive
+  void* m_sendEvent = nullptr;     // of the overlapped send
+  std::atomic<bool> m_shutDown{false};
+#endif
 };
 
 // A listening TCP socket.

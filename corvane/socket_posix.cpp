@@ -1,5 +1,4 @@
 #include "corvane/exception.h"
-#include "corvane/limits.h"
 #include "corvane/message_numbers.h"
 #include "corvane/network.h"
 #include "corvane/socket.h"
@@ -14,6 +13,16 @@ namespace {
 
 [[noreturn]] void throwLost(int error) {
   throw CS_Exception(kConnectionLost, L"%s", networkErrorText(error).c_str());
+}
+
+// Until the system has room for bytes to send, or the peer has used up what it may keep a sender waiting. A signal only
+// makes the caller try again.
+void awaitRoom(std::intptr_t handle, SendAllowance& allowance) {
+  if (allowance.left().count() == 0) allowance.refuse();
+  const auto from = std::chrono::steady_clock::now();
+  pollfd wait{native(handle), POLLOUT, 0};
+  ::poll(&wait, 1, static_cast<int>(std::min<long long>(allowance.left().count(), 1000000000)));
+  allowance.waited(std::chrono::steady_clock::now() - from);
 }
 
 }  // namespace
@@ -35,15 +44,13 @@ void Socket::send(std::span<const Piece> pieces) {
     msghdr message{};
     message.msg_iov = vectors.data();
     message.msg_iovlen = count;
-    const ssize_t sent = ::sendmsg(native(m_handle), &message, MSG_NOSIGNAL);
+    const ssize_t sent = ::sendmsg(native(m_handle), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) {
-      if (errno == EINTR) continue;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) {
-        throw CS_Exception(kConnectionLost, L"the other side has taken nothing for %d seconds",
-                           static_cast<int>(kSendStallMilliseconds / 1000));
-      }
-      throwLost(errno);
+      if (errno != EAGAIN && errno != EWOULDBLOCK) throwLost(errno);
+      awaitRoom(m_handle, m_allowance);
+      continue;
     }
+    m_allowance.took(static_cast<std::size_t>(sent));
     auto done = static_cast<std::size_t>(sent) + offset;
     while (!pieces.empty() && done >= pieces.front().size()) {
       done -= pieces.front().size();

@@ -1,5 +1,4 @@
 #include "corvane/exception.h"
-#include "corvane/limits.h"
 #include "corvane/message_numbers.h"
 #include "corvane/network.h"
 #include "corvane/socket.h"
@@ -7,15 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace corvane {
 namespace {
 
 [[noreturn]] void throwLost(int error) {
-  if (error == WSAETIMEDOUT) {
-    throw CS_Exception(kConnectionLost, L"the other side has taken nothing for %d seconds",
-                       static_cast<int>(kSendStallMilliseconds / 1000));
-  }
   throw CS_Exception(kConnectionLost, L"%s", networkErrorText(error).c_str());
 }
 
@@ -25,11 +21,24 @@ DWORD waitTime(const std::optional<Deadline>& deadline) {
   return static_cast<DWORD>(std::clamp<long long>(left, 0, 1000000000));
 }
 
+// How often a send that waits looks whether the socket was shut down: Wine 8 now and then leaves a send waiting that
+// was cancelled while its thread was about to continue it, so that it must be cancelled again.
+constexpr DWORD kLookMilliseconds = 50;
+
+// A manual-reset event, made when it is first needed.
+void* eventOf(void*& event) {
+  if (event == nullptr) event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (event == nullptr) throwLost(static_cast<int>(::GetLastError()));
+  return event;
+}
+
 }  // namespace
 
 Socket::~Socket() {
   if (m_handle != kNone) closeSocket(m_handle);
-  if (m_receiveEvent != nullptr) ::CloseHandle(m_receiveEvent);
+  for (void* const event : {m_receiveEvent, m_sendEvent}) {
+    if (event != nullptr) ::CloseHandle(event);
+  }
 }
 
 void Socket::send(std::span<const Piece> pieces) {
@@ -37,15 +46,29 @@ void Socket::send(std::span<const Piece> pieces) {
   std::array<WSABUF, kAtOnce> buffers;
   std::size_t offset = 0;  // bytes of the first piece that are sent already
   while (!pieces.empty()) {
-    const std::size_t count = std::min(pieces.size(), kAtOnce);
-    for (std::size_t i = 0; i < count; ++i) {
-      const Piece rest = i == 0 ? pieces[0].subspan(offset) : pieces[i];
-      buffers[i] = {static_cast<ULONG>(rest.size()), const_cast<char*>(reinterpret_cast<const char*>(rest.data()))};
+    // How far a send has come is not known before it ends, so that none is longer than what the allowance is for.
+    std::size_t room = m_allowance.window();
+    std::size_t count = 0;
+    for (; count < std::min(pieces.size(), kAtOnce) && room > 0; ++count) {
+      const Piece rest = count == 0 ? pieces[0].subspan(offset) : pieces[count];
+      const std::size_t now = std::min(room, rest.size());
+      buffers[count] = {static_cast<ULONG>(now), const_cast<char*>(reinterpret_cast<const char*>(rest.data()))};
+      room -= now;
     }
+    if (m_allowance.left().count() == 0) m_allowance.refuse();
+    WSAOVERLAPPED overlapped{};
+    overlapped.hEvent = eventOf(m_sendEvent);
     DWORD sent = 0;
-    if (::WSASend(native(m_handle), buffers.data(), static_cast<DWORD>(count), &sent, 0, nullptr, nullptr) != 0) {
-      throwLost(lastNetworkError());
+    DWORD flags = 0;
+    if (::WSASend(native(m_handle), buffers.data(), static_cast<DWORD>(count), &sent, 0, &overlapped, nullptr) != 0) {
+      if (lastNetworkError() != WSA_IO_PENDING) throwLost(lastNetworkError());
+      awaitSend(&overlapped);
+      if (!::WSAGetOverlappedResult(native(m_handle), &overlapped, &sent, FALSE, &flags)) {
+        if (m_allowance.left().count() == 0) m_allowance.refuse();
+        throwLost(lastNetworkError());
+      }
     }
+    m_allowance.took(sent);
     auto done = std::size_t{sent} + offset;
     while (!pieces.empty() && done >= pieces.front().size()) {
       done -= pieces.front().size();
@@ -55,12 +78,25 @@ void Socket::send(std::span<const Piece> pieces) {
   }
 }
 
+// Until the send has come to its end, for which it is cancelled when the socket was shut down or the peer has used up
+// what it may keep a sender waiting. Its buffers are in use for as long as it lasts.
+void Socket::awaitSend(void* send) {
+  auto* const overlapped = static_cast<WSAOVERLAPPED*>(send);
+  auto from = std::chrono::steady_clock::now();
+  while (::WaitForSingleObject(overlapped->hEvent, kLookMilliseconds) != WAIT_OBJECT_0) {
+    const auto now = std::chrono::steady_clock::now();
+    m_allowance.waited(now - std::exchange(from, now));
+    if (m_shutDown || m_allowance.left().count() == 0) {
+      ::CancelIoEx(reinterpret_cast<HANDLE>(m_handle), overlapped);
+    }
+  }
+  m_allowance.waited(std::chrono::steady_clock::now() - from);
+}
+
 std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline) {
-  if (m_receiveEvent == nullptr) m_receiveEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (m_receiveEvent == nullptr) throwLost(static_cast<int>(::GetLastError()));
   WSABUF into{static_cast<ULONG>(buffer.size()), reinterpret_cast<char*>(buffer.data())};
   WSAOVERLAPPED overlapped{};
-  overlapped.hEvent = m_receiveEvent;
+  overlapped.hEvent = eventOf(m_receiveEvent);
   DWORD received = 0;
   DWORD flags = 0;
   // A wait on the event of an overlapped receive costs half a round trip less than select or WSAPoll before a receive.
@@ -87,6 +123,7 @@ bool Socket::peerHasClosed() const noexcept {
 
 void Socket::shutdown() noexcept {
   if (m_handle == kNone) return;
+  m_shutDown = true;
   ::shutdown(native(m_handle), SD_BOTH);
   ::CancelIoEx(reinterpret_cast<HANDLE>(m_handle), nullptr);
 }
