@@ -15,6 +15,8 @@
 #include "programs/failure.h"
 
 #include <algorithm>
+#include <compare>
+#include <iterator>
 
 namespace admin {
 namespace {
@@ -84,6 +86,33 @@ SessionFacts readSession(CS_InRequest& reply) {
   return session;
 }
 
+// Where a page begins.
+struct Place {
+  int session = 0;
+  int printer = 0;
+  auto operator<=>(const Place&) const = default;
+};
+
+// Adds what a page tells; a session that the page before has begun gets the rest of its printers.
+void readPage(CS_InRequest& reply, ServerFacts& facts) {
+  facts.version = reply.readUTF();
+  facts.process = reply.readInt();
+  facts.since = reply.readUTF();
+  const int count = readCount(reply, kMostSessions - static_cast<int>(facts.sessions.size()));
+  for (int i = 0; i < count; ++i) {
+    SessionFacts session = readSession(reply);
+    if (i > 0 || facts.sessions.empty() || facts.sessions.back().number != session.number) {
+      facts.sessions.push_back(std::move(session));
+      continue;
+    }
+    auto& printers = facts.sessions.back().printers;
+    if (printers.size() + session.printers.size() > kMostPrinters) {
+      throw CS_Exception(corvane::kProtocolViolation, L"too many printers of session %d", session.number);
+    }
+    std::move(session.printers.begin(), session.printers.end(), std::back_inserter(printers));
+  }
+}
+
 Notice readNotice(CS_InRequest& reply) {
   Notice notice;
   notice.number = reply.readInt();
@@ -126,17 +155,22 @@ ApplicationServer::~ApplicationServer() {
 
 ServerFacts ApplicationServer::status() {
   return asking(m_port, [this] {
-    CS_OutRequest request(m_component, programs::kStatus);
-    CS_InRequest reply(request);
-    request.execute(reply, kReplyMilliseconds);
     ServerFacts facts;
-    facts.version = reply.readUTF();
-    facts.process = reply.readInt();
-    facts.since = reply.readUTF();
-    const int count = readCount(reply, kMostSessions);
-    for (int i = 0; i < count; ++i)
-      facts.sessions.push_back(readSession(reply));
-    return facts;
+    Place place;
+    while (true) {
+      CS_OutRequest request(m_component, programs::kStatusPage);
+      request.writeInt(place.session);
+      request.writeInt(place.printer);
+      CS_InRequest reply(request);
+      request.execute(reply, kReplyMilliseconds);
+      readPage(reply, facts);
+      if (!reply.readBoolean()) return facts;
+      Place next;
+      next.session = reply.readInt();
+      next.printer = reply.readInt();
+      if (!(place < next)) throw CS_Exception(corvane::kProtocolViolation, L"pages that do not go on");
+      place = next;
+    }
   });
 }
 

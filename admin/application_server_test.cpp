@@ -64,8 +64,30 @@ void writePrinter(corvane::ValueWriter& reply, const wchar_t* name, bool isDefau
   reply.writeInt(600);
 }
 
+void writeHead(corvane::ValueWriter& reply, int sessions) {
+  reply.writeText(L"4.0.1.0");
+  reply.writeInt(77);
+  reply.writeText(L"2026-01-31T23:59:59Z");
+  reply.writeInt(sessions);
+}
+
+void writeSession(corvane::ValueWriter& reply, int number, std::initializer_list<const wchar_t*> printers) {
+  reply.writeInt(number);
+  reply.writeBoolean(true);
+  reply.writeText(L"2026-02-01T00:00:00Z");
+  reply.writeInt(static_cast<int>(printers.size()));
+  for (const wchar_t* printer : printers)
+    writePrinter(reply, printer, false);
+}
+
+void writeNext(corvane::ValueWriter& reply, int session, int printer) {
+  reply.writeBoolean(true);
+  reply.writeInt(session);
+  reply.writeInt(printer);
+}
+
 TEST_F(ApplicationServerTest, SaysItsSessionsAndTheirPrinters) {
-  peer.answer(kClass, 30, [](corvane::ValueWriter& reply) {
+  peer.answer(kClass, 33, [](corvane::ValueWriter& reply) {
     reply.writeText(L"4.0.1.0");
     reply.writeInt(77);
     reply.writeText(L"2026-01-31T23:59:59Z");
@@ -76,6 +98,7 @@ TEST_F(ApplicationServerTest, SaysItsSessionsAndTheirPrinters) {
     reply.writeInt(2);
     writePrinter(reply, L"Laser-2", false);
     writePrinter(reply, L"Ink", true);
+    reply.writeBoolean(false);
   });
   const ServerFacts facts = ApplicationServer(peer.port()).status();
   EXPECT_EQ(facts.version, L"4.0.1.0");
@@ -148,14 +171,57 @@ TEST_F(ApplicationServerTest, ThatDoesNotKnowTheQuestionIsSaidToBeOld) {
 }
 
 TEST_F(ApplicationServerTest, ThatHangsUpInTheMiddleIsAway) {
-  peer.hangUpAt(kClass, 30);
+  peer.hangUpAt(kClass, 33);
   const Failure failure = failureOf(peer.port(), [](ApplicationServer& server) { server.status(); });
   EXPECT_EQ(failure.code(), ExitCode::kServerAway);
   EXPECT_THAT(failure.what(), HasSubstr("has gone"));
 }
 
+TEST_F(ApplicationServerTest, IsAskedForPagesUntilThereAreNoMore) {
+  int page = 0;
+  peer.answer(kClass, 33, [&page](corvane::ValueWriter& reply) {
+    if (page == 0) {
+      writeHead(reply, 2);
+      writeSession(reply, 5, {L"A"});
+      writeSession(reply, 6, {L"B", L"C"});
+      writeNext(reply, 6, 2);
+    } else if (page == 1) {
+      writeHead(reply, 1);
+      writeSession(reply, 6, {L"D"});
+      writeNext(reply, 7, 0);
+    } else {
+      writeHead(reply, 1);
+      writeSession(reply, 7, {L"E"});
+      reply.writeBoolean(false);
+    }
+    ++page;
+  });
+  std::wstring all;
+  for (const SessionFacts& session : ApplicationServer(peer.port()).status().sessions) {
+    all += std::to_wstring(session.number) + L":";
+    for (const ClientPrinterFacts& printer : session.printers)
+      all += L" " + printer.clientName();
+    all += L"; ";
+  }
+  EXPECT_EQ(all, L"5: A; 6: B C D; 7: E; ");
+  EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 0, int 0")));
+  EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 6, int 2")));
+  EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 7, int 0")));
+}
+
+TEST_F(ApplicationServerTest, WhosePagesDoNotGoOnIsNotAskedForEver) {
+  peer.answer(kClass, 33, [](corvane::ValueWriter& reply) {
+    writeHead(reply, 1);
+    writeSession(reply, 5, {L"A"});
+    writeNext(reply, 5, 1);
+  });
+  const Failure failure = failureOf(peer.port(), [](ApplicationServer& server) { server.status(); });
+  EXPECT_EQ(failure.code(), ExitCode::kServerAway);
+  EXPECT_THAT(failure.what(), HasSubstr("pages that do not go on"));
+}
+
 TEST_F(ApplicationServerTest, ThatClaimsAnAbsurdNumberIsNotBelieved) {
-  peer.answer(kClass, 30, [](corvane::ValueWriter& reply) {
+  peer.answer(kClass, 33, [](corvane::ValueWriter& reply) {
     reply.writeText(L"4.0.1.0");
     reply.writeInt(77);
     reply.writeText(L"");

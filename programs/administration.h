@@ -7,7 +7,12 @@
 // kAdministrationServerClass in the application server. All of them only look. Times are UTC as
 // "2026-01-31T23:59:59Z".
 //
-// Request kStatus, no values. Reply:
+// Request kStatusPage: int session and int printer at which to begin, both 0 for the first page. Reply: the values of
+// kStatus with some of the sessions, in the order of their numbers; the first and the last one may have only some of
+// their printers here. Then boolean "there is more", and only when it is true, int session and int printer at which the
+// next page begins. A page is at most about a megabyte, whatever sessions bring along.
+//
+// Request kStatus, no values; answered for older tools, and refused when the answer would be too long. Reply:
 //   text     version, such as "4.0.1.0"
 //   int      process id
 //   text     since when it runs
@@ -45,6 +50,7 @@ inline constexpr const wchar_t* kAdministrationServerClass = L"Quillfern::NTR::A
 inline constexpr int kStatus = 30;
 inline constexpr int kRecords = 31;
 inline constexpr int kNotices = 32;
+inline constexpr int kStatusPage = 33;
 
 inline constexpr int kNoticesKept = 1000;
 

@@ -15,6 +15,9 @@
 //     int      second value
 //   class version map of the print client
 //
+// A name has at most 200 characters, each other text 1,024, and all texts together 4,096 and 192 more for each printer
+// that the server allows a session (16,384 with its usual 64); past that the registration is refused.
+//
 // Reply:
 //   boolean  accepted
 //   text     only when refused: the reason, for a person

@@ -71,6 +71,9 @@ bool AdministrationServer::processRequest(CS_InRequest& request) {
     case programs::kStatus:
       status(request);
       return true;
+    case programs::kStatusPage:
+      statusPage(request);
+      return true;
     case programs::kRecords:
       records(request);
       return true;
@@ -86,10 +89,31 @@ void AdministrationServer::status(CS_InRequest& request) {
   std::vector<SessionTable::Status> sessions = m_application->sessions.status();
   if (sizeOf(sessions) > kMaxStatusBytes) leaveTextsOut(sessions);
   if (sizeOf(sessions) > kMaxStatusBytes) {
-    throw CS_Exception(corvane::kLimitExceeded, L"the printers of %u sessions are too many for one answer",
+    throw CS_Exception(corvane::kLimitExceeded,
+                       L"the printers of %u sessions are too many for one answer; a newer tool asks for pages",
                        static_cast<unsigned>(sessions.size()));
   }
+  writeStatus(request.reply(), sessions);
+  request.sendReply();
+}
+
+void AdministrationServer::statusPage(CS_InRequest& request) {
+  SessionTable::Place from;
+  from.session = request.readInt();
+  from.printer = static_cast<std::size_t>(std::max(request.readInt(), 0));
+  const SessionTable::Page page = m_application->sessions.page(from, kPageCharacters);
   auto& reply = request.reply();
+  writeStatus(reply, page.sessions);
+  reply.writeBoolean(page.next.has_value());
+  if (page.next) {
+    reply.writeInt(page.next->session);
+    reply.writeInt(static_cast<int>(page.next->printer));
+  }
+  request.sendReply();
+}
+
+void AdministrationServer::writeStatus(corvane::ValueWriter& reply,
+                                       const std::vector<SessionTable::Status>& sessions) const {
   reply.writeText(versionText().c_str());
   reply.writeInt(static_cast<int>(corvane::processId()));
   reply.writeText(utcText(m_application->startedAt).c_str());
@@ -102,7 +126,6 @@ void AdministrationServer::status(CS_InRequest& request) {
     for (const Printer& printer : session.printers)
       writePrinter(reply, printer, session.number);
   }
-  request.sendReply();
 }
 
 void AdministrationServer::records(CS_InRequest& request) {

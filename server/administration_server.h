@@ -1,10 +1,12 @@
 #pragma once
 
 #include "corvane/component.h"
+#include "corvane/value_writer.h"
 #include "server/application.h"
 
 #include <atomic>
 #include <memory>
+#include <vector>
 
 namespace aps {
 
@@ -21,9 +23,13 @@ class AdministrationServer : public CS_Component {
   // Bytes of a status reply. Past it the printers' optional texts other than the driver's name are left out; where that
   // is not enough, the request is refused.
   static constexpr std::size_t kMaxStatusBytes = 3 * 1024 * 1024;
+  // Characters of a page of it, at two bytes each.
+  static constexpr std::size_t kPageCharacters = 512 * 1024;
 
  private:
   void status(CS_InRequest& request);
+  void statusPage(CS_InRequest& request);
+  void writeStatus(corvane::ValueWriter& reply, const std::vector<SessionTable::Status>& sessions) const;
   void records(CS_InRequest& request);
   void notices(CS_InRequest& request);
 

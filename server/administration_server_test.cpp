@@ -11,6 +11,7 @@
 #include "programs/paths.h"
 #include "tests/support/connection_pair.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <future>
 #include <gmock/gmock.h>
@@ -23,6 +24,7 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::MatchesRegex;
 using ::testing::SizeIs;
+using ::testing::StartsWith;
 
 constexpr unsigned kReplyMilliseconds = 60000;
 
@@ -64,6 +66,25 @@ class AdministrationServerTest : public ::testing::Test {
     CS_OutRequest request(m_tool, programs::kStatus);
     CS_InRequest reply(request);
     request.execute(reply, kReplyMilliseconds);
+    return sessionsOf(reply);
+  }
+  // The page that begins there, with a line that says where the next one does.
+  std::vector<std::string> page(int session, int printer) {
+    CS_OutRequest request(m_tool, programs::kStatusPage);
+    request.writeInt(session);
+    request.writeInt(printer);
+    CS_InRequest reply(request);
+    request.execute(reply, kReplyMilliseconds);
+    std::vector<std::string> lines = sessionsOf(reply);
+    std::string next = "end";
+    if (reply.readBoolean()) {
+      next = "next " + std::to_string(reply.readInt()) + ".";
+      next += std::to_string(reply.readInt());
+    }
+    lines.push_back(next);
+    return lines;
+  }
+  std::vector<std::string> sessionsOf(CS_InRequest& reply) {
     std::vector<std::string> lines;
     m_version = text(reply);
     m_process = reply.readInt();
@@ -158,25 +179,76 @@ TEST_F(AdministrationServerTest, TellsEachSessionWithAllThatItsClientBrought) {
 }
 
 TEST_F(AdministrationServerTest, LeavesTextsOutThatOneAnswerCannotHold) {
-  Printer wordy = printer(L"Laser-2");
-  for (const std::size_t i : {1u, 3u})
-    wordy.texts[i] = std::wstring(30000, L'x');
-  wordy.texts[3] = L"driver";
-  for (int session = 1; session <= 60; ++session)
-    m_application->sessions.enter(session, {wordy}, CS_ClassVersionMap(), m_pair->accepted());
-  EXPECT_EQ(status().at(59), "60 connected T; Laser-2 (session 60),Laser-2,-,-,driver,-,-,-,- 1 0");
-  wordy.texts[3] = std::wstring(30000, L'x');
-  for (int session = 61; session <= 120; ++session)
-    m_application->sessions.enter(session, {wordy}, CS_ClassVersionMap(), m_pair->accepted());
+  std::vector<Printer> wordy(8, printer(L""));
+  for (std::size_t i = 0; i < wordy.size(); ++i) {
+    wordy[i].texts[0] = std::to_wstring(i);
+    wordy[i].texts[1] = std::wstring(1000, L'x');
+    wordy[i].texts[2] = std::wstring(1000, L'x');
+    wordy[i].texts[3] = L"driver";
+  }
+  for (int session = 1; session <= 240; ++session)
+    m_application->sessions.enter(session, wordy, CS_ClassVersionMap(), m_pair->accepted());
+  EXPECT_THAT(status().at(239), StartsWith("240 connected T; 0 (session 240),0,-,-,driver,-,-,-,- 1 0; 1 "));
+  for (Printer& each : wordy)
+    std::swap(each.texts[2], each.texts[3]);
+  for (int session = 1; session <= 240; ++session) {
+    m_application->sessions.leave(session, m_pair->accepted().get());
+    m_application->sessions.enter(session, wordy, CS_ClassVersionMap(), m_pair->accepted());
+  }
   try {
     status();
     FAIL() << "an answer of any size";
   } catch (const CS_Exception& failure) {
     EXPECT_EQ(failure.number(), corvane::kRequestRefused);
-    EXPECT_STREQ(failure.detail(), L"the printers of 120 sessions are too many for one answer");
+    EXPECT_STREQ(failure.detail(),
+                 L"the printers of 240 sessions are too many for one answer; a newer tool asks for pages");
   }
   EXPECT_TRUE(m_pair->dialed().isConnected());
-  for (int session = 1; session <= 120; ++session)
+  for (int session = 1; session <= 240; ++session)
+    m_application->sessions.leave(session, m_pair->accepted().get());
+}
+
+TEST_F(AdministrationServerTest, APageTellsWhatTheStatusTellsAndWhereTheNextOneBegins) {
+  m_application->sessions.enter(7, {printer(L"Plotter")}, CS_ClassVersionMap(), m_pair->accepted());
+  m_application->sessions.enter(5, {printer(L"Laser-2"), printer(L"Ink")}, CS_ClassVersionMap(), m_pair->accepted());
+  auto all = status();
+  all.push_back("end");
+  EXPECT_EQ(page(0, 0), all);
+  EXPECT_EQ(page(-3, -3), all);
+  EXPECT_THAT(page(5, 1), ElementsAre("5 connected T; Ink (session 5),Ink,-,-,-,-,-,-,- 1 0",
+                                      "7 connected T; Plotter (session 7),Plotter,-,-,-,-,-,-,- 1 0", "end"));
+  for (const int session : {5, 7})
+    m_application->sessions.leave(session, m_pair->accepted().get());
+}
+
+TEST_F(AdministrationServerTest, TheMostThatSessionsCanBringIsToldInPagesThatEachFit) {
+  std::vector<Printer> wordy(64, printer(L""));
+  std::size_t left = SessionTable::Limits{}.texts();
+  for (std::size_t i = 0; i < wordy.size(); ++i) {
+    wordy[i].texts[0] = std::to_wstring(i);
+    left -= wordy[i].texts[0]->size();
+  }
+  for (std::size_t i = 0; left > 0; ++i) {
+    wordy[i].texts[1] = std::wstring(std::min<std::size_t>(left, 1024), L'x');
+    left -= wordy[i].texts[1]->size();
+  }
+  for (int session = 1; session <= 256; ++session) {
+    ASSERT_TRUE(m_application->sessions.enter(session, wordy, CS_ClassVersionMap(), m_pair->accepted()).accepted());
+  }
+  int pages = 0;
+  std::size_t printers = 0;
+  for (int session = 0, at = 0; session >= 0; ++pages) {
+    const std::vector<std::string> lines = page(session, at);
+    session = -1;
+    for (const std::string& line : lines) {
+      for (std::size_t found = line.find("; "); found != std::string::npos; found = line.find("; ", found + 1))
+        ++printers;
+      std::sscanf(line.c_str(), "next %d.%d", &session, &at);
+    }
+  }
+  EXPECT_EQ(printers, 256u * 64u);
+  EXPECT_GT(pages, 8);
+  for (int session = 1; session <= 256; ++session)
     m_application->sessions.leave(session, m_pair->accepted().get());
 }
 

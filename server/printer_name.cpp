@@ -28,6 +28,18 @@ std::wstring nameRefusal(const std::wstring& name) {
   return L"";
 }
 
+// What a client says of its printers is kept here and shown to others, so it may not be of any length.
+std::wstring textRefusal(const Printer& printer) {
+  for (const auto& text : printer.texts) {
+    const std::size_t length = text ? corvane::toUtf16(*text).size() : 0;
+    if (length > kMaxPrinterText) {
+      return L"the printer \"" + printer.name() + L"\" has a description of " + std::to_wstring(length) +
+             L" characters, the limit is " + std::to_wstring(kMaxPrinterText) + L"; shorten it";
+    }
+  }
+  return L"";
+}
+
 }  // namespace
 
 std::wstring localPrinterName(const std::wstring& clientName, int session) {
@@ -47,6 +59,7 @@ std::wstring printersRefusal(const std::vector<Printer>& printers) {
   for (const Printer& printer : printers) {
     const std::wstring& name = printer.name();
     if (std::wstring refusal = nameRefusal(name); !refusal.empty()) return refusal;
+    if (std::wstring refusal = textRefusal(printer); !refusal.empty()) return refusal;
     if (!seen.insert(foldedName(name)).second) {
       return L"the printer \"" + name + L"\" is there twice; give each printer a name of its own";
     }

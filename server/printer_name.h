@@ -8,7 +8,8 @@
 
 namespace aps {
 
-inline constexpr std::size_t kMaxPrinterName = 200;  // characters of the client's name
+inline constexpr std::size_t kMaxPrinterName = 200;   // characters of the client's name
+inline constexpr std::size_t kMaxPrinterText = 1024;  // of each of the other texts
 
 // The name under which a session's printer is known on this server: the client's own name first, then the session. It
 // depends on nothing else, so it is the same after every reconnect.

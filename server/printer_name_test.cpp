@@ -27,6 +27,17 @@ TEST(PrinterName, TakesTwoHundredCharactersAndNoMore) {
             L"the printer name \"" + std::wstring(40, L'x') + L"...\" has 201 characters, the limit is 200");
 }
 
+TEST(PrinterName, AnotherTextTakesAThousandCharactersAndNoMore) {
+  for (int text = 1; text < programs::kPrinterTexts; ++text) {
+    Printer printer = named(L"Laser");
+    printer.texts[static_cast<std::size_t>(text)] = std::wstring(1024, L'x');
+    EXPECT_EQ(printersRefusal({printer}), L"");
+    printer.texts[static_cast<std::size_t>(text)]->push_back(L'x');
+    EXPECT_EQ(printersRefusal({named(L"Ink"), printer}),
+              L"the printer \"Laser\" has a description of 1025 characters, the limit is 1024; shorten it");
+  }
+}
+
 TEST(PrinterName, RefusesControlCharactersAndOuterBlanks) {
   EXPECT_EQ(printersRefusal({named(L"a\nb")}), L"the printer name \"a\nb\" holds a control character");
   EXPECT_EQ(printersRefusal({named(L"Laser ")}), L"the printer name \"Laser \" begins or ends with a blank");

@@ -10,6 +10,13 @@ namespace {
 // How long somebody who waits goes on without asking whether he has given up.
 constexpr std::chrono::milliseconds kLookEvery{100};
 
+std::size_t charactersOf(const Printer& printer) {
+  std::size_t all = 0;
+  for (const auto& text : printer.texts)
+    all += text ? text->size() : 0;
+  return all;
+}
+
 }  // namespace
 
 std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers) const {
@@ -24,7 +31,15 @@ std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>
   if (known != m_sessions.end() && known->second.client) {
     return name + L" has a print client already; stop that one first";
   }
-  return printersRefusal(printers);
+  if (std::wstring refusal = printersRefusal(printers); !refusal.empty()) return refusal;
+  std::size_t characters = 0;
+  for (const Printer& printer : printers)
+    characters += charactersOf(printer);
+  if (characters > m_limits.texts()) {
+    return name + L" describes its printers with " + std::to_wstring(characters) + L" characters, the limit is " +
+           std::to_wstring(m_limits.texts()) + L"; shorten the descriptions, or start aps with a higher --max-printers";
+  }
+  return L"";
 }
 
 bool SessionTable::makeRoomLocked(std::optional<int>& forgotten) {
@@ -198,6 +213,30 @@ std::vector<SessionTable::Status> SessionTable::status() const {
   for (const auto& [number, entry] : m_sessions)
     all.push_back({number, static_cast<bool>(entry.client), entry.since, entry.printers});
   return all;
+}
+
+SessionTable::Page SessionTable::page(Place from, std::size_t characters) const {
+  constexpr std::size_t kEach = 64;  // a session and a printer have more than their texts
+  const std::lock_guard<std::mutex> guard(m_lock);
+  Page page;
+  std::size_t used = 0;
+  for (auto at = m_sessions.lower_bound(from.session); at != m_sessions.end(); ++at) {
+    const auto& [number, entry] = *at;
+    page.sessions.push_back({number, static_cast<bool>(entry.client), entry.since, {}});
+    used += kEach;
+    for (std::size_t i = number == from.session ? from.printer : 0; i < entry.printers.size(); ++i) {
+      // Its name is told twice, here and as the client has it.
+      const std::size_t cost = kEach + charactersOf(entry.printers[i]) + kMaxPrinterName;
+      if (used + cost > characters && used > kEach) {
+        if (page.sessions.back().printers.empty()) page.sessions.pop_back();
+        page.next = Place{number, i};
+        return page;
+      }
+      page.sessions.back().printers.push_back(entry.printers[i]);
+      used += cost;
+    }
+  }
+  return page;
 }
 
 }  // namespace aps

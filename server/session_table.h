@@ -34,6 +34,8 @@ class SessionTable {
   struct Limits {
     std::size_t sessions = 256;
     std::size_t printers = 64;  // of one session
+    // Characters of all texts of one session's printers. With these limits all that is known fits into the state file.
+    std::size_t texts() const { return 4096 + 192 * printers; }
     std::chrono::milliseconds clientWait{20000};
   };
 
@@ -58,6 +60,17 @@ class SessionTable {
     bool connected = false;
     std::chrono::system_clock::time_point since;  // of which it is (not) connected
     std::vector<Printer> printers;                // in the order of the registration
+  };
+
+  // Where to go on among the sessions, in the order of their numbers, and their printers.
+  struct Place {
+    int session = 0;
+    std::size_t printer = 0;
+  };
+  // Some of the sessions; the first and the last one may have only some of their printers here.
+  struct Page {
+    std::vector<Status> sessions;
+    std::optional<Place> next;  // none behind the last
   };
 
   // Whoever waits for a client: asked now and then, without the table's lock, whether he has given up.
@@ -92,6 +105,8 @@ class SessionTable {
   void wake() const;
   // All sessions in the order of their numbers.
   std::vector<Status> status() const;
+  // As many of them from that place on as have so many characters of texts, a printer at the least.
+  Page page(Place from, std::size_t characters) const;
 
  private:
   struct Entry {

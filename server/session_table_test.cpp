@@ -1,5 +1,7 @@
 #include "server/session_table.h"
 
+#include "server/printer_name.h"
+
 #include <atomic>
 #include <future>
 #include <gmock/gmock.h>
@@ -220,6 +222,62 @@ TEST_F(SessionTableTest, EachChangeIsToldOnceItCanBeSeen) {
   m_table.leave(1, m_other.get());   // not its client
   m_table.leave(1, m_client.get());
   EXPECT_THAT(connected, ElementsAre(1, 0));
+}
+
+TEST_F(SessionTableTest, RefusesDescriptionsThatAreTooLongTogether) {
+  Printer wordy = named(std::wstring(100, L'x'));
+  const std::size_t limit = SessionTable::Limits{2, 3, {}}.texts();
+  EXPECT_EQ(limit, 4096u + 3 * 192u);
+  std::size_t left = limit - 100;
+  for (std::size_t text = 1; left > 0; ++text) {
+    wordy.texts[text] = std::wstring(std::min<std::size_t>(left, 1000), L'x');
+    left -= wordy.texts[text]->size();
+  }
+  EXPECT_TRUE(enter(5, {wordy}, m_client).accepted());
+  wordy.texts[7] = L"y";
+  EXPECT_EQ(enter(6, {wordy}, m_client).refusal,
+            L"session 6 describes its printers with 4673 characters, the limit is 4672; shorten the descriptions, or "
+            L"start aps with a higher --max-printers");
+}
+
+// Each page as "5: Laser-2, Ink", and where the next one begins.
+std::string pageText(const SessionTable::Page& page) {
+  std::string text;
+  for (const SessionTable::Status& session : page.sessions) {
+    text += std::to_string(session.number) + (session.connected ? ":" : " away:");
+    for (const Printer& printer : session.printers)
+      text += " " + std::string(printer.name().begin(), printer.name().end());
+    text += "; ";
+  }
+  return page.next ? text + "next " + std::to_string(page.next->session) + "." + std::to_string(page.next->printer)
+                   : text + "end";
+}
+
+TEST(SessionTablePage, GivesSessionsInTheirOrderAsFarAsTheyFit) {
+  SessionTable table{SessionTable::Limits{9, 9, {}}};
+  const auto client = CS_Connection::create();
+  table.enter(7, {named(L"G")}, CS_ClassVersionMap(), client);
+  table.enter(5, {named(L"A"), named(L"B"), named(L"C")}, CS_ClassVersionMap(), client);
+  table.enter(6, {named(L"D"), named(L"E")}, CS_ClassVersionMap(), client);
+  table.leave(6, client.get());
+  const std::size_t printer = 64 + 1 + kMaxPrinterName, session = 64;
+  EXPECT_EQ(pageText(table.page({}, 100000)), "5: A B C; 6 away: D E; 7: G; end");
+  EXPECT_EQ(pageText(table.page({}, session + 2 * printer)), "5: A B; next 5.2");
+  EXPECT_EQ(pageText(table.page({5, 2}, session + 2 * printer)), "5: C; next 6.0");
+  EXPECT_EQ(pageText(table.page({5, 2}, 2 * session + 2 * printer)), "5: C; 6 away: D; next 6.1");
+  EXPECT_EQ(pageText(table.page({6, 1}, 100000)), "6 away: E; 7: G; end");
+  EXPECT_EQ(pageText(table.page({8, 0}, 100000)), "end");
+}
+
+TEST(SessionTablePage, HoldsAPrinterAtLeastAndGoesOnBehindOnesThatHaveGone) {
+  SessionTable table{SessionTable::Limits{9, 9, {}}};
+  const auto client = CS_Connection::create();
+  table.enter(5, {named(L"A"), named(L"B")}, CS_ClassVersionMap(), client);
+  table.enter(6, {named(L"D")}, CS_ClassVersionMap(), client);
+  EXPECT_EQ(pageText(table.page({}, 1)), "5: A; next 5.1");
+  EXPECT_EQ(pageText(table.page({5, 1}, 1)), "5: B; next 6.0");
+  EXPECT_EQ(pageText(table.page({6, 0}, 1)), "6: D; end");
+  EXPECT_EQ(pageText(table.page({5, 9}, 100000)), "5:; 6: D; end");
 }
 
 }  // namespace
