@@ -1,15 +1,17 @@
 #include "corvane/bridge.h"
 
 #include "corvane/bridge_worker.h"
+#include "corvane/channel.h"
 #include "corvane/exception.h"
+#include "corvane/link.h"
 #include "corvane/message_numbers.h"
 
 const wchar_t* const CS_Bridge::m_className = L"Quillfern::ComponentServer::Bridge";
 
 CS_Bridge::~CS_Bridge() = default;
 
-void CS_Bridge::prepareServing() {
-  m_worker = std::make_shared<corvane::BridgeWorker>(*this);
+void CS_Bridge::prepareServing(std::shared_ptr<corvane::BridgeLoad> load) {
+  m_worker = std::make_shared<corvane::BridgeWorker>(*this, std::move(load));
 }
 
 bool CS_Bridge::startServing() {
@@ -27,6 +29,19 @@ bool CS_Bridge::release() {
     m_worker->stop(L"the bridge was released");
   }
   return true;
+}
+
+void CS_Bridge::leave(const std::wstring& reason) {
+  CS_Component* owner = getOwner();
+  if (owner == nullptr || !owner->removeChild(this)) return;  // the peer let it go meanwhile
+  corvane::FrameHeader header;
+  header.kind = corvane::FrameKind::kRelease;
+  header.component = getIdentifier();
+  try {
+    getChannel(true)->link().sendText(header, reason.c_str());
+  } catch (const CS_Exception&) {
+    // The connection has ended, and the peer knows.
+  }
 }
 
 void CS_Bridge::served() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/component.h"
+#include "corvane/limits.h"
 
 #include <atomic>
 #include <memory>
@@ -8,6 +9,7 @@
 
 namespace corvane {
 class BridgeWorker;
+struct BridgeLoad;
 struct Frame;
 }  // namespace corvane
 
@@ -16,12 +18,13 @@ struct Frame;
 //
 // A bridge that the peer made serves the requests to its components on a thread of its own, in order; at most
 // corvane::kMaxInboxBytes wait for it, then the connection's reader waits too. When such a bridge ends, its components
-// are released on that thread too, after the request that they are in. A bridge made here has no thread.
+// are released on that thread too, after the request that they are in. One whose frames cannot be served ends alone,
+// and the peer is told why. A bridge made here has no thread.
 class CS_Bridge : public CS_Component {
  public:
   static const wchar_t* const m_className;
 
-  CS_Bridge() = default;
+  CS_Bridge() : CS_Component(corvane::kMaxComponentsOnBridge) {}
   ~CS_Bridge() override;
 
   int getDataType() const override { return 2; }
@@ -29,10 +32,12 @@ class CS_Bridge : public CS_Component {
 
   // Makes this the peer's bridge, in two steps: before it is added to its owner, where another thread may release it at
   // once, and after. False when its thread cannot be started.
-  void prepareServing();
+  void prepareServing(std::shared_ptr<corvane::BridgeLoad> load);
   bool startServing();
   // Takes a frame for a component on this bridge; called by the thread that reads the connection.
   void deliver(const corvane::Frame& frame);
+  // The bridge's thread cannot go on: the bridge leaves its connection, and the peer gets the reason; called by it.
+  void leave(const std::wstring& reason);
   // The bridge's thread has served its last request; called by it.
   void served();
   // The peer has let this bridge go: from now on every request on it fails with the reason. Called by the thread that

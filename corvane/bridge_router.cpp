@@ -75,12 +75,14 @@ std::shared_ptr<Route> CS_BridgeRouter::route() const {
   return m_route;
 }
 
-bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
+CS_BridgeRouter::Routing CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   CS_Channel* here = getChannel(true);
-  if (here == nullptr || !connection || !connection->isConnected()) return false;
+  auto* own = dynamic_cast<CS_Connection*>(getOwner());
+  if (here == nullptr || own == nullptr || !connection || !connection->isConnected()) return Routing::kGone;
   {
     const std::lock_guard guard(m_routeLock);
-    if (m_routing || m_released) return false;
+    if (m_routing || m_released) return Routing::kGone;
+    if (!own->beginRoute()) return Routing::kFull;
     m_routing = true;
   }
 
@@ -94,9 +96,10 @@ bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   other->m_end = 1;
   if (!connection->addChild(other.get())) {
     route->ends[0] = route->ends[1] = {};  // the two would keep each other alive
+    own->endRoute();
     const std::lock_guard guard(m_routeLock);
     m_routing = false;
-    return false;
+    return connection->isConnected() ? Routing::kFull : Routing::kGone;
   }
   bool released;
   {
@@ -106,7 +109,7 @@ bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   }
   if (released) {
     end(0, L"", nullptr);
-    return false;
+    return Routing::kGone;
   }
   corvane::FrameHeader header;
   header.kind = corvane::FrameKind::kCreate;
@@ -117,9 +120,9 @@ bool CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
     connection->link()->announce(header, values);
   } catch (const CS_Exception&) {
     end(1, L"its connection has ended", nullptr);
-    return false;
+    return Routing::kGone;
   }
-  return true;
+  return Routing::kMade;
 }
 
 void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
@@ -209,6 +212,7 @@ void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* t
     ending.bytes = through->bytes;
     ending.answered = through->answered;
   }
+  if (auto* maker = dynamic_cast<CS_Connection*>(ends[0].router->getOwner())) maker->endRoute();
   const Route::End& other = ends[1 - m_end];
   leave(*ends[m_end].router);
   // Told first: what still arrives there meanwhile is dropped, not answered as for a bridge that never was.

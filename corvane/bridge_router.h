@@ -32,9 +32,13 @@ class CS_BridgeRouter : public CS_Component {
   int getDataType() const override { return 3; }
   bool release() override;
 
-  // Continues this bridge on the given connection, whose peer gets a bridge announced. Once only; false when it is
-  // routed already or the connection has ended.
-  bool routeTo(const CS_RCPtr<CS_Connection>& connection);
+  enum class Routing {
+    kMade,
+    kGone,  // one of the two connections has ended, or the bridge is routed already
+    kFull,  // corvane::kMaxRoutes bridges of this connection are routed, or the other one has all its components
+  };
+  // Continues this bridge on the given connection, whose peer gets a bridge announced. Once only.
+  Routing routeTo(const CS_RCPtr<CS_Connection>& connection);
   bool isRouted() const;
 
   // Passes on complete frames that stand one behind the other; their bridge identifiers are overwritten in place. A

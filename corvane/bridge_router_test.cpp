@@ -39,8 +39,8 @@ class RoutedTest : public EchoTest {
       m_reason = ending.reason;
       m_seen.changed.notify_all();
     });
-    EXPECT_TRUE(router->routeTo(m_client.accepted()));
-    EXPECT_FALSE(router->routeTo(m_client.accepted()));
+    EXPECT_EQ(CS_BridgeRouter::Routing::kMade, router->routeTo(m_client.accepted()));
+    EXPECT_EQ(CS_BridgeRouter::Routing::kGone, router->routeTo(m_client.accepted()));
     m_component = makeComponent(*m_bridge, L"Caller", L"Server");
   }
   ~RoutedTest() override {

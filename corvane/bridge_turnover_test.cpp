@@ -40,7 +40,7 @@ class TurnoverTest : public EchoTest {
     // A request on the connection makes the server see the bridge.
     twice(probe(monitor), 1);
     const CS_RCPtr<CS_Component> router = monitor.accepted()->getChild(bridge->getIdentifier());
-    EXPECT_TRUE(dynamic_cast<CS_BridgeRouter&>(*router).routeTo(m_client.accepted()));
+    EXPECT_EQ(CS_BridgeRouter::Routing::kMade, dynamic_cast<CS_BridgeRouter&>(*router).routeTo(m_client.accepted()));
     const auto component = makeComponent(*bridge, L"Caller", L"Server");
     EXPECT_EQ(14, twice(component, 7));
     return component;
@@ -143,6 +143,40 @@ TEST_F(TurnoverTest, AClientThatGoesLeavesNothingOnTheMonitorsConnectionOfTheSer
   EXPECT_EQ(2u, monitor.accepted()->childCount());
   CS_Connection::destroy(m_client.accepted(), true);
   EXPECT_EQ(1u, monitor.accepted()->childCount());
+}
+
+TEST_F(TurnoverTest, OneConnectionCannotTakeAllThePlacesOfAClient) {
+  ConnectionPair monitor;
+  std::vector<CS_RCPtr<CS_Component>> bridges;
+  const auto route = [&] {
+    bridges.push_back(makeBridge(monitor.dialed()));
+    twice(probe(monitor), 1);
+    const CS_RCPtr<CS_Component> router = monitor.accepted()->getChild(bridges.back()->getIdentifier());
+    return dynamic_cast<CS_BridgeRouter&>(*router).routeTo(m_client.accepted());
+  };
+  for (int i = 0; i < kMaxRoutes; ++i)
+    EXPECT_EQ(CS_BridgeRouter::Routing::kMade, route());
+  EXPECT_EQ(CS_BridgeRouter::Routing::kFull, route());
+  EXPECT_EQ(static_cast<std::size_t>(kMaxRoutes), m_client.accepted()->childCount());
+  bridges.front()->getChannel(true)->startSending();
+  ASSERT_TRUE(bridges.front()->releasePeer());
+  EXPECT_EQ(CS_BridgeRouter::Routing::kMade, route());
+}
+
+TEST_F(TurnoverTest, AClientWhoseConnectionHasAllItsComponentsIsFullAndNotGone) {
+  ConnectionPair monitor;
+  std::vector<CS_RCPtr<CS_Component>> others;
+  while (const auto other = makeComponent(*m_client.accepted(), L"Caller", L"Server"))
+    others.push_back(other);
+  EXPECT_EQ(CS_Component::kMaxChildren, others.size());
+  const auto bridge = makeBridge(monitor.dialed());
+  twice(probe(monitor), 1);
+  const CS_RCPtr<CS_Component> router = monitor.accepted()->getChild(bridge->getIdentifier());
+  const auto routeTo = [&] { return dynamic_cast<CS_BridgeRouter&>(*router).routeTo(m_client.accepted()); };
+  for (int i = 0; i <= kMaxRoutes; ++i)
+    EXPECT_EQ(CS_BridgeRouter::Routing::kFull, routeTo());
+  m_client.accepted()->removeChild(others.front().get());
+  EXPECT_EQ(CS_BridgeRouter::Routing::kMade, routeTo());
 }
 
 }  // namespace

@@ -7,13 +7,13 @@
 #include "corvane/local_monitor.h"
 #include "corvane/message_numbers.h"
 
-#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace corvane {
 namespace {
 
-constexpr std::size_t kMaxSpare = 8;
+constexpr std::size_t kMaxSpare = 16;  // of one connection
 
 // The threads of all bridges of this process, counted for the end of the program.
 struct Threads {
@@ -61,74 +61,113 @@ class BridgeWorker::Source : public FrameSource {
   bool m_started = false;
 };
 
-BridgeWorker::BridgeWorker(CS_Bridge& bridge) : m_serving(bridge) {}
+BridgeWorker::BridgeWorker(CS_Bridge& bridge, std::shared_ptr<BridgeLoad> load)
+    : m_serving(bridge, nullptr), m_load(std::move(load)) {}
+
+std::size_t BridgeWorker::costOf(const OwnedFrame& frame) {
+  return sizeof frame + frame.payload.size();
+}
 
 bool BridgeWorker::start(const CS_RCPtr<CS_Bridge>& bridge) {
+  {
+    const std::lock_guard guard(m_load->lock);
+    if (m_load->threads >= kMaxServedBridges) return false;
+    ++m_load->threads;
+  }
   countThread(1);
+  const auto ended = [load = m_load] {
+    {
+      const std::lock_guard guard(load->lock);
+      --load->threads;
+    }
+    countThread(-1);
+  };
   try {
-    std::thread([self = shared_from_this(), held = CS_RCPtr<CS_Bridge>(bridge)]() mutable {
+    std::thread([self = shared_from_this(), held = CS_RCPtr<CS_Bridge>(bridge), ended]() mutable {
       self->run(held);
       held = nullptr;
       self.reset();
-      countThread(-1);
+      ended();
     }).detach();
     return true;
-  } catch (const std::system_error&) {
-    countThread(-1);
+  } catch (const std::exception&) {
+    ended();
     return false;
   }
 }
 
+bool BridgeWorker::hasRoomLocked() const {
+  return m_bytes < kMaxInboxBytes && m_frames.size() < kMaxInboxFrames && m_load->bytes < kMaxConnectionInboxBytes;
+}
+
 void BridgeWorker::deliver(const Frame& frame) {
-  std::unique_lock lock(m_lock);
-  m_changed.wait(lock, [&] { return m_stopped || (m_bytes < kMaxInboxBytes && m_frames.size() < kMaxInboxFrames); });
-  if (m_stopped) return;
   OwnedFrame owned;
   owned.header = frame.header;
-  if (!m_spare.empty()) {
-    owned.payload = std::move(m_spare.back());
-    m_spare.pop_back();
+  {
+    std::unique_lock lock(m_load->lock);
+    m_load->room.wait(lock, [&] { return m_stopped || hasRoomLocked(); });
+    if (m_stopped) return;
+    if (!m_load->spare.empty()) {
+      owned.payload = std::move(m_load->spare.back());
+      m_load->spare.pop_back();
+    }
   }
   owned.payload.assign(frame.payload().begin(), frame.payload().end());
-  m_bytes += owned.payload.size();
+  const std::lock_guard guard(m_load->lock);
+  if (m_stopped) return;
+  const std::size_t cost = costOf(owned);
   m_frames.push_back(std::move(owned));
-  m_changed.notify_all();
+  m_bytes += cost;
+  m_load->bytes += cost;
+  m_arrived.notify_one();
 }
 
 BridgeWorker::OwnedFrame BridgeWorker::take() {
-  std::unique_lock lock(m_lock);
-  m_changed.wait(lock, [&] { return m_stopped || !m_frames.empty(); });
+  std::unique_lock lock(m_load->lock);
+  m_arrived.wait(lock, [&] { return m_stopped || !m_frames.empty(); });
   if (m_stopped) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
   OwnedFrame frame = std::move(m_frames.front());
   m_frames.pop_front();
-  m_bytes -= frame.payload.size();
-  m_changed.notify_all();
+  m_bytes -= costOf(frame);
+  m_load->bytes -= costOf(frame);
+  m_load->room.notify_one();
   return frame;
 }
 
 void BridgeWorker::recycle(OwnedFrame& frame) {
-  const std::lock_guard guard(m_lock);
-  if (m_spare.size() < kMaxSpare) m_spare.push_back(std::move(frame.payload));
+  const std::lock_guard guard(m_load->lock);
+  if (m_load->spare.size() < kMaxSpare) m_load->spare.push_back(std::move(frame.payload));
 }
 
 void BridgeWorker::stop(const std::wstring& reason) {
-  const std::lock_guard guard(m_lock);
+  const std::lock_guard guard(m_load->lock);
   if (m_stopped) return;
   m_stopped = true;
   m_reason = reason;
   m_frames.clear();
-  m_changed.notify_all();
+  m_load->bytes -= std::exchange(m_bytes, 0);
+  m_arrived.notify_one();
+  m_load->room.notify_one();
 }
 
-void BridgeWorker::run(const CS_RCPtr<CS_Bridge>& bridge) {
+std::wstring BridgeWorker::serveAll() {
   try {
     for (;;)
       serveOne(take());
   } catch (const CS_Exception& exception) {
-    if (exception.number() != kConnectionLost) LocalMonitor::instance().writeLine(L"bridge", exception.detail());
-    stop(exception.detail());
+    if (exception.number() == kConnectionLost) return {};
+    return exception.detail();
   } catch (...) {
-    stop(messageText(kUnknownException));
+    return messageText(kUnknownException);
+  }
+}
+
+void BridgeWorker::run(const CS_RCPtr<CS_Bridge>& bridge) {
+  const std::wstring failure = serveAll();
+  if (!failure.empty()) {
+    LocalMonitor::instance().writeLine(L"bridge", failure.c_str());
+    stop(failure);
+    bridge->leave(failure);
   }
   bridge->served();
 }

@@ -2,6 +2,7 @@
 
 #include "corvane/channel.h"
 #include "corvane/exception.h"
+#include "corvane/limits.h"
 #include "corvane/message_numbers.h"
 #include "corvane/value_reader.h"
 #include "corvane/value_writer.h"
@@ -31,6 +32,9 @@ void CS_ClassVersionMap::operator<<(CS_Channel& channel) {
   std::map<std::wstring, CS_Version> versions;
   for (int i = 0; i < count; ++i) {
     std::wstring name = reader.readText();
+    if (name.size() > corvane::kMaxClassNameUnits) {
+      throw CS_Exception(corvane::kLimitExceeded, L"a class name of %d characters", static_cast<int>(name.size()));
+    }
     CS_Version version;
     version.major = static_cast<short>(reader.readInt());
     version.minor = static_cast<short>(reader.readInt());

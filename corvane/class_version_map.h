@@ -20,7 +20,7 @@ class CS_ClassVersionMap {
   // Writes the map to a request's channel: the count, then for each class its name and four numbers.
   void operator>>(CS_Channel& channel) const;
   // Replaces the map by the one read from a request's channel. Throws CS_Exception when the channel holds something
-  // else or more than kMaxClasses classes.
+  // else, more than kMaxClasses classes, or a name of more than corvane::kMaxClassNameUnits.
   void operator<<(CS_Channel& channel);
 
   static constexpr int kMaxClasses = 1024;

@@ -11,7 +11,7 @@
 
 #include <algorithm>
 
-CS_Component::CS_Component() = default;
+CS_Component::CS_Component(std::size_t maxChildren) : m_maxChildren(maxChildren) {}
 CS_Component::~CS_Component() = default;
 
 int CS_Component::addRef() {
@@ -111,7 +111,7 @@ std::size_t CS_Component::childCount() {
 bool CS_Component::addChild(CS_Component* child) {
   if (child == nullptr) return false;
   const std::lock_guard guard(m_lock);
-  if (m_ended || m_children.size() >= kMaxChildren) return false;
+  if (m_ended || m_children.size() >= m_maxChildren) return false;
   if (!m_children.emplace(child->getIdentifier(), child).second) return false;
   child->m_owner = this;
   return true;

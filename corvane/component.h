@@ -37,7 +37,7 @@ class CS_Listener {
 // thread that reads the connection or, for components on a bridge that the peer made, on that bridge's own thread.
 class CS_Component {
  public:
-  CS_Component();
+  explicit CS_Component(std::size_t maxChildren = kMaxChildren);
   CS_Component(const CS_Component&) = delete;
   CS_Component& operator=(const CS_Component&) = delete;
   virtual ~CS_Component();
@@ -63,8 +63,9 @@ class CS_Component {
   virtual void releaseChannel();
   // The component with that identifier standing on this one, or null.
   virtual CS_RCPtr<CS_Component> getChild(std::uint32_t identifier);
-  // How many components stand on this one.
+  // How many components stand on this one, and how many may.
   std::size_t childCount();
+  std::size_t maxChildren() const { return m_maxChildren; }
   // The connection at the end of the chain of owners; the component itself when it has no owner.
   virtual CS_RCPtr<CS_Component> getRootOwner();
   // The monitor set for this component, its owner's, or the default one; never null.
@@ -93,7 +94,7 @@ class CS_Component {
   // waited before it returns, so the default has nothing to do.
   virtual void waitForReply(CS_InRequest& reply, unsigned timeoutMilliseconds);
   // Takes a reference to the component and makes this its owner; false when the identifier is taken, the owner has
-  // ended, or kMaxChildren components stand on it already.
+  // ended, or as many components stand on it already as may: kMaxChildren, fewer on a bridge.
   virtual bool addChild(CS_Component* child);
   virtual bool removeChild(CS_Component* child);
   virtual bool addListener(CS_Listener* listener);
@@ -128,6 +129,7 @@ class CS_Component {
  private:
   bool allChildren(bool (CS_Component::*operation)());
 
+  const std::size_t m_maxChildren;
   corvane::RefCount m_references;
   CS_Class* m_class = nullptr;
   std::uint32_t m_identifier = 0;

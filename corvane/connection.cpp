@@ -4,6 +4,7 @@
 #include "corvane/dispatcher.h"
 #include "corvane/exception.h"
 #include "corvane/greeting.h"
+#include "corvane/limits.h"
 #include "corvane/link.h"
 #include "corvane/local_monitor.h"
 #include "corvane/message_numbers.h"
@@ -119,7 +120,16 @@ bool CS_Connection::isConnected() const {
 }
 
 std::uint32_t CS_Connection::nextIdentifier() {
-  return m_nextIdentifier.fetch_add(2);
+  for (;;) {
+    // 0 is the connection itself; the numbers begin again after two billion of them.
+    if (const std::uint32_t next = m_nextIdentifier.fetch_add(2); next != 0) return next;
+  }
+}
+
+bool CS_Connection::beginRoute() {
+  if (++m_routes <= corvane::kMaxRoutes) return true;
+  --m_routes;
+  return false;
 }
 
 std::string CS_Connection::peerName() const {

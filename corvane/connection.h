@@ -64,6 +64,9 @@ class CS_Connection : public CS_Component {
   const std::shared_ptr<corvane::Link>& link() const { return m_link; }
   // An identifier that no component of this side has had yet: odd on the side that dialed, even on the other.
   std::uint32_t nextIdentifier();
+  // Counts the bridges made here that lead to other connections; false when there are corvane::kMaxRoutes of them.
+  bool beginRoute();
+  void endRoute() { --m_routes; }
   // "127.0.0.1:40123", for logs.
   std::string peerName() const;
   // What the other side said about itself in the handshake: "process" is its process id.
@@ -95,6 +98,7 @@ class CS_Connection : public CS_Component {
   std::unique_ptr<corvane::Dispatcher> m_dispatcher;
   std::unique_ptr<CS_Channel> m_channel;
   std::atomic<std::uint32_t> m_nextIdentifier{1};
+  std::atomic<int> m_routes{0};
   std::atomic<bool> m_releaseComponents{true};
   std::map<std::wstring, std::wstring> m_peerValues;
   std::optional<corvane::Identity> m_ownIdentity;

@@ -2,6 +2,7 @@
 
 #include "corvane/bridge.h"
 #include "corvane/bridge_router.h"
+#include "corvane/bridge_worker.h"
 #include "corvane/byte_source.h"
 #include "corvane/connection.h"
 #include "corvane/exception.h"
@@ -9,7 +10,8 @@
 
 namespace corvane {
 
-Dispatcher::Dispatcher(CS_Connection& connection) : m_connection(connection), m_serving(connection) {}
+Dispatcher::Dispatcher(CS_Connection& connection)
+    : m_connection(connection), m_serving(connection, std::make_shared<BridgeLoad>()) {}
 
 void Dispatcher::onFrame(Frame& frame) {
   if (frame.header.bridge != 0) {
@@ -55,11 +57,12 @@ void Dispatcher::onBridgeFrame(Frame& frame) {
   } else if (auto* bridge = dynamic_cast<CS_Bridge*>(m_bridge.get())) {
     bridge->deliver(frame);
   } else if (frame.header.kind == FrameKind::kRequest && frame.header.wantsReply() && !frame.header.hasMore()) {
-    // The bridge has ended here while the peer was still sending.
+    // The bridge was refused, or has ended here while the peer was still sending.
     FrameHeader answer = frame.header;
     answer.kind = FrameKind::kFailure;
     answer.flags = 0;
-    m_connection.link()->sendText(answer, L"the bridge does not exist any more");
+    const std::wstring why = m_serving.refusalOr(frame.header.bridge, L"the bridge does not exist any more");
+    m_connection.link()->sendText(answer, why.c_str());
   }
 }
 

@@ -45,7 +45,7 @@ Frame Link::awaitFrame(Deadline deadline) {
 HelloValues Link::readHello(const Frame& frame, FrameKind kind) {
   if (frame.header.kind == FrameKind::kFailure) {
     const bool wantsKey = frame.header.correlation == static_cast<std::uint32_t>(kKeyNeeded);
-    throw CS_Exception(wantsKey ? kKeyNeeded : kConnectFailed, L"%s", readText(frame.payload()).c_str());
+    throw CS_Exception(wantsKey ? kKeyNeeded : kConnectFailed, L"%s", readReason(frame.payload()).c_str());
   }
   if (frame.header.kind != kind)
     throw CS_Exception(kProtocolViolation, L"the connection does not begin with a greeting");
@@ -59,8 +59,9 @@ HelloValues Link::readHello(const Frame& frame, FrameKind kind) {
   }
   HelloValues values;
   for (int i = 0; i < count; ++i) {
-    std::wstring name = reader.readText();
-    values[std::move(name)] = reader.readText();
+    // They are kept as long as the connection; none that has a meaning is longer.
+    const std::wstring name = reader.readText().substr(0, kMaxHelloCharacters);
+    values[name] = reader.readText().substr(0, kMaxHelloCharacters);
   }
   return values;
 }

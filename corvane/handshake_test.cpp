@@ -2,6 +2,8 @@
 #include "corvane/connection.h"
 #include "corvane/exception.h"
 #include "corvane/frame.h"
+#include "corvane/limits.h"
+#include "corvane/link.h"
 #include "corvane/message_numbers.h"
 #include "corvane/socket.h"
 #include "corvane/value_writer.h"
@@ -96,6 +98,24 @@ TEST(Handshake, RefusesAGreetingWithTooManyValues) {
   values.writeInt(1000);
   EXPECT_EQ(std::make_pair(kLimitExceeded, std::wstring(L"a greeting with 1000 values")),
             answerTo(greeting(header, values)));
+}
+
+TEST(Handshake, KeepsOfEachValueNoMoreThanItsBeginning) {
+  CS_ComponentServer::initialize(0, 0);
+  Listener listener("127.0.0.1:0");
+  const std::wstring longest(kMaxHelloCharacters, L'v');
+  const std::wstring tooLong(15000, L'w');
+  std::thread dialer([&] {
+    Link link(Socket::connect("localhost", listener.port(), false));
+    link.greet({{L"process", longest}, {L"reason", tooLong}, {tooLong, L"5"}}, after(20000));
+  });
+  auto socket = listener.accept();
+  const auto connection = CS_Connection::accept(std::move(*socket));
+  dialer.join();
+  const HelloValues kept{{L"process", longest},
+                         {L"reason", tooLong.substr(0, kMaxHelloCharacters)},
+                         {tooLong.substr(0, kMaxHelloCharacters), L"5"}};
+  EXPECT_EQ(kept, connection->peerValues());
 }
 
 TEST(Handshake, NoticesAPeerThatGoesAwayDuringIt) {

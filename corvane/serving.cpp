@@ -32,14 +32,17 @@ void Serving::refuse(const FrameHeader& header, const std::wstring& reason) {
   m_refused[header.component] = reason;
 }
 
-void Serving::create(const FrameHeader& header, std::span<const unsigned char> payload) {
-  const std::wstring name = readText(payload);
+std::wstring Serving::refusalOf(const std::wstring& className) const {
   const CS_RCPtr<CS_Component> root = m_owner.getRootOwner();
-  if (const auto* connection = dynamic_cast<const CS_Connection*>(root.get())) {
-    if (const std::wstring refusal = connection->refusalOf(name); !refusal.empty()) {
-      refuse(header, refusal);
-      return;
-    }
+  const auto* connection = dynamic_cast<const CS_Connection*>(root.get());
+  return connection != nullptr ? connection->refusalOf(className) : std::wstring();
+}
+
+void Serving::create(const FrameHeader& header, std::span<const unsigned char> payload) {
+  const std::wstring name = readReason(payload);
+  if (const std::wstring refusal = refusalOf(name); !refusal.empty()) {
+    refuse(header, refusal);
+    return;
   }
   CS_Class* componentClass = CS_ComponentServer::getServer()->findOfferedClass(name.c_str());
   if (componentClass == nullptr) {
@@ -55,20 +58,33 @@ void Serving::create(const FrameHeader& header, std::span<const unsigned char> p
   made->setIdentifier(header.component);
   const CS_RCPtr<CS_Component> component = made;
   auto* bridge = dynamic_cast<CS_Bridge*>(made);
-  if (bridge != nullptr) bridge->prepareServing();
+  if (m_load == nullptr && (bridge != nullptr || dynamic_cast<CS_BridgeRouter*>(made) != nullptr)) {
+    refuse(header, L"a bridge stands on a connection, not on a bridge");
+    return;
+  }
+  if (bridge != nullptr) bridge->prepareServing(m_load);
   if (!m_owner.addChild(made)) {
     throw CS_Exception(kLimitExceeded, L"component %u exists already, or there are %u of them", header.component,
-                       static_cast<unsigned>(CS_Component::kMaxChildren));
+                       static_cast<unsigned>(m_owner.maxChildren()));
   }
   CS_Channel* channel = made->getChannel(true);
   if (channel != nullptr) {
     channel->startSending();
     channel->startReceiving();
   }
-  if (channel == nullptr || !made->initialize() || (bridge != nullptr && !bridge->startServing())) {
+  if (channel == nullptr || !made->initialize()) {
     m_owner.removeChild(made);
     refuse(header, formatText(L"a component of the class %s could not be started", name.c_str()));
+  } else if (bridge != nullptr && !bridge->startServing()) {
+    m_owner.removeChild(made);
+    refuse(header, formatText(L"this side has no thread for the bridge, or serves %d of this connection already",
+                              kMaxServedBridges));
   }
+}
+
+std::wstring Serving::refusalOr(std::uint32_t identifier, const wchar_t* otherwise) const {
+  const auto refused = m_refused.find(identifier);
+  return refused != m_refused.end() ? refused->second : otherwise;
 }
 
 void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> source) {
@@ -78,8 +94,7 @@ void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> so
   try {
     const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
     if (!component) {
-      const auto refused = m_refused.find(header.component);
-      failure = refused != m_refused.end() ? refused->second : L"the component does not exist any more";
+      failure = refusalOr(header.component, L"the component does not exist any more");
     } else if (component->isSuspended()) {
       failure = L"the component is suspended";
     } else if (!component->processRequest(request)) {

@@ -122,9 +122,15 @@ std::string PortMonitorClient::attach(const std::wstring& printerName, int proce
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(monitor, CS_Component::kSetVersionsOnOwnPeer);
   m_application->log->line("job attached: " + job);
-  if (!bridge->routeTo(found->client)) {
-    return "the print client of session " + std::to_string(found->session) +
-           " has just gone; print again when it is back";
+  switch (bridge->routeTo(found->client)) {
+    case CS_BridgeRouter::Routing::kMade:
+      break;
+    case CS_BridgeRouter::Routing::kGone:
+      return "the print client of session " + std::to_string(found->session) +
+             " has just gone; print again when it is back";
+    case CS_BridgeRouter::Routing::kFull:
+      return "as many jobs run at once as may, here or for session " + std::to_string(found->session) +
+             "; print again when one of them has ended";
   }
   client = found->versions;
   m_application->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
