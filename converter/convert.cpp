@@ -1,9 +1,15 @@
 #include "converter/convert.h"
 
+#include "converter/announcement.h"
+#include "converter/completeness.h"
 #include "converter/conversion_error.h"
+#include "converter/document_program.h"
 #include "converter/ghostscript.h"
+#include "converter/host_shell.h"
+#include "converter/pdf_actions.h"
 #include "converter/pdf_check.h"
 #include "converter/private_folder.h"
+#include "converter/run_report.h"
 #include "converter/runner.h"
 #include "util/win_handle.h"
 
@@ -63,6 +69,12 @@ std::string newMarker() {
                                   kConverterKey + L"\".");
 }
 
+[[noreturn]] void throwMemory(const Limits& limits) {
+  throwLimit(ExitCode::kMemoryLimit,
+             L"The document needs more than " + megabytes(limits.memoryMegabytes) + L" of memory.",
+             L"MemoryLimitMegabytes");
+}
+
 // Throws unless the program exited with 0.
 void checkRun(const RunResult& result, const std::wstring& program, const std::string& said, const Limits& limits) {
   switch (result.end) {
@@ -86,26 +98,34 @@ void checkRun(const RunResult& result, const std::wstring& program, const std::s
       break;
   }
   if (result.code == 0) return;
-  if (said.find("/VMerror") != std::string::npos) {
-    throwLimit(ExitCode::kMemoryLimit,
-               L"The document needs more than " + megabytes(limits.memoryMegabytes) + L" of memory.",
-               L"MemoryLimitMegabytes");
-  }
+  if (said.find("/VMerror") != std::string::npos) throwMemory(limits);
   throw ConversionError(ExitCode::kPostScript, L"Ghostscript ended with " + std::to_wstring(result.code) + L": " +
                                                    wide(errorLine(said)) +
                                                    L". The PostScript of this document is in error.");
 }
 
-int checkPages(const PrivateFolder& folder, const std::string& said, const std::string& marker) {
-  const int printed = printedPages(said, marker);
-  if (printed < 0) {
-    throw ConversionError(ExitCode::kIncomplete, L"Ghostscript ended before the end of the document was reached.");
+Announcement announcementOf(const std::wstring& path) {
+  std::ifstream document(std::filesystem::path(path), std::ios::binary);
+  return readAnnouncement(document);
+}
+
+void writeScript(const PrivateFolder& folder, const std::string& marker) {
+  std::ofstream file(std::filesystem::path(folder.script()), std::ios::binary);
+  if (!(file << documentProgram(marker)).flush()) {
+    throw ConversionError(ExitCode::kFileSystem,
+                          L"\"" + folder.script() + L"\" cannot be written. Check the free space of the disk.");
   }
-  // Ghostscript writes a blank page into a PDF that has none, so its file alone proves nothing.
-  if (printed == 0) throw ConversionError(ExitCode::kIncomplete, L"The document has no page.");
-  const int pages = countPdfPages(folder.output());
-  if (pages < 1) throw ConversionError(ExitCode::kIncomplete, L"The PDF has no page.");
-  return pages;
+}
+
+int checkPages(const PrivateFolder& folder, const RunReport& report, const std::wstring& input, const Limits& limits) {
+  if (report.ending == RunReport::Ending::kError && report.error == "VMerror") throwMemory(limits);
+  const Announcement announced = announcementOf(input);
+  checkEnding(announced, report);
+  const PdfPages pages = countPdfPages(folder.output());
+  if (pages.count < 1) throw ConversionError(ExitCode::kIncomplete, L"The PDF has no page.");
+  checkComplete(announced, report, pages);
+  disarmPdf(folder.output());
+  return pages.count;
 }
 
 }  // namespace
@@ -116,13 +136,14 @@ int convert(const JobPaths& paths, const Limits& limits) {
     throw ConversionError(ExitCode::kFileSystem, L"The earlier \"" + paths.output + L"\" cannot be removed: " +
                                                      systemErrorText(GetLastError()) + L".");
   }
-  const PrivateFolder folder(paths.input);
+  PrivateFolder folder(paths.input);
   const std::string marker = newMarker();
-  const RunRequest request = pdfWriteRequest(findGhostscript(limits), paths.input, marker);
+  writeScript(folder, marker);
+  const RunRequest request = pdfWriteRequest(findGhostscript(limits), PrivateFolder::kScript, paths.input);
   const RunResult result = (runsUnderWine() ? runOnHost : runOnWindows)(request, folder, limits);
   const std::string said = readLastWords(folder.said());
   checkRun(result, request.program, said, limits);
-  const int pages = checkPages(folder, said, marker);
+  const int pages = checkPages(folder, readReport(said, marker), paths.input, limits);
   if (!MoveFileExW(folder.output().c_str(), paths.output.c_str(), MOVEFILE_REPLACE_EXISTING)) {
     throw ConversionError(ExitCode::kFileSystem,
                           L"\"" + paths.output + L"\" cannot be written: " + systemErrorText(GetLastError()) + L".");

@@ -1,7 +1,7 @@
 // Real runs of Ghostscript, on the host when under Wine.
 #include "converter/convert.h"
 
-#include "converter/conversion_error.h"
+#include "converter/convert_fixture.h"
 #include "converter/pdf_check.h"
 
 #include <windows.h>
@@ -10,14 +10,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <set>
 
 namespace mg::converter {
 namespace {
-
-const char kTwoPages[] =
-    "%!PS-Adobe-3.0\n/Helvetica findfont 20 scalefont setfont\n"
-    "72 700 moveto (one) show showpage\n72 700 moveto (two) show showpage\n";
 
 // The path as Ghostscript sees it.
 std::string hostPath(const std::wstring& path) {
@@ -26,50 +21,10 @@ std::string hostPath(const std::wstring& path) {
   return translate != nullptr ? translate(path.c_str()) : std::filesystem::path(path).generic_string();
 }
 
-class ConvertTest : public testing::Test {
- protected:
-  ConvertTest() {
-    wchar_t temporary[MAX_PATH];
-    GetTempPathW(MAX_PATH, temporary);
-    m_folder = std::wstring(temporary) + L"convert-test-" + std::to_wstring(GetCurrentProcessId());
-    std::filesystem::create_directory(m_folder);
-    m_limits.timeSeconds = 20;
-    m_limits.memoryMegabytes = 512;
-    m_limits.outputMegabytes = 8;
-  }
-  ~ConvertTest() override { std::filesystem::remove_all(m_folder); }
-
-  JobPaths write(const std::wstring& name, const std::string& bytes) {
-    const std::wstring path = m_folder + L"\\" + name + L".ps";
-    std::ofstream(std::filesystem::path(path), std::ios::binary) << bytes;
-    return {path, m_folder + L"\\" + name + L".pdf"};
-  }
-  // Converts and expects no PDF and no other trace; gives the error.
-  ConversionError errorFor(const std::string& bytes) {
-    const JobPaths paths = write(L"job", bytes);
-    try {
-      convert(paths, m_limits);
-    } catch (const ConversionError& error) {
-      EXPECT_EQ(names(), std::set<std::wstring>{L"job.ps"});
-      return error;
-    }
-    return ConversionError(ExitCode::kDone, L"no error");
-  }
-  std::set<std::wstring> names() const {
-    std::set<std::wstring> names;
-    for (const auto& entry : std::filesystem::directory_iterator(m_folder))
-      names.insert(entry.path().filename());
-    return names;
-  }
-
-  std::wstring m_folder;
-  Limits m_limits;
-};
-
 TEST_F(ConvertTest, TwoPagesBecomeAPdfOfTwoPagesAndNothingElseIsLeft) {
   const JobPaths paths = write(L"job", kTwoPages);
   EXPECT_EQ(convert(paths, m_limits), 2);
-  EXPECT_EQ(countPdfPages(paths.output), 2);
+  EXPECT_EQ(countPdfPages(paths.output).count, 2);
   EXPECT_EQ(names(), (std::set<std::wstring>{L"job.pdf", L"job.ps"}));
 }
 
@@ -100,11 +55,125 @@ TEST_F(ConvertTest, ErrorInThePostScriptIsReportedInGhostscriptsWords) {
   const ConversionError error = errorFor("%!PS-Adobe-3.0\nshowpage nosuchname\n");
   EXPECT_EQ(error.code(), ExitCode::kPostScript);
   EXPECT_EQ(error.text(),
-            L"Ghostscript ended with 1: Error: /undefined in nosuchname. The PostScript of this document is in error.");
+            L"Ghostscript: undefined in nosuchname. The PostScript of this document is in error: 1 page came.");
 }
 
 TEST_F(ConvertTest, CutDocumentIsAnError) {
   EXPECT_EQ(errorFor("%!PS-Adobe-3.0\nshowpage (cut in the mid").code(), ExitCode::kPostScript);
+}
+
+// A document of so many pages with all its comments; `last` stands in place of the last page's "showpage".
+std::string announced(int pages, const std::string& last = "showpage\n") {
+  std::string document = "%!PS-Adobe-3.0\n%%Pages: " + std::to_string(pages) + "\n%%EndComments\n";
+  for (int i = 1; i <= pages; ++i) {
+    const std::string number = std::to_string(i);
+    document += "%%Page: " + number + " " + number + "\n10 10 50 50 rectfill\n" + (i < pages ? "showpage\n" : last);
+  }
+  return document + "%%Trailer\n%%EOF\n";
+}
+
+TEST_F(ConvertTest, DocumentThatPrintsAllItAnnouncesIsWhole) {
+  EXPECT_EQ(convert(write(L"job", announced(17)), m_limits), 17);
+}
+
+TEST_F(ConvertTest, DocumentCutBetweenTokensIsRefusedWithBothNumbers) {
+  std::string document = announced(17);
+  document.resize(document.find("%%Page: 9 9"));
+  const ConversionError error = errorFor(document);
+  EXPECT_EQ(error.code(), ExitCode::kIncomplete);
+  EXPECT_EQ(error.text(),
+            L"The PDF would not be complete: the file ends before the document does. 17 pages announced, 8 pages came. "
+            L"Print the document again from its application.");
+}
+
+TEST_F(ConvertTest, HandlerThatPrintsAPageOfItsOwnAndQuitsDoesNotHideTheError) {
+  const std::string handler = "errordict /handleerror { 99 99 9 9 rectfill showpage quit } put\n";
+  std::string document = announced(2, "nosuchname showpage\n");
+  document.insert(document.find("%%Page: 1"), handler);
+  const ConversionError error = errorFor(document);
+  EXPECT_EQ(error.code(), ExitCode::kPostScript);
+  EXPECT_EQ(error.text(),
+            L"Ghostscript: undefined in nosuchname. The PostScript of this document is in error: 2 pages announced, 1 "
+            L"page came.");
+}
+
+TEST_F(ConvertTest, DocumentThatCatchesItsErrorPrintsAPageAboutItAndQuitsIsRefusedWithTheFirstError) {
+  const ConversionError error = errorFor(
+      announced(2,
+                "{ 1 0 div } stopped { 99 99 9 9 rectfill { nosuchname } stopped clear showpage quit } if showpage\n"
+                "% and more of the document, which is never reached by the interpreter any longer\n"));
+  EXPECT_EQ(error.code(), ExitCode::kIncomplete);
+  EXPECT_EQ(error.text(),
+            L"The PDF would not be complete: the document quit after an error. 2 pages announced, 2 pages came; the "
+            L"first error was undefinedresult in div. Print the document again from its application.");
+}
+
+TEST_F(ConvertTest, ErrorThatTheDocumentReportsItselfIsRefused) {
+  for (const char* handler : {"", "errordict /handleerror { 9 9 9 9 rectfill } put\n"}) {
+    const ConversionError error =
+        errorFor(std::string("%!PS-Adobe-3.0\n") + handler + "{ 1 (a) add } stopped { handleerror } if showpage\n");
+    EXPECT_NE(error.text().find(L"the document met an error and gave up. 1 page came; the first error was typecheck in "
+                                L"add."),
+              std::wstring::npos)
+        << error.what();
+  }
+}
+
+TEST_F(ConvertTest, ErrorThatTheDocumentGetsOverIsNone) {
+  EXPECT_EQ(convert(write(L"job", announced(2, "[{ nosuchname } stopped cleartomark showpage\n")), m_limits), 2);
+  EXPECT_EQ(convert(write(L"job",
+                          "%!PS-Adobe-3.0\n/NoSuchFont findfont pop [{ << /Duplex true /NoSuch 7 >> "
+                          "setpagedevice } stopped cleartomark showpage quit\n"),
+                    m_limits),
+            1);
+}
+
+TEST_F(ConvertTest, StopThatNobodyCatchesIsRefused) {
+  const ConversionError error = errorFor("%!PS-Adobe-3.0\nshowpage stop showpage\n");
+  EXPECT_EQ(error.code(), ExitCode::kPostScript);
+  EXPECT_EQ(error.text(),
+            L"The document gave up (\"stop\"): 1 page came. The PostScript of this document is in error.");
+}
+
+TEST_F(ConvertTest, MissingLastShowpageIsRefused) {
+  EXPECT_NE(errorFor(announced(3, "")).text().find(L"\"showpage\" is missing. 3 pages announced, 2 pages came."),
+            std::wstring::npos);
+  EXPECT_NE(errorFor("%!PS-Adobe-3.0\nshowpage 9 9 9 9 rectfill\n").text().find(L"\"showpage\" is missing. 1 page"),
+            std::wstring::npos);
+}
+
+TEST_F(ConvertTest, QuittingBeforeTheLastPageIsRefused) {
+  std::string document = announced(17);
+  document.insert(document.find("%%Page: 9 9"), "quit\n");
+  EXPECT_NE(errorFor(document).text().find(L"the document quit before its last page. 17 pages announced, 8 pages"),
+            std::wstring::npos);
+}
+
+TEST_F(ConvertTest, NamesThatTheDocumentTakesForItselfDoNotHideItsEnd) {
+  const std::string taken =
+      "%!PS-Adobe-3.0\n/true {false} def /print {pop} def /search {pop} def /currentpagedevice "
+      "{nosuch} def /mgstate 7 def 300 dict begin ";
+  EXPECT_EQ(convert(write(L"job", taken + "showpage\n"), m_limits), 1);
+  EXPECT_EQ(convert(write(L"job", taken + "save showpage restore quit\n"), m_limits), 1);
+  EXPECT_EQ(errorFor(taken + "showpage nosuch\n").code(), ExitCode::kPostScript);
+  EXPECT_EQ(errorFor("%!PS-Adobe-3.0\nshowpage systemdict /quit get exec\n").text(),
+            L"Ghostscript ended before the end of the document was reached.");
+}
+
+TEST_F(ConvertTest, CountsOfDocumentsThatMeanItWellAreNotTakenTooSeriously) {
+  // Two on a sheet; a header that was never right; more than announced; one document behind the other.
+  std::string twoUp = announced(4);
+  twoUp.insert(twoUp.find("%%Page: 1"),
+               "/n 0 def /real /showpage load def /showpage { /n n 1 add def n 2 mod 0 eq { real } if } def\n");
+  EXPECT_EQ(convert(write(L"job", twoUp), m_limits), 2);
+  EXPECT_EQ(convert(write(L"job", "%!PS-Adobe-3.0\n%%Pages: 9\nshowpage\n%%EOF\n"), m_limits), 1);
+  EXPECT_EQ(convert(write(L"job", "%!PS-Adobe-3.0\n%%Pages: 1\n%%Page: 1 1\nshowpage showpage\n%%EOF\n"), m_limits), 2);
+  EXPECT_EQ(convert(write(L"job", announced(2) + announced(1)), m_limits), 3);
+}
+
+TEST_F(ConvertTest, WhatDriversAppendBehindTheDocumentIsNoError) {
+  EXPECT_EQ(convert(write(L"job", announced(2) + "\x04"), m_limits), 2);
+  EXPECT_EQ(convert(write(L"job", announced(2) + "\x1b%-12345X@PJL EOJ\r\n\x1b%-12345X"), m_limits), 2);
 }
 
 TEST_F(ConvertTest, EarlierPdfOfTheSameNameIsGoneAfterAFailure) {
@@ -218,12 +287,12 @@ TEST_F(ConvertTest, ProgramWritesItsErrorToStandardOutputAndExitsWithItsNumber) 
   };
   const JobPaths good = write(L"Laser-2 - Job #17-90210", kTwoPages);
   EXPECT_EQ(run(program + " \"" + std::filesystem::path(good.input).string() + "\""), "0 ");
-  EXPECT_EQ(countPdfPages(good.output), 2);
+  EXPECT_EQ(countPdfPages(good.output).count, 2);
   EXPECT_EQ(run(program),
             "1 ps2pdf: Usage: ps2pdf.exe \"<file.ps>\" writes <file.pdf> beside it; the name must end in \".ps\".\r\n");
   const JobPaths wrong = write(L"wrong", "%!PS-Adobe-3.0\nnosuchname\n");
-  EXPECT_EQ(run(program + " \"" + std::filesystem::path(wrong.input).string() + "\"").substr(0, 34),
-            "5 ps2pdf: Ghostscript ended with 1");
+  EXPECT_EQ(run(program + " \"" + std::filesystem::path(wrong.input).string() + "\"").substr(0, 46),
+            "5 ps2pdf: Ghostscript: undefined in nosuchname");
 }
 
 }  // namespace

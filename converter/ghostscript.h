@@ -1,6 +1,5 @@
 #pragma once
 
-#include "converter/private_folder.h"
 #include "converter/runner.h"
 
 #include <string>
@@ -11,14 +10,8 @@ namespace mg::converter {
 // a ConversionError (kGhostscriptMissing).
 std::wstring findGhostscript(const Limits& limits);
 
-// What Ghostscript is asked to do with `input`. When the document has run to its end, Ghostscript writes one last line,
-// the text `marker` and the number of pages that the document printed; a document that quits on its own writes it too.
-RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& input, const std::string& marker);
-
-// The number of pages after the last `marker` at the end of what was said; -1 when there is none.
-int printedPages(const std::string& said, const std::string& marker);
-
-// Ghostscript's own line about an error ("Error: /undefined in foo"), or its last line, or an empty text.
-std::string errorLine(const std::string& said);
+// What Ghostscript is asked to do: to run the file `script` of its working directory, which runs what stands on the
+// standard input, and to write a PDF under the name that PrivateFolder gives its output.
+RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& script, const std::wstring& input);
 
 }  // namespace mg::converter

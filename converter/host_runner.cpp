@@ -1,11 +1,12 @@
 #include "converter/conversion_error.h"
+#include "converter/folder_watch.h"
+#include "converter/host_shell.h"
 #include "converter/runner.h"
 #include "converter/shell_word.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -22,32 +23,30 @@ constexpr int kSigXfsz = 25;
 
 // After the limit the host kills the program; this much later it is plain that no status will come.
 constexpr ULONGLONG kGraceMilliseconds = 10000;
+// The shell is up in milliseconds, on a busy machine in a second.
+constexpr ULONGLONG kStartMilliseconds = 10000;
 
-struct ChangeHandleTraits {
-  using Type = HANDLE;
-  static Type invalid() noexcept { return INVALID_HANDLE_VALUE; }
-  static void close(Type handle) noexcept {
-    const LastErrorKeeper keeper;
-    FindCloseChangeNotification(handle);
-  }
-};
-using ChangeHandle = UniqueHandle<ChangeHandleTraits>;
-
-template <typename Function>
-Function exportOf(const wchar_t* module, const char* name) {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(module), name)));
-}
-
-std::string hostPath(const std::wstring& path) {
-  const auto translate = exportOf<char*(CDECL*)(const wchar_t*)>(L"kernel32.dll", "wine_get_unix_file_name");
-  char* bytes = translate != nullptr ? translate(path.c_str()) : nullptr;
-  if (bytes == nullptr) {
-    throw ConversionError(ExitCode::kFileSystem, L"Wine knows no host path for \"" + path + L"\".");
-  }
-  const std::string result = bytes;
-  HeapFree(GetProcessHeap(), 0, bytes);
-  return result;
-}
+// What the shell does, given the folder, the seconds, the memory in kilobytes, the size of a file in blocks of 512
+// bytes, the input, and the words of the program. The pipe "line" is opened by the converter: as long as it lives it
+// stays open, and whatever ends the converter closes it. Then the program's whole group is killed and the folder
+// removed. The status appears under its name only when it is complete, and when the program's temporary files, whose
+// names a document may have chosen, are gone. There is no single quote in here.
+constexpr char kScript[] = R"(
+folder=$1 seconds=$2 memory=$3 blocks=$4 input=$5; shift 5
+exec 2>/dev/null
+remove() { chmod -R u+rwX "$1"; rm -rf "$1"; }
+cd "$folder" && mkfifo line.new && mv line.new line && exec 3<line || exit
+read -r go <&3 || { cd /; remove "$folder"; exit; }
+rm -f line
+(ulimit -v "$memory" && ulimit -f "$blocks" && exec timeout -k 2 "$seconds" env -i PATH=/usr/local/bin:/usr/bin:/bin \
+  LC_ALL=C.UTF-8 HOME="$folder/tmp" TMPDIR="$folder/tmp" TEMP="$folder/tmp" TMP="$folder/tmp" "$@"
+) <"$input" >said.txt 2>&1 3<&- &
+job=$!
+{ cat <&3 >/dev/null; [ -e status.new ] || kill -s KILL -- "-$job" "$job"; } &
+watch=$!
+wait "$job"; echo $? >status.new
+remove tmp; mv status.new status
+wait "$watch"; cd /; remove "$folder")";
 
 std::string utf8(const std::wstring& text) {
   const int size =
@@ -58,56 +57,37 @@ std::string utf8(const std::wstring& text) {
 }
 
 std::string script(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  const std::string temporary = shellWord(hostPath(folder.temporary()));
-  std::string script =
-      "exec 2>/dev/null; cd " + shellWord(hostPath(folder.path())) + " && { (ulimit -v " +
-      std::to_string(limits.memoryMegabytes * 1024ull) + " && ulimit -f " +
-      std::to_string(limits.outputMegabytes * 2048ull) + " && exec timeout -k 2 " + std::to_string(limits.timeSeconds) +
-      " env -i PATH=/usr/local/bin:/usr/bin:/bin LC_ALL=C.UTF-8 HOME=" + temporary + " TMPDIR=" + temporary +
-      " TEMP=" + temporary + " TMP=" + temporary + " " + shellWord(utf8(request.program));
-  for (const std::wstring& argument : request.beforeInput)
+  // The outer limit ends a shell whose converter was gone before it opened the line.
+  std::string script = "exec timeout -k 1 " + std::to_string(limits.timeSeconds + 60) + " sh -c '" + kScript + "' sh";
+  for (const std::string& word :
+       {hostPath(folder.path()), std::to_string(limits.timeSeconds), std::to_string(limits.memoryMegabytes * 1024ull),
+        std::to_string(limits.outputMegabytes * 2048ull), hostPath(request.input), utf8(request.program)})
+    script += " " + shellWord(word);
+  for (const std::wstring& argument : request.arguments)
     script += " " + shellWord(utf8(argument));
-  script += " " + shellWord(hostPath(request.input));
-  for (const std::wstring& argument : request.afterInput)
-    script += " " + shellWord(utf8(argument));
-  // The status appears under its name only when it is complete.
-  return script + ") </dev/null >said.txt 2>&1; echo $? >status.new; mv status.new status; }";
+  return script;
 }
 
-void startShell(const std::string& script) {
-  std::wstring line = shellCommandLine(script);
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process = {};
-  if (!CreateProcessW(L"\\\\?\\unix\\bin\\sh", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                      &process)) {
+// Opens the line that the shell waits for; it closes with this process at the latest.
+FileHandle openLine(const FolderWatch& watch, const PrivateFolder& folder) {
+  const std::wstring path = folder.path() + L"\\line";
+  FileHandle line;
+  const bool opened = watch.waitUntil(GetTickCount64() + kStartMilliseconds, [&] {
+    line.reset(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, 0, nullptr));
+    return static_cast<bool>(line);
+  });
+  DWORD written = 0;
+  if (!opened || !WriteFile(line.get(), "go\n", 3, &written, nullptr)) {
     throw ConversionError(ExitCode::kGhostscriptMissing,
-                          L"The host's /bin/sh cannot be started: " + systemErrorText(GetLastError()) + L".");
+                          L"The host's shell does not come up: it needs mkfifo, timeout and env in its path.");
   }
-  const ObjectHandle closesProcess(process.hProcess);
-  const ObjectHandle closesThread(process.hThread);
+  return line;
 }
 
 bool readStatus(const std::wstring& path, int& status) {
   std::ifstream file{std::filesystem::path(path)};
   return static_cast<bool>(file >> status);
-}
-
-// Waits for the status file; false when it did not come in time.
-bool waitForStatus(const ChangeHandle& change, const std::wstring& path, ULONGLONG milliseconds, int& status) {
-  const ULONGLONG deadline = GetTickCount64() + milliseconds;
-  while (!readStatus(path, status)) {
-    const ULONGLONG now = GetTickCount64();
-    if (now >= deadline) return false;
-    // File systems that announce no changes are looked at four times a second.
-    const DWORD slice = static_cast<DWORD>(deadline - now < 250 ? deadline - now : 250);
-    if (!change) {
-      Sleep(slice);
-    } else if (WaitForSingleObject(change.get(), slice) == WAIT_OBJECT_0) {
-      FindNextChangeNotification(change.get());
-    }
-  }
-  return true;
 }
 
 RunResult fromStatus(int status) {
@@ -120,17 +100,20 @@ RunResult fromStatus(int status) {
 
 }  // namespace
 
-bool runsUnderWine() {
-  return exportOf<void*>(L"ntdll.dll", "wine_get_version") != nullptr;
-}
-
-RunResult runOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  const std::string commands = script(request, folder, limits);
-  const ChangeHandle change(FindFirstChangeNotificationW(folder.path().c_str(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME));
-  startShell(commands);
+RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limits& limits) {
+  const FolderWatch watch(folder.path());
+  const ULONGLONG deadline = GetTickCount64() + limits.timeSeconds * 1000ull + kGraceMilliseconds;
+  startShell(script(request, folder, limits));
+  folder.releaseAtEnd(openLine(watch, folder));
+  const unsigned long long most = static_cast<unsigned long long>(limits.outputMegabytes) << 20;
   int status = 0;
-  const bool ended =
-      waitForStatus(change, folder.path() + L"\\status", limits.timeSeconds * 1000ull + kGraceMilliseconds, status);
+  bool tooMuch = false;
+  const bool ended = watch.waitUntil(deadline, [&] {
+    tooMuch = folder.holdsMoreThan(most);
+    return tooMuch || readStatus(folder.path() + L"\\status", status);
+  });
+  if (tooMuch || !ended) folder.release();
+  if (tooMuch) return {RunEnd::kOutputLimit, 0};
   return ended ? fromStatus(status) : RunResult{RunEnd::kTimeLimit, 0};
 }
 

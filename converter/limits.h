@@ -15,7 +15,7 @@ struct Limits {
   DWORD timeSeconds = 300;
   // Memory of the Ghostscript process, megabytes (2^20 bytes).
   DWORD memoryMegabytes = 1024;
-  // Each file that Ghostscript writes, megabytes.
+  // All files together that Ghostscript writes, megabytes; each counts as 4,096 bytes at least.
   DWORD outputMegabytes = 1024;
   // The Ghostscript program; empty means the installed one. Under Wine this is a path of the host.
   std::wstring ghostscript;

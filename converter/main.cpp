@@ -2,6 +2,7 @@
 #include "converter/convert.h"
 #include "converter/job_paths.h"
 #include "converter/limits.h"
+#include "converter/program_deadline.h"
 
 #include <windows.h>
 
@@ -9,6 +10,9 @@
 #include <string>
 
 namespace {
+
+// What the program may take beside Ghostscript, to start and to clean up.
+constexpr DWORD kGraceSeconds = 15;
 
 // Standard output becomes a log that is read in the system's own code page.
 void say(const std::wstring& text) {
@@ -24,7 +28,14 @@ int run(int count, wchar_t** arguments) {
   using namespace mg::converter;
   try {
     if (count != 2) throw ConversionError(ExitCode::kUsage, kUsageText);
-    convert(pathsForInput(arguments[1]), readLimits(HKEY_LOCAL_MACHINE, kConverterKey));
+    const JobPaths paths = pathsForInput(arguments[1]);
+    const Limits limits = readLimits(HKEY_LOCAL_MACHINE, kConverterKey);
+    const DWORD seconds = limits.timeSeconds + kGraceSeconds;
+    const ProgramDeadline deadline(seconds * 1000, static_cast<unsigned>(ExitCode::kTimeLimit), [seconds] {
+      say(L"The conversion did not end within " + std::to_wstring(seconds) +
+          L" seconds. See that the disk of the temporary folder answers, then print again.");
+    });
+    convert(paths, limits);
     return static_cast<int>(ExitCode::kDone);
   } catch (const ConversionError& error) {
     say(error.text());

@@ -1,13 +1,15 @@
 #pragma once
 
+#include "converter/completeness.h"
+
 #include <string>
 
 namespace mg::converter {
 
-// The number of pages of a PDF file with a plain reference table, found as a reader finds them: "%PDF-" at the head,
-// "%%EOF" at the tail, startxref, the reference table, the catalog, the root of the page tree and its count. A file
-// that is cut, empty or otherwise not whole is a ConversionError (kIncomplete) that says what is missing. Text inside
-// the pages is never taken for structure.
-int countPdfPages(const std::wstring& path);
+// The pages of a PDF file, counted as a reader finds them: through the trailer, the catalog and the root of the page
+// tree; and those that stand in the file but in no tree, which pdfwrite leaves of a page that was begun and never
+// shown. A file that is cut, empty or otherwise not whole is a ConversionError (kIncomplete) that says what is missing.
+// Text inside the pages is never taken for structure.
+PdfPages countPdfPages(const std::wstring& path);
 
 }  // namespace mg::converter

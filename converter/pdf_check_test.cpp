@@ -43,7 +43,7 @@ class PdfCheck : public testing::Test {
 
   int count(const std::string& bytes) {
     std::ofstream(std::filesystem::path(m_path), std::ios::binary) << bytes;
-    return countPdfPages(m_path);
+    return countPdfPages(m_path).count;
   }
   std::wstring errorFor(const std::string& bytes) {
     try {

@@ -9,13 +9,12 @@
 namespace mg::converter {
 
 // One program to run in a private folder: its working directory is the folder, its temporary folder is
-// folder.temporary(), its standard output and standard error go to folder.said(), its standard input is empty.
+// folder.temporary(), its standard output and standard error go to folder.said().
 struct RunRequest {
   std::wstring program;
-  // Arguments in order; the input file stands between them, because a runner on a foreign system must rename it.
-  std::vector<std::wstring> beforeInput;
+  std::vector<std::wstring> arguments;
+  // The file that the program reads as its standard input. It never learns the name.
   std::wstring input;
-  std::vector<std::wstring> afterInput;
 };
 
 // How a program ended.
@@ -36,16 +35,16 @@ struct RunResult {
   int code = 0;
 };
 
-// Runs a Windows program in a job object that carries the memory limit and ends it with this process. Blocks until it
-// has ended. Environment variables that would give Ghostscript further options are not handed on.
-RunResult runOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits);
+// Both runners block until the program has ended, and end it when this process does, however that ends. The limit of
+// the output holds for all files of the folder together; it is looked at ten times a second.
+
+// Runs a Windows program in a job object that carries the memory limit and ends it with this process. Environment
+// variables that would give Ghostscript further options are not handed on.
+RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
 
 // Runs a program of the host under Wine, through /bin/sh. Wine gives no handle for such a process, so the shell sets
-// the limits, waits, and leaves the exit code in a file of the private folder. Blocks until that file is there or the
-// time limit and a grace have passed.
-RunResult runOnHost(const RunRequest& request, const PrivateFolder& folder, const Limits& limits);
-
-// True under Wine.
-bool runsUnderWine();
+// the limits, waits, and leaves the exit code in a file of the private folder. What this process holds open of the
+// folder tells the shell that it lives; when it does no longer, the shell ends the program and removes the folder.
+RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
 
 }  // namespace mg::converter

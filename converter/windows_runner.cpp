@@ -35,7 +35,7 @@ FileHandle openInheritable(const wchar_t* path, DWORD access, DWORD disposition)
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
   FileHandle file(CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) throwSystem(L"The file for Ghostscript's words cannot be made");
+  if (!file) throwSystem((L"\"" + std::wstring(path) + L"\" cannot be opened for Ghostscript").c_str());
   return file;
 }
 
@@ -57,32 +57,14 @@ std::wstring environmentWith(const std::wstring& temporary) {
   return block;
 }
 
-bool isLarger(const std::wstring& path, ULONGLONG bytes) {
-  WIN32_FILE_ATTRIBUTE_DATA data;
-  return GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) &&
-         ((static_cast<ULONGLONG>(data.nFileSizeHigh) << 32) | data.nFileSizeLow) > bytes;
-}
-
-bool anyFileIsLarger(const PrivateFolder& folder, ULONGLONG bytes) {
-  if (isLarger(folder.output(), bytes) || isLarger(folder.said(), bytes)) return true;
-  WIN32_FIND_DATAW found;
-  const FindHandle search(FindFirstFileW((folder.temporary() + L"\\*").c_str(), &found));
-  if (!search) return false;
-  bool larger = false;
-  do {
-    larger = isLarger(folder.temporary() + L"\\" + found.cFileName, bytes);
-  } while (!larger && FindNextFileW(search.get(), &found));
-  return larger;
-}
-
 RunResult waitWithinLimits(HANDLE process, const PrivateFolder& folder, const Limits& limits) {
   const ULONGLONG deadline = GetTickCount64() + limits.timeSeconds * 1000ull;
   const ULONGLONG most = static_cast<ULONGLONG>(limits.outputMegabytes) << 20;
   while (WaitForSingleObject(process, kSliceMilliseconds) == WAIT_TIMEOUT) {
-    if (anyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
+    if (folder.holdsMoreThan(most)) return {RunEnd::kOutputLimit, 0};
     if (GetTickCount64() >= deadline) return {RunEnd::kTimeLimit, 0};
   }
-  if (anyFileIsLarger(folder, most)) return {RunEnd::kOutputLimit, 0};
+  if (folder.holdsMoreThan(most)) return {RunEnd::kOutputLimit, 0};
   DWORD code = 0;
   GetExitCodeProcess(process, &code);
   // NTSTATUS errors as exit codes are crashes.
@@ -91,23 +73,21 @@ RunResult waitWithinLimits(HANDLE process, const PrivateFolder& folder, const Li
 
 }  // namespace
 
-RunResult runOnWindows(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
+RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const Limits& limits) {
   const ObjectHandle job = limitedJob(limits);
   const FileHandle said = openInheritable(folder.said().c_str(), GENERIC_WRITE, CREATE_ALWAYS);
-  const FileHandle nothing = openInheritable(L"NUL", GENERIC_READ, OPEN_EXISTING);
+  const FileHandle input = openInheritable(request.input.c_str(), GENERIC_READ, OPEN_EXISTING);
   std::wstring environment = environmentWith(folder.temporary());
 
   std::vector<std::wstring> words = {request.program};
-  words.insert(words.end(), request.beforeInput.begin(), request.beforeInput.end());
-  words.push_back(request.input);
-  words.insert(words.end(), request.afterInput.begin(), request.afterInput.end());
+  words.insert(words.end(), request.arguments.begin(), request.arguments.end());
   std::wstring line = argumentLine(words);
 
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
   startup.wShowWindow = SW_HIDE;
-  startup.hStdInput = nothing.get();
+  startup.hStdInput = input.get();
   startup.hStdOutput = said.get();
   startup.hStdError = said.get();
   PROCESS_INFORMATION started = {};

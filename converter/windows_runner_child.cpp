@@ -1,4 +1,8 @@
-// A child that does what windows_runner_test.cpp asks for in its first argument.
+// A child that does what the tests of this folder ask for in its first argument.
+#include "converter/private_folder.h"
+#include "converter/program_deadline.h"
+#include "converter/runner.h"
+
 #include <windows.h>
 
 #include <cstdio>
@@ -27,6 +31,34 @@ int wmain(int count, wchar_t** arguments) {
       WriteFile(file, block.data(), static_cast<DWORD>(block.size()), &written, nullptr);
     CloseHandle(file);
     Sleep(INFINITE);
+  }
+  // Holds a mutex until it ends.
+  if (task == L"hold") {
+    CreateMutexW(nullptr, TRUE, arguments[2]);
+    SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, arguments[3]));
+    Sleep(INFINITE);
+  }
+  // Runs itself with the other arguments under the runner.
+  if (task == L"run") {
+    wchar_t self[MAX_PATH];
+    GetModuleFileNameW(nullptr, self, MAX_PATH);
+    mg::converter::PrivateFolder folder(arguments[2]);
+    runOnWindows({self, std::vector<std::wstring>(arguments + 3, arguments + count), self}, folder, {});
+  }
+  if (task == L"deadline") {
+    const mg::converter::ProgramDeadline deadline(50, 6, [] { std::printf("too late"), std::fflush(stdout); });
+    Sleep(INFINITE);
+  }
+  // What stands on its standard input.
+  if (task == L"input") {
+    char text[100];
+    std::printf("<%s>", std::fgets(text, sizeof text, stdin));
+    return 0;
+  }
+  if (task == L"memory") {
+    const bool fits = VirtualAlloc(nullptr, std::wcstoull(arguments[2], nullptr, 10) << 20, MEM_COMMIT | MEM_RESERVE,
+                                   PAGE_READWRITE) != nullptr;
+    return fits ? 1 : 2;
   }
   return 99;
 }

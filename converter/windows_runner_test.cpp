@@ -19,8 +19,8 @@ std::wstring besideThisProgram(const wchar_t* name) {
 
 class WindowsRunner : public testing::Test {
  protected:
-  RunResult run(const std::vector<std::wstring>& before, const std::wstring& input) {
-    return runOnWindows({besideThisProgram(L"converter_child.exe"), before, input, {}}, m_folder, m_limits);
+  RunResult run(const std::vector<std::wstring>& arguments) {
+    return runOnWindows({besideThisProgram(L"converter_child.exe"), arguments, m_input}, m_folder, m_limits);
   }
   std::string said() const {
     std::ifstream file{std::filesystem::path(m_folder.said())};
@@ -30,24 +30,25 @@ class WindowsRunner : public testing::Test {
   }
 
   PrivateFolder m_folder{besideThisProgram(L"x")};
+  std::wstring m_input = besideThisProgram(L"converter_child.exe");
   Limits m_limits;
 };
 
 TEST_F(WindowsRunner, ExitCodeIsHandedBack) {
-  const RunResult result = run({L"exit"}, L"7");
+  const RunResult result = run({L"exit", L"7"});
   EXPECT_EQ(result.end, RunEnd::kExited);
   EXPECT_EQ(result.code, 7);
 }
 
 TEST_F(WindowsRunner, MissingProgramIsNotStarted) {
-  const RunResult result = runOnWindows({L"C:\\none\\gswin64c.exe", {}, L"x", {}}, m_folder, m_limits);
+  const RunResult result = runOnWindows({L"C:\\none\\gswin64c.exe", {}, m_input}, m_folder, m_limits);
   EXPECT_EQ(result.end, RunEnd::kNotStarted);
   EXPECT_EQ(result.code, ERROR_PATH_NOT_FOUND);
 }
 
 TEST_F(WindowsRunner, TemporaryFolderIsThePrivateOneAndOptionsFromOutsideAreNotHandedOn) {
   SetEnvironmentVariableW(L"GS_OPTIONS", L"-dNOSAFER");
-  run({}, L"environment");
+  run({L"environment"});
   SetEnvironmentVariableW(L"GS_OPTIONS", nullptr);
   const std::wstring wide = m_folder.temporary();
   const std::string path(wide.begin(), wide.end());
@@ -56,21 +57,21 @@ TEST_F(WindowsRunner, TemporaryFolderIsThePrivateOneAndOptionsFromOutsideAreNotH
 
 TEST_F(WindowsRunner, ProgramThatNeverEndsIsStoppedAtTheTimeLimit) {
   m_limits.timeSeconds = 1;
-  EXPECT_EQ(run({}, L"wait").end, RunEnd::kTimeLimit);
+  EXPECT_EQ(run({L"wait"}).end, RunEnd::kTimeLimit);
 }
 
 TEST_F(WindowsRunner, ProgramThatWritesTooMuchIsStopped) {
   m_limits.outputMegabytes = 2;
-  EXPECT_EQ(run({L"write"}, m_folder.output()).end, RunEnd::kOutputLimit);
+  EXPECT_EQ(run({L"write", m_folder.output()}).end, RunEnd::kOutputLimit);
 }
 
 TEST_F(WindowsRunner, FilesInTheTemporaryFolderCountToo) {
   m_limits.outputMegabytes = 2;
-  EXPECT_EQ(run({L"write"}, m_folder.temporary() + L"\\x").end, RunEnd::kOutputLimit);
+  EXPECT_EQ(run({L"write", m_folder.temporary() + L"\\x"}).end, RunEnd::kOutputLimit);
 }
 
 TEST_F(WindowsRunner, CrashIsNotTakenForAnExit) {
-  EXPECT_EQ(run({}, L"crash").end, RunEnd::kKilled);
+  EXPECT_EQ(run({L"crash"}).end, RunEnd::kKilled);
 }
 
 }  // namespace

@@ -42,11 +42,11 @@ TEST_F(EndToEnd, PostScriptWithAnErrorIsReportedInGhostscriptsWords) {
   const auto client = scene.startClient(5, {kPdf});
   const auto print = spooler.print(kPrinter, file("job", page("hello") + "nosuchname\n"));
   expectNotPrinted(*print, "not printed: EndDocPort failed", 5);
-  EXPECT_THAT(moduleLog(), HasSubstr("normalizer log: ps2pdf: Ghostscript ended with 1: Error: /undefined in "
-                                     "nosuchname. The PostScript of this document is in error."));
+  EXPECT_THAT(moduleLog(), HasSubstr("normalizer log: ps2pdf: Ghostscript: undefined in nosuchname. The PostScript of "
+                                     "this document is in error: 1 page came."));
   client->waitForLine("not printed \"job\": no data came; the conversion of the job has failed");
   EXPECT_THAT(client->waitForLine("the server says why \"job\" for \"Laser-2\" was not printed: "),
-              HasSubstr("Error: /undefined in nosuchname"));
+              HasSubstr("Ghostscript: undefined in nosuchname"));
 }
 
 TEST_F(EndToEnd, AnEmptyFileIsNotPrinted) {

@@ -1,0 +1,148 @@
+#include "converter/announcement.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string>
+#include <string_view>
+
+namespace mg::converter {
+namespace {
+
+// Comments have at most 255 characters by their standard; of a longer line only the begin is looked at.
+constexpr size_t kMostKept = 1024;
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+// The number at the begin of the text, or -1; takes it and the blanks around it off.
+long long takeNumber(std::string_view& text) {
+  while (!text.empty() && isBlank(text.front()))
+    text.remove_prefix(1);
+  long long number = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || number < 0) return -1;
+  text.remove_prefix(static_cast<size_t>(end - text.data()));
+  return number;
+}
+
+class Reader {
+ public:
+  explicit Reader(std::istream& document) : m_buffer(*document.rdbuf()) {}
+
+  Announcement read() {
+    std::string line;
+    for (m_first = true; readLine(line); m_first = false)
+      take(line);
+    return m_result;
+  }
+
+ private:
+  static constexpr int kEnd = std::char_traits<char>::eof();
+
+  // Reads up to a line feed, a carriage return or both; false at the end of the document.
+  bool readLine(std::string& line) {
+    line.clear();
+    int c = m_buffer.sbumpc();
+    if (c == kEnd) return false;
+    for (; c != kEnd && c != '\n' && c != '\r'; c = m_buffer.sbumpc()) {
+      if (line.size() < kMostKept) line += static_cast<char>(c);
+    }
+    if (c == '\r' && m_buffer.sgetc() == '\n') m_buffer.sbumpc();
+    return true;
+  }
+
+  static bool takeKeyword(std::string_view& line, std::string_view keyword) {
+    if (line.substr(0, keyword.size()) != keyword) return false;
+    line.remove_prefix(keyword.size());
+    return true;
+  }
+
+  void take(std::string_view line) {
+    if (takeKeyword(line, "%%BeginDocument")) {
+      ++m_depth;
+    } else if (takeKeyword(line, "%%EndDocument")) {
+      if (m_depth > 0) --m_depth;
+    } else if (takeKeyword(line, "%%BeginBinary:")) {
+      skipBytes(takeNumber(line));
+    } else if (takeKeyword(line, "%%BeginData:")) {
+      takeData(line);
+    } else if (m_depth == 0) {
+      takeOwn(line);
+    }
+  }
+
+  // "%%BeginData: 123 Hex Bytes" counts bytes unless it says "Lines".
+  void takeData(std::string_view line) {
+    const long long count = takeNumber(line);
+    if (line.find("Lines") == std::string_view::npos) return skipBytes(count);
+    std::string skipped;
+    for (long long i = 0; i < count && readLine(skipped); ++i) {
+    }
+  }
+
+  void skipBytes(long long count) {
+    for (; count > 0; --count) {
+      if (m_buffer.sbumpc() == kEnd) return;
+    }
+  }
+
+  void takeOwn(std::string_view line) {
+    if (takeKeyword(line, "%!PS-Adobe-")) {
+      // Fonts and procedure sets that a document brings along begin like a document but for their kind.
+      if (!m_first && line.find("Resource-") == std::string_view::npos) m_result.isMixed = true;
+    } else if (takeKeyword(line, "%%Pages:")) {
+      takePages(line);
+    } else if (takeKeyword(line, "%%Page:")) {
+      takePage(line);
+    } else if (takeKeyword(line, "%%EOF")) {
+      m_result.hasEnd = true;
+    }
+  }
+
+  void takePages(std::string_view line) {
+    if (line.find("(atend)") != std::string_view::npos) {
+      m_result.isPromised = m_result.pages < 0;
+      return;
+    }
+    const long long pages = takeNumber(line);
+    // The header is believed before what comes later, except where it promises a later number.
+    if (pages < 0 || pages > 1000000 || m_result.pages >= 0) return;
+    m_result.pages = static_cast<int>(pages);
+    m_result.isPromised = false;
+  }
+
+  // "%%Page: label ordinal": the ordinal is the last word; labels may hold blanks.
+  void takePage(std::string_view line) {
+    m_result.hasEnd = false;
+    while (!line.empty() && isBlank(line.back()))
+      line.remove_suffix(1);
+    const size_t blank = line.find_last_of(" \t");
+    if (blank == std::string_view::npos) return;
+    line.remove_prefix(blank + 1);
+    if (takeNumber(line) == m_result.pageComments + 1) ++m_result.pageComments;
+  }
+
+  std::streambuf& m_buffer;
+  Announcement m_result;
+  int m_depth = 0;
+  bool m_first = true;
+};
+
+}  // namespace
+
+int Announcement::expectedPages() const {
+  if (isMixed) return -1;
+  return pageComments > 0 ? pageComments : pages;
+}
+
+bool Announcement::isWhole() const {
+  if (hasEnd || isMixed) return true;
+  return !isPromised && pageComments >= pages;
+}
+
+Announcement readAnnouncement(std::istream& document) {
+  return Reader(document).read();
+}
+
+}  // namespace mg::converter

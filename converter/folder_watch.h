@@ -1,0 +1,45 @@
+#pragma once
+
+#include "util/unique_handle.h"
+#include "util/win_handle.h"
+
+#include <windows.h>
+
+#include <string>
+
+namespace mg::converter {
+
+// Waits for names to come or go in one folder. File systems that announce no changes are looked at four times a second.
+class FolderWatch {
+ public:
+  explicit FolderWatch(const std::wstring& folder);
+
+  // Asks `isSo` until it answers true; false when it has not by `deadline` (GetTickCount64).
+  template <typename Condition>
+  bool waitUntil(ULONGLONG deadline, Condition&& isSo) const {
+    while (!isSo()) {
+      const ULONGLONG now = GetTickCount64();
+      if (now >= deadline) return false;
+      wait(static_cast<DWORD>(deadline - now < kSlice ? deadline - now : kSlice));
+    }
+    return true;
+  }
+
+ private:
+  static constexpr ULONGLONG kSlice = 250;
+
+  struct ChangeHandleTraits {
+    using Type = HANDLE;
+    static Type invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void close(Type handle) noexcept {
+      const LastErrorKeeper keeper;
+      FindCloseChangeNotification(handle);
+    }
+  };
+
+  void wait(DWORD milliseconds) const;
+
+  UniqueHandle<ChangeHandleTraits> m_change;
+};
+
+}  // namespace mg::converter
