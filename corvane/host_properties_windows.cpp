@@ -2,6 +2,7 @@
 #include "corvane/host_properties.h"
 #include "corvane/last_error.h"
 #include "corvane/message_numbers.h"
+#include "corvane/process_identity.h"
 
 #include <windows.h>
 
@@ -9,13 +10,15 @@ namespace {
 
 constexpr wchar_t kKey[] = L"SOFTWARE\\Quillfern\\Corvane";
 
+LSTATUS readValue(const wchar_t* name, DWORD flags, void* value, DWORD size) {
+  const corvane::ProcessIdentity identity;
+  return ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, name, flags, nullptr, value, &size);
+}
+
 unsigned long readNumber(const wchar_t* name, unsigned long defaultValue) {
   const corvane::LastErrorKeeper keeper;
   DWORD value = 0;
-  DWORD size = sizeof value;
-  return ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) == ERROR_SUCCESS
-             ? value
-             : defaultValue;
+  return readValue(name, RRF_RT_REG_DWORD, &value, sizeof value) == ERROR_SUCCESS ? value : defaultValue;
 }
 
 }  // namespace
@@ -33,11 +36,7 @@ int HostProperties::hostValue() const {
 std::wstring HostProperties::logFile() const {
   const corvane::LastErrorKeeper keeper;
   wchar_t path[MAX_PATH] = {};
-  DWORD size = sizeof path;
-  if (::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, L"LogFile", RRF_RT_REG_SZ, nullptr, path, &size) != ERROR_SUCCESS) {
-    return {};
-  }
-  return path;
+  return readValue(L"LogFile", RRF_RT_REG_SZ, path, sizeof path) == ERROR_SUCCESS ? path : std::wstring();
 }
 
 unsigned long HostProperties::logLimit() const {
@@ -51,8 +50,7 @@ bool HostProperties::trace() const {
 std::wstring HostProperties::keyFile() const {
   const corvane::LastErrorKeeper keeper;
   wchar_t path[MAX_PATH] = {};
-  DWORD size = sizeof path;
-  const LSTATUS status = ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, L"KeyFile", RRF_RT_REG_SZ, nullptr, path, &size);
+  const LSTATUS status = readValue(L"KeyFile", RRF_RT_REG_SZ, path, sizeof path);
   if (status == ERROR_FILE_NOT_FOUND) return {};
   if (status != ERROR_SUCCESS || path[0] == L'\0') {
     throw CS_Exception(corvane::kKeyNeeded, L"the registry value KeyFile in %s is no file name (%d)", kKey,

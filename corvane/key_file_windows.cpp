@@ -2,6 +2,7 @@
 #include "corvane/key_file.h"
 #include "corvane/message_numbers.h"
 #include "corvane/network.h"
+#include "corvane/process_identity.h"
 #include "corvane/text.h"
 
 #include <windows.h>
@@ -36,6 +37,8 @@ class File {
 std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer) {
   // Looked at by its name, which costs much less than asking the open file, and the module reads its key for every job.
   const std::wstring name = fromUtf8(file);
+  // Only the system and administrators may read it, and the module reads it while it serves a user.
+  const ProcessIdentity identity;
   constexpr DWORD kNoFile = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE;
   const DWORD attributes = ::GetFileAttributesW(name.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) fail(L"opened", file, ::GetLastError());

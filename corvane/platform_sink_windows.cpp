@@ -1,9 +1,11 @@
 #include "corvane/host_properties.h"
 #include "corvane/local_monitor.h"
+#include "corvane/process_identity.h"
 
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -47,16 +49,32 @@ class LogFileSink : public LogSink {
   static constexpr std::size_t kStackLine = 2048;
 
   void writeEnded(const char* text, std::size_t size) noexcept {
+    append(text, size);
+    const unsigned long error = ProcessIdentity::takeError();
+    if (error == 0) return;
+    char line[256];
+    const int length = std::snprintf(line, sizeof line,
+                                     "identity: a user's identity could not be put back (error %lu), so the rest of "
+                                     "that call was refused; restart the print spooler%s",
+                                     error, kLineEnd);
+    if (length > 0) append(line, static_cast<std::size_t>(length));
+  }
+
+  void append(const char* text, std::size_t size) noexcept {
     ::OutputDebugStringA(text);
     if (m_path.empty() || !open()) return;
     DWORD written = 0;
     ::WriteFile(m_file, text, static_cast<DWORD>(size), &written, nullptr);
   }
 
+  // The log is the module's own: a user who prints may neither read nor write it.
   bool open() noexcept {
     if (m_file != INVALID_HANDLE_VALUE) {
       LARGE_INTEGER size{};
       if (!::GetFileSizeEx(m_file, &size) || size.QuadPart < m_limit) return true;
+    }
+    const ProcessIdentity identity;
+    if (m_file != INVALID_HANDLE_VALUE) {
       close();
       ::MoveFileExW(m_path.c_str(), m_oldPath.c_str(), MOVEFILE_REPLACE_EXISTING);
     }

@@ -1,3 +1,4 @@
+#include "corvane/process_identity.h"
 #include "jobs/conversion.h"
 
 #include <array>
@@ -7,6 +8,8 @@ namespace mg {
 
 void Conversion::buildCommandLine(const TemporaryDirectory& directory) {
   m_job.failure.expect(JobFault::kRootPath);
+  // Where the installation is does not depend on who prints.
+  const corvane::ProcessIdentity identity;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", 0, KEY_READ, m_key.receive()) !=
       ERROR_SUCCESS) {
     m_operation.fail(corvane::kLevelFailure, L"Failed to find RootPath registry key.");

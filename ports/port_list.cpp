@@ -2,6 +2,7 @@
 
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
+#include "corvane/process_identity.h"
 #include "ports/port_records.h"
 #include "ports/registry_store.h"
 #include "util/synchronized.h"
@@ -47,6 +48,7 @@ void CPortList::Load() {
   Operation operation(L"Stack Trace: CPortList::Load()");
   mg::RegistryKey key;
   operation.run([&] {
+    const corvane::ProcessIdentity identity;
     const Synchronized guard(m_lock);
     const LSTATUS error = ports::createPortsKey(KEY_QUERY_VALUE, key);
     if (error != ERROR_SUCCESS) {

@@ -38,7 +38,8 @@ class CPortList {
   static void setInstance(CPortList* list) noexcept;
 
   // Adds a port for every value in the registry, creating the key when it is missing. A value whose name cannot be read
-  // is passed over.
+  // is passed over. The registry is read as the process, whomever the thread impersonates; AddNewPort and DeletePort
+  // change it as their caller, so that the registry decides whether that user may.
   void Load();
 
   // Adds a port to the list and to the registry. Returns 1 when a record was made, else 0; throws CS_Exception when the

@@ -2,6 +2,7 @@
 #include "corvane/host_properties.h"
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
+#include "corvane/process_identity.h"
 #include "corvane/text.h"
 #include "session/port_monitor_server.h"
 #include "util/win_handle.h"
@@ -12,6 +13,7 @@ namespace {
 
 // The administrator's choice of how the server is dialled; anything unreadable is the default.
 unsigned connectionFlags(mg::RegistryKey& key) {
+  const corvane::ProcessIdentity identity;
   constexpr DWORD kDualStackOption = 0x40000;
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Quillfern\\Marrowgate\\AppServer", 0, KEY_QUERY_VALUE,
                     key.receive()) != ERROR_SUCCESS) {
