@@ -32,22 +32,32 @@ CS_RCPtr<CS_Connection> CS_Connection::create() {
   return new CS_Connection;
 }
 
-void CS_Connection::take(std::shared_ptr<corvane::Link> link, std::uint32_t firstIdentifier) {
+void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier) {
   m_nextIdentifier = firstIdentifier;
   m_dispatcher = std::make_unique<corvane::Dispatcher>(*this);
   m_channel = std::make_unique<CS_Channel>(link, 0, 0);
   link->setHandler(m_dispatcher.get());
-  m_link = std::move(link);
+  if (m_link != link) m_link = link;  // one that has arrived may be ended meanwhile
 }
 
 CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys) {
-  auto link = std::make_shared<corvane::Link>(std::move(socket));
-  CS_RCPtr<CS_Connection> connection = create();
-  corvane::Guest guest = corvane::welcomeGuest(*link, ownGreeting(), keys, corvane::after(kHandshakeMilliseconds));
-  connection->m_peerValues = std::move(guest.values);
-  connection->m_peerIdentity = guest.identity;
-  connection->take(std::move(link), 2);
+  CS_RCPtr<CS_Connection> connection = arrive(std::move(socket));
+  connection->welcome(keys);
   return connection;
+}
+
+CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket) {
+  CS_RCPtr<CS_Connection> connection = create();
+  connection->m_link = std::make_shared<corvane::Link>(std::move(socket));
+  return connection;
+}
+
+void CS_Connection::welcome(const corvane::KeyFolder* keys) {
+  if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  corvane::Guest guest = corvane::welcomeGuest(*m_link, ownGreeting(), keys, corvane::after(kHandshakeMilliseconds));
+  m_peerValues = std::move(guest.values);
+  m_peerIdentity = guest.identity;
+  take(m_link, 2);
 }
 
 void CS_Connection::useKey(const corvane::Identity& identity, std::string keyFile) {
@@ -67,7 +77,7 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
           corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0));
       m_peerValues = corvane::greetAs(*link, ownGreeting(), credentials ? &*credentials : nullptr,
                                       corvane::after(kHandshakeMilliseconds));
-      take(std::move(link), 1);
+      take(link, 1);
       return;
     } catch (const CS_Exception& exception) {
       if (!said) corvane::LocalMonitor::instance().writeLine(L"connection", exception.detail());
@@ -117,6 +127,10 @@ CS_Channel* CS_Connection::getChannel(bool) {
 
 bool CS_Connection::isConnected() const {
   return m_link != nullptr && !m_link->hasEnded();
+}
+
+std::chrono::steady_clock::time_point CS_Connection::lastHeard() const {
+  return m_link == nullptr ? std::chrono::steady_clock::time_point() : m_link->lastHeard();
 }
 
 std::uint32_t CS_Connection::nextIdentifier() {

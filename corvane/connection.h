@@ -3,6 +3,7 @@
 #include "corvane/component.h"
 #include "corvane/identity.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -32,6 +33,10 @@ class CS_Connection : public CS_Component {
   // that it has the key of the identity it claims (3109); nothing of it is served before.
   static CS_RCPtr<CS_Connection> accept(corvane::Socket socket, const corvane::KeyFolder* keys = nullptr);
 
+  // The two steps of accept(), for whoever may have to end the connection before it is greeted, with destroy().
+  static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket);
+  void welcome(const corvane::KeyFolder* keys);
+
   // From the next connect() on, this side proves to be that one with the key in the file (UTF-8), and refuses a server
   // that does not prove to have the same key. The file is read by each connect(), before anything is sent. The first
   // request is to follow within kHandshakeMilliseconds, because the proof travels with it.
@@ -59,6 +64,9 @@ class CS_Connection : public CS_Component {
   CS_RCPtr<CS_Component> getRootOwner() override;
   CS_Channel* getChannel(bool create) override;
   bool isConnected() const override;
+
+  // When the peer's bytes came last.
+  std::chrono::steady_clock::time_point lastHeard() const;
 
   // Null before the connection is made.
   const std::shared_ptr<corvane::Link>& link() const { return m_link; }
@@ -91,7 +99,7 @@ class CS_Connection : public CS_Component {
  private:
   friend class corvane::Dispatcher;
   CS_Connection();
-  void take(std::shared_ptr<corvane::Link> link, std::uint32_t firstIdentifier);
+  void take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier);
   void linkEnded(const std::wstring& reason);
 
   std::shared_ptr<corvane::Link> m_link;

@@ -67,6 +67,7 @@ void Link::readOnce(std::optional<Deadline> deadline) {
                                                 ? kClosedInOrder
                                                 : L"the other side closed the connection in the middle of a frame");
       case FrameReader::Fill::kData:
+        heard();
         frame = m_reader.next();
     }
   }

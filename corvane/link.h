@@ -4,6 +4,8 @@
 #include "corvane/socket.h"
 #include "corvane/value_writer.h"
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -108,6 +110,8 @@ class Link {
   std::wstring reason() const;
   // See Socket::peerHasClosed(): for a thread that handles a frame and so does not read meanwhile.
   bool peerHasClosed() const noexcept { return m_socket.peerHasClosed(); }
+  // When bytes came last, or when the link was made.
+  Deadline lastHeard() const { return Deadline(Deadline::duration(m_lastHeard.load())); }
   std::string peerName() const { return m_socket.peerName(); }
   std::vector<unsigned char> localEndpoint() const { return m_socket.localEndpoint(); }
   std::vector<unsigned char> peerEndpoint() const { return m_socket.peerEndpoint(); }
@@ -118,6 +122,7 @@ class Link {
  private:
   void readOnce(std::optional<Deadline> deadline);
   void lookForNews();
+  void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
   void sendPieces(std::span<const Socket::Piece> pieces);
@@ -126,6 +131,7 @@ class Link {
 
   Socket m_socket;
   FrameReader m_reader;  // used by the leader only
+  std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};
 
   std::mutex m_sendLock;  // guards what follows, and the order of frames on the socket
   std::vector<unsigned char> m_announcements;

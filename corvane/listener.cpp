@@ -7,6 +7,10 @@
 #include <chrono>
 #include <thread>
 
+#ifndef _WIN32
+#include <fcntl.h>
+#endif
+
 namespace corvane {
 namespace {
 
@@ -37,6 +41,22 @@ HostAndPort parse(const std::string& address) {
   return {host, static_cast<std::uint16_t>(port)};
 }
 
+#ifdef _WIN32
+constexpr std::intptr_t openSpare() {
+  return -1;  // the system has more handles than a process can use
+}
+bool isShortage(int error) {
+  return error == WSAEMFILE || error == WSAENOBUFS;
+}
+#else
+std::intptr_t openSpare() {
+  return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+bool isShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+#endif
+
 }  // namespace
 
 Listener::Listener(const std::string& address) : m_handle(-1) {
@@ -57,12 +77,14 @@ Listener::Listener(const std::string& address) : m_handle(-1) {
     throw CS_Exception(kConnectFailed, L"cannot listen on %s: %s", fromUtf8(address).c_str(),
                        networkErrorText(error).c_str());
   }
+  m_spare = openSpare();
 }
 
 Listener::~Listener() {
   stop();
 #ifndef _WIN32
   closeSocket(m_handle);
+  if (m_spare != -1) closeSocket(m_spare);
 #endif
 }
 
@@ -70,12 +92,31 @@ std::optional<Socket> Listener::accept() {
   using namespace std::chrono_literals;
   while (!m_stopped) {
     const auto handle = static_cast<std::intptr_t>(::accept(native(m_handle), nullptr, nullptr));
+    const int error = handle == -1 ? lastNetworkError() : 0;
     if (handle != -1 && !m_stopped) return Socket(handle);
     if (handle != -1) closeSocket(handle);
-    // No descriptor or memory is free, or the peer has gone again: others may still come.
-    if (!m_stopped) std::this_thread::sleep_for(20ms);
+    if (m_stopped) break;
+    const bool isShort = isShortage(error);
+    const bool turnedAway = isShort && turnAway();
+    if (isShort && m_onShortage) m_onShortage(networkErrorText(error));
+    // The peer has gone again, or there is not even memory: others may still come.
+    if (!turnedAway) std::this_thread::sleep_for(20ms);
   }
   return std::nullopt;
+}
+
+bool Listener::turnAway() {
+#ifdef _WIN32
+  return false;
+#else
+  if (m_spare == -1) m_spare = openSpare();
+  if (m_spare == -1) return false;
+  closeSocket(m_spare);
+  const auto handle = static_cast<std::intptr_t>(::accept(native(m_handle), nullptr, nullptr));
+  if (handle != -1) closeSocket(handle);
+  m_spare = openSpare();
+  return handle != -1;
+#endif
 }
 
 void Listener::stop() noexcept {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -87,9 +88,11 @@ class Listener {
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
-  // The next connection; nothing when stop() was called. Failures of one connection (it ended before it was accepted,
-  // no descriptor is free) are waited out and tried again.
+  // The next connection; nothing when stop() was called. One that ended before it was accepted is passed over. One for
+  // which this process has no descriptor left is turned away, with one that is kept for that, so that its peer knows
+  // at once and nobody waits in vain; each time the handler is called with the system's words, on this thread.
   std::optional<Socket> accept();
+  void onShortage(std::function<void(const std::wstring& why)> handler) { m_onShortage = std::move(handler); }
   // Ends accept() on whichever thread it runs. May be called from any thread and from a signal handler.
   void stop() noexcept;
 
@@ -98,8 +101,13 @@ class Listener {
   std::uint16_t port() const;
 
  private:
+  // Turns a connection away; false when that was not possible, and trying again at once would be in vain.
+  bool turnAway();
+
   std::atomic<std::intptr_t> m_handle;
   std::atomic<bool> m_stopped{false};
+  std::intptr_t m_spare = -1;  // a descriptor that is kept for turning away, where the system counts them
+  std::function<void(const std::wstring& why)> m_onShortage;
 };
 
 // Brings the system's network up; true when it can be used. Called by CS_ComponentServer::initialize.

@@ -2,50 +2,81 @@
 
 #include "corvane/exception.h"
 #include "corvane/message_numbers.h"
+#include "corvane/text.h"
 #include "programs/failure.h"
 #include "programs/one_line.h"
 #include "server/access.h"
 
 #include <system_error>
-#include <vector>
 
 namespace aps {
+namespace {
+
+// Threads of connections that were told to leave and have not ended yet.
+constexpr std::size_t kMaxLeaving = 256;
+
+std::string addressOf(const std::string& peer) {
+  return peer.substr(0, peer.rfind(':'));
+}
+
+}  // namespace
+
+ConnectionList::ConnectionList(std::shared_ptr<Log> log, const Places& places, const corvane::KeyFolder* keys,
+                               IsNeeded isNeeded)
+    : m_log(std::move(log)), m_places(places), m_keys(keys), m_isNeeded(std::move(isNeeded)) {
+  m_watcher = std::thread([this] { watch(); });
+}
 
 void ConnectionList::serve(corvane::Socket socket) {
   joinEnded();
   const std::string peer = socket.peerName();
-  std::unique_lock<std::mutex> guard(m_lock);
-  if (m_sessions.size() >= m_limit) {
-    guard.unlock();
-    m_log->refusal("the limit of connections",
-                   "connection from " + peer + " refused: there are " + std::to_string(m_limit) +
-                       " connections, which is the limit; end some, or start aps with a higher --max-connections");
-    return;
+  const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(socket));
+  Leaver leaver;
+  std::string refusal;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_closing) return;
+    const auto arriving = occupantsLocked(Room::kArriving);
+    if (arriving.size() >= m_places.arriving || takenLocked() >= m_places.all) leaver = tellOneLocked(arriving);
+    if (takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxLeaving) {
+      refusal = "there are " + std::to_string(m_places.all) + " connections, which is the limit; end some";
+    } else {
+      const Position position = m_sessions.emplace(m_sessions.end());
+      position->connection = connection;
+      position->peer = peer;
+      position->who = addressOf(peer);
+      position->arrived = Clock::now();
+      try {
+        // The new thread waits for the lock, so its position has its thread before it can end.
+        position->thread = std::thread([this, position] { run(position); });
+      } catch (const std::system_error& failure) {
+        m_sessions.erase(position);
+        refusal =
+            std::string("no thread for it: ") + failure.what() + "; end some connections or programs of this machine";
+      }
+    }
   }
-  const Position position = m_sessions.emplace(m_sessions.end());
-  try {
-    // The new thread waits for the lock, so its position has its thread before it can end.
-    position->thread =
-        std::thread([this, position, owned = std::move(socket)]() mutable { run(position, std::move(owned)); });
-  } catch (const std::system_error& failure) {
-    m_sessions.erase(position);
-    guard.unlock();
-    m_log->refusal("threads", "connection from " + peer + " refused: no thread for it: " + failure.what() +
-                                  "; end some connections or programs of this machine");
-  }
+  end(leaver, "it had asked for nothing yet, and its place is needed for one that came later");
+  if (!refusal.empty()) m_log->refusal("the limit of connections", "connection from " + peer + " refused: " + refusal);
 }
 
-void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
+void ConnectionList::run(Position position) noexcept {
+  std::string peer;
   try {
-    const std::string peer = socket.peerName();
+    {
+      const std::lock_guard<std::mutex> guard(m_lock);
+      peer = position->peer;
+    }
     try {
-      serveOne(position, std::move(socket));
+      serveOne(position);
     } catch (const CS_Exception& failure) {
       const bool isAboutKeys = failure.number() == corvane::kNotProven;
-      m_log->refusal("greetings",
-                     "connection from " + peer + " refused: " + programs::describe(failure) +
-                         (isAboutKeys ? "; a program of this system needs the key that stands in the folder of --keys"
-                                      : "; the program that made it is none of this system, or of another version"));
+      const std::string line =
+          "connection from " + peer + " refused: " + programs::describe(failure) +
+          (isAboutKeys ? "; a program of this system needs the key that stands in the folder of --keys"
+                       : "; the program that made it is none of this system, or of another version");
+      const std::lock_guard<std::mutex> guard(m_lock);
+      if (!position->isTold && !m_closing) m_log->refusal("greetings", line);
     }
   } catch (...) {
     m_log->refusal("memory", "a connection ended: out of memory");
@@ -57,24 +88,31 @@ void ConnectionList::run(Position position, corvane::Socket socket) noexcept {
   m_someEnded.notify_all();
 }
 
-void ConnectionList::serveOne(Position position, corvane::Socket socket) {
-  const std::string peer = socket.peerName();
-  const CS_RCPtr<CS_Connection> connection = CS_Connection::accept(std::move(socket), m_keys);
-  if (connection->peerIdentity()) guard(*connection);
-  const auto process = connection->peerValues().find(L"process");
+void ConnectionList::serveOne(Position position) {
+  CS_RCPtr<CS_Connection> connection;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (!m_closing) position->connection = connection;
+    connection = position->connection;
   }
-  std::wstring reason;
-  {
-    bool closing;
-    {
-      const std::lock_guard<std::mutex> guard(m_lock);
-      closing = !position->connection;
+  const std::string peer = connection->peerName();
+  connection->welcome(m_keys);
+  std::string who = "connection from " + peer;
+  if (const auto& identity = connection->peerIdentity()) {
+    who += ", " + programs::oneLine(identity->name());
+    const std::lock_guard<std::mutex> guard(m_lock);
+    position->who = programs::oneLine(identity->name());
+  }
+  connection->setAdmission([this, position, who, identity = connection->peerIdentity()](const std::wstring& className) {
+    std::wstring refusal = identity ? accessRefusal(*identity, className) : std::wstring();
+    if (refusal.empty()) refusal = admit(position, className);
+    if (!refusal.empty()) {
+      const std::string kind = identity ? " for " + programs::oneLine(identity->name()) : "";
+      m_log->refusal("classes" + kind, who + ": refused: " + programs::oneLine(refusal));
     }
-    if (!closing) reason = connection->serve();
-  }
+    return refusal;
+  });
+  const auto process = connection->peerValues().find(L"process");
+  const std::wstring reason = connection->serve();
   CS_Connection::destroy(connection, true);
   if (reason.empty()) return;
   const std::string line =
@@ -83,18 +121,102 @@ void ConnectionList::serveOne(Position position, corvane::Socket socket) {
                                                  : ", process " + programs::oneLine(process->second) + ",") +
       " ended: " + programs::oneLine(reason);
   const std::lock_guard<std::mutex> guard(m_lock);
+  if (position->isTold) return;
   m_closing ? m_log->line(line) : m_log->refusal("ends of connections", line);
 }
 
-void ConnectionList::guard(CS_Connection& connection) {
-  const corvane::Identity peer = *connection.peerIdentity();
-  const std::string who = "connection from " + connection.peerName() + ", " + programs::oneLine(peer.name());
-  connection.setAdmission([log = m_log, peer, who](const std::wstring& className) {
-    std::wstring refusal = accessRefusal(peer, className);
-    if (!refusal.empty())
-      log->refusal("classes for " + programs::oneLine(peer.name()), who + ": refused: " + programs::oneLine(refusal));
-    return refusal;
-  });
+std::wstring ConnectionList::admit(Position position, const std::wstring& className) {
+  const std::optional<Room> room = roomFor(className);
+  if (!room) return {};
+  Leaver leaver;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (position->room == *room || (position->room == Room::kMonitor && *room == Room::kAdministration)) return {};
+    if (position->room == Room::kClients || (position->room != Room::kArriving && *room == Room::kClients)) {
+      return L"a connection is either a print client's or the monitor's; make another one";
+    }
+    const auto& identity = position->connection->peerIdentity();
+    const bool isOneSession = identity && !identity->isMonitor();
+    const auto mine = isOneSession ? occupantsLocked(*room, position->who) : std::vector<Position>();
+    const auto all = occupantsLocked(*room);
+    if (mine.size() >= m_places.ofOneSession) {
+      leaver = tellOneLocked(mine);
+    } else if (all.size() >= m_places.limitOf(*room)) {
+      leaver = tellOneLocked(all);
+    } else {
+      position->room = *room;
+      return {};
+    }
+    if (leaver.connection) position->room = *room;
+  }
+  if (!leaver.connection) {
+    return L"all places for " + corvane::fromUtf8(nameOf(*room)) + L" are in use; try again when some are free";
+  }
+  end(leaver, std::string("all places for ") + nameOf(*room) + " were taken, and it had been silent longest");
+  return {};
+}
+
+void ConnectionList::end(const Leaver& leaver, const std::string& why) {
+  if (!leaver.connection) return;
+  CS_Connection::destroy(leaver.connection, true);
+  m_log->refusal(std::string("places for ") + nameOf(leaver.room),
+                 "connection from " + leaver.peer + " closed: " + why);
+}
+
+std::size_t ConnectionList::takenLocked() const {
+  std::size_t taken = 0;
+  for (const Session& session : m_sessions)
+    taken += session.isTold || session.ended ? 0 : 1;
+  return taken;
+}
+
+std::vector<ConnectionList::Position> ConnectionList::occupantsLocked(Room room, const std::string& who) {
+  std::vector<Position> occupants;
+  for (Position at = m_sessions.begin(); at != m_sessions.end(); ++at) {
+    if (at->room != room || at->isTold || at->ended || !(who.empty() || at->who == who)) continue;
+    occupants.push_back(at);
+  }
+  return occupants;
+}
+
+ConnectionList::Leaver ConnectionList::tellOneLocked(const std::vector<Position>& occupants) {
+  std::vector<Occupant> room;
+  for (const Position& at : occupants) {
+    const bool isArriving = at->room == Room::kArriving;
+    room.push_back(
+        {at->who, isArriving ? at->arrived : at->connection->lastHeard(), !isArriving && m_isNeeded(*at->connection)});
+  }
+  const auto chosen = whoMakesRoom(room);
+  return chosen ? tellLocked(*occupants[*chosen]) : Leaver();
+}
+
+ConnectionList::Leaver ConnectionList::tellLocked(Session& session) {
+  session.isTold = true;
+  return {session.connection, session.peer, session.room};
+}
+
+void ConnectionList::watch() {
+  std::unique_lock<std::mutex> lock(m_lock);
+  while (!m_someEnded.wait_for(lock, m_places.lookEvery, [this] { return m_closing; })) {
+    std::vector<Leaver> silent;
+    for (Session& session : m_sessions) {
+      const auto idle = m_places.idleOf(session.room);
+      if (!idle || session.isTold || session.ended) continue;
+      const bool isArriving = session.room == Room::kArriving;
+      const auto since = isArriving ? session.arrived : session.connection->lastHeard();
+      if (Clock::now() - since < *idle || (!isArriving && m_isNeeded(*session.connection))) continue;
+      silent.push_back(tellLocked(session));
+    }
+    lock.unlock();
+    for (const Leaver& leaver : silent) {
+      const auto idle = std::chrono::duration_cast<std::chrono::seconds>(*m_places.idleOf(leaver.room));
+      end(leaver, std::string("it is one of ") + nameOf(leaver.room) + ", and was of no use for " +
+                      std::to_string(idle.count()) + " s");
+    }
+    silent.clear();
+    joinEnded();
+    lock.lock();
+  }
 }
 
 void ConnectionList::joinEnded() {
@@ -119,11 +241,11 @@ void ConnectionList::endAll() {
     for (const Session& session : m_sessions) {
       if (session.connection) open.push_back(session.connection);
     }
+    m_someEnded.notify_all();
   }
   for (const auto& connection : open)
     CS_Connection::destroy(connection, true);
   {
-    // A handshake in progress ends by its own time limit.
     std::unique_lock<std::mutex> guard(m_lock);
     m_someEnded.wait(guard, [this] {
       for (const Session& session : m_sessions) {
@@ -133,6 +255,7 @@ void ConnectionList::endAll() {
     });
   }
   joinEnded();
+  if (m_watcher.joinable()) m_watcher.join();
 }
 
 }  // namespace aps

@@ -4,54 +4,90 @@
 #include "corvane/key.h"
 #include "corvane/socket.h"
 #include "server/log.h"
+#include "server/places.h"
 
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace aps {
 
-// The connections of the server, each with the thread that serves it. Past the limit a new connection is closed at once
-// with a line in the log, and the others notice nothing. serve() and endAll() are called by the thread that accepts.
+// The connections of the server, each with the thread that serves it, within the bounds of server/places.h. Where a
+// room is full, one that nobody needs makes room for the new one; where all are needed, the new one is refused. Either
+// leaves a line in the log, and the others notice nothing. serve() and endAll() are called by the thread that accepts.
 class ConnectionList {
  public:
+  // Whether a connection serves somebody right now, so that it must stay; called with the list's lock held.
+  using IsNeeded = std::function<bool(const CS_Connection&)>;
+
   // The keys outlive the list; without any (null) peers need to prove nothing.
-  ConnectionList(std::shared_ptr<Log> log, std::size_t limit, const corvane::KeyFolder* keys)
-      : m_log(std::move(log)), m_limit(limit), m_keys(keys) {}
+  ConnectionList(std::shared_ptr<Log> log, const Places& places, const corvane::KeyFolder* keys, IsNeeded isNeeded);
   ~ConnectionList() { endAll(); }
   ConnectionList(const ConnectionList&) = delete;
   ConnectionList& operator=(const ConnectionList&) = delete;
 
   // Carries out the handshake and serves the connection, on a thread of its own. A peer that had to prove who it is
   // gets the components that such a peer may have (server/access.h).
+  // Throws std::bad_alloc; the connection is closed then.
   void serve(corvane::Socket socket);
-  // Ends every connection and waits for their threads; connections accepted afterwards are closed at once.
+  // Ends every connection, whatever its peer does, and waits for their threads; connections accepted afterwards are
+  // closed at once.
   void endAll();
 
  private:
+  using Clock = Places::Clock;
+
   struct Session {
     std::thread thread;
-    CS_RCPtr<CS_Connection> connection;  // null until the handshake is done
+    CS_RCPtr<CS_Connection> connection;
+    std::string peer;  // address and port
+    Room room = Room::kArriving;
+    std::string who;  // the address, then the identity that was proven
+    Clock::time_point arrived;
+    bool isTold = false;  // to leave: it takes no place any more
     bool ended = false;
   };
   using Position = std::list<Session>::iterator;
+  // A connection that was told to leave; it is ended without the list's lock.
+  struct Leaver {
+    CS_RCPtr<CS_Connection> connection;  // null for nobody
+    std::string peer;
+    Room room = Room::kArriving;
+  };
 
-  void run(Position position, corvane::Socket socket) noexcept;
-  void guard(CS_Connection& connection);
-  void serveOne(Position position, corvane::Socket socket);
+  void run(Position position) noexcept;
+  void serveOne(Position position);
+  // Gives the connection its place when it asks for the first component of a kind. Why it gets no component of that
+  // class; empty when it does.
+  std::wstring admit(Position position, const std::wstring& className);
+  // The connections of a room that take a place, of one identity where one is named.
+  std::vector<Position> occupantsLocked(Room room, const std::string& who = {});
+  // Tells one of them, which nobody needs, to leave; nobody when all are needed.
+  Leaver tellOneLocked(const std::vector<Position>& occupants);
+  static Leaver tellLocked(Session& session);
+  // Ends it, and says why.
+  void end(const Leaver& leaver, const std::string& why);
+  std::size_t takenLocked() const;
+  // Closes, now and then, who has been silent for too long.
+  void watch();
   // Joins the threads that have ended.
   void joinEnded();
 
   const std::shared_ptr<Log> m_log;
-  const std::size_t m_limit;
+  const Places m_places;
   const corvane::KeyFolder* const m_keys;
+  const IsNeeded m_isNeeded;
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_someEnded;
   std::list<Session> m_sessions;
   bool m_closing = false;
+  std::thread m_watcher;
 };
 
 }  // namespace aps

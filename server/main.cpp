@@ -12,6 +12,7 @@
 #include "programs/stop_request.h"
 #include "server/application.h"
 #include "server/connection_list.h"
+#include "server/descriptors.h"
 #include "server/log_monitor.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
@@ -19,6 +20,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -54,6 +56,26 @@ bool openKeys(const std::string& folder, std::unique_ptr<corvane::KeyFolder>& ke
   return false;
 }
 
+// The bounds of the connections, of which some places are kept apart, whatever the options say.
+aps::Places placesFor(const aps::Options& options, aps::Log& log) {
+  aps::Places places;
+  places.monitor = options.maxConnections;
+  places.clients = options.limits.sessions + 64;
+  places.all = places.arriving + places.clients + places.monitor + places.administration;
+  // Besides: the log, keys, the file of sessions, started programs, and connections that are about to end.
+  constexpr std::size_t kOthers = 128;
+  const std::size_t wanted = places.all + kOthers;
+  const std::size_t available = aps::provideDescriptors(wanted);
+  if (available < wanted) {
+    places.all = available > 2 * kOthers ? available - kOthers : available / 2;
+    log.failure(
+        "this process may have only " + std::to_string(available) + " descriptors instead of " +
+        std::to_string(wanted) + ": it serves at most " + std::to_string(places.all) +
+        " connections; raise the limit on open files of its account (ulimit -n, LimitNOFILE=) and start it again");
+  }
+  return places;
+}
+
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
@@ -85,15 +107,27 @@ int programMain(const std::vector<std::string>& arguments) {
   if (!options.state.empty()) {
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
   }
-  aps::ConnectionList connections(log, options.maxConnections, keys.get());
+  aps::ConnectionList connections(
+      log, placesFor(options, *log), keys.get(), [&application = *application](const CS_Connection& connection) {
+        return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
+      });
   log->line("aps listens on " + listener->address());
   log->line(keys ? "peers must prove that they have their key in " + options.keys
                  : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
                    "start aps with --keys to change that");
   said.put("aps listens on " + listener->address() + "\n");
 
-  while (auto socket = listener->accept())
-    connections.serve(std::move(*socket));
+  listener->onShortage([&log](const std::wstring& why) {
+    log->refusal("descriptors", "a connection was turned away: " + programs::oneLine(why) +
+                                    "; raise the limit on open files (ulimit -n, LimitNOFILE=), or end connections");
+  });
+  while (auto socket = listener->accept()) {
+    try {
+      connections.serve(std::move(*socket));
+    } catch (const std::bad_alloc&) {
+      log->refusal("memory", "a connection was turned away: out of memory");
+    }
+  }
 
   if (keeper) keeper->stop();
   application->notices.close();

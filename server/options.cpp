@@ -43,7 +43,10 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
                  "lost; 0 for not at all")
       ->capture_default_str()
       ->check(CLI::Range(0, 60));
-  app.add_option("--max-connections", options.maxConnections, "connections at the same time, each with a thread")
+  app.add_option(
+         "--max-connections", options.maxConnections,
+         "connections of the monitor at the same time: one for each job in progress, and those that only ask; print "
+         "clients and administration tools have places of their own")
       ->capture_default_str()
       ->check(CLI::Range(1, 100000));
   app.add_option("--max-sessions", options.limits.sessions, "sessions that are remembered")

@@ -50,6 +50,8 @@ std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::ws
     m_application->log->line("printer " + quoted(printerName) + " was asked for by process " + peerProcess() +
                              "; the answer waits for its print client, which may be on its way back");
   }
+  const CS_RCPtr<CS_Component> root = getRootOwner();
+  const auto mark = m_application->jobs.wait(dynamic_cast<const CS_Connection*>(root.get()));
   auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
   if (!(found && found->client) && hasGivenUp()) {
     throw CS_Exception(corvane::kConnectionLost, L"whoever asked did not wait for the print client");
@@ -116,7 +118,14 @@ std::string PortMonitorClient::attach(const std::wstring& printerName, int proce
 
   const std::string job = "printer " + quoted(printerName) + ", session " + std::to_string(found->session) +
                           ", process " + std::to_string(processId);
-  bridge->onEnd([application = m_application, job, printerName](const CS_BridgeRouter::Ending& ending) {
+  const CS_RCPtr<CS_Component> root = getRootOwner();
+  auto mark = m_application->jobs.begin(found->session, dynamic_cast<const CS_Connection*>(root.get()));
+  if (!mark) {
+    return "session " + std::to_string(found->session) + " has " +
+           std::to_string(m_application->jobs.limitOfOneSession()) +
+           " jobs in progress, which is the limit; print again when some have ended";
+  }
+  bridge->onEnd([application = m_application, job, printerName, mark](const CS_BridgeRouter::Ending& ending) {
     jobEnded(*application, job, printerName, ending);
   });
   // What the client may create towards the monitor on this bridge.

@@ -207,6 +207,12 @@ std::vector<std::wstring> SessionTable::localNamesLocked(int session) const {
   return names;
 }
 
+bool SessionTable::isClient(const CS_Connection* connection) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  return std::any_of(m_sessions.begin(), m_sessions.end(),
+                     [connection](const auto& session) { return session.second.client.get() == connection; });
+}
+
 std::vector<SessionTable::Status> SessionTable::status() const {
   const std::lock_guard<std::mutex> guard(m_lock);
   std::vector<Status> all;

@@ -103,6 +103,8 @@ class SessionTable {
   std::vector<std::wstring> localNames(int session) const;
   // Lets everybody who waits ask whether he has given up.
   void wake() const;
+  // True for the print client of a session.
+  bool isClient(const CS_Connection* connection) const;
   // All sessions in the order of their numbers.
   std::vector<Status> status() const;
   // As many of them from that place on as have so many characters of texts, a printer at the least.

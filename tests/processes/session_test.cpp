@@ -97,13 +97,17 @@ TEST(Sessions, TooManyPrintersOrSessionsAreRefusedWithTheLimit) {
   EXPECT_THAT(other.output(), HasSubstr("this server has 1 sessions with a print client, which is its limit"));
 }
 
-TEST(Sessions, TooManyConnectionsAreClosedAndTheOthersUndisturbed) {
-  Scene scene({"--max-connections", "2"});
+TEST(Sessions, AConnectionOfTheMonitorPastTheLimitTakesThePlaceOfOneWithoutAJobOrIsRefused) {
+  Scene scene({"--max-connections", "1"});
   const auto client = scene.startClient(5, {"Laser-2"});
+  MonitorPeer idle(scene.port());
+  EXPECT_THAT(idle.printerList(5), ElementsAre(L"Laser-2 (session 5)"));
   MonitorPeer peer(scene.port());
   EXPECT_TRUE(peer.attach(L"Laser-2 (session 5)"));
+  scene.server().waitForLine(" closed: all places for the port monitor were taken, and it had been silent longest");
+  EXPECT_THROW(idle.printerList(5), CS_Exception);
   EXPECT_THROW(MonitorPeer(scene.port()).printerList(5), CS_Exception);
-  scene.server().waitForLine(" refused: there are 2 connections, which is the limit");
+  scene.server().waitForLine(": refused: all places for the port monitor are in use; try again when some are free");
   peer.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
   peer.writeJob("hello");
   EXPECT_EQ(peer.endJob(), 1);

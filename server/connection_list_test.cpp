@@ -1,0 +1,329 @@
+#include "server/connection_list.h"
+
+#include "corvane/component_server.h"
+#include "corvane/exception.h"
+#include "corvane/in_request.h"
+#include "corvane/key_files_fixture.h"
+#include "corvane/message_numbers.h"
+#include "corvane/out_request.h"
+#include "corvane/simple_class.h"
+#include "programs/administration.h"
+#include "programs/paths.h"
+#include "server/application.h"
+#include "tests/support/connection_pair.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+
+namespace aps {
+namespace {
+
+using corvane::Identity;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+// What the answer to a request that no component serves looks like: the component is there.
+const std::wstring kServed = L"the component serves no request 99";
+
+// A peer of the list, with a component of one class.
+class Peer {
+ public:
+  Peer(int port, const wchar_t* className) : m_connection(CS_Connection::create()) { dial(port, className); }
+  Peer(int port, const wchar_t* className, const Identity& identity, const std::string& keyFile)
+      : m_connection(CS_Connection::create()) {
+    m_connection->useKey(identity, keyFile);
+    dial(port, className);
+  }
+  ~Peer() { CS_Connection::destroy(m_connection, true); }
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
+
+  // What becomes of a request to its component, or to one of another class that it asks for.
+  std::wstring ask() { return ask(m_component); }
+  std::wstring askFor(const wchar_t* className) { return ask(makeComponent(*m_connection, L"Asker", className)); }
+
+ private:
+  void dial(int port, const wchar_t* className) {
+    m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
+    m_component = makeComponent(*m_connection, L"Asker", className);
+  }
+  static std::wstring ask(const CS_RCPtr<CS_Component>& component) {
+    if (!component) return L"no component";
+    try {
+      CS_OutRequest request(component, 99);
+      CS_InRequest reply(request);
+      request.execute(reply, 60000);
+    } catch (const CS_Exception& failure) {
+      return failure.number() == corvane::kConnectionLost ? L"closed" : failure.detail();
+    }
+    return L"an answer";
+  }
+
+  CS_RCPtr<CS_Connection> m_connection;
+  CS_RCPtr<CS_Component> m_component;
+};
+
+constexpr const wchar_t* kClient = programs::kSessionHostClass;
+constexpr const wchar_t* kMonitor = programs::kPortMonitorClientClass;
+constexpr const wchar_t* kTool = programs::kAdministrationServerClass;
+
+class ConnectionListTest : public ::testing::Test {
+ protected:
+  ConnectionListTest() {
+    CS_ComponentServer::initialize(0, 0);
+    m_application = std::make_shared<Application>(m_log, SessionTable::Limits{}, Launcher::Settings{});
+    registerClasses(m_application);
+    CS_ComponentServer::getServer()->registerClass(L"Asker",
+                                                   new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+    m_places.lookEvery = std::chrono::milliseconds(20);
+  }
+  ~ConnectionListTest() override {
+    stop();
+    std::error_code ignored;
+    std::filesystem::remove(m_logFile, ignored);
+  }
+
+  void start(const corvane::KeyFolder* keys = nullptr) {
+    m_list = std::make_unique<ConnectionList>(m_log, m_places, keys, [this](const CS_Connection& connection) {
+      ++m_looks;
+      return m_allNeeded || m_application->jobs.isNeeded(&connection);
+    });
+    m_acceptor = std::thread([this] {
+      while (auto socket = m_listener.accept())
+        m_list->serve(std::move(*socket));
+    });
+  }
+  void stop() {
+    m_listener.stop();
+    if (m_acceptor.joinable()) m_acceptor.join();
+    m_list.reset();
+  }
+
+  int port() const { return m_listener.port(); }
+  corvane::Socket silent() const { return corvane::Socket::connect("127.0.0.1", m_listener.port(), false); }
+  static bool isClosed(corvane::Socket& socket) {
+    unsigned char byte;
+    return socket.receive({&byte, 1}, corvane::after(0)).has_value();
+  }
+  static void waitUntilClosed(corvane::Socket& socket) {
+    unsigned char byte;
+    EXPECT_EQ(socket.receive({&byte, 1}, corvane::after(60000)), 0u);
+  }
+  std::string failures() const {
+    std::string all;
+    for (const std::string& line : m_log->failures().latest(1000))
+      all += line + "\n";
+    return all;
+  }
+  void awaitFailure(const std::string& text) const {
+    while (failures().find(text) == std::string::npos)
+      std::this_thread::yield();
+  }
+
+  const std::filesystem::path m_logFile = std::filesystem::temp_directory_path() /
+                                          programs::toPath("mg_connections_" + std::to_string(corvane::processId()));
+  std::shared_ptr<Log> m_log = std::make_shared<Log>(m_logFile);
+  std::shared_ptr<Application> m_application;
+  corvane::Listener m_listener{"127.0.0.1:0"};
+  Places m_places;
+  std::atomic<bool> m_allNeeded{false};
+  std::atomic<int> m_looks{0};
+  std::unique_ptr<ConnectionList> m_list;
+  std::thread m_acceptor;
+};
+
+TEST_F(ConnectionListTest, ThoseWhoSayNothingMakeRoomOldestFirstAndHinderNobody) {
+  m_places.arriving = 4;
+  start();
+  std::vector<corvane::Socket> crowd;
+  for (int i = 0; i < 20; ++i)
+    crowd.push_back(silent());
+  Peer monitor(port(), kMonitor);
+  EXPECT_EQ(monitor.ask(), kServed);
+  for (int i = 0; i < 17; ++i)
+    waitUntilClosed(crowd[static_cast<std::size_t>(i)]);
+  EXPECT_FALSE(isClosed(crowd[19]));
+  EXPECT_FALSE(isClosed(crowd[18]));
+  EXPECT_EQ(monitor.ask(), kServed);
+  EXPECT_THAT(failures(), AllOf(HasSubstr("connection from 127.0.0.1:"),
+                                HasSubstr(" closed: it had asked for nothing yet, and its place is needed for one that "
+                                          "came later"),
+                                Not(HasSubstr(" refused: "))));
+}
+
+TEST_F(ConnectionListTest, ThoseWhoAreGreetedAndAskForNothingTakeNoOtherPlaces) {
+  m_places.arriving = 4;
+  start();
+  std::vector<CS_RCPtr<CS_Connection>> crowd;
+  for (int i = 0; i < 10; ++i) {
+    crowd.push_back(CS_Connection::create());
+    crowd.back()->connect(L"localhost", port(), CS_Connection::kDirect, false);
+  }
+  EXPECT_EQ(Peer(port(), kMonitor).ask(), kServed);
+  for (const auto& each : crowd)
+    CS_Connection::destroy(each, true);
+}
+
+TEST_F(ConnectionListTest, InAFullRoomTheOneThatIsSilentLongestMakesRoom) {
+  m_places.administration = 2;
+  start();
+  Peer first(port(), kTool);
+  Peer second(port(), kTool);
+  EXPECT_EQ(first.ask(), kServed);
+  EXPECT_EQ(second.ask(), kServed);
+  EXPECT_EQ(first.ask(), kServed);
+  Peer third(port(), kTool);
+  EXPECT_EQ(third.ask(), kServed);
+  EXPECT_EQ(second.ask(), L"closed");
+  EXPECT_EQ(first.ask(), kServed);
+  EXPECT_THAT(failures(), HasSubstr(" closed: all places for administration tools were taken, and it had been silent "
+                                    "longest"));
+}
+
+TEST_F(ConnectionListTest, WhoIsNeededStaysAndTheNewOneIsToldSo) {
+  m_places.monitor = 1;
+  start();
+  Peer first(port(), kMonitor);
+  EXPECT_EQ(first.ask(), kServed);
+  m_allNeeded = true;
+  Peer second(port(), kMonitor);
+  const std::wstring refusal = L"all places for the port monitor are in use; try again when some are free";
+  EXPECT_EQ(second.ask(), refusal);
+  EXPECT_EQ(first.ask(), kServed);
+  m_allNeeded = false;
+  EXPECT_EQ(second.askFor(kMonitor), kServed) << "it may try again on the same connection";
+  EXPECT_EQ(first.ask(), L"closed");
+}
+
+TEST_F(ConnectionListTest, AFullRoomTakesNothingFromTheOthers) {
+  m_places.monitor = m_places.clients = m_places.administration = 1;
+  start();
+  m_allNeeded = true;
+  std::vector<std::unique_ptr<Peer>> peers;
+  for (const wchar_t* kind : {kMonitor, kClient, kTool}) {
+    peers.push_back(std::make_unique<Peer>(port(), kind));
+    EXPECT_EQ(peers.back()->ask(), kServed);
+    EXPECT_NE(Peer(port(), kind).ask(), kServed);
+  }
+  for (const auto& peer : peers)
+    EXPECT_EQ(peer->ask(), kServed);
+}
+
+TEST_F(ConnectionListTest, AConnectionStaysOfItsKind) {
+  start();
+  Peer client(port(), kClient);
+  EXPECT_EQ(client.ask(), kServed);
+  const std::wstring refusal = L"a connection is either a print client's or the monitor's; make another one";
+  EXPECT_EQ(client.askFor(kMonitor), refusal);
+  EXPECT_EQ(client.askFor(kTool), refusal);
+  EXPECT_EQ(client.askFor(kClient), kServed);
+  Peer tool(port(), kTool);
+  EXPECT_EQ(tool.ask(), kServed);
+  EXPECT_EQ(tool.askFor(kClient), refusal);
+  EXPECT_EQ(tool.askFor(kMonitor), kServed) << "the administration tool may do what the monitor may";
+  EXPECT_EQ(tool.askFor(kTool), kServed);
+}
+
+TEST_F(ConnectionListTest, WhoSaysNothingForLongIsClosed) {
+  m_places.arrivingIdle = std::chrono::milliseconds(50);
+  start();
+  corvane::Socket nothing = silent();
+  waitUntilClosed(nothing);
+  awaitFailure(" closed: it is one of peers that have asked for nothing yet, and was of no use for 0 s");
+}
+
+TEST_F(ConnectionListTest, AClientOrToolThatIsNoUseForLongIsClosedAndTheMonitorsConnectionNever) {
+  m_places.clientsIdle = m_places.administrationIdle = std::chrono::milliseconds(50);
+  start();
+  Peer monitor(port(), kMonitor);
+  EXPECT_EQ(monitor.ask(), kServed);
+  Peer client(port(), kClient);
+  Peer tool(port(), kTool);
+  client.ask();
+  tool.ask();
+  awaitFailure(" closed: it is one of print clients, and was of no use for 0 s");
+  awaitFailure(" closed: it is one of administration tools, and was of no use for 0 s");
+  EXPECT_EQ(client.ask(), L"closed");
+  EXPECT_EQ(tool.ask(), L"closed");
+  EXPECT_EQ(monitor.ask(), kServed);
+}
+
+TEST_F(ConnectionListTest, AConnectionThatIsNeededMayBeSilentForLong) {
+  m_places.clientsIdle = std::chrono::milliseconds(1);
+  m_allNeeded = true;
+  start();
+  Peer client(port(), kClient);
+  EXPECT_EQ(client.ask(), kServed);
+  for (const int looks = m_looks; m_looks < looks + 3;)
+    std::this_thread::yield();
+  EXPECT_EQ(client.ask(), kServed);
+}
+
+TEST_F(ConnectionListTest, OneSessionsKeyTakesItsOwnPlacesOnly) {
+  const keys::KeyFiles files;
+  files.add("session-5", '5');
+  files.add("session-6", '6');
+  files.add("monitor", 'a');
+  const corvane::KeyFolder folder = files.folder();
+  m_places.ofOneSession = 2;
+  m_places.clients = 5;
+  start(&folder);
+  const auto client = [&](int session) {
+    const std::string name = "session-" + std::to_string(session);
+    return std::make_unique<Peer>(port(), kClient, Identity::session(session), files.path(name + ".key"));
+  };
+  const auto other = client(6);
+  EXPECT_EQ(other->ask(), kServed);
+  std::vector<std::unique_ptr<Peer>> many;
+  for (int i = 0; i < 4; ++i) {
+    many.push_back(client(5));
+    EXPECT_EQ(many.back()->ask(), kServed) << i;
+  }
+  EXPECT_EQ(many[0]->ask(), L"closed");
+  EXPECT_EQ(many[1]->ask(), L"closed");
+  EXPECT_EQ(many[2]->ask(), kServed);
+  EXPECT_EQ(other->ask(), kServed);
+  m_allNeeded = true;
+  EXPECT_EQ(client(5)->ask(), L"all places for print clients are in use; try again when some are free");
+  EXPECT_EQ(client(6)->ask(), kServed);
+  std::vector<std::unique_ptr<Peer>> monitors;
+  for (int i = 0; i < 6; ++i) {
+    monitors.push_back(std::make_unique<Peer>(port(), kMonitor, Identity::monitor(), files.path("monitor.key")));
+    EXPECT_EQ(monitors.back()->ask(), kServed);
+  }
+}
+
+TEST_F(ConnectionListTest, PastTheBoundOfAllTheNewOneIsTurnedAwayWhenNobodyCanMakeRoom) {
+  m_places.all = 2;
+  start();
+  Peer first(port(), kMonitor);
+  Peer second(port(), kTool);
+  EXPECT_EQ(first.ask(), kServed);
+  EXPECT_EQ(second.ask(), kServed);
+  corvane::Socket third = silent();
+  waitUntilClosed(third);
+  EXPECT_THAT(failures(), HasSubstr(" refused: there are 2 connections, which is the limit; end some"));
+  EXPECT_EQ(first.ask(), kServed);
+}
+
+TEST_F(ConnectionListTest, TheEndWaitsForNoPeer) {
+  start();
+  std::vector<corvane::Socket> crowd;
+  for (int i = 0; i < 5; ++i)
+    crowd.push_back(silent());
+  Peer monitor(port(), kMonitor);
+  EXPECT_EQ(monitor.ask(), kServed);
+  stop();
+  for (corvane::Socket& socket : crowd)
+    EXPECT_TRUE(isClosed(socket));
+  EXPECT_EQ(monitor.ask(), L"closed");
+  EXPECT_THAT(failures(), IsEmpty()) << "nobody ran out of time, and nobody is to blame";
+}
+
+}  // namespace
+}  // namespace aps

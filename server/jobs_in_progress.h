@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+
+class CS_Connection;
+
+namespace aps {
+
+// The jobs that go through this server right now: which of the monitor's connections have one, and how many each
+// session has. Safe from any thread.
+class JobsInProgress {
+ public:
+  // Counts as long as somebody holds it. May outlive the list.
+  using Mark = std::shared_ptr<void>;
+
+  explicit JobsInProgress(std::size_t limitOfOneSession) : m_limit(limitOfOneSession) {}
+
+  // A job of that connection to that session has begun; null when the session has its limit of them.
+  Mark begin(int session, const CS_Connection* connection);
+  // The connection is needed, though it has no job: somebody waits for an answer.
+  Mark wait(const CS_Connection* connection);
+
+  bool isNeeded(const CS_Connection* connection) const;
+  std::size_t limitOfOneSession() const { return m_limit; }
+
+ private:
+  struct State {
+    std::mutex lock;  // guards what follows
+    std::map<int, std::size_t> ofSession;
+    std::map<const CS_Connection*, std::size_t> ofConnection;
+  };
+  static Mark mark(const std::shared_ptr<State>& state, int session, const CS_Connection* connection);
+
+  const std::size_t m_limit;
+  const std::shared_ptr<State> m_state = std::make_shared<State>();
+};
+
+}  // namespace aps

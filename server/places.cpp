@@ -1,0 +1,76 @@
+#include "server/places.h"
+
+#include "corvane/bridge_router.h"
+#include "programs/administration.h"
+
+#include <map>
+
+namespace aps {
+
+std::optional<Room> roomFor(const std::wstring& className) {
+  if (className == programs::kSessionHostClass) return Room::kClients;
+  if (className == programs::kAdministrationServerClass) return Room::kAdministration;
+  for (const wchar_t* name : {programs::kPortMonitorClientClass, L"Quillfern::ComponentServer::ProgramMonitor_s",
+                              CS_BridgeRouter::getClassName()}) {
+    if (className == name) return Room::kMonitor;
+  }
+  return std::nullopt;
+}
+
+const char* nameOf(Room room) {
+  switch (room) {
+    case Room::kArriving:
+      return "peers that have asked for nothing yet";
+    case Room::kClients:
+      return "print clients";
+    case Room::kMonitor:
+      return "the port monitor";
+    case Room::kAdministration:
+      return "administration tools";
+  }
+  return "";
+}
+
+std::size_t Places::limitOf(Room room) const {
+  switch (room) {
+    case Room::kArriving:
+      return arriving;
+    case Room::kClients:
+      return clients;
+    case Room::kMonitor:
+      return monitor;
+    case Room::kAdministration:
+      return administration;
+  }
+  return 0;
+}
+
+std::optional<std::chrono::milliseconds> Places::idleOf(Room room) const {
+  switch (room) {
+    case Room::kArriving:
+      return arrivingIdle;
+    case Room::kClients:
+      return clientsIdle;
+    case Room::kMonitor:
+      return std::nullopt;
+    case Room::kAdministration:
+      return administrationIdle;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::size_t> whoMakesRoom(const std::vector<Occupant>& room) {
+  std::map<std::string, std::size_t> count;
+  for (const Occupant& occupant : room)
+    ++count[occupant.who];
+  std::optional<std::size_t> chosen;
+  for (std::size_t i = 0; i < room.size(); ++i) {
+    if (room[i].isNeeded) continue;
+    const std::size_t mine = count[room[i].who];
+    const std::size_t most = chosen ? count[room[*chosen].who] : 0;
+    if (mine > most || (mine == most && room[i].lastHeard < room[*chosen].lastHeard)) chosen = i;
+  }
+  return chosen;
+}
+
+}  // namespace aps

@@ -1,0 +1,60 @@
+#include "server/places.h"
+
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+Places::Clock::time_point at(int second) {
+  return Places::Clock::time_point(std::chrono::seconds(second));
+}
+
+TEST(Places, TheFirstComponentSaysWhatAConnectionIsFor) {
+  EXPECT_EQ(roomFor(L"Quillfern::NTR::SessionHost"), Room::kClients);
+  EXPECT_EQ(roomFor(L"Quillfern::NTR::AdministrationServer"), Room::kAdministration);
+  for (const wchar_t* name : {L"Quillfern::NTR::PortMonitorClient", L"Quillfern::ComponentServer::ProgramMonitor_s",
+                              L"Quillfern::ComponentServer::BridgeRouter"}) {
+    EXPECT_EQ(roomFor(name), Room::kMonitor);
+  }
+  EXPECT_EQ(roomFor(L"Quillfern::ComponentServer::Bridge"), std::nullopt);
+  EXPECT_EQ(roomFor(L""), std::nullopt);
+}
+
+TEST(Places, OnlyTheMonitorMaySayNothingForDays) {
+  const Places places;
+  EXPECT_EQ(places.idleOf(Room::kArriving), std::chrono::seconds(30));
+  EXPECT_EQ(places.idleOf(Room::kClients), std::chrono::seconds(30));
+  EXPECT_EQ(places.idleOf(Room::kAdministration), std::chrono::minutes(10));
+  EXPECT_EQ(places.idleOf(Room::kMonitor), std::nullopt);
+}
+
+TEST(Places, TheRoomsTogetherAreTheBoundOfAll) {
+  const Places places;
+  std::size_t sum = 0;
+  for (const Room room : {Room::kArriving, Room::kClients, Room::kMonitor, Room::kAdministration})
+    sum += places.limitOf(room);
+  EXPECT_EQ(places.all, sum);
+  EXPECT_EQ(places.limitOf(Room::kArriving), 256u);
+  EXPECT_EQ(places.limitOf(Room::kClients), 320u);
+  EXPECT_EQ(places.limitOf(Room::kMonitor), 512u);
+  EXPECT_EQ(places.limitOf(Room::kAdministration), 16u);
+}
+
+TEST(Places, OfOnePeersConnectionsTheOneThatIsSilentLongestMakesRoom) {
+  EXPECT_EQ(whoMakesRoom({{"a", at(3)}, {"a", at(1)}, {"a", at(2)}}), 1u);
+}
+
+TEST(Places, WhoHasMostConnectionsMakesRoomHoweverSilentTheOthersAre) {
+  EXPECT_EQ(whoMakesRoom({{"a", at(1)}, {"b", at(8)}, {"b", at(7)}, {"c", at(2)}}), 2u);
+  EXPECT_EQ(whoMakesRoom({{"b", at(8)}, {"b", at(7)}, {"a", at(1)}, {"c", at(2)}}), 1u);
+}
+
+TEST(Places, AConnectionThatIsNeededNeverMakesRoomButCountsForItsOwner) {
+  EXPECT_EQ(whoMakesRoom({{"a", at(1), true}, {"a", at(2)}, {"b", at(0)}}), 1u);
+  EXPECT_EQ(whoMakesRoom({{"a", at(1), true}, {"a", at(2), true}, {"b", at(9)}}), 2u);
+  EXPECT_EQ(whoMakesRoom({{"a", at(1), true}, {"b", at(2), true}}), std::nullopt);
+  EXPECT_EQ(whoMakesRoom({}), std::nullopt);
+}
+
+}  // namespace
+}  // namespace aps
