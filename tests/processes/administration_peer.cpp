@@ -27,6 +27,15 @@ void registerClass() {
 }  // namespace
 
 AdministrationPeer::AdministrationPeer(int port) : m_connection(CS_Connection::create()) {
+  dial(port);
+}
+
+AdministrationPeer::AdministrationPeer(int port, const std::string& keyFile) : m_connection(CS_Connection::create()) {
+  m_connection->useKey(corvane::Identity::monitor(), keyFile);
+  dial(port);
+}
+
+void AdministrationPeer::dial(int port) {
   registerClass();
   m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
   m_component =

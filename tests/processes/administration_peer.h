@@ -13,6 +13,8 @@ namespace tests {
 class AdministrationPeer {
  public:
   explicit AdministrationPeer(int port);
+  // With the monitor's key.
+  AdministrationPeer(int port, const std::string& keyFile);
   ~AdministrationPeer();
   AdministrationPeer(const AdministrationPeer&) = delete;
   AdministrationPeer& operator=(const AdministrationPeer&) = delete;
@@ -38,6 +40,8 @@ class AdministrationPeer {
   Notices notices(int after, int waitMilliseconds);
 
  private:
+  void dial(int port);
+
   CS_RCPtr<CS_Connection> m_connection;
   CS_RCPtr<CS_Component> m_component;
 };
