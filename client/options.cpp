@@ -40,6 +40,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
       ->required()
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
   app.add_option("--output", options.output, "folder for the jobs; it is made when it does not exist")->required();
   std::reverse(arguments.begin(), arguments.end());
   try {

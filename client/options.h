@@ -15,6 +15,7 @@ struct Options {
   std::string keyFile;  // empty: the server wants no key
   std::vector<programs::BroughtPrinter> printers;
   std::string output;
+  int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
 };
 
 // The outcome of reading a command line: go on when exitCode is negative, otherwise end with it after saying message

@@ -51,6 +51,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     if (!m_options.keyFile.empty()) {
       connection->useKey(corvane::Identity::session(m_options.session), m_options.keyFile);
     }
+    connection->useHeartbeat(&m_heartbeat);
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
       const programs::Registration registration =

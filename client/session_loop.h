@@ -2,6 +2,7 @@
 
 #include "client/job_output.h"
 #include "client/options.h"
+#include "corvane/heartbeat.h"
 #include "programs/session_client.h"
 
 #include <chrono>
@@ -19,7 +20,7 @@ namespace printclient {
 class SessionLoop {
  public:
   SessionLoop(const Options& options, std::shared_ptr<JobOutput> output)
-      : m_options(options), m_output(std::move(output)) {}
+      : m_options(options), m_output(std::move(output)), m_heartbeat(corvane::Patience().faster(options.pace)) {}
 
   // Returns the exit code: 0 after stop(), 1 when the server refused the first registration, or the
   // session's key was missing or unusable before it.
@@ -45,6 +46,7 @@ class SessionLoop {
 
   const Options& m_options;
   const std::shared_ptr<JobOutput> m_output;
+  corvane::Heartbeat m_heartbeat;
   bool m_wasRegistered = false;
   std::string m_lastTrouble;
   std::string m_lastPause;

@@ -33,6 +33,12 @@ namespace {
 
 constexpr wchar_t kGone[] = L"the other side of the bridge has gone";
 
+// What the remaining side is told: why the other one has gone, unless its connection was closed in order.
+std::wstring goneText(const std::wstring& reason) {
+  if (reason.empty() || reason == kClosedInOrder || reason == kClosedHere) return kGone;
+  return std::wstring(kGone) + L": " + reason;
+}
+
 void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
   FrameHeader header;
   header.kind = FrameKind::kRelease;
@@ -51,7 +57,7 @@ void leave(CS_BridgeRouter& router) {
 }  // namespace
 }  // namespace corvane
 
-using corvane::kGone;
+using corvane::goneText;
 using corvane::leave;
 using corvane::Route;
 using corvane::sendRelease;
@@ -161,7 +167,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     to.link->sendFrames(frames);
   } catch (const CS_Exception&) {
     end(1 - m_end, to.link->reason(), nullptr);
-    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), kGone);
+    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()));
   }
 }
 
@@ -189,7 +195,7 @@ bool CS_BridgeRouter::release() {
   if (here == nullptr) return true;  // the route has ended
   // Whoever is done closes its connection, so that is no reason of its own.
   const std::wstring reason = here->reason();
-  end(m_end, reason == corvane::kClosedInOrder ? std::wstring() : reason, kGone);
+  end(m_end, reason == corvane::kClosedInOrder ? std::wstring() : reason, goneText(reason).c_str());
   return true;
 }
 

@@ -4,6 +4,7 @@
 #include "corvane/dispatcher.h"
 #include "corvane/exception.h"
 #include "corvane/greeting.h"
+#include "corvane/heartbeat.h"
 #include "corvane/limits.h"
 #include "corvane/link.h"
 #include "corvane/local_monitor.h"
@@ -17,8 +18,16 @@ namespace {
 
 constexpr std::chrono::seconds kPauseBetweenAttempts{5};
 
-corvane::HelloValues ownGreeting() {
-  return {{L"process", std::to_wstring(corvane::processId())}};
+constexpr wchar_t kHeartbeat[] = L"heartbeat";
+
+corvane::HelloValues ownGreeting(const corvane::Heartbeat* heartbeat) {
+  corvane::HelloValues values = {{L"process", std::to_wstring(corvane::processId())}};
+  if (heartbeat != nullptr) values[kHeartbeat] = L"1";
+  return values;
+}
+
+corvane::Patience patienceOf(const corvane::Heartbeat* heartbeat) {
+  return heartbeat != nullptr ? heartbeat->patience() : corvane::Patience();
 }
 
 }  // namespace
@@ -37,24 +46,28 @@ void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32
   m_dispatcher = std::make_unique<corvane::Dispatcher>(*this);
   m_channel = std::make_unique<CS_Channel>(link, 0, 0);
   link->setHandler(m_dispatcher.get());
+  if (m_heartbeat != nullptr && m_peerValues.contains(kHeartbeat)) m_heartbeat->watch(link);
   if (m_link != link) m_link = link;  // one that has arrived may be ended meanwhile
 }
 
-CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys) {
-  CS_RCPtr<CS_Connection> connection = arrive(std::move(socket));
+CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys,
+                                              corvane::Heartbeat* heartbeat) {
+  CS_RCPtr<CS_Connection> connection = arrive(std::move(socket), heartbeat);
   connection->welcome(keys);
   return connection;
 }
 
-CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket) {
+CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat) {
   CS_RCPtr<CS_Connection> connection = create();
-  connection->m_link = std::make_shared<corvane::Link>(std::move(socket));
+  connection->useHeartbeat(heartbeat);
+  connection->m_link = std::make_shared<corvane::Link>(std::move(socket), patienceOf(heartbeat));
   return connection;
 }
 
 void CS_Connection::welcome(const corvane::KeyFolder* keys) {
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
-  corvane::Guest guest = corvane::welcomeGuest(*m_link, ownGreeting(), keys, corvane::after(kHandshakeMilliseconds));
+  corvane::Guest guest =
+      corvane::welcomeGuest(*m_link, ownGreeting(m_heartbeat), keys, corvane::after(kHandshakeMilliseconds));
   m_peerValues = std::move(guest.values);
   m_peerIdentity = guest.identity;
   take(m_link, 2);
@@ -73,9 +86,11 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
     try {
       std::optional<corvane::Credentials> credentials;
       if (m_ownIdentity) credentials.emplace(corvane::Credentials{*m_ownIdentity, corvane::Key::read(m_keyFile)});
-      auto link = std::make_shared<corvane::Link>(corvane::Socket::connect(
-          corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0));
-      m_peerValues = corvane::greetAs(*link, ownGreeting(), credentials ? &*credentials : nullptr,
+      auto link = std::make_shared<corvane::Link>(
+          corvane::Socket::connect(corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue),
+                                   (flags & kDualStack) != 0),
+          patienceOf(m_heartbeat));
+      m_peerValues = corvane::greetAs(*link, ownGreeting(m_heartbeat), credentials ? &*credentials : nullptr,
                                       corvane::after(kHandshakeMilliseconds));
       take(link, 1);
       return;
@@ -90,7 +105,7 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
 bool CS_Connection::destroy(const CS_RCPtr<CS_Connection>& connection, bool releaseComponents) {
   if (!connection || connection->m_link == nullptr) return false;
   connection->m_releaseComponents = releaseComponents;
-  connection->m_link->end(L"the connection was closed on this side");
+  connection->m_link->end(corvane::kClosedHere);
   return true;
 }
 

@@ -11,6 +11,7 @@
 
 namespace corvane {
 class Dispatcher;
+class Heartbeat;
 class KeyFolder;
 class Link;
 class Socket;
@@ -30,17 +31,23 @@ class CS_Connection : public CS_Component {
   static CS_RCPtr<CS_Connection> create();
   // A connection that a peer made. Carries out the server's side of the handshake; throws CS_Exception when the peer
   // does not speak the protocol within kHandshakeMilliseconds. With keys, the peer must also prove within that time
-  // that it has the key of the identity it claims (3109); nothing of it is served before.
-  static CS_RCPtr<CS_Connection> accept(corvane::Socket socket, const corvane::KeyFolder* keys = nullptr);
+  // that it has the key of the identity it claims (3109); nothing of it is served before. With a heartbeat, which
+  // outlives serve(), the link of a peer that offers signs of life ends when there are none.
+  static CS_RCPtr<CS_Connection> accept(corvane::Socket socket, const corvane::KeyFolder* keys = nullptr,
+                                        corvane::Heartbeat* heartbeat = nullptr);
 
   // The two steps of accept(), for whoever may have to end the connection before it is greeted, with destroy().
-  static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket);
+  static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat = nullptr);
   void welcome(const corvane::KeyFolder* keys);
 
   // From the next connect() on, this side proves to be that one with the key in the file (UTF-8), and refuses a server
   // that does not prove to have the same key. The file is read by each connect(), before anything is sent. The first
   // request is to follow within kHandshakeMilliseconds, because the proof travels with it.
   void useKey(const corvane::Identity& identity, std::string keyFile);
+
+  // The next connect() offers signs of life: when the server takes the offer, its silence ends the connection. Only for
+  // a connection that is served; the heartbeat outlives serve().
+  void useHeartbeat(corvane::Heartbeat* heartbeat) { m_heartbeat = heartbeat; }
 
   // Dials the port on that host and carries out the handshake. Flags: kDirect uses the numeric IPv4 loopback address
   // for "localhost", kDualStack tries IPv6 first. With keepTrying the attempt is repeated until it succeeds; without,
@@ -112,6 +119,7 @@ class CS_Connection : public CS_Component {
   std::optional<corvane::Identity> m_ownIdentity;
   std::string m_keyFile;
   std::optional<corvane::Identity> m_peerIdentity;
+  corvane::Heartbeat* m_heartbeat = nullptr;
   Admission m_admission;
   std::function<void(const std::wstring&)> m_onEnd;
 };

@@ -14,6 +14,7 @@ Dispatcher::Dispatcher(CS_Connection& connection)
     : m_connection(connection), m_serving(connection, std::make_shared<BridgeLoad>()) {}
 
 void Dispatcher::onFrame(Frame& frame) {
+  if (frame.header.kind == FrameKind::kBeat) return;  // that it came is all it says
   if (frame.header.bridge != 0) {
     onBridgeFrame(frame);
   } else {
@@ -94,6 +95,7 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
     case FrameKind::kHello:
     case FrameKind::kWelcome:
     case FrameKind::kProof:
+    case FrameKind::kBeat:
       throw CS_Exception(kProtocolViolation, L"a second greeting");
   }
 }

@@ -32,7 +32,7 @@ FrameHeader decodeHeader(std::span<const unsigned char, kFrameHeaderSize> bytes)
   FrameHeader header;
   header.length = loadLittleEndian32(&bytes[0]);
   if (bytes[4] < static_cast<unsigned char>(FrameKind::kHello) ||
-      bytes[4] > static_cast<unsigned char>(FrameKind::kProof)) {
+      bytes[4] > static_cast<unsigned char>(FrameKind::kBeat)) {
     throw CS_Exception(kProtocolViolation, L"frame kind %d does not exist", static_cast<int>(bytes[4]));
   }
   if (header.length > kMaxFramePayload) {

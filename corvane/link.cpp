@@ -8,7 +8,9 @@
 
 namespace corvane {
 
-Link::Link(Socket socket) : m_socket(std::move(socket)) {}
+Link::Link(Socket socket, const Patience& patience) : m_socket(std::move(socket)) {
+  m_socket.setPatience(patience);
+}
 
 void Link::setHandler(FrameHandler* handler) {
   const std::lock_guard guard(m_stateLock);
@@ -56,12 +58,12 @@ void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
 
 // Reading by turns
 
-void Link::readOnce(std::optional<Deadline> deadline) {
+bool Link::readOnce(std::optional<Deadline> deadline) {
   auto frame = m_reader.next();
   if (!frame) {
     switch (m_reader.fill(m_socket, deadline)) {
       case FrameReader::Fill::kTimedOut:
-        return;
+        return false;
       case FrameReader::Fill::kClosed:
         throw CS_Exception(kConnectionLost, m_reader.isBetweenFrames()
                                                 ? kClosedInOrder
@@ -76,7 +78,7 @@ void Link::readOnce(std::optional<Deadline> deadline) {
     const std::lock_guard guard(m_stateLock);
     handler = m_handler;
   }
-  if (handler == nullptr) return;
+  if (handler == nullptr) return true;
   try {
     for (; frame; frame = m_reader.next())
       handler->onFrame(*frame);
@@ -84,6 +86,17 @@ void Link::readOnce(std::optional<Deadline> deadline) {
   } catch (...) {
     handler->onBatchAbandoned();
     throw;
+  }
+  return true;
+}
+
+// Only the wait for bytes counts as silence: while this thread handles a frame, what the peer says waits in the system.
+void Link::readForService() {
+  if (!m_silence) {
+    readOnce(std::nullopt);
+  } else if (!readOnce(std::chrono::steady_clock::now() + *m_silence)) {
+    throw CS_Exception(kConnectionLost, L"nothing was heard from the other side for %s",
+                       durationText(*m_silence).c_str());
   }
 }
 
@@ -95,7 +108,7 @@ std::wstring Link::serve() {
   }
   try {
     while (!hasEnded())
-      readOnce(std::nullopt);
+      readForService();
   } catch (const CS_Exception& exception) {
     end(exception.detail());
   } catch (const std::exception&) {

@@ -31,6 +31,8 @@ class FrameHandler {
 
 // Why a link ended when the peer closed it between two frames.
 inline constexpr const wchar_t* kClosedInOrder = L"the other side closed the connection";
+// And when this program closed it.
+inline constexpr const wchar_t* kClosedHere = L"the connection was closed on this side";
 
 // A named value of the handshake.
 using HelloValues = std::map<std::wstring, std::wstring>;
@@ -43,7 +45,7 @@ using HelloValues = std::map<std::wstring, std::wstring>;
 // The first failure, an end by the peer, or end() ends the link for good: every waiter gets a CS_Exception (3102).
 class Link {
  public:
-  explicit Link(Socket socket);
+  explicit Link(Socket socket, const Patience& patience = {});
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
@@ -66,6 +68,11 @@ class Link {
   void announce(const FrameHeader& header, const ValueWriter& values);
   // Sends the values as one frame, or as several of the same header where they are longer; nothing else comes between.
   void send(FrameHeader header, const ValueWriter& values);
+  // A sign of life, as far as there is room for one at once: where there is none, or another thread is sending, bytes
+  // are on their way that say as much. Never blocks; a failure ends the socket, and the reading thread sees it.
+  void beat() noexcept;
+  // Makes serve() end the link when nothing at all has come for that long. Before serve().
+  void expectBeats(std::chrono::milliseconds silence) { m_silence = silence; }
   // Sends complete frames as they are.
   void sendFrames(std::span<const unsigned char> frames);
   // A frame that carries nothing but a text.
@@ -120,7 +127,9 @@ class Link {
   static constexpr std::size_t kLookEvery = 1024 * 1024;
 
  private:
-  void readOnce(std::optional<Deadline> deadline);
+  // False when nothing came until the deadline.
+  bool readOnce(std::optional<Deadline> deadline);
+  void readForService();
   void lookForNews();
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
@@ -132,6 +141,7 @@ class Link {
   Socket m_socket;
   FrameReader m_reader;  // used by the leader only
   std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};
+  std::optional<std::chrono::milliseconds> m_silence;
 
   std::mutex m_sendLock;  // guards what follows, and the order of frames on the socket
   std::vector<unsigned char> m_announcements;

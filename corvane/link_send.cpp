@@ -113,6 +113,20 @@ void Link::send(FrameHeader header, const ValueWriter& values) {
   if (look) lookForNews();
 }
 
+void Link::beat() noexcept {
+  try {
+    const std::unique_lock lock(m_sendLock, std::try_to_lock);
+    if (!lock || !m_socket.hasRoom()) return;
+    FrameHeader header;
+    header.kind = FrameKind::kBeat;
+    const EncodedHeader encoded = encodeHeader(header);
+    const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), Socket::Piece(encoded)};
+    sendPieces(pieces);
+  } catch (...) {
+    m_socket.shutdown();
+  }
+}
+
 void Link::sendFrames(std::span<const unsigned char> frames) {
   throwIfEnded();
   try {

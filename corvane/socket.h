@@ -46,6 +46,9 @@ class Socket {
   // them; fails when the peer lets it wait for longer than corvane/send_allowance.h allows.
   void send(std::span<const Piece> pieces);
 
+  // True when some bytes could be sent without waiting, or a send would fail. Under the lock of whoever sends.
+  bool hasRoom() const noexcept;
+
   // Waits for bytes until the deadline (without one, for ever) and returns how many came; 0 when the peer has closed.
   // Nothing when the deadline passed.
   std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline);

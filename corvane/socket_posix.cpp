@@ -77,6 +77,11 @@ std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std:
   }
 }
 
+bool Socket::hasRoom() const noexcept {
+  pollfd state{native(m_handle), POLLOUT, 0};
+  return ::poll(&state, 1, 0) > 0;
+}
+
 bool Socket::peerHasClosed() const noexcept {
   pollfd state{native(m_handle), POLLRDHUP, 0};
   return ::poll(&state, 1, 0) > 0;  // nothing else is asked for, but that and failures

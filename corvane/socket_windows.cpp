@@ -113,6 +113,11 @@ std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std:
   throwLost(lastNetworkError());
 }
 
+bool Socket::hasRoom() const noexcept {
+  WSAPOLLFD state{native(m_handle), POLLWRNORM, 0};
+  return ::WSAPoll(&state, 1, 0) > 0;
+}
+
 bool Socket::peerHasClosed() const noexcept {
   WSAPOLLFD state{native(m_handle), POLLRDNORM, 0};
   if (::WSAPoll(&state, 1, 0) <= 0) return false;

@@ -22,15 +22,15 @@ std::string addressOf(const std::string& peer) {
 }  // namespace
 
 ConnectionList::ConnectionList(std::shared_ptr<Log> log, const Places& places, const corvane::KeyFolder* keys,
-                               IsNeeded isNeeded)
-    : m_log(std::move(log)), m_places(places), m_keys(keys), m_isNeeded(std::move(isNeeded)) {
+                               IsNeeded isNeeded, const corvane::Patience& patience)
+    : m_log(std::move(log)), m_places(places), m_keys(keys), m_isNeeded(std::move(isNeeded)), m_heartbeat(patience) {
   m_watcher = std::thread([this] { watch(); });
 }
 
 void ConnectionList::serve(corvane::Socket socket) {
   joinEnded();
   const std::string peer = socket.peerName();
-  const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(socket));
+  const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(socket), &m_heartbeat);
   Leaver leaver;
   std::string refusal;
   {

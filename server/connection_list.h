@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/connection.h"
+#include "corvane/heartbeat.h"
 #include "corvane/key.h"
 #include "corvane/socket.h"
 #include "server/log.h"
@@ -27,7 +28,8 @@ class ConnectionList {
   using IsNeeded = std::function<bool(const CS_Connection&)>;
 
   // The keys outlive the list; without any (null) peers need to prove nothing.
-  ConnectionList(std::shared_ptr<Log> log, const Places& places, const corvane::KeyFolder* keys, IsNeeded isNeeded);
+  ConnectionList(std::shared_ptr<Log> log, const Places& places, const corvane::KeyFolder* keys, IsNeeded isNeeded,
+                 const corvane::Patience& patience = {});
   ~ConnectionList() { endAll(); }
   ConnectionList(const ConnectionList&) = delete;
   ConnectionList& operator=(const ConnectionList&) = delete;
@@ -83,6 +85,7 @@ class ConnectionList {
   const Places m_places;
   const corvane::KeyFolder* const m_keys;
   const IsNeeded m_isNeeded;
+  corvane::Heartbeat m_heartbeat;
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_someEnded;
   std::list<Session> m_sessions;

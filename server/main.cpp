@@ -108,9 +108,11 @@ int programMain(const std::vector<std::string>& arguments) {
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
   }
   aps::ConnectionList connections(
-      log, placesFor(options, *log), keys.get(), [&application = *application](const CS_Connection& connection) {
+      log, placesFor(options, *log), keys.get(),
+      [&application = *application](const CS_Connection& connection) {
         return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
-      });
+      },
+      corvane::Patience().faster(options.pace));
   log->line("aps listens on " + listener->address());
   log->line(keys ? "peers must prove that they have their key in " + options.keys
                  : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "

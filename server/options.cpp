@@ -49,6 +49,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
          "clients and administration tools have places of their own")
       ->capture_default_str()
       ->check(CLI::Range(1, 100000));
+  app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
   app.add_option("--max-sessions", options.limits.sessions, "sessions that are remembered")
       ->capture_default_str()
       ->check(CLI::Range(1, 100000));

@@ -17,6 +17,7 @@ struct Options {
   std::string newKey;   // a key file to make instead of serving
   std::string state;    // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
+  int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
   SessionTable::Limits limits;
   Launcher::Settings launching;
 };

@@ -22,6 +22,13 @@ TEST(ApsOptions, TakeTheAddressTheLogAndTheBounds) {
   EXPECT_EQ(parsed.options.limits.printers, 9u);
 }
 
+TEST(ApsOptions, TakeAPaceThatTheirHelpDoesNotShow) {
+  EXPECT_EQ(parseOptions({}).options.pace, 1);
+  EXPECT_EQ(parseOptions({"--pace", "100"}).options.pace, 100);
+  EXPECT_GT(parseOptions({"--pace", "0"}).exitCode, 0);
+  EXPECT_EQ(parseOptions({"--help"}).message.find("pace"), std::string::npos);
+}
+
 TEST(ApsOptions, TakeTheKeysOfPeersOnlyWhenTheyAreGiven) {
   EXPECT_EQ(parseOptions({}).options.keys, "");
   EXPECT_EQ(parseOptions({}).options.newKey, "");
