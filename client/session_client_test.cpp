@@ -52,6 +52,7 @@ class SessionClientTest : public ::testing::Test {
   std::string lines() {
     CS_Connection::destroy(m_pair->dialedPointer(), true);
     m_pair->join();
+    m_reporter->flush();
     std::ifstream in(m_file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
   }
