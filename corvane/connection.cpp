@@ -124,6 +124,11 @@ std::wstring CS_Connection::serve() {
   return reason == corvane::kClosedInOrder ? std::wstring() : reason;
 }
 
+void CS_Connection::lookForNews() {
+  const CS_RCPtr<CS_Connection> self = this;  // its end may drop the last reference
+  if (m_link != nullptr) m_link->lookForNews();
+}
+
 void CS_Connection::onEnd(std::function<void(const std::wstring&)> handler) {
   m_onEnd = std::move(handler);
 }

@@ -63,6 +63,9 @@ class CS_Connection : public CS_Component {
   // ended, in words for a log; empty when the peer closed it in order.
   std::wstring serve();
 
+  // Sees what has come while nobody read the connection, an end above all; does not wait. For the side that dialed.
+  void lookForNews();
+
   // Called once, with the reason, when the connection ends; set before serve().
   void onEnd(std::function<void(const std::wstring&)> handler);
 

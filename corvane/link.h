@@ -109,6 +109,9 @@ class Link {
   // Fails whoever waits on the bridge.
   void endBridge(std::uint32_t bridge, const std::wstring& reason);
 
+  // Handles what has come and not been read, without waiting; so an end is known that nobody was there to see. Leaves
+  // it to the thread that reads, where there is one.
+  void lookForNews();
   // Reads and hands over frames until the link ends; returns the reason.
   std::wstring serve();
   // Ends the link; the first reason stays, or none where there is no memory for it. Never blocks, needs no memory.
@@ -130,7 +133,6 @@ class Link {
   // False when nothing came until the deadline.
   bool readOnce(std::optional<Deadline> deadline);
   void readForService();
-  void lookForNews();
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);

@@ -52,6 +52,16 @@ class ShowPrinterTest : public testing::Test {
   CPortList m_ports;
 };
 
+TEST_F(ShowPrinterTest, AServerThatWasStartedAgainMeanwhileIsAskedAndNotTheLostOne) {
+  PortMonitorServer::getInstance();
+  m_world.peer().hangUp();
+  ASSERT_TRUE(m_world.peer().waitForOpen(0));
+  EXPECT_EQ(ShowPrinter(5, L"Laser"), TRUE);
+  EXPECT_EQ(ShowPrinter(5, L"Ink"), FALSE);
+  EXPECT_TRUE(m_world.peer().waitForLine("2| request 6 GetPrinterList: int 5"));
+  EXPECT_EQ(asked(), 0u) << "over the first connection";
+}
+
 TEST_F(ShowPrinterTest, ShowsExactlyThePrintersOfTheSessionsClient) {
   EXPECT_EQ(ShowPrinter(5, L"Laser"), TRUE);
   EXPECT_EQ(ShowPrinter(5, L"laser"), FALSE);

@@ -72,6 +72,17 @@ TEST_F(CachedPrinterListTest, TheFirstCallAsksAndLaterCallsAnswerFromThePort) {
   EXPECT_TRUE(portIsFree());
 }
 
+TEST_F(CachedPrinterListTest, AServerThatWasStartedAgainMeanwhileIsAskedAndNotTheLostOne) {
+  PortMonitorServer::getInstance();
+  m_world.peer().hangUp();
+  ASSERT_TRUE(m_world.peer().waitForOpen(0));
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_EQ(namesIn(m_list), (std::set<std::wstring>{L"Ink", L"Laser"}));
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_TRUE(m_world.peer().waitForLine("2| request 6 GetPrinterList: int 7"));
+  EXPECT_EQ(asked(), 0u) << "over the first connection";
+}
+
 TEST_F(CachedPrinterListTest, EveryCallerGetsItsOwnCopy) {
   void* other = nullptr;
   EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);

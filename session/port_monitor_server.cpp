@@ -25,6 +25,14 @@ class PortMonitorLockHold {
   LPCRITICAL_SECTION m_lock;
 };
 
+// Nobody reads an idle connection, so that an application server which has ended, or was started again, is noticed
+// here: release() then empties the holder. The connection is looked at through a reference of its own.
+void seeEndOfConnection(const CS_RCPtr<CS_Component>& instance) {
+  if (!instance) return;
+  const CS_RCPtr<CS_Component> root = instance->getRootOwner();
+  if (auto* connection = dynamic_cast<CS_Connection*>(root.get())) connection->lookForNews();
+}
+
 }  // namespace
 
 void* const PortMonitorServer::kPresent = &presentMark;
@@ -48,6 +56,7 @@ CS_RCPtr<PortMonitorServer> PortMonitorServer::getInstance() {
   CS_RCPtr<PortMonitorServer> instance;
   {
     const PortMonitorLockHold hold(s_lock);
+    seeEndOfConnection(s_instance);
     if (!s_instance) InitComponent();
     instance = s_instance;
   }

@@ -105,6 +105,20 @@ TEST_F(PortMonitorServerTest, AfterALostConnectionTheNextUseMakesANewOne) {
   EXPECT_EQ(connections(m_world.peer().lines()), 2);
 }
 
+TEST_F(PortMonitorServerTest, AConnectionThatEndedWhileNobodyReadItIsSeenBeforeItsInstanceIsHandedOut) {
+  const CS_RCPtr<PortMonitorServer> first = PortMonitorServer::getInstance();
+  m_world.peer().hangUp();
+  ASSERT_TRUE(m_world.peer().waitForOpen(0));
+  EXPECT_TRUE(first->isConnected()) << "nobody has looked yet";
+  const CS_RCPtr<PortMonitorServer> second = PortMonitorServer::getInstance();
+  EXPECT_NE(second.get(), first.get());
+  EXPECT_FALSE(first->isConnected());
+  EXPECT_EQ(connections(m_world.peer().lines()), 2);
+  m_world.peer().answer("PortMonitorClient", 7, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
+  EXPECT_TRUE(second->LaunchApplication(L"a", L"b", nullptr));
+  EXPECT_EQ(PortMonitorServer::getInstance().get(), second.get());
+}
+
 TEST_F(PortMonitorServerTest, AServerThatRefusesTheProcessesNameIsUsedAllTheSame) {
   m_world.peer().answer("ProgramMonitor_s", 1, [](corvane::ValueWriter& reply) { reply.writeBoolean(false); });
   m_world.peer().answer("PortMonitorClient", 7, [](corvane::ValueWriter& reply) { reply.writeBoolean(true); });
