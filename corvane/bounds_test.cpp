@@ -193,7 +193,7 @@ template <class MakeRoom>
 void expectToWaitUntil(CS_Bridge& bridge, const Frame& frame, MakeRoom makeRoom) {
   std::atomic<bool> mayReturn{false};
   bool waited = false;
-  std::thread reader([&] {
+  JoinedThread reader([&] {
     bridge.deliver(frame);
     waited = mayReturn;
   });

@@ -21,7 +21,7 @@ class RoutedTest : public EchoTest {
  protected:
   RoutedTest() {
     // The client dials the server, as a print client does, and serves its own end.
-    m_clientServer = std::thread([this] { m_client.dialed().serve(); });
+    m_clientServer = JoinedThread([this] { m_client.dialed().serve(); });
     m_bridge = m_monitor.dialed()
                    .getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)
                    ->newInstance(0);
@@ -54,7 +54,7 @@ class RoutedTest : public EchoTest {
   bool m_hasEnded = false;
   std::wstring m_reason;
   ConnectionPair m_client;
-  std::thread m_clientServer;
+  JoinedThread m_clientServer;
   ConnectionPair m_monitor;
   CS_RCPtr<CS_Component> m_bridge;
   CS_RCPtr<CS_Component> m_router;
@@ -84,7 +84,7 @@ TEST_F(RoutedTest, WhenTheClientGoesTheWaiterLearnsOfItAndLaterSendsFail) {
   EXPECT_EQ(2, twice(m_component, 1));
   m_seen.mayAnswer = false;
   std::pair<int, std::wstring> failure;
-  std::thread waiter([&] { failure = failureOf([&] { askInt(m_component, 6, 60000); }); });
+  JoinedThread waiter([&] { failure = failureOf([&] { askInt(m_component, 6, 60000); }); });
   m_seen.waitFor([&] { return m_seen.asked == 1; });
   CS_Connection::destroy(m_client.accepted(), true);
   waiter.join();

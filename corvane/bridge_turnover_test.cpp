@@ -65,7 +65,7 @@ class TurnoverTest : public EchoTest {
   }
 
   ConnectionPair m_client;  // dialed by the client, as a print client does
-  std::thread m_clientServer;
+  JoinedThread m_clientServer;
   ConnectionPair* m_probed = nullptr;
   CS_RCPtr<CS_Component> m_probe;
 };

@@ -5,9 +5,10 @@
 #include "corvane/frame_reader.h"
 #include "corvane/message_numbers.h"
 #include "corvane/socket.h"
+#include "tests/support/joined_thread.h"
+#include "tests/support/own_listener.h"
 
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace {
 
@@ -68,16 +69,19 @@ TEST(FrameReader, FindsFramesHoweverTheyAreCutAndKeepsThoseThatCameTogetherInPla
     lengths.push_back(length);
   }
   for (const std::size_t cut : {1u, 7u, 19u, 21u, 4096u, 70000u, 1000000u}) {
-    Listener listener("127.0.0.1:0");
-    std::thread sender([&] {
-      Socket socket = Socket::connect("localhost", listener.port(), false);
-      for (std::size_t at = 0; at < stream.size(); at += cut) {
-        const Socket::Piece pieces[] = {std::span(stream).subspan(at, std::min(cut, stream.size() - at))};
-        socket.send(pieces);
-        if (cut < 100 && at > 2000) break;  // the small cuts have shown what they can
-      }
-    });
-    Socket socket = std::move(*listener.accept());
+    OwnListener listener;
+    Socket dialed = listener.dial();
+    Socket socket = listener.accept();
+    JoinedThread sender(
+        [&] {
+          Socket sending = std::move(dialed);  // closed at the end of the stream
+          for (std::size_t at = 0; at < stream.size(); at += cut) {
+            const Socket::Piece pieces[] = {std::span(stream).subspan(at, std::min(cut, stream.size() - at))};
+            sending.send(pieces);
+            if (cut < 100 && at > 2000) break;  // the small cuts have shown what they can
+          }
+        },
+        [&] { socket.shutdown(); });
     FrameReader reader;
     std::size_t seen = 0;
     for (;;) {

@@ -8,10 +8,11 @@
 #include "corvane/key_files_fixture.h"
 #include "corvane/message_numbers.h"
 #include "corvane/proof.h"
+#include "tests/support/joined_thread.h"
+#include "tests/support/own_listener.h"
 
 #include <functional>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace corvane {
 namespace {
@@ -47,7 +48,7 @@ class GreetingTest : public ::testing::Test {
  protected:
   GreetingTest() {
     CS_ComponentServer::initialize(0, 0);
-    m_listener = std::make_unique<Listener>("127.0.0.1:0");
+    m_listener = std::make_unique<OwnListener>();
     m_files.add("session-5", '5');
     m_files.add("session-6", '6');
     m_files.add("monitor", 'a');
@@ -56,12 +57,12 @@ class GreetingTest : public ::testing::Test {
   // What the listening side, with these keys, makes of what the other side does; its connection ends with the action.
   Outcome welcome(const KeyFolder* folder, const std::function<void(Link&)>& dial, unsigned milliseconds = 20000) {
     Outcome outcome;
-    std::thread acceptor([&] {
-      Link link(std::move(*m_listener->accept()));
+    JoinedThread acceptor([&] {
+      Link link(m_listener->accept());
       outcome = outcomeOf([&] { return welcomeGuest(link, {}, folder, after(milliseconds)).identity; });
     });
     {
-      Link link(Socket::connect("127.0.0.1", m_listener->port(), false));
+      Link link(m_listener->dial());
       dial(link);
     }
     acceptor.join();
@@ -70,13 +71,13 @@ class GreetingTest : public ::testing::Test {
 
   // What the dialing side, session 5 with that key, makes of what a listening side does.
   Outcome dial(unsigned char key, const std::function<void(Link&)>& answer) {
-    std::thread acceptor([&] {
-      Link link(std::move(*m_listener->accept()));
+    JoinedThread acceptor([&] {
+      Link link(m_listener->accept());
       answer(link);
     });
     Outcome outcome;
     {
-      Link link(Socket::connect("127.0.0.1", m_listener->port(), false));
+      Link link(m_listener->dial());
       const Credentials credentials{Identity::session(5), Key(filled(key))};
       outcome = outcomeOf([&] {
         greetAs(link, {}, &credentials, after(20000));
@@ -99,7 +100,7 @@ class GreetingTest : public ::testing::Test {
 
   const KeyFiles m_files;
   const KeyFolder m_folder = m_files.folder();
-  std::unique_ptr<Listener> m_listener;
+  std::unique_ptr<OwnListener> m_listener;
 };
 
 TEST_F(GreetingTest, PeersWithOneKeyProveThemselvesToEachOther) {

@@ -7,18 +7,19 @@
 #include "corvane/message_numbers.h"
 #include "corvane/socket.h"
 #include "corvane/value_writer.h"
+#include "tests/support/joined_thread.h"
+#include "tests/support/own_listener.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace {
 
 using namespace corvane;
 
-std::pair<int, std::wstring> acceptFailure(Listener& listener) {
+std::pair<int, std::wstring> acceptFailure(Socket socket) {
   try {
-    CS_Connection::accept(std::move(*listener.accept()));
+    CS_Connection::accept(std::move(socket));
   } catch (const CS_Exception& exception) {
     return {exception.number(), exception.detail()};
   }
@@ -28,11 +29,11 @@ std::pair<int, std::wstring> acceptFailure(Listener& listener) {
 // What the serving side says when a peer begins with these bytes and closes.
 std::pair<int, std::wstring> answerTo(std::span<const unsigned char> bytes) {
   CS_ComponentServer::initialize(0, 0);
-  Listener listener("127.0.0.1:0");
+  OwnListener listener;
   std::pair<int, std::wstring> failure;
-  std::thread acceptor([&] { failure = acceptFailure(listener); });
+  Socket peer = listener.dial();
+  JoinedThread acceptor([&] { failure = acceptFailure(listener.accept()); });
   {
-    Socket peer = Socket::connect("localhost", listener.port(), false);
     const Socket::Piece pieces[] = {bytes};
     peer.send(pieces);
     peer.shutdown();
@@ -102,15 +103,14 @@ TEST(Handshake, RefusesAGreetingWithTooManyValues) {
 
 TEST(Handshake, KeepsOfEachValueNoMoreThanItsBeginning) {
   CS_ComponentServer::initialize(0, 0);
-  Listener listener("127.0.0.1:0");
+  OwnListener listener;
   const std::wstring longest(kMaxHelloCharacters, L'v');
   const std::wstring tooLong(15000, L'w');
-  std::thread dialer([&] {
-    Link link(Socket::connect("localhost", listener.port(), false));
+  Link link(listener.dial());
+  JoinedThread dialer([&] {
     link.greet({{L"process", longest}, {L"reason", tooLong}, {tooLong, L"5"}}, after(20000));
   });
-  auto socket = listener.accept();
-  const auto connection = CS_Connection::accept(std::move(*socket));
+  const auto connection = CS_Connection::accept(listener.accept());
   dialer.join();
   const HelloValues kept{{L"process", longest},
                          {L"reason", tooLong.substr(0, kMaxHelloCharacters)},
@@ -125,17 +125,13 @@ TEST(Handshake, NoticesAPeerThatGoesAwayDuringIt) {
 
 TEST(Connection, SaysWhatIsWrongWhenNobodyListens) {
   CS_ComponentServer::initialize(0, 0);
-  std::uint16_t port = 0;
-  {
-    Listener listener("127.0.0.1:0");
-    port = listener.port();
-  }
   try {
-    CS_Connection::create()->connect(L"localhost", port, CS_Connection::kDirect, false);
+    // A port that is given out to nobody who does not ask for it by its number.
+    CS_Connection::create()->connect(L"localhost", 1, CS_Connection::kDirect, false);
     FAIL() << "nobody listens there";
   } catch (const CS_Exception& exception) {
     EXPECT_EQ(kConnectFailed, exception.number());
-    EXPECT_EQ(0u, std::wstring(exception.detail()).find(L"nobody answers on localhost port "));
+    EXPECT_EQ(0u, std::wstring(exception.detail()).find(L"nobody answers on localhost port 1: "));
   }
 }
 
@@ -166,7 +162,7 @@ TEST(Listener, SaysThatAPortIsTaken) {
 TEST(Listener, StopEndsAnAcceptThatIsWaiting) {
   CS_ComponentServer::initialize(0, 0);
   Listener listener("127.0.0.1:0");
-  std::thread acceptor([&] { EXPECT_FALSE(listener.accept()); });
+  JoinedThread acceptor([&] { EXPECT_FALSE(listener.accept()); });
   listener.stop();
   acceptor.join();
 }

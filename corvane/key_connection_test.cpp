@@ -16,15 +16,16 @@ class KeyConnectionTest : public EchoTest {
  protected:
   ~KeyConnectionTest() override {
     CS_Connection::destroy(m_dialed, true);
+    m_listener.stop();
     if (m_server.joinable()) m_server.join();
     CS_Connection::destroy(m_accepted, true);
   }
 
   // Accepts one connection with the keys of the folder and serves it.
   void serveOne() {
-    m_server = std::thread([this] {
+    m_server = JoinedThread([this] {
       m_refusal = failureOf([&] {
-        m_accepted = CS_Connection::accept(std::move(*m_listener.accept()), &m_folder);
+        m_accepted = CS_Connection::accept(m_listener.accept(), &m_folder);
         m_identity = m_accepted->peerIdentity();
         m_accepted->setAdmission([this](const std::wstring& name) {
           m_asked = name;
@@ -39,7 +40,7 @@ class KeyConnectionTest : public EchoTest {
   void dial(const Identity& identity, const std::string& file, int port) {
     m_dialed = CS_Connection::create();
     m_dialed->useKey(identity, file);
-    m_dialed->connect(L"localhost", port, CS_Connection::kDirect, false);
+    m_dialed->connect(OwnListener::wideHost().c_str(), port, CS_Connection::kDirect, false);
   }
 
   std::pair<int, std::wstring> failureOfDialing(const Identity& identity, const std::string& file) {
@@ -48,10 +49,10 @@ class KeyConnectionTest : public EchoTest {
 
   const keys::KeyFiles m_files;
   const corvane::KeyFolder m_folder = m_files.folder();
-  corvane::Listener m_listener{"127.0.0.1:0"};
+  OwnListener m_listener;
   CS_RCPtr<CS_Connection> m_dialed;
   CS_RCPtr<CS_Connection> m_accepted;
-  std::thread m_server;
+  JoinedThread m_server;
   std::pair<int, std::wstring> m_refusal;
   std::optional<Identity> m_identity;
   std::wstring m_asked;
@@ -106,15 +107,17 @@ TEST_F(KeyConnectionTest, WithAnUnusableKeyNobodyIsEvenDialled) {
 class Relay {
  public:
   explicit Relay(std::uint16_t port) {
-    m_thread = std::thread([this, port] {
-      corvane::Socket here(std::move(*m_listener.accept()));
-      corvane::Socket there = corvane::Socket::connect("localhost", port, false);
-      std::thread back([&] { pump(there, here); });
+    m_thread = JoinedThread([this, port] {
+      corvane::Socket here = m_listener.accept();
+      corvane::Socket there = corvane::Socket::connect(OwnListener::host(), port, false);
+      const JoinedThread back([&] { pump(there, here); });
       pump(here, there);
-      back.join();
     });
   }
-  ~Relay() { m_thread.join(); }
+  ~Relay() {
+    m_listener.stop();
+    m_thread.join();
+  }
   std::uint16_t port() const { return m_listener.port(); }
 
  private:
@@ -130,8 +133,8 @@ class Relay {
     to.shutdown();
   }
 
-  corvane::Listener m_listener{"127.0.0.1:0"};
-  std::thread m_thread;
+  OwnListener m_listener;
+  JoinedThread m_thread;
 };
 
 TEST_F(KeyConnectionTest, AProgramBetweenTheTwoIsFoundOut) {
@@ -152,7 +155,9 @@ TEST_F(KeyConnectionTest, NothingIsMadeForAPeerThatHasNotProvenItself) {
   EXPECT_EQ(
       std::make_pair(corvane::kKeyNeeded,
                      std::wstring(L"the server serves only peers that prove who they are, and this one names no key")),
-      failureOf([&] { m_dialed->connect(L"localhost", m_listener.port(), CS_Connection::kDirect, false); }));
+      failureOf([&] {
+        m_dialed->connect(OwnListener::wideHost().c_str(), m_listener.port(), CS_Connection::kDirect, false);
+      }));
   m_server.join();
   EXPECT_EQ(m_refusal, std::make_pair(corvane::kNotProven, L"Process " + std::to_wstring(corvane::processId()) +
                                                                L" says that it is \"nobody\": it has no key"));

@@ -5,9 +5,8 @@
 #include "corvane/class_factory.h"
 #include "corvane/component_server.h"
 #include "corvane/connection.h"
-#include "corvane/socket.h"
-
-#include <thread>
+#include "tests/support/joined_thread.h"
+#include "tests/support/own_listener.h"
 
 // A dialed connection and its accepted other end, in one process over a real loopback socket. The accepted end is
 // served on a thread of its own; both ends are destroyed, and that thread joined, at the end of the test.
@@ -15,12 +14,12 @@ class ConnectionPair {
  public:
   ConnectionPair() {
     CS_ComponentServer::initialize(0, 0);
-    corvane::Listener listener("127.0.0.1:0");
-    std::thread acceptor([&] { m_accepted = CS_Connection::accept(std::move(*listener.accept())); });
+    OwnListener listener;
+    JoinedThread acceptor([&] { m_accepted = CS_Connection::accept(listener.accept()); }, [&] { listener.stop(); });
     m_dialed = CS_Connection::create();
-    m_dialed->connect(L"localhost", listener.port(), CS_Connection::kDirect, false);
+    m_dialed->connect(OwnListener::wideHost().c_str(), listener.port(), CS_Connection::kDirect, false);
     acceptor.join();
-    m_server = std::thread([this] { m_reason = m_accepted->serve(); });
+    m_server = JoinedThread([this] { m_reason = m_accepted->serve(); });
   }
   ~ConnectionPair() {
     CS_Connection::destroy(m_dialed, true);
@@ -44,7 +43,7 @@ class ConnectionPair {
  private:
   CS_RCPtr<CS_Connection> m_dialed;
   CS_RCPtr<CS_Connection> m_accepted;
-  std::thread m_server;
+  JoinedThread m_server;
   std::wstring m_reason;
 };
 
