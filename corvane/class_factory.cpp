@@ -15,12 +15,19 @@ int CS_ClassFactory::removeRef() {
   return left;
 }
 
+void CS_ClassFactory::keep(CS_RCPtr<CS_Component> instance) {
+  // Leaves with the one before it, which is let go after the lock.
+  const std::lock_guard guard(m_lock);
+  std::swap(m_made[std::this_thread::get_id()], instance);
+}
+
 CS_Component* CS_ClassFactory::newInstance(unsigned) {
   CS_Component* made = m_class->createInstance();
   if (made == nullptr) return nullptr;
   made->setClass(m_class);
-  const CS_RCPtr<CS_Component> instance = made;  // destroyed here unless the owner takes it
+  const CS_RCPtr<CS_Component> instance = made;  // destroyed here unless it is taken
   try {
+    keep(instance);
     const CS_RCPtr<CS_Component> root = m_owner->getRootOwner();
     auto* connection = dynamic_cast<CS_Connection*>(root.get());
     if (connection == nullptr) return nullptr;

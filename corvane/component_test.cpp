@@ -8,7 +8,10 @@
 #include "tests/support/connection_pair.h"
 #include "tests/support/recording_monitor.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -147,6 +150,82 @@ TEST(Component, RefusesRequestsWhileItIsSuspended) {
   }
   pair.accepted()->resume();
   EXPECT_EQ(7, ask());
+}
+
+// Its owner ends while it is being made, at the latest moment at which that can happen to the one who makes it.
+class Overtaken : public CS_Component {
+ public:
+  ~Overtaken() override { ++s_destroyed; }
+  bool initialize() override {
+    const CS_RCPtr<CS_Component> root = getRootOwner();
+    std::thread([&] { CS_Connection::destroy(dynamic_cast<CS_Connection*>(root.get()), true); }).join();
+    return true;
+  }
+  static inline int s_destroyed = 0;
+};
+
+TEST(ClassFactory, WhatItMakesLivesUntilTheCallerHasTakenItThoughTheConnectionEnds) {
+  CS_ComponentServer::initialize(0, 0);
+  CS_ComponentServer::getServer()->registerClass(L"Overtaken", new corvane::SimpleClass<Overtaken>(CS_Version()));
+  Overtaken::s_destroyed = 0;
+  ConnectionPair pair;
+  CS_RCPtr<CS_ClassFactory> factory = pair.dialed().getClassFactory(L"Overtaken", L"Overtaken", false);
+  CS_Component* const made = factory->newInstance(0);
+  ASSERT_NE(nullptr, made);
+  EXPECT_FALSE(made->isConnected());
+  EXPECT_EQ(0u, pair.dialed().childCount());
+  ASSERT_EQ(0, Overtaken::s_destroyed);
+  CS_RCPtr<CS_Component> taken(made);
+  factory = nullptr;
+  EXPECT_EQ(0, Overtaken::s_destroyed);
+  taken = nullptr;
+  EXPECT_EQ(1, Overtaken::s_destroyed);
+}
+
+TEST(ClassFactory, HoldsTheLastComponentOfAThreadAndNoMore) {
+  CS_ComponentServer::initialize(0, 0);
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  ConnectionPair pair;
+  const CS_RCPtr<CS_ClassFactory> factory = pair.dialed().getClassFactory(L"Answering", L"Answering", true);
+  std::vector<CS_Component*> made;
+  for (int i = 0; i < 3; ++i) {
+    made.push_back(factory->newInstance(0));
+    const CS_RCPtr<CS_Component> taken(made.back());
+    EXPECT_EQ(4, taken->addRef());  // ours, the owner's, the factory's and this one
+    taken->removeRef();
+  }
+  EXPECT_EQ(2, made[0]->addRef());
+  made[0]->removeRef();
+  EXPECT_EQ(3, made[2]->addRef());
+  made[2]->removeRef();
+}
+
+// Threads that share a factory each have their own component, while a further one ends the connection.
+TEST(ClassFactory, ComponentsAreSafeWhileAnotherThreadEndsTheirConnection) {
+  CS_ComponentServer::initialize(0, 0);
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  for (int round = 0; round < 60; ++round) {
+    ConnectionPair pair;
+    const CS_RCPtr<CS_ClassFactory> factory = pair.dialed().getClassFactory(L"Answering", L"Answering", true);
+    std::atomic<int> made{0};
+    {
+      std::vector<JoinedThread> threads;
+      for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+          while (CS_Component* const raw = factory->newInstance(0)) {
+            const CS_RCPtr<CS_Component> component(raw);
+            EXPECT_NE(0u, component->getIdentifier());
+            component->getChannel(true)->startSending();
+            ++made;
+          }
+        });
+      }
+      while (made < round) {
+      }
+      CS_Connection::destroy(pair.dialedPointer(), true);
+    }
+    EXPECT_EQ(nullptr, factory->newInstance(0));
+  }
 }
 
 TEST(ComponentServer, RefusesToRegisterOrOfferWhatIsNotThere) {

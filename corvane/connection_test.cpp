@@ -101,7 +101,7 @@ TEST_F(ConnectionTest, ThreadsThatWaitAtTheSameTimeEachGetTheirOwnReply) {
   ConnectionPair pair;
   const auto component = makeComponent(pair.dialed(), L"Caller", L"Server");
   std::atomic<int> wrong{0};
-  std::vector<std::thread> threads;
+  std::vector<JoinedThread> threads;
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 200; ++i) {
@@ -120,7 +120,7 @@ TEST_F(ConnectionTest, WhenThePeerEndsEveryWaiterFailsAtOnceAndEveryComponentIsR
   const auto component = makeComponent(pair.dialed(), L"Caller", L"Server");
   EXPECT_EQ(2, twice(component, 1));
   m_seen.mayAnswer = false;
-  std::vector<std::thread> threads;
+  std::vector<JoinedThread> threads;
   std::atomic<int> lost{0};
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
@@ -145,7 +145,7 @@ TEST_F(ConnectionTest, DestroyingAConnectionHereFailsAWaiterAndIsReportedOnce) {
   ConnectionPair pair;
   const auto component = makeComponent(pair.dialed(), L"Caller", L"Server");
   m_seen.mayAnswer = false;
-  std::thread waiter([&] {
+  JoinedThread waiter([&] {
     EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the connection was closed on this side")),
               failureOf([&] { askInt(component, 6, 60000); }));
   });
@@ -231,5 +231,56 @@ TEST_F(ConnectionTest, AConnectionWhoseMonitorStandsOnItIsFreedAfterItsEnd) {
   }
   EXPECT_EQ(held.use_count(), 1);
 }
+
+// A peer that sends, to a connection that nobody reads.
+TEST_F(ConnectionTest, APeerThatWaitsInItsSendLearnsAtOnceOfTheEndOfAConnectionThatIsStillHeld) {
+  OwnListener listener;
+  Link sender(listener.dial());
+  Link held(listener.accept());
+  std::atomic<std::size_t> sent{0};
+  std::pair<int, std::wstring> failure;
+  JoinedThread sending(
+      [&] {
+        const std::vector<unsigned char> frames(65536, 1);
+        failure = failureOf([&] {
+          for (;;) {
+            sender.sendFrames(frames);
+            sent += frames.size();
+          }
+        });
+      },
+      [&] { sender.end(L"the test is over"); });
+  // By now it waits, or soon will: nobody takes anything.
+  for (std::size_t before = 1; before != sent;) {
+    before = sent;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  held.end(L"not needed");
+  sending.join();
+  EXPECT_EQ(kConnectionLost, failure.first);
+  EXPECT_EQ(std::wstring::npos, failure.second.find(L"takes no more data"));
+  EXPECT_EQ(L"not needed", held.reason());
+}
+
+#ifndef _WIN32
+TEST_F(ConnectionTest, WhatWasSentLastArrivesThoughAFewBytesOfThePeerWereNotRead) {
+  OwnListener listener;
+  Socket reading = listener.dial();
+  Socket ending = listener.accept();
+  const std::vector<unsigned char> crossing(100, 1);
+  const std::vector<unsigned char> last(20000, 2);
+  const Socket::Piece ofReader[] = {crossing};
+  const Socket::Piece ofEnding[] = {last};
+  reading.send(ofReader);
+  ending.send(ofEnding);
+  ending.shutdown();
+  ending.close();
+  std::vector<unsigned char> buffer(65536);
+  std::size_t received = 0;
+  while (const std::size_t now = reading.receive(buffer, after(20000)).value())
+    received += now;
+  EXPECT_EQ(last.size(), received);
+}
+#endif
 
 }  // namespace

@@ -31,7 +31,7 @@ FrameHeader helloHeader(FrameKind kind) {
 Frame Link::awaitFrame(Deadline deadline) {
   for (;;) {
     if (auto frame = m_reader.next()) return *frame;
-    switch (m_reader.fill(m_socket, deadline)) {
+    switch (fill(deadline)) {
       case FrameReader::Fill::kData:
         break;
       case FrameReader::Fill::kTimedOut:

@@ -8,8 +8,33 @@
 
 namespace corvane {
 
-Link::Link(Socket socket, const Patience& patience) : m_socket(std::move(socket)) {
+Link::Link(Socket socket, const Patience& patience) : m_socket(std::move(socket)), m_peerName(m_socket.peerName()) {
   m_socket.setPatience(patience);
+}
+
+Link::Use::Use(Link& link) : m_link(link) {
+  const std::lock_guard guard(link.m_stateLock);
+  if (link.m_ended) throw CS_Exception(kConnectionLost, L"%s", link.m_reason.c_str());
+  ++link.m_uses;
+}
+
+Link::Use::~Use() {
+  const std::lock_guard guard(m_link.m_stateLock);
+  if (--m_link.m_uses == 0 && m_link.m_ended) m_link.m_socket.close();
+}
+
+FrameReader::Fill Link::fill(std::optional<Deadline> deadline) {
+  const Use use(*this);
+  return m_reader.fill(m_socket, deadline);
+}
+
+bool Link::peerHasClosed() noexcept {
+  try {
+    const Use use(*this);
+    return m_socket.peerHasClosed();
+  } catch (const CS_Exception&) {
+    return true;
+  }
 }
 
 void Link::setHandler(FrameHandler* handler) {
@@ -40,8 +65,9 @@ void Link::end(const wchar_t* reason) {
     }
     handler = std::exchange(m_handler, nullptr);
     m_changed.notify_all();
+    m_socket.shutdown();  // does not block
+    if (m_uses == 0) m_socket.close();
   }
-  m_socket.shutdown();
   if (handler != nullptr) handler->onLinkEnd(m_reason);  // nobody changes it any more
 }
 
@@ -61,7 +87,7 @@ void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
 bool Link::readOnce(std::optional<Deadline> deadline) {
   auto frame = m_reader.next();
   if (!frame) {
-    switch (m_reader.fill(m_socket, deadline)) {
+    switch (fill(deadline)) {
       case FrameReader::Fill::kTimedOut:
         return false;
       case FrameReader::Fill::kClosed:

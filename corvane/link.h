@@ -114,15 +114,17 @@ class Link {
   void lookForNews();
   // Reads and hands over frames until the link ends; returns the reason.
   std::wstring serve();
-  // Ends the link; the first reason stays, or none where there is no memory for it. Never blocks, needs no memory.
+  // Ends the link; the first reason stays, or none where there is no memory for it. Never blocks, needs no memory. The
+  // socket is closed as soon as no thread is in a call with it, however long the link itself is held: a peer that waits
+  // until it may send again would otherwise wait on.
   void end(const wchar_t* reason);
   bool hasEnded() const;
   std::wstring reason() const;
   // See Socket::peerHasClosed(): for a thread that handles a frame and so does not read meanwhile.
-  bool peerHasClosed() const noexcept { return m_socket.peerHasClosed(); }
+  bool peerHasClosed() noexcept;
   // When bytes came last, or when the link was made.
   Deadline lastHeard() const { return Deadline(Deadline::duration(m_lastHeard.load())); }
-  std::string peerName() const { return m_socket.peerName(); }
+  const std::string& peerName() const { return m_peerName; }
   std::vector<unsigned char> localEndpoint() const { return m_socket.localEndpoint(); }
   std::vector<unsigned char> peerEndpoint() const { return m_socket.peerEndpoint(); }
 
@@ -130,6 +132,20 @@ class Link {
   static constexpr std::size_t kLookEvery = 1024 * 1024;
 
  private:
+  // One use of the socket by a thread. The last one to leave after the end closes it: the handle's number must not be
+  // given to another connection while somebody is still in a call with it. Throws 3102 once the link has ended.
+  class Use {
+   public:
+    explicit Use(Link& link);
+    ~Use();
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+   private:
+    Link& m_link;
+  };
+
+  FrameReader::Fill fill(std::optional<Deadline> deadline);
   // False when nothing came until the deadline.
   bool readOnce(std::optional<Deadline> deadline);
   void readForService();
@@ -140,7 +156,8 @@ class Link {
   Frame awaitFrame(Deadline deadline);
   HelloValues readHello(const Frame& frame, FrameKind kind);
 
-  Socket m_socket;
+  Socket m_socket;  // used within a Use
+  const std::string m_peerName;
   FrameReader m_reader;  // used by the leader only
   std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};
   std::optional<std::chrono::milliseconds> m_silence;
@@ -153,6 +170,7 @@ class Link {
   std::condition_variable m_changed;
   bool m_hasLeader = false;
   bool m_ended = false;
+  int m_uses = 0;
   std::wstring m_reason;
   FrameHandler* m_handler = nullptr;
   std::uint32_t m_lastCorrelation = 0;

@@ -95,7 +95,7 @@ void Link::announce(const FrameHeader& header, const ValueWriter& values) {
 }
 
 void Link::send(FrameHeader header, const ValueWriter& values) {
-  throwIfEnded();
+  const Use use(*this);
   bool look = false;
   try {
     const std::lock_guard guard(m_sendLock);
@@ -115,20 +115,25 @@ void Link::send(FrameHeader header, const ValueWriter& values) {
 
 void Link::beat() noexcept {
   try {
-    const std::unique_lock lock(m_sendLock, std::try_to_lock);
-    if (!lock || !m_socket.hasRoom()) return;
-    FrameHeader header;
-    header.kind = FrameKind::kBeat;
-    const EncodedHeader encoded = encodeHeader(header);
-    const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), Socket::Piece(encoded)};
-    sendPieces(pieces);
-  } catch (...) {
-    m_socket.shutdown();
+    const Use use(*this);
+    try {
+      const std::unique_lock lock(m_sendLock, std::try_to_lock);
+      if (!lock || !m_socket.hasRoom()) return;
+      FrameHeader header;
+      header.kind = FrameKind::kBeat;
+      const EncodedHeader encoded = encodeHeader(header);
+      const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), Socket::Piece(encoded)};
+      sendPieces(pieces);
+    } catch (...) {
+      m_socket.shutdown();
+    }
+  } catch (const CS_Exception&) {
+    // It has ended.
   }
 }
 
 void Link::sendFrames(std::span<const unsigned char> frames) {
-  throwIfEnded();
+  const Use use(*this);
   try {
     const std::lock_guard guard(m_sendLock);
     const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), frames};

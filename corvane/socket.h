@@ -54,8 +54,12 @@ class Socket {
   std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline);
 
   // Ends both directions: whoever is blocked in send() or receive() fails or sees the end. The handle stays valid until
-  // the object dies. Never blocks.
+  // close() or the object's end. Never blocks.
   void shutdown() noexcept;
+  // Gives the handle back; the object can only be destroyed from then on. No other thread may be in a call. What was
+  // sent still arrives, unless the peer has sent much that nobody received: then it is told at once that the connection
+  // has ended, also when it waits in a send. Never blocks.
+  void close() noexcept;
 
   // True when the peer has closed its end, or is gone; on Linux whatever of it has not been received yet. Never blocks;
   // may be called beside send() and receive().

@@ -35,10 +35,15 @@ void* eventOf(void*& event) {
 }  // namespace
 
 Socket::~Socket() {
-  if (m_handle != kNone) closeSocket(m_handle);
+  close();
   for (void* const event : {m_receiveEvent, m_sendEvent}) {
     if (event != nullptr) ::CloseHandle(event);
   }
+}
+
+// Unlike elsewhere, shutting down resets a connection over bytes that nobody received.
+void Socket::close() noexcept {
+  if (m_handle != kNone) closeSocket(std::exchange(m_handle, kNone));
 }
 
 void Socket::send(std::span<const Piece> pieces) {
