@@ -9,6 +9,8 @@
 #include "corvane/in_request.h"
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
+#include "corvane/process.h"
+#include "corvane/program_monitor_c.h"
 #include "corvane/simple_class.h"
 #include "corvane/text.h"
 #include "programs/administration.h"
@@ -21,7 +23,6 @@
 namespace admin {
 namespace {
 
-constexpr unsigned kReplyMilliseconds = 15000;
 // More than any server has; a peer that claims more is not one.
 constexpr int kMostSessions = 100000;
 constexpr int kMostPrinters = 100000;
@@ -187,13 +188,40 @@ std::vector<std::wstring> ApplicationServer::records(int most) {
   });
 }
 
-Notices ApplicationServer::notices(int after, unsigned waitMilliseconds) {
-  return asking(m_port, [this, after, waitMilliseconds] {
+void ApplicationServer::tellRefusal(int session, const RefusedPrinter& printer) {
+  asking(m_port, [&] {
+    const auto factory = m_connection->getClassFactory(CS_ProgramMonitor_c::m_className,
+                                                       L"Quillfern::ComponentServer::ProgramMonitor_s", true);
+    const CS_RCPtr<CS_Component> made(factory ? factory->newInstance(0) : nullptr);
+    const CS_RCPtr<CS_ProgramMonitor_c> monitor(dynamic_cast<CS_ProgramMonitor_c*>(made.get()));
+    if (!monitor) throw CS_Exception(corvane::kConnectionLost, nullptr);
+    const std::wstring number = std::to_wstring(session);
+    const std::wstring why = corvane::fromUtf8(printer.why), remedy = corvane::fromUtf8(printer.remedy);
+    monitor->notify(
+        {programs::kPrinterNotice,
+         L"Printer \"" + printer.name + L"\" of session " + number + L" cannot be had here: " + why + L". " + remedy,
+         {{L"printer", printer.name},
+          {L"session", number},
+          {L"process", std::to_wstring(corvane::processId())},
+          {L"result", L"refused"},
+          {L"cause", why},
+          {L"remedy", remedy}}});
+    // Everything that was sent before has been read when this is answered; then the component is of no more use.
+    if (!monitor->setProcessInfo(corvane::processId(), L"mgprintmon")) {
+      throw CS_Exception(corvane::kConnectionLost, nullptr);
+    }
+    monitor->releasePeer();
+    m_connection->removeChild(monitor.get());
+  });
+}
+
+Notices ApplicationServer::notices(int after, unsigned waitMilliseconds, unsigned patienceMilliseconds) {
+  return asking(m_port, [this, after, waitMilliseconds, patienceMilliseconds] {
     CS_OutRequest request(m_component, programs::kNotices);
     request.writeInt(after);
     request.writeInt(static_cast<int>(waitMilliseconds));
     CS_InRequest reply(request);
-    request.execute(reply, waitMilliseconds + kReplyMilliseconds);
+    request.execute(reply, waitMilliseconds + patienceMilliseconds);
     Notices notices;
     notices.latest = reply.readInt();
     while (reply.readBoolean())

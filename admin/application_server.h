@@ -1,6 +1,7 @@
 #pragma once
 
 #include "admin/server_facts.h"
+#include "admin/session_printers.h"
 #include "corvane/component.h"
 #include "corvane/connection.h"
 
@@ -23,7 +24,12 @@ class ApplicationServer {
   // The latest lines of its log that tell of a failure, oldest first.
   std::vector<std::wstring> records(int most);
   // What was noticed after that number, waiting that long for the first one; -1 asks for the latest number only.
-  Notices notices(int after, unsigned waitMilliseconds);
+  // The server has the patience on top of that for its answer.
+  Notices notices(int after, unsigned waitMilliseconds, unsigned patienceMilliseconds = kReplyMilliseconds);
+  // Tells it that a session's printer cannot be had on this machine, for its log and for the session's print client.
+  void tellRefusal(int session, const RefusedPrinter& printer);
+
+  static constexpr unsigned kReplyMilliseconds = 15000;
 
  private:
   CS_RCPtr<CS_Connection> m_connection;

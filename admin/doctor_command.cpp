@@ -1,8 +1,10 @@
 #include "admin/application_server.h"
 #include "admin/diagnosis.h"
+#include "admin/driver_check.h"
 #include "admin/installation_checks.h"
 #include "admin/invocation.h"
 #include "admin/progress_bar.h"
+#include "admin/session_printers.h"
 #include "admin/spooler_port.h"
 #include "admin/test_page.h"
 #include "admin/test_session.h"
@@ -28,9 +30,22 @@ std::string checkServer(int port, std::optional<ServerFacts>& facts) {
          programs::oneLine(facts->since);
 }
 
+// Every printer that the client brings is here.
+void requirePrinters(const SessionFacts& session, const std::vector<SpoolerPrinter>& present) {
+  std::string names;
+  for (const std::wstring& name : missingHere(session, present))
+    names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
+  if (names.empty()) return;
+  throw Failure(ExitCode::kFailed, "connected, but not all of its printers are here: " + names,
+                "Run mgprintmon session up " + std::to_string(session.number) +
+                    ": it says what the spooler has against "
+                    "them.");
+}
+
 // A session without a client is a fault only where its printers are up.
 void checkSessions(Diagnosis& diagnosis, const ServerFacts& facts) {
   const std::vector<std::wstring> ports = monitorPorts();
+  const std::vector<SpoolerPrinter> present = localPrinters();
   for (const SessionFacts& session : facts.sessions) {
     if (isTestSession(session.number)) continue;
     const bool isUp =
@@ -38,6 +53,7 @@ void checkSessions(Diagnosis& diagnosis, const ServerFacts& facts) {
     const std::string number = std::to_string(session.number);
     diagnosis.examine("print client of session " + number, [&] {
       const std::string since = " since " + programs::oneLine(session.since);
+      if (session.isConnected && isUp) requirePrinters(session, present);
       if (session.isConnected) return "connected" + since;
       if (!isUp) return "gone" + since + ", and the session is not up here";
       throw Failure(ExitCode::kFailed, "gone" + since + ", while the session's printers are here",
@@ -59,6 +75,7 @@ ExitCode run(const Options& options, Output& output) {
   diagnosis.examine("converter", [&] { return checkConverter(places); });
   diagnosis.examine("temporary folder", checkTemporaryFolder);
   if (server && isRegistered) checkSessions(diagnosis, *server);
+  if (server) diagnosis.examine("drivers", [&] { return checkDrivers(server->sessions, localPrinters()); });
   if (!server || !loads || !isRegistered) {
     diagnosis.skip("test page", "it needs the module, its registration and the application server");
   } else if (options.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) {

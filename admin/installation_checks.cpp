@@ -60,6 +60,10 @@ void checkFramework(const std::wstring& key) {
     throw Failure(ExitCode::kFailed, "the folder of LogFile " + quoted(log) + " is not there",
                   "Make the folder, or set another file with mgprintmon install --log FILE.");
   }
+  if (folderExists(log)) {
+    throw Failure(ExitCode::kFailed, "LogFile " + quoted(log) + " is a folder, so nothing is written there",
+                  "Set a file with mgprintmon install --log FILE.");
+  }
 }
 
 void checkEventSource(const Places& places) {

@@ -38,6 +38,10 @@ void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellP
 }  // namespace
 
 SpooledDocument printDocument(const RawDocument& document, const TellProgress& tell) {
+  const DWORD attributes = GetFileAttributesW(document.file.c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    throw Failure(ExitCode::kUsage, quoted(document.file) + " is a folder", "Name a file.");
+  }
   const mg::FileHandle file(
       CreateFileW(document.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
   require(static_cast<bool>(file), quoted(document.file) + " cannot be opened");

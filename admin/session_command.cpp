@@ -27,15 +27,23 @@ struct Options {
 ExitCode list(const Options& options, Output& output) {
   const ServerFacts facts = ApplicationServer(options.serverPort).status();
   const std::vector<std::wstring> ports = monitorPorts();
+  const std::vector<SpoolerPrinter> present = localPrinters();
   Json sessions = Json::array();
   for (const SessionFacts& session : facts.sessions) {
     if (isTestSession(session.number)) continue;
     const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
     const bool isUp = std::find(ports.begin(), ports.end(), port) != ports.end();
     saySession(session, output);
-    if (!isUp) output.line("  not up here: mgprintmon session up " + std::to_string(session.number));
+    const std::string up = "mgprintmon session up " + std::to_string(session.number);
+    if (!isUp) output.line("  not up here: " + up);
+    const auto missing = isUp ? missingHere(session, present) : std::vector<std::wstring>();
+    for (const std::wstring& name : missing)
+      output.line("  \"" + programs::oneLine(name) + "\" is not here; " + up + " says why");
     sessions.push_back(sessionJson(session));
     sessions.back()["up"] = isUp;
+    sessions.back()["missing"] = Json::array();
+    for (const std::wstring& name : missing)
+      sessions.back()["missing"].push_back(textValue(name));
   }
   if (sessions.empty()) output.line("no print client has registered");
   output.facts({{"sessions", sessions}});
@@ -63,7 +71,8 @@ void carryDefaultOver(const SessionFacts& session, const SessionChange& change, 
 }
 
 ExitCode up(const Options& options, Output& output) {
-  const ServerFacts facts = ApplicationServer(options.serverPort).status();
+  ApplicationServer server(options.serverPort);
+  const ServerFacts facts = server.status();
   const SessionFacts* const session = facts.session(options.session);
   if (session == nullptr) {
     throw Failure(ExitCode::kNotFound,
@@ -74,6 +83,8 @@ ExitCode up(const Options& options, Output& output) {
       bringUp(*session, {corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor)});
   Json json = changeJson(session->number, change);
   sayChange(session->number, change, output);
+  for (const RefusedPrinter& printer : change.refused)
+    server.tellRefusal(session->number, printer);
   if (session->printers.empty()) output.line("the session's client brings no printers");
   carryDefaultOver(*session, change, options, output, json);
   output.facts(json);

@@ -47,6 +47,9 @@ void saySession(const SessionFacts& session, Output& output) {
 }
 
 Json changeJson(int session, const SessionChange& change) {
+  Json refused = Json::array();
+  for (const RefusedPrinter& printer : change.refused)
+    refused.push_back(printer.why);
   return {{"session", session},
           {"portAdded", change.portAdded},
           {"portRemoved", change.portRemoved},
@@ -54,7 +57,7 @@ Json changeJson(int session, const SessionChange& change) {
           {"changed", namesJson(change.changed)},
           {"kept", namesJson(change.kept)},
           {"removed", namesJson(change.removed)},
-          {"refused", change.refused}};
+          {"refused", refused}};
 }
 
 void sayChange(int session, const SessionChange& change, Output& output) {
@@ -68,9 +71,12 @@ void sayChange(int session, const SessionChange& change, Output& output) {
     output.line("printer \"" + oneLine(name) + "\" is already there");
   for (const std::wstring& name : change.removed)
     output.line("printer \"" + oneLine(name) + "\" was removed");
-  for (const std::string& refused : change.refused)
-    output.line(refused);
-  if (!change.refused.empty()) output.line(std::string("  ") + kDriverRemedy);
+  for (std::size_t i = 0; i < change.refused.size(); ++i) {
+    output.line(change.refused[i].why);
+    // Several may have the same one.
+    const bool isLast = i + 1 == change.refused.size() || change.refused[i + 1].remedy != change.refused[i].remedy;
+    if (isLast) output.line("  " + change.refused[i].remedy);
+  }
   if (change.portRemoved) output.line(port + " was deleted");
 }
 

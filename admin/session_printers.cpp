@@ -4,6 +4,7 @@
 #include "admin/places.h"
 #include "admin/registry_value.h"
 #include "admin/spooler_port.h"
+#include "admin/system_failure.h"
 #include "corvane/text.h"
 
 #include <algorithm>
@@ -31,11 +32,11 @@ std::wstring driverFor(const ClientPrinterFacts& printer, const std::wstring& su
   return holds(installed, substitute) ? substitute : std::wstring();
 }
 
-std::string refusal(const ClientPrinterFacts& printer, const std::wstring& substitute) {
+RefusedPrinter refusal(const ClientPrinterFacts& printer, const std::wstring& substitute) {
   std::string text = "printer \"" + toUtf8(printer.localName) + "\" needs the driver \"" + toUtf8(printer.driver()) +
                      "\", which is not installed";
   if (!substitute.empty()) text += ", nor is \"" + toUtf8(substitute) + "\" in its place";
-  return text;
+  return {printer.localName, text, kDriverRemedy};
 }
 
 bool isAsPlanned(const SpoolerPrinter& present, const SpoolerPrinter& planned) {
@@ -48,6 +49,27 @@ const SpoolerPrinter* find(const std::vector<SpoolerPrinter>& printers, const st
     if (printer.name == name) return &printer;
   }
   return nullptr;
+}
+
+// The spooler does not take that printer.
+RefusedPrinter refusal(const SpoolerPrinter& printer, const SystemFailure& failure) {
+  const bool isAboutName = failure.error() == ERROR_INVALID_PRINTER_NAME || failure.error() == ERROR_INVALID_NAME ||
+                           failure.error() == ERROR_INVALID_PARAMETER;
+  const std::string remedy = isAboutName ? "Give the printer another name at its client." : failure.remedy();
+  return {printer.name, failure.what(),
+          remedy.empty() ? "Put that right, or give the printer another name or driver at its client." : remedy};
+}
+
+void make(const SpoolerPrinter& printer, const SpoolerPrinter* present, SessionChange& change) {
+  if (present == nullptr) {
+    addPrinter(printer);
+    change.added.push_back(printer.name);
+  } else if (isAsPlanned(*present, printer)) {
+    change.kept.push_back(printer.name);
+  } else {
+    changePrinter(printer);
+    change.changed.push_back(printer.name);
+  }
 }
 
 }  // namespace
@@ -73,6 +95,25 @@ PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& opti
   return plan;
 }
 
+std::vector<std::wstring> missingHere(const SessionFacts& session, const std::vector<SpoolerPrinter>& present) {
+  std::vector<std::wstring> missing;
+  for (const ClientPrinterFacts& printer : session.printers) {
+    if (find(present, printer.localName) == nullptr) missing.push_back(printer.localName);
+  }
+  return missing;
+}
+
+void makePrinters(const std::vector<SpoolerPrinter>& planned, const std::vector<SpoolerPrinter>& present,
+                  SessionChange& change) {
+  for (const SpoolerPrinter& printer : planned) {
+    try {
+      make(printer, find(present, printer.name), change);
+    } catch (const SystemFailure& failure) {
+      change.refused.push_back(refusal(printer, failure));
+    }
+  }
+}
+
 SessionChange bringUp(const SessionFacts& session, const SessionOptions& options) {
   const PrinterPlan plan = planPrinters(session, options, installedDrivers());
   const std::vector<SpoolerPrinter>& planned = plan.printers;
@@ -81,18 +122,7 @@ SessionChange bringUp(const SessionFacts& session, const SessionOptions& options
   change.refused = plan.refused;
   change.portAdded = addPort(port);
   const std::vector<SpoolerPrinter> present = localPrinters();
-  for (const SpoolerPrinter& printer : planned) {
-    const SpoolerPrinter* const old = find(present, printer.name);
-    if (old == nullptr) {
-      addPrinter(printer);
-      change.added.push_back(printer.name);
-    } else if (isAsPlanned(*old, printer)) {
-      change.kept.push_back(printer.name);
-    } else {
-      changePrinter(printer);
-      change.changed.push_back(printer.name);
-    }
-  }
+  makePrinters(planned, present, change);
   for (const SpoolerPrinter& printer : present) {
     if (printer.port != port || find(planned, printer.name) != nullptr) continue;
     deletePrinter(printer.name);

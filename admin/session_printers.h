@@ -14,12 +14,21 @@ struct SessionOptions {
   std::wstring processor;  // empty: winprint
 };
 
+// A session's printer that cannot be had here.
+struct RefusedPrinter {
+  std::wstring name;  // on this server
+  std::string why;    // a driver that is missing, or the spooler's own words
+  std::string remedy;
+
+  bool operator==(const RefusedPrinter&) const = default;
+};
+
 // What was done to a session's port and printers; empty lists when everything was as it should be.
 struct SessionChange {
   bool portAdded = false;
   bool portRemoved = false;
   std::vector<std::wstring> added, changed, kept, removed;
-  std::vector<std::string> refused;  // printers that could not be made, each with the driver that is missing
+  std::vector<RefusedPrinter> refused;
 
   // The printer is there now.
   bool isUp(const std::wstring& name) const;
@@ -29,7 +38,7 @@ struct SessionChange {
 // The printers that a session's client printers become here.
 struct PrinterPlan {
   std::vector<SpoolerPrinter> printers;
-  std::vector<std::string> refused;  // as in SessionChange
+  std::vector<RefusedPrinter> refused;
 };
 
 // What to do about a printer that was refused.
@@ -42,9 +51,17 @@ inline constexpr char kDriverRemedy[] =
 PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& options,
                          const std::vector<std::wstring>& installedDrivers);
 
+// Makes each planned printer, or changes the one of that name which is there, and writes down what became of it. One
+// that the spooler refuses keeps none of the others from coming up.
+void makePrinters(const std::vector<SpoolerPrinter>& planned, const std::vector<SpoolerPrinter>& present,
+                  SessionChange& change);
+
 // Makes the session's port and printers as planned, and removes printers of its port that the client does not bring.
 // Throws a Failure; calling it again goes on where it stopped.
 SessionChange bringUp(const SessionFacts& session, const SessionOptions& options);
+
+// The session's printers that are not there although the session is up; the list is that of this machine's printers.
+std::vector<std::wstring> missingHere(const SessionFacts& session, const std::vector<SpoolerPrinter>& present);
 
 // Removes the session's printers and its port; nothing when there is no port.
 SessionChange takeDown(unsigned session);

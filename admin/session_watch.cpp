@@ -23,6 +23,7 @@ void SessionWatch::see(const ServerFacts& facts, Clock::time_point now) {
       keepUp(session);
     } else {
       absent.insert(session.number);
+      m_refused.erase(session.number);  // the next client has not been told
     }
   }
   for (const int session : absent)
@@ -43,9 +44,10 @@ void SessionWatch::keepUp(const SessionFacts& session) try {
   m_up.insert(session.number);
   tell("up", session.number, change);
   std::string refused;
-  for (const std::string& text : change.refused)
-    refused += (refused.empty() ? "" : "; ") + text;
+  for (const RefusedPrinter& printer : change.refused)
+    refused += (refused.empty() ? "" : "; ") + printer.why;
   trouble(session.number, refused);
+  tellRefused(session.number, change.refused);
 } catch (const Failure& failure) {
   trouble(session.number, std::string("session ") + std::to_string(session.number) +
                               " cannot be brought up: " + failure.what() + ". " + failure.remedy());
@@ -62,6 +64,18 @@ void SessionWatch::keepDown(int session, Clock::time_point now) try {
 } catch (const Failure& failure) {
   trouble(session, std::string("session ") + std::to_string(session) + " cannot be taken down: " + failure.what() +
                        ". " + failure.remedy());
+}
+
+void SessionWatch::tellRefused(int session, const std::vector<RefusedPrinter>& refused) {
+  std::vector<RefusedPrinter>& told = m_refused[session];
+  if (refused == told) return;
+  try {
+    for (const RefusedPrinter& printer : refused)
+      m_actions.tellRefusal(session, printer);
+    told = refused;
+  } catch (const Failure&) {
+    // The server has gone; the next look says so, and they are told when it is back.
+  }
 }
 
 void SessionWatch::trouble(int session, const std::string& text) {

@@ -26,6 +26,7 @@ class SessionWatch {
     std::function<SessionChange(const SessionFacts& session)> up;
     std::function<SessionChange(unsigned session)> down;
     std::function<bool(unsigned session)> isUp;
+    std::function<void(int session, const RefusedPrinter& printer)> tellRefusal;  // to whom it may concern
   };
 
   SessionWatch(Actions actions, std::chrono::milliseconds grace, Output& output)
@@ -39,6 +40,8 @@ class SessionWatch {
  private:
   void keepUp(const SessionFacts& session);
   void keepDown(int session, Clock::time_point now);
+  // Tells of the printers unless that was told already, to the client that is there.
+  void tellRefused(int session, const std::vector<RefusedPrinter>& refused);
   // Says a trouble unless it was the last thing said about that session.
   void trouble(int session, const std::string& text);
   void tell(const char* event, int session, const SessionChange& change);
@@ -49,6 +52,7 @@ class SessionWatch {
   std::set<int> m_up;                            // brought up or found up by this object
   std::map<int, Clock::time_point> m_goneSince;  // as this object saw it
   std::map<int, std::string> m_troubles;
+  std::map<int, std::vector<RefusedPrinter>> m_refused;  // as they were told
   bool m_isAway = false;
 };
 

@@ -25,7 +25,11 @@ class SessionWatchTest : public testing::Test {
       : output(out, out, false),
         watch(
             {[this](const SessionFacts& facts) { return up(facts); }, [this](unsigned number) { return down(number); },
-             [this](unsigned number) { return present.count(static_cast<int>(number)) == 1; }},
+             [this](unsigned number) { return present.count(static_cast<int>(number)) == 1; },
+             [this](int number, const RefusedPrinter& printer) {
+               if (serverIsAway) throw Failure(ExitCode::kServerAway, "away", "");
+               told.push_back(std::to_string(number) + " " + printer.why);
+             }},
             10s, output) {}
 
   SessionChange up(const SessionFacts& facts) {
@@ -55,7 +59,9 @@ class SessionWatchTest : public testing::Test {
 
   std::set<int> present;
   std::string trouble;
-  std::vector<std::string> refused;
+  std::vector<RefusedPrinter> refused;
+  bool serverIsAway = false;
+  std::vector<std::string> told;  // to the sessions' print clients
   std::ostringstream out;
   Output output;
   SessionWatch watch;
@@ -119,10 +125,35 @@ TEST_F(SessionWatchTest, ATroubleIsSaidWhenItBeginsAndWhenItChanges) {
   see({session(5, true)}, 2s);
   EXPECT_EQ(said(), "session 5 cannot be brought up: no spooler. Mend it.\n");
   trouble.clear();
-  refused = {"a driver is missing"};
+  refused = {{L"Laser", "a driver is missing", "Install it."}};
   see({session(5, true)}, 4s);
   see({session(5, true)}, 6s);
   EXPECT_EQ(said(), "port CPP5 was added\na driver is missing\n");
+}
+
+TEST_F(SessionWatchTest, ARefusedPrinterIsToldToEachClientOnce) {
+  refused = {{L"Laser", "a driver is missing", "Install it."}};
+  see({session(5, true)}, 0s);
+  see({session(5, true)}, 2s);
+  EXPECT_EQ(told, std::vector<std::string>{"5 a driver is missing"});
+  see({session(5, false)}, 4s);
+  see({session(5, true)}, 6s);
+  EXPECT_EQ(told.size(), 2u);
+  refused.push_back({L"Ink", "a name is bad", "Rename it."});
+  see({session(5, true)}, 8s);
+  EXPECT_EQ(told.size(), 4u);
+}
+
+TEST_F(SessionWatchTest, ARefusedPrinterIsToldAgainWhenTheServerWasAway) {
+  refused = {{L"Laser", "a driver is missing", "Install it."}};
+  serverIsAway = true;
+  see({session(5, true)}, 0s);
+  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing\n");
+  EXPECT_TRUE(told.empty());
+  serverIsAway = false;
+  see({session(5, true)}, 2s);
+  EXPECT_EQ(told.size(), 1u);
+  EXPECT_EQ(said(), "");
 }
 
 TEST_F(SessionWatchTest, TheDoctorsSessionsAreLeftAlone) {

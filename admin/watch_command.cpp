@@ -49,8 +49,9 @@ class Stop {
 };
 
 // One connection's worth of watching. Throws a Failure when the server goes.
-void follow(int serverPort, SessionWatch& watch, Stop& stop) {
+void follow(int serverPort, SessionWatch& watch, ApplicationServer*& followed, Stop& stop) {
   ApplicationServer server(serverPort);
+  followed = &server;
   while (!stop.isAsked()) {
     watch.see(server.status(), SessionWatch::Clock::now());
     stop.wait(kRoundMilliseconds);
@@ -59,14 +60,16 @@ void follow(int serverPort, SessionWatch& watch, Stop& stop) {
 
 ExitCode run(const Options& options, Output& output) {
   const SessionOptions made{corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor)};
+  ApplicationServer* server = nullptr;  // while one is followed
   SessionWatch watch({[&made](const SessionFacts& session) { return bringUp(session, made); }, takeDown,
-                      [](unsigned session) { return hasPort(sessionPort(session)); }},
+                      [](unsigned session) { return hasPort(sessionPort(session)); },
+                      [&server](int session, const RefusedPrinter& printer) { server->tellRefusal(session, printer); }},
                      std::chrono::seconds(options.graceSeconds), output);
   Stop stop;
   output.line("watching the sessions; Ctrl-C ends it");
   while (!stop.isAsked()) {
     try {
-      follow(options.serverPort, watch, stop);
+      follow(options.serverPort, watch, server, stop);
     } catch (const Failure& failure) {
       if (failure.code() != ExitCode::kServerAway) throw;
       watch.seeNothing(failure.what());

@@ -5,6 +5,8 @@
 namespace printclient {
 namespace {
 
+constexpr std::string_view kPostScript = "%!";
+
 bool isTextByte(unsigned char byte) {
   return byte >= 0x20 ? byte != 0x7F : byte >= '\t' && byte <= '\r';
 }
@@ -12,26 +14,41 @@ bool isTextByte(unsigned char byte) {
 }  // namespace
 
 void ContentProbe::see(std::span<const unsigned char> bytes) {
-  for (std::size_t i = 0; m_size + i < m_head.size() && i < bytes.size(); ++i) {
-    m_head[static_cast<std::size_t>(m_size) + i] = static_cast<char>(bytes[i]);
-  }
-  if (m_isText && m_size < kTextBytes) {
-    const auto looked = bytes.first(std::min<std::size_t>(bytes.size(), kTextBytes - static_cast<std::size_t>(m_size)));
-    m_isText = std::all_of(looked.begin(), looked.end(), isTextByte);
-  }
+  const auto head = bytes.first(std::min(bytes.size(), kHeadBytes - m_head.size()));
+  m_head.append(head.begin(), head.end());
+  m_isText = m_isText && std::all_of(head.begin(), head.end(), isTextByte);
   const auto last = bytes.last(std::min(bytes.size(), kTailBytes));
   m_tail.append(last.begin(), last.end());
   if (m_tail.size() > 2 * kTailBytes) m_tail.erase(0, m_tail.size() - kTailBytes);
   m_size += bytes.size();
 }
 
-bool ContentProbe::beginsWith(const std::string& text) const {
-  return m_size >= text.size() && std::equal(text.begin(), text.end(), m_head.begin());
+bool ContentProbe::beginsWith(std::string_view text) const {
+  return std::string_view(m_head).substr(0, text.size()) == text;
+}
+
+bool ContentProbe::isWrappedPostScript() const {
+  constexpr std::string_view kExitLanguage = "\x1b%-12345X";
+  std::string_view rest = m_head;
+  while (!rest.empty()) {
+    if (rest.starts_with(kPostScript)) return rest.size() < m_head.size();
+    if (rest.starts_with(kExitLanguage)) {
+      rest.remove_prefix(kExitLanguage.size());
+    } else if (rest.starts_with("@PJL")) {
+      const std::size_t end = rest.find('\n');
+      rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    } else if (std::string_view("\x04 \t\r\n").find(rest.front()) != std::string_view::npos) {
+      rest.remove_prefix(1);
+    } else {
+      return false;
+    }
+  }
+  return false;
 }
 
 std::string ContentProbe::extension() const {
   if (isPdf()) return ".pdf";
-  if (beginsWith("%!") || beginsWith("\x04%!")) return ".ps";
+  if (beginsWith(kPostScript) || isWrappedPostScript()) return ".ps";
   return m_isText && m_size > 0 ? ".txt" : ".prn";
 }
 

@@ -66,6 +66,18 @@ std::string Job::remedy() const {
   }
 }
 
+std::string Job::remark() const {
+  const bool isWrapped = m_probe.isWrappedPostScript();
+  const bool isUnconverted = m_ticket.settings[3] == JobTicket::kConverted && !m_probe.isPdf();
+  std::string text = isWrapped ? ", PostScript behind printer commands" : "";
+  if (isUnconverted) {
+    text += isWrapped ? ", which the server sends as it comes instead of converting it"
+                      : ", as it came: the server converts PostScript only, and this is none";
+    text += "; for a PDF, print with a driver that sends plain PostScript";
+  }
+  return text;
+}
+
 void Job::append(std::span<const unsigned char> bytes) noexcept {
   if (m_result != kPrinted) return;
   try {
@@ -111,7 +123,7 @@ JobResult Job::end() {
   m_ended = true;
   m_file.reset();
   if (m_result == kPrinted) {
-    m_output.reporter().line("printed " + title() + ": " + bytesText(m_probe.size()) + " to " + m_fileName);
+    m_output.reporter().line("printed " + title() + ": " + bytesText(m_probe.size()) + " to " + m_fileName + remark());
   } else {
     m_output.reporter().line("not printed " + title() + ": " + m_why + place() + remedy());
   }

@@ -47,6 +47,8 @@ class Job {
   std::string place() const;
   // What to do about a job that failed.
   std::string remedy() const;
+  // What there is to say about what arrived; empty when it is what was to be expected.
+  std::string remark() const;
   void complete();
   void reportProgress();
 

@@ -118,6 +118,27 @@ TEST_F(JobTest, OtherDataAreKeptAsTheyAreInMode2) {
                                                                6));
 }
 
+TEST_F(JobTest, SaysWhatCameUnconverted) {
+  const std::string wrapped = "\x1b%-12345X@PJL ENTER LANGUAGE=POSTSCRIPT\n%!PS\n";
+  for (const int mode : {1, 2}) {
+    Job job(ticket(mode), *m_output);
+    job.append(bytes(wrapped));
+    EXPECT_EQ(job.end(), kPrinted);
+  }
+  Job text(ticket(2), *m_output);
+  text.append(bytes("text"));
+  EXPECT_EQ(text.end(), kPrinted);
+  for (const char* line :
+       {"printed \"Report\": 45 bytes to Report.ps, PostScript behind printer commands\n",
+        "printed \"Report\": 45 bytes to Report (2).ps, PostScript behind printer commands, which the server sends as "
+        "it "
+        "comes instead of converting it; for a PDF, print with a driver that sends plain PostScript\n",
+        "printed \"Report\": 4 bytes to Report.txt, as it came: the server converts PostScript only, and this is none; "
+        "for "
+        "a PDF, print with a driver that sends plain PostScript\n"})
+    EXPECT_NE(lines().find(line), std::string::npos) << lines();
+}
+
 TEST_F(JobTest, IsDroppedWhenItIsCut) {
   {
     Job job(ticket(1), *m_output);

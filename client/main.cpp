@@ -9,6 +9,7 @@
 #include "corvane/component_server.h"
 #include "corvane/process.h"
 #include "programs/component_class.h"
+#include "programs/no_sink.h"
 #include "programs/paths.h"
 #include "programs/session_registration.h"
 #include "programs/stop_request.h"
@@ -34,6 +35,7 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
+  corvane::LocalMonitor::instance().setSink(std::make_unique<programs::NoSink>());  // the reporter says it
   const printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
   if (parsed.exitCode >= 0) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);

@@ -50,7 +50,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
       options.printers.push_back(parsePrinterOption(printer));
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
-    result.exitCode = app.exit(error, out, out);
+    result.exitCode = app.exit(error, out, out) == 0 ? 0 : 2;
     result.message = out.str();
   } catch (const std::invalid_argument& error) {
     result.exitCode = 2;

@@ -28,7 +28,7 @@ TEST(PrintClientOptions, TheServerIsOnThisMachineByDefault) {
 TEST(PrintClientOptions, TakeTheKeyOfTheSession) {
   EXPECT_EQ(parseOptions({"--session", "5", "--printer", "L", "--output", "o"}).options.keyFile, "");
   EXPECT_EQ(parseOptions({"--session", "5", "--printer", "L", "--output", "o", "--key", "a b"}).options.keyFile, "a b");
-  EXPECT_GT(parseOptions({"--session", "5", "--printer", "L", "--output", "o", "--key", ""}).exitCode, 0);
+  EXPECT_EQ(parseOptions({"--session", "5", "--printer", "L", "--output", "o", "--key", ""}).exitCode, 2);
 }
 
 TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {

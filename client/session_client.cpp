@@ -6,21 +6,45 @@
 
 namespace printclient {
 
+namespace {
+
+std::string readLine(CS_InRequest& request) {
+  return programs::oneLine(request.readUTF());
+}
+
+// Cause and remedy, the next two texts, as two sentences.
+std::string readWhy(CS_InRequest& request) {
+  std::string cause = readLine(request);
+  while (!cause.empty() && cause.back() == '.')
+    cause.pop_back();
+  return cause + ". " + readLine(request);
+}
+
+}  // namespace
+
 bool SessionClient::processRequest(CS_InRequest& request) {
-  if (request.number() != programs::kJobFailed) return CS_Component::processRequest(request);
-  sayJobFailure(request);
-  return true;
+  switch (request.number()) {
+    case programs::kJobFailed:
+      sayJobFailure(request);
+      return true;
+    case programs::kPrinterRefused:
+      sayRefusedPrinter(request);
+      return true;
+    default:
+      return CS_Component::processRequest(request);
+  }
 }
 
 void SessionClient::sayJobFailure(CS_InRequest& request) {
-  const std::string printer = programs::oneLine(request.readUTF());
-  const std::string document = programs::oneLine(request.readUTF());
-  std::string cause = programs::oneLine(request.readUTF());
-  const std::string remedy = programs::oneLine(request.readUTF());
-  while (!cause.empty() && cause.back() == '.')
-    cause.pop_back();
+  const std::string printer = readLine(request);
+  const std::string document = readLine(request);
   m_output->reporter().line("the server says why " + (document.empty() ? "a job" : "\"" + document + "\"") + " for \"" +
-                            printer + "\" was not printed: " + cause + ". " + remedy);
+                            printer + "\" was not printed: " + readWhy(request));
+}
+
+void SessionClient::sayRefusedPrinter(CS_InRequest& request) {
+  const std::string printer = readLine(request);
+  m_output->reporter().line("\"" + printer + "\" is no printer on the server: " + readWhy(request));
 }
 
 }  // namespace printclient

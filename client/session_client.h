@@ -8,7 +8,8 @@
 namespace printclient {
 
 // The print client's half of its registration; see programs/session_registration.h. Hears from the application server
-// why jobs of this print client have failed, and says it to who prints. On the connection's thread.
+// why jobs of this print client have failed and which of its printers cannot be had, and says it to who prints. On the
+// connection's thread.
 class SessionClient : public CS_Component {
  public:
   using Context = JobOutput;
@@ -18,6 +19,7 @@ class SessionClient : public CS_Component {
 
  private:
   void sayJobFailure(CS_InRequest& request);
+  void sayRefusedPrinter(CS_InRequest& request);
 
   std::shared_ptr<JobOutput> m_output;
 };

@@ -42,8 +42,8 @@ class SessionClientTest : public ::testing::Test {
     fs::remove(m_file, ignored);
   }
 
-  void tell(const std::vector<std::wstring>& texts) {
-    CS_OutRequest request(m_host, programs::kJobFailed);
+  void tell(const std::vector<std::wstring>& texts, int number = programs::kJobFailed) {
+    CS_OutRequest request(m_host, number);
     for (const std::wstring& text : texts)
       request.writeUTF(text.c_str());
     request.execute();
@@ -76,6 +76,13 @@ TEST_F(SessionClientTest, SaysWhyAJobWasNotPrintedAndWhatToDo) {
 TEST_F(SessionClientTest, SaysItOfAJobWhoseDocumentTheServerDoesNotKnow) {
   tell({L"Laser-2", L"", L"gone", L"Print again."});
   EXPECT_EQ(lines(), "the server says why a job for \"Laser-2\" was not printed: gone. Print again.\n");
+}
+
+TEST_F(SessionClientTest, SaysWhichPrinterTheServerCannotHave) {
+  tell({L"Laser-2", L"printer cannot be added: The name is invalid (123)", L"Rename it."}, programs::kPrinterRefused);
+  EXPECT_EQ(
+      lines(),
+      "\"Laser-2\" is no printer on the server: printer cannot be added: The name is invalid (123). Rename it.\n");
 }
 
 TEST_F(SessionClientTest, LetsNobodySteerTheTerminal) {

@@ -42,6 +42,10 @@
 // this server), "document", "process" (the spooler's process id), "result" ("delivered", "shown" for a text that was
 // opened with an application in the session, or "failed"), "session" (its number, empty when it was not found out),
 // "bytes" (sent to the client), and for a failed job "cause" and "remedy" (a sentence each).
+//
+// A notice of kind "printer" comes from an administration tool: a session's printer cannot be had on this machine. Its
+// values: "printer" (the name on this server), "session", "process" (the tool's), "result" ("refused"), "cause" and
+// "remedy". The session's print client is told as well.
 namespace programs {
 
 inline constexpr const wchar_t* kAdministrationClientClass = L"Quillfern::NTR::AdministrationClient";
@@ -51,6 +55,8 @@ inline constexpr int kStatus = 30;
 inline constexpr int kRecords = 31;
 inline constexpr int kNotices = 32;
 inline constexpr int kStatusPage = 33;
+
+inline constexpr const wchar_t* kPrinterNotice = L"printer";
 
 inline constexpr int kNoticesKept = 1000;
 

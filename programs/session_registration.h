@@ -29,6 +29,11 @@
 //   text     the document; empty when it is not known
 //   text     the cause
 //   text     what to do
+//
+// Request kPrinterRefused, the same way, no reply: a printer of this print client cannot be had on the server:
+//   text     the client's own name of the printer
+//   text     the cause
+//   text     what to do
 namespace programs {
 
 inline constexpr const wchar_t* kSessionHostClass = L"Quillfern::NTR::SessionHost";
@@ -42,6 +47,7 @@ inline constexpr CS_Version kProgramsVersion{4, 0, 1, 0};
 
 inline constexpr int kBringPrinters = 20;
 inline constexpr int kJobFailed = 21;
+inline constexpr int kPrinterRefused = 22;
 
 inline constexpr int kPrinterTexts = 8;
 inline constexpr int kDriverText = 3;  // index of the driver name among the eight texts

@@ -22,9 +22,11 @@ bool isClientsOwnAnswer(const std::wstring& cause) {
 
 }  // namespace
 
-void ClientNews::sendJobFailure(const CS_RCPtr<CS_Component>& host, const JobFailure& failure) {
-  CS_OutRequest request(host, programs::kJobFailed);
-  for (const std::wstring& text : {failure.printer, failure.document, failure.cause, failure.remedy})
+void ClientNews::sendFailure(const CS_RCPtr<CS_Component>& host, const Failure& failure) {
+  CS_OutRequest request(host, failure.isOfPrinter ? programs::kPrinterRefused : programs::kJobFailed);
+  std::vector<std::wstring> texts = {failure.printer, failure.document, failure.cause, failure.remedy};
+  if (failure.isOfPrinter) texts.erase(texts.begin() + 1);
+  for (const std::wstring& text : texts)
     request.writeUTF(text.substr(0, kMaxText).c_str());
   request.execute();
 }
@@ -83,9 +85,19 @@ void ClientNews::jobCut(const std::wstring& printer, const std::wstring& cause, 
   tellLocked(job->second, {job->second.clientsName, L"", cause, remedy});
 }
 
-void ClientNews::tellLocked(LatestJob& job, JobFailure failure) {
+void ClientNews::printerRefused(const CS_Connection* client, const std::wstring& clientsName, const std::wstring& cause,
+                                const std::wstring& remedy) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto known = m_clients.find(client);
+  if (known != m_clients.end()) tellLocked(*known->second, {clientsName, L"", cause, remedy, true});
+}
+
+void ClientNews::tellLocked(LatestJob& job, Failure failure) {
   job.isTold = true;
-  Client& client = *m_clients.at(job.client);
+  tellLocked(*m_clients.at(job.client), std::move(failure));
+}
+
+void ClientNews::tellLocked(Client& client, Failure failure) {
   if (client.waiting.size() >= kMostWaiting) client.waiting.pop_front();
   client.waiting.push_back(std::move(failure));
   client.changed.notify_all();
@@ -102,7 +114,7 @@ void ClientNews::run(Client& client) noexcept {
   while (true) {
     client.changed.wait(guard, [&client] { return client.isGone || !client.waiting.empty(); });
     if (client.isGone) break;
-    const JobFailure failure = std::move(client.waiting.front());
+    const Failure failure = std::move(client.waiting.front());
     client.waiting.pop_front();
     {
       const CS_RCPtr<CS_Component> host = client.host;

@@ -23,13 +23,14 @@ namespace aps {
 // that one that takes nothing holds up nobody else. Any thread; nothing is sent while the lock is held.
 class ClientNews {
  public:
-  struct JobFailure {
+  struct Failure {
     std::wstring printer, document, cause, remedy;  // the client's own name of the printer
+    bool isOfPrinter = false;                       // the printer itself cannot be had; there is no document
   };
   // Sends it to the print client's half of that component; throws what it likes when the client has gone.
-  using Send = std::function<void(const CS_RCPtr<CS_Component>& host, const JobFailure& failure)>;
+  using Send = std::function<void(const CS_RCPtr<CS_Component>& host, const Failure& failure)>;
 
-  explicit ClientNews(Send send = sendJobFailure) : m_send(std::move(send)) {}
+  explicit ClientNews(Send send = sendFailure) : m_send(std::move(send)) {}
   ~ClientNews() { endAll(); }
   ClientNews(const ClientNews&) = delete;
   ClientNews& operator=(const ClientNews&) = delete;
@@ -48,10 +49,14 @@ class ClientNews {
   // A job of the printer was cut, of which the port monitor may have said why: then that is enough.
   void jobCut(const std::wstring& printer, const std::wstring& cause, const std::wstring& remedy);
 
+  // That client's printer, which it calls so, cannot be had on this server.
+  void printerRefused(const CS_Connection* client, const std::wstring& clientsName, const std::wstring& cause,
+                      const std::wstring& remedy);
+
   // Tells nobody any more, and waits for the threads. The clients' connections have ended before.
   void endAll();
 
-  static void sendJobFailure(const CS_RCPtr<CS_Component>& host, const JobFailure& failure);
+  static void sendFailure(const CS_RCPtr<CS_Component>& host, const Failure& failure);
 
   static constexpr std::size_t kMostWaiting = 32;  // of one client; the oldest makes room
   static constexpr std::size_t kMaxText = 1000;    // characters of each text; the rest is cut
@@ -59,7 +64,7 @@ class ClientNews {
  private:
   struct Client {
     CS_RCPtr<CS_Component> host;
-    std::deque<JobFailure> waiting;
+    std::deque<Failure> waiting;
     bool isGone = false;
     bool isDone = false;  // its thread is about to end
     std::condition_variable changed;
@@ -71,7 +76,8 @@ class ClientNews {
     bool isTold = false;
   };
 
-  void tellLocked(LatestJob& job, JobFailure failure);
+  void tellLocked(LatestJob& job, Failure failure);
+  void tellLocked(Client& client, Failure failure);
   void run(Client& client) noexcept;
   // Joins the threads of clients that have gone.
   void joinDone();

@@ -12,7 +12,7 @@ using ::testing::SizeIs;
 
 class ClientNewsTest : public ::testing::Test {
  protected:
-  using Failure = ClientNews::JobFailure;
+  using Failure = ClientNews::Failure;
 
   ClientNewsTest()
       : m_news([this](const CS_RCPtr<CS_Component>& host, const Failure& failure) { receive(host, failure); }) {
@@ -145,6 +145,17 @@ TEST_F(ClientNewsTest, ACutIsToldWhenNobodyHasSaidWhy) {
   EXPECT_THAT(documents(told), ElementsAre(L"", L"letter", L"last"));
   EXPECT_EQ(told[0].cause, L"cut");
   EXPECT_EQ(told[0].remedy, L"again");
+}
+
+TEST_F(ClientNewsTest, TellsOfAPrinterThatCannotBeHadWhileItsClientIsThere) {
+  m_news.printerRefused(m_clients[0].get(), L"Laser", L"refused", L"Rename it.");
+  const auto told = received(0, 1);
+  EXPECT_TRUE(told[0].isOfPrinter);
+  EXPECT_EQ(told[0].printer, L"Laser");
+  EXPECT_EQ(told[0].cause, L"refused");
+  EXPECT_EQ(told[0].remedy, L"Rename it.");
+  m_news.leave(m_clients[1].get());
+  m_news.printerRefused(m_clients[1].get(), L"Laser", L"refused", L"Rename it.");
 }
 
 TEST_F(ClientNewsTest, AClientThatTakesNothingHoldsUpNobodyAndKeepsTheLatest) {

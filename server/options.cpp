@@ -71,7 +71,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
     app.parse(arguments);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
-    result.exitCode = app.exit(error, out, out);
+    result.exitCode = app.exit(error, out, out) == 0 ? 0 : 2;
     result.message = out.str();
     return result;
   }

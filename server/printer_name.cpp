@@ -3,6 +3,7 @@
 #include "corvane/text.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
 namespace aps {
@@ -10,6 +11,10 @@ namespace {
 
 bool isControl(wchar_t c) {
   return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
+bool isForbiddenToSpoolers(wchar_t c) {
+  return c == L'\\' || c == L',' || c == L'!';
 }
 
 std::wstring nameRefusal(const std::wstring& name) {
@@ -43,7 +48,12 @@ std::wstring textRefusal(const Printer& printer) {
 }  // namespace
 
 std::wstring localPrinterName(const std::wstring& clientName, int session) {
-  return clientName + L" (session " + std::to_wstring(session) + L")";
+  const std::wstring end = L" (session " + std::to_wstring(session) + L")";
+  std::wstring name = clientName;
+  std::replace_if(name.begin(), name.end(), isForbiddenToSpoolers, L'-');
+  while (corvane::toUtf16(name).size() + end.size() > kMaxLocalName)
+    name.pop_back();
+  return name + end;
 }
 
 std::wstring foldedName(const std::wstring& name) {
@@ -60,7 +70,8 @@ std::wstring printersRefusal(const std::vector<Printer>& printers) {
     const std::wstring& name = printer.name();
     if (std::wstring refusal = nameRefusal(name); !refusal.empty()) return refusal;
     if (std::wstring refusal = textRefusal(printer); !refusal.empty()) return refusal;
-    if (!seen.insert(foldedName(name)).second) {
+    // Names that differ on the client may be one here.
+    if (!seen.insert(foldedName(localPrinterName(name, std::numeric_limits<int>::max()))).second) {
       return L"the printer \"" + name + L"\" is there twice; give each printer a name of its own";
     }
     if (printer.value < 1 || printer.value > 3) {

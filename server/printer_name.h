@@ -10,9 +10,11 @@ namespace aps {
 
 inline constexpr std::size_t kMaxPrinterName = 200;   // characters of the client's name
 inline constexpr std::size_t kMaxPrinterText = 1024;  // of each of the other texts
+inline constexpr std::size_t kMaxLocalName = 220;     // characters that a spooler takes in a name
 
 // The name under which a session's printer is known on this server: the client's own name first, then the session. It
-// depends on nothing else, so it is the same after every reconnect.
+// depends on nothing else, so it is the same after every reconnect. What a spooler takes in no name (backslash, comma
+// and exclamation mark) becomes "-", and the client's part is cut where the whole would be longer than kMaxLocalName.
 std::wstring localPrinterName(const std::wstring& clientName, int session);
 
 // A name for comparisons: two printers of one machine may not differ in the case of their letters A to Z only.

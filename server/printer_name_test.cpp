@@ -48,6 +48,18 @@ TEST(PrinterName, RefusesTheSameNameTwiceWhateverItsCase) {
             L"the printer \"laser\" is there twice; give each printer a name of its own");
 }
 
+TEST(PrinterName, IsOneThatASpoolerTakes) {
+  EXPECT_EQ(localPrinterName(L"\\\\server\\laser", 5), L"--server-laser (session 5)");
+  EXPECT_EQ(localPrinterName(L"A, B!/C", 5), L"A- B-/C (session 5)");
+  EXPECT_EQ(localPrinterName(std::wstring(200, L'x'), 2147483647), std::wstring(199, L'x') + L" (session 2147483647)");
+  EXPECT_EQ(localPrinterName(std::wstring(200, L'x'), 214748364), std::wstring(200, L'x') + L" (session 214748364)");
+}
+
+TEST(PrinterName, RefusesTwoNamesThatAreOneHere) {
+  EXPECT_EQ(printersRefusal({named(L"--a-b"), named(L"\\\\A\\b")}),
+            L"the printer \"\\\\A\\b\" is there twice; give each printer a name of its own");
+}
+
 TEST(PrinterName, RefusesAFormatThatDoesNotExist) {
   EXPECT_EQ(printersRefusal({named(L"Laser", 4)}),
             L"the printer \"Laser\" has the format value 4; 1 (raw), 2 (PostScript) and 3 (PDF) exist");

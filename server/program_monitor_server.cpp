@@ -3,6 +3,7 @@
 #include "corvane/in_request.h"
 #include "corvane/levels.h"
 #include "corvane/program_monitor_c.h"
+#include "programs/administration.h"
 #include "programs/one_line.h"
 #include "server/log_monitor.h"
 #include "server/log_thrown.h"
@@ -72,6 +73,16 @@ std::string ProgramMonitorServer::senderOf(const CS_Notice& notice) const {
   return process.empty() ? m_process : "process " + programs::oneLine(process);
 }
 
+void ProgramMonitorServer::tellClient(const CS_Notice& notice) {
+  const std::wstring printer = valueOf(notice, L"printer");
+  const std::wstring cause = valueOf(notice, L"cause"), remedy = valueOf(notice, L"remedy");
+  if (notice.kind != programs::kPrinterNotice) {
+    m_application->clientNews.jobFailed(printer, valueOf(notice, L"document"), cause, remedy);
+  } else if (const auto found = m_application->sessions.find(printer); found && found->client) {
+    m_application->clientNews.printerRefused(found->client.get(), found->printer.name(), cause, remedy);
+  }
+}
+
 void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   CS_Notice notice;
   notice.kind = request.readUTF();
@@ -90,12 +101,10 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   }
   const std::string line =
       senderOf(notice) + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line);
-  const bool failed = valueOf(notice, L"result") == L"failed";
+  const std::wstring result = valueOf(notice, L"result");
+  const bool failed = result == L"failed" || result == L"refused";
   failed ? m_application->log->failure(line) : m_application->log->line(line);
-  if (failed) {
-    m_application->clientNews.jobFailed(valueOf(notice, L"printer"), valueOf(notice, L"document"),
-                                        valueOf(notice, L"cause"), valueOf(notice, L"remedy"));
-  }
+  if (failed) tellClient(notice);
   m_application->notices.add(std::move(notice));
 }
 

@@ -24,6 +24,8 @@ class ProgramMonitorServer : public CS_Component {
   bool serve(CS_InRequest& request);
   void takeRecord(int level, int report, const std::string& text);
   void takeNotice(CS_InRequest& request);
+  // The print client that a failure is about hears of it.
+  void tellClient(const CS_Notice& notice);
   std::string senderOf(const CS_Notice& notice) const;
 
   std::shared_ptr<Application> m_application;

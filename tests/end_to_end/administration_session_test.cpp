@@ -45,6 +45,10 @@ TEST_F(AdministrationOfSessions, AMissingDriverIsNamedAndTheOtherPrintersComeUp)
          "printer \"Laser-2 (session 5)\" was added\n"
          "printer \"Ink (session 5)\" needs the driver \"Not installed\", which is not installed\n"
          "  Install the driver, or name one");
+  client->waitForLine(
+      "\"Ink\" is no printer on the server: printer \"Ink (session 5)\" needs the driver \"Not installed\"");
+  EXPECT_THAT(succeed({"session", "list"}),
+              HasSubstr("  \"Ink (session 5)\" is not here; mgprintmon session up 5 says why\n"));
 }
 
 TEST_F(AdministrationOfSessions, TheConfiguredDriverStandsInForOneThatIsNotInstalled) {
@@ -88,9 +92,11 @@ TEST_F(AdministrationOfSessions, AnUnknownSessionAndAServerThatIsAwayAreSaid) {
   expect({"session", "up", "6"}, 3, "no print client of session 6 has registered");
   const auto client = scene.startClient(5, {kLaser});
   up("5");
+  expect({"print", "Laser-2 (session 5)", windowsPath(MG_SOURCE_DIR)}, 2, "is a folder");
   scene.server().signal(SIGKILL);
   scene.server().wait();
-  expect({"print", "Laser-2 (session 5)", windowsPath(MG_SOURCE_DIR "/examples/letter.ps")}, 6, "start aps first");
+  expect({"print", "Laser-2 (session 5)", windowsPath(MG_SOURCE_DIR "/examples/letter.ps")}, 6,
+         "Start aps, or correct the port");
   for (const std::vector<std::string>& command :
        {std::vector<std::string>{"session", "up", "5"}, {"session", "list"}, {"printers", "5"}}) {
     expect(command, 6, "does not answer");

@@ -125,8 +125,10 @@ TEST_F(Administration, TheDoctorNamesEveryFaultWithItsRemedy) {
   scene.server().signal(SIGKILL);
   scene.server().wait();
   fs::remove(machine.path() / "drive_c/Program Files/Marrowgate/Programs/ps2pdf.exe");
+  machine.configure("Corvane", "LogFile", "C:\\windows");
   const Machine::Result result = run({"doctor"});
   EXPECT_EQ(result.code, 1);
+  EXPECT_THAT(result.output, HasSubstr("FAILED  registry: LogFile \"C:\\windows\" is a folder"));
   EXPECT_THAT(result.output, AllOf(HasSubstr("FAILED  application server: "), HasSubstr("Start aps"),
                                    HasSubstr("FAILED  converter: "), HasSubstr("Run mgprintmon install"),
                                    HasSubstr("FAILED  test page: not examined"), HasSubstr("ok      registration")));

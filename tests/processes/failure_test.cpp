@@ -169,6 +169,21 @@ TEST(Failures, WhyAJobFailedReachesTheClientThatItWasForAndNoOther) {
   EXPECT_THAT(client->output(), Not(AnyOf(HasSubstr("\"own\""), HasSubstr("\"early\""))));
 }
 
+TEST(Failures, APrinterThatCannotBeHadIsSaidAtItsClientOnly) {
+  Scene scene;
+  const auto client = scene.startClient(5, {"\\\\server\\laser"});
+  const auto other = scene.startClient(6, {"Ink"});
+  MonitorPeer peer(scene.port());
+  CS_Notice notice = failureOf(L"--server-laser (session 5)", L"");
+  notice.kind = L"printer";
+  notice.values[2].second = L"refused";
+  peer.notify(1234, L"mgprintmon", notice);
+  client->waitForLine(
+      "\"\\\\server\\laser\" is no printer on the server: normalizer log: Ghostscript: undefined in bar. Mend the "
+      "document.");
+  EXPECT_THAT(other->output(), Not(HasSubstr("laser")));
+}
+
 TEST(Failures, ACutPdfIsNotPrinted) {
   Scene scene;
   const auto client = scene.startClient(5, {"Laser-2,format=pdf"});
