@@ -226,7 +226,7 @@ TEST_F(HeartbeatTest, AProgramThatIsBusyWithAJobIsNotGivenUpAndGivesNobodyUp) {
   std::thread job([&] {
     try {
       CS_OutRequest(component, 6).execute();
-      for (int i = 0; i < 64; ++i)
+      for (int i = 0; i < 40; ++i)
         sendBlock(component, unlikeBytes(256 * 1024));
     } catch (const CS_Exception&) {
       ADD_FAILURE() << "the connection ended";
@@ -245,7 +245,7 @@ TEST_F(HeartbeatTest, AProgramThatIsBusyWithAJobIsNotGivenUpAndGivesNobodyUp) {
     m_seen.changed.notify_all();
   }
   job.join();
-  EXPECT_EQ(64 * 256 * 1024, askInt(component, 3));
+  EXPECT_EQ(40 * 256 * 1024, askInt(component, 3));
   CS_Connection::destroy(connection, true);
   serving.join();
   server.join();
