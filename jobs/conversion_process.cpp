@@ -45,6 +45,11 @@ void Conversion::createLog() {
 }
 
 void Conversion::startConverter() {
+  std::array<char, kCommandLineSize> command{};
+  const char* narrow = m_commandLine.narrow();
+  const std::size_t length = std::strlen(narrow);
+  if (length < command.size()) std::memcpy(command.data(), narrow, length);
+
   // The converter runs as the spooler, which may read the file that was collected, and not as the job's user.
   if (!RevertToSelf()) m_operation.note(corvane::kLevelCleanupNote, L"Failed to revert to the SYSTEM context.");
 
@@ -56,12 +61,8 @@ void Conversion::startConverter() {
     start.dwFlags |= STARTF_USESTDHANDLES;
     start.hStdOutput = m_logHandle.get();
   }
-  std::array<char, kCommandLineSize> command{};
   PROCESS_INFORMATION process{};
   m_job.failure.expect(JobFault::kConverterStart);
-  const char* narrow = m_commandLine.narrow();
-  const std::size_t length = std::strlen(narrow);
-  if (length < command.size()) std::memcpy(command.data(), narrow, length);
   if (length >= command.size() || !CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE,
                                                   NORMAL_PRIORITY_CLASS, nullptr, nullptr, &start, &process)) {
     m_operation.fail(corvane::kLevelFailure, L"Failed to normalize print job: %s", m_commandLine.wide());

@@ -106,6 +106,24 @@ TEST_F(ConvertJobTest, WindowsIsCalledInThisOrder) {
                           "DeleteFileW", "DeleteFileW", "DeleteFileW", "RegCloseKey"));
 }
 
+// Everything that can fail for want of memory is done by then: the converter is all that is left to start.
+TEST_F(ConvertJobTest, TheThreadIsRevertedOnlyWhenTheCommandIsReady) {
+  int reverted = 0;
+  int started = 0;
+  RevertToSelfSeam.watch = [&] { ++reverted; };
+  CreateProcessASeam.watch = [&](LPCSTR, LPSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, WINBOOL, DWORD, LPVOID,
+                                 LPCSTR, LPSTARTUPINFOA, LPPROCESS_INFORMATION) { ++started; };
+  for (int nth = 1;; ++nth) {
+    ASSERT_LT(nth, 500);
+    TemporaryFolder::write(m_ps, "%!PS-Adobe-3.0\n");
+    const FailingNew failing(nth);
+    convert();
+    EXPECT_EQ(reverted, started) << nth;
+    if (!failing.hasFailed()) break;
+  }
+  EXPECT_GT(started, 0);
+}
+
 TEST_F(ConvertJobTest, FilesAreDeletedBeforeAndAfterInThisOrder) {
   std::vector<std::wstring> deleted;
   DeleteFileWSeam.watch = [&](LPCWSTR path) { deleted.push_back(path); };

@@ -1,6 +1,9 @@
 #include "jobs/strip_escape_chars.h"
 
+#include "corvane/trace_entry.h"
+
 int StripEscapeChars(unsigned char* data, int length) {
+  CS_TraceEntry trace(L"StripEscapeChars()");
   constexpr unsigned char kEscape = 0x1B;
   constexpr unsigned char kFirstTerminator = 0x3D;
   constexpr unsigned char kLastTerminator = 0x5A;

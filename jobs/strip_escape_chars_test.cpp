@@ -1,7 +1,10 @@
 #include "jobs/strip_escape_chars.h"
 
+#include "tests/support/local_log.h"
+
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -47,6 +50,13 @@ TEST(StripEscapeChars, OtherControlCharactersStay) {
 TEST(StripEscapeChars, ASequenceWithoutATerminatorEndsWithTheData) {
   EXPECT_EQ(strip("ab\x1B(s0p"), "ab");
   EXPECT_EQ(strip("ab\x1B"), "ab");
+}
+
+TEST(StripEscapeChars, TracesItself) {
+  LocalLog log;
+  log.trace();
+  strip("abc");
+  EXPECT_EQ(log.entered(), std::vector<std::string>{"StripEscapeChars()"});
 }
 
 TEST(StripEscapeChars, NothingStaysNothing) {
