@@ -1,6 +1,7 @@
 #include "corvane/operation.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
+#include "monitor/message_box.h"
 #include "ports/port_list.h"
 #include "session/held_port.h"
 
@@ -13,7 +14,7 @@ void showRemoved(HWND owner, const wchar_t* portName) {
   std::array<wchar_t, 512> text{};
   // One less than fits: a text that is cut does not come with its end.
   _snwprintf(text.data(), text.size() - 1, L"Port \"%s\" successfully removed.", portName);
-  MessageBoxW(owner, text.data(), L"Port removed", MB_OK);
+  mg::showMessageBox(owner, text.data(), L"Port removed");
 }
 
 }  // namespace
@@ -28,7 +29,7 @@ BOOL WINAPI MGDeletePort(HANDLE, LPWSTR pName, HWND hWnd, LPWSTR pPortName) {
       showRemoved(hWnd, pPortName);
       return;
     }
-    MessageBoxW(hWnd, L"An error has occurred\n\nCouldn't remove the port.", L"Error", MB_OK);
+    mg::showMessageBox(hWnd, L"An error has occurred\n\nCouldn't remove the port.", L"Error");
     // The name recorded is the server's, on purpose: the port's name is in the record of the port list.
     operation.fail(corvane::kLevelFailure, L"failed to remove port %s", pName);
   });

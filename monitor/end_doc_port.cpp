@@ -11,27 +11,20 @@
 
 #include <winspool.h>
 
-#include <memory>
+#include <optional>
 
 namespace {
 
 constexpr int kPrintedOtherwise = 1;
 
-// The job is gone from the port afterwards; the stream stays until the next job replaces it.
-std::unique_ptr<ClientPrintJob> vacatePort(tagPort& port) {
-  std::unique_ptr<ClientPrintJob> job(port.job);
+// The job is destroyed; the stream stays until the next job replaces it.
+mg::JobAccount vacatePort(tagPort& port) {
+  mg::JobAccount account(*port.job);
+  delete port.job;
   port.job = nullptr;
   port.secondName[0] = L'\0';
   port.flags &= ~kPortHasDocument;
-  return job;
-}
-
-void markSent(Operation& operation, tagPort& port, HANDLE& printer) {
-  printer = mg::openQueue(port);
-  if (printer == nullptr) operation.note(corvane::kLevelCleanupNote, L"failed to access the printer queue");
-  if (!mg::controlJob(printer, port, JOB_CONTROL_SENT_TO_PRINTER)) {
-    operation.note(corvane::kLevelCleanupNote, L"failed to complete print job");
-  }
+  return account;
 }
 
 }  // namespace
@@ -42,7 +35,7 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
   int converted = 0;
   int ended = 0;
   HANDLE printer = nullptr;
-  std::unique_ptr<ClientPrintJob> job;
+  std::optional<mg::JobAccount> job;
   mg::PortCall call;
   tagPort* entered = nullptr;
   operation.run([&] {
@@ -60,8 +53,8 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     const CS_RCPtr<CS_Component> stream = port.printServer;
     const CS_RCPtr<CS_Component> owner = stream->getRootOwner();
     if (converted != kPrintedOtherwise) ended = static_cast<PrintServer&>(*stream).EndJob(port.job);
-    job = vacatePort(port);
-    markSent(operation, port, printer);
+    job.emplace(vacatePort(port));
+    job->queueError = mg::markQueuedJobSent(operation, port, printer);
     const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));
     mg::tellEndedJob(port, *job, converted == kPrintedOtherwise, ended, connection.get());
     PortRecords::instance().setConnection(port, nullptr);

@@ -12,7 +12,8 @@ BOOL WINAPI MGEnumPorts(HANDLE monitor, LPWSTR pName, DWORD Level, LPBYTE pPorts
 BOOL WINAPI MGOpenPort(HANDLE monitor, LPWSTR pName, PHANDLE pHandle);
 // Takes the mark back; a job that was not ended stays on the port.
 BOOL WINAPI MGClosePort(HANDLE port);
-// Shows a message box with the outcome, owned by hWnd, and waits until the user closes it.
+// Shows a message box with the outcome, owned by hWnd, and waits until the user closes it; where there is none, the
+// outcome is in the log (monitor/message_box.h).
 BOOL WINAPI MGDeletePort(HANDLE monitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
 
 // Announces a job to the print client of the session that owns the printer. pDocInfo is a DOC_INFO_1 whatever the level
@@ -37,7 +38,8 @@ BOOL WINAPI MGSetPortTimeOuts(HANDLE port, LPCOMMTIMEOUTS lpCTO, DWORD reserved)
 // The configuration channel has no state: opening it gives no handle and closing it frees nothing.
 BOOL WINAPI MGXcvOpenPort(HANDLE monitor, LPCWSTR pszObject, ACCESS_MASK GrantedAccess, PHANDLE phXcv);
 // "AddPort" and "DeletePort" with the port's name as terminated wide text, "InitSpooler" and "InitPortMonitor" with any
-// input; 0 whatever came of the command. ERROR_INVALID_DATA for another command, ERROR_INVALID_PARAMETER without a
+// input: 0 whatever the list of ports or the spooler made of the command. ERROR_INVALID_DATA (13) for another command,
+// and for "AddPort" when the registry refuses, which the list passes on; ERROR_INVALID_PARAMETER without a
 // command or input. The output arguments are neither read nor written.
 DWORD WINAPI MGXcvDataPort(HANDLE hXcv, LPCWSTR pszDataName, PBYTE pInputData, DWORD cbInputData, PBYTE pOutputData,
                            DWORD cbOutputData, PDWORD pcbOutputNeeded);

@@ -49,6 +49,7 @@ void FakeQueue::watchPrinter() {
       EXPECT_EQ(defaults->pDevMode, nullptr);
       if (m_refusesOpen) {
         *out = kPrinter;  // what stands there after a failure means nothing
+        SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
       }
     }
@@ -90,6 +91,7 @@ void FakeQueue::watchJob() {
     EXPECT_EQ(data, nullptr);
     enter("set job " + std::to_string(job) + " level " + std::to_string(level) + " command " + std::to_string(command) +
           (printer == kPrinter ? "" : " of no printer"));
+    if (m_refusesSetJob) SetLastError(ERROR_ACCESS_DENIED);
     return m_refusesSetJob ? FALSE : TRUE;
   };
 }

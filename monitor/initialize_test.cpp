@@ -19,6 +19,7 @@
 
 MG_IMPORT_SEAM(L"ws2_32.dll", WSAStartup, WSASYSNOTREADY)
 MG_IMPORT_SEAM(L"kernel32.dll", InitializeCriticalSection, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", DeleteCriticalSection, 0)
 
 namespace {
 
@@ -163,6 +164,43 @@ TEST_F(InitializeTest, WithoutMemoryForTheListTheLoadMissesIt) {
   EXPECT_EQ(m_handle, &m_init);
   EXPECT_EQ(CPortList::instance(), nullptr);
   EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", kClosing));
+}
+
+TEST_F(InitializeTest, TheEndOfTheModuleDeletesThePortMonitorLock) {
+  LPCRITICAL_SECTION made = nullptr;
+  InitializeCriticalSectionSeam.watch = [&](LPCRITICAL_SECTION section) { made = section; };
+  PortMonitorServer::initialize();
+  InitializeCriticalSectionSeam.restore();
+  ASSERT_NE(made, nullptr);
+  int deleted = 0;
+  DeleteCriticalSectionSeam.watch = [&](LPCRITICAL_SECTION section) { deleted += section == made ? 1 : 0; };
+  EXPECT_TRUE(PortMonitorServer::shutdown());
+  DeleteCriticalSectionSeam.restore();
+  EXPECT_EQ(deleted, 1);
+}
+
+// The spooler may ask for its ports while they are being loaded.
+TEST_F(InitializeTest, TheListIsTheModulesBeforeItIsLoaded) {
+  class Asking : public RecordingMonitor {
+   public:
+    bool hadList = false;
+
+   protected:
+    void write(const CS_Record& record) noexcept override {
+      if (std::wcsstr(record.text, L"Failed to create the printer port registry key") == nullptr) return;
+      hadList = CPortList::instance() != nullptr;
+    }
+  };
+  const CS_RCPtr<Asking> monitor(new Asking);
+  CS_ProgramMonitor::setDefaultMonitor(monitor);
+  for (int nth = 1; nth < 10 && !monitor->hadList; ++nth) {
+    removeList();
+    m_seams.failNth(nth, ERROR_ACCESS_DENIED);
+    InitializePrintMonitor2(&m_init, &m_handle);
+    m_seams.failNth(0);
+  }
+  CS_ProgramMonitor::setDefaultMonitor(&m_records.monitor());
+  EXPECT_TRUE(monitor->hadList);
 }
 
 TEST_F(InitializeTest, ARegistryThatRefusesLeavesAMonitorWithoutPorts) {

@@ -8,23 +8,24 @@
 #include "session/client_print_job.h"
 
 #include <memory>
+#include <utility>
 
 namespace mg {
 namespace {
 
-JobNotice noticeOf(const tagPort& port, const ClientPrintJob& job, const wchar_t* result) {
-  const bool isConverted = job.settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted;
+JobNotice noticeOf(const tagPort& port, const JobAccount& job, const wchar_t* result) {
   return {result,           port.portName,
           port.printerName, job.documentName.wide(),
-          port.jobId,       isConverted ? job.bytesSent : job.bytesTaken,
-          nullptr,          &job.trail};
+          port.jobId,       job.isConverted ? job.bytesSent : job.bytesTaken,
+          nullptr,          &job.trail,
+          job.queueError};
 }
 
 void blameDeletion(JobFailure& failure) noexcept {
   failure.noteInstead(JobFault::kPortDeleted, L"The port was deleted before the job had ended.");
 }
 
-void tellFailure(JobNotice notice, ClientPrintJob& job, CS_Connection* connection) noexcept {
+void tellFailure(JobNotice notice, JobAccount& job, CS_Connection* connection) noexcept {
   if (job.isTold) return;
   job.isTold = true;
   job.trail.add(L"%I64d bytes were taken from the spooler", job.bytesTaken);
@@ -38,7 +39,7 @@ CS_RCPtr<CS_Connection> connectionOf(const tagPort& port) {
   return dynamic_cast<CS_Connection*>(port.printServer->getRootOwner().get());
 }
 
-void noteAnswer(ClientPrintJob& job, int answer) {
+void noteAnswer(JobAccount& job, int answer) {
   JobFault fault = JobFault::kClient;
   if (answer == corvane::kDiskFailure) fault = JobFault::kClientDisk;
   if (answer == corvane::kBrokenData) fault = JobFault::kConnection;
@@ -47,13 +48,23 @@ void noteAnswer(ClientPrintJob& job, int answer) {
 
 }  // namespace
 
+JobAccount::JobAccount(ClientPrintJob& job) noexcept
+    : documentName(std::move(job.documentName)),
+      isConverted(job.settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted),
+      bytesTaken(job.bytesTaken),
+      bytesSent(job.bytesSent),
+      failure(job.failure),
+      trail(job.trail),
+      isTold(job.isTold) {}
+
 void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W* document,
-                     ClientPrintJob* job, CS_Connection* connection) noexcept {
+                     JobAccount* job, CS_Connection* connection) noexcept {
   const wchar_t* name = document != nullptr && document->pDocName != nullptr ? document->pDocName : L"";
   const bool deleted = PortRecords::instance().isDeleted(port);
-  JobNotice notice{L"failed", port.portName, printerName, name, jobId, 0, nullptr, nullptr};
+  JobNotice notice{L"failed", port.portName, printerName, name, jobId, 0, nullptr, nullptr, ERROR_SUCCESS};
   if (job != nullptr) {
     notice.trail = &job->trail;
+    notice.queueError = job->queueError;
     if (deleted) blameDeletion(job->failure);
     tellFailure(notice, *job, connection);
     return;
@@ -65,11 +76,15 @@ void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobI
   tell(notice, connection);
 }
 
-void tellFailedJob(const tagPort& port) noexcept {
+void tellFailedJob(const tagPort& port, DWORD queueError) noexcept {
   if (port.job == nullptr || port.job->isTold) return;
   if (PortRecords::instance().isDeleted(port)) blameDeletion(port.job->failure);
   const CS_RCPtr<CS_Connection> connection = connectionOf(port);
-  tellFailure(noticeOf(port, *port.job, L"failed"), *port.job, connection.get());
+  JobAccount job(*port.job);
+  job.queueError = queueError;
+  port.job->isTold = true;
+  tellFailure(noticeOf(port, job, L"failed"), job, connection.get());
+  port.job->documentName = std::move(job.documentName);
 }
 
 void endJobOfDeletedPort(tagPort& port) noexcept {
@@ -81,8 +96,7 @@ void endJobOfDeletedPort(tagPort& port) noexcept {
   port.job = nullptr;
 }
 
-void tellEndedJob(const tagPort& port, ClientPrintJob& job, bool shown, int answer,
-                  CS_Connection* connection) noexcept {
+void tellEndedJob(const tagPort& port, JobAccount& job, bool shown, int answer, CS_Connection* connection) noexcept {
   if (job.isTold) return;
   if (shown ? !job.failure.isNoted() : answer > 0) {
     job.isTold = true;

@@ -13,8 +13,16 @@
 namespace mg {
 namespace {
 
-constexpr std::size_t kLineSize = 1536;  // characters; all parts of a line at their longest fit
+constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit
 constexpr const wchar_t* kKind = L"job";
+
+// What an ordinary user's job that the spooler does not let us act on means to whoever looks into the queue.
+constexpr wchar_t kStaysInQueue[] =
+    L" The job stays in the spooler's queue, which refused to delete it (error %lu): whoever printed it, or an "
+    L"administrator, can delete it there.";
+constexpr wchar_t kIsNotMarked[] =
+    L" The spooler's queue refused to mark it as sent (error %lu), so it may stay there: whoever printed it, or an "
+    L"administrator, can delete it; it need not be printed again.";
 
 // The number in a port's name such as "CPP5", or the empty text.
 const wchar_t* sessionOf(const wchar_t* portName) {
@@ -45,8 +53,12 @@ void composeLine(wchar_t (&line)[kLineSize], const JobNotice& job) {
   } else if (std::wcscmp(job.result, L"delivered") == 0) {
     std::swprintf(end, std::size(end), L"was delivered: %lld bytes.", job.bytes);
   }
-  std::swprintf(line, kLineSize, L"Job %lu \"%.200ls\" on \"%.259ls\"%ls %ls", job.jobId, job.document, job.printerName,
-                where, end);
+  wchar_t queue[256] = L"";
+  if (job.queueError != ERROR_SUCCESS) {
+    std::swprintf(queue, std::size(queue), job.failure != nullptr ? kStaysInQueue : kIsNotMarked, job.queueError);
+  }
+  std::swprintf(line, kLineSize, L"Job %lu \"%.200ls\" on \"%.259ls\"%ls %ls%ls", job.jobId, job.document,
+                job.printerName, where, end, queue);
   makeOneLine(line);
 }
 

@@ -19,6 +19,7 @@ struct JobNotice {
   long long bytes;            // sent to the print client
   const JobFailure* failure;  // of a failed job, else null
   const JobTrail* trail;      // may be null
+  DWORD queueError;           // with which the spooler refused to delete the job, or to mark it as sent; else 0
 };
 
 // Tells it: notice, and for a failed job entry of the event log and trail. The connection is the job's, or null.

@@ -2,6 +2,8 @@
 
 #include "tests/support/import_seam.h"
 
+#include <utility>
+
 MG_IMPORT_SEAM(L"user32.dll", MessageBoxW, 0)
 
 std::vector<std::wstring>& watchMessageBoxes() {
@@ -13,4 +15,8 @@ std::vector<std::wstring>& watchMessageBoxes() {
     return IDOK;
   };
   return boxes;
+}
+
+void whenBoxIsShown(std::function<void()> action) {
+  MessageBoxWSeam.watch = [action = std::move(action)](HWND, LPCWSTR, LPCWSTR, UINT) { action(); };
 }

@@ -3,6 +3,7 @@
 #include "ports/port_list.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/local_log.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/recording_monitor.h"
 
@@ -214,6 +215,31 @@ TEST_F(PortEntriesTest, DeletingAMissingPortWithoutAServersNameRecordsThat) {
   const auto lines = m_records.lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "0x4000000a: failed to remove port (null)"), 2);
   EXPECT_EQ(lines.back(), closing("MGDeletePort"));
+}
+
+TEST_F(PortEntriesTest, TheBoxIsShownBeforeTheFailureIsRecorded) {
+  m_registry.set(L"CPP6");
+  std::vector<std::string> before{"no box"};
+  whenBoxIsShown([&] { before = m_records.lines(); });
+  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP6")), FALSE);
+  EXPECT_EQ(std::count(before.begin(), before.end(), "0x4000000a: failed to remove port server"), 0);
+  EXPECT_THAT(before, testing::Not(testing::Contains("no box")));
+}
+
+// Nobody but the list looks the port up, and it does so once.
+TEST_F(PortEntriesTest, DeletingGoesStraightToTheList) {
+  LocalLog log;
+  log.trace();
+  m_registry.set(L"CPP5");
+  MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP5"));
+  m_list.AddPort(L"CPP5", 0);
+  m_registry.set(L"CPP5");
+  log.clear();
+  MGXcvDataPort(nullptr, L"DeletePort", reinterpret_cast<PBYTE>(name(L"CPP5")), 10, nullptr, 0, nullptr);
+  EXPECT_THAT(log.entered(), ElementsAre("MGXcvDataPort (pInputData = CPP5)", "CPortList::DeletePort()"));
+  log.clear();
+  MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP5"));
+  EXPECT_THAT(log.entered(), ElementsAre("MGDeletePort (pName = server)", "CPortList::DeletePort()"));
 }
 
 TEST_F(PortEntriesTest, DeletingBeforeInitialisationShowsNothing) {

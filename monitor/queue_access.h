@@ -7,14 +7,16 @@ struct tagPort;
 
 namespace mg {
 
-// Opens the port's local printer with all rights, as needed to act on a job in its queue; null when that fails.
-HANDLE openQueue(tagPort& port);
-
-// Acts on the port's job in the queue of an open printer: JOB_CONTROL_DELETE or JOB_CONTROL_SENT_TO_PRINTER.
-bool controlJob(HANDLE printer, const tagPort& port, DWORD command);
+// Whoever prints may act on his own jobs and need not have all rights on the printer: then the spooler refuses the
+// calls below, and the job stays in its queue. Both return the first error that the spooler gave, 0 when it did what
+// was asked.
 
 // Deletes the port's job from the queue while an operation cleans up after its failure. Notes on the operation whether
 // it went well; the note of a success names the document when one is given.
-void deleteQueuedJob(Operation& operation, tagPort& port, const wchar_t* documentName);
+DWORD deleteQueuedJob(Operation& operation, tagPort& port, const wchar_t* documentName);
+
+// Marks the port's job in the queue as sent. Notes on the operation what went wrong. Leaves the printer open, null when
+// it could not be opened.
+DWORD markQueuedJobSent(Operation& operation, tagPort& port, HANDLE& printer);
 
 }  // namespace mg

@@ -14,7 +14,7 @@
 #include <winspool.h>
 
 #include <cwchar>
-#include <memory>
+#include <optional>
 
 namespace {
 
@@ -61,7 +61,7 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
   tagPort* port = nullptr;
   const DOC_INFO_1W* document = nullptr;
   CS_RCPtr<CS_Connection> connection;
-  std::unique_ptr<ClientPrintJob> failed;
+  std::optional<mg::JobAccount> failed;
   operation.run(
       [&] {
         tagPort& named = call.enter(handle);
@@ -94,15 +94,17 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
         if (port->job != nullptr) {
           port->job->failure.note(operation.errorRecord());
           const bool named = document != nullptr && document->pDocName != nullptr;
-          mg::deleteQueuedJob(operation, *port, named ? document->pDocName : L"null");
-          failed.reset(port->job);
+          const DWORD queueError = mg::deleteQueuedJob(operation, *port, named ? document->pDocName : L"null");
+          failed.emplace(*port->job);
+          failed->queueError = queueError;
+          delete port->job;
           port->job = nullptr;
         }
         vacatePort(*port);
       });
   if (operation.succeeded()) return TRUE;
   if (port != nullptr) {
-    mg::tellFailedStart(*port, pPrinterName, JobId, document, failed.get(), connection.get());
+    mg::tellFailedStart(*port, pPrinterName, JobId, document, failed ? &*failed : nullptr, connection.get());
   }
   // Not before the report, which may travel over a connection of its own, and the notice.
   if (port != nullptr) PortRecords::instance().setConnection(*port, nullptr);

@@ -1,10 +1,11 @@
 #include "corvane/trace_entry.h"
 #include "monitor/entries.h"
+#include "monitor/message_box.h"
 
 namespace {
 
 BOOL sayWhyNot(HWND owner, const wchar_t* text) {
-  MessageBoxW(owner, text, L"Client Printer Port", MB_OK);
+  mg::showMessageBox(owner, text, L"Client Printer Port");
   return TRUE;
 }
 

@@ -22,6 +22,7 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
   Operation operation(L"Stack Trace: MgPrintMon - MGWritePort()");
   mg::PortCall call;
   tagPort* port = nullptr;
+  DWORD queueError = ERROR_SUCCESS;
   operation.run(
       [&] {
         tagPort& named = call.enter(handle);
@@ -40,8 +41,8 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
       [&] {
         if (port == nullptr || port->job == nullptr) return;
         port->job->failure.note(operation.errorRecord());
-        mg::deleteQueuedJob(operation, *port, nullptr);
+        queueError = mg::deleteQueuedJob(operation, *port, nullptr);
       });
-  if (!operation.succeeded() && port != nullptr && port->job != nullptr) mg::tellFailedJob(*port);
+  if (!operation.succeeded() && port != nullptr && port->job != nullptr) mg::tellFailedJob(*port, queueError);
   return operation.succeeded() ? TRUE : FALSE;
 }

@@ -9,6 +9,7 @@
 
 #include <cwchar>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -121,6 +122,26 @@ TEST_F(PortListMemoryTest, DeletesTheValueOfAPortThatItHasNoMemoryToLookFor) {
   EXPECT_EQ(result, 0U);
   EXPECT_TRUE(PortsRegistry::values().empty());
   EXPECT_EQ(records.lines(), (Lines{"10: number 3012", "0x40000008: Stack Trace: CPortList::DeletePort()"}));
+}
+
+// The run time's heap is not the guarded one, but it knows which of its blocks are in use.
+TEST_F(PortListMemoryTest, FreesBothOfItsTexts) {
+  ImportSeams seams;
+  std::vector<wchar_t*> texts;
+  _wcsdupSeam.replacement = [&](const wchar_t* text) -> wchar_t* {
+    texts.push_back(_wcsdupSeam.real(text));
+    return texts.back();
+  };
+  const auto heap = reinterpret_cast<HANDLE>(_get_heap_handle());
+  const std::wstring name(1 << 20, L'x');
+  {
+    const CPortList other(name.c_str(), name.c_str());
+    ASSERT_EQ(texts.size(), 2U);
+    for (const wchar_t* text : texts)
+      EXPECT_TRUE(HeapValidate(heap, 0, text));
+  }
+  for (const wchar_t* text : texts)
+    EXPECT_FALSE(HeapValidate(heap, 0, text));
 }
 
 TEST_F(PortListMemoryTest, TellsEmptyTextsWhenItWasMadeWithoutMemoryForThem) {
