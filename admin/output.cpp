@@ -1,5 +1,6 @@
 #include "admin/output.h"
 
+#include "corvane/printable.h"
 #include "corvane/text.h"
 
 #include <nlohmann/json.hpp>
@@ -7,15 +8,18 @@
 namespace admin {
 namespace {
 
-// A name with bytes that are no text is shown with replacement characters, never refused.
+using corvane::printable;
+
+// A name with bytes that are no text is shown with replacement characters, never refused. Everything but ASCII is
+// escaped: it stays what it is for whoever reads the JSON, and does nothing to a terminal.
 std::string written(const Json& value, int indent) {
-  return value.dump(indent, ' ', false, Json::error_handler_t::replace);
+  return value.dump(indent, ' ', true, Json::error_handler_t::replace);
 }
 
 }  // namespace
 
 void Output::line(const std::string& text) {
-  if (!m_json) m_out << text << "\n" << std::flush;
+  if (!m_json) m_out << printable(std::string_view(text)) << "\n" << std::flush;
 }
 
 void Output::facts(const Json& facts) {
@@ -35,8 +39,8 @@ void Output::failure(const Failure& failure) {
     facts({{"error", error}});
     return;
   }
-  m_errors << "mgprintmon: " << failure.what() << "\n";
-  if (!failure.remedy().empty()) m_errors << "  " << failure.remedy() << "\n";
+  m_errors << "mgprintmon: " << printable(std::string_view(failure.what())) << "\n";
+  if (!failure.remedy().empty()) m_errors << "  " << printable(std::string_view(failure.remedy())) << "\n";
   m_errors << std::flush;
 }
 

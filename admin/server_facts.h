@@ -10,7 +10,8 @@
 
 namespace admin {
 
-// What the application server says about itself; see programs/administration.h. Times are UTC, as texts.
+// What the application server says about itself; see programs/administration.h. Times are UTC, as texts; a person gets
+// them as programs/local_time.h says.
 
 struct ClientPrinterFacts {
   std::wstring localName;  // on this server; the same whenever the client comes back

@@ -1,5 +1,6 @@
 #include "admin/session_facts_text.h"
 
+#include "programs/local_time.h"
 #include "programs/one_line.h"
 
 #include <nlohmann/json.hpp>
@@ -39,7 +40,7 @@ Json sessionJson(const SessionFacts& session) {
 
 void saySession(const SessionFacts& session, Output& output) {
   output.line("session " + std::to_string(session.number) + ": print client " +
-              (session.isConnected ? "connected" : "gone") + " since " + oneLine(session.since));
+              (session.isConnected ? "connected" : "gone") + " since " + programs::localTime(session.since));
   for (const ClientPrinterFacts& printer : session.printers) {
     output.line("  \"" + oneLine(printer.localName) + "\", driver \"" + oneLine(printer.driver()) + "\", format " +
                 formatWord(printer.format) + (printer.isDefault ? ", the client's default" : ""));

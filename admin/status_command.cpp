@@ -10,6 +10,7 @@
 #include "admin/test_session.h"
 #include "corvane/host_properties.h"
 #include "corvane/text.h"
+#include "programs/local_time.h"
 #include "programs/one_line.h"
 
 #include <CLI/CLI.hpp>
@@ -18,6 +19,7 @@
 namespace admin {
 namespace {
 
+using programs::localTime;
 using programs::oneLine;
 
 constexpr int kRecords = 10;
@@ -67,7 +69,7 @@ void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
     for (const auto& [name, value] : notice.values)
       values[corvane::toUtf8(name)] = textValue(value);
     jobs.push_back({{"time", textValue(notice.time)}, {"line", textValue(notice.line)}, {"values", values}});
-    output.line("  " + oneLine(notice.time) + " " + oneLine(notice.line));
+    output.line("  " + localTime(notice.time) + " " + oneLine(notice.line));
   }
   facts["failedJobs"] = jobs;
 }
@@ -85,7 +87,7 @@ void sayServer(int port, Output& output, Json& facts) try {
                      {"since", textValue(status.since)},
                      {"sessions", sessions}};
   output.line("server:  aps " + oneLine(status.version) + ", process " + std::to_string(status.process) +
-              ", runs since " + oneLine(status.since));
+              ", runs since " + localTime(status.since));
   if (sessions.empty()) output.line("no print client has registered");
   for (const SessionFacts& session : status.sessions) {
     if (!isTestSession(session.number)) saySession(session, output);

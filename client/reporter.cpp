@@ -1,5 +1,6 @@
 #include "client/reporter.h"
 
+#include "corvane/printable.h"
 #include "programs/descriptor_output.h"
 
 #include <memory>
@@ -45,7 +46,7 @@ std::string Reporter::clearLocked() {
 
 void Reporter::line(const std::string& text) noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_queue.put(clearLocked() + text + "\n");
+  m_queue.put(clearLocked() + corvane::printable(std::string_view(text)) + "\n");
 } catch (...) {
 }
 
@@ -55,7 +56,7 @@ void Reporter::progress(const std::string& text) noexcept try {
     return;
   }
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_queue.put(clearLocked() + text);
+  m_queue.put(clearLocked() + corvane::printable(std::string_view(text)));
   m_hasProgress = true;
 } catch (...) {
 }

@@ -10,7 +10,8 @@ namespace printclient {
 
 // What a person sees: lines, and on a terminal one line of progress that is written over in place. Any thread may
 // report, and none ever waits for it: a job goes on though nobody reads the output or somebody holds the terminal. What
-// is not taken is lost and counted (programs/line_queue.h).
+// is not taken is lost and counted (programs/line_queue.h). A text is one line, whatever it holds
+// (corvane/printable.h).
 class Reporter {
  public:
   // On the standard output; a terminal is recognised.

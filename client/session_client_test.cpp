@@ -37,6 +37,7 @@ class SessionClientTest : public ::testing::Test {
   ~SessionClientTest() override {
     m_host = nullptr;
     m_pair.reset();
+    m_reporter.reset();
     std::fclose(m_lines);
     std::error_code ignored;
     fs::remove(m_file, ignored);

@@ -3,8 +3,8 @@
 #include "corvane/last_error.h"
 #include "corvane/levels.h"
 #include "corvane/local_time.h"
+#include "corvane/printable.h"
 #include "corvane/process.h"
-#include "corvane/text.h"
 
 #include <algorithm>
 #include <chrono>
@@ -33,13 +33,6 @@ void appendAscii(char* buffer, std::size_t size, std::size_t& used, const wchar_
   for (; *text != L'\0' && used + 1 < size; ++text) {
     buffer[used++] = *text >= 0x20 && *text < 0x7F ? static_cast<char>(*text) : '?';
   }
-}
-
-std::string withoutControls(std::string text) {
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
-  }
-  return text;
 }
 
 }  // namespace
@@ -74,7 +67,7 @@ void LocalMonitor::writeLine(const wchar_t* kind, const wchar_t* text) noexcept 
   appendAscii(line, sizeof line, used, L" ");
   const std::lock_guard guard(m_lock);
   try {
-    const std::string whole = std::string(line, used) + withoutControls(toUtf8(text));
+    const std::string whole = std::string(line, used) + printable(std::wstring_view(text));
     sink().write(whole);
   } catch (...) {
     appendAscii(line, sizeof line, used, text);

@@ -33,6 +33,8 @@ void appendWide(std::wstring& text, char32_t point) {
   }
 }
 
+}  // namespace
+
 void appendUtf8(std::string& text, char32_t point) {
   if (point > 0x10FFFF || isHigh(point) || isLow(point)) point = kReplacement;
   if (point < 0x80) {
@@ -46,7 +48,6 @@ void appendUtf8(std::string& text, char32_t point) {
     text.push_back(static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F)));
 }
 
-// The code point that starts at the position, or U+FFFD for one byte that starts none.
 char32_t nextUtf8(std::string_view text, std::size_t& at) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(at++);
@@ -66,8 +67,6 @@ char32_t nextUtf8(std::string_view text, std::size_t& at) {
   at += static_cast<std::size_t>(more);
   return point;
 }
-
-}  // namespace
 
 std::vector<std::uint16_t> toUtf16(std::wstring_view text) {
   std::vector<std::uint16_t> units;

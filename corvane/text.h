@@ -33,4 +33,9 @@ std::string toUtf8(std::wstring_view text);
 // A byte sequence that is not UTF-8 becomes U+FFFD.
 std::wstring fromUtf8(std::string_view text);
 
+// The code point that starts at the position, which then stands behind it, or U+FFFD for one byte that starts none.
+char32_t nextUtf8(std::string_view text, std::size_t& at);
+// One that is none becomes U+FFFD.
+void appendUtf8(std::string& text, char32_t point);
+
 }  // namespace corvane

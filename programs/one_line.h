@@ -9,8 +9,7 @@ namespace programs {
 // Longest text that goes into one line, in bytes; the rest is replaced by "...".
 inline constexpr std::size_t kLineBytes = 4000;
 
-// A text that came from elsewhere, as UTF-8 fit for one line of a log or a terminal: line breaks and tabs become
-// spaces, every other control character becomes "?", so that nobody can forge lines or steer a terminal.
+// A text that came from elsewhere, as UTF-8 fit for one line of a log or a terminal (corvane/printable.h).
 std::string oneLine(std::wstring_view text);
 
 }  // namespace programs

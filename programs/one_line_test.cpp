@@ -17,6 +17,10 @@ TEST(OneLine, ReplacesControlCharactersThatCouldSteerATerminal) {
   EXPECT_EQ(oneLine(std::wstring(L"\x1b[2J\x7f\x9b\0", 7)), "?[2J???");
 }
 
+TEST(OneLine, ReplacesWhatTurnsTheDirectionOfWriting) {
+  EXPECT_EQ(oneLine(L"invoice\u202Efdp.exe"), "invoice?fdp.exe");
+}
+
 TEST(OneLine, CutsALongTextBetweenCharacters) {
   const std::string line = oneLine(std::wstring(3000, L'\u00e4'));
   EXPECT_EQ(line.size(), kLineBytes + 3);

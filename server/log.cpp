@@ -1,6 +1,7 @@
 #include "server/log.h"
 
 #include "corvane/local_time.h"
+#include "corvane/printable.h"
 #include "programs/descriptor_output.h"
 
 #include <chrono>
@@ -9,10 +10,18 @@
 namespace aps {
 namespace {
 
+// Whatever a caller has taken from a peer can neither forge a line here nor hide one, and no line is without end.
 std::string timed(const std::string& text) {
   char now[64];
   const std::size_t length = corvane::writeLocalTime(now, sizeof now, std::chrono::system_clock::now());
-  return std::string(now, length) + " " + text;
+  std::string line = std::string(now, length) + " " + corvane::printable(std::string_view(text));
+  if (line.size() > Log::kLineBytes) {
+    std::size_t end = Log::kLineBytes;
+    while ((static_cast<unsigned char>(line[end]) & 0xC0) == 0x80)
+      --end;
+    line.replace(end, std::string::npos, "...");
+  }
+  return line;
 }
 
 }  // namespace

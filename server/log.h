@@ -13,8 +13,8 @@
 
 namespace aps {
 
-// The log of the application server: one line per event, UTF-8, with local time in front. It is a file (log_file.h) or
-// the standard error output.
+// The log of the application server: one line per event, UTF-8 that can be seen, with local time in front. It is a file
+// (log_file.h) or the standard error output.
 //
 // Any thread may write, and none ever waits for it: a thread of the log's own brings the lines out (line_queue.h). What
 // a full disk, a full pipe or a stopped terminal does not take is lost; how many lines that were stands in the log at
@@ -22,6 +22,7 @@ namespace aps {
 class Log {
  public:
   static constexpr std::uint64_t kLimitBytes = 8 * 1024 * 1024;
+  static constexpr std::size_t kLineBytes = 16 * 1024;  // of a line; the rest is "..."
 
   // Appends to the file, or to the standard error output when the path is empty. Throws std::runtime_error when the
   // file cannot be opened.

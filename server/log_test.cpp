@@ -62,6 +62,25 @@ TEST_F(LogTest, WritesOneLineWithTheTimeInFront) {
   EXPECT_EQ(pattern(content(m_file)), "9999-99-99 99:99:99.999 +9999 aps starts\n");
 }
 
+TEST_F(LogTest, WhateverALineHoldsItIsOneAndCanBeSeen) {
+  Log(m_file).failure("document \"a\nb\x1b[2J\xE2\x80\xAE\xC2\x9B\"");
+  EXPECT_EQ(content(m_file).substr(kStamp), " document \"a b?[2J??\"\n");
+}
+
+TEST_F(LogTest, ALineHasAnEnd) {
+  Log log(m_file);
+  log.failure(std::string(50000, 'x') + "\xC3\xA4");
+  log.line("\xC3\xA4" + std::string(Log::kLineBytes - kStamp - 4, 'x') + "\xC3\xA4");
+  ASSERT_TRUE(log.flush(kLong));
+  std::ifstream in(m_file, std::ios::binary);
+  std::string line;
+  std::getline(in, line);
+  EXPECT_EQ(line.size(), Log::kLineBytes + 3);
+  std::getline(in, line);
+  EXPECT_EQ(line.substr(line.size() - 5), "xx...");
+  EXPECT_EQ(line.size(), Log::kLineBytes - 1 + 3);
+}
+
 TEST_F(LogTest, KeepsTheLinesOfFailuresAsTheyStandInTheFile) {
   Log log(m_file);
   log.line("aps starts");
