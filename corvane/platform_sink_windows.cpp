@@ -1,6 +1,7 @@
 #include "corvane/host_properties.h"
 #include "corvane/local_monitor.h"
 #include "corvane/process_identity.h"
+#include "corvane/shared_log_file.h"
 
 #include <windows.h>
 
@@ -12,16 +13,12 @@
 namespace corvane {
 namespace {
 
-// Appends to the log file, which every process that has the module loaded shares: each line is one append, so lines of
-// different processes do not mix. A file past its limit becomes "<name>.1" and a new one is begun; while another
-// process still has it open, the old file simply grows on. A line that cannot be written still goes to the debugger.
+// Lines go to the debugger and to the log file.
 class LogFileSink : public LogSink {
  public:
   LogFileSink()
-      : m_path(HostProperties::getInstance().logFile()),
-        m_oldPath(m_path + L".1"),
-        m_limit(HostProperties::getInstance().logLimit()) {}
-  ~LogFileSink() override { close(); }
+      : m_file(HostProperties::getInstance().logFile(),
+               static_cast<long long>(HostProperties::getInstance().logLimit())) {}
 
   void write(std::string_view line) noexcept override {
     char onStack[kStackLine];
@@ -40,9 +37,7 @@ class LogFileSink : public LogSink {
     writeEnded(onStack, length + sizeof kLineEnd - 1);
   }
 
-  void flush() noexcept override {
-    if (m_file != INVALID_HANDLE_VALUE) ::FlushFileBuffers(m_file);
-  }
+  void flush() noexcept override { m_file.flush(); }
 
  private:
   static constexpr char kLineEnd[] = "\r\n";
@@ -60,38 +55,13 @@ class LogFileSink : public LogSink {
     if (length > 0) append(line, static_cast<std::size_t>(length));
   }
 
+  // A line that cannot be written still goes to the debugger.
   void append(const char* text, std::size_t size) noexcept {
     ::OutputDebugStringA(text);
-    if (m_path.empty() || !open()) return;
-    DWORD written = 0;
-    ::WriteFile(m_file, text, static_cast<DWORD>(size), &written, nullptr);
+    m_file.append(text, size);
   }
 
-  // The log is the module's own: a user who prints may neither read nor write it.
-  bool open() noexcept {
-    if (m_file != INVALID_HANDLE_VALUE) {
-      LARGE_INTEGER size{};
-      if (!::GetFileSizeEx(m_file, &size) || size.QuadPart < m_limit) return true;
-    }
-    const ProcessIdentity identity;
-    if (m_file != INVALID_HANDLE_VALUE) {
-      close();
-      ::MoveFileExW(m_path.c_str(), m_oldPath.c_str(), MOVEFILE_REPLACE_EXISTING);
-    }
-    m_file = ::CreateFileW(m_path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    return m_file != INVALID_HANDLE_VALUE;
-  }
-
-  void close() noexcept {
-    if (m_file != INVALID_HANDLE_VALUE) ::CloseHandle(m_file);
-    m_file = INVALID_HANDLE_VALUE;
-  }
-
-  const std::wstring m_path;
-  const std::wstring m_oldPath;
-  const long long m_limit;
-  HANDLE m_file = INVALID_HANDLE_VALUE;
+  SharedLogFile m_file;
 };
 
 }  // namespace
