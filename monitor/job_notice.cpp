@@ -6,9 +6,11 @@
 #include "corvane/local_monitor.h"
 #include "corvane/program_monitor_c.h"
 #include "monitor/event_log.h"
+#include "monitor/kept_notices.h"
 
 #include <cwchar>
 #include <string>
+#include <utility>
 
 namespace mg {
 namespace {
@@ -101,14 +103,32 @@ CS_RCPtr<CS_ProgramMonitor> monitorOn(CS_Connection& connection, bool jobFailed)
   return monitor.get();
 }
 
-CS_RCPtr<CS_ProgramMonitor> receiver(CS_Connection* connection, bool jobFailed) noexcept {
+// Who is told, and whether a server hears it.
+struct Receiver {
+  CS_RCPtr<CS_ProgramMonitor> monitor;
+  bool isServer;
+};
+
+// Whether the application server is still behind the process's monitor. Where the job's own connection was lost, it may
+// be gone without anybody having noticed on the other, idle one: it is asked.
+bool isHeard(CS_ProgramMonitor& standard, const CS_Connection* connection) {
+  if (&standard == CS_ProgramMonitor::getLocalMonitor().get()) return false;
+  auto* const client = dynamic_cast<CS_ProgramMonitor_c*>(&standard);
+  if (client == nullptr) return true;
+  const bool isDoubtful = connection != nullptr && !connection->isConnected();
+  return client->isConnected() && (!isDoubtful || introduce(*client));
+}
+
+Receiver receiver(CS_Connection* connection, bool jobFailed) noexcept {
   const CS_RCPtr<CS_ProgramMonitor> standard = CS_ProgramMonitor::getDefaultMonitor();
-  if (connection == nullptr || standard.get() != CS_ProgramMonitor::getLocalMonitor().get()) return standard;
   try {
-    const CS_RCPtr<CS_ProgramMonitor> direct = monitorOn(*connection, jobFailed);
-    return direct ? direct : standard;
+    if (connection != nullptr && standard.get() == CS_ProgramMonitor::getLocalMonitor().get()) {
+      const CS_RCPtr<CS_ProgramMonitor> direct = monitorOn(*connection, jobFailed);
+      if (direct) return {direct, true};
+    }
+    return {standard, isHeard(*standard, connection)};
   } catch (...) {
-    return standard;
+    return {standard, false};
   }
 }
 
@@ -122,7 +142,10 @@ void send(const JobNotice& job, const wchar_t* line, CS_Connection* connection) 
   }
   try {
     if (!isWhole) notice = CS_Notice{kKind, line, {}};
-    receiver(connection, job.failure != nullptr)->notify(notice);
+    const Receiver to = receiver(connection, job.failure != nullptr);
+    if (to.isServer) KeptNotices::instance().tellAll(*to.monitor);
+    to.monitor->notify(notice);
+    if (!to.isServer) KeptNotices::instance().keep(std::move(notice));
   } catch (...) {
     corvane::LocalMonitor::instance().writeLine(L"job:", line);
   }

@@ -1,4 +1,5 @@
 #include "monitor/job_end_test.h"
+#include "monitor/kept_notices.h"
 #include "monitor/message_box_seam.h"
 #include "tests/support/failing_new.h"
 
@@ -18,6 +19,7 @@ constexpr char kFailedAttach[] =
 
 class JobNoticeTest : public JobEndTest {
  protected:
+  ~JobNoticeTest() override { mg::KeptNotices::instance().clear(); }
   // As in a module whose own component was never needed: records stay in its log.
   static void useTheLocalMonitor() { CS_ProgramMonitor::setDefaultMonitor(nullptr); }
   // Deletes a second port in the middle of its job.
@@ -98,6 +100,33 @@ TEST_F(JobNoticeTest, IsInTheLogWhenTheServerHasGone) {
                        "connection has ended. See that aps and the session's print client are running, then print "
                        "again."),
             1);
+}
+
+TEST_F(JobNoticeTest, ThatNoServerHeardIsToldToTheNextOneOnce) {
+  useTheLocalMonitor();
+  start();
+  breakConnection();
+  write("abc");
+  end();
+  for (const std::size_t late : {1u, 0u}) {
+    m_peer.clear();
+    start();
+    write("abc");
+    EXPECT_EQ(end(), TRUE);
+    EXPECT_TRUE(m_peer.waitForOpen(0));
+    std::vector<std::string> notices;
+    for (const std::string& line : m_peer.lines()) {
+      if (line.find("text \"job\", text \"Job 17 ") != std::string::npos) notices.push_back(line);
+    }
+    ASSERT_EQ(notices.size(), late + 1);
+    if (late == 1) {
+      EXPECT_THAT(notices[0], testing::HasSubstr("failed: Failed to send print job data: The connection has ended. See "
+                                                 "that aps and the session's print client are running, then print "
+                                                 "again. (Told late: it ended at 2"));
+      EXPECT_THAT(notices[0], testing::HasSubstr("text \"result\", text \"failed\""));
+    }
+    EXPECT_THAT(notices[late], testing::HasSubstr("was delivered: 3 bytes.\""));
+  }
 }
 
 TEST_F(JobNoticeTest, TellsOfAJobWhosePortIsDeleted) {
