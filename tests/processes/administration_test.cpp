@@ -50,8 +50,9 @@ TEST(Administration, AClientWithTooLongADescriptionIsToldSoAndTheOthersAreStillT
   Scene scene;
   const auto other = scene.startClient(7, {"Plotter"});
   ChildProcess client(scene.clientCommand(5, {"Laser-2,driver=" + std::string(30000, 'x')}));
-  client.waitForLine("the server refuses: the printer \"Laser-2\" has a description of 30000 characters, the limit is "
-                     "1024; shorten it");
+  client.waitForLine(
+      "the server refuses: the printer \"Laser-2\" has a description of 30000 characters, the limit is "
+      "1024; shorten it");
   EXPECT_EQ(client.wait(), 1);
   AdministrationPeer tool(scene.port());
   EXPECT_THAT(tool.status().sessions, ElementsAre(L"7 connected: Plotter (session 7)"));

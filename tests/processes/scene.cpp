@@ -29,7 +29,13 @@ Scene::~Scene() {
 
 void Scene::startServer(int port) {
   std::vector<std::string> command = {program("aps"), "--listen", "127.0.0.1:" + std::to_string(port)};
-  command.insert(command.end(), m_options.begin(), m_options.end());
+  for (std::string option : m_options) {
+    const std::string folder = "{folder}";
+    if (const std::size_t at = option.find(folder); at != std::string::npos) {
+      option.replace(at, folder.size(), m_folder.string());
+    }
+    command.push_back(option);
+  }
   m_server = std::make_unique<ChildProcess>(command);
   const std::string line = m_server->waitForLine("aps listens on 127.0.0.1:");
   m_port = std::stoi(line.substr(line.rfind(':') + 1));

@@ -13,6 +13,7 @@ namespace tests {
 class Scene {
  public:
   // Unless the options say otherwise, the server waits for no print client, so that a test of a refusal has it at once.
+  // "{folder}" in an option stands for the folder.
   explicit Scene(const std::vector<std::string>& serverOptions = {});
   ~Scene();
   Scene(const Scene&) = delete;

@@ -22,6 +22,16 @@ fs::path prefix() {
 
 }  // namespace
 
+std::vector<std::string> WineHost::temporaryFiles() const {
+  std::vector<std::string> names;
+  for (const auto& user : fs::directory_iterator(prefix() / "drive_c" / "users")) {
+    if (!fs::is_directory(user.path() / "Temp")) continue;
+    for (const auto& entry : fs::directory_iterator(user.path() / "Temp"))
+      names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
 std::string WineHost::missing() {
   for (const char* name : {"MgPrintMon.dll", "port_host.exe", "mgspool.exe", "ps2pdf.exe", "stream_host.exe", "aps.exe",
                            "printclient.exe"}) {

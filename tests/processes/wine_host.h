@@ -35,6 +35,9 @@ class WineHost {
   // Prints on port CPP5 as a spooler does. The result is true when every call succeeded.
   bool print(const std::string& printer, const std::string& document, const std::vector<std::string>& data);
 
+  // What lies in the folders for temporary files of the prefix's users.
+  std::vector<std::string> temporaryFiles() const;
+
   // Wine's server of the prefix.
   pid_t server() const { return m_wineServer->id(); }
 
