@@ -16,7 +16,14 @@ void readServer(const std::string& text, Options& options) {
   if (colon == 0 || !isNumber || std::stoi(port) < 1 || std::stoi(port) > 65535) {
     throw std::invalid_argument("--server \"" + text + "\" is not host and port; an example is 127.0.0.1:4711");
   }
-  options.host = text.substr(0, colon);
+  std::string host = text.substr(0, colon);
+  const bool hasBrackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  if (hasBrackets) host = host.substr(1, host.size() - 2);
+  if (hasBrackets != (host.find(':') != std::string::npos) || host.find_first_of("[]") != std::string::npos) {
+    throw std::invalid_argument("--server \"" + text +
+                                "\" is not host and port; an IPv6 address stands in brackets, as in [::1]:4711");
+  }
+  options.host = host;
   options.port = std::stoi(port);
 }
 

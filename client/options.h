@@ -9,7 +9,7 @@ namespace printclient {
 
 // What the command line of printclient says.
 struct Options {
-  std::string host = "127.0.0.1";
+  std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
   int session = 0;
   std::string keyFile;  // empty: the server wants no key

@@ -31,6 +31,22 @@ TEST(PrintClientOptions, TakeTheKeyOfTheSession) {
   EXPECT_EQ(parseOptions({"--session", "5", "--printer", "L", "--output", "o", "--key", ""}).exitCode, 2);
 }
 
+TEST(PrintClientOptions, TakeAnIpv6AddressInBrackets) {
+  const auto parse = [](const std::string& server) {
+    return parseOptions({"--server", server, "--session", "5", "--printer", "L", "--output", "o"});
+  };
+  EXPECT_EQ(parse("[::1]:4712").exitCode, -1);
+  EXPECT_EQ(parse("[::1]:4712").options.host, "::1");
+  EXPECT_EQ(parse("[::1]:4712").options.port, 4712);
+  for (const std::string wrong : {"::1:4712", "[localhost]:4712", "[]:4712", "[::1:4712", "::1]:4712"}) {
+    EXPECT_EQ(parse(wrong).exitCode, 2) << wrong;
+    EXPECT_EQ(parse(wrong).message, "--server \"" + wrong +
+                                        "\" is not host and port; an IPv6 address stands in brackets, as in "
+                                        "[::1]:4711\n");
+  }
+  EXPECT_EQ(parse("[::1]").exitCode, 2);
+}
+
 TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
   EXPECT_NE(parseOptions({"--printer", "L", "--output", "o"}).message.find("--session is required"), std::string::npos);
   EXPECT_NE(parseOptions({"--session", "0", "--printer", "L", "--output", "o"}).message.find("--session"),

@@ -77,8 +77,10 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     }
   } catch (const CS_Exception& failure) {
     if (!isStopping()) {
-      sayOnce("the server at " + m_options.host + ":" + std::to_string(m_options.port) +
-                  (isAboutKeys(failure) ? " is not used: " : " is away: ") + programs::describe(failure),
+      const bool isIpv6 = m_options.host.find(':') != std::string::npos;
+      sayOnce("the server at " + (isIpv6 ? "[" + m_options.host + "]" : m_options.host) + ":" +
+                  std::to_string(m_options.port) + (isAboutKeys(failure) ? " is not used: " : " is away: ") +
+                  programs::describe(failure),
               m_lastTrouble);
     }
     // Only a person can change that; a server that does not prove itself may still be replaced by the right one.

@@ -39,8 +39,8 @@ class KeyFolder {
 
   // As Key::read().
   Key read(const Identity& identity) const;
-  // Why no key of that folder can be trusted: it is no folder, or on Linux others than its owner may put files into it.
-  // Empty when it is in order.
+  // Why no key of that folder can be trusted: it is no folder, or on Linux others than this account and root may put
+  // files into it. Empty when it is in order.
   std::wstring refusal() const;
 
  private:

@@ -159,6 +159,21 @@ TEST(Key, IsMadePrivate) {
   EXPECT_EQ(std::filesystem::status(files.path("new.key")).permissions(), perms::owner_read | perms::owner_write);
 }
 
+TEST(KeyFolder, OfAnotherAccountIsRefusedWithWhatToDo) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
+  const KeyFiles files;
+  const std::string path = files.path("given");
+  std::filesystem::create_directory(path);
+  std::filesystem::permissions(path, perms::owner_all);
+  ASSERT_EQ(::chown(path.c_str(), 12345, 0), 0);
+  EXPECT_EQ(KeyFolder(path).refusal(),
+            L"it belongs to another account (number 12345), which may put keys into it; make it this account's with: "
+            L"chown 0 " +
+                fromUtf8(path));
+  ASSERT_EQ(::chown(path.c_str(), 0, 12345), 0);
+  EXPECT_EQ(KeyFolder(path).refusal(), L"");
+}
+
 TEST(KeyFolder, ThatOthersMayWriteToIsRefusedWithWhatToDo) {
   const KeyFiles files;
   const std::string path = files.path("open");

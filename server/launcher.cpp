@@ -2,7 +2,6 @@
 
 #include "corvane/text.h"
 #include "programs/one_line.h"
-#include "server/printer_name.h"
 
 #include <algorithm>
 #include <exception>
@@ -40,11 +39,12 @@ void Launcher::refuse(const Launch& launch, const std::string& cause) const {
 }
 
 std::string Launcher::refusal(const Launch& launch) const {
-  const std::string wanted = corvane::toUtf8(foldedName(launch.program));
+  // Only A to Z have another case here: letters that other alphabets take for the same make another file.
+  const auto small = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  const std::string wanted = corvane::toUtf8(launch.program);
   const auto names = [&](const std::string& program) {
-    return std::equal(program.begin(), program.end(), wanted.begin(), wanted.end(), [](char a, char b) {
-      return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
-    });
+    return std::equal(program.begin(), program.end(), wanted.begin(), wanted.end(),
+                      [&](char one, char other) { return small(one) == small(other); });
   };
   if (std::none_of(m_settings.programs.begin(), m_settings.programs.end(), names)) {
     return "aps starts only the programs that --launch-program names; name it there if sessions may have it";

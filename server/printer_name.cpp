@@ -1,6 +1,7 @@
 #include "server/printer_name.h"
 
 #include "corvane/text.h"
+#include "server/upper_case.h"
 
 #include <algorithm>
 #include <limits>
@@ -57,11 +58,7 @@ std::wstring localPrinterName(const std::wstring& clientName, int session) {
 }
 
 std::wstring foldedName(const std::wstring& name) {
-  std::wstring folded = name;
-  for (wchar_t& c : folded) {
-    if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c + (L'a' - L'A'));
-  }
-  return folded;
+  return upperCase(name);
 }
 
 std::wstring printersRefusal(const std::vector<Printer>& printers) {

@@ -43,6 +43,17 @@ TEST(PrinterName, RefusesControlCharactersAndOuterBlanks) {
   EXPECT_EQ(printersRefusal({named(L"Laser ")}), L"the printer name \"Laser \" begins or ends with a blank");
 }
 
+TEST(PrinterName, TheCaseOfALetterOfAnyAlphabetMakesNoOtherName) {
+  for (const auto& [one, other] : {std::pair(L"\u00c4rzte", L"\u00e4RZTE"), std::pair(L"\u0416", L"\u0436"),
+                                   std::pair(L"\u03a9", L"\u03c9"), std::pair(L"z", L"Z")}) {
+    EXPECT_EQ(foldedName(one), foldedName(other));
+    EXPECT_EQ(printersRefusal({named(one), named(other)}),
+              L"the printer \"" + std::wstring(other) + L"\" is there twice; give each printer a name of its own");
+  }
+  EXPECT_NE(foldedName(L"\u00c4"), foldedName(L"A"));
+  EXPECT_EQ(foldedName(L""), L"");
+}
+
 TEST(PrinterName, RefusesTheSameNameTwiceWhateverItsCase) {
   EXPECT_EQ(printersRefusal({named(L"Laser"), named(L"laser")}),
             L"the printer \"laser\" is there twice; give each printer a name of its own");

@@ -24,12 +24,25 @@ bool hasUtf8(const Printer& printer) {
   return true;
 }
 
-Json toJson(const Printer& printer) {
+Json toJson(const Printer& printer, bool isWhole) {
   Json texts = Json::array();
-  for (const auto& text : printer.texts)
-    texts.push_back(text ? Json(corvane::toUtf8(*text)) : Json(nullptr));
+  for (std::size_t i = 0; i < printer.texts.size(); ++i) {
+    const auto& text = printer.texts[i];
+    const bool isKept = isWhole || i == 0 || i == programs::kDriverText;
+    texts.push_back(text && isKept ? Json(corvane::toUtf8(*text)) : Json(nullptr));
+  }
   return {
       {"texts", std::move(texts)}, {"flag", printer.flag}, {"value", printer.value}, {"second", printer.secondValue}};
+}
+
+Json toJson(const SessionTable::Status& session, bool isWhole) {
+  Json printers = Json::array();
+  for (const Printer& printer : session.printers)
+    printers.push_back(toJson(printer, isWhole));
+  return {{"session", session.number},
+          {"connected", session.connected},
+          {"since", std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count()},
+          {"printers", std::move(printers)}};
 }
 
 Printer printerFrom(const Json& json) {
@@ -67,17 +80,13 @@ SessionTable::Status sessionFrom(const Json& json, system_clock::time_point now)
 std::string toMemory(const std::vector<SessionTable::Status>& sessions) {
   Json all = Json::array();
   for (const SessionTable::Status& session : sessions) {
-    Json printers = Json::array();
-    bool isWhole = true;
-    for (const Printer& printer : session.printers) {
-      isWhole = isWhole && hasUtf8(printer);
-      if (isWhole) printers.push_back(toJson(printer));
+    if (!std::all_of(session.printers.begin(), session.printers.end(), hasUtf8)) continue;
+    for (const bool isWhole : {true, false}) {
+      Json json = toJson(session, isWhole);
+      if (json.dump().size() > kSessionBytes) continue;
+      all.push_back(std::move(json));
+      break;
     }
-    if (!isWhole) continue;
-    all.push_back({{"session", session.number},
-                   {"connected", session.connected},
-                   {"since", std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count()},
-                   {"printers", std::move(printers)}});
   }
   return Json{{"format", kFormat}, {"sessions", std::move(all)}}.dump(1, ' ') + "\n";
 }

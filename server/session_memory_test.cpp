@@ -93,6 +93,30 @@ TEST(SessionMemory, ASessionWhoseTextsHaveNoUtf8FormIsLeftOut) {
 }
 #endif
 
+TEST(SessionMemory, ASessionWithTooMuchToSayKeepsNamesAndDriversOnlyOrNothing) {
+  std::vector<Printer> printers;
+  for (int i = 0; i < 64; ++i) {
+    printers.push_back(printer(L"Laser " + std::to_wstring(i)));
+    printers.back().texts[1] = std::wstring(1024, L'c');
+    printers.back().texts[3] = L"driver";
+    printers.back().texts[7] = std::wstring(1000, L'x');
+  }
+  auto wordy = printers;
+  for (Printer& each : wordy)
+    each.texts[3] = std::wstring(1024, L'\u20ac');
+  const auto back = fromMemory(
+      toMemory({session(1, true, wordy), session(2, true, printers), session(3, true, {printers[0], printer(L"A")})}),
+      kNow);
+  ASSERT_THAT(back, SizeIs(2));
+  EXPECT_EQ(back[0].number, 2);
+  ASSERT_THAT(back[0].printers, SizeIs(64));
+  EXPECT_EQ(back[0].printers[63].name(), L"Laser 63");
+  EXPECT_EQ(back[0].printers[63].texts[3], L"driver");
+  EXPECT_FALSE(back[0].printers[63].texts[1]);
+  EXPECT_FALSE(back[0].printers[63].texts[7]);
+  EXPECT_EQ(back[1].printers[0].texts[1], std::wstring(1024, L'c'));
+}
+
 TEST(SessionMemory, ATextThatIsCutAnywhereIsNoMemory) {
   const std::string text = toMemory({session(7, true, {printer(L"A")})});
   for (std::size_t length = 0; length + 2 < text.size(); ++length) {

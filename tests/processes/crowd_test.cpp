@@ -16,6 +16,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -68,6 +69,19 @@ class Crowd {
   std::vector<std::unique_ptr<corvane::Link>> m_greeted;
 };
 
+// The exit code of a program that was asked to end; when it has not within ten seconds, it is asked again, which ends
+// it at once with another code.
+int endOf(ChildProcess& program) {
+  program.signal(SIGTERM);
+  const auto begin = std::chrono::steady_clock::now();
+  auto code = std::async(std::launch::async, [&] { return program.wait(); });
+  if (code.wait_for(std::chrono::seconds(10)) == std::future_status::timeout) program.signal(SIGTERM);
+  const int ended = code.get();
+  std::cout << "it ended after " << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count()
+            << " s\n";
+  return ended;
+}
+
 void printOne(MonitorPeer& peer, const std::wstring& document) {
   ASSERT_TRUE(peer.attach(kPrinter));
   peer.startJob({L"j", L"", document, L""}, {1, 1, 1, 1});
@@ -105,9 +119,49 @@ TEST(Crowds, TwoThousandConnectionsThatDoNothingHinderNobody) {
     const auto tool = hasKeys ? std::make_unique<AdministrationPeer>(scene.port(), monitorKey)
                               : std::make_unique<AdministrationPeer>(scene.port());
     EXPECT_EQ(tool->status().sessions.size(), 2u);
-    scene.server().signal(SIGTERM);
-    EXPECT_EQ(scene.server().wait(), 0) << "and they do not hold up its end";
+    EXPECT_EQ(endOf(scene.server()), 0) << "and they do not hold up its end";
   }
+}
+
+TEST(Crowds, AServerThatIsToEndWaitsForNobody) {
+  Scene scene({"--client-wait", "60"});
+  const auto client = scene.startClient(5, {"Laser-2"});
+  const Crowd crowd(scene, 20, nullptr);
+  // A job whose client takes nothing, until the server's thread stands in its send.
+  auto stuck = std::make_unique<MonitorPeer>(scene.port());
+  ASSERT_TRUE(stuck->attach(kPrinter));
+  stuck->startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
+  client->waitForLine("receiving ");
+  client->signal(SIGSTOP);
+  std::atomic<int> written{0};
+  auto writer = std::async(std::launch::async, [&] {
+    try {
+      for (;; ++written)
+        stuck->writeJob(std::string(1024 * 1024, 'x'));
+    } catch (const CS_Exception&) {
+    }
+  });
+  for (int last = -1; last != written;) {  // it gets no further
+    last = written;
+    writer.wait_for(std::chrono::milliseconds(200));
+  }
+  // An answer that waits for a print client, and a tool that waits for news.
+  MonitorPeer waiting(scene.port());
+  auto asked =
+      std::async(std::launch::async, [&] { EXPECT_THROW(waiting.printerInfo(L"Ink (session 6)"), CS_Exception); });
+  scene.server().waitForLine("; the answer waits for its print client");
+  AdministrationPeer tool(scene.port());
+  auto news = std::async(std::launch::async, [&] {
+    try {
+      tool.notices(0, 5000);
+    } catch (const CS_Exception&) {
+    }
+  });
+  EXPECT_EQ(endOf(scene.server()), 0) << scene.server().output();
+  client->signal(SIGCONT);
+  asked.get();
+  news.get();
+  writer.get();
 }
 
 // Connections of somebody who has heard everything and has no key.

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 namespace tests {
@@ -193,6 +194,26 @@ TEST_F(KeysTest, APrintClientWithAnUnusableKeyDoesNotStart) {
   ChildProcess readable(clientCommand(5, "session-5"));
   EXPECT_EQ(readable.wait(), 1);
   EXPECT_THAT(readable.output(), HasSubstr("others may use the key file; make it private with: chmod 600 "));
+}
+
+TEST(ServerWithKeys, IsReachedAtAnIpv6AddressToo) {
+  const Keys keys;
+  const std::string key = keys.make("session-5");
+  std::vector<std::string> serverCommand = {Scene::program("aps"), "--listen", "[::1]:0"};
+  for (const std::string& option : keys.serverOptions())
+    serverCommand.push_back(option);
+  ChildProcess server(serverCommand);
+  const std::string line = server.waitForLine("aps listens on [::1]:");
+  const std::string address = line.substr(line.find("[::1]:"));
+  const Scene scene;
+  auto command = scene.clientCommand(5, {"Laser-2"});
+  command[2] = address;
+  command.insert(command.end(), {"--key", key});
+  ChildProcess client(command);
+  client.waitForLine("ready: ");
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.wait(), 0);
+  client.waitForLine("the server at " + address + " is away: ");
 }
 
 TEST(ServerWithoutKeys, SaysThatPeersAreNotAuthenticatedAndIsNoServerForPeersWithKeys) {
