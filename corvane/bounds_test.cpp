@@ -240,6 +240,20 @@ TEST_F(InboxTest, SoManyFramesWaitForOneBridgeHoweverSmallTheyAre) {
   expectToWaitUntil(*bridge, frame, [&] { bridge->release(); });
 }
 
+TEST_F(InboxTest, WhatWaitsIsGivenUpWithTheBridge) {
+  const auto bridge = makeBridge();
+  const Frame frame = frameOf(kMaxFramePayload);
+  const std::size_t empty = heapInUse();
+  for (int i = 0; i < 10; ++i)
+    bridge->deliver(frame);
+  const std::size_t full = heapInUse();
+  bridge->release();
+  EXPECT_EQ(0u, m_load->bytes);
+  if (full > empty + 5 * kMaxFramePayload) {  // where that can be measured
+    EXPECT_LT(heapInUse(), empty + kMaxFramePayload);
+  }
+}
+
 TEST_F(InboxTest, AllBridgesOfAConnectionTogetherHoldNoMoreThanTheirShare) {
   std::vector<CS_RCPtr<CS_Bridge>> bridges;
   const Frame frame = frameOf(kMaxFramePayload);
@@ -320,6 +334,18 @@ TEST_F(BoundsTest, AMapOfVersionsHasSoManyClassesWithNamesOfSuchALength) {
     map << channel;
     return map;
   };
+  CS_ClassVersionMap written;
+  written.set(L"C", CS_Version(1, 2, 3, 4));
+  ValueWriter sent;
+  CS_Channel out = CS_Channel(nullptr, 0, 0).withWriter(sent);
+  written >> out;
+  std::vector<unsigned char> bytes;
+  sent.forEachPiece([&](ValueWriter::Piece piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
+  ValueReader values(std::make_unique<ByteSource>(std::move(bytes)));
+  EXPECT_EQ(1, values.readInt());
+  EXPECT_EQ(L"C", values.readText());
+  for (const int part : {1, 2, 3, 4})
+    EXPECT_EQ(part, values.readInt());
   const CS_ClassVersionMap largest = read(CS_ClassVersionMap::kMaxClasses, kMaxClassNameUnits);
   EXPECT_EQ(1024u, largest.entries().size());
   EXPECT_EQ(CS_Version(4, 3, 2, 1), largest.entries().begin()->second);

@@ -1,5 +1,6 @@
 #include "corvane/bridge_router.h"
 
+#include "corvane/byte_source.h"
 #include "corvane/echo_fixture.h"
 #include "corvane/link.h"
 
@@ -135,6 +136,82 @@ TEST_F(RoutedTest, SaysWhichRequestTheOtherSideHasRepliedToLast) {
   CS_Connection::destroy(m_monitor.dialedPointer(), true);
   m_seen.waitFor([&] { return m_hasEnded; });
   EXPECT_EQ(3, m_answered);
+}
+
+// A request in the form in which it travels, behind the frames that are there already.
+void append(std::vector<unsigned char>& frames, FrameHeader header, const ValueWriter& values) {
+  header.length = static_cast<std::uint32_t>(values.size());
+  const EncodedHeader encoded = encodeHeader(header);
+  frames.insert(frames.end(), encoded.begin(), encoded.end());
+  values.forEachPiece([&](ValueWriter::Piece piece) { frames.insert(frames.end(), piece.begin(), piece.end()); });
+}
+
+TEST_F(RoutedTest, FramesThatArriveTogetherEachGoWhereTheyBelong) {
+  const CS_RCPtr<CS_Component> otherBridge =
+      m_monitor.dialed().getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)->newInstance(0);
+  const auto onConnection = makeComponent(m_monitor.dialed(), L"Caller", L"Server");
+  twice(onConnection, 1);
+  const CS_RCPtr<CS_Component> router = m_monitor.accepted()->getChild(otherBridge->getIdentifier());
+  ASSERT_EQ(CS_BridgeRouter::Routing::kMade, dynamic_cast<CS_BridgeRouter&>(*router).routeTo(m_client.accepted()));
+  const auto onOther = makeComponent(*otherBridge, L"Caller", L"Server");
+  EXPECT_EQ(2, twice(onOther, 1));
+  EXPECT_EQ(2, twice(m_component, 1));
+
+  Link& link = *m_monitor.dialed().link();
+  std::vector<unsigned char> together;
+  std::vector<std::unique_ptr<Link::Pending>> pending;
+  int value = 0;
+  for (const auto& component : {m_component, onOther, m_component, onConnection, onOther, m_component}) {
+    FrameHeader header;
+    header.number = 1;
+    header.flags = kFlagWantsReply;
+    header.bridge = component->getChannel(true)->bridge();
+    header.component = component->getIdentifier();
+    pending.push_back(std::make_unique<Link::Pending>(link, header.bridge));
+    header.correlation = pending.back()->correlation();
+    ValueWriter values;
+    values.writeInt(++value);
+    append(together, header, values);
+  }
+  link.sendFrames(together);
+  value = 0;
+  for (const auto& each : pending)
+    EXPECT_EQ(2 * ++value, ValueReader(std::make_unique<ByteSource>(each->wait(after(20000)))).readInt());
+}
+
+TEST_F(RoutedTest, WhatArrivesTogetherWithTheReleaseOfItsBridgeIsPassedOnBeforeIt) {
+  EXPECT_EQ(2, twice(m_component, 1));
+  const std::vector<unsigned char> block(40000, 1);
+  FrameHeader header;
+  header.number = 2;
+  header.bridge = m_bridge->getIdentifier();
+  header.component = m_component->getIdentifier();
+  header.correlation = 99999;
+  ValueWriter values;
+  values.writeBytes(block.data(), static_cast<int>(block.size()));
+  std::vector<unsigned char> together;
+  append(together, header, values);
+  FrameHeader release;
+  release.kind = FrameKind::kRelease;
+  release.component = m_bridge->getIdentifier();
+  ValueWriter reason;
+  reason.writeText(L"done");
+  append(together, release, reason);
+  m_monitor.dialed().link()->sendFrames(together);
+  m_seen.waitFor([&] { return m_hasEnded; });
+  EXPECT_GT(m_routedBytes, block.size());
+  EXPECT_EQ(L"done", m_reason);
+}
+
+TEST_F(RoutedTest, ARouteEndsOnce) {
+  auto& router = dynamic_cast<CS_BridgeRouter&>(*m_router);
+  router.releasedByPeer(L"first");
+  EXPECT_TRUE(m_hasEnded);
+  m_hasEnded = false;
+  router.releasedByPeer(L"second");
+  router.release();
+  EXPECT_FALSE(m_hasEnded);
+  EXPECT_EQ(L"first", m_reason);
 }
 
 }  // namespace

@@ -228,6 +228,27 @@ TEST(ClassFactory, ComponentsAreSafeWhileAnotherThreadEndsTheirConnection) {
   }
 }
 
+TEST(OutRequest, HoldsItsComponentOnceAndUntilItIsReleased) {
+  CS_ComponentServer::initialize(0, 0);
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  ConnectionPair pair;
+  const auto component = makeComponent(pair.dialed(), L"Answering", L"Answering");
+  const auto references = [&] {
+    const int count = component->addRef() - 1;
+    component->removeRef();
+    return count;
+  };
+  const int before = references();
+  CS_OutRequest request(component, 1);
+  EXPECT_EQ(before + 1, references());
+  {
+    CS_InRequest reply(request);
+    EXPECT_EQ(before + 1, references());
+  }
+  request.release();
+  EXPECT_EQ(before, references());
+}
+
 TEST(ComponentServer, RefusesToRegisterOrOfferWhatIsNotThere) {
   CS_ComponentServer::initialize(0, 0);
   CS_ComponentServer* server = CS_ComponentServer::getServer();

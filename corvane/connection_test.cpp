@@ -187,9 +187,9 @@ TEST_F(ConnectionTest, ARequestPastItsBoundToAComponentWithoutABridgeClosesTheCo
 
 TEST_F(ConnectionTest, APeerThatHasClosedIsSeenWithoutReceivingWhateverItSentBefore) {
   for (const bool sendsBefore : {false, true}) {
-    Listener listener("127.0.0.1:0");
-    auto peer = std::make_unique<Socket>(Socket::connect("127.0.0.1", listener.port(), false));
-    const Socket here = std::move(*listener.accept());
+    OwnListener listener;
+    auto peer = std::make_unique<Socket>(listener.dial());
+    const Socket here = listener.accept();
     EXPECT_FALSE(here.peerHasClosed());
     if (sendsBefore) {
       const unsigned char bytes[3] = {1, 2, 3};
@@ -232,34 +232,54 @@ TEST_F(ConnectionTest, AConnectionWhoseMonitorStandsOnItIsFreedAfterItsEnd) {
   EXPECT_EQ(held.use_count(), 1);
 }
 
-// A peer that sends, to a connection that nobody reads.
-TEST_F(ConnectionTest, APeerThatWaitsInItsSendLearnsAtOnceOfTheEndOfAConnectionThatIsStillHeld) {
-  OwnListener listener;
-  Link sender(listener.dial());
-  Link held(listener.accept());
-  std::atomic<std::size_t> sent{0};
-  std::pair<int, std::wstring> failure;
-  JoinedThread sending(
-      [&] {
+// Sends until the connection is lost, and says how.
+JoinedThread sendAll(Link& link, std::atomic<std::size_t>& sent, std::pair<int, std::wstring>& failure) {
+  return JoinedThread(
+      [&link, &sent, &failure] {
         const std::vector<unsigned char> frames(65536, 1);
-        failure = failureOf([&] {
+        try {
           for (;;) {
-            sender.sendFrames(frames);
+            link.sendFrames(frames);
             sent += frames.size();
           }
-        });
+        } catch (const CS_Exception& exception) {
+          failure = {exception.number(), exception.detail()};
+        }
       },
-      [&] { sender.end(L"the test is over"); });
-  // By now it waits, or soon will: nobody takes anything.
+      [&link] { link.end(L"the test is over"); });
+}
+
+// Until it waits, or soon will: nobody takes anything.
+void awaitStandstill(const std::atomic<std::size_t>& sent) {
   for (std::size_t before = 1; before != sent;) {
     before = sent;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  held.end(L"not needed");
-  sending.join();
-  EXPECT_EQ(kConnectionLost, failure.first);
-  EXPECT_EQ(std::wstring::npos, failure.second.find(L"takes no more data"));
-  EXPECT_EQ(L"not needed", held.reason());
+}
+
+// A peer that sends, to a connection that nobody reads; with a sender here, too, or without.
+TEST_F(ConnectionTest, APeerThatWaitsInItsSendLearnsAtOnceOfTheEndOfAConnectionThatIsStillHeld) {
+  for (const bool sendsToo : {false, true}) {
+    OwnListener listener;
+    Link peer(listener.dial());
+    Link held(listener.accept());
+    std::atomic<std::size_t> sent{0};
+    std::atomic<std::size_t> sentHere{0};
+    std::pair<int, std::wstring> failure;
+    std::pair<int, std::wstring> failureHere{kConnectionLost, L"not needed"};
+    JoinedThread sending = sendAll(peer, sent, failure);
+    JoinedThread sendingHere;
+    if (sendsToo) sendingHere = sendAll(held, sentHere, failureHere);
+    awaitStandstill(sent);
+    awaitStandstill(sentHere);
+    held.end(L"not needed");
+    sending.join();
+    if (sendsToo) sendingHere.join();
+    EXPECT_EQ(kConnectionLost, failure.first);
+    EXPECT_EQ(std::wstring::npos, failure.second.find(L"takes no more data"));
+    EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"not needed")), failureHere);
+    EXPECT_EQ(L"not needed", held.reason());
+  }
 }
 
 #ifndef _WIN32
@@ -268,7 +288,7 @@ TEST_F(ConnectionTest, WhatWasSentLastArrivesThoughAFewBytesOfThePeerWereNotRead
   Socket reading = listener.dial();
   Socket ending = listener.accept();
   const std::vector<unsigned char> crossing(100, 1);
-  const std::vector<unsigned char> last(20000, 2);
+  const std::vector<unsigned char> last(1000000, 2);  // more than is on the way at once
   const Socket::Piece ofReader[] = {crossing};
   const Socket::Piece ofEnding[] = {last};
   reading.send(ofReader);

@@ -37,8 +37,8 @@ class HeartbeatTest : public EchoTest {
   // Accepts one connection with a heartbeat and serves it; its reason is there after join().
   class Server {
    public:
-    explicit Server(Heartbeat* heartbeat) : m_listener("127.0.0.1:0") {
-      m_thread = std::thread([this, heartbeat] {
+    explicit Server(Heartbeat* heartbeat) : m_listener(OwnListener::host() + ":0") {
+      m_thread = JoinedThread([this, heartbeat] {
         m_connection = CS_Connection::accept(std::move(*m_listener.accept()), nullptr, heartbeat);
         m_reason = m_connection->serve();
         m_ended = true;
@@ -49,7 +49,7 @@ class HeartbeatTest : public EchoTest {
     Server& operator=(const Server&) = delete;
 
     int port() const { return m_listener.port(); }
-    Socket dial() const { return Socket::connect("127.0.0.1", m_listener.port(), false); }
+    Socket dial() const { return Socket::connect(OwnListener::host(), m_listener.port(), false); }
     bool hasEnded() const { return m_ended; }
     std::wstring join() {
       if (m_thread.joinable()) m_thread.join();
@@ -61,7 +61,7 @@ class HeartbeatTest : public EchoTest {
     CS_RCPtr<CS_Connection> m_connection;
     std::wstring m_reason;
     std::atomic<bool> m_ended{false};
-    std::thread m_thread;
+    JoinedThread m_thread;
   };
 
   Heartbeat m_heartbeat{kOften};
@@ -100,12 +100,12 @@ TEST_F(HeartbeatTest, AServerThatDoesNotOfferItGetsNoBeat) {
   Server old(nullptr);
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   connection->useHeartbeat(&m_impatient);
-  connection->connect(L"127.0.0.1", old.port(), CS_Connection::kDirect, false);
+  connection->connect(OwnListener::wideHost().c_str(), old.port(), CS_Connection::kDirect, false);
   EXPECT_EQ(0u, connection->peerValues().count(L"heartbeat"));
   Server other(&m_impatient);
   Link offers(other.dial());
   offers.greet(hello(true), after(20000));
-  std::thread serving([&] { connection->serve(); });
+  JoinedThread serving([&] { connection->serve(); });
   EXPECT_EQ(kSilentSoon, other.join());  // what silence ends has ended meanwhile
   EXPECT_TRUE(connection->isConnected());
   CS_Connection::destroy(connection, true);
@@ -117,8 +117,8 @@ TEST_F(HeartbeatTest, BothEndsBeatAndStayConnectedForAsLongAsTheyDo) {
   Server server(&m_heartbeat);
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   connection->useHeartbeat(&m_heartbeat);
-  connection->connect(L"127.0.0.1", server.port(), CS_Connection::kDirect, false);
-  std::thread serving([&] { connection->serve(); });
+  connection->connect(OwnListener::wideHost().c_str(), server.port(), CS_Connection::kDirect, false);
+  JoinedThread serving([&] { connection->serve(); });
   Server other(&m_heartbeat);
   Link silent(other.dial());
   silent.greet(hello(true), after(20000));
@@ -131,16 +131,16 @@ TEST_F(HeartbeatTest, BothEndsBeatAndStayConnectedForAsLongAsTheyDo) {
 }
 
 TEST_F(HeartbeatTest, AServerThatIsSilentIsGivenUpToo) {
-  Listener listener("127.0.0.1:0");
+  Listener listener(OwnListener::host() + ":0");
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   connection->useHeartbeat(&m_impatient);
   std::unique_ptr<Link> server;
-  std::thread accepting([&] {
+  JoinedThread accepting([&] {
     server = std::make_unique<Link>(std::move(*listener.accept()));
     EXPECT_EQ(L"1", server->awaitGreeting(after(20000)).at(L"heartbeat"));
     server->welcome(hello(true));
   });
-  connection->connect(L"127.0.0.1", listener.port(), CS_Connection::kDirect, false);
+  connection->connect(OwnListener::wideHost().c_str(), listener.port(), CS_Connection::kDirect, false);
   accepting.join();
   EXPECT_EQ(kSilentSoon, connection->serve());
 }
@@ -174,7 +174,7 @@ TEST_F(HeartbeatTest, ABeatNeverWaitsBehindDataThatThePeerDoesNotTake) {
   NarrowPair pair;
   Link link(std::move(pair.dialed));
   const auto bytes = unlikeBytes(200000);
-  std::thread sender([&] { EXPECT_ANY_THROW(link.sendFrames(bytes)); });
+  JoinedThread sender([&] { EXPECT_ANY_THROW(link.sendFrames(bytes)); });
   EXPECT_EQ(100u, receiveAll(pair.accepted, 100).size());  // it is sending, and must wait: no buffer holds that much
   for (int i = 0; i < 1000; ++i)
     link.beat();
@@ -215,15 +215,15 @@ TEST_F(HeartbeatTest, AProgramThatIsBusyWithAJobIsNotGivenUpAndGivesNobodyUp) {
   Server server(&m_heartbeat);
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   connection->useHeartbeat(&m_heartbeat);
-  connection->connect(L"127.0.0.1", server.port(), CS_Connection::kDirect, false);
-  std::thread serving([&] { connection->serve(); });
+  connection->connect(OwnListener::wideHost().c_str(), server.port(), CS_Connection::kDirect, false);
+  JoinedThread serving([&] { connection->serve(); });
   // The component on the bridge does not come back from a request, and behind it the bridge's frames fill up until the
   // server's reader waits: so it is with a job and a disk that stands still.
   m_seen.mayAnswer = false;
   const CS_RCPtr<CS_Component> bridge =
       connection->getClassFactory(CS_Bridge::m_className, CS_Bridge::m_className, true)->newInstance(0);
   const auto component = makeComponent(*bridge, L"Caller", L"Server");
-  std::thread job([&] {
+  JoinedThread job([&] {
     try {
       CS_OutRequest(component, 6).execute();
       for (int i = 0; i < 40; ++i)

@@ -130,6 +130,50 @@ TEST_F(NoticeTest, IsInTheOwnLogWhenThePeerIsAway) {
   EXPECT_EQ((Lines{"job: \"Report\" was printed"}), log.lines());
 }
 
+TEST_F(NoticeTest, ARecordThatTravelsIsInTheOwnLogAsWellConnectedOrNot) {
+  LocalLog log;
+  ConnectionPair pair;
+  const auto monitor = monitorOn(pair);
+  monitor->recordText(corvane::kLevelFailure, corvane::kCategory, L"no port")->report(true);
+  CS_Connection::destroy(pair.dialedPointer(), true);
+  monitor->recordText(corvane::kLevelFailure, corvane::kCategory, L"no paper")->report(true);
+  EXPECT_EQ((Lines{"failure: no port", "failure: no paper"}), log.records());
+}
+
+TEST_F(NoticeTest, AReportThatIsClosedWithAFlushFlushesTheOwnLog) {
+  class Flushed : public corvane::LogSink {
+   public:
+    explicit Flushed(int& count) : m_count(count) {}
+    void write(std::string_view) noexcept override {}
+    void flush() noexcept override { ++m_count; }
+
+   private:
+    int& m_count;
+  };
+  int flushed = 0;
+  ConnectionPair pair;
+  const auto monitor = monitorOn(pair);
+  corvane::LocalMonitor::instance().setSink(std::make_unique<Flushed>(flushed));
+  const auto report = monitor->recordText(corvane::kLevelFailure, corvane::kCategory, L"no port");
+  report->report(false);
+  EXPECT_EQ(0, flushed);
+  report->report(true);
+  EXPECT_EQ(1, flushed);
+  CS_ProgramMonitor::getLocalMonitor()->report(true);
+  EXPECT_EQ(2, flushed);
+  corvane::LocalMonitor::instance().setSink(nullptr);
+}
+
+TEST_F(NoticeTest, AMonitorWhoseConnectionHasEndedIsNoLongerTheDefaultOne) {
+  ConnectionPair pair;
+  const auto monitor = monitorOn(pair);
+  CS_ProgramMonitor::setDefaultMonitor(monitor);
+  EXPECT_EQ(monitor.get(), CS_ProgramMonitor::getDefaultMonitor().get());
+  CS_Connection::destroy(pair.dialedPointer(), true);
+  EXPECT_EQ(CS_ProgramMonitor::getLocalMonitor().get(), CS_ProgramMonitor::getDefaultMonitor().get());
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+}
+
 #ifdef _WIN32
 TEST_F(NoticeTest, NeedsNoMemoryToReachTheOwnLog) {
   LocalLog log;

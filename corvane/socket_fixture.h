@@ -3,6 +3,7 @@
 #include "corvane/component_server.h"
 #include "corvane/network.h"
 #include "corvane/socket.h"
+#include "tests/support/own_listener.h"
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -17,7 +18,7 @@ class NarrowPair {
     const std::intptr_t listener = make();
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = ::inet_addr(OwnListener::host().c_str());
     auto* const any = reinterpret_cast<sockaddr*>(&address);
     corvane::SocketLength length = sizeof address;
     EXPECT_EQ(0, ::bind(corvane::native(listener), any, length));

@@ -45,7 +45,7 @@ TEST(Socket, EveryByteOfASendInPartsArrivesInItsPlace) {
   for (const std::size_t length : {bytes.size(), std::size_t{70001}, std::size_t{4096}, std::size_t{333}}) {
     NarrowPair pair;
     std::vector<unsigned char> came;
-    std::thread receiver([&] { came = receiveAll(pair.accepted, bytes.size()); });
+    std::jthread receiver([&] { came = receiveAll(pair.accepted, bytes.size()); });
     pair.dialed.send(cutInto(bytes, length));
     receiver.join();
     EXPECT_TRUE(came == bytes) << "pieces of " << length << ": " << came.size() << " bytes, or others";
@@ -90,7 +90,7 @@ TEST(Socket, APeerThatTakesAFewBytesAtATimeIsGivenUpToo) {
     NarrowPair pair;
     pair.dialed.setPatience(Patience().faster(1000));
     std::atomic<bool> refused{false};
-    std::thread trickle([&] {
+    std::jthread trickle([&] {
       std::vector<unsigned char> few(100);
       while (!refused) {
         pair.accepted.receive(few, after(1));
@@ -109,7 +109,7 @@ TEST(Socket, APeerThatKeepsUpMayKeepItsSenderWaitingForMoreThanThatInTotal) {
   const Patience patience = Patience().faster(200);
   pair.dialed.setPatience(patience);
   std::atomic<bool> done{false};
-  std::thread receiver([&] {
+  std::jthread receiver([&] {
     std::vector<unsigned char> buffer(32 * 1024);
     while (!done) {
       receiveAll(pair.accepted, buffer.size());
@@ -140,7 +140,7 @@ TEST(Socket, AReceiveEndsAtItsDeadlineAndTheNextOneGetsWhatComesThen) {
 TEST(Socket, NoByteIsLostBetweenReceivesThatDoNotWait) {
   NarrowPair pair;
   const auto bytes = unlikeBytes(20000);
-  std::thread sender([&] {
+  std::jthread sender([&] {
     for (const auto& piece : cutInto(bytes, 7)) {
       const Socket::Piece pieces[] = {piece};
       pair.dialed.send(pieces);
@@ -161,7 +161,7 @@ TEST(Socket, NoByteIsLostBetweenReceivesThatDoNotWait) {
 TEST(Socket, ShutdownEndsAReceiveAndASendThatWait) {
   NarrowPair pair;
   std::atomic<int> ended{0};
-  std::thread receiver([&] {
+  std::jthread receiver([&] {
     std::vector<unsigned char> buffer(10);
     try {
       const auto came = pair.dialed.receive(buffer, std::nullopt);
@@ -170,7 +170,7 @@ TEST(Socket, ShutdownEndsAReceiveAndASendThatWait) {
     }
     ++ended;
   });
-  std::thread sender([&] {
+  std::jthread sender([&] {
     EXPECT_EQ(kConnectionLost, sendUntilRefused(pair.dialed, 1024 * 1024).first);
     ++ended;
   });
@@ -187,7 +187,7 @@ TEST(Socket, ShutdownEndsAReceiveAndASendThatWait) {
 std::atomic<int> signalsTaken{0};
 
 // Signals the thread until it has taken so many of them, or has ended.
-void interrupt(std::thread& thread, int times, const std::atomic<bool>& ended) {
+void interrupt(std::jthread& thread, int times, const std::atomic<bool>& ended) {
   const int until = signalsTaken + times;
   // Again and again: ThreadSanitizer keeps a signal back until a later one interrupts the call.
   while (signalsTaken < until && !ended) {
@@ -216,7 +216,7 @@ TEST_F(SocketSignal, DoesNotEndAReceive) {
     std::vector<unsigned char> came(10);
     std::optional<std::size_t> count;
     std::atomic<bool> ended{false};
-    std::thread receiver([&] {
+    std::jthread receiver([&] {
       const auto deadline = bounded ? std::optional<Deadline>(after(60000)) : std::nullopt;
       EXPECT_NO_THROW(count = m_pair.accepted.receive(came, deadline));
       ended = true;
@@ -234,7 +234,7 @@ TEST_F(SocketSignal, DoesNotEndAReceive) {
 TEST_F(SocketSignal, NeitherEndsASendNorDisturbsItsBytes) {
   const auto bytes = unlikeBytes(2 * 1024 * 1024);
   std::atomic<bool> ended{false};
-  std::thread sender([&] {
+  std::jthread sender([&] {
     const auto pieces = cutInto(bytes, 50001);
     EXPECT_NO_THROW(m_pair.dialed.send(pieces));
     ended = true;

@@ -148,7 +148,7 @@ TEST_F(PortListLocksTest, WaitsForThePortToBeLeftBeforeItFreesIt) {
     if (section == portSection) SetEvent(atTheLock);
   };
   DWORD result = 0;
-  std::thread deleting([&] {
+  std::jthread deleting([&] {
     result = list.DeletePort(L"CPP7");
     SetEvent(atTheEnd);
   });
@@ -175,7 +175,7 @@ TEST_F(PortListLocksTest, ServesSeveralThreadsAtOnce) {
       list.DeletePort(name);
     }
   };
-  std::thread other(work, L"CPP1");
+  std::jthread other(work, L"CPP1");
   work(L"CPP2");
   other.join();
   EXPECT_EQ(list.FindPort(L"CPP1"), nullptr);

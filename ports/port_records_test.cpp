@@ -199,7 +199,7 @@ TEST_F(PortRecordsTest, CallsAndDeletionsOfManyThreadsNeverMeetAFreedRecord) {
   std::atomic<tagPort*> handle{nullptr};
   std::atomic<bool> ends{false};
   std::atomic<int> worked{0};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (int i = 0; i < 6; ++i) {
     threads.emplace_back([&] {
       while (!ends) {
@@ -218,7 +218,7 @@ TEST_F(PortRecordsTest, CallsAndDeletionsOfManyThreadsNeverMeetAFreedRecord) {
     EXPECT_EQ(remove(L"CPP7"), 1U);
   }
   ends = true;
-  for (std::thread& thread : threads)
+  for (std::jthread& thread : threads)
     thread.join();
   EXPECT_FALSE(isLive(handle.load()));
 }

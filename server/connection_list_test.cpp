@@ -49,7 +49,7 @@ class Peer {
 
  private:
   void dial(int port, const wchar_t* className) {
-    m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
+    m_connection->connect(OwnListener::wideHost().c_str(), port, CS_Connection::kDirect, false);
     m_component = makeComponent(*m_connection, L"Asker", className);
   }
   static std::wstring ask(const CS_RCPtr<CS_Component>& component) {
@@ -93,7 +93,7 @@ class ConnectionListTest : public ::testing::Test {
       ++m_looks;
       return m_allNeeded || m_application->jobs.isNeeded(&connection);
     });
-    m_acceptor = std::thread([this] {
+    m_acceptor = std::jthread([this] {
       while (auto socket = m_listener.accept())
         m_list->serve(std::move(*socket));
     });
@@ -105,7 +105,7 @@ class ConnectionListTest : public ::testing::Test {
   }
 
   int port() const { return m_listener.port(); }
-  corvane::Socket silent() const { return corvane::Socket::connect("127.0.0.1", m_listener.port(), false); }
+  corvane::Socket silent() const { return corvane::Socket::connect(OwnListener::host(), m_listener.port(), false); }
   static bool isClosed(corvane::Socket& socket) {
     unsigned char byte;
     return socket.receive({&byte, 1}, corvane::after(0)).has_value();
@@ -129,12 +129,12 @@ class ConnectionListTest : public ::testing::Test {
                                           programs::toPath("mg_connections_" + std::to_string(corvane::processId()));
   std::shared_ptr<Log> m_log = std::make_shared<Log>(m_logFile);
   std::shared_ptr<Application> m_application;
-  corvane::Listener m_listener{"127.0.0.1:0"};
+  corvane::Listener m_listener{OwnListener::host() + ":0"};
   Places m_places;
   std::atomic<bool> m_allNeeded{false};
   std::atomic<int> m_looks{0};
   std::unique_ptr<ConnectionList> m_list;
-  std::thread m_acceptor;
+  std::jthread m_acceptor;
 };
 
 TEST_F(ConnectionListTest, ThoseWhoSayNothingMakeRoomOldestFirstAndHinderNobody) {
@@ -162,7 +162,7 @@ TEST_F(ConnectionListTest, ThoseWhoAreGreetedAndAskForNothingTakeNoOtherPlaces) 
   std::vector<CS_RCPtr<CS_Connection>> crowd;
   for (int i = 0; i < 10; ++i) {
     crowd.push_back(CS_Connection::create());
-    crowd.back()->connect(L"localhost", port(), CS_Connection::kDirect, false);
+    crowd.back()->connect(OwnListener::wideHost().c_str(), port(), CS_Connection::kDirect, false);
   }
   EXPECT_EQ(Peer(port(), kMonitor).ask(), kServed);
   for (const auto& each : crowd)

@@ -106,7 +106,7 @@ TEST_F(StartedProgramTest, LeavingEndsTheWaitAndNotTheProgram) {
   const auto program = startProgram(launch, "");
   const mg::ObjectHandle process(
       OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, static_cast<DWORD>(program->processId())));
-  std::thread leaving([&] { program->leave(); });
+  std::jthread leaving([&] { program->leave(); });
   EXPECT_EQ(program->wait(), std::nullopt);
   leaving.join();
   EXPECT_EQ(WaitForSingleObject(process.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));

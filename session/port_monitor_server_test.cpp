@@ -70,10 +70,10 @@ TEST_F(PortMonitorServerTest, LaterUsesGetTheSameInstance) {
 
 TEST_F(PortMonitorServerTest, ThreadsThatCallAtOnceGetOneInstance) {
   CS_RCPtr<PortMonitorServer> instances[4];
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (auto& instance : instances)
     threads.emplace_back([&] { instance = PortMonitorServer::getInstance(); });
-  for (std::thread& thread : threads)
+  for (std::jthread& thread : threads)
     thread.join();
   for (auto& instance : instances)
     EXPECT_EQ(instance.get(), instances[0].get());

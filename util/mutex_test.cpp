@@ -34,7 +34,7 @@ TEST(Mutex, KeepsTwoThreadsApart) {
       ++counter;
     }
   };
-  std::thread other(work);
+  std::jthread other(work);
   work();
   other.join();
   EXPECT_EQ(counter, 2 * kRounds);

@@ -271,7 +271,7 @@ TEST(ObjectMap, LetsSeveralThreadsInsertAndRemoveAtOnce) {
       map.count();
     }
   };
-  std::thread other(work, L'a');
+  std::jthread other(work, L'a');
   work(L'b');
   other.join();
   EXPECT_EQ(static_cast<std::size_t>(std::distance(map.begin(), map.end())), map.count());

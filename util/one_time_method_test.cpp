@@ -85,11 +85,11 @@ TEST(OneTimeMethod, LetsOtherThreadsSeeTheStateOrWaitForTheEnd) {
     inside.set();
     goOn.wait();
   };
-  std::thread running([&] { EXPECT_EQ(method.run(false, 0), 8); });
+  std::jthread running([&] { EXPECT_EQ(method.run(false, 0), 8); });
   inside.wait();
   EXPECT_EQ(method.run(false, 0), 4);
   EXPECT_EQ(method.wait(0), 9);
-  std::thread waiting([&] { EXPECT_EQ(method.run(true, 0), 3); });
+  std::jthread waiting([&] { EXPECT_EQ(method.run(true, 0), 3); });
   goOn.set();
   waiting.join();
   running.join();

@@ -27,7 +27,7 @@ TEST(Signal, IsSharedByItsNameAndStartsAsItsFirstMakerSays) {
 TEST(Signal, WakesAThreadThatWaitsWithoutLimit) {
   Signal signal;
   Signal answer;
-  std::thread waiting([&] {
+  std::jthread waiting([&] {
     EXPECT_EQ(signal.wait(0xFFFFFFFF), WAIT_OBJECT_0);
     answer.set();
   });

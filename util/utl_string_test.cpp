@@ -104,11 +104,21 @@ TEST(UtlString, ComparesCaseAndLength) {
   EXPECT_TRUE(UTL_String(L"") == UTL_String());
 }
 
+TEST(UtlString, ComparesTheNarrowFormsEvenWhereTheyTellLessThanTheWideOnes) {
+  const UTL_String middle(L"\u4e2d");
+  const UTL_String text(L"\u6587");
+  ASSERT_STREQ(middle.narrow(), text.narrow()) << "the code page of the tests has neither";
+  EXPECT_TRUE(middle == text);
+}
+
 TEST(UtlString, OrdersByTheWideForms) {
   EXPECT_TRUE(UTL_String(L"a") < UTL_String(L"b"));
   EXPECT_TRUE(UTL_String(L"Z") < UTL_String(L"a"));
   EXPECT_TRUE(UTL_String() < UTL_String(L"a"));
   EXPECT_FALSE(UTL_String(L"a") < UTL_String(L"a"));
+  // The code page has "?" for it, which would come first.
+  EXPECT_TRUE(UTL_String(L"a") < UTL_String(L"\u4e2d"));
+  EXPECT_FALSE(UTL_String(L"\u4e2d") < UTL_String(L"a"));
 }
 
 TEST(UtlString, CutsNothingOffALongText) {

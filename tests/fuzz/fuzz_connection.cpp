@@ -88,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) return 0;
   corvane::Socket peer(ends[0]);
-  std::thread sender([&] {
+  std::jthread sender([&] {
     try {
       const std::vector<unsigned char> first = opening();
       const corvane::Socket::Piece pieces[] = {first, {data, size}};

@@ -58,7 +58,7 @@ TEST(Arrival, ManyJobsAtOnceArriveEachInItsOwnFile) {
   Scene scene;
   const auto first = scene.startClient(5, {"Laser-2"});
   const auto second = scene.startClient(6, {"Laser-2"});
-  std::vector<std::thread> jobs;
+  std::vector<std::jthread> jobs;
   std::array<int, 8> results = {};
   for (std::size_t i = 0; i < results.size(); ++i) {
     jobs.emplace_back([&scene, &results, i] {
@@ -67,7 +67,7 @@ TEST(Arrival, ManyJobsAtOnceArriveEachInItsOwnFile) {
                          someData(300000 + i), 10000 + i);
     });
   }
-  for (std::thread& job : jobs)
+  for (std::jthread& job : jobs)
     job.join();
   EXPECT_THAT(results, ::testing::Each(1));
   EXPECT_THAT(scene.files(5), ElementsAre("job0.prn", "job2.prn", "job4.prn", "job6.prn"));

@@ -287,7 +287,7 @@ TEST(Crowds, OfUnprovenReplayedReflectedAndCutConnectionsNoneIsServedAndJobsArri
   const auto before = jobTime(scene, key, "before", 100);
   std::atomic<int> tried{0};
   std::atomic<int> served{0};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   const auto begin = std::chrono::steady_clock::now();
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
@@ -299,7 +299,7 @@ TEST(Crowds, OfUnprovenReplayedReflectedAndCutConnectionsNoneIsServedAndJobsArri
   do {
     during.push_back(jobTime(scene, key, "during " + std::to_string(during.size()) + " ", 1));
   } while (tried < count);
-  for (std::thread& thread : threads)
+  for (std::jthread& thread : threads)
     thread.join();
   const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   EXPECT_EQ(served, 0);

@@ -116,7 +116,7 @@ class Endurance : public ::testing::Test {
   Microseconds print(int jobsOfEachClient) {
     Microseconds times;
     std::mutex lock;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (std::size_t i = 0; i < m_clients.size(); ++i) {
       threads.emplace_back([&, session = kFirstSession + static_cast<int>(i)] {
         int job = 0;
@@ -133,7 +133,7 @@ class Endurance : public ::testing::Test {
         }
       });
     }
-    for (std::thread& thread : threads)
+    for (std::jthread& thread : threads)
       thread.join();
     return times;
   }

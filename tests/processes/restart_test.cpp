@@ -203,7 +203,7 @@ class Jobs {
   const Scene& m_scene;
   const int m_session;
   std::atomic<bool> m_stop{false};
-  std::thread m_thread;
+  std::jthread m_thread;
 };
 
 // MG_LONG_TESTS=1: 100 restarts under 20 clients. What it measures is printed and never asserted.
