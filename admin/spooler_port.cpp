@@ -85,15 +85,27 @@ bool addPort(const std::wstring& name) {
   return !wasThere;
 }
 
+Failure portInUse(const std::wstring& name, const std::vector<SpoolerPrinter>& users) {
+  std::string stay;
+  std::string going;
+  for (const SpoolerPrinter& printer : users) {
+    std::string& names = printer.isGoing ? going : stay;
+    names += (names.empty() ? "" : ", ") + quoted(printer.name);
+  }
+  if (!stay.empty()) {
+    return Failure(ExitCode::kInUse, "port " + quoted(name) + " is used by " + stay,
+                   "Remove these printers or give them another port first.");
+  }
+  return Failure(ExitCode::kInUse,
+                 "port " + quoted(name) + " is used by " + going +
+                     ", already deleted, which the spooler keeps until the last job has left its queue",
+                 "Let these jobs print, or delete them there, and type this again.");
+}
+
 bool deletePort(const std::wstring& name) {
   if (!hasPort(name)) return false;
-  std::string users;
-  for (const SpoolerPrinter& printer : printersOn({name}))
-    users += (users.empty() ? "" : ", ") + quoted(printer.name);
-  if (!users.empty()) {
-    throw Failure(ExitCode::kInUse, "port " + quoted(name) + " is used by " + users,
-                  "Remove these printers or give them another port first.");
-  }
+  const std::vector<SpoolerPrinter> users = printersOn({name});
+  if (!users.empty()) throw portInUse(name, users);
   sendToMonitor(L"DeletePort", name, "port " + quoted(name) + " cannot be deleted");
   if (isWine()) forgetPortInWine(name);
   if (hasPort(name)) {

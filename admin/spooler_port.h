@@ -1,5 +1,8 @@
 #pragma once
 
+#include "admin/failure.h"
+#include "admin/spooler_printer.h"
+
 #include <string>
 #include <vector>
 
@@ -18,6 +21,9 @@ std::string portNameRefusal(const std::wstring& name);
 bool addPort(const std::wstring& name);
 // False when it is not there. Printers that use it keep it from being deleted.
 bool deletePort(const std::wstring& name);
+// Why a port with these printers cannot be deleted, and what to do. One that has been deleted itself and waits for its
+// last job is not to be removed once more.
+Failure portInUse(const std::wstring& name, const std::vector<SpoolerPrinter>& users);
 
 // "CPP" and the number of the session.
 std::wstring sessionPort(unsigned session);

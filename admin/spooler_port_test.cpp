@@ -31,5 +31,21 @@ TEST(PortName, IsNotEmptyAndHasNoBlanksAtItsEnds) {
   EXPECT_EQ(portNameRefusal(L"a "), "the port name \"a \" begins or ends with a blank");
 }
 
+TEST(PortInUse, NamesThePrintersThatAreToBeRemoved) {
+  const Failure failure =
+      portInUse(L"CPP5", {{L"Laser", L"CPP5", L"", L"", L"", true}, {L"Ink", L"CPP5", L"", L"", L""}});
+  EXPECT_EQ(failure.code(), ExitCode::kInUse);
+  EXPECT_STREQ(failure.what(), "port \"CPP5\" is used by \"Ink\"");
+  EXPECT_EQ(failure.remedy(), "Remove these printers or give them another port first.");
+}
+
+TEST(PortInUse, DoesNotSendAnybodyToRemoveAPrinterThatIsDeletedAlready) {
+  const Failure failure = portInUse(L"CPP5", {{L"Laser", L"CPP5", L"", L"", L"", true}});
+  EXPECT_STREQ(failure.what(),
+               "port \"CPP5\" is used by \"Laser\", already deleted, which the spooler keeps until the last job has "
+               "left its queue");
+  EXPECT_EQ(failure.remedy(), "Let these jobs print, or delete them there, and type this again.");
+}
+
 }  // namespace
 }  // namespace admin

@@ -56,7 +56,8 @@ std::vector<SpoolerPrinter> localPrinters() {
   std::vector<SpoolerPrinter> printers;
   for (const PRINTER_INFO_2W& printer : list) {
     printers.push_back({text(printer.pPrinterName), text(printer.pPortName), text(printer.pDriverName),
-                        text(printer.pPrintProcessor), text(printer.pComment)});
+                        text(printer.pPrintProcessor), text(printer.pComment),
+                        (printer.Status & PRINTER_STATUS_PENDING_DELETION) != 0});
   }
   return printers;
 }

@@ -12,6 +12,8 @@ struct SpoolerPrinter {
   std::wstring driver;
   std::wstring processor;
   std::wstring comment;
+  // Deleted already, and kept by the spooler until the last job has left its queue.
+  bool isGoing = false;
 };
 
 // Everything throws a SystemFailure that names the printer.
