@@ -15,6 +15,8 @@ namespace {
 
 // Comes in place of the system's call when it is set.
 std::function<int(const char* from, const char* to)> g_renaming;
+std::function<ssize_t(const void* bytes, std::size_t size)> g_writing;
+std::function<int()> g_syncing;
 
 int renameForReal(const char* from, const char* to, unsigned flags) {
   return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, flags));
@@ -24,6 +26,14 @@ int renameForReal(const char* from, const char* to, unsigned flags) {
 
 int renameat2(int, const char* from, int, const char* to, unsigned flags) noexcept {
   return g_renaming ? g_renaming(from, to) : renameForReal(from, to, flags);
+}
+
+extern "C" ssize_t write(int file, const void* bytes, std::size_t size) {
+  return g_writing ? g_writing(bytes, size) : syscall(SYS_write, file, bytes, size);
+}
+
+int fsync(int file) {
+  return g_syncing ? g_syncing() : static_cast<int>(syscall(SYS_fsync, file));
 }
 
 namespace printclient {
@@ -41,6 +51,8 @@ class DiskFileTest : public ::testing::Test {
   }
   void TearDown() override {
     g_renaming = nullptr;
+    g_writing = nullptr;
+    g_syncing = nullptr;
     fs::remove_all(m_folder);
   }
 
@@ -125,6 +137,59 @@ TEST_F(DiskFileTest, WhoIsQuickEnoughToReplaceItDuringTheRenamingIsNotReported) 
   DiskFile file(m_folder / ".part");
   fill(file);
   EXPECT_THROW(file.renameTo(m_folder / "a.txt"), std::runtime_error);
+}
+
+TEST_F(DiskFileTest, WhatIsTakenInPartOrInterruptedIsWrittenOn) {
+  DiskFile file(m_folder / ".part");
+  std::string written;
+  int calls = 0;
+  g_writing = [&](const void* bytes, std::size_t) -> ssize_t {
+    if (++calls % 2 == 1) {
+      errno = EINTR;
+      return -1;
+    }
+    written.push_back(*static_cast<const char*>(bytes));
+    return 1;
+  };
+  fill(file);
+  g_writing = nullptr;
+  EXPECT_EQ(written, "mine");
+  EXPECT_EQ(calls, 8);
+}
+
+TEST_F(DiskFileTest, ADiskThatTakesNothingIsFull) {
+  DiskFile file(m_folder / ".part");
+  g_writing = [](const void*, std::size_t) -> ssize_t { return 0; };
+  try {
+    fill(file);
+    ADD_FAILURE() << "it was written";
+  } catch (const std::system_error& failure) {
+    EXPECT_EQ(failure.code().value(), ENOSPC);
+  }
+}
+
+TEST_F(DiskFileTest, DataThatDoNotReachTheDiskAreAFailure) {
+  DiskFile file(m_folder / ".part");
+  int calls = 0;
+  g_syncing = [&calls] {
+    ++calls;
+    errno = EIO;
+    return -1;
+  };
+  EXPECT_THROW(file.sync(), std::system_error);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST_F(DiskFileTest, ItsNewNameReachesTheDisk) {
+  DiskFile file(m_folder / ".part");
+  fill(file);
+  int calls = 0;
+  g_syncing = [&calls] {
+    ++calls;
+    return 0;
+  };
+  EXPECT_TRUE(file.renameTo(m_folder / "a.txt"));
+  EXPECT_EQ(calls, 1);
 }
 
 TEST_F(DiskFileTest, IsNotTakenForAbandonedWhileItsNameIsTaken) {
