@@ -1,7 +1,7 @@
 #include "corvane/connection.h"
 
 #include "corvane/echo_fixture.h"
-#include "corvane/link.h"
+#include "corvane/link_fixture.h"
 #include "corvane/program_monitor_c.h"
 
 #include <atomic>
@@ -82,6 +82,54 @@ TEST_F(ConnectionTest, ARequestBeforeTheChannelIsStartedIsRefusedHere) {
   const CS_RCPtr<CS_Component> component = pair.dialed().getClassFactory(L"Caller", L"Server", true)->newInstance(0);
   ASSERT_TRUE(component);
   EXPECT_EQ(kMissingObject, failureOf([&] { CS_OutRequest request(component, 1); }).first);
+}
+
+TEST_F(ConnectionTest, PartOfABlockIsSentFromItsPlace) {
+  ConnectionPair pair;
+  const auto component = makeComponent(pair.dialed(), L"Caller", L"Server");
+  const unsigned char block[] = {1, 2, 4, 8, 16};
+  CS_OutRequest request(component, 2);
+  request.write(block, 2, 2);
+  request.execute();
+  EXPECT_EQ(2, askInt(component, 3));
+  EXPECT_EQ(4u + 8, m_seen.sum);
+  CS_OutRequest bad(component, 2);
+  EXPECT_EQ(kBadArgument, failureOf([&] { bad.write(block, -1, 2); }).first);
+  EXPECT_EQ(kBadArgument, failureOf([&] { bad.write(nullptr, 0, 2); }).first);
+}
+
+TEST_F(ConnectionTest, TheTimeForAReplyBeginsBeforeItsRequestIsSent) {
+  const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
+  OwnListener listener;
+  Happening hasStarted;
+  std::jthread server([&] {
+    Link link(listener.accept());
+    link.awaitGreeting(after(20000));
+    link.welcome({});
+    EXPECT_TRUE(hasStarted.await());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // more than the time for the reply
+    FrameTaker taker;
+    taker.take = [&](const Frame& frame) {
+      if (!frame.header.wantsReply() || frame.header.hasMore()) return;
+      FrameHeader header = frame.header;
+      header.kind = FrameKind::kReply;
+      header.flags = 0;
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));  // a reply that is there already would be taken
+      link.send(header, ValueWriter());
+    };
+    link.setHandler(&taker);
+    link.serve();
+    link.setHandler(nullptr);
+  });
+  connection->connect(OwnListener::wideHost().c_str(), listener.port(), CS_Connection::kDirect, false);
+  const auto component = makeComponent(*connection, L"Caller", L"Server");
+  const std::vector<unsigned char> block(16 * 1024 * 1024);  // more than the system holds
+  CS_OutRequest request(component, 1);
+  request.write(block.data(), static_cast<int>(block.size()));
+  CS_InRequest reply(request);
+  hasStarted.happen();
+  EXPECT_EQ(kReplyTimedOut, failureOf([&] { request.execute(reply, 200); }).first);
+  CS_Connection::destroy(connection, true);
 }
 
 TEST_F(ConnectionTest, AReplyAfterItsTimeIsDroppedAndTheNextOneIsRight) {

@@ -136,9 +136,44 @@ TEST(Connection, SaysWhatIsWrongWhenNobodyListens) {
 }
 
 TEST(Connection, RefusesAPortThatIsNone) {
-  EXPECT_THROW(CS_Connection::create()->connect(L"localhost", 0, 256, false), CS_Exception);
-  EXPECT_THROW(CS_Connection::create()->connect(L"localhost", 65536, 256, false), CS_Exception);
-  EXPECT_THROW(CS_Connection::create()->connect(nullptr, 1, 256, false), CS_Exception);
+  const auto numberOf = [](const wchar_t* host, int port) {
+    try {
+      CS_Connection::create()->connect(host, port, CS_Connection::kDirect, false);
+    } catch (const CS_Exception& exception) {
+      return exception.number();
+    }
+    return 0;
+  };
+  CS_ComponentServer::initialize(0, 0);
+  for (const int port : {-1, 0, 65536})
+    EXPECT_EQ(kBadArgument, numberOf(L"localhost", port)) << port;
+  EXPECT_EQ(kBadArgument, numberOf(nullptr, 1));
+}
+
+TEST(Connection, TakesNoServerOfAnotherVersion) {
+  CS_ComponentServer::initialize(0, 0);
+  OwnListener listener;
+  std::jthread server([&] {
+    Socket socket = listener.accept();
+    FrameHeader header;
+    header.kind = FrameKind::kWelcome;
+    header.number = 2;
+    ValueWriter values;
+    values.writeText(L"corvane");
+    values.writeInt(0);
+    const auto bytes = greeting(header, values);
+    const Socket::Piece pieces[] = {bytes};
+    socket.send(pieces);
+    std::vector<unsigned char> rest(1000);
+    while (socket.receive(rest, after(20000)).value_or(0) > 0) {
+    }
+  });
+  try {
+    CS_Connection::create()->connect(OwnListener::wideHost().c_str(), listener.port(), CS_Connection::kDirect, false);
+    FAIL() << "it speaks something else";
+  } catch (const CS_Exception& exception) {
+    EXPECT_STREQ(L"the other side speaks version 2 of the protocol, this one version 1", exception.detail());
+  }
 }
 
 TEST(Listener, SaysWhatIsWrongWithAnAddress) {

@@ -108,6 +108,7 @@ TEST_F(CachedPrinterListTest, ASessionWithoutAPortGetsAnEmptyListToRelease) {
   ReleaseCachedPrinterList(&m_list);
   EXPECT_EQ(m_list, nullptr);
   EXPECT_EQ(asked(), 0u);
+  EXPECT_EQ(m_world.peer().lines()[0], "connect") << "the instance comes before the port is looked for";
 }
 
 TEST_F(CachedPrinterListTest, ARefusedFirstFillFailsOnceAndStaysEmptyFromThenOn) {

@@ -62,6 +62,13 @@ TEST_F(PortMonitorServerTest, TheFirstUseConnectsInstallsTheMonitorAndStandsOnAB
                           "request 7 LaunchApplication: text \"a\", text \"b\", boolean false"));
 }
 
+TEST_F(PortMonitorServerTest, TheMonitorOfItsConnectionIsTheOneThatItInstalled) {
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  const CS_RCPtr<CS_ProgramMonitor> installed = CS_ProgramMonitor::getDefaultMonitor();
+  CS_ProgramMonitor::setDefaultMonitor(&m_world.records().monitor());
+  EXPECT_EQ(instance->getRootOwner()->getProgramMonitor().get(), installed.get());
+}
+
 TEST_F(PortMonitorServerTest, LaterUsesGetTheSameInstance) {
   const CS_RCPtr<PortMonitorServer> first = PortMonitorServer::getInstance();
   EXPECT_EQ(PortMonitorServer::getInstance().get(), first.get());

@@ -6,9 +6,9 @@
 
 #include <winsock2.h>
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <numeric>
 
 MG_IMPORT_SEAM(L"ws2_32.dll", WSASend, SOCKET_ERROR)
 
@@ -33,9 +33,13 @@ class PrintServerTest : public testing::Test {
     return requests;
   }
 
+  // Bytes of which no chunk is like another.
   std::vector<unsigned char> makeFinalData(int length) {
     std::vector<unsigned char> bytes(static_cast<std::size_t>(length));
-    std::iota(bytes.begin(), bytes.end(), static_cast<unsigned char>(1));
+    std::generate(bytes.begin(), bytes.end(), [state = 1u]() mutable {
+      state = state * 1664525u + 1013904223u;
+      return static_cast<unsigned char>(state >> 24);
+    });
     m_job.finalData = new unsigned char[bytes.size()];
     std::copy(bytes.begin(), bytes.end(), m_job.finalData);
     m_job.finalDataLength = length;
@@ -133,6 +137,19 @@ TEST_F(PrintServerTest, FinalDataLeaveInChunksOf32768Bytes) {
   EXPECT_THAT(requests(), ElementsAre(name + "int 32768, bytes 32768", name + "int 32768, bytes 32768",
                                       name + "int 4464, bytes 4464"));
   EXPECT_EQ(m_world.peer().bytes(), data);
+}
+
+TEST_F(PrintServerTest, BytesSentHaveCountedAChunkWhenItIsSentAlsoOneWhoseSendFails) {
+  m_job.settings[3] = 2;
+  makeFinalData(70000);
+  std::vector<int> counted;
+  WSASendSeam.watch = [&](SOCKET, LPWSABUF, DWORD, LPDWORD, DWORD, LPWSAOVERLAPPED,
+                          LPWSAOVERLAPPED_COMPLETION_ROUTINE) { counted.push_back(m_job.bytesSent); };
+  WSASendSeam.fail(2, SOCKET_ERROR, WSAECONNRESET);
+  EXPECT_EQ(m_stream->WriteJob(&m_job, nullptr, 0), 0);
+  WSASendSeam.restore();
+  EXPECT_THAT(counted, ElementsAre(32768, 65536));
+  EXPECT_EQ(m_job.bytesSent, 65536);
 }
 
 TEST_F(PrintServerTest, FinalDataOfOneChunkLeaveAsOneRequest) {
