@@ -59,6 +59,7 @@ std::shared_ptr<aps::Application> makeApplication() {
   aps::SessionTable::Limits limits;
   limits.sessions = 3;
   limits.printers = 4;
+  limits.clientWait = std::chrono::milliseconds(0);
   aps::Launcher::Settings launching;
   launching.programs.clear();
   auto application =

@@ -72,6 +72,7 @@ FRAMES = {
     "one": b"\x00" + frame(REQUEST, 1, 1, integer(5), ASKS, correlation=7),
     "three_cut_often": b"\x07" + frame(CREATE, 0, 1, text("A")) + frame(REQUEST, 2, 1, b"", MORE) + frame(RELEASE, 0, 1),
     "longest": b"\xff" + struct.pack("<IBBHIII", 65536, REQUEST, 0, 2, 3, 4, 5) + b"x",
+    "one_byte_short": b"\x00" + frame(REQUEST, 1, 1, integer(5))[:-1],
     "past_the_bound": b"\x00" + struct.pack("<IBBHIII", 65537, REQUEST, 0, 2, 3, 4, 5),
     "no_kind": b"\x00" + frame(0) + frame(9),
 }
