@@ -28,7 +28,7 @@ class SessionLoop {
   void stop();
 
   static constexpr std::chrono::milliseconds kFirstPause{500};
-  static constexpr std::chrono::milliseconds kLongestPause{3000};
+  static constexpr std::chrono::milliseconds kLongestPause{2000};
   static_assert(kLongestPause < std::chrono::seconds(5), "a session is to be back within 5 s of its server");
 
  private:

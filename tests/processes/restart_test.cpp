@@ -226,7 +226,7 @@ TEST(Restart, UnderClientsAndRunningJobsEveryJobArrivesOrEndsWithItsReasonAndEve
     scene.server().wait();
     if (i % 10 == 9) {  // long enough away that everybody has come to his longest pause
       for (const auto& each : client)
-        each->waitForLine("trying again every 3 s");
+        each->waitForLine("trying again every 2 s");
     }
     scene.restartServer();
     const auto since = std::chrono::steady_clock::now();
