@@ -56,8 +56,10 @@ TEST_F(LogFileTest, IsRenamedWhenTheNextLineWouldPassItsLimit) {
   EXPECT_EQ(file.write("9\n"), "");
   EXPECT_EQ(content(), "9\n");
   EXPECT_EQ(content(".1"), "1234\n5678\n");
+  EXPECT_EQ(file.write("8\n"), "");
+  EXPECT_EQ(content(), "9\n8\n");
   EXPECT_EQ(file.write("abcdefgh\n"), "");
-  EXPECT_EQ(content(".1"), "9\n");
+  EXPECT_EQ(content(".1"), "9\n8\n");
   EXPECT_THAT(files(), ::testing::ElementsAre("aps.log", "aps.log.1"));
 }
 
@@ -114,6 +116,15 @@ TEST_F(LogFileTest, WhatACrashLeftOfARotationIsInNobodysWay) {
   EXPECT_EQ(file.write("ab\n"), "");
   EXPECT_EQ(content(), "ab\n");
   EXPECT_THAT(files(), ::testing::ElementsAre("aps.log", "aps.log.1"));
+}
+
+TEST_F(LogFileTest, AFileThatIsMadeIsNothingThatSomebodyElsePutThere) {
+  put("", "of somebody else");
+  AppendFile file;
+  EXPECT_EQ(file.make(path()), std::errc::file_exists);
+  EXPECT_FALSE(file.isOpen());
+  EXPECT_FALSE(file.open(path()));
+  EXPECT_TRUE(file.isOpen());
 }
 
 TEST_F(LogFileTest, IsOpenedAnewOnlyWhenSomebodyAsksForIt) {

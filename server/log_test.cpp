@@ -111,6 +111,16 @@ TEST_F(LogTest, CountsWhatAPeerRepeatsAndKeepsRoomForTheHistoryOfJobs) {
   EXPECT_THAT(text, ContainsRegex(" 2 more of these within .* s, the latest: comes 102\n"));
 }
 
+TEST_F(LogTest, RefusalsOfManyKindsPushNoJobOutOfTheFailures) {
+  Log log(m_file);
+  log.failure("a job failed");
+  for (int i = 0; i < 640; ++i)
+    log.refusal("kind " + std::to_string(i / 10), "refused");
+  const auto kept = log.failures().latest(1000);
+  ASSERT_EQ(kept.size(), 1 + RecentLines::kLines);
+  EXPECT_EQ(kept[0].substr(kStamp), " a job failed");
+}
+
 TEST_F(LogTest, AppendsToWhatIsThere) {
   Log(m_file).line("first");
   Log(m_file).line("second");

@@ -66,6 +66,12 @@ TEST(RecentLines, OfFewPlacesTheHistoryHasHalfAndEachWhatTheOtherLeavesFree) {
   lines.add("d");
   EXPECT_THAT(lines.latest(4), ElementsAre("y", "z", "c", "d"));
   EXPECT_THAT(lines.latest(6), ElementsAre("b", "x", "y", "z", "c", "d"));
+  RecentLines refused;
+  refused.add("a");
+  for (const char* line : {"v", "w", "x", "y", "z"})
+    refused.add(line, kRefusals);
+  EXPECT_THAT(refused.latest(5), ElementsAre("a", "w", "x", "y", "z"));
+  EXPECT_THAT(refused.latest(6), ElementsAre("a", "v", "w", "x", "y", "z"));
 }
 
 }  // namespace
