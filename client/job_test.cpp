@@ -139,6 +139,25 @@ TEST_F(JobTest, SaysWhatCameUnconverted) {
     EXPECT_NE(lines().find(line), std::string::npos) << lines();
 }
 
+TEST_F(JobTest, ThatHasEndedIsNotDroppedAsWell) {
+  { Job(ticket(1), *m_output).end(); }
+  EXPECT_EQ(lines().find("dropped"), std::string::npos) << lines();
+}
+
+TEST_F(JobTest, WithoutADocumentIsCalledByItsJobNameAndSaysItsCopies) {
+  JobTicket made = ticket(1);
+  made.documentName.clear();
+  made.copies = 2;
+  Job job(made, *m_output);
+  EXPECT_NE(lines().find("receiving \"Laser-2 - Job #17\" for \"Laser-2\", 2 copies\n"), std::string::npos) << lines();
+}
+
+TEST_F(JobTest, ThatHasFailedGivesItsRoomBackAtOnce) {
+  Job job(ticket(1), *m_output);
+  job.fail(kBrokenData, "a piece of data was cut");
+  EXPECT_EQ(fileCount(), 0u);
+}
+
 TEST_F(JobTest, IsDroppedWhenItIsCut) {
   {
     Job job(ticket(1), *m_output);

@@ -60,5 +60,15 @@ TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
   EXPECT_NE(printer.message.find("there is no format \"x\""), std::string::npos);
 }
 
+TEST(PrintClientOptions, APortIsFrom1To65535) {
+  const auto codeOf = [](const std::string& server) {
+    return parseOptions({"--server", server, "--session", "5", "--printer", "L", "--output", "o"}).exitCode;
+  };
+  for (const char* good : {"h:1", "h:65535"})
+    EXPECT_EQ(codeOf(good), -1) << good;
+  for (const char* bad : {"h:0", "h:65536", "h:", ":1", "h:x"})
+    EXPECT_EQ(codeOf(bad), 2) << bad;
+}
+
 }  // namespace
 }  // namespace printclient
