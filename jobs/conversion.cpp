@@ -1,8 +1,10 @@
 #include "jobs/conversion.h"
 
+#include "corvane/local_monitor.h"
 #include "jobs/final_data.h"
 #include "jobs/print_raw_data.h"
 #include "jobs/spool_file.h"
+#include "jobs/unconverted.h"
 
 #include <cwchar>
 
@@ -15,9 +17,22 @@ int Conversion::convert() {
     return 0;
   }
   ReadDataIntoFinalBuffer(m_job);
-  if (!goesToNotepad()) return 0;
+  if (!goesToNotepad()) {
+    remarkUnconverted();
+    return 0;
+  }
   PrintRawDataViaNotepad(m_job, m_printerName);
   return 1;
+}
+
+// The printer wants PDF and gets something else; nobody else knows why.
+void Conversion::remarkUnconverted() {
+  if (m_job.failure.isNoted() || m_job.finalDataLength < 1) return;
+  m_job.remark = whyUnconverted(m_job.finalData, static_cast<std::size_t>(m_job.finalDataLength));
+  m_job.trail.add(L"%s", m_job.remark);
+  wchar_t line[512];
+  std::swprintf(line, std::size(line), L"\"%.200ls\" is %ls", m_job.jobName.wide(), m_job.remark);
+  corvane::LocalMonitor::instance().writeLine(L"job:", line);
 }
 
 bool Conversion::goesToNotepad() const {

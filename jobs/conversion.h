@@ -31,6 +31,7 @@ class Conversion {
  private:
   int convert();
   bool goesToNotepad() const;
+  void remarkUnconverted();
   void convertPostScript();
   void buildCommandLine(const TemporaryDirectory& directory);
   void startConverter();

@@ -78,14 +78,32 @@ TEST_F(JobSettingsTest, WithoutATemporaryDirectoryThePathsAreTheNamesAlone) {
   EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 
-TEST_F(JobSettingsTest, NamesOfAnyLengthAndCharacterArriveInThePaths) {
+TEST_F(JobSettingsTest, NamesOfAnyLengthAndCharacterThatTheCodePageHoldsStandInThePathsAsTheyAre) {
   m_printer.printerValue = 3;
-  const std::wstring odd = L"\xD800\u4e2d\xDC00" + std::wstring(300, L'n');
-  m_job.jobName = odd.c_str();
-  m_printer.printerName = odd.c_str();
+  for (const std::wstring& name :
+       {std::wstring(300, L'n'), std::wstring(L"B\u00fcro \u20ac %d {~} \u00e9\u0081 - Job #17"), std::wstring(L"nul"),
+        std::wstring(L" . ")}) {
+    m_job.logPath = L"";
+    m_job.jobName = name.c_str();
+    m_printer.printerName = name.c_str();
+    ConfigurePrintJobSettings(&m_job, m_printer);
+    EXPECT_EQ(m_job.logPath.wide(), L"C:\\temp\\" + name + L"-90210.log");
+    EXPECT_EQ(m_job.clientPrinterName.wide(), name);
+  }
+}
+
+// The tests' own code page is 1252; one that holds every name, as UTF-8 does, has nothing to put in its place.
+TEST_F(JobSettingsTest, WhatTheCodePageCannotTellExactlyIsReplacedInThePathsAlone) {
+  if (GetACP() != 1252) GTEST_SKIP() << "the code page is " << GetACP();
+  m_printer.printerValue = 3;
+  m_printer.printerName = L"\u65e5\u672c \uff21";
+  m_job.jobName = L"\u65e5\u672c \uff21 - Job #17";
   ConfigurePrintJobSettings(&m_job, m_printer);
-  EXPECT_EQ(m_job.logPath.wide(), L"C:\\temp\\" + odd + L"-90210.log");
-  EXPECT_EQ(m_job.clientPrinterName.wide(), odd);
+  EXPECT_STREQ(m_job.postScriptPath.wide(), L"C:\\temp\\__ _ - Job #17~465a9d425314e72d-90210.ps");
+  EXPECT_STREQ(m_job.pdfPath.wide(), L"C:\\temp\\__ _ - Job #17~465a9d425314e72d-90210.pdf");
+  EXPECT_STREQ(m_job.logPath.wide(), L"C:\\temp\\__ _ - Job #17~465a9d425314e72d-90210.log");
+  EXPECT_STREQ(m_job.clientPrinterName.wide(), L"\u65e5\u672c \uff21");
+  EXPECT_STREQ(m_job.jobName.wide(), L"\u65e5\u672c \uff21 - Job #17");
 }
 
 TEST_F(JobSettingsTest, PathsAreAppendedToWhatTheFieldsHold) {

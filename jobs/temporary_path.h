@@ -5,6 +5,8 @@
 #include <windows.h>
 
 #include <array>
+#include <cstddef>
+#include <string>
 
 namespace mg {
 
@@ -24,7 +26,17 @@ class TemporaryDirectory {
 
 // Appends the name of a job's temporary file to the path: the directory, the job's name, "-", the tick count and the
 // extension. The tick count is written as a signed number, so one of 2^31 milliseconds or more has a sign of its own.
+//
+// A file is opened by the narrow form of its path and deleted by the wide one, and both must mean the same file. So a
+// job's name that the ANSI code page cannot tell exactly, or that has characters which no file can have, stands there
+// as fileNameOf() has it. Every other name stands as it is.
 void appendTemporaryPath(UTL_String& path, const TemporaryDirectory& directory, const UTL_String& jobName, DWORD ticks,
                          const wchar_t* extension);
+
+// The job's name itself where a file can have it. Otherwise the name with "_" in place of what cannot stand, cut to
+// kMostKept characters, with "~" and 16 hexadecimal digits that tell names apart which would look alike.
+std::wstring fileNameOf(const UTL_String& jobName);
+
+inline constexpr std::size_t kMostKept = 100;
 
 }  // namespace mg

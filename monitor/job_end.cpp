@@ -53,6 +53,7 @@ JobAccount::JobAccount(ClientPrintJob& job) noexcept
       isConverted(job.settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted),
       bytesTaken(job.bytesTaken),
       bytesSent(job.bytesSent),
+      remark(job.remark),
       failure(job.failure),
       trail(job.trail),
       isTold(job.isTold) {}
@@ -100,7 +101,9 @@ void tellEndedJob(const tagPort& port, JobAccount& job, bool shown, int answer, 
   if (job.isTold) return;
   if (shown ? !job.failure.isNoted() : answer > 0) {
     job.isTold = true;
-    tell(noticeOf(port, job, shown ? L"shown" : L"delivered"), connection);
+    JobNotice notice = noticeOf(port, job, shown ? L"shown" : L"delivered");
+    notice.remark = job.remark;
+    tell(notice, connection);
     return;
   }
   if (PortRecords::instance().isDeleted(port)) blameDeletion(job.failure);

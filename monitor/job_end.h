@@ -24,6 +24,7 @@ struct JobAccount {
   bool isConverted;
   std::int64_t bytesTaken;
   std::int32_t bytesSent;
+  const wchar_t* remark;  // static storage, may be null
   JobFailure failure;
   JobTrail trail;
   bool isTold;

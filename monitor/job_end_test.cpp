@@ -32,7 +32,12 @@ TEST_F(JobEndTest, ACollectedJobIsToldWithTheBytesThatWereSent) {
   start();
   write("plain text");
   EXPECT_EQ(end(), TRUE);
-  EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 10 bytes."));
+  EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 10 bytes, sent as it "
+                                  "came: not recognised as PostScript. To get a PDF, give the printer a PostScript "
+                                  "driver."));
+  EXPECT_THAT(values(),
+              testing::Contains("remark=sent as it came: not recognised as PostScript. To get a PDF, give the "
+                                "printer a PostScript driver."));
 }
 
 TEST_F(JobEndTest, BadArgumentsReachNoJobAndTellNothing) {

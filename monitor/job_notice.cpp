@@ -53,7 +53,11 @@ void composeLine(wchar_t (&line)[kLineSize], const JobNotice& job) {
     const wchar_t* stop = length > 0 && cause[length - 1] == L'.' ? L"" : L".";
     std::swprintf(end, std::size(end), L"failed: %ls%ls %ls", cause, stop, remedyFor(job.failure->fault()));
   } else if (std::wcscmp(job.result, L"delivered") == 0) {
-    std::swprintf(end, std::size(end), L"was delivered: %lld bytes.", job.bytes);
+    if (job.remark == nullptr) {
+      std::swprintf(end, std::size(end), L"was delivered: %lld bytes.", job.bytes);
+    } else {
+      std::swprintf(end, std::size(end), L"was delivered: %lld bytes, %.400ls", job.bytes, job.remark);
+    }
   }
   wchar_t queue[256] = L"";
   if (job.queueError != ERROR_SUCCESS) {
@@ -73,6 +77,7 @@ CS_Notice makeNotice(const JobNotice& job, const wchar_t* line) {
                    {L"result", job.result},
                    {L"session", sessionOf(job.portName)},
                    {L"bytes", std::to_wstring(job.bytes)}};
+  if (job.remark != nullptr) notice.values.emplace_back(L"remark", job.remark);
   if (job.failure != nullptr) {
     notice.values.emplace_back(L"cause", job.failure->cause());
     notice.values.emplace_back(L"remedy", remedyFor(job.failure->fault()));

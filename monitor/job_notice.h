@@ -16,10 +16,11 @@ struct JobNotice {
   const wchar_t* printerName;
   const wchar_t* document;
   DWORD jobId;
-  long long bytes;            // sent to the print client
-  const JobFailure* failure;  // of a failed job, else null
-  const JobTrail* trail;      // may be null
-  DWORD queueError;           // with which the spooler refused to delete the job, or to mark it as sent; else 0
+  long long bytes;                  // sent to the print client
+  const JobFailure* failure;        // of a failed job, else null
+  const JobTrail* trail;            // may be null
+  DWORD queueError;                 // with which the spooler refused to delete the job, or to mark it as sent; else 0
+  const wchar_t* remark = nullptr;  // of a delivered job: what else is to be told of it; may be null
 };
 
 // Tells it: notice, and for a failed job entry of the event log and trail. The connection is the job's, or null.

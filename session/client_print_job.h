@@ -43,6 +43,7 @@ class ClientPrintJob {
   std::array<std::uint64_t, 2> reservedWords{};
   bool dataLost = false;        // a write failed: what the client has is not the document, and must not be ended as one
   std::int64_t bytesTaken = 0;  // bytes that the spooler has handed over and that were sent or collected
+  const wchar_t* remark = nullptr;  // what is to be told of the job when it went well; static storage
   JobFailure failure;
   JobTrail trail;
   bool isTold = false;  // how it ended was told already; nothing later tells it again

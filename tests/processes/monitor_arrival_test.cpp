@@ -64,6 +64,23 @@ TEST_F(MonitorArrival, PostScriptBecomesAPdfInDeliveryMode2) {
       "\"letter\" on \"Laser-2 (session 5)\" (session 5) was delivered: " + std::to_string(pdf.size()) + " bytes.");
 }
 
+TEST_F(MonitorArrival, PrintersOfEveryNamePrintInDeliveryMode2AndTheirFilesAreRemoved) {
+  const std::string letter = std::string(MG_SOURCE_DIR) + "/examples/letter.ps";
+  const std::vector<std::string> names = {
+      "日本語", "ＡＢ", "Büro €", "Ωmega", "🖨", "100 % 'a' $HOME", "aux", std::string(150, 'n')};
+  std::vector<std::string> printers;
+  for (const std::string& name : names)
+    printers.push_back(name + ",format=pdf");
+  const auto client = m_scene->startClient(5, printers);
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const std::string document = "letter " + std::to_string(i);
+    ASSERT_TRUE(m_wine->print(names[i] + " (session 5)", document, {"--file", WineHost::windowsPath(letter)}))
+        << names[i] << m_wine->diagnosis();
+    EXPECT_EQ(m_scene->content(5, document + ".pdf").substr(0, 5), "%PDF-") << names[i];
+  }
+  EXPECT_THAT(WineHost::temporaryFiles(), testing::Each(testing::Not(testing::HasSubstr(" - Job #"))));
+}
+
 TEST_F(MonitorArrival, LessThanFiveBytesCountAsPostScriptAndAreNotPrintedInDeliveryMode2) {
   const auto client = m_scene->startClient(5, {"Laser-2,format=pdf"});
   for (const std::size_t size : {0, 1, 2, 3, 4}) {
