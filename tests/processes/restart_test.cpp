@@ -145,7 +145,8 @@ TEST(Restart, AFileOfSessionsThatCannotBeUsedStopsNobody) {
 // Jobs that one session's user prints, one after the other, whatever becomes of the server meanwhile.
 class Jobs {
  public:
-  Jobs(const Scene& scene, int session) : m_scene(scene), m_session(session), m_thread([this] { run(); }) {}
+  Jobs(const Scene& scene, int session)
+      : m_scene(scene), m_port(scene.port()), m_session(session), m_thread([this] { run(); }) {}
   void stop() {
     m_stop = true;
     m_thread.join();
@@ -191,8 +192,8 @@ class Jobs {
   std::unique_ptr<MonitorPeer> dial() const {
     while (!m_stop) {
       try {
-        corvane::Socket::connect("localhost", static_cast<std::uint16_t>(m_scene.port()), false);
-        return std::make_unique<MonitorPeer>(m_scene.port());
+        corvane::Socket::connect("localhost", static_cast<std::uint16_t>(m_port), false);
+        return std::make_unique<MonitorPeer>(m_port);
       } catch (const CS_Exception&) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
       }
@@ -201,6 +202,7 @@ class Jobs {
   }
 
   const Scene& m_scene;
+  const int m_port;  // stays the same; the scene writes it again at each start of the server
   const int m_session;
   std::atomic<bool> m_stop{false};
   std::jthread m_thread;
