@@ -5,6 +5,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <fstream>
+#include <signal.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <thread>
@@ -110,7 +111,8 @@ void GhostscriptGate::open(int session) const {
       ::close(pipe);  // both wait only for somebody to open it
       return;
     }
-    if (processesWith(mine.string()).empty()) return;
+    pid_t shell = -1;
+    if (!(std::ifstream(mine / "process") >> shell) || ::kill(shell, 0) != 0) return;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 }
