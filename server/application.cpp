@@ -1,5 +1,6 @@
 #include "server/application.h"
 
+#include "corvane/bridge.h"
 #include "corvane/bridge_router.h"
 #include "corvane/component_server.h"
 #include "programs/administration.h"
@@ -27,6 +28,7 @@ void registerClasses(const std::shared_ptr<Application>& application) {
   registerAndOffer<SessionHost>(programs::kSessionHostClass, application);
   registerAndOffer<ProgramMonitorServer>(L"Quillfern::ComponentServer::ProgramMonitor_s", application);
   registerAndOffer<AdministrationServer>(programs::kAdministrationServerClass, application);
+  CS_ComponentServer::getServer()->offerClass(CS_Bridge::m_className);
   CS_ComponentServer::getServer()->offerClass(CS_BridgeRouter::getClassName());
 }
 

@@ -1,5 +1,6 @@
 #include "server/connection_list.h"
 
+#include "corvane/bridge.h"
 #include "corvane/exception.h"
 #include "corvane/message_numbers.h"
 #include "corvane/text.h"
@@ -14,6 +15,9 @@ namespace {
 
 // Threads of connections that were told to leave and have not ended yet.
 constexpr std::size_t kMaxLeaving = 256;
+// Bridges that a connection may ask this server for, each with a thread. The monitor's component stands on one; the
+// bridge of a job leads on and needs none.
+constexpr int kMaxBridges = 4;
 
 std::string addressOf(const std::string& peer) {
   return peer.substr(0, peer.rfind(':'));
@@ -131,6 +135,9 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
   Leaver leaver;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
+    if (className == CS_Bridge::m_className && ++position->bridges > kMaxBridges) {
+      return L"a connection gets " + std::to_wstring(kMaxBridges) + L" bridges of this server; make another connection";
+    }
     if (position->room == *room || (position->room == Room::kMonitor && *room == Room::kAdministration)) return {};
     if (position->room == Room::kClients || (position->room != Room::kArriving && *room == Room::kClients)) {
       return L"a connection is either a print client's or the monitor's; make another one";

@@ -52,6 +52,7 @@ class ConnectionList {
     Room room = Room::kArriving;
     std::string who;  // the address, then the identity that was proven
     Clock::time_point arrived;
+    int bridges = 0;      // that it has asked for
     bool isTold = false;  // to leave: it takes no place any more
     bool ended = false;
   };

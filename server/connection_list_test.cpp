@@ -1,5 +1,6 @@
 #include "server/connection_list.h"
 
+#include "corvane/bridge.h"
 #include "corvane/component_server.h"
 #include "corvane/exception.h"
 #include "corvane/in_request.h"
@@ -212,6 +213,18 @@ TEST_F(ConnectionListTest, AFullRoomTakesNothingFromTheOthers) {
   }
   for (const auto& peer : peers)
     EXPECT_EQ(peer->ask(), kServed);
+}
+
+TEST_F(ConnectionListTest, TheMonitorsComponentMayStandOnABridgeAndNoConnectionGetsManyOfThem) {
+  start();
+  Peer monitor(port(), kMonitor);
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(monitor.askFor(CS_Bridge::m_className), kServed) << i;
+  EXPECT_EQ(monitor.askFor(CS_Bridge::m_className),
+            L"a connection gets 4 bridges of this server; make another connection");
+  EXPECT_EQ(monitor.ask(), kServed);
+  Peer another(port(), CS_Bridge::m_className);
+  EXPECT_EQ(another.ask(), kServed);
 }
 
 TEST_F(ConnectionListTest, AConnectionStaysOfItsKind) {

@@ -1,5 +1,6 @@
 #include "server/places.h"
 
+#include "corvane/bridge.h"
 #include "corvane/bridge_router.h"
 #include "programs/administration.h"
 
@@ -11,7 +12,7 @@ std::optional<Room> roomFor(const std::wstring& className) {
   if (className == programs::kSessionHostClass) return Room::kClients;
   if (className == programs::kAdministrationServerClass) return Room::kAdministration;
   for (const wchar_t* name : {programs::kPortMonitorClientClass, L"Quillfern::ComponentServer::ProgramMonitor_s",
-                              CS_BridgeRouter::getClassName()}) {
+                              CS_Bridge::m_className, CS_BridgeRouter::getClassName()}) {
     if (className == name) return Room::kMonitor;
   }
   return std::nullopt;

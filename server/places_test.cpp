@@ -13,10 +13,10 @@ TEST(Places, TheFirstComponentSaysWhatAConnectionIsFor) {
   EXPECT_EQ(roomFor(L"Quillfern::NTR::SessionHost"), Room::kClients);
   EXPECT_EQ(roomFor(L"Quillfern::NTR::AdministrationServer"), Room::kAdministration);
   for (const wchar_t* name : {L"Quillfern::NTR::PortMonitorClient", L"Quillfern::ComponentServer::ProgramMonitor_s",
-                              L"Quillfern::ComponentServer::BridgeRouter"}) {
+                              L"Quillfern::ComponentServer::Bridge", L"Quillfern::ComponentServer::BridgeRouter"}) {
     EXPECT_EQ(roomFor(name), Room::kMonitor);
   }
-  EXPECT_EQ(roomFor(L"Quillfern::ComponentServer::Bridge"), std::nullopt);
+  EXPECT_EQ(roomFor(L"Quillfern::NTR::PrintClient"), std::nullopt);
   EXPECT_EQ(roomFor(L""), std::nullopt);
 }
 
