@@ -99,16 +99,6 @@ std::string WineHost::pattern(std::size_t size) {
   return data;
 }
 
-std::vector<std::string> WineHost::temporaryFiles() {
-  std::vector<std::string> names;
-  for (const auto& user : fs::directory_iterator(prefix() / "drive_c" / "users")) {
-    if (!fs::is_directory(user.path() / "Temp")) continue;
-    for (const auto& entry : fs::directory_iterator(user.path() / "Temp"))
-      names.push_back(entry.path().filename().string());
-  }
-  return names;
-}
-
 std::string WineHost::windowsPath(const fs::path& path) {
   std::string text = "Z:" + path.string();
   for (char& c : text) {

@@ -45,8 +45,6 @@ class WineHost {
   static std::string pattern(std::size_t size);
   // A path of this machine as Windows programs write it.
   static std::string windowsPath(const std::filesystem::path& path);
-  // The names of what stands in the temporary folders of the prefix.
-  static std::vector<std::string> temporaryFiles();
   // What the last print() wrote, and the records of the monitor.
   std::string diagnosis() const;
 
