@@ -58,8 +58,8 @@ std::string Launcher::refusal(const Launch& launch) const {
 
 std::string Launcher::start(const Launch& launch) {
   joinEnded();
-  std::promise<void> outcome;
-  std::future<void> started = outcome.get_future();
+  std::promise<std::string> outcome;
+  std::future<std::string> started = outcome.get_future();
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_closing) return "aps is stopping; print again when it is back";
@@ -78,20 +78,22 @@ std::string Launcher::start(const Launch& launch) {
       return std::string("no thread to wait for its end: ") + failure.what() + "; end some connections";
     }
   }
-  try {
-    started.get();
-    return "";
-  } catch (const std::exception& failure) {
-    return failure.what();
-  }
+  return started.get();
 }
 
-void Launcher::run(Position position, const Launch& launch, std::promise<void> outcome) noexcept {
+void Launcher::run(Position position, const Launch& launch, std::promise<std::string> outcome) noexcept {
   std::unique_ptr<StartedProgram> program;
   try {
     program = startProgram(launch, m_settings.command);
-  } catch (...) {
-    outcome.set_exception(std::current_exception());
+  } catch (const std::exception& failure) {
+    // As words: an exception would be given back by this thread while the other one reads it.
+    std::string refusal;
+    try {
+      refusal = failure.what();
+    } catch (const std::bad_alloc&) {
+      refusal = "out of memory";
+    }
+    outcome.set_value(std::move(refusal));
   }
   if (program) {
     try {
@@ -99,7 +101,7 @@ void Launcher::run(Position position, const Launch& launch, std::promise<void> o
                   std::to_string(program->processId()));
     } catch (...) {  // a line that cannot be made is given up
     }
-    outcome.set_value();
+    outcome.set_value({});
     watch(position, launch, *program);
   }
   const std::lock_guard<std::mutex> guard(m_lock);

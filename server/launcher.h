@@ -51,7 +51,7 @@ class Launcher {
   std::string refusal(const Launch& launch) const;
   // Starts the program on a thread that then waits for its end. An empty answer is success, otherwise the cause.
   std::string start(const Launch& launch);
-  void run(Position position, const Launch& launch, std::promise<void> outcome) noexcept;
+  void run(Position position, const Launch& launch, std::promise<std::string> outcome) noexcept;
   void watch(Position position, const Launch& launch, StartedProgram& program) noexcept;
   // Joins the threads whose programs have ended.
   void joinEnded();
