@@ -70,6 +70,18 @@ TEST_F(WindowsRunner, FilesInTheTemporaryFolderCountToo) {
   EXPECT_EQ(run({L"write", m_folder.temporary() + L"\\x"}).end, RunEnd::kOutputLimit);
 }
 
+TEST_F(WindowsRunner, WhatWasWrittenIsLookedAtAfterTheEndToo) {
+  m_limits.outputMegabytes = 0;  // the file of its output alone is more; it ends before the first look
+  EXPECT_EQ(run({L"exit", L"0"}).end, RunEnd::kOutputLimit);
+}
+
+TEST_F(WindowsRunner, TheDocumentIsTheStandardInput) {
+  m_input = m_folder.temporary() + L"\\document";
+  std::ofstream(std::filesystem::path(m_input)) << "%!PS-Adobe-3.0";
+  EXPECT_EQ(run({L"input"}).end, RunEnd::kExited);
+  EXPECT_EQ(said(), "<%!PS-Adobe-3.0>");
+}
+
 TEST_F(WindowsRunner, CrashIsNotTakenForAnExit) {
   EXPECT_EQ(run({L"crash"}).end, RunEnd::kKilled);
 }
