@@ -1,5 +1,10 @@
 #include "jobs/unconverted.h"
 
+#include "jobs/convert_job_test.h"
+#include "jobs/file_read_seam.h"
+#include "tests/support/local_log.h"
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -13,8 +18,7 @@ std::wstring why(const std::string& data) {
 TEST(WhyUnconverted, PrinterCommandsInFrontAreNamedWithTheSettingToChange) {
   const std::wstring text =
       L"sent as it came: not recognised as PostScript; printer commands (PJL) stand in front of it. Turn them off in "
-      L"the "
-      L"driver's settings, or give the printer a driver without them.";
+      L"the driver's settings, or give the printer a driver without them.";
   EXPECT_EQ(why("\x1b%-12345X@PJL JOB\r\n@PJL ENTER LANGUAGE=POSTSCRIPT\r\n%!PS-Adobe-3.0\n"), text);
   EXPECT_EQ(why("@PJL ENTER LANGUAGE=POSTSCRIPT\r\n%!PS-Adobe-3.0\n"), text);
   EXPECT_EQ(why("\x1b"
@@ -53,3 +57,37 @@ TEST(WhyUnconverted, OtherDataAreNamedForWhatTheyAre) {
 
 }  // namespace
 }  // namespace mg
+
+TEST_F(ConvertJobTest, DataThatAreSentAsTheyCameAreToldOfInTheModulesOwnLog) {
+  const LocalLog log;
+  TemporaryFolder::write(m_pdf, "");
+  TemporaryFolder::write(m_log, "");
+  TemporaryFolder::write(m_ps, "\x1b%-12345X@PJL\r\n%!PS-Adobe-3.0\nshowpage\n");
+  EXPECT_EQ(convert(), 0);
+  EXPECT_EQ(finalData(), "\x1b%-12345X@PJL\r\n%!PS-Adobe-3.0\nshowpage\n");
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_THAT(
+      log.lines()[0],
+      testing::EndsWith("\"Laser - Job #1\" is sent as it came: not recognised as PostScript; printer commands "
+                        "(PJL) stand in front of it. Turn them off in the driver's settings, or give the printer "
+                        "a driver without them."));
+  ASSERT_NE(m_job.remark, nullptr);
+  EXPECT_EQ(std::wstring(m_job.remark).find(L"sent as it came: "), 0u);
+  EXPECT_THAT(m_records.lines(), testing::IsEmpty());
+  EXPECT_FALSE(m_job.failure.isNoted());
+}
+
+TEST_F(ConvertJobTest, NothingIsToldOfAJobThatWasConvertedOrCouldNotBeRead) {
+  const LocalLog log;
+  convert();
+  EXPECT_EQ(m_job.remark, nullptr);
+  TemporaryFolder::write(m_ps, "plain text");
+  int reads = 0;
+  file_read_seam::replace([&](void* to, std::size_t size, std::size_t count, std::FILE* file) -> std::size_t {
+    if (++reads == 1) return file_read_seam::real(to, size, count, file);
+    return 0;
+  });
+  convert();
+  EXPECT_EQ(m_job.remark, nullptr);
+  EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
