@@ -12,6 +12,9 @@ namespace fs = std::filesystem;
 
 EndToEnd::EndToEnd(const std::vector<std::string>& serverOptions)
     : spooler(Spooler::get()), scene(serverOptions), root(scene.folder() / "root") {
+  // What a test that failed has left in the prefix, in this run or an earlier one, is not this test's.
+  for (const std::string& path : spooler.leftovers())
+    fs::remove_all(path);
   fs::create_directories(root / "Programs");
   fs::copy_file(fs::path(MG_WINDOWS_BIN_DIR) / "ps2pdf.exe", root / "Programs" / "ps2pdf.exe");
   spooler.configure(scene.port(), root, scene.folder() / "module.log");
