@@ -15,27 +15,11 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 namespace mg::converter {
 namespace {
-
-// Ghostscript's error and our marker are its last words; a job can say gigabytes before.
-constexpr std::streamoff kLastWords = 64 * 1024;
-
-std::string readLastWords(const std::wstring& path) {
-  std::ifstream file(std::filesystem::path(path), std::ios::binary);
-  if (!file) return "";
-  file.seekg(0, std::ios::end);
-  const std::streamoff from = std::max<std::streamoff>(0, static_cast<std::streamoff>(file.tellg()) - kLastWords);
-  file.seekg(from);
-  std::string text(kLastWords, '\0');
-  file.read(text.data(), kLastWords);
-  text.resize(static_cast<size_t>(file.gcount()));
-  return text;
-}
 
 std::wstring wide(const std::string& ascii) {
   return std::wstring(ascii.begin(), ascii.end());

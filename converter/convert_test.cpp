@@ -3,6 +3,7 @@
 
 #include "converter/convert_fixture.h"
 #include "converter/pdf_check.h"
+#include "tests/support/import_seam.h"
 
 #include <windows.h>
 
@@ -10,6 +11,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+
+MG_IMPORT_SEAM(L"kernel32.dll", MoveFileExW, FALSE)
 
 namespace mg::converter {
 namespace {
@@ -179,6 +182,16 @@ TEST_F(ConvertTest, WhatDriversAppendBehindTheDocumentIsNoError) {
 TEST_F(ConvertTest, EarlierPdfOfTheSameNameIsGoneAfterAFailure) {
   std::ofstream(std::filesystem::path(m_folder + L"\\job.pdf")) << "old";
   EXPECT_EQ(errorFor("%!PS-Adobe-3.0\nnosuchname\n").code(), ExitCode::kPostScript);
+}
+
+TEST_F(ConvertTest, AFileThatTookTheNameOfThePdfMeanwhileIsReplaced) {
+  const JobPaths paths = write(L"job", kTwoPages);
+  const ImportSeams seams;
+  MoveFileExWSeam.watch = [&](LPCWSTR, LPCWSTR to, DWORD) {
+    if (paths.output == to) std::ofstream(std::filesystem::path(to)) << "somebody else's";
+  };
+  EXPECT_EQ(convert(paths, m_limits), 2);
+  EXPECT_EQ(countPdfPages(paths.output).count, 2);
 }
 
 TEST_F(ConvertTest, DocumentWithoutAPageIsRefusedAlthoughGhostscriptWritesABlankOne) {

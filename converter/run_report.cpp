@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <fstream>
 #include <string_view>
 
 namespace mg::converter {
@@ -35,6 +36,18 @@ RunReport::Ending endingOf(std::string_view word) {
 }
 
 }  // namespace
+
+std::string readLastWords(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return "";
+  file.seekg(0, std::ios::end);
+  const std::streamoff from = std::max<std::streamoff>(0, static_cast<std::streamoff>(file.tellg()) - kLastWords);
+  file.seekg(from);
+  std::string text(kLastWords, '\0');
+  file.read(text.data(), kLastWords);
+  text.resize(static_cast<size_t>(file.gcount()));
+  return text;
+}
 
 RunReport readReport(const std::string& said, const std::string& marker) {
   const size_t at = said.rfind("\n" + marker);

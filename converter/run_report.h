@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace mg::converter {
@@ -28,6 +29,12 @@ struct RunReport {
   // Empty when there was none.
   std::string error;
 };
+
+// Bytes. Ghostscript's error and our marker are its last words; a job can say gigabytes before.
+inline constexpr int kLastWords = 64 * 1024;
+
+// The end of what was said, at most kLastWords; empty when there is no such file.
+std::string readLastWords(const std::filesystem::path& path);
 
 // Reads the report after the last `marker` at the begin of a line of what was said.
 RunReport readReport(const std::string& said, const std::string& marker);

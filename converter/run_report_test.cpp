@@ -1,5 +1,7 @@
 #include "converter/run_report.h"
 
+#include "tests/support/temporary_folder.h"
+
 #include <gtest/gtest.h>
 
 namespace mg::converter {
@@ -34,6 +36,17 @@ TEST(RunReport, WhatGhostscriptCannotNameIsLeftOut) {
 TEST(RunReport, WithoutTheMarkerAtTheBeginOfALineThereIsNone) {
   for (const char* said : {"", "x m 2 end 0 silent \n", "\nm two end 0 silent \n", "\nm \n", "\nm 2 sleep 0 silent "})
     EXPECT_EQ(readReport(said, "m ").ending, Ending::kUnknown) << said;
+}
+
+TEST(LastWords, AreTheLast64KilobytesOfWhatWasSaid) {
+  const TemporaryFolder folder;
+  const std::wstring path = folder.file(L"said.txt");
+  EXPECT_EQ(readLastWords(path), "");
+  const std::string last = "b" + std::string(65534, 'c') + "d";
+  TemporaryFolder::write(path, "a" + last);
+  EXPECT_EQ(readLastWords(path), last);
+  TemporaryFolder::write(path, "short");
+  EXPECT_EQ(readLastWords(path), "short");
 }
 
 TEST(ErrorLine, IsGhostscriptsOwnLineAboutTheError) {

@@ -1,5 +1,6 @@
 #include "converter/private_folder.h"
 #include "converter/runner.h"
+#include "tests/support/import_seam.h"
 
 #include <windows.h>
 
@@ -7,6 +8,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+
+MG_IMPORT_SEAM(L"kernel32.dll", SetInformationJobObject, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", AssignProcessToJobObject, FALSE)
 
 namespace mg::converter {
 namespace {
@@ -38,6 +42,29 @@ TEST_F(WindowsRunner, ExitCodeIsHandedBack) {
   const RunResult result = run({L"exit", L"7"});
   EXPECT_EQ(result.end, RunEnd::kExited);
   EXPECT_EQ(result.code, 7);
+}
+
+// Not every system holds a program to it, so what is asked for is looked at.
+TEST_F(WindowsRunner, TheJobObjectLimitsTheMemoryAndEndsTheProgramWithUs) {
+  const ImportSeams seams;
+  HANDLE limited = nullptr;
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+  SetInformationJobObjectSeam.watch = [&](HANDLE job, JOBOBJECTINFOCLASS kind, LPVOID data, DWORD size) {
+    EXPECT_EQ(kind, JobObjectExtendedLimitInformation);
+    ASSERT_EQ(size, sizeof limits);
+    limited = job;
+    limits = *static_cast<const JOBOBJECT_EXTENDED_LIMIT_INFORMATION*>(data);
+  };
+  HANDLE assigned = nullptr;
+  AssignProcessToJobObjectSeam.watch = [&](HANDLE job, HANDLE) { assigned = job; };
+  m_limits.memoryMegabytes = 300;
+  EXPECT_EQ(run({L"exit", L"7"}).code, 7);
+  EXPECT_EQ(limits.BasicLimitInformation.LimitFlags,
+            static_cast<DWORD>(JOB_OBJECT_LIMIT_JOB_MEMORY | JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE |
+                               JOB_OBJECT_LIMIT_DIE_ON_UNHANDLED_EXCEPTION));
+  EXPECT_EQ(limits.JobMemoryLimit, SIZE_T{300} << 20);
+  EXPECT_NE(limited, nullptr);
+  EXPECT_EQ(assigned, limited);
 }
 
 TEST_F(WindowsRunner, MissingProgramIsNotStarted) {
