@@ -64,10 +64,10 @@ CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket, corvane::H
   return connection;
 }
 
-void CS_Connection::welcome(const corvane::KeyFolder* keys) {
+void CS_Connection::welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal) {
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
-  corvane::Guest guest =
-      corvane::welcomeGuest(*m_link, ownGreeting(m_heartbeat), keys, corvane::after(kHandshakeMilliseconds));
+  corvane::Guest guest = corvane::welcomeGuest(*m_link, ownGreeting(m_heartbeat), keys,
+                                               corvane::after(kHandshakeMilliseconds), beforeRefusal);
   m_peerValues = std::move(guest.values);
   m_peerIdentity = guest.identity;
   take(m_link, 2);

@@ -37,8 +37,9 @@ class CS_Connection : public CS_Component {
                                         corvane::Heartbeat* heartbeat = nullptr);
 
   // The two steps of accept(), for whoever may have to end the connection before it is greeted, with destroy().
+  // beforeRefusal is called before a peer is told that it has not proven itself, and may wait.
   static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat = nullptr);
-  void welcome(const corvane::KeyFolder* keys);
+  void welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal = {});
 
   // From the next connect() on, this side proves to be that one with the key in the file (UTF-8), and refuses a server
   // that does not prove to have the same key. The file is read by each connect(), before anything is sent. The first

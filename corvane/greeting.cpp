@@ -35,9 +35,11 @@ std::wstring saidBy(const HelloValues& values, const wchar_t* name) {
 // What a refused peer is told, and what the exception says about it.
 class Refusal {
  public:
-  Refusal(Link& link, const HelloValues& peer) : m_link(link), m_peer(peer) {}
+  Refusal(Link& link, const HelloValues& peer, const std::function<void()>& before)
+      : m_link(link), m_peer(peer), m_before(before) {}
 
   [[noreturn]] void operator()(const wchar_t* toldToPeer, const wchar_t* why) const {
+    if (toldToPeer != nullptr && m_before) m_before();
     try {
       if (toldToPeer != nullptr) m_link.refuseGreeting(kKeyNeeded, toldToPeer);
     } catch (const CS_Exception&) {
@@ -50,6 +52,7 @@ class Refusal {
  private:
   Link& m_link;
   const HelloValues& m_peer;
+  const std::function<void()>& m_before;
 };
 
 Key keyOf(const KeyFolder& keys, const Identity& identity, const Refusal& refuse) {
@@ -108,13 +111,14 @@ HelloValues greetAs(Link& link, HelloValues own, const Credentials* credentials,
   return theirs;
 }
 
-Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline) {
+Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
+                   const std::function<void()>& beforeRefusal) {
   Guest guest{link.awaitGreeting(deadline), std::nullopt};
   if (keys == nullptr) {
     link.welcome(own);
     return guest;
   }
-  const Refusal refuse(link, guest.values);
+  const Refusal refuse(link, guest.values, beforeRefusal);
   if (!guest.values.contains(kIdentity)) {
     refuse(L"the server serves only peers that prove who they are, and this one names no key", L"it has no key");
   }

@@ -3,6 +3,7 @@
 #include "corvane/key.h"
 #include "corvane/link.h"
 
+#include <functional>
 #include <optional>
 
 namespace corvane {
@@ -25,7 +26,9 @@ struct Guest {
 };
 
 // The greeting of the listening side. With keys, returns only when the peer has proven itself; a peer that does not is
-// told why and makes this throw CS_Exception (3109) with the identity it claimed, for the log.
-Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline);
+// told why and makes this throw CS_Exception (3109) with the identity it claimed, for the log. beforeRefusal is called
+// before it is told, and may wait.
+Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
+                   const std::function<void()>& beforeRefusal = {});
 
 }  // namespace corvane

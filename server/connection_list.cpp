@@ -74,6 +74,7 @@ void ConnectionList::run(Position position) noexcept {
     try {
       serveOne(position);
     } catch (const CS_Exception& failure) {
+      if (failure.number() == corvane::kProtocolViolation) holdBack();
       const bool isAboutKeys = failure.number() == corvane::kNotProven;
       const std::string line =
           "connection from " + peer + " refused: " + programs::describe(failure) +
@@ -99,7 +100,7 @@ void ConnectionList::serveOne(Position position) {
     connection = position->connection;
   }
   const std::string peer = connection->peerName();
-  connection->welcome(m_keys);
+  connection->welcome(m_keys, [this] { holdBack(); });
   std::string who = "connection from " + peer;
   if (const auto& identity = connection->peerIdentity()) {
     who += ", " + programs::oneLine(identity->name());
@@ -127,6 +128,14 @@ void ConnectionList::serveOne(Position position) {
   const std::lock_guard<std::mutex> guard(m_lock);
   if (position->isTold) return;
   m_closing ? m_log->line(line) : m_log->refusal("ends of connections", line);
+}
+
+void ConnectionList::holdBack() {
+  std::unique_lock<std::mutex> lock(m_lock);
+  if (m_heldBack >= m_places.heldBack) return;
+  ++m_heldBack;
+  m_closed.wait_for(lock, m_places.beforeRefusal, [this] { return m_closing; });
+  --m_heldBack;
 }
 
 std::wstring ConnectionList::admit(Position position, const std::wstring& className) {
@@ -249,6 +258,7 @@ void ConnectionList::endAll() {
       if (session.connection) open.push_back(session.connection);
     }
     m_someEnded.notify_all();
+    m_closed.notify_all();
   }
   for (const auto& connection : open)
     CS_Connection::destroy(connection, true);

@@ -66,6 +66,9 @@ class ConnectionList {
 
   void run(Position position) noexcept;
   void serveOne(Position position);
+  // Lets a peer that has proven nothing wait for its refusal, so that one which comes again and again takes little of
+  // this machine's time; only some wait at once, the others are told directly.
+  void holdBack();
   // Gives the connection its place when it asks for the first component of a kind. Why it gets no component of that
   // class; empty when it does.
   std::wstring admit(Position position, const std::wstring& className);
@@ -89,6 +92,8 @@ class ConnectionList {
   corvane::Heartbeat m_heartbeat;
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_someEnded;
+  std::condition_variable m_closed;
+  std::size_t m_heldBack = 0;
   std::list<Session> m_sessions;
   bool m_closing = false;
   std::thread m_watcher;

@@ -13,7 +13,10 @@
 #include "server/application.h"
 #include "tests/support/connection_pair.h"
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
@@ -309,6 +312,62 @@ TEST_F(ConnectionListTest, OneSessionsKeyTakesItsOwnPlacesOnly) {
     monitors.push_back(std::make_unique<Peer>(port(), kMonitor, Identity::monitor(), files.path("monitor.key")));
     EXPECT_EQ(monitors.back()->ask(), kServed);
   }
+}
+
+TEST_F(ConnectionListTest, WhoProvesNothingWaitsForItsRefusalSomeAtOnceAndNobodyElseDoes) {
+  const keys::KeyFiles files;
+  files.add("session-5", '5');
+  const corvane::KeyFolder folder = files.folder();
+  m_places.beforeRefusal = std::chrono::hours(1);
+  m_places.heldBack = 2;
+  start(&folder);
+  // What a peer without a key is told at last; never anything good.
+  const auto knock = [&] {
+    try {
+      Peer(port(), kClient);
+    } catch (const CS_Exception& failure) {
+      return failure.number();
+    }
+    return 0;
+  };
+  std::vector<std::future<int>> strangers;
+  for (int i = 0; i < 3; ++i)
+    strangers.push_back(std::async(std::launch::async, knock));
+  const auto waiting = [&] {
+    return std::count_if(strangers.begin(), strangers.end(), [](const std::future<int>& stranger) {
+      return stranger.wait_for(std::chrono::seconds(0)) != std::future_status::ready;
+    });
+  };
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (waiting() == 3 && std::chrono::steady_clock::now() < limit)
+    std::this_thread::yield();
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(knock(), corvane::kKeyNeeded) << "two wait already";
+  EXPECT_EQ(waiting(), 2);
+  EXPECT_EQ(Peer(port(), kClient, Identity::session(5), files.path("session-5.key")).ask(), kServed);
+  stop();
+  for (std::future<int>& stranger : strangers)
+    EXPECT_THAT(stranger.get(), ::testing::AnyOf(corvane::kKeyNeeded, corvane::kConnectFailed));
+}
+
+TEST_F(ConnectionListTest, WhoSpeaksAnotherProtocolWaitsForItsEndToo) {
+  m_places.beforeRefusal = std::chrono::hours(1);
+  m_places.heldBack = 1;
+  start();
+  const std::vector<unsigned char> text(64, 'G');
+  std::vector<corvane::Socket> strangers;
+  for (int i = 0; i < 2; ++i) {
+    strangers.push_back(silent());
+    strangers.back().send(std::array<corvane::Socket::Piece, 1>{corvane::Socket::Piece(text)});
+  }
+  const auto closed = [&] { return std::count_if(strangers.begin(), strangers.end(), isClosed); };
+  while (closed() == 0)
+    std::this_thread::yield();
+  Peer peer(port(), kMonitor);
+  EXPECT_EQ(peer.ask(), kServed);
+  EXPECT_EQ(closed(), 1);
+  stop();
+  EXPECT_EQ(closed(), 2);
 }
 
 TEST_F(ConnectionListTest, PastTheBoundOfAllTheNewOneIsTurnedAwayWhenNobodyCanMakeRoom) {

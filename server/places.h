@@ -36,6 +36,10 @@ struct Places {
   std::chrono::milliseconds administrationIdle{600000};
   std::chrono::milliseconds lookEvery{1000};
 
+  // A peer that proves nothing is told so after a moment, and so many wait for that at once.
+  std::chrono::milliseconds beforeRefusal{10};
+  std::size_t heldBack = 64;
+
   std::size_t limitOf(Room room) const;
   std::optional<std::chrono::milliseconds> idleOf(Room room) const;
 };
