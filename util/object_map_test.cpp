@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -257,6 +258,10 @@ TEST(ObjectMap, TurnsAFailureInsideAnOperationIntoFalseAndStaysUnlocked) {
   bool found = false;
   std::thread([&] { found = map.find(FragileKey(1)); }).join();
   EXPECT_TRUE(found);
+}
+
+TEST(ObjectMap, CanBeDeletedAsWhatItStandsIn) {
+  EXPECT_TRUE(std::has_virtual_destructor_v<Map>);
 }
 
 TEST(ObjectMap, LetsSeveralThreadsInsertAndRemoveAtOnce) {

@@ -1,5 +1,6 @@
 #include "util/utl_string.h"
 
+#include <clocale>
 #include <gtest/gtest.h>
 
 TEST(UtlStringEdit, ChangesTheCaseOfEitherForm) {
@@ -18,6 +19,19 @@ TEST(UtlStringEdit, ChangesTheCaseOfEitherForm) {
   empty.toLower();
   empty.toUpper();
   EXPECT_TRUE(empty.isEmpty());
+}
+
+// A program that the monitor is loaded into may have chosen another locale than the C one.
+TEST(UtlStringEdit, ChangesTheCaseOfTheWideFormByTheLocale) {
+  UTL_String text(L"\u00e4\u00C4");
+  text.toUpper();
+  EXPECT_STREQ(text.wide(), L"\u00e4\u00C4");
+  ASSERT_NE(std::setlocale(LC_CTYPE, "English_United States.1252"), nullptr);
+  text.toUpper();
+  EXPECT_STREQ(text.wide(), L"\u00C4\u00C4");
+  text.toLower();
+  EXPECT_STREQ(text.wide(), L"\u00e4\u00e4");
+  std::setlocale(LC_CTYPE, "C");
 }
 
 TEST(UtlStringEdit, ReadsTheNumberThatItStartsWith) {

@@ -5,6 +5,7 @@
 #include "util/utl_string.h"
 
 #include <cstdint>
+#include <cstring>
 #include <gtest/gtest.h>
 
 MG_IMPORT_SEAM(L"kernel32.dll", ExpandEnvironmentStringsA, 0)
@@ -76,6 +77,18 @@ TEST_F(UtlStringFailureTest, AWindowsCallThatFailsAfterItToldItsSizeKeepsTheText
   ExpandEnvironmentStringsASeam.fail(1, 0);
   EXPECT_EQ(codeOf([&] { narrow.expandEnvironment(); }), 1);
   EXPECT_STREQ(narrow.narrow(), "%TEMP%");
+}
+
+// As Windows says of it: the buffer has room for one character more than text and terminator.
+TEST_F(UtlStringFailureTest, TheNarrowExpansionGetsTheSpareCharacterThatItWants) {
+  constexpr char kExpanded[] = "C:\\Temp";
+  ExpandEnvironmentStringsASeam.replacement = [&](LPCSTR, LPSTR buffer, DWORD size) -> DWORD {
+    if (size >= sizeof kExpanded + 1) std::memcpy(buffer, kExpanded, sizeof kExpanded);
+    return size < sizeof kExpanded + 1 && buffer != nullptr ? sizeof kExpanded + 1 : sizeof kExpanded;
+  };
+  UTL_String narrow = UTL_String::fromNarrow("%TEMP%");
+  narrow.expandEnvironment();
+  EXPECT_STREQ(narrow.narrow(), kExpanded);
 }
 
 TEST_F(UtlStringFailureTest, ATextThatGrewBetweenTheTwoCallsIsNotTakenInPart) {
