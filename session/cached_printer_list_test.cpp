@@ -2,6 +2,7 @@
 
 #include "ports/port_list.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
@@ -91,6 +92,43 @@ TEST_F(CachedPrinterListTest, EveryCallerGetsItsOwnCopy) {
   ReleaseCachedPrinterList(&m_list);
   EXPECT_EQ(namesIn(other).size(), 2u);
   ReleaseCachedPrinterList(&other);
+}
+
+TEST_F(CachedPrinterListTest, WhatIsGivenBackLeavesNothingBehind) {
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  ReleaseCachedPrinterList(&m_list);
+  const guarded_heap::Mark mark;
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  EXPECT_GT(mark.countLeft(), 0u);
+  ReleaseCachedPrinterList(&m_list);
+  EXPECT_EQ(mark.countLeft(), 0u) << guarded_heap::describe(mark.left());
+}
+
+TEST_F(CachedPrinterListTest, ANameThatTheCallersListRefusesIsAFailure) {
+  m_world.peer().answer("PortMonitorClient", 6, [](ValueWriter& reply) {
+    reply.writeBoolean(true);
+    for (const wchar_t* name : {L"Laser", L"Ink 2"}) {
+      reply.writeBoolean(true);
+      reply.writeText(name);
+    }
+    reply.writeBoolean(false);
+  });
+  EXPECT_EQ(GetCachedPrinterList(7, &m_list), TRUE);
+  ReleaseCachedPrinterList(&m_list);
+  // Two names of one length are compared in their narrow forms, and Windows refuses the conversion.
+  bool wasRefused = false;
+  for (int nth = 1; nth < 100; ++nth) {
+    m_seams.failNth(nth);
+    const BOOL result = GetCachedPrinterList(7, &m_list);
+    const bool hasFailed = m_seams.hasFailed();
+    m_seams.failNth(0);
+    EXPECT_EQ(result, namesIn(m_list).size() == 2 ? TRUE : FALSE) << nth;
+    wasRefused = wasRefused || namesIn(m_list).size() == 1;
+    ReleaseCachedPrinterList(&m_list);
+    if (!hasFailed) break;
+  }
+  EXPECT_TRUE(wasRefused);
+  EXPECT_TRUE(portIsFree());
 }
 
 TEST_F(CachedPrinterListTest, SessionZeroIsABadArgumentAndLeavesTheListAlone) {

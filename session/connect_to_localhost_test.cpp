@@ -1,4 +1,6 @@
 #include "corvane/exception.h"
+#include "corvane/key_files_fixture.h"
+#include "corvane/text.h"
 #include "session/port_monitor_server.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
@@ -7,6 +9,7 @@
 #include <winsock2.h>
 
 #include <cstring>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -133,6 +136,25 @@ TEST_F(ConnectToLocalhostTest, AKeyThatIsMissingIsRecordedAndNotWaitedFor) {
   SleepSeam.restore();
   EXPECT_THAT(pauses, testing::Not(testing::Contains(5000u)));
   EXPECT_THAT(m_families, IsEmpty());
+  EXPECT_THAT(world.records().lines(),
+              ElementsAre("0x40000002: number 3108", "0x40000008: Failed to connect to localhost."));
+}
+
+// It may be another program in the server's place.
+TEST_F(ConnectToLocalhostTest, AServerThatDoesNotProveItselfIsWaitedOutAsOneThatIsNotThere) {
+  MonitorWorld world;
+  const keys::KeyFiles files;
+  const std::string key = files.add("monitor", 'a');
+  const ServerAddress address(world.peer().port(), corvane::fromUtf8(key));
+  int pauses = 0;
+  SleepSeam.replacement = [&](DWORD milliseconds) {
+    if (milliseconds != 5000) return SleepSeam.real(milliseconds);
+    EXPECT_THAT(world.records().lines(), IsEmpty());
+    if (++pauses == 3) std::filesystem::remove(key);
+  };
+  EXPECT_FALSE(PortMonitorServer::connectToLocalhost());
+  SleepSeam.restore();
+  EXPECT_EQ(pauses, 3);
   EXPECT_THAT(world.records().lines(),
               ElementsAre("0x40000002: number 3108", "0x40000008: Failed to connect to localhost."));
 }

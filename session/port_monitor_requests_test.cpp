@@ -2,11 +2,14 @@
 #include "corvane/bridge_router.h"
 #include "corvane/exception.h"
 #include "session/port_monitor_server.h"
+#include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+MG_IMPORT_SEAM(L"kernel32.dll", WideCharToMultiByte, 0)
 
 namespace {
 
@@ -92,6 +95,44 @@ TEST_F(AttachTest, VersionsThatTheBridgeRefusesAreRecordedAndTheJobStaysAttached
   EXPECT_TRUE(m_server->AttachPrintJobToSession(L"Laser", m_bridge.get()));
   EXPECT_THAT(records(),
               ElementsAre("0x4000000a: Failed to set peer process versions.", kPrefix + "AttachPrintJobToSession()"));
+}
+
+// A bridge that looks, when it is told of the versions, what the request has left until then.
+class LookingBridge : public CS_Component {
+ public:
+  LookingBridge(PortMonitorServer& server, std::size_t most) : m_server(server), m_most(most) {}
+
+  bool setVersionsOfClassesInPeerProcess(const CS_ClassVersionMap&, int) override {
+    m_server.addRef();
+    references = m_server.removeRef();
+    for (const guarded_heap::Block& block : m_mark.left())
+      hasReply = hasReply || block.size > m_most;
+    return true;
+  }
+
+  int references = 0;
+  bool hasReply = false;
+
+ private:
+  PortMonitorServer& m_server;
+  const std::size_t m_most;
+  const guarded_heap::Mark m_mark;
+};
+
+TEST_F(AttachTest, RequestAndReplyAreLetGoBeforeTheBridgeIsTold) {
+  constexpr int kClasses = 10;
+  answer(4, [](ValueWriter& reply) {
+    reply.writeBoolean(true);
+    reply.writeInt(kClasses);
+    for (int i = 0; i < kClasses; ++i)
+      writeVersion(reply, (L"class " + std::to_wstring(i) + std::wstring(200, L'x')).c_str(), 4);
+  });
+  m_server->addRef();
+  const int references = m_server->removeRef();
+  const CS_RCPtr<LookingBridge> bridge = new LookingBridge(*m_server, kClasses * 100);
+  EXPECT_TRUE(m_server->AttachPrintJobToSession(L"Laser", bridge.get()));
+  EXPECT_EQ(bridge->references, references);
+  EXPECT_FALSE(bridge->hasReply);
 }
 
 TEST_F(AttachTest, ARefusalIsRecordedWithThePrintersName) {
@@ -294,6 +335,14 @@ TEST_F(GetPrinterListTest, ARefusalIsFalseAndRecordsNothing) {
   answer(6, no());
   EXPECT_FALSE(m_server->GetPrinterList(5, &m_names));
   EXPECT_THAT(records(), IsEmpty());
+}
+
+TEST_F(GetPrinterListTest, ANameThatTheMapRefusesEndsTheListAndIsRecorded) {
+  answer(6, list({L"Laser", L"Ink 2", L"Plotter"}));
+  WideCharToMultiByteSeam.fail(1, 0);  // for the comparison of two names of one length
+  EXPECT_TRUE(m_server->GetPrinterList(7, &m_names));
+  EXPECT_EQ(m_names.count(), 1u);
+  EXPECT_THAT(records(), ElementsAre("10: number 3016", kPrefix + "GetPrinterList()"));
 }
 
 TEST_F(GetPrinterListTest, SessionZeroOrNoMapSendsNothingAndStaysTrue) {

@@ -6,6 +6,7 @@
 #include "corvane/simple_class.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
@@ -17,8 +18,12 @@
 #include <thread>
 #include <vector>
 
+MG_IMPORT_SEAM(L"kernel32.dll", DeleteCriticalSection, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", EnterCriticalSection, 0)
 MG_IMPORT_SEAM(L"kernel32.dll", GetModuleFileNameW, 0)
 MG_IMPORT_SEAM(L"kernel32.dll", GetModuleHandleA, nullptr)
+MG_IMPORT_SEAM(L"kernel32.dll", InitializeCriticalSection, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", LeaveCriticalSection, 0)
 
 namespace {
 
@@ -45,6 +50,25 @@ class PortMonitorServerTest : public testing::Test {
     }));
   }
 
+  // Puts another lock in the place of the world's, whose calls are written down from now on.
+  const CRITICAL_SECTION* watchLock() {
+    PortMonitorServer::shutdown();
+    const CRITICAL_SECTION* made = nullptr;
+    InitializeCriticalSectionSeam.watch = [&](LPCRITICAL_SECTION section) { made = section; };
+    PortMonitorServer::initialize();
+    InitializeCriticalSectionSeam.restore();
+    const auto writeDown = [this, made](const char* call) {
+      return [this, made, call](LPCRITICAL_SECTION section) {
+        if (section == made) m_lockCalls.emplace_back(call);
+      };
+    };
+    EnterCriticalSectionSeam.watch = writeDown("enter");
+    LeaveCriticalSectionSeam.watch = writeDown("leave");
+    DeleteCriticalSectionSeam.watch = writeDown("delete");
+    return made;
+  }
+
+  std::vector<std::string> m_lockCalls;
   ImportSeams m_seams;
   MonitorWorld m_world;
 };
@@ -238,6 +262,33 @@ TEST_F(PortMonitorServerTest, ShutdownEndsTheConnectionAndLeavesNoInstance) {
   EXPECT_FALSE(instance->isConnected());
   EXPECT_EQ(m_world.peer().waitForLines(4).back(), "end");
   EXPECT_TRUE(PortMonitorServer::shutdown());
+}
+
+TEST_F(PortMonitorServerTest, ShutdownFirstDeletesThePortMonitorLockWithoutTakingIt) {
+  const guarded_heap::Mark mark;
+  const void* const lock = watchLock();
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  m_lockCalls.clear();
+  bool wasConnected = false;
+  const auto writeDown = DeleteCriticalSectionSeam.watch;
+  DeleteCriticalSectionSeam.watch = [&](LPCRITICAL_SECTION section) {
+    writeDown(section);
+    if (section == lock) wasConnected = instance->isConnected();
+  };
+  EXPECT_TRUE(PortMonitorServer::shutdown());
+  EXPECT_THAT(m_lockCalls, ElementsAre("delete"));
+  EXPECT_TRUE(wasConnected);
+  for (const guarded_heap::Block& block : mark.left())
+    EXPECT_NE(block.address, lock) << "its memory is left";
+}
+
+TEST_F(PortMonitorServerTest, TheHolderIsReadAndEmptiedWithThePortMonitorLockHeld) {
+  watchLock();
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  EXPECT_THAT(m_lockCalls, ElementsAre("enter", "leave"));
+  PortMonitorServer other;
+  other.release();
+  EXPECT_THAT(m_lockCalls, ElementsAre("enter", "leave", "enter", "leave"));
 }
 
 TEST_F(PortMonitorServerTest, ShutdownOfAnInstanceThatStandsOnNoConnectionIsRecordedAndFails) {
