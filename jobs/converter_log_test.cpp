@@ -1,8 +1,12 @@
 #include "jobs/convert_job_test.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/local_log.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
+#include <optional>
 
+MG_IMPORT_SEAM(L"kernel32.dll", GetExitCodeProcess, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", MultiByteToWideChar, 0)
 
 namespace {
@@ -17,6 +21,32 @@ TEST_F(ConverterLogTest, WhereNothingFailedNothingIsRecorded) {
   m_output = "one page";
   EXPECT_EQ(convert(), 0);
   EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(ConverterLogTest, TheCauseOfAFailureIsWhatTheConverterSaidLast) {
+  m_makesPdf = false;
+  m_output = "reading\r\n  no page \r\n\r\n";
+  convert();
+  EXPECT_STREQ(m_job.failure.cause(), L"The conversion failed: no page");
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kConversion);
+}
+
+TEST_F(ConverterLogTest, OneCharacterIsEnough) {
+  m_makesPdf = false;
+  m_output = "x";
+  convert();
+  EXPECT_STREQ(m_job.failure.cause(), L"The conversion failed: x");
+  EXPECT_THAT(m_records.lines(), testing::Contains("0x4000000a: normalizer log: x"));
+}
+
+TEST_F(ConverterLogTest, TheWordsBelongToTheReportOnWhatWasNoted) {
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  const LocalLog log;
+  m_seams.failNth(8);  // RevertToSelf
+  m_output = std::string(600, 'a');
+  convert();
+  EXPECT_EQ(log.records().size(), 4u);
+  EXPECT_EQ(log.reports().size(), 1u);
 }
 
 TEST_F(ConverterLogTest, ALongLogIsRecordedInPiecesOf512Characters) {
@@ -44,6 +74,18 @@ TEST_F(ConverterLogTest, BlanksAloneAreNoCauseOfAFailure) {
   convert();
   EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()),
             "Failed to open normalized print job file: " + command() + " - Last Error = 2.");
+}
+
+// A file that is still open cannot be deleted.
+TEST_F(ConverterLogTest, WithoutMemoryForTheWordsTheirFileIsClosedAndGone) {
+  m_output = "no pages";
+  std::optional<FailingNew> failing;
+  GetExitCodeProcessSeam.watch = [&](HANDLE, LPDWORD) { failing.emplace(1); };
+  EXPECT_EQ(convert(), 0);
+  ASSERT_TRUE(failing && failing->hasFailed());
+  failing.reset();
+  EXPECT_EQ(records(), "10: number 3012" + closing());
+  EXPECT_TRUE(m_folder.isEmpty());
 }
 
 TEST_F(ConverterLogTest, WordsThatCannotBeConvertedEndTheCleanUpWithItsOwnLine) {

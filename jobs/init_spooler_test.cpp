@@ -1,6 +1,7 @@
 #include "jobs/init_spooler.h"
 
 #include "tests/support/import_seam.h"
+#include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
 
 #include <gmock/gmock.h>
@@ -24,8 +25,18 @@ const HMODULE kSpooler = reinterpret_cast<HMODULE>(0x4440000);
 
 std::vector<std::string>* calls = nullptr;
 
+// How many hold the process's instance, besides whoever asks.
+int holders() {
+  const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
+  instance->addRef();
+  return instance->removeRef() - 1;
+}
+
+int holdersMeanwhile = 0;
+
 DWORD WINAPI fakeSpoolerInit() {
   calls->push_back("SpoolerInit");
+  holdersMeanwhile = holders();
   return 42;
 }
 
@@ -65,6 +76,23 @@ TEST_F(InitSpoolerTest, CallsTheSpoolerAsTheClientAndReturnsItsResult) {
   EXPECT_THAT(m_calls, ElementsAre("GetModuleHandleW spoolss.dll", "GetProcAddress SpoolerInit", "RpcImpersonateClient",
                                    "SpoolerInit", "RpcRevertToSelf"));
   EXPECT_THAT(m_world.records().lines(), IsEmpty());
+}
+
+TEST_F(InitSpoolerTest, TheInstanceIsHeldUntilTheSpoolerIsDone) {
+  const int before = holders();
+  InitSpooler();
+  EXPECT_EQ(holdersMeanwhile, before + 1);
+  EXPECT_EQ(holders(), before);
+}
+
+TEST_F(InitSpoolerTest, ItsTraceHasAllOfIt) {
+  LocalLog log;
+  log.trace();
+  InitSpooler();
+  const auto lines = log.lines();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.front(), "enter InitSpooler()");
+  EXPECT_EQ(lines.back(), "leave InitSpooler()");
 }
 
 TEST_F(InitSpoolerTest, AProcessWithoutTheSpoolerIsRecordedWithTheLastError) {

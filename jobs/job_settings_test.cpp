@@ -146,6 +146,17 @@ TEST_F(JobSettingsTest, AnotherPrinterValueIsRecordedAndChangesNothing) {
   }
 }
 
+TEST_F(JobSettingsTest, NeitherTheUniversalDriverNorARefusalTakesANameAway) {
+  m_job.clientPrinterName = L"before";
+  m_printer.printerValue = 4;
+  ConfigurePrintJobSettings(&m_job, m_printer);
+  EXPECT_STREQ(m_job.clientPrinterName.wide(), L"before");
+  m_printer.printerValue = 1;
+  m_printer.driverName = L"Universal Remote Printer";
+  ConfigurePrintJobSettings(&m_job, m_printer);
+  EXPECT_STREQ(m_job.clientPrinterName.wide(), L"before");
+}
+
 TEST_F(JobSettingsTest, ANullJobIsABadArgument) {
   ConfigurePrintJobSettings(nullptr, m_printer);
   EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", kClosing));

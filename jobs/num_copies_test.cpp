@@ -74,6 +74,12 @@ TEST_F(NumCopiesTest, TheDeviceModeSaysHowMany) {
   EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 
+TEST_F(NumCopiesTest, EveryCountThatTheDeviceModeCanTellIsToldWhole) {
+  EXPECT_EQ(copiesFor(1), 1);
+  EXPECT_EQ(copiesFor(256), 256);
+  EXPECT_EQ(copiesFor(32767), 32767);
+}
+
 TEST_F(NumCopiesTest, ACountBelowOneIsOne) {
   EXPECT_EQ(copiesFor(0), 1);
   EXPECT_EQ(copiesFor(-4), 1);

@@ -1,13 +1,21 @@
 #include "jobs/print_raw_data.h"
 
+#include "corvane/message_numbers.h"
 #include "jobs/environment_seam.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
 #include "tests/support/temporary_folder.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+// The run time's header marks fwrite with an attribute that is not part of its type.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+
+MG_PLAIN_SEAM(L"msvcrt.dll", fflush, EOF)
+MG_PLAIN_SEAM(L"msvcrt.dll", fwrite, 0)
 
 namespace {
 
@@ -28,6 +36,34 @@ class PrintRawDataTest : public testing::Test {
                           [this](corvane::ValueWriter& reply) { reply.writeBoolean(m_launched); });
     m_world.bringUpInstance();
   }
+  // The text file is made here from now on.
+  void write(const TemporaryFolder& folder) {
+    environment_seam::replaceTempPath([path = folder.directory()](DWORD, LPWSTR out) -> DWORD {
+      wcscpy(out, path.c_str());
+      return static_cast<DWORD>(path.size());
+    });
+    environment_seam::replaceTickCount([] { return DWORD{90210}; });
+  }
+  // What a text that could not be written leaves: its records, the cause, and nobody asked to print it.
+  void expectNotWritten(const TemporaryFolder& folder) {
+    const std::string text =
+        "Failed to write raw data: " + corvane::toUtf8(folder.file(L"Preview PDF - Job #3-90210.txt")) +
+        " - Last Error = 112.";
+    EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+    EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), text);
+    EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
+    EXPECT_EQ(m_world.countOf("request 7"), 0u);
+  }
+  // The lines of the job's trail, without their times.
+  std::vector<std::string> trail() const {
+    const LocalLog log;
+    m_job.trail.write(L"trail");
+    std::vector<std::string> lines = log.lines();
+    for (std::string& line : lines)
+      line.erase(0, line.find_last_of("0123456789") + 2);
+    return lines;
+  }
+
   // The path of the only text file, from the request that names it.
   std::wstring launchedFile() {
     const std::string line = m_world.requests().back();
@@ -72,15 +108,49 @@ TEST_F(PrintRawDataTest, TheFileIsNamedAfterDirectoryJobAndSignedTickCountAndHol
 
 TEST_F(PrintRawDataTest, WithoutAnInstanceTheDataAreWrittenAndNothingIsLaunched) {
   const TemporaryFolder folder;
-  environment_seam::replaceTempPath([&](DWORD, LPWSTR out) -> DWORD {
-    wcscpy(out, folder.directory().c_str());
-    return 1;
-  });
+  write(folder);
   m_world.losePeer();
   PrintRawDataViaNotepad(m_job, L"Preview PDF");
   EXPECT_EQ(m_job.finalDataLength, 2);
   EXPECT_FALSE(folder.isEmpty());
   EXPECT_EQ(m_world.countOf("request 7"), 0u);
+}
+
+// The run time holds a short text back until it is flushed: only then does a full disk show.
+TEST_F(PrintRawDataTest, ATextThatTheDiskRefusesAtTheEndIsNotPrinted) {
+  const TemporaryFolder folder;
+  write(folder);
+  fflushSeam.fail(1, EOF, ERROR_DISK_FULL);
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  expectNotWritten(folder);
+}
+
+TEST_F(PrintRawDataTest, ATextThatTheDiskTakesInPartIsNotPrinted) {
+  const TemporaryFolder folder;
+  write(folder);
+  fwriteSeam.fail(1, 1, ERROR_DISK_FULL);
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  expectNotWritten(folder);
+}
+
+TEST_F(PrintRawDataTest, ALaunchIsInTheJobsTrail) {
+  const TemporaryFolder folder;
+  write(folder);
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  EXPECT_THAT(trail(), ElementsAre("notepad was started in the session"));
+  EXPECT_FALSE(m_job.failure.isNoted());
+}
+
+// Nobody knows whether the program started; what is not known to be shown is not told as shown.
+TEST_F(PrintRawDataTest, ALaunchWhoseAnswerIsLostWithTheConnectionIsAFailureOfTheJob) {
+  const TemporaryFolder folder;
+  write(folder);
+  m_world.peer().hangUpAt("PortMonitorClient", 7);
+  PrintRawDataViaNotepad(m_job, L"Preview PDF");
+  EXPECT_EQ(m_world.countOf("request 7"), 1u);
+  EXPECT_STREQ(m_job.failure.cause(), corvane::messageText(corvane::kConnectionLost));
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kConnection);
+  EXPECT_THAT(trail(), IsEmpty());
 }
 
 TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {
@@ -91,6 +161,8 @@ TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {
   const std::string text =
       "Failed to launch notepad: notepad.exe \"/PT \\\"" + corvane::toUtf8(file) + "\\\" \\\"Preview PDF\\\"\"";
   EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), text);
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kNotepad);
   DeleteFileW(file.c_str());
 }
 

@@ -2,6 +2,7 @@
 
 #include "jobs/environment_seam.h"
 #include "ports/port_list.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 
@@ -86,6 +87,34 @@ TEST_F(ShowPrinterTest, ATickCountFromTheFutureMeansAWrapAndAsksAgain) {
   ShowPrinter(5, L"Laser");
   m_now -= 1;
   ShowPrinter(5, L"Laser");
+  EXPECT_EQ(asked(), 2u);
+}
+
+// A few milliseconds later by the clock, but the count has begun again meanwhile.
+TEST_F(ShowPrinterTest, ATickCountThatHasWrappedRoundAsksAgain) {
+  m_now = 0xFFFFFFF0;
+  ShowPrinter(5, L"Laser");
+  m_now = 0x10;
+  EXPECT_EQ(ShowPrinter(5, L"Laser"), TRUE);
+  EXPECT_EQ(asked(), 2u);
+}
+
+// The old list has gone by then; a port that still named it would free it again.
+TEST_F(ShowPrinterTest, WithoutMemoryForANewListThePortHasNone) {
+  ShowPrinter(5, L"Laser");
+  m_now += 1000;
+  bool hasNone = false;
+  for (int nth = 1; !hasNone; ++nth) {
+    ASSERT_LT(nth, 20);
+    {
+      const FailingNew failing(nth);
+      ShowPrinter(5, L"Laser");
+      ASSERT_TRUE(failing.hasFailed());
+    }
+    changePort([&](tagPort& port) { hasNone = port.cachedPrinters == nullptr; });
+  }
+  EXPECT_EQ(asked(), 1u);
+  EXPECT_EQ(ShowPrinter(5, L"Laser"), TRUE);
   EXPECT_EQ(asked(), 2u);
 }
 

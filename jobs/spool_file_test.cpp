@@ -143,6 +143,12 @@ TEST_F(SpoolFileTest, AFileThatCannotBeReadLeavesZeros) {
                                              "0x40000008: Stack Trace: MgPrintMon - ReadDataIntoFinalBuffer()"));
 }
 
+TEST_F(SpoolFileTest, WhatKeptTheDataFromBeingReadIsTheCauseOfTheJobsFailure) {
+  ReadDataIntoFinalBuffer(m_job);
+  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), "Failed to open print job file: " + m_shown + " - Last Error = 2.");
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
+}
+
 TEST_F(SpoolFileTest, AReadThatEndsEarlyIsTakenAsItIs) {
   TemporaryFolder::write(m_path, "abc");
   file_read_seam::replace([](void* to, std::size_t, std::size_t, std::FILE*) {

@@ -3,6 +3,7 @@
 #include "corvane/local_monitor.h"
 #include "corvane/trace_entry.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <string>
@@ -45,6 +46,15 @@ class LocalLog {
     std::vector<std::string> result;
     for (const std::string& line : lines()) {
       if (line[0] == '#') result.push_back(line.substr(line.find(' ') + 1));
+    }
+    return result;
+  }
+  // The numbers of the reports that records belong to, each once, in the order in which they begin.
+  std::vector<std::string> reports() const {
+    std::vector<std::string> result;
+    for (const std::string& line : lines()) {
+      const std::string number = line.substr(0, line.find(' '));
+      if (line[0] == '#' && std::find(result.begin(), result.end(), number) == result.end()) result.push_back(number);
     }
     return result;
   }

@@ -53,6 +53,16 @@ class Show : public PrinterScenario {
   BOOL m_unknown = FALSE;
 };
 
+// The same where the port has a list already, which is too old to be believed.
+class ShowAnew : public Show {
+ public:
+  using Show::Show;
+  void prepare() override {
+    Show::prepare();
+    ShowPrinter(7, L"Laser");
+  }
+};
+
 class Cached : public PrinterScenario {
  public:
   using PrinterScenario::PrinterScenario;
@@ -92,6 +102,11 @@ TEST_F(PrinterSweep, ShowPrinterSurvivesEveryFailingAllocation) {
 TEST_F(PrinterSweep, ShowPrinterSurvivesEveryFailingCall) {
   Show scenario(m_world);
   EXPECT_GT(sweepCalls(m_world, scenario), 30);
+}
+
+TEST_F(PrinterSweep, ShowPrinterWithAnOldListSurvivesEveryFailingAllocation) {
+  ShowAnew scenario(m_world);
+  EXPECT_GT(sweepAllocations(m_world, scenario), 10);
 }
 
 TEST_F(PrinterSweep, TheCachedListSurvivesEveryFailingAllocation) {
