@@ -359,6 +359,18 @@ TEST_F(ConvertJobTest, WhatIsNotedOfOneConversionIsOneReport) {
   EXPECT_EQ(log.reports().size(), 1u);
 }
 
+TEST_F(ConvertJobTest, ALogThatCannotBeOpenedBelongsToTheReportOnWhatWasNotedBefore) {
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  const LocalLog log;
+  CreateFileASeam.replacement = [](LPCSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
+    return CreateEventA(nullptr, TRUE, TRUE, nullptr);
+  };
+  RevertToSelfSeam.fail(1, FALSE, 5);
+  convert();
+  EXPECT_EQ(log.records().size(), 4u);
+  EXPECT_EQ(log.reports().size(), 1u);
+}
+
 TEST_F(ConvertJobTest, AConverterWithoutAPdfIsRecordedWithTheLastErrorAndItsLog) {
   m_makesPdf = false;
   m_output = "no pages\r\n";
