@@ -81,6 +81,12 @@ TEST_F(JobLifeTest, AJobThatDoesNotStartIsDestroyedBehindItsQueueAndBeforeTheLas
                           "Stack Trace: MgPrintMon - MGStartDocPort(), 0 job, port free"));
 }
 
+TEST_F(JobLifeTest, AJobThatDoesNotStartLeavesNoConnection) {
+  refuseAttach();
+  EXPECT_EQ(start(), FALSE);
+  EXPECT_EQ(countOfSize(sizeof(CS_Connection)), 0u);
+}
+
 TEST_F(JobLifeTest, AJobThatIsGivenUpIsFreedWithItsStream) {
   start();
   const std::size_t components = streams();

@@ -39,6 +39,29 @@ class KeptPortMonitor : public PortMonitorServerClass {
   RecordsAmongCalls& m_records;
 };
 
+// Makes streams that write down when somebody asks them for their connection.
+class AskedStreams : public PrintServerClass {
+ public:
+  explicit AskedStreams(FakeQueue& queue) : PrintServerClass(CS_Version(4, 0, 1, 0)), m_queue(queue) {}
+  CS_Component* createInstance() override {
+    class Asked : public PrintServer {
+     public:
+      explicit Asked(FakeQueue& queue) : m_queue(queue) {}
+      CS_RCPtr<CS_Component> getRootOwner() override {
+        m_queue.note("the stream's connection");
+        return PrintServer::getRootOwner();
+      }
+
+     private:
+      FakeQueue& m_queue;
+    };
+    return new Asked(m_queue);
+  }
+
+ private:
+  FakeQueue& m_queue;
+};
+
 class JobOrderTest : public JobPath {
  protected:
   JobOrderTest() { CS_ProgramMonitor::setDefaultMonitor(m_records); }
@@ -105,6 +128,19 @@ TEST_F(JobOrderTest, AnEndMarksTheJobEndsTheConnectionClosesItsReportAndThenTheP
   EXPECT_THAT(m_queue.calls(), ElementsAre("request 3", "open Laser 0xf000c", "set job 17 level 0 command 6",
                                            "failed to complete print job [connected]",
                                            "Stack Trace: MgPrintMon - MGEndDocPort() [ended]", "close printer"));
+}
+
+// Afterwards the stream may have been let go of.
+TEST_F(JobOrderTest, AnEndAsksForTheConnectionBeforeItEndsTheStream) {
+  constexpr wchar_t kClass[] = L"Quillfern::NTR::PrintServer";
+  CS_ComponentServer::getServer()->registerClass(kClass, new AskedStreams(m_queue));
+  start();
+  m_queue.clear();
+  m_peer.whenAsked("PrintClient", 3, [this] { m_queue.note("request 3"); });
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_THAT(m_queue.calls(), ElementsAre("the stream's connection", "request 3", "open Laser 0xf000c",
+                                           "set job 17 level 0 command 6", "close printer"));
+  CS_ComponentServer::getServer()->registerClass(kClass, new PrintServerClass(CS_Version(4, 0, 1, 0)));
 }
 
 TEST_F(JobOrderTest, AQueueThatCannotBeOpenedIsNotedBeforeTheJobIsMarked) {

@@ -117,6 +117,21 @@ TEST_F(PortListLocksTest, LeavesAndDestroysTheLockOfADeletedPortLast) {
                    "RegDeleteValueW", "leave list", "RegCloseKey", "leave port", "delete port"}));
 }
 
+// Telling may wait for a network.
+TEST_F(PortListLocksTest, TellsOfTheJobOfADeletedPortWithoutALockAndBeforeTheRecordGoes) {
+  static decltype(this) test;
+  test = this;
+  watchLocks();
+  list.DeletePort(L"CPP7", [](tagPort&) noexcept {
+    test->catchUp();
+    test->happened.push_back("the job ends");
+  });
+  const Lines all = whatHappened();
+  ASSERT_GE(all.size(), 5u);
+  EXPECT_EQ(Lines(all.end() - 5, all.end()),
+            (Lines{"leave list", "RegCloseKey", "leave port", "the job ends", "delete port"}));
+}
+
 TEST_F(PortListLocksTest, EnumeratesUnderTheListsLock) {
   watchLocks();
   BYTE buffer[100];
