@@ -12,6 +12,18 @@
 
 MG_PLAIN_SEAM(L"msvcrt.dll", fclose, EOF)
 
+// As MG_PLAIN_SEAM, for a function whose declaration has attributes.
+struct FwriteTag {
+  static constexpr const wchar_t* kModule = L"msvcrt.dll";
+  static constexpr const char* kFunction = "fwrite";
+};
+using Fwrite = std::size_t(const void*, std::size_t, std::size_t, std::FILE*);
+static import_seam::FunctionSeam<FwriteTag, Fwrite> fwriteSeam(0);
+extern "C" {
+Fwrite* __imp_fwrite = &decltype(fwriteSeam)::call;
+}
+__asm__(".text\n.globl fwrite\nfwrite:\n  jmp *__imp_fwrite(%rip)\n");
+
 namespace {
 
 using testing::ElementsAre;
@@ -92,9 +104,19 @@ TEST_F(WriteJobFileTest, MoreDataThanTheRuntimeHoldsBackAreRefusedByTheWriteItse
   EXPECT_STREQ(m_job.failure.cause(), L"The print job's postscript file did not take all data: Z:\\dev\\full");
 }
 
+TEST_F(WriteJobFileTest, AShortWriteIsNotTakenForAWholeOneThoughNothingElseFails) {
+  fwriteSeam.replacement = [](const void* data, size_t size, size_t count, std::FILE* file) {
+    return fwriteSeam.real(data, size, count - 1, file);
+  };
+  EXPECT_EQ(write("abc"), 0);
+  fwriteSeam.restore();
+  EXPECT_TRUE(m_job.dataLost);
+  EXPECT_EQ(readAll(m_path), "ab");
+}
+
 TEST_F(WriteJobFileTest, AFileThatCannotBeClosedHasNotTakenItsData) {
   fcloseSeam.whenChosen = [](std::FILE* file) { fcloseSeam.real(file); };
-  m_job.postScriptPath.narrow();  // converted before, so that closing is the first call with a seam
+  m_job.postScriptPath.narrow();  // converted before, so that nothing but the file's own calls has a seam
   m_seams.failNth(1);
   EXPECT_EQ(write("a"), 0);
   EXPECT_TRUE(m_seams.hasFailed());
