@@ -7,6 +7,16 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <chrono>
+#include <fcntl.h>
+#include <future>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace corvane {
 namespace {
 
@@ -153,6 +163,17 @@ TEST(Key, ThatOthersMayUseIsRefusedWithWhatToDo) {
   EXPECT_EQ(Key::read(path).bytes()[0], 0xaa);
 }
 
+TEST(Key, IsNotReadFromAPipeWhichHoldsUpNobody) {
+  const KeyFiles files;
+  const std::string path = files.path("pipe.key");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  auto reading = std::async(std::launch::async, [&] { return failureOf([&] { Key::read(path); }); });
+  const bool isDone = reading.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  EXPECT_TRUE(isDone) << "it waits for somebody who writes";
+  if (!isDone) ::close(::open(path.c_str(), O_WRONLY));
+  EXPECT_EQ(reading.get(), L"the key file is no plain file: " + fromUtf8(path));
+}
+
 TEST(Key, IsMadePrivate) {
   const KeyFiles files;
   Key::writeNew(files.path("new.key"));
@@ -185,6 +206,19 @@ TEST(KeyFolder, ThatOthersMayWriteToIsRefusedWithWhatToDo) {
   }
   std::filesystem::permissions(path, perms::owner_all);
   EXPECT_EQ(KeyFolder(path).refusal(), L"");
+}
+#else
+// Somebody reads it, and somebody is about to put another one in its place.
+TEST(Key, IsReadWhileOthersHaveItOpen) {
+  const KeyFiles files;
+  const std::wstring path = fromUtf8(files.add("monitor", 'a'));
+  for (const DWORD access : {DWORD{GENERIC_READ}, DWORD{DELETE}}) {
+    const HANDLE other = ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(other, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Key::read(toUtf8(path)).bytes()[0], 0xaa) << access;
+    ::CloseHandle(other);
+  }
 }
 #endif
 

@@ -148,9 +148,8 @@ std::wstring Link::serve() {
 
 Link::Pending::Pending(Link& link, std::uint32_t bridge) : m_link(link), m_bridge(bridge) {
   const std::lock_guard guard(link.m_stateLock);
-  do {
-    m_correlation = ++link.m_lastCorrelation;
-  } while (m_correlation == 0 || !link.m_pending.emplace(m_correlation, this).second);
+  m_correlation = link.m_correlations.next(link.m_pending);
+  link.m_pending.emplace(m_correlation, this);
 }
 
 Link::Pending::~Pending() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/correlation_counter.h"
 #include "corvane/frame_reader.h"
 #include "corvane/socket.h"
 #include "corvane/value_writer.h"
@@ -173,7 +174,7 @@ class Link {
   int m_uses = 0;
   std::wstring m_reason;
   FrameHandler* m_handler = nullptr;
-  std::uint32_t m_lastCorrelation = 0;
+  CorrelationCounter m_correlations;
   std::map<std::uint32_t, Pending*> m_pending;
 };
 

@@ -154,10 +154,7 @@ void Link::sendText(const FrameHeader& header, const wchar_t* text) {
 
 std::uint32_t Link::nextCorrelation() {
   const std::lock_guard guard(m_stateLock);
-  do {
-    ++m_lastCorrelation;
-  } while (m_lastCorrelation == 0 || m_pending.contains(m_lastCorrelation));
-  return m_lastCorrelation;
+  return m_correlations.next(m_pending);
 }
 
 }  // namespace corvane
