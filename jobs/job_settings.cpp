@@ -3,6 +3,7 @@
 #include "corvane/exception.h"
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
+#include "jobs/leftover_files.h"
 #include "jobs/temporary_path.h"
 
 #include <cwchar>
@@ -21,6 +22,7 @@ void nameTemporaryFiles(ClientPrintJob& job) {
   mg::appendTemporaryPath(job.postScriptPath, directory, job.jobName, ticks, L".ps");
   mg::appendTemporaryPath(job.pdfPath, directory, job.jobName, ticks, L".pdf");
   mg::appendTemporaryPath(job.logPath, directory, job.jobName, ticks, L".log");
+  mg::markAlive(job);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cwchar>
+#include <optional>
 
 namespace mg {
 namespace {
@@ -18,10 +19,48 @@ bool canStand(wchar_t c) {
   return c >= L' ' && isHeld(text);
 }
 
-// FNV-1a: names that differ have the same digits once in 2^64 pairs.
-std::wstring digitsOf(const std::wstring& name) {
+bool takeEnd(std::wstring_view& text, std::wstring_view end) {
+  if (!text.ends_with(end)) return false;
+  text.remove_suffix(end.size());
+  return true;
+}
+
+// Takes a number off the end of a text, as it is written: without zeros in front. None when it is larger than that.
+std::optional<std::uint64_t> takeNumber(std::wstring_view& text, std::uint64_t most) {
+  const std::size_t before = text.find_last_not_of(L"0123456789");
+  const std::wstring digits(text.substr(before == std::wstring_view::npos ? 0 : before + 1));
+  if (digits.empty() || digits.size() > 10) return std::nullopt;
+  const std::uint64_t number = std::stoull(digits);
+  if (number > most || std::to_wstring(number) != digits) return std::nullopt;
+  text.remove_suffix(digits.size());
+  return number;
+}
+
+bool isJobName(std::wstring_view name) {
+  std::wstring_view printer = name;
+  if (!takeNumber(printer, 0xFFFFFFFF) || !takeEnd(printer, kJobNumber)) return false;
+  return printer.size() < MAX_PATH && printer.find_first_of(kNotInJobNames) == std::wstring_view::npos;
+}
+
+// A name as fileNameOf() has it when it is not the job's own. One that was not cut still ends as a job's name does.
+bool isReplacedName(std::wstring_view name) {
+  constexpr std::size_t kDigits = 16;
+  if (name.size() <= kDigits) return false;
+  const std::wstring_view digits = name.substr(name.size() - kDigits);
+  if (digits.find_first_not_of(L"0123456789abcdef") != std::wstring_view::npos) return false;
+  std::wstring_view kept = name.substr(0, name.size() - kDigits);
+  if (!takeEnd(kept, L"~") || kept.find_first_of(kNotInJobNames) != std::wstring_view::npos) return false;
+  return kept.size() == kMostKept || (kept.size() < kMostKept && isJobName(kept));
+}
+
+}  // namespace
+
+TemporaryDirectory::TemporaryDirectory() : m_length(GetTempPathW(MAX_PATH, m_text.data())) {}
+
+// FNV-1a.
+std::wstring digitsOf(const std::wstring& text) {
   std::uint64_t hash = 0xcbf29ce484222325;
-  for (const wchar_t c : name) {
+  for (const wchar_t c : text) {
     for (const unsigned byte : {static_cast<unsigned>(c) & 0xFF, static_cast<unsigned>(c) >> 8})
       hash = (hash ^ byte) * 0x100000001b3;
   }
@@ -29,10 +68,6 @@ std::wstring digitsOf(const std::wstring& name) {
   std::swprintf(digits, std::size(digits), L"%016llx", static_cast<unsigned long long>(hash));
   return digits;
 }
-
-}  // namespace
-
-TemporaryDirectory::TemporaryDirectory() : m_length(GetTempPathW(MAX_PATH, m_text.data())) {}
 
 std::wstring fileNameOf(const UTL_String& jobName) {
   const std::wstring name = jobName.wide();
@@ -53,6 +88,15 @@ void appendTemporaryPath(UTL_String& path, const TemporaryDirectory& directory, 
   path.append(L"-");
   path.append(std::to_wstring(static_cast<int>(ticks)).c_str());
   path.append(extension);
+}
+
+bool isTemporaryName(std::wstring_view name) {
+  if (!takeEnd(name, L".ps") && !takeEnd(name, L".pdf") && !takeEnd(name, L".log")) return false;
+  const auto ticks = takeNumber(name, 0x80000000);
+  if (!ticks || !takeEnd(name, L"-")) return false;
+  const bool isNegative = takeEnd(name, L"-");
+  if (isNegative ? *ticks == 0 : *ticks > 0x7FFFFFFF) return false;
+  return isReplacedName(name) || (isJobName(name) && fileNameOf(UTL_String(std::wstring(name).c_str())) == name);
 }
 
 }  // namespace mg

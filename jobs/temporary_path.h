@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace mg {
 
@@ -38,5 +39,16 @@ void appendTemporaryPath(UTL_String& path, const TemporaryDirectory& directory, 
 std::wstring fileNameOf(const UTL_String& jobName);
 
 inline constexpr std::size_t kMostKept = 100;
+
+// 16 hexadecimal digits; texts that differ have the same ones once in 2^64 pairs.
+std::wstring digitsOf(const std::wstring& text);
+
+// Whether a file's name, without its directory, is one that appendTemporaryPath() gives the collected data, the PDF or
+// the log of some printer's job. Nothing else passes: no other ending, number or character.
+bool isTemporaryName(std::wstring_view name);
+
+// A job's name is the printer's with "-" for each of these, kJobNumber and the job's number.
+inline constexpr wchar_t kNotInJobNames[] = L"\\/:*?\"<>|@+";
+inline constexpr wchar_t kJobNumber[] = L" - Job #";
 
 }  // namespace mg

@@ -70,5 +70,59 @@ TEST(TemporaryPath, ANameThatIsReplacedIsBounded) {
   EXPECT_EQ(name.substr(0, kMostKept + 1), std::wstring(kMostKept, L'_') + L"~");
 }
 
+TEST(TemporaryPath, EveryNameThatAJobsFilesHaveIsKnownAsOne) {
+  for (const std::wstring& name : kOddNames) {
+    const std::wstring job =
+        fileNameOf(UTL_String(name.substr(0, name.find(L" - Job")).append(L" - Job #4294967295").c_str()));
+    for (const wchar_t* end : {L"-0.ps", L"-2147483647.pdf", L"--2147483648.log", L"--1.ps"})
+      EXPECT_TRUE(isTemporaryName(job + end)) << job << end;
+  }
+  EXPECT_TRUE(isTemporaryName(L" - Job #0-0.ps"));
+  EXPECT_TRUE(isTemporaryName(L"a - Job #1 - Job #2-3.ps"));
+  EXPECT_TRUE(isTemporaryName(std::wstring(259, L'n') + L" - Job #1-1.ps"));
+}
+
+TEST(TemporaryPath, NoOtherNameIsTakenForThatOfAJobsFile) {
+  for (const std::wstring& name : {
+           std::wstring(L""),
+           std::wstring(L".ps"),
+           std::wstring(L"letter.ps"),
+           std::wstring(L"1-1.ps"),
+           std::wstring(L"Laser - Job #17-90210"),
+           std::wstring(L"Laser - Job #17-90210.PS"),
+           std::wstring(L"Laser - Job #17-90210.txt"),
+           std::wstring(L"Laser - Job #17-90210.ps "),
+           std::wstring(L"Laser - Job #17-90210.ps.ps"),
+           std::wstring(L"Laser - Job #17-.ps"),
+           std::wstring(L"Laser - Job #17.ps"),
+           std::wstring(L"Laser - Job #17-+1.ps"),
+           std::wstring(L"Laser - Job #17-01.ps"),
+           std::wstring(L"Laser - Job #17--0.ps"),
+           std::wstring(L"Laser - Job #17---1.ps"),
+           std::wstring(L"Laser - Job #17-2147483648.ps"),
+           std::wstring(L"Laser - Job #17--2147483649.ps"),
+           std::wstring(L"Laser - Job #17-99999999999999999999999999.ps"),
+           std::wstring(L"Laser - Job #4294967296-1.ps"),
+           std::wstring(L"Laser - Job #017-1.ps"),
+           std::wstring(L"Laser - Job #-1.ps"),
+           std::wstring(L"Laser - Job #-1-1.ps"),
+           std::wstring(L"Laser - job #17-1.ps"),
+           std::wstring(L"Laser -Job #17-1.ps"),
+           std::wstring(L"La+ser - Job #17-1.ps"),
+           std::wstring(L"La@ser - Job #17-1.ps"),
+           std::wstring(L"La\nser - Job #17-1.ps"),
+           std::wstring(260, L'n') + L" - Job #17-1.ps",
+           std::wstring(L"~0123456789abcdef-1.ps"),
+           std::wstring(L"Laser~0123456789abcdef-1.ps"),
+           std::wstring(L"Laser - Job #17~0123456789ABCDEF-1.ps"),
+           std::wstring(L"Laser - Job #17~123456789abcdef-1.ps"),
+           std::wstring(99, L'n') + L"~0123456789abcdef-1.ps",
+           std::wstring(101, L'n') + L"~0123456789abcdef-1.ps",
+           std::wstring(99, L'n') + L"+~0123456789abcdef-1.ps",
+       }) {
+    EXPECT_FALSE(isTemporaryName(name)) << name;
+  }
+}
+
 }  // namespace
 }  // namespace mg

@@ -2,6 +2,7 @@
 #include "corvane/exception.h"
 #include "corvane/message_numbers.h"
 #include "corvane/operation.h"
+#include "jobs/leftover_files.h"
 #include "monitor/monitor_table.h"
 #include "ports/port_list.h"
 #include "session/held_port.h"
@@ -52,6 +53,7 @@ LPMONITOR2 WINAPI InitializePrintMonitor2(PMONITORINIT init, PHANDLE handle) {
   LPMONITOR2 table = nullptr;
   if (succeeded) {
     table = const_cast<LPMONITOR2>(&g_monitorTable);
+    mg::removeLeftoverFiles();
   } else {
     SetLastError(ERROR_BAD_ENVIRONMENT);
   }

@@ -1,5 +1,6 @@
 #include "monitor/job_name.h"
 
+#include "jobs/temporary_path.h"
 #include "ports/tag_port.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +30,18 @@ TEST(JobName, KeepsEveryOtherCharacter) {
 TEST(JobName, HoldsTheLongestNameThatAPortHolds) {
   const std::wstring longest(kPortNameSize - 1, L'x');
   EXPECT_EQ(jobName(longest, 2), longest + L" - Job #2");
+}
+
+// Only files of such a name are ever removed as what a killed process has left.
+TEST(JobName, IsKnownInTheNamesOfTheJobsFiles) {
+  for (const std::wstring& printer :
+       {std::wstring(L"\\\\srv\\HP+1"), std::wstring(L"\\/:*?\"<>|@+"), std::wstring(L"\u4E2D ~0123456789abcdef"),
+        std::wstring(kPortNameSize - 1, L'x')}) {
+    UTL_String path;
+    mg::appendTemporaryPath(path, mg::TemporaryDirectory(), mg::buildJobName(printer.c_str(), 17), 90210, L".ps");
+    const std::wstring text = path.wide();
+    EXPECT_TRUE(mg::isTemporaryName(std::wstring_view(text).substr(text.rfind(L'\\') + 1))) << text;
+  }
 }
 
 }  // namespace

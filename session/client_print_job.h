@@ -3,6 +3,7 @@
 #include "session/job_failure.h"
 #include "session/job_trail.h"
 #include "util/utl_string.h"
+#include "util/win_handle.h"
 
 #include <array>
 #include <cstddef>
@@ -46,5 +47,6 @@ class ClientPrintJob {
   const wchar_t* remark = nullptr;  // what is to be told of the job when it went well; static storage
   JobFailure failure;
   JobTrail trail;
-  bool isTold = false;  // how it ended was told already; nothing later tells it again
+  mg::ObjectHandle aliveMark;  // tells other processes that the temporary files are in use; may be none
+  bool isTold = false;         // how it ended was told already; nothing later tells it again
 };

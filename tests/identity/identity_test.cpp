@@ -11,6 +11,7 @@
 #include "tests/identity/identity_watch.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/scripted_peer.h"
+#include "util/win_handle.h"
 
 #include <winspool.h>
 
@@ -119,6 +120,31 @@ class IdentityTest : public testing::Test {
   LONGLONG m_user = 0;
 };
 
+// What a process that was killed two days ago has left, while it lives.
+class LeftoverFile {
+ public:
+  LeftoverFile() {
+    wchar_t folder[MAX_PATH] = L"";
+    GetTempPathW(MAX_PATH, folder);
+    m_path = folder + (L"identity-" + std::to_wstring(GetCurrentProcessId()) + L" - Job #1-1.ps");
+    const mg::FileHandle file(CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    ULARGE_INTEGER time{{now.dwLowDateTime, now.dwHighDateTime}};
+    time.QuadPart -= 2 * 24ull * 60 * 60 * 10000000;
+    const FILETIME written{time.LowPart, time.HighPart};
+    SetFileTime(file.get(), nullptr, nullptr, &written);
+  }
+  ~LeftoverFile() { DeleteFileW(m_path.c_str()); }
+  LeftoverFile(const LeftoverFile&) = delete;
+  LeftoverFile& operator=(const LeftoverFile&) = delete;
+
+  bool isThere() const { return GetFileAttributesW(m_path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+ private:
+  std::wstring m_path;
+};
+
 // What a new job reads before it is connected.
 const std::set<std::string> kSettings = {"process: setting read Port", "process: setting read KeyFile",
                                          "process: key opened AppServer", "process: value read ConnectionOptions"};
@@ -130,6 +156,7 @@ std::set<std::string> with(std::set<std::string> what, const std::set<std::strin
 
 TEST_F(IdentityTest, StartingUpIsTheProcesss) {
   PortsRegistry::set(L"CPP6");
+  const LeftoverFile leftover;
   corvane::LocalMonitor::instance().setSink(nullptr);
   m_watch.take();
   EXPECT_NE(InitializePrintMonitor2(nullptr, &m_monitor), nullptr);
@@ -137,7 +164,10 @@ TEST_F(IdentityTest, StartingUpIsTheProcesss) {
   MGShutdown(nullptr);
   EXPECT_EQ(done(),
             (std::set<std::string>{"process: key made Ports", "process: values listed", "process: setting read Trace",
-                                   "process: setting read LogFile", "process: setting read LogLimit"}));
+                                   "process: setting read LogFile", "process: setting read LogLimit",
+                                   "process: leftover files looked for", "process: mark looked for",
+                                   "process: file opened", "process: leftover file removed"}));
+  EXPECT_FALSE(leftover.isThere());
 }
 
 TEST_F(IdentityTest, ThePortsAreChangedByWhoeverAsks) {
@@ -218,7 +248,7 @@ TEST_F(IdentityTest, TheKeyIsReadAsTheProcess) {
 TEST_F(IdentityTest, AJobIsCollectedAsTheUserAndConvertedAsTheProcess) {
   m_printerValue = 3;
   start();
-  m_watch.take();
+  EXPECT_THAT(m_watch.take(), Contains("process: mark made"));
   EXPECT_EQ(write("%!PS-Adobe-3.0\n"), TRUE);
   EXPECT_EQ(done(), (std::set<std::string>{"user: opened *.ps"}));
   MGEndDocPort(m_port);

@@ -21,12 +21,16 @@ MG_IMPORT_SEAM(L"advapi32.dll", RegSetValueExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegisterEventSourceW, nullptr)
 MG_IMPORT_SEAM(L"advapi32.dll", ReportEventW, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", DeregisterEventSource, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", CreateEventW, nullptr)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateFileA, INVALID_HANDLE_VALUE)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateFileW, INVALID_HANDLE_VALUE)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessA, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", DeleteFileW, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", FindFirstFileW, INVALID_HANDLE_VALUE)
 MG_IMPORT_SEAM(L"kernel32.dll", GetFileAttributesW, INVALID_FILE_ATTRIBUTES)
 MG_IMPORT_SEAM(L"kernel32.dll", MoveFileExW, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", OpenEventW, nullptr)
+MG_IMPORT_SEAM(L"kernel32.dll", SetFileInformationByHandle, FALSE)
 MG_PLAIN_SEAM(L"msvcrt.dll", fopen, nullptr)
 MG_IMPORT_SEAM(L"rpcrt4.dll", RpcImpersonateClient, RPC_S_NO_CALL_ACTIVE)
 MG_IMPORT_SEAM(L"rpcrt4.dll", RpcRevertToSelf, RPC_S_NO_CALL_ACTIVE)
@@ -56,6 +60,7 @@ IdentityWatch::IdentityWatch(std::uint16_t serverPort) : m_port(serverPort), m_l
   watchRegistry();
   watchSettings();
   watchFiles();
+  watchLeftovers();
   watchQueue();
   watchRest();
 }
@@ -156,6 +161,17 @@ void IdentityWatch::watchFiles() {
   };
   CreateProcessASeam.watch = [this](LPCSTR, LPSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, WINBOOL, DWORD, LPVOID,
                                     LPCSTR, LPSTARTUPINFOA, LPPROCESS_INFORMATION) { note("converter started"); };
+}
+
+void IdentityWatch::watchLeftovers() {
+  FindFirstFileWSeam.watch = [this](LPCWSTR, LPWIN32_FIND_DATAW) { note("leftover files looked for"); };
+  SetFileInformationByHandleSeam.watch = [this](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
+    note("leftover file removed");
+  };
+  OpenEventWSeam.watch = [this](DWORD, WINBOOL, LPCWSTR) { note("mark looked for"); };
+  CreateEventWSeam.watch = [this](LPSECURITY_ATTRIBUTES, WINBOOL, WINBOOL, LPCWSTR name) {
+    if (name != nullptr) note("mark made");
+  };
 }
 
 void IdentityWatch::watchQueue() {

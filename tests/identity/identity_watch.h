@@ -32,6 +32,7 @@ class IdentityWatch {
   void watchRegistry();
   void watchSettings();
   void watchFiles();
+  void watchLeftovers();
   void watchQueue();
   void watchRest();
 

@@ -33,9 +33,15 @@ MG_IMPORT_SEAM(L"advapi32.dll", RegisterEventSourceW, nullptr)
 MG_IMPORT_SEAM(L"advapi32.dll", ReportEventW, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", RevertToSelf, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", CloseHandle, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", CreateEventW, nullptr)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateFileA, INVALID_HANDLE_VALUE)
+MG_IMPORT_SEAM(L"kernel32.dll", CreateFileW, INVALID_HANDLE_VALUE)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessA, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", DeleteFileW, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", FindClose, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", FindFirstFileW, INVALID_HANDLE_VALUE)
+MG_IMPORT_SEAM(L"kernel32.dll", FindNextFileW, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", GetFileInformationByHandle, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", GetModuleFileNameW, 0)
 MG_IMPORT_SEAM(L"kernel32.dll", GetModuleHandleA, nullptr)
 MG_IMPORT_SEAM(L"kernel32.dll", GetModuleHandleW, nullptr)
@@ -43,6 +49,8 @@ MG_IMPORT_SEAM(L"kernel32.dll", GetProcAddress, nullptr)
 MG_IMPORT_SEAM(L"kernel32.dll", GetTempPathW, 0)
 MG_IMPORT_SEAM(L"kernel32.dll", GetTickCount, 0)
 MG_IMPORT_SEAM(L"kernel32.dll", MultiByteToWideChar, 0)
+MG_IMPORT_SEAM(L"kernel32.dll", OpenEventW, nullptr)
+MG_IMPORT_SEAM(L"kernel32.dll", SetFileInformationByHandle, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", Sleep, 0)
 MG_IMPORT_SEAM(L"kernel32.dll", WaitForSingleObject, WAIT_FAILED)
 MG_IMPORT_SEAM(L"kernel32.dll", WideCharToMultiByte, 0)
@@ -151,6 +159,47 @@ void installFiles() {
   fwriteSeam.concerns = [](const void*, std::size_t, std::size_t, std::FILE* file) { return ledger::has(file); };
 }
 
+// The marks of living jobs, and the files of dead ones.
+void installLeftovers() {
+  CreateEventWSeam.concerns = [](LPSECURITY_ATTRIBUTES, WINBOOL, WINBOOL, LPCWSTR name) { return name != nullptr; };
+  CreateEventWSeam.replacement = [](LPSECURITY_ATTRIBUTES security, WINBOOL manual, WINBOOL set,
+                                    LPCWSTR name) -> HANDLE {
+    const HANDLE made = CreateEventWSeam.real(security, manual, set, name);
+    if (made != nullptr) ledger::add(made);
+    return made;
+  };
+  OpenEventWSeam.replacement = [](DWORD access, WINBOOL inherit, LPCWSTR name) -> HANDLE {
+    const HANDLE opened = OpenEventWSeam.real(access, inherit, name);
+    if (opened != nullptr) ledger::add(opened);
+    return opened;
+  };
+  FindFirstFileWSeam.concerns = [](LPCWSTR names, LPWIN32_FIND_DATAW) {
+    return std::wcsstr(names, L"-*.*") != nullptr;
+  };
+  FindFirstFileWSeam.replacement = [](LPCWSTR names, LPWIN32_FIND_DATAW found) -> HANDLE {
+    const HANDLE search = FindFirstFileWSeam.real(names, found);
+    if (search != INVALID_HANDLE_VALUE) ledger::add(search);
+    return search;
+  };
+  FindNextFileWSeam.concerns = [](HANDLE search, LPWIN32_FIND_DATAW) { return ledger::has(search); };
+  FindCloseSeam.concerns = [](HANDLE search) { return ledger::has(search); };
+  FindCloseSeam.watch = [](HANDLE search) { ledger::remove(search); };
+  FindCloseSeam.whenChosen = [](HANDLE search) { FindCloseSeam.real(search); };
+  CreateFileWSeam.concerns = [](LPCWSTR, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+    return (access & DELETE) != 0;
+  };
+  CreateFileWSeam.replacement = [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                   DWORD disposition, DWORD flags, HANDLE like) -> HANDLE {
+    const HANDLE file = CreateFileWSeam.real(path, access, share, security, disposition, flags, like);
+    if (file != INVALID_HANDLE_VALUE) ledger::add(file);
+    return file;
+  };
+  GetFileInformationByHandleSeam.concerns = [](HANDLE file, LPBY_HANDLE_FILE_INFORMATION) { return ledger::has(file); };
+  SetFileInformationByHandleSeam.concerns = [](HANDLE file, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
+    return ledger::has(file);
+  };
+}
+
 const void* entry(SOCKET socket) {
   return reinterpret_cast<const void*>(socket);
 }
@@ -233,6 +282,7 @@ void installSession() {
 void install(std::uint16_t serverPort) {
   installRegistry(serverPort);
   installFiles();
+  installLeftovers();
   installSockets();
   installQueue();
   installEventLog();

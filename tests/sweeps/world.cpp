@@ -8,6 +8,7 @@
 #include "session/port_monitor_server_class.h"
 #include "session/print_server_class.h"
 #include "tests/sweeps/windows_seams.h"
+#include "util/win_handle.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -115,6 +116,17 @@ int World::takeTemporaryFiles() {
   } while (FindNextFileW(search, &found));
   FindClose(search);
   return count;
+}
+
+void World::leaveCollectedFile() {
+  const std::wstring path = m_temporary + L"\\Laser - Job #1-1.ps";
+  const mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+  FILETIME now;
+  GetSystemTimeAsFileTime(&now);
+  ULARGE_INTEGER time{{now.dwLowDateTime, now.dwHighDateTime}};
+  time.QuadPart -= 2 * 24ull * 60 * 60 * 10000000;
+  const FILETIME written{time.LowPart, time.HighPart};
+  EXPECT_TRUE(SetFileTime(file.get(), nullptr, nullptr, &written));
 }
 
 void unloadModule() {

@@ -42,6 +42,8 @@ class World {
   const std::wstring& temporaryFolder() const { return m_temporary; }
   // Files in the folder for temporary files; removes them.
   int takeTemporaryFiles();
+  // A file there as a process that was killed two days ago has left it.
+  void leaveCollectedFile();
 
  private:
   void makeFolders();
