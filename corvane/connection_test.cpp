@@ -3,6 +3,7 @@
 #include "corvane/echo_fixture.h"
 #include "corvane/link_fixture.h"
 #include "corvane/program_monitor_c.h"
+#include "corvane/socket_fixture.h"
 
 #include <atomic>
 
@@ -281,15 +282,13 @@ TEST_F(ConnectionTest, AConnectionWhoseMonitorStandsOnItIsFreedAfterItsEnd) {
 }
 
 // Sends until the connection is lost, and says how.
-JoinedThread sendAll(Link& link, std::atomic<std::size_t>& sent, std::pair<int, std::wstring>& failure) {
+JoinedThread sendAll(Link& link, std::pair<int, std::wstring>& failure) {
   return JoinedThread(
-      [&link, &sent, &failure] {
+      [&link, &failure] {
         const std::vector<unsigned char> frames(65536, 1);
         try {
-          for (;;) {
+          for (;;)
             link.sendFrames(frames);
-            sent += frames.size();
-          }
         } catch (const CS_Exception& exception) {
           failure = {exception.number(), exception.detail()};
         }
@@ -297,37 +296,56 @@ JoinedThread sendAll(Link& link, std::atomic<std::size_t>& sent, std::pair<int, 
       [&link] { link.end(L"the test is over"); });
 }
 
-// Until it waits, or soon will: nobody takes anything.
-void awaitStandstill(const std::atomic<std::size_t>& sent) {
-  for (std::size_t before = 1; before != sent;) {
-    before = sent;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
+bool hasRoom(std::intptr_t handle) {
+  fd_set sockets;
+  FD_ZERO(&sockets);
+  FD_SET(native(handle), &sockets);
+  timeval now{};
+  return ::select(static_cast<int>(handle) + 1, nullptr, &sockets, nullptr, &now) > 0;
 }
 
-// A peer that sends, to a connection that nobody reads; with a sender here, too, or without.
-TEST_F(ConnectionTest, APeerThatWaitsInItsSendLearnsAtOnceOfTheEndOfAConnectionThatIsStillHeld) {
-  for (const bool sendsToo : {false, true}) {
-    OwnListener listener;
-    Link peer(listener.dial());
-    Link held(listener.accept());
-    std::atomic<std::size_t> sent{0};
-    std::atomic<std::size_t> sentHere{0};
-    std::pair<int, std::wstring> failure;
-    std::pair<int, std::wstring> failureHere{kConnectionLost, L"not needed"};
-    JoinedThread sending = sendAll(peer, sent, failure);
-    JoinedThread sendingHere;
-    if (sendsToo) sendingHere = sendAll(held, sentHere, failureHere);
-    awaitStandstill(sent);
-    awaitStandstill(sentHere);
-    held.end(L"not needed");
-    sending.join();
-    if (sendsToo) sendingHere.join();
-    EXPECT_EQ(kConnectionLost, failure.first);
-    EXPECT_EQ(std::wstring::npos, failure.second.find(L"takes no more data"));
-    EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"not needed")), failureHere);
-    EXPECT_EQ(L"not needed", held.reason());
+// Until the socket's sender waits: nothing has been taken from it for a while.
+void awaitShutWindow(std::intptr_t sender) {
+  int looks = 0;
+  for (const Deadline deadline = after(20000); looks < 10 && std::chrono::steady_clock::now() < deadline;) {
+    looks = hasRoom(sender) ? 0 : looks + 1;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
+  EXPECT_EQ(10, looks) << "the sender never waited";
+}
+
+// A peer that sends, to a connection that nobody reads; with a sender here, too, or without. The sockets hold little,
+// so that the window is shut: while a byte is still let in, the system itself tells such a peer of the end.
+void endWhileThePeerWaits(int bytesOfWindow, bool sendsToo) {
+  Patience patience;
+  patience.send = std::chrono::seconds(20);  // with the bound of every day the test would take as long to fail
+  NarrowPair pair(bytesOfWindow);
+  Link peer(std::move(pair.dialed), patience);
+  Link held(std::move(pair.accepted), patience);
+  std::pair<int, std::wstring> failure;
+  std::pair<int, std::wstring> failureHere{kConnectionLost, L"not needed"};
+  JoinedThread sending = sendAll(peer, failure);
+  JoinedThread sendingHere;
+  if (sendsToo) sendingHere = sendAll(held, failureHere);
+  awaitShutWindow(pair.dialedHandle);
+  if (sendsToo) awaitShutWindow(pair.acceptedHandle);
+  held.end(L"not needed");
+  sending.join();
+  if (sendsToo) sendingHere.join();
+  EXPECT_EQ(kConnectionLost, failure.first);
+  EXPECT_EQ(std::wstring::npos, failure.second.find(L"takes no more data"));
+  EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"not needed")), failureHere);
+  EXPECT_EQ(L"not needed", held.reason());
+}
+
+TEST_F(ConnectionTest, APeerThatWaitsInItsSendLearnsAtOnceOfTheEndOfAConnectionThatIsStillHeld) {
+  for (const bool sendsToo : {false, true})
+    endWhileThePeerWaits(65536, sendsToo);
+}
+
+TEST_F(ConnectionTest, SoDoesAPeerWhoseWindowWasShutByAFewBytes) {
+  for (const bool sendsToo : {false, true})
+    endWhileThePeerWaits(4096, sendsToo);
 }
 
 #ifndef _WIN32

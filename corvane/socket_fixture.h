@@ -10,12 +10,13 @@
 #include <utility>
 #include <vector>
 
-// Two sockets over the loopback that hold as little as the system allows, so that a sender soon meets a full one.
+// Two sockets over the loopback that hold little, by default as little as the system allows, so that a sender soon
+// meets a full one.
 class NarrowPair {
  public:
-  NarrowPair() {
+  explicit NarrowPair(int bytes = 4096) {
     CS_ComponentServer::initialize(0, 0);
-    const std::intptr_t listener = make();
+    const std::intptr_t listener = make(bytes);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = ::inet_addr(OwnListener::host().c_str());
@@ -24,7 +25,7 @@ class NarrowPair {
     EXPECT_EQ(0, ::bind(corvane::native(listener), any, length));
     EXPECT_EQ(0, ::listen(corvane::native(listener), 1));
     EXPECT_EQ(0, ::getsockname(corvane::native(listener), any, &length));
-    dialedHandle = make();
+    dialedHandle = make(bytes);
     EXPECT_EQ(0, ::connect(corvane::native(dialedHandle), any, length));
     acceptedHandle = static_cast<std::intptr_t>(::accept(corvane::native(listener), nullptr, nullptr));
     corvane::closeSocket(listener);
@@ -38,9 +39,8 @@ class NarrowPair {
   corvane::Socket accepted;
 
  private:
-  static std::intptr_t make() {
+  static std::intptr_t make(int small) {
     const auto handle = static_cast<std::intptr_t>(::socket(AF_INET, SOCK_STREAM, 0));
-    const int small = 4096;
     ::setsockopt(corvane::native(handle), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&small), sizeof small);
     ::setsockopt(corvane::native(handle), SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&small), sizeof small);
     return handle;

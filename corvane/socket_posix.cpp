@@ -29,6 +29,16 @@ void awaitRoom(std::intptr_t handle, SendAllowance& allowance) {
   allowance.waited(std::chrono::steady_clock::now() - from);
 }
 
+// Closed over bytes that nobody received, the system resets the connection and throws away what was sent last. That is
+// right for a peer that floods, and waits; a few bytes that crossed our end shall not cost it our last words.
+void takeFewBytes(std::intptr_t handle) {
+  std::array<char, kFewBytes> few;
+  int waiting = 0;
+  if (::ioctl(native(handle), FIONREAD, &waiting) == 0 && waiting > 0 && waiting <= static_cast<int>(kFewBytes)) {
+    static_cast<void>(::recv(native(handle), few.data(), few.size(), MSG_DONTWAIT));
+  }
+}
+
 }  // namespace
 
 Socket::~Socket() {
@@ -37,13 +47,7 @@ Socket::~Socket() {
 
 void Socket::close() noexcept {
   if (m_handle == kNone) return;
-  // Closed over bytes that nobody received, the system resets the connection and throws away what was sent last. That
-  // is right for a peer that floods, and waits; a few bytes that crossed our end shall not cost it our last words.
-  std::array<char, kFewBytes> few;
-  int waiting = 0;
-  if (::ioctl(native(m_handle), FIONREAD, &waiting) == 0 && waiting > 0 && waiting <= static_cast<int>(kFewBytes)) {
-    static_cast<void>(::recv(native(m_handle), few.data(), few.size(), MSG_DONTWAIT));
-  }
+  takeFewBytes(m_handle);
   closeSocket(std::exchange(m_handle, kNone));
 }
 
@@ -104,7 +108,11 @@ bool Socket::peerHasClosed() const noexcept {
 }
 
 void Socket::shutdown() noexcept {
-  if (m_handle != kNone) ::shutdown(native(m_handle), SHUT_RDWR);
+  if (m_handle == kNone) return;
+  // Before, because afterwards the system does not tell a peer any more that there is room again: where the window is
+  // so small that a few bytes shut it, the peer would wait on for a minute.
+  takeFewBytes(m_handle);
+  ::shutdown(native(m_handle), SHUT_RDWR);
 }
 
 std::wstring networkErrorText(int error) {
