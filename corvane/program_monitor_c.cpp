@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr unsigned kReplyMilliseconds = 120000;
-
 void writeCut(CS_OutRequest& request, const std::wstring& text) {
   request.writeUTF(text.size() <= CS_ProgramMonitor_c::kMaxNoticeText
                        ? text.c_str()
@@ -36,13 +34,13 @@ bool CS_ProgramMonitor_c::release() {
   return CS_Component::release();
 }
 
-bool CS_ProgramMonitor_c::setProcessInfo(unsigned long processId, const wchar_t* moduleName) {
+bool CS_ProgramMonitor_c::setProcessInfo(unsigned long processId, const wchar_t* moduleName, unsigned milliseconds) {
   try {
     CS_OutRequest request(CS_RCPtr<CS_Component>(this), kSetProcessInfo);
     request.writeInt(static_cast<int>(processId));
     request.writeUTF(moduleName);
     CS_InRequest reply(request);
-    request.execute(reply, kReplyMilliseconds);
+    request.execute(reply, milliseconds);
     return reply.readBoolean();
   } catch (const CS_Exception&) {
     return false;

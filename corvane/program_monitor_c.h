@@ -28,8 +28,9 @@ class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
   bool initialize() override;
   bool release() override;
 
-  // Tells the peer whose records these are; false when the peer refuses or cannot be reached within 120000 ms.
-  bool setProcessInfo(unsigned long processId, const wchar_t* moduleName);
+  // Tells the peer whose records these are; false when the peer refuses or does not answer in that time.
+  static constexpr unsigned kReplyMilliseconds = 120000;
+  bool setProcessInfo(unsigned long processId, const wchar_t* moduleName, unsigned milliseconds = kReplyMilliseconds);
   void notify(const CS_Notice& notice) noexcept override;
 
  protected:

@@ -17,6 +17,9 @@ namespace {
 
 constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit
 constexpr const wchar_t* kKind = L"job";
+// How long a server may think about who tells. The job's call waits for it behind all other bounds, and a server that
+// has just let it wait for ten minutes, because it is stopped, does not answer this either.
+constexpr unsigned kTellMilliseconds = 5000;
 
 // What an ordinary user's job that the spooler does not let us act on means to whoever looks into the queue.
 constexpr wchar_t kStaysInQueue[] =
@@ -92,7 +95,7 @@ bool introduce(CS_ProgramMonitor_c& monitor) {
   GetModuleFileNameW(nullptr, path, MAX_PATH);
   wchar_t name[_MAX_FNAME] = L"";
   _wsplitpath(path, nullptr, nullptr, name, nullptr);
-  return monitor.setProcessInfo(GetCurrentProcessId(), name);
+  return monitor.setProcessInfo(GetCurrentProcessId(), name, kTellMilliseconds);
 }
 
 // A monitor that reaches the application server over the job's connection; null when there is none. A job that went
