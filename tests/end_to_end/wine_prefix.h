@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/processes/child_process.h"
+#include "tests/processes/wine_server.h"
 
 #include <filesystem>
 #include <memory>
@@ -15,7 +15,6 @@ class WinePrefix {
  public:
   // Throws std::runtime_error when the Windows programs are not built, or with the output of what failed.
   explicit WinePrefix(const std::string& name);
-  ~WinePrefix();
   WinePrefix(const WinePrefix&) = delete;
   WinePrefix& operator=(const WinePrefix&) = delete;
 
@@ -27,7 +26,7 @@ class WinePrefix {
 
  private:
   std::filesystem::path m_path;
-  std::unique_ptr<ChildProcess> m_server;
+  std::unique_ptr<WineServer> m_server;
 };
 
 // The path of one of our Windows programs.

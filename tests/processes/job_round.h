@@ -53,10 +53,20 @@ class JobRound {
   bool hasHost(int stage) const { return m_hosts.contains(stage); }
   // What was said about the job's end; empty when nobody said anything.
   std::string failureOf(int stage);
+  // What was done to the job in the spooler's queue, in order: "deleted", "marked sent". Nothing leaves it waiting
+  // there.
+  std::vector<std::string> queueActions(int stage);
+  // What has to have been done, as its calls went: a failed start or write deletes the job, the end marks it sent
+  // whatever came of it, and a process that was killed before its job had ended has done nothing.
+  std::vector<std::string> owedQueueActions(int stage);
   // Whether the job arrived or somebody said something, if only after a while.
   bool isKnown(int stage);
   // What the folder of the job's client has, in words: "nothing", "the document", or what is wrong.
   std::string arrived(int stage);
+
+  // Two days pass for what a killed spooler has left of its jobs, so that the next start of the monitor takes it for
+  // that. Fails the test when it left nothing.
+  void age();
 
   // Nothing is left of the round but the clients, the server and the documents: no process, no temporary file.
   void expectNothingLeft() const;
@@ -80,6 +90,7 @@ class JobRound {
   std::map<int, std::unique_ptr<ChildProcess>> m_clients, m_hosts;
   std::map<int, pid_t> m_held;  // Ghostscript of each stage
   std::map<int, bool> m_printed;
+  std::map<int, std::string> m_hostSaid;  // by hosts that have ended
   std::vector<pid_t> m_stopped;
   std::vector<std::string> m_earlier;  // temporary files that were there before
   std::string m_said;                  // by servers and clients that have been replaced

@@ -2,9 +2,7 @@
 
 #include <fstream>
 #include <iterator>
-#include <signal.h>
 #include <stdexcept>
-#include <stdlib.h>
 
 namespace tests {
 
@@ -22,13 +20,20 @@ fs::path prefix() {
 
 }  // namespace
 
-std::vector<std::string> WineHost::temporaryFiles() const {
-  std::vector<std::string> names;
+std::vector<fs::path> WineHost::temporaryPaths() const {
+  std::vector<fs::path> paths;
   for (const auto& user : fs::directory_iterator(prefix() / "drive_c" / "users")) {
     if (!fs::is_directory(user.path() / "Temp")) continue;
     for (const auto& entry : fs::directory_iterator(user.path() / "Temp"))
-      names.push_back(entry.path().filename().string());
+      paths.push_back(entry.path());
   }
+  return paths;
+}
+
+std::vector<std::string> WineHost::temporaryFiles() const {
+  std::vector<std::string> names;
+  for (const fs::path& path : temporaryPaths())
+    names.push_back(path.filename().string());
   return names;
 }
 
@@ -42,11 +47,7 @@ std::string WineHost::missing() {
   return "";
 }
 
-WineHost::WineHost(Scene& scene) : m_scene(scene) {
-  setenv("MG_WINE_PREFIX", prefix().c_str(), 1);
-  setenv("WINEPREFIX", prefix().c_str(), 1);
-  fs::create_directories(prefix());
-  m_wineServer = std::make_unique<ChildProcess>(std::vector<std::string>{"/usr/lib/wine/wineserver64", "-f", "-p"});
+WineHost::WineHost(Scene& scene) : m_scene(scene), m_wineServer(std::make_unique<WineServer>(prefix())) {
   const fs::path programs = scene.folder() / "root" / "Programs";
   fs::create_directories(programs);
   fs::copy_file(windowsBinaries() / "ps2pdf.exe", programs / "ps2pdf.exe", fs::copy_options::overwrite_existing);
@@ -68,11 +69,6 @@ void WineHost::changeSettings(const std::vector<std::string>& options) {
   arguments.insert(arguments.end(), options.begin(), options.end());
   const auto settings = start("mgspool.exe", arguments);
   if (settings->wait() != 0) throw std::runtime_error("the settings cannot be written:\n" + settings->output());
-}
-
-WineHost::~WineHost() {
-  m_wineServer->signal(SIGINT);  // on SIGTERM it would leave Wine's services behind
-  m_wineServer->wait();
 }
 
 std::unique_ptr<ChildProcess> WineHost::start(const std::string& program, const std::vector<std::string>& arguments,

@@ -2,6 +2,7 @@
 
 #include "tests/processes/child_process.h"
 #include "tests/processes/scene.h"
+#include "tests/processes/wine_server.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -17,7 +18,6 @@ class WineHost {
  public:
   // Keeps the prefix alive while the object lives, and points the monitor to the scene's server.
   explicit WineHost(Scene& scene);
-  ~WineHost();
   WineHost(const WineHost&) = delete;
   WineHost& operator=(const WineHost&) = delete;
 
@@ -35,8 +35,9 @@ class WineHost {
   // Prints on port CPP5 as a spooler does. The result is true when every call succeeded.
   bool print(const std::string& printer, const std::string& document, const std::vector<std::string>& data);
 
-  // What lies in the folders for temporary files of the prefix's users.
+  // What lies in the folders for temporary files of the prefix's users: names, and whole paths.
   std::vector<std::string> temporaryFiles() const;
+  std::vector<std::filesystem::path> temporaryPaths() const;
 
   // Wine's server of the prefix.
   pid_t server() const { return m_wineServer->id(); }
@@ -52,7 +53,7 @@ class WineHost {
   void changeSettings(const std::vector<std::string>& options);
 
   Scene& m_scene;
-  std::unique_ptr<ChildProcess> m_wineServer;
+  std::unique_ptr<WineServer> m_wineServer;
   std::string m_lastOutput;
 };
 

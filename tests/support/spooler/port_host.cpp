@@ -1,6 +1,7 @@
 // Loads the print monitor as a spooler does, without a spooler, and brings one document to a port. Says the result of
 // each call; see README.md of this folder.
 #include "tests/support/spooler/port_job.h"
+#include "tests/support/spooler/stand_in_queue.h"
 #include "tests/support/spooler/system_failure.h"
 
 #include <windows.h>
@@ -31,6 +32,7 @@ struct Arguments {
   DWORD writeSize = 65536;
   DWORD job = 1;
   bool eachWrite = false;
+  bool standInQueue = false;
   std::vector<std::string> holdAfter;
   DWORD repeat = 1;
   DWORD reportEvery = 1000;
@@ -48,6 +50,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
   app.add_option("--pattern", arguments.pattern, "print this many bytes, the byte at offset n being n * 31 mod 251");
   app.add_option("--file", arguments.file, "print this file");
   app.add_flag("--each-write", arguments.eachWrite, "say every write, not only the last one and failures");
+  app.add_flag("--stand-in-queue", arguments.standInQueue,
+               "every printer and job is there, and what the monitor does to a job in its queue is said");
   app.add_option("--hold-after", arguments.holdAfter, "say so and wait for a line of input after this")
       ->check(CLI::IsMember({kOpenPort, kStartDocPort, kWritePort, kLastWrite}));
   app.add_option("--repeat", arguments.repeat, "print so many documents, with numbers behind their names")
@@ -185,6 +189,7 @@ int printOften(const MonitorTable& monitor, const Arguments& arguments) {
 
 int run(const Arguments& arguments) {
   const MonitorTable& monitor = mg::support::loadMonitor();
+  if (arguments.standInQueue) mg::support::useStandInQueue(GetModuleHandleW(L"MgPrintMon.dll"));
   addPortToMonitor(monitor, wide(arguments.port));
   return arguments.repeat > 1 ? printOften(monitor, arguments) : printOnce(monitor, arguments);
 }

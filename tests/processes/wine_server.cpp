@@ -1,0 +1,74 @@
+#include "tests/processes/wine_server.h"
+
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <signal.h>
+#include <stdexcept>
+#include <stdlib.h>
+#include <string>
+#include <sys/file.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace tests {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kProgram[] = "/usr/lib/wine/wineserver64";
+
+int lock(const fs::path& prefix) {
+  const int file = ::open((prefix / ".in-use").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (file == -1 || ::flock(file, LOCK_EX | LOCK_NB) != 0) {
+    if (file != -1) ::close(file);
+    throw std::runtime_error("another run of the tests uses " + prefix.string() + "; wait for its end");
+  }
+  return file;
+}
+
+void endEarlierServer(const fs::path& prefix) {
+  // Ends with 0 when there was one, and not before that one is gone.
+  ChildProcess ending(std::vector<std::string>{kProgram, "-k"});
+  if (ending.wait() != 0) return;
+  std::fprintf(stderr, "an earlier run was killed and left Wine's server in %s; it has been ended\n", prefix.c_str());
+}
+
+// A program that comes before the server listens starts a second one, and in a new prefix the two disturb each other.
+// Debian's Wine names the folder of its socket in the prefix.
+void waitForServer(const fs::path& prefix) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (std::chrono::steady_clock::now() < deadline) {
+    std::string folder;
+    if (std::ifstream(prefix / "wineserver") >> folder && fs::is_directory("/tmp/" + folder)) {
+      for (const auto& entry : fs::directory_iterator("/tmp/" + folder)) {
+        if (fs::is_socket(entry.path() / "socket")) return;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+}  // namespace
+
+WineServer::WineServer(const fs::path& prefix) {
+  fs::create_directories(prefix);
+  setenv("MG_WINE_PREFIX", prefix.c_str(), 1);
+  setenv("WINEPREFIX", prefix.c_str(), 1);
+  m_lock = lock(prefix);
+  endEarlierServer(prefix);
+  m_server = std::make_unique<ChildProcess>(std::vector<std::string>{kProgram, "-f", "-p"});
+  waitForServer(prefix);
+}
+
+WineServer::~WineServer() {
+  // On SIGINT the server ends every process of its prefix; on SIGTERM it leaves Wine's services behind without it.
+  m_server->signal(SIGINT);
+  m_server->wait();
+  ::close(m_lock);
+}
+
+}  // namespace tests

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "tests/processes/child_process.h"
+
+#include <filesystem>
+#include <memory>
+#include <sys/types.h>
+
+namespace tests {
+
+// Wine's server of a prefix. It lives as long as the object, and every program of the prefix no longer. One in a
+// process: programs find the prefix through the environment.
+//
+// A test binary that was killed leaves its server behind, with the programs of that run; they would be what the next
+// run talks to. So such a server is ended first, and that is said.
+class WineServer {
+ public:
+  // The prefix's folder is made. Throws std::runtime_error when a run that still lives uses it.
+  explicit WineServer(const std::filesystem::path& prefix);
+  ~WineServer();
+  WineServer(const WineServer&) = delete;
+  WineServer& operator=(const WineServer&) = delete;
+
+  pid_t id() const { return m_server->id(); }
+
+ private:
+  int m_lock = -1;  // of a file in the prefix; the system takes it back when the process ends
+  std::unique_ptr<ChildProcess> m_server;
+};
+
+}  // namespace tests
