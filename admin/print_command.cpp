@@ -1,6 +1,5 @@
-#include "admin/application_server.h"
 #include "admin/invocation.h"
-#include "admin/job_outcome.h"
+#include "admin/outcome_watch.h"
 #include "admin/progress_bar.h"
 #include "admin/raw_document.h"
 #include "admin/system_failure.h"
@@ -15,13 +14,12 @@
 #include <chrono>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 namespace admin {
 namespace {
 
 using programs::oneLine;
-using Clock = std::chrono::steady_clock;
+using Clock = OutcomeWatch::Clock;
 
 constexpr unsigned kGivenUpSeconds = 5;
 
@@ -30,74 +28,6 @@ struct Options {
   short copies = 1;
   unsigned waitSeconds = 60;
   int serverPort = 0;
-};
-
-// The server as the teller of outcomes. It may be away, at first or for a while: printing does not depend on it,
-// knowing what became of it does.
-class OutcomeWatch {
- public:
-  explicit OutcomeWatch(int serverPort) : m_port(serverPort) { connect(); }
-
-  // Nothing when nobody could say it until then.
-  std::optional<JobOutcome> wait(const AwaitedJob& job, Clock::time_point deadline) {
-    for (;;) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (!m_server && left > 0) connect();
-      if (m_server) {
-        if (const auto outcome = ask(job, std::max(left, 0LL))) return outcome;
-      }
-      if (left <= 0) return std::nullopt;
-      if (!m_server) std::this_thread::sleep_for(std::chrono::milliseconds(std::min(left, kPause)));
-    }
-  }
-
-  bool isThere() const { return m_server != nullptr; }
-  const std::string& why() const { return m_why; }
-  const std::string& remedy() const { return m_remedy; }
-
- private:
-  void connect() try {
-    m_server = std::make_unique<ApplicationServer>(m_port);
-    // Numbers begin again with the server. What the first one has told before this job began is of no interest.
-    const int latest = m_server->notices(-1, 0).latest;
-    if (!m_wasThere || latest < m_after) m_after = m_isFirst ? latest : 0;
-    m_wasThere = true;
-    m_isFirst = false;
-    m_why = "the time for it is over";
-  } catch (const Failure& failure) {
-    m_isFirst = false;
-    lose(failure);
-  }
-
-  std::optional<JobOutcome> ask(const AwaitedJob& job, long long left) try {
-    const auto wait = static_cast<unsigned>(std::min(left, kLongestWait));
-    const Notices news = m_server->notices(m_after, wait, kPatience);
-    for (const Notice& notice : news.notices) {
-      if (job.isOf(notice)) return JobOutcome::of(notice);
-    }
-    m_after = news.latest;
-    return std::nullopt;
-  } catch (const Failure& failure) {
-    lose(failure);
-    return std::nullopt;
-  }
-
-  void lose(const Failure& failure) {
-    m_server.reset();
-    m_why = failure.what();
-    m_remedy = failure.remedy();
-  }
-
-  static constexpr long long kLongestWait = 5000;  // that the server lets somebody wait for a notice
-  static constexpr unsigned kPatience = 1000;      // milliseconds for the answer on top of that
-  static constexpr long long kPause = 500;         // between attempts to reach it
-
-  const int m_port;
-  std::unique_ptr<ApplicationServer> m_server;
-  bool m_isFirst = true;
-  bool m_wasThere = false;
-  int m_after = 0;
-  std::string m_why, m_remedy;
 };
 
 Json outcomeJson(unsigned long job, const Options& options, const JobOutcome& outcome) {

@@ -10,6 +10,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 // A server that serves only who proves himself.
 class AdministrationWithKeys : public testing::Test {
@@ -38,6 +39,19 @@ TEST_F(AdministrationWithKeys, WithoutTheMonitorsKeyTheServerIsNotAsked) {
   const Machine::Result result = machine.administer({"session", "list"});
   EXPECT_EQ(result.code, 6);
   EXPECT_THAT(result.output, AllOf(HasSubstr("is not asked: "), HasSubstr("mgprintmon uses the monitor's key")));
+}
+
+// The key is one, but another one than the server has: neither starting the server nor another account helps.
+TEST_F(AdministrationWithKeys, AnotherKeyThanTheServersIsSaidWithWhatToDo) {
+  const Keys others;
+  install({"--key", windowsPath(others.make("monitor"))});
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"session", "list"}, {"status"}, {"doctor"}}) {
+    const std::string said = machine.administer(command).output;
+    EXPECT_THAT(said, AllOf(HasSubstr("is not asked: "), HasSubstr("has another key of "),
+                            HasSubstr("mgprintmon uses the monitor's key"), HasSubstr("give aps the same key")));
+    EXPECT_THAT(said, Not(HasSubstr("Start aps")));
+  }
 }
 
 TEST_F(AdministrationWithKeys, AKeyFileThatIsNoneIsAFaultOfItsOwn) {

@@ -101,6 +101,11 @@ TEST_F(AdministrationOfSessions, AnUnknownSessionAndAServerThatIsAwayAreSaid) {
        {std::vector<std::string>{"session", "up", "5"}, {"session", "list"}, {"printers", "5"}}) {
     expect(command, 6, "does not answer");
   }
+  // By the tool, and not by its log as well.
+  const std::string said = machine.administer({"session", "list"}).output;
+  const std::size_t first = said.find("nobody answers on localhost");
+  EXPECT_NE(first, std::string::npos) << said;
+  EXPECT_EQ(said.find("nobody answers", first + 1), std::string::npos) << said;
   EXPECT_THAT(succeed({"status"}), HasSubstr("does not answer"));
   scene.restartServer();
 }

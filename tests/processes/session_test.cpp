@@ -173,6 +173,11 @@ TEST(Sessions, AClientComesBackWhenTheServerDoes) {
   client->waitForLine("trying again in 0.5 s");
   client->waitForLine(" is away: ");
   client->waitForLine("trying again in 1 s");
+  // Once, by the client, and not by its log as well.
+  const std::string said = client->output();
+  const std::size_t first = said.find("nobody answers on ");
+  EXPECT_NE(first, std::string::npos) << said;
+  EXPECT_EQ(said.find("nobody answers", first + 1), std::string::npos) << said;
   scene.restartServer();
   EXPECT_THAT(client->waitForLine("ready: "), HasSubstr("\"Laser-2 (session 5)\""));
   client->signal(SIGINT);
