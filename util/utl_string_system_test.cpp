@@ -128,10 +128,20 @@ TEST(UtlStringPath, ThrowsFailureAndKeepsAPathThatDoesNotExist) {
   EXPECT_TRUE(empty.isEmpty());
 }
 
+// Wine starts a process for the desktop with the first window of a prefix, waits some seconds for it, and without it
+// makes no window: on a busy machine it takes more than one attempt.
+HWND makeWindow() {
+  for (const ULONGLONG end = GetTickCount64() + 60000; GetTickCount64() < end; Sleep(100)) {
+    const HWND window =
+        CreateWindowExW(0, L"STATIC", L"a window", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+    if (window != nullptr) return window;
+  }
+  return nullptr;
+}
+
 TEST(UtlStringWindow, ReadsTheTextOfAWindowInEitherForm) {
-  const HWND window =
-      CreateWindowExW(0, L"STATIC", L"a window", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
-  ASSERT_NE(window, nullptr);
+  const HWND window = makeWindow();
+  ASSERT_NE(window, nullptr) << GetLastError();
   UTL_String text(L"before");
   text.readWindowWide(window);
   EXPECT_STREQ(text.wide(), L"a window");
