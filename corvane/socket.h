@@ -53,8 +53,8 @@ class Socket {
   // Nothing when the deadline passed.
   std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline);
 
-  // Ends both directions: whoever is blocked in send() or receive() fails or sees the end. The handle stays valid until
-  // close() or the object's end. Never blocks.
+  // Ends both directions: whoever is blocked in send() or receive() fails or sees the end, and what has come and not
+  // been received is lost. The handle stays valid until close() or the object's end. Never blocks.
   void shutdown() noexcept;
   // Gives the handle back; the object can only be destroyed from then on. No other thread may be in a call. What was
   // sent still arrives, unless the peer has sent much that nobody received: then it is told at once that the connection
