@@ -263,6 +263,7 @@ TEST_F(ConvertJobTest, WithoutATemporaryDirectoryNothingIsStarted) {
   EXPECT_EQ(convert(), 0);
   EXPECT_EQ(m_command, "");
   EXPECT_EQ(records(), thrown("Failed to find temporary path.") + notDeleted(m_pdf) + notDeleted(m_log) + closing());
+  EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
 }
 
 TEST_F(ConvertJobTest, WithoutALogTheConversionGoesOnAndCounts) {

@@ -1,6 +1,7 @@
 #include "jobs/convert_job_test.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/local_log.h"
+#include "tests/support/trail_lines.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
@@ -11,6 +12,7 @@ MG_IMPORT_SEAM(L"kernel32.dll", MultiByteToWideChar, 0)
 
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -101,6 +103,43 @@ TEST_F(ConverterLogTest, WordsThatCannotBeConvertedEndTheCleanUpWithItsOwnLine) 
   EXPECT_EQ("\n" + lines[2], notDeleted(m_pdf));
   EXPECT_EQ(lines[3], "0x4000000a: Stack Trace: MgPrintMon - ConvertJob() cleanup execption");
   EXPECT_EQ(m_records.reports(), 1);
+}
+
+// The stages that a conversion adds to what its job's failure is told with.
+class ConversionTrailTest : public ConvertJobTest {
+ protected:
+  ConversionTrailTest() {
+    GetExitCodeProcessSeam.replacement = [](HANDLE, LPDWORD code) -> WINBOOL {
+      *code = 9;
+      return TRUE;
+    };
+  }
+};
+
+TEST_F(ConversionTrailTest, HasTheEndOfTheConverterAndTheSizeOfItsDocument) {
+  convert();
+  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("the conversion begins", "the converter ended with 9",
+                                                   "the converted document has 17 bytes"));
+}
+
+TEST_F(ConversionTrailTest, HasTheEndOfTheConverterAndThatItFailed) {
+  m_makesPdf = false;
+  convert();
+  EXPECT_THAT(trailLines(m_job.trail),
+              ElementsAre("the conversion begins", "the converter ended with 9", "the conversion failed"));
+}
+
+TEST_F(ConversionTrailTest, HasNoEndOfAConverterWhoseEndCannotBeAskedFor) {
+  GetExitCodeProcessSeam.fail(1, FALSE);
+  convert();
+  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("the conversion begins", "the converted document has 17 bytes"));
+}
+
+TEST_F(ConversionTrailTest, HasWhyADocumentGoesOutAsItCame) {
+  TemporaryFolder::write(m_ps, "%PDF-1.7\n");
+  convert();
+  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("the collected document is sent as it is and has 9 bytes",
+                                                   "sent as it came: it is a PDF already."));
 }
 
 }  // namespace

@@ -3,9 +3,9 @@
 #include "corvane/message_numbers.h"
 #include "jobs/environment_seam.h"
 #include "tests/support/import_seam.h"
-#include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/trail_lines.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
@@ -54,16 +54,6 @@ class PrintRawDataTest : public testing::Test {
     EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
     EXPECT_EQ(m_world.countOf("request 7"), 0u);
   }
-  // The lines of the job's trail, without their times.
-  std::vector<std::string> trail() const {
-    const LocalLog log;
-    m_job.trail.write(L"trail");
-    std::vector<std::string> lines = log.lines();
-    for (std::string& line : lines)
-      line.erase(0, line.find_last_of("0123456789") + 2);
-    return lines;
-  }
-
   // The path of the only text file, from the request that names it.
   std::wstring launchedFile() {
     const std::string line = m_world.requests().back();
@@ -137,7 +127,7 @@ TEST_F(PrintRawDataTest, ALaunchIsInTheJobsTrail) {
   const TemporaryFolder folder;
   write(folder);
   PrintRawDataViaNotepad(m_job, L"Preview PDF");
-  EXPECT_THAT(trail(), ElementsAre("notepad was started in the session"));
+  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("notepad was started in the session"));
   EXPECT_FALSE(m_job.failure.isNoted());
 }
 
@@ -150,7 +140,7 @@ TEST_F(PrintRawDataTest, ALaunchWhoseAnswerIsLostWithTheConnectionIsAFailureOfTh
   EXPECT_EQ(m_world.countOf("request 7"), 1u);
   EXPECT_STREQ(m_job.failure.cause(), corvane::messageText(corvane::kConnectionLost));
   EXPECT_EQ(m_job.failure.fault(), JobFault::kConnection);
-  EXPECT_THAT(trail(), IsEmpty());
+  EXPECT_THAT(trailLines(m_job.trail), IsEmpty());
 }
 
 TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {

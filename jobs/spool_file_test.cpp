@@ -3,10 +3,12 @@
 #include "corvane/text.h"
 #include "jobs/file_read_seam.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/recording_monitor.h"
 #include "tests/support/temporary_folder.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -104,12 +106,16 @@ TEST_F(SpoolFileTest, TheWholeFileBecomesTheFinalData) {
   EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 
-TEST_F(SpoolFileTest, FinalDataOfAnEarlierReadAreReplaced) {
+TEST_F(SpoolFileTest, FinalDataOfAnEarlierReadAreFreedAndReplaced) {
+  const guarded_heap::Mark mark;
   TemporaryFolder::write(m_path, "first");
   ReadDataIntoFinalBuffer(m_job);
   TemporaryFolder::write(m_path, "2nd");
   ReadDataIntoFinalBuffer(m_job);
   EXPECT_EQ(finalData(), "2nd");
+  const auto left = mark.left();
+  EXPECT_EQ(std::count_if(left.begin(), left.end(), [](const guarded_heap::Block& block) { return block.size == 5; }),
+            0);
 }
 
 TEST_F(SpoolFileTest, AnEmptyFileIsRecordedAndLeavesNoFinalData) {
