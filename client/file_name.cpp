@@ -1,5 +1,6 @@
 #include "client/file_name.h"
 
+#include "corvane/printable.h"
 #include "corvane/text.h"
 
 #include <algorithm>
@@ -9,14 +10,8 @@
 namespace printclient {
 namespace {
 
-bool vanishes(wchar_t c) {
-  const auto point = static_cast<unsigned long>(c);
-  return point < 0x20 || (point >= 0x7F && point < 0xA0) || (point >= 0x200B && point <= 0x200F) ||
-         (point >= 0x2028 && point <= 0x202E) || (point >= 0x2060 && point <= 0x206F) || point == 0xFEFF;
-}
-
-bool becomesHyphen(wchar_t c) {
-  return std::wstring_view(L"\\/:*?\"<>|").find(c) != std::wstring_view::npos;
+bool becomesHyphen(char32_t point) {
+  return std::u32string_view(U"\\/:*?\"<>|").find(point) != std::u32string_view::npos;
 }
 
 std::string upper(std::string_view text) {
@@ -59,11 +54,13 @@ void cut(std::string& name, std::size_t limit) {
 }
 
 std::string madeSafe(std::wstring_view text, std::string_view extension) {
-  std::wstring kept;
-  for (const wchar_t c : text) {
-    if (!vanishes(c)) kept.push_back(becomesHyphen(c) ? L'-' : c);
+  const std::string given = corvane::toUtf8(text);
+  std::string name;
+  for (std::size_t at = 0; at < given.size();) {
+    const char32_t point = corvane::nextUtf8(given, at);
+    // What nobody can see could show the letters, and so the ending, in another order than they are stored.
+    if (corvane::isPrintable(point)) corvane::appendUtf8(name, becomesHyphen(point) ? U'-' : point);
   }
-  std::string name = corvane::toUtf8(kept);
   trimDotsAndBlanks(name);
   if (name.size() > extension.size() && upper(name.substr(name.size() - extension.size())) == upper(extension)) {
     name.resize(name.size() - extension.size());

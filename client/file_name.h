@@ -11,10 +11,10 @@ namespace printclient {
 inline constexpr std::size_t kMaxFileNameBytes = 200;
 
 // A document's name as the name of a file, without directory, as UTF-8, safe on Windows and elsewhere: separators and
-// other characters that Windows refuses become "-", control and invisible direction characters vanish, dots and blanks
-// at either end are taken off, a reserved device name gets "_" in front, and a name that is too long is cut between
-// characters. An extension equal to the given one (".pdf") is taken off, so that it does not stand twice. A name of
-// which nothing is left is the fallback made safe in the same way, or "job".
+// other characters that Windows refuses become "-", what cannot be seen vanishes (corvane/printable.h), so that the
+// name reads as it is stored, dots and blanks at either end are taken off, a reserved device name gets "_" in front,
+// and a name that is too long is cut between characters. An extension equal to the given one (".pdf") is taken off, so
+// that it does not stand twice. A name of which nothing is left is the fallback made safe in the same way, or "job".
 std::string fileNameFor(std::wstring_view documentName, std::wstring_view fallback, std::string_view extension);
 
 // The name with a number, for when the plain one is taken: number 1 is "name.pdf", number 2 is "name (2).pdf".

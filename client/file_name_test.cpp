@@ -1,6 +1,12 @@
 #include "client/file_name.h"
 
+#include "corvane/text.h"
+
+#include <cstdint>
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <utility>
+#include <vector>
 
 namespace printclient {
 namespace {
@@ -22,6 +28,27 @@ TEST(FileName, NeverLeavesTheFolder) {
 TEST(FileName, DropsControlAndDirectionCharacters) {
   EXPECT_EQ(pdfName(std::wstring_view(L"a\0b\nc\x7f", 6)), "abc");
   EXPECT_EQ(pdfName(L"a\u202Efdp.exe\uFEFF"), "afdp.exe");
+}
+
+TEST(FileName, NothingInItCanHideOrTurnItsEndingRound) {
+  std::vector<char32_t> points = {0x00AD, 0x034F, 0x061C, 0x180E, 0x2028, 0x2029, 0xFEFF, 0xFFFB, 0xE0001, 0xE007F};
+  for (const auto& [first, last] : std::initializer_list<std::pair<char32_t, char32_t>>{
+           {0x01, 0x1F}, {0x7F, 0x9F}, {0x200B, 0x200F}, {0x202A, 0x202E}, {0x2060, 0x206F}}) {
+    for (char32_t point = first; point <= last; ++point)
+      points.push_back(point);
+  }
+  for (const char32_t point : points) {
+    std::string utf8 = "invoice";
+    corvane::appendUtf8(utf8, point);
+    EXPECT_EQ(pdfName(corvane::fromUtf8(utf8 + "fdp.exe")), "invoicefdp.exe") << std::hex << std::uint32_t{point};
+    EXPECT_EQ(fileNameFor(L"", corvane::fromUtf8(utf8), ".pdf"), "invoice") << std::hex << std::uint32_t{point};
+  }
+}
+
+// Right to left is how they are written; the ending stays at the end.
+TEST(FileName, LettersOfEveryScriptStay) {
+  const std::string name = "\xD7\x93\xD7\x95\xD7\x97 \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x96\xA8 e\xCC\x81";
+  EXPECT_EQ(pdfName(corvane::fromUtf8(name)), name);
 }
 
 TEST(FileName, TakesDotsAndBlanksOffTheEnds) {

@@ -60,6 +60,16 @@ TEST(PrinterOption, AValueMayHoldAnEqualsSignAndUtf8) {
   EXPECT_EQ(printer.texts[1], L"a=b");
 }
 
+TEST(PrinterOption, AResolutionIsANumberFromOneToAHundredThousand) {
+  EXPECT_EQ(parsePrinterOption("L,resolution=1").resolution, 1);
+  EXPECT_EQ(parsePrinterOption("L,resolution=100000").resolution, 100000);
+  for (const std::string text : {"0", "00", "-1", "+600", "100001", "4294967297", " 600", "600 ", "6.5", "0x258"}) {
+    EXPECT_EQ(refusal("L,resolution=" + text), "--printer \"L,resolution=" + text +
+                                                   "\": resolution is a number from 1 to 100000, not \"" + text + "\"" +
+                                                   kExample);
+  }
+}
+
 TEST(PrinterOption, SaysWhatIsWrongAndShowsAnExample) {
   EXPECT_EQ(refusal(""), "--printer \"\": the printer's name is missing" + kExample);
   EXPECT_EQ(refusal("driver=HP"),

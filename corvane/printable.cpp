@@ -27,6 +27,15 @@ bool isPlain(char c) {
   return c >= 0x20 && c < 0x7F;
 }
 
+constexpr wchar_t kReplacement = 0xFFFD;
+
+bool isHighSurrogate(wchar_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLowSurrogate(wchar_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
 bool isBreak(char32_t point) {
   return point == U'\n' || point == U'\r' || point == U'\t';
 }
@@ -56,6 +65,28 @@ std::string printable(std::string_view utf8) {
 
 std::string printable(std::wstring_view text) {
   return printable(toUtf8(text));
+}
+
+void makePrintable(wchar_t* text) noexcept {
+  wchar_t* end = text;
+  while (*text != L'\0') {
+    const wchar_t first = *text++;
+    auto point = static_cast<char32_t>(first);
+    wchar_t second = L'\0';
+    if (isHighSurrogate(first) && isLowSurrogate(*text)) {
+      second = *text++;
+      point = 0x10000 + ((static_cast<char32_t>(first) & 0x3FF) << 10) + (static_cast<char32_t>(second) & 0x3FF);
+    }
+    if (second == L'\0' && (isHighSurrogate(first) || isLowSurrogate(first) || point > 0x10FFFF)) {
+      *end++ = kReplacement;
+    } else if (isPrintable(point)) {
+      *end++ = first;
+      if (second != L'\0') *end++ = second;
+    } else {
+      *end++ = isBreak(point) ? L' ' : L'?';
+    }
+  }
+  *end = L'\0';
 }
 
 }  // namespace corvane

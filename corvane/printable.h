@@ -11,6 +11,8 @@ namespace corvane {
 // what is no character becomes "?". Bytes that are no UTF-8 become U+FFFD, and so do unpaired surrogates.
 std::string printable(std::string_view utf8);
 std::string printable(std::wstring_view text);
+// The same in place, for a text that there may be no memory for. It grows shorter if anything.
+void makePrintable(wchar_t* text) noexcept;
 
 // Whether a code point stays as it is.
 bool isPrintable(char32_t point);

@@ -1,5 +1,7 @@
 #include "corvane/printable.h"
 
+#include "corvane/text.h"
+
 #include <gtest/gtest.h>
 
 namespace corvane {
@@ -46,6 +48,19 @@ TEST(Printable, WhatIsNoTextIsAReplacementCharacter) {
   EXPECT_EQ(printable(std::string_view("a\xFF\xC3z")), "a\xEF\xBF\xBD\xEF\xBF\xBDz");
   const wchar_t alone[] = {L'a', static_cast<wchar_t>(0xD83D), L'z', L'\0'};
   EXPECT_EQ(printable(std::wstring_view(alone)), "a\xEF\xBF\xBDz");
+}
+
+TEST(Printable, InPlaceATextBecomesTheSame) {
+  const wchar_t alone[] = {L'a', static_cast<wchar_t>(0xD83D), L'z', static_cast<wchar_t>(0xDC01), L'\0'};
+  const wchar_t last[] = {L'a', static_cast<wchar_t>(0xD83D), L'\0'};
+  for (const std::wstring& text :
+       {std::wstring(), std::wstring(L"Laser-2 \u00e4\u20ac \u05d3 \U0001F5A8"),
+        std::wstring(L"a\r\nb\tc\x1b[2J\x7f\x85"), std::wstring(L"invoice\u202Efdp.exe\u2066\u2069\u200B\uFEFF"),
+        std::wstring(L"a\U000E0041z\U000E0001"), std::wstring(alone), std::wstring(last)}) {
+    std::wstring changed = text;
+    makePrintable(changed.data());
+    EXPECT_EQ(toUtf8(changed.c_str()), printable(std::wstring_view(text)));
+  }
 }
 
 }  // namespace

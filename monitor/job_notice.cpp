@@ -4,6 +4,7 @@
 #include "corvane/connection.h"
 #include "corvane/last_error.h"
 #include "corvane/local_monitor.h"
+#include "corvane/printable.h"
 #include "corvane/program_monitor_c.h"
 #include "monitor/event_log.h"
 #include "monitor/kept_notices.h"
@@ -38,13 +39,6 @@ const wchar_t* sessionOf(const wchar_t* portName) {
   return number[std::wcsspn(number, L"0123456789")] == L'\0' ? number : L"";
 }
 
-// Printer and document name are what somebody typed; the line stays one.
-void makeOneLine(wchar_t* text) {
-  for (; *text != L'\0'; ++text) {
-    if (*text < L' ') *text = L' ';
-  }
-}
-
 void composeLine(wchar_t (&line)[kLineSize], const JobNotice& job) {
   const wchar_t* session = sessionOf(job.portName);
   wchar_t where[64] = L"";
@@ -68,7 +62,8 @@ void composeLine(wchar_t (&line)[kLineSize], const JobNotice& job) {
   }
   std::swprintf(line, kLineSize, L"Job %lu \"%.200ls\" on \"%.259ls\"%ls %ls%ls", job.jobId, job.document,
                 job.printerName, where, end, queue);
-  makeOneLine(line);
+  // Printer, document and reasons are what somebody else typed; the line stays one, and shows what it says.
+  corvane::makePrintable(line);
 }
 
 CS_Notice makeNotice(const JobNotice& job, const wchar_t* line) {

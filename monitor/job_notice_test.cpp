@@ -159,6 +159,18 @@ TEST_F(JobNoticeTest, AnEventLogThatRefusesChangesNothing) {
                                     std::string("error 0xc0000001 category 0: ") + kFailedAttach));
 }
 
+TEST_F(JobNoticeTest, WhatADocumentsNameHidesOrTurnsRoundIsSeenInTheLineAndInTheEventLog) {
+  m_document.pDocName = text(L"a\u202Efdp.exe\u2066\u200B\x85\x1b[2J\n\U0001F5A8\u05d3");
+  refuseAttach();
+  start();
+  const std::string line =
+      "Job 17 \"a?fdp.exe????[2J \xF0\x9F\x96\xA8\xD7\x93\" on \"Laser\" (session 5) failed: Failed to attach print "
+      "job to "
+      "session for Laser. Start the session's print client, then print again.";
+  EXPECT_THAT(told(), ElementsAre(line));
+  EXPECT_THAT(m_events, ElementsAre("register MgPrintMon", "error 0xc0000001 category 0: " + line, "deregister"));
+}
+
 TEST_F(JobNoticeTest, IsToldOnceWhateverAllocationFailsAtTheStart) {
   bool sawConnect = false;
   for (int nth = 1;; ++nth) {

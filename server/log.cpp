@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <utility>
 
 namespace aps {
 namespace {
@@ -28,7 +29,7 @@ std::string timed(const std::string& text) {
 
 // Counted like what peers cause: a disk that is full now and then could otherwise push everything else out.
 void Log::Shared::note(const std::string& text) {
-  if (!repeats.take("the log", {text, true}, Repeats::Clock::now())) return;
+  if (!repeats.take("the log", {text, true}, now())) return;
   failures.add(timed(text), RecentLines::Shelf::kRefusals);
 }
 
@@ -52,10 +53,16 @@ class Log::Output : public programs::LineOutput {
     return still;
   }
 
-  Clock::time_point dueAt() override { return m_shared->repeats.dueAt(); }
+  // By the clock that the queue waits by.
+  Clock::time_point dueAt() override {
+    const Clock::time_point due = m_shared->repeats.dueAt();
+    if (due == Clock::time_point::max()) return due;
+    const Clock::time_point now = m_shared->now();
+    return due <= now ? Clock::time_point::min() : Clock::now() + (due - now);
+  }
   std::vector<std::string> takeDue() override {
     std::vector<std::string> lines;
-    for (const Repeats::Line& line : m_shared->repeats.due(Clock::now())) {
+    for (const Repeats::Line& line : m_shared->repeats.due(m_shared->now())) {
       lines.push_back(timed(line.text));
       if (line.isFailure) m_shared->failures.add(lines.back(), RecentLines::Shelf::kRefusals);
       lines.back() += "\n";
@@ -101,7 +108,8 @@ class Log::ErrorOutput : public Log::Output {
   programs::DescriptorOutput m_output{programs::kStandardError};
 };
 
-Log::Log(const std::filesystem::path& file, std::uint64_t limitBytes) {
+Log::Log(const std::filesystem::path& file, std::uint64_t limitBytes, Now now) {
+  m_shared->now = std::move(now);
   std::unique_ptr<programs::LineOutput> output;
   if (file.empty()) {
     output = std::make_unique<ErrorOutput>(m_shared);
@@ -120,7 +128,7 @@ Log::~Log() {
 
 void Log::finish() noexcept {
   try {
-    for (const Repeats::Line& line : m_shared->repeats.all(Repeats::Clock::now()))
+    for (const Repeats::Line& line : m_shared->repeats.all(m_shared->now()))
       put(timed(line.text));
   } catch (...) {  // no memory for it
   }
@@ -147,7 +155,7 @@ void Log::failure(const std::string& text) noexcept try {
 }
 
 void Log::counted(const std::string& kind, const Repeats::Line& line) noexcept try {
-  if (!m_shared->repeats.take(kind, line, Repeats::Clock::now())) return;
+  if (!m_shared->repeats.take(kind, line, m_shared->now())) return;
   const std::string whole = timed(line.text);
   if (line.isFailure) m_shared->failures.add(whole, RecentLines::Shelf::kRefusals);
   put(whole);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,9 +25,12 @@ class Log {
   static constexpr std::uint64_t kLimitBytes = 8 * 1024 * 1024;
   static constexpr std::size_t kLineBytes = 16 * 1024;  // of a line; the rest is "..."
 
+  using Now = std::function<Repeats::Clock::time_point()>;
+
   // Appends to the file, or to the standard error output when the path is empty. Throws std::runtime_error when the
-  // file cannot be opened.
-  explicit Log(const std::filesystem::path& file, std::uint64_t limitBytes = kLimitBytes);
+  // file cannot be opened. What repeats itself is counted by the clock that is given.
+  explicit Log(const std::filesystem::path& file, std::uint64_t limitBytes = kLimitBytes,
+               Now now = Repeats::Clock::now);
   ~Log();
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
@@ -65,6 +69,7 @@ class Log {
 
     RecentLines failures;
     Repeats repeats;
+    Now now;
   };
 
   void put(const std::string& timed) noexcept;

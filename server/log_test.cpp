@@ -1,10 +1,13 @@
 #include "server/log.h"
 
 #include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <thread>
+#include <vector>
 
 #ifndef _WIN32
 #include <fcntl.h>
@@ -109,6 +112,55 @@ TEST_F(LogTest, CountsWhatAPeerRepeatsAndKeepsRoomForTheHistoryOfJobs) {
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 10 + 100 + 2);
   EXPECT_THAT(text, ContainsRegex(" 49990 more of these within .* s, the latest: refused 50000\n"));
   EXPECT_THAT(text, ContainsRegex(" 2 more of these within .* s, the latest: comes 102\n"));
+}
+
+// What was counted in the window of a minute is told when it ends, before whatever line comes next.
+TEST_F(LogTest, AtTheEndOfAWindowWhatWasCountedIsToldOnceBeforeTheNextLine) {
+  std::atomic<int> seconds{0};
+  const auto begin = Repeats::Clock::now();
+  Log log(m_file, Log::kLimitBytes, [&] { return begin + std::chrono::seconds(seconds); });
+  for (int i = 1; i <= Repeats::kFirst + 2; ++i)
+    log.refusal("connections", "refused " + std::to_string(i));
+  log.line("a");
+  ASSERT_TRUE(log.flush(kLong));
+  seconds = 59;
+  log.line("b");
+  ASSERT_TRUE(log.flush(kLong));
+  seconds = 60;
+  log.line("c");
+  log.line("d");
+  ASSERT_TRUE(log.flush(kLong));
+  std::vector<std::string> texts;
+  std::ifstream in(m_file, std::ios::binary);
+  for (std::string line; std::getline(in, line);)
+    texts.push_back(line.substr(kStamp + 1));
+  ASSERT_EQ(texts.size(), 10u + 5u);
+  texts.erase(texts.begin(), texts.begin() + 10);
+  const std::string told = "2 more of these within 60 s, the latest: refused 12";
+  EXPECT_THAT(texts, ::testing::ElementsAre("a", "b", told, "c", "d"));
+  const auto kept = log.failures().latest(100);
+  ASSERT_EQ(kept.size(), 11u);
+  EXPECT_EQ(kept[10].substr(kStamp + 1), told) << "and among the failures";
+}
+
+// The clock stands a moment before the window's end when the thread of the log looks for the last time; it has to come
+// back by itself.
+TEST_F(LogTest, AtTheEndOfAWindowWhatWasCountedIsToldThoughNobodyWritesALine) {
+  std::atomic<bool> isLater{false};
+  Log log(m_file, Log::kLimitBytes, [&] {
+    return Repeats::Clock::now() +
+           (isLater ? Repeats::kFirstWindow - std::chrono::milliseconds(50) : std::chrono::milliseconds(0));
+  });
+  for (int i = 1; i <= Repeats::kFirstOrdinary + 1; ++i)
+    log.repeatable("session 5", "comes " + std::to_string(i));
+  isLater = true;
+  log.line("the last one");
+  const auto giveUp = std::chrono::steady_clock::now() + kLong;
+  while (content(m_file).find(" 1 more of these within 60 s, the latest: comes 101\n") == std::string::npos) {
+    ASSERT_LT(std::chrono::steady_clock::now(), giveUp);
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(log.failures().latest(100).empty());
 }
 
 TEST_F(LogTest, RefusalsOfManyKindsPushNoJobOutOfTheFailures) {

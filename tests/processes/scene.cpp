@@ -11,7 +11,8 @@ namespace tests {
 
 namespace fs = std::filesystem;
 
-Scene::Scene(const std::vector<std::string>& serverOptions) : m_options(serverOptions) {
+Scene::Scene(const std::vector<std::string>& serverOptions, const std::vector<std::string>& launcher)
+    : m_options(serverOptions), m_launcher(launcher) {
   if (std::find(m_options.begin(), m_options.end(), "--client-wait") == m_options.end()) {
     m_options.insert(m_options.end(), {"--client-wait", "0"});
   }
@@ -28,7 +29,8 @@ Scene::~Scene() {
 }
 
 void Scene::startServer(int port) {
-  std::vector<std::string> command = {program("aps"), "--listen", "127.0.0.1:" + std::to_string(port)};
+  std::vector<std::string> command = m_launcher;
+  command.insert(command.end(), {program("aps"), "--listen", "127.0.0.1:" + std::to_string(port)});
   for (std::string option : m_options) {
     const std::string folder = "{folder}";
     if (const std::size_t at = option.find(folder); at != std::string::npos) {

@@ -13,8 +13,8 @@ namespace tests {
 class Scene {
  public:
   // Unless the options say otherwise, the server waits for no print client, so that a test of a refusal has it at once.
-  // "{folder}" in an option stands for the folder.
-  explicit Scene(const std::vector<std::string>& serverOptions = {});
+  // "{folder}" in an option stands for the folder. The launcher is a command line that ends as the server's program.
+  explicit Scene(const std::vector<std::string>& serverOptions = {}, const std::vector<std::string>& launcher = {});
   ~Scene();
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
@@ -42,6 +42,7 @@ class Scene {
 
   std::filesystem::path m_folder;
   std::vector<std::string> m_options;
+  const std::vector<std::string> m_launcher;
   int m_port = 0;
   std::unique_ptr<ChildProcess> m_server;
 };

@@ -1,0 +1,71 @@
+// An application server that may have few descriptors.
+
+#include "corvane/exception.h"
+#include "corvane/socket.h"
+#include "tests/processes/monitor_peer.h"
+#include "tests/processes/scene.h"
+
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <signal.h>
+#include <thread>
+#include <vector>
+
+namespace tests {
+namespace {
+
+using ::testing::HasSubstr;
+
+const std::wstring kPrinter = L"Laser-2 (session 5)";
+
+// A connection as soon as the server has a descriptor for it again.
+std::unique_ptr<MonitorPeer> dialUntilServed(const Scene& scene) {
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  for (;;) {
+    try {
+      auto peer = std::make_unique<MonitorPeer>(scene.port());
+      if (peer->attach(kPrinter)) return peer;
+    } catch (const CS_Exception&) {
+      if (std::chrono::steady_clock::now() > giveUp) throw;
+    }
+    std::this_thread::yield();
+  }
+}
+
+// It has 24 at all, of which seven are taken from the beginning, and would serve twelve connections.
+TEST(Descriptors, WhenThereAreNoneItSaysSoKeepsWhomItServesAndServesOthersOnceThereAreSome) {
+  Scene scene({}, {"/bin/sh", "-c",
+                   "exec 3</dev/null 4</dev/null 5</dev/null 6</dev/null 7</dev/null 8</dev/null 9</dev/null; "
+                   "ulimit -n 24; exec \"$@\"",
+                   "sh"});
+  EXPECT_THAT(scene.server().output(),
+              HasSubstr(" this process may have only 24 descriptors instead of 1232: it serves at most 12 connections; "
+                        "raise the limit on open files of its account (ulimit -n, LimitNOFILE=) and start it again\n"));
+  const auto client = scene.startClient(5, {"Laser-2"});
+  MonitorPeer job(scene.port());
+  ASSERT_TRUE(job.attach(kPrinter));
+  job.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
+  job.writeJob("hel");
+  std::vector<corvane::Socket> silent;
+  for (int i = 0; i < 20; ++i)
+    silent.push_back(corvane::Socket::connect("127.0.0.1", static_cast<std::uint16_t>(scene.port()), false));
+  scene.server().waitForLine(
+      " a connection was turned away: Too many open files; raise the limit on open files (ulimit -n, LimitNOFILE=), or "
+      "end connections");
+  job.writeJob("lo");
+  EXPECT_EQ(job.endJob(), 1);
+  EXPECT_EQ(scene.content(5, "Report.txt"), "hello");
+  silent.clear();
+  const auto next = dialUntilServed(scene);
+  next->startJob({L"j", L"", L"Next", L""}, {1, 1, 1, 1});
+  next->writeJob("there");
+  EXPECT_EQ(next->endJob(), 1);
+  EXPECT_EQ(scene.content(5, "Next.txt"), "there");
+  scene.server().signal(SIGTERM);
+  EXPECT_EQ(scene.server().wait(), 0);
+}
+
+}  // namespace
+}  // namespace tests
