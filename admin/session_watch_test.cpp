@@ -52,7 +52,7 @@ class SessionWatchTest : public testing::Test {
   }
   // What was said since the last time.
   std::string said() {
-    const std::string text = out.str();
+    std::string text = out.str();
     out.str("");
     return text;
   }

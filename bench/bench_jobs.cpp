@@ -97,6 +97,30 @@ double median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
+void compareStreams(Bench& bench, int rounds) {
+  for (const std::size_t write : {4096u, 32768u, 65536u}) {
+    const std::size_t total = write * (write == 4096u ? 8192u : 2048u);
+    std::vector<double> raw, product;
+    for (int round = 0; round < rounds; ++round) {
+      raw.push_back(bench.rawStream(total, write));
+      product.push_back(bench.job(total, write));
+    }
+    const double megabytes = static_cast<double>(total) / 1e6;
+    std::printf("stream, writes of %2zu KiB: raw %7.1f MB/s, monitor %7.1f MB/s, ratio %.2f\n", write / 1024,
+                megabytes / median(raw), megabytes / median(product), median(raw) / median(product));
+  }
+}
+
+void compareEmptyJobs(Bench& bench, int rounds) {
+  std::vector<double> raw, product;
+  for (int round = 0; round < 4 * rounds; ++round) {
+    raw.push_back(bench.rawEmpty());
+    product.push_back(bench.job(0, 1));
+  }
+  std::printf("empty job: raw %.0f us, monitor %.0f us, ratio %.2f\n", 1e6 * median(raw), 1e6 * median(product),
+              median(product) / median(raw));
+}
+
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
@@ -115,24 +139,8 @@ int wmain(int count, wchar_t** arguments) {
     }
     Bench bench(*monitor.operations, port, arguments[1], static_cast<std::uint16_t>(_wtoi(arguments[3])));
     bench.job(4096, 4096);
-    for (const std::size_t write : {4096u, 32768u, 65536u}) {
-      const std::size_t total = write * (write == 4096u ? 8192u : 2048u);
-      std::vector<double> raw, product;
-      for (int round = 0; round < rounds; ++round) {
-        raw.push_back(bench.rawStream(total, write));
-        product.push_back(bench.job(total, write));
-      }
-      const double megabytes = static_cast<double>(total) / 1e6;
-      std::printf("stream, writes of %2zu KiB: raw %7.1f MB/s, monitor %7.1f MB/s, ratio %.2f\n", write / 1024,
-                  megabytes / median(raw), megabytes / median(product), median(raw) / median(product));
-    }
-    std::vector<double> raw, product;
-    for (int round = 0; round < 4 * rounds; ++round) {
-      raw.push_back(bench.rawEmpty());
-      product.push_back(bench.job(0, 1));
-    }
-    std::printf("empty job: raw %.0f us, monitor %.0f us, ratio %.2f\n", 1e6 * median(raw), 1e6 * median(product),
-                median(product) / median(raw));
+    compareStreams(bench, rounds);
+    compareEmptyJobs(bench, rounds);
     monitor.operations->pfnClosePort(port);
   } catch (const CS_Exception& exception) {
     std::fprintf(stderr, "bench_jobs: %ls\n", exception.detail());

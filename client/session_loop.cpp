@@ -44,7 +44,6 @@ int SessionLoop::run() {
 }
 
 SessionLoop::Outcome SessionLoop::serveOnce() {
-  Reporter& reporter = m_output->reporter();
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   Outcome outcome = Outcome::kAway;
   try {
@@ -57,19 +56,8 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
       const programs::Registration registration =
           programs::bringPrinters(connection, m_options.session, m_options.printers);
       if (registration.accepted()) {
-        if (!m_wasRegistered) removeLeftovers();
-        m_wasRegistered = true;
-        std::string names;
-        for (const auto& name : registration.localNames) {
-          names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
-        }
-        reporter.line("ready: the server knows " + names);
-        const std::wstring reason = connection->serve();
+        serveRegistered(*connection, registration);
         outcome = Outcome::kLost;
-        if (!isStopping()) {
-          reporter.line("the connection to the server is lost" +
-                        (reason.empty() ? std::string() : ": " + programs::oneLine(reason)));
-        }
       } else {
         outcome = Outcome::kRefused;
         sayOnce("the server refuses: " + programs::oneLine(registration.refusal), m_lastTrouble);
@@ -89,6 +77,21 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   CS_Connection::destroy(connection, true);
   hold(nullptr);
   return outcome;
+}
+
+void SessionLoop::serveRegistered(CS_Connection& connection, const programs::Registration& registration) {
+  Reporter& reporter = m_output->reporter();
+  if (!m_wasRegistered) removeLeftovers();
+  m_wasRegistered = true;
+  std::string names;
+  for (const auto& name : registration.localNames) {
+    names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
+  }
+  reporter.line("ready: the server knows " + names);
+  const std::wstring reason = connection.serve();
+  if (isStopping()) return;
+  reporter.line("the connection to the server is lost" +
+                (reason.empty() ? std::string() : ": " + programs::oneLine(reason)));
 }
 
 void SessionLoop::removeLeftovers() {

@@ -35,6 +35,8 @@ class SessionLoop {
   enum class Outcome { kLost, kAway, kRefused };
 
   Outcome serveOnce();
+  // Returns when the connection has ended.
+  void serveRegistered(CS_Connection& connection, const programs::Registration& registration);
   void removeLeftovers();
   // True when the pause is over, false when the loop is to stop.
   bool pause(std::chrono::milliseconds time);

@@ -26,7 +26,7 @@ std::string hostPath(const std::wstring& path) {
   if (bytes == nullptr) {
     throw ConversionError(ExitCode::kFileSystem, L"Wine knows no host path for \"" + path + L"\".");
   }
-  const std::string result = bytes;
+  std::string result = bytes;
   HeapFree(GetProcessHeap(), 0, bytes);
   return result;
 }

@@ -208,7 +208,7 @@ void expectToWaitUntil(CS_Bridge& bridge, const Frame& frame, MakeRoom makeRoom)
 class InboxTest : public ::testing::Test {
  protected:
   CS_RCPtr<CS_Bridge> makeBridge() {
-    const CS_RCPtr<CS_Bridge> bridge(new CS_Bridge);
+    CS_RCPtr<CS_Bridge> bridge(new CS_Bridge);
     bridge->prepareServing(m_load);
     return bridge;
   }

@@ -117,13 +117,17 @@ CS_BridgeRouter::Routing CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>&
     end(0, L"", nullptr);
     return Routing::kGone;
   }
+  return announce(*connection, *other);
+}
+
+CS_BridgeRouter::Routing CS_BridgeRouter::announce(const CS_Connection& connection, const CS_BridgeRouter& other) {
   corvane::FrameHeader header;
   header.kind = corvane::FrameKind::kCreate;
-  header.component = other->getIdentifier();
+  header.component = other.getIdentifier();
   corvane::ValueWriter values;
   values.writeText(CS_Bridge::m_className);
   try {
-    connection->link()->announce(header, values);
+    connection.link()->announce(header, values);
   } catch (const CS_Exception&) {
     end(1, L"its connection has ended", nullptr);
     return Routing::kGone;

@@ -61,6 +61,8 @@ class CS_BridgeRouter : public CS_Component {
 
  private:
   std::shared_ptr<corvane::Route> route() const;
+  // Tells the other side's peer of the bridge that this one continues on.
+  Routing announce(const CS_Connection& connection, const CS_BridgeRouter& other);
   void answer(const corvane::FrameHeader& header, const wchar_t* failure);
   // The numbered end of the route has gone.
   void end(int gone, const std::wstring& reason, const wchar_t* toldToOther);

@@ -41,7 +41,7 @@ class TurnoverTest : public EchoTest {
     twice(probe(monitor), 1);
     const CS_RCPtr<CS_Component> router = monitor.accepted()->getChild(bridge->getIdentifier());
     EXPECT_EQ(CS_BridgeRouter::Routing::kMade, dynamic_cast<CS_BridgeRouter&>(*router).routeTo(m_client.accepted()));
-    const auto component = makeComponent(*bridge, L"Caller", L"Server");
+    auto component = makeComponent(*bridge, L"Caller", L"Server");
     EXPECT_EQ(14, twice(component, 7));
     return component;
   }

@@ -104,7 +104,9 @@ class GreetingTest : public ::testing::Test {
 };
 
 TEST_F(GreetingTest, PeersWithOneKeyProveThemselvesToEachOther) {
-  for (const auto& [identity, byte] : {std::pair(Identity::session(5), 0x55), std::pair(Identity::monitor(), 0xaa)}) {
+  for (const auto& peer : {std::pair(Identity::session(5), 0x55), std::pair(Identity::monitor(), 0xaa)}) {
+    const auto& identity = peer.first;
+    const int byte = peer.second;
     const Outcome outcome = welcome(&m_folder, [&](Link& link) {
       const Credentials credentials{identity, Key(filled(static_cast<unsigned char>(byte)))};
       const HelloValues theirs = greetAs(link, {{L"process", L"17"}}, &credentials, after(20000));

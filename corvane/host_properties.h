@@ -4,7 +4,8 @@
 
 // Where the application server listens and how this process logs: on Windows the values under
 // HKEY_LOCAL_MACHINE "SOFTWARE\Quillfern\Corvane", elsewhere the defaults. Read anew by every query, so a change needs
-// no restart. Read as the process, whomever the thread impersonates. Safe from any thread: a missing value, or one of another type or out of range, is its default.
+// no restart. Read as the process, whomever the thread impersonates. Safe from any thread: a missing value, or one of
+// another type or out of range, is its default.
 class HostProperties {
  public:
   static const HostProperties& getInstance();

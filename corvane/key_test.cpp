@@ -111,7 +111,7 @@ TEST(Key, IsOverwrittenWhenItIsMovedFrom) {
   Key key(bytes);
   const Key moved(std::move(key));
   EXPECT_EQ(moved.bytes(), bytes);
-  EXPECT_EQ(key.bytes(), Bytes32());
+  EXPECT_EQ(key.bytes(), Bytes32());  // NOLINT(bugprone-use-after-move): what is left in it is the question
 }
 
 TEST(Key, IsMadeFreshEachTimeAndNeverOverAFile) {

@@ -24,7 +24,8 @@ inline constexpr std::size_t kMaxRefusedComponents = 64;   // refusals that are 
 inline constexpr std::size_t kMaxHelloValues = 32;         // named values of a handshake
 inline constexpr std::size_t kMaxReasonCharacters = 200;   // of a reason that a peer gives; the rest is cut off
 
-// Bytes for which Patience::send is the time: 256 KiB in 120 s are some 2 KiB a second, the least that a peer must take.
+// Bytes for which Patience::send is the time: 256 KiB in 120 s are some 2 KiB a second, the least that a peer must
+// take.
 inline constexpr std::size_t kSendWindow = 256 * 1024;
 
 }  // namespace corvane

@@ -27,7 +27,7 @@ class LocalMonitor : public CS_ProgramMonitor {
   static LocalMonitor& instance();
 
   // Another place for the lines; null brings the platform's sink back.
-  void setSink(std::unique_ptr<LogSink> sink);
+  void setSink(std::unique_ptr<LogSink> replacement);
   // A line that is no record, such as a trace entry. Never throws, keeps the last error.
   void writeLine(const wchar_t* kind, const wchar_t* text) noexcept;
   // For a monitor that writes the log besides sending its records elsewhere.

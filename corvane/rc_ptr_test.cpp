@@ -63,7 +63,7 @@ TEST(RCPtr, CopiesFollowTheSameRuleAndMovesTakeOver) {
   EXPECT_EQ(2, object.added);
   CS_RCPtr<Counted> moved(std::move(copy));
   EXPECT_EQ(2, object.added);
-  EXPECT_EQ(nullptr, copy.get());
+  EXPECT_EQ(nullptr, copy.get());  // NOLINT(bugprone-use-after-move): it holds nothing any more
 }
 
 TEST(RefCount, AnswersZeroOnlyOnceAndNeverCountsUpAgain) {

@@ -40,22 +40,8 @@ std::wstring Serving::refusalOf(const std::wstring& className) const {
 
 void Serving::create(const FrameHeader& header, std::span<const unsigned char> payload) {
   const std::wstring name = readReason(payload);
-  if (const std::wstring refusal = refusalOf(name); !refusal.empty()) {
-    refuse(header, refusal);
-    return;
-  }
-  CS_Class* componentClass = CS_ComponentServer::getServer()->findOfferedClass(name.c_str());
-  if (componentClass == nullptr) {
-    refuse(header, formatText(L"this side offers no components of the class %s", name.c_str()));
-    return;
-  }
-  CS_Component* made = componentClass->createInstance();
-  if (made == nullptr) {
-    refuse(header, formatText(L"no component of the class %s could be made", name.c_str()));
-    return;
-  }
-  made->setClass(componentClass);
-  made->setIdentifier(header.component);
+  CS_Component* made = make(header, name);
+  if (made == nullptr) return;
   const CS_RCPtr<CS_Component> component = made;
   auto* bridge = dynamic_cast<CS_Bridge*>(made);
   if (m_load == nullptr && (bridge != nullptr || dynamic_cast<CS_BridgeRouter*>(made) != nullptr)) {
@@ -67,16 +53,41 @@ void Serving::create(const FrameHeader& header, std::span<const unsigned char> p
     throw CS_Exception(kLimitExceeded, L"component %u exists already, or there are %u of them", header.component,
                        static_cast<unsigned>(m_owner.maxChildren()));
   }
-  CS_Channel* channel = made->getChannel(true);
+  start(header, name, *made);
+}
+
+CS_Component* Serving::make(const FrameHeader& header, const std::wstring& className) {
+  if (const std::wstring refusal = refusalOf(className); !refusal.empty()) {
+    refuse(header, refusal);
+    return nullptr;
+  }
+  CS_Class* componentClass = CS_ComponentServer::getServer()->findOfferedClass(className.c_str());
+  if (componentClass == nullptr) {
+    refuse(header, formatText(L"this side offers no components of the class %s", className.c_str()));
+    return nullptr;
+  }
+  CS_Component* made = componentClass->createInstance();
+  if (made == nullptr) {
+    refuse(header, formatText(L"no component of the class %s could be made", className.c_str()));
+    return nullptr;
+  }
+  made->setClass(componentClass);
+  made->setIdentifier(header.component);
+  return made;
+}
+
+void Serving::start(const FrameHeader& header, const std::wstring& className, CS_Component& made) {
+  auto* bridge = dynamic_cast<CS_Bridge*>(&made);
+  CS_Channel* channel = made.getChannel(true);
   if (channel != nullptr) {
     channel->startSending();
     channel->startReceiving();
   }
-  if (channel == nullptr || !made->initialize()) {
-    m_owner.removeChild(made);
-    refuse(header, formatText(L"a component of the class %s could not be started", name.c_str()));
+  if (channel == nullptr || !made.initialize()) {
+    m_owner.removeChild(&made);
+    refuse(header, formatText(L"a component of the class %s could not be started", className.c_str()));
   } else if (bridge != nullptr && !bridge->startServing()) {
-    m_owner.removeChild(made);
+    m_owner.removeChild(&made);
     refuse(header, formatText(L"this side has no thread for the bridge, or serves %d of this connection already",
                               kMaxServedBridges));
   }

@@ -30,6 +30,9 @@ class Serving {
   std::wstring refusalOr(std::uint32_t identifier, const wchar_t* otherwise) const;
 
  private:
+  // Null after refusing to make one.
+  CS_Component* make(const FrameHeader& header, const std::wstring& className);
+  void start(const FrameHeader& header, const std::wstring& className, CS_Component& made);
   void refuse(const FrameHeader& header, const std::wstring& reason);
   std::wstring refusalOf(const std::wstring& className) const;
 

@@ -26,7 +26,7 @@ class SharedLogFile {
   void flush() noexcept;
 
  private:
-  bool makeReady(std::size_t size) noexcept;
+  bool makeReady(std::size_t bytes) noexcept;
   bool open() noexcept;
   void close() noexcept;
   long long size() const noexcept;

@@ -77,7 +77,7 @@ class Socket {
   std::intptr_t m_handle = kNone;
   SendAllowance m_allowance{Patience().send};
 #ifdef _WIN32
-  void awaitSend(void* overlapped);
+  void awaitSend(void* send);
 
   void* m_receiveEvent = nullptr;  // of the overlapped receive
   void* m_sendEvent = nullptr;     // of the overlapped send

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <random>
 
 namespace {
@@ -99,6 +100,30 @@ class Answers {
   int m_pushed = 0;
 };
 
+void askByTurns(Link& link, Chance own) {
+  for (int round = 0; round < kRounds; ++round) {
+    try {
+      own.pause();
+      if (own.below(4) == 0) link.lookForNews();
+      Link::Pending pending(link, 0);
+      FrameHeader header;
+      header.number = kQuestion;
+      header.flags = kFlagWantsReply;
+      header.correlation = pending.correlation();
+      link.send(header, ValueWriter());
+      own.pause();
+      if (own.below(5) == 0) continue;  // the reply finds nobody
+      const auto bytes = pending.wait(after(own.below(6) == 0 ? 0 : 20000));
+      ASSERT_EQ(4u, bytes.size());
+      ASSERT_EQ(pending.correlation(), loadLittleEndian32(bytes.data()));
+    } catch (const CS_Exception& exception) {
+      if (exception.number() == kReplyTimedOut) continue;
+      ASSERT_EQ(kConnectionLost, exception.number());
+      return;
+    }
+  }
+}
+
 void tryCourse(unsigned seed) {
   NarrowPair pair;
   Link link(std::move(pair.dialed));
@@ -129,29 +154,7 @@ void tryCourse(unsigned seed) {
   });
   std::vector<std::jthread> threads;
   for (unsigned thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&, own = Chance(seed * kThreads + thread)]() mutable {
-      for (int round = 0; round < kRounds; ++round) {
-        try {
-          own.pause();
-          if (own.below(4) == 0) link.lookForNews();
-          Link::Pending pending(link, 0);
-          FrameHeader header;
-          header.number = kQuestion;
-          header.flags = kFlagWantsReply;
-          header.correlation = pending.correlation();
-          link.send(header, ValueWriter());
-          own.pause();
-          if (own.below(5) == 0) continue;  // the reply finds nobody
-          const auto bytes = pending.wait(after(own.below(6) == 0 ? 0 : 20000));
-          ASSERT_EQ(4u, bytes.size());
-          ASSERT_EQ(pending.correlation(), loadLittleEndian32(bytes.data()));
-        } catch (const CS_Exception& exception) {
-          if (exception.number() == kReplyTimedOut) continue;
-          ASSERT_EQ(kConnectionLost, exception.number());
-          return;
-        }
-      }
-    });
+    threads.emplace_back(askByTurns, std::ref(link), Chance(seed * kThreads + thread));
   }
   for (auto& thread : threads)
     thread.join();

@@ -38,6 +38,11 @@ ConvertJobTest::ConvertJobTest() {
   m_job.pdfPath = m_pdf.c_str();
   m_job.logPath = m_log.c_str();
   TemporaryFolder::write(m_ps, "%!PS-Adobe-3.0\nshowpage\n");
+  standInForRegistry();
+  standInForConverter();
+}
+
+void ConvertJobTest::standInForRegistry() {
   RegOpenKeyExWSeam.replacement = [this](HKEY root, LPCWSTR key, DWORD options, REGSAM access, PHKEY out) -> LSTATUS {
     EXPECT_EQ(root, HKEY_LOCAL_MACHINE);
     EXPECT_STREQ(key, L"SOFTWARE\\Quillfern\\Marrowgate");
@@ -56,6 +61,9 @@ ConvertJobTest::ConvertJobTest() {
     return ERROR_SUCCESS;
   };
   RegCloseKeySeam.replacement = [](HKEY) -> LSTATUS { return ERROR_SUCCESS; };
+}
+
+void ConvertJobTest::standInForConverter() {
   RevertToSelfSeam.replacement = []() -> WINBOOL { return TRUE; };
   CreateProcessASeam.replacement = [this](LPCSTR application, LPSTR command, LPSECURITY_ATTRIBUTES process,
                                           LPSECURITY_ATTRIBUTES thread, WINBOOL inherit, DWORD flags,

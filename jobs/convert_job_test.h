@@ -52,4 +52,8 @@ class ConvertJobTest : public testing::Test {
   std::string m_command;
   DWORD m_startFlags = 0;
   bool m_hasOutput = false;
+
+ private:
+  void standInForRegistry();
+  void standInForConverter();
 };

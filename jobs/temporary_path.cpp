@@ -70,7 +70,7 @@ std::wstring digitsOf(const std::wstring& text) {
 }
 
 std::wstring fileNameOf(const UTL_String& jobName) {
-  const std::wstring name = jobName.wide();
+  std::wstring name = jobName.wide();
   // Every ANSI code page holds these.
   if (std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= L' ' && c <= L'~'; })) return name;
   if (std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= L' '; }) && isHeld(name.c_str())) return name;

@@ -11,7 +11,7 @@ BOOL WINAPI MGEnumPorts(HANDLE monitor, LPWSTR pName, DWORD Level, LPBYTE pPorts
 // Marks the port as open. FALSE, with *pHandle untouched, for a port that is not in the list.
 BOOL WINAPI MGOpenPort(HANDLE monitor, LPWSTR pName, PHANDLE pHandle);
 // Takes the mark back; a job that was not ended stays on the port.
-BOOL WINAPI MGClosePort(HANDLE port);
+BOOL WINAPI MGClosePort(HANDLE handle);
 // Shows a message box with the outcome, owned by hWnd, and waits until the user closes it; where there is none, the
 // outcome is in the log (monitor/message_box.h).
 BOOL WINAPI MGDeletePort(HANDLE monitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
@@ -19,12 +19,12 @@ BOOL WINAPI MGDeletePort(HANDLE monitor, LPWSTR pName, HWND hWnd, LPWSTR pPortNa
 // Announces a job to the print client of the session that owns the printer. pDocInfo is a DOC_INFO_1 whatever the level
 // says. A printer name of 260 characters or more is refused as a bad argument: the port's field could not hold it with
 // its end, and a name that was cut could be another printer's. On failure the job is deleted from the spooler's queue.
-BOOL WINAPI MGStartDocPort(HANDLE port, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo);
+BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo);
 // Sends or collects a piece of the job; all of it or, with *pcbWritten 0 and the job deleted from the queue, nothing.
-BOOL WINAPI MGWritePort(HANDLE port, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten);
+BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten);
 // Converts the job where it has to be, ends it and marks it as sent. TRUE exactly when the client answered that it has
 // taken the whole job.
-BOOL WINAPI MGEndDocPort(HANDLE port);
+BOOL WINAPI MGEndDocPort(HANDLE handle);
 
 // The ports are configured by the commands of MGXcvDataPort, not in dialogs: these show a message box that says so.
 BOOL WINAPI MGAddPort(HANDLE monitor, LPWSTR pName, HWND hWnd, LPWSTR pMonitorName);

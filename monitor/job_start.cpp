@@ -57,7 +57,7 @@ CS_RCPtr<PrintServer> startJob(Operation& operation, CS_Connection& connection, 
   }
   job.trail.add(L"attached to the session, delivery mode %d", job.settings[ClientPrintJob::kDeliveryMode]);
   job.failure.expect(JobFault::kStream);
-  const CS_RCPtr<PrintServer> stream = makePrintServer(operation, *bridge);
+  CS_RCPtr<PrintServer> stream = makePrintServer(operation, *bridge);
   stream->StartJob(&job);
   job.trail.add(L"announced to the print client");
   return stream;

@@ -52,6 +52,38 @@ void vacatePort(tagPort& port) {
   port.printerName[0] = L'\0';
 }
 
+void describeJob(ClientPrintJob& job, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W& document) {
+  job.jobName = mg::buildJobName(printerName, jobId);
+  job.documentName = document.pDocName;
+  job.dataType = document.pDatatype;
+  job.copies = GetNumCopies(printerName, jobId);
+  job.trail.add(L"started: \"%.60s\", %d copies, data type %.20s", job.documentName.wide(), job.copies,
+                job.dataType.wide());
+}
+
+// The caller has the connection whatever fails after it was made.
+void connectJob(Operation& operation, tagPort& port, CS_RCPtr<CS_Connection>& connection) {
+  port.job->failure.expect(JobFault::kServer);
+  connection = PortMonitorServer::connectToLocalhost();
+  if (!connection) operation.fail(corvane::kLevelFailure, L"Failed to connect to APS.");
+  // Of a port that was deleted meanwhile there is nothing left to print to.
+  if (!PortRecords::instance().setConnection(port, connection)) throw CS_Exception(corvane::kBadArgument, nullptr);
+  port.job->trail.add(L"connected to the application server");
+}
+
+// Of a job that did not start: takes it out of the queue and off the port. What is told of it, when there was one.
+std::optional<mg::JobAccount> giveUpJob(Operation& operation, tagPort& port, const DOC_INFO_1W* document) {
+  if (port.job == nullptr) return std::nullopt;
+  port.job->failure.note(operation.errorRecord());
+  const bool named = document != nullptr && document->pDocName != nullptr;
+  const DWORD queueError = mg::deleteQueuedJob(operation, port, named ? document->pDocName : L"null");
+  std::optional<mg::JobAccount> failed(*port.job);
+  failed->queueError = queueError;
+  delete port.job;
+  port.job = nullptr;
+  return failed;
+}
+
 }  // namespace
 
 BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWORD, LPBYTE pDocInfo) {
@@ -72,34 +104,13 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
         document = reinterpret_cast<const DOC_INFO_1W*>(pDocInfo);
 
         ClientPrintJob* job = port->job = new ClientPrintJob;
-        job->jobName = mg::buildJobName(pPrinterName, JobId);
-        job->documentName = document->pDocName;
-        job->dataType = document->pDatatype;
-        job->copies = GetNumCopies(pPrinterName, JobId);
-
-        job->trail.add(L"started: \"%.60s\", %d copies, data type %.20s", job->documentName.wide(), job->copies,
-                       job->dataType.wide());
-        job->failure.expect(JobFault::kServer);
-        connection = PortMonitorServer::connectToLocalhost();
-        if (!connection) operation.fail(corvane::kLevelFailure, L"Failed to connect to APS.");
-        // Of a port that was deleted meanwhile there is nothing left to print to.
-        if (!PortRecords::instance().setConnection(*port, connection)) {
-          throw CS_Exception(corvane::kBadArgument, nullptr);
-        }
-        job->trail.add(L"connected to the application server");
+        describeJob(*job, pPrinterName, JobId, *document);
+        connectJob(operation, *port, connection);
         port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId).get();
       },
       [&] {
         if (port == nullptr) return;
-        if (port->job != nullptr) {
-          port->job->failure.note(operation.errorRecord());
-          const bool named = document != nullptr && document->pDocName != nullptr;
-          const DWORD queueError = mg::deleteQueuedJob(operation, *port, named ? document->pDocName : L"null");
-          failed.emplace(*port->job);
-          failed->queueError = queueError;
-          delete port->job;
-          port->job = nullptr;
-        }
+        failed = giveUpJob(operation, *port, document);
         vacatePort(*port);
       });
   if (operation.succeeded()) return TRUE;

@@ -96,7 +96,7 @@ DWORD CPortList::AddPort(const wchar_t* name, DWORD /*unused*/) {
     if (!m_ports.insert(UTL_String(name), port.get())) {
       operation.fail(corvane::kLevelFailure, L"Failed to create a new port: %s.", name);
     }
-    port.release();
+    static_cast<void>(port.release());  // the list has it
   });
   return operation.succeeded() ? 1 : 0;
 }

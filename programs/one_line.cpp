@@ -7,7 +7,7 @@
 namespace programs {
 
 std::string oneLine(std::wstring_view text) {
-  const std::string result = corvane::printable(text.substr(0, kLineBytes));
+  std::string result = corvane::printable(text.substr(0, kLineBytes));
   if (result.size() <= kLineBytes && text.size() <= kLineBytes) return result;
   std::size_t end = std::min(result.size(), kLineBytes);
   while (end > 0 && end < result.size() && (static_cast<unsigned char>(result[end]) & 0xC0) == 0x80)

@@ -28,6 +28,8 @@ BOOL WINAPI onConsole(DWORD event) {
 
 }  // namespace
 
+// There is no hang-up here.
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the declaration is that of all systems
 StopRequest::StopRequest(std::function<void()> handler, std::function<void()>) {
   g_ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   g_handler = std::move(handler);

@@ -76,18 +76,30 @@ aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   return places;
 }
 
-}  // namespace
+void logStart(aps::Log& log, const std::string& address, const std::string& keys) {
+  log.line("aps listens on " + address);
+  log.line(!keys.empty()
+               ? "peers must prove that they have their key in " + keys
+               : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
+                 "start aps with --keys to change that");
+}
 
-int programMain(const std::vector<std::string>& arguments) {
-  const aps::ParsedOptions parsed = aps::parseOptions(arguments);
-  if (parsed.exitCode >= 0) {
-    std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
-    return parsed.exitCode;
+void serveUntilStopped(corvane::Listener& listener, aps::ConnectionList& connections, aps::Log& log) {
+  listener.onShortage([&log](const std::wstring& why) {
+    log.refusal("descriptors", "a connection was turned away: " + programs::oneLine(why) +
+                                   "; raise the limit on open files (ulimit -n, LimitNOFILE=), or end connections");
+  });
+  while (auto socket = listener.accept()) {
+    try {
+      connections.serve(std::move(*socket));
+    } catch (const std::bad_alloc&) {
+      log.refusal("memory", "a connection was turned away: out of memory");
+    }
   }
-  const aps::Options& options = parsed.options;
-  if (!options.newKey.empty()) return makeKey(options.newKey);
-  std::unique_ptr<corvane::KeyFolder> keys;
-  if (!openKeys(options.keys, keys)) return 1;
+}
+
+// Returns the exit code.
+int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   if (!CS_ComponentServer::initialize(0, 0)) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
@@ -108,28 +120,15 @@ int programMain(const std::vector<std::string>& arguments) {
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
   }
   aps::ConnectionList connections(
-      log, placesFor(options, *log), keys.get(),
+      log, placesFor(options, *log), keys,
       [&application = *application](const CS_Connection& connection) {
         return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
       },
       corvane::Patience().faster(options.pace));
-  log->line("aps listens on " + listener->address());
-  log->line(keys ? "peers must prove that they have their key in " + options.keys
-                 : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
-                   "start aps with --keys to change that");
+  logStart(*log, listener->address(), options.keys);
   said.put("aps listens on " + listener->address() + "\n");
 
-  listener->onShortage([&log](const std::wstring& why) {
-    log->refusal("descriptors", "a connection was turned away: " + programs::oneLine(why) +
-                                    "; raise the limit on open files (ulimit -n, LimitNOFILE=), or end connections");
-  });
-  while (auto socket = listener->accept()) {
-    try {
-      connections.serve(std::move(*socket));
-    } catch (const std::bad_alloc&) {
-      log->refusal("memory", "a connection was turned away: out of memory");
-    }
-  }
+  serveUntilStopped(*listener, connections, *log);
 
   if (keeper) keeper->stop();
   application->notices.close();
@@ -140,4 +139,19 @@ int programMain(const std::vector<std::string>& arguments) {
   log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
   return 0;
+}
+
+}  // namespace
+
+int programMain(const std::vector<std::string>& arguments) {
+  const aps::ParsedOptions parsed = aps::parseOptions(arguments);
+  if (parsed.exitCode >= 0) {
+    std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
+    return parsed.exitCode;
+  }
+  const aps::Options& options = parsed.options;
+  if (!options.newKey.empty()) return makeKey(options.newKey);
+  std::unique_ptr<corvane::KeyFolder> keys;
+  if (!openKeys(options.keys, keys)) return 1;
+  return serve(options, keys.get());
 }

@@ -20,14 +20,11 @@ std::string listenRefusal(const std::string& address) {
   return "";
 }
 
-ParsedOptions parseOptions(std::vector<std::string> arguments) {
-  ParsedOptions result;
-  Options& options = result.options;
+namespace {
+
+void addFiles(CLI::App& app, Options& options) {
   // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
-  CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
-  app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
-      ->capture_default_str();
   app.add_option("--log", options.logFile, "log file, appended to; without it the log goes to the error output");
   app.add_option("--keys", options.keys,
                  "folder with the keys of the peers, monitor.key and session-NUMBER.key; with it every peer must prove "
@@ -37,12 +34,22 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   app.add_option("--state", options.state,
                  "file that keeps the sessions and their printers, so that they are known after a restart")
       ->check(named);
-  unsigned clientWaitSeconds = 20;
-  app.add_option("--client-wait", clientWaitSeconds,
-                 "seconds that a job waits for its print client after aps has started or the client's connection was "
-                 "lost; 0 for not at all")
+}
+
+void addLaunching(CLI::App& app, Options& options) {
+  if (kLaunchesByCommand) {
+    app.add_option("--launch-command", options.launching.command,
+                   "program that starts programs in sessions; its arguments are the session's number, the program, the "
+                   "program's arguments as one text, and the printer's name");
+  }
+  app.add_option("--launch-program", options.launching.programs, "a program that sessions may have started; repeatable")
+      ->capture_default_str();
+  app.add_option("--max-launched", options.launching.limit, "started programs that run at the same time")
       ->capture_default_str()
-      ->check(CLI::Range(0, 60));
+      ->check(CLI::Range(1, 10000));
+}
+
+void addBounds(CLI::App& app, Options& options) {
   app.add_option(
          "--max-connections", options.maxConnections,
          "connections of the monitor at the same time: one for each job in progress, and those that only ask; print "
@@ -56,16 +63,25 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   app.add_option("--max-printers", options.limits.printers, "printers of one session")
       ->capture_default_str()
       ->check(CLI::Range(1, 4096));
-  if (kLaunchesByCommand) {
-    app.add_option("--launch-command", options.launching.command,
-                   "program that starts programs in sessions; its arguments are the session's number, the program, the "
-                   "program's arguments as one text, and the printer's name");
-  }
-  app.add_option("--launch-program", options.launching.programs, "a program that sessions may have started; repeatable")
+}
+
+}  // namespace
+
+ParsedOptions parseOptions(std::vector<std::string> arguments) {
+  ParsedOptions result;
+  Options& options = result.options;
+  CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
+  app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
       ->capture_default_str();
-  app.add_option("--max-launched", options.launching.limit, "started programs that run at the same time")
+  addFiles(app, options);
+  unsigned clientWaitSeconds = 20;
+  app.add_option("--client-wait", clientWaitSeconds,
+                 "seconds that a job waits for its print client after aps has started or the client's connection was "
+                 "lost; 0 for not at all")
       ->capture_default_str()
-      ->check(CLI::Range(1, 10000));
+      ->check(CLI::Range(0, 60));
+  addBounds(app, options);
+  addLaunching(app, options);
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);

@@ -77,29 +77,34 @@ void SessionHost::bringPrinters(CS_InRequest& request) {
     printers.push_back(readPrinter(request));
   CS_ClassVersionMap versions;
   versions << request.getChannel();
+  answer(request, session, admit(session, std::move(printers), versions));
+}
 
+SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> printers,
+                                           const CS_ClassVersionMap& versions) {
   const CS_RCPtr<CS_Component> root = getRootOwner();
   const CS_RCPtr<CS_Connection> client(dynamic_cast<CS_Connection*>(root.get()));
   if (!client) throw CS_Exception(corvane::kMissingObject, L"the print client has no connection");
   SessionTable::Admission admission;
-  {
-    const std::lock_guard<std::mutex> guard(m_lock);
-    if (m_released) throw CS_Exception(corvane::kConnectionLost, nullptr);
-    if (m_session != 0) {
-      admission.refusal = L"this print client serves session " + std::to_wstring(m_session) + L" already";
-    } else if (const auto& peer = client->peerIdentity(); peer) {
-      admission.refusal = sessionRefusal(*peer, session);
-    }
+  const std::lock_guard<std::mutex> guard(m_lock);
+  if (m_released) throw CS_Exception(corvane::kConnectionLost, nullptr);
+  if (m_session != 0) {
+    admission.refusal = L"this print client serves session " + std::to_wstring(m_session) + L" already";
+  } else if (const auto& peer = client->peerIdentity(); peer) {
+    admission.refusal = sessionRefusal(*peer, session);
+  }
+  if (admission.accepted()) {
+    admission = m_application->sessions.enter(session, std::move(printers), versions, client);
     if (admission.accepted()) {
-      admission = m_application->sessions.enter(session, std::move(printers), versions, client);
-      if (admission.accepted()) {
-        m_session = session;
-        m_client = client.get();
-        m_application->clientNews.enter(m_client, CS_RCPtr<CS_Component>(this));
-      }
+      m_session = session;
+      m_client = client.get();
+      m_application->clientNews.enter(m_client, CS_RCPtr<CS_Component>(this));
     }
   }
+  return admission;
+}
 
+void SessionHost::answer(CS_InRequest& request, int session, const SessionTable::Admission& admission) {
   const std::string name = "session " + std::to_string(session);
   request.reply().writeBoolean(admission.accepted());
   if (admission.accepted()) {

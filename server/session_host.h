@@ -20,6 +20,8 @@ class SessionHost : public CS_Component {
 
  private:
   void bringPrinters(CS_InRequest& request);
+  SessionTable::Admission admit(int session, std::vector<Printer> printers, const CS_ClassVersionMap& versions);
+  void answer(CS_InRequest& request, int session, const SessionTable::Admission& admission);
   void leave() noexcept;
 
   std::shared_ptr<Application> m_application;

@@ -32,7 +32,7 @@ CS_RCPtr<CS_ProgramMonitor_c> installProgramMonitor(CS_Connection& connection) {
   const CS_RCPtr<CS_ClassFactory> factory = connection.getClassFactory(
       CS_ProgramMonitor_c::m_className, L"Quillfern::ComponentServer::ProgramMonitor_s", true);
   auto* made = dynamic_cast<CS_ProgramMonitor_c*>(required(factory.get()).newInstance(0));
-  const CS_RCPtr<CS_ProgramMonitor_c> monitor(&required(made));
+  CS_RCPtr<CS_ProgramMonitor_c> monitor(&required(made));
   CS_ProgramMonitor::setDefaultMonitor(monitor);
   connection.setProgramMonitor(monitor);
   return monitor;
@@ -57,7 +57,7 @@ CS_RCPtr<CS_Component> makePortMonitor(Operation& operation, CS_Connection& conn
       mg::makeComponent(operation, connection,
                         {CS_Bridge::m_className, CS_Bridge::m_className, corvane::kLevelFailure,
                          L"Failed to get bridge class factory.", L"Failed to create bridge"});
-  const CS_RCPtr<CS_Component> server = mg::makeComponent(operation, *bridge, mg::kPortMonitorServerKind);
+  CS_RCPtr<CS_Component> server = mg::makeComponent(operation, *bridge, mg::kPortMonitorServerKind);
   mg::startChannel(*server);
   return server;
 }

@@ -8,7 +8,7 @@ namespace mg {
 CS_RCPtr<CS_Component> makeComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind) {
   const CS_RCPtr<CS_ClassFactory> factory = owner.getClassFactory(kind.localClass, kind.remoteClass, true);
   if (!factory) operation.fail(kind.level, kind.withoutFactory);
-  const CS_RCPtr<CS_Component> component(factory->newInstance(0));
+  CS_RCPtr<CS_Component> component(factory->newInstance(0));
   if (!component) operation.fail(kind.level, kind.withoutInstance);
   return component;
 }

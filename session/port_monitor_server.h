@@ -34,8 +34,8 @@ class PortMonitorServer : public CS_Component {
   // there is none afterwards; when the allocation fails, one from an earlier call stays.
   static bool initialize(LPCRITICAL_SECTION& lock = s_lock);
 
-  // The process's instance, made when there is none or its connection has ended. Throws CS_Exception when it cannot be made. While the application
-  // server cannot be reached the caller waits, and with it everybody else who calls this.
+  // The process's instance, made when there is none or its connection has ended. Throws CS_Exception when it cannot be
+  // made. While the application server cannot be reached the caller waits, and with it everybody else who calls this.
   static CS_RCPtr<PortMonitorServer> getInstance();
 
   // A new connection to the application server of this machine. While the server refuses, tries again every

@@ -12,7 +12,7 @@ TEST(UtlException, KeepsItsCodeThroughThrowCopyAndAssignment) {
   try {
     throw UTL_Exception(mg::status::kNoMemory);
   } catch (const UTL_Exception& caught) {
-    const UTL_Exception copy(caught);
+    const UTL_Exception copy(caught);  // NOLINT(performance-unnecessary-copy-initialization): the copy is the question
     UTL_Exception assigned;
     assigned = copy;
     EXPECT_EQ(copy.code(), 3);

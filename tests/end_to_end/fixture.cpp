@@ -26,7 +26,7 @@ void EndToEnd::TearDown() {
 }
 
 fs::path EndToEnd::file(const std::string& name, const std::string& content) const {
-  const fs::path path = scene.folder() / name;
+  fs::path path = scene.folder() / name;
   std::ofstream(path, std::ios::binary) << content;
   return path;
 }

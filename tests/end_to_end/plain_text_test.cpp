@@ -70,7 +70,7 @@ std::string takeTextFile(const Spooler& spooler, std::string& name) {
   EXPECT_THAT(files, SizeIs(1));
   if (files.empty()) return "";
   name = fs::path(files[0]).filename();
-  const std::string content = contentOf(files[0]);
+  std::string content = contentOf(files[0]);
   fs::remove(files[0]);
   return content;
 }

@@ -25,7 +25,7 @@ CS_Notice deliveredJob() {
 // Asks again and again, because the longest wait of one question may pass on a machine that is busy.
 AdministrationPeer::Notices waitForNotice(AdministrationPeer& tool, int after) {
   for (;;) {
-    const auto notices = tool.notices(after, 5000);
+    auto notices = tool.notices(after, 5000);
     if (!notices.list.empty()) return notices;
   }
 }

@@ -29,7 +29,7 @@ struct Arguments {
 template <class Component>
 CS_RCPtr<Component> makeComponent(CS_Component& owner, const wchar_t* local, const wchar_t* remote) {
   const auto factory = owner.getClassFactory(local, remote, true);
-  const CS_RCPtr<Component> component(factory ? dynamic_cast<Component*>(factory->newInstance(0)) : nullptr);
+  CS_RCPtr<Component> component(factory ? dynamic_cast<Component*>(factory->newInstance(0)) : nullptr);
   if (!component) throw std::runtime_error("a component of the job cannot be made");
   return component;
 }

@@ -52,7 +52,7 @@ inline CS_RCPtr<CS_Component> makeComponent(CS_Component& owner, const wchar_t* 
                                             const wchar_t* remoteClass) {
   const CS_RCPtr<CS_ClassFactory> factory = owner.getClassFactory(localClass, remoteClass, true);
   if (!factory) return nullptr;
-  const CS_RCPtr<CS_Component> component = factory->newInstance(0);
+  CS_RCPtr<CS_Component> component = factory->newInstance(0);
   if (component) {
     component->getChannel(true)->startSending();
     component->getChannel(true)->startReceiving();
