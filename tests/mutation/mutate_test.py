@@ -42,7 +42,7 @@ PROJECT = {
                                  "cacheVariables": { "CMAKE_EXPORT_COMPILE_COMMANDS": "ON" } }],
           "buildPresets": [{ "name": "linux", "configurePreset": "linux" }] }
         """,
-    "part/part.cpp": "int tested() { return 40; }\nint untested() { return 50; }\n",
+    "part/part.cpp": "inline constexpr int kUnused = 60;\nint tested() { return 40; }\nint untested() { return 50; }\n",
     "part/part_test.cpp": """\
         int tested();
         int untested();
@@ -114,12 +114,12 @@ class MutateTest(unittest.TestCase):
                 (root / name).write_text(textwrap.dedent(text))
             said = io.StringIO()
             with contextlib.redirect_stdout(said):
-                killed, survived = mutate.mutate(root, "part", [("linux", "part_tests")], 4, 1)
+                killed, survived = mutate.mutate(root, "part", [("linux", "part_tests")], 99, 1)
             self.assertEqual({b"39", b"41"}, {fault.text for fault in killed})
             self.assertEqual({b"49", b"51"}, {fault.text for fault in survived})
-            self.assertIn("not noticed: part/part.cpp:2 (constant)", said.getvalue())
+            self.assertIn("not noticed: part/part.cpp:3 (constant)", said.getvalue())
             self.assertIn("-int untested() { return 50; }\n+int untested() { return 51; }", said.getvalue())
-            self.assertIn("part, seed 1: 2 noticed, 2 not noticed; besides 2 refused by the compiler", said.getvalue())
+            self.assertIn("2 noticed, 2 not noticed; besides 2 refused by the compiler, 2 without", said.getvalue())
             for copy in (root, root / "build" / "mutation" / "tree"):
                 self.assertEqual(PROJECT["part/part.cpp"], (copy / "part" / "part.cpp").read_text())
 
