@@ -28,7 +28,10 @@ class FakeQueue {
   void note(const std::string& line) { m_calls.push_back(line); }
   // Opening with all rights, and setting a job, fail from now on.
   void refuseOpen() { m_refusesOpen = true; }
-  void refuseSetJob() { m_refusesSetJob = true; }
+  void refuseSetJob(DWORD error = ERROR_ACCESS_DENIED) {
+    m_refusesSetJob = true;
+    m_setJobError = error;
+  }
   // Called once, within the next call that is written down as this.
   void whenAsked(const std::string& call, std::function<void()> action) { m_actions[call] = std::move(action); }
   void setCopies(short copies) { m_copies = copies; }
@@ -43,5 +46,6 @@ class FakeQueue {
   std::map<std::string, std::function<void()>> m_actions;
   bool m_refusesOpen = false;
   bool m_refusesSetJob = false;
+  DWORD m_setJobError = ERROR_SUCCESS;
   short m_copies = 1;
 };

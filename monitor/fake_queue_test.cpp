@@ -91,7 +91,7 @@ void FakeQueue::watchJob() {
     EXPECT_EQ(data, nullptr);
     enter("set job " + std::to_string(job) + " level " + std::to_string(level) + " command " + std::to_string(command) +
           (printer == kPrinter ? "" : " of no printer"));
-    if (m_refusesSetJob) SetLastError(ERROR_ACCESS_DENIED);
+    if (m_refusesSetJob) SetLastError(printer == kPrinter ? m_setJobError : ERROR_INVALID_HANDLE);
     return m_refusesSetJob ? FALSE : TRUE;
   };
 }

@@ -1,6 +1,9 @@
 #include "monitor/job_end_test.h"
 
+#include "corvane/bridge.h"
+#include "corvane/simple_class.h"
 #include "monitor/job_end.h"
+#include "tests/support/barren_class.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gmock/gmock.h>
@@ -31,6 +34,7 @@ TEST_F(JobEndTest, ACollectedJobIsToldWithTheBytesThatWereSent) {
   m_printerValue = 3;
   start();
   write("plain text");
+  m_port->job->bytesTaken = 99;  // as many as are collected where a conversion makes fewer of them
   EXPECT_EQ(end(), TRUE);
   EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 10 bytes, sent as it "
                                   "came: not recognised as PostScript. To get a PDF, give the printer a PostScript "
@@ -72,6 +76,19 @@ TEST_F(JobEndTest, AServerThatGoesAwayAtTheStartIsTold) {
   m_peer.hangUpAt("PortMonitorClient", 4);
   start();
   expectFailure(std::string("Failed to attach print job to session for Laser.") + kRunning);
+}
+
+TEST_F(JobEndTest, AServerThatGoesAwayInsteadOfNamingThePrinterIsTold) {
+  m_peer.hangUpAt("PortMonitorClient", 5);
+  start();
+  expectFailure("Failed to get the printer's information: Laser, print job #17 has failed to print." +
+                std::string(kRunning));
+}
+
+TEST_F(JobEndTest, AModuleThatCannotMakeItsComponentsIsTold) {
+  const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
+  start();
+  expectFailure("Failed to create bridge. Restart the print spooler, then print again.");
 }
 
 TEST_F(JobEndTest, AClientOfAnotherVersionIsTold) {
@@ -205,12 +222,12 @@ TEST_F(JobEndTest, AJobThatTheSpoolerGaveUpIsToldWithItsOwnNumber) {
 }
 
 TEST_F(JobEndTest, ANameWithALineEndStaysInOneLineAndAPortWithoutANumberHasNoSession) {
-  m_document.pDocName = text(L"two\r\nlines");
+  m_document.pDocName = text(L"two\r\nlines\x1F.");
   start();
   wcscpy(m_port->portName, L"LPT1");
   end();
-  EXPECT_THAT(told(), ElementsAre("Job 17 \"two  lines\" on \"Laser\" was delivered: 0 bytes."));
-  EXPECT_EQ(values()[2], "document=two\r\nlines");
+  EXPECT_THAT(told(), ElementsAre("Job 17 \"two  lines .\" on \"Laser\" was delivered: 0 bytes."));
+  EXPECT_EQ(values()[2], "document=two\r\nlines\x1F.");
   EXPECT_EQ(values()[5], "session=");
 }
 
@@ -249,6 +266,13 @@ TEST_F(JobEndTest, ADocumentWithoutANameIsToldWithoutOne) {
   ASSERT_EQ(told().size(), 1u);
   EXPECT_THAT(told().front(), testing::StartsWith("Job 17 \"\" on \"Laser\" (session 5) failed: "));
   EXPECT_EQ(values()[2], "document=");
+}
+
+TEST_F(JobEndTest, ASessionIsNamedWithAllItsDigits) {
+  start();
+  wcscpy(m_port->portName, L"CPP1029384756");
+  end();
+  EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 1029384756) was delivered: 0 bytes."));
 }
 
 TEST_F(JobEndTest, APortWhoseNameGoesOnBehindItsNumberHasNoSession) {

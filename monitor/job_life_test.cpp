@@ -160,6 +160,14 @@ TEST_F(RefusingQueueTest, AFailedWriteThatIsNotDeletedSaysWhoCan) {
   EXPECT_THAT(m_events[1], testing::EndsWith(kStays));
 }
 
+TEST_F(RefusingQueueTest, AQueueThatDoesNotSayWhyIsToldOfWithAGeneralError) {
+  refuseAttach();
+  m_queue.refuseSetJob(ERROR_SUCCESS);
+  start();
+  ASSERT_EQ(told().size(), 1u);
+  EXPECT_THAT(told().front(), HasSubstr("which refused to delete it (error 31)"));
+}
+
 TEST_F(RefusingQueueTest, AJobThatIsDeletedAlthoughItsPrinterDidNotOpenDoesNotStay) {
   refuseAttach();
   m_queue.refuseOpen();

@@ -130,6 +130,19 @@ TEST_F(JobOrderTest, AnEndMarksTheJobEndsTheConnectionClosesItsReportAndThenTheP
                                            "Stack Trace: MgPrintMon - MGEndDocPort() [ended]", "close printer"));
 }
 
+TEST_F(JobOrderTest, WhatTheQueueRefusesAtTheEndIsOneReport) {
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  start();
+  const LocalLog log;
+  m_queue.refuseOpen();
+  m_queue.refuseSetJob();
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_THAT(log.records(),
+              ElementsAre("clean-up: failed to access the printer queue", "clean-up: failed to complete print job",
+                          "trace: Stack Trace: MgPrintMon - MGEndDocPort()"));
+  EXPECT_EQ(log.reports().size(), 1u);
+}
+
 // Afterwards the stream may have been let go of.
 TEST_F(JobOrderTest, AnEndAsksForTheConnectionBeforeItEndsTheStream) {
   constexpr wchar_t kClass[] = L"Quillfern::NTR::PrintServer";

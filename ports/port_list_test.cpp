@@ -243,6 +243,8 @@ TEST_F(PortListTest, TakesANullNameForTheEmptyOne) {
   EXPECT_TRUE(has(nullptr));
   EXPECT_EQ(list.DeletePort(nullptr), 1U);
   EXPECT_EQ(records.lines(), Lines{});
+  EXPECT_EQ(list.DeletePort(nullptr), 0U);
+  EXPECT_EQ(records.lines().at(0), "0x4000000a: Failed to remove the printer port ");
 }
 
 TEST_F(PortListTest, TracesWhenItIsMade) {

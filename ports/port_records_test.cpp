@@ -83,6 +83,20 @@ TEST_F(PortRecordsTest, TheLastCallOnADeletedPortGetsItsRecord) {
   EXPECT_EQ(last.get(), port);
 }
 
+TEST_F(PortRecordsTest, ARecordIsGivenAwayOnce) {
+  tagPort* const port = records.make();
+  ASSERT_NE(port, nullptr);
+  records.handleOpened(*port);
+  {
+    const PortRecords::Removed first = records.remove(*port);
+    EXPECT_EQ(first.record.get(), port);
+    PortRecords::Removed second = records.remove(*port);
+    EXPECT_EQ(second.record.get(), nullptr);
+    second.record.release();
+  }
+  records.handleClosed(port);
+}
+
 TEST_F(PortRecordsTest, ACallOnALivePortLeavesItAlone) {
   tagPort* const port = add(L"CPP7");
   records.enter(port);
