@@ -20,10 +20,20 @@ struct DeviceTraits {
   static void close(Type device) noexcept { DeleteDC(device); }
 };
 
+// Wine's driver reads its description of the printer, once per process, from a file that it opens for nobody else to
+// open meanwhile. Programs that draw at the same moment ask again.
+LONG sizeOfDeviceMode(HANDLE printer, std::wstring& name) {
+  constexpr ULONGLONG kMilliseconds = 30000;
+  for (const ULONGLONG end = GetTickCount64() + kMilliseconds;; Sleep(20)) {
+    const LONG size = DocumentPropertiesW(nullptr, printer, name.data(), nullptr, nullptr, 0);
+    if (size >= 0 || GetLastError() != ERROR_SHARING_VIOLATION || GetTickCount64() >= end) return size;
+  }
+}
+
 // The printer's own device mode with the copies changed, and checked by the driver. Bytes, because a driver's private
 // part follows the structure.
 std::vector<BYTE> deviceMode(HANDLE printer, std::wstring name, short copies) {
-  const LONG size = DocumentPropertiesW(nullptr, printer, name.data(), nullptr, nullptr, 0);
+  const LONG size = sizeOfDeviceMode(printer, name);
   require(size >= static_cast<LONG>(sizeof(DEVMODEW)), "the driver does not say how large its device mode is");
   std::vector<BYTE> bytes(static_cast<std::size_t>(size));
   auto* const mode = reinterpret_cast<DEVMODEW*>(bytes.data());
