@@ -28,9 +28,10 @@ constexpr ULONGLONG kStartMilliseconds = 10000;
 
 // What the shell does, given the folder, the seconds, the memory in kilobytes, the size of a file in blocks of 512
 // bytes, the input, and the words of the program. The pipe "line" is opened by the converter: as long as it lives it
-// stays open, and whatever ends the converter closes it. Then the program's whole group is killed and the folder
-// removed. The status appears under its name only when it is complete, and when the program's temporary files, whose
-// names a document may have chosen, are gone. There is no single quote in here.
+// stays open, and whatever ends the converter closes it. Then the program's whole group is killed, unless it has ended
+// and its number may be a stranger's, and the folder removed. The status appears under its name only when it is
+// complete, and when the program's temporary files, whose names a document may have chosen, are gone. There is no
+// single quote in here.
 constexpr char kScript[] = R"(
 folder=$1 seconds=$2 memory=$3 blocks=$4 input=$5; shift 5
 exec 2>/dev/null
@@ -42,7 +43,7 @@ rm -f line
   LC_ALL=C.UTF-8 HOME="$folder/tmp" TMPDIR="$folder/tmp" TEMP="$folder/tmp" TMP="$folder/tmp" "$@"
 ) <"$input" >said.txt 2>&1 3<&- &
 job=$!
-{ cat <&3 >/dev/null; [ -e status.new ] || kill -s KILL -- "-$job" "$job"; } &
+{ cat <&3 >/dev/null; [ -e status.new ] || [ -e status ] || kill -s KILL -- "-$job" "$job"; } &
 watch=$!
 wait "$job"; echo $? >status.new
 remove tmp; mv status.new status
