@@ -1,9 +1,12 @@
 #include "tests/processes/wine_server.h"
 
+#include "tests/processes/process_table.h"
+
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <stdexcept>
 #include <stdlib.h>
@@ -65,6 +68,11 @@ WineServer::WineServer(const fs::path& prefix) {
 }
 
 WineServer::~WineServer() {
+  // Its programs wait for it for ever, so whatever else went wrong began with this.
+  if (waitUntilEnded(m_server->id(), 0)) {
+    const int code = m_server->wait();
+    ADD_FAILURE() << "Wine's server ended by itself with " << code << "\n" << m_server->output();
+  }
   // On SIGINT the server ends every process of its prefix; on SIGTERM it leaves Wine's services behind without it.
   m_server->signal(SIGINT);
   m_server->wait();
