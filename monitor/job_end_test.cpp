@@ -226,7 +226,7 @@ TEST_F(JobEndTest, ANameWithALineEndStaysInOneLineAndAPortWithoutANumberHasNoSes
   start();
   wcscpy(m_port->portName, L"LPT1");
   end();
-  EXPECT_THAT(told(), ElementsAre("Job 17 \"two  lines .\" on \"Laser\" was delivered: 0 bytes."));
+  EXPECT_THAT(told(), ElementsAre("Job 17 \"two  lines?.\" on \"Laser\" was delivered: 0 bytes."));
   EXPECT_EQ(values()[2], "document=two\r\nlines\x1F.");
   EXPECT_EQ(values()[5], "session=");
 }
