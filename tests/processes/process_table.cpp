@@ -58,17 +58,6 @@ std::vector<Process> processesWith(const std::string& text) {
   return found;
 }
 
-std::vector<Process> processesLeft(const std::string& text, int seconds) {
-  std::vector<Process> left;
-  comesTrue(
-      [&] {
-        left = processesWith(text);
-        return left.empty();
-      },
-      seconds);
-  return left;
-}
-
 bool waitUntilStopped(pid_t process, int seconds) {
   return comesTrue([&] { return stateOf(std::to_string(process)).first == 'T'; }, seconds);
 }

@@ -18,8 +18,6 @@ struct Process {
 
 // The processes of this machine whose command holds the text, this one left out.
 std::vector<Process> processesWith(const std::string& text);
-// Waits until there are none of them; returns those that are left after so many seconds.
-std::vector<Process> processesLeft(const std::string& text, int seconds);
 
 // Waits until a process is stopped by a signal; false after so many seconds.
 bool waitUntilStopped(pid_t process, int seconds);

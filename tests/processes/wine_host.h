@@ -41,6 +41,7 @@ class WineHost {
 
   // Wine's server of the prefix.
   pid_t server() const { return m_wineServer->id(); }
+  bool serverHasFallen() const { return m_wineServer->hasFallen(); }
 
   // The bytes that the Windows programs send for a pattern of that size.
   static std::string pattern(std::size_t size);

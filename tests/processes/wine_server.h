@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <sys/types.h>
 
 namespace tests {
@@ -23,9 +24,19 @@ class WineServer {
 
   pid_t id() const { return m_server->id(); }
 
+  // Wine 8's server ends now and then when processes with sockets are killed: an assertion of its own in
+  // sock_get_poll_events fails. Every program of the prefix then waits for it for ever. When that has come to pass,
+  // this ends those programs, says so and returns true; the end counts as a failure no longer. For tests that kill.
+  bool hasFallen();
+
  private:
+  bool hasEnded();
+
   int m_lock = -1;  // of a file in the prefix; the system takes it back when the process ends
   std::unique_ptr<ChildProcess> m_server;
+  const std::filesystem::path m_prefix;
+  std::optional<int> m_end;  // its exit code, when it has ended by itself
+  bool m_hasFallen = false;
 };
 
 }  // namespace tests
