@@ -3,13 +3,17 @@
 #include "programs/paths.h"
 
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <regex>
+#include <vector>
 
 namespace printclient {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::ElementsAre;
 
 class JobTest : public ::testing::Test {
  protected:
@@ -204,6 +208,31 @@ TEST_F(JobTest, KeepsTheFirstReasonOfAFailure) {
                          "version\n"),
             std::string::npos)
       << lines();
+}
+
+TEST_F(JobTest, OnATerminalReportsProgressEvery256KiB) {
+  Reporter terminal(m_lines, true);
+  JobOutput output(m_folder / "out", 5, 42, terminal);
+  Job job(ticket(1), output);
+  const std::string piece(256 * 1024 - 1, 'x');
+  const auto reports = [&] {
+    terminal.flush();
+    const std::string all = read(m_folder / "lines");
+    std::vector<std::string> sizes;
+    static const std::regex kReport("receiving \"Report\": ([0-9]+) bytes");
+    for (std::sregex_iterator found(all.begin(), all.end(), kReport), end; found != end; ++found)
+      sizes.push_back((*found)[1]);
+    return sizes;
+  };
+  job.append(bytes(piece));
+  EXPECT_THAT(reports(), ElementsAre());
+  job.append(bytes("x"));
+  EXPECT_THAT(reports(), ElementsAre("262144"));
+  job.append(bytes(piece));
+  EXPECT_THAT(reports(), ElementsAre("262144"));
+  job.append(bytes("x"));
+  EXPECT_THAT(reports(), ElementsAre("262144", "524288"));
+  EXPECT_EQ(job.end(), kPrinted);
 }
 
 TEST_F(JobTest, ReportsProgressWheneverItsSizeHasDoubled) {
