@@ -111,11 +111,11 @@ TEST_F(ApplicationServerTest, SaysItsSessionsAndTheirPrinters) {
   EXPECT_EQ(session->since, L"2026-02-01T00:00:00Z");
   ASSERT_THAT(session->printers, SizeIs(2));
   EXPECT_EQ(session->printers[0].localName, L"Laser-2 (session 5)");
-  EXPECT_EQ(session->printers[0].clientName(), L"Laser-2");
+  EXPECT_EQ(session->printers[0].name(), L"Laser-2");
   EXPECT_EQ(session->printers[0].driver(), L"Generic PostScript");
   EXPECT_FALSE(session->printers[0].isDefault);
-  EXPECT_EQ(session->printers[0].format, 3);
-  EXPECT_EQ(session->printers[0].secondValue, 600);
+  EXPECT_EQ(session->printers[0].format, protocol::DataFormat::kPdf);
+  EXPECT_EQ(session->printers[0].resolution, 600);
   EXPECT_TRUE(session->printers[1].isDefault);
 }
 
@@ -200,7 +200,7 @@ TEST_F(ApplicationServerTest, IsAskedForPagesUntilThereAreNoMore) {
   for (const SessionFacts& session : ApplicationServer(peer.port()).status().sessions) {
     all += std::to_wstring(session.number) + L":";
     for (const ClientPrinterFacts& printer : session.printers)
-      all += L" " + printer.clientName();
+      all += L" " + printer.name();
     all += L"; ";
   }
   EXPECT_EQ(all, L"5: A; 6: B C D; 7: E; ");

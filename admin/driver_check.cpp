@@ -8,8 +8,6 @@
 namespace admin {
 namespace {
 
-constexpr int kPdf = 3;
-
 constexpr char kAdvice[] =
     "a document is converted only when it begins with %!, so the driver has to send PostScript without PJL or Ctrl-D "
     "in "
@@ -51,7 +49,7 @@ std::string checkDrivers(const std::vector<SessionFacts>& sessions, const std::v
   for (const SessionFacts& session : sessions) {
     for (const ClientPrinterFacts& printer : session.printers) {
       for (const SpoolerPrinter& here : present) {
-        if (printer.format != kPdf || here.name != printer.localName) continue;
+        if (printer.format != protocol::DataFormat::kPdf || here.name != printer.localName) continue;
         ++count;
         const std::string language = otherLanguageOf(here.driver);
         if (language.empty()) continue;

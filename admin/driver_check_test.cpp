@@ -10,7 +10,7 @@ namespace {
 SessionFacts sessionWith(const std::wstring& name, int format) {
   ClientPrinterFacts printer;
   printer.localName = name;
-  printer.format = format;
+  printer.format = static_cast<protocol::DataFormat>(format);
   SessionFacts session;
   session.number = 5;
   session.printers = {printer};

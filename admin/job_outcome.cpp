@@ -3,7 +3,7 @@
 namespace admin {
 
 bool AwaitedJob::isOf(const Notice& notice) const {
-  return notice.kind == L"job" && notice.value(L"job") == std::to_wstring(number) &&
+  return notice.kind == Notice::kJobNotice && notice.value(L"job") == std::to_wstring(number) &&
          notice.value(L"printer") == printer && (process == 0 || notice.value(L"process") == std::to_wstring(process));
 }
 

@@ -36,7 +36,7 @@ TEST(JobOutcome, IsPrintedWhenItWasDeliveredOrShown) {
   EXPECT_EQ(JobOutcome::of(notice).cause, L"No client.");
   EXPECT_EQ(JobOutcome::of(notice).remedy, L"Start it.");
   for (const wchar_t* result : {L"delivered", L"shown"}) {
-    notice.values[L"result"] = result;
+    notice.values[3].second = result;
     EXPECT_TRUE(JobOutcome::of(notice).isPrinted);
   }
 }

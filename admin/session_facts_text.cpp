@@ -10,8 +10,9 @@ namespace {
 
 using programs::oneLine;
 
-const char* formatWord(int format) {
-  return format == 1 ? "raw" : format == 2 ? "ps" : format == 3 ? "pdf" : "unknown";
+std::string formatWord(protocol::DataFormat format) {
+  const protocol::DataFormatNames* const names = protocol::namesOf(format);
+  return names != nullptr ? std::string(names->word) : "unknown";
 }
 
 Json namesJson(const std::vector<std::wstring>& names) {
@@ -27,7 +28,7 @@ Json sessionJson(const SessionFacts& session) {
   Json printers = Json::array();
   for (const ClientPrinterFacts& printer : session.printers) {
     printers.push_back({{"name", textValue(printer.localName)},
-                        {"clientName", textValue(printer.clientName())},
+                        {"clientName", textValue(printer.name())},
                         {"driver", textValue(printer.driver())},
                         {"format", formatWord(printer.format)},
                         {"default", printer.isDefault}});

@@ -89,7 +89,7 @@ PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& opti
       plan.refused.push_back(refusal(printer, substitute));
     } else {
       plan.printers.push_back({printer.localName, sessionPort(static_cast<unsigned>(session.number)), driver, processor,
-                               L"Client printer: " + printer.clientName()});
+                               L"Client printer: " + printer.name()});
     }
   }
   return plan;

@@ -21,7 +21,7 @@ SessionFacts sessionWith(const std::wstring& driver) {
   ClientPrinterFacts printer;
   printer.localName = L"Laser-2 (session 5)";
   printer.texts[0] = L"Laser-2";
-  printer.texts[programs::kDriverText] = driver;
+  printer.texts[protocol::Printer::kDriverText] = driver;
   SessionFacts session;
   session.number = 5;
   session.printers = {printer};

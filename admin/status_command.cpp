@@ -14,6 +14,7 @@
 #include "programs/one_line.h"
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -59,14 +60,15 @@ void sayRecords(const std::string& from, const std::vector<std::string>& lines, 
 void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
   std::vector<Notice> failed;
   for (Notice& notice : server.notices(0, 0).notices) {
-    if (notice.kind == L"job" && notice.value(L"result") == L"failed") failed.push_back(std::move(notice));
+    if (notice.kind == Notice::kJobNotice && notice.value(L"result") == L"failed") failed.push_back(std::move(notice));
   }
   if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);
   Json jobs = Json::array();
   output.line(failed.empty() ? "no failed jobs since the server runs" : "last failed jobs:");
   for (const Notice& notice : failed) {
     Json values;
-    for (const auto& [name, value] : notice.values)
+    const std::map<std::wstring, std::wstring> named(notice.values.rbegin(), notice.values.rend());
+    for (const auto& [name, value] : named)
       values[corvane::toUtf8(name)] = textValue(value);
     jobs.push_back({{"time", textValue(notice.time)}, {"line", textValue(notice.line)}, {"values", values}});
     output.line("  " + localTime(notice.time) + " " + oneLine(notice.line));

@@ -11,6 +11,7 @@
 #include "programs/component_class.h"
 #include "programs/failure.h"
 #include "programs/session_client.h"
+#include "protocol/names.h"
 
 #include <algorithm>
 #include <chrono>
@@ -23,9 +24,9 @@ constexpr wchar_t kPrinterName[] = L"mgprintmon test page";
 
 void registerClasses(const std::shared_ptr<Arrival>& arrival) {
   CS_ComponentServer* const server = CS_ComponentServer::getServer();
-  server->registerClass(programs::kPrintClientClass,
-                        new programs::ComponentClass<TestPrintClient>(programs::kProgramsVersion, arrival));
-  server->offerClass(programs::kPrintClientClass);
+  server->registerClass(protocol::kPrintClientClass,
+                        new programs::ComponentClass<TestPrintClient>(protocol::kVersion, arrival));
+  server->offerClass(protocol::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
   programs::registerSessionClientClass();
 }
@@ -106,11 +107,11 @@ TestSession::~TestSession() {
 }
 
 void TestSession::bringPrinter(int number, const std::wstring& driver) {
-  programs::BroughtPrinter printer;
+  protocol::Printer printer;
   printer.texts[0] = kPrinterName;
-  printer.texts[programs::kDriverText] = driver;
-  const programs::Registration registration = programs::bringPrinters(m_connection, number, {printer});
-  if (!registration.accepted()) {
+  printer.texts[protocol::Printer::kDriverText] = driver;
+  const protocol::Registration::Answer registration = programs::bringPrinters(m_connection, number, {printer});
+  if (!registration.isAccepted) {
     throw Failure(ExitCode::kFailed, "the server refuses the test session: " + corvane::toUtf8(registration.refusal),
                   "Look into the log of aps.");
   }

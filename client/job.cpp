@@ -7,6 +7,9 @@
 #include <exception>
 
 namespace printclient {
+
+using enum protocol::PrintResult;
+
 namespace {
 
 constexpr std::uint64_t kProgressInPlace = 256 * 1024;         // a new number every that many bytes
@@ -18,7 +21,7 @@ std::string bytesText(std::uint64_t bytes) {
 
 }  // namespace
 
-Job::Job(JobTicket ticket, JobOutput& output)
+Job::Job(protocol::JobStart ticket, JobOutput& output)
     : m_ticket(std::move(ticket)),
       m_output(output),
       m_nextProgress(output.reporter().isInPlace() ? kProgressInPlace : kFirstProgressLine) {
@@ -68,7 +71,7 @@ std::string Job::remedy() const {
 
 std::string Job::remark() const {
   const bool isWrapped = m_probe.isWrappedPostScript();
-  const bool isUnconverted = m_ticket.settings[3] == JobTicket::kConverted && !m_probe.isPdf();
+  const bool isUnconverted = protocol::isCollected(m_ticket.settings) && !m_probe.isPdf();
   std::string text = isWrapped ? ", PostScript behind printer commands" : "";
   if (isUnconverted) {
     text += isWrapped ? ", which the server sends as it comes instead of converting it"
@@ -95,7 +98,7 @@ void Job::reportProgress() {
   m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;
 }
 
-void Job::fail(JobResult result, const std::string& why) {
+void Job::fail(PrintResult result, const std::string& why) {
   if (m_result != kPrinted) return;
   m_result = result;
   m_why = why;
@@ -104,7 +107,7 @@ void Job::fail(JobResult result, const std::string& why) {
 
 void Job::complete() {
   if (m_result != kPrinted) return;
-  if (m_probe.size() == 0 && m_ticket.settings[3] == JobTicket::kConverted) {
+  if (m_probe.size() == 0 && protocol::isCollected(m_ticket.settings)) {
     fail(kNoData, "no data came; the conversion of the job has failed");
   } else if (m_probe.isPdf() && !m_probe.hasPdfEnd()) {
     fail(kIncompletePdf, "the PDF is cut; its end mark is missing after " + bytesText(m_probe.size()));
@@ -118,7 +121,7 @@ void Job::complete() {
   }
 }
 
-JobResult Job::end() {
+PrintResult Job::end() {
   complete();
   m_ended = true;
   m_file.reset();

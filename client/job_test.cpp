@@ -12,6 +12,8 @@
 namespace printclient {
 namespace {
 
+using enum protocol::PrintResult;
+
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 
@@ -33,8 +35,8 @@ class JobTest : public ::testing::Test {
     fs::remove_all(m_folder);
   }
 
-  static JobTicket ticket(int mode) {
-    JobTicket made;
+  static protocol::JobStart ticket(int mode) {
+    protocol::JobStart made;
     made.jobName = L"Laser-2 - Job #17";
     made.printerName = L"Laser-2";
     made.documentName = L"Report";
@@ -149,7 +151,7 @@ TEST_F(JobTest, ThatHasEndedIsNotDroppedAsWell) {
 }
 
 TEST_F(JobTest, WithoutADocumentIsCalledByItsJobNameAndSaysItsCopies) {
-  JobTicket made = ticket(1);
+  protocol::JobStart made = ticket(1);
   made.documentName.clear();
   made.copies = 2;
   Job job(made, *m_output);

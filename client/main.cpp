@@ -11,8 +11,8 @@
 #include "programs/component_class.h"
 #include "programs/no_sink.h"
 #include "programs/paths.h"
-#include "programs/session_registration.h"
 #include "programs/stop_request.h"
+#include "protocol/names.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -24,12 +24,12 @@ constexpr unsigned kJobEndMilliseconds = 5000;
 
 void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
-  server->registerClass(programs::kPrintClientClass,
-                        new programs::ComponentClass<printclient::PrintClient>(programs::kProgramsVersion, output));
-  server->offerClass(programs::kPrintClientClass);
+  server->registerClass(protocol::kPrintClientClass,
+                        new programs::ComponentClass<printclient::PrintClient>(protocol::kVersion, output));
+  server->offerClass(protocol::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
-  server->registerClass(programs::kSessionClientClass,
-                        new programs::ComponentClass<printclient::SessionClient>(programs::kProgramsVersion, output));
+  server->registerClass(protocol::kSessionClientClass,
+                        new programs::ComponentClass<printclient::SessionClient>(protocol::kVersion, output));
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ struct Options {
   int port = 4711;
   int session = 0;
   std::string keyFile;  // empty: the server wants no key
-  std::vector<programs::BroughtPrinter> printers;
+  std::vector<protocol::Printer> printers;
   std::string output;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
 };

@@ -14,7 +14,7 @@ TEST(PrintClientOptions, TakeTheServerTheSessionThePrintersAndTheFolder) {
   EXPECT_EQ(parsed.options.session, 5);
   ASSERT_EQ(parsed.options.printers.size(), 2u);
   EXPECT_EQ(parsed.options.printers[0].texts[0], L"Laser-2");
-  EXPECT_EQ(parsed.options.printers[0].format, 3);
+  EXPECT_EQ(parsed.options.printers[0].format, protocol::DataFormat::kPdf);
   EXPECT_EQ(parsed.options.printers[1].texts[0], L"Ink");
   EXPECT_EQ(parsed.options.output, "a b");
 }

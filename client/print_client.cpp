@@ -4,43 +4,27 @@
 #include "corvane/in_request.h"
 #include "programs/failure.h"
 #include "programs/one_line.h"
+#include "protocol/exchange.h"
 
 namespace printclient {
-namespace {
-
-std::wstring readOptionalText(CS_InRequest& request) {
-  return request.readBoolean() ? request.readUTF() : L"";
-}
-
-}  // namespace
-
 bool PrintClient::processRequest(CS_InRequest& request) {
-  switch (request.number()) {
-    case kStartJob:
+  switch (static_cast<protocol::PrintRequest>(request.number())) {
+    case protocol::PrintRequest::kStart:
       startJob(request);
       return true;
-    case kWriteJob:
+    case protocol::PrintRequest::kData:
       writeJob(request);
       return true;
-    case kEndJob:
+    case protocol::PrintRequest::kEnd:
       endJob(request);
       return true;
-    default:
-      return CS_Component::processRequest(request);
   }
+  return CS_Component::processRequest(request);
 }
 
 void PrintClient::startJob(CS_InRequest& request) try {
   m_job.reset();  // a job that was started before and not ended is dropped first
-  JobTicket ticket;
-  ticket.jobName = readOptionalText(request);
-  ticket.printerName = readOptionalText(request);
-  ticket.documentName = readOptionalText(request);
-  ticket.dataType = readOptionalText(request);
-  for (int& setting : ticket.settings)
-    setting = request.readInt();
-  ticket.copies = request.readInt();
-  m_job = std::make_unique<Job>(std::move(ticket), *m_output);
+  m_job = std::make_unique<Job>(protocol::read<protocol::JobStart>(request), *m_output);
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.
   m_output->reporter().line("not printed: the start of a job cannot be read: " + programs::describe(failure) +
@@ -50,8 +34,7 @@ void PrintClient::startJob(CS_InRequest& request) try {
 }
 
 void PrintClient::writeJob(CS_InRequest& request) try {
-  readOptionalText(request);
-  const int length = request.readInt();
+  const int length = protocol::read<protocol::JobData>(request).length;
   if (!m_job) return;  // what is not read is skipped; the end of the job answers that there is none
   std::uint64_t came = 0;
   if (length > 0) {
@@ -61,17 +44,18 @@ void PrintClient::writeJob(CS_InRequest& request) try {
     }
   }
   if (length < 0 || came != static_cast<std::uint64_t>(length)) {
-    m_job->fail(kBrokenData, "a piece of data of " + std::to_string(length) + " bytes had " + std::to_string(came));
+    m_job->fail(PrintResult::kBrokenData,
+                "a piece of data of " + std::to_string(length) + " bytes had " + std::to_string(came));
   }
 } catch (...) {
   // Nobody waits for an answer to this request, so the job itself must remember that data are missing.
-  if (m_job) m_job->fail(kBrokenData, "a piece of data could not be read");
+  if (m_job) m_job->fail(PrintResult::kBrokenData, "a piece of data could not be read");
   throw;
 }
 
 void PrintClient::endJob(CS_InRequest& request) {
-  const std::wstring name = readOptionalText(request);
-  JobResult result = kNoJob;
+  const std::wstring name = protocol::read<protocol::JobEnd>(request).jobName;
+  PrintResult result = PrintResult::kNoJob;
   if (m_job) {
     result = m_job->end();
     m_job.reset();
@@ -80,8 +64,7 @@ void PrintClient::endJob(CS_InRequest& request) {
                               "\": the end of a job came without its start (session " +
                               std::to_string(m_output->session()) + "); print again");
   }
-  request.reply().writeInt(result);
-  request.sendReply();
+  protocol::answer(request, protocol::JobEnd::Answer{result});
 }
 
 }  // namespace printclient

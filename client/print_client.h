@@ -17,14 +17,6 @@ class PrintClient : public CS_Component {
 
   bool processRequest(CS_InRequest& request) override;
 
-  // Four optional texts (a boolean and, when it is true, a text): job name, client printer name, document name, data
-  // type; then int settings 1 to 4 and int copies. No reply.
-  static constexpr int kStartJob = 1;
-  // Optional text job name, int length and, when it is positive, a block of so many bytes. No reply.
-  static constexpr int kWriteJob = 2;
-  // Optional text job name -> int result; see job_result.h.
-  static constexpr int kEndJob = 3;
-
  private:
   void startJob(CS_InRequest& request);
   void writeJob(CS_InRequest& request);

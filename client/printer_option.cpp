@@ -16,7 +16,7 @@ struct TextKey {
   std::string_view key;
   std::size_t text;
 };
-constexpr TextKey kTextKeys[] = {{"comment", 1}, {"location", 2},     {"driver", programs::kDriverText},
+constexpr TextKey kTextKeys[] = {{"comment", 1}, {"location", 2},     {"driver", protocol::Printer::kDriverText},
                                  {"port", 4},    {"manufacturer", 5}, {"model", 6},
                                  {"share", 7}};
 
@@ -40,11 +40,20 @@ std::vector<std::string> splitAtCommas(std::string_view text) {
   return parts;
 }
 
-int formatNumber(std::string_view option, const std::string& value) {
-  if (value == "raw") return 1;
-  if (value == "ps") return 2;
-  if (value == "pdf") return 3;
-  refuse(option, "there is no format \"" + value + "\"; the formats are raw, ps and pdf");
+// "raw, ps and pdf".
+std::string formatWords() {
+  std::string list;
+  for (const protocol::DataFormatNames& names : protocol::kDataFormats) {
+    if (!list.empty()) list += &names == &protocol::kDataFormats.back() ? " and " : ", ";
+    list += names.word;
+  }
+  return list;
+}
+
+protocol::DataFormat readFormat(std::string_view option, const std::string& value) {
+  const auto format = protocol::dataFormatOf(value);
+  if (!format) refuse(option, "there is no format \"" + value + "\"; the formats are " + formatWords());
+  return *format;
 }
 
 bool yesOrNo(std::string_view option, const std::string& key, const std::string& value) {
@@ -64,13 +73,13 @@ int resolutionNumber(std::string_view option, const std::string& value) {
 
 }  // namespace
 
-programs::BroughtPrinter parsePrinterOption(std::string_view text) {
+protocol::Printer parsePrinterOption(std::string_view text) {
   const std::vector<std::string> parts = splitAtCommas(text);
   if (parts.front().empty()) refuse(text, "the printer's name is missing");
   if (const auto equals = parts.front().find('='); equals != std::string::npos && parts.size() == 1) {
     refuse(text, "the printer's name comes first, before \"" + parts.front() + "\"");
   }
-  programs::BroughtPrinter printer;
+  protocol::Printer printer;
   printer.texts[0] = corvane::fromUtf8(parts.front());
   std::vector<std::string> seen;
   for (std::size_t i = 1; i < parts.size(); ++i) {
@@ -88,7 +97,7 @@ programs::BroughtPrinter parsePrinterOption(std::string_view text) {
     if (known != std::end(kTextKeys)) {
       printer.texts[known->text] = corvane::fromUtf8(value);
     } else if (key == "format") {
-      printer.format = formatNumber(text, value);
+      printer.format = readFormat(text, value);
     } else if (key == "default") {
       printer.isDefault = yesOrNo(text, key, value);
     } else if (key == "resolution") {

@@ -18,17 +18,17 @@ std::string refusal(const std::string& text) {
 }
 
 TEST(PrinterOption, ANameAloneIsARawPrinterWithoutFurtherTexts) {
-  const programs::BroughtPrinter printer = parsePrinterOption("Laser-2");
+  const protocol::Printer printer = parsePrinterOption("Laser-2");
   EXPECT_EQ(printer.texts[0], L"Laser-2");
   for (std::size_t i = 1; i < 8; ++i)
     EXPECT_FALSE(printer.texts[i]) << i;
-  EXPECT_EQ(printer.format, 1);
+  EXPECT_EQ(printer.format, protocol::DataFormat::kRaw);
   EXPECT_FALSE(printer.isDefault);
   EXPECT_EQ(printer.resolution, 0);
 }
 
 TEST(PrinterOption, EveryKeyGoesToItsText) {
-  const programs::BroughtPrinter printer = parsePrinterOption(
+  const protocol::Printer printer = parsePrinterOption(
       "L,driver=d,comment=c,location=l,port=p,manufacturer=mf,model=md,share=s,format=pdf,default=yes,resolution=600");
   EXPECT_EQ(printer.texts[1], L"c");
   EXPECT_EQ(printer.texts[2], L"l");
@@ -37,25 +37,25 @@ TEST(PrinterOption, EveryKeyGoesToItsText) {
   EXPECT_EQ(printer.texts[5], L"mf");
   EXPECT_EQ(printer.texts[6], L"md");
   EXPECT_EQ(printer.texts[7], L"s");
-  EXPECT_EQ(printer.format, 3);
+  EXPECT_EQ(printer.format, protocol::DataFormat::kPdf);
   EXPECT_TRUE(printer.isDefault);
   EXPECT_EQ(printer.resolution, 600);
 }
 
 TEST(PrinterOption, FormatsHaveTheirNumbers) {
-  EXPECT_EQ(parsePrinterOption("L,format=raw").format, 1);
-  EXPECT_EQ(parsePrinterOption("L,format=ps").format, 2);
-  EXPECT_EQ(parsePrinterOption("L,format=pdf").format, 3);
+  EXPECT_EQ(parsePrinterOption("L,format=raw").format, protocol::DataFormat::kRaw);
+  EXPECT_EQ(parsePrinterOption("L,format=ps").format, protocol::DataFormat::kPostScript);
+  EXPECT_EQ(parsePrinterOption("L,format=pdf").format, protocol::DataFormat::kPdf);
 }
 
 TEST(PrinterOption, TwoCommasStandForOne) {
-  const programs::BroughtPrinter printer = parsePrinterOption("A,,B,driver=HP,, PCL 6");
+  const protocol::Printer printer = parsePrinterOption("A,,B,driver=HP,, PCL 6");
   EXPECT_EQ(printer.texts[0], L"A,B");
   EXPECT_EQ(printer.texts[3], L"HP, PCL 6");
 }
 
 TEST(PrinterOption, AValueMayHoldAnEqualsSignAndUtf8) {
-  const programs::BroughtPrinter printer = parsePrinterOption("B\xC3\xBCro,comment=a=b");
+  const protocol::Printer printer = parsePrinterOption("B\xC3\xBCro,comment=a=b");
   EXPECT_EQ(printer.texts[0], L"B\u00fcro");
   EXPECT_EQ(printer.texts[1], L"a=b");
 }

@@ -2,49 +2,47 @@
 
 #include "corvane/in_request.h"
 #include "programs/one_line.h"
-#include "programs/session_registration.h"
+#include "protocol/exchange.h"
+#include "protocol/registration.h"
 
 namespace printclient {
 
 namespace {
 
-std::string readLine(CS_InRequest& request) {
-  return programs::oneLine(request.readUTF());
-}
+using programs::oneLine;
 
-// Cause and remedy, the next two texts, as two sentences.
-std::string readWhy(CS_InRequest& request) {
-  std::string cause = readLine(request);
-  while (!cause.empty() && cause.back() == '.')
-    cause.pop_back();
-  return cause + ". " + readLine(request);
+// Two sentences.
+std::string whyText(const std::wstring& cause, const std::wstring& remedy) {
+  std::string text = oneLine(cause);
+  while (!text.empty() && text.back() == '.')
+    text.pop_back();
+  return text + ". " + oneLine(remedy);
 }
 
 }  // namespace
 
 bool SessionClient::processRequest(CS_InRequest& request) {
-  switch (request.number()) {
-    case programs::kJobFailed:
-      sayJobFailure(request);
+  switch (static_cast<protocol::SessionRequest>(request.number())) {
+    case protocol::SessionRequest::kJobFailed:
+      say(protocol::read<protocol::JobFailed>(request));
       return true;
-    case programs::kPrinterRefused:
-      sayRefusedPrinter(request);
+    case protocol::SessionRequest::kPrinterRefused:
+      say(protocol::read<protocol::PrinterRefused>(request));
       return true;
     default:
       return CS_Component::processRequest(request);
   }
 }
 
-void SessionClient::sayJobFailure(CS_InRequest& request) {
-  const std::string printer = readLine(request);
-  const std::string document = readLine(request);
+void SessionClient::say(const protocol::JobFailed& job) {
+  const std::string document = oneLine(job.document);
   m_output->reporter().line("the server says why " + (document.empty() ? "a job" : "\"" + document + "\"") + " for \"" +
-                            printer + "\" was not printed: " + readWhy(request));
+                            oneLine(job.printer) + "\" was not printed: " + whyText(job.cause, job.remedy));
 }
 
-void SessionClient::sayRefusedPrinter(CS_InRequest& request) {
-  const std::string printer = readLine(request);
-  m_output->reporter().line("\"" + printer + "\" is no printer on the server: " + readWhy(request));
+void SessionClient::say(const protocol::PrinterRefused& printer) {
+  m_output->reporter().line("\"" + oneLine(printer.printer) +
+                            "\" is no printer on the server: " + whyText(printer.cause, printer.remedy));
 }
 
 }  // namespace printclient

@@ -2,12 +2,13 @@
 
 #include "client/job_output.h"
 #include "corvane/component.h"
+#include "protocol/registration.h"
 
 #include <memory>
 
 namespace printclient {
 
-// The print client's half of its registration; see programs/session_registration.h. Hears from the application server
+// The print client's half of its registration; see protocol/registration.h. Hears from the application server
 // why jobs of this print client have failed and which of its printers cannot be had, and says it to who prints. On the
 // connection's thread.
 class SessionClient : public CS_Component {
@@ -18,8 +19,8 @@ class SessionClient : public CS_Component {
   bool processRequest(CS_InRequest& request) override;
 
  private:
-  void sayJobFailure(CS_InRequest& request);
-  void sayRefusedPrinter(CS_InRequest& request);
+  void say(const protocol::JobFailed& job);
+  void say(const protocol::PrinterRefused& printer);
 
   std::shared_ptr<JobOutput> m_output;
 };

@@ -7,7 +7,7 @@
 #include "corvane/simple_class.h"
 #include "programs/component_class.h"
 #include "programs/paths.h"
-#include "programs/session_registration.h"
+#include "protocol/names.h"
 #include "tests/support/connection_pair.h"
 
 #include <fstream>
@@ -27,12 +27,11 @@ class SessionClientTest : public ::testing::Test {
     const auto output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter);
     m_pair = std::make_unique<ConnectionPair>();
     CS_ComponentServer* server = CS_ComponentServer::getServer();
-    server->registerClass(programs::kSessionClientClass,
-                          new programs::ComponentClass<SessionClient>(programs::kProgramsVersion, output));
-    server->offerClass(programs::kSessionClientClass);
-    server->registerClass(programs::kSessionHostClass,
-                          new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
-    m_host = makeComponent(m_pair->dialed(), programs::kSessionHostClass, programs::kSessionClientClass);
+    server->registerClass(protocol::kSessionClientClass,
+                          new programs::ComponentClass<SessionClient>(protocol::kVersion, output));
+    server->offerClass(protocol::kSessionClientClass);
+    server->registerClass(protocol::kSessionHostClass, new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+    m_host = makeComponent(m_pair->dialed(), protocol::kSessionHostClass, protocol::kSessionClientClass);
   }
   ~SessionClientTest() override {
     m_host = nullptr;
@@ -43,7 +42,7 @@ class SessionClientTest : public ::testing::Test {
     fs::remove(m_file, ignored);
   }
 
-  void tell(const std::vector<std::wstring>& texts, int number = programs::kJobFailed) {
+  void tell(const std::vector<std::wstring>& texts, int number = 21) {
     CS_OutRequest request(m_host, number);
     for (const std::wstring& text : texts)
       request.writeUTF(text.c_str());
@@ -80,7 +79,7 @@ TEST_F(SessionClientTest, SaysItOfAJobWhoseDocumentTheServerDoesNotKnow) {
 }
 
 TEST_F(SessionClientTest, SaysWhichPrinterTheServerCannotHave) {
-  tell({L"Laser-2", L"printer cannot be added: The name is invalid (123)", L"Rename it."}, programs::kPrinterRefused);
+  tell({L"Laser-2", L"printer cannot be added: The name is invalid (123)", L"Rename it."}, 22);
   EXPECT_EQ(
       lines(),
       "\"Laser-2\" is no printer on the server: printer cannot be added: The name is invalid (123). Rename it.\n");
@@ -95,7 +94,7 @@ TEST_F(SessionClientTest, LetsNobodySteerTheTerminal) {
 }
 
 TEST_F(SessionClientTest, ServesNothingElse) {
-  CS_OutRequest request(m_host, programs::kBringPrinters);
+  CS_OutRequest request(m_host, 20);
   CS_InRequest reply(request);
   EXPECT_THROW(request.execute(reply, 10000), CS_Exception);
 }

@@ -53,9 +53,9 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     connection->useHeartbeat(&m_heartbeat);
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
-      const programs::Registration registration =
+      const protocol::Registration::Answer registration =
           programs::bringPrinters(connection, m_options.session, m_options.printers);
-      if (registration.accepted()) {
+      if (registration.isAccepted) {
         serveRegistered(*connection, registration);
         outcome = Outcome::kLost;
       } else {
@@ -79,7 +79,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   return outcome;
 }
 
-void SessionLoop::serveRegistered(CS_Connection& connection, const programs::Registration& registration) {
+void SessionLoop::serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration) {
   Reporter& reporter = m_output->reporter();
   if (!m_wasRegistered) removeLeftovers();
   m_wasRegistered = true;

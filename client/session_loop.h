@@ -36,7 +36,7 @@ class SessionLoop {
 
   Outcome serveOnce();
   // Returns when the connection has ended.
-  void serveRegistered(CS_Connection& connection, const programs::Registration& registration);
+  void serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration);
   void removeLeftovers();
   // True when the pause is over, false when the loop is to stop.
   bool pause(std::chrono::milliseconds time);

@@ -13,34 +13,40 @@ std::optional<CS_Version> CS_ClassVersionMap::find(const std::wstring& className
   return found->second;
 }
 
-void CS_ClassVersionMap::operator>>(CS_Channel& channel) const {
-  corvane::ValueWriter& writer = channel.writer();
-  writer.writeInt(static_cast<int>(m_versions.size()));
+void CS_ClassVersionMap::write(corvane::ValueWriter& to) const {
+  to.writeInt(static_cast<int>(m_versions.size()));
   for (const auto& [name, version] : m_versions) {
-    writer.writeText(name.c_str());
-    writer.writeInt(version.major);
-    writer.writeInt(version.minor);
-    writer.writeInt(version.revision);
-    writer.writeInt(version.build);
+    to.writeText(name.c_str());
+    to.writeInt(version.major);
+    to.writeInt(version.minor);
+    to.writeInt(version.revision);
+    to.writeInt(version.build);
   }
 }
 
-void CS_ClassVersionMap::operator<<(CS_Channel& channel) {
-  corvane::ValueReader& reader = channel.reader();
-  const int count = reader.readInt();
+void CS_ClassVersionMap::read(corvane::ValueReader& from) {
+  const int count = from.readInt();
   if (count < 0 || count > kMaxClasses) throw CS_Exception(corvane::kLimitExceeded, L"a map of %d classes", count);
   std::map<std::wstring, CS_Version> versions;
   for (int i = 0; i < count; ++i) {
-    std::wstring name = reader.readText();
+    std::wstring name = from.readText();
     if (name.size() > corvane::kMaxClassNameUnits) {
       throw CS_Exception(corvane::kLimitExceeded, L"a class name of %d characters", static_cast<int>(name.size()));
     }
     CS_Version version;
-    version.major = static_cast<short>(reader.readInt());
-    version.minor = static_cast<short>(reader.readInt());
-    version.revision = static_cast<short>(reader.readInt());
-    version.build = static_cast<short>(reader.readInt());
+    version.major = static_cast<short>(from.readInt());
+    version.minor = static_cast<short>(from.readInt());
+    version.revision = static_cast<short>(from.readInt());
+    version.build = static_cast<short>(from.readInt());
     versions[std::move(name)] = version;
   }
   m_versions = std::move(versions);
+}
+
+void CS_ClassVersionMap::operator>>(CS_Channel& channel) const {
+  write(channel.writer());
+}
+
+void CS_ClassVersionMap::operator<<(CS_Channel& channel) {
+  read(channel.reader());
 }

@@ -43,6 +43,8 @@ class CS_InRequest {
   void sendFailure(const wchar_t* text);
 
   void release();
+  // The values, for what reads several of them at once.
+  corvane::ValueReader& values() { return m_values; }
   CS_Channel& getChannel() { return m_channel; }
   void setSource(std::unique_ptr<corvane::FrameSource> source);
 

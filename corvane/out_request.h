@@ -34,6 +34,8 @@ class CS_OutRequest {
   // Gives back what the request holds; it cannot be executed afterwards.
   void release();
 
+  // The values, for what writes several of them at once.
+  corvane::ValueWriter& values() { return m_values; }
   CS_Channel& getChannel() { return m_channel; }
   const CS_RCPtr<CS_Component>& component() const { return m_component; }
 

@@ -20,6 +20,7 @@ void writeCut(CS_OutRequest& request, const std::wstring& text) {
 }  // namespace
 
 const wchar_t* const CS_ProgramMonitor_c::m_className = L"Quillfern::ComponentServer::ProgramMonitor_c";
+const wchar_t* const CS_ProgramMonitor_c::m_peerClassName = L"Quillfern::ComponentServer::ProgramMonitor_s";
 
 bool CS_ProgramMonitor_c::initialize() {
   // Records leave without a start operation of the module that made this monitor.

@@ -11,6 +11,7 @@
 class CS_ProgramMonitor_c : public CS_Component, public CS_ProgramMonitor {
  public:
   static const wchar_t* const m_className;
+  static const wchar_t* const m_peerClassName;
 
   // Request numbers towards the peer.
   static constexpr int kSetProcessInfo = 1;  // int process id, text name -> boolean

@@ -11,7 +11,7 @@
 namespace mg {
 
 int Conversion::convert() {
-  if (m_job.settings[1] != 2 || m_job.settings[2] != 3) return 0;
+  if (!protocol::isPdfOfPostScript(m_job.settings)) return 0;
   if (IsPostScriptData(m_job)) {
     convertPostScript();
     return 0;

@@ -5,15 +5,19 @@
 #include "corvane/operation.h"
 #include "jobs/leftover_files.h"
 #include "jobs/temporary_path.h"
+#include "protocol/printer.h"
 
 #include <cwchar>
 
 namespace {
 
-void setTravel(ClientPrintJob& job, std::int32_t second, std::int32_t third, std::int32_t deliveryMode) {
-  job.settings[1] = second;
-  job.settings[2] = third;
-  job.settings[ClientPrintJob::kDeliveryMode] = deliveryMode;
+using protocol::DataFormat;
+using protocol::DeliveryMode;
+
+void setTravel(ClientPrintJob& job, DataFormat source, DataFormat target, DeliveryMode mode) {
+  job.settings[protocol::kSourceSetting] = static_cast<std::int32_t>(source);
+  job.settings[protocol::kTargetSetting] = static_cast<std::int32_t>(target);
+  job.settings[protocol::kDeliverySetting] = static_cast<std::int32_t>(mode);
 }
 
 void nameTemporaryFiles(ClientPrintJob& job) {
@@ -32,15 +36,15 @@ void ConfigurePrintJobSettings(ClientPrintJob* job, const ClientPrinter& printer
   Operation operation(L"Stack Trace: MgPrintMon - ConfigurePrintJobSettings()");
   operation.run([&] {
     if (job == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
-    switch (printer.printerValue) {
-      case 1:
-        setTravel(*job, 1, 1, ClientPrintJob::kDirect);
+    switch (static_cast<DataFormat>(printer.printerValue)) {
+      case DataFormat::kRaw:
+        setTravel(*job, DataFormat::kRaw, DataFormat::kRaw, DeliveryMode::kDirect);
         break;
-      case 2:
-        setTravel(*job, 2, 1, ClientPrintJob::kDirect);
+      case DataFormat::kPostScript:
+        setTravel(*job, DataFormat::kPostScript, DataFormat::kRaw, DeliveryMode::kDirect);
         break;
-      case 3:
-        setTravel(*job, 2, 3, ClientPrintJob::kConverted);
+      case DataFormat::kPdf:
+        setTravel(*job, DataFormat::kPostScript, DataFormat::kPdf, DeliveryMode::kCollected);
         nameTemporaryFiles(*job);
         break;
       default:
@@ -48,9 +52,9 @@ void ConfigurePrintJobSettings(ClientPrintJob* job, const ClientPrinter& printer
     }
     // The wide texts are compared: driver names that differ only in the ANSI code page's eyes are different.
     if (std::wcscmp(printer.driverName.wide(), L"Universal Remote Printer") == 0) {
-      job->settings[0] = 2;
+      job->settings[protocol::kNamingSetting] = 2;
     } else {
-      job->settings[0] = 1;
+      job->settings[protocol::kNamingSetting] = 1;
       job->clientPrinterName = printer.printerName;
     }
   });

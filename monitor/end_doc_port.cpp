@@ -43,7 +43,7 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     entered = &port;
     if (!port.printServer) throw CS_Exception(corvane::kMissingObject, nullptr);
     if (port.job == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
-    if (port.job->settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted) {
+    if (protocol::isCollected(port.job->settings)) {
       converted = ConvertJob(port.job, port.printerName);
       if (converted != kPrintedOtherwise) {
         static_cast<PrintServer&>(*port.printServer).WriteJob(port.job, nullptr, 0);

@@ -118,10 +118,10 @@ TEST_F(EndDocPortTest, AJobThatWentToNotepadIsMarkedAsSentAndAnsweredWithFalse) 
 // To a preview printer, a conversion of plain text would start notepad instead of ending the job.
 TEST_F(EndDocPortTest, AJobThatIsNotToBeConvertedIsOnlyEnded) {
   m_world.bringUpInstance();
-  for (const std::int32_t mode : {ClientPrintJob::kDirect, ClientPrintJob::kDirectAlternative}) {
+  for (const std::int32_t mode : {1, 3}) {
     m_peer.clear();
     start(L"Preview PDF");
-    m_port->job->settings[ClientPrintJob::kDeliveryMode] = mode;
+    m_port->job->settings[protocol::kDeliverySetting] = mode;
     write("plain text");
     LocalLog log;
     log.trace();

@@ -5,6 +5,7 @@
 #include "jobs/leftover_files.h"
 #include "monitor/monitor_table.h"
 #include "ports/port_list.h"
+#include "protocol/names.h"
 #include "session/held_port.h"
 #include "session/port_monitor_server.h"
 #include "session/port_monitor_server_class.h"
@@ -22,9 +23,9 @@ void bringUp(Operation& operation) {
   }
   // The spooler may initialise the monitor again: classes registered before are replaced for new components.
   CS_ComponentServer* server = CS_ComponentServer::getServer();
-  constexpr CS_Version kVersion(4, 0, 1, 0);
-  server->registerClass(L"Quillfern::NTR::PortMonitorServer", new (std::nothrow) PortMonitorServerClass(kVersion));
-  server->registerClass(L"Quillfern::NTR::PrintServer", new (std::nothrow) PrintServerClass(kVersion));
+  server->registerClass(protocol::kPortMonitorServerClass,
+                        new (std::nothrow) PortMonitorServerClass(protocol::kVersion));
+  server->registerClass(protocol::kPrintServerClass, new (std::nothrow) PrintServerClass(protocol::kVersion));
 
   // A list of an earlier initialisation is replaced but not freed, because its ports may be in use.
   CPortList* list = new (std::nothrow) CPortList(kMonitorName, kMonitorName);

@@ -1,10 +1,10 @@
 #include "monitor/job_end.h"
 
 #include "corvane/message_numbers.h"
-#include "corvane/print_result.h"
 #include "jobs/spool_file.h"
 #include "monitor/job_notice.h"
 #include "ports/port_records.h"
+#include "protocol/print_job.h"
 #include "session/client_print_job.h"
 
 #include <memory>
@@ -41,16 +41,17 @@ CS_RCPtr<CS_Connection> connectionOf(const tagPort& port) {
 
 void noteAnswer(JobAccount& job, int answer) {
   JobFault fault = JobFault::kClient;
-  if (answer == corvane::kDiskFailure) fault = JobFault::kClientDisk;
-  if (answer == corvane::kBrokenData) fault = JobFault::kConnection;
-  job.failure.note(fault, L"%s", corvane::printResultText(answer));
+  const auto result = static_cast<protocol::PrintResult>(answer);
+  if (result == protocol::PrintResult::kDiskFailure) fault = JobFault::kClientDisk;
+  if (result == protocol::PrintResult::kBrokenData) fault = JobFault::kConnection;
+  job.failure.note(fault, L"%s", protocol::textOf(result));
 }
 
 }  // namespace
 
 JobAccount::JobAccount(ClientPrintJob& job) noexcept
     : documentName(std::move(job.documentName)),
-      isConverted(job.settings[ClientPrintJob::kDeliveryMode] == ClientPrintJob::kConverted),
+      isConverted(protocol::isCollected(job.settings)),
       bytesTaken(job.bytesTaken),
       bytesSent(job.bytesSent),
       remark(job.remark),

@@ -8,6 +8,7 @@
 #include "corvane/program_monitor_c.h"
 #include "monitor/event_log.h"
 #include "monitor/kept_notices.h"
+#include "protocol/administration.h"
 
 #include <cwchar>
 #include <string>
@@ -17,7 +18,6 @@ namespace mg {
 namespace {
 
 constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit
-constexpr const wchar_t* kKind = L"job";
 // How long a server may think about who tells. The job's call waits for it behind all other bounds, and a server that
 // has just let it wait for ten minutes, because it is stopped, does not answer this either.
 constexpr unsigned kTellMilliseconds = 5000;
@@ -67,7 +67,7 @@ void composeLine(wchar_t (&line)[kLineSize], const JobNotice& job) {
 }
 
 CS_Notice makeNotice(const JobNotice& job, const wchar_t* line) {
-  CS_Notice notice{kKind, line, {}};
+  CS_Notice notice{protocol::Notice::kJobNotice, line, {}};
   notice.values = {{L"job", std::to_wstring(job.jobId)},
                    {L"printer", job.printerName},
                    {L"document", job.document},
@@ -97,8 +97,8 @@ bool introduce(CS_ProgramMonitor_c& monitor) {
 // well ends with an answer and leaves nothing unread, so its notice costs no round trip.
 CS_RCPtr<CS_ProgramMonitor> monitorOn(CS_Connection& connection, bool jobFailed) {
   if (!connection.isConnected()) return nullptr;
-  const CS_RCPtr<CS_ClassFactory> factory = connection.getClassFactory(
-      CS_ProgramMonitor_c::m_className, L"Quillfern::ComponentServer::ProgramMonitor_s", true);
+  const CS_RCPtr<CS_ClassFactory> factory =
+      connection.getClassFactory(CS_ProgramMonitor_c::m_className, CS_ProgramMonitor_c::m_peerClassName, true);
   if (!factory) return nullptr;
   const CS_RCPtr<CS_Component> made(factory->newInstance(0));
   const CS_RCPtr<CS_ProgramMonitor_c> monitor(dynamic_cast<CS_ProgramMonitor_c*>(made.get()));
@@ -144,7 +144,7 @@ void send(const JobNotice& job, const wchar_t* line, CS_Connection* connection) 
   } catch (...) {
   }
   try {
-    if (!isWhole) notice = CS_Notice{kKind, line, {}};
+    if (!isWhole) notice = CS_Notice{protocol::Notice::kJobNotice, line, {}};
     const Receiver to = receiver(connection, job.failure != nullptr);
     if (to.isServer) KeptNotices::instance().tellAll(*to.monitor);
     to.monitor->notify(notice);

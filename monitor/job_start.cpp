@@ -4,6 +4,7 @@
 #include "corvane/bridge_router.h"
 #include "corvane/operation.h"
 #include "jobs/job_settings.h"
+#include "protocol/names.h"
 #include "session/make_component.h"
 #include "session/port_monitor_server.h"
 #include "session/start_channel.h"
@@ -25,7 +26,7 @@ CS_RCPtr<PortMonitorServer> makePortMonitor(Operation& operation, CS_Connection&
 CS_RCPtr<PrintServer> makePrintServer(Operation& operation, CS_Component& bridge) {
   const CS_RCPtr<CS_Component> server =
       mg::makeComponent(operation, bridge,
-                        {L"Quillfern::NTR::PrintServer", L"Quillfern::NTR::PrintClient", corvane::kLevelFailure,
+                        {protocol::kPrintServerClass, protocol::kPrintClientClass, corvane::kLevelFailure,
                          L"Failed to get the bridge's class factory", L"Failed to create the print server"});
   mg::startChannel(*server);
   return static_cast<PrintServer*>(server.get());
@@ -55,7 +56,7 @@ CS_RCPtr<PrintServer> startJob(Operation& operation, CS_Connection& connection, 
     // The attach has recorded why.
     throw CS_Exception(CS_ProgramMonitor::getDefaultMonitor());
   }
-  job.trail.add(L"attached to the session, delivery mode %d", job.settings[ClientPrintJob::kDeliveryMode]);
+  job.trail.add(L"attached to the session, delivery mode %d", job.settings[protocol::kDeliverySetting]);
   job.failure.expect(JobFault::kStream);
   CS_RCPtr<PrintServer> stream = makePrintServer(operation, *bridge);
   stream->StartJob(&job);

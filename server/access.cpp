@@ -1,11 +1,11 @@
 #include "server/access.h"
 
-#include "programs/session_registration.h"
+#include "protocol/names.h"
 
 namespace aps {
 
 std::wstring accessRefusal(const corvane::Identity& peer, const std::wstring& className) {
-  const bool isRegistration = className == programs::kSessionHostClass;
+  const bool isRegistration = className == protocol::kSessionHostClass;
   if (peer.isMonitor() != isRegistration) return {};
   return L"components of the class " + className + (isRegistration ? L" are for sessions" : L" are for the monitor") +
          L" only, and this peer is " + peer.name();

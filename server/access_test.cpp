@@ -1,6 +1,6 @@
 #include "server/access.h"
 
-#include "programs/administration.h"
+#include "protocol/names.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace {
 using corvane::Identity;
 
 TEST(Access, AnswersTheMonitorEverythingButTheRegistrationOfASession) {
-  for (const wchar_t* name : {programs::kPortMonitorClientClass, programs::kAdministrationServerClass,
+  for (const wchar_t* name : {protocol::kPortMonitorClientClass, protocol::kAdministrationServerClass,
                               L"Quillfern::ComponentServer::ProgramMonitor_s", L"Quillfern::ComponentServer::Bridge",
                               L"Quillfern::ComponentServer::BridgeRouter"}) {
     EXPECT_EQ(accessRefusal(Identity::monitor(), name), L"") << name;
@@ -20,8 +20,8 @@ TEST(Access, AnswersTheMonitorEverythingButTheRegistrationOfASession) {
 }
 
 TEST(Access, AnswersASessionItsRegistrationAndNothingElse) {
-  EXPECT_EQ(accessRefusal(Identity::session(5), programs::kSessionHostClass), L"");
-  EXPECT_EQ(accessRefusal(Identity::monitor(), programs::kSessionHostClass),
+  EXPECT_EQ(accessRefusal(Identity::session(5), protocol::kSessionHostClass), L"");
+  EXPECT_EQ(accessRefusal(Identity::monitor(), protocol::kSessionHostClass),
             L"components of the class Quillfern::NTR::SessionHost are for sessions only, and this peer is monitor");
   EXPECT_NE(accessRefusal(Identity::session(5), L"Quillfern::NTR::SomethingNew"), L"");
 }

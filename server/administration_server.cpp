@@ -5,7 +5,9 @@
 #include "corvane/message_numbers.h"
 #include "corvane/process.h"
 #include "corvane/text.h"
-#include "programs/administration.h"
+#include "protocol/administration.h"
+#include "protocol/exchange.h"
+#include "protocol/names.h"
 #include "server/printer_name.h"
 #include "server/utc_text.h"
 
@@ -15,20 +17,19 @@ namespace aps {
 namespace {
 
 std::wstring versionText() {
-  const CS_Version& version = programs::kProgramsVersion;
+  const CS_Version& version = protocol::kVersion;
   return std::to_wstring(version.major) + L"." + std::to_wstring(version.minor) + L"." +
          std::to_wstring(version.revision) + L"." + std::to_wstring(version.build);
 }
 
-void writePrinter(corvane::ValueWriter& reply, const Printer& printer, int session) {
-  reply.writeText(localPrinterName(printer.name(), session).c_str());
-  for (const auto& text : printer.texts) {
-    reply.writeBoolean(text.has_value());
-    if (text) reply.writeText(text->c_str());
+// As the tool sees it.
+protocol::ListedSession listed(SessionTable::Status&& session) {
+  protocol::ListedSession list{session.number, session.connected, utcText(session.since), {}};
+  for (Printer& printer : session.printers) {
+    std::wstring localName = localPrinterName(printer.name(), session.number);
+    list.printers.push_back({std::move(printer), std::move(localName)});
   }
-  reply.writeBoolean(printer.flag);
-  reply.writeInt(printer.value);
-  reply.writeInt(printer.secondValue);
+  return list;
 }
 
 // Somewhat more than the bytes that the sessions take in a reply: a character is at most as long there as here.
@@ -51,8 +52,8 @@ std::size_t sizeOf(const std::vector<SessionTable::Status>& sessions) {
 void leaveTextsOut(std::vector<SessionTable::Status>& sessions) {
   for (SessionTable::Status& session : sessions) {
     for (Printer& printer : session.printers) {
-      for (int i = 1; i < programs::kPrinterTexts; ++i) {
-        if (i != programs::kDriverText) printer.texts[static_cast<std::size_t>(i)].reset();
+      for (std::size_t i = 0; i < Printer::kTexts; ++i) {
+        if (i != Printer::kNameText && i != Printer::kDriverText) printer.texts[i].reset();
       }
     }
   }
@@ -67,22 +68,21 @@ bool AdministrationServer::release() {
 }
 
 bool AdministrationServer::processRequest(CS_InRequest& request) {
-  switch (request.number()) {
-    case programs::kStatus:
+  switch (static_cast<protocol::AdministrationRequest>(request.number())) {
+    case protocol::AdministrationRequest::kStatus:
       status(request);
       return true;
-    case programs::kStatusPage:
+    case protocol::AdministrationRequest::kStatusPage:
       statusPage(request);
       return true;
-    case programs::kRecords:
+    case protocol::AdministrationRequest::kRecords:
       records(request);
       return true;
-    case programs::kNotices:
+    case protocol::AdministrationRequest::kNotices:
       notices(request);
       return true;
-    default:
-      return CS_Component::processRequest(request);
   }
+  return CS_Component::processRequest(request);
 }
 
 void AdministrationServer::status(CS_InRequest& request) {
@@ -93,73 +93,45 @@ void AdministrationServer::status(CS_InRequest& request) {
                        L"the printers of %u sessions are too many for one answer; a newer tool asks for pages",
                        static_cast<unsigned>(sessions.size()));
   }
-  writeStatus(request.reply(), sessions);
-  request.sendReply();
+  protocol::answer(request, statusOf(std::move(sessions)));
 }
 
 void AdministrationServer::statusPage(CS_InRequest& request) {
-  SessionTable::Place from;
-  from.session = request.readInt();
-  from.printer = static_cast<std::size_t>(std::max(request.readInt(), 0));
-  const SessionTable::Page page = m_application->sessions.page(from, kPageCharacters);
-  auto& reply = request.reply();
-  writeStatus(reply, page.sessions);
-  reply.writeBoolean(page.next.has_value());
-  if (page.next) {
-    reply.writeInt(page.next->session);
-    reply.writeInt(static_cast<int>(page.next->printer));
-  }
-  request.sendReply();
+  const auto asked = protocol::read<protocol::StatusPage>(request);
+  SessionTable::Page page = m_application->sessions.page(
+      {asked.session, static_cast<std::size_t>(std::max(asked.printer, 0))}, kPageCharacters);
+  protocol::StatusPage::Answer answer{statusOf(std::move(page.sessions)), std::nullopt};
+  if (page.next) answer.next = protocol::StatusPage{page.next->session, static_cast<int>(page.next->printer)};
+  protocol::answer(request, answer);
 }
 
-void AdministrationServer::writeStatus(corvane::ValueWriter& reply,
-                                       const std::vector<SessionTable::Status>& sessions) const {
-  reply.writeText(versionText().c_str());
-  reply.writeInt(static_cast<int>(corvane::processId()));
-  reply.writeText(utcText(m_application->startedAt).c_str());
-  reply.writeInt(static_cast<int>(sessions.size()));
-  for (const SessionTable::Status& session : sessions) {
-    reply.writeInt(session.number);
-    reply.writeBoolean(session.connected);
-    reply.writeText(utcText(session.since).c_str());
-    reply.writeInt(static_cast<int>(session.printers.size()));
-    for (const Printer& printer : session.printers)
-      writePrinter(reply, printer, session.number);
-  }
+protocol::ServerStatus AdministrationServer::statusOf(std::vector<SessionTable::Status> sessions) const {
+  protocol::ServerStatus status{
+      versionText(), static_cast<int>(corvane::processId()), utcText(m_application->startedAt), {}};
+  for (SessionTable::Status& session : sessions)
+    status.sessions.push_back(listed(std::move(session)));
+  return status;
 }
 
 void AdministrationServer::records(CS_InRequest& request) {
-  const int count = std::max(request.readInt(), 0);
-  auto& reply = request.reply();
-  for (const std::string& line : m_application->log->failures().latest(static_cast<std::size_t>(count))) {
-    reply.writeBoolean(true);
-    reply.writeText(corvane::fromUtf8(line).c_str());
-  }
-  reply.writeBoolean(false);
-  request.sendReply();
+  const int most = std::max(protocol::read<protocol::Records>(request).most, 0);
+  protocol::Records::Answer answer;
+  for (const std::string& line : m_application->log->failures().latest(static_cast<std::size_t>(most)))
+    answer.lines.push_back(corvane::fromUtf8(line));
+  protocol::answer(request, answer);
 }
 
 void AdministrationServer::notices(CS_InRequest& request) {
-  const int after = request.readInt();
-  const std::chrono::milliseconds wait(std::max(request.readInt(), 0));
-  const NoticeList::Answer answer =
-      m_application->notices.after(after, std::min(wait, m_application->longestNoticeWait), m_released);
-  auto& reply = request.reply();
-  reply.writeInt(answer.latest);
-  for (const NoticeList::Entry& entry : answer.entries) {
-    reply.writeBoolean(true);
-    reply.writeInt(entry.number);
-    reply.writeText(utcText(entry.time).c_str());
-    reply.writeText(entry.notice.kind.c_str());
-    reply.writeText(entry.notice.line.c_str());
-    reply.writeInt(static_cast<int>(entry.notice.values.size()));
-    for (const auto& [name, value] : entry.notice.values) {
-      reply.writeText(name.c_str());
-      reply.writeText(value.c_str());
-    }
+  const auto asked = protocol::read<protocol::Notices>(request);
+  const std::chrono::milliseconds wait(std::max(asked.milliseconds, 0));
+  NoticeList::Answer kept =
+      m_application->notices.after(asked.after, std::min(wait, m_application->longestNoticeWait), m_released);
+  protocol::Notices::Answer answer{kept.latest, {}};
+  for (NoticeList::Entry& entry : kept.entries) {
+    answer.notices.push_back({entry.number, utcText(entry.time), std::move(entry.notice.kind),
+                              std::move(entry.notice.line), std::move(entry.notice.values)});
   }
-  reply.writeBoolean(false);
-  request.sendReply();
+  protocol::answer(request, answer);
 }
 
 }  // namespace aps

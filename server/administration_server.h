@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvane/component.h"
-#include "corvane/value_writer.h"
+#include "protocol/administration.h"
 #include "server/application.h"
 
 #include <atomic>
@@ -10,7 +10,7 @@
 
 namespace aps {
 
-// The application server's half of an administration tool's questions; see programs/administration.h. A question that
+// The application server's half of an administration tool's questions; see protocol/administration.h. A question that
 // waits for a notice holds the thread of its own connection, and ends when this component is released.
 class AdministrationServer : public CS_Component {
  public:
@@ -29,7 +29,7 @@ class AdministrationServer : public CS_Component {
  private:
   void status(CS_InRequest& request);
   void statusPage(CS_InRequest& request);
-  void writeStatus(corvane::ValueWriter& reply, const std::vector<SessionTable::Status>& sessions) const;
+  protocol::ServerStatus statusOf(std::vector<SessionTable::Status> sessions) const;
   void records(CS_InRequest& request);
   void notices(CS_InRequest& request);
 

@@ -7,8 +7,9 @@
 #include "corvane/process.h"
 #include "corvane/simple_class.h"
 #include "corvane/text.h"
-#include "programs/administration.h"
 #include "programs/paths.h"
+#include "protocol/administration.h"
+#include "protocol/names.h"
 #include "tests/support/connection_pair.h"
 
 #include <cstdio>
@@ -28,7 +29,7 @@ using ::testing::StartsWith;
 
 constexpr unsigned kReplyMilliseconds = 60000;
 
-// The reply as readable text, one value a line, as its layout in programs/administration.h says.
+// The reply as readable text, one value a line, as its layout in docs/protocol.md says.
 std::string text(CS_InRequest& reply) {
   return corvane::toUtf8(reply.readUTF());
 }
@@ -47,11 +48,11 @@ class AdministrationServerTest : public ::testing::Test {
     m_application = std::make_shared<Application>(std::make_shared<Log>(m_logFile), SessionTable::Limits{256, 64},
                                                   Launcher::Settings{});
     registerClasses(m_application);
-    CS_ComponentServer::getServer()->registerClass(programs::kAdministrationClientClass,
-                                                   new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+    CS_ComponentServer::getServer()->registerClass(protocol::kAdministrationClientClass,
+                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
     m_pair = std::make_unique<ConnectionPair>();
     m_tool =
-        makeComponent(m_pair->dialed(), programs::kAdministrationClientClass, programs::kAdministrationServerClass);
+        makeComponent(m_pair->dialed(), protocol::kAdministrationClientClass, protocol::kAdministrationServerClass);
   }
   ~AdministrationServerTest() override {
     m_tool = nullptr;
@@ -63,14 +64,14 @@ class AdministrationServerTest : public ::testing::Test {
 
   // Number, connected, since, then each printer with its texts.
   std::vector<std::string> status() {
-    CS_OutRequest request(m_tool, programs::kStatus);
+    CS_OutRequest request(m_tool, 30);
     CS_InRequest reply(request);
     request.execute(reply, kReplyMilliseconds);
     return sessionsOf(reply);
   }
   // The page that begins there, with a line that says where the next one does.
   std::vector<std::string> page(int session, int printer) {
-    CS_OutRequest request(m_tool, programs::kStatusPage);
+    CS_OutRequest request(m_tool, 33);
     request.writeInt(session);
     request.writeInt(printer);
     CS_InRequest reply(request);
@@ -95,7 +96,7 @@ class AdministrationServerTest : public ::testing::Test {
       line += time(reply);
       for (int printers = reply.readInt(); printers > 0; --printers) {
         line += "; " + text(reply);
-        for (int i = 0; i < programs::kPrinterTexts; ++i)
+        for (std::size_t i = 0; i < protocol::Printer::kTexts; ++i)
           line += reply.readBoolean() ? "," + text(reply) : ",-";
         line += reply.readBoolean() ? " default " : " ";
         line += std::to_string(reply.readInt()) + " ";
@@ -107,7 +108,7 @@ class AdministrationServerTest : public ::testing::Test {
   }
 
   std::vector<std::string> records(int count) {
-    CS_OutRequest request(m_tool, programs::kRecords);
+    CS_OutRequest request(m_tool, 31);
     request.writeInt(count);
     CS_InRequest reply(request);
     request.execute(reply, kReplyMilliseconds);
@@ -118,7 +119,7 @@ class AdministrationServerTest : public ::testing::Test {
   }
 
   std::vector<std::string> notices(int after, int wait) {
-    CS_OutRequest request(m_tool, programs::kNotices);
+    CS_OutRequest request(m_tool, 32);
     request.writeInt(after);
     request.writeInt(wait);
     CS_InRequest reply(request);
@@ -141,7 +142,7 @@ class AdministrationServerTest : public ::testing::Test {
   static Printer printer(const std::wstring& name) {
     Printer made;
     made.texts[0] = name;
-    made.value = 1;
+    made.format = protocol::DataFormat::kRaw;
     return made;
   }
 
@@ -165,9 +166,9 @@ TEST_F(AdministrationServerTest, TellsEachSessionWithAllThatItsClientBrought) {
   Printer laser = printer(L"Laser-2");
   for (int i = 1; i < 8; ++i)
     laser.texts[static_cast<std::size_t>(i)] = L"t" + std::to_wstring(i);
-  laser.flag = true;
-  laser.value = 3;
-  laser.secondValue = 600;
+  laser.isDefault = true;
+  laser.format = protocol::DataFormat::kPdf;
+  laser.resolution = 600;
   m_application->sessions.enter(7, {printer(L"Plotter")}, CS_ClassVersionMap(), m_pair->accepted());
   m_application->sessions.enter(5, {laser, printer(L"Ink")}, CS_ClassVersionMap(), m_pair->accepted());
   m_application->sessions.leave(7, m_pair->accepted().get());
@@ -279,7 +280,7 @@ TEST_F(AdministrationServerTest, TheLargestListOfNoticesFitsIntoOneReply) {
   CS_Notice manyValues{L"job", std::wstring(1200, L'l'), {}};
   manyValues.values.assign(CS_Notice::kMaxValues, {L"n", L"v"});
   for (const CS_Notice& notice : {largest, manyValues}) {
-    for (int i = 0; i < programs::kNoticesKept; ++i)
+    for (int i = 0; i < protocol::Notices::kKept; ++i)
       m_application->notices.add(notice);
     EXPECT_GT(notices(0, 0).size(), 1u);
   }

@@ -1,8 +1,8 @@
 #include "server/client_news.h"
 
-#include "corvane/out_request.h"
-#include "corvane/print_result.h"
-#include "programs/session_registration.h"
+#include "protocol/exchange.h"
+#include "protocol/print_job.h"
+#include "protocol/registration.h"
 #include "server/printer_name.h"
 
 #include <algorithm>
@@ -14,21 +14,25 @@ namespace {
 
 // Of what it answered itself, the print client has said more than the port monitor knows.
 bool isClientsOwnAnswer(const std::wstring& cause) {
-  const auto answers = {corvane::kNoData, corvane::kDiskFailure, corvane::kIncompletePdf, corvane::kNoJob,
-                        corvane::kBrokenData};
+  using enum protocol::PrintResult;
+  const auto answers = {kNoData, kDiskFailure, kIncompletePdf, kNoJob, kBrokenData};
   return std::any_of(answers.begin(), answers.end(),
-                     [&cause](int answer) { return cause == corvane::printResultText(answer); });
+                     [&cause](protocol::PrintResult answer) { return cause == protocol::textOf(answer); });
+}
+
+std::wstring cut(const std::wstring& text) {
+  return text.substr(0, ClientNews::kMaxText);
 }
 
 }  // namespace
 
 void ClientNews::sendFailure(const CS_RCPtr<CS_Component>& host, const Failure& failure) {
-  CS_OutRequest request(host, failure.isOfPrinter ? programs::kPrinterRefused : programs::kJobFailed);
-  std::vector<std::wstring> texts = {failure.printer, failure.document, failure.cause, failure.remedy};
-  if (failure.isOfPrinter) texts.erase(texts.begin() + 1);
-  for (const std::wstring& text : texts)
-    request.writeUTF(text.substr(0, kMaxText).c_str());
-  request.execute();
+  if (failure.isOfPrinter) {
+    protocol::tell(host, protocol::PrinterRefused{cut(failure.printer), cut(failure.cause), cut(failure.remedy)});
+  } else {
+    protocol::tell(host, protocol::JobFailed{cut(failure.printer), cut(failure.document), cut(failure.cause),
+                                             cut(failure.remedy)});
+  }
 }
 
 void ClientNews::enter(const CS_Connection* client, CS_RCPtr<CS_Component> host) {

@@ -8,8 +8,8 @@
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
 #include "corvane/simple_class.h"
-#include "programs/administration.h"
 #include "programs/paths.h"
+#include "protocol/names.h"
 #include "server/application.h"
 #include "tests/support/connection_pair.h"
 
@@ -72,9 +72,9 @@ class Peer {
   CS_RCPtr<CS_Component> m_component;
 };
 
-constexpr const wchar_t* kClient = programs::kSessionHostClass;
-constexpr const wchar_t* kMonitor = programs::kPortMonitorClientClass;
-constexpr const wchar_t* kTool = programs::kAdministrationServerClass;
+constexpr const wchar_t* kClient = protocol::kSessionHostClass;
+constexpr const wchar_t* kMonitor = protocol::kPortMonitorClientClass;
+constexpr const wchar_t* kTool = protocol::kAdministrationServerClass;
 
 class ConnectionListTest : public ::testing::Test {
  protected:
@@ -83,7 +83,7 @@ class ConnectionListTest : public ::testing::Test {
     m_application = std::make_shared<Application>(m_log, SessionTable::Limits{}, Launcher::Settings{});
     registerClasses(m_application);
     CS_ComponentServer::getServer()->registerClass(L"Asker",
-                                                   new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
     m_places.lookEvery = std::chrono::milliseconds(20);
   }
   ~ConnectionListTest() override {

@@ -42,7 +42,7 @@ void NoticeList::add(CS_Notice notice) {
   m_entries.push_back({m_latest + 1, std::chrono::system_clock::now(), std::move(notice)});
   ++m_latest;
   m_units += units;
-  while (m_entries.size() > programs::kNoticesKept || m_units > kUnits) {
+  while (m_entries.size() > protocol::Notices::kKept || m_units > kUnits) {
     m_units -= unitsOf(m_entries.front().notice);
     m_entries.pop_front();
   }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvane/notice.h"
-#include "programs/administration.h"
+#include "protocol/administration.h"
 
 #include <atomic>
 #include <chrono>
@@ -13,7 +13,7 @@
 
 namespace aps {
 
-// The latest notices with numbers that rise by one from 1: at most programs::kNoticesKept, and less when their texts
+// The latest notices with numbers that rise by one from 1: at most protocol::Notices::kKept, and less when their texts
 // are longer than kUnits together, so that all of them fit into one reply. Any thread may add, read and wait.
 class NoticeList {
  public:

@@ -75,11 +75,11 @@ TEST_F(NoticeListTest, ACancelledWaitEnds) {
 }
 
 TEST_F(NoticeListTest, KeepsSoManyAndNoMore) {
-  for (int i = 1; i <= programs::kNoticesKept + 1; ++i)
+  for (int i = 1; i <= protocol::Notices::kKept + 1; ++i)
     m_list.add(jobNotice(std::to_wstring(i)));
   const auto answer = m_list.after(0, kNoWait, m_cancelled);
-  EXPECT_EQ(answer.latest, programs::kNoticesKept + 1);
-  ASSERT_THAT(answer.entries, SizeIs(programs::kNoticesKept));
+  EXPECT_EQ(answer.latest, protocol::Notices::kKept + 1);
+  ASSERT_THAT(answer.entries, SizeIs(protocol::Notices::kKept));
   EXPECT_EQ(answer.entries.front().number, 2);
 }
 

@@ -2,16 +2,17 @@
 
 #include "corvane/bridge.h"
 #include "corvane/bridge_router.h"
-#include "programs/administration.h"
+#include "corvane/program_monitor_c.h"
+#include "protocol/names.h"
 
 #include <map>
 
 namespace aps {
 
 std::optional<Room> roomFor(const std::wstring& className) {
-  if (className == programs::kSessionHostClass) return Room::kClients;
-  if (className == programs::kAdministrationServerClass) return Room::kAdministration;
-  for (const wchar_t* name : {programs::kPortMonitorClientClass, L"Quillfern::ComponentServer::ProgramMonitor_s",
+  if (className == protocol::kSessionHostClass) return Room::kClients;
+  if (className == protocol::kAdministrationServerClass) return Room::kAdministration;
+  for (const wchar_t* name : {protocol::kPortMonitorClientClass, CS_ProgramMonitor_c::m_peerClassName,
                               CS_Bridge::m_className, CS_BridgeRouter::getClassName()}) {
     if (className == name) return Room::kMonitor;
   }

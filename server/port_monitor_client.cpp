@@ -6,6 +6,9 @@
 #include "corvane/link.h"
 #include "corvane/message_numbers.h"
 #include "programs/one_line.h"
+#include "protocol/exchange.h"
+#include "protocol/port_monitor.h"
+#include "protocol/print_job.h"
 #include "server/log_thrown.h"
 #include "server/printer_name.h"
 
@@ -65,59 +68,48 @@ bool PortMonitorClient::processRequest(CS_InRequest& request) {
 }
 
 bool PortMonitorClient::serve(CS_InRequest& request) {
-  switch (request.number()) {
-    case kAttachPrintJobToSession:
+  switch (static_cast<protocol::PortMonitorRequest>(request.number())) {
+    case protocol::PortMonitorRequest::kAttachJob:
       attachPrintJobToSession(request);
       return true;
-    case kGetPrinterInfo:
+    case protocol::PortMonitorRequest::kPrinterInfo:
       getPrinterInfo(request);
       return true;
-    case kGetPrinterList:
+    case protocol::PortMonitorRequest::kPrinterList:
       getPrinterList(request);
       return true;
-    case kLaunchApplication:
+    case protocol::PortMonitorRequest::kLaunch:
       launchApplication(request);
       return true;
-    default:
-      return CS_Component::processRequest(request);
   }
+  return CS_Component::processRequest(request);
 }
 
 void PortMonitorClient::attachPrintJobToSession(CS_InRequest& request) {
-  const std::wstring printer = request.readUTF();
-  const int processId = request.readInt();
-  const int router = request.readInt();
-  CS_ClassVersionMap monitorVersions;
-  monitorVersions << request.getChannel();
-
-  CS_ClassVersionMap clientVersions;
-  const std::string cause = attach(printer, processId, router, monitorVersions, clientVersions);
+  const auto job = protocol::read<protocol::AttachJob>(request);
+  protocol::AttachJob::Answer answer;
+  const std::string cause = attach(job, answer.versions);
   if (!cause.empty()) {
-    m_application->log->failure("job refused: printer " + quoted(printer) + ", process " + std::to_string(processId) +
-                                ": " + cause);
+    m_application->log->failure("job refused: printer " + quoted(job.printer) + ", process " +
+                                std::to_string(job.processId) + ": " + cause);
   }
-  request.reply().writeBoolean(cause.empty());
-  if (cause.empty()) {
-    CS_Channel channel = request.getChannel().withWriter(request.reply());
-    clientVersions >> channel;
-  }
-  request.sendReply();
+  protocol::answer(request, answer);
 }
 
-std::string PortMonitorClient::attach(const std::wstring& printerName, int processId, int router,
-                                      const CS_ClassVersionMap& monitor, CS_ClassVersionMap& client) {
+std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::optional<CS_ClassVersionMap>& client) {
+  const std::wstring& printerName = request.printer;
   const auto found = awaitPrinter(printerName);
   if (!found) return unknownPrinter();
   if (!found->client) {
     return "session " + std::to_string(found->session) + " has no print client; start one and print again";
   }
-  const CS_RCPtr<CS_Component> component = getRootOwner()->getChild(static_cast<std::uint32_t>(router));
+  const CS_RCPtr<CS_Component> component = getRootOwner()->getChild(static_cast<std::uint32_t>(request.bridge));
   const CS_RCPtr<CS_BridgeRouter> bridge(dynamic_cast<CS_BridgeRouter*>(component.get()));
   if (!bridge) return "the request names no bridge of its connection; the port monitor is not of this version";
   if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor is not of this version";
 
   const std::string job = "printer " + quoted(printerName) + ", session " + std::to_string(found->session) +
-                          ", process " + std::to_string(processId);
+                          ", process " + std::to_string(request.processId);
   const CS_RCPtr<CS_Component> root = getRootOwner();
   auto mark = m_application->jobs.begin(found->session, dynamic_cast<const CS_Connection*>(root.get()));
   if (!mark) {
@@ -129,7 +121,7 @@ std::string PortMonitorClient::attach(const std::wstring& printerName, int proce
     jobEnded(*application, job, printerName, ending);
   });
   // What the client may create towards the monitor on this bridge.
-  bridge->setVersionsOfClassesInPeerProcess(monitor, CS_Component::kSetVersionsOnOwnPeer);
+  bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
   m_application->log->line("job attached: " + job);
   switch (bridge->routeTo(found->client)) {
     case CS_BridgeRouter::Routing::kMade:
@@ -149,7 +141,7 @@ std::string PortMonitorClient::attach(const std::wstring& printerName, int proce
 void PortMonitorClient::jobEnded(Application& application, const std::string& job, const std::wstring& printer,
                                  const CS_BridgeRouter::Ending& ending) {
   const std::string passed = job + ": " + std::to_string(ending.bytes) + " bytes passed on; ";
-  if (ending.answered == kEndJob) {
+  if (ending.answered == static_cast<int>(protocol::JobEnd::kNumber)) {
     application.log->line("job ended: " + passed + "the print client has answered its end");
     return;
   }
@@ -172,42 +164,27 @@ void PortMonitorClient::jobEnded(Application& application, const std::string& jo
 }
 
 void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
-  const std::wstring name = request.readUTF();
-  const auto found = awaitPrinter(name);
+  const std::wstring name = protocol::read<protocol::PrinterInfo>(request).printer;
+  auto found = awaitPrinter(name);
   if (!found) {
     m_application->log->failure("printer " + quoted(name) + " was asked for by process " + peerProcess() + ": " +
                                 unknownPrinter());
   }
-  auto& reply = request.reply();
-  reply.writeBoolean(found.has_value());
-  if (found) {
-    for (const auto& text : found->printer.texts) {
-      reply.writeBoolean(text.has_value());
-      if (text) reply.writeText(text->c_str());
-    }
-    reply.writeBoolean(found->printer.flag);
-    reply.writeInt(found->printer.value);
-    reply.writeInt(found->printer.secondValue);
-  }
-  request.sendReply();
+  protocol::PrinterInfo::Answer answer;
+  if (found) answer.printer = std::move(found->printer);
+  protocol::answer(request, answer);
 }
 
 void PortMonitorClient::getPrinterList(CS_InRequest& request) {
-  const int session = request.readInt();
-  request.reply().writeBoolean(true);
-  for (const std::wstring& name : m_application->sessions.awaitLocalNames(session, [this] { return hasGivenUp(); })) {
-    request.reply().writeBoolean(true);
-    request.reply().writeText(name.c_str());
-  }
-  request.reply().writeBoolean(false);
-  request.sendReply();
+  const int session = protocol::read<protocol::PrinterList>(request).session;
+  protocol::PrinterList::Answer answer;
+  answer.names = m_application->sessions.awaitLocalNames(session, [this] { return hasGivenUp(); });
+  protocol::answer(request, answer);
 }
 
 void PortMonitorClient::launchApplication(CS_InRequest& request) {
-  Launch launch;
-  launch.program = request.readUTF();
-  launch.arguments = request.readUTF();
-  if (request.readBoolean()) launch.printer = request.readUTF();
+  auto wanted = protocol::read<protocol::LaunchProgram>(request);
+  Launch launch{std::move(wanted.program), std::move(wanted.arguments), wanted.printer.value_or(L""), 0};
   std::optional<SessionTable::Found> found;
   if (launch.printer.empty()) {
     m_application->launcher.refuse(launch,
@@ -225,8 +202,7 @@ void PortMonitorClient::launchApplication(CS_InRequest& request) {
     launched = m_application->launcher.launch(launch);
     if (launched) m_application->shownJobs.add(foldedName(launch.printer));
   }
-  request.reply().writeBoolean(launched);
-  request.sendReply();
+  protocol::answer(request, protocol::LaunchProgram::Answer{launched});
 }
 
 }  // namespace aps

@@ -8,6 +8,10 @@
 #include <memory>
 #include <optional>
 
+namespace protocol {
+struct AttachJob;
+}
+
 namespace aps {
 
 // The application server's half of the port monitor's component: answers its requests. A request that is refused has a
@@ -22,20 +26,6 @@ class PortMonitorClient : public CS_Component {
   bool release() override;
   bool processRequest(CS_InRequest& request) override;
 
-  // text printer name, int process id, int identifier of the bridge's router, class version map
-  // -> boolean attached, and only when attached the class version map of the session's print client
-  static constexpr int kAttachPrintJobToSession = 4;
-  // text printer name -> boolean found, and only when found: eight times a boolean and, when it is true, a text;
-  // boolean flag; int printer value; int second value
-  static constexpr int kGetPrinterInfo = 5;
-  // int session -> boolean success, then for each printer true and its name on this server, then false
-  static constexpr int kGetPrinterList = 6;
-  // text program, text arguments, boolean and, when it is true, text printer name -> boolean launched
-  static constexpr int kLaunchApplication = 7;
-  // The request that ends a job, from the port monitor to the print client: a job whose end the print client has not
-  // answered was cut.
-  static constexpr int kEndJob = 3;
-
  private:
   bool serve(CS_InRequest& request);
   void attachPrintJobToSession(CS_InRequest& request);
@@ -43,8 +33,7 @@ class PortMonitorClient : public CS_Component {
   void getPrinterList(CS_InRequest& request);
   void launchApplication(CS_InRequest& request);
   // Continues the job's bridge in the session's print client. An empty answer is success, otherwise the cause.
-  std::string attach(const std::wstring& printerName, int processId, int router, const CS_ClassVersionMap& monitor,
-                     CS_ClassVersionMap& client);
+  std::string attach(const protocol::AttachJob& request, std::optional<CS_ClassVersionMap>& client);
 
   // Writes the line of a job's end; job says which one it was, printer is its name on this server.
   static void jobEnded(Application& application, const std::string& job, const std::wstring& printer,

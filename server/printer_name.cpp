@@ -18,6 +18,20 @@ bool isForbiddenToSpoolers(wchar_t c) {
   return c == L'\\' || c == L',' || c == L'!';
 }
 
+std::wstring numberOf(protocol::DataFormat format) {
+  return std::to_wstring(static_cast<int>(format));
+}
+
+// "1 (raw), 2 (PostScript) and 3 (PDF)".
+std::wstring knownFormats() {
+  std::wstring list;
+  for (const protocol::DataFormatNames& names : protocol::kDataFormats) {
+    if (!list.empty()) list += &names == &protocol::kDataFormats.back() ? L" and " : L", ";
+    list += numberOf(names.format) + L" (" + std::wstring(names.name) + L")";
+  }
+  return list;
+}
+
 std::wstring nameRefusal(const std::wstring& name) {
   if (name.empty()) return L"a printer has no name";
   const std::size_t length = corvane::toUtf16(name).size();
@@ -71,9 +85,9 @@ std::wstring printersRefusal(const std::vector<Printer>& printers) {
     if (!seen.insert(foldedName(localPrinterName(name, std::numeric_limits<int>::max()))).second) {
       return L"the printer \"" + name + L"\" is there twice; give each printer a name of its own";
     }
-    if (printer.value < 1 || printer.value > 3) {
-      return L"the printer \"" + name + L"\" has the format value " + std::to_wstring(printer.value) +
-             L"; 1 (raw), 2 (PostScript) and 3 (PDF) exist";
+    if (protocol::namesOf(printer.format) == nullptr) {
+      return L"the printer \"" + name + L"\" has the format value " + numberOf(printer.format) + L"; " +
+             knownFormats() + L" exist";
     }
   }
   return L"";

@@ -1,12 +1,14 @@
 #pragma once
 
-#include "server/printer.h"
+#include "protocol/printer.h"
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
 namespace aps {
+
+using protocol::Printer;
 
 inline constexpr std::size_t kMaxPrinterName = 200;   // characters of the client's name
 inline constexpr std::size_t kMaxPrinterText = 1024;  // of each of the other texts

@@ -8,7 +8,7 @@ namespace {
 Printer named(const std::wstring& name, int value = 1) {
   Printer printer;
   printer.texts[0] = name;
-  printer.value = value;
+  printer.format = static_cast<protocol::DataFormat>(value);
   return printer;
 }
 
@@ -28,7 +28,7 @@ TEST(PrinterName, TakesTwoHundredCharactersAndNoMore) {
 }
 
 TEST(PrinterName, AnotherTextTakesAThousandCharactersAndNoMore) {
-  for (int text = 1; text < programs::kPrinterTexts; ++text) {
+  for (std::size_t text = 1; text < protocol::Printer::kTexts; ++text) {
     Printer printer = named(L"Laser");
     printer.texts[static_cast<std::size_t>(text)] = std::wstring(1024, L'x');
     EXPECT_EQ(printersRefusal({printer}), L"");

@@ -3,8 +3,8 @@
 #include "corvane/in_request.h"
 #include "corvane/levels.h"
 #include "corvane/program_monitor_c.h"
-#include "programs/administration.h"
 #include "programs/one_line.h"
+#include "protocol/administration.h"
 #include "server/log_monitor.h"
 #include "server/log_thrown.h"
 
@@ -76,7 +76,7 @@ std::string ProgramMonitorServer::senderOf(const CS_Notice& notice) const {
 void ProgramMonitorServer::tellClient(const CS_Notice& notice) {
   const std::wstring printer = valueOf(notice, L"printer");
   const std::wstring cause = valueOf(notice, L"cause"), remedy = valueOf(notice, L"remedy");
-  if (notice.kind != programs::kPrinterNotice) {
+  if (notice.kind != protocol::Notice::kPrinterNotice) {
     m_application->clientNews.jobFailed(printer, valueOf(notice, L"document"), cause, remedy);
   } else if (const auto found = m_application->sessions.find(printer); found && found->client) {
     m_application->clientNews.printerRefused(found->client.get(), found->printer.name(), cause, remedy);

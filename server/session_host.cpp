@@ -4,27 +4,14 @@
 #include "corvane/in_request.h"
 #include "corvane/message_numbers.h"
 #include "programs/one_line.h"
-#include "programs/session_registration.h"
+#include "protocol/exchange.h"
+#include "protocol/registration.h"
 #include "server/access.h"
 #include "server/log_thrown.h"
 #include "server/printer_name.h"
 
 namespace aps {
 namespace {
-
-// More than any limit of a session table, so that the table's own refusal is what a person reads.
-constexpr int kMaxPrintersRead = 4096;
-
-Printer readPrinter(CS_InRequest& request) {
-  Printer printer;
-  for (auto& text : printer.texts) {
-    if (request.readBoolean()) text = request.readUTF();
-  }
-  printer.flag = request.readBoolean();
-  printer.value = request.readInt();
-  printer.secondValue = request.readInt();
-  return printer;
-}
 
 std::string quotedList(const std::vector<std::wstring>& names) {
   std::string list;
@@ -59,7 +46,8 @@ void SessionHost::leave() noexcept try {
 }
 
 bool SessionHost::processRequest(CS_InRequest& request) {
-  if (request.number() != programs::kBringPrinters) return CS_Component::processRequest(request);
+  if (request.number() != static_cast<int>(protocol::Registration::kNumber))
+    return CS_Component::processRequest(request);
   return logThrown(*m_application->log, "a print client's request", request, [&] {
     bringPrinters(request);
     return true;
@@ -67,17 +55,9 @@ bool SessionHost::processRequest(CS_InRequest& request) {
 }
 
 void SessionHost::bringPrinters(CS_InRequest& request) {
-  const int session = request.readInt();
-  const int count = request.readInt();
-  if (count < 0 || count > kMaxPrintersRead) {
-    throw CS_Exception(corvane::kLimitExceeded, L"%d printers of one session", count);
-  }
-  std::vector<Printer> printers;
-  for (int i = 0; i < count; ++i)
-    printers.push_back(readPrinter(request));
-  CS_ClassVersionMap versions;
-  versions << request.getChannel();
-  answer(request, session, admit(session, std::move(printers), versions));
+  auto registration = protocol::read<protocol::Registration>(request);
+  answer(request, registration.session,
+         admit(registration.session, std::move(registration.printers), registration.versions));
 }
 
 SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> printers,
@@ -106,7 +86,6 @@ SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> pri
 
 void SessionHost::answer(CS_InRequest& request, int session, const SessionTable::Admission& admission) {
   const std::string name = "session " + std::to_string(session);
-  request.reply().writeBoolean(admission.accepted());
   if (admission.accepted()) {
     if (admission.forgotten) {
       m_application->log->refusal(
@@ -117,14 +96,12 @@ void SessionHost::answer(CS_InRequest& request, int session, const SessionTable:
               "higher --max-sessions");
     }
     m_application->log->repeatable(name, name + ": a print client brings " + quotedList(admission.localNames));
-    for (const std::wstring& local : admission.localNames)
-      request.reply().writeText(local.c_str());
   } else {
     m_application->log->refusal("registrations",
                                 name + ": a print client was refused: " + programs::oneLine(admission.refusal));
-    request.reply().writeText(admission.refusal.c_str());
   }
-  request.sendReply();
+  protocol::answer(request,
+                   protocol::Registration::Answer{admission.accepted(), admission.refusal, admission.localNames});
 }
 
 }  // namespace aps

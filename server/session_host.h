@@ -7,7 +7,7 @@
 
 namespace aps {
 
-// The server's half of a print client's registration; see programs/session_registration.h. One per print client. The
+// The server's half of a print client's registration; see protocol/registration.h. One per print client. The
 // session loses its client when this component is released, that is when the client's connection ends.
 class SessionHost : public CS_Component {
  public:

@@ -60,7 +60,7 @@ class SessionKeeperTest : public ::testing::Test {
   static Printer named(const std::wstring& name) {
     Printer printer;
     printer.texts[0] = name;
-    printer.value = 1;
+    printer.format = protocol::DataFormat::kRaw;
     return printer;
   }
   void enter(SessionTable& table, int session, const std::wstring& printer) {
@@ -114,7 +114,7 @@ TEST_F(SessionKeeperTest, SessionsAndPrintersAreKnownToTheNextServer) {
   const auto found = table.find(L"laser-2 (session 5)");
   ASSERT_TRUE(found);
   EXPECT_EQ(found->session, 5);
-  EXPECT_EQ(found->printer.value, 1);
+  EXPECT_EQ(found->printer.format, protocol::DataFormat::kRaw);
   EXPECT_FALSE(found->client);
   EXPECT_THAT(table.localNames(6), ElementsAre(L"Ink (session 6)"));
   EXPECT_TRUE(m_log->flush(std::chrono::minutes(1)));

@@ -28,11 +28,13 @@ Json toJson(const Printer& printer, bool isWhole) {
   Json texts = Json::array();
   for (std::size_t i = 0; i < printer.texts.size(); ++i) {
     const auto& text = printer.texts[i];
-    const bool isKept = isWhole || i == 0 || i == programs::kDriverText;
+    const bool isKept = isWhole || i == 0 || i == protocol::Printer::kDriverText;
     texts.push_back(text && isKept ? Json(corvane::toUtf8(*text)) : Json(nullptr));
   }
-  return {
-      {"texts", std::move(texts)}, {"flag", printer.flag}, {"value", printer.value}, {"second", printer.secondValue}};
+  return {{"texts", std::move(texts)},
+          {"flag", printer.isDefault},
+          {"value", static_cast<int>(printer.format)},
+          {"second", printer.resolution}};
 }
 
 Json toJson(const SessionTable::Status& session, bool isWhole) {
@@ -53,9 +55,9 @@ Printer printerFrom(const Json& json) {
   for (std::size_t i = 0; i < printer.texts.size(); ++i) {
     if (!texts[i].is_null()) printer.texts[i] = corvane::fromUtf8(texts[i].get<std::string>());
   }
-  printer.flag = json.at("flag").get<bool>();
-  printer.value = json.at("value").get<int>();
-  printer.secondValue = json.at("second").get<int>();
+  printer.isDefault = json.at("flag").get<bool>();
+  printer.format = static_cast<protocol::DataFormat>(json.at("value").get<int>());
+  printer.resolution = json.at("second").get<int>();
   return printer;
 }
 

@@ -17,7 +17,7 @@ const system_clock::time_point kNow{seconds(2000000000)};
 Printer printer(const std::wstring& name) {
   Printer printer;
   printer.texts[0] = name;
-  printer.value = 1;
+  printer.format = protocol::DataFormat::kRaw;
   return printer;
 }
 
@@ -48,9 +48,9 @@ TEST(SessionMemory, EveryValueOfAPrinterComesBackInItsOrder) {
   }
   full.texts[0] = L"Laser \"2\" \u00c4";
   full.texts[5] = L"";
-  full.flag = true;
-  full.value = 3;
-  full.secondValue = -600;
+  full.isDefault = true;
+  full.format = protocol::DataFormat::kPdf;
+  full.resolution = -600;
   const auto back = fromMemory(toMemory({session(7, false, {full, printer(L"Ink")}), session(2, false, {full})}), kNow);
   ASSERT_THAT(back, SizeIs(2));
   EXPECT_EQ(back[0].number, 7);
@@ -58,11 +58,11 @@ TEST(SessionMemory, EveryValueOfAPrinterComesBackInItsOrder) {
   EXPECT_EQ(back[0].since, kNow - seconds(100));
   ASSERT_THAT(back[0].printers, SizeIs(2));
   EXPECT_EQ(back[0].printers[0].texts, full.texts);
-  EXPECT_TRUE(back[0].printers[0].flag);
-  EXPECT_EQ(back[0].printers[0].value, 3);
-  EXPECT_EQ(back[0].printers[0].secondValue, -600);
+  EXPECT_TRUE(back[0].printers[0].isDefault);
+  EXPECT_EQ(back[0].printers[0].format, protocol::DataFormat::kPdf);
+  EXPECT_EQ(back[0].printers[0].resolution, -600);
   EXPECT_EQ(back[0].printers[1].name(), L"Ink");
-  EXPECT_FALSE(back[0].printers[1].flag);
+  EXPECT_FALSE(back[0].printers[1].isDefault);
 }
 
 TEST(SessionMemory, ASessionThatHadAClientIsWithoutOneSinceNow) {

@@ -2,7 +2,7 @@
 
 #include "corvane/class_version_map.h"
 #include "corvane/connection.h"
-#include "server/printer.h"
+#include "protocol/printer.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -16,6 +16,8 @@
 #include <vector>
 
 namespace aps {
+
+using protocol::Printer;
 
 // The sessions that this server has seen and the printers that their clients brought along. A session and its printers
 // stay known when the client leaves, so that its queues keep their meaning until it comes back; when there are too many

@@ -16,7 +16,7 @@ using ::testing::IsEmpty;
 Printer named(const std::wstring& name) {
   Printer printer;
   printer.texts[0] = name;
-  printer.value = 1;
+  printer.format = protocol::DataFormat::kRaw;
   return printer;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "protocol/print_job.h"
 #include "session/job_failure.h"
 #include "session/job_trail.h"
 #include "util/utl_string.h"
@@ -13,12 +14,6 @@
 // document ends, and borrowed by the job operations for the length of one call. Belongs to one thread at a time.
 class ClientPrintJob {
  public:
-  // How the job's data travel; the value of the last setting.
-  static constexpr std::size_t kDeliveryMode = 3;  // index in settings
-  static constexpr std::int32_t kDirect = 1;
-  static constexpr std::int32_t kConverted = 2;  // collected in the PostScript file, converted, then sent
-  static constexpr std::int32_t kDirectAlternative = 3;
-
   ClientPrintJob() = default;
   ClientPrintJob(const ClientPrintJob&) = delete;
   ClientPrintJob& operator=(const ClientPrintJob&) = delete;
@@ -40,7 +35,7 @@ class ClientPrintJob {
   std::int32_t copies = 0;
   UTL_String clientPrinterName;
   UTL_String text15;  // carried, not interpreted
-  std::array<std::int32_t, 4> settings{};
+  protocol::JobSettings settings{};
   std::array<std::uint64_t, 2> reservedWords{};
   bool dataLost = false;        // a write failed: what the client has is not the document, and must not be ended as one
   std::int64_t bytesTaken = 0;  // bytes that the spooler has handed over and that were sent or collected

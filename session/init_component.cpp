@@ -29,8 +29,8 @@ T& required(T* object) {
 
 // From here on the process's records go to the application server as well.
 CS_RCPtr<CS_ProgramMonitor_c> installProgramMonitor(CS_Connection& connection) {
-  const CS_RCPtr<CS_ClassFactory> factory = connection.getClassFactory(
-      CS_ProgramMonitor_c::m_className, L"Quillfern::ComponentServer::ProgramMonitor_s", true);
+  const CS_RCPtr<CS_ClassFactory> factory =
+      connection.getClassFactory(CS_ProgramMonitor_c::m_className, CS_ProgramMonitor_c::m_peerClassName, true);
   auto* made = dynamic_cast<CS_ProgramMonitor_c*>(required(factory.get()).newInstance(0));
   CS_RCPtr<CS_ProgramMonitor_c> monitor(&required(made));
   CS_ProgramMonitor::setDefaultMonitor(monitor);

@@ -3,6 +3,7 @@
 #include "corvane/component.h"
 #include "corvane/levels.h"
 #include "corvane/rc_ptr.h"
+#include "protocol/names.h"
 
 class Operation;
 
@@ -20,7 +21,7 @@ struct ComponentKind {
 
 // The monitor's own component towards the application server; a job has one of its own on its connection.
 inline constexpr ComponentKind kPortMonitorServerKind{
-    L"Quillfern::NTR::PortMonitorServer", L"Quillfern::NTR::PortMonitorClient", corvane::kLevelException,
+    protocol::kPortMonitorServerClass, protocol::kPortMonitorClientClass, corvane::kLevelException,
     L"Failed to get port monitor class factory.", L"Failed to create port monitor server instance."};
 
 // Makes a component of that kind on its owner, a connection or a bridge. Never null: throws CS_Exception, with the

@@ -7,7 +7,7 @@
 
 #include <windows.h>
 
-// The monitor's component towards the application server's "Quillfern::NTR::PortMonitorClient".
+// The monitor's component towards the application server; its requests are in protocol/port_monitor.h.
 //
 // One instance serves the whole process: made by getInstance() when it is first needed, kept in a holder that the port
 // monitor lock guards, and let go when its connection ends; the next getInstance() then makes a new one. Jobs make
@@ -17,11 +17,7 @@
 // shows in the result.
 class PortMonitorServer : public CS_Component {
  public:
-  // Request numbers towards the peer, and how long its reply is waited for, in milliseconds.
-  static constexpr int kAttachPrintJobToSession = 4;
-  static constexpr int kGetPrinterInfo = 5;
-  static constexpr int kGetPrinterList = 6;
-  static constexpr int kLaunchApplication = 7;
+  // How long a reply is waited for, in milliseconds.
   static constexpr unsigned kReplyTimeout = 120000;
 
   // How long a refused connection is waited out before it is tried again, in milliseconds.

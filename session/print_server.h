@@ -3,17 +3,11 @@
 #include "corvane/component.h"
 #include "session/client_print_job.h"
 
-// The stream of one job to the session's print client, a remote component of class "Quillfern::NTR::PrintClient". Made
-// per job on the job's bridge and kept by the port beside the job. The calls of one job come one after another; no
-// exception leaves them. A null job does nothing and counts as failed, because the print server of a finished job stays
-// on its port.
+// The stream of one job to the session's print client; its requests are in protocol/print_job.h. Made per job on the
+// job's bridge and kept by the port beside the job. The calls of one job come one after another; no exception leaves
+// them. A null job does nothing and counts as failed, because the print server of a finished job stays on its port.
 class PrintServer : public CS_Component {
  public:
-  // Request numbers towards the print client.
-  static constexpr int kStartJob = 1;
-  static constexpr int kWriteJob = 2;
-  static constexpr int kEndJob = 3;
-
   static constexpr int kMaxChunk = 32768;             // bytes of the final data in one request
   static constexpr unsigned kEndJobTimeout = 600000;  // milliseconds to wait for the client to finish the job
 

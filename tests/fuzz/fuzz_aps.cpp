@@ -10,8 +10,8 @@
 #include "corvane/component_server.h"
 #include "corvane/local_monitor.h"
 #include "corvane/value_writer.h"
-#include "programs/administration.h"
-#include "programs/session_registration.h"
+#include "protocol/names.h"
+#include "protocol/registration.h"
 #include "server/administration_server.h"
 #include "server/application.h"
 #include "server/port_monitor_client.h"
@@ -46,10 +46,10 @@ void offer(const wchar_t* name) {
 bool prepareProcess() {
   corvane::LocalMonitor::instance().setSink(std::make_unique<Quiet>());
   if (!CS_ComponentServer::initialize(0, 0)) std::abort();
-  offer<aps::PortMonitorClient>(programs::kPortMonitorClientClass);
-  offer<aps::SessionHost>(programs::kSessionHostClass);
+  offer<aps::PortMonitorClient>(protocol::kPortMonitorClientClass);
+  offer<aps::SessionHost>(protocol::kSessionHostClass);
   offer<aps::ProgramMonitorServer>(kRecordsClass);
-  offer<aps::AdministrationServer>(programs::kAdministrationServerClass);
+  offer<aps::AdministrationServer>(protocol::kAdministrationServerClass);
   CS_ComponentServer::getServer()->offerClass(CS_Bridge::m_className);
   return CS_ComponentServer::getServer()->offerClass(CS_BridgeRouter::getClassName());
 }
@@ -83,16 +83,16 @@ class Opening {
     values.writeInt(1);
     values.writeBoolean(true);
     values.writeText(L"Laser");
-    for (int i = 1; i < programs::kPrinterTexts; ++i)
+    for (std::size_t i = 1; i < protocol::Printer::kTexts; ++i)
       values.writeBoolean(false);
     values.writeBoolean(true);
     values.writeInt(3);
     values.writeInt(600);
     values.writeInt(1);
-    values.writeText(programs::kPrintClientClass);
+    values.writeText(protocol::kPrintClientClass);
     for (const int part : {4, 0, 1, 0})
       values.writeInt(part);
-    add(1, corvane::FrameKind::kRequest, programs::kBringPrinters, 1, values);
+    add(1, corvane::FrameKind::kRequest, 20, 1, values);
   }
 
   std::span<const unsigned char> bytes() const { return m_bytes; }
@@ -122,13 +122,13 @@ const Opening& opening(unsigned choice) {
     std::array<Opening, 4> openings;
     for (unsigned i = 0; i < openings.size(); ++i) {
       if ((i & 1) != 0) {
-        openings[i].create(0, 1, programs::kPortMonitorClientClass);
+        openings[i].create(0, 1, protocol::kPortMonitorClientClass);
         openings[i].create(0, 3, CS_BridgeRouter::getClassName());
         openings[i].create(0, 5, kRecordsClass);
-        openings[i].create(0, 7, programs::kAdministrationServerClass);
+        openings[i].create(0, 7, protocol::kAdministrationServerClass);
       }
       if ((i & 2) != 0) {
-        openings[i].create(1, 1, programs::kSessionHostClass);
+        openings[i].create(1, 1, protocol::kSessionHostClass);
         openings[i].registration();
       }
     }

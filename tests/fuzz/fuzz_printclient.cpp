@@ -9,7 +9,7 @@
 #include "corvane/component_server.h"
 #include "corvane/local_monitor.h"
 #include "corvane/value_writer.h"
-#include "programs/session_registration.h"
+#include "protocol/names.h"
 #include "tests/fuzz/fresh_class.h"
 #include "tests/fuzz/scratch_folder.h"
 #include "tests/fuzz/served_peer.h"
@@ -41,9 +41,9 @@ bool prepareProcess() {
   if (!CS_ComponentServer::initialize(0, 0)) std::abort();
   static printclient::Reporter reporter(std::fopen("/dev/null", "w"), true);
   g_output = std::make_shared<printclient::JobOutput>(folder(), 5, 1234, reporter);
-  CS_ComponentServer::getServer()->registerClass(programs::kPrintClientClass,
+  CS_ComponentServer::getServer()->registerClass(protocol::kPrintClientClass,
                                                  new fuzz::FreshClass<printclient::PrintClient>(g_output));
-  return CS_ComponentServer::getServer()->offerClass(programs::kPrintClientClass);
+  return CS_ComponentServer::getServer()->offerClass(protocol::kPrintClientClass);
 }
 
 void addStep(std::vector<unsigned char>& bytes, corvane::FrameKind kind, unsigned char number, unsigned char component,
@@ -57,7 +57,7 @@ void addStep(std::vector<unsigned char>& bytes, corvane::FrameKind kind, unsigne
 const std::vector<unsigned char>& opening(unsigned choice) {
   static const std::array<std::vector<unsigned char>, 4> all = [] {
     corvane::ValueWriter name, start;
-    name.writeText(programs::kPrintClientClass);
+    name.writeText(protocol::kPrintClientClass);
     for (const wchar_t* text : {L"job", L"Laser", L"Report", L"RAW"}) {
       start.writeBoolean(true);
       start.writeText(text);

@@ -6,7 +6,7 @@
 #include "corvane/in_request.h"
 #include "corvane/out_request.h"
 #include "corvane/simple_class.h"
-#include "programs/administration.h"
+#include "protocol/names.h"
 
 #include <mutex>
 
@@ -19,8 +19,8 @@ void registerClass() {
   static std::once_flag once;
   std::call_once(once, [] {
     CS_ComponentServer::initialize(0, 0);
-    CS_ComponentServer::getServer()->registerClass(programs::kAdministrationClientClass,
-                                                   new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+    CS_ComponentServer::getServer()->registerClass(protocol::kAdministrationClientClass,
+                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
   });
 }
 
@@ -39,7 +39,7 @@ void AdministrationPeer::dial(int port) {
   registerClass();
   m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
   m_component =
-      m_connection->getClassFactory(programs::kAdministrationClientClass, programs::kAdministrationServerClass, true)
+      m_connection->getClassFactory(protocol::kAdministrationClientClass, protocol::kAdministrationServerClass, true)
           ->newInstance(0);
   m_component->getChannel(true)->startSending();
   m_component->getChannel(true)->startReceiving();
@@ -50,7 +50,7 @@ AdministrationPeer::~AdministrationPeer() {
 }
 
 AdministrationPeer::Status AdministrationPeer::status() {
-  CS_OutRequest request(m_component, programs::kStatus);
+  CS_OutRequest request(m_component, 30);
   CS_InRequest reply(request);
   request.execute(reply, kReplyMilliseconds);
   Status status;
@@ -65,7 +65,7 @@ AdministrationPeer::Status AdministrationPeer::status() {
     for (int i = 0; i < printers; ++i) {
       line += i == 0 ? L": " : L", ";
       line += reply.readUTF();
-      for (int text = 0; text < programs::kPrinterTexts; ++text) {
+      for (int text = 0; text < 8; ++text) {
         if (reply.readBoolean()) reply.readUTF();
       }
       reply.readBoolean();
@@ -78,7 +78,7 @@ AdministrationPeer::Status AdministrationPeer::status() {
 }
 
 std::vector<std::wstring> AdministrationPeer::records(int count) {
-  CS_OutRequest request(m_component, programs::kRecords);
+  CS_OutRequest request(m_component, 31);
   request.writeInt(count);
   CS_InRequest reply(request);
   request.execute(reply, kReplyMilliseconds);
@@ -89,7 +89,7 @@ std::vector<std::wstring> AdministrationPeer::records(int count) {
 }
 
 AdministrationPeer::Notices AdministrationPeer::notices(int after, int waitMilliseconds) {
-  CS_OutRequest request(m_component, programs::kNotices);
+  CS_OutRequest request(m_component, 32);
   request.writeInt(after);
   request.writeInt(waitMilliseconds);
   CS_InRequest reply(request);

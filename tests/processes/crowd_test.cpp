@@ -6,7 +6,7 @@
 #include "corvane/link.h"
 #include "corvane/message_numbers.h"
 #include "corvane/proof.h"
-#include "programs/session_registration.h"
+#include "protocol/names.h"
 #include "tests/processes/administration_peer.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
@@ -234,7 +234,7 @@ class Attacker {
       corvane::FrameHeader create;
       create.kind = corvane::FrameKind::kCreate;
       create.component = 1;
-      link.sendText(create, programs::kPortMonitorClientClass);
+      link.sendText(create, protocol::kPortMonitorClientClass);
       corvane::FrameHeader ask;
       ask.kind = corvane::FrameKind::kRequest;
       ask.flags = 2;

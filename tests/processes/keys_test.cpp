@@ -6,7 +6,7 @@
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
 #include "corvane/simple_class.h"
-#include "programs/session_registration.h"
+#include "protocol/names.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 #include "tests/support/connection_pair.h"
@@ -50,16 +50,14 @@ class KeysTest : public ::testing::Test {
   std::wstring refusalOf(const Identity& identity, const std::string& key, int session) const {
     CS_ComponentServer::initialize(0, 0);
     CS_ComponentServer* server = CS_ComponentServer::getServer();
-    server->registerClass(programs::kSessionClientClass,
-                          new corvane::SimpleClass<CS_Component>(programs::kProgramsVersion));
+    server->registerClass(protocol::kSessionClientClass, new corvane::SimpleClass<CS_Component>(protocol::kVersion));
     const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
     connection->useKey(identity, m_keys.path(key));
     connection->connect(L"localhost", m_scene.port(), CS_Connection::kDirect, false);
-    CS_OutRequest request(makeComponent(*connection, programs::kSessionClientClass, programs::kSessionHostClass),
-                          programs::kBringPrinters);
+    CS_OutRequest request(makeComponent(*connection, protocol::kSessionClientClass, protocol::kSessionHostClass), 20);
     request.writeInt(session);
     request.writeInt(1);
-    for (int i = 0; i < programs::kPrinterTexts; ++i) {
+    for (int i = 0; i < 8; ++i) {
       request.writeBoolean(i == 0);
       if (i == 0) request.writeUTF(L"Laser-2");
     }

@@ -10,7 +10,7 @@
 #include "corvane/message_numbers.h"
 #include "corvane/out_request.h"
 #include "corvane/program_monitor_c.h"
-#include "programs/session_registration.h"
+#include "protocol/names.h"
 
 #include <mutex>
 #include <new>
@@ -20,7 +20,7 @@ namespace {
 
 class SenderClass : public CS_Class {
  public:
-  SenderClass() : CS_Class(programs::kProgramsVersion) {}
+  SenderClass() : CS_Class(protocol::kVersion) {}
   int currentSchema() const override { return 1; }
   CS_Component* createInstance() override { return new (std::nothrow) CS_Component; }
   bool destroyInstance(CS_Component* component) override {
@@ -33,8 +33,8 @@ void registerClasses() {
   static std::once_flag once;
   std::call_once(once, [] {
     CS_ComponentServer::initialize(0, 0);
-    CS_ComponentServer::getServer()->registerClass(programs::kPortMonitorServerClass, new SenderClass);
-    CS_ComponentServer::getServer()->registerClass(programs::kPrintServerClass, new SenderClass);
+    CS_ComponentServer::getServer()->registerClass(protocol::kPortMonitorServerClass, new SenderClass);
+    CS_ComponentServer::getServer()->registerClass(protocol::kPrintServerClass, new SenderClass);
   });
 }
 
@@ -61,7 +61,7 @@ void MonitorPeer::dial(int port) {
   registerClasses();
   m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
   m_bridge = makeComponent(*m_connection, CS_Bridge::m_className, CS_BridgeRouter::getClassName());
-  m_portMonitor = makeComponent(*m_connection, programs::kPortMonitorServerClass, programs::kPortMonitorClientClass);
+  m_portMonitor = makeComponent(*m_connection, protocol::kPortMonitorServerClass, protocol::kPortMonitorClientClass);
 }
 
 MonitorPeer::~MonitorPeer() {
@@ -137,7 +137,7 @@ bool MonitorPeer::launch(const std::wstring& program, const std::wstring& argume
 }
 
 void MonitorPeer::startJob(const Names& names, const std::array<int, 4>& settings, int copies) {
-  m_printServer = makeComponent(*m_bridge, programs::kPrintServerClass, programs::kPrintClientClass);
+  m_printServer = makeComponent(*m_bridge, protocol::kPrintServerClass, protocol::kPrintClientClass);
   m_jobName = names.job;
   CS_OutRequest request(m_printServer, 1);
   for (const std::wstring* text : {&names.job, &names.printer, &names.document, &names.dataType}) {

@@ -74,7 +74,7 @@ void JobScenario::run() {
   m_started = MGStartDocPort(m_port, text(m_kind.printer), 17, 1, reinterpret_cast<LPBYTE>(&document));
   if (!m_started) return;
   if (m_kind.deliveryMode != 0) {
-    static_cast<tagPort*>(m_port)->job->settings[ClientPrintJob::kDeliveryMode] = m_kind.deliveryMode;
+    static_cast<tagPort*>(m_port)->job->settings[protocol::kDeliverySetting] = m_kind.deliveryMode;
   }
   // A spooler ends what it started, also after a write that failed.
   if (write(m_port, m_first)) write(m_port, m_second);

@@ -1,0 +1,147 @@
+#pragma once
+
+#include "protocol/printer.h"
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+// What an administration tool (kAdministrationClientClass) asks the application server (kAdministrationServerClass),
+// directly on its connection. All requests only look. Times are UTC as "2026-01-31T23:59:59Z".
+namespace protocol {
+
+enum class AdministrationRequest {
+  kStatus = 30,  // for older tools: no values, answered with a ServerStatus, or refused where that would be too long
+  kRecords = 31,
+  kNotices = 32,
+  kStatusPage = 33,
+};
+
+struct ListedPrinter : Printer {
+  std::wstring localName;  // on the server; the same whenever the client comes back
+
+  static void layout(auto& self, auto& wire) {
+    wire(self.localName);
+    Printer::layout(self, wire);
+  }
+};
+
+struct ListedSession {
+  static constexpr Limit kPrinters{100000};  // more than any server has; a peer that claims more is none
+
+  int number = 0;
+  bool isConnected = false;  // its print client
+  std::wstring since;        // when it is (not) connected
+  std::vector<ListedPrinter> printers;
+
+  static void layout(auto& self, auto& wire) {
+    wire(self.number, self.isConnected, self.since);
+    wire.counted(self.printers, kPrinters);
+  }
+};
+
+struct ServerStatus {
+  static constexpr Limit kSessions{100000};  // likewise
+
+  std::wstring version;
+  int process = 0;
+  std::wstring since;
+  std::vector<ListedSession> sessions;  // in the order of their numbers
+
+  // Null when there is none of that number.
+  const ListedSession* session(int number) const;
+
+  static void layout(auto& self, auto& wire) {
+    wire(self.version, self.process, self.since);
+    wire.counted(self.sessions, kSessions);
+  }
+};
+
+// Some of the sessions; the first and the last one may have only some of their printers in the answer. A page is at
+// most about a megabyte, whatever sessions bring along.
+struct StatusPage {
+  static constexpr AdministrationRequest kNumber = AdministrationRequest::kStatusPage;
+
+  // Where the page begins; both 0 for the first one.
+  int session = 0;
+  int printer = 0;
+  auto operator<=>(const StatusPage&) const = default;
+
+  static void layout(auto& self, auto& wire) { wire(self.session, self.printer); }
+
+  struct Answer;
+};
+
+struct StatusPage::Answer {
+  ServerStatus status;
+  std::optional<StatusPage> next;  // none behind the last page
+
+  static void layout(auto& self, auto& wire) { wire(self.status, self.next); }
+};
+
+// The latest lines of the server's log that tell of a failure.
+struct Records {
+  static constexpr AdministrationRequest kNumber = AdministrationRequest::kRecords;
+
+  int most = 0;
+
+  static void layout(auto& self, auto& wire) { wire(self.most); }
+
+  struct Answer {
+    std::vector<std::wstring> lines;  // oldest first
+
+    static void layout(auto& self, auto& wire) { wire.untilFalse(self.lines); }
+  };
+};
+
+// A notice that the server keeps. Of kind kJobNotice it tells how a print job ended. Its values: "job" (the spooler's
+// number), "printer" (the name on the server), "document", "process" (the spooler's process id), "result" ("delivered",
+// "shown" for a text that was opened with an application in the session, or "failed"), "session" (its number, empty
+// when it was not found out), "bytes" (sent to the client), and for a failed job "cause" and "remedy" (a sentence
+// each).
+//
+// One of kind kPrinterNotice comes from an administration tool: a session's printer cannot be had on this machine. Its
+// values: "printer" (the name on the server), "session", "process" (the tool's), "result" ("refused"), "cause" and
+// "remedy". The session's print client is told as well.
+struct Notice {
+  static constexpr const wchar_t* kJobNotice = L"job";
+  static constexpr const wchar_t* kPrinterNotice = L"printer";
+  static constexpr Limit kValues{1000};  // a peer that claims more is no server
+
+  int number = 0;  // begins with 1 in each server and rises by one
+  std::wstring time, kind, line;
+  std::vector<std::pair<std::wstring, std::wstring>> values;
+
+  // Empty when it has none of that name; the last one when it has several.
+  std::wstring value(const std::wstring& name) const;
+
+  static void layout(auto& self, auto& wire) {
+    wire(self.number, self.time, self.kind, self.line);
+    wire.counted(self.values, kValues);
+  }
+};
+
+// The notices after one, waiting for the first of them if need be.
+struct Notices {
+  static constexpr AdministrationRequest kNumber = AdministrationRequest::kNotices;
+  static constexpr int kKept = 1000;  // by the server; older ones are not sent
+
+  int after = -1;        // a number; -1 for none, only the latest number
+  int milliseconds = 0;  // to wait, 0 to 5000
+
+  static void layout(auto& self, auto& wire) { wire(self.after, self.milliseconds); }
+
+  struct Answer {
+    int latest = 0;               // the number of the latest notice; 0 before the first
+    std::vector<Notice> notices;  // oldest first
+
+    static void layout(auto& self, auto& wire) {
+      wire(self.latest);
+      wire.untilFalse(self.notices);
+    }
+  };
+};
+
+}  // namespace protocol

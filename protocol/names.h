@@ -1,0 +1,25 @@
+#pragma once
+
+#include "corvane/class.h"
+
+// The classes of the print system's components. Each pair stands at the two ends of one conversation; the requests of
+// the first are in print_job.h, of the second in port_monitor.h, of the third in registration.h and of the last in
+// administration.h.
+namespace protocol {
+
+inline constexpr const wchar_t* kPrintServerClass = L"Quillfern::NTR::PrintServer";  // in the port monitor
+inline constexpr const wchar_t* kPrintClientClass = L"Quillfern::NTR::PrintClient";  // in the print client
+
+inline constexpr const wchar_t* kPortMonitorServerClass = L"Quillfern::NTR::PortMonitorServer";  // in the port monitor
+inline constexpr const wchar_t* kPortMonitorClientClass = L"Quillfern::NTR::PortMonitorClient";  // in aps
+
+inline constexpr const wchar_t* kSessionClientClass = L"Quillfern::NTR::SessionClient";  // in the print client
+inline constexpr const wchar_t* kSessionHostClass = L"Quillfern::NTR::SessionHost";      // in aps
+
+inline constexpr const wchar_t* kAdministrationClientClass = L"Quillfern::NTR::AdministrationClient";  // in mgprintmon
+inline constexpr const wchar_t* kAdministrationServerClass = L"Quillfern::NTR::AdministrationServer";  // in aps
+
+// Of all these classes.
+inline constexpr CS_Version kVersion{4, 0, 1, 0};
+
+}  // namespace protocol

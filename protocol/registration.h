@@ -1,0 +1,72 @@
+#pragma once
+
+#include "protocol/printer.h"
+
+#include <string>
+#include <vector>
+
+// The conversation of a session's print client (kSessionClientClass) with the application server (kSessionHostClass),
+// directly on the print client's connection.
+namespace protocol {
+
+enum class SessionRequest {
+  kRegister = 20,        // from the print client
+  kJobFailed = 21,       // from the application server
+  kPrinterRefused = 22,  // from the application server
+};
+
+// Brings a session's printers along; they stay for as long as the connection lasts. A name has at most 200 characters,
+// each other text 1,024, and all texts together 4,096 and 192 more for each printer that the server allows a session
+// (16,384 with its usual 64); past that the registration is refused.
+struct Registration {
+  static constexpr SessionRequest kNumber = SessionRequest::kRegister;
+  // More than any server allows, so that its own refusal is what a person reads.
+  static constexpr Limit kPrinters{4096, corvane::kLimitExceeded, L"%d printers of one session"};
+
+  int session = 0;  // 1 or more
+  std::vector<Printer> printers;
+  CS_ClassVersionMap versions;  // the classes of the print client
+
+  static void layout(auto& self, auto& wire) {
+    wire(self.session);
+    wire.counted(self.printers, kPrinters);
+    wire(self.versions);
+  }
+
+  struct Answer {
+    bool isAccepted = true;
+    std::wstring refusal;                  // for a person; only when refused
+    std::vector<std::wstring> localNames;  // on the server, in the order of the printers; only when accepted
+
+    // Whoever reads it gives localNames the length of its own list of printers before.
+    static void layout(auto& self, auto& wire) {
+      wire(self.isAccepted);
+      if (!self.isAccepted) return wire(self.refusal);
+      for (auto& name : self.localNames)
+        wire(name);
+    }
+  };
+};
+
+// Why a job for the print client has failed; not answered, and as often as that happens.
+struct JobFailed {
+  static constexpr SessionRequest kNumber = SessionRequest::kJobFailed;
+
+  std::wstring printer;   // the client's own name of it
+  std::wstring document;  // empty when it is not known
+  std::wstring cause, remedy;
+
+  static void layout(auto& self, auto& wire) { wire(self.printer, self.document, self.cause, self.remedy); }
+};
+
+// A printer of the print client cannot be had on the server; not answered.
+struct PrinterRefused {
+  static constexpr SessionRequest kNumber = SessionRequest::kPrinterRefused;
+
+  std::wstring printer;  // the client's own name of it
+  std::wstring cause, remedy;
+
+  static void layout(auto& self, auto& wire) { wire(self.printer, self.cause, self.remedy); }
+};
+
+}  // namespace protocol
