@@ -45,14 +45,12 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     if (port.job == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
     if (protocol::isCollected(port.job->settings)) {
       converted = ConvertJob(port.job, port.printerName);
-      if (converted != kPrintedOtherwise) {
-        static_cast<PrintServer&>(*port.printServer).WriteJob(port.job, nullptr, 0);
-      }
+      if (converted != kPrintedOtherwise) port.printServer->WriteJob(port.job, nullptr, 0);
     }
     if (!port.printServer) operation.fail(corvane::kLevelException, L"Failed to use print server.");
-    const CS_RCPtr<CS_Component> stream = port.printServer;
+    const CS_RCPtr<PrintServer> stream(port.printServer.get());
     const CS_RCPtr<CS_Component> owner = stream->getRootOwner();
-    if (converted != kPrintedOtherwise) ended = static_cast<PrintServer&>(*stream).EndJob(port.job);
+    if (converted != kPrintedOtherwise) ended = stream->EndJob(port.job);
     job.emplace(vacatePort(port));
     job->queueError = mg::markQueuedJobSent(operation, port, printer);
     const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));

@@ -5,7 +5,7 @@
 #include "monitor/job_notice.h"
 #include "ports/port_records.h"
 #include "protocol/print_job.h"
-#include "session/client_print_job.h"
+#include "session/print_server.h"
 
 #include <memory>
 #include <utility>

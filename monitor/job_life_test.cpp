@@ -100,7 +100,7 @@ TEST_F(JobLifeTest, AJobThatIsGivenUpIsFreedWithItsStream) {
 TEST_F(JobLifeTest, OpeningAndClosingThePortLeaveItsJobAlone) {
   start();
   const ClientPrintJob* const job = m_port->job;
-  const CS_RCPtr<CS_Component> stream = m_port->printServer;
+  const CS_RCPtr<CS_Component> stream(m_port->printServer.get());
   HANDLE handle = nullptr;
   EXPECT_EQ(MGOpenPort(nullptr, text(L"CPP5"), &handle), TRUE);
   EXPECT_EQ(handle, m_port);

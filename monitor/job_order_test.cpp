@@ -122,7 +122,7 @@ TEST_F(JobOrderTest, AnEndMarksTheJobEndsTheConnectionClosesItsReportAndThenTheP
   start();
   m_queue.clear();
   m_queue.refuseSetJob();
-  m_records->watch(m_port->printServer);
+  m_records->watch(m_port->printServer.get());
   m_peer.whenAsked("PrintClient", 3, [this] { m_queue.note("request 3"); });
   EXPECT_EQ(end(), TRUE);
   EXPECT_THAT(m_queue.calls(), ElementsAre("request 3", "open Laser 0xf000c", "set job 17 level 0 command 6",

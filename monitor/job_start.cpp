@@ -18,18 +18,18 @@ CS_RCPtr<CS_Component> makeBridge(Operation& operation, CS_Connection& connectio
 }
 
 CS_RCPtr<PortMonitorServer> makePortMonitor(Operation& operation, CS_Connection& connection) {
-  const CS_RCPtr<CS_Component> server = mg::makeComponent(operation, connection, mg::kPortMonitorServerKind);
+  auto server = mg::makeOwnComponent<PortMonitorServer>(operation, connection, mg::kPortMonitorServerKind);
   mg::startChannel(*server);
-  return static_cast<PortMonitorServer*>(server.get());
+  return server;
 }
 
 CS_RCPtr<PrintServer> makePrintServer(Operation& operation, CS_Component& bridge) {
-  const CS_RCPtr<CS_Component> server =
-      mg::makeComponent(operation, bridge,
-                        {protocol::kPrintServerClass, protocol::kPrintClientClass, corvane::kLevelFailure,
-                         L"Failed to get the bridge's class factory", L"Failed to create the print server"});
+  auto server = mg::makeOwnComponent<PrintServer>(
+      operation, bridge,
+      {protocol::kPrintServerClass, protocol::kPrintClientClass, corvane::kLevelFailure,
+       L"Failed to get the bridge's class factory", L"Failed to create the print server"});
   mg::startChannel(*server);
-  return static_cast<PrintServer*>(server.get());
+  return server;
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
         ClientPrintJob* job = port->job = new ClientPrintJob;
         describeJob(*job, pPrinterName, JobId, *document);
         connectJob(operation, *port, connection);
-        port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId).get();
+        port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId);
       },
       [&] {
         if (port == nullptr) return;

@@ -70,7 +70,8 @@ TEST_F(StartDocPortTest, HangsTheJobOnThePort) {
   EXPECT_STREQ(m_port->job->documentName.wide(), L"letter.txt");
   EXPECT_STREQ(m_port->job->dataType.wide(), L"RAW");
   EXPECT_EQ(m_port->job->copies, 1);
-  EXPECT_NE(dynamic_cast<PrintServer*>(m_port->printServer.get()), nullptr);
+  const CS_RCPtr<CS_Component> stream(m_port->printServer.get());
+  EXPECT_NE(dynamic_cast<PrintServer*>(stream.get()), nullptr);
   EXPECT_THAT(m_queue.calls(), ElementsAre("open Laser", "job 17 level 2", "close printer"));
 }
 
@@ -239,7 +240,7 @@ TEST_F(StartDocPortTest, ADocumentWithoutANameIsNotedAsNull) {
 TEST_F(StartDocPortTest, AFailedStartLeavesTheStreamOfTheJobBefore) {
   EXPECT_EQ(start(), TRUE);
   EXPECT_EQ(end(), TRUE);
-  const CS_RCPtr<CS_Component> stale = m_port->printServer;
+  const CS_RCPtr<CS_Component> stale(m_port->printServer.get());
   m_peer.answer("PortMonitorClient", 4, [](corvane::ValueWriter& reply) { reply.writeBoolean(false); });
   EXPECT_EQ(start(), FALSE);
   EXPECT_EQ(m_port->printServer.get(), stale.get());

@@ -31,8 +31,7 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
         if (!named.printServer) throw CS_Exception(corvane::kMissingObject, nullptr);
         // From here on the job itself is in trouble when something fails, not only the call.
         port = &named;
-        auto& stream = static_cast<PrintServer&>(*port->printServer);
-        if (stream.WriteJob(port->job, pBuffer, static_cast<int>(cbBuf)) == 0) {
+        if (port->printServer->WriteJob(port->job, pBuffer, static_cast<int>(cbBuf)) == 0) {
           operation.fail(corvane::kLevelFailure, L"Failed to send print job data");
         }
         written = cbBuf;

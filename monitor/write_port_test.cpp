@@ -69,7 +69,7 @@ TEST_F(WritePortTest, TheArgumentsAreLookedAtBeforeTheStream) {
 TEST_F(WritePortTest, AJobWithoutItsStreamStaysInTheQueue) {
   start();
   m_queue.clear();
-  const CS_RCPtr<CS_Component> stream = m_port->printServer;
+  const CS_RCPtr<PrintServer> stream(m_port->printServer.get());
   m_port->printServer = nullptr;
   EXPECT_EQ(write("abc"), FALSE);
   EXPECT_THAT(records(), ElementsAre("10: number 3014", closing("MGWritePort")));

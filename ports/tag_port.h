@@ -12,6 +12,34 @@
 #include <cstdint>
 
 class ClientPrintJob;
+class PrintServer;
+
+// A port's reference to a print server. The class is known above this folder only: whoever sets or uses it
+// includes it, and the record of a port lets go of it without.
+class PrintServerReference {
+ public:
+  template <class Server>
+  PrintServerReference& operator=(const CS_RCPtr<Server>& server) {
+    m_server = nullptr;
+    m_component = server;
+    m_server = m_component ? server.get() : nullptr;
+    return *this;
+  }
+  PrintServerReference& operator=(std::nullptr_t) {
+    m_server = nullptr;
+    m_component = nullptr;
+    return *this;
+  }
+
+  PrintServer* get() const { return m_server; }
+  PrintServer* operator->() const { return m_server; }
+  PrintServer& operator*() const { return *m_server; }
+  explicit operator bool() const { return m_server != nullptr; }
+
+ private:
+  CS_RCPtr<CS_Component> m_component;
+  PrintServer* m_server = nullptr;  // the same object
+};
 
 // Bits of tagPort::flags.
 inline constexpr std::uint32_t kPortHasDocument = 1;  // from the start to the end of a document
@@ -28,7 +56,7 @@ inline constexpr std::size_t kPortNameSize = 260;
 // progress (printServer to jobId) are touched by the calls of that one job only, which come one after another.
 struct tagPort {
   // The print server of the job in progress; stays after the job until the next one replaces it.
-  CS_RCPtr<CS_Component> printServer;
+  PrintServerReference printServer;
   // The job in progress, owned by the port and freed by the job path.
   ClientPrintJob* job = nullptr;
   // The key of the port, cut to fit; what enumeration tells the spooler. Never changes.

@@ -52,12 +52,12 @@ void tellProcess(CS_ProgramMonitor_c& monitor) {
   }
 }
 
-CS_RCPtr<CS_Component> makePortMonitor(Operation& operation, CS_Connection& connection) {
+CS_RCPtr<PortMonitorServer> makePortMonitor(Operation& operation, CS_Connection& connection) {
   const CS_RCPtr<CS_Component> bridge =
       mg::makeComponent(operation, connection,
                         {CS_Bridge::m_className, CS_Bridge::m_className, corvane::kLevelFailure,
                          L"Failed to get bridge class factory.", L"Failed to create bridge"});
-  CS_RCPtr<CS_Component> server = mg::makeComponent(operation, *bridge, mg::kPortMonitorServerKind);
+  auto server = mg::makeOwnComponent<PortMonitorServer>(operation, *bridge, mg::kPortMonitorServerKind);
   mg::startChannel(*server);
   return server;
 }
@@ -72,8 +72,7 @@ void PortMonitorServer::InitComponent() {
   operation.run([&] {
     connection = connectToLocalhost();
     tellProcess(*installProgramMonitor(required(connection.get())));
-    const CS_RCPtr<CS_Component> server = makePortMonitor(operation, *connection);
-    s_instance = static_cast<PortMonitorServer*>(server.get());
+    s_instance = makePortMonitor(operation, *connection);
   });
   if (!operation.succeeded() && connection) CS_Connection::destroy(connection, true);
 }

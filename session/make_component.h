@@ -29,4 +29,10 @@ inline constexpr ComponentKind kPortMonitorServerKind{
 // that fits. Nothing is sent before the component's channel is started and its first request. Any thread may call it.
 CS_RCPtr<CS_Component> makeComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind);
 
+// The same for a component of this module's own class, which is registered under the kind's name.
+template <class Component>
+CS_RCPtr<Component> makeOwnComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind) {
+  return static_cast<Component*>(makeComponent(operation, owner, kind).get());
+}
+
 }  // namespace mg

@@ -27,8 +27,8 @@ class ScriptedConnection;
 //   one-way 2 WriteJob: boolean false, int 3, bytes 3
 //   end
 //
-// It includes nothing of protocol/ on purpose: numbers, order and types of the values stand in the tests that use it, so
-// that a change of the wire shows here although both ends of the product make it together.
+// It includes nothing of protocol/ on purpose: numbers, order and types of the values stand in the tests that use it,
+// so that a change of the wire shows here although both ends of the product make it together.
 //
 // Connections of other processes are sent away. Lines of a second connection begin with "2| ", and so on. A request
 // without an answer in the script is refused. All operations may be called from the test's thread at any time; the
