@@ -1,4 +1,5 @@
 #include "client/disk_file.h"
+#include "client/job_file.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -107,6 +108,23 @@ TEST_F(DiskFileTest, OverwritesNothingAndCanBeGivenAnotherName) {
   EXPECT_TRUE(file.renameTo(m_folder / "b.txt"));
   EXPECT_EQ(read("b.txt"), "mine");
   EXPECT_EQ(fileCount(), 2u);
+}
+
+TEST_F(DiskFileTest, AJobWhoseNamesAreAllTakenBySomebodyQuickerIsGivenUpAfterAThousand) {
+  int attempts = 0;
+  g_renaming = [&](const char*, const char*) {
+    ++attempts;
+    errno = EEXIST;
+    return -1;
+  };
+  JobFile file(m_folder, ".part");
+  try {
+    file.keepAs("a", ".txt");
+    FAIL() << "it was kept";
+  } catch (const std::runtime_error& failure) {
+    EXPECT_STREQ(failure.what(), "there is no free name for \"a.txt\"");
+  }
+  EXPECT_EQ(attempts, 1000);
 }
 
 TEST_F(DiskFileTest, ThatCannotBeRenamedSaysWhyAndIsRemoved) {
