@@ -15,6 +15,11 @@ TEST(UtlStringEdit, ChangesTheCaseOfEitherForm) {
   EXPECT_STREQ(narrow.narrow(), "MIXED \xE4") << "the C locale changes ASCII letters only";
   narrow.toLower();
   EXPECT_STREQ(narrow.narrow(), "mixed \xE4");
+  UTL_String cyrillic(L"Ab\u0416");  // in no ANSI code page of the West
+  cyrillic.toLower();
+  EXPECT_STREQ(cyrillic.wide(), L"ab\u0416");
+  cyrillic.toUpper();
+  EXPECT_STREQ(cyrillic.wide(), L"AB\u0416");
   UTL_String empty;
   empty.toLower();
   empty.toUpper();
