@@ -110,8 +110,10 @@ RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limi
   int status = 0;
   bool tooMuch = false;
   const bool ended = watch.waitUntil(deadline, [&] {
+    // In this order: once the status is there, nothing is written any more, and the look behind it sees everything.
+    const bool hasEnded = readStatus(folder.path() + L"\\status", status);
     tooMuch = folder.holdsMoreThan(most);
-    return tooMuch || readStatus(folder.path() + L"\\status", status);
+    return hasEnded || tooMuch;
   });
   if (tooMuch || !ended) folder.release();
   if (tooMuch) return {RunEnd::kOutputLimit, 0};

@@ -8,13 +8,13 @@
 #include "corvane/socket.h"
 #include "corvane/trace_entry.h"
 
+#include <forward_list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -23,7 +23,8 @@ struct Registry {
   std::mutex lock;  // guards what follows
   std::map<std::wstring, CS_Class*> classes;
   std::set<std::wstring> offered;
-  std::vector<std::unique_ptr<CS_Class>> owned;
+  // Taking a class over takes the same memory however many there are.
+  std::forward_list<std::unique_ptr<CS_Class>> owned;
 };
 
 Registry& registry() {
@@ -69,7 +70,7 @@ bool CS_ComponentServer::registerClass(const wchar_t* name, CS_Class* componentC
   std::unique_ptr<CS_Class> taken(componentClass);
   if (name == nullptr || taken == nullptr) return false;
   const std::lock_guard guard(registry().lock);
-  registry().owned.push_back(std::move(taken));
+  registry().owned.push_front(std::move(taken));
   registry().classes[name] = componentClass;
   return true;
 }

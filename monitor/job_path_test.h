@@ -7,6 +7,7 @@
 #include "session/client_print_job.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
+#include "tests/support/own_temporary_path.h"
 
 #include <winspool.h>
 
@@ -74,6 +75,7 @@ class JobPath : public testing::Test {
     EXPECT_STREQ(m_port->printerName, L"");
   }
 
+  OwnTemporaryPath m_files;  // before the seams, which write down its calls otherwise
   ImportSeams m_seams;
   mutable MonitorWorld m_world;
   ScriptedPeer& m_peer = m_world.peer();

@@ -148,7 +148,8 @@ void LineQueue::State::settle(const Line& line) noexcept {
 void LineQueue::State::run() noexcept {
   Line line;
   while (next(line)) {
-    if (output->dueAt() <= LineOutput::Clock::now()) writeDue();
+    const auto due = output->dueAt();  // asked before the clock is read, so that "now" is not in the future
+    if (due <= LineOutput::Clock::now()) writeDue();
     write(line.text);
     settle(line);
   }

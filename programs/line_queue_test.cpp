@@ -80,7 +80,7 @@ class PaperOutput : public LineOutput {
   }
   Clock::time_point dueAt() override {
     const std::lock_guard<std::mutex> guard(m_paper->lock);
-    return m_paper->isDue ? Clock::now() - std::chrono::seconds(1) : Clock::time_point::max();
+    return m_paper->isDue ? Clock::now() : Clock::time_point::max();
   }
   std::vector<std::string> takeDue() override {
     const std::lock_guard<std::mutex> guard(m_paper->lock);

@@ -9,6 +9,7 @@
 #include "session/client_print_job.h"
 #include "session/port_monitor_server.h"
 #include "tests/identity/identity_watch.h"
+#include "tests/support/own_temporary_path.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/scripted_peer.h"
 #include "util/win_handle.h"
@@ -110,6 +111,7 @@ class IdentityTest : public testing::Test {
     return all;
   }
 
+  OwnTemporaryPath m_files;
   PortsRegistry m_registry;
   ScriptedPeer m_peer;
   IdentityWatch m_watch{m_peer.port()};

@@ -58,9 +58,10 @@ class Start : public Scenario {
   }
   void tidy() override { PortsRegistry::remove(); }
   bool isLeftOnPurpose(const guarded_heap::Block& block) const override {
-    // A class that another one replaces is kept for the components that it has made, and the list of classes grows.
+    // A class that another one replaces is kept, in a list, for the components that it has made.
+    constexpr std::size_t kListNode = 2 * sizeof(void*);
     return block.size == sizeof(PortMonitorServerClass) || block.size == sizeof(PrintServerClass) ||
-           (block.size >= 64 && block.size % sizeof(void*) == 0 && (block.size & (block.size - 1)) == 0);
+           block.size == kListNode;
   }
 
  private:
