@@ -1,6 +1,6 @@
 #include "programs/main.h"
 
-#include "admin/invocation.h"
+#include "admin/commands/invocation.h"
 #include "programs/no_sink.h"
 
 #include <iostream>

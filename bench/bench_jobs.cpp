@@ -6,9 +6,9 @@
 // document to the end of MGEndDocPort, the time of a raw stream from its first byte to the answer of the sink.
 
 #include "bench/raw_socket.h"
-#include "corvane/exception.h"
-#include "corvane/frame.h"
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/frame.h"
 #include "tests/support/spooler/monitor_table.h"
 #include "tests/support/spooler/system_failure.h"
 

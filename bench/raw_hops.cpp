@@ -8,9 +8,9 @@
 //   'p'  ping: every 64 bytes are answered with 64 bytes
 
 #include "bench/raw_socket.h"
-#include "corvane/exception.h"
-#include "corvane/frame.h"
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/frame.h"
 
 #include <cstdio>
 #include <cstdlib>

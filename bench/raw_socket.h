@@ -1,8 +1,8 @@
 #pragma once
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 
 #include <span>
 

@@ -1,7 +1,6 @@
 #include "client/file_name.h"
 
-#include "corvane/printable.h"
-#include "corvane/text.h"
+#include "corvane/base/text.h"
 
 #include <algorithm>
 #include <array>

@@ -11,7 +11,7 @@ namespace printclient {
 inline constexpr std::size_t kMaxFileNameBytes = 200;
 
 // A document's name as the name of a file, without directory, as UTF-8, safe on Windows and elsewhere: separators and
-// other characters that Windows refuses become "-", what cannot be seen vanishes (corvane/printable.h), so that the
+// other characters that Windows refuses become "-", what cannot be seen vanishes (corvane/base/text.h), so that the
 // name reads as it is stored, dots and blanks at either end are taken off, a reserved device name gets "_" in front,
 // and a name that is too long is cut between characters. An extension equal to the given one (".pdf") is taken off, so
 // that it does not stand twice. A name of which nothing is left is the fallback made safe in the same way, or "job".

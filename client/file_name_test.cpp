@@ -1,6 +1,6 @@
 #include "client/file_name.h"
 
-#include "corvane/text.h"
+#include "corvane/base/text.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>

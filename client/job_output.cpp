@@ -1,7 +1,7 @@
 #include "client/job_output.h"
 
 #include "client/disk_file.h"
-#include "corvane/crypto.h"
+#include "corvane/trust/crypto.h"
 #include "programs/paths.h"
 
 #include <array>

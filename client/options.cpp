@@ -1,12 +1,119 @@
 #include "client/options.h"
 
+#include "corvane/base/text.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 namespace printclient {
+namespace {
+
+constexpr int kMaxResolution = 100000;
+
+struct TextKey {
+  std::string_view key;
+  std::size_t text;
+};
+constexpr TextKey kTextKeys[] = {{"comment", 1}, {"location", 2},     {"driver", protocol::Printer::kDriverText},
+                                 {"port", 4},    {"manufacturer", 5}, {"model", 6},
+                                 {"share", 7}};
+
+[[noreturn]] void refuse(std::string_view option, const std::string& why) {
+  throw std::invalid_argument("--printer \"" + std::string(option) + "\": " + why +
+                              "\nAn example: --printer \"Laser-2,driver=HP LaserJet,format=pdf\"");
+}
+
+std::vector<std::string> splitAtCommas(std::string_view text) {
+  std::vector<std::string> parts(1);
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != ',') {
+      parts.back().push_back(text[i]);
+    } else if (i + 1 < text.size() && text[i + 1] == ',') {
+      parts.back().push_back(',');
+      ++i;
+    } else {
+      parts.emplace_back();
+    }
+  }
+  return parts;
+}
+
+// "raw, ps and pdf".
+std::string formatWords() {
+  std::string list;
+  for (const protocol::DataFormatNames& names : protocol::kDataFormats) {
+    if (!list.empty()) list += &names == &protocol::kDataFormats.back() ? " and " : ", ";
+    list += names.word;
+  }
+  return list;
+}
+
+protocol::DataFormat readFormat(std::string_view option, const std::string& value) {
+  const auto format = protocol::dataFormatOf(value);
+  if (!format) refuse(option, "there is no format \"" + value + "\"; the formats are " + formatWords());
+  return *format;
+}
+
+bool yesOrNo(std::string_view option, const std::string& key, const std::string& value) {
+  if (value == "yes") return true;
+  if (value == "no") return false;
+  refuse(option, key + " is yes or no, not \"" + value + "\"");
+}
+
+int resolutionNumber(std::string_view option, const std::string& value) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+  if (error != std::errc() || end != value.data() + value.size() || number < 1 || number > kMaxResolution) {
+    refuse(option, "resolution is a number from 1 to 100000, not \"" + value + "\"");
+  }
+  return number;
+}
+
+}  // namespace
+
+protocol::Printer parsePrinterOption(std::string_view text) {
+  const std::vector<std::string> parts = splitAtCommas(text);
+  if (parts.front().empty()) refuse(text, "the printer's name is missing");
+  if (const auto equals = parts.front().find('='); equals != std::string::npos && parts.size() == 1) {
+    refuse(text, "the printer's name comes first, before \"" + parts.front() + "\"");
+  }
+  protocol::Printer printer;
+  printer.texts[0] = corvane::fromUtf8(parts.front());
+  std::vector<std::string> seen;
+  for (std::size_t i = 1; i < parts.size(); ++i) {
+    const std::size_t equals = parts[i].find('=');
+    if (equals == std::string::npos) {
+      refuse(text, "\"" + parts[i] + "\" is not key=value (a comma inside a name or value is written twice)");
+    }
+    const std::string key = parts[i].substr(0, equals);
+    const std::string value = parts[i].substr(equals + 1);
+    if (value.empty()) refuse(text, key + " has no value");
+    if (std::find(seen.begin(), seen.end(), key) != seen.end()) refuse(text, key + " is given twice");
+    seen.push_back(key);
+    const auto* known = std::find_if(std::begin(kTextKeys), std::end(kTextKeys),
+                                     [&key](const TextKey& candidate) { return candidate.key == key; });
+    if (known != std::end(kTextKeys)) {
+      printer.texts[known->text] = corvane::fromUtf8(value);
+    } else if (key == "format") {
+      printer.format = readFormat(text, value);
+    } else if (key == "default") {
+      printer.isDefault = yesOrNo(text, key, value);
+    } else if (key == "resolution") {
+      printer.resolution = resolutionNumber(text, value);
+    } else {
+      refuse(text, "there is no key \"" + key +
+                       "\"; the keys are driver, format, comment, location, port, manufacturer, model, share, default "
+                       "and resolution");
+    }
+  }
+  return printer;
+}
+
 namespace {
 
 void readServer(const std::string& text, Options& options) {

@@ -1,8 +1,7 @@
 #include "client/print_client.h"
 
-#include "corvane/exception.h"
-#include "corvane/in_request.h"
-#include "programs/failure.h"
+#include "corvane/components/in_request.h"
+#include "corvane/records/exception.h"
 #include "programs/one_line.h"
 #include "protocol/exchange.h"
 

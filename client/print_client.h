@@ -2,7 +2,7 @@
 
 #include "client/job.h"
 #include "client/job_output.h"
-#include "corvane/component.h"
+#include "corvane/components/component.h"
 
 #include <memory>
 

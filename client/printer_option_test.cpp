@@ -1,4 +1,4 @@
-#include "client/printer_option.h"
+#include "client/options.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>

@@ -1,7 +1,9 @@
 #include "client/reporter.h"
 
-#include "corvane/printable.h"
+#include "corvane/base/text.h"
+#include "corvane/records/messages.h"
 #include "programs/descriptor_output.h"
+#include "programs/one_line.h"
 
 #include <memory>
 #include <utility>
@@ -58,6 +60,16 @@ void Reporter::progress(const std::string& text) noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
   m_queue.put(clearLocked() + corvane::printable(std::string_view(text)));
   m_hasProgress = true;
+} catch (...) {
+}
+
+void ReporterMonitor::write(const CS_Record& record) noexcept try {
+  if (record.level != corvane::kLevelConnectionFailure) m_reporter.line(programs::oneLine(record.text));
+} catch (...) {
+}
+
+void ReporterMonitor::notify(const CS_Notice& notice) noexcept try {
+  m_reporter.line(programs::oneLine(notice.line));
 } catch (...) {
 }
 

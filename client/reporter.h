@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/records/program_monitor.h"
 #include "programs/line_queue.h"
 
 #include <cstdio>
@@ -11,7 +12,7 @@ namespace printclient {
 // What a person sees: lines, and on a terminal one line of progress that is written over in place. Any thread may
 // report, and none ever waits for it: a job goes on though nobody reads the output or somebody holds the terminal. What
 // is not taken is lost and counted (programs/line_queue.h). A text is one line, whatever it holds
-// (corvane/printable.h).
+// (corvane/base/text.h).
 class Reporter {
  public:
   // On the standard output; a terminal is recognised.
@@ -35,6 +36,21 @@ class Reporter {
   programs::LineQueue m_queue;
   std::mutex m_lock;  // guards what follows, and the order of the output
   bool m_hasProgress = false;
+};
+
+// This process's own framework records, for the person who sees the reporter's lines. Failures to connect are left out:
+// SessionLoop says more about them. Safe from any thread; the reporter outlives it.
+class ReporterMonitor : public CS_ProgramMonitor {
+ public:
+  explicit ReporterMonitor(Reporter& reporter) : m_reporter(reporter) {}
+
+  void notify(const CS_Notice& notice) noexcept override;
+
+ protected:
+  void write(const CS_Record& record) noexcept override;
+
+ private:
+  Reporter& m_reporter;
 };
 
 }  // namespace printclient

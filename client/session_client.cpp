@@ -1,6 +1,6 @@
 #include "client/session_client.h"
 
-#include "corvane/in_request.h"
+#include "corvane/components/in_request.h"
 #include "programs/one_line.h"
 #include "protocol/exchange.h"
 #include "protocol/registration.h"

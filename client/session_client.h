@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client/job_output.h"
-#include "corvane/component.h"
+#include "corvane/components/component.h"
 #include "protocol/registration.h"
 
 #include <memory>

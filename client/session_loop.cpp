@@ -1,9 +1,8 @@
 #include "client/session_loop.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/text.h"
-#include "programs/failure.h"
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "programs/one_line.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "client/job_output.h"
 #include "client/options.h"
-#include "corvane/heartbeat.h"
+#include "corvane/wire/heartbeat.h"
 #include "programs/session_client.h"
 
 #include <chrono>

@@ -47,7 +47,7 @@ endfunction()
 
 function(mg_check_tests_registered)
   file(READ "${CMAKE_CURRENT_SOURCE_DIR}/CMakeLists.txt" text)
-  file(GLOB tests RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*_test.cpp")
+  file(GLOB_RECURSE tests RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*_test.cpp")
   foreach(test ${tests})
     string(FIND "${text}" "${test}" at)
     if(at EQUAL -1)

@@ -1,4 +1,4 @@
-#include "converter/argument_line.h"
+#include "converter/words.h"
 
 #include <windows.h>
 

@@ -1,10 +1,10 @@
 // What a hostile document, a crash or a killed converter leaves: nothing.
-#include "converter/convert_fixture.h"
+#include "converter/completeness.h"
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
-#include "converter/pdf_check.h"
-#include "converter/shell_word.h"
-#include "converter/sweep.h"
+#include "converter/private_folder.h"
+#include "converter/words.h"
+#include "tests/support/converter/convert_fixture.h"
 #include "util/win_handle.h"
 
 #include <functional>

@@ -7,9 +7,7 @@
 #include "converter/ghostscript.h"
 #include "converter/host_shell.h"
 #include "converter/pdf_actions.h"
-#include "converter/pdf_check.h"
 #include "converter/private_folder.h"
-#include "converter/run_report.h"
 #include "converter/runner.h"
 #include "util/win_handle.h"
 

@@ -1,8 +1,8 @@
 // Real runs of Ghostscript, on the host when under Wine.
 #include "converter/convert.h"
 
-#include "converter/convert_fixture.h"
-#include "converter/pdf_check.h"
+#include "converter/completeness.h"
+#include "tests/support/converter/convert_fixture.h"
 #include "tests/support/import_seam.h"
 
 #include <windows.h>

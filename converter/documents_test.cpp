@@ -1,7 +1,7 @@
 // The documents of tests/documents through the converter: contained, ended within the limit, and either the right pages
 // or a failure with its reason.
-#include "converter/convert_fixture.h"
-#include "converter/pdf_check.h"
+#include "converter/completeness.h"
+#include "tests/support/converter/convert_fixture.h"
 
 #include <cstdlib>
 #include <iterator>

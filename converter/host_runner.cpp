@@ -2,7 +2,7 @@
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
 #include "converter/runner.h"
-#include "converter/shell_word.h"
+#include "converter/words.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

@@ -1,7 +1,7 @@
 #include "converter/host_shell.h"
 
 #include "converter/conversion_error.h"
-#include "converter/shell_word.h"
+#include "converter/words.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

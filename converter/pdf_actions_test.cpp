@@ -1,7 +1,7 @@
 #include "converter/pdf_actions.h"
 
-#include "converter/convert_fixture.h"
-#include "converter/pdf_check.h"
+#include "converter/completeness.h"
+#include "tests/support/converter/convert_fixture.h"
 
 #include <cstring>
 #include <iterator>

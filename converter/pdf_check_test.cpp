@@ -1,5 +1,4 @@
-#include "converter/pdf_check.h"
-
+#include "converter/completeness.h"
 #include "converter/conversion_error.h"
 
 #include <windows.h>

@@ -7,6 +7,19 @@
 
 namespace mg::converter {
 
+// Removes a folder of a run with all that is in it, whatever its names are: also those that Windows takes for devices
+// or for nothing ("aux", "x."), and under Wine those that only the host can name ("a\nb", "q?"). Each entry is tried
+// once, so it ends; what still stands then is left to the next run. Links are removed and not followed. False when the
+// folder is still there. Throws nothing; may be called by any thread.
+bool removeFolder(const std::wstring& path) noexcept;
+
+// The same with the calls of Windows alone.
+bool removeFolderWithWindows(const std::wstring& path) noexcept;
+
+}  // namespace mg::converter
+
+namespace mg::converter {
+
 // A folder of one run, made empty under a name that nobody can guess and removed with all that is in it when the
 // object goes. Ghostscript lets a PostScript job read, overwrite and delete whatever lies below its temporary folder,
 // so that folder must hold nothing but this run's own files. Belongs to one thread.
@@ -48,5 +61,19 @@ class PrivateFolder {
   FileHandle m_inUse;
   FileHandle m_sign;
 };
+
+}  // namespace mg::converter
+
+namespace mg::converter {
+
+// The names by which a run's folder is known: the prefix and 16 hexadecimal digits, and the file in it that the run
+// holds open while it lives.
+inline constexpr wchar_t kFolderPrefix[] = L"ps2pdf-";
+inline constexpr wchar_t kInUseFile[] = L"\\in-use";
+
+// Removes the folders in `parent` (with its backslash) that runs have left there which were killed: at most `most`, so
+// that a run never pays for many. The folder of a living run is never touched, nor is one that a run may just be
+// making: without its file a folder counts as left after an hour. Throws nothing.
+void sweepFolders(const std::wstring& parent, int most) noexcept;
 
 }  // namespace mg::converter

@@ -1,7 +1,6 @@
 #include "converter/private_folder.h"
 
 #include "converter/conversion_error.h"
-#include "converter/sweep.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>

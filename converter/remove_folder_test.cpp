@@ -1,8 +1,7 @@
-#include "converter/remove_folder.h"
-
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
-#include "converter/shell_word.h"
+#include "converter/private_folder.h"
+#include "converter/words.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>

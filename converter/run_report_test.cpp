@@ -1,5 +1,4 @@
-#include "converter/run_report.h"
-
+#include "converter/document_program.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gtest/gtest.h>

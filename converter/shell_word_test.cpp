@@ -1,4 +1,4 @@
-#include "converter/shell_word.h"
+#include "converter/words.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,4 @@
-#include "converter/sweep.h"
-
+#include "converter/private_folder.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>

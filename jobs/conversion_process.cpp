@@ -1,4 +1,4 @@
-#include "corvane/process_identity.h"
+#include "corvane/base/process.h"
 #include "jobs/conversion.h"
 
 #include <array>

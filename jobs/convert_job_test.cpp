@@ -1,10 +1,9 @@
-#include "jobs/convert_job_test.h"
-
 #include "jobs/conversion.h"
-#include "jobs/environment_seam.h"
-#include "jobs/file_read_seam.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/jobs/convert_job_fixture.h"
+#include "tests/support/jobs/environment_seam.h"
+#include "tests/support/jobs/file_read_seam.h"
 #include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
 #include "tests/support/temporary_folder.h"

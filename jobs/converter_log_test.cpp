@@ -1,5 +1,5 @@
-#include "jobs/convert_job_test.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/jobs/convert_job_fixture.h"
 #include "tests/support/local_log.h"
 #include "tests/support/trail_lines.h"
 

@@ -1,6 +1,6 @@
 #include "jobs/init_spooler.h"
 
-#include "corvane/operation.h"
+#include "corvane/records/operation.h"
 #include "session/port_monitor_server.h"
 
 #include <rpc.h>

@@ -1,8 +1,8 @@
 #include "jobs/job_settings.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/operation.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
 #include "jobs/leftover_files.h"
 #include "jobs/temporary_path.h"
 #include "protocol/printer.h"

@@ -1,8 +1,8 @@
 #include "jobs/job_settings.h"
 
-#include "corvane/text.h"
-#include "jobs/environment_seam.h"
+#include "corvane/base/text.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/jobs/environment_seam.h"
 #include "tests/support/recording_monitor.h"
 
 #include <gmock/gmock.h>

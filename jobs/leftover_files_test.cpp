@@ -1,9 +1,9 @@
 #include "jobs/leftover_files.h"
 
-#include "jobs/environment_seam.h"
 #include "jobs/job_settings.h"
 #include "session/client_print_job.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/jobs/environment_seam.h"
 #include "tests/support/local_log.h"
 #include "tests/support/temporary_folder.h"
 #include "util/win_handle.h"

@@ -1,8 +1,8 @@
 #include "jobs/num_copies.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/operation.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
 #include "util/win_handle.h"
 
 #include <winspool.h>

@@ -1,13 +1,32 @@
 #include "jobs/print_raw_data.h"
 
-#include "corvane/message_numbers.h"
-#include "corvane/operation.h"
-#include "jobs/file.h"
-#include "jobs/strip_escape_chars.h"
+#include "corvane/records/local_monitor.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
+#include "jobs/spool_file.h"
 #include "jobs/temporary_path.h"
 #include "session/port_monitor_server.h"
 
 #include <windows.h>
+
+int StripEscapeChars(unsigned char* data, int length) {
+  CS_TraceEntry trace(L"StripEscapeChars()");
+  constexpr unsigned char kEscape = 0x1B;
+  constexpr unsigned char kFirstTerminator = 0x3D;
+  constexpr unsigned char kLastTerminator = 0x5A;
+  if (data == nullptr || length <= 0) return 0;
+  int kept = 0;
+  for (int at = 0; at < length; ++at) {
+    if (data[at] != kEscape) {
+      data[kept++] = data[at];
+      continue;
+    }
+    do {
+      ++at;
+    } while (at < length && (data[at] < kFirstTerminator || data[at] > kLastTerminator));
+  }
+  return kept;
+}
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "jobs/print_raw_data.h"
 
-#include "corvane/message_numbers.h"
-#include "jobs/environment_seam.h"
+#include "corvane/records/messages.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/jobs/environment_seam.h"
 #include "tests/support/monitor_world.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/trail_lines.h"

@@ -1,8 +1,8 @@
 #include "jobs/show_printer.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/operation.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
 #include "session/held_port.h"
 #include "session/port_monitor_server.h"
 

@@ -1,9 +1,9 @@
 #include "jobs/show_printer.h"
 
-#include "jobs/environment_seam.h"
 #include "ports/port_list.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/jobs/environment_seam.h"
 #include "tests/support/monitor_world.h"
 
 #include <gmock/gmock.h>

@@ -1,14 +1,34 @@
 #include "jobs/spool_file.h"
 
-#include "corvane/operation.h"
-#include "jobs/file.h"
-#include "jobs/final_data.h"
+#include "corvane/records/operation.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
 
 #include <array>
 #include <cstring>
+
+namespace mg {
+
+long measure(std::FILE* file) {
+  std::fseek(file, 0, SEEK_END);
+  const long length = std::ftell(file);
+  std::rewind(file);
+  return length;
+}
+
+FinalDataRead readFinalData(std::FILE* file, ClientPrintJob& job) {
+  const long length = measure(file);
+  job.finalDataLength = static_cast<std::int32_t>(length);
+  if (job.finalData != job.readBuffer) delete[] job.finalData;
+  job.finalData = nullptr;
+  if (length < 1) return FinalDataRead::kEmpty;
+  const auto size = static_cast<std::size_t>(length);
+  job.finalData = new unsigned char[size]();
+  return std::fread(job.finalData, 1, size, file) == 0 ? FinalDataRead::kNothingRead : FinalDataRead::kTaken;
+}
+
+}  // namespace mg
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include "jobs/spool_file.h"
 
-#include "corvane/text.h"
-#include "jobs/file_read_seam.h"
+#include "corvane/base/text.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/jobs/file_read_seam.h"
 #include "tests/support/recording_monitor.h"
 #include "tests/support/temporary_folder.h"
 

@@ -1,5 +1,4 @@
-#include "jobs/strip_escape_chars.h"
-
+#include "jobs/print_raw_data.h"
 #include "tests/support/local_log.h"
 
 #include <gtest/gtest.h>

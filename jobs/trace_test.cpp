@@ -1,10 +1,9 @@
-#include "jobs/convert_job.h"
+#include "jobs/conversion.h"
 #include "jobs/job_settings.h"
 #include "jobs/num_copies.h"
 #include "jobs/print_raw_data.h"
 #include "jobs/show_printer.h"
 #include "jobs/spool_file.h"
-#include "jobs/strip_escape_chars.h"
 #include "tests/support/local_log.h"
 #include "tests/support/recording_monitor.h"
 

@@ -1,7 +1,7 @@
 #include "jobs/unconverted.h"
 
-#include "jobs/convert_job_test.h"
-#include "jobs/file_read_seam.h"
+#include "tests/support/jobs/convert_job_fixture.h"
+#include "tests/support/jobs/file_read_seam.h"
 #include "tests/support/local_log.h"
 
 #include <gmock/gmock.h>

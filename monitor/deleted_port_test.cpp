@@ -1,8 +1,8 @@
-#include "monitor/job_end_test.h"
-#include "monitor/message_box_seam.h"
-#include "monitor/send_seam.h"
 #include "ports/port_records.h"
 #include "tests/support/guarded_heap.h"
+#include "tests/support/monitor/job_end_fixture.h"
+#include "tests/support/monitor/message_box_seam.h"
+#include "tests/support/monitor/send_seam.h"
 #include "tests/support/ports_registry.h"
 #include "tests/support/temporary_folder.h"
 

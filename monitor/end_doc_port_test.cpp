@@ -1,5 +1,5 @@
-#include "monitor/job_path_test.h"
 #include "tests/support/local_log.h"
+#include "tests/support/monitor/job_path.h"
 #include "tests/support/temporary_folder.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-#include "corvane/class_version_map.h"
-#include "corvane/component_server.h"
+#include "corvane/components/class.h"
+#include "corvane/components/component_server.h"
 #include "monitor/entries.h"
 #include "monitor/monitor_table.h"
 #include "ports/port_list.h"

@@ -1,13 +1,18 @@
 #include "monitor/job_end.h"
 
-#include "corvane/message_numbers.h"
+#include "corvane/records/messages.h"
 #include "jobs/spool_file.h"
+#include "jobs/temporary_path.h"
 #include "monitor/job_notice.h"
 #include "ports/port_records.h"
+#include "ports/tag_port.h"
 #include "protocol/print_job.h"
 #include "session/print_server.h"
 
+#include <array>
+#include <cwchar>
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace mg {
@@ -110,6 +115,17 @@ void tellEndedJob(const tagPort& port, JobAccount& job, bool shown, int answer, 
   if (PortRecords::instance().isDeleted(port)) blameDeletion(job.failure);
   noteAnswer(job, answer);
   tellFailure(noticeOf(port, job, L"failed"), job, connection);
+}
+
+UTL_String buildJobName(const wchar_t* printerName, DWORD jobId) {
+  std::array<wchar_t, kPortNameSize> safe{};
+  for (std::size_t i = 0; i + 1 < safe.size() && printerName[i] != L'\0'; ++i) {
+    safe[i] = std::wcschr(kNotInJobNames, printerName[i]) != nullptr ? L'-' : printerName[i];
+  }
+  UTL_String name(safe.data());
+  name.append(kJobNumber);
+  name.append(std::to_wstring(jobId).c_str());
+  return name;
 }
 
 }  // namespace mg

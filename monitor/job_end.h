@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/connection.h"
+#include "corvane/components/connection.h"
 #include "ports/tag_port.h"
 #include "session/job_failure.h"
 #include "session/job_trail.h"
@@ -55,5 +55,10 @@ void endJobOfDeletedPort(tagPort& port) noexcept;
 // A job that came to its end and that the port has destroyed already: shown in the session, or sent and answered by the
 // print client with that number.
 void tellEndedJob(const tagPort& port, JobAccount& job, bool shown, int answer, CS_Connection* connection) noexcept;
+
+// The name under which a job travels and its files are found: the printer's name with every character that a file name
+// cannot have, and "@" and "+", replaced by "-", then " - Job #" and the job's number. "\\srv\HP+1" with job 17 gives
+// "--srv-HP-1 - Job #17". The printer's name is shorter than kPortNameSize characters.
+UTL_String buildJobName(const wchar_t* printerName, DWORD jobId);
 
 }  // namespace mg

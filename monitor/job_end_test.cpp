@@ -1,9 +1,9 @@
-#include "monitor/job_end_test.h"
-
-#include "corvane/bridge.h"
-#include "corvane/simple_class.h"
 #include "monitor/job_end.h"
+
+#include "corvane/components/bridge.h"
+#include "corvane/components/component_class.h"
 #include "tests/support/barren_class.h"
+#include "tests/support/monitor/job_end_fixture.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-#include "monitor/job_end_test.h"
 #include "tests/support/guarded_heap.h"
+#include "tests/support/monitor/job_end_fixture.h"
 
 #include <gmock/gmock.h>
 #include <new>

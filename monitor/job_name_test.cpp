@@ -1,6 +1,5 @@
-#include "monitor/job_name.h"
-
 #include "jobs/temporary_path.h"
+#include "monitor/job_end.h"
 #include "ports/tag_port.h"
 
 #include <gtest/gtest.h>

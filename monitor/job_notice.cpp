@@ -1,20 +1,64 @@
 #include "monitor/job_notice.h"
 
-#include "corvane/class_factory.h"
-#include "corvane/connection.h"
-#include "corvane/last_error.h"
-#include "corvane/local_monitor.h"
-#include "corvane/printable.h"
-#include "corvane/program_monitor_c.h"
-#include "monitor/event_log.h"
-#include "monitor/kept_notices.h"
+#include "corvane/base/local_time.h"
+#include "corvane/base/process.h"
+#include "corvane/base/text.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/connection.h"
+#include "corvane/components/program_monitor_c.h"
+#include "corvane/records/local_monitor.h"
 #include "protocol/administration.h"
 
+#include <chrono>
 #include <cwchar>
+#include <new>
 #include <string>
 #include <utility>
 
 namespace mg {
+
+void writeEvent(const wchar_t* line) noexcept {
+  const corvane::LastErrorKeeper keeper;
+  const corvane::ProcessIdentity identity;
+  const HANDLE log = RegisterEventSourceW(nullptr, kEventSource);
+  if (log == nullptr) return;
+  ReportEventW(log, EVENTLOG_ERROR_TYPE, 0, kJobFailedEvent, nullptr, 1, 0, &line, nullptr);
+  DeregisterEventSource(log);
+}
+
+KeptNotices& KeptNotices::instance() {
+  alignas(KeptNotices) static unsigned char storage[sizeof(KeptNotices)];
+  static auto* const kept = new (storage) KeptNotices;
+  return *kept;
+}
+
+void KeptNotices::keep(CS_Notice notice) noexcept try {
+  const std::string now = corvane::localTimeText(std::chrono::system_clock::now());
+  notice.line += L" (Told late: it ended at " + std::wstring(now.begin(), now.end()) + L".)";
+  for (auto& [name, value] : notice.values) {
+    if (value.size() > kMostText) value.resize(kMostText);
+  }
+  const std::lock_guard<std::mutex> guard(m_lock);
+  if (m_notices.size() == kMost) m_notices.erase(m_notices.begin());
+  m_notices.push_back(std::move(notice));
+} catch (...) {  // it is in the log
+}
+
+void KeptNotices::tellAll(CS_ProgramMonitor& monitor) noexcept {
+  std::vector<CS_Notice> notices;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    notices.swap(m_notices);
+  }
+  for (const CS_Notice& notice : notices)
+    monitor.notify(notice);
+}
+
+void KeptNotices::clear() noexcept {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_notices.clear();
+}
+
 namespace {
 
 constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit

@@ -1,7 +1,8 @@
-#include "monitor/job_end_test.h"
-#include "monitor/kept_notices.h"
-#include "monitor/message_box_seam.h"
+#include "monitor/job_notice.h"
+
 #include "tests/support/failing_new.h"
+#include "tests/support/monitor/job_end_fixture.h"
+#include "tests/support/monitor/message_box_seam.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>

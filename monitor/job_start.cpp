@@ -1,13 +1,12 @@
 #include "monitor/job_start.h"
 
-#include "corvane/bridge.h"
-#include "corvane/bridge_router.h"
-#include "corvane/operation.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/records/operation.h"
 #include "jobs/job_settings.h"
 #include "protocol/names.h"
 #include "session/make_component.h"
 #include "session/port_monitor_server.h"
-#include "session/start_channel.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/connection.h"
+#include "corvane/components/connection.h"
 #include "session/print_server.h"
 
 #include <windows.h>

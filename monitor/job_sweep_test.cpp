@@ -1,5 +1,5 @@
-#include "monitor/job_path_test.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/monitor/job_path.h"
 
 #include <gmock/gmock.h>
 #include <set>

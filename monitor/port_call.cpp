@@ -1,7 +1,7 @@
 #include "monitor/port_call.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "monitor/job_end.h"
 
 namespace mg {

@@ -1,6 +1,6 @@
 #include "monitor/queue_access.h"
 
-#include "corvane/operation.h"
+#include "corvane/records/operation.h"
 #include "ports/tag_port.h"
 #include "util/win_handle.h"
 

@@ -1,9 +1,9 @@
-#include "corvane/bridge.h"
-#include "corvane/simple_class.h"
-#include "monitor/job_path_test.h"
-#include "monitor/send_seam.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/component_class.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/monitor/job_path.h"
+#include "tests/support/monitor/send_seam.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>

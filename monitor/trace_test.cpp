@@ -1,10 +1,10 @@
-#include "corvane/component_server.h"
+#include "corvane/components/component_server.h"
 #include "monitor/entries.h"
-#include "monitor/message_box_seam.h"
 #include "ports/port_list.h"
 #include "session/port_monitor_server.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/local_log.h"
+#include "tests/support/monitor/message_box_seam.h"
 #include "tests/support/recording_monitor.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "monitor/entries.h"
-#include "monitor/message_box_seam.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/monitor/message_box_seam.h"
 #include "tests/support/recording_monitor.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "monitor/job_path_test.h"
+#include "tests/support/monitor/job_path.h"
 
 #include <gmock/gmock.h>
 

@@ -1,12 +1,13 @@
 #include "ports/port_list.h"
 
-#include "corvane/message_numbers.h"
-#include "corvane/operation.h"
-#include "corvane/process_identity.h"
+#include "corvane/base/process.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
 #include "ports/port_records.h"
 #include "ports/registry_store.h"
-#include "util/synchronized.h"
+#include "util/mutex.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cwchar>
 #include <memory>
@@ -157,4 +158,18 @@ void CPortList::endPort(tagPort& port, JobEnd jobEnd) {
   const PortRecords::Removed removed = PortRecords::instance().remove(port);
   if (removed.record != nullptr && jobEnd != nullptr) jobEnd(port);
   CS_Connection::destroy(removed.connection, true);
+}
+
+namespace {
+
+std::atomic<CPortList*> theList{nullptr};
+
+}  // namespace
+
+CPortList* CPortList::instance() noexcept {
+  return theList.load();
+}
+
+void CPortList::setInstance(CPortList* list) noexcept {
+  theList.store(list);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ports/tag_port.h"
-#include "util/critical_section.h"
+#include "util/mutex.h"
 #include "util/object_map.h"
 #include "util/utl_string.h"
 

@@ -1,4 +1,4 @@
-#include "corvane/exception.h"
+#include "corvane/records/exception.h"
 #include "ports/port_list.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/ports_registry.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/connection.h"
-#include "corvane/rc_ptr.h"
+#include "corvane/base/rc_ptr.h"
+#include "corvane/components/connection.h"
 #include "ports/tag_port.h"
 
 #include <windows.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "corvane/component.h"
-#include "corvane/rc_ptr.h"
-#include "util/critical_section.h"
+#include "corvane/base/rc_ptr.h"
+#include "corvane/components/component.h"
+#include "util/mutex.h"
 #include "util/object_map.h"
 #include "util/utl_string.h"
 

@@ -1,6 +1,6 @@
 #include "programs/local_time.h"
 
-#include "corvane/local_time.h"
+#include "corvane/base/local_time.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

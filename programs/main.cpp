@@ -1,13 +1,13 @@
 #include "programs/main.h"
 
-#include "corvane/exception.h"
-#include "programs/failure.h"
+#include "corvane/records/exception.h"
+#include "programs/one_line.h"
 
 #include <cstdio>
 #include <exception>
 
 #ifdef _WIN32
-#include "corvane/text.h"
+#include "corvane/base/text.h"
 
 #include <windows.h>
 #else

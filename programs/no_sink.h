@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/local_monitor.h"
+#include "corvane/records/local_monitor.h"
 
 namespace programs {
 

@@ -1,11 +1,11 @@
 #include "programs/session_client.h"
 
-#include "corvane/channel.h"
-#include "corvane/class_factory.h"
-#include "corvane/component_server.h"
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/simple_class.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/connection.h"
+#include "corvane/components/connection.h"
 #include "protocol/registration.h"
 
 #include <vector>

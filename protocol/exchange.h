@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/in_request.h"
-#include "corvane/out_request.h"
+#include "corvane/components/in_request.h"
+#include "corvane/components/out_request.h"
 #include "protocol/values.h"
 
 // How a message is sent: a structure with its values, its request number (kNumber), and where it is answered the

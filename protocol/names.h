@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/class.h"
+#include "corvane/components/class.h"
 
 // The classes of the print system's components. Each pair stands at the two ends of one conversation; the requests of
 // the first are in print_job.h, of the second in port_monitor.h, of the third in registration.h and of the last in

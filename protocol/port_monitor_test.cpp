@@ -1,6 +1,6 @@
 #include "protocol/port_monitor.h"
 
-#include "corvane/exception.h"
+#include "corvane/records/exception.h"
 #include "tests/support/protocol/wire_bytes.h"
 
 #include <gmock/gmock.h>

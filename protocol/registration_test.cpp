@@ -1,7 +1,7 @@
 #include "protocol/registration.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "tests/support/protocol/wire_bytes.h"
 
 #include <gmock/gmock.h>

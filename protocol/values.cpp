@@ -1,6 +1,6 @@
 #include "protocol/values.h"
 
-#include "corvane/exception.h"
+#include "corvane/records/exception.h"
 
 namespace protocol {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "corvane/class_version_map.h"
-#include "corvane/message_numbers.h"
-#include "corvane/value_reader.h"
-#include "corvane/value_writer.h"
+#include "corvane/components/class.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/value_reader.h"
+#include "corvane/wire/value_writer.h"
 
 #include <array>
 #include <optional>

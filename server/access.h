@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/identity.h"
+#include "corvane/trust/identity.h"
 
 #include <string>
 

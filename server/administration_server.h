@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/component.h"
+#include "corvane/components/component.h"
 #include "protocol/administration.h"
 #include "server/application.h"
 

@@ -6,7 +6,6 @@
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
-#include "server/shown_jobs.h"
 
 #include <chrono>
 #include <memory>

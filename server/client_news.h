@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/component.h"
-#include "corvane/connection.h"
+#include "corvane/components/component.h"
+#include "corvane/components/connection.h"
 
 #include <condition_variable>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "server/command_tail.h"
+#include "server/launcher.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,9 @@
 #include "server/connection_list.h"
 
-#include "corvane/bridge.h"
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
-#include "corvane/text.h"
-#include "programs/failure.h"
+#include "corvane/base/text.h"
+#include "corvane/components/bridge.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "programs/one_line.h"
 #include "server/access.h"
 

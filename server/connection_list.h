@@ -1,9 +1,9 @@
 #pragma once
 
-#include "corvane/connection.h"
-#include "corvane/heartbeat.h"
-#include "corvane/key.h"
-#include "corvane/socket.h"
+#include "corvane/components/connection.h"
+#include "corvane/net/socket.h"
+#include "corvane/trust/key.h"
+#include "corvane/wire/heartbeat.h"
 #include "server/log.h"
 #include "server/places.h"
 

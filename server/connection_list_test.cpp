@@ -1,17 +1,17 @@
 #include "server/connection_list.h"
 
-#include "corvane/bridge.h"
-#include "corvane/component_server.h"
-#include "corvane/exception.h"
-#include "corvane/in_request.h"
-#include "corvane/key_files_fixture.h"
-#include "corvane/message_numbers.h"
-#include "corvane/out_request.h"
-#include "corvane/simple_class.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/in_request.h"
+#include "corvane/components/out_request.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "programs/paths.h"
 #include "protocol/names.h"
 #include "server/application.h"
 #include "tests/support/connection_pair.h"
+#include "tests/support/corvane/key_files_fixture.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "server/jobs_in_progress.h"
 
-#include "corvane/connection.h"
+#include "corvane/components/connection.h"
 
 #include <gtest/gtest.h>
 

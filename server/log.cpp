@@ -1,7 +1,7 @@
 #include "server/log.h"
 
-#include "corvane/local_time.h"
-#include "corvane/printable.h"
+#include "corvane/base/local_time.h"
+#include "corvane/base/text.h"
 #include "programs/descriptor_output.h"
 
 #include <chrono>

@@ -2,8 +2,7 @@
 
 #include "programs/line_queue.h"
 #include "server/log_file.h"
-#include "server/recent_lines.h"
-#include "server/repeats.h"
+#include "server/log_lines.h"
 
 #include <atomic>
 #include <cstdint>

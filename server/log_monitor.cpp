@@ -1,6 +1,6 @@
 #include "server/log_monitor.h"
 
-#include "corvane/levels.h"
+#include "corvane/records/messages.h"
 #include "programs/one_line.h"
 
 namespace aps {

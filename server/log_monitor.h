@@ -1,6 +1,9 @@
 #pragma once
 
-#include "corvane/program_monitor.h"
+#include "corvane/components/in_request.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/program_monitor.h"
+#include "programs/one_line.h"
 #include "server/log.h"
 
 #include <memory>
@@ -27,5 +30,21 @@ class LogMonitor : public CS_ProgramMonitor {
  private:
   std::shared_ptr<Log> m_log;
 };
+
+// Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
+// nobody else would learn that the request was lost. Such lines are counted together, whoever sent the request.
+template <class Serve>
+bool logThrown(Log& log, const std::string& who, const CS_InRequest& request, Serve&& serve) {
+  try {
+    return serve();
+  } catch (const CS_Exception& failure) {
+    log.refusal("requests",
+                who + " " + std::to_string(request.number()) + " was not served: " + programs::describe(failure));
+    throw;
+  } catch (...) {
+    log.refusal("requests", who + " " + std::to_string(request.number()) + " was not served: out of memory");
+    throw;
+  }
+}
 
 }  // namespace aps

@@ -1,21 +1,20 @@
 #include "programs/main.h"
 
-#include "corvane/component_server.h"
-#include "corvane/exception.h"
-#include "corvane/key.h"
-#include "corvane/socket.h"
+#include "corvane/components/component_server.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/trust/key.h"
 #include "programs/descriptor_output.h"
-#include "programs/failure.h"
 #include "programs/line_queue.h"
 #include "programs/one_line.h"
 #include "programs/paths.h"
 #include "programs/stop_request.h"
 #include "server/application.h"
 #include "server/connection_list.h"
-#include "server/descriptors.h"
 #include "server/log_monitor.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
+#include "server/system.h"
 
 #include <cstdio>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "server/notice_list.h"
 
-#include "corvane/program_monitor_c.h"
-#include "corvane/text.h"
+#include "corvane/base/text.h"
+#include "corvane/components/program_monitor_c.h"
 
 namespace aps {
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/notice.h"
+#include "corvane/records/program_monitor.h"
 #include "protocol/administration.h"
 
 #include <atomic>

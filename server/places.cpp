@@ -1,8 +1,8 @@
 #include "server/places.h"
 
-#include "corvane/bridge.h"
-#include "corvane/bridge_router.h"
-#include "corvane/program_monitor_c.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/program_monitor_c.h"
 #include "protocol/names.h"
 
 #include <map>

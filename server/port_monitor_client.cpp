@@ -1,15 +1,15 @@
 #include "server/port_monitor_client.h"
 
-#include "corvane/connection.h"
-#include "corvane/exception.h"
-#include "corvane/in_request.h"
-#include "corvane/link.h"
-#include "corvane/message_numbers.h"
+#include "corvane/components/connection.h"
+#include "corvane/components/in_request.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/link.h"
 #include "programs/one_line.h"
 #include "protocol/exchange.h"
 #include "protocol/port_monitor.h"
 #include "protocol/print_job.h"
-#include "server/log_thrown.h"
+#include "server/log_monitor.h"
 #include "server/printer_name.h"
 
 namespace aps {

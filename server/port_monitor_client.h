@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/bridge_router.h"
-#include "corvane/component.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/component.h"
 #include "server/application.h"
 
 #include <atomic>

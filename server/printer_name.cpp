@@ -1,7 +1,7 @@
 #include "server/printer_name.h"
 
-#include "corvane/text.h"
-#include "server/upper_case.h"
+#include "corvane/base/text.h"
+#include "server/system.h"
 
 #include <algorithm>
 #include <limits>

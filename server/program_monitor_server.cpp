@@ -1,12 +1,11 @@
 #include "server/program_monitor_server.h"
 
-#include "corvane/in_request.h"
-#include "corvane/levels.h"
-#include "corvane/program_monitor_c.h"
+#include "corvane/components/in_request.h"
+#include "corvane/components/program_monitor_c.h"
+#include "corvane/records/messages.h"
 #include "programs/one_line.h"
 #include "protocol/administration.h"
 #include "server/log_monitor.h"
-#include "server/log_thrown.h"
 
 namespace aps {
 namespace {

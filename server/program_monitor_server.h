@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/component.h"
-#include "corvane/notice.h"
+#include "corvane/components/component.h"
+#include "corvane/records/program_monitor.h"
 #include "server/application.h"
 
 #include <memory>

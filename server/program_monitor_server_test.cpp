@@ -1,9 +1,9 @@
 #include "server/program_monitor_server.h"
 
-#include "corvane/levels.h"
-#include "corvane/out_request.h"
-#include "corvane/process.h"
-#include "corvane/program_monitor_c.h"
+#include "corvane/base/process.h"
+#include "corvane/components/out_request.h"
+#include "corvane/components/program_monitor_c.h"
+#include "corvane/records/messages.h"
 #include "tests/support/connection_pair.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "server/repeats.h"
+#include "server/log_lines.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,13 +1,13 @@
 #include "server/session_host.h"
 
-#include "corvane/exception.h"
-#include "corvane/in_request.h"
-#include "corvane/message_numbers.h"
+#include "corvane/components/in_request.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "programs/one_line.h"
 #include "protocol/exchange.h"
 #include "protocol/registration.h"
 #include "server/access.h"
-#include "server/log_thrown.h"
+#include "server/log_monitor.h"
 #include "server/printer_name.h"
 
 namespace aps {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/component.h"
+#include "corvane/components/component.h"
 #include "server/application.h"
 
 #include <memory>

@@ -1,11 +1,112 @@
 #include "server/session_keeper.h"
 
+#include "corvane/base/text.h"
 #include "programs/paths.h"
-#include "server/session_memory.h"
+#include "server/printer_name.h"
 
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
 
 namespace aps {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using std::chrono::seconds;
+using std::chrono::system_clock;
+
+constexpr const char* kFormat = "sessions of aps, version 1";
+
+bool hasUtf8(const Printer& printer) {
+  for (const auto& text : printer.texts) {
+    if (text && corvane::fromUtf8(corvane::toUtf8(*text)) != *text) return false;
+  }
+  return true;
+}
+
+Json toJson(const Printer& printer, bool isWhole) {
+  Json texts = Json::array();
+  for (std::size_t i = 0; i < printer.texts.size(); ++i) {
+    const auto& text = printer.texts[i];
+    const bool isKept = isWhole || i == 0 || i == protocol::Printer::kDriverText;
+    texts.push_back(text && isKept ? Json(corvane::toUtf8(*text)) : Json(nullptr));
+  }
+  return {{"texts", std::move(texts)},
+          {"flag", printer.isDefault},
+          {"value", static_cast<int>(printer.format)},
+          {"second", printer.resolution}};
+}
+
+Json toJson(const SessionTable::Status& session, bool isWhole) {
+  Json printers = Json::array();
+  for (const Printer& printer : session.printers)
+    printers.push_back(toJson(printer, isWhole));
+  return {{"session", session.number},
+          {"connected", session.connected},
+          {"since", std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count()},
+          {"printers", std::move(printers)}};
+}
+
+Printer printerFrom(const Json& json) {
+  Printer printer;
+  const Json& texts = json.at("texts");
+  if (!texts.is_array() || texts.size() != printer.texts.size())
+    throw std::runtime_error("a printer without its texts");
+  for (std::size_t i = 0; i < printer.texts.size(); ++i) {
+    if (!texts[i].is_null()) printer.texts[i] = corvane::fromUtf8(texts[i].get<std::string>());
+  }
+  printer.isDefault = json.at("flag").get<bool>();
+  printer.format = static_cast<protocol::DataFormat>(json.at("value").get<int>());
+  printer.resolution = json.at("second").get<int>();
+  return printer;
+}
+
+SessionTable::Status sessionFrom(const Json& json, system_clock::time_point now) {
+  SessionTable::Status session;
+  session.number = json.at("session").get<int>();
+  const long long latest = std::chrono::duration_cast<seconds>(now.time_since_epoch()).count();
+  const long long since = json.at("since").get<long long>();
+  // No session has gone in the future, whatever was done to the clock since.
+  session.since = system_clock::time_point(seconds(std::clamp(since, 0LL, std::max(latest, 0LL))));
+  if (json.at("connected").get<bool>()) session.since = now;
+  for (const Json& printer : json.at("printers"))
+    session.printers.push_back(printerFrom(printer));
+  if (session.number < 1 || session.printers.empty()) throw std::runtime_error("a session without number or printers");
+  const std::wstring refusal = printersRefusal(session.printers);
+  if (!refusal.empty()) throw std::runtime_error(corvane::toUtf8(refusal));
+  return session;
+}
+
+}  // namespace
+
+std::string toMemory(const std::vector<SessionTable::Status>& sessions) {
+  Json all = Json::array();
+  for (const SessionTable::Status& session : sessions) {
+    if (!std::all_of(session.printers.begin(), session.printers.end(), hasUtf8)) continue;
+    for (const bool isWhole : {true, false}) {
+      Json json = toJson(session, isWhole);
+      if (json.dump().size() > kSessionBytes) continue;
+      all.push_back(std::move(json));
+      break;
+    }
+  }
+  return Json{{"format", kFormat}, {"sessions", std::move(all)}}.dump(1, ' ') + "\n";
+}
+
+std::vector<SessionTable::Status> fromMemory(const std::string& text, system_clock::time_point now) try {
+  const Json json = Json::parse(text);
+  if (json.at("format").get<std::string>() != kFormat) throw std::runtime_error("it is of another version");
+  std::vector<SessionTable::Status> sessions;
+  std::set<int> numbers;
+  for (const Json& session : json.at("sessions")) {
+    sessions.push_back(sessionFrom(session, now));
+    if (!numbers.insert(sessions.back().number).second) throw std::runtime_error("a session is there twice");
+  }
+  return sessions;
+} catch (const Json::exception& failure) {
+  throw std::runtime_error(failure.what());
+}
 
 SessionKeeper::SessionKeeper(const std::filesystem::path& file, SessionTable& table, std::shared_ptr<Log> log)
     : m_file(file), m_name(programs::fromPath(file)), m_table(table), m_log(std::move(log)) {

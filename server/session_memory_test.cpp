@@ -1,4 +1,4 @@
-#include "server/session_memory.h"
+#include "server/session_keeper.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

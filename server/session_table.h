@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/class_version_map.h"
-#include "corvane/connection.h"
+#include "corvane/components/class.h"
+#include "corvane/components/connection.h"
 #include "protocol/printer.h"
 
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "corvane/text.h"
+#include "corvane/base/text.h"
 #include "server/started_program.h"
 #include "util/unique_handle.h"
 

@@ -1,4 +1,4 @@
-#include "server/command_tail.h"
+#include "server/launcher.h"
 #include "server/started_program.h"
 #include "util/win_handle.h"
 

@@ -1,7 +1,7 @@
 #include "session/held_port.h"
 
-#include "corvane/exception.h"
-#include "corvane/message_numbers.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "ports/port_list.h"
 
 #include <cwchar>

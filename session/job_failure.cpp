@@ -1,8 +1,8 @@
 #include "session/job_failure.h"
 
-#include "corvane/format.h"
-#include "corvane/last_error.h"
-#include "corvane/message_numbers.h"
+#include "corvane/base/format.h"
+#include "corvane/base/process.h"
+#include "corvane/records/messages.h"
 
 #include <cstdarg>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/program_monitor.h"
+#include "corvane/records/program_monitor.h"
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
 #include "session/job_failure.h"
 
-#include "corvane/levels.h"
+#include "corvane/records/messages.h"
 #include "tests/support/recording_monitor.h"
 
 #include <windows.h>

@@ -1,8 +1,8 @@
 #include "session/job_trail.h"
 
-#include "corvane/format.h"
-#include "corvane/last_error.h"
-#include "corvane/local_monitor.h"
+#include "corvane/base/format.h"
+#include "corvane/base/process.h"
+#include "corvane/records/local_monitor.h"
 
 #include <cstdarg>
 #include <cwchar>

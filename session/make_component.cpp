@@ -1,7 +1,7 @@
 #include "session/make_component.h"
 
-#include "corvane/class_factory.h"
-#include "corvane/operation.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/records/operation.h"
 
 namespace mg {
 

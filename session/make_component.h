@@ -1,8 +1,10 @@
 #pragma once
 
-#include "corvane/component.h"
-#include "corvane/levels.h"
-#include "corvane/rc_ptr.h"
+#include "corvane/base/rc_ptr.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/component.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "protocol/names.h"
 
 class Operation;
@@ -33,6 +35,18 @@ CS_RCPtr<CS_Component> makeComponent(Operation& operation, CS_Component& owner, 
 template <class Component>
 CS_RCPtr<Component> makeOwnComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind) {
   return static_cast<Component*>(makeComponent(operation, owner, kind).get());
+}
+
+// Makes a component that was just created ready for use: first what it sends may leave, then what its peer sends may
+// reach it. Every new remote component of the monitor goes through here before its first request. Throws CS_Exception
+// when the component has no channel because its owner has ended.
+inline void startChannel(CS_Component& component) {
+  CS_Channel* sending = component.getChannel(true);
+  if (sending == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  sending->startSending();
+  CS_Channel* receiving = component.getChannel(true);
+  if (receiving == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  receiving->startReceiving();
 }
 
 }  // namespace mg

@@ -1,7 +1,7 @@
 #include "session/make_component.h"
 
-#include "corvane/component_server.h"
-#include "corvane/operation.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/operation.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/monitor_world.h"
 

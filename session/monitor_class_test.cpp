@@ -1,7 +1,7 @@
+#include "session/monitor_class.h"
+
 #include "session/port_monitor_server.h"
-#include "session/port_monitor_server_class.h"
 #include "session/print_server.h"
-#include "session/print_server_class.h"
 #include "tests/support/failing_new.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/connection.h"
+#include "corvane/components/connection.h"
 #include "session/client_printer.h"
 #include "util/object_map.h"
 #include "util/utl_string.h"

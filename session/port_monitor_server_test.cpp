@@ -1,9 +1,9 @@
 #include "session/port_monitor_server.h"
 
-#include "corvane/bridge.h"
-#include "corvane/exception.h"
-#include "corvane/program_monitor_c.h"
-#include "corvane/simple_class.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/component_class.h"
+#include "corvane/components/program_monitor_c.h"
+#include "corvane/records/exception.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/guarded_heap.h"

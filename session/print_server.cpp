@@ -1,11 +1,10 @@
 #include "session/print_server.h"
 
-#include "corvane/exception.h"
-#include "corvane/levels.h"
-#include "corvane/message_numbers.h"
-#include "corvane/operation.h"
-#include "corvane/program_monitor.h"
-#include "corvane/trace_entry.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/local_monitor.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
+#include "corvane/records/program_monitor.h"
 #include "protocol/exchange.h"
 
 #include <cerrno>

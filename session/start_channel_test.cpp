@@ -1,5 +1,4 @@
-#include "session/start_channel.h"
-
+#include "session/make_component.h"
 #include "tests/support/monitor_world.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,5 @@
 #include "util/mutex.h"
 
-#include "util/critical_section.h"
-#include "util/synchronized.h"
-
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <thread>

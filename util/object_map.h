@@ -1,7 +1,6 @@
 #pragma once
 
 #include "util/mutex.h"
-#include "util/synchronized.h"
 
 #include <cstddef>
 #include <iterator>

@@ -1,6 +1,6 @@
 #include "util/one_time_method.h"
 
-#include "util/synchronized.h"
+#include "util/mutex.h"
 
 OneTimeMethod::~OneTimeMethod() {
   m_state = mg::status::kDestroyed;

@@ -1,6 +1,6 @@
 #include "util/signal.h"
 
-#include "util/timed_mutex.h"
+#include "util/mutex.h"
 
 #include <gtest/gtest.h>
 #include <thread>

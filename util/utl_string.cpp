@@ -4,8 +4,13 @@
 #include "util/text_buffer.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <cwctype>
 #include <utility>
 
 namespace {
@@ -113,4 +118,107 @@ bool operator==(const UTL_String& left, const UTL_String& right) {
 
 bool operator<(const UTL_String& left, const UTL_String& right) {
   return std::wcscmp(left.wide(), right.wide()) < 0;
+}
+
+namespace {
+
+template <typename Char, typename Change>
+std::unique_ptr<Char[]> changed(const Char* text, std::size_t length, Change change) {
+  auto buffer = makeTextBuffer<Char>(length + 1);
+  std::transform(text, text + length, buffer.get(), change);
+  buffer[length] = Char{};
+  return buffer;
+}
+
+// The C functions take the value of an unsigned character.
+char lowerNarrow(char character) {
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+}
+char upperNarrow(char character) {
+  return static_cast<char>(std::toupper(static_cast<unsigned char>(character)));
+}
+wchar_t lowerWide(wchar_t character) {
+  return static_cast<wchar_t>(std::towlower(character));
+}
+wchar_t upperWide(wchar_t character) {
+  return static_cast<wchar_t>(std::towupper(character));
+}
+
+}  // namespace
+
+void UTL_String::toLower() {
+  if (isEmpty()) return;
+  if (primaryForm() == Form::kNarrow) {
+    adopt(changed(narrow(), length(), lowerNarrow), length());
+  } else {
+    adopt(changed(wide(), length(), lowerWide), length());
+  }
+}
+
+void UTL_String::toUpper() {
+  if (isEmpty()) return;
+  if (primaryForm() == Form::kNarrow) {
+    adopt(changed(narrow(), length(), upperNarrow), length());
+  } else {
+    adopt(changed(wide(), length(), upperWide), length());
+  }
+}
+
+int UTL_String::toInteger() const {
+  return std::atoi(narrow());
+}
+
+const wchar_t* UTL_String::findAnyOf(const wchar_t* set) const {
+  return std::wcspbrk(wide(), set);
+}
+
+const char* UTL_String::findAnyOf(const char* set) const {
+  return std::strpbrk(narrow(), set);
+}
+
+namespace {
+
+// va_end on every way out, the exceptions included.
+class Arguments {
+ public:
+  Arguments() = default;
+  ~Arguments() { va_end(list); }
+  Arguments(const Arguments&) = delete;
+  Arguments& operator=(const Arguments&) = delete;
+
+  va_list list;
+};
+
+// The run time ends the process when a bounded format finds no room for its terminator, so the room is checked before.
+std::size_t checkedFit(int needed, std::size_t size) {
+  if (needed < 0 || static_cast<std::size_t>(needed) >= size) throw UTL_Exception(mg::status::kFailure);
+  return static_cast<std::size_t>(needed);
+}
+
+}  // namespace
+
+void UTL_String::formatNarrow(std::size_t size, const char* format, ...) {
+  if (format == nullptr) throw UTL_Exception(mg::status::kFailure);
+  Arguments arguments;
+  va_start(arguments.list, format);
+  Arguments measured;
+  va_copy(measured.list, arguments.list);
+  checkedFit(_vscprintf(format, measured.list), size);
+  auto buffer = makeTextBuffer<char>(size);
+  const int written = _vsnprintf_s(buffer.get(), size, size, format, arguments.list);
+  const std::size_t length = checkedFit(written, size);
+  adopt(std::move(buffer), length);
+}
+
+void UTL_String::formatWide(std::size_t size, const wchar_t* format, ...) {
+  if (format == nullptr) throw UTL_Exception(mg::status::kFailure);
+  Arguments arguments;
+  va_start(arguments.list, format);
+  Arguments measured;
+  va_copy(measured.list, arguments.list);
+  checkedFit(_vscwprintf(format, measured.list), size);
+  auto buffer = makeTextBuffer<wchar_t>(size);
+  const int written = _vsnwprintf_s(buffer.get(), size, size, format, arguments.list);
+  const std::size_t length = checkedFit(written, size);
+  adopt(std::move(buffer), length);
 }

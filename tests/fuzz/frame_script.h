@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/frame_reader.h"
+#include "corvane/wire/frame.h"
 
 #include <cstddef>
 #include <cstdint>

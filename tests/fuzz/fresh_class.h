@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/class.h"
-#include "corvane/component.h"
+#include "corvane/components/class.h"
+#include "corvane/components/component.h"
 
 #include <memory>
 

@@ -5,11 +5,11 @@
 // The first byte prepares: bit 0 makes the components of the port monitor and the administration tool on peer 0, bit 1
 // the registration on peer 1 with session 5 and its printer "Laser". The script follows.
 
-#include "corvane/bridge.h"
-#include "corvane/bridge_router.h"
-#include "corvane/component_server.h"
-#include "corvane/local_monitor.h"
-#include "corvane/value_writer.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/local_monitor.h"
+#include "corvane/wire/value_writer.h"
 #include "protocol/names.h"
 #include "protocol/registration.h"
 #include "server/administration_server.h"

@@ -1,17 +1,17 @@
 // Plays a peer that greets and then sends arbitrary bytes to a served connection with a component, a bridge that serves
 // and a router: the connection ends, and nothing else happens.
 
-#include "corvane/bridge.h"
-#include "corvane/bridge_router.h"
-#include "corvane/component_server.h"
-#include "corvane/connection.h"
-#include "corvane/exception.h"
-#include "corvane/frame.h"
-#include "corvane/in_request.h"
-#include "corvane/local_monitor.h"
-#include "corvane/simple_class.h"
-#include "corvane/socket.h"
-#include "corvane/value_writer.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/connection.h"
+#include "corvane/components/in_request.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/local_monitor.h"
+#include "corvane/wire/frame.h"
+#include "corvane/wire/value_writer.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -4,8 +4,8 @@
 // The first byte says how the rest is cut: 0 not at all; 255 not at all, and a last frame that is too short gets the
 // bytes that it lacks; every other number is the length of each receive, where that makes few of them.
 
-#include "corvane/exception.h"
-#include "corvane/frame_reader.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/frame.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,11 +1,11 @@
 // Plays a peer that sends arbitrary bytes instead of a greeting, or instead of what follows its first frame, to either
 // side of a greeting with keys: nobody without the key is ever let in, and nothing else happens.
 
-#include "corvane/component_server.h"
-#include "corvane/exception.h"
-#include "corvane/greeting.h"
-#include "corvane/hex.h"
-#include "corvane/socket.h"
+#include "corvane/components/component_server.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/trust/crypto.h"
+#include "corvane/trust/greeting.h"
 #include "tests/fuzz/scratch_folder.h"
 
 #include <cstddef>

@@ -6,9 +6,9 @@
 // follows. The components stand on the connection itself, not on a bridge: they need no threads there.
 
 #include "client/print_client.h"
-#include "corvane/component_server.h"
-#include "corvane/local_monitor.h"
-#include "corvane/value_writer.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/local_monitor.h"
+#include "corvane/wire/value_writer.h"
 #include "protocol/names.h"
 #include "tests/fuzz/fresh_class.h"
 #include "tests/fuzz/scratch_folder.h"

@@ -1,9 +1,9 @@
 // Reads arbitrary bytes as values, cut into frames of varying length: every way out is an end or a CS_Exception, and
 // what was read, written again, is what came.
 
-#include "corvane/exception.h"
-#include "corvane/value_reader.h"
-#include "corvane/value_writer.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/value_reader.h"
+#include "corvane/wire/value_writer.h"
 
 #include <algorithm>
 #include <cstddef>

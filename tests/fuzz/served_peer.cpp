@@ -1,7 +1,7 @@
 #include "tests/fuzz/served_peer.h"
 
-#include "corvane/exception.h"
-#include "corvane/link.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/link.h"
 
 #include <cstdlib>
 #include <stdexcept>

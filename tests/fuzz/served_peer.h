@@ -1,8 +1,8 @@
 #pragma once
 
-#include "corvane/connection.h"
-#include "corvane/dispatcher.h"
-#include "corvane/socket.h"
+#include "corvane/components/connection.h"
+#include "corvane/components/dispatcher.h"
+#include "corvane/net/socket.h"
 #include "tests/fuzz/frame_script.h"
 
 #include <memory>

@@ -1,6 +1,5 @@
-#include "corvane/component_server.h"
-#include "corvane/local_monitor.h"
-#include "corvane/trace_entry.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/local_monitor.h"
 #include "jobs/show_printer.h"
 #include "monitor/entries.h"
 #include "monitor/monitor_table.h"

@@ -1,6 +1,6 @@
 #include "tests/identity/identity_watch.h"
 
-#include "corvane/text.h"
+#include "corvane/base/text.h"
 
 #include <winspool.h>
 

@@ -1,11 +1,11 @@
 #include "tests/processes/administration_peer.h"
 
-#include "corvane/channel.h"
-#include "corvane/class_factory.h"
-#include "corvane/component_server.h"
-#include "corvane/in_request.h"
-#include "corvane/out_request.h"
-#include "corvane/simple_class.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/in_request.h"
+#include "corvane/components/out_request.h"
 #include "protocol/names.h"
 
 #include <mutex>

@@ -1,11 +1,11 @@
 // Many connections that do nothing, or nothing good, beside those that print.
 
-#include "corvane/component_server.h"
-#include "corvane/exception.h"
-#include "corvane/hex.h"
-#include "corvane/link.h"
-#include "corvane/message_numbers.h"
-#include "corvane/proof.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/trust/crypto.h"
+#include "corvane/trust/greeting.h"
+#include "corvane/wire/link.h"
 #include "protocol/names.h"
 #include "tests/processes/administration_peer.h"
 #include "tests/processes/keys.h"

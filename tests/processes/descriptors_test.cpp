@@ -1,7 +1,7 @@
 // An application server that may have few descriptors.
 
-#include "corvane/exception.h"
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 

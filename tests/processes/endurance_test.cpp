@@ -1,8 +1,8 @@
 // Many jobs one after the other: what the server and the clients hold at the end is what they held at the beginning.
 // The times of the jobs are printed, for scripts/test-long to judge.
 
-#include "corvane/exception.h"
-#include "programs/failure.h"
+#include "corvane/records/exception.h"
+#include "programs/one_line.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_watch.h"
 #include "tests/processes/scene.h"

@@ -1,4 +1,4 @@
-#include "corvane/exception.h"
+#include "corvane/records/exception.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 

@@ -1,7 +1,7 @@
 // The print client dies when it has been sent everything, before it has answered the end of the job: nothing of that is
 // ever reported as printed, and nothing of it is there under a document's name.
 
-#include "corvane/exception.h"
+#include "corvane/records/exception.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_table.h"
 #include "tests/processes/scene.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/connection.h"
-#include "corvane/notice.h"
+#include "corvane/components/connection.h"
+#include "corvane/records/program_monitor.h"
 
 #include <array>
 #include <optional>

@@ -1,7 +1,7 @@
 // The application server is started again under print clients and jobs.
 
-#include "corvane/exception.h"
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 

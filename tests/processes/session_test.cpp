@@ -1,6 +1,6 @@
-#include "corvane/exception.h"
-#include "corvane/levels.h"
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 

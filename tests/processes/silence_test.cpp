@@ -1,6 +1,6 @@
 // Programs that are stopped, as by a sleeping machine or a dead line: the system goes on taking bytes for them.
 
-#include "corvane/exception.h"
+#include "corvane/records/exception.h"
 #include "tests/processes/administration_peer.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"

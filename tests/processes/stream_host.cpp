@@ -1,15 +1,14 @@
 // Sends one job with the monitor's own session classes, in a delivery mode that no client printer can ask for. Prints
 // the client's result; ends with 0 when it is positive.
-#include "corvane/bridge.h"
-#include "corvane/bridge_router.h"
-#include "corvane/class_factory.h"
-#include "corvane/component_server.h"
-#include "programs/failure.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/component_server.h"
+#include "programs/one_line.h"
+#include "session/make_component.h"
+#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
-#include "session/port_monitor_server_class.h"
 #include "session/print_server.h"
-#include "session/print_server_class.h"
-#include "session/start_channel.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

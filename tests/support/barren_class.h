@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/class.h"
-#include "corvane/component_server.h"
+#include "corvane/components/class.h"
+#include "corvane/components/component_server.h"
 
 // A component class that never has memory for its components. Lives under a name for as long as this object: another
 // class, given to the constructor, takes the name over at its end.

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "corvane/bridge.h"
-#include "corvane/channel.h"
-#include "corvane/class_factory.h"
-#include "corvane/component_server.h"
-#include "corvane/connection.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/connection.h"
 #include "tests/support/joined_thread.h"
 #include "tests/support/own_listener.h"
 

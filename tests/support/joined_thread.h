@@ -1,7 +1,7 @@
 #pragma once
 
-#include "corvane/exception.h"
-#include "corvane/text.h"
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
 
 #include <exception>
 #include <functional>

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "corvane/local_monitor.h"
-#include "corvane/trace_entry.h"
+#include "corvane/records/local_monitor.h"
 
 #include <algorithm>
 #include <array>

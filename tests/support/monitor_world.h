@@ -1,13 +1,12 @@
 #pragma once
 
-#include "corvane/class_factory.h"
-#include "corvane/component_server.h"
-#include "corvane/connection.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/connection.h"
+#include "session/make_component.h"
+#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
-#include "session/port_monitor_server_class.h"
 #include "session/print_server.h"
-#include "session/print_server_class.h"
-#include "session/start_channel.h"
 #include "tests/support/recording_monitor.h"
 #include "tests/support/scripted_peer.h"
 #include "tests/support/server_address.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/socket.h"
+#include "corvane/net/socket.h"
 
 #include <cstdint>
 #include <random>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "corvane/levels.h"
-#include "corvane/program_monitor.h"
-#include "corvane/text.h"
+#include "corvane/base/text.h"
+#include "corvane/records/messages.h"
+#include "corvane/records/program_monitor.h"
 
 #include <cstdio>
 #include <mutex>

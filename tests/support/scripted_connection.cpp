@@ -1,10 +1,9 @@
 #include "tests/support/scripted_connection.h"
 
-#include "corvane/byte_source.h"
-#include "corvane/exception.h"
-#include "corvane/process.h"
-#include "corvane/text.h"
-#include "corvane/value_reader.h"
+#include "corvane/base/process.h"
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/value_reader.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "corvane/frame_reader.h"
-#include "corvane/link.h"
-#include "corvane/socket.h"
-#include "corvane/value_writer.h"
+#include "corvane/net/socket.h"
+#include "corvane/wire/frame.h"
+#include "corvane/wire/link.h"
+#include "corvane/wire/value_writer.h"
 
 #include <condition_variable>
 #include <cstdint>

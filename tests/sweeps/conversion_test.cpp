@@ -1,4 +1,5 @@
-#include "jobs/convert_job.h"
+#include "jobs/conversion.h"
+
 #include "tests/sweeps/sweep.h"
 
 #include <cstring>

@@ -1,9 +1,9 @@
 #include "tests/sweeps/first_start.h"
 
-#include "corvane/bridge.h"
-#include "corvane/bridge_router.h"
-#include "corvane/component_server.h"
-#include "corvane/program_monitor_c.h"
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/program_monitor_c.h"
 #include "monitor/monitor_table.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"

@@ -1,6 +1,6 @@
 #include "tests/sweeps/job_scenario.h"
 
-#include "corvane/text.h"
+#include "corvane/base/text.h"
 #include "monitor/entries.h"
 #include "ports/tag_port.h"
 #include "session/client_print_job.h"

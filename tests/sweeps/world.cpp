@@ -1,12 +1,11 @@
 #include "tests/sweeps/world.h"
 
-#include "corvane/component_server.h"
-#include "corvane/levels.h"
+#include "corvane/components/component_server.h"
+#include "corvane/records/messages.h"
 #include "monitor/entries.h"
 #include "ports/port_list.h"
+#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
-#include "session/port_monitor_server_class.h"
-#include "session/print_server_class.h"
 #include "tests/sweeps/windows_seams.h"
 #include "util/win_handle.h"
 

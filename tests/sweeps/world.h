@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/program_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/scripted_peer.h"
 #include "tests/sweeps/lock_probe.h"

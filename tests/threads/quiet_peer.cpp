@@ -1,11 +1,11 @@
 #include "tests/threads/quiet_peer.h"
 
-#include "corvane/byte_source.h"
-#include "corvane/exception.h"
-#include "corvane/link.h"
-#include "corvane/network.h"
-#include "corvane/text.h"
-#include "corvane/value_writer.h"
+#include "corvane/base/text.h"
+#include "corvane/net/network.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/link.h"
+#include "corvane/wire/value_reader.h"
+#include "corvane/wire/value_writer.h"
 
 #include <map>
 #include <string>

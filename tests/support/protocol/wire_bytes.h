@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/byte_source.h"
+#include "corvane/wire/value_reader.h"
 #include "protocol/values.h"
 
 #include <cstdio>

@@ -1,0 +1,213 @@
+#include "admin/base/files.h"
+
+#include "admin/base/failure.h"
+#include "corvane/base/text.h"
+#include "util/win_handle.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <vector>
+
+namespace admin {
+
+std::string FileVersion::text() const {
+  std::string text;
+  for (const unsigned number : numbers)
+    text += (text.empty() ? "" : ".") + std::to_string(number);
+  return text;
+}
+
+std::optional<FileVersion> fileVersion(const std::wstring& path) {
+  DWORD ignored = 0;
+  const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &ignored);
+  if (size == 0) return std::nullopt;
+  std::vector<BYTE> block(size);
+  void* found = nullptr;
+  UINT length = 0;
+  if (!GetFileVersionInfoW(path.c_str(), 0, size, block.data()) ||
+      !VerQueryValueW(block.data(), L"\\", &found, &length) || length < sizeof(VS_FIXEDFILEINFO)) {
+    return std::nullopt;
+  }
+  const auto& information = *static_cast<const VS_FIXEDFILEINFO*>(found);
+  return FileVersion{{HIWORD(information.dwFileVersionMS), LOWORD(information.dwFileVersionMS),
+                      HIWORD(information.dwFileVersionLS), LOWORD(information.dwFileVersionLS)}};
+}
+
+void createFolder(const std::wstring& path) {
+  require(CreateDirectoryW(path.c_str(), nullptr), "the folder \"" + corvane::toUtf8(path) + "\" cannot be made");
+}
+
+void deleteFolder(const std::wstring& path) {
+  if (RemoveDirectoryW(path.c_str())) return;
+  const DWORD error = GetLastError();
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return;
+  throw SystemFailure("the folder \"" + corvane::toUtf8(path) + "\" cannot be deleted", error);
+}
+
+std::vector<std::wstring> missingFolders(std::wstring path) {
+  std::vector<std::wstring> missing;
+  while (path.size() > 3 && !folderExists(path)) {
+    missing.push_back(path);
+    const std::size_t end = path.rfind(L'\\');
+    if (end == std::wstring::npos) break;
+    path.resize(end);
+  }
+  std::reverse(missing.begin(), missing.end());
+  return missing;
+}
+
+namespace {
+
+constexpr DWORD kPiece = 65536;
+
+std::string quoted(const std::wstring& path) {
+  return "\"" + corvane::toUtf8(path) + "\"";
+}
+
+// INVALID_FILE_ATTRIBUTES when there is nothing; what cannot be seen is not taken for that.
+DWORD attributesOf(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES) return attributes;
+  const DWORD error = GetLastError();
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return INVALID_FILE_ATTRIBUTES;
+  throw SystemFailure(quoted(path) + " cannot be looked at", error);
+}
+
+mg::FileHandle openForReading(const std::wstring& path) {
+  mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  require(static_cast<bool>(file), quoted(path) + " cannot be opened");
+  return file;
+}
+
+DWORD readPiece(HANDLE file, const std::wstring& path, std::vector<BYTE>& piece) {
+  piece.resize(kPiece);
+  DWORD size = 0;
+  require(ReadFile(file, piece.data(), kPiece, &size, nullptr), quoted(path) + " cannot be read");
+  piece.resize(size);
+  return size;
+}
+
+void writeCopy(const std::wstring& from, const std::wstring& to) {
+  const mg::FileHandle source = openForReading(from);
+  const std::string tried = quoted(to) + " cannot be written";
+  const mg::FileHandle target(
+      CreateFileW(to.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  require(static_cast<bool>(target), tried);
+  std::vector<BYTE> piece;
+  while (readPiece(source.get(), from, piece) > 0) {
+    DWORD written = 0;
+    require(WriteFile(target.get(), piece.data(), static_cast<DWORD>(piece.size()), &written, nullptr), tried);
+    // A full disk takes what still fits and calls it a success.
+    if (written != piece.size()) throw SystemFailure(tried, ERROR_DISK_FULL);
+  }
+  require(FlushFileBuffers(target.get()), tried);
+}
+
+}  // namespace
+
+bool fileExists(const std::wstring& path) {
+  const DWORD attributes = attributesOf(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+bool folderExists(const std::wstring& path) {
+  const DWORD attributes = attributesOf(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool sameContent(const std::wstring& left, const std::wstring& right) {
+  if (!fileExists(left) || !fileExists(right)) return false;
+  const mg::FileHandle one = openForReading(left);
+  const mg::FileHandle other = openForReading(right);
+  std::vector<BYTE> ours;
+  std::vector<BYTE> theirs;
+  do {
+    readPiece(one.get(), left, ours);
+    readPiece(other.get(), right, theirs);
+    if (ours != theirs) return false;
+  } while (!ours.empty());
+  return true;
+}
+
+void copyFile(const std::wstring& from, const std::wstring& to) try { writeCopy(from, to); } catch (...) {
+  DeleteFileW(to.c_str());
+  throw;
+}
+
+void moveFile(const std::wstring& from, const std::wstring& to, bool mayReplace) {
+  require(MoveFileExW(from.c_str(), to.c_str(), mayReplace ? MOVEFILE_REPLACE_EXISTING : 0),
+          quoted(from) + " cannot be renamed to " + quoted(to));
+}
+
+void deleteFile(const std::wstring& path) {
+  if (DeleteFileW(path.c_str())) return;
+  const DWORD error = GetLastError();
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return;
+  // A loaded module answers as a missing right does.
+  if (error == ERROR_ACCESS_DENIED) requireReplaceable(path);
+  throw SystemFailure(quoted(path) + " cannot be deleted", error);
+}
+
+void requireReplaceable(const std::wstring& path) {
+  const mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  require(static_cast<bool>(file), quoted(path) + " cannot be replaced");
+}
+
+std::string fileTail(const std::wstring& path, unsigned bytes) {
+  const mg::FileHandle file = openForReading(path);
+  LARGE_INTEGER size = {};
+  const std::string tried = quoted(path) + " cannot be read";
+  require(GetFileSizeEx(file.get(), &size), tried);
+  LARGE_INTEGER begin = {};
+  begin.QuadPart = std::max<long long>(0, size.QuadPart - bytes);
+  require(SetFilePointerEx(file.get(), begin, nullptr, FILE_BEGIN), tried);
+  std::string tail;
+  std::vector<BYTE> piece;
+  while (tail.size() < bytes && readPiece(file.get(), path, piece) > 0)
+    tail.append(piece.begin(), piece.end());
+  return tail;
+}
+
+namespace {
+
+std::wstring freshStem() {
+  static std::atomic<unsigned> last{0};
+  return ScratchFile::folder() + L"mgprintmon-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+         std::to_wstring(++last);
+}
+
+}  // namespace
+
+ScratchFile::ScratchFile(const wchar_t* extension) : ScratchFile(freshStem(), extension) {}
+
+ScratchFile::~ScratchFile() {
+  DeleteFileW(m_path.c_str());
+}
+
+ScratchFile ScratchFile::sibling(const wchar_t* extension) const {
+  return ScratchFile(m_stem, extension);
+}
+
+void ScratchFile::write(const std::string& content) const {
+  const std::string tried = "\"" + corvane::toUtf8(m_path) + "\" cannot be written";
+  const mg::FileHandle file(
+      CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  require(static_cast<bool>(file), tried);
+  DWORD written = 0;
+  require(WriteFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &written, nullptr), tried);
+  if (written != content.size()) throw SystemFailure(tried, ERROR_DISK_FULL);
+}
+
+std::wstring ScratchFile::folder() {
+  wchar_t path[MAX_PATH + 1];
+  const DWORD length = GetTempPathW(MAX_PATH + 1, path);
+  require(length > 0 && length <= MAX_PATH, "the folder for temporary files is unknown");
+  return path;
+}
+
+}  // namespace admin

@@ -1,0 +1,60 @@
+#include "admin/base/places.h"
+
+#include "admin/base/failure.h"
+#include "admin/base/registry_value.h"
+#include "corvane/base/text.h"
+
+#include <windows.h>
+
+namespace admin {
+namespace {
+
+// The module puts "Programs\ps2pdf.exe" and a document's path behind the root.
+constexpr std::size_t kMaxRoot = 180;
+
+std::wstring folderOfTheSystem() {
+  wchar_t path[MAX_PATH];
+  const UINT length = GetSystemDirectoryW(path, MAX_PATH);
+  require(length > 0 && length < MAX_PATH, "the system folder is unknown");
+  return path;
+}
+
+std::wstring defaultRoot() {
+  wchar_t path[MAX_PATH];
+  const DWORD length = GetEnvironmentVariableW(L"ProgramFiles", path, MAX_PATH);
+  return std::wstring(length > 0 && length < MAX_PATH ? path : L"C:\\Program Files") + L"\\Marrowgate";
+}
+
+std::wstring fullPath(const std::wstring& path) {
+  wchar_t full[MAX_PATH];
+  const DWORD length = GetFullPathNameW(path.c_str(), MAX_PATH, full, nullptr);
+  if (length == 0 || length > kMaxRoot) {
+    throw Failure(ExitCode::kUsage, "\"" + corvane::toUtf8(path) + "\" is too long for an installation folder",
+                  "Choose a folder of at most " + std::to_string(kMaxRoot) + " characters with --root.");
+  }
+  std::wstring root = full;
+  while (root.size() > 3 && root.back() == L'\\')
+    root.pop_back();
+  if (root.size() <= 3) {
+    throw Failure(ExitCode::kUsage, "\"" + corvane::toUtf8(path) + "\" is a whole drive",
+                  "Choose a folder of its own with --root.");
+  }
+  return root;
+}
+
+}  // namespace
+
+Places Places::ofThisMachine(const std::wstring& root) {
+  Places places;
+  places.systemFolder = folderOfTheSystem();
+  if (!root.empty()) {
+    places.root = fullPath(root);
+    return places;
+  }
+  const auto present = readValue(places.productKey(), L"RootPath");
+  const std::wstring known = present ? present->text().value_or(std::wstring()) : std::wstring();
+  places.root = fullPath(known.empty() ? defaultRoot() : known);
+  return places;
+}
+
+}  // namespace admin

@@ -1,0 +1,109 @@
+#include "admin/commands/invocation.h"
+#include "admin/commands/progress_bar.h"
+#include "admin/doctor/checks.h"
+#include "admin/doctor/diagnosis.h"
+#include "admin/doctor/test_page.h"
+#include "admin/sessions/application_server.h"
+#include "admin/sessions/session_printers.h"
+#include "admin/sessions/test_session.h"
+#include "admin/spooler/spooler_port.h"
+#include "corvane/base/text.h"
+#include "corvane/records/host_properties.h"
+#include "programs/one_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <optional>
+
+namespace admin {
+namespace {
+
+struct Options {
+  int serverPort = 0;
+  std::string driver, processor, keyFile;
+};
+
+std::string checkServer(int port, std::optional<ServerFacts>& facts) {
+  facts = ApplicationServer(port).status();
+  return "aps " + programs::oneLine(facts->version) + ", process " + std::to_string(facts->process) + ", runs since " +
+         programs::oneLine(facts->since);
+}
+
+// Every printer that the client brings is here.
+void requirePrinters(const SessionFacts& session, const std::vector<SpoolerPrinter>& present) {
+  std::string names;
+  for (const std::wstring& name : missingHere(session, present))
+    names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
+  if (names.empty()) return;
+  throw Failure(ExitCode::kFailed, "connected, but not all of its printers are here: " + names,
+                "Run mgprintmon session up " + std::to_string(session.number) +
+                    ": it says what the spooler has against "
+                    "them.");
+}
+
+// A session without a client is a fault only where its printers are up.
+void checkSessions(Diagnosis& diagnosis, const ServerFacts& facts) {
+  const std::vector<std::wstring> ports = monitorPorts();
+  const std::vector<SpoolerPrinter> present = localPrinters();
+  for (const SessionFacts& session : facts.sessions) {
+    if (isTestSession(session.number)) continue;
+    const bool isUp =
+        std::find(ports.begin(), ports.end(), sessionPort(static_cast<unsigned>(session.number))) != ports.end();
+    const std::string number = std::to_string(session.number);
+    diagnosis.examine("print client of session " + number, [&] {
+      const std::string since = " since " + programs::oneLine(session.since);
+      if (session.isConnected && isUp) requirePrinters(session, present);
+      if (session.isConnected) return "connected" + since;
+      if (!isUp) return "gone" + since + ", and the session is not up here";
+      throw Failure(ExitCode::kFailed, "gone" + since + ", while the session's printers are here",
+                    "Start the session's print client, or run mgprintmon session down " + number + ".");
+    });
+  }
+}
+
+ExitCode run(const Options& options, Output& output) {
+  const Places places = Places::ofThisMachine();
+  Diagnosis diagnosis(output, isUnicodeTerminal());
+  const bool isThere = diagnosis.examine("module file", [&] { return checkModuleFile(places); });
+  const bool loads = isThere && diagnosis.examine("module", checkModuleLoads);
+  const bool isRegistered = diagnosis.examine("registration", checkRegistration);
+  diagnosis.examine("registry", [&] { return checkRegistry(places); });
+  diagnosis.examine("key file", [&] { return checkKeyFile(places); });
+  std::optional<ServerFacts> server;
+  diagnosis.examine("application server", [&] { return checkServer(options.serverPort, server); });
+  diagnosis.examine("converter", [&] { return checkConverter(places); });
+  diagnosis.examine("temporary folder", checkTemporaryFolder);
+  if (server && isRegistered) checkSessions(diagnosis, *server);
+  if (server) diagnosis.examine("drivers", [&] { return checkDrivers(server->sessions, localPrinters()); });
+  if (!server || !loads || !isRegistered) {
+    diagnosis.skip("test page", "it needs the module, its registration and the application server");
+  } else if (options.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) {
+    diagnosis.leaveOut("test page", "aps wants keys; make one for session " + std::to_string(kFirstTestSession) +
+                                        " and name it with --key");
+  } else {
+    const TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver),
+                               corvane::fromUtf8(options.processor), options.keyFile};
+    diagnosis.examine("test page", [&] { return printTestPage(*server, page); });
+  }
+  diagnosis.conclude();
+  return diagnosis.isWell() ? ExitCode::kDone : ExitCode::kFailed;
+}
+
+}  // namespace
+
+void addDoctorCommand(CLI::App& app, Invocation& invocation) {
+  auto options = std::make_shared<Options>();
+  CLI::App& command = addCommand(app, invocation, "doctor",
+                                 "Examines everything that a job needs, one by one, and prints a test page the whole "
+                                 "way round. Ends with 1 when something is not well.",
+                                 {"doctor", "doctor --json", "doctor --driver \"Generic PostScript\""});
+  command.add_option("--driver", options->driver, "driver of the test page's printer; default: any");
+  command.add_option("--processor", options->processor, "its print processor; default: winprint");
+  command.add_option("--key", options->keyFile, "the key of the test session, when aps wants keys");
+  command.add_option("--server-port", options->serverPort, "TCP port of aps; default: the registry's")
+      ->check(CLI::Range(1, 65535));
+  command.callback(
+      [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });
+}
+
+}  // namespace admin

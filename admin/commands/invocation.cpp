@@ -1,0 +1,71 @@
+#include "admin/commands/invocation.h"
+
+#include "corvane/records/exception.h"
+#include "programs/one_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <sstream>
+
+namespace admin {
+namespace {
+
+constexpr char kExitCodes[] =
+    "Exit codes: 0 done, 1 failed, 2 bad usage, 3 not found, 4 access denied, 5 in use,\n"
+    "6 application server away, 7 outcome of a job unknown.\n"
+    "\"mgprintmon COMMAND --help\" shows options and examples.";
+
+}  // namespace
+
+CLI::App& addCommand(CLI::App& parent, Invocation& invocation, const std::string& name, const std::string& description,
+                     const std::vector<std::string>& examples) {
+  CLI::App* const command = parent.add_subcommand(name, description);
+  command->add_flag("--json", invocation.json, "facts for a machine instead of lines for a person");
+  std::string footer = "Examples:";
+  for (const std::string& example : examples)
+    footer += "\n  mgprintmon " + example;
+  command->footer(footer);
+  return *command;
+}
+
+CLI::App& addGroup(CLI::App& app, const std::string& name, const std::string& description) {
+  CLI::App* const group = app.add_subcommand(name, description);
+  group->require_subcommand(1);
+  return *group;
+}
+
+std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arguments) {
+  auto parsed = std::make_unique<ParsedCommandLine>();
+  CLI::App app("Administers the print monitor MgPrintMon on this machine.", "mgprintmon");
+  app.require_subcommand(1);
+  app.footer(kExitCodes);
+  for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
+                         addPrintCommand, addPrintersCommand, addVisibleCommand, addDoctorCommand, addWatchCommand})
+    add(app, parsed->invocation);
+  std::reverse(arguments.begin(), arguments.end());
+  try {
+    app.parse(arguments);
+  } catch (const CLI::ParseError& error) {
+    std::ostringstream out;
+    parsed->code = app.exit(error, out, out) == 0 ? ExitCode::kDone : ExitCode::kUsage;
+    parsed->message = out.str();
+    parsed->invocation.run = nullptr;
+  }
+  return parsed;
+}
+
+ExitCode runInvocation(const Invocation& invocation, Output& output) {
+  try {
+    return invocation.run(output);
+  } catch (const Failure& failure) {
+    output.failure(failure);
+    return failure.code();
+  } catch (const CS_Exception& failure) {
+    output.failure(Failure(ExitCode::kFailed, programs::describe(failure), ""));
+  } catch (const std::exception& failure) {
+    output.failure(Failure(ExitCode::kFailed, failure.what(), ""));
+  }
+  return ExitCode::kFailed;
+}
+
+}  // namespace admin

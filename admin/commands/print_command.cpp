@@ -1,0 +1,111 @@
+#include "admin/base/failure.h"
+#include "admin/commands/invocation.h"
+#include "admin/commands/progress_bar.h"
+#include "admin/sessions/outcome_watch.h"
+#include "admin/spooler/raw_document.h"
+#include "admin/spooler/wine_spooler.h"
+#include "corvane/base/text.h"
+#include "programs/one_line.h"
+
+#include <windows.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+namespace admin {
+namespace {
+
+using programs::oneLine;
+using Clock = OutcomeWatch::Clock;
+
+constexpr unsigned kGivenUpSeconds = 5;
+
+struct Options {
+  std::string printer, file, title;
+  short copies = 1;
+  unsigned waitSeconds = 60;
+  int serverPort = 0;
+};
+
+Json outcomeJson(unsigned long job, const Options& options, const JobOutcome& outcome) {
+  Json facts;
+  facts["job"] = job;
+  facts["printer"] = options.printer;
+  facts["result"] = textValue(outcome.result);
+  facts["session"] = textValue(outcome.session);
+  facts["bytes"] = textValue(outcome.bytes);
+  if (!outcome.isPrinted) {
+    facts["cause"] = textValue(outcome.cause);
+    facts["remedy"] = textValue(outcome.remedy);
+  }
+  return facts;
+}
+
+ExitCode sayOutcome(unsigned long job, const Options& options, const JobOutcome& outcome, Output& output) {
+  const std::string name = "job " + std::to_string(job) + " on \"" + options.printer + "\"";
+  output.facts(outcomeJson(job, options, outcome));
+  if (outcome.isPrinted) {
+    output.line(name + (outcome.result == L"shown"
+                            ? " was opened in session " + oneLine(outcome.session)
+                            : " was delivered to the client of session " + oneLine(outcome.session) + ", " +
+                                  oneLine(outcome.bytes) + " bytes"));
+    return ExitCode::kDone;
+  }
+  output.line(name + " was not printed: " + oneLine(outcome.cause));
+  output.line("  " + oneLine(outcome.remedy));
+  return ExitCode::kFailed;
+}
+
+ExitCode run(const Options& options, Output& output) {
+  RawDocument document;
+  document.printer = corvane::fromUtf8(options.printer);
+  document.file = corvane::fromUtf8(options.file);
+  document.title = options.title.empty() ? std::filesystem::path(document.file).filename().wstring()
+                                         : corvane::fromUtf8(options.title);
+  document.copies = options.copies;
+  OutcomeWatch watch(options.serverPort);
+  if (isWine() && !watch.isThere()) {
+    throw Failure(ExitCode::kServerAway, watch.why(),
+                  watch.remedy() + " Wine's spooler prints within this program, which would wait for the server.");
+  }
+  SpooledDocument spooled;
+  {
+    ProgressBar bar(output);
+    spooled = printDocument(document, [&bar](unsigned long long done, unsigned long long all) { bar.show(done, all); });
+  }
+  const unsigned long job = spooled.job;
+  output.line("the spooler has job " + std::to_string(job) + " for \"" + options.printer + "\"");
+  const AwaitedJob awaited{job, document.printer, isWine() ? GetCurrentProcessId() : 0};
+  // A job that the spooler gave up is noticed at once or never.
+  const unsigned seconds = spooled.endError != 0 ? std::min(options.waitSeconds, kGivenUpSeconds) : options.waitSeconds;
+  const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));
+  if (outcome) return sayOutcome(job, options, *outcome, output);
+  if (spooled.endError != 0) throw SystemFailure("the spooler does not end the document", spooled.endError);
+  throw Failure(ExitCode::kUnknownOutcome,
+                "what became of job " + std::to_string(job) + " is not known: " + watch.why(),
+                "The spooler has the document; mgprintmon status shows the last failures, --wait waits longer.");
+}
+
+}  // namespace
+
+void addPrintCommand(CLI::App& app, Invocation& invocation) {
+  auto options = std::make_shared<Options>();
+  CLI::App& command = addCommand(app, invocation, "print", "Prints a file as it is and waits for what becomes of it.",
+                                 {"print \"Laser-2 (session 5)\" letter.ps",
+                                  "print \"Laser-2 (session 5)\" letter.ps --copies 2 --title Letter --wait 300"});
+  command.add_option("printer", options->printer, "its name on this machine")->required();
+  command.add_option("file", options->file, "what to print")->required();
+  command.add_option("--copies", options->copies, "how many")->check(CLI::Range(1, 9999));
+  command.add_option("--title", options->title, "name of the document; default: of the file");
+  command.add_option("--wait", options->waitSeconds, "how many seconds to wait for the outcome; default: 60")
+      ->check(CLI::Range(0, 86400));
+  command.add_option("--server-port", options->serverPort, "TCP port of aps; default: the registry's")
+      ->check(CLI::Range(1, 65535));
+  command.callback(
+      [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });
+}
+
+}  // namespace admin

@@ -1,0 +1,86 @@
+#include "admin/commands/invocation.h"
+#include "admin/sessions/application_server.h"
+#include "admin/spooler/monitor_module.h"
+#include "admin/spooler/spooler_port.h"
+#include "corvane/base/text.h"
+#include "programs/one_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace admin {
+namespace {
+
+struct Options {
+  unsigned session = 0;
+  std::string printer;
+};
+
+// The module would wait for the server without end, and answer for a session without a port like for one whose printer
+// is hidden.
+void requireServerAndPort(unsigned session) {
+  ApplicationServer().status();
+  if (hasPort(sessionPort(session))) return;
+  throw Failure(ExitCode::kNotFound, "session " + std::to_string(session) + " has no port here",
+                "Bring it up first: mgprintmon session up " + std::to_string(session) + ".");
+}
+
+ExitCode printers(const Options& options, Output& output) {
+  requireServerAndPort(options.session);
+  std::vector<std::wstring> names;
+  if (!MonitorModule::get().cachedPrinters(options.session, names)) {
+    throw Failure(ExitCode::kFailed,
+                  "the module does not deliver the printers of session " + std::to_string(options.session),
+                  "The module's log says why (mgprintmon status shows its end).");
+  }
+  std::sort(names.begin(), names.end());
+  Json list = Json::array();
+  for (const std::wstring& name : names) {
+    list.push_back(textValue(name));
+    output.line(programs::oneLine(name));
+  }
+  if (names.empty()) output.line("session " + std::to_string(options.session) + " has no client printers");
+  output.facts({{"session", options.session}, {"printers", list}});
+  return ExitCode::kDone;
+}
+
+ExitCode visible(const Options& options, Output& output) {
+  requireServerAndPort(options.session);
+  const bool shown = MonitorModule::get().showPrinter(options.session, corvane::fromUtf8(options.printer));
+  output.facts({{"session", options.session}, {"printer", options.printer}, {"visible", shown}});
+  output.line("\"" + options.printer + "\" is " + (shown ? "shown to" : "hidden from") + " session " +
+              std::to_string(options.session));
+  return ExitCode::kDone;
+}
+
+void addNumber(CLI::App& command, const std::shared_ptr<Options>& options) {
+  command.add_option("session", options->session, "number of the session")
+      ->required()
+      ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+}
+
+}  // namespace
+
+void addPrintersCommand(CLI::App& app, Invocation& invocation) {
+  auto options = std::make_shared<Options>();
+  CLI::App& command =
+      addCommand(app, invocation, "printers", "Lists a session's client printers as the module's own list has them.",
+                 {"printers 5", "printers 5 --json"});
+  addNumber(command, options);
+  command.callback(
+      [options, &invocation] { invocation.run = [options](Output& output) { return printers(*options, output); }; });
+}
+
+void addVisibleCommand(CLI::App& app, Invocation& invocation) {
+  auto options = std::make_shared<Options>();
+  CLI::App& command = addCommand(app, invocation, "visible", "Asks the module whether a session is shown a printer.",
+                                 {"visible 5 \"Laser-2 (session 5)\""});
+  addNumber(command, options);
+  command.add_option("printer", options->printer, "its name on this machine")->required();
+  command.callback(
+      [options, &invocation] { invocation.run = [options](Output& output) { return visible(*options, output); }; });
+}
+
+}  // namespace admin

@@ -1,0 +1,129 @@
+#include "admin/base/files.h"
+#include "admin/base/log_tail.h"
+#include "admin/base/places.h"
+#include "admin/commands/invocation.h"
+#include "admin/sessions/application_server.h"
+#include "admin/sessions/session_facts_text.h"
+#include "admin/sessions/test_session.h"
+#include "admin/spooler/spooler_monitor.h"
+#include "admin/spooler/spooler_port.h"
+#include "corvane/base/text.h"
+#include "corvane/records/host_properties.h"
+#include "programs/local_time.h"
+#include "programs/one_line.h"
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <nlohmann/json.hpp>
+
+namespace admin {
+namespace {
+
+using programs::localTime;
+using programs::oneLine;
+
+constexpr int kRecords = 10;
+constexpr std::size_t kFailedJobs = 5;
+
+void sayModule(Output& output, Json& facts) {
+  const Places places = Places::ofThisMachine();
+  const bool isThere = fileExists(places.module());
+  const auto version = fileVersion(places.module());
+  const bool isRegistered = isMonitorRegistered();
+  facts["module"] = {{"path", textValue(places.module())},
+                     {"installed", isThere},
+                     {"version", version ? Json(version->text()) : Json()},
+                     {"registered", isRegistered}};
+  output.line("module:  " + corvane::toUtf8(places.module()) +
+              (isThere ? ", version " + (version ? version->text() : "unknown") : ", not installed"));
+  output.line(std::string("monitor: ") + (isRegistered ? "registered with the spooler" : "not registered"));
+}
+
+void sayPorts(Output& output, Json& facts) {
+  std::string names;
+  facts["ports"] = Json::array();
+  for (const std::wstring& port : monitorPorts()) {
+    names += (names.empty() ? "" : ", ") + oneLine(port);
+    facts["ports"].push_back(textValue(port));
+  }
+  output.line("ports:   " + (names.empty() ? "none" : names));
+}
+
+void sayRecords(const std::string& from, const std::vector<std::string>& lines, Output& output, Json& facts) {
+  facts["records"] = {{"from", from}, {"lines", lines}};
+  output.line(lines.empty() ? "no failures in " + from : "last failures in " + from + ":");
+  for (const std::string& line : lines)
+    output.line("  " + line);
+}
+
+void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
+  std::vector<Notice> failed;
+  for (Notice& notice : server.notices(0, 0).notices) {
+    if (notice.kind == Notice::kJobNotice && notice.value(L"result") == L"failed") failed.push_back(std::move(notice));
+  }
+  if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);
+  Json jobs = Json::array();
+  output.line(failed.empty() ? "no failed jobs since the server runs" : "last failed jobs:");
+  for (const Notice& notice : failed) {
+    Json values;
+    const std::map<std::wstring, std::wstring> named(notice.values.rbegin(), notice.values.rend());
+    for (const auto& [name, value] : named)
+      values[corvane::toUtf8(name)] = textValue(value);
+    jobs.push_back({{"time", textValue(notice.time)}, {"line", textValue(notice.line)}, {"values", values}});
+    output.line("  " + localTime(notice.time) + " " + oneLine(notice.line));
+  }
+  facts["failedJobs"] = jobs;
+}
+
+void sayServer(int port, Output& output, Json& facts) try {
+  ApplicationServer server(port);
+  const ServerFacts status = server.status();
+  Json sessions = Json::array();
+  for (const SessionFacts& session : status.sessions) {
+    if (!isTestSession(session.number)) sessions.push_back(sessionJson(session));
+  }
+  facts["server"] = {{"reachable", true},
+                     {"version", textValue(status.version)},
+                     {"process", status.process},
+                     {"since", textValue(status.since)},
+                     {"sessions", sessions}};
+  output.line("server:  aps " + oneLine(status.version) + ", process " + std::to_string(status.process) +
+              ", runs since " + localTime(status.since));
+  if (sessions.empty()) output.line("no print client has registered");
+  for (const SessionFacts& session : status.sessions) {
+    if (!isTestSession(session.number)) saySession(session, output);
+  }
+  std::vector<std::string> lines;
+  for (const std::wstring& line : server.records(kRecords))
+    lines.push_back(oneLine(line));
+  sayRecords("the server's log", lines, output, facts);
+  sayFailedJobs(server, output, facts);
+} catch (const Failure& failure) {
+  facts["server"] = {{"reachable", false}, {"why", failure.what()}, {"remedy", failure.remedy()}};
+  output.line(std::string("server:  ") + failure.what());
+  output.line("  " + failure.remedy());
+  const std::wstring log = HostProperties::getInstance().logFile();
+  sayRecords("the module's log", failuresInLog(log, kRecords), output, facts);
+}
+
+ExitCode run(int serverPort, Output& output) {
+  Json facts;
+  sayModule(output, facts);
+  sayPorts(output, facts);
+  sayServer(serverPort, output, facts);
+  output.facts(facts);
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void addStatusCommand(CLI::App& app, Invocation& invocation) {
+  auto port = std::make_shared<int>(0);
+  CLI::App& command = addCommand(app, invocation, "status",
+                                 "Shows the module, ports, the application server, sessions and the last failures.",
+                                 {"status", "status --json"});
+  command.add_option("--server-port", *port, "TCP port of aps; default: the registry's")->check(CLI::Range(1, 65535));
+  command.callback([port, &invocation] { invocation.run = [port](Output& output) { return run(*port, output); }; });
+}
+
+}  // namespace admin

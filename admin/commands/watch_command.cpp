@@ -1,0 +1,103 @@
+#include "admin/commands/invocation.h"
+#include "admin/sessions/application_server.h"
+#include "admin/sessions/session_watch.h"
+#include "admin/spooler/spooler_port.h"
+#include "corvane/base/text.h"
+#include "programs/stop_request.h"
+
+#include <CLI/CLI.hpp>
+#include <condition_variable>
+#include <mutex>
+
+namespace admin {
+namespace {
+
+constexpr unsigned kRoundMilliseconds = 2000;
+
+struct Options {
+  int serverPort = 0;
+  unsigned graceSeconds = 60;
+  std::string driver, processor;
+};
+
+// The user's wish that the watch end.
+class Stop {
+ public:
+  Stop() : m_request([this] { ask(); }) {}
+
+  bool isAsked() {
+    const std::lock_guard guard(m_lock);
+    return m_asked;
+  }
+  // True when it was asked for within that time.
+  bool wait(unsigned milliseconds) {
+    std::unique_lock guard(m_lock);
+    return m_changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [this] { return m_asked; });
+  }
+
+ private:
+  void ask() {
+    const std::lock_guard guard(m_lock);
+    m_asked = true;
+    m_changed.notify_all();
+  }
+
+  std::mutex m_lock;  // guards m_asked
+  std::condition_variable m_changed;
+  bool m_asked = false;
+  programs::StopRequest m_request;
+};
+
+// One connection's worth of watching. Throws a Failure when the server goes.
+void follow(int serverPort, SessionWatch& watch, ApplicationServer*& followed, Stop& stop) {
+  ApplicationServer server(serverPort);
+  followed = &server;
+  while (!stop.isAsked()) {
+    watch.see(server.status(), SessionWatch::Clock::now());
+    stop.wait(kRoundMilliseconds);
+  }
+}
+
+ExitCode run(const Options& options, Output& output) {
+  const SessionOptions made{corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor)};
+  ApplicationServer* server = nullptr;  // while one is followed
+  SessionWatch watch({[&made](const SessionFacts& session) { return bringUp(session, made); }, takeDown,
+                      [](unsigned session) { return hasPort(sessionPort(session)); },
+                      [&server](int session, const RefusedPrinter& printer) { server->tellRefusal(session, printer); }},
+                     std::chrono::seconds(options.graceSeconds), output);
+  Stop stop;
+  output.line("watching the sessions; Ctrl-C ends it");
+  while (!stop.isAsked()) {
+    try {
+      follow(options.serverPort, watch, server, stop);
+    } catch (const Failure& failure) {
+      if (failure.code() != ExitCode::kServerAway) throw;
+      watch.seeNothing(failure.what());
+      stop.wait(kRoundMilliseconds);
+    }
+  }
+  output.line("the watch ends; the printers stay");
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void addWatchCommand(CLI::App& app, Invocation& invocation) {
+  auto options = std::make_shared<Options>();
+  CLI::App& command = addCommand(app, invocation, "watch",
+                                 "Brings sessions up and down as their print clients come and go, until Ctrl-C. With "
+                                 "--json, a line for each event.",
+                                 {"watch", "watch --driver \"Generic PostScript\" --grace 300"});
+  command.add_option("--driver", options->driver, "driver for printers whose own is not installed");
+  command.add_option("--processor", options->processor, "print processor; default: winprint");
+  command
+      .add_option("--grace", options->graceSeconds,
+                  "seconds that a client may be gone before its session goes down; default: 60")
+      ->check(CLI::Range(0, 86400));
+  command.add_option("--server-port", options->serverPort, "TCP port of aps; default: the registry's")
+      ->check(CLI::Range(1, 65535));
+  command.callback(
+      [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });
+}
+
+}  // namespace admin

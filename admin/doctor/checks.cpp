@@ -1,0 +1,189 @@
+#include "admin/doctor/checks.h"
+
+#include "admin/base/failure.h"
+#include "admin/base/files.h"
+#include "admin/base/registry_value.h"
+#include "admin/spooler/monitor_module.h"
+#include "admin/spooler/spooler_monitor.h"
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/trust/key.h"
+#include "programs/one_line.h"
+
+#include <cwctype>
+
+namespace admin {
+namespace {
+
+using corvane::toUtf8;
+
+constexpr char kInstallAgain[] = "Run mgprintmon install: it puts right what is missing.";
+
+std::string quoted(const std::wstring& text) {
+  return "\"" + toUtf8(text) + "\"";
+}
+
+std::wstring textOf(const std::wstring& key, const wchar_t* name) {
+  const auto value = readValue(key, name);
+  if (!value) throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " is missing", kInstallAgain);
+  const auto text = value->text();
+  if (!text) throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " is no string", kInstallAgain);
+  return *text;
+}
+
+// Nothing when the value is not there.
+std::optional<DWORD> numberOf(const std::wstring& key, const wchar_t* name) {
+  const auto value = readValue(key, name);
+  if (!value) return std::nullopt;
+  if (const auto number = value->number()) return number;
+  throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " of " + quoted(key) + " is no DWORD",
+                "Delete it, or write it as a DWORD.");
+}
+
+void checkRoot(const Places& places) {
+  const std::wstring root = textOf(places.productKey(), L"RootPath");
+  if (!folderExists(root)) {
+    throw Failure(ExitCode::kFailed, "RootPath " + quoted(root) + " is no folder", kInstallAgain);
+  }
+}
+
+void checkFramework(const std::wstring& key) {
+  const auto port = numberOf(key, L"Port");
+  if (port && (*port == 0 || *port > 65535)) {
+    throw Failure(ExitCode::kFailed, "the value Port is " + std::to_string(*port) + ", which is no TCP port",
+                  "Set it with mgprintmon install --port N.");
+  }
+  numberOf(key, L"LogLimit");
+  numberOf(key, L"Trace");
+  const std::wstring log = textOf(key, L"LogFile");
+  const std::size_t end = log.rfind(L'\\');
+  if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
+    throw Failure(ExitCode::kFailed, "the folder of LogFile " + quoted(log) + " is not there",
+                  "Make the folder, or set another file with mgprintmon install --log FILE.");
+  }
+  if (folderExists(log)) {
+    throw Failure(ExitCode::kFailed, "LogFile " + quoted(log) + " is a folder, so nothing is written there",
+                  "Set a file with mgprintmon install --log FILE.");
+  }
+}
+
+void checkEventSource(const Places& places) {
+  const std::wstring file = textOf(places.eventSourceKey, L"EventMessageFile");
+  if (file == places.module() && numberOf(places.eventSourceKey, L"TypesSupported") == 7u) return;
+  throw Failure(ExitCode::kFailed, "the event source MgPrintMon does not point to the module", kInstallAgain);
+}
+
+}  // namespace
+
+std::string checkModuleFile(const Places& places) {
+  if (!fileExists(places.module())) {
+    throw Failure(ExitCode::kNotFound, quoted(places.module()) + " is missing", kInstallAgain);
+  }
+  const auto version = fileVersion(places.module());
+  if (!version) {
+    throw Failure(ExitCode::kFailed, quoted(places.module()) + " has no version: it is damaged", kInstallAgain);
+  }
+  return toUtf8(places.module()) + ", version " + version->text();
+}
+
+std::string checkModuleLoads() {
+  MonitorModule::get();
+  return "it loads with everything that it depends on, and starts";
+}
+
+std::string checkRegistration() {
+  if (!isMonitorRegistered()) {
+    throw Failure(ExitCode::kFailed, "the spooler does not know the monitor " + quoted(kMonitorName), kInstallAgain);
+  }
+  return "the spooler knows the monitor " + quoted(kMonitorName);
+}
+
+std::string checkRegistry(const Places& places) {
+  checkRoot(places);
+  checkFramework(places.frameworkKey());
+  checkEventSource(places);
+  if (!keyExists(places.portsKey())) {
+    throw Failure(ExitCode::kFailed, "the key of the ports is missing", kInstallAgain);
+  }
+  numberOf(places.productKey() + L"\\AppServer", L"ConnectionOptions");
+  for (const wchar_t* limit : {L"TimeLimitSeconds", L"MemoryLimitMegabytes", L"OutputLimitMegabytes"})
+    numberOf(places.productKey() + L"\\Converter", limit);
+  return "every value is there, of its type, and makes sense";
+}
+
+std::string checkKeyFile(const Places& places) {
+  if (!readValue(places.frameworkKey(), kKeyFileName)) {
+    return "there is none: monitor, aps and print clients do not prove to each other who they are";
+  }
+  const std::wstring file = textOf(places.frameworkKey(), kKeyFileName);
+  try {
+    corvane::Key::read(toUtf8(file));
+  } catch (const CS_Exception& cause) {
+    throw Failure(ExitCode::kFailed, "the monitor's key cannot be used: " + programs::describe(cause),
+                  "Put a copy of the monitor.key of aps there, readable by the system and administrators, and run this "
+                  "as an administrator.");
+  }
+  return "the monitor proves itself with the key in " + quoted(file);
+}
+
+namespace {
+
+constexpr char kAdvice[] =
+    "a document is converted only when it begins with %!, so the driver has to send PostScript without PJL or Ctrl-D "
+    "in "
+    "front";
+
+// The words of a name in lower case, between blanks: " hp laserjet pcl 6 ".
+std::wstring wordsOf(const std::wstring& name) {
+  std::wstring words = L" ";
+  for (const wchar_t c : name) {
+    const bool isPart = std::iswalnum(static_cast<wint_t>(c)) || c == L'/';
+    if (isPart) words.push_back(static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c))));
+    if (!isPart && words.back() != L' ') words.push_back(L' ');
+  }
+  return words + L" ";
+}
+
+}  // namespace
+
+std::string otherLanguageOf(const std::wstring& driver) {
+  const std::wstring words = wordsOf(driver);
+  static constexpr struct {
+    const wchar_t* word;
+    const char* language;
+  } kLanguages[] = {{L" pcl", "PCL"},         {L" xps ", "XPS"}, {L" esc/p", "ESC/P"}, {L" ufr", "UFR"},
+                    {L" text only ", "text"}, {L" gdi ", "GDI"}, {L" zpl ", "ZPL"}};
+  for (const auto& [word, language] : kLanguages) {
+    if (words.find(word) != std::wstring::npos) return language;
+  }
+  return {};
+}
+
+std::string checkDrivers(const std::vector<SessionFacts>& sessions, const std::vector<SpoolerPrinter>& present) {
+  std::string wrong;
+  int count = 0;
+  for (const SessionFacts& session : sessions) {
+    for (const ClientPrinterFacts& printer : session.printers) {
+      for (const SpoolerPrinter& here : present) {
+        if (printer.format != protocol::DataFormat::kPdf || here.name != printer.localName) continue;
+        ++count;
+        const std::string language = otherLanguageOf(here.driver);
+        if (language.empty()) continue;
+        wrong +=
+            (wrong.empty() ? "" : ", ") + quoted(here.name) + " has " + quoted(here.driver) + " (" + language + ")";
+      }
+    }
+  }
+  if (!wrong.empty()) {
+    throw Failure(
+        ExitCode::kFailed,
+        "by their names these drivers send no PostScript, and their documents arrive "
+        "unconverted: " +
+            wrong,
+        "Name a PostScript driver with --driver or at the client, or bring the printer along with format=raw.");
+  }
+  if (count == 0) return "no printer here wants PDF";
+  return std::to_string(count) + (count == 1 ? " printer wants PDF: " : " printers want PDF: ") + kAdvice;
+}
+
+}  // namespace admin

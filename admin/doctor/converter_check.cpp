@@ -1,0 +1,97 @@
+#include "admin/base/failure.h"
+#include "admin/base/files.h"
+#include "admin/doctor/checks.h"
+#include "corvane/base/text.h"
+#include "programs/one_line.h"
+#include "util/win_handle.h"
+
+namespace admin {
+namespace {
+
+constexpr DWORD kConversionMilliseconds = 120000;
+constexpr unsigned kMostWords = 2000;
+constexpr ULONGLONG kEnoughSpace = 100ull * 1024 * 1024;
+
+std::string quoted(const std::wstring& text) {
+  return "\"" + corvane::toUtf8(text) + "\"";
+}
+
+mg::FileHandle inheritableFile(const std::wstring& path) {
+  SECURITY_ATTRIBUTES inheritable = {};
+  inheritable.nLength = sizeof inheritable;
+  inheritable.bInheritHandle = TRUE;
+  mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, &inheritable,
+                                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  require(static_cast<bool>(file), quoted(path) + " cannot be made");
+  return file;
+}
+
+// Runs the converter to its end and gives its exit code.
+DWORD convert(const std::wstring& converter, const std::wstring& document, const std::wstring& words) {
+  const mg::FileHandle output = inheritableFile(words);
+  STARTUPINFOW start = {};
+  start.cb = sizeof start;
+  start.dwFlags = STARTF_USESTDHANDLES;
+  start.hStdOutput = start.hStdError = output.get();
+  PROCESS_INFORMATION process = {};
+  std::wstring line = L"\"" + converter + L"\" \"" + document + L"\"";
+  require(CreateProcessW(converter.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
+                         &start, &process),
+          quoted(converter) + " cannot be started");
+  const mg::ObjectHandle running(process.hProcess);
+  const mg::ObjectHandle thread(process.hThread);
+  if (WaitForSingleObject(running.get(), kConversionMilliseconds) != WAIT_OBJECT_0) {
+    TerminateProcess(running.get(), 1);
+    throw Failure(ExitCode::kFailed, "the converter did not end within two minutes",
+                  "Look for a Ghostscript that hangs, and at the load of the machine.");
+  }
+  DWORD code = 0;
+  require(GetExitCodeProcess(running.get(), &code), "the converter's exit code cannot be read");
+  return code;
+}
+
+}  // namespace
+
+std::string checkConverter(const Places& places) {
+  if (!fileExists(places.converter())) {
+    throw Failure(ExitCode::kNotFound, quoted(places.converter()) + " is missing",
+                  "Run mgprintmon install: it puts right what is missing.");
+  }
+  const ScratchFile document(L".ps");
+  const ScratchFile pdf = document.sibling(L".pdf");
+  const ScratchFile words = document.sibling(L".log");
+  document.write(kTestPage);
+  const DWORD code = convert(places.converter(), document.path(), words.path());
+  if (code != 0) {
+    throw Failure(ExitCode::kFailed,
+                  "a page was not converted (exit code " + std::to_string(code) +
+                      "): " + programs::oneLine(corvane::fromUtf8(fileTail(words.path(), kMostWords))),
+                  "Exit code 4 asks for Ghostscript: install it, or name it in the registry value GhostscriptPath of "
+                  "SOFTWARE\\Quillfern\\Marrowgate\\Converter.");
+  }
+  const std::string content = fileTail(pdf.path(), 1024 * 1024);
+  if (!content.starts_with("%PDF-")) {
+    throw Failure(ExitCode::kFailed, "what the converter made is no PDF", "Look at the Ghostscript that it uses.");
+  }
+  return "a page became a PDF of " + std::to_string(content.size()) + " bytes";
+}
+
+std::string checkTemporaryFolder() {
+  const ScratchFile file(L".txt");
+  file.write("written by mgprintmon doctor\n");
+  if (fileTail(file.path(), 100) != "written by mgprintmon doctor\n") {
+    throw Failure(ExitCode::kFailed, quoted(file.path()) + " does not hold what was written",
+                  "Look at the disk and at what watches its files.");
+  }
+  ULARGE_INTEGER space = {};
+  require(GetDiskFreeSpaceExW(ScratchFile::folder().c_str(), &space, nullptr, nullptr),
+          "the space in " + quoted(ScratchFile::folder()) + " cannot be told");
+  const std::string megabytes = std::to_string(space.QuadPart / (1024 * 1024)) + " MB";
+  if (space.QuadPart < kEnoughSpace) {
+    throw Failure(ExitCode::kFailed, quoted(ScratchFile::folder()) + " has " + megabytes + " left",
+                  "Make room: a conversion needs the document several times.");
+  }
+  return corvane::toUtf8(ScratchFile::folder()) + " can be written, " + megabytes + " left";
+}
+
+}  // namespace admin

@@ -1,0 +1,49 @@
+#include "admin/base/failure.h"
+#include "admin/doctor/checks.h"
+
+#include <gtest/gtest.h>
+
+namespace admin {
+namespace {
+
+SessionFacts sessionWith(const std::wstring& name, int format) {
+  ClientPrinterFacts printer;
+  printer.localName = name;
+  printer.format = static_cast<protocol::DataFormat>(format);
+  SessionFacts session;
+  session.number = 5;
+  session.printers = {printer};
+  return session;
+}
+
+TEST(DriverCheck, KnowsOtherLanguagesByTheNamesOfDrivers) {
+  EXPECT_EQ(otherLanguageOf(L"HP Universal Printing PCL 6"), "PCL");
+  EXPECT_EQ(otherLanguageOf(L"Brother PCL5e Driver"), "PCL");
+  EXPECT_EQ(otherLanguageOf(L"Microsoft XPS Document Writer v4"), "XPS");
+  EXPECT_EQ(otherLanguageOf(L"EPSON ESC/P-R V4 Class Driver"), "ESC/P");
+  EXPECT_EQ(otherLanguageOf(L"Canon Generic Plus UFR II"), "UFR");
+  EXPECT_EQ(otherLanguageOf(L"Generic / Text Only"), "text");
+  for (const wchar_t* driver :
+       {L"Generic PostScript", L"HP Universal Printing PS", L"", L"Topcl", L"MS Publisher Imagesetter"})
+    EXPECT_EQ(otherLanguageOf(driver), "") << driver;
+}
+
+TEST(DriverCheck, NamesPrintersWhoseDocumentsWouldArriveUnconverted) {
+  const std::vector<SpoolerPrinter> present = {{L"Laser", L"CPP5", L"HP PCL 6", L"", L""},
+                                               {L"Ink", L"CPP5", L"Generic PostScript", L"", L""}};
+  try {
+    checkDrivers({sessionWith(L"Laser", 3), sessionWith(L"Ink", 3)}, present);
+    ADD_FAILURE() << "it is well";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(std::string(failure.what()),
+              "by their names these drivers send no PostScript, and their documents arrive unconverted: \"Laser\" has "
+              "\"HP PCL 6\" (PCL)");
+  }
+  EXPECT_EQ(checkDrivers({sessionWith(L"Laser", 1), sessionWith(L"Ink", 3)}, present),
+            "1 printer wants PDF: a document is converted only when it begins with %!, so the driver has to send "
+            "PostScript without PJL or Ctrl-D in front");
+  EXPECT_EQ(checkDrivers({sessionWith(L"Laser", 2), sessionWith(L"Gone", 3)}, present), "no printer here wants PDF");
+}
+
+}  // namespace
+}  // namespace admin

@@ -1,0 +1,210 @@
+#include "admin/install/install_steps.h"
+
+#include "admin/base/failure.h"
+#include "admin/base/files.h"
+#include "admin/base/places.h"
+#include "admin/spooler/spooler_monitor.h"
+#include "corvane/base/text.h"
+
+namespace admin {
+namespace {
+
+// What could not be undone, as sentences; empty when the machine is as it was.
+std::string undoAll(const std::vector<InstallStep*>& performed) {
+  std::string left;
+  for (auto step = performed.rbegin(); step != performed.rend(); ++step) {
+    try {
+      (*step)->undo();
+    } catch (const std::exception& failure) {
+      left += " Could not be undone: " + (*step)->name() + ": " + failure.what() + ".";
+    }
+  }
+  return left;
+}
+
+}  // namespace
+
+std::vector<std::string> performAll(const InstallSteps& steps) {
+  std::vector<std::string> names;
+  std::vector<InstallStep*> performed;
+  const InstallStep* current = nullptr;
+  try {
+    for (const auto& step : steps) {
+      current = step.get();
+      if (step->isDone()) continue;
+      step->perform();
+      performed.push_back(step.get());
+      names.push_back(step->name());
+    }
+  } catch (const Failure& failure) {
+    const std::string left = undoAll(performed);
+    const std::string undone = left.empty() ? ". Nothing was changed." : "." + left;
+    throw Failure(failure.code(), "could not " + current->name() + ": " + failure.what() + undone, failure.remedy());
+  } catch (...) {
+    undoAll(performed);
+    throw;
+  }
+  for (InstallStep* step : performed)
+    step->commit();
+  return names;
+}
+
+namespace {
+
+// Notes an entry unless it is there already; true when it was added, and is to be taken back with the step.
+bool note(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry) {
+  if (record.holds(kind, entry)) return false;
+  record.add(kind, entry);
+  return true;
+}
+
+// Makes the thing that was noted; without it the note goes, too.
+template <class Make>
+void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry, bool noted, Make&& make) {
+  try {
+    make();
+  } catch (...) {
+    if (noted) record.remove(kind, entry);
+    throw;
+  }
+}
+
+}  // namespace
+
+std::string KeyStep::name() const {
+  return "make the registry key \"" + corvane::toUtf8(m_key) + "\"";
+}
+
+bool KeyStep::isDone() const {
+  return keyExists(m_key);
+}
+
+void KeyStep::perform() {
+  const bool noted = note(m_record, InstallationRecord::kKeys, m_key);
+  makeNoted(m_record, InstallationRecord::kKeys, m_key, noted, [&] {
+    createKey(m_key);
+    if (!m_writesRecord) return;
+    try {
+      m_record.write();
+    } catch (...) {
+      deleteKey(m_key);
+      throw;
+    }
+  });
+}
+
+void KeyStep::undo() {
+  deleteKey(m_key);
+  m_record.remove(InstallationRecord::kKeys, m_key);
+}
+
+std::string ValueStep::name() const {
+  return "write the registry value \"" + corvane::toUtf8(m_name) + "\" of \"" + corvane::toUtf8(m_key) + "\"";
+}
+
+bool ValueStep::isDone() const {
+  const auto present = readValue(m_key, m_name);
+  return present && (m_keepsPresent ? present->type == m_value.type : *present == m_value);
+}
+
+void ValueStep::perform() {
+  m_before = readValue(m_key, m_name);
+  const std::wstring entry = m_key + L"\t" + m_name;
+  // A value that somebody else wrote stays somebody else's.
+  m_noted = !m_before && note(m_record, InstallationRecord::kValues, entry);
+  makeNoted(m_record, InstallationRecord::kValues, entry, m_noted, [&] { writeValue(m_key, m_name, m_value); });
+}
+
+void ValueStep::undo() {
+  if (m_before) {
+    writeValue(m_key, m_name, *m_before);
+  } else {
+    deleteValue(m_key, m_name);
+  }
+  if (m_noted) m_record.remove(InstallationRecord::kValues, m_key + L"\t" + m_name);
+}
+
+std::string FolderStep::name() const {
+  return "make the folder \"" + corvane::toUtf8(m_path) + "\"";
+}
+
+bool FolderStep::isDone() const {
+  return folderExists(m_path);
+}
+
+void FolderStep::perform() {
+  m_noted = note(m_record, InstallationRecord::kFolders, m_path);
+  makeNoted(m_record, InstallationRecord::kFolders, m_path, m_noted, [&] { createFolder(m_path); });
+}
+
+void FolderStep::undo() {
+  deleteFolder(m_path);
+  if (m_noted) m_record.remove(InstallationRecord::kFolders, m_path);
+}
+
+std::string FileStep::name() const {
+  return "copy \"" + corvane::toUtf8(m_from) + "\" to \"" + corvane::toUtf8(m_to) + "\"";
+}
+
+bool FileStep::isDone() const {
+  return sameContent(m_from, m_to);
+}
+
+void FileStep::perform() {
+  m_noted = note(m_record, InstallationRecord::kFiles, m_to);
+  makeNoted(m_record, InstallationRecord::kFiles, m_to, m_noted, [&] { putInPlace(); });
+}
+
+void FileStep::putInPlace() {
+  const std::wstring fresh = m_to + L".new";
+  const std::wstring old = m_to + L".old";
+  m_replaced = fileExists(m_to);
+  if (m_replaced) requireReplaceable(m_to);
+  copyFile(m_from, fresh);
+  try {
+    if (m_replaced) moveFile(m_to, old, true);
+    try {
+      moveFile(fresh, m_to, false);
+    } catch (...) {
+      if (m_replaced) moveFile(old, m_to, false);
+      throw;
+    }
+  } catch (...) {
+    DeleteFileW(fresh.c_str());
+    throw;
+  }
+}
+
+void FileStep::undo() {
+  if (m_replaced) {
+    moveFile(m_to + L".old", m_to, true);
+  } else {
+    deleteFile(m_to);
+  }
+  if (m_noted) m_record.remove(InstallationRecord::kFiles, m_to);
+}
+
+void FileStep::commit() {
+  // The installation is complete without it; when somebody has the old file open it goes with the next installation.
+  if (m_replaced) DeleteFileW((m_to + L".old").c_str());
+}
+
+std::string MonitorStep::name() const {
+  return "register the print monitor \"" + corvane::toUtf8(kMonitorName) + "\" with the spooler";
+}
+
+bool MonitorStep::isDone() const {
+  return isMonitorRegistered();
+}
+
+void MonitorStep::perform() {
+  m_noted = note(m_record, InstallationRecord::kMonitors, kMonitorName);
+  makeNoted(m_record, InstallationRecord::kMonitors, kMonitorName, m_noted, [] { registerMonitor(); });
+}
+
+void MonitorStep::undo() {
+  unregisterMonitor();
+  if (m_noted) m_record.remove(InstallationRecord::kMonitors, kMonitorName);
+}
+
+}  // namespace admin

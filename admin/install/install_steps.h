@@ -1,0 +1,129 @@
+#pragma once
+
+#include "admin/base/registry_value.h"
+#include "admin/install/installation_record.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace admin {
+
+// One thing that installing does. Steps run in order; when one fails, those that were performed are undone in reverse,
+// and the machine is as it was before.
+class InstallStep {
+ public:
+  virtual ~InstallStep() = default;
+  // What it does, in words, as in "copy MgPrintMon.dll to C:\Windows\system32".
+  virtual std::string name() const = 0;
+  // Everything is as this step would leave it.
+  virtual bool isDone() const = 0;
+  // Throws a Failure after leaving nothing behind itself.
+  virtual void perform() = 0;
+  // After perform() only. Throws a Failure when the machine cannot be brought back.
+  virtual void undo() = 0;
+  // The installation is complete: what undo() would have needed may go.
+  virtual void commit() {}
+};
+
+using InstallSteps = std::vector<std::unique_ptr<InstallStep>>;
+
+// Performs the steps that are not done and gives their names, empty when there was nothing to do. All or nothing: a
+// failure names the step and its error, after the others have been undone; what could not be undone is named as well.
+std::vector<std::string> performAll(const InstallSteps& steps);
+
+// The kinds of steps. Each notes in the record what it is about to make; the record outlives them.
+
+// A registry key. With writesRecord it is the record's own, and writes into it what earlier steps have noted.
+class KeyStep : public InstallStep {
+ public:
+  KeyStep(InstallationRecord& record, std::wstring key, bool writesRecord = false)
+      : m_record(record), m_key(std::move(key)), m_writesRecord(writesRecord) {}
+  std::string name() const override;
+  bool isDone() const override;
+  void perform() override;
+  void undo() override;
+
+ private:
+  InstallationRecord& m_record;
+  const std::wstring m_key;
+  const bool m_writesRecord;
+};
+
+// A registry value. One that an administrator may set keeps what is there, if it has the right type.
+class ValueStep : public InstallStep {
+ public:
+  ValueStep(InstallationRecord& record, std::wstring key, std::wstring name, RegistryValue value, bool keepsPresent)
+      : m_record(record),
+        m_key(std::move(key)),
+        m_name(std::move(name)),
+        m_value(std::move(value)),
+        m_keepsPresent(keepsPresent) {}
+  std::string name() const override;
+  bool isDone() const override;
+  void perform() override;
+  void undo() override;
+
+ private:
+  InstallationRecord& m_record;
+  const std::wstring m_key;
+  const std::wstring m_name;
+  const RegistryValue m_value;
+  const bool m_keepsPresent;
+  std::optional<RegistryValue> m_before;
+  bool m_noted = false;
+};
+
+// A folder in one that exists.
+class FolderStep : public InstallStep {
+ public:
+  FolderStep(InstallationRecord& record, std::wstring path) : m_record(record), m_path(std::move(path)) {}
+  std::string name() const override;
+  bool isDone() const override;
+  void perform() override;
+  void undo() override;
+
+ private:
+  InstallationRecord& m_record;
+  const std::wstring m_path;
+  bool m_noted = false;
+};
+
+// A file, written under another name beside its target and then renamed. A file that is there already with other
+// content is kept under a third name until everything is done.
+class FileStep : public InstallStep {
+ public:
+  FileStep(InstallationRecord& record, std::wstring from, std::wstring to)
+      : m_record(record), m_from(std::move(from)), m_to(std::move(to)) {}
+  std::string name() const override;
+  bool isDone() const override;
+  void perform() override;
+  void undo() override;
+  void commit() override;
+
+ private:
+  void putInPlace();
+
+  InstallationRecord& m_record;
+  const std::wstring m_from;
+  const std::wstring m_to;
+  bool m_noted = false;
+  bool m_replaced = false;
+};
+
+// The monitor's registration with the spooler.
+class MonitorStep : public InstallStep {
+ public:
+  explicit MonitorStep(InstallationRecord& record) : m_record(record) {}
+  std::string name() const override;
+  bool isDone() const override;
+  void perform() override;
+  void undo() override;
+
+ private:
+  InstallationRecord& m_record;
+  bool m_noted = false;
+};
+
+}  // namespace admin

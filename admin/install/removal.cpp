@@ -1,0 +1,167 @@
+#include "admin/install/removal.h"
+
+#include "admin/base/failure.h"
+#include "admin/base/files.h"
+#include "admin/base/registry_value.h"
+#include "admin/install/installation_record.h"
+#include "admin/spooler/spooler_monitor.h"
+#include "admin/spooler/spooler_port.h"
+#include "admin/spooler/spooler_printer.h"
+#include "admin/spooler/wine_spooler.h"
+#include "corvane/base/text.h"
+
+#include <algorithm>
+
+namespace admin {
+namespace {
+
+using corvane::toUtf8;
+
+class Removal {
+ public:
+  Removal(const Places& places, bool force) : m_places(places), m_record(places.recordKey()), m_force(force) {}
+
+  RemovalResult run() {
+    const bool registered = isMonitorRegistered();
+    if (!m_record.exists()) {
+      if (!registered && !fileExists(m_places.module())) {
+        removeEmptyKeys();
+        return {};
+      }
+      assumeRecord();
+    }
+    if (registered) {
+      removePrintersAndPorts();
+      if (!m_record.entries(InstallationRecord::kMonitors).empty()) {
+        unregisterMonitor();
+        m_result.done.push_back("took the print monitor from the spooler");
+      }
+    }
+    releaseModule();
+    removeFiles();
+    removeFolders();
+    removeValues();
+    removeKeys();
+    return std::move(m_result);
+  }
+
+ private:
+  // An installation made by hand.
+  void assumeRecord() {
+    if (!m_force) {
+      throw Failure(ExitCode::kFailed, "there is no record of what installing has made on this machine",
+                    "It was not installed by this program. Take it away with --force: the monitor, MgPrintMon.dll, "
+                    "ps2pdf.exe and the keys Marrowgate and Corvane; or run mgprintmon install first.");
+    }
+    m_record.add(InstallationRecord::kMonitors, kMonitorName);
+    m_record.add(InstallationRecord::kFiles, m_places.converter());
+    m_record.add(InstallationRecord::kFiles, m_places.module());
+    for (const std::wstring& key :
+         {m_places.vendorKey, m_places.productKey(), m_places.frameworkKey(), m_places.eventSourceKey}) {
+      m_record.add(InstallationRecord::kKeys, key);
+    }
+  }
+
+  void removePrintersAndPorts() {
+    const std::vector<std::wstring> ports = monitorPorts();
+    const std::vector<SpoolerPrinter> printers = printersOn(ports);
+    if (!printers.empty() && !m_force) {
+      std::string names;
+      for (const SpoolerPrinter& printer : printers)
+        names += (names.empty() ? "\"" : ", \"") + toUtf8(printer.name) + "\" on " + toUtf8(printer.port);
+      throw Failure(ExitCode::kInUse, "printers use ports of the monitor: " + names,
+                    "Remove them first (mgprintmon session down N), or remove them with the rest with --force.");
+    }
+    for (const SpoolerPrinter& printer : printers) {
+      deletePrinter(printer.name);
+      m_result.done.push_back("removed printer \"" + toUtf8(printer.name) + "\"");
+    }
+    for (const std::wstring& port : ports) {
+      deletePort(port);
+      m_result.done.push_back("removed port " + toUtf8(port));
+    }
+  }
+
+  void removeFiles() {
+    for (const std::wstring& file : m_record.entries(InstallationRecord::kFiles)) {
+      const bool wasThere = fileExists(file);
+      for (const wchar_t* suffix : {L"", L".old", L".new"})
+        deleteFile(file + suffix);
+      if (wasThere) m_result.done.push_back("removed \"" + toUtf8(file) + "\"");
+    }
+  }
+
+  void removeFolders() {
+    std::vector<std::wstring> folders = m_record.entries(InstallationRecord::kFolders);
+    std::reverse(folders.begin(), folders.end());
+    for (const std::wstring& folder : folders) {
+      if (folder.ends_with(L"\\Log")) {
+        for (const wchar_t* log : {L"\\MgPrintMon.log", L"\\MgPrintMon.log.1"})
+          deleteFile(folder + log);
+      }
+      const bool wasThere = folderExists(folder);
+      try {
+        deleteFolder(folder);
+        if (wasThere) m_result.done.push_back("removed the folder \"" + toUtf8(folder) + "\"");
+      } catch (const SystemFailure& failure) {
+        if (failure.error() != ERROR_DIR_NOT_EMPTY) throw;
+        m_result.kept.push_back("the folder \"" + toUtf8(folder) + "\" stays: it holds files that are not ours");
+      }
+    }
+  }
+
+  void removeValues() {
+    for (const std::wstring& entry : m_record.entries(InstallationRecord::kValues)) {
+      const std::size_t tab = entry.find(L'\t');
+      if (tab != std::wstring::npos) deleteValue(entry.substr(0, tab), entry.substr(tab + 1));
+    }
+  }
+
+  // Everything in a key of our own goes with it; a key that others may use goes when it is empty.
+  bool isOurs(const std::wstring& key) const {
+    for (const std::wstring& ours : {m_places.productKey(), m_places.frameworkKey(), m_places.eventSourceKey}) {
+      if (key == ours || key.starts_with(ours + L"\\")) return true;
+    }
+    return false;
+  }
+
+  // What a removal that was cut off after the record had gone has left.
+  void removeEmptyKeys() {
+    for (const std::wstring& key : {m_places.productKey(), m_places.vendorKey}) {
+      if (keyExists(key) && isKeyEmpty(key)) deleteKey(key);
+    }
+  }
+
+  // The record stands in one of the first keys that were made, so it is among the last to go; with the product's key
+  // when that is ours.
+  void removeKeys() {
+    std::vector<std::wstring> keys = m_record.entries(InstallationRecord::kKeys);
+    std::reverse(keys.begin(), keys.end());
+    for (const std::wstring& key : keys) {
+      if (!keyExists(key)) continue;
+      if (key == m_places.recordKey() && m_record.holds(InstallationRecord::kKeys, m_places.productKey())) continue;
+      if (isOurs(key)) {
+        deleteKeyTree(key);
+      } else if (isKeyEmpty(key)) {
+        deleteKey(key);
+      } else {
+        m_result.kept.push_back("the registry key \"" + toUtf8(key) + "\" stays: it holds what is not ours");
+        continue;
+      }
+      m_result.done.push_back("removed the registry key \"" + toUtf8(key) + "\"");
+    }
+  }
+
+  const Places& m_places;
+  InstallationRecord m_record;
+  const bool m_force;
+  RemovalResult m_result;
+};
+
+}  // namespace
+
+RemovalResult uninstall(const Places& places, bool force) {
+  return Removal(places, force).run();
+}
+
+}  // namespace admin

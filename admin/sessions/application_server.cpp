@@ -1,0 +1,176 @@
+#include "admin/sessions/application_server.h"
+
+#include "admin/base/failure.h"
+#include "corvane/base/process.h"
+#include "corvane/base/text.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/class_factory.h"
+#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/program_monitor_c.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/host_properties.h"
+#include "corvane/records/messages.h"
+#include "programs/one_line.h"
+#include "protocol/exchange.h"
+#include "protocol/names.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace admin {
+namespace {
+
+[[noreturn]] void throwAway(int port, const CS_Exception& cause) {
+  const std::string what = "the application server on port " + std::to_string(port) + " of this machine ";
+  if (cause.number() == corvane::kConnectFailed) {
+    throw Failure(ExitCode::kServerAway, what + "does not answer: " + programs::describe(cause),
+                  "Start aps, or correct the port (registry value Port of SOFTWARE\\Quillfern\\Corvane, or "
+                  "--server-port).");
+  }
+  if (cause.number() == corvane::kKeyNeeded || cause.number() == corvane::kNotProven) {
+    throw Failure(
+        ExitCode::kServerAway, what + "is not asked: " + programs::describe(cause),
+        "mgprintmon uses the monitor's key (registry value KeyFile of SOFTWARE\\Quillfern\\Corvane): run it as "
+        "an administrator, who can read that file, and give aps the same key.");
+  }
+  if (cause.number() == corvane::kRequestRefused) {
+    throw Failure(ExitCode::kServerAway, what + "refuses to answer: " + programs::describe(cause),
+                  "Its version may not know this question: replace aps by the one that came with mgprintmon.");
+  }
+  throw Failure(ExitCode::kServerAway, what + "has gone: " + programs::describe(cause),
+                "Look into its log, start it and do this again.");
+}
+
+// What `ask` gives; a failure on the way means that the server is away.
+template <class Ask>
+auto asking(int port, Ask&& ask) {
+  try {
+    return ask();
+  } catch (const CS_Exception& cause) {
+    throwAway(port, cause);
+  }
+}
+
+[[noreturn]] void throwViolation(const wchar_t* what, int number) {
+  throw CS_Exception(corvane::kProtocolViolation, what, number);
+}
+
+// Adds what a page tells; a session that the page before has begun gets the rest of its printers.
+void addPage(ServerFacts& facts, ServerFacts&& page) {
+  std::vector<SessionFacts> sessions = std::move(facts.sessions);
+  std::vector<SessionFacts> more = std::move(page.sessions);
+  facts = std::move(page);
+  auto from = more.begin();
+  if (from != more.end() && !sessions.empty() && sessions.back().number == from->number) {
+    auto& printers = sessions.back().printers;
+    if (printers.size() + from->printers.size() > static_cast<std::size_t>(SessionFacts::kPrinters.most)) {
+      throwViolation(L"too many printers of session %d", from->number);
+    }
+    std::move(from->printers.begin(), from->printers.end(), std::back_inserter(printers));
+    ++from;
+  }
+  std::move(from, more.end(), std::back_inserter(sessions));
+  if (sessions.size() > static_cast<std::size_t>(ServerFacts::kSessions.most)) {
+    throwViolation(L"%d sessions", static_cast<int>(sessions.size()));
+  }
+  facts.sessions = std::move(sessions);
+}
+
+}  // namespace
+
+ApplicationServer::ApplicationServer(int port) : m_port(port != 0 ? port : HostProperties::getInstance().hostValue()) {
+  asking(m_port, [this] {
+    if (!CS_ComponentServer::initialize(0, 0)) {
+      throw CS_Exception(corvane::kConnectFailed, L"the network of this machine cannot be used");
+    }
+    CS_ComponentServer::getServer()->registerClass(protocol::kAdministrationClientClass,
+                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+    m_connection = CS_Connection::create();
+    const std::wstring keyFile = HostProperties::getInstance().keyFile();
+    if (!keyFile.empty()) m_connection->useKey(corvane::Identity::monitor(), corvane::toUtf8(keyFile));
+    m_connection->connect(L"localhost", m_port, CS_Connection::kDirect, false);
+    const auto factory =
+        m_connection->getClassFactory(protocol::kAdministrationClientClass, protocol::kAdministrationServerClass, true);
+    if (factory) m_component = CS_RCPtr<CS_Component>(factory->newInstance(0));
+    if (!m_component) throw CS_Exception(corvane::kConnectionLost, nullptr);
+    m_component->getChannel(true)->startSending();
+    m_component->getChannel(true)->startReceiving();
+  });
+}
+
+ApplicationServer::~ApplicationServer() {
+  CS_Connection::destroy(m_connection, true);
+}
+
+ServerFacts ApplicationServer::status() {
+  return asking(m_port, [this] {
+    ServerFacts facts;
+    protocol::StatusPage asked;
+    while (true) {
+      protocol::StatusPage::Answer page = protocol::ask(m_component, asked, kReplyMilliseconds);
+      addPage(facts, std::move(page.status));
+      if (!page.next) return facts;
+      if (!(asked < *page.next)) throw CS_Exception(corvane::kProtocolViolation, L"pages that do not go on");
+      asked = *page.next;
+    }
+  });
+}
+
+std::vector<std::wstring> ApplicationServer::records(int most) {
+  return asking(m_port,
+                [this, most] { return protocol::ask(m_component, protocol::Records{most}, kReplyMilliseconds).lines; });
+}
+
+void ApplicationServer::tellRefusal(int session, const RefusedPrinter& printer) {
+  asking(m_port, [&] {
+    const auto factory =
+        m_connection->getClassFactory(CS_ProgramMonitor_c::m_className, CS_ProgramMonitor_c::m_peerClassName, true);
+    const CS_RCPtr<CS_Component> made(factory ? factory->newInstance(0) : nullptr);
+    const CS_RCPtr<CS_ProgramMonitor_c> monitor(dynamic_cast<CS_ProgramMonitor_c*>(made.get()));
+    if (!monitor) throw CS_Exception(corvane::kConnectionLost, nullptr);
+    const std::wstring number = std::to_wstring(session);
+    const std::wstring why = corvane::fromUtf8(printer.why), remedy = corvane::fromUtf8(printer.remedy);
+    monitor->notify(
+        {protocol::Notice::kPrinterNotice,
+         L"Printer \"" + printer.name + L"\" of session " + number + L" cannot be had here: " + why + L". " + remedy,
+         {{L"printer", printer.name},
+          {L"session", number},
+          {L"process", std::to_wstring(corvane::processId())},
+          {L"result", L"refused"},
+          {L"cause", why},
+          {L"remedy", remedy}}});
+    // Everything that was sent before has been read when this is answered; then the component is of no more use.
+    if (!monitor->setProcessInfo(corvane::processId(), L"mgprintmon")) {
+      throw CS_Exception(corvane::kConnectionLost, nullptr);
+    }
+    monitor->releasePeer();
+    m_connection->removeChild(monitor.get());
+  });
+}
+
+Notices ApplicationServer::notices(int after, unsigned waitMilliseconds, unsigned patienceMilliseconds) {
+  return asking(m_port, [this, after, waitMilliseconds, patienceMilliseconds] {
+    return protocol::ask(m_component, protocol::Notices{after, static_cast<int>(waitMilliseconds)},
+                         waitMilliseconds + patienceMilliseconds);
+  });
+}
+
+bool AwaitedJob::isOf(const Notice& notice) const {
+  return notice.kind == Notice::kJobNotice && notice.value(L"job") == std::to_wstring(number) &&
+         notice.value(L"printer") == printer && (process == 0 || notice.value(L"process") == std::to_wstring(process));
+}
+
+JobOutcome JobOutcome::of(const Notice& notice) {
+  JobOutcome outcome;
+  outcome.result = notice.value(L"result");
+  outcome.isPrinted = outcome.result == L"delivered" || outcome.result == L"shown";
+  outcome.session = notice.value(L"session");
+  outcome.bytes = notice.value(L"bytes");
+  outcome.cause = notice.value(L"cause");
+  outcome.remedy = notice.value(L"remedy");
+  return outcome;
+}
+
+}  // namespace admin

@@ -1,0 +1,57 @@
+#include "admin/sessions/outcome_watch.h"
+
+#include <algorithm>
+#include <thread>
+
+namespace admin {
+namespace {
+
+constexpr long long kPause = 500;  // milliseconds between attempts to reach the server
+
+}  // namespace
+
+std::optional<JobOutcome> OutcomeWatch::wait(const AwaitedJob& job, Clock::time_point deadline) {
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (!m_server && left > 0) connect();
+    if (m_server) {
+      if (const auto outcome = ask(job, std::max(left, 0LL))) return outcome;
+    }
+    if (left <= 0) return std::nullopt;
+    if (!m_server) std::this_thread::sleep_for(std::chrono::milliseconds(std::min(left, kPause)));
+  }
+}
+
+void OutcomeWatch::connect() try {
+  m_server = std::make_unique<ApplicationServer>(m_port);
+  // Numbers begin again with the server. What the first one has told before this job began is of no interest.
+  const int latest = m_server->notices(-1, 0).latest;
+  if (!m_wasThere || latest < m_after) m_after = m_isFirst ? latest : 0;
+  m_wasThere = true;
+  m_isFirst = false;
+  m_why = "the time for it is over";
+} catch (const Failure& failure) {
+  m_isFirst = false;
+  lose(failure);
+}
+
+std::optional<JobOutcome> OutcomeWatch::ask(const AwaitedJob& job, long long left) try {
+  const auto wait = static_cast<unsigned>(std::min(left, kLongestWait));
+  const Notices news = m_server->notices(m_after, wait, kPatience);
+  for (const Notice& notice : news.notices) {
+    if (job.isOf(notice)) return JobOutcome::of(notice);
+  }
+  m_after = news.latest;
+  return std::nullopt;
+} catch (const Failure& failure) {
+  lose(failure);
+  return std::nullopt;
+}
+
+void OutcomeWatch::lose(const Failure& failure) {
+  m_server.reset();
+  m_why = failure.what();
+  m_remedy = failure.remedy();
+}
+
+}  // namespace admin

@@ -1,0 +1,90 @@
+#include "admin/sessions/outcome_watch.h"
+
+#include "corvane/components/component_server.h"
+#include "corvane/records/local_monitor.h"
+#include "programs/no_sink.h"
+#include "tests/support/scripted_peer.h"
+
+#include <gmock/gmock.h>
+#include <regex>
+
+namespace admin {
+namespace {
+
+using ::testing::Each;
+using ::testing::IsEmpty;
+using ::testing::Le;
+using ::testing::Not;
+
+constexpr char kClass[] = "AdministrationServer";
+constexpr int kNotices = 32;
+
+class OutcomeWatchTest : public testing::Test {
+ protected:
+  OutcomeWatchTest() {
+    CS_ComponentServer::initialize(0, 0);
+    corvane::LocalMonitor::instance().setSink(std::make_unique<programs::NoSink>());
+  }
+  ~OutcomeWatchTest() override { corvane::LocalMonitor::instance().setSink(nullptr); }
+
+  // For how long the server was asked to wait for a notice, behind the first question, which waits for none.
+  std::vector<int> waits() const {
+    std::vector<int> found;
+    const std::regex asked("request 32.* int (-?[0-9]+), int ([0-9]+)");
+    for (const std::string& line : m_peer.lines()) {
+      std::smatch numbers;
+      if (std::regex_search(line, numbers, asked) && numbers[1] != "-1") found.push_back(std::stoi(numbers[2]));
+    }
+    return found;
+  }
+
+  const AwaitedJob m_job{17, L"Laser", 0};
+  ScriptedPeer m_peer;
+};
+
+// The server would otherwise answer long after the time that somebody wanted to wait.
+TEST_F(OutcomeWatchTest, TheServerIsNeverAskedToWaitForLongerThanIsLeft) {
+  m_peer.answer(kClass, kNotices, [](corvane::ValueWriter& reply) {
+    reply.writeInt(3);
+    reply.writeBoolean(false);
+  });
+  OutcomeWatch watch(m_peer.port());
+  ASSERT_TRUE(watch.isThere());
+  EXPECT_EQ(watch.wait(m_job, OutcomeWatch::Clock::now() + std::chrono::milliseconds(200)), std::nullopt);
+  EXPECT_EQ(watch.why(), "the time for it is over");
+  const std::vector<int> asked = waits();
+  EXPECT_THAT(asked, Not(IsEmpty()));
+  EXPECT_THAT(asked, Each(Le(200)));
+  EXPECT_EQ(asked.back(), 0) << "it is asked once more when the time is over";
+}
+
+TEST_F(OutcomeWatchTest, ALongTimeIsAskedForInPieces) {
+  m_peer.answer(kClass, kNotices, [](corvane::ValueWriter& reply) {
+    reply.writeInt(18);
+    reply.writeBoolean(true);
+    reply.writeInt(18);
+    reply.writeText(L"2026-01-31T23:59:59Z");
+    reply.writeText(L"job");
+    reply.writeText(L"job 17 was delivered");
+    reply.writeInt(3);
+    for (const wchar_t* text : {L"job", L"17", L"printer", L"Laser", L"result", L"delivered"})
+      reply.writeText(text);
+    reply.writeBoolean(false);
+  });
+  OutcomeWatch watch(m_peer.port());
+  const auto outcome = watch.wait(m_job, OutcomeWatch::Clock::now() + std::chrono::hours(24));
+  ASSERT_TRUE(outcome.has_value());
+  EXPECT_TRUE(outcome->isPrinted);
+  EXPECT_THAT(waits(), testing::ElementsAre(static_cast<int>(OutcomeWatch::kLongestWait)));
+}
+
+TEST_F(OutcomeWatchTest, AServerThatHangsUpIsDialledAgainUntilTheTimeIsOver) {
+  OutcomeWatch watch(m_peer.port());
+  m_peer.hangUpAt(kClass, kNotices);
+  EXPECT_EQ(watch.wait(m_job, OutcomeWatch::Clock::now() + std::chrono::milliseconds(200)), std::nullopt);
+  EXPECT_FALSE(watch.isThere());
+  EXPECT_NE(watch.why(), "");
+}
+
+}  // namespace
+}  // namespace admin

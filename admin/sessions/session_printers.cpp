@@ -1,0 +1,151 @@
+#include "admin/sessions/session_printers.h"
+
+#include "admin/base/failure.h"
+#include "admin/base/places.h"
+#include "admin/base/registry_value.h"
+#include "admin/spooler/spooler_port.h"
+#include "corvane/base/text.h"
+
+#include <algorithm>
+
+namespace admin {
+namespace {
+
+using corvane::toUtf8;
+
+constexpr wchar_t kFallbackName[] = L"FallbackDriver";
+
+bool holds(const std::vector<std::wstring>& names, const std::wstring& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+std::wstring configuredDriver() {
+  const auto value = readValue(Places().productKey() + L"\\Printers", kFallbackName);
+  return value ? value->text().value_or(std::wstring()) : std::wstring();
+}
+
+// Empty when none is installed.
+std::wstring driverFor(const ClientPrinterFacts& printer, const std::wstring& substitute,
+                       const std::vector<std::wstring>& installed) {
+  if (holds(installed, printer.driver())) return printer.driver();
+  return holds(installed, substitute) ? substitute : std::wstring();
+}
+
+RefusedPrinter refusal(const ClientPrinterFacts& printer, const std::wstring& substitute) {
+  std::string text = "printer \"" + toUtf8(printer.localName) + "\" needs the driver \"" + toUtf8(printer.driver()) +
+                     "\", which is not installed";
+  if (!substitute.empty()) text += ", nor is \"" + toUtf8(substitute) + "\" in its place";
+  return {printer.localName, text, kDriverRemedy};
+}
+
+bool isAsPlanned(const SpoolerPrinter& present, const SpoolerPrinter& planned) {
+  return present.port == planned.port && present.driver == planned.driver && present.processor == planned.processor &&
+         present.comment == planned.comment;
+}
+
+const SpoolerPrinter* find(const std::vector<SpoolerPrinter>& printers, const std::wstring& name) {
+  for (const SpoolerPrinter& printer : printers) {
+    if (printer.name == name) return &printer;
+  }
+  return nullptr;
+}
+
+// The spooler does not take that printer.
+RefusedPrinter refusal(const SpoolerPrinter& printer, const SystemFailure& failure) {
+  const bool isAboutName = failure.error() == ERROR_INVALID_PRINTER_NAME || failure.error() == ERROR_INVALID_NAME ||
+                           failure.error() == ERROR_INVALID_PARAMETER;
+  const std::string remedy = isAboutName ? "Give the printer another name at its client." : failure.remedy();
+  return {printer.name, failure.what(),
+          remedy.empty() ? "Put that right, or give the printer another name or driver at its client." : remedy};
+}
+
+void make(const SpoolerPrinter& printer, const SpoolerPrinter* present, SessionChange& change) {
+  if (present == nullptr) {
+    addPrinter(printer);
+    change.added.push_back(printer.name);
+  } else if (isAsPlanned(*present, printer)) {
+    change.kept.push_back(printer.name);
+  } else {
+    changePrinter(printer);
+    change.changed.push_back(printer.name);
+  }
+}
+
+}  // namespace
+
+bool SessionChange::isUp(const std::wstring& name) const {
+  return holds(added, name) || holds(changed, name) || holds(kept, name);
+}
+
+PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& options,
+                         const std::vector<std::wstring>& installed) {
+  const std::wstring substitute = options.driver.empty() ? configuredDriver() : options.driver;
+  const std::wstring processor = options.processor.empty() ? L"winprint" : options.processor;
+  PrinterPlan plan;
+  for (const ClientPrinterFacts& printer : session.printers) {
+    const std::wstring driver = driverFor(printer, substitute, installed);
+    if (driver.empty()) {
+      plan.refused.push_back(refusal(printer, substitute));
+    } else {
+      plan.printers.push_back({printer.localName, sessionPort(static_cast<unsigned>(session.number)), driver, processor,
+                               L"Client printer: " + printer.name()});
+    }
+  }
+  return plan;
+}
+
+std::vector<std::wstring> missingHere(const SessionFacts& session, const std::vector<SpoolerPrinter>& present) {
+  std::vector<std::wstring> missing;
+  for (const ClientPrinterFacts& printer : session.printers) {
+    if (find(present, printer.localName) == nullptr) missing.push_back(printer.localName);
+  }
+  return missing;
+}
+
+void makePrinters(const std::vector<SpoolerPrinter>& planned, const std::vector<SpoolerPrinter>& present,
+                  SessionChange& change) {
+  for (const SpoolerPrinter& printer : planned) {
+    try {
+      make(printer, find(present, printer.name), change);
+    } catch (const SystemFailure& failure) {
+      change.refused.push_back(refusal(printer, failure));
+    }
+  }
+}
+
+SessionChange bringUp(const SessionFacts& session, const SessionOptions& options) {
+  const PrinterPlan plan = planPrinters(session, options, installedDrivers());
+  const std::vector<SpoolerPrinter>& planned = plan.printers;
+  const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
+  SessionChange change;
+  change.refused = plan.refused;
+  change.portAdded = addPort(port);
+  const std::vector<SpoolerPrinter> present = localPrinters();
+  makePrinters(planned, present, change);
+  for (const SpoolerPrinter& printer : present) {
+    if (printer.port != port || find(planned, printer.name) != nullptr) continue;
+    deletePrinter(printer.name);
+    change.removed.push_back(printer.name);
+  }
+  return change;
+}
+
+SessionChange takeDown(unsigned session) {
+  const std::wstring port = sessionPort(session);
+  SessionChange change;
+  for (const SpoolerPrinter& printer : printersOn({port})) {
+    deletePrinter(printer.name);
+    change.removed.push_back(printer.name);
+  }
+  change.portRemoved = deletePort(port);
+  return change;
+}
+
+std::wstring defaultPrinterOf(const SessionFacts& session) {
+  for (const ClientPrinterFacts& printer : session.printers) {
+    if (printer.isDefault) return printer.localName;
+  }
+  return {};
+}
+
+}  // namespace admin

@@ -1,0 +1,101 @@
+#include "admin/sessions/session_watch.h"
+
+#include "admin/base/failure.h"
+#include "admin/sessions/session_facts_text.h"
+#include "admin/sessions/test_session.h"
+
+#include <nlohmann/json.hpp>
+
+namespace admin {
+
+void SessionWatch::see(const ServerFacts& facts, Clock::time_point now) {
+  if (m_isAway) {
+    m_isAway = false;
+    m_output.line("the application server is back");
+    m_output.event({{"event", "server back"}});
+  }
+  std::set<int> absent = m_up;
+  for (const SessionFacts& session : facts.sessions) {
+    if (isTestSession(session.number)) continue;
+    if (session.isConnected) {
+      absent.erase(session.number);
+      m_goneSince.erase(session.number);
+      keepUp(session);
+    } else {
+      absent.insert(session.number);
+      m_refused.erase(session.number);  // the next client has not been told
+    }
+  }
+  for (const int session : absent)
+    keepDown(session, now);
+}
+
+void SessionWatch::seeNothing(const std::string& why) {
+  // While nobody can say who is there, nobody is taken for gone.
+  m_goneSince.clear();
+  if (m_isAway) return;
+  m_isAway = true;
+  m_output.line(why + "; waiting for it");
+  m_output.event({{"event", "server away"}, {"why", why}});
+}
+
+void SessionWatch::keepUp(const SessionFacts& session) try {
+  const SessionChange change = m_actions.up(session);
+  m_up.insert(session.number);
+  tell("up", session.number, change);
+  std::string refused;
+  for (const RefusedPrinter& printer : change.refused)
+    refused += (refused.empty() ? "" : "; ") + printer.why;
+  trouble(session.number, refused);
+  tellRefused(session.number, change.refused);
+} catch (const Failure& failure) {
+  trouble(session.number, std::string("session ") + std::to_string(session.number) +
+                              " cannot be brought up: " + failure.what() + ". " + failure.remedy());
+}
+
+void SessionWatch::keepDown(int session, Clock::time_point now) try {
+  const Clock::time_point since = m_goneSince.try_emplace(session, now).first->second;
+  if (now - since < m_grace) return;
+  if (m_actions.isUp(static_cast<unsigned>(session))) {
+    tell("down", session, m_actions.down(static_cast<unsigned>(session)));
+  }
+  m_up.erase(session);
+  trouble(session, "");
+} catch (const Failure& failure) {
+  trouble(session, std::string("session ") + std::to_string(session) + " cannot be taken down: " + failure.what() +
+                       ". " + failure.remedy());
+}
+
+void SessionWatch::tellRefused(int session, const std::vector<RefusedPrinter>& refused) {
+  std::vector<RefusedPrinter>& told = m_refused[session];
+  if (refused == told) return;
+  try {
+    for (const RefusedPrinter& printer : refused)
+      m_actions.tellRefusal(session, printer);
+    told = refused;
+  } catch (const Failure&) {
+    // The server has gone; the next look says so, and they are told when it is back.
+  }
+}
+
+void SessionWatch::trouble(int session, const std::string& text) {
+  std::string& last = m_troubles[session];
+  if (text == last) return;
+  last = text;
+  if (text.empty()) return;
+  m_output.line(text);
+  m_output.event({{"event", "trouble"}, {"session", session}, {"what", text}});
+}
+
+void SessionWatch::tell(const char* event, int session, const SessionChange& change) {
+  if (change.isNothing()) return;
+  SessionChange news = change;
+  news.kept.clear();
+  news.refused.clear();
+  sayChange(session, news, m_output);
+  Json facts = changeJson(session, change);
+  facts["event"] = event;
+  m_output.event(facts);
+}
+
+}  // namespace admin

@@ -1,0 +1,140 @@
+#include "admin/spooler/spooler_port.h"
+
+#include "admin/base/failure.h"
+#include "admin/base/places.h"
+#include "admin/spooler/spooler_printer.h"
+#include "admin/spooler/wine_spooler.h"
+#include "corvane/base/text.h"
+#include "util/win_handle.h"
+
+#include <winspool.h>
+
+#include <algorithm>
+
+namespace admin {
+
+void sendToMonitor(const wchar_t* command, std::wstring port, const std::string& tried) {
+  const DWORD size = static_cast<DWORD>((port.size() + 1) * sizeof(wchar_t));
+  BYTE* const name = reinterpret_cast<BYTE*>(port.data());
+  if (isWine()) {
+    requireStatus(static_cast<LSTATUS>(askMonitorInWine(command, name, size)), tried);
+    return;
+  }
+  std::wstring channel = std::wstring(L",XcvMonitor ") + kMonitorName;
+  PRINTER_DEFAULTSW defaults = {nullptr, nullptr, SERVER_ACCESS_ADMINISTER};
+  mg::PrinterHandle monitor;
+  require(OpenPrinterW(channel.data(), monitor.receive(), &defaults), tried);
+  DWORD needed = 0;
+  DWORD status = 0;
+  require(XcvDataW(monitor.get(), command, name, size, nullptr, 0, &needed, &status), tried);
+  requireStatus(static_cast<LSTATUS>(status), tried);
+}
+
+namespace {
+
+// The monitor keeps a name in so many characters, the terminator included.
+constexpr std::size_t kNameRoom = 260;
+
+std::string quoted(const std::wstring& name) {
+  return "\"" + corvane::toUtf8(name) + "\"";
+}
+
+bool isControl(wchar_t c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
+void requireName(const std::wstring& name) {
+  const std::string refusal = portNameRefusal(name);
+  if (!refusal.empty()) throw Failure(ExitCode::kUsage, refusal, "The port of session 5 is named CPP5, for example.");
+}
+
+}  // namespace
+
+std::vector<std::wstring> monitorPorts() {
+  const SpoolerList<PORT_INFO_2W> ports("the ports cannot be listed",
+                                        [](BYTE* buffer, DWORD size, DWORD* needed, DWORD* count) {
+                                          return EnumPortsW(nullptr, 2, buffer, size, needed, count);
+                                        });
+  std::vector<std::wstring> names;
+  for (const PORT_INFO_2W& port : ports) {
+    if (port.pMonitorName != nullptr && std::wstring(port.pMonitorName) == kMonitorName) {
+      names.emplace_back(port.pPortName);
+    }
+  }
+  return names;
+}
+
+bool hasPort(const std::wstring& name) {
+  const std::vector<std::wstring> ports = monitorPorts();
+  return std::find(ports.begin(), ports.end(), name) != ports.end();
+}
+
+std::string portNameRefusal(const std::wstring& name) {
+  if (name.empty()) return "a port needs a name";
+  if (name.size() >= kNameRoom) {
+    return "a port name of " + std::to_string(name.size()) +
+           " characters is too long: " + std::to_string(kNameRoom - 1) + " are possible";
+  }
+  if (std::any_of(name.begin(), name.end(), isControl)) return "a port name may not hold control characters";
+  if (name.find_first_of(L"\\/") != std::wstring::npos) {
+    return "the port name " + quoted(name) + " holds a path: the spooler takes such a name for a file";
+  }
+  if (name.find(L',') != std::wstring::npos) {
+    return "the port name " + quoted(name) + " holds a comma: the spooler takes what follows for something else";
+  }
+  if (name.front() == L' ' || name.back() == L' ') {
+    return "the port name " + quoted(name) + " begins or ends with a blank";
+  }
+  return "";
+}
+
+bool addPort(const std::wstring& name) {
+  requireName(name);
+  const bool wasThere = hasPort(name);
+  if (!wasThere) {
+    sendToMonitor(L"AddPort", name, "port " + quoted(name) + " cannot be added");
+    // The monitor answers the same whether or not it could keep the port.
+    if (!hasPort(name)) {
+      throw Failure(ExitCode::kFailed, "port " + quoted(name) + " was not added, although the monitor says so",
+                    "The module's log says why (mgprintmon status shows its end).");
+    }
+  }
+  if (isWine()) registerPortInWine(name);
+  return !wasThere;
+}
+
+Failure portInUse(const std::wstring& name, const std::vector<SpoolerPrinter>& users) {
+  std::string stay;
+  std::string going;
+  for (const SpoolerPrinter& printer : users) {
+    std::string& names = printer.isGoing ? going : stay;
+    names += (names.empty() ? "" : ", ") + quoted(printer.name);
+  }
+  if (!stay.empty()) {
+    return Failure(ExitCode::kInUse, "port " + quoted(name) + " is used by " + stay,
+                   "Remove these printers or give them another port first.");
+  }
+  return Failure(ExitCode::kInUse,
+                 "port " + quoted(name) + " is used by " + going +
+                     ", already deleted, which the spooler keeps until the last job has left its queue",
+                 "Let these jobs print, or delete them there, and type this again.");
+}
+
+bool deletePort(const std::wstring& name) {
+  if (!hasPort(name)) return false;
+  const std::vector<SpoolerPrinter> users = printersOn({name});
+  if (!users.empty()) throw portInUse(name, users);
+  sendToMonitor(L"DeletePort", name, "port " + quoted(name) + " cannot be deleted");
+  if (isWine()) forgetPortInWine(name);
+  if (hasPort(name)) {
+    throw Failure(ExitCode::kFailed, "port " + quoted(name) + " was not deleted, although the monitor says so",
+                  "The module's log says why (mgprintmon status shows its end).");
+  }
+  return true;
+}
+
+std::wstring sessionPort(unsigned session) {
+  return L"CPP" + std::to_wstring(session);
+}
+
+}  // namespace admin

@@ -1,0 +1,113 @@
+#include "admin/spooler/spooler_printer.h"
+
+#include "admin/base/places.h"
+#include "admin/spooler/spooler_port.h"
+#include "corvane/base/text.h"
+#include "util/win_handle.h"
+
+#include <winspool.h>
+
+#include <algorithm>
+
+namespace admin {
+namespace {
+
+std::wstring text(const wchar_t* text) {
+  return text != nullptr ? text : std::wstring();
+}
+
+std::string quoted(const std::wstring& name) {
+  return "printer \"" + corvane::toUtf8(name) + "\"";
+}
+
+mg::PrinterHandle openPrinter(const std::wstring& name, ACCESS_MASK access, const std::string& tried) {
+  PRINTER_DEFAULTSW defaults = {nullptr, nullptr, access};
+  mg::PrinterHandle handle;
+  require(OpenPrinterW(const_cast<wchar_t*>(name.c_str()), handle.receive(), &defaults), tried);
+  return handle;
+}
+
+// The record of the spooler that points into a copy of the printer.
+class Information {
+ public:
+  explicit Information(const SpoolerPrinter& printer) : m_printer(printer) {
+    m_record.pPrinterName = m_printer.name.data();
+    m_record.pPortName = m_printer.port.data();
+    m_record.pDriverName = m_printer.driver.data();
+    m_record.pPrintProcessor = m_printer.processor.data();
+    m_record.pComment = m_printer.comment.data();
+    m_record.pDatatype = m_datatype.data();
+  }
+  BYTE* bytes() { return reinterpret_cast<BYTE*>(&m_record); }
+
+ private:
+  SpoolerPrinter m_printer;
+  std::wstring m_datatype = L"RAW";
+  PRINTER_INFO_2W m_record = {};
+};
+
+}  // namespace
+
+std::vector<SpoolerPrinter> localPrinters() {
+  const SpoolerList<PRINTER_INFO_2W> list(
+      "the printers cannot be listed", [](BYTE* buffer, DWORD size, DWORD* needed, DWORD* count) {
+        return EnumPrintersW(PRINTER_ENUM_LOCAL, nullptr, 2, buffer, size, needed, count);
+      });
+  std::vector<SpoolerPrinter> printers;
+  for (const PRINTER_INFO_2W& printer : list) {
+    printers.push_back({text(printer.pPrinterName), text(printer.pPortName), text(printer.pDriverName),
+                        text(printer.pPrintProcessor), text(printer.pComment),
+                        (printer.Status & PRINTER_STATUS_PENDING_DELETION) != 0});
+  }
+  return printers;
+}
+
+std::vector<SpoolerPrinter> printersOn(const std::vector<std::wstring>& ports) {
+  std::vector<SpoolerPrinter> printers = localPrinters();
+  std::erase_if(printers, [&](const SpoolerPrinter& printer) {
+    return std::find(ports.begin(), ports.end(), printer.port) == ports.end();
+  });
+  return printers;
+}
+
+void addPrinter(const SpoolerPrinter& printer) {
+  Information information(printer);
+  const mg::PrinterHandle handle(AddPrinterW(nullptr, 2, information.bytes()));
+  require(static_cast<bool>(handle), quoted(printer.name) + " cannot be added");
+}
+
+void changePrinter(const SpoolerPrinter& printer) {
+  const std::string tried = quoted(printer.name) + " cannot be changed";
+  const mg::PrinterHandle handle = openPrinter(printer.name, PRINTER_ALL_ACCESS, tried);
+  Information information(printer);
+  require(SetPrinterW(handle.get(), 2, information.bytes(), 0), tried);
+}
+
+void deletePrinter(const std::wstring& name) {
+  const std::string tried = quoted(name) + " cannot be removed";
+  const mg::PrinterHandle handle = openPrinter(name, PRINTER_ALL_ACCESS, tried);
+  require(DeletePrinter(handle.get()), tried);
+}
+
+std::vector<std::wstring> installedDrivers() {
+  const SpoolerList<DRIVER_INFO_2W> list(
+      "the printer drivers cannot be listed", [](BYTE* buffer, DWORD size, DWORD* needed, DWORD* count) {
+        return EnumPrinterDriversW(nullptr, const_cast<wchar_t*>(kEnvironment), 2, buffer, size, needed, count);
+      });
+  std::vector<std::wstring> names;
+  for (const DRIVER_INFO_2W& driver : list)
+    names.push_back(text(driver.pName));
+  return names;
+}
+
+std::wstring defaultPrinter() {
+  wchar_t name[1024];
+  DWORD size = static_cast<DWORD>(std::size(name));
+  return GetDefaultPrinterW(name, &size) ? name : std::wstring();
+}
+
+void setDefaultPrinter(const std::wstring& name) {
+  require(SetDefaultPrinterW(name.c_str()), quoted(name) + " cannot be made the default printer");
+}
+
+}  // namespace admin

@@ -1,0 +1,63 @@
+#include "corvane/components/bridge.h"
+
+#include "corvane/components/bridge_worker.h"
+#include "corvane/components/channel.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/link.h"
+
+const wchar_t* const CS_Bridge::m_className = L"Quillfern::ComponentServer::Bridge";
+
+CS_Bridge::~CS_Bridge() = default;
+
+void CS_Bridge::prepareServing(std::shared_ptr<corvane::BridgeLoad> load) {
+  m_worker = std::make_shared<corvane::BridgeWorker>(*this, std::move(load));
+}
+
+bool CS_Bridge::startServing() {
+  return m_worker->start(this);
+}
+
+void CS_Bridge::deliver(const corvane::Frame& frame) {
+  if (m_worker != nullptr) m_worker->deliver(frame);
+}
+
+bool CS_Bridge::release() {
+  if (m_worker == nullptr) {
+    releaseChildren();
+  } else {
+    m_worker->stop(L"the bridge was released");
+  }
+  return true;
+}
+
+void CS_Bridge::leave(const std::wstring& reason) {
+  CS_Component* owner = getOwner();
+  if (owner == nullptr || !owner->removeChild(this)) return;  // the peer let it go meanwhile
+  corvane::FrameHeader header;
+  header.kind = corvane::FrameKind::kRelease;
+  header.component = getIdentifier();
+  try {
+    getChannel(true)->link().sendText(header, reason.c_str());
+  } catch (const CS_Exception&) {
+    // The connection has ended, and the peer knows.
+  }
+}
+
+void CS_Bridge::served() {
+  releaseChildren();
+}
+
+void CS_Bridge::endedByPeer(const std::wstring& reason) {
+  if (m_endedByPeer) return;
+  m_endReason = reason;
+  m_endedByPeer = true;
+}
+
+void CS_Bridge::throwIfEnded() const {
+  if (m_endedByPeer) throw CS_Exception(corvane::kConnectionLost, L"%s", m_endReason.c_str());
+}
+
+bool CS_Bridge::waitForThreads(unsigned timeoutMilliseconds) {
+  return corvane::BridgeWorker::waitForAll(timeoutMilliseconds);
+}

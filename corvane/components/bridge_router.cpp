@@ -1,0 +1,234 @@
+#include "corvane/components/bridge_router.h"
+
+#include "corvane/components/bridge.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/connection.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/frame.h"
+#include "corvane/wire/link.h"
+
+#include <mutex>
+
+namespace corvane {
+
+// What the two ends of a routed bridge share.
+struct Route {
+  struct End {
+    std::shared_ptr<Link> link;
+    std::uint32_t bridge = 0;
+    CS_RCPtr<CS_BridgeRouter> router;  // until the route ends
+  };
+  std::mutex lock;  // guards what follows; not held while sending
+  End ends[2];      // 0: where the bridge was made; 1: where it continues
+  std::uint64_t bytes = 0;
+  std::uint32_t asked = 0;  // correlation of the last request from end 0 that wants a reply
+  int askedNumber = 0;      // and its number
+  int answered = 0;         // number of the last such request that was replied to
+  bool ended = false;
+  CS_BridgeRouter::EndHandler onEnd;
+};
+
+namespace {
+
+constexpr wchar_t kGone[] = L"the other side of the bridge has gone";
+
+// What the remaining side is told: why the other one has gone, unless its connection was closed in order.
+std::wstring goneText(const std::wstring& reason) {
+  if (reason.empty() || reason == kClosedInOrder || reason == kClosedHere) return kGone;
+  return std::wstring(kGone) + L": " + reason;
+}
+
+void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
+  FrameHeader header;
+  header.kind = FrameKind::kRelease;
+  header.component = bridge;
+  try {
+    link.sendText(header, reason.c_str());
+  } catch (const CS_Exception&) {
+    // That connection has ended as well, and its side knows.
+  }
+}
+
+void leave(CS_BridgeRouter& router) {
+  if (CS_Component* owner = router.getOwner()) owner->removeChild(&router);
+}
+
+}  // namespace
+}  // namespace corvane
+
+using corvane::goneText;
+using corvane::leave;
+using corvane::Route;
+using corvane::sendRelease;
+
+const wchar_t* CS_BridgeRouter::getClassName() {
+  return L"Quillfern::ComponentServer::BridgeRouter";
+}
+
+CS_BridgeRouter::~CS_BridgeRouter() = default;
+
+void CS_BridgeRouter::onEnd(EndHandler handler) {
+  m_onEnd = std::move(handler);
+}
+
+bool CS_BridgeRouter::isRouted() const {
+  return route() != nullptr;
+}
+
+std::shared_ptr<Route> CS_BridgeRouter::route() const {
+  const std::lock_guard guard(m_routeLock);
+  return m_route;
+}
+
+CS_BridgeRouter::Routing CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
+  CS_Channel* here = getChannel(true);
+  auto* own = dynamic_cast<CS_Connection*>(getOwner());
+  if (here == nullptr || own == nullptr || !connection || !connection->isConnected()) return Routing::kGone;
+  {
+    const std::lock_guard guard(m_routeLock);
+    if (m_routing || m_released) return Routing::kGone;
+    if (!own->beginRoute()) return Routing::kFull;
+    m_routing = true;
+  }
+
+  auto route = std::make_shared<Route>();
+  CS_RCPtr<CS_BridgeRouter> other = new CS_BridgeRouter;
+  other->setIdentifier(connection->nextIdentifier());
+  route->ends[0] = {here->sharedLink(), getIdentifier(), this};
+  route->ends[1] = {connection->link(), other->getIdentifier(), other};
+  route->onEnd = std::move(m_onEnd);
+  other->m_route = route;
+  other->m_end = 1;
+  if (!connection->addChild(other.get())) {
+    route->ends[0] = route->ends[1] = {};  // the two would keep each other alive
+    own->endRoute();
+    const std::lock_guard guard(m_routeLock);
+    m_routing = false;
+    return connection->isConnected() ? Routing::kFull : Routing::kGone;
+  }
+  bool released;
+  {
+    const std::lock_guard guard(m_routeLock);
+    m_route = route;
+    released = m_released;
+  }
+  if (released) {
+    end(0, L"", nullptr);
+    return Routing::kGone;
+  }
+  return announce(*connection, *other);
+}
+
+CS_BridgeRouter::Routing CS_BridgeRouter::announce(const CS_Connection& connection, const CS_BridgeRouter& other) {
+  corvane::FrameHeader header;
+  header.kind = corvane::FrameKind::kCreate;
+  header.component = other.getIdentifier();
+  corvane::ValueWriter values;
+  values.writeText(CS_Bridge::m_className);
+  try {
+    connection.link()->announce(header, values);
+  } catch (const CS_Exception&) {
+    end(1, L"its connection has ended", nullptr);
+    return Routing::kGone;
+  }
+  return Routing::kMade;
+}
+
+void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
+  const std::shared_ptr<Route> through = route();
+  Route::End to;
+  if (through != nullptr) {
+    const std::lock_guard guard(through->lock);
+    if (through->ended) return;  // the release that says why is on its way, and fails whoever waits
+    to = through->ends[1 - m_end];
+  }
+  std::uint64_t payload = 0;
+  corvane::FrameHeader question, reply;  // the last ones among the frames; no correlation when there are none
+  for (std::size_t at = 0; at < frames.size();) {
+    const auto bytes = frames.subspan(at);
+    const corvane::FrameHeader header = corvane::decodeHeader(bytes.first<corvane::kFrameHeaderSize>());
+    if (to.link == nullptr) answer(header, L"the bridge leads to no print client");
+    corvane::storeLittleEndian32(&bytes[corvane::kFrameBridgeOffset], to.bridge);
+    payload += header.length;
+    if (header.kind == corvane::FrameKind::kRequest && header.wantsReply() && !header.hasMore()) question = header;
+    if (header.kind == corvane::FrameKind::kReply && !header.hasMore()) reply = header;
+    at += corvane::kFrameHeaderSize + header.length;
+  }
+  if (to.link == nullptr) return;
+  if (m_end == 0) {
+    const std::lock_guard guard(through->lock);
+    through->bytes += payload;
+    if (question.correlation != 0) {
+      through->asked = question.correlation;
+      through->askedNumber = question.number;
+    }
+  } else if (reply.correlation != 0) {
+    const std::lock_guard guard(through->lock);
+    if (reply.correlation == through->asked) through->answered = through->askedNumber;
+  }
+  try {
+    to.link->sendFrames(frames);
+  } catch (const CS_Exception&) {
+    end(1 - m_end, to.link->reason(), nullptr);
+    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()));
+  }
+}
+
+void CS_BridgeRouter::answer(const corvane::FrameHeader& header, const wchar_t* failure) {
+  if (header.kind != corvane::FrameKind::kRequest || !header.wantsReply() || header.hasMore()) return;
+  corvane::FrameHeader reply = header;
+  reply.kind = corvane::FrameKind::kFailure;
+  reply.flags = 0;
+  getChannel(true)->link().sendText(reply, failure);
+}
+
+bool CS_BridgeRouter::release() {
+  std::shared_ptr<Route> through;
+  {
+    const std::lock_guard guard(m_routeLock);
+    m_released = true;
+    through = m_route;
+  }
+  if (through == nullptr) return true;
+  std::shared_ptr<corvane::Link> here;
+  {
+    const std::lock_guard guard(through->lock);
+    here = through->ends[m_end].link;
+  }
+  if (here == nullptr) return true;  // the route has ended
+  // Whoever is done closes its connection, so that is no reason of its own.
+  const std::wstring reason = here->reason();
+  end(m_end, reason == corvane::kClosedInOrder ? std::wstring() : reason, goneText(reason).c_str());
+  return true;
+}
+
+void CS_BridgeRouter::releasedByPeer(const std::wstring& reason) {
+  end(m_end, reason, reason.c_str());
+}
+
+void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* toldToOther) {
+  const std::shared_ptr<Route> through = route();
+  if (through == nullptr) return;
+  Route::End ends[2];  // hold both routers until this returns
+  EndHandler onEnd;
+  Ending ending;
+  {
+    const std::lock_guard guard(through->lock);
+    if (through->ended) return;
+    through->ended = true;
+    std::swap(ends, through->ends);
+    onEnd = std::move(through->onEnd);
+    ending.bytes = through->bytes;
+    ending.answered = through->answered;
+  }
+  if (auto* maker = dynamic_cast<CS_Connection*>(ends[0].router->getOwner())) maker->endRoute();
+  const Route::End& other = ends[1 - m_end];
+  leave(*ends[m_end].router);
+  // Told first: what still arrives there meanwhile is dropped, not answered as for a bridge that never was.
+  if (toldToOther != nullptr) sendRelease(*other.link, other.bridge, toldToOther);
+  leave(*other.router);
+  ending.madeHere = gone == 0;
+  ending.reason = reason;
+  if (onEnd) onEnd(ending);
+}

@@ -1,0 +1,171 @@
+#include "corvane/components/connection.h"
+
+#include "corvane/base/limits.h"
+#include "corvane/base/process.h"
+#include "corvane/base/text.h"
+#include "corvane/components/channel.h"
+#include "corvane/components/dispatcher.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/local_monitor.h"
+#include "corvane/records/messages.h"
+#include "corvane/trust/greeting.h"
+#include "corvane/wire/heartbeat.h"
+#include "corvane/wire/link.h"
+
+#include <thread>
+
+namespace {
+
+constexpr std::chrono::seconds kPauseBetweenAttempts{5};
+
+constexpr wchar_t kHeartbeat[] = L"heartbeat";
+
+corvane::HelloValues ownGreeting(const corvane::Heartbeat* heartbeat) {
+  corvane::HelloValues values = {{L"process", std::to_wstring(corvane::processId())}};
+  if (heartbeat != nullptr) values[kHeartbeat] = L"1";
+  return values;
+}
+
+corvane::Patience patienceOf(const corvane::Heartbeat* heartbeat) {
+  return heartbeat != nullptr ? heartbeat->patience() : corvane::Patience();
+}
+
+}  // namespace
+
+CS_Connection::CS_Connection() = default;
+CS_Connection::~CS_Connection() {
+  if (m_link != nullptr) m_link->setHandler(nullptr);
+}
+
+CS_RCPtr<CS_Connection> CS_Connection::create() {
+  return new CS_Connection;
+}
+
+void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier) {
+  m_nextIdentifier = firstIdentifier;
+  m_dispatcher = std::make_unique<corvane::Dispatcher>(*this);
+  m_channel = std::make_unique<CS_Channel>(link, 0, 0);
+  link->setHandler(m_dispatcher.get());
+  if (m_heartbeat != nullptr && m_peerValues.contains(kHeartbeat)) m_heartbeat->watch(link);
+  if (m_link != link) m_link = link;  // one that has arrived may be ended meanwhile
+}
+
+CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys,
+                                              corvane::Heartbeat* heartbeat) {
+  CS_RCPtr<CS_Connection> connection = arrive(std::move(socket), heartbeat);
+  connection->welcome(keys);
+  return connection;
+}
+
+CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat) {
+  CS_RCPtr<CS_Connection> connection = create();
+  connection->useHeartbeat(heartbeat);
+  connection->m_link = std::make_shared<corvane::Link>(std::move(socket), patienceOf(heartbeat));
+  return connection;
+}
+
+void CS_Connection::welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal) {
+  if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  corvane::Guest guest = corvane::welcomeGuest(*m_link, ownGreeting(m_heartbeat), keys,
+                                               corvane::after(kHandshakeMilliseconds), beforeRefusal);
+  m_peerValues = std::move(guest.values);
+  m_peerIdentity = guest.identity;
+  take(m_link, 2);
+}
+
+void CS_Connection::useKey(const corvane::Identity& identity, std::string keyFile) {
+  m_ownIdentity = identity;
+  m_keyFile = std::move(keyFile);
+}
+
+void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying) {
+  if (host == nullptr || hostValue < 1 || hostValue > 65535 || m_link != nullptr) {
+    throw CS_Exception(corvane::kBadArgument, nullptr);
+  }
+  for (bool said = false;; said = true) {
+    try {
+      std::optional<corvane::Credentials> credentials;
+      if (m_ownIdentity) credentials.emplace(corvane::Credentials{*m_ownIdentity, corvane::Key::read(m_keyFile)});
+      auto link = std::make_shared<corvane::Link>(
+          corvane::Socket::connect(corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue),
+                                   (flags & kDualStack) != 0),
+          patienceOf(m_heartbeat));
+      m_peerValues = corvane::greetAs(*link, ownGreeting(m_heartbeat), credentials ? &*credentials : nullptr,
+                                      corvane::after(kHandshakeMilliseconds));
+      take(link, 1);
+      return;
+    } catch (const CS_Exception& exception) {
+      if (!said) corvane::LocalMonitor::instance().writeLine(L"connection", exception.detail());
+      if (!keepTrying) throw;
+    }
+    std::this_thread::sleep_for(kPauseBetweenAttempts);
+  }
+}
+
+bool CS_Connection::destroy(const CS_RCPtr<CS_Connection>& connection, bool releaseComponents) {
+  if (!connection || connection->m_link == nullptr) return false;
+  connection->m_releaseComponents = releaseComponents;
+  connection->m_link->end(corvane::kClosedHere);
+  return true;
+}
+
+void CS_Connection::linkEnded(const std::wstring& reason) {
+  const CS_RCPtr<CS_Connection> self = this;  // its components may hold the last references to it
+  if (m_releaseComponents) releaseChildren();
+  // As a rule it stands on this connection: the two would keep each other alive.
+  setProgramMonitor(nullptr);
+  if (m_onEnd) m_onEnd(reason);
+}
+
+std::wstring CS_Connection::serve() {
+  if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  const CS_RCPtr<CS_Connection> self = this;
+  std::wstring reason = m_link->serve();
+  return reason == corvane::kClosedInOrder ? std::wstring() : reason;
+}
+
+void CS_Connection::lookForNews() {
+  const CS_RCPtr<CS_Connection> self = this;  // its end may drop the last reference
+  if (m_link != nullptr) m_link->lookForNews();
+}
+
+void CS_Connection::onEnd(std::function<void(const std::wstring&)> handler) {
+  m_onEnd = std::move(handler);
+}
+
+bool CS_Connection::release() {
+  return destroy(this, true);
+}
+
+CS_RCPtr<CS_Component> CS_Connection::getRootOwner() {
+  return this;
+}
+
+CS_Channel* CS_Connection::getChannel(bool) {
+  return m_channel.get();
+}
+
+bool CS_Connection::isConnected() const {
+  return m_link != nullptr && !m_link->hasEnded();
+}
+
+std::chrono::steady_clock::time_point CS_Connection::lastHeard() const {
+  return m_link == nullptr ? std::chrono::steady_clock::time_point() : m_link->lastHeard();
+}
+
+std::uint32_t CS_Connection::nextIdentifier() {
+  for (;;) {
+    // 0 is the connection itself; the numbers begin again after two billion of them.
+    if (const std::uint32_t next = m_nextIdentifier.fetch_add(2); next != 0) return next;
+  }
+}
+
+bool CS_Connection::beginRoute() {
+  if (++m_routes <= corvane::kMaxRoutes) return true;
+  --m_routes;
+  return false;
+}
+
+std::string CS_Connection::peerName() const {
+  return m_link == nullptr ? std::string() : m_link->peerName();
+}

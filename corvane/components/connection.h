@@ -1,0 +1,129 @@
+#pragma once
+
+#include "corvane/components/component.h"
+#include "corvane/trust/identity.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace corvane {
+class Dispatcher;
+class Heartbeat;
+class KeyFolder;
+class Link;
+class Socket;
+}  // namespace corvane
+
+// One TCP connection to another component server, and the owner of the components that use it.
+//
+// The side that dials has no thread of its own: a thread that waits for a reply reads the socket for all of them. The
+// side that serves gives it a thread by calling serve(). When the connection ends, every waiting caller gets a
+// CS_Exception at once and every component on it is released.
+//
+// A connection ends by destroy(), by the peer, or by an error; it is not enough to drop the references to it, because
+// its components keep it alive.
+class CS_Connection : public CS_Component {
+ public:
+  // A connection that is not connected yet. Never null; throws std::bad_alloc.
+  static CS_RCPtr<CS_Connection> create();
+  // A connection that a peer made. Carries out the server's side of the handshake; throws CS_Exception when the peer
+  // does not speak the protocol within kHandshakeMilliseconds. With keys, the peer must also prove within that time
+  // that it has the key of the identity it claims (3109); nothing of it is served before. With a heartbeat, which
+  // outlives serve(), the link of a peer that offers signs of life ends when there are none.
+  static CS_RCPtr<CS_Connection> accept(corvane::Socket socket, const corvane::KeyFolder* keys = nullptr,
+                                        corvane::Heartbeat* heartbeat = nullptr);
+
+  // The two steps of accept(), for whoever may have to end the connection before it is greeted, with destroy().
+  // beforeRefusal is called before a peer is told that it has not proven itself, and may wait.
+  static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat = nullptr);
+  void welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal = {});
+
+  // From the next connect() on, this side proves to be that one with the key in the file (UTF-8), and refuses a server
+  // that does not prove to have the same key. The file is read by each connect(), before anything is sent. The first
+  // request is to follow within kHandshakeMilliseconds, because the proof travels with it.
+  void useKey(const corvane::Identity& identity, std::string keyFile);
+
+  // The next connect() offers signs of life: when the server takes the offer, its silence ends the connection. Only for
+  // a connection that is served; the heartbeat outlives serve().
+  void useHeartbeat(corvane::Heartbeat* heartbeat) { m_heartbeat = heartbeat; }
+
+  // Dials the port on that host and carries out the handshake. Flags: kDirect uses the numeric IPv4 loopback address
+  // for "localhost", kDualStack tries IPv6 first. With keepTrying the attempt is repeated until it succeeds; without,
+  // a failure throws CS_Exception after the one attempt: 3101; 3108 when this side's key cannot be used, or the server
+  // wants one and there is none; 3109 when the server does not prove who it is.
+  void connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying);
+
+  // Ends the connection: closes it both ways, fails whoever waits and releases its components. Never blocks, joins
+  // nothing, and may be called while the module is being unloaded. True when there was a connection to end.
+  static bool destroy(const CS_RCPtr<CS_Connection>& connection, bool releaseComponents);
+
+  // Reads the connection and serves what arrives, on the calling thread, until the connection ends. Returns why it
+  // ended, in words for a log; empty when the peer closed it in order.
+  std::wstring serve();
+
+  // Sees what has come while nobody read the connection, an end above all; does not wait. For the side that dialed.
+  void lookForNews();
+
+  // Called once, with the reason, when the connection ends; set before serve().
+  void onEnd(std::function<void(const std::wstring&)> handler);
+
+  int getDataType() const override { return 1; }
+  bool release() override;
+  CS_RCPtr<CS_Component> getRootOwner() override;
+  CS_Channel* getChannel(bool create) override;
+  bool isConnected() const override;
+
+  // When the peer's bytes came last.
+  std::chrono::steady_clock::time_point lastHeard() const;
+
+  // Null before the connection is made.
+  const std::shared_ptr<corvane::Link>& link() const { return m_link; }
+  // An identifier that no component of this side has had yet: odd on the side that dialed, even on the other.
+  std::uint32_t nextIdentifier();
+  // Counts the bridges made here that lead to other connections; false when there are corvane::kMaxRoutes of them.
+  bool beginRoute();
+  void endRoute() { --m_routes; }
+  // "127.0.0.1:40123", for logs.
+  std::string peerName() const;
+  // What the other side said about itself in the handshake: "process" is its process id.
+  const std::map<std::wstring, std::wstring>& peerValues() const { return m_peerValues; }
+  // Who the peer of an accepted connection is, proven; nothing where peers need no keys.
+  const std::optional<corvane::Identity>& peerIdentity() const { return m_peerIdentity; }
+
+  // Asked with the name of the class before a component is made that the peer wants: an answer that is not empty
+  // refuses it with that reason. Set before serve(); called by the threads that serve.
+  using Admission = std::function<std::wstring(const std::wstring& className)>;
+  void setAdmission(Admission admission) { m_admission = std::move(admission); }
+  std::wstring refusalOf(const std::wstring& className) const {
+    return m_admission ? m_admission(className) : std::wstring();
+  }
+
+  static constexpr unsigned kDirect = 256;
+  static constexpr unsigned kDualStack = 512;
+  static constexpr unsigned kHandshakeMilliseconds = 10000;
+
+  ~CS_Connection() override;
+
+ private:
+  friend class corvane::Dispatcher;
+  CS_Connection();
+  void take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier);
+  void linkEnded(const std::wstring& reason);
+
+  std::shared_ptr<corvane::Link> m_link;
+  std::unique_ptr<corvane::Dispatcher> m_dispatcher;
+  std::unique_ptr<CS_Channel> m_channel;
+  std::atomic<std::uint32_t> m_nextIdentifier{1};
+  std::atomic<int> m_routes{0};
+  std::atomic<bool> m_releaseComponents{true};
+  std::map<std::wstring, std::wstring> m_peerValues;
+  std::optional<corvane::Identity> m_ownIdentity;
+  std::string m_keyFile;
+  std::optional<corvane::Identity> m_peerIdentity;
+  corvane::Heartbeat* m_heartbeat = nullptr;
+  Admission m_admission;
+  std::function<void(const std::wstring&)> m_onEnd;
+};

@@ -1,0 +1,128 @@
+#include "corvane/components/dispatcher.h"
+
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
+#include "corvane/components/bridge_worker.h"
+#include "corvane/components/connection.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/value_reader.h"
+
+namespace corvane {
+
+Dispatcher::Dispatcher(CS_Connection& connection)
+    : m_connection(connection), m_serving(connection, std::make_shared<BridgeLoad>()) {}
+
+void Dispatcher::onFrame(Frame& frame) {
+  if (frame.header.kind == FrameKind::kBeat) return;  // that it came is all it says
+  if (frame.header.bridge != 0) {
+    onBridgeFrame(frame);
+  } else {
+    flushRun();
+    onConnectionFrame(frame);
+  }
+}
+
+void Dispatcher::onBatchEnd() {
+  flushRun();
+  onBatchAbandoned();
+}
+
+void Dispatcher::onBatchAbandoned() noexcept {
+  m_run = {};
+  m_router = nullptr;
+  m_bridge = nullptr;  // it holds the connection, which holds this
+}
+
+void Dispatcher::onLinkEnd(const std::wstring& reason) {
+  m_connection.linkEnded(reason);
+}
+
+void Dispatcher::onBridgeFrame(Frame& frame) {
+  if (!m_bridge || m_bridge->getIdentifier() != frame.header.bridge) {
+    flushRun();
+    m_bridge = m_connection.getChild(frame.header.bridge);
+    m_router = dynamic_cast<CS_BridgeRouter*>(m_bridge.get());
+  }
+  if (m_router != nullptr) {
+    if (!m_run.empty() && m_run.data() + m_run.size() == frame.bytes.data()) {
+      m_run = std::span(m_run.data(), m_run.size() + frame.bytes.size());
+    } else {
+      flushRun();
+      m_run = frame.bytes;
+    }
+    return;
+  }
+  if (frame.header.kind == FrameKind::kReply || frame.header.kind == FrameKind::kFailure) {
+    m_connection.link()->complete(frame);
+  } else if (auto* bridge = dynamic_cast<CS_Bridge*>(m_bridge.get())) {
+    bridge->deliver(frame);
+  } else if (frame.header.kind == FrameKind::kRequest && frame.header.wantsReply() && !frame.header.hasMore()) {
+    // The bridge was refused, or has ended here while the peer was still sending.
+    FrameHeader answer = frame.header;
+    answer.kind = FrameKind::kFailure;
+    answer.flags = 0;
+    const std::wstring why = m_serving.refusalOr(frame.header.bridge, L"the bridge does not exist any more");
+    m_connection.link()->sendText(answer, why.c_str());
+  }
+}
+
+void Dispatcher::onConnectionFrame(Frame& frame) {
+  const FrameHeader& header = frame.header;
+  switch (header.kind) {
+    case FrameKind::kReply:
+    case FrameKind::kFailure:
+      m_connection.link()->complete(frame);
+      return;
+    case FrameKind::kCreate:
+      m_serving.create(header, frame.payload());
+      return;
+    case FrameKind::kRelease: {
+      const std::wstring reason = readReason(frame.payload());
+      const CS_RCPtr<CS_Component> ended = m_connection.getChild(header.component);
+      if (auto* bridge = dynamic_cast<CS_Bridge*>(ended.get())) bridge->endedByPeer(reason);
+      m_connection.link()->endBridge(header.component, reason);
+      m_serving.release(header, reason);
+      return;
+    }
+    case FrameKind::kRequest:
+      if (!m_collecting && !header.hasMore()) {
+        m_serving.request(header, std::make_unique<SpanSource>(frame.payload()));
+      } else {
+        collect(frame);
+      }
+      return;
+    case FrameKind::kHello:
+    case FrameKind::kWelcome:
+    case FrameKind::kProof:
+    case FrameKind::kBeat:
+      throw CS_Exception(kProtocolViolation, L"a second greeting");
+  }
+}
+
+void Dispatcher::collect(const Frame& frame) {
+  if (!m_collecting) {
+    m_first = frame.header;
+    m_collecting = true;
+  }
+  if (frame.header.correlation != m_first.correlation || frame.header.component != m_first.component) {
+    throw CS_Exception(kProtocolViolation, L"frames of two requests are mixed");
+  }
+  m_collected.insert(m_collected.end(), frame.payload().begin(), frame.payload().end());
+  if (m_collected.size() > kMaxCollectedRequest) {
+    throw CS_Exception(kLimitExceeded, L"a request of more than %u bytes", static_cast<unsigned>(kMaxCollectedRequest));
+  }
+  if (frame.header.hasMore()) return;
+  m_collecting = false;
+  std::vector<unsigned char> bytes;
+  bytes.swap(m_collected);
+  m_serving.request(frame.header, std::make_unique<ByteSource>(std::move(bytes)));
+}
+
+void Dispatcher::flushRun() {
+  if (m_run.empty()) return;
+  const std::span<unsigned char> run = std::exchange(m_run, {});
+  m_router->forward(run);
+}
+
+}  // namespace corvane

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "corvane/base/rc_ptr.h"
+#include "corvane/components/serving.h"
+#include "corvane/wire/link.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+class CS_BridgeRouter;
+class CS_Connection;
+
+namespace corvane {
+
+// Hands the frames of one connection to where they belong: replies to who waits for them, frames of a routed bridge to
+// the router, as one run where they stand one behind the other, frames of a bridge of this process to the bridge, and
+// everything else to the components on the connection itself. Owned by the connection; frames come from the one thread
+// that reads the link.
+class Dispatcher : public FrameHandler {
+ public:
+  explicit Dispatcher(CS_Connection& connection);
+
+  void onFrame(Frame& frame) override;
+  void onBatchEnd() override;
+  void onBatchAbandoned() noexcept override;
+  void onLinkEnd(const std::wstring& reason) override;
+
+ private:
+  void onBridgeFrame(Frame& frame);
+  void onConnectionFrame(Frame& frame);
+  void collect(const Frame& frame);
+  void flushRun();
+
+  CS_Connection& m_connection;
+  Serving m_serving;
+  CS_RCPtr<CS_Component> m_bridge;         // the bridge of the last frame, kept for the frames that follow at once
+  CS_BridgeRouter* m_router = nullptr;     // m_bridge, when it is a router
+  std::span<unsigned char> m_run;          // frames for m_router that were not passed on yet
+  std::vector<unsigned char> m_collected;  // the request to a component of the connection that is still arriving
+  bool m_collecting = false;
+  FrameHeader m_first;
+};
+
+}  // namespace corvane

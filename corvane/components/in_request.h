@@ -1,0 +1,59 @@
+#pragma once
+
+#include "corvane/components/channel.h"
+#include "corvane/wire/value_reader.h"
+#include "corvane/wire/value_writer.h"
+
+#include <memory>
+#include <span>
+#include <string>
+
+class CS_OutRequest;
+
+// The values that came from a peer: the reply of a CS_OutRequest, or a request to a component of this process. They are
+// read in the order in which they were written. Reading another type than was written, past the end, or from a
+// connection that ended throws CS_Exception. Used by one thread.
+class CS_InRequest {
+ public:
+  // For the reply of a request; filled by CS_OutRequest::execute.
+  explicit CS_InRequest(CS_OutRequest& request);
+  // For a request from a peer, with where its values come from; correlation is 0 when no reply is wanted.
+  CS_InRequest(const CS_Channel& channel, int number, std::uint32_t correlation,
+               std::unique_ptr<corvane::FrameSource> source);
+  CS_InRequest(const CS_InRequest&) = delete;
+  CS_InRequest& operator=(const CS_InRequest&) = delete;
+  ~CS_InRequest();
+
+  int number() const { return m_number; }
+  int readInt();
+  bool readBoolean();
+  // Owned by the request, valid until the next readUTF or release().
+  const wchar_t* readUTF();
+  // The next piece of a block of bytes, empty at its end; the piece lies in the receive buffer and is valid until the
+  // next read. A block larger than a frame arrives in several pieces, so nobody holds a whole job.
+  std::span<const unsigned char> readPiece();
+  // Reads past what was not read, so that the whole request has arrived.
+  void skipRest();
+
+  bool wantsReply() const { return m_correlation != 0; }
+  // The reply to this request: values are written to it and sendReply() sends it, once. A request that wants a reply
+  // and got none is answered as failed when it is destroyed.
+  corvane::ValueWriter& reply() { return m_reply; }
+  void sendReply();
+  void sendFailure(const wchar_t* text);
+
+  void release();
+  // The values, for what reads several of them at once.
+  corvane::ValueReader& values() { return m_values; }
+  CS_Channel& getChannel() { return m_channel; }
+  void setSource(std::unique_ptr<corvane::FrameSource> source);
+
+ private:
+  int m_number = 0;
+  std::uint32_t m_correlation = 0;
+  bool m_replied = false;
+  corvane::ValueReader m_values;
+  corvane::ValueWriter m_reply;
+  std::wstring m_text;
+  CS_Channel m_channel;
+};

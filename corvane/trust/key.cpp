@@ -1,0 +1,66 @@
+#include "corvane/trust/key.h"
+
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/trust/crypto.h"
+
+namespace corvane {
+namespace {
+
+constexpr std::size_t kDigits = 64;
+
+// Digits and line end, with room to see that there is more.
+struct Text {
+  std::array<unsigned char, kDigits + 3> bytes;
+  ~Text() { wipe(bytes); }
+};
+
+bool isLineEnd(std::span<const unsigned char> rest) {
+  if (rest.empty()) return true;
+  if (rest.front() == '\r') rest = rest.subspan(1);
+  return rest.size() == 1 && rest.front() == '\n';
+}
+
+}  // namespace
+
+Key Key::read(const std::string& file) {
+  Text text;
+  const std::size_t size = readKeyFile(file, text.bytes);
+  Key key{Bytes32()};
+  bool valid = size >= kDigits && isLineEnd(std::span(text.bytes).subspan(kDigits, size - kDigits));
+  for (std::size_t i = 0; valid && i < key.m_bytes.size(); ++i) {
+    const int high = hexValue(text.bytes[2 * i]);
+    const int low = hexValue(text.bytes[2 * i + 1]);
+    valid = high >= 0 && low >= 0;
+    key.m_bytes[i] = static_cast<unsigned char>(high << 4 | low);
+  }
+  if (!valid) {
+    throw CS_Exception(kKeyNeeded, L"a key file holds 64 hexadecimal digits and nothing else, not so %s",
+                       fromUtf8(file).c_str());
+  }
+  return key;
+}
+
+void Key::writeNew(const std::string& file) {
+  constexpr char kCharacters[] = "0123456789abcdef";
+  Key key{Bytes32()};
+  fillWithRandom(key.m_bytes);
+  Text text;
+  for (std::size_t i = 0; i < key.m_bytes.size(); ++i) {
+    text.bytes[2 * i] = static_cast<unsigned char>(kCharacters[key.m_bytes[i] >> 4]);
+    text.bytes[2 * i + 1] = static_cast<unsigned char>(kCharacters[key.m_bytes[i] & 15]);
+  }
+  text.bytes[kDigits] = '\n';
+  createKeyFile(file, std::span(text.bytes).first(kDigits + 1));
+}
+
+Key KeyFolder::read(const Identity& identity) const {
+  return Key::read(m_folder + "/" + toUtf8(identity.name()) + ".key");
+}
+
+std::wstring KeyFolder::refusal() const {
+  return keyFolderRefusal(m_folder);
+}
+
+}  // namespace corvane

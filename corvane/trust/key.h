@@ -1,0 +1,65 @@
+#pragma once
+
+#include "corvane/trust/crypto.h"
+#include "corvane/trust/identity.h"
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+namespace corvane {
+
+// A key that two processes share: 32 random bytes. They are overwritten when the object dies or is moved from. File
+// names are UTF-8.
+class Key {
+ public:
+  // The key in that file: 64 hexadecimal digits and at most one line end. On Linux the file must be readable by its
+  // owner alone. Throws CS_Exception (3108) that says what is wrong; never blocks on what is no plain file.
+  static Key read(const std::string& file);
+  // Makes the file with a fresh key, readable by its owner alone on Linux and with the access list of its folder on
+  // Windows. An existing file is left as it is. Throws CS_Exception (3108).
+  static void writeNew(const std::string& file);
+
+  explicit Key(const Bytes32& bytes) : m_bytes(bytes) {}
+  Key(Key&& other) noexcept : m_bytes(other.m_bytes) { wipe(other.m_bytes); }
+  Key(const Key&) = delete;
+  Key& operator=(const Key&) = delete;
+  ~Key() { wipe(m_bytes); }
+
+  const Bytes32& bytes() const { return m_bytes; }
+
+ private:
+  Bytes32 m_bytes;
+};
+
+// The keys of everybody that a listening side knows, one file each: "monitor.key", "session-5.key". A file is read when
+// somebody claims the identity, so that keys are added, changed and removed while the process runs. Safe from any
+// thread.
+class KeyFolder {
+ public:
+  explicit KeyFolder(std::string folder) : m_folder(std::move(folder)) {}
+
+  // As Key::read().
+  Key read(const Identity& identity) const;
+  // Why no key of that folder can be trusted: it is no folder, or on Linux others than this account and root may put
+  // files into it. Empty when it is in order.
+  std::wstring refusal() const;
+
+ private:
+  const std::string m_folder;
+};
+
+}  // namespace corvane
+
+// What the platforms do differently about key files; for key.cpp. Names are UTF-8. Failures are CS_Exceptions (3108).
+namespace corvane {
+
+// Reads as much of a plain file as the buffer takes and returns how much that was. Refuses a file that others may read,
+// where the system has such modes.
+std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer);
+// Makes a file that did not exist with that content, or leaves none.
+void createKeyFile(const std::string& file, std::span<const unsigned char> content);
+// See KeyFolder::refusal.
+std::wstring keyFolderRefusal(const std::string& folder);
+
+}  // namespace corvane

@@ -1,0 +1,81 @@
+#include "corvane/wire/frame.h"
+
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace corvane {
+
+void storeLittleEndian32(unsigned char* at, std::uint32_t value) {
+  for (int i = 0; i < 4; ++i)
+    at[i] = static_cast<unsigned char>(value >> (8 * i));
+}
+
+std::uint32_t loadLittleEndian32(const unsigned char* at) {
+  return at[0] | static_cast<std::uint32_t>(at[1]) << 8 | static_cast<std::uint32_t>(at[2]) << 16 |
+         static_cast<std::uint32_t>(at[3]) << 24;
+}
+
+EncodedHeader encodeHeader(const FrameHeader& header) {
+  EncodedHeader bytes{};
+  storeLittleEndian32(&bytes[0], header.length);
+  bytes[4] = static_cast<unsigned char>(header.kind);
+  bytes[5] = header.flags;
+  bytes[6] = static_cast<unsigned char>(header.number);
+  bytes[7] = static_cast<unsigned char>(header.number >> 8);
+  storeLittleEndian32(&bytes[kFrameBridgeOffset], header.bridge);
+  storeLittleEndian32(&bytes[12], header.component);
+  storeLittleEndian32(&bytes[16], header.correlation);
+  return bytes;
+}
+
+FrameHeader decodeHeader(std::span<const unsigned char, kFrameHeaderSize> bytes) {
+  FrameHeader header;
+  header.length = loadLittleEndian32(&bytes[0]);
+  if (bytes[4] < static_cast<unsigned char>(FrameKind::kHello) ||
+      bytes[4] > static_cast<unsigned char>(FrameKind::kBeat)) {
+    throw CS_Exception(kProtocolViolation, L"frame kind %d does not exist", static_cast<int>(bytes[4]));
+  }
+  if (header.length > kMaxFramePayload) {
+    throw CS_Exception(kLimitExceeded, L"a frame of %u bytes, the limit is %u", header.length,
+                       static_cast<unsigned>(kMaxFramePayload));
+  }
+  header.kind = static_cast<FrameKind>(bytes[4]);
+  header.flags = bytes[5];
+  header.number = static_cast<std::uint16_t>(bytes[6] | bytes[7] << 8);
+  header.bridge = loadLittleEndian32(&bytes[kFrameBridgeOffset]);
+  header.component = loadLittleEndian32(&bytes[12]);
+  header.correlation = loadLittleEndian32(&bytes[16]);
+  return header;
+}
+
+FrameReader::Fill FrameReader::fill(Socket& socket, std::optional<Deadline> deadline) {
+  if (m_from > 0) {
+    std::memmove(m_buffer.data(), m_buffer.data() + m_from, m_to - m_from);
+    m_to -= m_from;
+    m_from = 0;
+  }
+  if (m_buffer.empty()) m_buffer.resize(kFirstSize);
+  // Only here: frames that were handed out point into the buffer.
+  if (m_to == m_buffer.size()) m_buffer.resize(std::min(2 * m_buffer.size(), kLargestSize));
+  const auto received = socket.receive(std::span(m_buffer).subspan(m_to), deadline);
+  if (!received) return Fill::kTimedOut;
+  if (*received == 0) return Fill::kClosed;
+  m_to += *received;
+  return Fill::kData;
+}
+
+std::optional<Frame> FrameReader::next() {
+  static_assert(kLargestSize >= 2 * (kMaxFramePayload + kFrameHeaderSize), "a whole frame must fit behind another");
+  if (m_to - m_from < kFrameHeaderSize) return std::nullopt;
+  const std::span<unsigned char> available(m_buffer.data() + m_from, m_to - m_from);
+  const FrameHeader header = decodeHeader(available.first<kFrameHeaderSize>());
+  const std::size_t whole = kFrameHeaderSize + header.length;
+  if (available.size() < whole) return std::nullopt;
+  m_from += whole;
+  return Frame{header, available.first(whole)};
+}
+
+}  // namespace corvane

@@ -1,0 +1,107 @@
+#include "corvane/wire/frame.h"
+
+#include "corvane/components/component_server.h"
+#include "corvane/net/socket.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "tests/support/joined_thread.h"
+#include "tests/support/own_listener.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace corvane;
+
+TEST(Frame, HeaderHasItsTwentyBytesOnTheWire) {
+  FrameHeader header;
+  header.length = 0x01020304 & 0xFFFF;
+  header.kind = FrameKind::kReply;
+  header.flags = kFlagMore;
+  header.number = 0x1122;
+  header.bridge = 0xA1A2A3A4;
+  header.component = 0xB1B2B3B4;
+  header.correlation = 0xC1C2C3C4;
+  const EncodedHeader expected = {0x04, 0x03, 0,    0,    5,    1,    0x22, 0x11, 0xA4, 0xA3,
+                                  0xA2, 0xA1, 0xB4, 0xB3, 0xB2, 0xB1, 0xC4, 0xC3, 0xC2, 0xC1};
+  EXPECT_EQ(expected, encodeHeader(header));
+  const FrameHeader back = decodeHeader(std::span<const unsigned char, kFrameHeaderSize>(expected));
+  EXPECT_EQ(0x0304u, back.length);
+  EXPECT_EQ(FrameKind::kReply, back.kind);
+  EXPECT_TRUE(back.hasMore());
+  EXPECT_FALSE(back.wantsReply());
+  EXPECT_EQ(0x1122, back.number);
+  EXPECT_EQ(0xA1A2A3A4u, back.bridge);
+  EXPECT_EQ(0xB1B2B3B4u, back.component);
+  EXPECT_EQ(0xC1C2C3C4u, back.correlation);
+}
+
+TEST(Frame, AKindThatDoesNotExistIsRefused) {
+  for (const int kind : {0, 10, 255}) {
+    EncodedHeader bytes{};
+    bytes[4] = static_cast<unsigned char>(kind);
+    EXPECT_THROW(decodeHeader(std::span<const unsigned char, kFrameHeaderSize>(bytes)), CS_Exception);
+  }
+}
+
+TEST(Frame, APayloadPastTheBoundIsRefusedBeforeItIsReceived) {
+  FrameHeader header;
+  header.length = kMaxFramePayload;
+  EXPECT_EQ(kMaxFramePayload,
+            decodeHeader(std::span<const unsigned char, kFrameHeaderSize>(encodeHeader(header))).length);
+  header.length = kMaxFramePayload + 1;
+  const EncodedHeader tooLong = encodeHeader(header);
+  EXPECT_THROW(decodeHeader(std::span<const unsigned char, kFrameHeaderSize>(tooLong)), CS_Exception);
+}
+
+TEST(FrameReader, FindsFramesHoweverTheyAreCutAndKeepsThoseThatCameTogetherInPlace) {
+  CS_ComponentServer::initialize(0, 0);
+  std::vector<unsigned char> stream;
+  std::vector<std::size_t> lengths;
+  for (std::size_t length : {0u, 1u, 20u, 65536u, 3u, 65536u, 65535u, 40000u}) {
+    FrameHeader header;
+    header.length = static_cast<std::uint32_t>(length);
+    header.correlation = static_cast<std::uint32_t>(lengths.size() + 1);
+    const EncodedHeader encoded = encodeHeader(header);
+    stream.insert(stream.end(), encoded.begin(), encoded.end());
+    stream.insert(stream.end(), length, static_cast<unsigned char>(lengths.size()));
+    lengths.push_back(length);
+  }
+  for (const std::size_t cut : {1u, 7u, 19u, 21u, 4096u, 70000u, 1000000u}) {
+    OwnListener listener;
+    Socket dialed = listener.dial();
+    Socket socket = listener.accept();
+    JoinedThread sender(
+        [&] {
+          Socket sending = std::move(dialed);  // closed at the end of the stream
+          for (std::size_t at = 0; at < stream.size(); at += cut) {
+            const Socket::Piece pieces[] = {std::span(stream).subspan(at, std::min(cut, stream.size() - at))};
+            sending.send(pieces);
+            if (cut < 100 && at > 2000) break;  // the small cuts have shown what they can
+          }
+        },
+        [&] { socket.shutdown(); });
+    FrameReader reader;
+    std::size_t seen = 0;
+    for (;;) {
+      const auto fill = reader.fill(socket, after(20000));
+      ASSERT_NE(FrameReader::Fill::kTimedOut, fill);
+      if (fill == FrameReader::Fill::kClosed) break;
+      std::vector<Frame> batch;
+      while (auto frame = reader.next())
+        batch.push_back(*frame);
+      // All frames of one receive stay valid until the next one.
+      for (const Frame& frame : batch) {
+        ASSERT_EQ(lengths[seen], frame.payload().size());
+        ASSERT_EQ(seen + 1, frame.header.correlation);
+        for (const unsigned char byte : frame.payload())
+          ASSERT_EQ(seen, byte);
+        ++seen;
+      }
+    }
+    sender.join();
+    EXPECT_GE(seen, cut < 100 ? 3u : lengths.size());
+  }
+}
+
+}  // namespace

@@ -1,0 +1,227 @@
+#include "corvane/wire/link.h"
+
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/value_reader.h"
+
+#include <algorithm>
+
+namespace corvane {
+
+Link::Link(Socket socket, const Patience& patience) : m_socket(std::move(socket)), m_peerName(m_socket.peerName()) {
+  m_socket.setPatience(patience);
+}
+
+Link::Use::Use(Link& link) : m_link(link) {
+  const std::lock_guard guard(link.m_stateLock);
+  if (link.m_ended) throw CS_Exception(kConnectionLost, L"%s", link.m_reason.c_str());
+  ++link.m_uses;
+}
+
+Link::Use::~Use() {
+  const std::lock_guard guard(m_link.m_stateLock);
+  if (--m_link.m_uses == 0 && m_link.m_ended) m_link.m_socket.close();
+}
+
+FrameReader::Fill Link::fill(std::optional<Deadline> deadline) {
+  const Use use(*this);
+  return m_reader.fill(m_socket, deadline);
+}
+
+bool Link::peerHasClosed() noexcept {
+  try {
+    const Use use(*this);
+    return m_socket.peerHasClosed();
+  } catch (const CS_Exception&) {
+    return true;
+  }
+}
+
+void Link::setHandler(FrameHandler* handler) {
+  const std::lock_guard guard(m_stateLock);
+  m_handler = handler;
+}
+
+bool Link::hasEnded() const {
+  const std::lock_guard guard(m_stateLock);
+  return m_ended;
+}
+
+std::wstring Link::reason() const {
+  const std::lock_guard guard(m_stateLock);
+  return m_reason;
+}
+
+void Link::end(const wchar_t* reason) {
+  FrameHandler* handler = nullptr;
+  {
+    const std::lock_guard guard(m_stateLock);
+    if (m_ended) return;
+    m_ended = true;
+    try {
+      m_reason = reason;
+    } catch (const std::bad_alloc&) {
+      // The end is what counts: whoever waits must not wait for memory as well.
+    }
+    handler = std::exchange(m_handler, nullptr);
+    m_changed.notify_all();
+    m_socket.shutdown();  // does not block
+    if (m_uses == 0) m_socket.close();
+  }
+  if (handler != nullptr) handler->onLinkEnd(m_reason);  // nobody changes it any more
+}
+
+void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
+  const std::lock_guard guard(m_stateLock);
+  for (const auto& [correlation, pending] : m_pending) {
+    if (pending->m_bridge != bridge || pending->m_done) continue;
+    pending->m_done = pending->m_failed = true;
+    pending->m_failure = kConnectionLost;
+    pending->m_reason = reason;
+  }
+  m_changed.notify_all();
+}
+
+// Reading by turns
+
+bool Link::readOnce(std::optional<Deadline> deadline) {
+  auto frame = m_reader.next();
+  if (!frame) {
+    switch (fill(deadline)) {
+      case FrameReader::Fill::kTimedOut:
+        return false;
+      case FrameReader::Fill::kClosed:
+        throw CS_Exception(kConnectionLost, m_reader.isBetweenFrames()
+                                                ? kClosedInOrder
+                                                : L"the other side closed the connection in the middle of a frame");
+      case FrameReader::Fill::kData:
+        heard();
+        frame = m_reader.next();
+    }
+  }
+  FrameHandler* handler;
+  {
+    const std::lock_guard guard(m_stateLock);
+    handler = m_handler;
+  }
+  if (handler == nullptr) return true;
+  try {
+    for (; frame; frame = m_reader.next())
+      handler->onFrame(*frame);
+    handler->onBatchEnd();
+  } catch (...) {
+    handler->onBatchAbandoned();
+    throw;
+  }
+  return true;
+}
+
+// Only the wait for bytes counts as silence: while this thread handles a frame, what the peer says waits in the system.
+void Link::readForService() {
+  if (!m_silence) {
+    readOnce(std::nullopt);
+  } else if (!readOnce(std::chrono::steady_clock::now() + *m_silence)) {
+    throw CS_Exception(kConnectionLost, L"nothing was heard from the other side for %s",
+                       durationText(*m_silence).c_str());
+  }
+}
+
+std::wstring Link::serve() {
+  {
+    std::unique_lock lock(m_stateLock);
+    m_changed.wait(lock, [&] { return !m_hasLeader || m_ended; });
+    m_hasLeader = true;
+  }
+  try {
+    while (!hasEnded())
+      readForService();
+  } catch (const CS_Exception& exception) {
+    end(exception.detail());
+  } catch (const std::exception&) {
+    end(L"not enough memory");
+  }
+  const std::lock_guard guard(m_stateLock);
+  m_hasLeader = false;
+  m_changed.notify_all();
+  return m_reason;
+}
+
+Link::Pending::Pending(Link& link, std::uint32_t bridge) : m_link(link), m_bridge(bridge) {
+  const std::lock_guard guard(link.m_stateLock);
+  m_correlation = link.m_correlations.next(link.m_pending);
+  link.m_pending.emplace(m_correlation, this);
+}
+
+Link::Pending::~Pending() {
+  const std::lock_guard guard(m_link.m_stateLock);
+  m_link.m_pending.erase(m_correlation);
+}
+
+std::vector<unsigned char> Link::Pending::wait(Deadline deadline) {
+  std::unique_lock lock(m_link.m_stateLock);
+  while (!m_done) {
+    if (m_link.m_ended) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
+    if (std::chrono::steady_clock::now() >= deadline) throw CS_Exception(kReplyTimedOut, nullptr);
+    if (m_link.m_hasLeader) {
+      m_link.m_changed.wait_until(lock, deadline);
+      continue;
+    }
+    m_link.m_hasLeader = true;
+    lock.unlock();
+    try {
+      m_link.readOnce(deadline);
+    } catch (const CS_Exception& exception) {
+      m_link.end(exception.detail());
+    } catch (const std::exception&) {
+      m_link.end(L"not enough memory");
+    }
+    lock.lock();
+    m_link.m_hasLeader = false;
+    m_link.m_changed.notify_all();
+  }
+  if (m_failed) throw CS_Exception(m_failure, L"%s", m_reason.c_str());
+  return std::move(m_bytes);
+}
+
+void Link::complete(const Frame& frame) {
+  const std::lock_guard guard(m_stateLock);
+  const auto found = m_pending.find(frame.header.correlation);
+  if (found == m_pending.end()) return;
+  Pending& pending = *found->second;
+  if (pending.m_done || pending.m_bridge != frame.header.bridge) return;
+  pending.m_bytes.insert(pending.m_bytes.end(), frame.payload().begin(), frame.payload().end());
+  if (pending.m_bytes.size() > kMaxCollectedReply) {
+    throw CS_Exception(kLimitExceeded, L"a reply of more than %u bytes", static_cast<unsigned>(kMaxCollectedReply));
+  }
+  if (frame.header.hasMore()) return;
+  pending.m_done = true;
+  if (frame.header.kind == FrameKind::kFailure) {
+    pending.m_failed = true;
+    pending.m_failure = kRequestRefused;
+    pending.m_reason = readReason(pending.m_bytes);
+  }
+  m_changed.notify_all();
+}
+
+void Link::lookForNews() {
+  {
+    const std::lock_guard guard(m_stateLock);
+    if (m_hasLeader || m_ended) return;
+    m_hasLeader = true;
+  }
+  try {
+    // The end stands behind the peer's last words. A peer that never stops talking keeps nobody here.
+    constexpr int kReceives = 16;
+    for (int i = 0; i < kReceives && !hasEnded() && readOnce(std::chrono::steady_clock::now()); ++i) {
+    }
+  } catch (const CS_Exception& exception) {
+    end(exception.detail());
+  } catch (const std::exception&) {
+    end(L"not enough memory");
+  }
+  const std::lock_guard guard(m_stateLock);
+  m_hasLeader = false;
+  m_changed.notify_all();
+}
+
+}  // namespace corvane

@@ -1,0 +1,199 @@
+#pragma once
+
+#include "corvane/net/socket.h"
+#include "corvane/wire/frame.h"
+#include "corvane/wire/value_writer.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace corvane {
+
+// Gives the requests of one connection their numbers. They begin again after four billion; none is 0, which stands for
+// a request that wants no reply, nor that of a request whose reply is still waited for. Its owner guards it.
+class CorrelationCounter {
+ public:
+  explicit CorrelationCounter(std::uint32_t last = 0) : m_last(last) {}
+
+  // The next number that is no key of what is waited for.
+  template <class Waiting>
+  std::uint32_t next(const Waiting& waiting) {
+    do {
+      ++m_last;
+    } while (m_last == 0 || waiting.contains(m_last));
+    return m_last;
+  }
+
+ private:
+  std::uint32_t m_last;
+};
+
+// Takes the frames that are no replies to somebody waiting on this side. Called by the thread that reads the link.
+class FrameHandler {
+ public:
+  virtual ~FrameHandler() = default;
+  virtual void onFrame(Frame& frame) = 0;
+  // No further frame of this receive follows; the frames handed over become invalid.
+  virtual void onBatchEnd() = 0;
+  // One of the two above threw: whatever is held of this receive is dropped.
+  virtual void onBatchAbandoned() noexcept = 0;
+  // The link has ended; called once, by whichever thread noticed, without any lock held.
+  virtual void onLinkEnd(const std::wstring& reason) = 0;
+};
+
+// Why a link ended when the peer closed it between two frames.
+inline constexpr const wchar_t* kClosedInOrder = L"the other side closed the connection";
+// And when this program closed it.
+inline constexpr const wchar_t* kClosedHere = L"the connection was closed on this side";
+
+// A named value of the handshake.
+using HelloValues = std::map<std::wstring, std::wstring>;
+
+// The frames of one connection: sending in one gathered send each, and reading by turns. A thread that waits for a
+// reply becomes the leader and reads for everybody, until its own reply is there; then another waiter leads. A thread
+// in serve() leads for good. Any thread may send and wait; a thread that is handling a frame must not wait on the same
+// link, because it is the one that reads it.
+//
+// The first failure, an end by the peer, or end() ends the link for good: every waiter gets a CS_Exception (3102).
+class Link {
+ public:
+  explicit Link(Socket socket, const Patience& patience = {});
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  // The steps of the greeting; corvane/trust/greeting.h puts them together. Each that waits throws CS_Exception (3101,
+  // 3105) when what it waits for does not come within the deadline. The dialing side says its values and returns those
+  // of the answer; throws 3108 when that is a refusal for want of a key.
+  HelloValues greet(const HelloValues& values, Deadline deadline);
+  // The listening side: what the peer says, and the answer to it or, with a message number or 0, the refusal.
+  HelloValues awaitGreeting(Deadline deadline);
+  void welcome(const HelloValues& values);
+  void refuseGreeting(int number, const wchar_t* reason);
+  // The dialing side's proof goes out in front of its first request.
+  void announceProof(const std::wstring& proof);
+  std::wstring awaitProof(Deadline deadline);
+
+  // Where frames go; null once nobody wants them any more.
+  void setHandler(FrameHandler* handler);
+
+  // Puts a frame in front of the next one that is sent: it costs no send of its own.
+  void announce(const FrameHeader& header, const ValueWriter& values);
+  // Sends the values as one frame, or as several of the same header where they are longer; nothing else comes between.
+  void send(FrameHeader header, const ValueWriter& values);
+  // A sign of life, as far as there is room for one at once: where there is none, or another thread is sending, bytes
+  // are on their way that say as much. Never blocks; a failure ends the socket, and the reading thread sees it.
+  void beat() noexcept;
+  // Makes serve() end the link when nothing at all has come for that long. Before serve().
+  void expectBeats(std::chrono::milliseconds silence) { m_silence = silence; }
+  // Sends complete frames as they are.
+  void sendFrames(std::span<const unsigned char> frames);
+  // A frame that carries nothing but a text.
+  void sendText(const FrameHeader& header, const wchar_t* text);
+
+  std::uint32_t nextCorrelation();
+
+  // A reply that somebody waits for; registered for as long as it lives.
+  class Pending {
+   public:
+    Pending(Link& link, std::uint32_t bridge);
+    ~Pending();
+    Pending(const Pending&) = delete;
+    Pending& operator=(const Pending&) = delete;
+    std::uint32_t correlation() const { return m_correlation; }
+    // Waits until the reply is complete and returns its bytes. Throws CS_Exception: 3103 when the deadline passed, 3104
+    // with the peer's words when it refused, 3102 when the link or the bridge ended.
+    std::vector<unsigned char> wait(Deadline deadline);
+
+   private:
+    friend class Link;
+    Link& m_link;
+    std::uint32_t m_bridge;
+    std::uint32_t m_correlation;
+    bool m_done = false;
+    bool m_failed = false;
+    int m_failure = 0;
+    std::wstring m_reason;
+    std::vector<unsigned char> m_bytes;
+  };
+
+  // Takes a reply or failure for somebody waiting; one that nobody waits for any more is dropped.
+  void complete(const Frame& frame);
+  // Fails whoever waits on the bridge.
+  void endBridge(std::uint32_t bridge, const std::wstring& reason);
+
+  // Handles what has come and not been read, without waiting; so an end is known that nobody was there to see. Leaves
+  // it to the thread that reads, where there is one.
+  void lookForNews();
+  // Reads and hands over frames until the link ends; returns the reason.
+  std::wstring serve();
+  // Ends the link; the first reason stays, or none where there is no memory for it. Never blocks, needs no memory. The
+  // socket is closed as soon as no thread is in a call with it, however long the link itself is held: a peer that waits
+  // until it may send again would otherwise wait on.
+  void end(const wchar_t* reason);
+  bool hasEnded() const;
+  std::wstring reason() const;
+  // See Socket::peerHasClosed(): for a thread that handles a frame and so does not read meanwhile.
+  bool peerHasClosed() noexcept;
+  // When bytes came last, or when the link was made.
+  Deadline lastHeard() const { return Deadline(Deadline::duration(m_lastHeard.load())); }
+  const std::string& peerName() const { return m_peerName; }
+  std::vector<unsigned char> localEndpoint() const { return m_socket.localEndpoint(); }
+  std::vector<unsigned char> peerEndpoint() const { return m_socket.peerEndpoint(); }
+
+  // How much is sent before a sender looks whether the peer has said something meanwhile.
+  static constexpr std::size_t kLookEvery = 1024 * 1024;
+
+ private:
+  // One use of the socket by a thread. The last one to leave after the end closes it: the handle's number must not be
+  // given to another connection while somebody is still in a call with it. Throws 3102 once the link has ended.
+  class Use {
+   public:
+    explicit Use(Link& link);
+    ~Use();
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+   private:
+    Link& m_link;
+  };
+
+  FrameReader::Fill fill(std::optional<Deadline> deadline);
+  // False when nothing came until the deadline.
+  bool readOnce(std::optional<Deadline> deadline);
+  void readForService();
+  void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
+  void throwIfEnded();
+  [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
+  void sendPieces(std::span<const Socket::Piece> pieces);
+  Frame awaitFrame(Deadline deadline);
+  HelloValues readHello(const Frame& frame, FrameKind kind);
+
+  Socket m_socket;  // used within a Use
+  const std::string m_peerName;
+  FrameReader m_reader;  // used by the leader only
+  std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};
+  std::optional<std::chrono::milliseconds> m_silence;
+
+  std::mutex m_sendLock;  // guards what follows, and the order of frames on the socket
+  std::vector<unsigned char> m_announcements;
+  std::size_t m_sentSinceLook = 0;
+
+  mutable std::mutex m_stateLock;  // guards what follows; never held while sending, receiving or handling
+  std::condition_variable m_changed;
+  bool m_hasLeader = false;
+  bool m_ended = false;
+  int m_uses = 0;
+  std::wstring m_reason;
+  FrameHandler* m_handler = nullptr;
+  CorrelationCounter m_correlations;
+  std::map<std::uint32_t, Pending*> m_pending;
+};
+
+}  // namespace corvane

@@ -1,0 +1,141 @@
+#include "corvane/wire/value_reader.h"
+
+#include "corvane/base/limits.h"
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "corvane/wire/frame.h"
+#include "corvane/wire/value_writer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace corvane {
+namespace {
+
+const wchar_t* tagName(unsigned char tag) {
+  switch (static_cast<ValueTag>(tag)) {
+    case ValueTag::kInt:
+      return L"an integer";
+    case ValueTag::kBoolean:
+      return L"a boolean";
+    case ValueTag::kText:
+      return L"a text";
+    case ValueTag::kBytes:
+      return L"a block of bytes";
+  }
+  return L"an unknown value";
+}
+
+}  // namespace
+
+bool ValueReader::refill() {
+  while (m_frame.empty()) {
+    if (m_source == nullptr || !m_source->next(m_frame)) return false;
+  }
+  return true;
+}
+
+void ValueReader::take(void* to, std::size_t count) {
+  auto* out = static_cast<unsigned char*>(to);
+  while (count > 0) {
+    if (!refill()) throw CS_Exception(kWrongValueType, L"read past the end of the request");
+    const std::size_t now = std::min(count, m_frame.size());
+    std::memcpy(out, m_frame.data(), now);
+    m_frame = m_frame.subspan(now);
+    out += now;
+    count -= now;
+  }
+}
+
+void ValueReader::expect(unsigned char tag, const wchar_t* name) {
+  if (m_inBytes) throw CS_Exception(kWrongValueType, L"read %s inside a block of bytes", name);
+  unsigned char found = 0;
+  take(&found, 1);
+  if (found != tag) throw CS_Exception(kWrongValueType, L"read %s where %s stands", name, tagName(found));
+}
+
+std::uint32_t ValueReader::takeCount() {
+  unsigned char bytes[4];
+  take(bytes, sizeof bytes);
+  return loadLittleEndian32(bytes);
+}
+
+std::int32_t ValueReader::readInt() {
+  expect(static_cast<unsigned char>(ValueTag::kInt), L"an integer");
+  return static_cast<std::int32_t>(takeCount());
+}
+
+bool ValueReader::readBoolean() {
+  expect(static_cast<unsigned char>(ValueTag::kBoolean), L"a boolean");
+  unsigned char value = 0;
+  take(&value, 1);
+  if (value > 1) throw CS_Exception(kWrongValueType, L"a boolean with the value %d", static_cast<int>(value));
+  return value == 1;
+}
+
+std::wstring ValueReader::readText() {
+  expect(static_cast<unsigned char>(ValueTag::kText), L"a text");
+  const std::uint32_t count = takeCount();
+  if (count > kMaxTextUnits) {
+    throw CS_Exception(kLimitExceeded, L"a text of %u characters, the limit is %u", count,
+                       static_cast<unsigned>(kMaxTextUnits));
+  }
+  std::vector<unsigned char> bytes(2 * std::size_t{count});
+  take(bytes.data(), bytes.size());
+  std::vector<std::uint16_t> units(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    units[i] = static_cast<std::uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+  }
+  return fromUtf16(units.data(), units.size());
+}
+
+std::span<const unsigned char> ValueReader::readPiece() {
+  if (!m_inBytes) {
+    expect(static_cast<unsigned char>(ValueTag::kBytes), L"a block of bytes");
+    m_bytesLeft = takeCount();
+    m_inBytes = true;
+  }
+  if (m_bytesLeft == 0) {
+    m_inBytes = false;
+    return {};
+  }
+  if (!refill()) throw CS_Exception(kWrongValueType, L"a block of bytes ends early");
+  const auto piece = m_frame.first(std::min(m_bytesLeft, m_frame.size()));
+  m_frame = m_frame.subspan(piece.size());
+  m_bytesLeft -= piece.size();
+  return piece;
+}
+
+bool ValueReader::atEnd() {
+  return !m_inBytes && !refill();
+}
+
+char ValueReader::nextTag() {
+  return atEnd() ? '\0' : static_cast<char>(m_frame.front());
+}
+
+void ValueReader::skipRest() {
+  m_inBytes = false;
+  do {
+    m_frame = {};
+  } while (refill());
+}
+
+std::wstring readText(std::span<const unsigned char> bytes) {
+  try {
+    return ValueReader(std::make_unique<SpanSource>(bytes)).readText();
+  } catch (const CS_Exception&) {
+    return L"the other side gave no readable reason";
+  }
+}
+
+std::wstring readReason(std::span<const unsigned char> bytes) {
+  std::wstring reason = readText(bytes);
+  if (reason.size() <= kMaxReasonCharacters) return reason;
+  return reason.substr(0, kMaxReasonCharacters) + L"...";
+}
+
+}  // namespace corvane

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "admin/install/installation.h"
+#include "tests/support/import_seam.h"
+#include "tests/support/temporary_folder.h"
+
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+
+namespace admin {
+
+// A machine for tests of installing: its system folder and program folder stand in a temporary folder, its keys below
+// one of the test's own, and its spooler is a set of names. Both kinds of module are there in several versions.
+class InstallationTest : public testing::Test {
+ protected:
+  InstallationTest();
+  ~InstallationTest() override;
+
+  // The file of a built module with version 3.9.0.0, 4.0.1.0 or 5.0.0.0.
+  static std::wstring moduleOfVersion(const std::string& version);
+  // Puts that module into the folder to install from.
+  void offer(const std::string& version);
+  // Everything that the machine holds, as lines: folders, files with their content, keys, values, monitors.
+  std::set<std::string> listing() const;
+  // The lines that are in one listing only, for a test's message.
+  static std::string difference(const std::set<std::string>& before, const std::set<std::string>& after);
+
+  // The spooler has the module loaded.
+  void holdModule();
+  // Every write takes half of what it was given and calls it a success, as on a disk that is full.
+  void fillDisk();
+  void refuseMonitor(DWORD error);
+  // The user is no administrator.
+  void denyFolders();
+
+  ImportSeams seams;
+  TemporaryFolder folder;
+  Places places;
+  InstallRequest request;
+  std::set<std::wstring> monitors;
+
+ private:
+  void replaceSpooler();
+};
+
+}  // namespace admin
