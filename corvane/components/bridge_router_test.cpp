@@ -103,6 +103,15 @@ TEST_F(RoutedTest, WhenTheClientGoesTheWaiterLearnsOfItAndLaterSendsFail) {
   EXPECT_EQ(L"the connection was closed on this side", m_reason);
 }
 
+// A link may have ended a moment ago, and the thread that ended it has told nobody yet.
+TEST_F(RoutedTest, WhoPassesFramesOnToALinkThatHasEndedTellsTheSender) {
+  EXPECT_EQ(2, twice(m_component, 1));
+  m_client.accepted()->link()->setHandler(nullptr);
+  m_client.accepted()->link()->end(L"torn");
+  EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the other side of the bridge has gone: torn")),
+            failureOf([&] { askInt(m_component, 3, 20000); }));
+}
+
 TEST_F(RoutedTest, AJobThatIsSentToAClientThatHasGoneStopsBeforeItsEnd) {
   EXPECT_EQ(2, twice(m_component, 1));
   CS_Connection::destroy(m_client.accepted(), true);
@@ -146,6 +155,7 @@ void append(std::vector<unsigned char>& frames, FrameHeader header, const ValueW
   values.forEachPiece([&](ValueWriter::Piece piece) { frames.insert(frames.end(), piece.begin(), piece.end()); });
 }
 
+// A sign of life between two frames is of no bridge and ends no run of frames.
 TEST_F(RoutedTest, FramesThatArriveTogetherEachGoWhereTheyBelong) {
   const CS_RCPtr<CS_Component> otherBridge =
       m_monitor.dialed().getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)->newInstance(0);
@@ -161,7 +171,7 @@ TEST_F(RoutedTest, FramesThatArriveTogetherEachGoWhereTheyBelong) {
   std::vector<unsigned char> together;
   std::vector<std::unique_ptr<Link::Pending>> pending;
   int value = 0;
-  for (const auto& component : {m_component, onOther, m_component, onConnection, onOther, m_component}) {
+  for (const auto& component : {m_component, m_component, onOther, m_component, onConnection, onOther, m_component}) {
     FrameHeader header;
     header.number = 1;
     header.flags = kFlagWantsReply;
@@ -172,6 +182,9 @@ TEST_F(RoutedTest, FramesThatArriveTogetherEachGoWhereTheyBelong) {
     ValueWriter values;
     values.writeInt(++value);
     append(together, header, values);
+    FrameHeader beat;
+    beat.kind = FrameKind::kBeat;
+    append(together, beat, {});
   }
   link.sendFrames(together);
   value = 0;

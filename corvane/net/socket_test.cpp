@@ -215,12 +215,16 @@ TEST_F(SocketSignal, DoesNotEndAReceive) {
   for (const bool bounded : {false, true}) {
     std::vector<unsigned char> came(10);
     std::optional<std::size_t> count;
+    std::atomic<bool> isReceiving{false};
     std::atomic<bool> ended{false};
     std::jthread receiver([&] {
       const auto deadline = bounded ? std::optional<Deadline>(after(60000)) : std::nullopt;
+      isReceiving = true;
       EXPECT_NO_THROW(count = m_pair.accepted.receive(came, deadline));
       ended = true;
     });
+    while (!isReceiving)
+      std::this_thread::yield();
     interrupt(receiver, 200, ended);
     const auto bytes = unlikeBytes(10);
     const Socket::Piece pieces[] = {bytes};

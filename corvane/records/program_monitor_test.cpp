@@ -103,6 +103,10 @@ TEST_F(NoticeTest, ReachesThePeerWithItsValuesAndTheOwnLog) {
   EXPECT_EQ((Lines{"job: \"Report\" was printed"}), log.lines());
 }
 
+TEST_F(NoticeTest, AMonitorWaitsAsLongForTheAnswerToItsIntroductionAsOthersForTheirs) {
+  EXPECT_EQ(120000u, CS_ProgramMonitor_c::kReplyMilliseconds);
+}
+
 TEST_F(NoticeTest, ThatIsTooLongForOneRequestIsCutOnTheWayAndEndsNoConnection) {
   LocalLog log;
   ConnectionPair pair;

@@ -137,29 +137,50 @@ TEST_F(LinkTest, WhoLookedForNewsLeavesTheReadingToAWaiter) {
   waiter.join();
 }
 
-TEST_F(LinkTest, AnEndIsKnownToAWaiterAlthoughTheReadingThreadIsBusy) {
-  Happening isBusy, mayGoOn, isAboutToWait, hasFailed;
-  m_taker.take = [&](const Frame&) {
-    isBusy.happen();
-    EXPECT_TRUE(mayGoOn.await());
-  };
-  m_link.setHandler(&m_taker);
-  say(requestFrame(1));
-  std::jthread reader([&] { m_link.serve(); });
-  ASSERT_TRUE(isBusy.await());
-  std::jthread waiter([&] {
-    Link::Pending pending(m_link, 0);
-    isAboutToWait.happen();
-    EXPECT_EQ(-kConnectionLost, resultOf(pending, 60000));
-    hasFailed.happen();
-  });
-  ASSERT_TRUE(isAboutToWait.await());
-  letItWait();
+// A thread that waits for a reply while another one reads and is busy with a frame.
+class BusyLinkTest : public LinkTest {
+ protected:
+  BusyLinkTest() {
+    m_taker.take = [&](const Frame&) {
+      m_isBusy.happen();
+      EXPECT_TRUE(m_mayGoOn.await());
+    };
+    m_link.setHandler(&m_taker);
+    say(requestFrame(1));
+    m_reader = std::jthread([&] { m_link.serve(); });
+    EXPECT_TRUE(m_isBusy.await());
+    m_waiter = std::jthread([&] {
+      Link::Pending pending(m_link, 7);
+      m_isAboutToWait.happen();
+      EXPECT_EQ(-kConnectionLost, resultOf(pending, 60000));
+      m_hasFailed.happen();
+    });
+    EXPECT_TRUE(m_isAboutToWait.await());
+    letItWait();
+  }
+  // The waiter learns of it while the reader is still busy.
+  void expectFailure() { EXPECT_TRUE(m_hasFailed.await()); }
+  ~BusyLinkTest() override {
+    m_link.end(L"done");
+    m_mayGoOn.happen();
+    m_reader.join();
+    m_waiter.join();
+  }
+
+ private:
+  Happening m_isBusy, m_mayGoOn, m_isAboutToWait, m_hasFailed;
+  std::jthread m_reader;
+  std::jthread m_waiter;
+};
+
+TEST_F(BusyLinkTest, AnEndIsKnownToAWaiter) {
   m_link.end(L"done");
-  EXPECT_TRUE(hasFailed.await());
-  mayGoOn.happen();
-  reader.join();
-  waiter.join();
+  expectFailure();
+}
+
+TEST_F(BusyLinkTest, TheEndOfABridgeIsKnownToItsWaiter) {
+  m_link.endBridge(7, L"gone");
+  expectFailure();
 }
 
 // Ends a link when a test is left.
