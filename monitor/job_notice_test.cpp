@@ -130,6 +130,17 @@ TEST_F(JobNoticeTest, ThatNoServerHeardIsToldToTheNextOneOnce) {
   }
 }
 
+// The server that took the job's connection with it has left the process's own connection open, and nobody has noticed.
+TEST_F(JobNoticeTest, IsKeptWhenTheServerBehindTheProcessesMonitorDoesNotAnswerAnyMore) {
+  PortMonitorServer::getInstance();
+  start();
+  m_peer.hangUpAt("ProgramMonitor_s", 1);
+  breakConnection();
+  write("abc");
+  mg::KeptNotices::instance().tellAll(m_world.records().monitor());
+  EXPECT_THAT(told(), ElementsAre(testing::AllOf(StartsWith("Job 17 "), testing::HasSubstr(" (Told late: "))));
+}
+
 TEST_F(JobNoticeTest, TellsOfAJobWhosePortIsDeleted) {
   deletePortWithJob([this] {
     MGXcvDataPort(nullptr, L"DeletePort", reinterpret_cast<PBYTE>(text(L"CPP6")), 10, nullptr, 0, nullptr);

@@ -4,6 +4,7 @@
 #include "tests/support/failing_new.h"
 #include "tests/support/monitor/job_path.h"
 #include "tests/support/monitor/send_seam.h"
+#include "tests/support/trail_lines.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -167,6 +168,15 @@ TEST_F(StartDocPortTest, AMissingConnectionFailsTheJob) {
     expectIdlePort();
   }
   EXPECT_TRUE(sawFailure);
+}
+
+TEST_F(StartDocPortTest, TheTrailOfAJobSaysHowFarItsStartHasCome) {
+  start();
+  ASSERT_NE(m_port->job, nullptr);
+  EXPECT_THAT(trailLines(m_port->job->trail),
+              ElementsAre("started: \"letter.txt\", 1 copies, data type RAW", "connected to the application server",
+                          "the client printer is \"Client Laser\", format 1",
+                          "attached to the session, delivery mode 1", "announced to the print client"));
 }
 
 // What could not be announced fails with its first write, not here.
