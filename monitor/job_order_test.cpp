@@ -118,6 +118,22 @@ TEST_F(JobOrderTest, AQueueThatCannotBeOpenedBeginsAReportOfItsOwn) {
   EXPECT_EQ(log.records()[4], "clean-up: Failed to open the printer");
 }
 
+TEST_F(JobOrderTest, WhatIsDoneAboutAFailedWriteBelongsToItsReport) {
+  start();
+  const CS_RCPtr<CS_Component> owner = m_port->printServer->getRootOwner();
+  CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
+  CS_ProgramMonitor::setDefaultMonitor(nullptr);
+  const LocalLog log;
+  EXPECT_EQ(write("abc"), FALSE);
+  std::vector<std::string> reports;
+  for (const std::string& line : log.lines()) {
+    if (line[0] == '#') reports.push_back(line.substr(0, line.find(' ')));
+  }
+  ASSERT_EQ(reports.size(), 4u);
+  EXPECT_EQ(reports, std::vector<std::string>(4, reports[0]));
+  EXPECT_EQ(log.records()[2], "clean-up: Deleted print job");
+}
+
 TEST_F(JobOrderTest, AnEndMarksTheJobEndsTheConnectionClosesItsReportAndThenThePrinter) {
   start();
   m_queue.clear();
