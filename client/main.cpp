@@ -25,11 +25,13 @@ constexpr unsigned kJobEndMilliseconds = 5000;
 void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
   server->registerClass(protocol::kPrintClientClass,
-                        new programs::ComponentClass<printclient::PrintClient>(protocol::kVersion, output));
+                        new corvane::ComponentClass<printclient::PrintClient, printclient::PrintClient::Context>(
+                            protocol::kVersion, output));
   server->offerClass(protocol::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
   server->registerClass(protocol::kSessionClientClass,
-                        new programs::ComponentClass<printclient::SessionClient>(protocol::kVersion, output));
+                        new corvane::ComponentClass<printclient::SessionClient, printclient::SessionClient::Context>(
+                            protocol::kVersion, output));
 }
 
 }  // namespace

@@ -26,10 +26,11 @@ class SessionClientTest : public ::testing::Test {
     const auto output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter);
     m_pair = std::make_unique<ConnectionPair>();
     CS_ComponentServer* server = CS_ComponentServer::getServer();
-    server->registerClass(protocol::kSessionClientClass,
-                          new programs::ComponentClass<SessionClient>(protocol::kVersion, output));
+    server->registerClass(
+        protocol::kSessionClientClass,
+        new corvane::ComponentClass<SessionClient, SessionClient::Context>(protocol::kVersion, output));
     server->offerClass(protocol::kSessionClientClass);
-    server->registerClass(protocol::kSessionHostClass, new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+    server->registerClass(protocol::kSessionHostClass, new corvane::ComponentClass<CS_Component>(protocol::kVersion));
     m_host = makeComponent(m_pair->dialed(), protocol::kSessionHostClass, protocol::kSessionClientClass);
   }
   ~SessionClientTest() override {

@@ -86,7 +86,7 @@ TEST_F(JobEndTest, AServerThatGoesAwayInsteadOfNamingThePrinterIsTold) {
 }
 
 TEST_F(JobEndTest, AModuleThatCannotMakeItsComponentsIsTold) {
-  const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
+  const BarrenClass barren(CS_Bridge::m_className, new corvane::ComponentClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
   start();
   expectFailure("Failed to create bridge. Restart the print spooler, then print again.");
 }

@@ -9,8 +9,8 @@
 #include "ports/port_list.h"
 #include "protocol/names.h"
 #include "session/held_port.h"
-#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
+#include "session/print_server.h"
 
 #include <cstddef>
 #include <new>

@@ -130,7 +130,7 @@ TEST_F(StartDocPortTest, AClientOfAnotherVersionFailsTheJob) {
 }
 
 TEST_F(StartDocPortTest, ABridgeThatCannotBeMadeFailsTheJob) {
-  const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
+  const BarrenClass barren(CS_Bridge::m_className, new corvane::ComponentClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
   expectFailedStart({"0x4000000a: Failed to create bridge", "10: Failed to create bridge"});
 }
 

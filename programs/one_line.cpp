@@ -17,6 +17,10 @@ std::string oneLine(std::wstring_view text) {
   return result.substr(0, end) + "...";
 }
 
+std::string quoted(std::wstring_view text) {
+  return "\"" + oneLine(text) + "\"";
+}
+
 std::string describe(const CS_Exception& failure) {
   const std::wstring_view detail = failure.detail();
   if (failure.number() == 0) return oneLine(detail);

@@ -5,6 +5,11 @@
 namespace programs {
 namespace {
 
+TEST(OneLine, IsQuotedWithWhatItHidesShown) {
+  EXPECT_EQ(quoted(L"Laser 2"), "\"Laser 2\"");
+  EXPECT_EQ(quoted(L"a\nb"), "\"" + oneLine(L"a\nb") + "\"");
+}
+
 TEST(OneLine, KeepsPrintableText) {
   EXPECT_EQ(oneLine(L"Laser-2 \u00e4\u20ac"), "Laser-2 \xC3\xA4\xE2\x82\xAC");
 }

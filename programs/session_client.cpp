@@ -18,7 +18,7 @@ constexpr unsigned kRegistrationMilliseconds = 30000;
 
 void registerSessionClientClass() {
   CS_ComponentServer::getServer()->registerClass(protocol::kSessionClientClass,
-                                                 new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+                                                 new corvane::ComponentClass<CS_Component>(protocol::kVersion));
 }
 
 protocol::Registration::Answer bringPrinters(const CS_RCPtr<CS_Connection>& connection, int session,

@@ -49,7 +49,7 @@ class AdministrationServerTest : public ::testing::Test {
                                                   Launcher::Settings{});
     registerClasses(m_application);
     CS_ComponentServer::getServer()->registerClass(protocol::kAdministrationClientClass,
-                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+                                                   new corvane::ComponentClass<CS_Component>(protocol::kVersion));
     m_pair = std::make_unique<ConnectionPair>();
     m_tool =
         makeComponent(m_pair->dialed(), protocol::kAdministrationClientClass, protocol::kAdministrationServerClass);

@@ -17,7 +17,8 @@ namespace {
 template <class Component>
 void registerAndOffer(const wchar_t* name, const std::shared_ptr<Application>& application) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
-  server->registerClass(name, new programs::ComponentClass<Component>(protocol::kVersion, application));
+  server->registerClass(
+      name, new corvane::ComponentClass<Component, typename Component::Context>(protocol::kVersion, application));
   server->offerClass(name);
 }
 

@@ -83,7 +83,7 @@ class ConnectionListTest : public ::testing::Test {
     m_application = std::make_shared<Application>(m_log, SessionTable::Limits{}, Launcher::Settings{});
     registerClasses(m_application);
     CS_ComponentServer::getServer()->registerClass(L"Asker",
-                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+                                                   new corvane::ComponentClass<CS_Component>(protocol::kVersion));
     m_places.lookEvery = std::chrono::milliseconds(20);
   }
   ~ConnectionListTest() override {

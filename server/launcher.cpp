@@ -9,13 +9,9 @@
 namespace aps {
 namespace {
 
-std::string quoted(const std::wstring& text) {
-  return "\"" + programs::oneLine(text) + "\"";
-}
-
 std::string described(const Launch& launch) {
-  return "program " + quoted(launch.program) + " with arguments " + quoted(launch.arguments) +
-         (launch.printer.empty() ? "" : " for printer " + quoted(launch.printer));
+  return "program " + programs::quoted(launch.program) + " with arguments " + programs::quoted(launch.arguments) +
+         (launch.printer.empty() ? "" : " for printer " + programs::quoted(launch.printer));
 }
 
 bool holdsControl(const std::wstring& text) {
@@ -118,8 +114,8 @@ void Launcher::watch(Position position, const Launch& launch, StartedProgram& pr
   const std::optional<int> code = program.wait();
   if (!code) return;
   try {
-    m_log->line("program " + quoted(launch.program) + " of session " + std::to_string(launch.session) + ", process " +
-                std::to_string(program.processId()) + ", ended with " + std::to_string(*code));
+    m_log->line("program " + programs::quoted(launch.program) + " of session " + std::to_string(launch.session) +
+                ", process " + std::to_string(program.processId()) + ", ended with " + std::to_string(*code));
   } catch (...) {
   }
 }

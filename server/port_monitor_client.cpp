@@ -15,10 +15,6 @@
 namespace aps {
 namespace {
 
-std::string quoted(const std::wstring& text) {
-  return "\"" + programs::oneLine(text) + "\"";
-}
-
 std::string unknownPrinter() {
   return "no session has a printer of that name; start the session's print client with it, or correct the name of the "
          "local printer";
@@ -50,7 +46,7 @@ bool PortMonitorClient::hasGivenUp() {
 std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
   const SessionTable& sessions = m_application->sessions;
   if (sessions.isExpected(printerName)) {
-    m_application->log->line("printer " + quoted(printerName) + " was asked for by process " + peerProcess() +
+    m_application->log->line("printer " + programs::quoted(printerName) + " was asked for by process " + peerProcess() +
                              "; the answer waits for its print client, which may be on its way back");
   }
   const CS_RCPtr<CS_Component> root = getRootOwner();
@@ -90,7 +86,7 @@ void PortMonitorClient::attachPrintJobToSession(CS_InRequest& request) {
   protocol::AttachJob::Answer answer;
   const std::string cause = attach(job, answer.versions);
   if (!cause.empty()) {
-    m_application->log->failure("job refused: printer " + quoted(job.printer) + ", process " +
+    m_application->log->failure("job refused: printer " + programs::quoted(job.printer) + ", process " +
                                 std::to_string(job.processId) + ": " + cause);
   }
   protocol::answer(request, answer);
@@ -108,7 +104,7 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
   if (!bridge) return "the request names no bridge of its connection; the port monitor is not of this version";
   if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor is not of this version";
 
-  const std::string job = "printer " + quoted(printerName) + ", session " + std::to_string(found->session) +
+  const std::string job = "printer " + programs::quoted(printerName) + ", session " + std::to_string(found->session) +
                           ", process " + std::to_string(request.processId);
   const CS_RCPtr<CS_Component> root = getRootOwner();
   auto mark = m_application->jobs.begin(found->session, dynamic_cast<const CS_Connection*>(root.get()));
@@ -167,8 +163,8 @@ void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
   const std::wstring name = protocol::read<protocol::PrinterInfo>(request).printer;
   auto found = awaitPrinter(name);
   if (!found) {
-    m_application->log->failure("printer " + quoted(name) + " was asked for by process " + peerProcess() + ": " +
-                                unknownPrinter());
+    m_application->log->failure("printer " + programs::quoted(name) + " was asked for by process " + peerProcess() +
+                                ": " + unknownPrinter());
   }
   protocol::PrinterInfo::Answer answer;
   if (found) answer.printer = std::move(found->printer);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/components/component_class.h"
 #include "corvane/components/connection.h"
 #include "session/client_printer.h"
 #include "util/object_map.h"
@@ -71,3 +72,6 @@ class PortMonitorServer : public CS_Component {
   static LPCRITICAL_SECTION s_lock;
   static CS_RCPtr<PortMonitorServer> s_instance;  // guarded by *s_lock
 };
+
+// Registered as "Quillfern::NTR::PortMonitorServer"; the component server owns it from then on.
+using PortMonitorServerClass = corvane::ComponentClass<PortMonitorServer>;

@@ -205,7 +205,7 @@ TEST_F(PortMonitorServerTest, WithoutItsKeyThereIsNoInstanceAndNobodyIsDialled) 
 
 TEST_F(PortMonitorServerTest, AProgramMonitorThatCannotBeMadeEndsTheConnection) {
   const BarrenClass barren(CS_ProgramMonitor_c::m_className,
-                           new corvane::SimpleClass<CS_ProgramMonitor_c>(CS_Version(1, 0, 0, 0)));
+                           new corvane::ComponentClass<CS_ProgramMonitor_c>(CS_Version(1, 0, 0, 0)));
   EXPECT_EQ(failureOfGetInstance(), kNoComponent);
   EXPECT_THAT(m_world.records().lines(),
               ElementsAre("10: number 3014", "0x40000008: Stack Trace: PortMonitorServer::InitComponent()",
@@ -214,7 +214,7 @@ TEST_F(PortMonitorServerTest, AProgramMonitorThatCannotBeMadeEndsTheConnection) 
 }
 
 TEST_F(PortMonitorServerTest, ABridgeThatCannotBeMadeIsRecordedAndTheConnectionEnds) {
-  const BarrenClass barren(CS_Bridge::m_className, new corvane::SimpleClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
+  const BarrenClass barren(CS_Bridge::m_className, new corvane::ComponentClass<CS_Bridge>(CS_Version(1, 0, 0, 0)));
   EXPECT_EQ(failureOfGetInstance(), kNoComponent);
   ASSERT_TRUE(m_world.peer().waitForLine("end"));
   const ScriptedPeer::Lines requests = m_world.requests();

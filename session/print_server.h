@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/components/component.h"
+#include "corvane/components/component_class.h"
 #include "session/client_print_job.h"
 
 // The stream of one job to the session's print client; its requests are in protocol/print_job.h. Made per job on the
@@ -28,3 +28,6 @@ class PrintServer : public CS_Component {
   // Ends the job and returns the client's result, positive when the client has taken all of it; 0 on failure.
   int EndJob(ClientPrintJob* job);
 };
+
+// Registered as "Quillfern::NTR::PrintServer"; the component server owns it from then on.
+using PrintServerClass = corvane::ComponentClass<PrintServer>;

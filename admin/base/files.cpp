@@ -2,6 +2,7 @@
 
 #include "admin/base/failure.h"
 #include "corvane/base/text.h"
+#include "programs/one_line.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
@@ -63,37 +64,33 @@ namespace {
 
 constexpr DWORD kPiece = 65536;
 
-std::string quoted(const std::wstring& path) {
-  return "\"" + corvane::toUtf8(path) + "\"";
-}
-
 // INVALID_FILE_ATTRIBUTES when there is nothing; what cannot be seen is not taken for that.
 DWORD attributesOf(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
   if (attributes != INVALID_FILE_ATTRIBUTES) return attributes;
   const DWORD error = GetLastError();
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return INVALID_FILE_ATTRIBUTES;
-  throw SystemFailure(quoted(path) + " cannot be looked at", error);
+  throw SystemFailure(programs::quoted(path) + " cannot be looked at", error);
 }
 
 mg::FileHandle openForReading(const std::wstring& path) {
   mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  require(static_cast<bool>(file), quoted(path) + " cannot be opened");
+  require(static_cast<bool>(file), programs::quoted(path) + " cannot be opened");
   return file;
 }
 
 DWORD readPiece(HANDLE file, const std::wstring& path, std::vector<BYTE>& piece) {
   piece.resize(kPiece);
   DWORD size = 0;
-  require(ReadFile(file, piece.data(), kPiece, &size, nullptr), quoted(path) + " cannot be read");
+  require(ReadFile(file, piece.data(), kPiece, &size, nullptr), programs::quoted(path) + " cannot be read");
   piece.resize(size);
   return size;
 }
 
 void writeCopy(const std::wstring& from, const std::wstring& to) {
   const mg::FileHandle source = openForReading(from);
-  const std::string tried = quoted(to) + " cannot be written";
+  const std::string tried = programs::quoted(to) + " cannot be written";
   const mg::FileHandle target(
       CreateFileW(to.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   require(static_cast<bool>(target), tried);
@@ -140,7 +137,7 @@ void copyFile(const std::wstring& from, const std::wstring& to) try { writeCopy(
 
 void moveFile(const std::wstring& from, const std::wstring& to, bool mayReplace) {
   require(MoveFileExW(from.c_str(), to.c_str(), mayReplace ? MOVEFILE_REPLACE_EXISTING : 0),
-          quoted(from) + " cannot be renamed to " + quoted(to));
+          programs::quoted(from) + " cannot be renamed to " + programs::quoted(to));
 }
 
 void deleteFile(const std::wstring& path) {
@@ -149,19 +146,19 @@ void deleteFile(const std::wstring& path) {
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return;
   // A loaded module answers as a missing right does.
   if (error == ERROR_ACCESS_DENIED) requireReplaceable(path);
-  throw SystemFailure(quoted(path) + " cannot be deleted", error);
+  throw SystemFailure(programs::quoted(path) + " cannot be deleted", error);
 }
 
 void requireReplaceable(const std::wstring& path) {
   const mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, OPEN_EXISTING,
                                         FILE_ATTRIBUTE_NORMAL, nullptr));
-  require(static_cast<bool>(file), quoted(path) + " cannot be replaced");
+  require(static_cast<bool>(file), programs::quoted(path) + " cannot be replaced");
 }
 
 std::string fileTail(const std::wstring& path, unsigned bytes) {
   const mg::FileHandle file = openForReading(path);
   LARGE_INTEGER size = {};
-  const std::string tried = quoted(path) + " cannot be read";
+  const std::string tried = programs::quoted(path) + " cannot be read";
   require(GetFileSizeEx(file.get(), &size), tried);
   LARGE_INTEGER begin = {};
   begin.QuadPart = std::max<long long>(0, size.QuadPart - bytes);

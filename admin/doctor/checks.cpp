@@ -19,15 +19,11 @@ using corvane::toUtf8;
 
 constexpr char kInstallAgain[] = "Run mgprintmon install: it puts right what is missing.";
 
-std::string quoted(const std::wstring& text) {
-  return "\"" + toUtf8(text) + "\"";
-}
-
 std::wstring textOf(const std::wstring& key, const wchar_t* name) {
   const auto value = readValue(key, name);
-  if (!value) throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " is missing", kInstallAgain);
+  if (!value) throw Failure(ExitCode::kFailed, "the value " + programs::quoted(name) + " is missing", kInstallAgain);
   const auto text = value->text();
-  if (!text) throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " is no string", kInstallAgain);
+  if (!text) throw Failure(ExitCode::kFailed, "the value " + programs::quoted(name) + " is no string", kInstallAgain);
   return *text;
 }
 
@@ -36,14 +32,15 @@ std::optional<DWORD> numberOf(const std::wstring& key, const wchar_t* name) {
   const auto value = readValue(key, name);
   if (!value) return std::nullopt;
   if (const auto number = value->number()) return number;
-  throw Failure(ExitCode::kFailed, "the value " + quoted(name) + " of " + quoted(key) + " is no DWORD",
+  throw Failure(ExitCode::kFailed,
+                "the value " + programs::quoted(name) + " of " + programs::quoted(key) + " is no DWORD",
                 "Delete it, or write it as a DWORD.");
 }
 
 void checkRoot(const Places& places) {
   const std::wstring root = textOf(places.productKey(), L"RootPath");
   if (!folderExists(root)) {
-    throw Failure(ExitCode::kFailed, "RootPath " + quoted(root) + " is no folder", kInstallAgain);
+    throw Failure(ExitCode::kFailed, "RootPath " + programs::quoted(root) + " is no folder", kInstallAgain);
   }
 }
 
@@ -58,11 +55,11 @@ void checkFramework(const std::wstring& key) {
   const std::wstring log = textOf(key, L"LogFile");
   const std::size_t end = log.rfind(L'\\');
   if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
-    throw Failure(ExitCode::kFailed, "the folder of LogFile " + quoted(log) + " is not there",
+    throw Failure(ExitCode::kFailed, "the folder of LogFile " + programs::quoted(log) + " is not there",
                   "Make the folder, or set another file with mgprintmon install --log FILE.");
   }
   if (folderExists(log)) {
-    throw Failure(ExitCode::kFailed, "LogFile " + quoted(log) + " is a folder, so nothing is written there",
+    throw Failure(ExitCode::kFailed, "LogFile " + programs::quoted(log) + " is a folder, so nothing is written there",
                   "Set a file with mgprintmon install --log FILE.");
   }
 }
@@ -77,11 +74,12 @@ void checkEventSource(const Places& places) {
 
 std::string checkModuleFile(const Places& places) {
   if (!fileExists(places.module())) {
-    throw Failure(ExitCode::kNotFound, quoted(places.module()) + " is missing", kInstallAgain);
+    throw Failure(ExitCode::kNotFound, programs::quoted(places.module()) + " is missing", kInstallAgain);
   }
   const auto version = fileVersion(places.module());
   if (!version) {
-    throw Failure(ExitCode::kFailed, quoted(places.module()) + " has no version: it is damaged", kInstallAgain);
+    throw Failure(ExitCode::kFailed, programs::quoted(places.module()) + " has no version: it is damaged",
+                  kInstallAgain);
   }
   return toUtf8(places.module()) + ", version " + version->text();
 }
@@ -93,9 +91,10 @@ std::string checkModuleLoads() {
 
 std::string checkRegistration() {
   if (!isMonitorRegistered()) {
-    throw Failure(ExitCode::kFailed, "the spooler does not know the monitor " + quoted(kMonitorName), kInstallAgain);
+    throw Failure(ExitCode::kFailed, "the spooler does not know the monitor " + programs::quoted(kMonitorName),
+                  kInstallAgain);
   }
-  return "the spooler knows the monitor " + quoted(kMonitorName);
+  return "the spooler knows the monitor " + programs::quoted(kMonitorName);
 }
 
 std::string checkRegistry(const Places& places) {
@@ -123,7 +122,7 @@ std::string checkKeyFile(const Places& places) {
                   "Put a copy of the monitor.key of aps there, readable by the system and administrators, and run this "
                   "as an administrator.");
   }
-  return "the monitor proves itself with the key in " + quoted(file);
+  return "the monitor proves itself with the key in " + programs::quoted(file);
 }
 
 namespace {
@@ -169,8 +168,8 @@ std::string checkDrivers(const std::vector<SessionFacts>& sessions, const std::v
         ++count;
         const std::string language = otherLanguageOf(here.driver);
         if (language.empty()) continue;
-        wrong +=
-            (wrong.empty() ? "" : ", ") + quoted(here.name) + " has " + quoted(here.driver) + " (" + language + ")";
+        wrong += (wrong.empty() ? "" : ", ") + programs::quoted(here.name) + " has " + programs::quoted(here.driver) +
+                 " (" + language + ")";
       }
     }
   }

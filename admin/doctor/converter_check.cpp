@@ -12,17 +12,13 @@ constexpr DWORD kConversionMilliseconds = 120000;
 constexpr unsigned kMostWords = 2000;
 constexpr ULONGLONG kEnoughSpace = 100ull * 1024 * 1024;
 
-std::string quoted(const std::wstring& text) {
-  return "\"" + corvane::toUtf8(text) + "\"";
-}
-
 mg::FileHandle inheritableFile(const std::wstring& path) {
   SECURITY_ATTRIBUTES inheritable = {};
   inheritable.nLength = sizeof inheritable;
   inheritable.bInheritHandle = TRUE;
   mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, &inheritable,
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  require(static_cast<bool>(file), quoted(path) + " cannot be made");
+  require(static_cast<bool>(file), programs::quoted(path) + " cannot be made");
   return file;
 }
 
@@ -37,7 +33,7 @@ DWORD convert(const std::wstring& converter, const std::wstring& document, const
   std::wstring line = L"\"" + converter + L"\" \"" + document + L"\"";
   require(CreateProcessW(converter.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
                          &start, &process),
-          quoted(converter) + " cannot be started");
+          programs::quoted(converter) + " cannot be started");
   const mg::ObjectHandle running(process.hProcess);
   const mg::ObjectHandle thread(process.hThread);
   if (WaitForSingleObject(running.get(), kConversionMilliseconds) != WAIT_OBJECT_0) {
@@ -54,7 +50,7 @@ DWORD convert(const std::wstring& converter, const std::wstring& document, const
 
 std::string checkConverter(const Places& places) {
   if (!fileExists(places.converter())) {
-    throw Failure(ExitCode::kNotFound, quoted(places.converter()) + " is missing",
+    throw Failure(ExitCode::kNotFound, programs::quoted(places.converter()) + " is missing",
                   "Run mgprintmon install: it puts right what is missing.");
   }
   const ScratchFile document(L".ps");
@@ -80,15 +76,15 @@ std::string checkTemporaryFolder() {
   const ScratchFile file(L".txt");
   file.write("written by mgprintmon doctor\n");
   if (fileTail(file.path(), 100) != "written by mgprintmon doctor\n") {
-    throw Failure(ExitCode::kFailed, quoted(file.path()) + " does not hold what was written",
+    throw Failure(ExitCode::kFailed, programs::quoted(file.path()) + " does not hold what was written",
                   "Look at the disk and at what watches its files.");
   }
   ULARGE_INTEGER space = {};
   require(GetDiskFreeSpaceExW(ScratchFile::folder().c_str(), &space, nullptr, nullptr),
-          "the space in " + quoted(ScratchFile::folder()) + " cannot be told");
+          "the space in " + programs::quoted(ScratchFile::folder()) + " cannot be told");
   const std::string megabytes = std::to_string(space.QuadPart / (1024 * 1024)) + " MB";
   if (space.QuadPart < kEnoughSpace) {
-    throw Failure(ExitCode::kFailed, quoted(ScratchFile::folder()) + " has " + megabytes + " left",
+    throw Failure(ExitCode::kFailed, programs::quoted(ScratchFile::folder()) + " has " + megabytes + " left",
                   "Make room: a conversion needs the document several times.");
   }
   return corvane::toUtf8(ScratchFile::folder()) + " can be written, " + megabytes + " left";

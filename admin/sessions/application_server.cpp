@@ -86,7 +86,7 @@ ApplicationServer::ApplicationServer(int port) : m_port(port != 0 ? port : HostP
       throw CS_Exception(corvane::kConnectFailed, L"the network of this machine cannot be used");
     }
     CS_ComponentServer::getServer()->registerClass(protocol::kAdministrationClientClass,
-                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+                                                   new corvane::ComponentClass<CS_Component>(protocol::kVersion));
     m_connection = CS_Connection::create();
     const std::wstring keyFile = HostProperties::getInstance().keyFile();
     if (!keyFile.empty()) m_connection->useKey(corvane::Identity::monitor(), corvane::toUtf8(keyFile));

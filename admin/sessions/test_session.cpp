@@ -25,8 +25,9 @@ constexpr wchar_t kPrinterName[] = L"mgprintmon test page";
 
 void registerClasses(const std::shared_ptr<Arrival>& arrival) {
   CS_ComponentServer* const server = CS_ComponentServer::getServer();
-  server->registerClass(protocol::kPrintClientClass,
-                        new programs::ComponentClass<TestPrintClient>(protocol::kVersion, arrival));
+  server->registerClass(
+      protocol::kPrintClientClass,
+      new corvane::ComponentClass<TestPrintClient, TestPrintClient::Context>(protocol::kVersion, arrival));
   server->offerClass(protocol::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
   programs::registerSessionClientClass();

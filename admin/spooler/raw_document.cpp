@@ -3,6 +3,7 @@
 #include "admin/base/failure.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"
+#include "programs/one_line.h"
 #include "util/win_handle.h"
 
 #include <winspool.h>
@@ -14,19 +15,16 @@ namespace {
 
 constexpr DWORD kPiece = 65536;
 
-std::string quoted(const std::wstring& text) {
-  return "\"" + corvane::toUtf8(text) + "\"";
-}
-
 void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellProgress& tell) {
   LARGE_INTEGER size = {};
-  require(GetFileSizeEx(file, &size), quoted(document.file) + " cannot be read");
+  require(GetFileSizeEx(file, &size), programs::quoted(document.file) + " cannot be read");
   unsigned long long done = 0;
   std::vector<BYTE> piece(kPiece);
   for (;;) {
     tell(done, static_cast<unsigned long long>(size.QuadPart));
     DWORD length = 0;
-    require(ReadFile(file, piece.data(), kPiece, &length, nullptr), quoted(document.file) + " cannot be read");
+    require(ReadFile(file, piece.data(), kPiece, &length, nullptr),
+            programs::quoted(document.file) + " cannot be read");
     if (length == 0) return;
     DWORD written = 0;
     require(WritePrinter(printer, piece.data(), length, &written), "the spooler refuses the data");
@@ -40,11 +38,11 @@ void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellP
 SpooledDocument printDocument(const RawDocument& document, const TellProgress& tell) {
   const DWORD attributes = GetFileAttributesW(document.file.c_str());
   if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    throw Failure(ExitCode::kUsage, quoted(document.file) + " is a folder", "Name a file.");
+    throw Failure(ExitCode::kUsage, programs::quoted(document.file) + " is a folder", "Name a file.");
   }
   const mg::FileHandle file(
       CreateFileW(document.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-  require(static_cast<bool>(file), quoted(document.file) + " cannot be opened");
+  require(static_cast<bool>(file), programs::quoted(document.file) + " cannot be opened");
   DEVMODEW mode = {};
   mode.dmSize = sizeof mode;
   mode.dmSpecVersion = DM_SPECVERSION;
@@ -53,7 +51,7 @@ SpooledDocument printDocument(const RawDocument& document, const TellProgress& t
   PRINTER_DEFAULTSW defaults = {nullptr, &mode, PRINTER_ACCESS_USE};
   mg::PrinterHandle printer;
   require(OpenPrinterW(const_cast<wchar_t*>(document.printer.c_str()), printer.receive(), &defaults),
-          "printer " + quoted(document.printer) + " cannot be opened");
+          "printer " + programs::quoted(document.printer) + " cannot be opened");
   std::wstring title = document.title;
   std::wstring datatype = L"RAW";
   DOC_INFO_1W information = {title.data(), nullptr, datatype.data()};

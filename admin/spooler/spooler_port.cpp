@@ -5,6 +5,7 @@
 #include "admin/spooler/spooler_printer.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"
+#include "programs/one_line.h"
 #include "util/win_handle.h"
 
 #include <winspool.h>
@@ -34,10 +35,6 @@ namespace {
 
 // The monitor keeps a name in so many characters, the terminator included.
 constexpr std::size_t kNameRoom = 260;
-
-std::string quoted(const std::wstring& name) {
-  return "\"" + corvane::toUtf8(name) + "\"";
-}
 
 bool isControl(wchar_t c) {
   return c < 0x20 || (c >= 0x7F && c < 0xA0);
@@ -77,13 +74,14 @@ std::string portNameRefusal(const std::wstring& name) {
   }
   if (std::any_of(name.begin(), name.end(), isControl)) return "a port name may not hold control characters";
   if (name.find_first_of(L"\\/") != std::wstring::npos) {
-    return "the port name " + quoted(name) + " holds a path: the spooler takes such a name for a file";
+    return "the port name " + programs::quoted(name) + " holds a path: the spooler takes such a name for a file";
   }
   if (name.find(L',') != std::wstring::npos) {
-    return "the port name " + quoted(name) + " holds a comma: the spooler takes what follows for something else";
+    return "the port name " + programs::quoted(name) +
+           " holds a comma: the spooler takes what follows for something else";
   }
   if (name.front() == L' ' || name.back() == L' ') {
-    return "the port name " + quoted(name) + " begins or ends with a blank";
+    return "the port name " + programs::quoted(name) + " begins or ends with a blank";
   }
   return "";
 }
@@ -92,10 +90,11 @@ bool addPort(const std::wstring& name) {
   requireName(name);
   const bool wasThere = hasPort(name);
   if (!wasThere) {
-    sendToMonitor(L"AddPort", name, "port " + quoted(name) + " cannot be added");
+    sendToMonitor(L"AddPort", name, "port " + programs::quoted(name) + " cannot be added");
     // The monitor answers the same whether or not it could keep the port.
     if (!hasPort(name)) {
-      throw Failure(ExitCode::kFailed, "port " + quoted(name) + " was not added, although the monitor says so",
+      throw Failure(ExitCode::kFailed,
+                    "port " + programs::quoted(name) + " was not added, although the monitor says so",
                     "The module's log says why (mgprintmon status shows its end).");
     }
   }
@@ -108,14 +107,14 @@ Failure portInUse(const std::wstring& name, const std::vector<SpoolerPrinter>& u
   std::string going;
   for (const SpoolerPrinter& printer : users) {
     std::string& names = printer.isGoing ? going : stay;
-    names += (names.empty() ? "" : ", ") + quoted(printer.name);
+    names += (names.empty() ? "" : ", ") + programs::quoted(printer.name);
   }
   if (!stay.empty()) {
-    return Failure(ExitCode::kInUse, "port " + quoted(name) + " is used by " + stay,
+    return Failure(ExitCode::kInUse, "port " + programs::quoted(name) + " is used by " + stay,
                    "Remove these printers or give them another port first.");
   }
   return Failure(ExitCode::kInUse,
-                 "port " + quoted(name) + " is used by " + going +
+                 "port " + programs::quoted(name) + " is used by " + going +
                      ", already deleted, which the spooler keeps until the last job has left its queue",
                  "Let these jobs print, or delete them there, and type this again.");
 }
@@ -124,10 +123,11 @@ bool deletePort(const std::wstring& name) {
   if (!hasPort(name)) return false;
   const std::vector<SpoolerPrinter> users = printersOn({name});
   if (!users.empty()) throw portInUse(name, users);
-  sendToMonitor(L"DeletePort", name, "port " + quoted(name) + " cannot be deleted");
+  sendToMonitor(L"DeletePort", name, "port " + programs::quoted(name) + " cannot be deleted");
   if (isWine()) forgetPortInWine(name);
   if (hasPort(name)) {
-    throw Failure(ExitCode::kFailed, "port " + quoted(name) + " was not deleted, although the monitor says so",
+    throw Failure(ExitCode::kFailed,
+                  "port " + programs::quoted(name) + " was not deleted, although the monitor says so",
                   "The module's log says why (mgprintmon status shows its end).");
   }
   return true;

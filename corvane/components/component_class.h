@@ -4,61 +4,40 @@
 #include "corvane/components/component.h"
 
 #include <memory>
+#include <tuple>
 #include <utility>
 
 namespace corvane {
 
-// The class of components that need nothing but their default constructor.
-template <class T>
-class SimpleClass : public CS_Class {
- public:
-  using CS_Class::CS_Class;
-  int currentSchema() const override { return 1; }
-  CS_Component* createInstance() override {
-    try {
-      return new T;
-    } catch (...) {
-      return nullptr;
-    }
-  }
-  bool destroyInstance(CS_Component* component) override {
-    delete component;
-    return true;
-  }
-};
-
-}  // namespace corvane
-
-namespace programs {
-
-// The class of a component that needs something of its program: every new component gets the shared context. The
-// component names the type as Component::Context and takes a std::shared_ptr to it. Called from any thread that
-// creates components.
-template <class Component>
+// The class of components with one request layout. Every new component gets what all components of the class share, in
+// std::shared_ptr, or nothing where there is none. Called from any thread that makes components; lets no exception out.
+template <class Component, class... Shared>
 class ComponentClass : public CS_Class {
  public:
-  using Context = typename Component::Context;
-
-  ComponentClass(const CS_Version& version, std::shared_ptr<Context> context)
-      : CS_Class(version), m_context(std::move(context)) {}
+  explicit ComponentClass(const CS_Version& version, std::shared_ptr<Shared>... shared)
+      : CS_Class(version), m_shared(std::move(shared)...) {}
 
   int currentSchema() const override { return 1; }
 
   CS_Component* createInstance() override {
     try {
-      return new Component(m_context);
+      return std::apply([](const auto&... shared) { return new Component(shared...); }, m_shared);
     } catch (...) {
       return nullptr;
     }
   }
 
   bool destroyInstance(CS_Component* component) override {
-    delete component;
+    try {
+      delete component;
+    } catch (...) {
+      // The component is gone all the same; nobody can do anything about a failure while it was torn down.
+    }
     return true;
   }
 
  private:
-  std::shared_ptr<Context> m_context;
+  std::tuple<std::shared_ptr<Shared>...> m_shared;
 };
 
-}  // namespace programs
+}  // namespace corvane

@@ -38,7 +38,7 @@ template <class Component>
 void registerBuiltIn(const wchar_t* name) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
   if (server->findClass(name) == nullptr) {
-    server->registerClass(name, new corvane::SimpleClass<Component>(CS_Version(1, 0, 0, 0)));
+    server->registerClass(name, new corvane::ComponentClass<Component>(CS_Version(1, 0, 0, 0)));
   }
 }
 

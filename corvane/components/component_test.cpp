@@ -130,7 +130,7 @@ TEST(Component, IsItsOwnRootAndNotConnectedWithoutAnOwner) {
 
 TEST(Component, RefusesRequestsWhileItIsSuspended) {
   CS_ComponentServer::initialize(0, 0);
-  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::ComponentClass<Answering>(CS_Version()));
   CS_ComponentServer::getServer()->offerClass(L"Answering");
   ConnectionPair pair;
   const auto component = makeComponent(pair.dialed(), L"Answering", L"Answering");
@@ -166,7 +166,7 @@ class Overtaken : public CS_Component {
 
 TEST(ClassFactory, WhatItMakesLivesUntilTheCallerHasTakenItThoughTheConnectionEnds) {
   CS_ComponentServer::initialize(0, 0);
-  CS_ComponentServer::getServer()->registerClass(L"Overtaken", new corvane::SimpleClass<Overtaken>(CS_Version()));
+  CS_ComponentServer::getServer()->registerClass(L"Overtaken", new corvane::ComponentClass<Overtaken>(CS_Version()));
   Overtaken::s_destroyed = 0;
   ConnectionPair pair;
   CS_RCPtr<CS_ClassFactory> factory = pair.dialed().getClassFactory(L"Overtaken", L"Overtaken", false);
@@ -184,7 +184,7 @@ TEST(ClassFactory, WhatItMakesLivesUntilTheCallerHasTakenItThoughTheConnectionEn
 
 TEST(ClassFactory, HoldsTheLastComponentOfAThreadAndNoMore) {
   CS_ComponentServer::initialize(0, 0);
-  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::ComponentClass<Answering>(CS_Version()));
   ConnectionPair pair;
   const CS_RCPtr<CS_ClassFactory> factory = pair.dialed().getClassFactory(L"Answering", L"Answering", true);
   std::vector<CS_Component*> made;
@@ -203,7 +203,7 @@ TEST(ClassFactory, HoldsTheLastComponentOfAThreadAndNoMore) {
 // Threads that share a factory each have their own component, while a further one ends the connection.
 TEST(ClassFactory, ComponentsAreSafeWhileAnotherThreadEndsTheirConnection) {
   CS_ComponentServer::initialize(0, 0);
-  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::ComponentClass<Answering>(CS_Version()));
   for (int round = 0; round < 60; ++round) {
     ConnectionPair pair;
     const CS_RCPtr<CS_ClassFactory> factory = pair.dialed().getClassFactory(L"Answering", L"Answering", true);
@@ -230,7 +230,7 @@ TEST(ClassFactory, ComponentsAreSafeWhileAnotherThreadEndsTheirConnection) {
 
 TEST(OutRequest, HoldsItsComponentOnceAndUntilItIsReleased) {
   CS_ComponentServer::initialize(0, 0);
-  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::SimpleClass<Answering>(CS_Version()));
+  CS_ComponentServer::getServer()->registerClass(L"Answering", new corvane::ComponentClass<Answering>(CS_Version()));
   ConnectionPair pair;
   const auto component = makeComponent(pair.dialed(), L"Answering", L"Answering");
   const auto references = [&] {
@@ -253,7 +253,7 @@ TEST(ComponentServer, RefusesToRegisterOrOfferWhatIsNotThere) {
   CS_ComponentServer::initialize(0, 0);
   CS_ComponentServer* server = CS_ComponentServer::getServer();
   EXPECT_FALSE(server->registerClass(L"Null", nullptr));
-  EXPECT_FALSE(server->registerClass(nullptr, new corvane::SimpleClass<Answering>(CS_Version())));
+  EXPECT_FALSE(server->registerClass(nullptr, new corvane::ComponentClass<Answering>(CS_Version())));
   EXPECT_FALSE(server->offerClass(L"Never registered"));
   EXPECT_EQ(nullptr, server->findClass(L"Never registered"));
   EXPECT_NE(nullptr, server->findClass(CS_ProgramMonitor_c::m_className));

@@ -39,8 +39,8 @@ class ServingTest : public EchoTest, private FrameHandler {
  protected:
   ServingTest() {
     CS_ComponentServer* server = CS_ComponentServer::getServer();
-    server->registerClass(L"Careless", new SimpleClass<Careless>(CS_Version()));
-    server->registerClass(L"Unwilling", new SimpleClass<Unwilling>(CS_Version()));
+    server->registerClass(L"Careless", new ComponentClass<Careless>(CS_Version()));
+    server->registerClass(L"Unwilling", new ComponentClass<Unwilling>(CS_Version()));
     server->offerClass(L"Careless");
     server->offerClass(L"Unwilling");
     careless = 0;

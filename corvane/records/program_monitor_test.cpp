@@ -57,7 +57,7 @@ class NoticeTest : public ::testing::Test {
     received = &m_received;
     CS_ComponentServer::initialize(0, 0);
     CS_ComponentServer::getServer()->registerClass(L"NoticePeer",
-                                                   new corvane::SimpleClass<Peer>(CS_Version{1, 0, 0, 0}));
+                                                   new corvane::ComponentClass<Peer>(CS_Version{1, 0, 0, 0}));
     CS_ComponentServer::getServer()->offerClass(L"NoticePeer");
   }
   CS_RCPtr<CS_ProgramMonitor_c> monitorOn(ConnectionPair& pair) {

@@ -74,7 +74,7 @@ bool prepare() {
   corvane::LocalMonitor::instance().setSink(std::make_unique<Quiet>());
   CS_ComponentServer::initialize(0, 0);
   CS_ComponentServer* server = CS_ComponentServer::getServer();
-  server->registerClass(L"Echo", new corvane::SimpleClass<Echo>(CS_Version(1, 0, 0, 0)));
+  server->registerClass(L"Echo", new corvane::ComponentClass<Echo>(CS_Version(1, 0, 0, 0)));
   server->offerClass(L"Echo");
   server->offerClass(CS_Bridge::m_className);
   return server->offerClass(CS_BridgeRouter::getClassName());

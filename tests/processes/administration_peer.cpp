@@ -20,7 +20,7 @@ void registerClass() {
   std::call_once(once, [] {
     CS_ComponentServer::initialize(0, 0);
     CS_ComponentServer::getServer()->registerClass(protocol::kAdministrationClientClass,
-                                                   new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+                                                   new corvane::ComponentClass<CS_Component>(protocol::kVersion));
   });
 }
 

@@ -3,10 +3,10 @@
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
 #include "tests/processes/monitor_peer.h"
+#include "tests/processes/process_table.h"
 #include "tests/processes/scene.h"
 
 #include <chrono>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <signal.h>
@@ -15,8 +15,6 @@
 
 namespace tests {
 namespace {
-
-using ::testing::HasSubstr;
 
 const std::wstring kPrinter = L"Laser-2 (session 5)";
 
@@ -36,13 +34,20 @@ std::unique_ptr<MonitorPeer> dialUntilServed(const Scene& scene) {
 
 // It has 24 at all, of which seven are taken from the beginning, and would serve twelve connections.
 TEST(Descriptors, WhenThereAreNoneItSaysSoKeepsWhomItServesAndServesOthersOnceThereAreSome) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizers look at memory through a pipe, for which there is no descriptor either";
+#endif
   Scene scene({}, {"/bin/sh", "-c",
                    "exec 3</dev/null 4</dev/null 5</dev/null 6</dev/null 7</dev/null 8</dev/null 9</dev/null; "
                    "ulimit -n 24; exec \"$@\"",
                    "sh"});
-  EXPECT_THAT(scene.server().output(),
-              HasSubstr(" this process may have only 24 descriptors instead of 1232: it serves at most 12 connections; "
-                        "raise the limit on open files of its account (ulimit -n, LimitNOFILE=) and start it again\n"));
+  // The log has a thread of its own, so this line may come before or after the one that the server listens.
+  const std::string shortage =
+      " this process may have only 24 descriptors instead of 1232: it serves at most 12 connections; raise the limit "
+      "on "
+      "open files of its account (ulimit -n, LimitNOFILE=) and start it again\n";
+  EXPECT_TRUE(comesTrue([&] { return scene.server().output().find(shortage) != std::string::npos; }, 60))
+      << scene.server().output();
   const auto client = scene.startClient(5, {"Laser-2"});
   MonitorPeer job(scene.port());
   ASSERT_TRUE(job.attach(kPrinter));

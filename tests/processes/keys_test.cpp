@@ -50,7 +50,7 @@ class KeysTest : public ::testing::Test {
   std::wstring refusalOf(const Identity& identity, const std::string& key, int session) const {
     CS_ComponentServer::initialize(0, 0);
     CS_ComponentServer* server = CS_ComponentServer::getServer();
-    server->registerClass(protocol::kSessionClientClass, new corvane::SimpleClass<CS_Component>(protocol::kVersion));
+    server->registerClass(protocol::kSessionClientClass, new corvane::ComponentClass<CS_Component>(protocol::kVersion));
     const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
     connection->useKey(identity, m_keys.path(key));
     connection->connect(L"localhost", m_scene.port(), CS_Connection::kDirect, false);

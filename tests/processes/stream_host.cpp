@@ -6,7 +6,6 @@
 #include "corvane/components/component_server.h"
 #include "programs/one_line.h"
 #include "session/make_component.h"
-#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"
 

@@ -4,7 +4,6 @@
 #include "corvane/components/component_server.h"
 #include "corvane/components/connection.h"
 #include "session/make_component.h"
-#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"
 #include "tests/support/recording_monitor.h"

@@ -4,8 +4,8 @@
 #include "corvane/records/messages.h"
 #include "monitor/entries.h"
 #include "ports/port_list.h"
-#include "session/monitor_class.h"
 #include "session/port_monitor_server.h"
+#include "session/print_server.h"
 #include "tests/sweeps/windows_seams.h"
 #include "util/win_handle.h"
 

@@ -110,9 +110,9 @@ class EchoTest : public ::testing::Test {
     seen = &m_seen;
     CS_ComponentServer::initialize(0, 0);
     CS_ComponentServer* server = CS_ComponentServer::getServer();
-    server->registerClass(L"Caller", new SimpleClass<Caller>(CS_Version(4, 0, 1, 0)));
-    server->registerClass(L"Server", new SimpleClass<Server>(CS_Version(4, 0, 1, 0)));
-    server->registerClass(L"Secret", new SimpleClass<Server>(CS_Version(4, 0, 1, 0)));
+    server->registerClass(L"Caller", new ComponentClass<Caller>(CS_Version(4, 0, 1, 0)));
+    server->registerClass(L"Server", new ComponentClass<Server>(CS_Version(4, 0, 1, 0)));
+    server->registerClass(L"Secret", new ComponentClass<Server>(CS_Version(4, 0, 1, 0)));
     server->offerClass(L"Server");
     server->offerClass(CS_Bridge::m_className);
     server->offerClass(CS_BridgeRouter::getClassName());

@@ -1,4 +1,3 @@
-#include "session/monitor_class.h"
 
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"
@@ -10,7 +9,7 @@ namespace {
 
 constexpr CS_Version kVersion(4, 0, 1, 0);
 
-TEST(MonitorClass, MakesComponentsOfItsOwnKind) {
+TEST(ComponentClass, MakesComponentsOfItsOwnKind) {
   PortMonitorServerClass portMonitors(kVersion);
   CS_Component* portMonitor = portMonitors.createInstance();
   EXPECT_NE(dynamic_cast<PortMonitorServer*>(portMonitor), nullptr);
@@ -22,7 +21,7 @@ TEST(MonitorClass, MakesComponentsOfItsOwnKind) {
   EXPECT_TRUE(printServers.destroyInstance(printServer));
 }
 
-TEST(MonitorClass, MakesNothingWithoutMemory) {
+TEST(ComponentClass, MakesNothingWithoutMemory) {
   PortMonitorServerClass portMonitors(kVersion);
   PrintServerClass printServers(kVersion);
   {
@@ -35,7 +34,7 @@ TEST(MonitorClass, MakesNothingWithoutMemory) {
   EXPECT_TRUE(failing.hasFailed());
 }
 
-TEST(MonitorClass, SpeaksTheFirstRequestLayoutAndKeepsItsVersion) {
+TEST(ComponentClass, SpeaksTheFirstRequestLayoutAndKeepsItsVersion) {
   const PortMonitorServerClass portMonitors(kVersion);
   const PrintServerClass printServers(kVersion);
   EXPECT_EQ(portMonitors.currentSchema(), 1);
@@ -44,7 +43,7 @@ TEST(MonitorClass, SpeaksTheFirstRequestLayoutAndKeepsItsVersion) {
   EXPECT_EQ(printServers.version(), kVersion);
 }
 
-TEST(MonitorClass, TakesTheDestructionOfNothingForASuccess) {
+TEST(ComponentClass, TakesTheDestructionOfNothingForASuccess) {
   PrintServerClass printServers(kVersion);
   EXPECT_TRUE(printServers.destroyInstance(nullptr));
 }
