@@ -3,9 +3,11 @@
 #include "corvane/records/exception.h"
 #include "corvane/wire/link.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace fuzz {
@@ -53,8 +55,14 @@ ServedPeer::~ServedPeer() {
   m_dispatcher.reset();
   takeAnswers();
   ::close(m_far);
-  m_connection->addRef();
-  if (m_connection->removeRef() != 1) std::abort();
+  // The thread that tells a client its news may hold it a moment longer.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  for (;;) {
+    m_connection->addRef();
+    if (m_connection->removeRef() == 1) break;
+    if (std::chrono::steady_clock::now() > deadline) std::abort();
+    std::this_thread::yield();
+  }
 }
 
 // As a connection's own reading thread does.
