@@ -1,6 +1,7 @@
 #include "tests/processes/wine_server.h"
 
 #include "tests/processes/process_table.h"
+#include "tests/processes/wine_host.h"
 
 #include <filesystem>
 #include <fstream>
@@ -24,6 +25,8 @@ class WineServerTest : public ::testing::Test {
     m_prefix = pattern;
   }
   ~WineServerTest() override { fs::remove_all(m_prefix); }
+  // Where the Windows programs are wanted, a test without Wine is a failure.
+  void SetUp() override { MG_SKIP_WITHOUT_WINDOWS_PROGRAMS(); }
 
   // What a run leaves that was killed: its server, and nobody who holds the prefix.
   std::unique_ptr<ChildProcess> leave() const {
@@ -37,7 +40,6 @@ class WineServerTest : public ::testing::Test {
 };
 
 TEST_F(WineServerTest, AServerThatAKilledRunHasLeftIsEndedAndSaid) {
-  if (!fs::exists("/usr/lib/wine/wineserver64")) GTEST_SKIP() << "Wine is not installed";
   const auto left = leave();
   ::testing::internal::CaptureStderr();
   const WineServer server(m_prefix);
@@ -50,7 +52,6 @@ TEST_F(WineServerTest, AServerThatAKilledRunHasLeftIsEndedAndSaid) {
 }
 
 TEST_F(WineServerTest, WithoutOneNothingIsSaid) {
-  if (!fs::exists("/usr/lib/wine/wineserver64")) GTEST_SKIP() << "Wine is not installed";
   ::testing::internal::CaptureStderr();
   { const WineServer server(m_prefix); }
   { const WineServer server(m_prefix); }
@@ -58,7 +59,6 @@ TEST_F(WineServerTest, WithoutOneNothingIsSaid) {
 }
 
 TEST_F(WineServerTest, ThePrefixOfARunThatStillLivesIsLeftAlone) {
-  if (!fs::exists("/usr/lib/wine/wineserver64")) GTEST_SKIP() << "Wine is not installed";
   const WineServer server(m_prefix);
   EXPECT_THROW(WineServer{m_prefix}, std::runtime_error);
   EXPECT_EQ(kill(server.id(), 0), 0);
