@@ -1,8 +1,8 @@
-# Header-only libraries of Debian (CLI11, nlohmann-json) stand under /usr/include, which the cross compiler must not
+# Header-only libraries of Debian (CLI11, fmt, nlohmann-json) stand under /usr/include, which the cross compiler must not
 # search as a whole. Their folders alone are linked into the build tree. Programs use them; MgPrintMon.dll does not.
 set(MG_HOST_HEADERS "${CMAKE_BINARY_DIR}/host-headers")
 file(MAKE_DIRECTORY "${MG_HOST_HEADERS}")
-foreach(folder CLI nlohmann)
+foreach(folder CLI fmt nlohmann)
   if(NOT EXISTS "/usr/include/${folder}")
     message(FATAL_ERROR "/usr/include/${folder} is missing; run scripts/setup first")
   endif()
@@ -12,3 +12,5 @@ foreach(folder CLI nlohmann)
 endforeach()
 add_library(mg_host_headers INTERFACE)
 target_include_directories(mg_host_headers SYSTEM INTERFACE "${MG_HOST_HEADERS}")
+# fmt is compiled into what uses it, so that no program needs its shared library.
+target_compile_definitions(mg_host_headers INTERFACE FMT_HEADER_ONLY)
