@@ -27,11 +27,11 @@ int Conversion::convert() {
 
 // The printer wants PDF and gets something else; nobody else knows why.
 void Conversion::remarkUnconverted() {
-  if (m_job.failure.isNoted() || m_job.finalDataLength < 1) return;
-  m_job.remark = whyUnconverted(m_job.finalData, static_cast<std::size_t>(m_job.finalDataLength));
-  m_job.trail.add(L"%s", m_job.remark);
+  if (m_job.report.hasFailed() || m_job.finalDataLength < 1) return;
+  m_job.report.remark = whyUnconverted(m_job.finalData, static_cast<std::size_t>(m_job.finalDataLength));
+  m_job.report.add(L"%s", m_job.report.remark);
   wchar_t line[512];
-  std::swprintf(line, std::size(line), L"\"%.200ls\" is %ls", m_job.jobName.wide(), m_job.remark);
+  std::swprintf(line, std::size(line), L"\"%.200ls\" is %ls", m_job.jobName.wide(), m_job.report.remark);
   corvane::LocalMonitor::instance().writeLine(L"job:", line);
 }
 
@@ -40,8 +40,7 @@ bool Conversion::goesToNotepad() const {
 }
 
 void Conversion::convertPostScript() {
-  m_job.trail.add(L"the conversion begins");
-  m_job.failure.expect(JobFault::kCollect);
+  m_job.report.begin(JobFault::kCollect, L"the conversion begins");
   const TemporaryDirectory directory;
   if (!directory.isKnown()) m_operation.fail(corvane::kLevelFailure, L"Failed to find temporary path.");
   // Remains of an earlier job of the same name; as a rule there are none.
@@ -64,7 +63,7 @@ void Conversion::takePdf() {
   }
   switch (readFinalData(m_pdfFile.get(), m_job)) {
     case FinalDataRead::kTaken:
-      m_job.trail.add(L"the converted document has %d bytes", m_job.finalDataLength);
+      m_job.report.add(L"the converted document has %d bytes", m_job.finalDataLength);
       m_pdfFile.reset();
       return;
     case FinalDataRead::kEmpty:
@@ -104,9 +103,9 @@ int Conversion::run() {
 // What the converter said says more than what became of it, which is in the records.
 void Conversion::noteFailure() {
   const std::wstring words = lastLineOfLog();
-  if (!words.empty()) m_job.failure.note(JobFault::kConversion, L"The conversion failed: %s", words.c_str());
-  m_job.failure.note(m_operation.errorRecord());
-  m_job.trail.add(L"the conversion failed");
+  if (!words.empty()) m_job.report.fail(JobFault::kConversion, L"The conversion failed: %s", words.c_str());
+  m_job.report.fail(m_operation.errorRecord());
+  m_job.report.add(L"the conversion failed");
 }
 
 std::wstring Conversion::lastLineOfLog() const noexcept try {

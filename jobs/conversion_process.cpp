@@ -7,7 +7,7 @@
 namespace mg {
 
 void Conversion::buildCommandLine(const TemporaryDirectory& directory) {
-  m_job.failure.expect(JobFault::kRootPath);
+  m_job.report.begin(JobFault::kRootPath);
   // Where the installation is does not depend on who prints.
   const corvane::ProcessIdentity identity;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", 0, KEY_READ, m_key.receive()) !=
@@ -31,7 +31,7 @@ void Conversion::buildCommandLine(const TemporaryDirectory& directory) {
 }
 
 void Conversion::createLog() {
-  m_job.failure.expect(JobFault::kConversion);
+  m_job.report.begin(JobFault::kConversion);
   SECURITY_ATTRIBUTES inheritable{};
   inheritable.nLength = sizeof inheritable;
   inheritable.bInheritHandle = TRUE;
@@ -62,12 +62,12 @@ void Conversion::startConverter() {
     start.hStdOutput = m_logHandle.get();
   }
   PROCESS_INFORMATION process{};
-  m_job.failure.expect(JobFault::kConverterStart);
+  m_job.report.begin(JobFault::kConverterStart);
   if (length >= command.size() || !CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE,
                                                   NORMAL_PRIORITY_CLASS, nullptr, nullptr, &start, &process)) {
     m_operation.fail(corvane::kLevelFailure, L"Failed to normalize print job: %s", m_commandLine.wide());
   }
-  m_job.failure.expect(JobFault::kConversion);
+  m_job.report.begin(JobFault::kConversion);
   m_process.reset(process.hProcess);
   m_thread.reset(process.hThread);
 }
@@ -78,7 +78,7 @@ void Conversion::waitForConverter() {
                      m_commandLine.wide());
   }
   DWORD exitCode = 0;
-  if (GetExitCodeProcess(m_process.get(), &exitCode)) m_job.trail.add(L"the converter ended with %d", exitCode);
+  if (GetExitCodeProcess(m_process.get(), &exitCode)) m_job.report.add(L"the converter ended with %d", exitCode);
 }
 
 void Conversion::readLog() {

@@ -103,7 +103,7 @@ TEST_F(ConvertJobTest, APostScriptJobBecomesThePdfAndItsFilesAreGone) {
   EXPECT_TRUE(m_hasOutput);
   EXPECT_TRUE(m_folder.isEmpty());
   EXPECT_THAT(m_records.lines(), IsEmpty());
-  EXPECT_FALSE(m_job.failure.isNoted());
+  EXPECT_FALSE(m_job.report.hasFailed());
 }
 
 TEST_F(ConvertJobTest, WindowsIsCalledInThisOrder) {
@@ -270,7 +270,7 @@ TEST_F(ConvertJobTest, WithoutATemporaryDirectoryNothingIsStarted) {
   EXPECT_EQ(convert(), 0);
   EXPECT_EQ(m_command, "");
   EXPECT_EQ(records(), thrown("Failed to find temporary path.") + notDeleted(m_pdf) + notDeleted(m_log) + closing());
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
+  EXPECT_EQ(m_job.report.fault(), JobFault::kCollect);
 }
 
 TEST_F(ConvertJobTest, WithoutALogTheConversionGoesOnAndCounts) {
@@ -425,8 +425,8 @@ TEST_F(ConvertJobTest, AFileThatCannotBeDeletedDoesNotKeepTheOthers) {
 TEST_F(ConvertJobTest, TheCauseOfAFailureIsTheRecordWhenTheConverterSaidNothing) {
   CreateProcessASeam.fail(1, FALSE);
   convert();
-  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), "Failed to normalize print job: " + command());
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kConverterStart);
+  EXPECT_EQ(corvane::toUtf8(m_job.report.cause()), "Failed to normalize print job: " + command());
+  EXPECT_EQ(m_job.report.fault(), JobFault::kConverterStart);
 }
 
 TEST_F(ConvertJobTest, NoJobIsNothingToConvert) {

@@ -29,15 +29,15 @@ TEST_F(ConverterLogTest, TheCauseOfAFailureIsWhatTheConverterSaidLast) {
   m_makesPdf = false;
   m_output = "reading\r\n  no page \r\n\r\n";
   convert();
-  EXPECT_STREQ(m_job.failure.cause(), L"The conversion failed: no page");
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kConversion);
+  EXPECT_STREQ(m_job.report.cause(), L"The conversion failed: no page");
+  EXPECT_EQ(m_job.report.fault(), JobFault::kConversion);
 }
 
 TEST_F(ConverterLogTest, OneCharacterIsEnough) {
   m_makesPdf = false;
   m_output = "x";
   convert();
-  EXPECT_STREQ(m_job.failure.cause(), L"The conversion failed: x");
+  EXPECT_STREQ(m_job.report.cause(), L"The conversion failed: x");
   EXPECT_THAT(m_records.lines(), testing::Contains("0x4000000a: normalizer log: x"));
 }
 
@@ -74,7 +74,7 @@ TEST_F(ConverterLogTest, BlanksAloneAreNoCauseOfAFailure) {
   m_makesPdf = false;
   m_output = " \r\n\t\r\n";
   convert();
-  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()),
+  EXPECT_EQ(corvane::toUtf8(m_job.report.cause()),
             "Failed to open normalized print job file: " + command() + " - Last Error = 2.");
 }
 
@@ -118,28 +118,28 @@ class ConversionTrailTest : public ConvertJobTest {
 
 TEST_F(ConversionTrailTest, HasTheEndOfTheConverterAndTheSizeOfItsDocument) {
   convert();
-  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("the conversion begins", "the converter ended with 9",
-                                                   "the converted document has 17 bytes"));
+  EXPECT_THAT(trailLines(m_job.report), ElementsAre("the conversion begins", "the converter ended with 9",
+                                                    "the converted document has 17 bytes"));
 }
 
 TEST_F(ConversionTrailTest, HasTheEndOfTheConverterAndThatItFailed) {
   m_makesPdf = false;
   convert();
-  EXPECT_THAT(trailLines(m_job.trail),
+  EXPECT_THAT(trailLines(m_job.report),
               ElementsAre("the conversion begins", "the converter ended with 9", "the conversion failed"));
 }
 
 TEST_F(ConversionTrailTest, HasNoEndOfAConverterWhoseEndCannotBeAskedFor) {
   GetExitCodeProcessSeam.fail(1, FALSE);
   convert();
-  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("the conversion begins", "the converted document has 17 bytes"));
+  EXPECT_THAT(trailLines(m_job.report), ElementsAre("the conversion begins", "the converted document has 17 bytes"));
 }
 
 TEST_F(ConversionTrailTest, HasWhyADocumentGoesOutAsItCame) {
   TemporaryFolder::write(m_ps, "%PDF-1.7\n");
   convert();
-  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("the collected document is sent as it is and has 9 bytes",
-                                                   "sent as it came: it is a PDF already."));
+  EXPECT_THAT(trailLines(m_job.report), ElementsAre("the collected document is sent as it is and has 9 bytes",
+                                                    "sent as it came: it is a PDF already."));
 }
 
 }  // namespace

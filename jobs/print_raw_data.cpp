@@ -66,10 +66,10 @@ void PrintRawDataViaNotepad(ClientPrintJob& job, const wchar_t* printerName) {
   operation.run(
       [&] {
         UTL_String path;
-        job.failure.expect(JobFault::kCollect);
+        job.report.begin(JobFault::kCollect);
         mg::appendTemporaryPath(path, mg::TemporaryDirectory(), job.jobName, GetTickCount(), L".txt");
         writeText(operation, path, job);
-        job.failure.expect(JobFault::kNotepad);
+        job.report.begin(JobFault::kNotepad);
         const UTL_String parameters = notepadParameters(path, printerName);
         const CS_RCPtr<PortMonitorServer> server = PortMonitorServer::getInstance();
         if (!server->LaunchApplication(kNotepad, parameters.wide(), printerName)) {
@@ -77,10 +77,10 @@ void PrintRawDataViaNotepad(ClientPrintJob& job, const wchar_t* printerName) {
         }
         // A request that was lost on the way counts as served.
         if (server->isConnected()) {
-          job.trail.add(L"notepad was started in the session");
+          job.report.add(L"notepad was started in the session");
         } else {
-          job.failure.note(JobFault::kConnection, L"%s", corvane::messageText(corvane::kConnectionLost));
+          job.report.fail(JobFault::kConnection, L"%s", corvane::messageText(corvane::kConnectionLost));
         }
       },
-      [&] { job.failure.note(operation.errorRecord()); });
+      [&] { job.report.fail(operation.errorRecord()); });
 }

@@ -50,8 +50,8 @@ class PrintRawDataTest : public testing::Test {
         "Failed to write raw data: " + corvane::toUtf8(folder.file(L"Preview PDF - Job #3-90210.txt")) +
         " - Last Error = 112.";
     EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
-    EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), text);
-    EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
+    EXPECT_EQ(corvane::toUtf8(m_job.report.cause()), text);
+    EXPECT_EQ(m_job.report.fault(), JobFault::kCollect);
     EXPECT_EQ(m_world.countOf("request 7"), 0u);
   }
   // The path of the only text file, from the request that names it.
@@ -127,8 +127,8 @@ TEST_F(PrintRawDataTest, ALaunchIsInTheJobsTrail) {
   const TemporaryFolder folder;
   write(folder);
   PrintRawDataViaNotepad(m_job, L"Preview PDF");
-  EXPECT_THAT(trailLines(m_job.trail), ElementsAre("notepad was started in the session"));
-  EXPECT_FALSE(m_job.failure.isNoted());
+  EXPECT_THAT(trailLines(m_job.report), ElementsAre("notepad was started in the session"));
+  EXPECT_FALSE(m_job.report.hasFailed());
 }
 
 // Nobody knows whether the program started; what is not known to be shown is not told as shown.
@@ -138,9 +138,9 @@ TEST_F(PrintRawDataTest, ALaunchWhoseAnswerIsLostWithTheConnectionIsAFailureOfTh
   m_world.peer().hangUpAt("PortMonitorClient", 7);
   PrintRawDataViaNotepad(m_job, L"Preview PDF");
   EXPECT_EQ(m_world.countOf("request 7"), 1u);
-  EXPECT_STREQ(m_job.failure.cause(), corvane::messageText(corvane::kConnectionLost));
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kConnection);
-  EXPECT_THAT(trailLines(m_job.trail), IsEmpty());
+  EXPECT_STREQ(m_job.report.cause(), corvane::messageText(corvane::kConnectionLost));
+  EXPECT_EQ(m_job.report.fault(), JobFault::kConnection);
+  EXPECT_THAT(trailLines(m_job.report), IsEmpty());
 }
 
 TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {
@@ -151,8 +151,8 @@ TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {
   const std::string text =
       "Failed to launch notepad: notepad.exe \"/PT \\\"" + corvane::toUtf8(file) + "\\\" \\\"Preview PDF\\\"\"";
   EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
-  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), text);
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kNotepad);
+  EXPECT_EQ(corvane::toUtf8(m_job.report.cause()), text);
+  EXPECT_EQ(m_job.report.fault(), JobFault::kNotepad);
   DeleteFileW(file.c_str());
 }
 

@@ -67,13 +67,13 @@ void discardCollectedData(const ClientPrintJob& job) noexcept {
 void ReadDataIntoFinalBuffer(ClientPrintJob& job) {
   CS_TraceEntry trace(L"ReadDataIntoFinalBuffer()");
   Operation operation(L"Stack Trace: MgPrintMon - ReadDataIntoFinalBuffer()");
-  job.failure.expect(JobFault::kCollect);
+  job.report.begin(JobFault::kCollect);
   operation.run(
       [&] {
         const mg::File file = openJobFile(operation, job);
         switch (mg::readFinalData(file.get(), job)) {
           case mg::FinalDataRead::kTaken:
-            job.trail.add(L"the collected document is sent as it is and has %d bytes", job.finalDataLength);
+            job.report.add(L"the collected document is sent as it is and has %d bytes", job.finalDataLength);
             return;
           case mg::FinalDataRead::kEmpty:
             operation.fail(corvane::kLevelFailure, L"Print job file is empty: %s", job.postScriptPath.wide());
@@ -81,5 +81,5 @@ void ReadDataIntoFinalBuffer(ClientPrintJob& job) {
             operation.fail(corvane::kLevelFailure, L"Failed to read print job file: %s", job.postScriptPath.wide());
         }
       },
-      [&] { job.failure.note(operation.errorRecord()); });
+      [&] { job.report.fail(operation.errorRecord()); });
 }

@@ -151,8 +151,8 @@ TEST_F(SpoolFileTest, AFileThatCannotBeReadLeavesZeros) {
 
 TEST_F(SpoolFileTest, WhatKeptTheDataFromBeingReadIsTheCauseOfTheJobsFailure) {
   ReadDataIntoFinalBuffer(m_job);
-  EXPECT_EQ(corvane::toUtf8(m_job.failure.cause()), "Failed to open print job file: " + m_shown + " - Last Error = 2.");
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
+  EXPECT_EQ(corvane::toUtf8(m_job.report.cause()), "Failed to open print job file: " + m_shown + " - Last Error = 2.");
+  EXPECT_EQ(m_job.report.fault(), JobFault::kCollect);
 }
 
 TEST_F(SpoolFileTest, AReadThatEndsEarlyIsTakenAsItIs) {

@@ -1,5 +1,7 @@
 #include "jobs/temporary_path.h"
 
+#include "ports/tag_port.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cwchar>
@@ -7,6 +9,10 @@
 
 namespace mg {
 namespace {
+
+// A job's name is the printer's with "-" for each of these, kJobNumber and the job's number.
+constexpr wchar_t kNotInJobNames[] = L"\\/:*?\"<>|@+";
+constexpr wchar_t kJobNumber[] = L" - Job #";
 
 // Best-fit characters, such as a plain "A" for a wide one, come back as something else.
 bool isHeld(const wchar_t* text) {
@@ -56,6 +62,17 @@ bool isReplacedName(std::wstring_view name) {
 }  // namespace
 
 TemporaryDirectory::TemporaryDirectory() : m_length(GetTempPathW(MAX_PATH, m_text.data())) {}
+
+UTL_String buildJobName(const wchar_t* printerName, DWORD jobId) {
+  std::array<wchar_t, kPortNameSize> safe{};
+  for (std::size_t i = 0; i + 1 < safe.size() && printerName[i] != L'\0'; ++i) {
+    safe[i] = std::wcschr(kNotInJobNames, printerName[i]) != nullptr ? L'-' : printerName[i];
+  }
+  UTL_String name(safe.data());
+  name.append(kJobNumber);
+  name.append(std::to_wstring(jobId).c_str());
+  return name;
+}
 
 // FNV-1a.
 std::wstring digitsOf(const std::wstring& text) {

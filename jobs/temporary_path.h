@@ -25,6 +25,11 @@ class TemporaryDirectory {
   DWORD m_length;
 };
 
+// The name under which a job travels and its files are found: the printer's name with every character that a file name
+// cannot have, and "@" and "+", replaced by "-", then " - Job #" and the job's number. "\\srv\HP+1" with job 17 gives
+// "--srv-HP-1 - Job #17". The printer's name is shorter than kPortNameSize characters.
+UTL_String buildJobName(const wchar_t* printerName, DWORD jobId);
+
 // Appends the name of a job's temporary file to the path: the directory, the job's name, "-", the tick count and the
 // extension. The tick count is written as a signed number, so one of 2^31 milliseconds or more has a sign of its own.
 //
@@ -46,9 +51,5 @@ std::wstring digitsOf(const std::wstring& text);
 // Whether a file's name, without its directory, is one that appendTemporaryPath() gives the collected data, the PDF or
 // the log of some printer's job. Nothing else passes: no other ending, number or character.
 bool isTemporaryName(std::wstring_view name);
-
-// A job's name is the printer's with "-" for each of these, kJobNumber and the job's number.
-inline constexpr wchar_t kNotInJobNames[] = L"\\/:*?\"<>|@+";
-inline constexpr wchar_t kJobNumber[] = L" - Job #";
 
 }  // namespace mg

@@ -71,16 +71,16 @@ TEST_F(ConvertJobTest, DataThatAreSentAsTheyCameAreToldOfInTheModulesOwnLog) {
       testing::EndsWith("\"Laser - Job #1\" is sent as it came: not recognised as PostScript; printer commands "
                         "(PJL) stand in front of it. Turn them off in the driver's settings, or give the printer "
                         "a driver without them."));
-  ASSERT_NE(m_job.remark, nullptr);
-  EXPECT_EQ(std::wstring(m_job.remark).find(L"sent as it came: "), 0u);
+  ASSERT_NE(m_job.report.remark, nullptr);
+  EXPECT_EQ(std::wstring(m_job.report.remark).find(L"sent as it came: "), 0u);
   EXPECT_THAT(m_records.lines(), testing::IsEmpty());
-  EXPECT_FALSE(m_job.failure.isNoted());
+  EXPECT_FALSE(m_job.report.hasFailed());
 }
 
 TEST_F(ConvertJobTest, NothingIsToldOfAJobThatWasConvertedOrCouldNotBeRead) {
   const LocalLog log;
   convert();
-  EXPECT_EQ(m_job.remark, nullptr);
+  EXPECT_EQ(m_job.report.remark, nullptr);
   TemporaryFolder::write(m_ps, "plain text");
   int reads = 0;
   file_read_seam::replace([&](void* to, std::size_t size, std::size_t count, std::FILE* file) -> std::size_t {
@@ -88,6 +88,6 @@ TEST_F(ConvertJobTest, NothingIsToldOfAJobThatWasConvertedOrCouldNotBeRead) {
     return 0;
   });
   convert();
-  EXPECT_EQ(m_job.remark, nullptr);
+  EXPECT_EQ(m_job.report.remark, nullptr);
   EXPECT_THAT(log.lines(), testing::IsEmpty());
 }

@@ -1,15 +1,15 @@
 #include "monitor/job_end.h"
 
+#include "corvane/base/process.h"
+#include "corvane/base/text.h"
+#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
 #include "jobs/spool_file.h"
-#include "jobs/temporary_path.h"
-#include "monitor/job_notice.h"
+#include "monitor/kept_notices.h"
 #include "ports/port_records.h"
-#include "ports/tag_port.h"
-#include "protocol/print_job.h"
+#include "protocol/administration.h"
 #include "session/print_server.h"
 
-#include <array>
 #include <cwchar>
 #include <memory>
 #include <string>
@@ -18,24 +18,140 @@
 namespace mg {
 namespace {
 
-JobNotice noticeOf(const tagPort& port, const JobAccount& job, const wchar_t* result) {
-  return {result,           port.portName,
-          port.printerName, job.documentName.wide(),
-          port.jobId,       job.isConverted ? job.bytesSent : job.bytesTaken,
-          nullptr,          &job.trail,
-          job.queueError};
+enum class Result { kDelivered, kShown, kFailed };
+
+const wchar_t* textOf(Result result) {
+  if (result == Result::kDelivered) return L"delivered";
+  return result == Result::kShown ? L"shown" : L"failed";
 }
 
-void blameDeletion(JobFailure& failure) noexcept {
-  failure.noteInstead(JobFault::kPortDeleted, L"The port was deleted before the job had ended.");
+// What is told of a job. The texts are never null.
+struct JobEnd {
+  Result result;
+  const wchar_t* portName;
+  const wchar_t* printerName;
+  const wchar_t* document;
+  DWORD jobId;
+  const JobReport& report;
+};
+
+constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit
+// What an ordinary user's job that the spooler does not let us act on means to whoever looks into the queue.
+constexpr wchar_t kStaysInQueue[] =
+    L" The job stays in the spooler's queue, which refused to delete it (error %lu): whoever printed it, or an "
+    L"administrator, can delete it there.";
+constexpr wchar_t kIsNotMarked[] =
+    L" The spooler's queue refused to mark it as sent (error %lu), so it may stay there: whoever printed it, or an "
+    L"administrator, can delete it; it need not be printed again.";
+
+// The number in a port's name such as "CPP5", or the empty text.
+const wchar_t* sessionOf(const wchar_t* portName) {
+  constexpr wchar_t kPrefix[] = L"CPP";
+  constexpr std::size_t kPrefixLength = 3;
+  if (std::wcsncmp(portName, kPrefix, kPrefixLength) != 0) return L"";
+  const wchar_t* number = portName + kPrefixLength;
+  return number[std::wcsspn(number, L"0123456789")] == L'\0' ? number : L"";
 }
 
-void tellFailure(JobNotice notice, JobAccount& job, CS_Connection* connection) noexcept {
-  if (job.isTold) return;
-  job.isTold = true;
-  job.trail.add(L"%I64d bytes were taken from the spooler", job.bytesTaken);
-  notice.failure = &job.failure;
-  tell(notice, connection);
+void composeLine(wchar_t (&line)[kLineSize], const JobEnd& job) {
+  const wchar_t* session = sessionOf(job.portName);
+  wchar_t where[64] = L"";
+  if (*session != L'\0') std::swprintf(where, std::size(where), L" (session %.20ls)", session);
+  wchar_t end[kLineSize / 2] = L"was shown in the session.";
+  if (job.result == Result::kFailed) {
+    const wchar_t* cause = job.report.cause();
+    const std::size_t length = std::wcslen(cause);
+    const wchar_t* stop = length > 0 && cause[length - 1] == L'.' ? L"" : L".";
+    std::swprintf(end, std::size(end), L"failed: %ls%ls %ls", cause, stop, remedyFor(job.report.fault()));
+  } else if (job.result == Result::kDelivered) {
+    if (job.report.remark == nullptr) {
+      std::swprintf(end, std::size(end), L"was delivered: %lld bytes.", static_cast<long long>(job.report.bytesSent));
+    } else {
+      std::swprintf(end, std::size(end), L"was delivered: %lld bytes, %.400ls",
+                    static_cast<long long>(job.report.bytesSent), job.report.remark);
+    }
+  }
+  wchar_t queue[256] = L"";
+  if (job.report.queueError != ERROR_SUCCESS) {
+    std::swprintf(queue, std::size(queue), job.result == Result::kFailed ? kStaysInQueue : kIsNotMarked,
+                  job.report.queueError);
+  }
+  std::swprintf(line, kLineSize, L"Job %lu \"%.200ls\" on \"%.259ls\"%ls %ls%ls", job.jobId, job.document,
+                job.printerName, where, end, queue);
+  // Printer, document and reasons are what somebody else typed; the line stays one, and shows what it says.
+  corvane::makePrintable(line);
+}
+
+CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
+  CS_Notice notice{protocol::Notice::kJobNotice, line, {}};
+  notice.values = {{L"job", std::to_wstring(job.jobId)},
+                   {L"printer", job.printerName},
+                   {L"document", job.document},
+                   {L"process", std::to_wstring(GetCurrentProcessId())},
+                   {L"result", textOf(job.result)},
+                   {L"session", sessionOf(job.portName)},
+                   {L"bytes", std::to_wstring(job.report.bytesSent)}};
+  if (job.result == Result::kFailed) {
+    notice.values.emplace_back(L"cause", job.report.cause());
+    notice.values.emplace_back(L"remedy", remedyFor(job.report.fault()));
+  } else if (job.report.remark != nullptr) {
+    notice.values.emplace_back(L"remark", job.report.remark);
+  }
+  return notice;
+}
+
+void send(const JobEnd& job, const wchar_t* line, CS_Connection* connection) noexcept {
+  CS_Notice notice;
+  bool isWhole = false;
+  try {
+    notice = makeNotice(job, line);
+    isWhole = true;
+  } catch (...) {
+  }
+  try {
+    if (!isWhole) notice = CS_Notice{protocol::Notice::kJobNotice, line, {}};
+    tellServer(std::move(notice), connection, job.result == Result::kFailed);
+  } catch (...) {
+    corvane::LocalMonitor::instance().writeLine(L"job:", line);
+  }
+}
+
+// Writes one entry with that line to the system's event log, under the source that the installation registers. What
+// fails here is not told anywhere.
+void writeEvent(const wchar_t* line) noexcept {
+  constexpr wchar_t kEventSource[] = L"MgPrintMon";
+  const corvane::ProcessIdentity identity;
+  const HANDLE log = RegisterEventSourceW(nullptr, kEventSource);
+  if (log == nullptr) return;
+  ReportEventW(log, EVENTLOG_ERROR_TYPE, 0, kJobFailedEvent, nullptr, 1, 0, &line, nullptr);
+  DeregisterEventSource(log);
+}
+
+void tell(const JobEnd& job, CS_Connection* connection) noexcept {
+  const corvane::LastErrorKeeper keeper;
+  wchar_t line[kLineSize] = L"";
+  composeLine(line, job);
+  send(job, line, connection);
+  if (job.result != Result::kFailed) return;
+  writeEvent(line);
+  wchar_t kind[32];
+  std::swprintf(kind, std::size(kind), L"job %lu:", job.jobId);
+  job.report.write(kind);
+}
+
+void tellFailure(const JobEnd& job, JobReport& report, CS_Connection* connection) noexcept {
+  if (report.isTold) return;
+  report.isTold = true;
+  report.add(L"%I64d bytes were taken from the spooler", report.bytesTaken);
+  tell(job, connection);
+}
+
+JobEnd endOf(const tagPort& port, const JobReport& report, Result result) {
+  return {result, port.portName, port.printerName, report.document.wide(), port.jobId, report};
+}
+
+void blameDeletion(JobReport& report) noexcept {
+  report.failInstead(JobFault::kPortDeleted, L"The port was deleted before the job had ended.");
 }
 
 // The connection of the port's job; null without a stream.
@@ -44,88 +160,58 @@ CS_RCPtr<CS_Connection> connectionOf(const tagPort& port) {
   return dynamic_cast<CS_Connection*>(port.printServer->getRootOwner().get());
 }
 
-void noteAnswer(JobAccount& job, int answer) {
+void noteAnswer(JobReport& report, int answer) {
   JobFault fault = JobFault::kClient;
   const auto result = static_cast<protocol::PrintResult>(answer);
   if (result == protocol::PrintResult::kDiskFailure) fault = JobFault::kClientDisk;
   if (result == protocol::PrintResult::kBrokenData) fault = JobFault::kConnection;
-  job.failure.note(fault, L"%s", protocol::textOf(result));
+  report.fail(fault, L"%s", protocol::textOf(result));
 }
 
 }  // namespace
 
-JobAccount::JobAccount(ClientPrintJob& job) noexcept
-    : documentName(std::move(job.documentName)),
-      isConverted(protocol::isCollected(job.settings)),
-      bytesTaken(job.bytesTaken),
-      bytesSent(job.bytesSent),
-      remark(job.remark),
-      failure(job.failure),
-      trail(job.trail),
-      isTold(job.isTold) {}
-
 void tellFailedStart(const tagPort& port, const wchar_t* printerName, DWORD jobId, const DOC_INFO_1W* document,
-                     JobAccount* job, CS_Connection* connection) noexcept {
+                     JobReport* report, CS_Connection* connection) noexcept {
   const wchar_t* name = document != nullptr && document->pDocName != nullptr ? document->pDocName : L"";
-  const bool deleted = PortRecords::instance().isDeleted(port);
-  JobNotice notice{L"failed", port.portName, printerName, name, jobId, 0, nullptr, nullptr, ERROR_SUCCESS};
-  if (job != nullptr) {
-    notice.trail = &job->trail;
-    notice.queueError = job->queueError;
-    if (deleted) blameDeletion(job->failure);
-    tellFailure(notice, *job, connection);
+  if (report != nullptr) {
+    if (PortRecords::instance().isDeleted(port)) blameDeletion(*report);
+    tellFailure({Result::kFailed, port.portName, printerName, name, jobId, *report}, *report, connection);
     return;
   }
   // There was no memory even for the job.
-  JobFailure failure;
-  failure.note(JobFault::kModule, L"%s", corvane::messageText(corvane::kAllocationFailed));
-  notice.failure = &failure;
-  tell(notice, connection);
+  JobReport ownReport;
+  ownReport.fail(JobFault::kModule, L"%s", corvane::messageText(corvane::kAllocationFailed));
+  tell({Result::kFailed, port.portName, printerName, name, jobId, ownReport}, connection);
 }
 
-void tellFailedJob(const tagPort& port, DWORD queueError) noexcept {
-  if (port.job == nullptr || port.job->isTold) return;
-  if (PortRecords::instance().isDeleted(port)) blameDeletion(port.job->failure);
+void tellFailedJob(const tagPort& port) noexcept {
+  if (port.job == nullptr || port.job->report.isTold) return;
+  JobReport& report = port.job->closeReport();
+  if (PortRecords::instance().isDeleted(port)) blameDeletion(report);
   const CS_RCPtr<CS_Connection> connection = connectionOf(port);
-  JobAccount job(*port.job);
-  job.queueError = queueError;
-  port.job->isTold = true;
-  tellFailure(noticeOf(port, job, L"failed"), job, connection.get());
-  port.job->documentName = std::move(job.documentName);
+  tellFailure(endOf(port, report, Result::kFailed), report, connection.get());
+  port.job->documentName = std::move(report.document);  // the job stays the port's, whole
 }
 
 void endJobOfDeletedPort(tagPort& port) noexcept {
   const std::unique_ptr<ClientPrintJob> job(port.job);
   if (job == nullptr) return;
-  if (!job->isTold) blameDeletion(job->failure);
+  if (!job->report.isTold) blameDeletion(job->report);
   tellFailedJob(port);
   discardCollectedData(*job);
   port.job = nullptr;
 }
 
-void tellEndedJob(const tagPort& port, JobAccount& job, bool shown, int answer, CS_Connection* connection) noexcept {
-  if (job.isTold) return;
-  if (shown ? !job.failure.isNoted() : answer > 0) {
-    job.isTold = true;
-    JobNotice notice = noticeOf(port, job, shown ? L"shown" : L"delivered");
-    notice.remark = job.remark;
-    tell(notice, connection);
+void tellEndedJob(const tagPort& port, JobReport& report, bool shown, int answer, CS_Connection* connection) noexcept {
+  if (report.isTold) return;
+  if (shown ? !report.hasFailed() : answer > 0) {
+    report.isTold = true;
+    tell(endOf(port, report, shown ? Result::kShown : Result::kDelivered), connection);
     return;
   }
-  if (PortRecords::instance().isDeleted(port)) blameDeletion(job.failure);
-  noteAnswer(job, answer);
-  tellFailure(noticeOf(port, job, L"failed"), job, connection);
-}
-
-UTL_String buildJobName(const wchar_t* printerName, DWORD jobId) {
-  std::array<wchar_t, kPortNameSize> safe{};
-  for (std::size_t i = 0; i + 1 < safe.size() && printerName[i] != L'\0'; ++i) {
-    safe[i] = std::wcschr(kNotInJobNames, printerName[i]) != nullptr ? L'-' : printerName[i];
-  }
-  UTL_String name(safe.data());
-  name.append(kJobNumber);
-  name.append(std::to_wstring(jobId).c_str());
-  return name;
+  if (PortRecords::instance().isDeleted(port)) blameDeletion(report);
+  noteAnswer(report, answer);
+  tellFailure(endOf(port, report, Result::kFailed), report, connection);
 }
 
 }  // namespace mg

@@ -34,7 +34,7 @@ TEST_F(JobEndTest, ACollectedJobIsToldWithTheBytesThatWereSent) {
   m_printerValue = 3;
   start();
   write("plain text");
-  m_port->job->bytesTaken = 99;  // as many as are collected where a conversion makes fewer of them
+  m_port->job->report.bytesTaken = 99;  // as many as are collected where a conversion makes fewer of them
   EXPECT_EQ(end(), TRUE);
   EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 10 bytes, sent as it "
                                   "came: not recognised as PostScript. To get a PDF, give the printer a PostScript "
@@ -238,12 +238,12 @@ TEST_F(JobEndTest, AJobWithoutAStreamIsToldAllTheSame) {
   port.jobId = 17;
   ClientPrintJob job;
   job.documentName = L"letter.txt";
-  job.failure.note(JobFault::kModule, L"There is not enough memory.");
+  job.report.fail(JobFault::kModule, L"There is not enough memory.");
   port.job = &job;
   for (int time = 0; time < 2; ++time)
     mg::tellFailedJob(port);
   expectFailure("There is not enough memory. Restart the print spooler, then print again.");
-  EXPECT_TRUE(job.isTold);
+  EXPECT_TRUE(job.report.isTold);
 }
 
 TEST_F(JobEndTest, AFailedStartWithoutADocumentIsToldWithoutAName) {

@@ -16,7 +16,9 @@
 #include <winspool.h>
 
 #include <cwchar>
+#include <memory>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -31,7 +33,7 @@ void requireArguments(const wchar_t* printerName, const void* document) {
 // The spooler gave up an earlier job without ending it: its client is waiting for data that will not come.
 void abandonJob(tagPort& port) {
   if (port.job == nullptr) return;
-  port.job->failure.note(JobFault::kAbandoned, L"The spooler began another job before this one had ended.");
+  port.job->report.fail(JobFault::kAbandoned, L"The spooler began another job before this one had ended.");
   mg::tellFailedJob(port);
   if (port.printServer) {
     const CS_RCPtr<CS_Component> owner = port.printServer->getRootOwner();
@@ -59,31 +61,32 @@ void describeJob(ClientPrintJob& job, const wchar_t* printerName, DWORD jobId, c
   job.documentName = document.pDocName;
   job.dataType = document.pDatatype;
   job.copies = GetNumCopies(printerName, jobId);
-  job.trail.add(L"started: \"%.60s\", %d copies, data type %.20s", job.documentName.wide(), job.copies,
-                job.dataType.wide());
+  job.report.begin(JobFault::kServer, L"started: \"%.60s\", %d copies, data type %.20s", job.documentName.wide(),
+                   job.copies, job.dataType.wide());
 }
 
 // The caller has the connection whatever fails after it was made.
 void connectJob(Operation& operation, tagPort& port, CS_RCPtr<CS_Connection>& connection) {
-  port.job->failure.expect(JobFault::kServer);
   connection = PortMonitorServer::connectToLocalhost();
   if (!connection) operation.fail(corvane::kLevelFailure, L"Failed to connect to APS.");
   // Of a port that was deleted meanwhile there is nothing left to print to.
   if (!PortRecords::instance().setConnection(port, connection)) throw CS_Exception(corvane::kBadArgument, nullptr);
-  port.job->trail.add(L"connected to the application server");
+  port.job->report.begin(JobFault::kModule, L"connected to the application server");
 }
 
-// Of a job that did not start: takes it out of the queue and off the port. What is told of it, when there was one.
-std::optional<mg::JobAccount> giveUpJob(Operation& operation, tagPort& port, const DOC_INFO_1W* document) {
+// Destroys the port's job. Returns what is told of it.
+JobReport destroyJob(tagPort& port) {
+  const std::unique_ptr<ClientPrintJob> job(std::exchange(port.job, nullptr));
+  return std::move(job->closeReport());
+}
+
+// Takes a job that did not start out of the queue and off the port. Returns what is told of it, when there was one.
+std::optional<JobReport> giveUpJob(Operation& operation, tagPort& port, const DOC_INFO_1W* document) {
   if (port.job == nullptr) return std::nullopt;
-  port.job->failure.note(operation.errorRecord());
+  port.job->report.fail(operation.errorRecord());
   const bool named = document != nullptr && document->pDocName != nullptr;
-  const DWORD queueError = mg::deleteQueuedJob(operation, port, named ? document->pDocName : L"null");
-  std::optional<mg::JobAccount> failed(*port.job);
-  failed->queueError = queueError;
-  delete port.job;
-  port.job = nullptr;
-  return failed;
+  port.job->report.queueError = mg::deleteQueuedJob(operation, port, named ? document->pDocName : L"null");
+  return destroyJob(port);
 }
 
 }  // namespace
@@ -95,7 +98,7 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
   tagPort* port = nullptr;
   const DOC_INFO_1W* document = nullptr;
   CS_RCPtr<CS_Connection> connection;
-  std::optional<mg::JobAccount> failed;
+  std::optional<JobReport> failed;
   operation.run(
       [&] {
         tagPort& named = call.enter(handle);
@@ -140,7 +143,6 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
   Operation operation(L"Stack Trace: MgPrintMon - MGWritePort()");
   mg::PortCall call;
   tagPort* port = nullptr;
-  DWORD queueError = ERROR_SUCCESS;
   operation.run(
       [&] {
         tagPort& named = call.enter(handle);
@@ -153,30 +155,20 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
           operation.fail(corvane::kLevelFailure, L"Failed to send print job data");
         }
         written = cbBuf;
-        port->job->bytesTaken += cbBuf;
+        port->job->report.bytesTaken += cbBuf;
       },
       [&] {
         if (port == nullptr || port->job == nullptr) return;
-        port->job->failure.note(operation.errorRecord());
-        queueError = mg::deleteQueuedJob(operation, *port, nullptr);
+        port->job->report.fail(operation.errorRecord());
+        port->job->report.queueError = mg::deleteQueuedJob(operation, *port, nullptr);
       });
-  if (!operation.succeeded() && port != nullptr && port->job != nullptr) mg::tellFailedJob(*port, queueError);
+  if (!operation.succeeded() && port != nullptr && port->job != nullptr) mg::tellFailedJob(*port);
   return operation.succeeded() ? TRUE : FALSE;
 }
 
 namespace {
 
 constexpr int kPrintedOtherwise = 1;
-
-// The job is destroyed; the stream stays until the next job replaces it.
-mg::JobAccount destroyJob(tagPort& port) {
-  mg::JobAccount account(*port.job);
-  delete port.job;
-  port.job = nullptr;
-  port.secondName[0] = L'\0';
-  port.flags &= ~kPortHasDocument;
-  return account;
-}
 
 }  // namespace
 
@@ -186,7 +178,7 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
   int converted = 0;
   int ended = 0;
   HANDLE printer = nullptr;
-  std::optional<mg::JobAccount> job;
+  std::optional<JobReport> report;
   mg::PortCall call;
   tagPort* entered = nullptr;
   operation.run([&] {
@@ -202,15 +194,18 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     const CS_RCPtr<PrintServer> stream(port.printServer.get());
     const CS_RCPtr<CS_Component> owner = stream->getRootOwner();
     if (converted != kPrintedOtherwise) ended = stream->EndJob(port.job);
-    job.emplace(destroyJob(port));
-    job->queueError = mg::markQueuedJobSent(operation, port, printer);
+    // The job is destroyed; the stream stays until the next job replaces it.
+    report = destroyJob(port);
+    port.secondName[0] = L'\0';
+    port.flags &= ~kPortHasDocument;
+    report->queueError = mg::markQueuedJobSent(operation, port, printer);
     const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));
-    mg::tellEndedJob(port, *job, converted == kPrintedOtherwise, ended, connection.get());
+    mg::tellEndedJob(port, *report, converted == kPrintedOtherwise, ended, connection.get());
     PortRecords::instance().setConnection(port, nullptr);
     CS_Connection::destroy(connection, true);
   });
   // Told already unless something unexpected came in between.
-  if (job) mg::tellEndedJob(*entered, *job, converted == kPrintedOtherwise, ended, nullptr);
+  if (report) mg::tellEndedJob(*entered, *report, converted == kPrintedOtherwise, ended, nullptr);
   // Closed whether it was opened or not; the spooler takes a null handle for what it is.
   ClosePrinter(printer);
   return ended > 0 ? TRUE : FALSE;

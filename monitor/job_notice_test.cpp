@@ -1,5 +1,4 @@
-#include "monitor/job_notice.h"
-
+#include "monitor/kept_notices.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/monitor/job_end_fixture.h"
 #include "tests/support/monitor/message_box_seam.h"

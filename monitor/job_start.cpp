@@ -37,29 +37,28 @@ namespace mg {
 
 CS_RCPtr<PrintServer> startJob(Operation& operation, CS_Connection& connection, ClientPrintJob& job,
                                const wchar_t* printerName, DWORD jobId) {
-  job.failure.expect(JobFault::kModule);
   const CS_RCPtr<CS_Component> bridge = makeBridge(operation, connection);
   const CS_RCPtr<PortMonitorServer> portMonitor = makePortMonitor(operation, connection);
   ClientPrinter printer;
   if (!portMonitor->GetPrinterInfo(printerName, printer)) {
-    job.failure.expect(connection.isConnected() ? JobFault::kPrinter : JobFault::kConnection);
+    job.report.begin(connection.isConnected() ? JobFault::kPrinter : JobFault::kConnection);
     operation.fail(corvane::kLevelFailure,
                    L"Failed to get the printer's information: %s, print job #%d has failed to print.", printerName,
                    jobId);
   }
-  job.trail.add(L"the client printer is \"%s\", format %d", printer.printerName.wide(), printer.printerValue);
+  job.report.add(L"the client printer is \"%s\", format %d", printer.printerName.wide(), printer.printerValue);
   ConfigurePrintJobSettings(&job, printer);
   if (!portMonitor->AttachPrintJobToSession(printerName, bridge.get())) {
-    job.failure.note(connection.isConnected() ? JobFault::kAttach : JobFault::kConnection,
-                     L"Failed to attach print job to session for %s", printerName);
+    job.report.fail(connection.isConnected() ? JobFault::kAttach : JobFault::kConnection,
+                    L"Failed to attach print job to session for %s", printerName);
     // The attach has recorded why.
     throw CS_Exception(CS_ProgramMonitor::getDefaultMonitor());
   }
-  job.trail.add(L"attached to the session, delivery mode %d", job.settings[protocol::kDeliverySetting]);
-  job.failure.expect(JobFault::kStream);
+  job.report.begin(JobFault::kStream, L"attached to the session, delivery mode %d",
+                   job.settings[protocol::kDeliverySetting]);
   CS_RCPtr<PrintServer> stream = makePrintServer(operation, *bridge);
   stream->StartJob(&job);
-  job.trail.add(L"announced to the print client");
+  job.report.add(L"announced to the print client");
   return stream;
 }
 

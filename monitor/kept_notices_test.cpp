@@ -1,4 +1,4 @@
-#include "monitor/job_notice.h"
+#include "monitor/kept_notices.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include <windows.h>
 #include <winspool.h>
 // Needs the types of winspool.h.
-#include "monitor/job_notice.h"
+#include "monitor/job_end.h"
 #include "tests/support/ports_registry.h"
 
 #include <winsplp.h>

@@ -173,7 +173,7 @@ TEST_F(StartDocPortTest, AMissingConnectionFailsTheJob) {
 TEST_F(StartDocPortTest, TheTrailOfAJobSaysHowFarItsStartHasCome) {
   start();
   ASSERT_NE(m_port->job, nullptr);
-  EXPECT_THAT(trailLines(m_port->job->trail),
+  EXPECT_THAT(trailLines(m_port->job->report),
               ElementsAre("started: \"letter.txt\", 1 copies, data type RAW", "connected to the application server",
                           "the client printer is \"Client Laser\", format 1",
                           "attached to the session, delivery mode 1", "announced to the print client"));

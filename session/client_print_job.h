@@ -1,8 +1,7 @@
 #pragma once
 
 #include "protocol/print_job.h"
-#include "session/job_failure.h"
-#include "session/job_trail.h"
+#include "session/job_report.h"
 #include "util/utl_string.h"
 #include "util/win_handle.h"
 
@@ -19,6 +18,10 @@ class ClientPrintJob {
   ClientPrintJob& operator=(const ClientPrintJob&) = delete;
   // Frees both byte arrays, once when they are the same array.
   virtual ~ClientPrintJob();
+
+  // Completes the report when the job has ended, well or not, so that it can be told without the job. The document's
+  // name goes over to the report. Needs no memory.
+  JobReport& closeReport() noexcept;
 
   UTL_String jobName;  // the name under which the job travels; an empty one is sent as absent
   UTL_String text2;    // carried, not interpreted
@@ -37,11 +40,7 @@ class ClientPrintJob {
   UTL_String text15;  // carried, not interpreted
   protocol::JobSettings settings{};
   std::array<std::uint64_t, 2> reservedWords{};
-  bool dataLost = false;        // a write failed: what the client has is not the document, and must not be ended as one
-  std::int64_t bytesTaken = 0;  // bytes that the spooler has handed over and that were sent or collected
-  const wchar_t* remark = nullptr;  // what is to be told of the job when it went well; static storage
-  JobFailure failure;
-  JobTrail trail;
+  bool dataLost = false;  // a write failed: what the client has is not the document, and must not be ended as one
+  JobReport report;
   mg::ObjectHandle aliveMark;  // tells other processes that the temporary files are in use; may be none
-  bool isTold = false;         // how it ended was told already; nothing later tells it again
 };

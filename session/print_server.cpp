@@ -19,12 +19,12 @@ void sendDirectly(PrintServer& server, const ClientPrintJob& job, const unsigned
 
 // The runtime's file functions report through errno, which is what the record shows.
 bool appendToFile(ClientPrintJob& job, const unsigned char* data, int length) {
+  job.report.begin(JobFault::kCollect);
   std::FILE* file = std::fopen(job.postScriptPath.narrow(), "ab");
   if (file == nullptr) {
     int error = 0;
     _get_errno(&error);
-    job.failure.expect(JobFault::kCollect);
-    job.failure.note(CS_ProgramMonitor::getDefaultMonitor()->recordText(
+    job.report.fail(CS_ProgramMonitor::getDefaultMonitor()->recordText(
         corvane::kLevelFailure, corvane::kCategory,
         L"Failed to open print job's postscript file for writing: %s, Error: %d", job.postScriptPath.wide(), error));
     return false;
@@ -35,13 +35,13 @@ bool appendToFile(ClientPrintJob& job, const unsigned char* data, int length) {
   const bool written = std::fflush(file) == 0;
   const bool closed = std::fclose(file) == 0;
   if (taken && written && closed) return true;
-  job.failure.note(JobFault::kCollect, L"The print job's postscript file did not take all data: %s",
-                   job.postScriptPath.wide());
+  job.report.fail(JobFault::kCollect, L"The print job's postscript file did not take all data: %s",
+                  job.postScriptPath.wide());
   return false;
 }
 
 void noteFailedSend(ClientPrintJob& job, int number) {
-  job.failure.note(JobFault::kConnection, L"Failed to send print job data: %s", corvane::messageText(number));
+  job.report.fail(JobFault::kConnection, L"Failed to send print job data: %s", corvane::messageText(number));
 }
 
 void sendFinalData(PrintServer& server, ClientPrintJob& job) {
@@ -100,13 +100,13 @@ int PrintServer::EndJob(ClientPrintJob* job) {
   if (job == nullptr || job->dataLost) return 0;
   Operation operation(L"Stack Trace: PrintServer::EndJob()");
   int result = 0;
-  job->failure.expect(JobFault::kConnection);
+  job->report.begin(JobFault::kConnection);
   operation.run(
       [&] {
         const protocol::JobEnd end{job->jobName.wide()};
         result = static_cast<int>(protocol::ask(CS_RCPtr<CS_Component>(this), end, kEndJobTimeout).result);
-        job->trail.add(L"the print client answered the end with %d", result);
+        job->report.add(L"the print client answered the end with %d", result);
       },
-      [&] { job->failure.note(operation.errorRecord()); });
+      [&] { job->report.fail(operation.errorRecord()); });
   return result;
 }

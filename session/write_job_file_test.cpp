@@ -100,8 +100,8 @@ TEST_F(WriteJobFileTest, MoreDataThanTheRuntimeHoldsBackAreRefusedByTheWriteItse
   m_job.postScriptPath = L"Z:\\dev\\full";
   EXPECT_EQ(write(std::string(100000, 'x')), 0);
   EXPECT_TRUE(m_job.dataLost);
-  EXPECT_EQ(m_job.failure.fault(), JobFault::kCollect);
-  EXPECT_STREQ(m_job.failure.cause(), L"The print job's postscript file did not take all data: Z:\\dev\\full");
+  EXPECT_EQ(m_job.report.fault(), JobFault::kCollect);
+  EXPECT_STREQ(m_job.report.cause(), L"The print job's postscript file did not take all data: Z:\\dev\\full");
 }
 
 TEST_F(WriteJobFileTest, AShortWriteIsNotTakenForAWholeOneThoughNothingElseFails) {
@@ -121,7 +121,7 @@ TEST_F(WriteJobFileTest, AFileThatCannotBeClosedHasNotTakenItsData) {
   EXPECT_EQ(write("a"), 0);
   EXPECT_TRUE(m_seams.hasFailed());
   EXPECT_TRUE(m_job.dataLost);
-  EXPECT_EQ(m_job.failure.cause(), L"The print job's postscript file did not take all data: " + m_path.wstring());
+  EXPECT_EQ(m_job.report.cause(), L"The print job's postscript file did not take all data: " + m_path.wstring());
 }
 
 TEST_F(WriteJobFileTest, WithoutMemoryForItsPathTheJobIsLostForAnUnexpectedException) {
@@ -131,7 +131,7 @@ TEST_F(WriteJobFileTest, WithoutMemoryForItsPathTheJobIsLostForAnUnexpectedExcep
     EXPECT_TRUE(failing.hasFailed());
   }
   EXPECT_TRUE(m_job.dataLost);
-  EXPECT_STREQ(m_job.failure.cause(), L"Failed to send print job data: An unexpected exception was caught.");
+  EXPECT_STREQ(m_job.report.cause(), L"Failed to send print job data: An unexpected exception was caught.");
   EXPECT_EQ(write("b"), 0);
   EXPECT_FALSE(std::filesystem::exists(m_path));
   EXPECT_THAT(m_records.lines(), IsEmpty());

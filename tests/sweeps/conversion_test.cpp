@@ -28,7 +28,7 @@ class ConversionScenario : public Scenario {
   void run() override { m_result = ConvertJob(&m_job, L"Laser"); }
   void check() override {
     EXPECT_EQ(m_result, 0);
-    std::wcscpy(m_cause, m_job.failure.cause());
+    std::wcscpy(m_cause, m_job.report.cause());
     // All of the PDF or nothing of it, unless reading it is what failed: then as many zeros.
     m_hasPdf = m_job.finalData != nullptr && std::memcmp(m_job.finalData, kPdf, sizeof kPdf - 1) == 0;
     if (m_job.finalData != nullptr) {
@@ -70,7 +70,7 @@ class ConversionScenario : public Scenario {
   std::string m_narrowPs;
   ClientPrintJob m_job;
   int m_result = -1;
-  wchar_t m_cause[JobFailure::kCauseSize] = {};  // of a conversion that failed
+  wchar_t m_cause[JobReport::kCauseSize] = {};  // of a conversion that failed
   bool m_hasPdf = false;
 };
 

@@ -1,5 +1,4 @@
 #include "jobs/temporary_path.h"
-#include "monitor/job_end.h"
 #include "ports/tag_port.h"
 
 #include <gtest/gtest.h>

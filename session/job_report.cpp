@@ -1,10 +1,11 @@
-#include "session/job_failure.h"
+#include "session/job_report.h"
 
 #include "corvane/base/format.h"
 #include "corvane/base/process.h"
+#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
 
-#include <cstdarg>
+#include <cwchar>
 
 const wchar_t* remedyFor(JobFault fault) {
   switch (fault) {
@@ -44,8 +45,30 @@ const wchar_t* remedyFor(JobFault fault) {
   return L"See the module's log for what went before, then print again.";
 }
 
-void JobFailure::note(JobFault fault, const wchar_t* format, ...) noexcept {
-  if (isNoted()) return;
+void JobReport::begin(JobFault fault, const wchar_t* format, ...) noexcept {
+  begin(fault);
+  va_list arguments;
+  va_start(arguments, format);
+  addLine(format, arguments);
+  va_end(arguments);
+}
+
+void JobReport::add(const wchar_t* format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  addLine(format, arguments);
+  va_end(arguments);
+}
+
+void JobReport::addLine(const wchar_t* format, va_list arguments) noexcept {
+  const corvane::LastErrorKeeper keeper;
+  Line& line = m_lines[m_added++ % kLines];
+  GetSystemTimeAsFileTime(&line.at);
+  corvane::formatWide(line.text, kLineSize, format, arguments);
+}
+
+void JobReport::fail(JobFault fault, const wchar_t* format, ...) noexcept {
+  if (hasFailed()) return;
   const corvane::LastErrorKeeper keeper;
   m_fault = fault;
   va_list arguments;
@@ -54,16 +77,31 @@ void JobFailure::note(JobFault fault, const wchar_t* format, ...) noexcept {
   va_end(arguments);
 }
 
-void JobFailure::noteInstead(JobFault fault, const wchar_t* cause) noexcept {
-  m_cause[0] = L'\0';
-  note(fault, L"%s", cause);
-}
-
-void JobFailure::note(const CS_RCPtr<CS_ProgramMonitor>& record) noexcept {
+void JobReport::fail(const CS_RCPtr<CS_ProgramMonitor>& record) noexcept {
   const wchar_t* text = record ? record->lastText() : L"";
   if (*text != L'\0') {
-    note(m_expected, L"%s", text);
+    fail(m_step, L"%s", text);
   } else {
-    note(JobFault::kUnknown, L"%s", corvane::messageText(corvane::kUnknownException));
+    fail(JobFault::kUnknown, L"%s", corvane::messageText(corvane::kUnknownException));
+  }
+}
+
+void JobReport::failInstead(JobFault fault, const wchar_t* cause) noexcept {
+  m_cause[0] = L'\0';
+  fail(fault, L"%s", cause);
+}
+
+void JobReport::write(const wchar_t* kind) const noexcept {
+  const corvane::LastErrorKeeper keeper;
+  for (std::size_t i = m_added > kLines ? m_added - kLines : 0; i < m_added; ++i) {
+    const Line& line = m_lines[i % kLines];
+    FILETIME local{};
+    SYSTEMTIME at{};
+    FileTimeToLocalFileTime(&line.at, &local);
+    FileTimeToSystemTime(&local, &at);
+    wchar_t text[kLineSize + 16];
+    std::swprintf(text, std::size(text), L"%02d:%02d:%02d.%03d %ls", at.wHour, at.wMinute, at.wSecond, at.wMilliseconds,
+                  line.text);
+    corvane::LocalMonitor::instance().writeLine(kind, text);
   }
 }
