@@ -4,7 +4,7 @@ set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
 # It is as uninteresting to the optimiser as to whoever reads a sanitizer's report. Addresses and threads are watched in
 # it nevertheless, because it holds what belongs to the tests.
-foreach(target gtest gmock gtest_main gmock_main)
+foreach(target gtest gmock)
   target_compile_options(${target} PRIVATE -O0 -g0)
   if(MG_SANITIZE)
     target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
@@ -22,3 +22,12 @@ if(MG_PRECOMPILE)
 endif()
 set(MG_TEST_OPTIONS -O0 -fpch-preprocess)
 target_compile_options(mg_test_headers PRIVATE ${MG_TEST_OPTIONS})
+
+# What every test binary has: its main function, and a bound for each of its tests.
+set(support "${CMAKE_SOURCE_DIR}/tests/support")
+add_library(mg_test_main STATIC "${support}/test_main.cpp" "${support}/test_deadline.cpp"
+  "${support}/test_deadline_$<IF:$<BOOL:${WIN32}>,windows,posix>.cpp")
+target_include_directories(mg_test_main PRIVATE "${CMAKE_SOURCE_DIR}")
+target_link_libraries(mg_test_main PUBLIC GTest::gmock GTest::gtest PRIVATE mg_warnings)
+target_compile_options(mg_test_main PRIVATE ${MG_TEST_OPTIONS})
+target_precompile_headers(mg_test_main REUSE_FROM mg_test_headers)

@@ -132,7 +132,17 @@ void JobRound::begin() {
     if (!plan.holdClientAt.empty()) {
       ASSERT_TRUE(waitUntilStopped(m_clients[stage]->id(), kWaitSeconds)) << "stage " << stage;
     }
-    if (plan.gatePoint != 0) m_held[stage] = m_gate.waitUntilHeld(sessionOf(stage));
+    if (plan.gatePoint != 0) {
+      ASSERT_NO_FATAL_FAILURE(awaitHeld(stage));
+    }
+  }
+}
+
+void JobRound::awaitHeld(int stage) {
+  try {
+    m_held[stage] = m_gate.waitUntilHeld(sessionOf(stage));
+  } catch (const std::exception& failure) {
+    FAIL() << "stage " << stage << ": " << failure.what() << "\n" << m_hosts[stage]->output() << log();
   }
 }
 

@@ -81,6 +81,8 @@ class JobRound {
   std::vector<pid_t> victims() const;
   std::string document(int stage) const { return "s" + std::to_string(stage) + "r" + std::to_string(m_number); }
   std::string log() const;
+  // Says what the stage's spooler and the module have said when it does not come to where it is to be held.
+  void awaitHeld(int stage);
 
   const Part m_victim;
   const int m_number;

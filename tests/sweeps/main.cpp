@@ -1,3 +1,4 @@
+#include "tests/support/test_deadline.h"
 #include "tests/sweeps/first_start.h"
 
 #include <cstdlib>
@@ -8,5 +9,6 @@
 int main(int count, char** arguments) {
   if (count == 3 && std::strcmp(arguments[1], "first-start") == 0) return firstStart(std::atoi(arguments[2]));
   testing::InitGoogleTest(&count, arguments);
+  tests::TestDeadline::use();
   return RUN_ALL_TESTS();
 }
