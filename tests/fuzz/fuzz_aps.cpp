@@ -56,6 +56,8 @@ bool prepareProcess() {
 
 std::shared_ptr<aps::Application> makeApplication() {
   static const fuzz::ScratchFolder folder;
+  // The threads of the log would cost more than what most inputs have done.
+  static const auto log = std::make_shared<aps::Log>(folder.path() / "aps.log");
   aps::SessionTable::Limits limits;
   limits.sessions = 3;
   limits.printers = 4;
@@ -63,7 +65,7 @@ std::shared_ptr<aps::Application> makeApplication() {
   aps::Launcher::Settings launching;
   launching.programs.clear();
   auto application =
-      std::make_shared<aps::Application>(std::make_shared<aps::Log>(folder.path() / "aps.log"), limits, launching);
+      std::make_shared<aps::Application>(log, limits, launching);
   application->longestNoticeWait = std::chrono::milliseconds(0);
   return application;
 }
