@@ -71,8 +71,10 @@ void ServedPeer::feed(std::span<Step> steps) {
   corvane::Link& link = *m_connection->link();
   if (link.hasEnded()) return;
   try {
-    for (Step& step : steps)
+    for (Step& step : steps) {
       m_dispatcher->onFrame(step.frame);
+      receiveAnswers();
+    }
     m_dispatcher->onBatchEnd();
   } catch (const CS_Exception& failure) {
     m_dispatcher->onBatchAbandoned();
@@ -85,13 +87,17 @@ void ServedPeer::feed(std::span<Step> steps) {
 
 void ServedPeer::takeAnswers() {
   if (!m_connection) return;
+  receiveAnswers();
+  readAnswers();
+}
+
+void ServedPeer::receiveAnswers() {
   unsigned char buffer[65536];
   for (;;) {
     const ssize_t got = ::recv(m_far, buffer, sizeof buffer, MSG_DONTWAIT);
     if (got <= 0) break;
     m_answers.insert(m_answers.end(), buffer, buffer + got);
   }
-  readAnswers();
 }
 
 void ServedPeer::readAnswers() {

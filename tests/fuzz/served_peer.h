@@ -31,6 +31,7 @@ class ServedPeer {
 
  private:
   void greet();
+  void receiveAnswers();
   void readAnswers();
 
   int m_far = -1;
