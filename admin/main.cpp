@@ -1,13 +1,12 @@
 #include "programs/main.h"
 
 #include "admin/commands/invocation.h"
-#include "programs/no_sink.h"
 
 #include <iostream>
 
 int programMain(const std::vector<std::string>& arguments) {
   // The module's log must not be written by a person who only looks.
-  corvane::LocalMonitor::instance().setSink(std::make_unique<programs::NoSink>());
+  programs::silenceLocalLog();
   const auto parsed = admin::parseCommandLine(arguments);
   if (!parsed->invocation.run) {
     (parsed->code == admin::ExitCode::kDone ? std::cout : std::cerr) << parsed->message << std::flush;

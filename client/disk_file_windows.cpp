@@ -1,5 +1,5 @@
 #include "client/disk_file.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <windows.h>
 

@@ -1,8 +1,7 @@
 #include "client/job.h"
 
 #include "client/file_name.h"
-#include "programs/one_line.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <exception>
 

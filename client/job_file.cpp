@@ -1,7 +1,7 @@
 #include "client/job_file.h"
 
 #include "client/file_name.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <limits>
 #include <stdexcept>

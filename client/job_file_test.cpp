@@ -1,6 +1,6 @@
 #include "client/job_file.h"
 
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

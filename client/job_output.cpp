@@ -2,7 +2,7 @@
 
 #include "client/disk_file.h"
 #include "corvane/trust/crypto.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <array>
 #include <cstdio>

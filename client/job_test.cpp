@@ -1,6 +1,6 @@
 #include "client/job.h"
 
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <fstream>
 #include <gmock/gmock.h>

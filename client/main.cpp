@@ -9,9 +9,8 @@
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
-#include "programs/no_sink.h"
-#include "programs/paths.h"
 #include "programs/stop_request.h"
+#include "programs/text.h"
 #include "protocol/names.h"
 
 #include <cstdio>
@@ -37,7 +36,7 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
-  corvane::LocalMonitor::instance().setSink(std::make_unique<programs::NoSink>());  // the reporter says it
+  programs::silenceLocalLog();  // the reporter says it
   const printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
   if (parsed.exitCode >= 0) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);

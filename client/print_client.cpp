@@ -2,7 +2,7 @@
 
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "protocol/exchange.h"
 
 namespace printclient {

@@ -2,8 +2,7 @@
 
 #include "corvane/base/text.h"
 #include "corvane/records/messages.h"
-#include "programs/descriptor_output.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <memory>
 #include <utility>
@@ -39,8 +38,7 @@ constexpr char kClearLine[] = "\r\x1b[K";
 
 Reporter::Reporter() : Reporter(stdout, isTerminal(stdout)) {}
 
-Reporter::Reporter(std::FILE* out, bool inPlace)
-    : m_inPlace(inPlace), m_queue(std::make_unique<programs::DescriptorOutput>(descriptorOf(out))) {}
+Reporter::Reporter(std::FILE* out, bool inPlace) : m_inPlace(inPlace), m_queue(programs::outputTo(descriptorOf(out))) {}
 
 std::string Reporter::clearLocked() {
   return std::exchange(m_hasProgress, false) ? kClearLine : "";

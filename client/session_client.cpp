@@ -1,7 +1,7 @@
 #include "client/session_client.h"
 
 #include "corvane/components/in_request.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/registration.h"
 

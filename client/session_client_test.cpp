@@ -5,7 +5,7 @@
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
 #include "corvane/records/exception.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 #include "protocol/names.h"
 #include "tests/support/connection_pair.h"
 

@@ -3,7 +3,7 @@
 #include "corvane/base/text.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <algorithm>
 
@@ -53,7 +53,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
       const protocol::Registration::Answer registration =
-          programs::bringPrinters(connection, m_options.session, m_options.printers);
+          programs::registerPrinters(connection, m_options.session, m_options.printers);
       if (registration.isAccepted) {
         serveRegistered(*connection, registration);
         outcome = Outcome::kLost;

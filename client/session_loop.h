@@ -3,7 +3,7 @@
 #include "client/job_output.h"
 #include "client/options.h"
 #include "corvane/wire/heartbeat.h"
-#include "programs/session_client.h"
+#include "programs/printer_registration.h"
 
 #include <chrono>
 #include <condition_variable>

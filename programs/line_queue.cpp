@@ -1,13 +1,20 @@
 #include "programs/line_queue.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 #endif
 
 namespace programs {
@@ -197,6 +204,52 @@ bool LineQueue::flush(std::chrono::milliseconds time) noexcept {
   std::unique_lock<std::mutex> guard(m_state->lock);
   const std::uint64_t wanted = m_state->taken;
   return m_state->changed.wait_for(guard, time, [&] { return m_state->settled >= wanted; });
+}
+
+namespace {
+
+#ifdef _WIN32
+// A console refuses pieces that are very long.
+long writeSome(int descriptor, const char* data, std::size_t size) {
+  return ::_write(descriptor, data, static_cast<unsigned>(std::min<std::size_t>(size, 16 * 1024)));
+}
+#else
+// Whoever shares the descriptor may have set it not to wait; the queue's thread waits all the same.
+long writeSome(int descriptor, const char* data, std::size_t size) {
+  while (true) {
+    const ssize_t written = ::write(descriptor, data, size);
+    if (written >= 0 || (errno != EAGAIN && errno != EINTR)) return static_cast<long>(written);
+    pollfd room{descriptor, POLLOUT, 0};
+    if (errno == EAGAIN) ::poll(&room, 1, -1);
+  }
+}
+#endif
+
+class DescriptorOutput : public LineOutput {
+ public:
+  explicit DescriptorOutput(int descriptor) : m_descriptor(descriptor) {}
+
+  std::string write(const std::string& text) override {
+    for (std::size_t at = 0; at < text.size();) {
+      const long written = writeSome(m_descriptor, text.data() + at, text.size() - at);
+      if (written < 0) return std::generic_category().message(errno);
+      at += static_cast<std::size_t>(written);
+    }
+    return {};
+  }
+
+  std::string writeLost(std::uint64_t count, const std::string& why) override {
+    return write(std::to_string(count) + (count == 1 ? " line is" : " lines are") + " missing here: " + why + "\n");
+  }
+
+ private:
+  const int m_descriptor;
+};
+
+}  // namespace
+
+std::unique_ptr<LineOutput> outputTo(int descriptor) {
+  return std::make_unique<DescriptorOutput>(descriptor);
 }
 
 }  // namespace programs

@@ -27,6 +27,12 @@ class LineOutput {
   virtual std::vector<std::string> takeDue() { return {}; }
 };
 
+inline constexpr int kStandardOutput = 1;
+inline constexpr int kStandardError = 2;
+
+// An open file descriptor that belongs to somebody else, such as the standard output. Nothing is kept back in a buffer.
+std::unique_ptr<LineOutput> outputTo(int descriptor);
+
 // Lines on their way to an output that may be slow, stopped, full or gone: a pipe that nobody reads, a terminal that
 // somebody holds, a disk without space. put() never waits; a thread of the queue's own writes, in order. A line that
 // finds no place or cannot be written is lost, and counted at its place until the output takes a line that says so.

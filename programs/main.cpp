@@ -1,7 +1,7 @@
 #include "programs/main.h"
 
 #include "corvane/records/exception.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <cstdio>
 #include <exception>

@@ -5,11 +5,11 @@
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
+#include "programs/text.h"
 #include "protocol/administration.h"
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 #include "server/printer_name.h"
-#include "server/utc_text.h"
 
 #include <algorithm>
 
@@ -24,7 +24,7 @@ std::wstring versionText() {
 
 // As the tool sees it.
 protocol::ListedSession listed(SessionTable::Status&& session) {
-  protocol::ListedSession list{session.number, session.connected, utcText(session.since), {}};
+  protocol::ListedSession list{session.number, session.connected, programs::utcText(session.since), {}};
   for (Printer& printer : session.printers) {
     std::wstring localName = localPrinterName(printer.name(), session.number);
     list.printers.push_back({std::move(printer), std::move(localName)});
@@ -107,7 +107,7 @@ void AdministrationServer::statusPage(CS_InRequest& request) {
 
 protocol::ServerStatus AdministrationServer::statusOf(std::vector<SessionTable::Status> sessions) const {
   protocol::ServerStatus status{
-      versionText(), static_cast<int>(corvane::processId()), utcText(m_application->startedAt), {}};
+      versionText(), static_cast<int>(corvane::processId()), programs::utcText(m_application->startedAt), {}};
   for (SessionTable::Status& session : sessions)
     status.sessions.push_back(listed(std::move(session)));
   return status;
@@ -128,7 +128,7 @@ void AdministrationServer::notices(CS_InRequest& request) {
       m_application->notices.after(asked.after, std::min(wait, m_application->longestNoticeWait), m_released);
   protocol::Notices::Answer answer{kept.latest, {}};
   for (NoticeList::Entry& entry : kept.entries) {
-    answer.notices.push_back({entry.number, utcText(entry.time), std::move(entry.notice.kind),
+    answer.notices.push_back({entry.number, programs::utcText(entry.time), std::move(entry.notice.kind),
                               std::move(entry.notice.line), std::move(entry.notice.values)});
   }
   protocol::answer(request, answer);

@@ -4,7 +4,7 @@
 #include "corvane/components/bridge.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "server/access.h"
 
 #include <system_error>

@@ -7,7 +7,7 @@
 #include "corvane/components/out_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 #include "protocol/names.h"
 #include "server/application.h"
 #include "tests/support/connection_pair.h"

@@ -1,7 +1,7 @@
 #include "server/launcher.h"
 
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <algorithm>
 #include <exception>

@@ -2,7 +2,6 @@
 
 #include "corvane/base/local_time.h"
 #include "corvane/base/text.h"
-#include "programs/descriptor_output.h"
 
 #include <chrono>
 #include <stdexcept>
@@ -102,10 +101,10 @@ class Log::ErrorOutput : public Log::Output {
   using Output::Output;
 
  protected:
-  std::string bringOut(const std::string& text) override { return m_output.write(text); }
+  std::string bringOut(const std::string& text) override { return m_output->write(text); }
 
  private:
-  programs::DescriptorOutput m_output{programs::kStandardError};
+  const std::unique_ptr<programs::LineOutput> m_output = programs::outputTo(programs::kStandardError);
 };
 
 Log::Log(const std::filesystem::path& file, std::uint64_t limitBytes, Now now) {

@@ -1,6 +1,6 @@
 #include "server/log_file.h"
 
-#include "programs/paths.h"
+#include "programs/text.h"
 
 namespace aps {
 namespace {

@@ -1,7 +1,7 @@
 #include "server/log_monitor.h"
 
 #include "corvane/records/messages.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 namespace aps {
 

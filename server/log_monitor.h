@@ -3,7 +3,7 @@
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/program_monitor.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "server/log.h"
 
 #include <memory>

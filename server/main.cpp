@@ -4,11 +4,9 @@
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/key.h"
-#include "programs/descriptor_output.h"
 #include "programs/line_queue.h"
-#include "programs/one_line.h"
-#include "programs/paths.h"
 #include "programs/stop_request.h"
+#include "programs/text.h"
 #include "server/application.h"
 #include "server/connection_list.h"
 #include "server/log_monitor.h"
@@ -103,7 +101,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
   }
-  programs::LineQueue said(std::make_unique<programs::DescriptorOutput>(programs::kStandardOutput));
+  programs::LineQueue said(programs::outputTo(programs::kStandardOutput));
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);

@@ -5,7 +5,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/wire/link.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/port_monitor.h"
 #include "protocol/print_job.h"

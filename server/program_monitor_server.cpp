@@ -3,7 +3,7 @@
 #include "corvane/components/in_request.h"
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/messages.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "protocol/administration.h"
 #include "server/log_monitor.h"
 

@@ -3,7 +3,7 @@
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/registration.h"
 #include "server/access.h"
@@ -49,12 +49,12 @@ bool SessionHost::processRequest(CS_InRequest& request) {
   if (request.number() != static_cast<int>(protocol::Registration::kNumber))
     return CS_Component::processRequest(request);
   return logThrown(*m_application->log, "a print client's request", request, [&] {
-    bringPrinters(request);
+    registerPrinters(request);
     return true;
   });
 }
 
-void SessionHost::bringPrinters(CS_InRequest& request) {
+void SessionHost::registerPrinters(CS_InRequest& request) {
   auto registration = protocol::read<protocol::Registration>(request);
   answer(request, registration.session,
          admit(registration.session, std::move(registration.printers), registration.versions));

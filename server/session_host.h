@@ -19,7 +19,7 @@ class SessionHost : public CS_Component {
   bool processRequest(CS_InRequest& request) override;
 
  private:
-  void bringPrinters(CS_InRequest& request);
+  void registerPrinters(CS_InRequest& request);
   SessionTable::Admission admit(int session, std::vector<Printer> printers, const CS_ClassVersionMap& versions);
   void answer(CS_InRequest& request, int session, const SessionTable::Admission& admission);
   void leave() noexcept;

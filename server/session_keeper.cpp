@@ -1,7 +1,7 @@
 #include "server/session_keeper.h"
 
 #include "corvane/base/text.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 #include "server/printer_name.h"
 
 #include <algorithm>

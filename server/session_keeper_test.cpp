@@ -1,6 +1,6 @@
 #include "server/session_keeper.h"
 
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <csignal>
 #include <fstream>

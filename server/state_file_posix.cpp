@@ -1,4 +1,4 @@
-#include "programs/paths.h"
+#include "programs/text.h"
 #include "server/state_file.h"
 
 #include <cerrno>

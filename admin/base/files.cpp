@@ -2,7 +2,7 @@
 
 #include "admin/base/failure.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

@@ -9,7 +9,7 @@
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
 #include "corvane/records/host_properties.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -2,7 +2,7 @@
 #include "admin/install/installation.h"
 #include "admin/install/removal.h"
 #include "corvane/base/text.h"
-#include "programs/paths.h"
+#include "programs/text.h"
 
 #include <windows.h>
 

@@ -1,7 +1,7 @@
 #include "admin/commands/invocation.h"
 
 #include "corvane/records/exception.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

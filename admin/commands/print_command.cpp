@@ -5,7 +5,7 @@
 #include "admin/spooler/raw_document.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <windows.h>
 

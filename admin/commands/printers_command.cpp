@@ -3,7 +3,7 @@
 #include "admin/spooler/monitor_module.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -5,7 +5,7 @@
 #include "admin/sessions/test_session.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <windows.h>
 

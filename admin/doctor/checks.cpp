@@ -8,7 +8,7 @@
 #include "corvane/base/text.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/key.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <cwctype>
 

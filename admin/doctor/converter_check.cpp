@@ -2,7 +2,7 @@
 #include "admin/base/files.h"
 #include "admin/doctor/checks.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "util/win_handle.h"
 
 namespace admin {

@@ -1,7 +1,7 @@
 #include "admin/doctor/diagnosis.h"
 
 #include "corvane/records/exception.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <nlohmann/json.hpp>
 

@@ -11,7 +11,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"
 #include "corvane/records/messages.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 

@@ -2,7 +2,7 @@
 
 #include "corvane/components/component_server.h"
 #include "corvane/records/local_monitor.h"
-#include "programs/no_sink.h"
+#include "programs/main.h"
 #include "tests/support/scripted_peer.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ class OutcomeWatchTest : public testing::Test {
  protected:
   OutcomeWatchTest() {
     CS_ComponentServer::initialize(0, 0);
-    corvane::LocalMonitor::instance().setSink(std::make_unique<programs::NoSink>());
+    programs::silenceLocalLog();
   }
   ~OutcomeWatchTest() override { corvane::LocalMonitor::instance().setSink(nullptr); }
 

@@ -1,7 +1,6 @@
 #include "admin/sessions/session_facts_text.h"
 
-#include "programs/local_time.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 
 #include <nlohmann/json.hpp>
 

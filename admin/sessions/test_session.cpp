@@ -8,8 +8,8 @@
 #include "corvane/components/component_server.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"
-#include "programs/one_line.h"
-#include "programs/session_client.h"
+#include "programs/printer_registration.h"
+#include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 #include "protocol/print_job.h"
@@ -112,7 +112,7 @@ void TestSession::bringPrinter(int number, const std::wstring& driver) {
   protocol::Printer printer;
   printer.texts[0] = kPrinterName;
   printer.texts[protocol::Printer::kDriverText] = driver;
-  const protocol::Registration::Answer registration = programs::bringPrinters(m_connection, number, {printer});
+  const protocol::Registration::Answer registration = programs::registerPrinters(m_connection, number, {printer});
   if (!registration.isAccepted) {
     throw Failure(ExitCode::kFailed, "the server refuses the test session: " + corvane::toUtf8(registration.refusal),
                   "Look into the log of aps.");

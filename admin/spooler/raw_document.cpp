@@ -3,7 +3,7 @@
 #include "admin/base/failure.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "util/win_handle.h"
 
 #include <winspool.h>

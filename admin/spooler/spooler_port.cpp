@@ -5,7 +5,7 @@
 #include "admin/spooler/spooler_printer.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "util/win_handle.h"
 
 #include <winspool.h>

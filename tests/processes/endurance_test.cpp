@@ -2,7 +2,7 @@
 // The times of the jobs are printed, for scripts/test-long to judge.
 
 #include "corvane/records/exception.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_watch.h"
 #include "tests/processes/scene.h"

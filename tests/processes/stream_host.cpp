@@ -4,7 +4,7 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/class_factory.h"
 #include "corvane/components/component_server.h"
-#include "programs/one_line.h"
+#include "programs/text.h"
 #include "session/make_component.h"
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -18,5 +20,15 @@ std::string quoted(std::wstring_view text);
 
 // What a framework exception says, as UTF-8 text on one line: the message of its number, then its detail.
 std::string describe(const CS_Exception& failure);
+
+// A time as the wire has it: "2026-01-31T23:59:59Z".
+std::wstring utcText(std::chrono::system_clock::time_point time);
+// Such a time as a person reads it: local, with its offset (corvane/base/local_time.h). A text that is not a time is
+// returned as one line.
+std::string localTime(std::wstring_view utc);
+
+// File names are UTF-8 text everywhere in the programs; only here do they become what the platform wants.
+std::filesystem::path toPath(const std::string& utf8);
+std::string fromPath(const std::filesystem::path& path);
 
 }  // namespace programs

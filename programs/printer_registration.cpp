@@ -1,4 +1,4 @@
-#include "programs/session_client.h"
+#include "programs/printer_registration.h"
 
 #include "corvane/components/channel.h"
 #include "corvane/components/class_factory.h"
@@ -21,8 +21,8 @@ void registerSessionClientClass() {
                                                  new corvane::ComponentClass<CS_Component>(protocol::kVersion));
 }
 
-protocol::Registration::Answer bringPrinters(const CS_RCPtr<CS_Connection>& connection, int session,
-                                             const std::vector<protocol::Printer>& printers) {
+protocol::Registration::Answer registerPrinters(const CS_RCPtr<CS_Connection>& connection, int session,
+                                                const std::vector<protocol::Printer>& printers) {
   const auto factory = connection->getClassFactory(protocol::kSessionClientClass, protocol::kSessionHostClass, true);
   if (!factory) throw CS_Exception(corvane::kMissingObject, L"no class for the registration");
   const CS_RCPtr<CS_Component> component(factory->newInstance(0));
