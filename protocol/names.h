@@ -19,7 +19,7 @@ inline constexpr const wchar_t* kSessionHostClass = L"Quillfern::NTR::SessionHos
 inline constexpr const wchar_t* kAdministrationClientClass = L"Quillfern::NTR::AdministrationClient";  // in mgprintmon
 inline constexpr const wchar_t* kAdministrationServerClass = L"Quillfern::NTR::AdministrationServer";  // in aps
 
-// Of all these classes.
-inline constexpr CS_Version kVersion{4, 0, 1, 0};
+// Of all these classes: the version of the whole project, from CMakeLists.txt.
+extern const CS_Version kVersion;
 
 }  // namespace protocol

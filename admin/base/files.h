@@ -14,7 +14,7 @@ struct FileVersion {
   std::array<std::uint16_t, 4> numbers = {};
 
   auto operator<=>(const FileVersion&) const = default;
-  // "4.0.1.0"
+  // The numbers with full stops between them.
   std::string text() const;
 };
 

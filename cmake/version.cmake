@@ -1,0 +1,20 @@
+# The version of everything that is built here stands in project() alone; four numbers, as Windows has them.
+set(MG_VERSION "${PROJECT_VERSION}.0")
+string(REPLACE "." "," MG_VERSION_NUMBERS "${MG_VERSION}")
+
+# mg_version_resource(<target> <description>): gives a program or a module the version resource that Windows shows.
+function(mg_version_resource target description)
+  get_target_property(kind ${target} TYPE)
+  if(kind STREQUAL EXECUTABLE)
+    set(type VFT_APP)
+    set(extension exe)
+  else()
+    set(type VFT_DLL)
+    set(extension dll)
+  endif()
+  set(version "${MG_VERSION}")
+  set(numbers "${MG_VERSION_NUMBERS}")
+  set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
+  configure_file("${CMAKE_SOURCE_DIR}/cmake/version.rc.in" "${resource}" @ONLY)
+  target_sources(${target} PRIVATE "${resource}")
+endfunction()
