@@ -1,4 +1,4 @@
-#include "converter/words.h"
+#include "converter/ghostscript.h"
 
 #include <windows.h>
 

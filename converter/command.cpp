@@ -2,7 +2,6 @@
 
 #include "converter/conversion_error.h"
 #include "converter/convert.h"
-#include "converter/job_paths.h"
 #include "converter/limits.h"
 #include "converter/program_deadline.h"
 
@@ -58,3 +57,7 @@ int runCommand(int count, wchar_t** arguments) {
 }
 
 }  // namespace mg::converter
+
+int wmain(int count, wchar_t** arguments) {
+  return mg::converter::runCommand(count, arguments);
+}

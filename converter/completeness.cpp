@@ -107,9 +107,6 @@ void checkComplete(const Announcement& announced, const RunReport& report, const
   Judge(announced, report, pages).judge();
 }
 
-}  // namespace mg::converter
-
-namespace mg::converter {
 namespace {
 
 // "<</Type/Page ..." in any order of the keys, but not in a dictionary inside.

@@ -23,10 +23,6 @@ struct PdfPages {
 void checkEnding(const Announcement& announced, const RunReport& report);
 void checkComplete(const Announcement& announced, const RunReport& report, const PdfPages& pages);
 
-}  // namespace mg::converter
-
-namespace mg::converter {
-
 // The pages of a PDF file, counted as a reader finds them: through the trailer, the catalog and the root of the page
 // tree; and those that stand in the file but in no tree, which pdfwrite leaves of a page that was begun and never
 // shown. A file that is cut, empty or otherwise not whole is a ConversionError (kIncomplete) that says what is missing.

@@ -3,7 +3,6 @@
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
 #include "converter/private_folder.h"
-#include "converter/words.h"
 #include "tests/support/converter/convert_fixture.h"
 #include "util/win_handle.h"
 

@@ -117,9 +117,6 @@ std::string documentProgram(const std::string& marker) {
   return program.replace(program.find("MARKER"), 6, marker);
 }
 
-}  // namespace mg::converter
-
-namespace mg::converter {
 namespace {
 
 // A job may print anything; only what a log can show is repeated, and not much of it.

@@ -12,10 +12,6 @@ namespace mg::converter {
 // document is called for what the document did not catch, so no page of an error handler takes the place of its own.
 std::string documentProgram(const std::string& marker);
 
-}  // namespace mg::converter
-
-namespace mg::converter {
-
 // How the run of a document ended, as the program that ran it says in its last line.
 struct RunReport {
   enum class Ending {

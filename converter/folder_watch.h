@@ -12,7 +12,9 @@ namespace mg::converter {
 // Waits for names to come or go in one folder. File systems that announce no changes are looked at four times a second.
 class FolderWatch {
  public:
-  explicit FolderWatch(const std::wstring& folder);
+  explicit FolderWatch(const std::wstring& folder)
+      : m_change(FindFirstChangeNotificationW(folder.c_str(), FALSE,
+                                              FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME)) {}
 
   // Asks `isSo` until it answers true; false when it has not by `deadline` (GetTickCount64).
   template <typename Condition>
@@ -37,7 +39,13 @@ class FolderWatch {
     }
   };
 
-  void wait(DWORD milliseconds) const;
+  void wait(DWORD milliseconds) const {
+    if (!m_change) {
+      Sleep(milliseconds);
+    } else if (WaitForSingleObject(m_change.get(), milliseconds) == WAIT_OBJECT_0) {
+      FindNextChangeNotification(m_change.get());
+    }
+  }
 
   UniqueHandle<ChangeHandleTraits> m_change;
 };

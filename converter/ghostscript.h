@@ -1,10 +1,39 @@
 #pragma once
 
-#include "converter/runner.h"
+#include "converter/limits.h"
+#include "converter/private_folder.h"
 
 #include <string>
+#include <vector>
 
 namespace mg::converter {
+
+// One program to run in a private folder: its working directory is the folder, its temporary folder is
+// folder.temporary(), its standard output and standard error go to folder.said().
+struct RunRequest {
+  std::wstring program;
+  std::vector<std::wstring> arguments;
+  // The file that the program reads as its standard input. It never learns the name.
+  std::wstring input;
+};
+
+// How a program ended.
+enum class RunEnd {
+  kExited,
+  // It could not be started: it is missing or cannot be executed.
+  kNotStarted,
+  // It was stopped because it reached a limit.
+  kTimeLimit,
+  kOutputLimit,
+  // It was killed or crashed.
+  kKilled,
+};
+
+struct RunResult {
+  RunEnd end = RunEnd::kNotStarted;
+  // The exit code when it exited, the system's number when it was not started or killed.
+  int code = 0;
+};
 
 // The program to run: the configured one, else the newest installed one (under Wine the host's `gs`). Nothing found is
 // a ConversionError (kGhostscriptMissing).
@@ -13,5 +42,20 @@ std::wstring findGhostscript(const Limits& limits);
 // What Ghostscript is asked to do: to run the file `script` of its working directory, which runs what stands on the
 // standard input, and to write a PDF under the name that PrivateFolder gives its output.
 RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& script, const std::wstring& input);
+
+// Both runners block until the program has ended, and end it when this process does, however that ends. The limit of
+// the output holds for all files of the folder together; it is looked at ten times a second.
+
+// Runs a Windows program in a job object that carries the memory limit and ends it with this process. Environment
+// variables that would give Ghostscript further options are not handed on.
+RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
+
+// Runs a program of the host under Wine, through /bin/sh. Wine gives no handle for such a process, so the shell sets
+// the limits, waits, and leaves the exit code in a file of the private folder. What this process holds open of the
+// folder tells the shell that it lives; when it does no longer, the shell ends the program and removes the folder.
+RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
+
+// Joins words into a command line that CommandLineToArgvW and the C run time take apart into the same words.
+std::wstring argumentLine(const std::vector<std::wstring>& words);
 
 }  // namespace mg::converter

@@ -1,8 +1,7 @@
 #include "converter/conversion_error.h"
 #include "converter/folder_watch.h"
+#include "converter/ghostscript.h"
 #include "converter/host_shell.h"
-#include "converter/runner.h"
-#include "converter/words.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

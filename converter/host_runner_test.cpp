@@ -1,7 +1,7 @@
 // What the host's shell does around a program, under Wine.
+#include "converter/ghostscript.h"
 #include "converter/host_shell.h"
 #include "converter/private_folder.h"
-#include "converter/runner.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>

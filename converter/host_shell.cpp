@@ -1,7 +1,7 @@
 #include "converter/host_shell.h"
 
 #include "converter/conversion_error.h"
-#include "converter/words.h"
+#include "converter/ghostscript.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
@@ -12,6 +12,11 @@ namespace {
 template <typename Function>
 Function exportOf(const wchar_t* module, const char* name) {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(module), name)));
+}
+
+bool isPlain(unsigned char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         std::string_view("/._-=,:").find(static_cast<char>(c)) != std::string_view::npos;
 }
 
 }  // namespace
@@ -29,6 +34,29 @@ std::string hostPath(const std::wstring& path) {
   std::string result = bytes;
   HeapFree(GetProcessHeap(), 0, bytes);
   return result;
+}
+
+std::string shellWord(std::string_view bytes) {
+  bool plain = !bytes.empty();
+  std::string escaped;
+  for (const char each : bytes) {
+    const auto c = static_cast<unsigned char>(each);
+    if (isPlain(c)) {
+      escaped += each;
+      continue;
+    }
+    plain = false;
+    // "\0ooo" is the form that printf's %b takes; unlike the format itself, its result is not read again for "%".
+    escaped += "\\0";
+    for (const int shift : {6, 3, 0})
+      escaped += static_cast<char>('0' + ((c >> shift) & 7));
+  }
+  if (plain) return escaped;
+  return "\"$(printf %b '" + escaped + "')\"";
+}
+
+std::wstring shellCommandLine(const std::string& script) {
+  return argumentLine({L"sh", L"-c", std::wstring(script.begin(), script.end())});
 }
 
 void startShell(const std::string& script) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace mg::converter {
 
@@ -11,6 +12,14 @@ bool runsUnderWine();
 
 // The path by which the host knows a file.
 std::string hostPath(const std::wstring& path);
+
+// Writes any bytes as one word of a POSIX shell in ASCII characters only, so that no shell character in a name means
+// anything and no code page on the way can change a byte. NUL and line ends at the end, which no file name has, do not
+// survive.
+std::string shellWord(std::string_view bytes);
+
+// The Windows command line by which Wine starts `/bin/sh -c <script>` with exactly these words.
+std::wstring shellCommandLine(const std::string& script);
 
 // Starts `/bin/sh -c <script>` and returns at once: Wine gives no handle for a program of the host.
 void startShell(const std::string& script);

@@ -1,6 +1,5 @@
-#include "converter/job_paths.h"
-
 #include "converter/conversion_error.h"
+#include "converter/convert.h"
 
 #include <gtest/gtest.h>
 

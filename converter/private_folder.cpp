@@ -3,7 +3,6 @@
 #include "converter/conversion_error.h"
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
-#include "converter/words.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
@@ -74,9 +73,6 @@ bool removeFolder(const std::wstring& path) noexcept try {
   return false;
 }
 
-}  // namespace mg::converter
-
-namespace mg::converter {
 namespace {
 
 constexpr unsigned long long kLeastSize = 4096;
@@ -144,9 +140,6 @@ bool PrivateFolder::holdsMoreThan(unsigned long long bytes) const {
   return sum > bytes;
 }
 
-}  // namespace mg::converter
-
-namespace mg::converter {
 namespace {
 
 constexpr unsigned long long kHour = 3600ull * 10000000;  // in the unit of FILETIME

@@ -16,10 +16,6 @@ bool removeFolder(const std::wstring& path) noexcept;
 // The same with the calls of Windows alone.
 bool removeFolderWithWindows(const std::wstring& path) noexcept;
 
-}  // namespace mg::converter
-
-namespace mg::converter {
-
 // A folder of one run, made empty under a name that nobody can guess and removed with all that is in it when the
 // object goes. Ghostscript lets a PostScript job read, overwrite and delete whatever lies below its temporary folder,
 // so that folder must hold nothing but this run's own files. Belongs to one thread.
@@ -61,10 +57,6 @@ class PrivateFolder {
   FileHandle m_inUse;
   FileHandle m_sign;
 };
-
-}  // namespace mg::converter
-
-namespace mg::converter {
 
 // The names by which a run's folder is known: the prefix and 16 hexadecimal digits, and the file in it that the run
 // holds open while it lives.

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <thread>
+#include <utility>
 
 namespace mg::converter {
 
@@ -14,8 +15,17 @@ namespace mg::converter {
 class ProgramDeadline {
  public:
   // After `milliseconds`, calls `say` on a thread of its own and ends the process with `code`.
-  ProgramDeadline(DWORD milliseconds, unsigned code, std::function<void()> say);
-  ~ProgramDeadline();
+  ProgramDeadline(DWORD milliseconds, unsigned code, std::function<void()> say)
+      : m_isOver(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+        m_thread([isOver = m_isOver.get(), milliseconds, code, say = std::move(say)] {
+          if (WaitForSingleObject(isOver, milliseconds) != WAIT_TIMEOUT) return;
+          say();
+          TerminateProcess(GetCurrentProcess(), code);
+        }) {}
+  ~ProgramDeadline() {
+    SetEvent(m_isOver.get());
+    m_thread.join();
+  }
   ProgramDeadline(const ProgramDeadline&) = delete;
   ProgramDeadline& operator=(const ProgramDeadline&) = delete;
 

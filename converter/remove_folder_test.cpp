@@ -1,7 +1,6 @@
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
 #include "converter/private_folder.h"
-#include "converter/words.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-#include "converter/words.h"
+#include "converter/host_shell.h"
 
 #include <gtest/gtest.h>
 

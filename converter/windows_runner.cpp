@@ -1,6 +1,5 @@
 #include "converter/conversion_error.h"
-#include "converter/runner.h"
-#include "converter/words.h"
+#include "converter/ghostscript.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
@@ -71,7 +70,30 @@ RunResult waitWithinLimits(HANDLE process, const PrivateFolder& folder, const Li
   return {code >= 0xC0000000u ? RunEnd::kKilled : RunEnd::kExited, static_cast<int>(code)};
 }
 
+std::wstring quoted(const std::wstring& word) {
+  if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) return word;
+  std::wstring line = L"\"";
+  size_t backslashes = 0;
+  for (const wchar_t c : word) {
+    // Backslashes double only where a quote follows; in front of a quote inside the word one more escapes it.
+    if (c == L'"') line.append(backslashes + 1, L'\\');
+    backslashes = c == L'\\' ? backslashes + 1 : 0;
+    line += c;
+  }
+  line.append(backslashes, L'\\');
+  return line + L"\"";
+}
+
 }  // namespace
+
+std::wstring argumentLine(const std::vector<std::wstring>& words) {
+  std::wstring line;
+  for (const std::wstring& word : words) {
+    if (!line.empty()) line += L' ';
+    line += quoted(word);
+  }
+  return line;
+}
 
 RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const Limits& limits) {
   const ObjectHandle job = limitedJob(limits);

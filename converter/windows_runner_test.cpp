@@ -1,5 +1,5 @@
+#include "converter/ghostscript.h"
 #include "converter/private_folder.h"
-#include "converter/runner.h"
 #include "tests/support/import_seam.h"
 
 #include <windows.h>

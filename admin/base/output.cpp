@@ -2,12 +2,17 @@
 
 #include "corvane/base/text.h"
 
+#include <windows.h>
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {
 
 using corvane::printable;
+
+constexpr unsigned kWidth = 40;
 
 // A name with bytes that are no text is shown with replacement characters, never refused. Everything but ASCII is
 // escaped: it stays what it is for whoever reads the JSON, and does nothing to a terminal.
@@ -45,6 +50,37 @@ void Output::failure(const Failure& failure) {
 
 Json textValue(std::wstring_view text) {
   return corvane::toUtf8(text);
+}
+
+bool isTerminal() {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &mode) != 0;
+}
+
+bool isUnicodeTerminal() {
+  return isTerminal() && GetConsoleOutputCP() == CP_UTF8;
+}
+
+ProgressBar::ProgressBar(Output& output) : m_output(output), m_isShown(!output.isJson() && isTerminal()) {}
+
+ProgressBar::~ProgressBar() {
+  if (!m_last.empty()) m_output.stream() << "\n" << std::flush;
+}
+
+std::string ProgressBar::text(unsigned long long done, unsigned long long all) {
+  const unsigned long long percent = all == 0 ? 100 : std::min(done, all) * 100 / all;
+  const auto filled = static_cast<std::size_t>(percent * kWidth / 100);
+  const std::string number = std::to_string(percent);
+  return "[" + std::string(filled, '#') + std::string(kWidth - filled, ' ') + "] " +
+         std::string(3 - number.size(), ' ') + number + " %";
+}
+
+void ProgressBar::show(unsigned long long done, unsigned long long all) {
+  if (!m_isShown) return;
+  const std::string now = text(done, all);
+  if (now == m_last) return;
+  m_last = now;
+  m_output.stream() << "\r" << now << std::flush;
 }
 
 }  // namespace admin

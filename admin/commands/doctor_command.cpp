@@ -1,8 +1,7 @@
+#include "admin/base/output.h"
 #include "admin/commands/invocation.h"
-#include "admin/commands/progress_bar.h"
 #include "admin/doctor/checks.h"
 #include "admin/doctor/diagnosis.h"
-#include "admin/doctor/test_page.h"
 #include "admin/sessions/application_server.h"
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
@@ -23,14 +22,14 @@ struct Options {
   std::string driver, processor, keyFile;
 };
 
-std::string checkServer(int port, std::optional<ServerFacts>& facts) {
+std::string checkServer(int port, std::optional<protocol::ServerStatus>& facts) {
   facts = ApplicationServer(port).status();
   return "aps " + programs::oneLine(facts->version) + ", process " + std::to_string(facts->process) + ", runs since " +
          programs::oneLine(facts->since);
 }
 
 // Every printer that the client brings is here.
-void requirePrinters(const SessionFacts& session, const std::vector<SpoolerPrinter>& present) {
+void requirePrinters(const protocol::ListedSession& session, const std::vector<SpoolerPrinter>& present) {
   std::string names;
   for (const std::wstring& name : missingHere(session, present))
     names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
@@ -42,10 +41,10 @@ void requirePrinters(const SessionFacts& session, const std::vector<SpoolerPrint
 }
 
 // A session without a client is a fault only where its printers are up.
-void checkSessions(Diagnosis& diagnosis, const ServerFacts& facts) {
+void checkSessions(Diagnosis& diagnosis, const protocol::ServerStatus& facts) {
   const std::vector<std::wstring> ports = monitorPorts();
   const std::vector<SpoolerPrinter> present = localPrinters();
-  for (const SessionFacts& session : facts.sessions) {
+  for (const protocol::ListedSession& session : facts.sessions) {
     if (isTestSession(session.number)) continue;
     const bool isUp =
         std::find(ports.begin(), ports.end(), sessionPort(static_cast<unsigned>(session.number))) != ports.end();
@@ -69,7 +68,7 @@ ExitCode run(const Options& options, Output& output) {
   const bool isRegistered = diagnosis.examine("registration", checkRegistration);
   diagnosis.examine("registry", [&] { return checkRegistry(places); });
   diagnosis.examine("key file", [&] { return checkKeyFile(places); });
-  std::optional<ServerFacts> server;
+  std::optional<protocol::ServerStatus> server;
   diagnosis.examine("application server", [&] { return checkServer(options.serverPort, server); });
   diagnosis.examine("converter", [&] { return checkConverter(places); });
   diagnosis.examine("temporary folder", checkTemporaryFolder);

@@ -1,6 +1,5 @@
 #include "admin/commands/invocation.h"
 #include "admin/install/installation.h"
-#include "admin/install/removal.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
 

@@ -1,6 +1,5 @@
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
-#include "admin/sessions/session_facts_text.h"
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
 #include "admin/spooler/spooler_port.h"
@@ -25,11 +24,11 @@ struct Options {
 };
 
 ExitCode list(const Options& options, Output& output) {
-  const ServerFacts facts = ApplicationServer(options.serverPort).status();
+  const protocol::ServerStatus facts = ApplicationServer(options.serverPort).status();
   const std::vector<std::wstring> ports = monitorPorts();
   const std::vector<SpoolerPrinter> present = localPrinters();
   Json sessions = Json::array();
-  for (const SessionFacts& session : facts.sessions) {
+  for (const protocol::ListedSession& session : facts.sessions) {
     if (isTestSession(session.number)) continue;
     const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
     const bool isUp = std::find(ports.begin(), ports.end(), port) != ports.end();
@@ -52,8 +51,8 @@ ExitCode list(const Options& options, Output& output) {
 
 // A default printer belongs to a user, not to the machine: made here, it is that of whoever runs this program. So it is
 // carried over when this runs in the session itself, or on demand.
-void carryDefaultOver(const SessionFacts& session, const SessionChange& change, const Options& options, Output& output,
-                      Json& facts) {
+void carryDefaultOver(const protocol::ListedSession& session, const SessionChange& change, const Options& options,
+                      Output& output, Json& facts) {
   const std::wstring name = defaultPrinterOf(session);
   if (name.empty() || !change.isUp(name)) return;
   DWORD ownSession = 0;
@@ -72,8 +71,8 @@ void carryDefaultOver(const SessionFacts& session, const SessionChange& change, 
 
 ExitCode up(const Options& options, Output& output) {
   ApplicationServer server(options.serverPort);
-  const ServerFacts facts = server.status();
-  const SessionFacts* const session = facts.session(options.session);
+  const protocol::ServerStatus facts = server.status();
+  const protocol::ListedSession* const session = facts.session(options.session);
   if (session == nullptr) {
     throw Failure(ExitCode::kNotFound,
                   "no print client of session " + std::to_string(options.session) + " has registered",

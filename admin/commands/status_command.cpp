@@ -1,11 +1,10 @@
 #include "admin/base/files.h"
-#include "admin/base/log_tail.h"
 #include "admin/base/places.h"
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
-#include "admin/sessions/session_facts_text.h"
+#include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
-#include "admin/spooler/spooler_monitor.h"
+#include "admin/spooler/monitor_module.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
 #include "corvane/records/host_properties.h"
@@ -56,14 +55,15 @@ void sayRecords(const std::string& from, const std::vector<std::string>& lines, 
 }
 
 void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
-  std::vector<Notice> failed;
-  for (Notice& notice : server.notices(0, 0).notices) {
-    if (notice.kind == Notice::kJobNotice && notice.value(L"result") == L"failed") failed.push_back(std::move(notice));
+  std::vector<protocol::Notice> failed;
+  for (protocol::Notice& notice : server.notices(0, 0).notices) {
+    if (notice.kind == protocol::Notice::kJobNotice && notice.value(L"result") == L"failed")
+      failed.push_back(std::move(notice));
   }
   if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);
   Json jobs = Json::array();
   output.line(failed.empty() ? "no failed jobs since the server runs" : "last failed jobs:");
-  for (const Notice& notice : failed) {
+  for (const protocol::Notice& notice : failed) {
     Json values;
     const std::map<std::wstring, std::wstring> named(notice.values.rbegin(), notice.values.rend());
     for (const auto& [name, value] : named)
@@ -76,9 +76,9 @@ void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
 
 void sayServer(int port, Output& output, Json& facts) try {
   ApplicationServer server(port);
-  const ServerFacts status = server.status();
+  const protocol::ServerStatus status = server.status();
   Json sessions = Json::array();
-  for (const SessionFacts& session : status.sessions) {
+  for (const protocol::ListedSession& session : status.sessions) {
     if (!isTestSession(session.number)) sessions.push_back(sessionJson(session));
   }
   facts["server"] = {{"reachable", true},
@@ -89,7 +89,7 @@ void sayServer(int port, Output& output, Json& facts) try {
   output.line("server:  aps " + oneLine(status.version) + ", process " + std::to_string(status.process) +
               ", runs since " + localTime(status.since));
   if (sessions.empty()) output.line("no print client has registered");
-  for (const SessionFacts& session : status.sessions) {
+  for (const protocol::ListedSession& session : status.sessions) {
     if (!isTestSession(session.number)) saySession(session, output);
   }
   std::vector<std::string> lines;

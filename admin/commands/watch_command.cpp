@@ -61,7 +61,7 @@ void follow(int serverPort, SessionWatch& watch, ApplicationServer*& followed, S
 ExitCode run(const Options& options, Output& output) {
   const SessionOptions made{corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor)};
   ApplicationServer* server = nullptr;  // while one is followed
-  SessionWatch watch({[&made](const SessionFacts& session) { return bringUp(session, made); }, takeDown,
+  SessionWatch watch({[&made](const protocol::ListedSession& session) { return bringUp(session, made); }, takeDown,
                       [](unsigned session) { return hasPort(sessionPort(session)); },
                       [&server](int session, const RefusedPrinter& printer) { server->tellRefusal(session, printer); }},
                      std::chrono::seconds(options.graceSeconds), output);

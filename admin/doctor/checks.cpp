@@ -4,7 +4,6 @@
 #include "admin/base/files.h"
 #include "admin/base/registry_value.h"
 #include "admin/spooler/monitor_module.h"
-#include "admin/spooler/spooler_monitor.h"
 #include "corvane/base/text.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/key.h"
@@ -158,11 +157,12 @@ std::string otherLanguageOf(const std::wstring& driver) {
   return {};
 }
 
-std::string checkDrivers(const std::vector<SessionFacts>& sessions, const std::vector<SpoolerPrinter>& present) {
+std::string checkDrivers(const std::vector<protocol::ListedSession>& sessions,
+                         const std::vector<SpoolerPrinter>& present) {
   std::string wrong;
   int count = 0;
-  for (const SessionFacts& session : sessions) {
-    for (const ClientPrinterFacts& printer : session.printers) {
+  for (const protocol::ListedSession& session : sessions) {
+    for (const protocol::ListedPrinter& printer : session.printers) {
       for (const SpoolerPrinter& here : present) {
         if (printer.format != protocol::DataFormat::kPdf || here.name != printer.localName) continue;
         ++count;

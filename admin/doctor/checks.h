@@ -1,8 +1,8 @@
 #pragma once
 
 #include "admin/base/places.h"
-#include "admin/sessions/server_facts.h"
 #include "admin/spooler/spooler_printer.h"
+#include "protocol/administration.h"
 
 #include <string>
 #include <vector>
@@ -27,9 +27,23 @@ std::string checkConverter(const Places& places);
 // Examines the drivers of the sessions' printers that want PDF. Converted is only what begins as PostScript, and what a
 // driver sends shows with the first document; but the names of many say that it is another language. Gives what it
 // found in words and throws a Failure.
-std::string checkDrivers(const std::vector<SessionFacts>& sessions, const std::vector<SpoolerPrinter>& present);
+std::string checkDrivers(const std::vector<protocol::ListedSession>& sessions,
+                         const std::vector<SpoolerPrinter>& present);
 
 // The language other than PostScript that a driver of that name sends; empty when its name names none.
 std::string otherLanguageOf(const std::wstring& driver);
+
+// What the test page is printed with.
+struct TestPageOptions {
+  int serverPort = 0;      // 0: the registry's
+  std::wstring driver;     // empty: the first one that is installed
+  std::wstring processor;  // empty: winprint
+  std::string keyFile;     // of the test session; empty: none
+};
+
+// Prints a page the whole way round: a session of this program's own, its port and printer, the spooler, the monitor,
+// the server, and back here, where it is compared. Everything is removed again. Gives what happened in words; throws a
+// Failure.
+std::string printTestPage(const protocol::ServerStatus& server, const TestPageOptions& options);
 
 }  // namespace admin

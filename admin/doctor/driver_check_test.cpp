@@ -6,11 +6,11 @@
 namespace admin {
 namespace {
 
-SessionFacts sessionWith(const std::wstring& name, int format) {
-  ClientPrinterFacts printer;
+protocol::ListedSession sessionWith(const std::wstring& name, int format) {
+  protocol::ListedPrinter printer;
   printer.localName = name;
   printer.format = static_cast<protocol::DataFormat>(format);
-  SessionFacts session;
+  protocol::ListedSession session;
   session.number = 5;
   session.printers = {printer};
   return session;

@@ -3,7 +3,7 @@
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/base/places.h"
-#include "admin/spooler/spooler_monitor.h"
+#include "admin/spooler/monitor_module.h"
 #include "corvane/base/text.h"
 
 namespace admin {

@@ -3,7 +3,6 @@
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/base/registry_value.h"
-#include "admin/install/removal.h"
 #include "tests/support/admin/installation_fixture.h"
 
 #include <gmock/gmock.h>

@@ -1,10 +1,9 @@
-#include "admin/install/removal.h"
-
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/base/registry_value.h"
+#include "admin/install/installation.h"
 #include "admin/install/installation_record.h"
-#include "admin/spooler/spooler_monitor.h"
+#include "admin/spooler/monitor_module.h"
 #include "admin/spooler/spooler_port.h"
 #include "admin/spooler/spooler_printer.h"
 #include "admin/spooler/wine_spooler.h"

@@ -1,8 +1,7 @@
-#include "admin/install/removal.h"
-
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/base/registry_value.h"
+#include "admin/install/installation.h"
 #include "tests/support/admin/installation_fixture.h"
 
 #include <gmock/gmock.h>

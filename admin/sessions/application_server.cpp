@@ -58,21 +58,21 @@ auto asking(int port, Ask&& ask) {
 }
 
 // Adds what a page tells; a session that the page before has begun gets the rest of its printers.
-void addPage(ServerFacts& facts, ServerFacts&& page) {
-  std::vector<SessionFacts> sessions = std::move(facts.sessions);
-  std::vector<SessionFacts> more = std::move(page.sessions);
+void addPage(protocol::ServerStatus& facts, protocol::ServerStatus&& page) {
+  std::vector<protocol::ListedSession> sessions = std::move(facts.sessions);
+  std::vector<protocol::ListedSession> more = std::move(page.sessions);
   facts = std::move(page);
   auto from = more.begin();
   if (from != more.end() && !sessions.empty() && sessions.back().number == from->number) {
     auto& printers = sessions.back().printers;
-    if (printers.size() + from->printers.size() > static_cast<std::size_t>(SessionFacts::kPrinters.most)) {
+    if (printers.size() + from->printers.size() > static_cast<std::size_t>(protocol::ListedSession::kPrinters.most)) {
       throwViolation(L"too many printers of session %d", from->number);
     }
     std::move(from->printers.begin(), from->printers.end(), std::back_inserter(printers));
     ++from;
   }
   std::move(from, more.end(), std::back_inserter(sessions));
-  if (sessions.size() > static_cast<std::size_t>(ServerFacts::kSessions.most)) {
+  if (sessions.size() > static_cast<std::size_t>(protocol::ServerStatus::kSessions.most)) {
     throwViolation(L"%d sessions", static_cast<int>(sessions.size()));
   }
   facts.sessions = std::move(sessions);
@@ -104,9 +104,9 @@ ApplicationServer::~ApplicationServer() {
   CS_Connection::destroy(m_connection, true);
 }
 
-ServerFacts ApplicationServer::status() {
+protocol::ServerStatus ApplicationServer::status() {
   return asking(m_port, [this] {
-    ServerFacts facts;
+    protocol::ServerStatus facts;
     protocol::StatusPage asked;
     while (true) {
       protocol::StatusPage::Answer page = protocol::ask(m_component, asked, kReplyMilliseconds);
@@ -150,19 +150,20 @@ void ApplicationServer::tellRefusal(int session, const RefusedPrinter& printer) 
   });
 }
 
-Notices ApplicationServer::notices(int after, unsigned waitMilliseconds, unsigned patienceMilliseconds) {
+protocol::Notices::Answer ApplicationServer::notices(int after, unsigned waitMilliseconds,
+                                                     unsigned patienceMilliseconds) {
   return asking(m_port, [this, after, waitMilliseconds, patienceMilliseconds] {
     return protocol::ask(m_component, protocol::Notices{after, static_cast<int>(waitMilliseconds)},
                          waitMilliseconds + patienceMilliseconds);
   });
 }
 
-bool AwaitedJob::isOf(const Notice& notice) const {
-  return notice.kind == Notice::kJobNotice && notice.value(L"job") == std::to_wstring(number) &&
+bool AwaitedJob::isOf(const protocol::Notice& notice) const {
+  return notice.kind == protocol::Notice::kJobNotice && notice.value(L"job") == std::to_wstring(number) &&
          notice.value(L"printer") == printer && (process == 0 || notice.value(L"process") == std::to_wstring(process));
 }
 
-JobOutcome JobOutcome::of(const Notice& notice) {
+JobOutcome JobOutcome::of(const protocol::Notice& notice) {
   JobOutcome outcome;
   outcome.result = notice.value(L"result");
   outcome.isPrinted = outcome.result == L"delivered" || outcome.result == L"shown";

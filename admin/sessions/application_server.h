@@ -1,9 +1,9 @@
 #pragma once
 
-#include "admin/sessions/server_facts.h"
 #include "admin/sessions/session_printers.h"
 #include "corvane/components/component.h"
 #include "corvane/components/connection.h"
+#include "protocol/administration.h"
 
 #include <string>
 #include <vector>
@@ -20,12 +20,13 @@ class ApplicationServer {
   ApplicationServer(const ApplicationServer&) = delete;
   ApplicationServer& operator=(const ApplicationServer&) = delete;
 
-  ServerFacts status();
+  protocol::ServerStatus status();
   // The latest lines of its log that tell of a failure, oldest first.
   std::vector<std::wstring> records(int most);
   // What was noticed after that number, waiting that long for the first one; -1 asks for the latest number only.
   // The server has the patience on top of that for its answer.
-  Notices notices(int after, unsigned waitMilliseconds, unsigned patienceMilliseconds = kReplyMilliseconds);
+  protocol::Notices::Answer notices(int after, unsigned waitMilliseconds,
+                                    unsigned patienceMilliseconds = kReplyMilliseconds);
   // Tells it that a session's printer cannot be had on this machine, for its log and for the session's print client.
   void tellRefusal(int session, const RefusedPrinter& printer);
 
@@ -44,7 +45,7 @@ struct AwaitedJob {
   std::wstring printer;
   unsigned long process = 0;  // 0: whichever
 
-  bool isOf(const Notice& notice) const;
+  bool isOf(const protocol::Notice& notice) const;
 };
 
 // How a job ended, as its notice says.
@@ -53,7 +54,7 @@ struct JobOutcome {
   std::wstring result;  // "delivered", "shown" or "failed"
   std::wstring session, bytes, cause, remedy;
 
-  static JobOutcome of(const Notice& notice);
+  static JobOutcome of(const protocol::Notice& notice);
 };
 
 }  // namespace admin

@@ -100,12 +100,12 @@ TEST_F(ApplicationServerTest, SaysItsSessionsAndTheirPrinters) {
     writePrinter(reply, L"Ink", true);
     reply.writeBoolean(false);
   });
-  const ServerFacts facts = ApplicationServer(peer.port()).status();
+  const protocol::ServerStatus facts = ApplicationServer(peer.port()).status();
   EXPECT_EQ(facts.version, L"4.0.1.0");
   EXPECT_EQ(facts.process, 77);
   EXPECT_EQ(facts.since, L"2026-01-31T23:59:59Z");
   EXPECT_EQ(facts.session(6), nullptr);
-  const SessionFacts* const session = facts.session(5);
+  const protocol::ListedSession* const session = facts.session(5);
   ASSERT_NE(session, nullptr);
   EXPECT_TRUE(session->isConnected);
   EXPECT_EQ(session->since, L"2026-02-01T00:00:00Z");
@@ -144,7 +144,7 @@ TEST_F(ApplicationServerTest, GivesNoticesWithTheirValues) {
       reply.writeText(text);
     reply.writeBoolean(false);
   });
-  const Notices notices = ApplicationServer(peer.port()).notices(11, 250);
+  const protocol::Notices::Answer notices = ApplicationServer(peer.port()).notices(11, 250);
   EXPECT_EQ(notices.latest, 12);
   ASSERT_THAT(notices.notices, SizeIs(1));
   EXPECT_EQ(notices.notices[0].kind, L"job");
@@ -197,9 +197,9 @@ TEST_F(ApplicationServerTest, IsAskedForPagesUntilThereAreNoMore) {
     ++page;
   });
   std::wstring all;
-  for (const SessionFacts& session : ApplicationServer(peer.port()).status().sessions) {
+  for (const protocol::ListedSession& session : ApplicationServer(peer.port()).status().sessions) {
     all += std::to_wstring(session.number) + L":";
-    for (const ClientPrinterFacts& printer : session.printers)
+    for (const protocol::ListedPrinter& printer : session.printers)
       all += L" " + printer.name();
     all += L"; ";
   }

@@ -5,8 +5,8 @@
 namespace admin {
 namespace {
 
-Notice jobNotice() {
-  Notice notice;
+protocol::Notice jobNotice() {
+  protocol::Notice notice;
   notice.kind = L"job";
   notice.values = {{L"job", L"3"},         {L"printer", L"Laser"},    {L"process", L"99"},
                    {L"result", L"failed"}, {L"cause", L"No client."}, {L"remedy", L"Start it."}};
@@ -25,13 +25,13 @@ TEST(AwaitedJob, OfAProcessIsNotThatOfAnotherOne) {
 }
 
 TEST(AwaitedJob, IsNoOtherKindOfNotice) {
-  Notice notice = jobNotice();
+  protocol::Notice notice = jobNotice();
   notice.kind = L"session";
   EXPECT_FALSE((AwaitedJob{3, L"Laser", 0}.isOf(notice)));
 }
 
 TEST(JobOutcome, IsPrintedWhenItWasDeliveredOrShown) {
-  Notice notice = jobNotice();
+  protocol::Notice notice = jobNotice();
   EXPECT_FALSE(JobOutcome::of(notice).isPrinted);
   EXPECT_EQ(JobOutcome::of(notice).cause, L"No client.");
   EXPECT_EQ(JobOutcome::of(notice).remedy, L"Start it.");

@@ -37,8 +37,8 @@ void OutcomeWatch::connect() try {
 
 std::optional<JobOutcome> OutcomeWatch::ask(const AwaitedJob& job, long long left) try {
   const auto wait = static_cast<unsigned>(std::min(left, kLongestWait));
-  const Notices news = m_server->notices(m_after, wait, kPatience);
-  for (const Notice& notice : news.notices) {
+  const protocol::Notices::Answer news = m_server->notices(m_after, wait, kPatience);
+  for (const protocol::Notice& notice : news.notices) {
     if (job.isOf(notice)) return JobOutcome::of(notice);
   }
   m_after = news.latest;

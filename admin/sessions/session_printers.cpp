@@ -5,8 +5,10 @@
 #include "admin/base/registry_value.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
+#include "programs/text.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {
@@ -25,13 +27,13 @@ std::wstring configuredDriver() {
 }
 
 // Empty when none is installed.
-std::wstring driverFor(const ClientPrinterFacts& printer, const std::wstring& substitute,
+std::wstring driverFor(const protocol::ListedPrinter& printer, const std::wstring& substitute,
                        const std::vector<std::wstring>& installed) {
   if (holds(installed, printer.driver())) return printer.driver();
   return holds(installed, substitute) ? substitute : std::wstring();
 }
 
-RefusedPrinter refusal(const ClientPrinterFacts& printer, const std::wstring& substitute) {
+RefusedPrinter refusal(const protocol::ListedPrinter& printer, const std::wstring& substitute) {
   std::string text = "printer \"" + toUtf8(printer.localName) + "\" needs the driver \"" + toUtf8(printer.driver()) +
                      "\", which is not installed";
   if (!substitute.empty()) text += ", nor is \"" + toUtf8(substitute) + "\" in its place";
@@ -77,12 +79,12 @@ bool SessionChange::isUp(const std::wstring& name) const {
   return holds(added, name) || holds(changed, name) || holds(kept, name);
 }
 
-PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& options,
+PrinterPlan planPrinters(const protocol::ListedSession& session, const SessionOptions& options,
                          const std::vector<std::wstring>& installed) {
   const std::wstring substitute = options.driver.empty() ? configuredDriver() : options.driver;
   const std::wstring processor = options.processor.empty() ? L"winprint" : options.processor;
   PrinterPlan plan;
-  for (const ClientPrinterFacts& printer : session.printers) {
+  for (const protocol::ListedPrinter& printer : session.printers) {
     const std::wstring driver = driverFor(printer, substitute, installed);
     if (driver.empty()) {
       plan.refused.push_back(refusal(printer, substitute));
@@ -94,9 +96,10 @@ PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& opti
   return plan;
 }
 
-std::vector<std::wstring> missingHere(const SessionFacts& session, const std::vector<SpoolerPrinter>& present) {
+std::vector<std::wstring> missingHere(const protocol::ListedSession& session,
+                                      const std::vector<SpoolerPrinter>& present) {
   std::vector<std::wstring> missing;
-  for (const ClientPrinterFacts& printer : session.printers) {
+  for (const protocol::ListedPrinter& printer : session.printers) {
     if (find(present, printer.localName) == nullptr) missing.push_back(printer.localName);
   }
   return missing;
@@ -113,7 +116,7 @@ void makePrinters(const std::vector<SpoolerPrinter>& planned, const std::vector<
   }
 }
 
-SessionChange bringUp(const SessionFacts& session, const SessionOptions& options) {
+SessionChange bringUp(const protocol::ListedSession& session, const SessionOptions& options) {
   const PrinterPlan plan = planPrinters(session, options, installedDrivers());
   const std::vector<SpoolerPrinter>& planned = plan.printers;
   const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
@@ -141,11 +144,87 @@ SessionChange takeDown(unsigned session) {
   return change;
 }
 
-std::wstring defaultPrinterOf(const SessionFacts& session) {
-  for (const ClientPrinterFacts& printer : session.printers) {
+std::wstring defaultPrinterOf(const protocol::ListedSession& session) {
+  for (const protocol::ListedPrinter& printer : session.printers) {
     if (printer.isDefault) return printer.localName;
   }
   return {};
+}
+
+namespace {
+
+using programs::oneLine;
+
+std::string formatWord(protocol::DataFormat format) {
+  const protocol::DataFormatNames* const names = protocol::namesOf(format);
+  return names != nullptr ? std::string(names->word) : "unknown";
+}
+
+Json namesJson(const std::vector<std::wstring>& names) {
+  Json list = Json::array();
+  for (const std::wstring& name : names)
+    list.push_back(textValue(name));
+  return list;
+}
+
+}  // namespace
+
+Json sessionJson(const protocol::ListedSession& session) {
+  Json printers = Json::array();
+  for (const protocol::ListedPrinter& printer : session.printers) {
+    printers.push_back({{"name", textValue(printer.localName)},
+                        {"clientName", textValue(printer.name())},
+                        {"driver", textValue(printer.driver())},
+                        {"format", formatWord(printer.format)},
+                        {"default", printer.isDefault}});
+  }
+  return {{"session", session.number},
+          {"connected", session.isConnected},
+          {"since", textValue(session.since)},
+          {"printers", printers}};
+}
+
+void saySession(const protocol::ListedSession& session, Output& output) {
+  output.line("session " + std::to_string(session.number) + ": print client " +
+              (session.isConnected ? "connected" : "gone") + " since " + programs::localTime(session.since));
+  for (const protocol::ListedPrinter& printer : session.printers) {
+    output.line("  \"" + oneLine(printer.localName) + "\", driver \"" + oneLine(printer.driver()) + "\", format " +
+                formatWord(printer.format) + (printer.isDefault ? ", the client's default" : ""));
+  }
+}
+
+Json changeJson(int session, const SessionChange& change) {
+  Json refused = Json::array();
+  for (const RefusedPrinter& printer : change.refused)
+    refused.push_back(printer.why);
+  return {{"session", session},
+          {"portAdded", change.portAdded},
+          {"portRemoved", change.portRemoved},
+          {"added", namesJson(change.added)},
+          {"changed", namesJson(change.changed)},
+          {"kept", namesJson(change.kept)},
+          {"removed", namesJson(change.removed)},
+          {"refused", refused}};
+}
+
+void sayChange(int session, const SessionChange& change, Output& output) {
+  const std::string port = "port CPP" + std::to_string(session);
+  if (change.portAdded) output.line(port + " was added");
+  for (const std::wstring& name : change.added)
+    output.line("printer \"" + oneLine(name) + "\" was added");
+  for (const std::wstring& name : change.changed)
+    output.line("printer \"" + oneLine(name) + "\" was changed");
+  for (const std::wstring& name : change.kept)
+    output.line("printer \"" + oneLine(name) + "\" is already there");
+  for (const std::wstring& name : change.removed)
+    output.line("printer \"" + oneLine(name) + "\" was removed");
+  for (std::size_t i = 0; i < change.refused.size(); ++i) {
+    output.line(change.refused[i].why);
+    // Several may have the same one.
+    const bool isLast = i + 1 == change.refused.size() || change.refused[i + 1].remedy != change.refused[i].remedy;
+    if (isLast) output.line("  " + change.refused[i].remedy);
+  }
+  if (change.portRemoved) output.line(port + " was deleted");
 }
 
 }  // namespace admin

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "admin/sessions/server_facts.h"
+#include "admin/base/output.h"
 #include "admin/spooler/spooler_printer.h"
+#include "protocol/administration.h"
 
 #include <string>
 #include <vector>
@@ -48,7 +49,7 @@ inline constexpr char kDriverRemedy[] =
 
 // Each has the name that the server gave, the session's port, and the client's driver if it is installed, otherwise the
 // options' or the registry's. One for which neither is installed is refused.
-PrinterPlan planPrinters(const SessionFacts& session, const SessionOptions& options,
+PrinterPlan planPrinters(const protocol::ListedSession& session, const SessionOptions& options,
                          const std::vector<std::wstring>& installedDrivers);
 
 // Makes each planned printer, or changes the one of that name which is there, and writes down what became of it. One
@@ -58,15 +59,26 @@ void makePrinters(const std::vector<SpoolerPrinter>& planned, const std::vector<
 
 // Makes the session's port and printers as planned, and removes printers of its port that the client does not bring.
 // Throws a Failure; calling it again goes on where it stopped.
-SessionChange bringUp(const SessionFacts& session, const SessionOptions& options);
+SessionChange bringUp(const protocol::ListedSession& session, const SessionOptions& options);
 
 // The session's printers that are not there although the session is up; the list is that of this machine's printers.
-std::vector<std::wstring> missingHere(const SessionFacts& session, const std::vector<SpoolerPrinter>& present);
+std::vector<std::wstring> missingHere(const protocol::ListedSession& session,
+                                      const std::vector<SpoolerPrinter>& present);
 
 // Removes the session's printers and its port; nothing when there is no port.
 SessionChange takeDown(unsigned session);
 
 // The name of the client's default printer here; empty when it has none.
-std::wstring defaultPrinterOf(const SessionFacts& session);
+std::wstring defaultPrinterOf(const protocol::ListedSession& session);
+
+// How sessions and what was done to them are said, for the commands that have to do with them.
+
+Json sessionJson(const protocol::ListedSession& session);
+// "session 5: print client connected since ..., port CPP5 is there", then a line for each printer.
+void saySession(const protocol::ListedSession& session, Output& output);
+
+Json changeJson(int session, const SessionChange& change);
+// A line for each thing that was done.
+void sayChange(int session, const SessionChange& change, Output& output);
 
 }  // namespace admin

@@ -17,12 +17,12 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-SessionFacts sessionWith(const std::wstring& driver) {
-  ClientPrinterFacts printer;
+protocol::ListedSession sessionWith(const std::wstring& driver) {
+  protocol::ListedPrinter printer;
   printer.localName = L"Laser-2 (session 5)";
   printer.texts[0] = L"Laser-2";
   printer.texts[protocol::Printer::kDriverText] = driver;
-  SessionFacts session;
+  protocol::ListedSession session;
   session.number = 5;
   session.printers = {printer};
   return session;
@@ -84,13 +84,13 @@ TEST(SessionPrinters, OneThatTheSpoolerRefusesKeepsNoneOfTheOthersFromComingUp) 
 }
 
 TEST(SessionPrinters, AreMissingWhenTheSpoolerHasNoneOfThatName) {
-  const SessionFacts session = sessionWith(L"Own");
+  const protocol::ListedSession session = sessionWith(L"Own");
   EXPECT_THAT(missingHere(session, {}), ElementsAre(L"Laser-2 (session 5)"));
   EXPECT_THAT(missingHere(session, {{L"Laser-2 (session 5)", L"CPP5", L"", L"", L""}}), IsEmpty());
 }
 
 TEST(SessionPrinters, TheDefaultIsTheOneThatTheClientSays) {
-  SessionFacts session = sessionWith(L"Own");
+  protocol::ListedSession session = sessionWith(L"Own");
   EXPECT_EQ(defaultPrinterOf(session), L"");
   session.printers[0].isDefault = true;
   EXPECT_EQ(defaultPrinterOf(session), L"Laser-2 (session 5)");

@@ -1,21 +1,21 @@
 #include "admin/sessions/session_watch.h"
 
 #include "admin/base/failure.h"
-#include "admin/sessions/session_facts_text.h"
+#include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
 
 #include <nlohmann/json.hpp>
 
 namespace admin {
 
-void SessionWatch::see(const ServerFacts& facts, Clock::time_point now) {
+void SessionWatch::see(const protocol::ServerStatus& facts, Clock::time_point now) {
   if (m_isAway) {
     m_isAway = false;
     m_output.line("the application server is back");
     m_output.event({{"event", "server back"}});
   }
   std::set<int> absent = m_up;
-  for (const SessionFacts& session : facts.sessions) {
+  for (const protocol::ListedSession& session : facts.sessions) {
     if (isTestSession(session.number)) continue;
     if (session.isConnected) {
       absent.erase(session.number);
@@ -39,7 +39,7 @@ void SessionWatch::seeNothing(const std::string& why) {
   m_output.event({{"event", "server away"}, {"why", why}});
 }
 
-void SessionWatch::keepUp(const SessionFacts& session) try {
+void SessionWatch::keepUp(const protocol::ListedSession& session) try {
   const SessionChange change = m_actions.up(session);
   m_up.insert(session.number);
   tell("up", session.number, change);

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "admin/base/output.h"
-#include "admin/sessions/server_facts.h"
 #include "admin/sessions/session_printers.h"
+#include "protocol/administration.h"
 
 #include <chrono>
 #include <functional>
@@ -23,7 +23,7 @@ class SessionWatch {
 
   // What is done about a session; bringUp and takeDown, but for tests.
   struct Actions {
-    std::function<SessionChange(const SessionFacts& session)> up;
+    std::function<SessionChange(const protocol::ListedSession& session)> up;
     std::function<SessionChange(unsigned session)> down;
     std::function<bool(unsigned session)> isUp;
     std::function<void(int session, const RefusedPrinter& printer)> tellRefusal;  // to whom it may concern
@@ -33,12 +33,12 @@ class SessionWatch {
       : m_actions(std::move(actions)), m_grace(grace), m_output(output) {}
 
   // The server has said this.
-  void see(const ServerFacts& facts, Clock::time_point now);
+  void see(const protocol::ServerStatus& facts, Clock::time_point now);
   // The server cannot be asked.
   void seeNothing(const std::string& why);
 
  private:
-  void keepUp(const SessionFacts& session);
+  void keepUp(const protocol::ListedSession& session);
   void keepDown(int session, Clock::time_point now);
   // Tells of the printers unless that was told already, to the client that is there.
   void tellRefused(int session, const std::vector<RefusedPrinter>& refused);

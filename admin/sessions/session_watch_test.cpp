@@ -11,8 +11,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-SessionFacts session(int number, bool isConnected) {
-  SessionFacts facts;
+protocol::ListedSession session(int number, bool isConnected) {
+  protocol::ListedSession facts;
   facts.number = number;
   facts.isConnected = isConnected;
   return facts;
@@ -23,16 +23,16 @@ class SessionWatchTest : public testing::Test {
  protected:
   SessionWatchTest()
       : output(out, out, false),
-        watch(
-            {[this](const SessionFacts& facts) { return up(facts); }, [this](unsigned number) { return down(number); },
-             [this](unsigned number) { return present.count(static_cast<int>(number)) == 1; },
-             [this](int number, const RefusedPrinter& printer) {
-               if (serverIsAway) throw Failure(ExitCode::kServerAway, "away", "");
-               told.push_back(std::to_string(number) + " " + printer.why);
-             }},
-            10s, output) {}
+        watch({[this](const protocol::ListedSession& facts) { return up(facts); },
+               [this](unsigned number) { return down(number); },
+               [this](unsigned number) { return present.count(static_cast<int>(number)) == 1; },
+               [this](int number, const RefusedPrinter& printer) {
+                 if (serverIsAway) throw Failure(ExitCode::kServerAway, "away", "");
+                 told.push_back(std::to_string(number) + " " + printer.why);
+               }},
+              10s, output) {}
 
-  SessionChange up(const SessionFacts& facts) {
+  SessionChange up(const protocol::ListedSession& facts) {
     if (!trouble.empty()) throw Failure(ExitCode::kFailed, trouble, "Mend it.");
     SessionChange change;
     change.refused = refused;
@@ -45,8 +45,8 @@ class SessionWatchTest : public testing::Test {
     change.portRemoved = true;
     return change;
   }
-  void see(std::vector<SessionFacts> sessions, std::chrono::seconds at) {
-    ServerFacts facts;
+  void see(std::vector<protocol::ListedSession> sessions, std::chrono::seconds at) {
+    protocol::ServerStatus facts;
     facts.sessions = std::move(sessions);
     watch.see(facts, SessionWatch::Clock::time_point() + 1000s + at);
   }

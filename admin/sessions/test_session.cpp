@@ -39,9 +39,9 @@ bool isTestSession(int number) {
   return number >= kFirstTestSession && number <= kLastTestSession;
 }
 
-int freeTestSession(const ServerFacts& facts, const std::vector<std::wstring>& ports) {
+int freeTestSession(const protocol::ServerStatus& facts, const std::vector<std::wstring>& ports) {
   for (int number = kFirstTestSession; number <= kLastTestSession; ++number) {
-    const SessionFacts* const known = facts.session(number);
+    const protocol::ListedSession* const known = facts.session(number);
     const std::wstring port = sessionPort(static_cast<unsigned>(number));
     if ((known == nullptr || !known->isConnected) && std::find(ports.begin(), ports.end(), port) == ports.end()) {
       return number;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "admin/sessions/server_facts.h"
 #include "corvane/components/component.h"
 #include "corvane/components/connection.h"
+#include "protocol/administration.h"
 
 #include <condition_variable>
 #include <memory>
@@ -18,7 +18,7 @@ inline constexpr int kFirstTestSession = 900000001;
 inline constexpr int kLastTestSession = 900000099;
 bool isTestSession(int number);
 // The first of them that nobody uses.
-int freeTestSession(const ServerFacts& facts, const std::vector<std::wstring>& ports);
+int freeTestSession(const protocol::ServerStatus& facts, const std::vector<std::wstring>& ports);
 
 // What has come for a test session. Written by the thread of its bridge, read by that of the test.
 class Arrival {

@@ -7,11 +7,11 @@
 namespace admin {
 namespace {
 
-ServerFacts factsWith(int number, bool isConnected) {
-  SessionFacts session;
+protocol::ServerStatus factsWith(int number, bool isConnected) {
+  protocol::ListedSession session;
   session.number = number;
   session.isConnected = isConnected;
-  ServerFacts facts;
+  protocol::ServerStatus facts;
   facts.sessions = {session};
   return facts;
 }

@@ -1,10 +1,16 @@
 #include "admin/spooler/monitor_module.h"
 
 #include "admin/base/failure.h"
+#include "admin/base/files.h"
 #include "admin/base/places.h"
+#include "admin/base/registry_value.h"
+#include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
+#include "programs/text.h"
 #include "util/object_map.h"
 #include "util/utl_string.h"
+
+#include <sstream>
 
 namespace admin {
 namespace {
@@ -14,6 +20,16 @@ using GetList = BOOL(WINAPI*)(unsigned int, void**);
 using ReleaseList = void(WINAPI*)(void**);
 using Show = BOOL(WINAPI*)(unsigned int, const wchar_t*);
 using PrinterNames = TObjectMap<UTL_String, void*>;
+
+const std::wstring kMonitorKey = std::wstring(L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\") + kMonitorName;
+constexpr unsigned kTailBytes = 65536;
+
+bool tellsOfFailure(const std::string& line) {
+  for (const char* word : {" failure", " exception", " connection "}) {
+    if (line.find(word) != std::string::npos) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -64,6 +80,62 @@ bool MonitorModule::cachedPrinters(unsigned session, std::vector<std::wstring>& 
 
 bool MonitorModule::showPrinter(unsigned session, const std::wstring& printer) {
   return reinterpret_cast<Show>(function("ShowPrinter"))(session, printer.c_str()) != FALSE;
+}
+
+bool isMonitorRegistered() {
+  try {
+    const SpoolerList<MONITOR_INFO_2W> monitors("the print monitors cannot be listed",
+                                                [](BYTE* buffer, DWORD size, DWORD* needed, DWORD* count) {
+                                                  return EnumMonitorsW(nullptr, 2, buffer, size, needed, count);
+                                                });
+    for (const MONITOR_INFO_2W& monitor : monitors) {
+      if (std::wstring(monitor.pName) == kMonitorName) return true;
+    }
+    return false;
+  } catch (const SystemFailure& failure) {
+    if (failure.error() != RPC_S_SERVER_UNAVAILABLE) throw;
+    return readValue(kMonitorKey, L"Driver").has_value();
+  }
+}
+
+void registerMonitor() {
+  std::wstring name = kMonitorName;
+  std::wstring environment = kEnvironment;
+  std::wstring file = kModuleFile;
+  MONITOR_INFO_2W information = {name.data(), environment.data(), file.data()};
+  if (AddMonitorW(nullptr, 2, reinterpret_cast<BYTE*>(&information))) return;
+  const DWORD error = GetLastError();
+  if (error == ERROR_PRINT_MONITOR_ALREADY_INSTALLED || error == ERROR_ALREADY_EXISTS) return;
+  throw SystemFailure("the spooler does not take the print monitor", error);
+}
+
+void unregisterMonitor() {
+  std::wstring name = kMonitorName;
+  std::wstring environment = kEnvironment;
+  if (DeleteMonitorW(nullptr, environment.data(), name.data())) return;
+  const DWORD error = GetLastError();
+  if (error == ERROR_UNKNOWN_PRINT_MONITOR) return;
+  throw SystemFailure("the print monitor cannot be taken from the spooler", error);
+}
+
+std::vector<std::string> failuresInText(const std::string& text, std::size_t most) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (tellsOfFailure(line)) lines.push_back(programs::oneLine(corvane::fromUtf8(line)));
+  }
+  if (lines.size() > most) lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(most));
+  return lines;
+}
+
+std::vector<std::string> failuresInLog(const std::wstring& path, std::size_t most) {
+  try {
+    if (path.empty() || !fileExists(path)) return {};
+    return failuresInText(fileTail(path, kTailBytes), most);
+  } catch (const Failure&) {
+    return {};
+  }
 }
 
 }  // namespace admin

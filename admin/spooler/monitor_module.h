@@ -34,4 +34,20 @@ class MonitorModule {
   MONITOR2* m_operations = nullptr;
 };
 
+// The print monitor's registration with the spooler of this machine.
+
+// Also when the spooler is not running: then the registry says it.
+bool isMonitorRegistered();
+// Throws a SystemFailure; fine when it is registered already.
+void registerMonitor();
+// Throws a SystemFailure; fine when it is not registered.
+void unregisterMonitor();
+
+// The last lines of the module's log that tell of a failure, oldest first; empty when the file is not there or cannot
+// be read.
+std::vector<std::string> failuresInLog(const std::wstring& path, std::size_t most);
+
+// The same for a text: records that say "failure", "exception" or "connection".
+std::vector<std::string> failuresInText(const std::string& text, std::size_t most);
+
 }  // namespace admin

@@ -1,7 +1,7 @@
 // A child that does what the tests of this folder ask for in its first argument.
+#include "converter/ghostscript.h"
 #include "converter/private_folder.h"
 #include "converter/program_deadline.h"
-#include "converter/runner.h"
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include "admin/commands/progress_bar.h"
+#include "admin/base/output.h"
 
 #include <gtest/gtest.h>
 #include <sstream>

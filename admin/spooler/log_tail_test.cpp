@@ -1,5 +1,4 @@
-#include "admin/base/log_tail.h"
-
+#include "admin/spooler/monitor_module.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gmock/gmock.h>
