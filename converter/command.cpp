@@ -8,6 +8,8 @@
 #include <windows.h>
 
 #include <exception>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <string>
 
 namespace mg::converter {
@@ -18,7 +20,7 @@ constexpr DWORD kGraceSeconds = 15;
 
 // Standard output becomes a log that is read in the system's own code page.
 void say(const std::wstring& text) {
-  const std::wstring line = L"ps2pdf: " + text + L"\r\n";
+  const std::wstring line = fmt::format(L"ps2pdf: {}\r\n", text);
   std::string bytes(line.size() * 4, '\0');
   const int size = WideCharToMultiByte(CP_ACP, 0, line.data(), static_cast<int>(line.size()), bytes.data(),
                                        static_cast<int>(bytes.size()), nullptr, nullptr);
@@ -37,7 +39,7 @@ int exitCodeOf(const std::function<void()>& work) {
     return static_cast<int>(error.code());
   } catch (const std::exception& error) {
     const std::string what = error.what();
-    say(L"The conversion failed: " + std::wstring(what.begin(), what.end()) + L".");
+    say(fmt::format(L"The conversion failed: {}.", std::wstring(what.begin(), what.end())));
     return static_cast<int>(ExitCode::kFileSystem);
   }
 }
@@ -49,8 +51,10 @@ int runCommand(int count, wchar_t** arguments) {
     const Limits limits = readLimits(HKEY_LOCAL_MACHINE, kConverterKey);
     const DWORD seconds = limits.timeSeconds + kGraceSeconds;
     const ProgramDeadline deadline(seconds * 1000, static_cast<unsigned>(ExitCode::kTimeLimit), [seconds] {
-      say(L"The conversion did not end within " + std::to_wstring(seconds) +
-          L" seconds. See that the disk of the temporary folder answers, then print again.");
+      say(fmt::format(
+          L"The conversion did not end within {} seconds. See that the disk of the temporary folder answers, "
+          L"then print again.",
+          seconds));
     });
     convert(paths, limits);
   });

@@ -4,6 +4,8 @@
 #include "converter/pdf_file.h"
 #include "converter/pdf_tokens.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <initializer_list>
 #include <string>
 
@@ -15,17 +17,15 @@ std::wstring wide(const std::string& ascii) {
 }
 
 std::wstring counted(int pages) {
-  return std::to_wstring(pages) + (pages == 1 ? L" page" : L" pages");
+  return fmt::format(L"{} {}", pages, pages == 1 ? L"page" : L"pages");
 }
 
 // "17 pages announced, 8 came; the first error was undefined in foo"
 std::wstring comparison(const Announcement& announced, const RunReport& report, int came) {
   const int expected = announced.expectedPages();
   const int most = announced.isMixed || expected > announced.pages ? expected : announced.pages;
-  std::wstring text = most >= 0 ? counted(most) + L" announced, " : std::wstring();
-  text += counted(came) + L" came";
-  if (!report.error.empty()) text += L"; the first error was " + wide(report.error);
-  return text;
+  return fmt::format(L"{}{} came{}", most >= 0 ? fmt::format(L"{} announced, ", counted(most)) : L"", counted(came),
+                     report.error.empty() ? L"" : fmt::format(L"; the first error was {}", wide(report.error)));
 }
 
 // Several pages of the document on one sheet: 2, 3, 4, ... each, or folded as a booklet of sheets with two on each
@@ -68,9 +68,10 @@ class Judge {
   }
 
   [[noreturn]] void refuse(const wchar_t* what) const {
-    throw ConversionError(ExitCode::kIncomplete, std::wstring(L"The PDF would not be complete: ") + what + L". " +
-                                                     comparison(m_announced, m_report, m_pages.count) +
-                                                     L". Print the document again from its application.");
+    throw ConversionError(
+        ExitCode::kIncomplete,
+        fmt::format(L"The PDF would not be complete: {}. {}. Print the document again from its application.", what,
+                    comparison(m_announced, m_report, m_pages.count)));
   }
 
   const Announcement& m_announced;
@@ -88,14 +89,15 @@ void checkEnding(const Announcement& announced, const RunReport& report) {
     case RunReport::Ending::kError: {
       RunReport counts = report;
       counts.error.clear();
-      throw ConversionError(ExitCode::kPostScript, L"Ghostscript: " + wide(report.error) +
-                                                       L". The PostScript of this document is in error: " +
-                                                       comparison(announced, counts, report.pages) + L".");
+      throw ConversionError(ExitCode::kPostScript,
+                            fmt::format(L"Ghostscript: {}. The PostScript of this document is in error: {}.",
+                                        wide(report.error), comparison(announced, counts, report.pages)));
     }
     case RunReport::Ending::kStop:
-      throw ConversionError(ExitCode::kPostScript, L"The document gave up (\"stop\"): " +
-                                                       comparison(announced, report, report.pages) +
-                                                       L". The PostScript of this document is in error.");
+      throw ConversionError(
+          ExitCode::kPostScript,
+          fmt::format(L"The document gave up (\"stop\"): {}. The PostScript of this document is in error.",
+                      comparison(announced, report, report.pages)));
     case RunReport::Ending::kQuit:
     case RunReport::Ending::kEndOfDocument:
       // Ghostscript writes a blank page into a PDF that has none, so its file alone proves nothing.

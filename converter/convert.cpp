@@ -14,6 +14,8 @@
 
 #include <cwchar>
 #include <filesystem>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <fstream>
 
 namespace mg::converter {
@@ -23,37 +25,33 @@ std::wstring wide(const std::string& ascii) {
   return std::wstring(ascii.begin(), ascii.end());
 }
 
-std::wstring megabytes(DWORD count) {
-  return std::to_wstring(count) + L" megabytes";
-}
-
 void checkInput(const std::wstring& path) {
   const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) {
     throw ConversionError(ExitCode::kInput,
-                          L"\"" + path + L"\" cannot be read: " + systemErrorText(GetLastError()) + L".");
+                          fmt::format(L"\"{}\" cannot be read: {}.", path, systemErrorText(GetLastError())));
   }
   LARGE_INTEGER size = {};
   if (!GetFileSizeEx(file.get(), &size) || size.QuadPart == 0) {
-    throw ConversionError(ExitCode::kInput, L"\"" + path + L"\" is empty. Print the document again.");
+    throw ConversionError(ExitCode::kInput, fmt::format(L"\"{}\" is empty. Print the document again.", path));
   }
 }
 
 std::string newMarker() {
   LARGE_INTEGER ticks = {};
   QueryPerformanceCounter(&ticks);
-  return "pages-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(ticks.QuadPart) + " ";
+  return fmt::format("pages-{}-{} ", GetCurrentProcessId(), ticks.QuadPart);
 }
 
 [[noreturn]] void throwLimit(ExitCode code, const std::wstring& what, const wchar_t* value) {
-  throw ConversionError(code, what + L" If the document is sound, raise \"" + value + L"\" in the registry key \"" +
-                                  kConverterKey + L"\".");
+  throw ConversionError(code, fmt::format(L"{} If the document is sound, raise \"{}\" in the registry key \"{}\".",
+                                          what, value, kConverterKey));
 }
 
 [[noreturn]] void throwMemory(const Limits& limits) {
   throwLimit(ExitCode::kMemoryLimit,
-             L"The document needs more than " + megabytes(limits.memoryMegabytes) + L" of memory.",
+             fmt::format(L"The document needs more than {} megabytes of memory.", limits.memoryMegabytes),
              L"MemoryLimitMegabytes");
 }
 
@@ -62,28 +60,27 @@ void checkRun(const RunResult& result, const std::wstring& program, const std::s
   switch (result.end) {
     case RunEnd::kNotStarted:
       throw ConversionError(ExitCode::kGhostscriptMissing,
-                            L"Ghostscript (\"" + program + L"\") cannot be started (" + std::to_wstring(result.code) +
-                                L"). Install it, or correct \"GhostscriptPath\" in the registry key \"" +
-                                kConverterKey + L"\".");
+                            fmt::format(L"Ghostscript (\"{}\") cannot be started ({}). Install it, or correct "
+                                        L"\"GhostscriptPath\" in the registry key \"{}\".",
+                                        program, result.code, kConverterKey));
     case RunEnd::kTimeLimit:
-      throwLimit(ExitCode::kTimeLimit,
-                 L"The document took longer than " + std::to_wstring(limits.timeSeconds) + L" seconds.",
+      throwLimit(ExitCode::kTimeLimit, fmt::format(L"The document took longer than {} seconds.", limits.timeSeconds),
                  L"TimeLimitSeconds");
     case RunEnd::kOutputLimit:
       throwLimit(ExitCode::kOutputLimit,
-                 L"The document makes more than " + megabytes(limits.outputMegabytes) + L" of output.",
+                 fmt::format(L"The document makes more than {} megabytes of output.", limits.outputMegabytes),
                  L"OutputLimitMegabytes");
     case RunEnd::kKilled:
       throw ConversionError(ExitCode::kPostScript,
-                            L"Ghostscript was killed or crashed (" + std::to_wstring(result.code) + L").");
+                            fmt::format(L"Ghostscript was killed or crashed ({}).", result.code));
     case RunEnd::kExited:
       break;
   }
   if (result.code == 0) return;
   if (said.find("/VMerror") != std::string::npos) throwMemory(limits);
-  throw ConversionError(ExitCode::kPostScript, L"Ghostscript ended with " + std::to_wstring(result.code) + L": " +
-                                                   wide(errorLine(said)) +
-                                                   L". The PostScript of this document is in error.");
+  throw ConversionError(ExitCode::kPostScript,
+                        fmt::format(L"Ghostscript ended with {}: {}. The PostScript of this document is in error.",
+                                    result.code, wide(errorLine(said))));
 }
 
 Announcement announcementOf(const std::wstring& path) {
@@ -95,7 +92,7 @@ void writeScript(const PrivateFolder& folder, const std::string& marker) {
   std::ofstream file(std::filesystem::path(folder.script()), std::ios::binary);
   if (!(file << documentProgram(marker)).flush()) {
     throw ConversionError(ExitCode::kFileSystem,
-                          L"\"" + folder.script() + L"\" cannot be written. Check the free space of the disk.");
+                          fmt::format(L"\"{}\" cannot be written. Check the free space of the disk.", folder.script()));
   }
 }
 
@@ -124,7 +121,8 @@ JobPaths pathsForInput(const std::wstring& argument) {
   std::wstring full(room, L'\0');
   full.resize(room == 0 ? 0 : GetFullPathNameW(argument.c_str(), room, full.data(), nullptr));
   if (full.size() <= kSuffix) {
-    throw ConversionError(ExitCode::kInput, L"\"" + argument + L"\" is not a usable file name. Give a shorter path.");
+    throw ConversionError(ExitCode::kInput,
+                          fmt::format(L"\"{}\" is not a usable file name. Give a shorter path.", argument));
   }
   return {full, full.substr(0, full.size() - kSuffix) + L".pdf"};
 }
@@ -132,8 +130,8 @@ JobPaths pathsForInput(const std::wstring& argument) {
 int convert(const JobPaths& paths, const Limits& limits) {
   checkInput(paths.input);
   if (!DeleteFileW(paths.output.c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND) {
-    throw ConversionError(ExitCode::kFileSystem, L"The earlier \"" + paths.output + L"\" cannot be removed: " +
-                                                     systemErrorText(GetLastError()) + L".");
+    throw ConversionError(ExitCode::kFileSystem, fmt::format(L"The earlier \"{}\" cannot be removed: {}.", paths.output,
+                                                             systemErrorText(GetLastError())));
   }
   PrivateFolder folder(paths.input);
   const std::string marker = newMarker();
@@ -145,7 +143,7 @@ int convert(const JobPaths& paths, const Limits& limits) {
   const int pages = checkPages(folder, readReport(said, marker), paths.input, limits);
   if (!MoveFileExW(folder.output().c_str(), paths.output.c_str(), MOVEFILE_REPLACE_EXISTING)) {
     throw ConversionError(ExitCode::kFileSystem,
-                          L"\"" + paths.output + L"\" cannot be written: " + systemErrorText(GetLastError()) + L".");
+                          fmt::format(L"\"{}\" cannot be written: {}.", paths.output, systemErrorText(GetLastError())));
   }
   return pages;
 }

@@ -7,6 +7,8 @@
 #include <windows.h>
 
 #include <cstdlib>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <vector>
 
 namespace mg::converter {
@@ -47,9 +49,9 @@ std::wstring findGhostscript(const Limits& limits) {
   std::wstring installed = installedGhostscript();
   if (installed.empty()) {
     throw ConversionError(ExitCode::kGhostscriptMissing,
-                          L"Ghostscript is not installed. Install it, or name gswin64c.exe in the registry value "
-                          L"\"GhostscriptPath\" in \"" +
-                              std::wstring(kConverterKey) + L"\".");
+                          fmt::format(L"Ghostscript is not installed. Install it, or name gswin64c.exe in the registry "
+                                      L"value \"GhostscriptPath\" in \"{}\".",
+                                      kConverterKey));
   }
   return installed;
 }

@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <fmt/format.h>
 #include <fstream>
 
 namespace mg::converter {
@@ -58,13 +59,12 @@ std::string utf8(const std::wstring& text) {
 
 std::string script(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
   // The outer limit ends a shell whose converter was gone before it opened the line.
-  std::string script = "exec timeout -k 1 " + std::to_string(limits.timeSeconds + 60) + " sh -c '" + kScript + "' sh";
-  for (const std::string& word :
-       {hostPath(folder.path()), std::to_string(limits.timeSeconds), std::to_string(limits.memoryMegabytes * 1024ull),
-        std::to_string(limits.outputMegabytes * 2048ull), hostPath(request.input), utf8(request.program)})
-    script += " " + shellWord(word);
+  std::string script = fmt::format("exec timeout -k 1 {} sh -c '{}' sh {} {} {} {} {} {}", limits.timeSeconds + 60,
+                                   kScript, shellWord(hostPath(folder.path())), limits.timeSeconds,
+                                   limits.memoryMegabytes * 1024ull, limits.outputMegabytes * 2048ull,
+                                   shellWord(hostPath(request.input)), shellWord(utf8(request.program)));
   for (const std::wstring& argument : request.arguments)
-    script += " " + shellWord(utf8(argument));
+    script += fmt::format(" {}", shellWord(utf8(argument)));
   return script;
 }
 

@@ -6,6 +6,9 @@
 
 #include <windows.h>
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
 namespace mg::converter {
 namespace {
 
@@ -29,7 +32,7 @@ std::string hostPath(const std::wstring& path) {
   const auto translate = exportOf<char*(CDECL*)(const wchar_t*)>(L"kernel32.dll", "wine_get_unix_file_name");
   char* bytes = translate != nullptr ? translate(path.c_str()) : nullptr;
   if (bytes == nullptr) {
-    throw ConversionError(ExitCode::kFileSystem, L"Wine knows no host path for \"" + path + L"\".");
+    throw ConversionError(ExitCode::kFileSystem, fmt::format(L"Wine knows no host path for \"{}\".", path));
   }
   std::string result = bytes;
   HeapFree(GetProcessHeap(), 0, bytes);
@@ -47,12 +50,10 @@ std::string shellWord(std::string_view bytes) {
     }
     plain = false;
     // "\0ooo" is the form that printf's %b takes; unlike the format itself, its result is not read again for "%".
-    escaped += "\\0";
-    for (const int shift : {6, 3, 0})
-      escaped += static_cast<char>('0' + ((c >> shift) & 7));
+    escaped += fmt::format("\\0{:03o}", c);
   }
   if (plain) return escaped;
-  return "\"$(printf %b '" + escaped + "')\"";
+  return fmt::format("\"$(printf %b '{}')\"", escaped);
 }
 
 std::wstring shellCommandLine(const std::string& script) {
@@ -67,7 +68,7 @@ void startShell(const std::string& script) {
   if (!CreateProcessW(L"\\\\?\\unix\\bin\\sh", line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                       &process)) {
     throw ConversionError(ExitCode::kGhostscriptMissing,
-                          L"The host's /bin/sh cannot be started: " + systemErrorText(GetLastError()) + L".");
+                          fmt::format(L"The host's /bin/sh cannot be started: {}.", systemErrorText(GetLastError())));
   }
   const ObjectHandle closesProcess(process.hProcess);
   const ObjectHandle closesThread(process.hThread);

@@ -3,6 +3,9 @@
 #include "converter/conversion_error.h"
 #include "util/win_handle.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
 namespace mg::converter {
 namespace {
 
@@ -21,8 +24,9 @@ constexpr NumberRule kRules[] = {
 };
 
 [[noreturn]] void throwOdd(const wchar_t* path, const wchar_t* name, const std::wstring& must) {
-  throw ConversionError(ExitCode::kConfiguration, std::wstring(L"The registry value \"") + name + L"\" in \"" + path +
-                                                      L"\" must be " + must + L". Correct it or delete it.");
+  throw ConversionError(
+      ExitCode::kConfiguration,
+      fmt::format(L"The registry value \"{}\" in \"{}\" must be {}. Correct it or delete it.", name, path, must));
 }
 
 void readNumber(HKEY key, const wchar_t* path, const NumberRule& rule, Limits& limits) {
@@ -32,9 +36,9 @@ void readNumber(HKEY key, const wchar_t* path, const NumberRule& rule, Limits& l
   const LSTATUS status = RegQueryValueExW(key, rule.name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
   if (status == ERROR_FILE_NOT_FOUND) return;
   if (status != ERROR_SUCCESS || type != REG_DWORD || value < rule.least || value > rule.most) {
-    throwOdd(path, rule.name,
-             L"a DWORD from " + std::to_wstring(rule.least) + L" to " + std::to_wstring(rule.most) +
-                 L"; without it the limit is " + std::to_wstring(Limits().*rule.field));
+    throwOdd(
+        path, rule.name,
+        fmt::format(L"a DWORD from {} to {}; without it the limit is {}", rule.least, rule.most, Limits().*rule.field));
   }
   limits.*rule.field = value;
 }
@@ -58,9 +62,8 @@ Limits readLimits(HKEY root, const wchar_t* path) {
   const LSTATUS status = RegOpenKeyExW(root, path, 0, KEY_READ, key.receive());
   if (status == ERROR_FILE_NOT_FOUND) return limits;
   if (status != ERROR_SUCCESS) {
-    throw ConversionError(ExitCode::kConfiguration, std::wstring(L"The registry key \"") + path +
-                                                        L"\" cannot be read: " +
-                                                        systemErrorText(static_cast<DWORD>(status)));
+    throw ConversionError(ExitCode::kConfiguration, fmt::format(L"The registry key \"{}\" cannot be read: {}", path,
+                                                                systemErrorText(static_cast<DWORD>(status))));
   }
   for (const NumberRule& rule : kRules)
     readNumber(key.get(), path, rule, limits);

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <fstream>
 #include <set>
 #include <string_view>
@@ -158,7 +160,8 @@ class Disarming {
 
  private:
   [[noreturn]] void throwUnwritten() const {
-    throw ConversionError(ExitCode::kFileSystem, L"\"" + m_path + L"\" cannot be changed. Print the document again.");
+    throw ConversionError(ExitCode::kFileSystem,
+                          fmt::format(L"\"{}\" cannot be changed. Print the document again.", m_path));
   }
 
   void overwrite(unsigned long long at, const std::string& bytes) {

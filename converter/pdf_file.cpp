@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 
 namespace mg::converter {
 namespace {
@@ -31,8 +33,10 @@ bool isWholeObject(const std::string& text, size_t& size) {
 }  // namespace
 
 void throwNotWhole(const wchar_t* what) {
-  throw ConversionError(ExitCode::kIncomplete, std::wstring(L"Ghostscript left a PDF that is not whole: ") + what +
-                                                   L". Check the free space of the disk and print again.");
+  throw ConversionError(
+      ExitCode::kIncomplete,
+      fmt::format(L"Ghostscript left a PDF that is not whole: {}. Check the free space of the disk and print again.",
+                  what));
 }
 
 unsigned long long numberOf(const std::string& text, const char* key, const wchar_t* otherwise) {

@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <random>
 #include <vector>
 
@@ -67,7 +69,7 @@ bool removeFolder(const std::wstring& path) noexcept try {
   if (!runsUnderWine()) return false;
   const FolderWatch watch(path.substr(0, path.find_last_of(L'\\') + 1));
   const std::string folder = shellWord(hostPath(path));
-  startShell("exec 2>/dev/null; chmod -R u+rwX " + folder + "; rm -rf " + folder);
+  startShell(fmt::format("exec 2>/dev/null; chmod -R u+rwX {0}; rm -rf {0}", folder));
   return watch.waitUntil(GetTickCount64() + kHostMilliseconds, [&] { return !exists(path); });
 } catch (...) {
   return false;
@@ -86,9 +88,11 @@ std::wstring randomName() {
 }
 
 [[noreturn]] void throwUnmade(const std::wstring& path) {
-  throw ConversionError(ExitCode::kFileSystem, L"The temporary folder \"" + path + L"\" cannot be made: " +
-                                                   systemErrorText(GetLastError()) +
-                                                   L". The folder of the PostScript file must be writable.");
+  throw ConversionError(
+      ExitCode::kFileSystem,
+      fmt::format(L"The temporary folder \"{}\" cannot be made: {}. The folder of the PostScript file "
+                  L"must be writable.",
+                  path, systemErrorText(GetLastError())));
 }
 
 // Adds up the files of one folder until there are more bytes than asked for. Each file is asked itself, because what a

@@ -5,6 +5,8 @@
 #include <windows.h>
 
 #include <cwchar>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <vector>
 
 namespace mg::converter {
@@ -13,8 +15,8 @@ namespace {
 // Nothing signals the growth of a file, so its size is looked at this often.
 constexpr DWORD kSliceMilliseconds = 100;
 
-[[noreturn]] void throwSystem(const wchar_t* what) {
-  throw ConversionError(ExitCode::kFileSystem, std::wstring(what) + L": " + systemErrorText(GetLastError()) + L".");
+[[noreturn]] void throwSystem(const std::wstring& what) {
+  throw ConversionError(ExitCode::kFileSystem, fmt::format(L"{}: {}.", what, systemErrorText(GetLastError())));
 }
 
 ObjectHandle limitedJob(const Limits& limits) {
@@ -34,7 +36,7 @@ FileHandle openInheritable(const wchar_t* path, DWORD access, DWORD disposition)
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
   FileHandle file(CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) throwSystem((L"\"" + std::wstring(path) + L"\" cannot be opened for Ghostscript").c_str());
+  if (!file) throwSystem(fmt::format(L"\"{}\" cannot be opened for Ghostscript", path));
   return file;
 }
 

@@ -2,6 +2,7 @@
 
 #include "corvane/base/text.h"
 
+#include <fmt/format.h>
 #include <iterator>
 
 namespace admin {
@@ -64,7 +65,7 @@ std::string remedyFor(DWORD error) {
 }
 
 SystemFailure::SystemFailure(const std::string& tried, DWORD error)
-    : Failure(codeFor(error), tried + ": " + errorWords(error), remedyFor(error)), m_error(error) {}
+    : Failure(codeFor(error), fmt::format("{}: {}", tried, errorWords(error)), remedyFor(error)), m_error(error) {}
 
 void require(bool done, const std::string& tried) {
   if (!done) throw SystemFailure(tried, GetLastError());

@@ -10,15 +10,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <vector>
 
 namespace admin {
 
 std::string FileVersion::text() const {
-  std::string text;
-  for (const unsigned number : numbers)
-    text += (text.empty() ? "" : ".") + std::to_string(number);
-  return text;
+  return fmt::format("{}", fmt::join(numbers, "."));
 }
 
 std::optional<FileVersion> fileVersion(const std::wstring& path) {
@@ -38,14 +37,15 @@ std::optional<FileVersion> fileVersion(const std::wstring& path) {
 }
 
 void createFolder(const std::wstring& path) {
-  require(CreateDirectoryW(path.c_str(), nullptr), "the folder \"" + corvane::toUtf8(path) + "\" cannot be made");
+  require(CreateDirectoryW(path.c_str(), nullptr),
+          fmt::format("the folder \"{}\" cannot be made", corvane::toUtf8(path)));
 }
 
 void deleteFolder(const std::wstring& path) {
   if (RemoveDirectoryW(path.c_str())) return;
   const DWORD error = GetLastError();
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return;
-  throw SystemFailure("the folder \"" + corvane::toUtf8(path) + "\" cannot be deleted", error);
+  throw SystemFailure(fmt::format("the folder \"{}\" cannot be deleted", corvane::toUtf8(path)), error);
 }
 
 std::vector<std::wstring> missingFolders(std::wstring path) {
@@ -70,27 +70,28 @@ DWORD attributesOf(const std::wstring& path) {
   if (attributes != INVALID_FILE_ATTRIBUTES) return attributes;
   const DWORD error = GetLastError();
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return INVALID_FILE_ATTRIBUTES;
-  throw SystemFailure(programs::quoted(path) + " cannot be looked at", error);
+  throw SystemFailure(fmt::format("{} cannot be looked at", programs::quoted(path)), error);
 }
 
 mg::FileHandle openForReading(const std::wstring& path) {
   mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  require(static_cast<bool>(file), programs::quoted(path) + " cannot be opened");
+  require(static_cast<bool>(file), fmt::format("{} cannot be opened", programs::quoted(path)));
   return file;
 }
 
 DWORD readPiece(HANDLE file, const std::wstring& path, std::vector<BYTE>& piece) {
   piece.resize(kPiece);
   DWORD size = 0;
-  require(ReadFile(file, piece.data(), kPiece, &size, nullptr), programs::quoted(path) + " cannot be read");
+  require(ReadFile(file, piece.data(), kPiece, &size, nullptr),
+          fmt::format("{} cannot be read", programs::quoted(path)));
   piece.resize(size);
   return size;
 }
 
 void writeCopy(const std::wstring& from, const std::wstring& to) {
   const mg::FileHandle source = openForReading(from);
-  const std::string tried = programs::quoted(to) + " cannot be written";
+  const std::string tried = fmt::format("{} cannot be written", programs::quoted(to));
   const mg::FileHandle target(
       CreateFileW(to.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   require(static_cast<bool>(target), tried);
@@ -137,7 +138,7 @@ void copyFile(const std::wstring& from, const std::wstring& to) try { writeCopy(
 
 void moveFile(const std::wstring& from, const std::wstring& to, bool mayReplace) {
   require(MoveFileExW(from.c_str(), to.c_str(), mayReplace ? MOVEFILE_REPLACE_EXISTING : 0),
-          programs::quoted(from) + " cannot be renamed to " + programs::quoted(to));
+          fmt::format("{} cannot be renamed to {}", programs::quoted(from), programs::quoted(to)));
 }
 
 void deleteFile(const std::wstring& path) {
@@ -146,19 +147,19 @@ void deleteFile(const std::wstring& path) {
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return;
   // A loaded module answers as a missing right does.
   if (error == ERROR_ACCESS_DENIED) requireReplaceable(path);
-  throw SystemFailure(programs::quoted(path) + " cannot be deleted", error);
+  throw SystemFailure(fmt::format("{} cannot be deleted", programs::quoted(path)), error);
 }
 
 void requireReplaceable(const std::wstring& path) {
   const mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, OPEN_EXISTING,
                                         FILE_ATTRIBUTE_NORMAL, nullptr));
-  require(static_cast<bool>(file), programs::quoted(path) + " cannot be replaced");
+  require(static_cast<bool>(file), fmt::format("{} cannot be replaced", programs::quoted(path)));
 }
 
 std::string fileTail(const std::wstring& path, unsigned bytes) {
   const mg::FileHandle file = openForReading(path);
   LARGE_INTEGER size = {};
-  const std::string tried = programs::quoted(path) + " cannot be read";
+  const std::string tried = fmt::format("{} cannot be read", programs::quoted(path));
   require(GetFileSizeEx(file.get(), &size), tried);
   LARGE_INTEGER begin = {};
   begin.QuadPart = std::max<long long>(0, size.QuadPart - bytes);
@@ -174,8 +175,7 @@ namespace {
 
 std::wstring freshStem() {
   static std::atomic<unsigned> last{0};
-  return ScratchFile::folder() + L"mgprintmon-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-         std::to_wstring(++last);
+  return fmt::format(L"{}mgprintmon-{}-{}", ScratchFile::folder(), GetCurrentProcessId(), ++last);
 }
 
 }  // namespace
@@ -191,7 +191,7 @@ ScratchFile ScratchFile::sibling(const wchar_t* extension) const {
 }
 
 void ScratchFile::write(const std::string& content) const {
-  const std::string tried = "\"" + corvane::toUtf8(m_path) + "\" cannot be written";
+  const std::string tried = fmt::format("\"{}\" cannot be written", corvane::toUtf8(m_path));
   const mg::FileHandle file(
       CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   require(static_cast<bool>(file), tried);

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -70,9 +71,7 @@ ProgressBar::~ProgressBar() {
 std::string ProgressBar::text(unsigned long long done, unsigned long long all) {
   const unsigned long long percent = all == 0 ? 100 : std::min(done, all) * 100 / all;
   const auto filled = static_cast<std::size_t>(percent * kWidth / 100);
-  const std::string number = std::to_string(percent);
-  return "[" + std::string(filled, '#') + std::string(kWidth - filled, ' ') + "] " +
-         std::string(3 - number.size(), ' ') + number + " %";
+  return fmt::format("[{:<{}}] {:>3} %", std::string(filled, '#'), kWidth, percent);
 }
 
 void ProgressBar::show(unsigned long long done, unsigned long long all) {

@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include <fmt/format.h>
+
 namespace admin {
 namespace {
 
@@ -29,14 +31,14 @@ std::wstring fullPath(const std::wstring& path) {
   wchar_t full[MAX_PATH];
   const DWORD length = GetFullPathNameW(path.c_str(), MAX_PATH, full, nullptr);
   if (length == 0 || length > kMaxRoot) {
-    throw Failure(ExitCode::kUsage, "\"" + corvane::toUtf8(path) + "\" is too long for an installation folder",
-                  "Choose a folder of at most " + std::to_string(kMaxRoot) + " characters with --root.");
+    throw Failure(ExitCode::kUsage, fmt::format("\"{}\" is too long for an installation folder", corvane::toUtf8(path)),
+                  fmt::format("Choose a folder of at most {} characters with --root.", kMaxRoot));
   }
   std::wstring root = full;
   while (root.size() > 3 && root.back() == L'\\')
     root.pop_back();
   if (root.size() <= 3) {
-    throw Failure(ExitCode::kUsage, "\"" + corvane::toUtf8(path) + "\" is a whole drive",
+    throw Failure(ExitCode::kUsage, fmt::format("\"{}\" is a whole drive", corvane::toUtf8(path)),
                   "Choose a folder of its own with --root.");
   }
   return root;

@@ -5,6 +5,7 @@
 #include "util/win_handle.h"
 
 #include <cstring>
+#include <fmt/format.h>
 
 namespace admin {
 namespace {
@@ -12,11 +13,11 @@ namespace {
 constexpr DWORD kMaxKeyName = 256;
 
 std::string quoted(const std::wstring& key) {
-  return "\"HKEY_LOCAL_MACHINE\\" + corvane::toUtf8(key) + "\"";
+  return fmt::format("\"HKEY_LOCAL_MACHINE\\{}\"", corvane::toUtf8(key));
 }
 
 std::string quoted(const std::wstring& key, const std::wstring& name) {
-  return "the registry value \"" + corvane::toUtf8(name) + "\" of " + quoted(key);
+  return fmt::format("the registry value \"{}\" of {}", corvane::toUtf8(name), quoted(key));
 }
 
 bool isMissing(LSTATUS status) {
@@ -75,7 +76,7 @@ std::optional<RegistryValue> readValue(const std::wstring& key, const std::wstri
   mg::RegistryKey opened;
   LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, opened.receive());
   if (isMissing(status)) return std::nullopt;
-  requireStatus(status, quoted(key) + " cannot be opened");
+  requireStatus(status, fmt::format("{} cannot be opened", quoted(key)));
   RegistryValue value;
   DWORD size = 0;
   do {
@@ -84,14 +85,14 @@ std::optional<RegistryValue> readValue(const std::wstring& key, const std::wstri
                               value.data.empty() ? nullptr : value.data.data(), &size);
   } while (status == ERROR_MORE_DATA || (status == ERROR_SUCCESS && size > value.data.size()));
   if (isMissing(status)) return std::nullopt;
-  requireStatus(status, quoted(key, name) + " cannot be read");
+  requireStatus(status, fmt::format("{} cannot be read", quoted(key, name)));
   value.data.resize(size);
   return value;
 }
 
 void writeValue(const std::wstring& key, const std::wstring& name, const RegistryValue& value) {
   mg::RegistryKey opened;
-  const std::string tried = quoted(key, name) + " cannot be written";
+  const std::string tried = fmt::format("{} cannot be written", quoted(key, name));
   requireStatus(RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_SET_VALUE, opened.receive()), tried);
   requireStatus(RegSetValueExW(opened.get(), name.c_str(), 0, value.type, value.data.data(),
                                static_cast<DWORD>(value.data.size())),
@@ -100,7 +101,7 @@ void writeValue(const std::wstring& key, const std::wstring& name, const Registr
 
 void deleteValue(const std::wstring& key, const std::wstring& name) {
   mg::RegistryKey opened;
-  const std::string tried = quoted(key, name) + " cannot be deleted";
+  const std::string tried = fmt::format("{} cannot be deleted", quoted(key, name));
   LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_SET_VALUE, opened.receive());
   if (isMissing(status)) return;
   requireStatus(status, tried);
@@ -112,7 +113,7 @@ bool keyExists(const std::wstring& key) {
   mg::RegistryKey opened;
   const LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, opened.receive());
   if (isMissing(status)) return false;
-  requireStatus(status, quoted(key) + " cannot be opened");
+  requireStatus(status, fmt::format("{} cannot be opened", quoted(key)));
   return true;
 }
 
@@ -120,22 +121,22 @@ void createKey(const std::wstring& key) {
   mg::RegistryKey created;
   requireStatus(
       RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_READ, nullptr, created.receive(), nullptr),
-      quoted(key) + " cannot be made");
+      fmt::format("{} cannot be made", quoted(key)));
 }
 
 void deleteKey(const std::wstring& key) {
   const LSTATUS status = RegDeleteKeyW(HKEY_LOCAL_MACHINE, key.c_str());
-  if (!isMissing(status)) requireStatus(status, quoted(key) + " cannot be deleted");
+  if (!isMissing(status)) requireStatus(status, fmt::format("{} cannot be deleted", quoted(key)));
 }
 
 void deleteKeyTree(const std::wstring& key) {
   const LSTATUS status = RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
-  if (!isMissing(status)) requireStatus(status, quoted(key) + " cannot be deleted");
+  if (!isMissing(status)) requireStatus(status, fmt::format("{} cannot be deleted", quoted(key)));
 }
 
 bool isKeyEmpty(const std::wstring& key) {
   mg::RegistryKey opened;
-  const std::string tried = quoted(key) + " cannot be looked into";
+  const std::string tried = fmt::format("{} cannot be looked into", quoted(key));
   requireStatus(RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive()), tried);
   DWORD keys = 0;
   DWORD values = 0;
@@ -150,13 +151,13 @@ std::vector<std::wstring> subkeys(const std::wstring& key) {
   mg::RegistryKey opened;
   LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive());
   if (isMissing(status)) return names;
-  requireStatus(status, quoted(key) + " cannot be looked into");
+  requireStatus(status, fmt::format("{} cannot be looked into", quoted(key)));
   for (DWORD index = 0;; ++index) {
     wchar_t name[kMaxKeyName];
     DWORD length = kMaxKeyName;
     status = RegEnumKeyExW(opened.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
     if (status == ERROR_NO_MORE_ITEMS) return names;
-    requireStatus(status, quoted(key) + " cannot be looked into");
+    requireStatus(status, fmt::format("{} cannot be looked into", quoted(key)));
     names.emplace_back(name, length);
   }
 }

@@ -12,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <fmt/format.h>
 #include <optional>
 
 namespace admin {
@@ -24,20 +25,19 @@ struct Options {
 
 std::string checkServer(int port, std::optional<protocol::ServerStatus>& facts) {
   facts = ApplicationServer(port).status();
-  return "aps " + programs::oneLine(facts->version) + ", process " + std::to_string(facts->process) + ", runs since " +
-         programs::oneLine(facts->since);
+  return fmt::format("aps {}, process {}, runs since {}", programs::oneLine(facts->version), facts->process,
+                     programs::oneLine(facts->since));
 }
 
 // Every printer that the client brings is here.
 void requirePrinters(const protocol::ListedSession& session, const std::vector<SpoolerPrinter>& present) {
   std::string names;
   for (const std::wstring& name : missingHere(session, present))
-    names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
+    names += fmt::format("{}{}\"", names.empty() ? "\"" : ", \"", programs::oneLine(name));
   if (names.empty()) return;
-  throw Failure(ExitCode::kFailed, "connected, but not all of its printers are here: " + names,
-                "Run mgprintmon session up " + std::to_string(session.number) +
-                    ": it says what the spooler has against "
-                    "them.");
+  throw Failure(
+      ExitCode::kFailed, fmt::format("connected, but not all of its printers are here: {}", names),
+      fmt::format("Run mgprintmon session up {}: it says what the spooler has against them.", session.number));
 }
 
 // A session without a client is a fault only where its printers are up.
@@ -48,14 +48,14 @@ void checkSessions(Diagnosis& diagnosis, const protocol::ServerStatus& facts) {
     if (isTestSession(session.number)) continue;
     const bool isUp =
         std::find(ports.begin(), ports.end(), sessionPort(static_cast<unsigned>(session.number))) != ports.end();
-    const std::string number = std::to_string(session.number);
-    diagnosis.examine("print client of session " + number, [&] {
-      const std::string since = " since " + programs::oneLine(session.since);
+    diagnosis.examine(fmt::format("print client of session {}", session.number), [&] {
+      const std::string since = fmt::format(" since {}", programs::oneLine(session.since));
       if (session.isConnected && isUp) requirePrinters(session, present);
-      if (session.isConnected) return "connected" + since;
-      if (!isUp) return "gone" + since + ", and the session is not up here";
-      throw Failure(ExitCode::kFailed, "gone" + since + ", while the session's printers are here",
-                    "Start the session's print client, or run mgprintmon session down " + number + ".");
+      if (session.isConnected) return fmt::format("connected{}", since);
+      if (!isUp) return fmt::format("gone{}, and the session is not up here", since);
+      throw Failure(
+          ExitCode::kFailed, fmt::format("gone{}, while the session's printers are here", since),
+          fmt::format("Start the session's print client, or run mgprintmon session down {}.", session.number));
     });
   }
 }
@@ -77,8 +77,8 @@ ExitCode run(const Options& options, Output& output) {
   if (!server || !loads || !isRegistered) {
     diagnosis.skip("test page", "it needs the module, its registration and the application server");
   } else if (options.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) {
-    diagnosis.leaveOut("test page", "aps wants keys; make one for session " + std::to_string(kFirstTestSession) +
-                                        " and name it with --key");
+    diagnosis.leaveOut(
+        "test page", fmt::format("aps wants keys; make one for session {} and name it with --key", kFirstTestSession));
   } else {
     const TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver),
                                corvane::fromUtf8(options.processor), options.keyFile};

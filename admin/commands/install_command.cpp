@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -46,9 +47,9 @@ ExitCode run(const Options& options, Output& output) {
   facts["done"] = result.done;
   output.facts(facts);
   for (const std::string& step : result.done)
-    output.line("  " + step);
-  output.line("MgPrintMon " + version + " is " + outcome + ": " + corvane::toUtf8(places.module()) + ", root " +
-              corvane::toUtf8(places.root));
+    output.line(fmt::format("  {}", step));
+  output.line(fmt::format("MgPrintMon {} is {}: {}, root {}", version, outcome, corvane::toUtf8(places.module()),
+                          corvane::toUtf8(places.root)));
   return ExitCode::kDone;
 }
 
@@ -78,9 +79,9 @@ ExitCode run(bool force, Output& output) {
   output.facts(
       {{"outcome", result.done.empty() ? "not installed" : "removed"}, {"done", result.done}, {"kept", result.kept}});
   for (const std::string& step : result.done)
-    output.line("  " + step);
+    output.line(fmt::format("  {}", step));
   for (const std::string& kept : result.kept)
-    output.line("  " + kept);
+    output.line(fmt::format("  {}", kept));
   output.line(result.done.empty() ? "nothing is installed" : "MgPrintMon is removed");
   return ExitCode::kDone;
 }

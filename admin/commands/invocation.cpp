@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <fmt/format.h>
 #include <iostream>
 #include <sstream>
 
@@ -25,7 +26,7 @@ CLI::App& addCommand(CLI::App& parent, Invocation& invocation, const std::string
   command->add_flag("--json", invocation.json, "facts for a machine instead of lines for a person");
   std::string footer = "Examples:";
   for (const std::string& example : examples)
-    footer += "\n  mgprintmon " + example;
+    footer += fmt::format("\n  mgprintmon {}", example);
   command->footer(footer);
   return *command;
 }

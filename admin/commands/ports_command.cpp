@@ -4,6 +4,7 @@
 #include "corvane/base/text.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -20,7 +21,7 @@ ExitCode list(Output& output) {
     std::string line = toUtf8(port);
     for (const SpoolerPrinter& printer : printers) {
       if (printer.port != port) continue;
-      line += (users.empty() ? "  \"" : ", \"") + toUtf8(printer.name) + "\"";
+      line += fmt::format("{}{}\"", users.empty() ? "  \"" : ", \"", toUtf8(printer.name));
       users.push_back(textValue(printer.name));
     }
     facts.push_back({{"port", textValue(port)}, {"printers", users}});
@@ -34,17 +35,17 @@ ExitCode list(Output& output) {
 ExitCode add(const std::string& name, Output& output) {
   const bool added = addPort(fromUtf8(name));
   output.facts({{"port", name}, {"outcome", added ? "added" : "already there"}});
-  output.line("port " + name + (added ? " was added" : " is already there"));
+  output.line(fmt::format("port {} {}", name, added ? "was added" : "is already there"));
   return ExitCode::kDone;
 }
 
 ExitCode remove(const std::string& name, Output& output) {
   if (!deletePort(fromUtf8(name))) {
-    throw Failure(ExitCode::kNotFound, "the monitor has no port \"" + name + "\"",
+    throw Failure(ExitCode::kNotFound, fmt::format("the monitor has no port \"{}\"", name),
                   "\"mgprintmon ports list\" shows those that it has.");
   }
   output.facts({{"port", name}, {"outcome", "deleted"}});
-  output.line("port " + name + " was deleted");
+  output.line(fmt::format("port {} was deleted", name));
   return ExitCode::kDone;
 }
 

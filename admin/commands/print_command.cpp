@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -45,17 +46,16 @@ Json outcomeJson(unsigned long job, const Options& options, const JobOutcome& ou
 }
 
 ExitCode sayOutcome(unsigned long job, const Options& options, const JobOutcome& outcome, Output& output) {
-  const std::string name = "job " + std::to_string(job) + " on \"" + options.printer + "\"";
+  const std::string name = fmt::format("job {} on \"{}\"", job, options.printer);
   output.facts(outcomeJson(job, options, outcome));
   if (outcome.isPrinted) {
-    output.line(name + (outcome.result == L"shown"
-                            ? " was opened in session " + oneLine(outcome.session)
-                            : " was delivered to the client of session " + oneLine(outcome.session) + ", " +
-                                  oneLine(outcome.bytes) + " bytes"));
+    output.line(outcome.result == L"shown" ? fmt::format("{} was opened in session {}", name, oneLine(outcome.session))
+                                           : fmt::format("{} was delivered to the client of session {}, {} bytes", name,
+                                                         oneLine(outcome.session), oneLine(outcome.bytes)));
     return ExitCode::kDone;
   }
-  output.line(name + " was not printed: " + oneLine(outcome.cause));
-  output.line("  " + oneLine(outcome.remedy));
+  output.line(fmt::format("{} was not printed: {}", name, oneLine(outcome.cause)));
+  output.line(fmt::format("  {}", oneLine(outcome.remedy)));
   return ExitCode::kFailed;
 }
 
@@ -68,8 +68,9 @@ ExitCode run(const Options& options, Output& output) {
   document.copies = options.copies;
   OutcomeWatch watch(options.serverPort);
   if (isWine() && !watch.isThere()) {
-    throw Failure(ExitCode::kServerAway, watch.why(),
-                  watch.remedy() + " Wine's spooler prints within this program, which would wait for the server.");
+    throw Failure(
+        ExitCode::kServerAway, watch.why(),
+        fmt::format("{} Wine's spooler prints within this program, which would wait for the server.", watch.remedy()));
   }
   SpooledDocument spooled;
   {
@@ -77,15 +78,14 @@ ExitCode run(const Options& options, Output& output) {
     spooled = printDocument(document, [&bar](unsigned long long done, unsigned long long all) { bar.show(done, all); });
   }
   const unsigned long job = spooled.job;
-  output.line("the spooler has job " + std::to_string(job) + " for \"" + options.printer + "\"");
+  output.line(fmt::format("the spooler has job {} for \"{}\"", job, options.printer));
   const AwaitedJob awaited{job, document.printer, isWine() ? GetCurrentProcessId() : 0};
   // A job that the spooler gave up is noticed at once or never.
   const unsigned seconds = spooled.endError != 0 ? std::min(options.waitSeconds, kGivenUpSeconds) : options.waitSeconds;
   const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));
   if (outcome) return sayOutcome(job, options, *outcome, output);
   if (spooled.endError != 0) throw SystemFailure("the spooler does not end the document", spooled.endError);
-  throw Failure(ExitCode::kUnknownOutcome,
-                "what became of job " + std::to_string(job) + " is not known: " + watch.why(),
+  throw Failure(ExitCode::kUnknownOutcome, fmt::format("what became of job {} is not known: {}", job, watch.why()),
                 "The spooler has the document; mgprintmon status shows the last failures, --wait waits longer.");
 }
 

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <fmt/format.h>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -23,8 +24,8 @@ struct Options {
 void requireServerAndPort(unsigned session) {
   ApplicationServer().status();
   if (hasPort(sessionPort(session))) return;
-  throw Failure(ExitCode::kNotFound, "session " + std::to_string(session) + " has no port here",
-                "Bring it up first: mgprintmon session up " + std::to_string(session) + ".");
+  throw Failure(ExitCode::kNotFound, fmt::format("session {} has no port here", session),
+                fmt::format("Bring it up first: mgprintmon session up {}.", session));
 }
 
 ExitCode printers(const Options& options, Output& output) {
@@ -32,7 +33,7 @@ ExitCode printers(const Options& options, Output& output) {
   std::vector<std::wstring> names;
   if (!MonitorModule::get().cachedPrinters(options.session, names)) {
     throw Failure(ExitCode::kFailed,
-                  "the module does not deliver the printers of session " + std::to_string(options.session),
+                  fmt::format("the module does not deliver the printers of session {}", options.session),
                   "The module's log says why (mgprintmon status shows its end).");
   }
   std::sort(names.begin(), names.end());
@@ -41,7 +42,7 @@ ExitCode printers(const Options& options, Output& output) {
     list.push_back(textValue(name));
     output.line(programs::oneLine(name));
   }
-  if (names.empty()) output.line("session " + std::to_string(options.session) + " has no client printers");
+  if (names.empty()) output.line(fmt::format("session {} has no client printers", options.session));
   output.facts({{"session", options.session}, {"printers", list}});
   return ExitCode::kDone;
 }
@@ -50,8 +51,8 @@ ExitCode visible(const Options& options, Output& output) {
   requireServerAndPort(options.session);
   const bool shown = MonitorModule::get().showPrinter(options.session, corvane::fromUtf8(options.printer));
   output.facts({{"session", options.session}, {"printer", options.printer}, {"visible", shown}});
-  output.line("\"" + options.printer + "\" is " + (shown ? "shown to" : "hidden from") + " session " +
-              std::to_string(options.session));
+  output.line(
+      fmt::format("\"{}\" is {} session {}", options.printer, shown ? "shown to" : "hidden from", options.session));
   return ExitCode::kDone;
 }
 

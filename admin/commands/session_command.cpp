@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <fmt/format.h>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -33,11 +34,11 @@ ExitCode list(const Options& options, Output& output) {
     const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
     const bool isUp = std::find(ports.begin(), ports.end(), port) != ports.end();
     saySession(session, output);
-    const std::string up = "mgprintmon session up " + std::to_string(session.number);
-    if (!isUp) output.line("  not up here: " + up);
+    const std::string up = fmt::format("mgprintmon session up {}", session.number);
+    if (!isUp) output.line(fmt::format("  not up here: {}", up));
     const auto missing = isUp ? missingHere(session, present) : std::vector<std::wstring>();
     for (const std::wstring& name : missing)
-      output.line("  \"" + programs::oneLine(name) + "\" is not here; " + up + " says why");
+      output.line(fmt::format("  \"{}\" is not here; {} says why", programs::oneLine(name), up));
     sessions.push_back(sessionJson(session));
     sessions.back()["up"] = isUp;
     sessions.back()["missing"] = Json::array();
@@ -62,10 +63,12 @@ void carryDefaultOver(const protocol::ListedSession& session, const SessionChang
   facts["defaultSet"] = isHere || options.makesDefault;
   if (isHere || options.makesDefault) {
     setDefaultPrinter(name);
-    output.line("\"" + programs::oneLine(name) + "\" is now the default printer of the user who runs this");
+    output.line(fmt::format("\"{}\" is now the default printer of the user who runs this", programs::oneLine(name)));
   } else {
-    output.line("the client's default printer is \"" + programs::oneLine(name) +
-                "\"; a default is set for each user, so run this in the session, or with --default for yourself");
+    output.line(
+        fmt::format("the client's default printer is \"{}\"; a default is set for each user, so run this in the "
+                    "session, or with --default for yourself",
+                    programs::oneLine(name)));
   }
 }
 
@@ -74,8 +77,7 @@ ExitCode up(const Options& options, Output& output) {
   const protocol::ServerStatus facts = server.status();
   const protocol::ListedSession* const session = facts.session(options.session);
   if (session == nullptr) {
-    throw Failure(ExitCode::kNotFound,
-                  "no print client of session " + std::to_string(options.session) + " has registered",
+    throw Failure(ExitCode::kNotFound, fmt::format("no print client of session {} has registered", options.session),
                   "Start the session's print client; \"mgprintmon session list\" shows the sessions that have one.");
   }
   const SessionChange change =
@@ -93,7 +95,7 @@ ExitCode up(const Options& options, Output& output) {
 ExitCode down(const Options& options, Output& output) {
   const SessionChange change = takeDown(static_cast<unsigned>(options.session));
   if (change.isNothing()) {
-    throw Failure(ExitCode::kNotFound, "session " + std::to_string(options.session) + " has no port here",
+    throw Failure(ExitCode::kNotFound, fmt::format("session {} has no port here", options.session),
                   "\"mgprintmon ports list\" shows the ports that are there.");
   }
   sayChange(options.session, change, output);

@@ -11,6 +11,7 @@
 #include "programs/text.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -32,26 +33,27 @@ void sayModule(Output& output, Json& facts) {
                      {"installed", isThere},
                      {"version", version ? Json(version->text()) : Json()},
                      {"registered", isRegistered}};
-  output.line("module:  " + corvane::toUtf8(places.module()) +
-              (isThere ? ", version " + (version ? version->text() : "unknown") : ", not installed"));
-  output.line(std::string("monitor: ") + (isRegistered ? "registered with the spooler" : "not registered"));
+  output.line(
+      fmt::format("module:  {}{}", corvane::toUtf8(places.module()),
+                  isThere ? fmt::format(", version {}", version ? version->text() : "unknown") : ", not installed"));
+  output.line(fmt::format("monitor: {}", isRegistered ? "registered with the spooler" : "not registered"));
 }
 
 void sayPorts(Output& output, Json& facts) {
   std::string names;
   facts["ports"] = Json::array();
   for (const std::wstring& port : monitorPorts()) {
-    names += (names.empty() ? "" : ", ") + oneLine(port);
+    names += fmt::format("{}{}", names.empty() ? "" : ", ", oneLine(port));
     facts["ports"].push_back(textValue(port));
   }
-  output.line("ports:   " + (names.empty() ? "none" : names));
+  output.line(fmt::format("ports:   {}", names.empty() ? "none" : names));
 }
 
 void sayRecords(const std::string& from, const std::vector<std::string>& lines, Output& output, Json& facts) {
   facts["records"] = {{"from", from}, {"lines", lines}};
-  output.line(lines.empty() ? "no failures in " + from : "last failures in " + from + ":");
+  output.line(lines.empty() ? fmt::format("no failures in {}", from) : fmt::format("last failures in {}:", from));
   for (const std::string& line : lines)
-    output.line("  " + line);
+    output.line(fmt::format("  {}", line));
 }
 
 void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
@@ -69,7 +71,7 @@ void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
     for (const auto& [name, value] : named)
       values[corvane::toUtf8(name)] = textValue(value);
     jobs.push_back({{"time", textValue(notice.time)}, {"line", textValue(notice.line)}, {"values", values}});
-    output.line("  " + localTime(notice.time) + " " + oneLine(notice.line));
+    output.line(fmt::format("  {} {}", localTime(notice.time), oneLine(notice.line)));
   }
   facts["failedJobs"] = jobs;
 }
@@ -86,8 +88,8 @@ void sayServer(int port, Output& output, Json& facts) try {
                      {"process", status.process},
                      {"since", textValue(status.since)},
                      {"sessions", sessions}};
-  output.line("server:  aps " + oneLine(status.version) + ", process " + std::to_string(status.process) +
-              ", runs since " + localTime(status.since));
+  output.line(fmt::format("server:  aps {}, process {}, runs since {}", oneLine(status.version), status.process,
+                          localTime(status.since)));
   if (sessions.empty()) output.line("no print client has registered");
   for (const protocol::ListedSession& session : status.sessions) {
     if (!isTestSession(session.number)) saySession(session, output);
@@ -99,8 +101,8 @@ void sayServer(int port, Output& output, Json& facts) try {
   sayFailedJobs(server, output, facts);
 } catch (const Failure& failure) {
   facts["server"] = {{"reachable", false}, {"why", failure.what()}, {"remedy", failure.remedy()}};
-  output.line(std::string("server:  ") + failure.what());
-  output.line("  " + failure.remedy());
+  output.line(fmt::format("server:  {}", failure.what()));
+  output.line(fmt::format("  {}", failure.remedy()));
   const std::wstring log = HostProperties::getInstance().logFile();
   sayRecords("the module's log", failuresInLog(log, kRecords), output, facts);
 }

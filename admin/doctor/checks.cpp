@@ -10,6 +10,7 @@
 #include "programs/text.h"
 
 #include <cwctype>
+#include <fmt/format.h>
 
 namespace admin {
 namespace {
@@ -20,9 +21,13 @@ constexpr char kInstallAgain[] = "Run mgprintmon install: it puts right what is 
 
 std::wstring textOf(const std::wstring& key, const wchar_t* name) {
   const auto value = readValue(key, name);
-  if (!value) throw Failure(ExitCode::kFailed, "the value " + programs::quoted(name) + " is missing", kInstallAgain);
+  if (!value) {
+    throw Failure(ExitCode::kFailed, fmt::format("the value {} is missing", programs::quoted(name)), kInstallAgain);
+  }
   const auto text = value->text();
-  if (!text) throw Failure(ExitCode::kFailed, "the value " + programs::quoted(name) + " is no string", kInstallAgain);
+  if (!text) {
+    throw Failure(ExitCode::kFailed, fmt::format("the value {} is no string", programs::quoted(name)), kInstallAgain);
+  }
   return *text;
 }
 
@@ -32,21 +37,21 @@ std::optional<DWORD> numberOf(const std::wstring& key, const wchar_t* name) {
   if (!value) return std::nullopt;
   if (const auto number = value->number()) return number;
   throw Failure(ExitCode::kFailed,
-                "the value " + programs::quoted(name) + " of " + programs::quoted(key) + " is no DWORD",
+                fmt::format("the value {} of {} is no DWORD", programs::quoted(name), programs::quoted(key)),
                 "Delete it, or write it as a DWORD.");
 }
 
 void checkRoot(const Places& places) {
   const std::wstring root = textOf(places.productKey(), L"RootPath");
   if (!folderExists(root)) {
-    throw Failure(ExitCode::kFailed, "RootPath " + programs::quoted(root) + " is no folder", kInstallAgain);
+    throw Failure(ExitCode::kFailed, fmt::format("RootPath {} is no folder", programs::quoted(root)), kInstallAgain);
   }
 }
 
 void checkFramework(const std::wstring& key) {
   const auto port = numberOf(key, L"Port");
   if (port && (*port == 0 || *port > 65535)) {
-    throw Failure(ExitCode::kFailed, "the value Port is " + std::to_string(*port) + ", which is no TCP port",
+    throw Failure(ExitCode::kFailed, fmt::format("the value Port is {}, which is no TCP port", *port),
                   "Set it with mgprintmon install --port N.");
   }
   numberOf(key, L"LogLimit");
@@ -54,11 +59,12 @@ void checkFramework(const std::wstring& key) {
   const std::wstring log = textOf(key, L"LogFile");
   const std::size_t end = log.rfind(L'\\');
   if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
-    throw Failure(ExitCode::kFailed, "the folder of LogFile " + programs::quoted(log) + " is not there",
+    throw Failure(ExitCode::kFailed, fmt::format("the folder of LogFile {} is not there", programs::quoted(log)),
                   "Make the folder, or set another file with mgprintmon install --log FILE.");
   }
   if (folderExists(log)) {
-    throw Failure(ExitCode::kFailed, "LogFile " + programs::quoted(log) + " is a folder, so nothing is written there",
+    throw Failure(ExitCode::kFailed,
+                  fmt::format("LogFile {} is a folder, so nothing is written there", programs::quoted(log)),
                   "Set a file with mgprintmon install --log FILE.");
   }
 }
@@ -73,14 +79,14 @@ void checkEventSource(const Places& places) {
 
 std::string checkModuleFile(const Places& places) {
   if (!fileExists(places.module())) {
-    throw Failure(ExitCode::kNotFound, programs::quoted(places.module()) + " is missing", kInstallAgain);
+    throw Failure(ExitCode::kNotFound, fmt::format("{} is missing", programs::quoted(places.module())), kInstallAgain);
   }
   const auto version = fileVersion(places.module());
   if (!version) {
-    throw Failure(ExitCode::kFailed, programs::quoted(places.module()) + " has no version: it is damaged",
+    throw Failure(ExitCode::kFailed, fmt::format("{} has no version: it is damaged", programs::quoted(places.module())),
                   kInstallAgain);
   }
-  return toUtf8(places.module()) + ", version " + version->text();
+  return fmt::format("{}, version {}", toUtf8(places.module()), version->text());
 }
 
 std::string checkModuleLoads() {
@@ -90,10 +96,11 @@ std::string checkModuleLoads() {
 
 std::string checkRegistration() {
   if (!isMonitorRegistered()) {
-    throw Failure(ExitCode::kFailed, "the spooler does not know the monitor " + programs::quoted(kMonitorName),
+    throw Failure(ExitCode::kFailed,
+                  fmt::format("the spooler does not know the monitor {}", programs::quoted(kMonitorName)),
                   kInstallAgain);
   }
-  return "the spooler knows the monitor " + programs::quoted(kMonitorName);
+  return fmt::format("the spooler knows the monitor {}", programs::quoted(kMonitorName));
 }
 
 std::string checkRegistry(const Places& places) {
@@ -117,11 +124,11 @@ std::string checkKeyFile(const Places& places) {
   try {
     corvane::Key::read(toUtf8(file));
   } catch (const CS_Exception& cause) {
-    throw Failure(ExitCode::kFailed, "the monitor's key cannot be used: " + programs::describe(cause),
+    throw Failure(ExitCode::kFailed, fmt::format("the monitor's key cannot be used: {}", programs::describe(cause)),
                   "Put a copy of the monitor.key of aps there, readable by the system and administrators, and run this "
                   "as an administrator.");
   }
-  return "the monitor proves itself with the key in " + programs::quoted(file);
+  return fmt::format("the monitor proves itself with the key in {}", programs::quoted(file));
 }
 
 namespace {
@@ -168,21 +175,20 @@ std::string checkDrivers(const std::vector<protocol::ListedSession>& sessions,
         ++count;
         const std::string language = otherLanguageOf(here.driver);
         if (language.empty()) continue;
-        wrong += (wrong.empty() ? "" : ", ") + programs::quoted(here.name) + " has " + programs::quoted(here.driver) +
-                 " (" + language + ")";
+        wrong += fmt::format("{}{} has {} ({})", wrong.empty() ? "" : ", ", programs::quoted(here.name),
+                             programs::quoted(here.driver), language);
       }
     }
   }
   if (!wrong.empty()) {
     throw Failure(
         ExitCode::kFailed,
-        "by their names these drivers send no PostScript, and their documents arrive "
-        "unconverted: " +
-            wrong,
+        fmt::format("by their names these drivers send no PostScript, and their documents arrive unconverted: {}",
+                    wrong),
         "Name a PostScript driver with --driver or at the client, or bring the printer along with format=raw.");
   }
   if (count == 0) return "no printer here wants PDF";
-  return std::to_string(count) + (count == 1 ? " printer wants PDF: " : " printers want PDF: ") + kAdvice;
+  return fmt::format("{} {} PDF: {}", count, count == 1 ? "printer wants" : "printers want", kAdvice);
 }
 
 }  // namespace admin

@@ -8,6 +8,9 @@
 #include "programs/text.h"
 #include "util/win_handle.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
 namespace admin {
 namespace {
 
@@ -21,7 +24,7 @@ mg::FileHandle inheritableFile(const std::wstring& path) {
   inheritable.bInheritHandle = TRUE;
   mg::FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, &inheritable,
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  require(static_cast<bool>(file), programs::quoted(path) + " cannot be made");
+  require(static_cast<bool>(file), fmt::format("{} cannot be made", programs::quoted(path)));
   return file;
 }
 
@@ -33,10 +36,10 @@ DWORD convert(const std::wstring& converter, const std::wstring& document, const
   start.dwFlags = STARTF_USESTDHANDLES;
   start.hStdOutput = start.hStdError = output.get();
   PROCESS_INFORMATION process = {};
-  std::wstring line = L"\"" + converter + L"\" \"" + document + L"\"";
+  std::wstring line = fmt::format(L"\"{}\" \"{}\"", converter, document);
   require(CreateProcessW(converter.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
                          &start, &process),
-          programs::quoted(converter) + " cannot be started");
+          fmt::format("{} cannot be started", programs::quoted(converter)));
   const mg::ObjectHandle running(process.hProcess);
   const mg::ObjectHandle thread(process.hThread);
   if (WaitForSingleObject(running.get(), kConversionMilliseconds) != WAIT_OBJECT_0) {
@@ -53,7 +56,7 @@ DWORD convert(const std::wstring& converter, const std::wstring& document, const
 
 std::string checkConverter(const Places& places) {
   if (!fileExists(places.converter())) {
-    throw Failure(ExitCode::kNotFound, programs::quoted(places.converter()) + " is missing",
+    throw Failure(ExitCode::kNotFound, fmt::format("{} is missing", programs::quoted(places.converter())),
                   "Run mgprintmon install: it puts right what is missing.");
   }
   const ScratchFile document(L".ps");
@@ -63,8 +66,8 @@ std::string checkConverter(const Places& places) {
   const DWORD code = convert(places.converter(), document.path(), words.path());
   if (code != 0) {
     throw Failure(ExitCode::kFailed,
-                  "a page was not converted (exit code " + std::to_string(code) +
-                      "): " + programs::oneLine(corvane::fromUtf8(fileTail(words.path(), kMostWords))),
+                  fmt::format("a page was not converted (exit code {}): {}", code,
+                              programs::oneLine(corvane::fromUtf8(fileTail(words.path(), kMostWords)))),
                   "Exit code 4 asks for Ghostscript: install it, or name it in the registry value GhostscriptPath of "
                   "SOFTWARE\\Quillfern\\Marrowgate\\Converter.");
   }
@@ -72,25 +75,25 @@ std::string checkConverter(const Places& places) {
   if (!content.starts_with("%PDF-")) {
     throw Failure(ExitCode::kFailed, "what the converter made is no PDF", "Look at the Ghostscript that it uses.");
   }
-  return "a page became a PDF of " + std::to_string(content.size()) + " bytes";
+  return fmt::format("a page became a PDF of {} bytes", content.size());
 }
 
 std::string checkTemporaryFolder() {
   const ScratchFile file(L".txt");
   file.write("written by mgprintmon doctor\n");
   if (fileTail(file.path(), 100) != "written by mgprintmon doctor\n") {
-    throw Failure(ExitCode::kFailed, programs::quoted(file.path()) + " does not hold what was written",
+    throw Failure(ExitCode::kFailed, fmt::format("{} does not hold what was written", programs::quoted(file.path())),
                   "Look at the disk and at what watches its files.");
   }
   ULARGE_INTEGER space = {};
   require(GetDiskFreeSpaceExW(ScratchFile::folder().c_str(), &space, nullptr, nullptr),
-          "the space in " + programs::quoted(ScratchFile::folder()) + " cannot be told");
-  const std::string megabytes = std::to_string(space.QuadPart / (1024 * 1024)) + " MB";
+          fmt::format("the space in {} cannot be told", programs::quoted(ScratchFile::folder())));
+  const std::string megabytes = fmt::format("{} MB", space.QuadPart / (1024 * 1024));
   if (space.QuadPart < kEnoughSpace) {
-    throw Failure(ExitCode::kFailed, programs::quoted(ScratchFile::folder()) + " has " + megabytes + " left",
+    throw Failure(ExitCode::kFailed, fmt::format("{} has {} left", programs::quoted(ScratchFile::folder()), megabytes),
                   "Make room: a conversion needs the document several times.");
   }
-  return corvane::toUtf8(ScratchFile::folder()) + " can be written, " + megabytes + " left";
+  return fmt::format("{} can be written, {} left", corvane::toUtf8(ScratchFile::folder()), megabytes);
 }
 
 namespace {
@@ -126,8 +129,8 @@ std::wstring chosenDriver(const TestPageOptions& options) {
 void compare(const std::string& arrived) {
   if (arrived == kTestPage) return;
   throw Failure(ExitCode::kFailed,
-                "what arrived is not what was printed: " + std::to_string(arrived.size()) + " bytes instead of " +
-                    std::to_string(std::string(kTestPage).size()),
+                fmt::format("what arrived is not what was printed: {} bytes instead of {}", arrived.size(),
+                            std::string(kTestPage).size()),
                 "Look for a print processor or driver that changes raw data.");
 }
 
@@ -148,13 +151,12 @@ std::string printTestPage(const protocol::ServerStatus& server, const TestPageOp
   if (!session.arrival().wait(spooled.endError != 0 ? 0 : kArrivalMilliseconds)) {
     throw Failure(ExitCode::kFailed,
                   spooled.endError != 0
-                      ? "the spooler did not print the page: " + errorWords(spooled.endError)
-                      : "the page did not arrive within " + std::to_string(kArrivalMilliseconds / 1000) + " s",
+                      ? fmt::format("the spooler did not print the page: {}", errorWords(spooled.endError))
+                      : fmt::format("the page did not arrive within {} s", kArrivalMilliseconds / 1000),
                   "mgprintmon status shows the last failures; look for a queue that is paused.");
   }
   compare(session.arrival().bytes());
-  return std::to_string(session.arrival().bytes().size()) +
-         " bytes went through spooler, monitor and aps and came back";
+  return fmt::format("{} bytes went through spooler, monitor and aps and came back", session.arrival().bytes().size());
 }
 
 }  // namespace admin

@@ -6,6 +6,8 @@
 #include "admin/spooler/monitor_module.h"
 #include "corvane/base/text.h"
 
+#include <fmt/format.h>
+
 namespace admin {
 namespace {
 
@@ -16,7 +18,7 @@ std::string undoAll(const std::vector<InstallStep*>& performed) {
     try {
       (*step)->undo();
     } catch (const std::exception& failure) {
-      left += " Could not be undone: " + (*step)->name() + ": " + failure.what() + ".";
+      left += fmt::format(" Could not be undone: {}: {}.", (*step)->name(), failure.what());
     }
   }
   return left;
@@ -38,8 +40,9 @@ std::vector<std::string> performAll(const InstallSteps& steps) {
     }
   } catch (const Failure& failure) {
     const std::string left = undoAll(performed);
-    const std::string undone = left.empty() ? ". Nothing was changed." : "." + left;
-    throw Failure(failure.code(), "could not " + current->name() + ": " + failure.what() + undone, failure.remedy());
+    const std::string undone = left.empty() ? ". Nothing was changed." : fmt::format(".{}", left);
+    throw Failure(failure.code(), fmt::format("could not {}: {}{}", current->name(), failure.what(), undone),
+                  failure.remedy());
   } catch (...) {
     undoAll(performed);
     throw;
@@ -72,7 +75,7 @@ void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstri
 }  // namespace
 
 std::string KeyStep::name() const {
-  return "make the registry key \"" + corvane::toUtf8(m_key) + "\"";
+  return fmt::format("make the registry key \"{}\"", corvane::toUtf8(m_key));
 }
 
 bool KeyStep::isDone() const {
@@ -99,7 +102,7 @@ void KeyStep::undo() {
 }
 
 std::string ValueStep::name() const {
-  return "write the registry value \"" + corvane::toUtf8(m_name) + "\" of \"" + corvane::toUtf8(m_key) + "\"";
+  return fmt::format("write the registry value \"{}\" of \"{}\"", corvane::toUtf8(m_name), corvane::toUtf8(m_key));
 }
 
 bool ValueStep::isDone() const {
@@ -125,7 +128,7 @@ void ValueStep::undo() {
 }
 
 std::string FolderStep::name() const {
-  return "make the folder \"" + corvane::toUtf8(m_path) + "\"";
+  return fmt::format("make the folder \"{}\"", corvane::toUtf8(m_path));
 }
 
 bool FolderStep::isDone() const {
@@ -143,7 +146,7 @@ void FolderStep::undo() {
 }
 
 std::string FileStep::name() const {
-  return "copy \"" + corvane::toUtf8(m_from) + "\" to \"" + corvane::toUtf8(m_to) + "\"";
+  return fmt::format("copy \"{}\" to \"{}\"", corvane::toUtf8(m_from), corvane::toUtf8(m_to));
 }
 
 bool FileStep::isDone() const {
@@ -190,7 +193,7 @@ void FileStep::commit() {
 }
 
 std::string MonitorStep::name() const {
-  return "register the print monitor \"" + corvane::toUtf8(kMonitorName) + "\" with the spooler";
+  return fmt::format("register the print monitor \"{}\" with the spooler", corvane::toUtf8(kMonitorName));
 }
 
 bool MonitorStep::isDone() const {

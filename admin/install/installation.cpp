@@ -6,6 +6,7 @@
 #include "corvane/base/text.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace admin {
 namespace {
@@ -15,7 +16,8 @@ constexpr DWORD kEventTypes = 7;
 
 void requireFile(const std::wstring& folder, const wchar_t* name) {
   if (fileExists(folder + L"\\" + name)) return;
-  throw Failure(ExitCode::kNotFound, "\"" + corvane::toUtf8(folder + L"\\" + name) + "\" is missing",
+  throw Failure(ExitCode::kNotFound,
+                fmt::format("\"{}\\{}\" is missing", corvane::toUtf8(folder), corvane::toUtf8(name)),
                 "Name the folder that holds MgPrintMon.dll and ps2pdf.exe with --from.");
 }
 
@@ -24,8 +26,8 @@ void refuseOlder(const std::wstring& fresh, const std::wstring& present) {
   const auto theirs = fileVersion(present);
   if (!ours || !theirs || *theirs <= *ours) return;
   throw Failure(ExitCode::kFailed,
-                "version " + theirs->text() + " of MgPrintMon.dll is installed, which is newer than " + ours->text() +
-                    " in \"" + corvane::toUtf8(fresh) + "\"",
+                fmt::format("version {} of MgPrintMon.dll is installed, which is newer than {} in \"{}\"",
+                            theirs->text(), ours->text(), corvane::toUtf8(fresh)),
                 "Install the newer one, or go back to the older one with --force.");
 }
 

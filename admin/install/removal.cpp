@@ -10,6 +10,7 @@
 #include "corvane/base/text.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace admin {
 namespace {
@@ -67,17 +68,17 @@ class Removal {
     if (!printers.empty() && !m_force) {
       std::string names;
       for (const SpoolerPrinter& printer : printers)
-        names += (names.empty() ? "\"" : ", \"") + toUtf8(printer.name) + "\" on " + toUtf8(printer.port);
-      throw Failure(ExitCode::kInUse, "printers use ports of the monitor: " + names,
+        names += fmt::format("{}{}\" on {}", names.empty() ? "\"" : ", \"", toUtf8(printer.name), toUtf8(printer.port));
+      throw Failure(ExitCode::kInUse, fmt::format("printers use ports of the monitor: {}", names),
                     "Remove them first (mgprintmon session down N), or remove them with the rest with --force.");
     }
     for (const SpoolerPrinter& printer : printers) {
       deletePrinter(printer.name);
-      m_result.done.push_back("removed printer \"" + toUtf8(printer.name) + "\"");
+      m_result.done.push_back(fmt::format("removed printer \"{}\"", toUtf8(printer.name)));
     }
     for (const std::wstring& port : ports) {
       deletePort(port);
-      m_result.done.push_back("removed port " + toUtf8(port));
+      m_result.done.push_back(fmt::format("removed port {}", toUtf8(port)));
     }
   }
 
@@ -86,7 +87,7 @@ class Removal {
       const bool wasThere = fileExists(file);
       for (const wchar_t* suffix : {L"", L".old", L".new"})
         deleteFile(file + suffix);
-      if (wasThere) m_result.done.push_back("removed \"" + toUtf8(file) + "\"");
+      if (wasThere) m_result.done.push_back(fmt::format("removed \"{}\"", toUtf8(file)));
     }
   }
 
@@ -101,10 +102,11 @@ class Removal {
       const bool wasThere = folderExists(folder);
       try {
         deleteFolder(folder);
-        if (wasThere) m_result.done.push_back("removed the folder \"" + toUtf8(folder) + "\"");
+        if (wasThere) m_result.done.push_back(fmt::format("removed the folder \"{}\"", toUtf8(folder)));
       } catch (const SystemFailure& failure) {
         if (failure.error() != ERROR_DIR_NOT_EMPTY) throw;
-        m_result.kept.push_back("the folder \"" + toUtf8(folder) + "\" stays: it holds files that are not ours");
+        m_result.kept.push_back(
+            fmt::format("the folder \"{}\" stays: it holds files that are not ours", toUtf8(folder)));
       }
     }
   }
@@ -144,10 +146,10 @@ class Removal {
       } else if (isKeyEmpty(key)) {
         deleteKey(key);
       } else {
-        m_result.kept.push_back("the registry key \"" + toUtf8(key) + "\" stays: it holds what is not ours");
+        m_result.kept.push_back(fmt::format("the registry key \"{}\" stays: it holds what is not ours", toUtf8(key)));
         continue;
       }
-      m_result.done.push_back("removed the registry key \"" + toUtf8(key) + "\"");
+      m_result.done.push_back(fmt::format("removed the registry key \"{}\"", toUtf8(key)));
     }
   }
 

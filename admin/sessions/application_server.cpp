@@ -16,6 +16,8 @@
 #include "protocol/names.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <iterator>
 #include <utility>
 
@@ -23,23 +25,23 @@ namespace admin {
 namespace {
 
 [[noreturn]] void throwAway(int port, const CS_Exception& cause) {
-  const std::string what = "the application server on port " + std::to_string(port) + " of this machine ";
+  const std::string what = fmt::format("the application server on port {} of this machine", port);
   if (cause.number() == corvane::kConnectFailed) {
-    throw Failure(ExitCode::kServerAway, what + "does not answer: " + programs::describe(cause),
+    throw Failure(ExitCode::kServerAway, fmt::format("{} does not answer: {}", what, programs::describe(cause)),
                   "Start aps, or correct the port (registry value Port of SOFTWARE\\Quillfern\\Corvane, or "
                   "--server-port).");
   }
   if (cause.number() == corvane::kKeyNeeded || cause.number() == corvane::kNotProven) {
     throw Failure(
-        ExitCode::kServerAway, what + "is not asked: " + programs::describe(cause),
+        ExitCode::kServerAway, fmt::format("{} is not asked: {}", what, programs::describe(cause)),
         "mgprintmon uses the monitor's key (registry value KeyFile of SOFTWARE\\Quillfern\\Corvane): run it as "
         "an administrator, who can read that file, and give aps the same key.");
   }
   if (cause.number() == corvane::kRequestRefused) {
-    throw Failure(ExitCode::kServerAway, what + "refuses to answer: " + programs::describe(cause),
+    throw Failure(ExitCode::kServerAway, fmt::format("{} refuses to answer: {}", what, programs::describe(cause)),
                   "Its version may not know this question: replace aps by the one that came with mgprintmon.");
   }
-  throw Failure(ExitCode::kServerAway, what + "has gone: " + programs::describe(cause),
+  throw Failure(ExitCode::kServerAway, fmt::format("{} has gone: {}", what, programs::describe(cause)),
                 "Look into its log, start it and do this again.");
 }
 
@@ -134,7 +136,7 @@ void ApplicationServer::tellRefusal(int session, const RefusedPrinter& printer) 
     const std::wstring why = corvane::fromUtf8(printer.why), remedy = corvane::fromUtf8(printer.remedy);
     monitor->notify(
         {protocol::Notice::kPrinterNotice,
-         L"Printer \"" + printer.name + L"\" of session " + number + L" cannot be had here: " + why + L". " + remedy,
+         fmt::format(L"Printer \"{}\" of session {} cannot be had here: {}. {}", printer.name, session, why, remedy),
          {{L"printer", printer.name},
           {L"session", number},
           {L"process", std::to_wstring(corvane::processId())},

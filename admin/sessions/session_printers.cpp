@@ -8,6 +8,8 @@
 #include "programs/text.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -34,9 +36,9 @@ std::wstring driverFor(const protocol::ListedPrinter& printer, const std::wstrin
 }
 
 RefusedPrinter refusal(const protocol::ListedPrinter& printer, const std::wstring& substitute) {
-  std::string text = "printer \"" + toUtf8(printer.localName) + "\" needs the driver \"" + toUtf8(printer.driver()) +
-                     "\", which is not installed";
-  if (!substitute.empty()) text += ", nor is \"" + toUtf8(substitute) + "\" in its place";
+  std::string text = fmt::format("printer \"{}\" needs the driver \"{}\", which is not installed",
+                                 toUtf8(printer.localName), toUtf8(printer.driver()));
+  if (!substitute.empty()) text += fmt::format(", nor is \"{}\" in its place", toUtf8(substitute));
   return {printer.localName, text, kDriverRemedy};
 }
 
@@ -90,7 +92,7 @@ PrinterPlan planPrinters(const protocol::ListedSession& session, const SessionOp
       plan.refused.push_back(refusal(printer, substitute));
     } else {
       plan.printers.push_back({printer.localName, sessionPort(static_cast<unsigned>(session.number)), driver, processor,
-                               L"Client printer: " + printer.name()});
+                               fmt::format(L"Client printer: {}", printer.name())});
     }
   }
   return plan;
@@ -185,11 +187,12 @@ Json sessionJson(const protocol::ListedSession& session) {
 }
 
 void saySession(const protocol::ListedSession& session, Output& output) {
-  output.line("session " + std::to_string(session.number) + ": print client " +
-              (session.isConnected ? "connected" : "gone") + " since " + programs::localTime(session.since));
+  output.line(fmt::format("session {}: print client {} since {}", session.number,
+                          session.isConnected ? "connected" : "gone", programs::localTime(session.since)));
   for (const protocol::ListedPrinter& printer : session.printers) {
-    output.line("  \"" + oneLine(printer.localName) + "\", driver \"" + oneLine(printer.driver()) + "\", format " +
-                formatWord(printer.format) + (printer.isDefault ? ", the client's default" : ""));
+    output.line(fmt::format("  \"{}\", driver \"{}\", format {}{}", oneLine(printer.localName),
+                            oneLine(printer.driver()), formatWord(printer.format),
+                            printer.isDefault ? ", the client's default" : ""));
   }
 }
 
@@ -208,23 +211,23 @@ Json changeJson(int session, const SessionChange& change) {
 }
 
 void sayChange(int session, const SessionChange& change, Output& output) {
-  const std::string port = "port CPP" + std::to_string(session);
-  if (change.portAdded) output.line(port + " was added");
+  const std::string port = fmt::format("port CPP{}", session);
+  if (change.portAdded) output.line(fmt::format("{} was added", port));
   for (const std::wstring& name : change.added)
-    output.line("printer \"" + oneLine(name) + "\" was added");
+    output.line(fmt::format("printer \"{}\" was added", oneLine(name)));
   for (const std::wstring& name : change.changed)
-    output.line("printer \"" + oneLine(name) + "\" was changed");
+    output.line(fmt::format("printer \"{}\" was changed", oneLine(name)));
   for (const std::wstring& name : change.kept)
-    output.line("printer \"" + oneLine(name) + "\" is already there");
+    output.line(fmt::format("printer \"{}\" is already there", oneLine(name)));
   for (const std::wstring& name : change.removed)
-    output.line("printer \"" + oneLine(name) + "\" was removed");
+    output.line(fmt::format("printer \"{}\" was removed", oneLine(name)));
   for (std::size_t i = 0; i < change.refused.size(); ++i) {
     output.line(change.refused[i].why);
     // Several may have the same one.
     const bool isLast = i + 1 == change.refused.size() || change.refused[i + 1].remedy != change.refused[i].remedy;
-    if (isLast) output.line("  " + change.refused[i].remedy);
+    if (isLast) output.line(fmt::format("  {}", change.refused[i].remedy));
   }
-  if (change.portRemoved) output.line(port + " was deleted");
+  if (change.portRemoved) output.line(fmt::format("{} was deleted", port));
 }
 
 }  // namespace admin

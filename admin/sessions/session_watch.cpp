@@ -4,6 +4,7 @@
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace admin {
@@ -35,7 +36,7 @@ void SessionWatch::seeNothing(const std::string& why) {
   m_goneSince.clear();
   if (m_isAway) return;
   m_isAway = true;
-  m_output.line(why + "; waiting for it");
+  m_output.line(fmt::format("{}; waiting for it", why));
   m_output.event({{"event", "server away"}, {"why", why}});
 }
 
@@ -45,12 +46,12 @@ void SessionWatch::keepUp(const protocol::ListedSession& session) try {
   tell("up", session.number, change);
   std::string refused;
   for (const RefusedPrinter& printer : change.refused)
-    refused += (refused.empty() ? "" : "; ") + printer.why;
+    refused += fmt::format("{}{}", refused.empty() ? "" : "; ", printer.why);
   trouble(session.number, refused);
   tellRefused(session.number, change.refused);
 } catch (const Failure& failure) {
-  trouble(session.number, std::string("session ") + std::to_string(session.number) +
-                              " cannot be brought up: " + failure.what() + ". " + failure.remedy());
+  trouble(session.number,
+          fmt::format("session {} cannot be brought up: {}. {}", session.number, failure.what(), failure.remedy()));
 }
 
 void SessionWatch::keepDown(int session, Clock::time_point now) try {
@@ -62,8 +63,7 @@ void SessionWatch::keepDown(int session, Clock::time_point now) try {
   m_up.erase(session);
   trouble(session, "");
 } catch (const Failure& failure) {
-  trouble(session, std::string("session ") + std::to_string(session) + " cannot be taken down: " + failure.what() +
-                       ". " + failure.remedy());
+  trouble(session, fmt::format("session {} cannot be taken down: {}. {}", session, failure.what(), failure.remedy()));
 }
 
 void SessionWatch::tellRefused(int session, const std::vector<RefusedPrinter>& refused) {

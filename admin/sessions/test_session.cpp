@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fmt/format.h>
 
 namespace admin {
 namespace {
@@ -87,7 +88,8 @@ TestSession::TestSession(int number, int serverPort, const std::string& keyFile,
     bringPrinter(number, driver);
   } catch (const CS_Exception& cause) {
     CS_Connection::destroy(m_connection, true);
-    throw Failure(ExitCode::kServerAway, "the test session cannot be registered: " + programs::describe(cause),
+    throw Failure(ExitCode::kServerAway,
+                  fmt::format("the test session cannot be registered: {}", programs::describe(cause)),
                   "Look into the log of aps.");
   } catch (...) {
     CS_Connection::destroy(m_connection, true);
@@ -114,7 +116,8 @@ void TestSession::bringPrinter(int number, const std::wstring& driver) {
   printer.texts[protocol::Printer::kDriverText] = driver;
   const protocol::Registration::Answer registration = programs::registerPrinters(m_connection, number, {printer});
   if (!registration.isAccepted) {
-    throw Failure(ExitCode::kFailed, "the server refuses the test session: " + corvane::toUtf8(registration.refusal),
+    throw Failure(ExitCode::kFailed,
+                  fmt::format("the server refuses the test session: {}", corvane::toUtf8(registration.refusal)),
                   "Look into the log of aps.");
   }
   m_localName = registration.localNames[0];

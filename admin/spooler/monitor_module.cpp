@@ -10,6 +10,7 @@
 #include "util/object_map.h"
 #include "util/utl_string.h"
 
+#include <fmt/format.h>
 #include <sstream>
 
 namespace admin {
@@ -42,7 +43,7 @@ MonitorModule::MonitorModule() {
   const std::wstring path = Places::ofThisMachine().module();
   m_module = LoadLibraryW(path.c_str());
   if (m_module == nullptr) {
-    const SystemFailure failure("\"" + corvane::toUtf8(path) + "\" cannot be loaded", GetLastError());
+    const SystemFailure failure(fmt::format("\"{}\" cannot be loaded", corvane::toUtf8(path)), GetLastError());
     throw Failure(failure.code(), failure.what(), "Install the print monitor: mgprintmon install.");
   }
   const auto initialize = reinterpret_cast<Initialize>(function("InitializePrintMonitor2"));
@@ -61,7 +62,7 @@ MonitorModule::MonitorModule() {
 void* MonitorModule::function(const char* name) const {
   void* const address = reinterpret_cast<void*>(GetProcAddress(m_module, name));
   if (address != nullptr) return address;
-  throw Failure(ExitCode::kFailed, std::string("MgPrintMon.dll has no export ") + name,
+  throw Failure(ExitCode::kFailed, fmt::format("MgPrintMon.dll has no export {}", name),
                 "The file is not ours: install the print monitor again with mgprintmon install --force.");
 }
 

@@ -11,6 +11,8 @@
 #include <winspool.h>
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 
 namespace admin {
 
@@ -21,7 +23,7 @@ void sendToMonitor(const wchar_t* command, std::wstring port, const std::string&
     requireStatus(static_cast<LSTATUS>(askMonitorInWine(command, name, size)), tried);
     return;
   }
-  std::wstring channel = std::wstring(L",XcvMonitor ") + kMonitorName;
+  std::wstring channel = fmt::format(L",XcvMonitor {}", kMonitorName);
   PRINTER_DEFAULTSW defaults = {nullptr, nullptr, SERVER_ACCESS_ADMINISTER};
   mg::PrinterHandle monitor;
   require(OpenPrinterW(channel.data(), monitor.receive(), &defaults), tried);
@@ -69,19 +71,19 @@ bool hasPort(const std::wstring& name) {
 std::string portNameRefusal(const std::wstring& name) {
   if (name.empty()) return "a port needs a name";
   if (name.size() >= kNameRoom) {
-    return "a port name of " + std::to_string(name.size()) +
-           " characters is too long: " + std::to_string(kNameRoom - 1) + " are possible";
+    return fmt::format("a port name of {} characters is too long: {} are possible", name.size(), kNameRoom - 1);
   }
   if (std::any_of(name.begin(), name.end(), isControl)) return "a port name may not hold control characters";
   if (name.find_first_of(L"\\/") != std::wstring::npos) {
-    return "the port name " + programs::quoted(name) + " holds a path: the spooler takes such a name for a file";
+    return fmt::format("the port name {} holds a path: the spooler takes such a name for a file",
+                       programs::quoted(name));
   }
   if (name.find(L',') != std::wstring::npos) {
-    return "the port name " + programs::quoted(name) +
-           " holds a comma: the spooler takes what follows for something else";
+    return fmt::format("the port name {} holds a comma: the spooler takes what follows for something else",
+                       programs::quoted(name));
   }
   if (name.front() == L' ' || name.back() == L' ') {
-    return "the port name " + programs::quoted(name) + " begins or ends with a blank";
+    return fmt::format("the port name {} begins or ends with a blank", programs::quoted(name));
   }
   return "";
 }
@@ -90,11 +92,11 @@ bool addPort(const std::wstring& name) {
   requireName(name);
   const bool wasThere = hasPort(name);
   if (!wasThere) {
-    sendToMonitor(L"AddPort", name, "port " + programs::quoted(name) + " cannot be added");
+    sendToMonitor(L"AddPort", name, fmt::format("port {} cannot be added", programs::quoted(name)));
     // The monitor answers the same whether or not it could keep the port.
     if (!hasPort(name)) {
       throw Failure(ExitCode::kFailed,
-                    "port " + programs::quoted(name) + " was not added, although the monitor says so",
+                    fmt::format("port {} was not added, although the monitor says so", programs::quoted(name)),
                     "The module's log says why (mgprintmon status shows its end).");
     }
   }
@@ -107,34 +109,36 @@ Failure portInUse(const std::wstring& name, const std::vector<SpoolerPrinter>& u
   std::string going;
   for (const SpoolerPrinter& printer : users) {
     std::string& names = printer.isGoing ? going : stay;
-    names += (names.empty() ? "" : ", ") + programs::quoted(printer.name);
+    names += fmt::format("{}{}", names.empty() ? "" : ", ", programs::quoted(printer.name));
   }
   if (!stay.empty()) {
-    return Failure(ExitCode::kInUse, "port " + programs::quoted(name) + " is used by " + stay,
+    return Failure(ExitCode::kInUse, fmt::format("port {} is used by {}", programs::quoted(name), stay),
                    "Remove these printers or give them another port first.");
   }
-  return Failure(ExitCode::kInUse,
-                 "port " + programs::quoted(name) + " is used by " + going +
-                     ", already deleted, which the spooler keeps until the last job has left its queue",
-                 "Let these jobs print, or delete them there, and type this again.");
+  return Failure(
+      ExitCode::kInUse,
+      fmt::format(
+          "port {} is used by {}, already deleted, which the spooler keeps until the last job has left its queue",
+          programs::quoted(name), going),
+      "Let these jobs print, or delete them there, and type this again.");
 }
 
 bool deletePort(const std::wstring& name) {
   if (!hasPort(name)) return false;
   const std::vector<SpoolerPrinter> users = printersOn({name});
   if (!users.empty()) throw portInUse(name, users);
-  sendToMonitor(L"DeletePort", name, "port " + programs::quoted(name) + " cannot be deleted");
+  sendToMonitor(L"DeletePort", name, fmt::format("port {} cannot be deleted", programs::quoted(name)));
   if (isWine()) forgetPortInWine(name);
   if (hasPort(name)) {
     throw Failure(ExitCode::kFailed,
-                  "port " + programs::quoted(name) + " was not deleted, although the monitor says so",
+                  fmt::format("port {} was not deleted, although the monitor says so", programs::quoted(name)),
                   "The module's log says why (mgprintmon status shows its end).");
   }
   return true;
 }
 
 std::wstring sessionPort(unsigned session) {
-  return L"CPP" + std::to_wstring(session);
+  return fmt::format(L"CPP{}", session);
 }
 
 }  // namespace admin

@@ -11,6 +11,7 @@
 #include <winspool.h>
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <vector>
 
 namespace admin {
@@ -21,7 +22,7 @@ std::wstring text(const wchar_t* text) {
 }
 
 std::string quoted(const std::wstring& name) {
-  return "printer \"" + corvane::toUtf8(name) + "\"";
+  return fmt::format("printer \"{}\"", corvane::toUtf8(name));
 }
 
 mg::PrinterHandle openPrinter(const std::wstring& name, ACCESS_MASK access, const std::string& tried) {
@@ -77,18 +78,18 @@ std::vector<SpoolerPrinter> printersOn(const std::vector<std::wstring>& ports) {
 void addPrinter(const SpoolerPrinter& printer) {
   Information information(printer);
   const mg::PrinterHandle handle(AddPrinterW(nullptr, 2, information.bytes()));
-  require(static_cast<bool>(handle), quoted(printer.name) + " cannot be added");
+  require(static_cast<bool>(handle), fmt::format("{} cannot be added", quoted(printer.name)));
 }
 
 void changePrinter(const SpoolerPrinter& printer) {
-  const std::string tried = quoted(printer.name) + " cannot be changed";
+  const std::string tried = fmt::format("{} cannot be changed", quoted(printer.name));
   const mg::PrinterHandle handle = openPrinter(printer.name, PRINTER_ALL_ACCESS, tried);
   Information information(printer);
   require(SetPrinterW(handle.get(), 2, information.bytes(), 0), tried);
 }
 
 void deletePrinter(const std::wstring& name) {
-  const std::string tried = quoted(name) + " cannot be removed";
+  const std::string tried = fmt::format("{} cannot be removed", quoted(name));
   const mg::PrinterHandle handle = openPrinter(name, PRINTER_ALL_ACCESS, tried);
   require(DeletePrinter(handle.get()), tried);
 }
@@ -111,7 +112,7 @@ std::wstring defaultPrinter() {
 }
 
 void setDefaultPrinter(const std::wstring& name) {
-  require(SetDefaultPrinterW(name.c_str()), quoted(name) + " cannot be made the default printer");
+  require(SetDefaultPrinterW(name.c_str()), fmt::format("{} cannot be made the default printer", quoted(name)));
 }
 
 namespace {
@@ -120,14 +121,14 @@ constexpr DWORD kPiece = 65536;
 
 void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellProgress& tell) {
   LARGE_INTEGER size = {};
-  require(GetFileSizeEx(file, &size), programs::quoted(document.file) + " cannot be read");
+  require(GetFileSizeEx(file, &size), fmt::format("{} cannot be read", programs::quoted(document.file)));
   unsigned long long done = 0;
   std::vector<BYTE> piece(kPiece);
   for (;;) {
     tell(done, static_cast<unsigned long long>(size.QuadPart));
     DWORD length = 0;
     require(ReadFile(file, piece.data(), kPiece, &length, nullptr),
-            programs::quoted(document.file) + " cannot be read");
+            fmt::format("{} cannot be read", programs::quoted(document.file)));
     if (length == 0) return;
     DWORD written = 0;
     require(WritePrinter(printer, piece.data(), length, &written), "the spooler refuses the data");
@@ -141,11 +142,11 @@ void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellP
 SpooledDocument printDocument(const RawDocument& document, const TellProgress& tell) {
   const DWORD attributes = GetFileAttributesW(document.file.c_str());
   if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    throw Failure(ExitCode::kUsage, programs::quoted(document.file) + " is a folder", "Name a file.");
+    throw Failure(ExitCode::kUsage, fmt::format("{} is a folder", programs::quoted(document.file)), "Name a file.");
   }
   const mg::FileHandle file(
       CreateFileW(document.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-  require(static_cast<bool>(file), programs::quoted(document.file) + " cannot be opened");
+  require(static_cast<bool>(file), fmt::format("{} cannot be opened", programs::quoted(document.file)));
   DEVMODEW mode = {};
   mode.dmSize = sizeof mode;
   mode.dmSpecVersion = DM_SPECVERSION;
@@ -154,7 +155,7 @@ SpooledDocument printDocument(const RawDocument& document, const TellProgress& t
   PRINTER_DEFAULTSW defaults = {nullptr, &mode, PRINTER_ACCESS_USE};
   mg::PrinterHandle printer;
   require(OpenPrinterW(const_cast<wchar_t*>(document.printer.c_str()), printer.receive(), &defaults),
-          "printer " + programs::quoted(document.printer) + " cannot be opened");
+          fmt::format("printer {} cannot be opened", programs::quoted(document.printer)));
   std::wstring title = document.title;
   std::wstring datatype = L"RAW";
   DOC_INFO_1W information = {title.data(), nullptr, datatype.data()};

@@ -7,6 +7,9 @@
 
 #include <winspool.h>
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
 namespace admin {
 namespace {
 
@@ -46,7 +49,7 @@ DWORD askMonitorInWine(const wchar_t* command, BYTE* data, DWORD size) {
 mg::ObjectHandle takeJobNumberInWine(HANDLE printer) {
   for (DWORD number = 1;; ++number) {
     // The name is that of the tests' printing program, which does the same.
-    mg::ObjectHandle mutex(CreateMutexW(nullptr, FALSE, (L"mgspool job " + std::to_wstring(number)).c_str()));
+    mg::ObjectHandle mutex(CreateMutexW(nullptr, FALSE, fmt::format(L"mgspool job {}", number).c_str()));
     require(static_cast<bool>(mutex), "the mutex of a job number cannot be made");
     // A process that was killed has abandoned its number.
     if (WaitForSingleObject(mutex.get(), 0) != WAIT_TIMEOUT) return mutex;
