@@ -8,14 +8,14 @@
 namespace mg::converter {
 namespace {
 
-// Comments have at most 255 characters by their standard; of a longer line only the begin is looked at.
+// A structuring comment has at most 255 characters; only the beginning of a longer line is examined.
 constexpr size_t kMostKept = 1024;
 
 bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
-// The number at the begin of the text, or -1; takes it and the blanks around it off.
+// Removes the number at the beginning of the text, with the blanks around it, and returns it; -1 when there is none.
 long long takeNumber(std::string_view& text) {
   while (!text.empty() && isBlank(text.front()))
     text.remove_prefix(1);
@@ -89,7 +89,7 @@ class Reader {
 
   void takeOwn(std::string_view line) {
     if (takeKeyword(line, "%!PS-Adobe-")) {
-      // Fonts and procedure sets that a document brings along begin like a document but for their kind.
+      // Embedded fonts and procedure sets begin like a document, but name their kind.
       if (!m_first && line.find("Resource-") == std::string_view::npos) m_result.isMixed = true;
     } else if (takeKeyword(line, "%%Pages:")) {
       takePages(line);
@@ -106,7 +106,7 @@ class Reader {
       return;
     }
     const long long pages = takeNumber(line);
-    // The header is believed before what comes later, except where it promises a later number.
+    // The header takes precedence over what follows, except where it promises a later number.
     if (pages < 0 || pages > 1000000 || m_result.pages >= 0) return;
     m_result.pages = static_cast<int>(pages);
     m_result.isPromised = false;

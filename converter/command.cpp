@@ -15,7 +15,7 @@
 namespace mg::converter {
 namespace {
 
-// What the program may take beside Ghostscript, to start and to clean up.
+// Time that the program may take in addition to Ghostscript, to start and to clean up.
 constexpr DWORD kGraceSeconds = 15;
 
 // Standard output becomes a log that is read in the system's own code page.
@@ -52,7 +52,7 @@ int runCommand(int count, wchar_t** arguments) {
     const DWORD seconds = limits.timeSeconds + kGraceSeconds;
     const ProgramDeadline deadline(seconds * 1000, static_cast<unsigned>(ExitCode::kTimeLimit), [seconds] {
       say(fmt::format(
-          L"The conversion did not end within {} seconds. See that the disk of the temporary folder answers, "
+          L"The conversion did not end within {} seconds. Check that the disk of the temporary folder responds, "
           L"then print again.",
           seconds));
     });

@@ -61,7 +61,7 @@ class Judge {
  private:
   // Fewer pages than announced, in a file that is whole and ran to its end without an error.
   bool isExplained() const {
-    // A number in the header that no page bears out is a wrong number: nothing can have been lost.
+    // A number in the header without any page comment is a wrong number: nothing can have been lost.
     if (m_announced.pageComments == 0) return true;
     if (m_announced.pages >= 0 && m_announced.pages != m_announced.pageComments) return true;
     return canBeSeveralOnASheet(m_expected, m_pages.count);

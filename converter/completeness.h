@@ -7,26 +7,26 @@
 
 namespace mg::converter {
 
-// What a PDF holds.
+// The pages of a PDF.
 struct PdfPages {
   int count = 0;
-  // Pages that were begun but never shown: content that is in no page of the PDF.
+  // Pages that were begun but never shown: content that no page of the PDF shows.
   int unshown = 0;
 };
 
 // Throws a ConversionError (kPostScript, kMemoryLimit or kIncomplete) unless everything that the document wanted to
-// print is in the PDF, as far as that can be known: it ran to its end without an error that it did not get over; the
-// file is not cut; nothing was drawn that no page shows; and as many pages came as were announced, where the
-// announcement can be believed. Each text says in one line what was announced and what came.
+// print is in the PDF, as far as that can be determined: it ran to its end without an unhandled error; the file is not
+// truncated; nothing was drawn that no page shows; and as many pages were printed as announced, where the announcement
+// is credible. Each text states in one line what was announced and what was printed.
 //
-// The first looks at how the run ended, before there is a PDF to look at.
+// checkEnding examines how the run ended, before there is a PDF to examine.
 void checkEnding(const Announcement& announced, const RunReport& report);
 void checkComplete(const Announcement& announced, const RunReport& report, const PdfPages& pages);
 
 // The pages of a PDF file, counted as a reader finds them: through the trailer, the catalog and the root of the page
-// tree; and those that stand in the file but in no tree, which pdfwrite leaves of a page that was begun and never
-// shown. A file that is cut, empty or otherwise not whole is a ConversionError (kIncomplete) that says what is missing.
-// Text inside the pages is never taken for structure.
+// tree; and those that are in the file but in no tree: pdfwrite leaves them when a page was begun and never shown. A
+// truncated, empty or otherwise incomplete file is a ConversionError (kIncomplete) that names what is missing. Text
+// inside the pages is never mistaken for structure.
 PdfPages countPdfPages(const std::wstring& path);
 
 }  // namespace mg::converter

@@ -5,7 +5,7 @@
 
 namespace mg::converter {
 
-// How ps2pdf.exe ends. The numbers are a contract with whoever starts it and are listed in converter/README.md.
+// How ps2pdf.exe ends. The numbers are a contract with its callers and are listed in converter/README.md.
 enum class ExitCode : int {
   kDone = 0,
   kUsage = 1,
@@ -20,7 +20,7 @@ enum class ExitCode : int {
   kFileSystem = 10,
 };
 
-// Why there is no PDF: the exit code and one readable line that says what was wrong and what to do about it.
+// Why there is no PDF: the exit code and one readable line that states the cause and the remedy.
 class ConversionError : public std::exception {
  public:
   ConversionError(ExitCode code, std::wstring text);

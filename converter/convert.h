@@ -8,9 +8,9 @@ namespace mg::converter {
 
 // The files of one conversion, as full paths.
 struct JobPaths {
-  // The PostScript file that was asked for.
+  // The PostScript file to convert.
   std::wstring input;
-  // The PDF beside it: same directory and base name.
+  // The PDF in the same directory with the same base name.
   std::wstring output;
 };
 
@@ -22,8 +22,8 @@ JobPaths pathsForInput(const std::wstring& argument);
 extern const wchar_t kUsageText[];
 
 // Converts paths.input into paths.output within the limits and returns the number of pages. The output appears under
-// its name only when it is whole; a file of that name from before is removed first, so that it can never be taken for
-// the result. Removes whatever it made, also when it fails with a ConversionError.
+// its name only when it is complete; an earlier file of that name is removed first, so that it can never be mistaken
+// for the result. All temporary files are removed, also after a ConversionError.
 int convert(const JobPaths& paths, const Limits& limits);
 
 }  // namespace mg::converter

@@ -8,7 +8,7 @@
 namespace mg::converter {
 namespace {
 
-// A document may redefine any name and undo any change with `restore`. So what is kept stands in a dictionary that
+// A document may redefine any name and undo any change with `restore`. So the state is kept in a dictionary that
 // `restore` leaves alone (global memory), and everything is bound before the document begins: operators by `bind`, the
 // rest as objects (`//`). The names made here are gone when it runs.
 constexpr char kProgram[] = R"(
@@ -51,7 +51,7 @@ userdict /mgnote {
   } { pop } ifelse
 } bind put
 
-% What Ghostscript meets itself when it looks for a file, a font or a feature is none of the document's errors.
+% Errors that Ghostscript meets itself while it looks for a file, a font or a feature are not the document's.
 errordict {
   exch [/handleerror /interrupt /timeout /undefinedfilename /undefinedresource /invalidfileaccess /ioerror /invalidfont
     /configurationerror] false exch { 2 index eq or } forall
@@ -61,7 +61,7 @@ errordict {
   } ifelse
 } forall
 
-% Who calls handleerror reports an error, also when it was caught before.
+% A call of handleerror reports an error, also when it was caught before.
 userdict /mgreported { //$error /newerror get { //mgstate /reported true put } if } bind put
 errordict /handleerror [ //mgreported /exec load errordict /handleerror get /exec load ] cvx put
 userdict /handleerror [ //mgreported /exec load systemdict /handleerror get /exec load ] cvx put
@@ -119,7 +119,7 @@ std::string documentProgram(const std::string& marker) {
 
 namespace {
 
-// A job may print anything; only what a log can show is repeated, and not much of it.
+// A job may print anything: only printable characters are repeated, and at most 200 of them.
 std::string printable(std::string text) {
   for (char& c : text) {
     if (c < ' ' || c > '~') c = '?';
@@ -172,7 +172,7 @@ RunReport readReport(const std::string& said, const std::string& marker) {
   report.hasRest = rest != "0";
   report.hasFurtherPage = rest == "2";
   report.isReported = takeWord(line) == "reported";
-  // Ghostscript has no name for what is not an object of the language, such as the text that it cannot read.
+  // Ghostscript has no name for a command that is not a PostScript object, such as text that it cannot read.
   report.error = printable(std::string(line.substr(0, line.find(" in ----nostringval----"))));
   return report;
 }

@@ -9,14 +9,15 @@
 
 namespace mg::converter {
 
-// Waits for names to come or go in one folder. File systems that announce no changes are looked at four times a second.
+// Waits for files to appear in or vanish from one folder. Where the file system reports no changes, the condition is
+// checked four times a second.
 class FolderWatch {
  public:
   explicit FolderWatch(const std::wstring& folder)
       : m_change(FindFirstChangeNotificationW(folder.c_str(), FALSE,
                                               FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME)) {}
 
-  // Asks `isSo` until it answers true; false when it has not by `deadline` (GetTickCount64).
+  // Calls `isSo` until it returns true; false when it has not by `deadline` (GetTickCount64).
   template <typename Condition>
   bool waitUntil(ULONGLONG deadline, Condition&& isSo) const {
     while (!isSo()) {

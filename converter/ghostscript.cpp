@@ -59,7 +59,7 @@ std::wstring findGhostscript(const Limits& limits) {
 RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& script, const std::wstring& input) {
   RunRequest request;
   request.program = program;
-  // The output is named without a path: a "%" in the name of a folder would be taken as a page number format. Plain
+  // The output is named without a path: a "%" in the name of a folder would be read as a page number format. Plain
   // object and reference tables are what PdfFile reads.
   request.arguments = {L"-q",
                        L"-dSAFER",

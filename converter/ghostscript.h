@@ -13,7 +13,7 @@ namespace mg::converter {
 struct RunRequest {
   std::wstring program;
   std::vector<std::wstring> arguments;
-  // The file that the program reads as its standard input. It never learns the name.
+  // The file that the program reads as its standard input. The program never learns its name.
   std::wstring input;
 };
 
@@ -31,31 +31,31 @@ enum class RunEnd {
 
 struct RunResult {
   RunEnd end = RunEnd::kNotStarted;
-  // The exit code when it exited, the system's number when it was not started or killed.
+  // The exit code when it exited; the system's error number when it was not started; the signal when it was killed.
   int code = 0;
 };
 
-// The program to run: the configured one, else the newest installed one (under Wine the host's `gs`). Nothing found is
-// a ConversionError (kGhostscriptMissing).
+// The program to run: the configured one, else the newest installed one (under Wine the host's `gs`). None found is a
+// ConversionError (kGhostscriptMissing).
 std::wstring findGhostscript(const Limits& limits);
 
-// What Ghostscript is asked to do: to run the file `script` of its working directory, which runs what stands on the
-// standard input, and to write a PDF under the name that PrivateFolder gives its output.
+// The arguments for Ghostscript: run the file `script` of its working directory, which runs the document from standard
+// input, and write a PDF under the name that PrivateFolder gives its output.
 RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& script, const std::wstring& input);
 
-// Both runners block until the program has ended, and end it when this process does, however that ends. The limit of
-// the output holds for all files of the folder together; it is looked at ten times a second.
+// Both runners block until the program has ended, and end it when this process ends for any reason. The output limit
+// applies to all files of the folder together; it is checked ten times a second.
 
 // Runs a Windows program in a job object that carries the memory limit and ends it with this process. Environment
-// variables that would give Ghostscript further options are not handed on.
+// variables with further options for Ghostscript are not passed on.
 RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
 
 // Runs a program of the host under Wine, through /bin/sh. Wine gives no handle for such a process, so the shell sets
-// the limits, waits, and leaves the exit code in a file of the private folder. What this process holds open of the
-// folder tells the shell that it lives; when it does no longer, the shell ends the program and removes the folder.
+// the limits, waits, and leaves the exit code in a file of the private folder. A pipe in the folder that this process
+// holds open tells the shell that it is alive; when the pipe closes, the shell ends the program and removes the folder.
 RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
 
-// Joins words into a command line that CommandLineToArgvW and the C run time take apart into the same words.
+// Joins words into a command line that CommandLineToArgvW and the C runtime split into the same words.
 std::wstring argumentLine(const std::vector<std::wstring>& words);
 
 }  // namespace mg::converter

@@ -21,17 +21,17 @@ constexpr int kSignalBase = 128;
 constexpr int kSigKill = 9;
 constexpr int kSigXfsz = 25;
 
-// After the limit the host kills the program; this much later it is plain that no status will come.
+// After the limit the host kills the program; when this much more time has passed, no status will come.
 constexpr ULONGLONG kGraceMilliseconds = 10000;
 // The shell is up in milliseconds, on a busy machine in a second.
 constexpr ULONGLONG kStartMilliseconds = 10000;
 
 // What the shell does, given the folder, the seconds, the memory in kilobytes, the size of a file in blocks of 512
-// bytes, the input, and the words of the program. The pipe "line" is opened by the converter: as long as it lives it
-// stays open, and whatever ends the converter closes it. Then the program's whole group is killed, unless it has ended
-// and its number may be a stranger's, and the folder removed. The status appears under its name only when it is
-// complete, and when the program's temporary files, whose names a document may have chosen, are gone. There is no
-// single quote in here.
+// bytes, the input, and the words of the program. The converter opens the pipe "line" and holds it open while it is
+// alive; however it ends, the pipe closes. Then the program's whole process group is killed, unless it has already
+// ended and its number may have been reused, and the folder is removed. The status gets its final name only when it is
+// complete and the program's temporary files, whose names a document may have chosen, are removed. The script must not
+// contain a single quote.
 constexpr char kScript[] = R"(
 folder=$1 seconds=$2 memory=$3 blocks=$4 input=$5; shift 5
 exec 2>/dev/null
@@ -58,7 +58,7 @@ std::string utf8(const std::wstring& text) {
 }
 
 std::string script(const RunRequest& request, const PrivateFolder& folder, const Limits& limits) {
-  // The outer limit ends a shell whose converter was gone before it opened the line.
+  // The outer limit ends a shell whose converter ended before it opened the pipe.
   std::string script = fmt::format("exec timeout -k 1 {} sh -c '{}' sh {} {} {} {} {} {}", limits.timeSeconds + 60,
                                    kScript, shellWord(hostPath(folder.path())), limits.timeSeconds,
                                    limits.memoryMegabytes * 1024ull, limits.outputMegabytes * 2048ull,
@@ -68,7 +68,7 @@ std::string script(const RunRequest& request, const PrivateFolder& folder, const
   return script;
 }
 
-// Opens the line that the shell waits for; it closes with this process at the latest.
+// Opens the pipe that the shell waits for; it closes with this process at the latest.
 FileHandle openLine(const FolderWatch& watch, const PrivateFolder& folder) {
   const std::wstring path = folder.path() + L"\\line";
   FileHandle line;
@@ -109,7 +109,7 @@ RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limi
   int status = 0;
   bool tooMuch = false;
   const bool ended = watch.waitUntil(deadline, [&] {
-    // In this order: once the status is there, nothing is written any more, and the look behind it sees everything.
+    // In this order: once the status exists nothing more is written, so the size that is checked after it is final.
     const bool hasEnded = readStatus(folder.path() + L"\\status", status);
     tooMuch = folder.holdsMoreThan(most);
     return hasEnded || tooMuch;

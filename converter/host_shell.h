@@ -10,12 +10,12 @@ namespace mg::converter {
 // True under Wine.
 bool runsUnderWine();
 
-// The path by which the host knows a file.
+// The path of a file on the host.
 std::string hostPath(const std::wstring& path);
 
 // Writes any bytes as one word of a POSIX shell in ASCII characters only, so that no shell character in a name means
-// anything and no code page on the way can change a byte. NUL and line ends at the end, which no file name has, do not
-// survive.
+// anything and no code page on the way can change a byte. NUL bytes and trailing line ends are lost; no file name has
+// them.
 std::string shellWord(std::string_view bytes);
 
 // The Windows command line by which Wine starts `/bin/sh -c <script>` with exactly these words.

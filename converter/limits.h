@@ -9,7 +9,7 @@ namespace mg::converter {
 // Where the limits of the installed converter are kept, below HKEY_LOCAL_MACHINE.
 inline constexpr wchar_t kConverterKey[] = L"SOFTWARE\\Quillfern\\Marrowgate\\Converter";
 
-// What one conversion may use. A PostScript job is a program: without these it could run, grow or write for ever.
+// What one conversion may use. A PostScript job is a program: without these it could run, grow or write forever.
 struct Limits {
   // Wall-clock time, seconds.
   DWORD timeSeconds = 300;

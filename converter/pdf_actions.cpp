@@ -17,16 +17,16 @@
 namespace mg::converter {
 namespace {
 
-// Keys of dictionaries that hold or name what is taken out.
+// Dictionary keys that contain or refer to something that is removed.
 const std::set<std::string_view> kKeys = {
     "OpenAction", "AA", "JS", "JavaScript", "EmbeddedFiles", "EF", "AF", "RichMediaContent", "XFA", "Collection"};
-// Kinds of actions, annotations and objects, which stand as values.
+// Types of actions, annotations and objects; they occur as values.
 const std::set<std::string_view> kKinds = {
     "Launch", "JavaScript", "GoToR",       "GoToE",      "ImportData", "SubmitForm",     "Rendition",
     "Movie",  "Sound",      "RichMedia",   "GoTo3DView", "Thread",     "FileAttachment", "RichMediaExecute",
     "Screen", "3D",         "EmbeddedFile"};
 constexpr std::string_view kSchemes[] = {"http:", "https:", "ftp:", "mailto:", "tel:"};
-constexpr size_t kMostStream = 1u << 20;  // bytes that are looked through at a time for the end of a stream
+constexpr size_t kMostStream = 1u << 20;  // bytes that are searched at a time for the end of a stream
 
 bool isHarmlessAddress(const PdfToken& value) {
   if (value.kind != PdfTokenKind::kString) return false;
@@ -37,9 +37,9 @@ bool isHarmlessAddress(const PdfToken& value) {
                      [&](std::string_view scheme) { return text.compare(0, scheme.size(), scheme) == 0; });
 }
 
-// What is to be overwritten in one object.
+// What must be overwritten in one object.
 struct Finding {
-  // Names, from the object's begin, with the slash.
+  // Positions and sizes of names from the object's beginning, with the slash.
   std::vector<std::pair<size_t, size_t>> names;
   // The object is an embedded file itself.
   bool isEmbedded = false;
@@ -62,19 +62,19 @@ class Scan {
   }
 
  private:
-  // Deeper than this nobody writes; what lies deeper is not looked at and therefore refused.
+  // No ordinary document nests deeper than this; deeper objects are not examined and therefore refused.
   static constexpr int kDeepest = 200;
 
   void advance() { m_token = m_tokens.next(); }
   void overwrite(const PdfToken& name) { m_finding.names.emplace_back(name.at, name.size); }
 
-  // Each takes the tokens of one object of the language, from the present one on.
+  // Each consumes the tokens of one PDF object, beginning with the current one.
   void value(int depth, bool isEmbedding) {
-    if (depth > kDeepest) throwNotWhole(L"an object is too deep");
+    if (depth > kDeepest) throwIncomplete(L"an object is too deep");
     if (m_token.kind == PdfTokenKind::kDictBegin) return dictionary(depth, isEmbedding);
     if (m_token.kind == PdfTokenKind::kArrayBegin) return array(depth, isEmbedding);
     if (m_token.kind == PdfTokenKind::kNumber) return number(isEmbedding);
-    // An object that is a name stands for the kind of one that refers to it.
+    // An object that is only a name may be the type of an object that refers to it.
     if (depth == 0) checkKind();
     advance();
   }
@@ -109,7 +109,7 @@ class Scan {
   }
 
   void dictionary(int depth, bool isEmbedding, bool hasGlyphs = false) {
-    if (depth > kDeepest) throwNotWhole(L"an object is too deep");
+    if (depth > kDeepest) throwIncomplete(L"an object is too deep");
     advance();
     while (m_token.kind != PdfTokenKind::kDictEnd && m_token.kind != PdfTokenKind::kEnd) {
       if (m_token.kind != PdfTokenKind::kName) {
@@ -118,7 +118,7 @@ class Scan {
       }
       const PdfToken key = m_token;
       advance();
-      // "/S/URI/URI(...)": the address is what stands behind the key.
+      // "/S/URI/URI(...)": the address follows the second key.
       const bool isAddress = key.text == "URI" && m_token.kind != PdfTokenKind::kName;
       if (!hasGlyphs && (kKeys.count(key.text) != 0 || (isAddress && !isHarmlessAddress(m_token)))) overwrite(key);
       if (key.text == "S" || key.text == "Type" || key.text == "Subtype") checkKind();
@@ -171,7 +171,8 @@ class Disarming {
     if (!m_output.write(bytes.data(), static_cast<std::streamsize>(bytes.size()))) throwUnwritten();
   }
 
-  // Zeros up to "endstream"; an embedded file that holds that word itself keeps what follows, of no use to anybody.
+  // Zeros up to "endstream"; an embedded file that contains that word itself keeps the rest, which is harmless without
+  // its beginning.
   void clearStream(unsigned long long number) {
     const std::string object = m_file.object(number);
     if (object.size() < 6 || object.compare(object.size() - 6, 6, "stream") != 0) return;

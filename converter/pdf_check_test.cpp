@@ -64,7 +64,7 @@ TEST_F(PdfCheck, PagesAreCountedFromThePageTreeAndNotFromTextInsideThem) {
 
 TEST_F(PdfCheck, FileWithoutTheHeadIsRefused) {
   EXPECT_EQ(errorFor("x" + pdf(1)),
-            L"Ghostscript left a PDF that is not whole: it does not begin with \"%PDF-\". Check the free space of the "
+            L"Ghostscript left an incomplete PDF: it does not begin with \"%PDF-\". Check the free space of the "
             L"disk and print again.");
   EXPECT_NE(errorFor("").find(L"\"%PDF-\""), std::wstring::npos);
 }

@@ -12,10 +12,10 @@ namespace mg::converter {
 namespace {
 
 constexpr size_t kEntrySize = 20;
-// The root of the page tree lists its children in place; more than this is no object of pdfwrite's.
+// The root of the page tree lists all its children; pdfwrite writes no object larger than this.
 constexpr size_t kMostObjectSize = 16u << 20;
 constexpr size_t kMostTrailerSize = 64u << 10;
-// Fast web view has two tables. More come from nobody but a document that writes into the file itself.
+// Fast web view has two tables. Only a document that writes into the file itself can add more.
 constexpr int kMostTables = 4;
 
 // True when `text` holds a whole object; gives its size up to "endobj" or "stream", that word included.
@@ -32,11 +32,10 @@ bool isWholeObject(const std::string& text, size_t& size) {
 
 }  // namespace
 
-void throwNotWhole(const wchar_t* what) {
+void throwIncomplete(const wchar_t* what) {
   throw ConversionError(
       ExitCode::kIncomplete,
-      fmt::format(L"Ghostscript left a PDF that is not whole: {}. Check the free space of the disk and print again.",
-                  what));
+      fmt::format(L"Ghostscript left an incomplete PDF: {}. Check the free space of the disk and print again.", what));
 }
 
 unsigned long long numberOf(const std::string& text, const char* key, const wchar_t* otherwise) {
@@ -46,14 +45,14 @@ unsigned long long numberOf(const std::string& text, const char* key, const wcha
     const PdfToken value = tokens.next();
     if (value.kind == PdfTokenKind::kNumber) return std::strtoull(value.text.c_str(), nullptr, 10);
   }
-  throwNotWhole(otherwise);
+  throwIncomplete(otherwise);
 }
 
 PdfFile::PdfFile(const std::wstring& path) : m_file(std::filesystem::path(path), std::ios::binary) {
-  if (!m_file) throwNotWhole(L"there is no file");
+  if (!m_file) throwIncomplete(L"there is no file");
   m_file.seekg(0, std::ios::end);
   m_size = static_cast<unsigned long long>(m_file.tellg());
-  if (read(0, 5) != "%PDF-") throwNotWhole(L"it does not begin with \"%PDF-\"");
+  if (read(0, 5) != "%PDF-") throwIncomplete(L"it does not begin with \"%PDF-\"");
   readTail();
 }
 
@@ -70,24 +69,24 @@ void PdfFile::readTail() {
   const std::string tail = read(m_size > 1024 ? m_size - 1024 : 0, 1024);
   const size_t end = tail.rfind("%%EOF");
   if (end == std::string::npos || tail.find_first_not_of("\r\n", end + 5) != std::string::npos) {
-    throwNotWhole(L"it does not end with \"%%EOF\"");
+    throwIncomplete(L"it does not end with \"%%EOF\"");
   }
   const size_t start = tail.rfind("startxref");
-  if (start == std::string::npos) throwNotWhole(L"it has no reference table");
+  if (start == std::string::npos) throwIncomplete(L"it has no reference table");
   unsigned long long at = std::strtoull(tail.c_str() + start + 9, nullptr, 10);
   for (int tables = 0; tables == 0 || at != 0; ++tables) {
-    if (tables == kMostTables) throwNotWhole(L"it has too many reference tables");
+    if (tables == kMostTables) throwIncomplete(L"it has too many reference tables");
     at = readTable(at, tables == 0);
   }
 }
 
 unsigned long long PdfFile::readTable(unsigned long long at, bool isLast) {
-  if (read(at, 4) != "xref") throwNotWhole(L"its reference table is not where it should be");
+  if (read(at, 4) != "xref") throwIncomplete(L"its reference table is not where it should be");
   at += 4;
   for (;;) {
     const std::string head = read(at, 64);
     const size_t first = head.find_first_not_of("\r\n ");
-    if (first == std::string::npos) throwNotWhole(L"its reference table is cut");
+    if (first == std::string::npos) throwIncomplete(L"its reference table is truncated");
     if (head.compare(first, 7, "trailer") == 0) {
       at += first + 7;
       break;
@@ -100,7 +99,7 @@ unsigned long long PdfFile::readTable(unsigned long long at, bool isLast) {
     while (section.at < m_size && read(section.at, 1).find_first_of("\r\n ") == 0)
       ++section.at;
     if (section.count == 0 || section.count > m_size / kEntrySize || section.first > m_size / kEntrySize) {
-      throwNotWhole(L"its reference table is cut");
+      throwIncomplete(L"its reference table is truncated");
     }
     readSection(section);
     at = section.at + kEntrySize * section.count;
@@ -112,8 +111,8 @@ unsigned long long PdfFile::readTable(unsigned long long at, bool isLast) {
   for (PdfToken token = tokens.next(); token.kind != PdfTokenKind::kEnd && token.text != "startxref";
        token = tokens.next()) {
     if (token.kind != PdfTokenKind::kName) continue;
-    // Objects that only such a table names would be looked at by a reader and not by us.
-    if (token.text == "XRefStm") throwNotWhole(L"it has a reference table of another kind");
+    // A viewer would read objects that only such a table names, and this class would not.
+    if (token.text == "XRefStm") throwIncomplete(L"it has a reference table of another type");
     if (token.text == "Prev") previous = std::strtoull(tokens.next().text.c_str(), nullptr, 10);
   }
   return previous;
@@ -121,7 +120,7 @@ unsigned long long PdfFile::readTable(unsigned long long at, bool isLast) {
 
 void PdfFile::readSection(const Section& section) {
   const std::string entries = read(section.at, kEntrySize * section.count);
-  if (entries.size() != kEntrySize * section.count) throwNotWhole(L"its reference table is cut");
+  if (entries.size() != kEntrySize * section.count) throwIncomplete(L"its reference table is truncated");
   if (m_offsets.size() < section.first + section.count) m_offsets.resize(section.first + section.count);
   for (size_t i = 0; i < section.count; ++i) {
     const std::string entry = entries.substr(i * kEntrySize, kEntrySize);
@@ -140,7 +139,7 @@ std::vector<unsigned long long> PdfFile::objects() const {
 }
 
 unsigned long long PdfFile::offset(unsigned long long number) const {
-  if (number >= m_offsets.size() || m_offsets[number] == 0) throwNotWhole(L"an object is missing");
+  if (number >= m_offsets.size() || m_offsets[number] == 0) throwIncomplete(L"an object is missing");
   return m_offsets[number];
 }
 
@@ -150,12 +149,12 @@ std::string PdfFile::object(unsigned long long number) {
   size_t length = 0;
   std::string text = read(at, size);
   while (!isWholeObject(text, length)) {
-    if (text.size() < size || size > kMostObjectSize) throwNotWhole(L"an object is cut");
+    if (text.size() < size || size > kMostObjectSize) throwIncomplete(L"an object is truncated");
     size *= 4;
     text = read(at, size);
   }
   text.resize(length);
-  if (std::strtoull(text.c_str(), nullptr, 10) != number) throwNotWhole(L"an object is not where it should be");
+  if (std::strtoull(text.c_str(), nullptr, 10) != number) throwIncomplete(L"an object is not where it should be");
   return text;
 }
 

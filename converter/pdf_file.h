@@ -6,20 +6,20 @@
 
 namespace mg::converter {
 
-// A PDF with plain reference tables, as Ghostscript writes it on request, also one that is arranged for fast web view
-// (two tables). Read as a reader reads it: from "startxref" at the tail. Whatever is not whole is a ConversionError
-// (kIncomplete) that says what is missing. Belongs to one thread.
+// A PDF with plain reference tables, as Ghostscript writes it on request, including the two tables of fast web view.
+// Read as a viewer reads it: from "startxref" at the end. An incomplete file is a ConversionError (kIncomplete) that
+// names what is missing. Belongs to one thread.
 class PdfFile {
  public:
   explicit PdfFile(const std::wstring& path);
 
-  // The trailer that the last table has, as text from "<<" on.
+  // The trailer of the last table, as text from "<<" on.
   const std::string& trailer() const { return m_trailer; }
-  // The numbers of all objects that the tables name.
+  // The numbers of all objects in the tables.
   std::vector<unsigned long long> objects() const;
-  // Where an object stands in the file.
+  // An object's position in the file.
   unsigned long long offset(unsigned long long number) const;
-  // An object's text from its number to "endobj", or to "stream" where it has one.
+  // An object's text from its number to "endobj", or to "stream" when it has a stream.
   std::string object(unsigned long long number);
   // Bytes of the file; fewer at its end.
   std::string read(unsigned long long at, size_t size);
@@ -32,21 +32,21 @@ class PdfFile {
   };
 
   void readTail();
-  // Reads one table and gives where the one before it stands, 0 when there is none.
+  // Reads one table and returns the position of the previous one, 0 when there is none.
   unsigned long long readTable(unsigned long long at, bool isLast);
   void readSection(const Section& section);
 
   std::ifstream m_file;
   unsigned long long m_size = 0;
   std::string m_trailer;
-  std::vector<unsigned long long> m_offsets;  // 0 for an object that is not there
+  std::vector<unsigned long long> m_offsets;  // 0 for an object that does not exist
 };
 
-// The number behind a key of a dictionary's text, as of "/Count 12" or "/Root 3 0 R"; without the key a
-// ConversionError with `otherwise`.
+// The number after a key in a dictionary's text, as in "/Count 12" or "/Root 3 0 R"; without the key throws a
+// ConversionError with the text `otherwise`.
 unsigned long long numberOf(const std::string& text, const char* key, const wchar_t* otherwise);
 
-// Throws the ConversionError of a PDF that is not whole.
-[[noreturn]] void throwNotWhole(const wchar_t* what);
+// Throws the ConversionError of an incomplete PDF.
+[[noreturn]] void throwIncomplete(const wchar_t* what);
 
 }  // namespace mg::converter

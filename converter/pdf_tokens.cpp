@@ -35,7 +35,7 @@ void PdfTokens::skipBlanks() {
   }
 }
 
-// Each of these stands on the token's first character; false when the text ends within the token.
+// Each begins at the token's first character; false when the text ends within the token.
 bool PdfTokens::readName(std::string& text) {
   for (++m_at; m_at < m_text.size() && isRegular(m_text[m_at]); ++m_at) {
     if (peek() == '#' && hexValue(peek(1)) >= 0 && hexValue(peek(2)) >= 0) {

@@ -8,7 +8,7 @@ namespace mg::converter {
 enum class PdfTokenKind {
   kName,        // text is decoded, without the slash
   kString,      // text is decoded, from (...) or <...>
-  kNumber,      // text as it stands
+  kNumber,      // text unchanged
   kWord,        // "R", "obj", "endobj", "stream", "true", ...
   kDictBegin,   // <<
   kDictEnd,     // >>
@@ -19,13 +19,13 @@ enum class PdfTokenKind {
 
 struct PdfToken {
   PdfTokenKind kind = PdfTokenKind::kEnd;
-  // Where the token stands, and how many bytes it has there.
+  // Position and size of the token in the text, in bytes.
   size_t at = 0;
   size_t size = 0;
   std::string text;
 };
 
-// Takes the text of PDF objects apart. Never reads beyond its text, which must outlive it.
+// Splits the text of PDF objects into tokens. Never reads beyond its text, which must outlive it.
 class PdfTokens {
  public:
   explicit PdfTokens(std::string_view text) : m_text(text) {}

@@ -15,9 +15,9 @@
 namespace mg::converter {
 namespace {
 
-// A run makes two levels; deeper than this nobody has made them by accident.
+// A run makes two levels; nothing deeper than this arises by accident.
 constexpr int kDeepest = 32;
-// The host removes in milliseconds what it removes at all.
+// The host removes a folder in milliseconds, if it can remove it.
 constexpr ULONGLONG kHostMilliseconds = 10000;
 
 bool exists(const std::wstring& path) {
@@ -27,7 +27,7 @@ bool exists(const std::wstring& path) {
 // `path` is in the form that reaches the file system as it is written.
 void removeTree(const std::wstring& path, int depth) {
   if (depth > kDeepest) return;
-  // All names first: a name that stays must not come up again, as it does in a search that is begun anew.
+  // All names first: a name that cannot be removed must not be found again, as a new search would.
   std::vector<WIN32_FIND_DATAW> entries;
   {
     WIN32_FIND_DATAW found;
@@ -95,8 +95,8 @@ std::wstring randomName() {
                   path, systemErrorText(GetLastError())));
 }
 
-// Adds up the files of one folder until there are more bytes than asked for. Each file is asked itself, because what a
-// search tells of files that are being written may be old.
+// Adds up the files of one folder until there are more bytes than asked for. Each file is queried itself, because the
+// sizes in a search result may be outdated for files that are being written.
 void add(const std::wstring& folder, unsigned long long bytes, unsigned long long& sum) {
   WIN32_FIND_DATAW found;
   const FindHandle search(FindFirstFileW((folder + L"\\*").c_str(), &found));

@@ -10,11 +10,11 @@
 
 namespace mg::converter {
 
-// Ends the process at a time, whatever it hangs in then: whoever waits for it waits without limit. Goes quietly when
-// the object goes before.
+// Ends the process after a time, wherever it hangs: its caller waits for it without a limit. Does nothing when the
+// object is destroyed before.
 class ProgramDeadline {
  public:
-  // After `milliseconds`, calls `say` on a thread of its own and ends the process with `code`.
+  // After `milliseconds`, calls `say` on its own thread and ends the process with `code`.
   ProgramDeadline(DWORD milliseconds, unsigned code, std::function<void()> say)
       : m_isOver(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
         m_thread([isOver = m_isOver.get(), milliseconds, code, say = std::move(say)] {

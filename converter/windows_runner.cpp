@@ -12,7 +12,7 @@
 namespace mg::converter {
 namespace {
 
-// Nothing signals the growth of a file, so its size is looked at this often.
+// Nothing signals the growth of a file, so its size is checked this often.
 constexpr DWORD kSliceMilliseconds = 100;
 
 [[noreturn]] void throwSystem(const std::wstring& what) {
@@ -77,7 +77,7 @@ std::wstring quoted(const std::wstring& word) {
   std::wstring line = L"\"";
   size_t backslashes = 0;
   for (const wchar_t c : word) {
-    // Backslashes double only where a quote follows; in front of a quote inside the word one more escapes it.
+    // Backslashes are doubled only before a quote; a quote inside the word is escaped by one more.
     if (c == L'"') line.append(backslashes + 1, L'\\');
     backslashes = c == L'\\' ? backslashes + 1 : 0;
     line += c;

@@ -7,19 +7,19 @@
 
 namespace admin {
 
-// What the program ends with, for scripts. The table stands in README.md as well; a number never changes its meaning.
+// The exit codes, for scripts. README.md has the same table; a number never changes its meaning.
 enum class ExitCode {
   kDone = 0,
-  kFailed = 1,          // something went wrong; standard error output says what, and what to do next
+  kFailed = 1,          // an error; standard error states the cause and the remedy
   kUsage = 2,           // the command line is wrong
-  kNotFound = 3,        // a port, printer, session, driver or file that was named is not there
-  kAccessDenied = 4,    // Windows asks for administrator rights here
-  kInUse = 5,           // something else holds what is to be changed: the spooler a file, a printer a port
-  kServerAway = 6,      // the application server cannot be asked
-  kUnknownOutcome = 7,  // the job was handed over, and nobody could say in time what became of it
+  kNotFound = 3,        // a port, printer, session, driver or file on the command line does not exist
+  kAccessDenied = 4,    // Windows requires administrator rights
+  kInUse = 5,           // the spooler uses a file, or a printer uses a port, that must be changed
+  kServerAway = 6,      // the application server cannot be queried
+  kUnknownOutcome = 7,  // the job was handed over, and its outcome was not known in time
 };
 
-// Why a command cannot go on: what is wrong and, in a sentence of its own, what to do next. UTF-8.
+// Why a command cannot continue: the cause and, in a separate sentence, the remedy. UTF-8.
 class Failure : public std::runtime_error {
  public:
   Failure(ExitCode code, const std::string& what, std::string remedy)
@@ -33,14 +33,14 @@ class Failure : public std::runtime_error {
   std::string m_remedy;
 };
 
-// An error number of Windows in its words, with the number: "Access is denied (5)".
+// The text of a Windows error number, with the number: "Access is denied (5)".
 std::string errorWords(DWORD error);
 
-// What to do about it; empty when the words say all there is.
+// The remedy for that error; empty when there is none beyond the text.
 std::string remedyFor(DWORD error);
 
-// A call of Windows that failed. What was tried is the beginning of the text, as in "the port CPP5 cannot be added";
-// exit code and remedy follow from the error.
+// A failed Windows call. `tried` is the beginning of the text, as in "the port CPP5 cannot be added"; exit code and
+// remedy follow from the error.
 class SystemFailure : public Failure {
  public:
   SystemFailure(const std::string& tried, DWORD error);

@@ -64,13 +64,13 @@ namespace {
 
 constexpr DWORD kPiece = 65536;
 
-// INVALID_FILE_ATTRIBUTES when there is nothing; what cannot be seen is not taken for that.
+// INVALID_FILE_ATTRIBUTES when the path does not exist; an inaccessible path is a failure.
 DWORD attributesOf(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
   if (attributes != INVALID_FILE_ATTRIBUTES) return attributes;
   const DWORD error = GetLastError();
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return INVALID_FILE_ATTRIBUTES;
-  throw SystemFailure(fmt::format("{} cannot be looked at", programs::quoted(path)), error);
+  throw SystemFailure(fmt::format("{} cannot be accessed", programs::quoted(path)), error);
 }
 
 mg::FileHandle openForReading(const std::wstring& path) {
@@ -99,7 +99,7 @@ void writeCopy(const std::wstring& from, const std::wstring& to) {
   while (readPiece(source.get(), from, piece) > 0) {
     DWORD written = 0;
     require(WriteFile(target.get(), piece.data(), static_cast<DWORD>(piece.size()), &written, nullptr), tried);
-    // A full disk takes what still fits and calls it a success.
+    // A full disk stores what still fits and reports success.
     if (written != piece.size()) throw SystemFailure(tried, ERROR_DISK_FULL);
   }
   require(FlushFileBuffers(target.get()), tried);
@@ -145,7 +145,7 @@ void deleteFile(const std::wstring& path) {
   if (DeleteFileW(path.c_str())) return;
   const DWORD error = GetLastError();
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return;
-  // A loaded module answers as a missing right does.
+  // For a loaded module Windows reports a missing right.
   if (error == ERROR_ACCESS_DENIED) requireReplaceable(path);
   throw SystemFailure(fmt::format("{} cannot be deleted", programs::quoted(path)), error);
 }

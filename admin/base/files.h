@@ -9,7 +9,7 @@
 
 namespace admin {
 
-// The version in a file's resource, ordered by its numbers from the left.
+// The version in a file's resource, compared number by number from the left.
 struct FileVersion {
   std::array<std::uint16_t, 4> numbers = {};
 
@@ -18,40 +18,39 @@ struct FileVersion {
   std::string text() const;
 };
 
-// Nothing when the file is not there or has no version.
+// Empty when the file does not exist or has no version.
 std::optional<FileVersion> fileVersion(const std::wstring& path);
 
-// Makes a folder in one that exists; throws a SystemFailure that names it.
+// Creates a folder in an existing one; throws a SystemFailure that names it.
 void createFolder(const std::wstring& path);
-// Deletes a folder; fine when it is not there. Throws a SystemFailure when it is not empty or in use.
+// Deletes a folder; succeeds when it does not exist. Throws a SystemFailure when it is not empty or in use.
 void deleteFolder(const std::wstring& path);
-// The folder and those above it that are not there, the outermost first.
+// The folder and its parents that do not exist, the outermost first.
 std::vector<std::wstring> missingFolders(std::wstring path);
 
-// Files by path, as Windows has them. Everything here throws a SystemFailure that names the file.
+// Files by their paths. Every function throws a SystemFailure that names the file.
 
 bool fileExists(const std::wstring& path);
 bool folderExists(const std::wstring& path);
-// Both are there and hold the same bytes.
+// Both exist and have the same content.
 bool sameContent(const std::wstring& left, const std::wstring& right);
-// Writes a new file with the content of another one, complete on disk when this returns; what it had written is gone
-// when it fails. A file of the target's name is overwritten.
+// Copies a file, completely to the disk when this returns; after a failure the target is deleted. An existing target is
+// overwritten.
 void copyFile(const std::wstring& from, const std::wstring& to);
 void moveFile(const std::wstring& from, const std::wstring& to, bool mayReplace);
-// Fine when it is not there.
+// Succeeds when it does not exist.
 void deleteFile(const std::wstring& path);
-// Fails when somebody holds the file so that it cannot be replaced: the spooler, as a rule, a module that it has
-// loaded.
+// Fails when the file is open in a way that prevents its replacement: usually a module that the spooler has loaded.
 void requireReplaceable(const std::wstring& path);
-// The whole content as bytes; at most that many from its end.
+// The content as bytes; of a longer file only that many from its end.
 std::string fileTail(const std::wstring& path, unsigned bytes);
 
-// A page of PostScript for trying things out.
+// A PostScript page for tests of an installation.
 inline constexpr char kTestPage[] =
     "%!PS-Adobe-3.0\n/Helvetica findfont 24 scalefont setfont 72 700 moveto (mgprintmon test page) show showpage\n";
 
-// The name of a file in the folder for temporary files that nobody else uses. What stands under it at the end of the
-// object is deleted. Throws a SystemFailure.
+// A unique file name in the folder for temporary files. The destructor deletes the file of that name. Throws a
+// SystemFailure.
 class ScratchFile {
  public:
   explicit ScratchFile(const wchar_t* extension);
@@ -63,10 +62,10 @@ class ScratchFile {
   ScratchFile sibling(const wchar_t* extension) const;
 
   const std::wstring& path() const { return m_path; }
-  // Makes the file with that content.
+  // Creates the file with that content.
   void write(const std::string& content) const;
 
-  // With a backslash at its end.
+  // With a trailing backslash.
   static std::wstring folder();
 
  private:

@@ -15,8 +15,8 @@ using corvane::printable;
 
 constexpr unsigned kWidth = 40;
 
-// A name with bytes that are no text is shown with replacement characters, never refused. Everything but ASCII is
-// escaped: it stays what it is for whoever reads the JSON, and does nothing to a terminal.
+// Bytes that are not valid text become replacement characters and are never refused. Everything but ASCII is escaped:
+// the value stays the same for a JSON reader and has no effect on a terminal.
 std::string written(const Json& value, int indent) {
   return value.dump(indent, ' ', true, Json::error_handler_t::replace);
 }

@@ -9,25 +9,25 @@
 
 namespace admin {
 
-// Members stay in the order in which they were added, which is how a person reads them.
+// Members keep the order in which they were added, for readability.
 using Json = nlohmann::ordered_json;
 
-// What a command says, either as lines for a person or as JSON for a machine; each call that does not fit the chosen
-// form does nothing, so that a command says both and lets this choose. One thread.
+// The output of a command, either as lines of text or as JSON. A call that does not fit the chosen form does nothing,
+// so a command makes both kinds of calls. Belongs to one thread.
 class Output {
  public:
   Output(std::ostream& out, std::ostream& errors, bool json) : m_out(out), m_errors(errors), m_json(json) {}
 
   bool isJson() const { return m_json; }
-  // A line for a person.
+  // A line of text.
   void line(const std::string& text);
-  // The facts of a command, for a machine: one document, several lines.
+  // The result of a command as JSON: one document, several lines.
   void facts(const Json& facts);
-  // One of many documents that follow each other: one line each.
+  // One of several JSON documents in sequence: one line each.
   void event(const Json& facts);
-  // Why the command failed: on the error output for a person, {"error": ...} on the standard output for a machine.
+  // Why the command failed: as text on the error output, or as {"error": ...} on the standard output.
   void failure(const Failure& failure);
-  // The place for what is neither: the progress bar.
+  // The stream itself, for the progress bar.
   std::ostream& stream() { return m_out; }
 
  private:
@@ -36,13 +36,13 @@ class Output {
   bool m_json;
 };
 
-// The text as UTF-8; for values that are not text, what nlohmann-json makes of them.
+// The text as a JSON string in UTF-8.
 Json textValue(std::wstring_view text);
 
-// How far a document is, as a bar that is drawn over itself; on a terminal only. One thread.
+// The progress of a document as a bar that is redrawn in place; on a terminal only. Belongs to one thread.
 class ProgressBar {
  public:
-  // Does nothing unless the standard output is a terminal and lines are wanted.
+  // Shows nothing unless the standard output is a terminal and the output is text.
   explicit ProgressBar(Output& output);
   // Ends the line of the bar.
   ~ProgressBar();
@@ -60,7 +60,7 @@ class ProgressBar {
   std::string m_last;
 };
 
-// Whether the standard output is a console window, and whether that takes text beyond ASCII.
+// Whether the standard output is a console window, and whether that shows UTF-8.
 bool isTerminal();
 bool isUnicodeTerminal();
 

@@ -11,7 +11,7 @@
 namespace admin {
 namespace {
 
-// The module puts "Programs\ps2pdf.exe" and a document's path behind the root.
+// The module appends "Programs\ps2pdf.exe" and a document's path to the root.
 constexpr std::size_t kMaxRoot = 180;
 
 std::wstring folderOfTheSystem() {

@@ -10,7 +10,7 @@ inline constexpr wchar_t kMonitorName[] = L"Client Printer Port";
 inline constexpr wchar_t kKeyFileName[] = L"KeyFile";
 inline constexpr wchar_t kEnvironment[] = L"Windows x64";
 
-// Where an installation lives on a machine. Keys stand below HKEY_LOCAL_MACHINE.
+// The paths of an installation. Keys are below HKEY_LOCAL_MACHINE.
 struct Places {
   std::wstring systemFolder;
   std::wstring root;  // the installation's own folder
@@ -27,8 +27,8 @@ struct Places {
   std::wstring portsKey() const { return productKey() + L"\\Printers\\Ports"; }
   std::wstring recordKey() const { return productKey() + L"\\Installation"; }
 
-  // Those of this machine: the root is the given folder or, when that is empty, the one of the present installation, or
-  // else "Marrowgate" in the folder for programs. Throws a Failure when the folder cannot be one.
+  // The paths on this machine: the root is the given folder or, when that is empty, that of the current installation,
+  // or else "Marrowgate" in the program folder. Throws a Failure when the folder cannot be used.
   static Places ofThisMachine(const std::wstring& root = {});
 };
 

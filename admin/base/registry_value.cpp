@@ -136,7 +136,7 @@ void deleteKeyTree(const std::wstring& key) {
 
 bool isKeyEmpty(const std::wstring& key) {
   mg::RegistryKey opened;
-  const std::string tried = fmt::format("{} cannot be looked into", quoted(key));
+  const std::string tried = fmt::format("{} cannot be read", quoted(key));
   requireStatus(RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive()), tried);
   DWORD keys = 0;
   DWORD values = 0;
@@ -151,13 +151,13 @@ std::vector<std::wstring> subkeys(const std::wstring& key) {
   mg::RegistryKey opened;
   LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive());
   if (isMissing(status)) return names;
-  requireStatus(status, fmt::format("{} cannot be looked into", quoted(key)));
+  requireStatus(status, fmt::format("{} cannot be read", quoted(key)));
   for (DWORD index = 0;; ++index) {
     wchar_t name[kMaxKeyName];
     DWORD length = kMaxKeyName;
     status = RegEnumKeyExW(opened.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
     if (status == ERROR_NO_MORE_ITEMS) return names;
-    requireStatus(status, fmt::format("{} cannot be looked into", quoted(key)));
+    requireStatus(status, fmt::format("{} cannot be read", quoted(key)));
     names.emplace_back(name, length);
   }
 }

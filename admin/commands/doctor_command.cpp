@@ -29,18 +29,17 @@ std::string checkServer(int port, std::optional<protocol::ServerStatus>& facts) 
                      programs::oneLine(facts->since));
 }
 
-// Every printer that the client brings is here.
+// Throws a Failure unless every printer of the session exists here.
 void requirePrinters(const protocol::ListedSession& session, const std::vector<SpoolerPrinter>& present) {
   std::string names;
   for (const std::wstring& name : missingHere(session, present))
     names += fmt::format("{}{}\"", names.empty() ? "\"" : ", \"", programs::oneLine(name));
   if (names.empty()) return;
-  throw Failure(
-      ExitCode::kFailed, fmt::format("connected, but not all of its printers are here: {}", names),
-      fmt::format("Run mgprintmon session up {}: it says what the spooler has against them.", session.number));
+  throw Failure(ExitCode::kFailed, fmt::format("connected, but some of its printers are missing here: {}", names),
+                fmt::format("Run mgprintmon session up {}: it shows why the spooler refuses them.", session.number));
 }
 
-// A session without a client is a fault only where its printers are up.
+// A session without a client is an error only when its printers are up.
 void checkSessions(Diagnosis& diagnosis, const protocol::ServerStatus& facts) {
   const std::vector<std::wstring> ports = monitorPorts();
   const std::vector<SpoolerPrinter> present = localPrinters();
@@ -54,7 +53,7 @@ void checkSessions(Diagnosis& diagnosis, const protocol::ServerStatus& facts) {
       if (session.isConnected) return fmt::format("connected{}", since);
       if (!isUp) return fmt::format("gone{}, and the session is not up here", since);
       throw Failure(
-          ExitCode::kFailed, fmt::format("gone{}, while the session's printers are here", since),
+          ExitCode::kFailed, fmt::format("gone{}, while the session's printers are still here", since),
           fmt::format("Start the session's print client, or run mgprintmon session down {}.", session.number));
     });
   }
@@ -92,10 +91,11 @@ ExitCode run(const Options& options, Output& output) {
 
 void addDoctorCommand(CLI::App& app, Invocation& invocation) {
   auto options = std::make_shared<Options>();
-  CLI::App& command = addCommand(app, invocation, "doctor",
-                                 "Examines everything that a job needs, one by one, and prints a test page the whole "
-                                 "way round. Ends with 1 when something is not well.",
-                                 {"doctor", "doctor --json", "doctor --driver \"Generic PostScript\""});
+  CLI::App& command = addCommand(
+      app, invocation, "doctor",
+      "Checks everything that a job needs, and prints a test page end to end. The exit code is 1 when a check "
+      "fails.",
+      {"doctor", "doctor --json", "doctor --driver \"Generic PostScript\""});
   command.add_option("--driver", options->driver, "driver of the test page's printer; default: any");
   command.add_option("--processor", options->processor, "its print processor; default: winprint");
   command.add_option("--key", options->keyFile, "the key of the test session, when aps wants keys");

@@ -23,7 +23,7 @@ constexpr char kExitCodes[] =
 CLI::App& addCommand(CLI::App& parent, Invocation& invocation, const std::string& name, const std::string& description,
                      const std::vector<std::string>& examples) {
   CLI::App* const command = parent.add_subcommand(name, description);
-  command->add_flag("--json", invocation.json, "facts for a machine instead of lines for a person");
+  command->add_flag("--json", invocation.json, "JSON instead of text");
   std::string footer = "Examples:";
   for (const std::string& example : examples)
     footer += fmt::format("\n  mgprintmon {}", example);
@@ -74,7 +74,7 @@ ExitCode runInvocation(const Invocation& invocation, Output& output) {
 }  // namespace admin
 
 int programMain(const std::vector<std::string>& arguments) {
-  // The module's log must not be written by a person who only looks.
+  // An administrator's query must not write to the module's log.
   programs::silenceLocalLog();
   const auto parsed = admin::parseCommandLine(arguments);
   if (!parsed->invocation.run) {

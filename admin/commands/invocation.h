@@ -14,14 +14,13 @@ class App;
 
 namespace admin {
 
-// What a command line asks for. Each command's file adds its part to the parser and puts its work into run.
+// What a command line requests. Each command's file adds its part to the parser and sets `run`.
 struct Invocation {
   bool json = false;
   std::function<ExitCode(Output&)> run;
 };
 
-// A command with its description, "--json", and examples below its help. A command inside another one is added to that
-// one in place of the program.
+// Adds a command with its description, "--json", and examples below its help to the program or to a group.
 CLI::App& addCommand(CLI::App& parent, Invocation& invocation, const std::string& name, const std::string& description,
                      const std::vector<std::string>& examples);
 
@@ -40,8 +39,8 @@ void addVisibleCommand(CLI::App& app, Invocation& invocation);
 void addDoctorCommand(CLI::App& app, Invocation& invocation);
 void addWatchCommand(CLI::App& app, Invocation& invocation);
 
-// The outcome of reading a command line: an invocation to run, or, when it has no work to do, an exit code and what to
-// say (help on the standard output, a usage error on the error output).
+// The outcome of reading a command line: an invocation to run, or, when it has no work to do, an exit code and a text
+// (help for the standard output, a usage error for the error output).
 struct ParsedCommandLine {
   Invocation invocation;
   ExitCode code = ExitCode::kDone;
@@ -49,7 +48,7 @@ struct ParsedCommandLine {
 };
 std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arguments);
 
-// Runs it and turns what it throws into words and an exit code.
+// Runs it and turns exceptions into text and an exit code.
 ExitCode runInvocation(const Invocation& invocation, Output& output);
 
 }  // namespace admin

@@ -80,12 +80,12 @@ ExitCode run(const Options& options, Output& output) {
   const unsigned long job = spooled.job;
   output.line(fmt::format("the spooler has job {} for \"{}\"", job, options.printer));
   const AwaitedJob awaited{job, document.printer, isWine() ? GetCurrentProcessId() : 0};
-  // A job that the spooler gave up is noticed at once or never.
+  // For a job that the spooler gave up a notice comes at once or never.
   const unsigned seconds = spooled.endError != 0 ? std::min(options.waitSeconds, kGivenUpSeconds) : options.waitSeconds;
   const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));
   if (outcome) return sayOutcome(job, options, *outcome, output);
   if (spooled.endError != 0) throw SystemFailure("the spooler does not end the document", spooled.endError);
-  throw Failure(ExitCode::kUnknownOutcome, fmt::format("what became of job {} is not known: {}", job, watch.why()),
+  throw Failure(ExitCode::kUnknownOutcome, fmt::format("the outcome of job {} is unknown: {}", job, watch.why()),
                 "The spooler has the document; mgprintmon status shows the last failures, --wait waits longer.");
 }
 
@@ -93,7 +93,7 @@ ExitCode run(const Options& options, Output& output) {
 
 void addPrintCommand(CLI::App& app, Invocation& invocation) {
   auto options = std::make_shared<Options>();
-  CLI::App& command = addCommand(app, invocation, "print", "Prints a file as it is and waits for what becomes of it.",
+  CLI::App& command = addCommand(app, invocation, "print", "Prints a file as it is and waits for the outcome.",
                                  {"print \"Laser-2 (session 5)\" letter.ps",
                                   "print \"Laser-2 (session 5)\" letter.ps --copies 2 --title Letter --wait 300"});
   command.add_option("printer", options->printer, "its name on this machine")->required();

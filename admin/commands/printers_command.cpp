@@ -19,8 +19,8 @@ struct Options {
   std::string printer;
 };
 
-// The module would wait for the server without end, and answer for a session without a port like for one whose printer
-// is hidden.
+// Without the server the module would wait forever; and it answers the same for a session without a port and for a
+// hidden printer.
 void requireServerAndPort(unsigned session) {
   ApplicationServer().status();
   if (hasPort(sessionPort(session))) return;
@@ -34,7 +34,7 @@ ExitCode printers(const Options& options, Output& output) {
   if (!MonitorModule::get().cachedPrinters(options.session, names)) {
     throw Failure(ExitCode::kFailed,
                   fmt::format("the module does not deliver the printers of session {}", options.session),
-                  "The module's log says why (mgprintmon status shows its end).");
+                  "The module's log says why (mgprintmon status shows its last lines).");
   }
   std::sort(names.begin(), names.end());
   Json list = Json::array();

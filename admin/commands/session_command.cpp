@@ -50,8 +50,8 @@ ExitCode list(const Options& options, Output& output) {
   return ExitCode::kDone;
 }
 
-// A default printer belongs to a user, not to the machine: made here, it is that of whoever runs this program. So it is
-// carried over when this runs in the session itself, or on demand.
+// A default printer belongs to a user, not to the machine: set here, it is that of the user who runs this program. So
+// it is set only when this runs in the session itself, or on request.
 void carryDefaultOver(const protocol::ListedSession& session, const SessionChange& change, const Options& options,
                       Output& output, Json& facts) {
   const std::wstring name = defaultPrinterOf(session);

@@ -20,7 +20,7 @@ struct Options {
   std::string driver, processor;
 };
 
-// The user's wish that the watch end.
+// The user's request to end the watch.
 class Stop {
  public:
   Stop() : m_request([this] { ask(); }) {}
@@ -29,7 +29,7 @@ class Stop {
     const std::lock_guard guard(m_lock);
     return m_asked;
   }
-  // True when it was asked for within that time.
+  // True when the end was requested within that time.
   bool wait(unsigned milliseconds) {
     std::unique_lock guard(m_lock);
     return m_changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [this] { return m_asked; });
@@ -48,7 +48,7 @@ class Stop {
   programs::StopRequest m_request;
 };
 
-// One connection's worth of watching. Throws a Failure when the server goes.
+// Watches over one connection. Throws a Failure when the connection is lost.
 void follow(int serverPort, SessionWatch& watch, ApplicationServer*& followed, Stop& stop) {
   ApplicationServer server(serverPort);
   followed = &server;

@@ -17,7 +17,7 @@ namespace {
 
 using corvane::toUtf8;
 
-constexpr char kInstallAgain[] = "Run mgprintmon install: it puts right what is missing.";
+constexpr char kInstallAgain[] = "Run mgprintmon install: it restores what is missing.";
 
 std::wstring textOf(const std::wstring& key, const wchar_t* name) {
   const auto value = readValue(key, name);
@@ -26,32 +26,33 @@ std::wstring textOf(const std::wstring& key, const wchar_t* name) {
   }
   const auto text = value->text();
   if (!text) {
-    throw Failure(ExitCode::kFailed, fmt::format("the value {} is no string", programs::quoted(name)), kInstallAgain);
+    throw Failure(ExitCode::kFailed, fmt::format("the value {} is not a string", programs::quoted(name)),
+                  kInstallAgain);
   }
   return *text;
 }
 
-// Nothing when the value is not there.
+// Empty when the value does not exist.
 std::optional<DWORD> numberOf(const std::wstring& key, const wchar_t* name) {
   const auto value = readValue(key, name);
   if (!value) return std::nullopt;
   if (const auto number = value->number()) return number;
   throw Failure(ExitCode::kFailed,
-                fmt::format("the value {} of {} is no DWORD", programs::quoted(name), programs::quoted(key)),
+                fmt::format("the value {} of {} is not a DWORD", programs::quoted(name), programs::quoted(key)),
                 "Delete it, or write it as a DWORD.");
 }
 
 void checkRoot(const Places& places) {
   const std::wstring root = textOf(places.productKey(), L"RootPath");
   if (!folderExists(root)) {
-    throw Failure(ExitCode::kFailed, fmt::format("RootPath {} is no folder", programs::quoted(root)), kInstallAgain);
+    throw Failure(ExitCode::kFailed, fmt::format("RootPath {} is not a folder", programs::quoted(root)), kInstallAgain);
   }
 }
 
 void checkFramework(const std::wstring& key) {
   const auto port = numberOf(key, L"Port");
   if (port && (*port == 0 || *port > 65535)) {
-    throw Failure(ExitCode::kFailed, fmt::format("the value Port is {}, which is no TCP port", *port),
+    throw Failure(ExitCode::kFailed, fmt::format("the value Port is {}, which is not a TCP port", *port),
                   "Set it with mgprintmon install --port N.");
   }
   numberOf(key, L"LogLimit");
@@ -59,7 +60,7 @@ void checkFramework(const std::wstring& key) {
   const std::wstring log = textOf(key, L"LogFile");
   const std::size_t end = log.rfind(L'\\');
   if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
-    throw Failure(ExitCode::kFailed, fmt::format("the folder of LogFile {} is not there", programs::quoted(log)),
+    throw Failure(ExitCode::kFailed, fmt::format("the folder of LogFile {} does not exist", programs::quoted(log)),
                   "Make the folder, or set another file with mgprintmon install --log FILE.");
   }
   if (folderExists(log)) {
@@ -118,7 +119,7 @@ std::string checkRegistry(const Places& places) {
 
 std::string checkKeyFile(const Places& places) {
   if (!readValue(places.frameworkKey(), kKeyFileName)) {
-    return "there is none: monitor, aps and print clients do not prove to each other who they are";
+    return "there is none: monitor, aps and print clients do not authenticate each other";
   }
   const std::wstring file = textOf(places.frameworkKey(), kKeyFileName);
   try {
@@ -128,7 +129,7 @@ std::string checkKeyFile(const Places& places) {
                   "Put a copy of the monitor.key of aps there, readable by the system and administrators, and run this "
                   "as an administrator.");
   }
-  return fmt::format("the monitor proves itself with the key in {}", programs::quoted(file));
+  return fmt::format("the monitor authenticates with the key in {}", programs::quoted(file));
 }
 
 namespace {

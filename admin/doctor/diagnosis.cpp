@@ -23,11 +23,11 @@ bool Diagnosis::examine(const std::string& name, const std::function<std::string
 }
 
 void Diagnosis::skip(const std::string& name, const std::string& why) {
-  sayFailed(name, fmt::format("not examined: {}", why), "Put that right and run this again.");
+  sayFailed(name, fmt::format("not checked: {}", why), "Correct that and run this again.");
 }
 
 void Diagnosis::leaveOut(const std::string& name, const std::string& why) {
-  m_output.line(fmt::format("{}{}: left out: {}", m_hasMarks ? "- " : "left    ", name, why));
+  m_output.line(fmt::format("{}{}: skipped: {}", m_hasMarks ? "- " : "left    ", name, why));
   m_checks.push_back({{"name", name}, {"leftOut", why}});
 }
 
@@ -44,7 +44,7 @@ void Diagnosis::sayFailed(const std::string& name, const std::string& cause, con
 }
 
 void Diagnosis::conclude() {
-  m_output.line(isWell() ? "nothing is wrong" : fmt::format("{} of {} examinations failed", m_failed, m_checks.size()));
+  m_output.line(isWell() ? "nothing is wrong" : fmt::format("{} of {} checks failed", m_failed, m_checks.size()));
   m_output.facts({{"ok", isWell()}, {"checks", m_checks}});
 }
 

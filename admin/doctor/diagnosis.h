@@ -8,23 +8,23 @@
 
 namespace admin {
 
-// One examination after the other, each said as soon as it is over: a tick and what was found, or a cross with the
-// cause and, on a line of its own, the remedy. One thread.
+// Runs checks one after the other and shows each result at once: a tick and the finding, or a cross with the cause and,
+// on a separate line, the remedy. Belongs to one thread.
 class Diagnosis {
  public:
-  // With marks, ticks and crosses instead of words.
+  // With marks: ticks and crosses instead of words.
   Diagnosis(Output& output, bool hasMarks) : m_output(output), m_hasMarks(hasMarks) {}
 
-  // The examination gives what it found, in words, and throws a Failure when it is not well. True when it is.
+  // The check returns its finding as text, or throws a Failure. True when it succeeded.
   bool examine(const std::string& name, const std::function<std::string()>& examination);
-  // One that cannot be made because of another one.
+  // A check that cannot run because another one failed.
   void skip(const std::string& name, const std::string& why);
 
-  // One that cannot be made here and need not be: neither well nor failed.
+  // A check that cannot run here and need not: it counts neither as succeeded nor as failed.
   void leaveOut(const std::string& name, const std::string& why);
 
   bool isWell() const { return m_failed == 0; }
-  // Says how many are well, and everything for a machine.
+  // Shows how many checks failed, and with JSON all results.
   void conclude();
 
  private:

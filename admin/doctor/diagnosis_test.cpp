@@ -25,9 +25,9 @@ TEST(Diagnosis, SaysWhatItFoundOrCauseAndRemedyInWords) {
             "ok      module: it is there\n"
             "FAILED  server: it is away\n"
             "        Start it.\n"
-            "FAILED  test page: not examined: it needs the server\n"
-            "        Put that right and run this again.\n"
-            "2 of 3 examinations failed\n");
+            "FAILED  test page: not checked: it needs the server\n"
+            "        Correct that and run this again.\n"
+            "2 of 3 checks failed\n");
 }
 
 TEST(Diagnosis, SaysItWithMarksOnATerminalThatHasThem) {
@@ -35,9 +35,9 @@ TEST(Diagnosis, SaysItWithMarksOnATerminalThatHasThem) {
             "\xE2\x9C\x93 module: it is there\n"
             "\xE2\x9C\x97 server: it is away\n"
             "  Start it.\n"
-            "\xE2\x9C\x97 test page: not examined: it needs the server\n"
-            "  Put that right and run this again.\n"
-            "2 of 3 examinations failed\n");
+            "\xE2\x9C\x97 test page: not checked: it needs the server\n"
+            "  Correct that and run this again.\n"
+            "2 of 3 checks failed\n");
 }
 
 TEST(Diagnosis, OfWhatIsLeftOutIsWell) {
@@ -47,7 +47,7 @@ TEST(Diagnosis, OfWhatIsLeftOutIsWell) {
   diagnosis.leaveOut("test page", "it needs a key");
   EXPECT_TRUE(diagnosis.isWell());
   diagnosis.conclude();
-  EXPECT_EQ(out.str(), "left    test page: left out: it needs a key\nnothing is wrong\n");
+  EXPECT_EQ(out.str(), "left    test page: skipped: it needs a key\nnothing is wrong\n");
 }
 
 TEST(Diagnosis, IsOneDocumentForAMachine) {

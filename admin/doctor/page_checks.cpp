@@ -28,7 +28,7 @@ mg::FileHandle inheritableFile(const std::wstring& path) {
   return file;
 }
 
-// Runs the converter to its end and gives its exit code.
+// Runs the converter to its end and returns its exit code.
 DWORD convert(const std::wstring& converter, const std::wstring& document, const std::wstring& words) {
   const mg::FileHandle output = inheritableFile(words);
   STARTUPINFOW start = {};
@@ -57,7 +57,7 @@ DWORD convert(const std::wstring& converter, const std::wstring& document, const
 std::string checkConverter(const Places& places) {
   if (!fileExists(places.converter())) {
     throw Failure(ExitCode::kNotFound, fmt::format("{} is missing", programs::quoted(places.converter())),
-                  "Run mgprintmon install: it puts right what is missing.");
+                  "Run mgprintmon install: it restores what is missing.");
   }
   const ScratchFile document(L".ps");
   const ScratchFile pdf = document.sibling(L".pdf");
@@ -73,7 +73,7 @@ std::string checkConverter(const Places& places) {
   }
   const std::string content = fileTail(pdf.path(), 1024 * 1024);
   if (!content.starts_with("%PDF-")) {
-    throw Failure(ExitCode::kFailed, "what the converter made is no PDF", "Look at the Ghostscript that it uses.");
+    throw Failure(ExitCode::kFailed, "the output of the converter is not a PDF", "Check the Ghostscript that it uses.");
   }
   return fmt::format("a page became a PDF of {} bytes", content.size());
 }
@@ -83,11 +83,11 @@ std::string checkTemporaryFolder() {
   file.write("written by mgprintmon doctor\n");
   if (fileTail(file.path(), 100) != "written by mgprintmon doctor\n") {
     throw Failure(ExitCode::kFailed, fmt::format("{} does not hold what was written", programs::quoted(file.path())),
-                  "Look at the disk and at what watches its files.");
+                  "Check the disk, and programs that intercept access to its files.");
   }
   ULARGE_INTEGER space = {};
   require(GetDiskFreeSpaceExW(ScratchFile::folder().c_str(), &space, nullptr, nullptr),
-          fmt::format("the space in {} cannot be told", programs::quoted(ScratchFile::folder())));
+          fmt::format("the free space of {} cannot be determined", programs::quoted(ScratchFile::folder())));
   const std::string megabytes = fmt::format("{} MB", space.QuadPart / (1024 * 1024));
   if (space.QuadPart < kEnoughSpace) {
     throw Failure(ExitCode::kFailed, fmt::format("{} has {} left", programs::quoted(ScratchFile::folder()), megabytes),
@@ -100,7 +100,7 @@ namespace {
 
 constexpr unsigned kArrivalMilliseconds = 30000;
 
-// The port and printer of the test; gone with the object.
+// The port and the printer of the test; the destructor removes them.
 class TestPrinter {
  public:
   explicit TestPrinter(int session) : m_session(static_cast<unsigned>(session)) { addPort(sessionPort(m_session)); }
@@ -108,7 +108,7 @@ class TestPrinter {
     try {
       takeDown(m_session);
     } catch (const Failure&) {
-      // The failure of the test says more; what is left shows in the list of ports.
+      // The failure of the test itself is more useful; a remaining port shows in the list of ports.
     }
   }
   TestPrinter(const TestPrinter&) = delete;
@@ -147,7 +147,7 @@ std::string printTestPage(const protocol::ServerStatus& server, const TestPageOp
   page.write(kTestPage);
   const SpooledDocument spooled =
       printDocument({session.localName(), page.path(), L"mgprintmon test page", 1}, [](auto, auto) {});
-  // The spooler that gave the job up has done so before it said so.
+  // When the spooler reports an error it has already given up the job.
   if (!session.arrival().wait(spooled.endError != 0 ? 0 : kArrivalMilliseconds)) {
     throw Failure(ExitCode::kFailed,
                   spooled.endError != 0

@@ -11,7 +11,7 @@
 namespace admin {
 namespace {
 
-// What could not be undone, as sentences; empty when the machine is as it was.
+// The steps that could not be undone, as sentences; empty when the machine is as before.
 std::string undoAll(const std::vector<InstallStep*>& performed) {
   std::string left;
   for (auto step = performed.rbegin(); step != performed.rend(); ++step) {
@@ -54,14 +54,14 @@ std::vector<std::string> performAll(const InstallSteps& steps) {
 
 namespace {
 
-// Notes an entry unless it is there already; true when it was added, and is to be taken back with the step.
+// Records an entry unless it exists; true when it was added and must be removed again when the step is undone.
 bool note(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry) {
   if (record.holds(kind, entry)) return false;
   record.add(kind, entry);
   return true;
 }
 
-// Makes the thing that was noted; without it the note goes, too.
+// Makes what was recorded; when that fails, the record entry is removed, too.
 template <class Make>
 void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry, bool noted, Make&& make) {
   try {
@@ -113,7 +113,7 @@ bool ValueStep::isDone() const {
 void ValueStep::perform() {
   m_before = readValue(m_key, m_name);
   const std::wstring entry = m_key + L"\t" + m_name;
-  // A value that somebody else wrote stays somebody else's.
+  // A value that already existed does not become ours.
   m_noted = !m_before && note(m_record, InstallationRecord::kValues, entry);
   makeNoted(m_record, InstallationRecord::kValues, entry, m_noted, [&] { writeValue(m_key, m_name, m_value); });
 }
@@ -188,7 +188,7 @@ void FileStep::undo() {
 }
 
 void FileStep::commit() {
-  // The installation is complete without it; when somebody has the old file open it goes with the next installation.
+  // The installation is complete without this; an old file that is still open is removed by the next installation.
   if (m_replaced) DeleteFileW((m_to + L".old").c_str());
 }
 

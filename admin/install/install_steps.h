@@ -10,32 +10,32 @@
 
 namespace admin {
 
-// One thing that installing does. Steps run in order; when one fails, those that were performed are undone in reverse,
-// and the machine is as it was before.
+// One step of an installation. Steps run in order; when one fails, those already performed are undone in reverse order,
+// which leaves the machine as before.
 class InstallStep {
  public:
   virtual ~InstallStep() = default;
-  // What it does, in words, as in "copy MgPrintMon.dll to C:\Windows\system32".
+  // What it does, as in "copy MgPrintMon.dll to C:\Windows\system32".
   virtual std::string name() const = 0;
-  // Everything is as this step would leave it.
+  // The machine is already as this step would leave it.
   virtual bool isDone() const = 0;
-  // Throws a Failure after leaving nothing behind itself.
+  // Throws a Failure; then it has left nothing behind.
   virtual void perform() = 0;
-  // After perform() only. Throws a Failure when the machine cannot be brought back.
+  // After perform() only. Throws a Failure when the earlier state cannot be restored.
   virtual void undo() = 0;
-  // The installation is complete: what undo() would have needed may go.
+  // The installation is complete: removes what only undo() would have needed.
   virtual void commit() {}
 };
 
 using InstallSteps = std::vector<std::unique_ptr<InstallStep>>;
 
-// Performs the steps that are not done and gives their names, empty when there was nothing to do. All or nothing: a
+// Performs the steps that are not done and returns their names, empty when there was nothing to do. All or nothing: a
 // failure names the step and its error, after the others have been undone; what could not be undone is named as well.
 std::vector<std::string> performAll(const InstallSteps& steps);
 
-// The kinds of steps. Each notes in the record what it is about to make; the record outlives them.
+// The kinds of steps. Each enters into the record what it is about to make; the record outlives them.
 
-// A registry key. With writesRecord it is the record's own, and writes into it what earlier steps have noted.
+// A registry key. With writesRecord it is the record's own key, and the entries of earlier steps are written into it.
 class KeyStep : public InstallStep {
  public:
   KeyStep(InstallationRecord& record, std::wstring key, bool writesRecord = false)
@@ -51,7 +51,8 @@ class KeyStep : public InstallStep {
   const bool m_writesRecord;
 };
 
-// A registry value. One that an administrator may set keeps what is there, if it has the right type.
+// A registry value. With keepsPresent, which is for values that an administrator may set, an existing value of the
+// right type stays.
 class ValueStep : public InstallStep {
  public:
   ValueStep(InstallationRecord& record, std::wstring key, std::wstring name, RegistryValue value, bool keepsPresent)
@@ -75,7 +76,7 @@ class ValueStep : public InstallStep {
   bool m_noted = false;
 };
 
-// A folder in one that exists.
+// A folder in an existing one.
 class FolderStep : public InstallStep {
  public:
   FolderStep(InstallationRecord& record, std::wstring path) : m_record(record), m_path(std::move(path)) {}
@@ -90,8 +91,8 @@ class FolderStep : public InstallStep {
   bool m_noted = false;
 };
 
-// A file, written under another name beside its target and then renamed. A file that is there already with other
-// content is kept under a third name until everything is done.
+// A file, written under another name beside its target and then renamed. An existing file with other content is kept
+// under a third name until everything is done.
 class FileStep : public InstallStep {
  public:
   FileStep(InstallationRecord& record, std::wstring from, std::wstring to)

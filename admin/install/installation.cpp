@@ -11,7 +11,7 @@
 namespace admin {
 namespace {
 
-// The event log's word for errors, warnings and information.
+// TypesSupported of the event log: errors, warnings and information.
 constexpr DWORD kEventTypes = 7;
 
 void requireFile(const std::wstring& folder, const wchar_t* name) {

@@ -21,26 +21,26 @@ struct InstallRequest {
 };
 
 struct InstallResult {
-  std::vector<std::string> done;  // what was done, in words; empty when everything was in place
+  std::vector<std::string> done;  // the steps that were performed; empty when everything was in place
   std::optional<FileVersion> version;
-  bool wasInstalled = false;  // an earlier installation was there and has been completed or replaced
+  bool wasInstalled = false;  // an earlier installation was completed or replaced
 };
 
-// Brings the installation on this machine to what the request says. All or nothing, and again whenever it is called.
-// Throws a Failure after undoing what it had done.
+// Makes the installation on this machine match the request, completely or not at all; may be repeated. Throws a Failure
+// after undoing its steps.
 InstallResult install(const Places& places, const InstallRequest& request);
 
-// What removing did, in words; empty when nothing is installed. Folders that hold what is not ours stay, and are named
-// in kept.
+// What was removed, as text; empty when nothing is installed. Folders and keys that contain something else stay, and
+// are listed in `kept`.
 struct RemovalResult {
   std::vector<std::string> done;
   std::vector<std::string> kept;
 };
 
-// Takes the installation off this machine: what its record names, and what the module and administrators have put into
-// keys of its own. Refuses while printers use the monitor's ports, and an installation without a record; with force the
-// printers and ports are removed first, and files and keys that are known by name. Throws a Failure; calling it again
-// goes on where it stopped.
+// Removes the installation from this machine: what its record lists, and what the module and administrators have added
+// to its own keys. Refuses while printers use the monitor's ports, and when there is no record; with `force` it removes
+// these printers and ports first, and the files and keys with known names. Throws a Failure; another call continues
+// where it stopped.
 RemovalResult uninstall(const Places& places, bool force);
 
 }  // namespace admin

@@ -5,12 +5,12 @@
 
 namespace admin {
 
-// What installing has made on this machine, kept in a registry key of its own, so that removing takes away exactly that
-// and nothing that was there before. Each entry is written before the thing itself is made: an installation that was
-// cut off leaves nothing unnamed. One thread.
+// What an installation has made on this machine, kept in its own registry key, so that uninstalling removes exactly
+// that and nothing that existed before. Each entry is written before its object is made, so an interrupted installation
+// leaves nothing unrecorded. Belongs to one thread.
 class InstallationRecord {
  public:
-  // What is remembered, one registry value each.
+  // The kinds of entries, one registry value each.
   static constexpr wchar_t kKeys[] = L"Keys";
   static constexpr wchar_t kValues[] = L"Values";  // key, a tab, name
   static constexpr wchar_t kFolders[] = L"Folders";
@@ -23,10 +23,10 @@ class InstallationRecord {
   bool exists() const;
   const std::vector<std::wstring>& entries(const wchar_t* kind) const;
   bool holds(const wchar_t* kind, const std::wstring& entry) const;
-  // Adds an entry that is not there yet, and writes the record when its key exists.
+  // Adds an entry unless it exists, and writes the record when its key exists.
   void add(const wchar_t* kind, const std::wstring& entry);
   void remove(const wchar_t* kind, const std::wstring& entry);
-  // Writes everything that was added before the key existed.
+  // Writes all entries that were added before the key existed.
   void write() const;
 
  private:

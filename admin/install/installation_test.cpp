@@ -128,7 +128,7 @@ TEST_F(InstallationTest, AnOlderVersionIsReplacedAndRestoredWhenALaterStepFails)
   const auto before = listing();
   refuseMonitor(ERROR_ACCESS_DENIED);
   EXPECT_THAT(failureOf(places, request).what(), HasSubstr("could not register the print monitor \"Client Printer "
-                                                           "Port\" with the spooler: the spooler does not take the "
+                                                           "Port\" with the spooler: the spooler refuses the "
                                                            "print monitor: "));
   EXPECT_EQ(difference(before, listing()), "");
   monitors.insert(L"Client Printer Port");

@@ -34,7 +34,7 @@ class Removal {
       removePrintersAndPorts();
       if (!m_record.entries(InstallationRecord::kMonitors).empty()) {
         unregisterMonitor();
-        m_result.done.push_back("took the print monitor from the spooler");
+        m_result.done.push_back("removed the print monitor from the spooler");
       }
     }
     releaseModule();
@@ -50,7 +50,7 @@ class Removal {
   void assumeRecord() {
     if (!m_force) {
       throw Failure(ExitCode::kFailed, "there is no record of what installing has made on this machine",
-                    "It was not installed by this program. Take it away with --force: the monitor, MgPrintMon.dll, "
+                    "It was not installed by this program. Remove it with --force: the monitor, MgPrintMon.dll, "
                     "ps2pdf.exe and the keys Marrowgate and Corvane; or run mgprintmon install first.");
     }
     m_record.add(InstallationRecord::kMonitors, kMonitorName);
@@ -118,7 +118,7 @@ class Removal {
     }
   }
 
-  // Everything in a key of our own goes with it; a key that others may use goes when it is empty.
+  // A key of our own is removed with all its content, a key that others may use only when it is empty.
   bool isOurs(const std::wstring& key) const {
     for (const std::wstring& ours : {m_places.productKey(), m_places.frameworkKey(), m_places.eventSourceKey}) {
       if (key == ours || key.starts_with(ours + L"\\")) return true;
@@ -126,15 +126,15 @@ class Removal {
     return false;
   }
 
-  // What a removal that was cut off after the record had gone has left.
+  // Removes the keys that an interrupted removal leaves after it has deleted the record.
   void removeEmptyKeys() {
     for (const std::wstring& key : {m_places.productKey(), m_places.vendorKey}) {
       if (keyExists(key) && isKeyEmpty(key)) deleteKey(key);
     }
   }
 
-  // The record stands in one of the first keys that were made, so it is among the last to go; with the product's key
-  // when that is ours.
+  // The record is in one of the first keys that were made, so it is one of the last to be removed; together with the
+  // product's key when that is ours.
   void removeKeys() {
     std::vector<std::wstring> keys = m_record.entries(InstallationRecord::kKeys);
     std::reverse(keys.begin(), keys.end());

@@ -33,7 +33,7 @@ namespace {
   }
   if (cause.number() == corvane::kKeyNeeded || cause.number() == corvane::kNotProven) {
     throw Failure(
-        ExitCode::kServerAway, fmt::format("{} is not asked: {}", what, programs::describe(cause)),
+        ExitCode::kServerAway, fmt::format("{} is not queried: {}", what, programs::describe(cause)),
         "mgprintmon uses the monitor's key (registry value KeyFile of SOFTWARE\\Quillfern\\Corvane): run it as "
         "an administrator, who can read that file, and give aps the same key.");
   }
@@ -42,10 +42,10 @@ namespace {
                   "Its version may not know this question: replace aps by the one that came with mgprintmon.");
   }
   throw Failure(ExitCode::kServerAway, fmt::format("{} has gone: {}", what, programs::describe(cause)),
-                "Look into its log, start it and do this again.");
+                "Check its log, start it and repeat the command.");
 }
 
-// What `ask` gives; a failure on the way means that the server is away.
+// The result of `ask`; an exception means that the server is away.
 template <class Ask>
 auto asking(int port, Ask&& ask) {
   try {
@@ -59,7 +59,7 @@ auto asking(int port, Ask&& ask) {
   throw CS_Exception(corvane::kProtocolViolation, what, number);
 }
 
-// Adds what a page tells; a session that the page before has begun gets the rest of its printers.
+// Adds the content of a page; a session that began on the previous page gets the rest of its printers.
 void addPage(protocol::ServerStatus& facts, protocol::ServerStatus&& page) {
   std::vector<protocol::ListedSession> sessions = std::move(facts.sessions);
   std::vector<protocol::ListedSession> more = std::move(page.sessions);
@@ -134,16 +134,16 @@ void ApplicationServer::tellRefusal(int session, const RefusedPrinter& printer) 
     if (!monitor) throw CS_Exception(corvane::kConnectionLost, nullptr);
     const std::wstring number = std::to_wstring(session);
     const std::wstring why = corvane::fromUtf8(printer.why), remedy = corvane::fromUtf8(printer.remedy);
-    monitor->notify(
-        {protocol::Notice::kPrinterNotice,
-         fmt::format(L"Printer \"{}\" of session {} cannot be had here: {}. {}", printer.name, session, why, remedy),
-         {{L"printer", printer.name},
-          {L"session", number},
-          {L"process", std::to_wstring(corvane::processId())},
-          {L"result", L"refused"},
-          {L"cause", why},
-          {L"remedy", remedy}}});
-    // Everything that was sent before has been read when this is answered; then the component is of no more use.
+    monitor->notify({protocol::Notice::kPrinterNotice,
+                     fmt::format(L"Printer \"{}\" of session {} is not available on this server: {}. {}", printer.name,
+                                 session, why, remedy),
+                     {{L"printer", printer.name},
+                      {L"session", number},
+                      {L"process", std::to_wstring(corvane::processId())},
+                      {L"result", L"refused"},
+                      {L"cause", why},
+                      {L"remedy", remedy}}});
+    // When this is answered everything that was sent before has been read, and the component is no longer needed.
     if (!monitor->setProcessInfo(corvane::processId(), L"mgprintmon")) {
       throw CS_Exception(corvane::kConnectionLost, nullptr);
     }

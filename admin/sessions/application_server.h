@@ -10,24 +10,24 @@
 
 namespace admin {
 
-// A connection to the application server of this machine, to ask what it knows. One thread. Every operation throws a
-// Failure with kServerAway when the server cannot be asked, and can be tried again on a new object.
+// A connection for queries to the application server of this machine. Belongs to one thread. Every operation throws a
+// Failure with kServerAway when the server cannot be queried; it can be retried with a new object.
 class ApplicationServer {
  public:
-  // Dials that port of this machine; 0 is the one in the registry.
+  // Connects to that port of this machine; 0 means the one in the registry.
   explicit ApplicationServer(int port = 0);
   ~ApplicationServer();
   ApplicationServer(const ApplicationServer&) = delete;
   ApplicationServer& operator=(const ApplicationServer&) = delete;
 
   protocol::ServerStatus status();
-  // The latest lines of its log that tell of a failure, oldest first.
+  // The latest lines of its log that report a failure, oldest first.
   std::vector<std::wstring> records(int most);
-  // What was noticed after that number, waiting that long for the first one; -1 asks for the latest number only.
-  // The server has the patience on top of that for its answer.
+  // The notices after that number; waits that long for the first one. -1 requests the latest number only. The server
+  // has patienceMilliseconds in addition for its answer.
   protocol::Notices::Answer notices(int after, unsigned waitMilliseconds,
                                     unsigned patienceMilliseconds = kReplyMilliseconds);
-  // Tells it that a session's printer cannot be had on this machine, for its log and for the session's print client.
+  // Reports to the server, for its log and the session's print client, that a printer is not available on this machine.
   void tellRefusal(int session, const RefusedPrinter& printer);
 
   static constexpr unsigned kReplyMilliseconds = 15000;
@@ -38,17 +38,17 @@ class ApplicationServer {
   int m_port;
 };
 
-// Which job's end is waited for. The spooler of Windows numbers the jobs of all programs; Wine's numbers those of each
-// process from 1, and runs in it, so there the process counts as well.
+// Identifies a job whose end is awaited. The spooler of Windows numbers the jobs of all programs; that of Wine numbers
+// the jobs of each process from 1, so there the process is needed as well.
 struct AwaitedJob {
   unsigned long number = 0;
   std::wstring printer;
-  unsigned long process = 0;  // 0: whichever
+  unsigned long process = 0;  // 0: any
 
   bool isOf(const protocol::Notice& notice) const;
 };
 
-// How a job ended, as its notice says.
+// How a job ended, from its notice.
 struct JobOutcome {
   bool isPrinted = false;
   std::wstring result;  // "delivered", "shown" or "failed"

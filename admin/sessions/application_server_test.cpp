@@ -239,8 +239,9 @@ TEST_F(ApplicationServerTest, WithoutTheMonitorsKeyTheServerIsNotEvenDialled) {
   };
   const Failure failure = failureOf(peer.port(), [](ApplicationServer& server) { server.status(); });
   EXPECT_EQ(failure.code(), ExitCode::kServerAway);
-  EXPECT_THAT(failure.what(), HasSubstr(" of this machine is not asked: This side needs a key to prove who it is. the "
-                                        "key file cannot be opened ("));
+  EXPECT_THAT(failure.what(),
+              HasSubstr(" of this machine is not queried: This side needs a key to prove who it is. the "
+                        "key file cannot be opened ("));
   EXPECT_THAT(failure.remedy(), HasSubstr("mgprintmon uses the monitor's key (registry value KeyFile of "));
   EXPECT_THAT(peer.lines(), ::testing::IsEmpty());
 }

@@ -24,7 +24,8 @@ std::optional<JobOutcome> OutcomeWatch::wait(const AwaitedJob& job, Clock::time_
 
 void OutcomeWatch::connect() try {
   m_server = std::make_unique<ApplicationServer>(m_port);
-  // Numbers begin again with the server. What the first one has told before this job began is of no interest.
+  // The numbers start over when the server restarts. Notices that the first server sent before this job began are
+  // skipped.
   const int latest = m_server->notices(-1, 0).latest;
   if (!m_wasThere || latest < m_after) m_after = m_isFirst ? latest : 0;
   m_wasThere = true;

@@ -10,25 +10,25 @@
 
 namespace admin {
 
-// The server as the teller of outcomes. It may be away, at first or for a while: printing does not depend on it,
-// knowing what became of it does. Used by one thread.
+// Waits for the outcome of a job from the server. The server may be away at first or for a while: printing does not
+// depend on it, only the knowledge of the outcome does. Belongs to one thread.
 class OutcomeWatch {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // Made before the job, whose outcome is among what the server tells from then on. 0 is the registry's port.
+  // Must be made before the job: only outcomes from then on are seen. 0 means the port in the registry.
   explicit OutcomeWatch(int serverPort) : m_port(serverPort) { connect(); }
 
-  // Nothing when nobody could say it until then. The server is never asked to wait for longer than what is left; one
-  // that does not answer takes kPatience more at the most.
+  // Empty when the outcome is unknown at the deadline. The server is never asked to wait longer than the time that is
+  // left; one that does not answer adds at most kPatience.
   std::optional<JobOutcome> wait(const AwaitedJob& job, Clock::time_point deadline);
 
   bool isThere() const { return m_server != nullptr; }
-  // Why it is not known, and what to do about it.
+  // Why the outcome is unknown, and the remedy.
   const std::string& why() const { return m_why; }
   const std::string& remedy() const { return m_remedy; }
 
-  static constexpr long long kLongestWait = 5000;  // that the server lets somebody wait for a notice
+  static constexpr long long kLongestWait = 5000;  // milliseconds that the server lets a client wait for a notice
   static constexpr unsigned kPatience = 1000;      // milliseconds for the answer on top of that
 
  private:

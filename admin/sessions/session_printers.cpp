@@ -54,13 +54,13 @@ const SpoolerPrinter* find(const std::vector<SpoolerPrinter>& printers, const st
   return nullptr;
 }
 
-// The spooler does not take that printer.
+// For a printer that the spooler refuses.
 RefusedPrinter refusal(const SpoolerPrinter& printer, const SystemFailure& failure) {
   const bool isAboutName = failure.error() == ERROR_INVALID_PRINTER_NAME || failure.error() == ERROR_INVALID_NAME ||
                            failure.error() == ERROR_INVALID_PARAMETER;
   const std::string remedy = isAboutName ? "Give the printer another name at its client." : failure.remedy();
   return {printer.name, failure.what(),
-          remedy.empty() ? "Put that right, or give the printer another name or driver at its client." : remedy};
+          remedy.empty() ? "Correct that, or give the printer another name or driver at its client." : remedy};
 }
 
 void make(const SpoolerPrinter& printer, const SpoolerPrinter* present, SessionChange& change) {
@@ -223,7 +223,7 @@ void sayChange(int session, const SessionChange& change, Output& output) {
     output.line(fmt::format("printer \"{}\" was removed", oneLine(name)));
   for (std::size_t i = 0; i < change.refused.size(); ++i) {
     output.line(change.refused[i].why);
-    // Several may have the same one.
+    // Several printers may have the same remedy.
     const bool isLast = i + 1 == change.refused.size() || change.refused[i + 1].remedy != change.refused[i].remedy;
     if (isLast) output.line(fmt::format("  {}", change.refused[i].remedy));
   }

@@ -24,7 +24,7 @@ void SessionWatch::see(const protocol::ServerStatus& facts, Clock::time_point no
       keepUp(session);
     } else {
       absent.insert(session.number);
-      m_refused.erase(session.number);  // the next client has not been told
+      m_refused.erase(session.number);  // the next client must be informed again
     }
   }
   for (const int session : absent)
@@ -32,7 +32,7 @@ void SessionWatch::see(const protocol::ServerStatus& facts, Clock::time_point no
 }
 
 void SessionWatch::seeNothing(const std::string& why) {
-  // While nobody can say who is there, nobody is taken for gone.
+  // Without the server it is unknown which clients are connected, so none counts as gone.
   m_goneSince.clear();
   if (m_isAway) return;
   m_isAway = true;
@@ -74,7 +74,7 @@ void SessionWatch::tellRefused(int session, const std::vector<RefusedPrinter>& r
       m_actions.tellRefusal(session, printer);
     told = refused;
   } catch (const Failure&) {
-    // The server has gone; the next look says so, and they are told when it is back.
+    // The server has gone; the next query reports that, and the refusals are sent when it is back.
   }
 }
 

@@ -90,7 +90,7 @@ TestSession::TestSession(int number, int serverPort, const std::string& keyFile,
     CS_Connection::destroy(m_connection, true);
     throw Failure(ExitCode::kServerAway,
                   fmt::format("the test session cannot be registered: {}", programs::describe(cause)),
-                  "Look into the log of aps.");
+                  "Check the log of aps.");
   } catch (...) {
     CS_Connection::destroy(m_connection, true);
     throw;
@@ -99,7 +99,7 @@ TestSession::TestSession(int number, int serverPort, const std::string& keyFile,
     try {
       connection->serve();
     } catch (const CS_Exception&) {
-      // The page does not arrive, and that is what is said.
+      // The page does not arrive, and that is reported.
     }
   });
 }
@@ -118,7 +118,7 @@ void TestSession::bringPrinter(int number, const std::wstring& driver) {
   if (!registration.isAccepted) {
     throw Failure(ExitCode::kFailed,
                   fmt::format("the server refuses the test session: {}", corvane::toUtf8(registration.refusal)),
-                  "Look into the log of aps.");
+                  "Check the log of aps.");
   }
   m_localName = registration.localNames[0];
 }

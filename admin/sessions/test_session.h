@@ -12,15 +12,15 @@
 
 namespace admin {
 
-// The sessions that this program brings along itself, to test the way of a page, have numbers from here on: no user's
-// session does. The server remembers them like any other, so they are not shown and not watched.
+// The sessions that this program makes for test pages have numbers in this range; sessions of users never have. The
+// server remembers them like any other, so they are neither shown nor watched.
 inline constexpr int kFirstTestSession = 900000001;
 inline constexpr int kLastTestSession = 900000099;
 bool isTestSession(int number);
-// The first of them that nobody uses.
+// The first unused number.
 int freeTestSession(const protocol::ServerStatus& facts, const std::vector<std::wstring>& ports);
 
-// What has come for a test session. Written by the thread of its bridge, read by that of the test.
+// The data that arrived for a test session. Written by the thread of its bridge, read by that of the test.
 class Arrival {
  public:
   void begin();
@@ -37,18 +37,18 @@ class Arrival {
   bool m_ended = false;
 };
 
-// A print client of its own, in this process, with one printer that takes data as they come. It is served on a thread
-// of this object, and gone with it.
+// A print client in this process with one printer that accepts raw data. It is served on a thread of this object and
+// ends with it.
 class TestSession {
  public:
-  // Registers with the server on that port (0: the registry's), with the key of the session in that file unless it is
-  // empty; throws a Failure.
+  // Registers with the server on that port (0: that of the registry), with the session's key from that file unless the
+  // name is empty; throws a Failure.
   TestSession(int number, int serverPort, const std::string& keyFile, const std::wstring& driver);
   ~TestSession();
   TestSession(const TestSession&) = delete;
   TestSession& operator=(const TestSession&) = delete;
 
-  // The name that the server gave the printer on this machine.
+  // The local name that the server assigned to the printer.
   const std::wstring& localName() const { return m_localName; }
   Arrival& arrival() { return *m_arrival; }
 
@@ -61,8 +61,8 @@ class TestSession {
   std::thread m_thread;
 };
 
-// The component of one job that comes to a test session: it takes the port monitor's requests and keeps the data. They
-// come one after another, on the bridge's thread.
+// The component of one job for a test session: it serves the port monitor's requests and keeps the data. Requests
+// arrive one after another, on the bridge's thread.
 class TestPrintClient : public CS_Component {
  public:
   using Context = Arrival;

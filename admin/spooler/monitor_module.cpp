@@ -47,7 +47,7 @@ MonitorModule::MonitorModule() {
     throw Failure(failure.code(), failure.what(), "Install the print monitor: mgprintmon install.");
   }
   const auto initialize = reinterpret_cast<Initialize>(function("InitializePrintMonitor2"));
-  // The module gives the address of this record back as its handle, so it must live as long as the module.
+  // The module returns the address of this record as its handle, so it must live as long as the module.
   static MONITORREG registry = {};
   static MONITORINIT init = {};
   registry.cbSize = sizeof registry;
@@ -107,7 +107,7 @@ void registerMonitor() {
   if (AddMonitorW(nullptr, 2, reinterpret_cast<BYTE*>(&information))) return;
   const DWORD error = GetLastError();
   if (error == ERROR_PRINT_MONITOR_ALREADY_INSTALLED || error == ERROR_ALREADY_EXISTS) return;
-  throw SystemFailure("the spooler does not take the print monitor", error);
+  throw SystemFailure("the spooler refuses the print monitor", error);
 }
 
 void unregisterMonitor() {
@@ -116,7 +116,7 @@ void unregisterMonitor() {
   if (DeleteMonitorW(nullptr, environment.data(), name.data())) return;
   const DWORD error = GetLastError();
   if (error == ERROR_UNKNOWN_PRINT_MONITOR) return;
-  throw SystemFailure("the print monitor cannot be taken from the spooler", error);
+  throw SystemFailure("the print monitor cannot be removed from the spooler", error);
 }
 
 std::vector<std::string> failuresInText(const std::string& text, std::size_t most) {

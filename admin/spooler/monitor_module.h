@@ -2,7 +2,7 @@
 
 #include <windows.h>
 #include <winspool.h>
-// winsplp.h wants the declarations of winspool.h first.
+// winsplp.h needs the declarations of winspool.h.
 #include <winsplp.h>
 
 #include <string>
@@ -10,19 +10,18 @@
 
 namespace admin {
 
-// The installed MgPrintMon.dll, loaded into this process and initialised as a spooler does: its exports look at the
-// list of ports, which only that makes. It stays loaded. All operations throw a Failure.
+// The installed MgPrintMon.dll, loaded into this process and initialised as by a spooler, because its exports use the
+// list of ports, which only initialisation makes. It stays loaded. All operations throw a Failure.
 //
-// The module asks the application server without end until it answers, so callers find out first that it is there.
+// The module retries forever until the application server answers, so callers check first that it is there.
 class MonitorModule {
  public:
-  // The one of this process; loaded by the first call.
+  // The instance of this process; the first call loads it.
   static MonitorModule& get();
 
-  // The operations that a spooler gets.
+  // The function table that a spooler gets.
   MONITOR2& operations() { return *m_operations; }
-  // The names of the session's client printers; false when the module does not deliver them, for want of a port or of
-  // an answer.
+  // The names of the session's client printers; false when the module cannot deliver them, without a port or an answer.
   bool cachedPrinters(unsigned session, std::vector<std::wstring>& names);
   bool showPrinter(unsigned session, const std::wstring& printer);
 
@@ -36,14 +35,14 @@ class MonitorModule {
 
 // The print monitor's registration with the spooler of this machine.
 
-// Also when the spooler is not running: then the registry says it.
+// Works without a running spooler, too: then the registry is read.
 bool isMonitorRegistered();
-// Throws a SystemFailure; fine when it is registered already.
+// Throws a SystemFailure; succeeds when it is already registered.
 void registerMonitor();
-// Throws a SystemFailure; fine when it is not registered.
+// Throws a SystemFailure; succeeds when it is not registered.
 void unregisterMonitor();
 
-// The last lines of the module's log that tell of a failure, oldest first; empty when the file is not there or cannot
+// The last lines of the module's log that report a failure, oldest first; empty when the file does not exist or cannot
 // be read.
 std::vector<std::string> failuresInLog(const std::wstring& path, std::size_t most);
 

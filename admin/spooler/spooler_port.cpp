@@ -35,7 +35,7 @@ void sendToMonitor(const wchar_t* command, std::wstring port, const std::string&
 
 namespace {
 
-// The monitor keeps a name in so many characters, the terminator included.
+// The monitor stores a name in this many characters, including the terminator.
 constexpr std::size_t kNameRoom = 260;
 
 bool isControl(wchar_t c) {
@@ -75,11 +75,11 @@ std::string portNameRefusal(const std::wstring& name) {
   }
   if (std::any_of(name.begin(), name.end(), isControl)) return "a port name may not hold control characters";
   if (name.find_first_of(L"\\/") != std::wstring::npos) {
-    return fmt::format("the port name {} holds a path: the spooler takes such a name for a file",
+    return fmt::format("the port name {} holds a path: the spooler reads such a name as a file",
                        programs::quoted(name));
   }
   if (name.find(L',') != std::wstring::npos) {
-    return fmt::format("the port name {} holds a comma: the spooler takes what follows for something else",
+    return fmt::format("the port name {} holds a comma: the spooler reads what follows as something else",
                        programs::quoted(name));
   }
   if (name.front() == L' ' || name.back() == L' ') {
@@ -93,11 +93,11 @@ bool addPort(const std::wstring& name) {
   const bool wasThere = hasPort(name);
   if (!wasThere) {
     sendToMonitor(L"AddPort", name, fmt::format("port {} cannot be added", programs::quoted(name)));
-    // The monitor answers the same whether or not it could keep the port.
+    // The monitor returns the same whether or not it could store the port.
     if (!hasPort(name)) {
       throw Failure(ExitCode::kFailed,
                     fmt::format("port {} was not added, although the monitor says so", programs::quoted(name)),
-                    "The module's log says why (mgprintmon status shows its end).");
+                    "The module's log says why (mgprintmon status shows its last lines).");
     }
   }
   if (isWine()) registerPortInWine(name);
@@ -120,7 +120,7 @@ Failure portInUse(const std::wstring& name, const std::vector<SpoolerPrinter>& u
       fmt::format(
           "port {} is used by {}, already deleted, which the spooler keeps until the last job has left its queue",
           programs::quoted(name), going),
-      "Let these jobs print, or delete them there, and type this again.");
+      "Let these jobs print, or delete them there, and repeat the command.");
 }
 
 bool deletePort(const std::wstring& name) {
@@ -132,7 +132,7 @@ bool deletePort(const std::wstring& name) {
   if (hasPort(name)) {
     throw Failure(ExitCode::kFailed,
                   fmt::format("port {} was not deleted, although the monitor says so", programs::quoted(name)),
-                  "The module's log says why (mgprintmon status shows its end).");
+                  "The module's log says why (mgprintmon status shows its last lines).");
   }
   return true;
 }

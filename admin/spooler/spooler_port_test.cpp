@@ -17,12 +17,12 @@ TEST(PortName, MayHave259CharactersAndNotOneMore) {
 
 TEST(PortName, MayHoldNoPathControlCharacterOrComma) {
   EXPECT_EQ(portNameRefusal(L"C:\\port"),
-            "the port name \"C:\\port\" holds a path: the spooler takes such a name for a file");
-  EXPECT_EQ(portNameRefusal(L"a/b"), "the port name \"a/b\" holds a path: the spooler takes such a name for a file");
+            "the port name \"C:\\port\" holds a path: the spooler reads such a name as a file");
+  EXPECT_EQ(portNameRefusal(L"a/b"), "the port name \"a/b\" holds a path: the spooler reads such a name as a file");
   EXPECT_EQ(portNameRefusal(L"a\tb"), "a port name may not hold control characters");
   EXPECT_EQ(portNameRefusal(L"a\x7f"), "a port name may not hold control characters");
   EXPECT_EQ(portNameRefusal(L"a,b"),
-            "the port name \"a,b\" holds a comma: the spooler takes what follows for something else");
+            "the port name \"a,b\" holds a comma: the spooler reads what follows as something else");
 }
 
 TEST(PortName, IsNotEmptyAndHasNoBlanksAtItsEnds) {
@@ -44,7 +44,7 @@ TEST(PortInUse, DoesNotSendAnybodyToRemoveAPrinterThatIsDeletedAlready) {
   EXPECT_STREQ(failure.what(),
                "port \"CPP5\" is used by \"Laser\", already deleted, which the spooler keeps until the last job has "
                "left its queue");
-  EXPECT_EQ(failure.remedy(), "Let these jobs print, or delete them there, and type this again.");
+  EXPECT_EQ(failure.remedy(), "Let these jobs print, or delete them there, and repeat the command.");
 }
 
 }  // namespace

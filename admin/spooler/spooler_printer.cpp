@@ -32,7 +32,7 @@ mg::PrinterHandle openPrinter(const std::wstring& name, ACCESS_MASK access, cons
   return handle;
 }
 
-// The record of the spooler that points into a copy of the printer.
+// The spooler's record, with pointers into a copy of the printer.
 class Information {
  public:
   explicit Information(const SpoolerPrinter& printer) : m_printer(printer) {

@@ -6,24 +6,24 @@
 
 namespace admin {
 
-// A printer of this machine, as far as this program has to do with it.
+// A printer of this machine: the properties that this program uses.
 struct SpoolerPrinter {
   std::wstring name;
   std::wstring port;
   std::wstring driver;
   std::wstring processor;
   std::wstring comment;
-  // Deleted already, and kept by the spooler until the last job has left its queue.
+  // Already deleted; the spooler keeps it until the last job has left its queue.
   bool isGoing = false;
 };
 
-// Everything throws a SystemFailure that names the printer.
+// Every function throws a SystemFailure that names the printer.
 
 std::vector<SpoolerPrinter> localPrinters();
-// Those that use one of the ports.
+// The printers that use one of the ports.
 std::vector<SpoolerPrinter> printersOn(const std::vector<std::wstring>& ports);
 void addPrinter(const SpoolerPrinter& printer);
-// Gives a printer that is there the port, driver, processor and comment.
+// Sets port, driver, processor and comment of an existing printer.
 void changePrinter(const SpoolerPrinter& printer);
 void deletePrinter(const std::wstring& name);
 
@@ -33,7 +33,7 @@ std::vector<std::wstring> installedDrivers();
 std::wstring defaultPrinter();
 void setDefaultPrinter(const std::wstring& name);
 
-// A file to print as it is, through the spooler of this machine.
+// A file that is printed as it is, through the spooler of this machine.
 struct RawDocument {
   std::wstring printer;
   std::wstring file;
@@ -41,18 +41,18 @@ struct RawDocument {
   short copies = 1;
 };
 
-// Told how many bytes of how many the spooler has.
+// Called with the number of bytes that the spooler has, and their total.
 using TellProgress = std::function<void(unsigned long long done, unsigned long long all)>;
 
 // A document that the spooler has.
 struct SpooledDocument {
   unsigned long job = 0;
-  // Not 0 when the spooler said at the document's end that something went wrong: it has the document all the same, and
-  // the notice of the job says more.
+  // Not 0 when the spooler reported an error at the end of the document: it has the document all the same, and the
+  // notice of the job has the details.
   unsigned long endError = 0;
 };
 
-// Hands the file to the spooler. Throws a Failure; a document that broke off is taken back.
+// Hands the file to the spooler. Throws a Failure; an incomplete document is deleted from the queue.
 SpooledDocument printDocument(const RawDocument& document, const TellProgress& tell);
 
 }  // namespace admin

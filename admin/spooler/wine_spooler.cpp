@@ -13,10 +13,10 @@
 namespace admin {
 namespace {
 
-// A port with a longer name is there, and Wine's spooler prints nothing on it.
+// A port with a longer name exists, and Wine's spooler prints nothing on it.
 constexpr std::size_t kLongestKeyName = 255;
 
-// The key of all ports, and that of one.
+// The key of all ports, and the key of one port.
 std::wstring portsKey() {
   return std::wstring(L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\") + kMonitorName + L"\\Ports";
 }

@@ -8,14 +8,13 @@
 
 namespace admin {
 
-// What Wine's spooler does not do for a print monitor, done beside it. On Windows nothing of this runs.
+// What Wine's spooler does not do for a print monitor, done in addition to it. None of this runs on Windows.
 //
 // - It finds the monitor of a port only through a registry key below the monitor's own; Windows asks the monitors.
-// - It takes a monitor that opens its configuration channel without giving a handle, as ours does, for a failure; so
-//   the monitor's table is asked without the spooler, in this process.
-// - It numbers the jobs of each process from 1 and names the spooled file by the number, so that two processes that
-// print
-//   at a time would read each other's document.
+// - It treats a monitor that opens its configuration channel without returning a handle, as ours does, as failed; so
+//   the monitor's function table is called without the spooler, in this process.
+// - It numbers the jobs of each process from 1 and names the spooled file by the number, so two processes that print at
+//   the same time would read each other's document.
 // - It lives inside each process that prints, and keeps a module loaded there.
 
 bool isWine();
@@ -24,15 +23,15 @@ bool isWine();
 void registerPortInWine(const std::wstring& port);
 void forgetPortInWine(const std::wstring& port);
 
-// A configuration request, straight to the monitor. Gives its answer; throws a SystemFailure when the module cannot be
-// loaded.
+// A configuration request, directly to the monitor. Returns its result; throws a SystemFailure when the module cannot
+// be loaded.
 DWORD askMonitorInWine(const wchar_t* command, BYTE* data, DWORD size);
 
-// Takes the first job number that no other process prints with, passing over those before it; the number is in use
-// until the handle is closed. To be called before the first document of a process. Throws a SystemFailure.
+// Takes the first job number that no other process uses, and skips those before it; the number is in use until the
+// handle is closed. To be called before the first document of a process. Throws a SystemFailure.
 mg::ObjectHandle takeJobNumberInWine(HANDLE printer);
 
-// Lets go of the module in this process, so that its file can be deleted. Nothing of it may be used afterwards.
+// Unloads the module from this process, so that its file can be deleted. Nothing of it may be used afterwards.
 void releaseModule();
 
 }  // namespace admin

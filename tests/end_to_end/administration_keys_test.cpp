@@ -38,7 +38,7 @@ TEST_F(AdministrationWithKeys, WithoutTheMonitorsKeyTheServerIsNotAsked) {
   install({});
   const Machine::Result result = machine.administer({"session", "list"});
   EXPECT_EQ(result.code, 6);
-  EXPECT_THAT(result.output, AllOf(HasSubstr("is not asked: "), HasSubstr("mgprintmon uses the monitor's key")));
+  EXPECT_THAT(result.output, AllOf(HasSubstr("is not queried: "), HasSubstr("mgprintmon uses the monitor's key")));
 }
 
 // The key is one, but another one than the server has: neither starting the server nor another account helps.
@@ -48,7 +48,7 @@ TEST_F(AdministrationWithKeys, AnotherKeyThanTheServersIsSaidWithWhatToDo) {
   for (const std::vector<std::string>& command :
        {std::vector<std::string>{"session", "list"}, {"status"}, {"doctor"}}) {
     const std::string said = machine.administer(command).output;
-    EXPECT_THAT(said, AllOf(HasSubstr("is not asked: "), HasSubstr("has another key of "),
+    EXPECT_THAT(said, AllOf(HasSubstr("is not queried: "), HasSubstr("has another key of "),
                             HasSubstr("mgprintmon uses the monitor's key"), HasSubstr("give aps the same key")));
     EXPECT_THAT(said, Not(HasSubstr("Start aps")));
   }
@@ -63,8 +63,8 @@ TEST_F(AdministrationWithKeys, TheDoctorNeedsAKeyForItsTestPageAndIsWellWithoutT
   install({"--key", keyFile("monitor")});
   const Machine::Result without = machine.administer({"doctor"});
   EXPECT_EQ(without.code, 0) << without.output;
-  EXPECT_THAT(without.output, AllOf(HasSubstr("ok      key file: the monitor proves itself with the key in "),
-                                    HasSubstr("left    test page: left out: aps wants keys; make one for session "
+  EXPECT_THAT(without.output, AllOf(HasSubstr("ok      key file: the monitor authenticates with the key in "),
+                                    HasSubstr("left    test page: skipped: aps wants keys; make one for session "
                                               "900000001 and name it with --key")));
   const Machine::Result with = machine.administer(
       {"doctor", "--key", keyFile("session-900000001"), "--processor", "mgtestproc", "--driver", "Generic PostScript"});

@@ -85,7 +85,7 @@ TEST_F(Administration, AJobWhoseOutcomeNobodyTellsEndsWithAnExitCodeOfItsOwn) {
   Scene other;
   expect({"print", "Laser-2 (session 5)", windowsPath(kLetter), "--wait", "1", "--server-port",
           std::to_string(other.port())},
-         7, "what became of job 1 is not known: the time for it is over");
+         7, "the outcome of job 1 is unknown: the time for it is over");
 }
 
 TEST_F(Administration, WhatCannotBePrintedIsNamed) {
@@ -131,7 +131,7 @@ TEST_F(Administration, TheDoctorNamesEveryFaultWithItsRemedy) {
   EXPECT_THAT(result.output, HasSubstr("FAILED  registry: LogFile \"C:\\windows\" is a folder"));
   EXPECT_THAT(result.output, AllOf(HasSubstr("FAILED  application server: "), HasSubstr("Start aps"),
                                    HasSubstr("FAILED  converter: "), HasSubstr("Run mgprintmon install"),
-                                   HasSubstr("FAILED  test page: not examined"), HasSubstr("ok      registration")));
+                                   HasSubstr("FAILED  test page: not checked"), HasSubstr("ok      registration")));
   EXPECT_THAT(run({"doctor", "--json"}).output, HasSubstr("\"ok\": false"));
   scene.restartServer();
 }
