@@ -1,7 +1,7 @@
 #include "programs/printer_registration.h"
 
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/records/exception.h"

@@ -23,8 +23,7 @@ std::string unknownPrinter() {
 }  // namespace
 
 std::string PortMonitorClient::peerProcess() {
-  const CS_RCPtr<CS_Component> root = getRootOwner();
-  const auto* connection = dynamic_cast<CS_Connection*>(root.get());
+  const CS_Connection* connection = getConnection();
   if (connection == nullptr) return "unknown";
   const auto process = connection->peerValues().find(L"process");
   return process == connection->peerValues().end() ? "unknown" : programs::oneLine(process->second);
@@ -38,8 +37,7 @@ bool PortMonitorClient::release() {
 
 bool PortMonitorClient::hasGivenUp() {
   if (m_released) return true;
-  const CS_RCPtr<CS_Component> root = getRootOwner();
-  const auto* connection = dynamic_cast<const CS_Connection*>(root.get());
+  const CS_Connection* connection = getConnection();
   return connection == nullptr || connection->link() == nullptr || connection->link()->peerHasClosed();
 }
 
@@ -49,8 +47,7 @@ std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::ws
     m_application->log->line("printer " + programs::quoted(printerName) + " was asked for by process " + peerProcess() +
                              "; the answer waits for its print client, which may be on its way back");
   }
-  const CS_RCPtr<CS_Component> root = getRootOwner();
-  const auto mark = m_application->jobs.wait(dynamic_cast<const CS_Connection*>(root.get()));
+  const auto mark = m_application->jobs.wait(getConnection());
   auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
   if (!(found && found->client) && hasGivenUp()) {
     throw CS_Exception(corvane::kConnectionLost, L"whoever asked did not wait for the print client");
@@ -106,8 +103,7 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
 
   const std::string job = "printer " + programs::quoted(printerName) + ", session " + std::to_string(found->session) +
                           ", process " + std::to_string(request.processId);
-  const CS_RCPtr<CS_Component> root = getRootOwner();
-  auto mark = m_application->jobs.begin(found->session, dynamic_cast<const CS_Connection*>(root.get()));
+  auto mark = m_application->jobs.begin(found->session, getConnection());
   if (!mark) {
     return "session " + std::to_string(found->session) + " has " +
            std::to_string(m_application->jobs.limitOfOneSession()) +

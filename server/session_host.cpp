@@ -62,8 +62,7 @@ void SessionHost::registerPrinters(CS_InRequest& request) {
 
 SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> printers,
                                            const CS_ClassVersionMap& versions) {
-  const CS_RCPtr<CS_Component> root = getRootOwner();
-  const CS_RCPtr<CS_Connection> client(dynamic_cast<CS_Connection*>(root.get()));
+  const CS_RCPtr<CS_Connection> client = getConnection();
   if (!client) throw CS_Exception(corvane::kMissingObject, L"the print client has no connection");
   SessionTable::Admission admission;
   const std::lock_guard<std::mutex> guard(m_lock);

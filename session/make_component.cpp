@@ -1,6 +1,6 @@
 #include "session/make_component.h"
 
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/records/operation.h"
 
 namespace mg {

@@ -3,7 +3,7 @@
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "corvane/components/bridge.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"

@@ -4,7 +4,7 @@
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/program_monitor_c.h"

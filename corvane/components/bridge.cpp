@@ -15,7 +15,10 @@ void CS_Bridge::prepareServing(std::shared_ptr<corvane::BridgeLoad> load) {
 }
 
 bool CS_Bridge::startServing() {
-  return m_worker->start(this);
+  return m_worker->start(this, [this](const std::wstring& failure) {
+    if (!failure.empty()) leave(failure);
+    releaseChildren();
+  });
 }
 
 void CS_Bridge::deliver(const corvane::Frame& frame) {
@@ -42,10 +45,6 @@ void CS_Bridge::leave(const std::wstring& reason) {
   } catch (const CS_Exception&) {
     // The connection has ended, and the peer knows.
   }
-}
-
-void CS_Bridge::served() {
-  releaseChildren();
 }
 
 void CS_Bridge::endedByPeer(const std::wstring& reason) {

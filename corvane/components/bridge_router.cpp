@@ -81,9 +81,14 @@ std::shared_ptr<Route> CS_BridgeRouter::route() const {
   return m_route;
 }
 
+CS_Connection* CS_BridgeRouter::ownConnection() {
+  CS_Connection* connection = getConnection();
+  return connection == getOwner() ? connection : nullptr;
+}
+
 CS_BridgeRouter::Routing CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>& connection) {
   CS_Channel* here = getChannel(true);
-  auto* own = dynamic_cast<CS_Connection*>(getOwner());
+  CS_Connection* own = ownConnection();
   if (here == nullptr || own == nullptr || !connection || !connection->isConnected()) return Routing::kGone;
   {
     const std::lock_guard guard(m_routeLock);
@@ -222,7 +227,7 @@ void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* t
     ending.bytes = through->bytes;
     ending.answered = through->answered;
   }
-  if (auto* maker = dynamic_cast<CS_Connection*>(ends[0].router->getOwner())) maker->endRoute();
+  if (CS_Connection* maker = ends[0].router->ownConnection()) maker->endRoute();
   const Route::End& other = ends[1 - m_end];
   leave(*ends[m_end].router);
   // Told first: what still arrives there meanwhile is dropped, not answered as for a bridge that never was.

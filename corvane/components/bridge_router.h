@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/components/bridge_end.h"
 #include "corvane/components/component.h"
 
 #include <cstdint>
@@ -12,7 +13,6 @@
 class CS_Connection;
 
 namespace corvane {
-struct FrameHeader;
 struct Route;
 }  // namespace corvane
 
@@ -22,7 +22,7 @@ struct Route;
 //
 // When either connection ends, or either side lets the bridge go, the other side gets a release with the reason, and
 // both ends leave their connections at once: a connection that lives for years holds the routes of today's jobs only.
-class CS_BridgeRouter : public CS_Component {
+class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
  public:
   static const wchar_t* getClassName();
 
@@ -31,6 +31,7 @@ class CS_BridgeRouter : public CS_Component {
 
   int getDataType() const override { return 3; }
   bool release() override;
+  corvane::BridgeEnd* bridgeEnd() override { return this; }
 
   enum class Routing {
     kMade,
@@ -44,9 +45,9 @@ class CS_BridgeRouter : public CS_Component {
   // Passes on complete frames that stand one behind the other; their bridge identifiers are overwritten in place. A
   // request that wants a reply is answered as failed where the bridge leads nowhere yet; after the route's end it is
   // dropped, because the release fails it.
-  void forward(std::span<unsigned char> frames);
-  // The peer let this bridge go.
-  void releasedByPeer(const std::wstring& reason);
+  bool forwards() const override { return true; }
+  void forward(std::span<unsigned char> frames) override;
+  void releasedByPeer(const std::wstring& reason) override;
 
   // How a route ended.
   struct Ending {
@@ -61,6 +62,8 @@ class CS_BridgeRouter : public CS_Component {
 
  private:
   std::shared_ptr<corvane::Route> route() const;
+  // Null when this does not stand on a connection itself.
+  CS_Connection* ownConnection();
   // Tells the other side's peer of the bridge that this one continues on.
   Routing announce(const CS_Connection& connection, const CS_BridgeRouter& other);
   void answer(const corvane::FrameHeader& header, const wchar_t* failure);

@@ -1,7 +1,6 @@
 #include "corvane/components/bridge_worker.h"
 
 #include "corvane/base/limits.h"
-#include "corvane/components/bridge.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
@@ -61,14 +60,14 @@ class BridgeWorker::Source : public FrameSource {
   bool m_started = false;
 };
 
-BridgeWorker::BridgeWorker(CS_Bridge& bridge, std::shared_ptr<BridgeLoad> load)
+BridgeWorker::BridgeWorker(CS_Component& bridge, std::shared_ptr<BridgeLoad> load)
     : m_serving(bridge, nullptr), m_load(std::move(load)) {}
 
 std::size_t BridgeWorker::costOf(const OwnedFrame& frame) {
   return sizeof frame + frame.payload.size();
 }
 
-bool BridgeWorker::start(const CS_RCPtr<CS_Bridge>& bridge) {
+bool BridgeWorker::start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd) {
   {
     const std::lock_guard guard(m_load->lock);
     if (m_load->threads >= kMaxServedBridges) return false;
@@ -83,8 +82,8 @@ bool BridgeWorker::start(const CS_RCPtr<CS_Bridge>& bridge) {
     countThread(-1);
   };
   try {
-    std::thread([self = shared_from_this(), held = CS_RCPtr<CS_Bridge>(bridge), ended]() mutable {
-      self->run(held);
+    std::thread([self = shared_from_this(), held = bridge, onEnd = std::move(onEnd), ended]() mutable {
+      self->run(onEnd);
       held = nullptr;
       self.reset();
       ended();
@@ -162,14 +161,13 @@ std::wstring BridgeWorker::serveAll() {
   }
 }
 
-void BridgeWorker::run(const CS_RCPtr<CS_Bridge>& bridge) {
+void BridgeWorker::run(const EndHandler& onEnd) {
   const std::wstring failure = serveAll();
   if (!failure.empty()) {
     LocalMonitor::instance().writeLine(L"bridge", failure.c_str());
     stop(failure);
-    bridge->leave(failure);
   }
-  bridge->served();
+  onEnd(failure);
 }
 
 void BridgeWorker::serveOne(OwnedFrame frame) {

@@ -1,17 +1,15 @@
 #pragma once
 
-#include "corvane/base/rc_ptr.h"
 #include "corvane/components/serving.h"
 #include "corvane/wire/frame.h"
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-class CS_Bridge;
 
 namespace corvane {
 
@@ -29,11 +27,14 @@ struct BridgeLoad {
 // reached it waits, and so does the sender at the other end of the connection.
 class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
  public:
-  BridgeWorker(CS_Bridge& bridge, std::shared_ptr<BridgeLoad> load);
+  BridgeWorker(CS_Component& bridge, std::shared_ptr<BridgeLoad> load);
 
+  // Called by the thread when it has served its last request, with why the bridge cannot go on; empty when it was
+  // stopped.
+  using EndHandler = std::function<void(const std::wstring& failure)>;
   // Starts the thread, which holds the bridge until it ends; false when the system has no thread, or the connection
   // kMaxServedBridges of them.
-  bool start(const CS_RCPtr<CS_Bridge>& bridge);
+  bool start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd);
   void deliver(const Frame& frame);
   // No further frame comes. What waits is dropped, because the request that it belongs to was cut, and the thread ends
   // as soon as the component it is in returns.
@@ -48,7 +49,7 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   };
   class Source;
 
-  void run(const CS_RCPtr<CS_Bridge>& bridge);
+  void run(const EndHandler& onEnd);
   // Why the bridge cannot go on; empty when it was stopped.
   std::wstring serveAll();
   void serveOne(OwnedFrame frame);

@@ -8,6 +8,7 @@
 #include "corvane/wire/value_writer.h"
 
 #include <algorithm>
+#include <new>
 
 int CS_Class::getSchema(int peerSchema) const {
   return std::min(currentSchema(), peerSchema);
@@ -56,3 +57,51 @@ void CS_ClassVersionMap::operator>>(CS_Channel& channel) const {
 void CS_ClassVersionMap::operator<<(CS_Channel& channel) {
   read(channel.reader());
 }
+
+namespace corvane {
+
+// Never destroyed: components may still be destroyed by their classes while the process ends.
+ClassRegistry& ClassRegistry::instance() {
+  alignas(ClassRegistry) static unsigned char storage[sizeof(ClassRegistry)];
+  static auto* const instance = new (storage) ClassRegistry;
+  return *instance;
+}
+
+bool ClassRegistry::add(const wchar_t* name, CS_Class* componentClass) {
+  std::unique_ptr<CS_Class> taken(componentClass);
+  if (name == nullptr || taken == nullptr) return false;
+  const std::lock_guard guard(m_lock);
+  m_owned.push_front(std::move(taken));
+  m_classes[name] = componentClass;
+  return true;
+}
+
+bool ClassRegistry::offer(const wchar_t* name) {
+  const std::lock_guard guard(m_lock);
+  if (name == nullptr || !m_classes.contains(name)) return false;
+  m_offered.insert(name);
+  return true;
+}
+
+CS_Class* ClassRegistry::find(const wchar_t* name) {
+  if (name == nullptr) return nullptr;
+  const std::lock_guard guard(m_lock);
+  const auto found = m_classes.find(name);
+  return found == m_classes.end() ? nullptr : found->second;
+}
+
+CS_Class* ClassRegistry::findOffered(const wchar_t* name) {
+  {
+    const std::lock_guard guard(m_lock);
+    if (name == nullptr || !m_offered.contains(name)) return nullptr;
+  }
+  return find(name);
+}
+
+void ClassRegistry::copyVersions(CS_ClassVersionMap& map) {
+  const std::lock_guard guard(m_lock);
+  for (const auto& [name, componentClass] : m_classes)
+    map.set(name, componentClass->version());
+}
+
+}  // namespace corvane

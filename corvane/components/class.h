@@ -1,7 +1,11 @@
 #pragma once
 
+#include <forward_list>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 class CS_Component;
@@ -71,3 +75,29 @@ class CS_ClassVersionMap {
  private:
   std::map<std::wstring, CS_Version> m_versions;
 };
+
+namespace corvane {
+
+// The component classes of this process, which stay until it ends. One per process; all operations are safe from any
+// thread.
+class ClassRegistry {
+ public:
+  static ClassRegistry& instance();
+
+  // As CS_ComponentServer::registerClass, offerClass, findClass and findOfferedClass, which are for what uses the
+  // framework.
+  bool add(const wchar_t* name, CS_Class* componentClass);
+  bool offer(const wchar_t* name);
+  CS_Class* find(const wchar_t* name);
+  CS_Class* findOffered(const wchar_t* name);
+  void copyVersions(CS_ClassVersionMap& map);
+
+ private:
+  std::mutex m_lock;  // guards what follows
+  std::map<std::wstring, CS_Class*> m_classes;
+  std::set<std::wstring> m_offered;
+  // Taking a class over takes the same memory however many there are.
+  std::forward_list<std::unique_ptr<CS_Class>> m_owned;
+};
+
+}  // namespace corvane

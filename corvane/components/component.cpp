@@ -1,9 +1,6 @@
 #include "corvane/components/component.h"
 
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
-#include "corvane/components/component_server.h"
-#include "corvane/components/connection.h"
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
@@ -68,11 +65,11 @@ void CS_Component::waitForReply(CS_InRequest&, unsigned) {
 CS_Channel* CS_Component::getChannel(bool create) {
   const std::lock_guard guard(m_lock);
   if (m_channel == nullptr && create && m_owner) {
-    CS_Component* owner = m_owner.get();
+    const CS_Component* owner = m_owner.get();
     const bool onBridge = owner->getOwner() != nullptr;
-    auto* connection = dynamic_cast<CS_Connection*>(onBridge ? owner->getOwner() : owner);
-    if (connection == nullptr || connection->link() == nullptr) return nullptr;
-    m_channel = std::make_unique<CS_Channel>(connection->link(), onBridge ? owner->getIdentifier() : 0, m_identifier);
+    const auto& link = (onBridge ? owner->getOwner() : owner)->link();
+    if (link == nullptr) return nullptr;
+    m_channel = std::make_unique<CS_Channel>(link, onBridge ? owner->getIdentifier() : 0, m_identifier);
   }
   return m_channel.get();
 }
@@ -93,6 +90,19 @@ bool CS_Component::isConnected() const {
 CS_RCPtr<CS_Component> CS_Component::getRootOwner() {
   if (!m_owner) return this;
   return m_owner->getRootOwner();
+}
+
+CS_Connection* CS_Component::getConnection() {
+  return m_owner ? m_owner->getConnection() : nullptr;
+}
+
+const std::shared_ptr<corvane::Link>& CS_Component::link() const {
+  static const std::shared_ptr<corvane::Link> none;
+  return none;
+}
+
+std::wstring CS_Component::refusalOf(const std::wstring& className) const {
+  return m_owner ? m_owner->refusalOf(className) : std::wstring();
 }
 
 // Children
@@ -160,7 +170,7 @@ bool CS_Component::setVersionsOfClassesInPeerProcess(const CS_ClassVersionMap& v
 CS_RCPtr<CS_ClassFactory> CS_Component::getClassFactory(const wchar_t* localClassName, const wchar_t* remoteClassName,
                                                         bool announce) {
   if (localClassName == nullptr || remoteClassName == nullptr || !isConnected()) return nullptr;
-  CS_Class* localClass = CS_ComponentServer::getServer()->findClass(localClassName);
+  CS_Class* localClass = corvane::ClassRegistry::instance().find(localClassName);
   if (localClass == nullptr) return nullptr;
   {
     const std::lock_guard guard(m_lock);
@@ -256,4 +266,55 @@ bool CS_Component::lookupListener(CS_Listener* listener) {
 bool CS_Component::removeListener(CS_Listener* listener) {
   const std::lock_guard guard(m_lock);
   return std::erase(m_listeners, listener) > 0;
+}
+
+// The factory
+
+CS_ClassFactory::CS_ClassFactory(const CS_RCPtr<CS_Component>& owner, CS_Class* localClass,
+                                 std::wstring remoteClassName, bool announce)
+    : m_owner(owner), m_class(localClass), m_remoteClassName(std::move(remoteClassName)), m_announce(announce) {}
+
+int CS_ClassFactory::removeRef() {
+  const int left = m_references.remove();
+  if (left == 0) delete this;
+  return left;
+}
+
+void CS_ClassFactory::keep(CS_RCPtr<CS_Component> instance) {
+  // Leaves with the one before it, which is let go after the lock.
+  const std::lock_guard guard(m_lock);
+  std::swap(m_made[std::this_thread::get_id()], instance);
+}
+
+CS_Component* CS_ClassFactory::newInstance(unsigned) {
+  CS_Component* made = m_class->createInstance();
+  if (made == nullptr) return nullptr;
+  made->setClass(m_class);
+  const CS_RCPtr<CS_Component> instance = made;  // destroyed here unless it is taken
+  try {
+    keep(instance);
+    const CS_RCPtr<CS_Component> root = m_owner->getRootOwner();
+    if (root->getConnection() == nullptr) return nullptr;
+    made->setIdentifier(root->nextIdentifier());
+    if (!m_owner->addChild(made)) return nullptr;
+    CS_Channel* channel = made->getChannel(true);
+    if (channel != nullptr && made->initialize()) {
+      if (m_announce) {
+        corvane::FrameHeader header;
+        header.kind = corvane::FrameKind::kCreate;
+        header.bridge = channel->bridge();
+        header.component = channel->component();
+        corvane::ValueWriter values;
+        values.writeText(m_remoteClassName.c_str());
+        channel->link().announce(header, values);
+      }
+      return made;
+    }
+  } catch (const CS_Exception&) {
+    // The connection has ended.
+  } catch (const std::exception&) {
+    // Not enough memory.
+  }
+  m_owner->removeChild(made);
+  return nullptr;
 }

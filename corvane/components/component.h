@@ -10,12 +10,19 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 class CS_Channel;
 class CS_ClassFactory;
 class CS_Component;
+class CS_Connection;
 class CS_InRequest;
+
+namespace corvane {
+class BridgeEnd;
+class Link;
+}  // namespace corvane
 
 // Hears of the events of a component it was added to. Owned by whoever added it; removed before it dies.
 class CS_Listener {
@@ -99,6 +106,20 @@ class CS_Component {
   virtual bool lookupListener(CS_Listener* listener);
   virtual bool removeListener(CS_Listener* listener);
 
+  // The connection at the end of the chain of owners, the component itself included; null when there is none. Lives as
+  // long as this component.
+  virtual CS_Connection* getConnection();
+  // What a connection sends through; null for every other component, and before the connection is made.
+  virtual const std::shared_ptr<corvane::Link>& link() const;
+  // An identifier that no component of this side has had yet; 0 for what is no connection.
+  virtual std::uint32_t nextIdentifier() { return 0; }
+  // What makes a component a bridge; null for every other one.
+  virtual corvane::BridgeEnd* bridgeEnd() { return nullptr; }
+  // Why the owner takes no component of that class that the peer wants; empty when it takes it.
+  virtual std::wstring refusalOf(const std::wstring& className) const;
+  // Throws CS_Exception (3102) with the peer's reason once the peer has let this component go with everything on it.
+  virtual void throwIfEnded() const {}
+
   // A factory for pairs of components on this one: the local half of a class registered in this process, the remote
   // half of a class of the process at the other end. Null when the local class is not registered, when this is not a
   // connection or a bridge or has ended, or when the other process is known not to have the remote class in a version
@@ -141,4 +162,35 @@ class CS_Component {
   std::vector<CS_Listener*> m_listeners;
   CS_RCPtr<CS_ProgramMonitor> m_monitor;
   CS_ClassVersionMap m_peerVersions;
+};
+
+// Makes pairs of components on one owner; got from CS_Component::getClassFactory. Keeps its owner alive. Safe from any
+// thread.
+class CS_ClassFactory {
+ public:
+  CS_ClassFactory(const CS_RCPtr<CS_Component>& owner, CS_Class* localClass, std::wstring remoteClassName,
+                  bool announce);
+
+  int addRef() { return m_references.add(); }
+  int removeRef();
+
+  // A new component standing on the owner, which holds its first reference; null when it cannot be made, refuses to
+  // initialise, or the owner has ended. The options are 0. Nothing is sent before the channel's start operations and
+  // the first request, so the peer's refusal of the class shows in the reply of that request.
+  //
+  // The owner may end at any moment, on another thread. The factory therefore holds the component for the calling
+  // thread as well, until that thread asks it for the next one or the factory dies: the caller takes its own reference
+  // before either, and has a component that is safe to use.
+  CS_Component* newInstance(unsigned options);
+
+ private:
+  void keep(CS_RCPtr<CS_Component> instance);
+
+  corvane::RefCount m_references;
+  CS_RCPtr<CS_Component> m_owner;
+  CS_Class* m_class;
+  std::wstring m_remoteClassName;
+  bool m_announce;
+  std::mutex m_lock;                                         // guards what follows
+  std::map<std::thread::id, CS_RCPtr<CS_Component>> m_made;  // the last one of each thread
 };

@@ -8,30 +8,7 @@
 #include "corvane/records/host_properties.h"
 #include "corvane/records/local_monitor.h"
 
-#include <forward_list>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <new>
-#include <set>
-#include <string>
-
 namespace {
-
-// Never destroyed: components may still be destroyed by their classes while the process ends.
-struct Registry {
-  std::mutex lock;  // guards what follows
-  std::map<std::wstring, CS_Class*> classes;
-  std::set<std::wstring> offered;
-  // Taking a class over takes the same memory however many there are.
-  std::forward_list<std::unique_ptr<CS_Class>> owned;
-};
-
-Registry& registry() {
-  alignas(Registry) static unsigned char storage[sizeof(Registry)];
-  static auto* const instance = new (storage) Registry;
-  return *instance;
-}
 
 // Once per process, and again for what an earlier call had no memory for.
 template <class Component>
@@ -67,38 +44,21 @@ CS_ComponentServer* CS_ComponentServer::getServer() {
 }
 
 bool CS_ComponentServer::registerClass(const wchar_t* name, CS_Class* componentClass) {
-  std::unique_ptr<CS_Class> taken(componentClass);
-  if (name == nullptr || taken == nullptr) return false;
-  const std::lock_guard guard(registry().lock);
-  registry().owned.push_front(std::move(taken));
-  registry().classes[name] = componentClass;
-  return true;
+  return corvane::ClassRegistry::instance().add(name, componentClass);
 }
 
 bool CS_ComponentServer::offerClass(const wchar_t* name) {
-  const std::lock_guard guard(registry().lock);
-  if (name == nullptr || !registry().classes.contains(name)) return false;
-  registry().offered.insert(name);
-  return true;
+  return corvane::ClassRegistry::instance().offer(name);
 }
 
 CS_Class* CS_ComponentServer::findClass(const wchar_t* name) {
-  if (name == nullptr) return nullptr;
-  const std::lock_guard guard(registry().lock);
-  const auto found = registry().classes.find(name);
-  return found == registry().classes.end() ? nullptr : found->second;
+  return corvane::ClassRegistry::instance().find(name);
 }
 
 CS_Class* CS_ComponentServer::findOfferedClass(const wchar_t* name) {
-  {
-    const std::lock_guard guard(registry().lock);
-    if (name == nullptr || !registry().offered.contains(name)) return nullptr;
-  }
-  return findClass(name);
+  return corvane::ClassRegistry::instance().findOffered(name);
 }
 
 void CS_ComponentServer::copyRegisteredClassVersionMap(CS_ClassVersionMap& map) {
-  const std::lock_guard guard(registry().lock);
-  for (const auto& [name, componentClass] : registry().classes)
-    map.set(name, componentClass->version());
+  corvane::ClassRegistry::instance().copyVersions(map);
 }

@@ -157,8 +157,7 @@ class Overtaken : public CS_Component {
  public:
   ~Overtaken() override { ++s_destroyed; }
   bool initialize() override {
-    const CS_RCPtr<CS_Component> root = getRootOwner();
-    std::thread([&] { CS_Connection::destroy(dynamic_cast<CS_Connection*>(root.get()), true); }).join();
+    std::thread([this] { CS_Connection::destroy(getConnection(), true); }).join();
     return true;
   }
   static inline int s_destroyed = 0;

@@ -43,7 +43,8 @@ CS_RCPtr<CS_Connection> CS_Connection::create() {
 
 void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier) {
   m_nextIdentifier = firstIdentifier;
-  m_dispatcher = std::make_unique<corvane::Dispatcher>(*this);
+  m_dispatcher =
+      std::make_unique<corvane::Dispatcher>(*this, *link, [this](const std::wstring& reason) { linkEnded(reason); });
   m_channel = std::make_unique<CS_Channel>(link, 0, 0);
   link->setHandler(m_dispatcher.get());
   if (m_heartbeat != nullptr && m_peerValues.contains(kHeartbeat)) m_heartbeat->watch(link);

@@ -75,14 +75,14 @@ class CS_Connection : public CS_Component {
   CS_RCPtr<CS_Component> getRootOwner() override;
   CS_Channel* getChannel(bool create) override;
   bool isConnected() const override;
+  CS_Connection* getConnection() override { return this; }
+  const std::shared_ptr<corvane::Link>& link() const override { return m_link; }
+  // Odd on the side that dialed, even on the other.
+  std::uint32_t nextIdentifier() override;
 
   // When the peer's bytes came last.
   std::chrono::steady_clock::time_point lastHeard() const;
 
-  // Null before the connection is made.
-  const std::shared_ptr<corvane::Link>& link() const { return m_link; }
-  // An identifier that no component of this side has had yet: odd on the side that dialed, even on the other.
-  std::uint32_t nextIdentifier();
   // Counts the bridges made here that lead to other connections; false when there are corvane::kMaxRoutes of them.
   bool beginRoute();
   void endRoute() { --m_routes; }
@@ -97,7 +97,7 @@ class CS_Connection : public CS_Component {
   // refuses it with that reason. Set before serve(); called by the threads that serve.
   using Admission = std::function<std::wstring(const std::wstring& className)>;
   void setAdmission(Admission admission) { m_admission = std::move(admission); }
-  std::wstring refusalOf(const std::wstring& className) const {
+  std::wstring refusalOf(const std::wstring& className) const override {
     return m_admission ? m_admission(className) : std::wstring();
   }
 
@@ -108,7 +108,6 @@ class CS_Connection : public CS_Component {
   ~CS_Connection() override;
 
  private:
-  friend class corvane::Dispatcher;
   CS_Connection();
   void take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier);
   void linkEnded(const std::wstring& reason);

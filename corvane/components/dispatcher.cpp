@@ -1,17 +1,18 @@
 #include "corvane/components/dispatcher.h"
 
-#include "corvane/components/bridge.h"
-#include "corvane/components/bridge_router.h"
+#include "corvane/components/bridge_end.h"
 #include "corvane/components/bridge_worker.h"
-#include "corvane/components/connection.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/wire/value_reader.h"
 
 namespace corvane {
 
-Dispatcher::Dispatcher(CS_Connection& connection)
-    : m_connection(connection), m_serving(connection, std::make_shared<BridgeLoad>()) {}
+Dispatcher::Dispatcher(CS_Component& connection, Link& link, EndHandler onEnd)
+    : m_connection(connection),
+      m_link(link),
+      m_onEnd(std::move(onEnd)),
+      m_serving(connection, std::make_shared<BridgeLoad>()) {}
 
 void Dispatcher::onFrame(Frame& frame) {
   if (frame.header.kind == FrameKind::kBeat) return;  // that it came is all it says
@@ -35,14 +36,15 @@ void Dispatcher::onBatchAbandoned() noexcept {
 }
 
 void Dispatcher::onLinkEnd(const std::wstring& reason) {
-  m_connection.linkEnded(reason);
+  m_onEnd(reason);
 }
 
 void Dispatcher::onBridgeFrame(Frame& frame) {
   if (!m_bridge || m_bridge->getIdentifier() != frame.header.bridge) {
     flushRun();
     m_bridge = m_connection.getChild(frame.header.bridge);
-    m_router = dynamic_cast<CS_BridgeRouter*>(m_bridge.get());
+    BridgeEnd* end = m_bridge ? m_bridge->bridgeEnd() : nullptr;
+    m_router = end != nullptr && end->forwards() ? end : nullptr;
   }
   if (m_router != nullptr) {
     if (!m_run.empty() && m_run.data() + m_run.size() == frame.bytes.data()) {
@@ -54,8 +56,8 @@ void Dispatcher::onBridgeFrame(Frame& frame) {
     return;
   }
   if (frame.header.kind == FrameKind::kReply || frame.header.kind == FrameKind::kFailure) {
-    m_connection.link()->complete(frame);
-  } else if (auto* bridge = dynamic_cast<CS_Bridge*>(m_bridge.get())) {
+    m_link.complete(frame);
+  } else if (BridgeEnd* bridge = m_bridge ? m_bridge->bridgeEnd() : nullptr) {
     bridge->deliver(frame);
   } else if (frame.header.kind == FrameKind::kRequest && frame.header.wantsReply() && !frame.header.hasMore()) {
     // The bridge was refused, or has ended here while the peer was still sending.
@@ -63,7 +65,7 @@ void Dispatcher::onBridgeFrame(Frame& frame) {
     answer.kind = FrameKind::kFailure;
     answer.flags = 0;
     const std::wstring why = m_serving.refusalOr(frame.header.bridge, L"the bridge does not exist any more");
-    m_connection.link()->sendText(answer, why.c_str());
+    m_link.sendText(answer, why.c_str());
   }
 }
 
@@ -72,7 +74,7 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
   switch (header.kind) {
     case FrameKind::kReply:
     case FrameKind::kFailure:
-      m_connection.link()->complete(frame);
+      m_link.complete(frame);
       return;
     case FrameKind::kCreate:
       m_serving.create(header, frame.payload());
@@ -80,8 +82,8 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
     case FrameKind::kRelease: {
       const std::wstring reason = readReason(frame.payload());
       const CS_RCPtr<CS_Component> ended = m_connection.getChild(header.component);
-      if (auto* bridge = dynamic_cast<CS_Bridge*>(ended.get())) bridge->endedByPeer(reason);
-      m_connection.link()->endBridge(header.component, reason);
+      if (BridgeEnd* bridge = ended ? ended->bridgeEnd() : nullptr) bridge->endedByPeer(reason);
+      m_link.endBridge(header.component, reason);
       m_serving.release(header, reason);
       return;
     }

@@ -4,22 +4,22 @@
 #include "corvane/components/serving.h"
 #include "corvane/wire/link.h"
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
-
-class CS_BridgeRouter;
-class CS_Connection;
 
 namespace corvane {
 
 // Hands the frames of one connection to where they belong: replies to who waits for them, frames of a routed bridge to
 // the router, as one run where they stand one behind the other, frames of a bridge of this process to the bridge, and
-// everything else to the components on the connection itself. Owned by the connection; frames come from the one thread
-// that reads the link.
+// everything else to the components on the connection itself. Owned by the connection, which also owns the link; frames
+// come from the one thread that reads the link.
 class Dispatcher : public FrameHandler {
  public:
-  explicit Dispatcher(CS_Connection& connection);
+  using EndHandler = std::function<void(const std::wstring& reason)>;
+  // onEnd is called once, when the link has ended.
+  Dispatcher(CS_Component& connection, Link& link, EndHandler onEnd);
 
   void onFrame(Frame& frame) override;
   void onBatchEnd() override;
@@ -32,10 +32,12 @@ class Dispatcher : public FrameHandler {
   void collect(const Frame& frame);
   void flushRun();
 
-  CS_Connection& m_connection;
+  CS_Component& m_connection;
+  Link& m_link;
+  EndHandler m_onEnd;
   Serving m_serving;
   CS_RCPtr<CS_Component> m_bridge;         // the bridge of the last frame, kept for the frames that follow at once
-  CS_BridgeRouter* m_router = nullptr;     // m_bridge, when it is a router
+  BridgeEnd* m_router = nullptr;           // m_bridge, when it passes frames on
   std::span<unsigned char> m_run;          // frames for m_router that were not passed on yet
   std::vector<unsigned char> m_collected;  // the request to a component of the connection that is still arriving
   bool m_collecting = false;

@@ -1,6 +1,5 @@
 #include "corvane/components/in_request.h"
 
-#include "corvane/components/out_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/wire/link.h"
 
@@ -17,7 +16,7 @@ corvane::FrameHeader replyHeader(const CS_Channel& channel, corvane::FrameKind k
 
 }  // namespace
 
-CS_InRequest::CS_InRequest(CS_OutRequest& request) : m_channel(request.getChannel().withReader(m_values)) {}
+CS_InRequest::CS_InRequest(const CS_Channel& request) : m_channel(request.withReader(m_values)) {}
 
 CS_InRequest::CS_InRequest(const CS_Channel& channel, int number, std::uint32_t correlation,
                            std::unique_ptr<corvane::FrameSource> source)

@@ -8,15 +8,13 @@
 #include <span>
 #include <string>
 
-class CS_OutRequest;
-
 // The values that came from a peer: the reply of a CS_OutRequest, or a request to a component of this process. They are
 // read in the order in which they were written. Reading another type than was written, past the end, or from a
 // connection that ended throws CS_Exception. Used by one thread.
 class CS_InRequest {
  public:
-  // For the reply of a request; filled by CS_OutRequest::execute.
-  explicit CS_InRequest(CS_OutRequest& request);
+  // For the reply of a CS_OutRequest, which gives its channel; filled by CS_OutRequest::execute.
+  explicit CS_InRequest(const CS_Channel& request);
   // For a request from a peer, with where its values come from; correlation is 0 when no reply is wanted.
   CS_InRequest(const CS_Channel& channel, int number, std::uint32_t correlation,
                std::unique_ptr<corvane::FrameSource> source);

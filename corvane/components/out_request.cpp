@@ -1,6 +1,5 @@
 #include "corvane/components/out_request.h"
 
-#include "corvane/components/bridge.h"
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
@@ -52,7 +51,7 @@ corvane::FrameHeader CS_OutRequest::header() const {
 // A reply that is waited for is registered by now: a bridge that the peer lets go after this look fails it.
 void CS_OutRequest::send(const corvane::FrameHeader& request) {
   const CS_Component* owner = m_component ? m_component->getOwner() : nullptr;
-  if (const auto* bridge = dynamic_cast<const CS_Bridge*>(owner)) bridge->throwIfEnded();
+  if (owner != nullptr) owner->throwIfEnded();
   m_channel.link().send(request, m_values);
 }
 

@@ -37,6 +37,7 @@ class CS_OutRequest {
   // The values, for what writes several of them at once.
   corvane::ValueWriter& values() { return m_values; }
   CS_Channel& getChannel() { return m_channel; }
+  operator const CS_Channel&() const { return m_channel; }  // what its reply is made from
   const CS_RCPtr<CS_Component>& component() const { return m_component; }
 
  private:

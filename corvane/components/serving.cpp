@@ -1,11 +1,9 @@
 #include "corvane/components/serving.h"
 
 #include "corvane/base/format.h"
-#include "corvane/components/bridge.h"
-#include "corvane/components/bridge_router.h"
+#include "corvane/base/limits.h"
+#include "corvane/components/bridge_end.h"
 #include "corvane/components/channel.h"
-#include "corvane/components/component_server.h"
-#include "corvane/components/connection.h"
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
@@ -32,19 +30,13 @@ void Serving::refuse(const FrameHeader& header, const std::wstring& reason) {
   m_refused[header.component] = reason;
 }
 
-std::wstring Serving::refusalOf(const std::wstring& className) const {
-  const CS_RCPtr<CS_Component> root = m_owner.getRootOwner();
-  const auto* connection = dynamic_cast<const CS_Connection*>(root.get());
-  return connection != nullptr ? connection->refusalOf(className) : std::wstring();
-}
-
 void Serving::create(const FrameHeader& header, std::span<const unsigned char> payload) {
   const std::wstring name = readReason(payload);
   CS_Component* made = make(header, name);
   if (made == nullptr) return;
   const CS_RCPtr<CS_Component> component = made;
-  auto* bridge = dynamic_cast<CS_Bridge*>(made);
-  if (m_load == nullptr && (bridge != nullptr || dynamic_cast<CS_BridgeRouter*>(made) != nullptr)) {
+  BridgeEnd* bridge = made->bridgeEnd();
+  if (m_load == nullptr && bridge != nullptr) {
     refuse(header, L"a bridge stands on a connection, not on a bridge");
     return;
   }
@@ -57,11 +49,11 @@ void Serving::create(const FrameHeader& header, std::span<const unsigned char> p
 }
 
 CS_Component* Serving::make(const FrameHeader& header, const std::wstring& className) {
-  if (const std::wstring refusal = refusalOf(className); !refusal.empty()) {
+  if (const std::wstring refusal = m_owner.refusalOf(className); !refusal.empty()) {
     refuse(header, refusal);
     return nullptr;
   }
-  CS_Class* componentClass = CS_ComponentServer::getServer()->findOfferedClass(className.c_str());
+  CS_Class* componentClass = ClassRegistry::instance().findOffered(className.c_str());
   if (componentClass == nullptr) {
     refuse(header, formatText(L"this side offers no components of the class %s", className.c_str()));
     return nullptr;
@@ -77,7 +69,7 @@ CS_Component* Serving::make(const FrameHeader& header, const std::wstring& class
 }
 
 void Serving::start(const FrameHeader& header, const std::wstring& className, CS_Component& made) {
-  auto* bridge = dynamic_cast<CS_Bridge*>(&made);
+  BridgeEnd* bridge = made.bridgeEnd();
   CS_Channel* channel = made.getChannel(true);
   if (channel != nullptr) {
     channel->startSending();
@@ -125,8 +117,8 @@ void Serving::release(const FrameHeader& header, const std::wstring& reason) {
   const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
   if (!component) return;
   m_owner.removeChild(component.get());
-  if (auto* router = dynamic_cast<CS_BridgeRouter*>(component.get())) {
-    router->releasedByPeer(reason);
+  if (BridgeEnd* bridge = component->bridgeEnd()) {
+    bridge->releasedByPeer(reason);
   } else {
     component->release();
   }

@@ -34,7 +34,6 @@ class Serving {
   CS_Component* make(const FrameHeader& header, const std::wstring& className);
   void start(const FrameHeader& header, const std::wstring& className, CS_Component& made);
   void refuse(const FrameHeader& header, const std::wstring& reason);
-  std::wstring refusalOf(const std::wstring& className) const;
 
   CS_Component& m_owner;
   std::shared_ptr<BridgeLoad> m_load;

@@ -1,5 +1,5 @@
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"

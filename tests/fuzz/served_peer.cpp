@@ -46,7 +46,7 @@ void ServedPeer::greet() {
   const std::vector<unsigned char>& hello = greeting();
   if (::send(m_far, hello.data(), hello.size(), 0) != static_cast<ssize_t>(hello.size())) std::abort();
   m_connection = CS_Connection::accept(corvane::Socket(ends[1]));
-  m_dispatcher = std::make_unique<corvane::Dispatcher>(*m_connection);
+  m_dispatcher = std::make_unique<corvane::Dispatcher>(*m_connection, *m_connection->link(), nullptr);
 }
 
 ServedPeer::~ServedPeer() {

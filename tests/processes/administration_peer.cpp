@@ -1,7 +1,7 @@
 #include "tests/processes/administration_peer.h"
 
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"

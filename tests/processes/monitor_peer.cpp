@@ -3,7 +3,7 @@
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"

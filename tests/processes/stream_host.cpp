@@ -2,7 +2,7 @@
 // the client's result; ends with 0 when it is positive.
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"
-#include "corvane/components/class_factory.h"
+#include "corvane/components/component.h"
 #include "corvane/components/component_server.h"
 #include "programs/text.h"
 #include "session/make_component.h"

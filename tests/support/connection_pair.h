@@ -2,7 +2,6 @@
 
 #include "corvane/components/bridge.h"
 #include "corvane/components/channel.h"
-#include "corvane/components/class_factory.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/connection.h"
 #include "tests/support/joined_thread.h"

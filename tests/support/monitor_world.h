@@ -1,6 +1,5 @@
 #pragma once
 
-#include "corvane/components/class_factory.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/connection.h"
 #include "session/make_component.h"
@@ -47,7 +46,7 @@ class MonitorWorld {
   void losePeer() {
     const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
     m_peer.hangUpAt("ProgramMonitor_s", 1);
-    CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(instance->getRootOwner().get())), true);
+    CS_Connection::destroy(instance->getConnection(), true);
     CS_ProgramMonitor::setDefaultMonitor(&m_records.monitor());
   }
   // How many requests begin with these words.

@@ -71,8 +71,7 @@ void JobEndTest::expectFailure(const std::string& rest, const std::string& job) 
 }
 
 void JobEndTest::breakConnection() {
-  const CS_RCPtr<CS_Component> owner = m_port->printServer->getRootOwner();
-  CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
+  CS_Connection::destroy(m_port->printServer->getConnection(), true);
 }
 
 void JobEndTest::refuseAttach() {

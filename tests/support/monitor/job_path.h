@@ -48,8 +48,7 @@ class JobPath : public testing::Test {
     if (m_port == nullptr) return;
     // Ends the stream of a test that did not end its job, together with its connection.
     if (m_port->printServer) {
-      const CS_RCPtr<CS_Component> owner = m_port->printServer->getRootOwner();
-      CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
+      CS_Connection::destroy(m_port->printServer->getConnection(), true);
       m_port->printServer = nullptr;
     }
     delete m_port->job;
