@@ -3,6 +3,8 @@
 
 A folder may include itself and the folders listed here; anything else is a dependency that the design does not have. A
 folder that is divided into rooms names them; each room may include itself and the rooms of its folder that are listed.
+What is listed and not used is a complaint, too: the lists say what the code does. And no units of the product, a header
+and a source of one name, may include each other in a circle.
 """
 import pathlib
 import re
@@ -11,17 +13,17 @@ import sys
 MAY_INCLUDE = {
     "util": set(),
     "corvane": {"util"},
-    "protocol": {"util", "corvane"},
-    "ports": {"util", "corvane", "protocol"},
+    "protocol": {"corvane"},
+    "ports": {"util", "corvane"},
     "session": {"util", "corvane", "protocol", "ports"},
     "jobs": {"util", "corvane", "protocol", "ports", "session"},
     "monitor": {"util", "corvane", "protocol", "ports", "session", "jobs"},
-    "programs": {"util", "corvane", "protocol"},
+    "programs": {"corvane", "protocol"},
     "server": {"util", "corvane", "protocol", "programs"},
-    "client": {"util", "corvane", "protocol", "programs"},
+    "client": {"corvane", "protocol", "programs"},
     "converter": {"util", "corvane"},
     "admin": {"util", "corvane", "protocol", "programs"},
-    "bench": {"util", "corvane", "tests"},
+    "bench": {"corvane", "tests"},
 }
 ROOMS = {
     "corvane": {
@@ -37,37 +39,80 @@ ROOMS = {
         "spooler": {"base"},
         "install": {"base", "spooler"},
         "sessions": {"base", "spooler"},
-        "doctor": {"base", "spooler", "install", "sessions"},
+        "doctor": {"base", "spooler", "sessions"},
         "commands": {"base", "spooler", "install", "sessions", "doctor"},
     },
 }
-INCLUDE = re.compile(r'^\s*#\s*include\s+"([a-z0-9_]+)/(?:([a-z0-9_]+)/)?')
+INCLUDE = re.compile(r'^\s*#\s*include\s+"(([a-z0-9_]+)/(?:([a-z0-9_]+)/)?[^"]*)"')
+
+
+def sources(root, folder):
+    return [path for path in sorted((root / folder).rglob("*")) if path.suffix in {".h", ".cpp", ".rc"}]
+
+
+def includes(path):
+    """Line number, included path, its folder, and the room or None."""
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        if match := INCLUDE.match(line):
+            yield (number, *match.groups())
+
+
+def is_test(path):
+    return path.stem.endswith(("_test", "_fixture"))
 
 
 def complaints(root, folder, allowed):
     rooms = ROOMS.get(folder, {})
-    for path in sorted((root / folder).rglob("*")):
-        if path.suffix not in {".h", ".cpp", ".rc"}:
-            continue
-        extra = {"tests"} if path.stem.endswith(("_test", "_fixture")) else set()
+    unused = {(folder, other) for other in allowed}
+    unused |= {(f"{folder}/{room}", f"{folder}/{other}") for room, others in rooms.items() for other in others}
+    for path in sources(root, folder):
         own = path.relative_to(root / folder).parts[0]
-        is_test = path.stem.endswith("_test")
-        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-            match = INCLUDE.match(line)
-            if not match:
-                continue
+        extra = {"tests"} if is_test(path) else set()
+        for number, _, other, room in includes(path):
             where = f"{path.relative_to(root)}:{number}: "
-            if match.group(1) not in allowed | {folder} | extra:
-                yield f"{where}{folder}/ may not include {match.group(1)}/"
-            elif match.group(1) == folder and own in rooms and not is_test:
-                if match.group(2) not in rooms[own] | {own}:
-                    yield f"{where}{folder}/{own}/ may not include {folder}/{match.group(2) or ''}"
+            unused.discard((folder, other))
+            if other not in allowed | {folder} | extra:
+                yield f"{where}{folder}/ may not include {other}/"
+            elif other == folder and own in rooms and not is_test(path):
+                unused.discard((f"{folder}/{own}", f"{folder}/{room}"))
+                if room not in rooms[own] | {own}:
+                    yield f"{where}{folder}/{own}/ may not include {folder}/{room or ''}"
+    for who, other in sorted(unused):
+        yield f"cmake/check_includes.py: {who}/ does not include {other}/: take it from the list"
+
+
+def units(root):
+    """What each unit of the product includes, a unit being a path without its suffix."""
+    graph = {}
+    for path in (path for folder in MAY_INCLUDE for path in sources(root, folder) if not is_test(path)):
+        unit = path.relative_to(root).with_suffix("").as_posix()
+        others = {pathlib.PurePosixPath(included).with_suffix("").as_posix() for _, included, _, _ in includes(path)}
+        graph.setdefault(unit, set()).update(others - {unit})
+    return graph
+
+
+def reachable(graph, unit):
+    seen, ahead = set(), [unit]
+    while ahead:
+        for other in graph.get(ahead.pop(), set()) - seen:
+            seen.add(other)
+            ahead.append(other)
+    return seen
+
+
+def circles(graph):
+    """The units that reach each other, each group once."""
+    reach = {unit: reachable(graph, unit) for unit in graph}
+    inside = {unit for unit in graph if unit in reach[unit]}
+    groups = {frozenset(other for other in inside & reach[unit] if unit in reach[other]) for unit in inside}
+    return sorted(sorted(group) for group in groups)
 
 
 def main():
     root = pathlib.Path(__file__).resolve().parent.parent
     wrong = [text for folder, allowed in MAY_INCLUDE.items() for text in complaints(root, folder, allowed)]
-    print("\n".join(wrong) if wrong else "includes follow the layers")
+    wrong += [f"a circle of includes: {', '.join(group)}" for group in circles(units(root))]
+    print("\n".join(wrong) if wrong else "includes follow the layers, and no units include each other")
     return 1 if wrong else 0
 
 

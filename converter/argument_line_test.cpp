@@ -1,4 +1,4 @@
-#include "converter/ghostscript.h"
+#include "converter/argument_line.h"
 
 #include <windows.h>
 

@@ -1,5 +1,7 @@
 #include "converter/conversion_error.h"
 
+#include "corvane/base/process.h"
+
 #include <windows.h>
 
 #include <cwchar>
@@ -15,12 +17,8 @@ ConversionError::ConversionError(ExitCode code, std::wstring text)
 }
 
 std::wstring systemErrorText(unsigned long error) {
-  wchar_t text[512];
-  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,
-                                static_cast<DWORD>(std::size(text)), nullptr);
-  while (length > 0 && (text[length - 1] == L'\n' || text[length - 1] == L'\r' || text[length - 1] == L' '))
-    --length;
-  return (length > 0 ? std::wstring(text, length) + L" (" : std::wstring(L"error (")) + std::to_wstring(error) + L")";
+  const std::wstring words = corvane::systemErrorWords(error, true);
+  return (words.empty() ? L"error (" : words + L" (") + std::to_wstring(error) + L")";
 }
 
 }  // namespace mg::converter

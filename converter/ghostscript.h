@@ -55,7 +55,4 @@ RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const L
 // holds open tells the shell that it is alive; when the pipe closes, the shell ends the program and removes the folder.
 RunResult runOnHost(const RunRequest& request, PrivateFolder& folder, const Limits& limits);
 
-// Joins words into a command line that CommandLineToArgvW and the C runtime split into the same words.
-std::wstring argumentLine(const std::vector<std::wstring>& words);
-
 }  // namespace mg::converter

@@ -1,7 +1,7 @@
 #include "converter/host_shell.h"
 
+#include "converter/argument_line.h"
 #include "converter/conversion_error.h"
-#include "converter/ghostscript.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

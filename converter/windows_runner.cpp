@@ -1,3 +1,4 @@
+#include "converter/argument_line.h"
 #include "converter/conversion_error.h"
 #include "converter/ghostscript.h"
 #include "util/win_handle.h"
@@ -72,30 +73,7 @@ RunResult waitWithinLimits(HANDLE process, const PrivateFolder& folder, const Li
   return {code >= 0xC0000000u ? RunEnd::kKilled : RunEnd::kExited, static_cast<int>(code)};
 }
 
-std::wstring quoted(const std::wstring& word) {
-  if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) return word;
-  std::wstring line = L"\"";
-  size_t backslashes = 0;
-  for (const wchar_t c : word) {
-    // Backslashes are doubled only before a quote; a quote inside the word is escaped by one more.
-    if (c == L'"') line.append(backslashes + 1, L'\\');
-    backslashes = c == L'\\' ? backslashes + 1 : 0;
-    line += c;
-  }
-  line.append(backslashes, L'\\');
-  return line + L"\"";
-}
-
 }  // namespace
-
-std::wstring argumentLine(const std::vector<std::wstring>& words) {
-  std::wstring line;
-  for (const std::wstring& word : words) {
-    if (!line.empty()) line += L' ';
-    line += quoted(word);
-  }
-  return line;
-}
 
 RunResult runOnWindows(const RunRequest& request, PrivateFolder& folder, const Limits& limits) {
   const ObjectHandle job = limitedJob(limits);

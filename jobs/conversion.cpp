@@ -1,6 +1,7 @@
 #include "jobs/conversion.h"
 
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/operation.h"
+#include "corvane/records/program_monitor.h"
 #include "jobs/print_raw_data.h"
 #include "jobs/spool_file.h"
 #include "jobs/unconverted.h"

@@ -1,7 +1,7 @@
 #include "jobs/leftover_files.h"
 
 #include "corvane/base/process.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "jobs/temporary_path.h"
 #include "session/client_print_job.h"
 #include "util/win_handle.h"

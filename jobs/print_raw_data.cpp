@@ -1,6 +1,5 @@
 #include "jobs/print_raw_data.h"
 
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
 #include "jobs/spool_file.h"

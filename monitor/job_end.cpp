@@ -2,13 +2,14 @@
 
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
+#include "corvane/records/program_monitor.h"
 #include "jobs/spool_file.h"
 #include "monitor/kept_notices.h"
 #include "ports/port_records.h"
 #include "protocol/administration.h"
 #include "session/print_server.h"
+#include "util/last_error.h"
 
 #include <cwchar>
 #include <memory>
@@ -128,7 +129,7 @@ void writeEvent(const wchar_t* line) noexcept {
 }
 
 void tell(const JobEnd& job, CS_Connection* connection) noexcept {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   wchar_t line[kLineSize] = L"";
   composeLine(line, job);
   send(job, line, connection);

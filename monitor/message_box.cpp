@@ -1,6 +1,6 @@
 #include "monitor/message_box.h"
 
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 
 #include <cwchar>
 #include <iterator>

@@ -1,5 +1,4 @@
 #include "corvane/records/exception.h"
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
 #include "jobs/init_spooler.h"

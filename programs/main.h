@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 
 #include <memory>
 #include <string>

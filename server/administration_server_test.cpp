@@ -10,6 +10,7 @@
 #include "programs/text.h"
 #include "protocol/administration.h"
 #include "protocol/names.h"
+#include "server/offered_classes.h"
 #include "tests/support/connection_pair.h"
 
 #include <cstdio>

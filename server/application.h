@@ -28,7 +28,4 @@ struct Application {
   const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
 };
 
-// Registers the classes of this server's components and offers those that a peer may create.
-void registerClasses(const std::shared_ptr<Application>& application);
-
 }  // namespace aps

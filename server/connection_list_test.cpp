@@ -9,7 +9,7 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 #include "protocol/names.h"
-#include "server/application.h"
+#include "server/offered_classes.h"
 #include "tests/support/connection_pair.h"
 #include "tests/support/corvane/key_files_fixture.h"
 

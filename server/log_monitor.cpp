@@ -1,30 +1,19 @@
 #include "server/log_monitor.h"
 
+#include "corvane/base/text.h"
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 
 namespace aps {
 
 std::string levelWord(int level) {
-  switch (level) {
-    case corvane::kLevelFailure:
-      return "failure";
-    case corvane::kLevelCleanupNote:
-      return "note";
-    case corvane::kLevelStackTrace:
-      return "stack trace";
-    case corvane::kLevelConnectionFailure:
-      return "connection";
-    case corvane::kLevelException:
-      return "exception";
-    default:
-      return "level " + std::to_string(level);
-  }
+  const corvane::LevelWords* known = corvane::wordsOf(level);
+  return known != nullptr ? corvane::toUtf8(known->inServerLog) : "level " + std::to_string(level);
 }
 
 bool meansFailure(int level) {
-  return level == corvane::kLevelFailure || level == corvane::kLevelConnectionFailure ||
-         level == corvane::kLevelException;
+  const corvane::LevelWords* known = corvane::wordsOf(level);
+  return known != nullptr && known->meansFailure;
 }
 
 void LogMonitor::write(const CS_Record& record) noexcept try {

@@ -1,9 +1,9 @@
 #include "session/job_report.h"
 
 #include "corvane/base/format.h"
-#include "corvane/base/process.h"
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
+#include "corvane/records/program_monitor.h"
+#include "util/last_error.h"
 
 #include <cwchar>
 
@@ -61,7 +61,7 @@ void JobReport::add(const wchar_t* format, ...) noexcept {
 }
 
 void JobReport::addLine(const wchar_t* format, va_list arguments) noexcept {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   Line& line = m_lines[m_added++ % kLines];
   GetSystemTimeAsFileTime(&line.at);
   corvane::formatWide(line.text, kLineSize, format, arguments);
@@ -69,7 +69,7 @@ void JobReport::addLine(const wchar_t* format, va_list arguments) noexcept {
 
 void JobReport::fail(JobFault fault, const wchar_t* format, ...) noexcept {
   if (hasFailed()) return;
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   m_fault = fault;
   va_list arguments;
   va_start(arguments, format);
@@ -92,7 +92,7 @@ void JobReport::failInstead(JobFault fault, const wchar_t* cause) noexcept {
 }
 
 void JobReport::write(const wchar_t* kind) const noexcept {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   for (std::size_t i = m_added > kLines ? m_added - kLines : 0; i < m_added; ++i) {
     const Line& line = m_lines[i % kLines];
     FILETIME local{};

@@ -7,9 +7,9 @@
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
+#include "corvane/records/program_monitor.h"
 #include "session/make_component.h"
 #include "util/win_handle.h"
 

@@ -1,7 +1,6 @@
 #include "session/print_server.h"
 
 #include "corvane/records/exception.h"
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
 #include "corvane/records/program_monitor.h"

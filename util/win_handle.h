@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/last_error.h"
 #include "util/unique_handle.h"
 
 #include <windows.h>
@@ -10,18 +11,6 @@
 // What Windows calls a handle comes in several kinds, each with its own "none" and its own way to close it. Every kind
 // that the product holds is named here; closing never changes the thread's last error.
 namespace mg {
-
-// Restores the last error that the thread had when it was made.
-class LastErrorKeeper {
- public:
-  LastErrorKeeper() noexcept : m_error(GetLastError()) {}
-  ~LastErrorKeeper() { SetLastError(m_error); }
-  LastErrorKeeper(const LastErrorKeeper&) = delete;
-  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
- private:
-  DWORD m_error;
-};
 
 // A kind of handle: its type, the call that closes it, and the number that stands for "none".
 template <typename Handle, void (*kClose)(Handle) noexcept, std::intptr_t kNone = 0>

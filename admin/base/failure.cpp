@@ -1,5 +1,6 @@
 #include "admin/base/failure.h"
 
+#include "corvane/base/process.h"
 #include "corvane/base/text.h"
 
 #include <fmt/format.h>
@@ -27,12 +28,8 @@ ExitCode codeFor(DWORD error) {
 }  // namespace
 
 std::string errorWords(DWORD error) {
-  wchar_t text[512];
-  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,
-                                static_cast<DWORD>(std::size(text)), nullptr);
-  while (length > 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.'))
-    --length;
-  const std::string words = length > 0 ? corvane::toUtf8({text, length}) : std::string("unknown error");
+  const std::string known = corvane::toUtf8(corvane::systemErrorWords(error));
+  const std::string words = known.empty() ? "unknown error" : known;
   return words + " (" + std::to_string(error) + ")";
 }
 

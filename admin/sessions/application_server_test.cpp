@@ -2,7 +2,7 @@
 
 #include "admin/base/failure.h"
 #include "corvane/components/component_server.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/scripted_peer.h"
 

@@ -1,7 +1,7 @@
 #include "admin/sessions/outcome_watch.h"
 
 #include "corvane/components/component_server.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "programs/main.h"
 #include "tests/support/scripted_peer.h"
 

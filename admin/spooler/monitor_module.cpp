@@ -4,12 +4,14 @@
 #include "admin/base/files.h"
 #include "admin/base/places.h"
 #include "admin/base/registry_value.h"
-#include "admin/spooler/spooler_port.h"
+#include "admin/spooler/spooler_list.h"
 #include "corvane/base/text.h"
+#include "corvane/records/messages.h"
 #include "programs/text.h"
 #include "util/object_map.h"
 #include "util/utl_string.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <sstream>
 
@@ -26,10 +28,11 @@ const std::wstring kMonitorKey = std::wstring(L"SYSTEM\\CurrentControlSet\\Contr
 constexpr unsigned kTailBytes = 65536;
 
 bool tellsOfFailure(const std::string& line) {
-  for (const char* word : {" failure", " exception", " connection "}) {
-    if (line.find(word) != std::string::npos) return true;
-  }
-  return false;
+  return std::ranges::any_of(corvane::knownLevels(), [&](const corvane::LevelWords& known) {
+    std::string word = " " + corvane::toUtf8(known.inOwnLog);
+    if (known.level == corvane::kLevelConnectionFailure) word += ' ';  // not what only begins like it
+    return known.meansFailure && line.find(word) != std::string::npos;
+  });
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "admin/base/failure.h"
 #include "admin/base/places.h"
+#include "admin/spooler/spooler_list.h"
 #include "admin/spooler/spooler_printer.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"

@@ -1,27 +1,17 @@
 #pragma once
 
 #include <ctime>
+#include <string>
 
-// The few facts about this process and thread that logs need.
+// The few facts about this process, its thread and its system that logs need.
 namespace corvane {
 
 unsigned long processId();
 unsigned long threadId();
 std::tm localTime(std::time_t seconds);
-
-// Keeps the thread's last error (GetLastError on Windows, errno elsewhere) over its scope, so that tracing and
-// recording are invisible to the code around them.
-class LastErrorKeeper {
- public:
-  LastErrorKeeper();
-  ~LastErrorKeeper();
-  LastErrorKeeper(const LastErrorKeeper&) = delete;
-  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
- private:
-  [[maybe_unused]] unsigned long m_lastError;  // Windows only
-  int m_errno;
-};
+// The system's words for an error number (GetLastError's on Windows, errno elsewhere), without the full stop at their
+// end unless it is wanted; on Windows empty for a number that it has none for.
+std::wstring systemErrorWords(unsigned long error, bool withFullStop = false);
 
 // For as long as one lives, its thread acts as the process and not as the user whom it impersonates: for what belongs
 // to the module itself, such as its key and its log, which that user may not read or write. Windows only.

@@ -1,6 +1,7 @@
 #include "corvane/base/process.h"
+#include "corvane/base/text.h"
 
-#include <cerrno>
+#include <cstring>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -19,9 +20,9 @@ std::tm localTime(std::time_t seconds) {
   return parts;
 }
 
-LastErrorKeeper::LastErrorKeeper() : m_lastError(0), m_errno(errno) {}
-LastErrorKeeper::~LastErrorKeeper() {
-  errno = m_errno;
+std::wstring systemErrorWords(unsigned long error, bool) {
+  char text[256] = {};
+  return fromUtf8(::strerror_r(static_cast<int>(error), text, sizeof text));
 }
 
 }  // namespace corvane

@@ -1,10 +1,11 @@
 #include "corvane/base/process.h"
+#include "util/last_error.h"
 
 #include <windows.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdlib>
+#include <iterator>
 
 namespace corvane {
 
@@ -21,10 +22,13 @@ std::tm localTime(std::time_t seconds) {
   return parts;
 }
 
-LastErrorKeeper::LastErrorKeeper() : m_lastError(::GetLastError()), m_errno(errno) {}
-LastErrorKeeper::~LastErrorKeeper() {
-  errno = m_errno;
-  ::SetLastError(m_lastError);
+std::wstring systemErrorWords(unsigned long error, bool withFullStop) {
+  wchar_t text[512];
+  DWORD length = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,
+                                  static_cast<DWORD>(std::size(text)), nullptr);
+  while (length > 0 && (text[length - 1] <= L' ' || (text[length - 1] == L'.' && !withFullStop)))
+    --length;
+  return {text, length};
 }
 
 namespace {
@@ -34,7 +38,7 @@ std::atomic<unsigned long> lastFailure{0};
 }  // namespace
 
 ProcessIdentity::ProcessIdentity() noexcept {
-  const LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   HANDLE token = nullptr;
   // Asked as the process: the user may not have the right to open the token that stands for him.
   if (!::OpenThreadToken(::GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, &token)) return;
@@ -47,7 +51,7 @@ ProcessIdentity::ProcessIdentity() noexcept {
 
 ProcessIdentity::~ProcessIdentity() {
   if (m_token == nullptr) return;
-  const LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   if (!::SetThreadToken(nullptr, m_token)) {
     lastFailure = ::GetLastError();
     if (!::ImpersonateAnonymousToken(::GetCurrentThread())) {

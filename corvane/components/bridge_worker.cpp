@@ -2,8 +2,8 @@
 
 #include "corvane/base/limits.h"
 #include "corvane/records/exception.h"
-#include "corvane/records/local_monitor.h"
 #include "corvane/records/messages.h"
+#include "corvane/records/program_monitor.h"
 #include "corvane/wire/value_reader.h"
 
 #include <thread>

@@ -6,7 +6,8 @@
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/net/socket.h"
 #include "corvane/records/host_properties.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/operation.h"
+#include "corvane/records/program_monitor.h"
 
 namespace {
 

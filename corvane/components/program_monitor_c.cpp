@@ -5,7 +5,8 @@
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
 #include "corvane/records/exception.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
+#include "util/last_error.h"
 
 #include <algorithm>
 
@@ -67,7 +68,7 @@ void CS_ProgramMonitor_c::write(const CS_Record& record) noexcept {
 }
 
 void CS_ProgramMonitor_c::notify(const CS_Notice& notice) noexcept {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   corvane::LocalMonitor::instance().writeNotice(notice);
   if (!isConnected()) return;
   try {

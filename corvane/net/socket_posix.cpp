@@ -1,3 +1,4 @@
+#include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "corvane/net/network.h"
 #include "corvane/net/socket.h"
@@ -116,8 +117,7 @@ void Socket::shutdown() noexcept {
 }
 
 std::wstring networkErrorText(int error) {
-  char text[256] = {};
-  return fromUtf8(::strerror_r(error, text, sizeof text));
+  return systemErrorWords(static_cast<unsigned long>(error));
 }
 
 bool initializeNetwork() {

@@ -1,3 +1,4 @@
+#include "corvane/base/process.h"
 #include "corvane/net/network.h"
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
@@ -139,15 +140,9 @@ void Socket::shutdown() noexcept {
 }
 
 std::wstring networkErrorText(int error) {
-  wchar_t text[256] = {};
-  const DWORD length =
-      ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, static_cast<DWORD>(error),
-                       0, text, static_cast<DWORD>(std::size(text)), nullptr);
-  if (length == 0) return L"error " + std::to_wstring(error);
-  std::wstring result(text, length);
-  while (!result.empty() && (result.back() <= L' ' || result.back() == L'.'))
-    result.pop_back();
-  return result + L" (" + std::to_wstring(error) + L")";
+  const std::wstring words = systemErrorWords(static_cast<unsigned long>(error));
+  const std::wstring number = std::to_wstring(error);
+  return words.empty() ? L"error " + number : words + L" (" + number + L")";
 }
 
 bool initializeNetwork() {

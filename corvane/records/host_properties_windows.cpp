@@ -2,6 +2,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"
 #include "corvane/records/messages.h"
+#include "util/last_error.h"
 
 #include <windows.h>
 
@@ -15,7 +16,7 @@ LSTATUS readValue(const wchar_t* name, DWORD flags, void* value, DWORD size) {
 }
 
 unsigned long readNumber(const wchar_t* name, unsigned long defaultValue) {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   DWORD value = 0;
   return readValue(name, RRF_RT_REG_DWORD, &value, sizeof value) == ERROR_SUCCESS ? value : defaultValue;
 }
@@ -33,7 +34,7 @@ int HostProperties::hostValue() const {
 }
 
 std::wstring HostProperties::logFile() const {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   wchar_t path[MAX_PATH] = {};
   return readValue(L"LogFile", RRF_RT_REG_SZ, path, sizeof path) == ERROR_SUCCESS ? path : std::wstring();
 }
@@ -47,7 +48,7 @@ bool HostProperties::trace() const {
 }
 
 std::wstring HostProperties::keyFile() const {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   wchar_t path[MAX_PATH] = {};
   const LSTATUS status = readValue(L"KeyFile", RRF_RT_REG_SZ, path, sizeof path);
   if (status == ERROR_FILE_NOT_FOUND) return {};

@@ -1,5 +1,8 @@
 #include "corvane/records/messages.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace corvane {
 
 const wchar_t* messageText(int number) {
@@ -37,6 +40,25 @@ const wchar_t* messageText(int number) {
     default:
       return L"An error without a text occurred.";
   }
+}
+
+namespace {
+
+constexpr LevelWords kLevels[] = {
+    {kLevelFailure, L"failure", L"failure", true},       {kLevelCleanupNote, L"clean-up", L"note", false},
+    {kLevelStackTrace, L"trace", L"stack trace", false}, {kLevelConnectionFailure, L"connection", L"connection", true},
+    {kLevelException, L"exception", L"exception", true},
+};
+
+}  // namespace
+
+std::span<const LevelWords> knownLevels() {
+  return kLevels;
+}
+
+const LevelWords* wordsOf(int level) {
+  const auto* found = std::ranges::find(kLevels, level, &LevelWords::level);
+  return found != std::end(kLevels) ? found : nullptr;
 }
 
 }  // namespace corvane

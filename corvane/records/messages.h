@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 // Numbers of the framework's own messages; CS_Exception and CS_ProgramMonitor::recordNumber turn them into texts.
 namespace corvane {
 
@@ -36,5 +38,17 @@ inline constexpr int kLevelConnectionFailure = 0x40000002;  // an exception on t
 inline constexpr int kLevelException = 10;                  // an exception as it was caught
 
 inline constexpr long long kCategory = 0x80080000LL;
+
+// What a level is called where its records are written.
+struct LevelWords {
+  int level;
+  const wchar_t* inOwnLog;     // of the process that records
+  const wchar_t* inServerLog;  // of the application server
+  bool meansFailure;           // and not only where a failure passed or what was cleaned up
+};
+// Those above. The administration tool finds the failures in a log by these words.
+std::span<const LevelWords> knownLevels();
+// Null for another level.
+const LevelWords* wordsOf(int level);
 
 }  // namespace corvane

@@ -1,13 +1,17 @@
 #include "corvane/records/program_monitor.h"
 
 #include "corvane/base/format.h"
+#include "corvane/base/local_time.h"
 #include "corvane/base/process.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/base/text.h"
 #include "corvane/records/messages.h"
+#include "util/last_error.h"
 
+#include <algorithm>
 #include <atomic>
-#include <memory>
-#include <mutex>
+#include <chrono>
+#include <cstdio>
+#include <cwchar>
 #include <new>
 
 namespace {
@@ -39,7 +43,7 @@ int CS_ProgramMonitor::removeRef() {
 }
 
 CS_RCPtr<CS_ProgramMonitor> CS_ProgramMonitor::report(bool flushSinks) {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   if (flushSinks) flush();
   return this;
 }
@@ -63,7 +67,7 @@ CS_RCPtr<CS_ProgramMonitor> CS_ProgramMonitor::recordNumber(int level, long long
 
 CS_RCPtr<CS_ProgramMonitor> CS_ProgramMonitor::recordFormatted(int level, long long category, int number,
                                                                const wchar_t* format, va_list arguments) {
-  const corvane::LastErrorKeeper keeper;
+  const mg::LastErrorKeeper keeper;
   wchar_t onStack[kStackText] = {};
   wchar_t* at = onStack;
   const auto append = [&](const wchar_t* text) {
@@ -154,3 +158,92 @@ CS_RCPtr<CS_ProgramMonitor> CS_Report::take(CS_Record record) {
   }
   return this;
 }
+
+namespace corvane {
+namespace {
+
+class NoSink : public LogSink {
+ public:
+  void write(std::string_view) noexcept override {}
+};
+
+// "2026-03-01 12:30:05.123 +0100 4711.5 ": local time, process and thread.
+std::size_t writeStamp(char* buffer, std::size_t size) {
+  const std::size_t used = writeLocalTime(buffer, size, std::chrono::system_clock::now());
+  const int written = std::snprintf(buffer + used, size - used, " %lu.%lu ", processId(), threadId());
+  return used + (written > 0 ? std::min(static_cast<std::size_t>(written), size - used - 1) : 0);
+}
+
+// One line of a log: control characters would end it or hide what follows.
+void appendAscii(char* buffer, std::size_t size, std::size_t& used, const wchar_t* text) {
+  for (; *text != L'\0' && used + 1 < size; ++text) {
+    buffer[used++] = *text >= 0x20 && *text < 0x7F ? static_cast<char>(*text) : '?';
+  }
+}
+
+}  // namespace
+
+LocalMonitor& LocalMonitor::instance() {
+  alignas(LocalMonitor) static unsigned char storage[sizeof(LocalMonitor)];
+  static LocalMonitor* const monitor = [] {
+    auto* made = new (storage) LocalMonitor;
+    made->addRef();  // the process's own reference: the storage is not the heap's
+    return made;
+  }();
+  return *monitor;
+}
+
+LogSink& LocalMonitor::sink() {
+  if (m_sink == nullptr) m_sink = makePlatformSink();
+  if (m_sink != nullptr) return *m_sink;
+  static NoSink none;
+  return none;
+}
+
+void LocalMonitor::setSink(std::unique_ptr<LogSink> replacement) {
+  const std::lock_guard guard(m_lock);
+  m_sink = std::move(replacement);
+}
+
+void LocalMonitor::writeLine(const wchar_t* kind, const wchar_t* text) noexcept {
+  const mg::LastErrorKeeper keeper;
+  char line[2048];
+  std::size_t used = writeStamp(line, sizeof line);
+  appendAscii(line, sizeof line, used, kind);
+  appendAscii(line, sizeof line, used, L" ");
+  const std::lock_guard guard(m_lock);
+  try {
+    const std::string whole = std::string(line, used) + printable(std::wstring_view(text));
+    sink().write(whole);
+  } catch (...) {
+    appendAscii(line, sizeof line, used, text);
+    if (m_sink != nullptr) m_sink->write(std::string_view(line, used));
+  }
+}
+
+void LocalMonitor::write(const CS_Record& record) noexcept {
+  const LevelWords* level = wordsOf(record.level);
+  const wchar_t* word = level != nullptr ? level->inOwnLog : L"note";
+  wchar_t kind[64];
+  if (record.number != 0) {
+    std::swprintf(kind, std::size(kind), L"#%u %ls %d:", record.report, word, record.number);
+  } else {
+    std::swprintf(kind, std::size(kind), L"#%u %ls:", record.report, word);
+  }
+  writeLine(kind, record.text);
+}
+
+void LocalMonitor::writeNotice(const CS_Notice& notice) noexcept {
+  const mg::LastErrorKeeper keeper;
+  wchar_t kind[64];
+  std::swprintf(kind, std::size(kind), L"%.60ls:", notice.kind.c_str());
+  writeLine(kind, notice.line.c_str());
+}
+
+void LocalMonitor::flush() noexcept {
+  const mg::LastErrorKeeper keeper;
+  const std::lock_guard guard(m_lock);
+  if (m_sink != nullptr) m_sink->flush();
+}
+
+}  // namespace corvane

@@ -3,7 +3,10 @@
 #include "corvane/base/rc_ptr.h"
 
 #include <cstdarg>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -106,3 +109,47 @@ class CS_Report : public CS_ProgramMonitor {
   unsigned m_number;
   std::wstring m_lastText;  // a report belongs to one operation, and so to one thread
 };
+
+namespace corvane {
+
+// Takes the finished lines of this process's log; UTF-8, without the line end. Called under a lock, from any thread.
+class LogSink {
+ public:
+  virtual ~LogSink() = default;
+  virtual void write(std::string_view line) noexcept = 0;
+  virtual void flush() noexcept {}
+};
+
+// The sink of this platform: on Windows the log file of HostProperties, rotated, and the debugger's output; elsewhere
+// the standard error output.
+std::unique_ptr<LogSink> makePlatformSink();
+
+// The monitor that a process has from its start: one line for each record in the process's own log. One per process,
+// never destroyed. Without memory a line is still written, with "?" for every character that is not ASCII.
+class LocalMonitor : public CS_ProgramMonitor {
+ public:
+  static LocalMonitor& instance();
+
+  // Another place for the lines; null brings the platform's sink back.
+  void setSink(std::unique_ptr<LogSink> replacement);
+  // A line that is no record, such as a trace entry. Never throws, keeps the last error.
+  void writeLine(const wchar_t* kind, const wchar_t* text) noexcept;
+  // For a monitor that writes the log besides sending its records elsewhere.
+  void writeRecord(const CS_Record& record) noexcept { write(record); }
+  void flushSink() noexcept { flush(); }
+  // The notice's kind and line; its values are not repeated. Never throws, keeps the last error.
+  void writeNotice(const CS_Notice& notice) noexcept;
+
+ protected:
+  void write(const CS_Record& record) noexcept override;
+  void flush() noexcept override;
+
+ private:
+  LocalMonitor() = default;
+  LogSink& sink();
+
+  std::mutex m_lock;  // guards m_sink and the order of lines
+  std::unique_ptr<LogSink> m_sink;
+};
+
+}  // namespace corvane

@@ -8,7 +8,7 @@
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component_server.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "corvane/wire/value_writer.h"
 #include "protocol/names.h"
 #include "protocol/registration.h"

@@ -9,7 +9,7 @@
 #include "corvane/components/in_request.h"
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "corvane/wire/frame.h"
 #include "corvane/wire/value_writer.h"
 

@@ -7,7 +7,7 @@
 
 #include "client/print_client.h"
 #include "corvane/components/component_server.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "corvane/wire/value_writer.h"
 #include "protocol/names.h"
 #include "tests/fuzz/fresh_class.h"

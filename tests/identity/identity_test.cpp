@@ -1,5 +1,6 @@
 #include "corvane/components/component_server.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/operation.h"
+#include "corvane/records/program_monitor.h"
 #include "jobs/show_printer.h"
 #include "monitor/entries.h"
 #include "monitor/monitor_table.h"

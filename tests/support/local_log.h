@@ -1,6 +1,7 @@
 #pragma once
 
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/operation.h"
+#include "corvane/records/program_monitor.h"
 
 #include <algorithm>
 #include <array>

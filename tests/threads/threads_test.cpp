@@ -1,4 +1,4 @@
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "jobs/show_printer.h"
 #include "monitor/entries.h"
 #include "monitor/monitor_table.h"

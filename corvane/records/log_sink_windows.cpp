@@ -1,6 +1,6 @@
 #include "corvane/base/process.h"
 #include "corvane/records/host_properties.h"
-#include "corvane/records/local_monitor.h"
+#include "corvane/records/program_monitor.h"
 #include "corvane/records/shared_log_file.h"
 
 #include <windows.h>
