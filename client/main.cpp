@@ -7,7 +7,6 @@
 #include "client/session_loop.h"
 #include "corvane/base/process.h"
 #include "corvane/components/bridge.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"

@@ -1,7 +1,7 @@
 #include "client/session_client.h"
 
 #include "corvane/base/process.h"
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
 #include "corvane/records/exception.h"

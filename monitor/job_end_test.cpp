@@ -1,7 +1,7 @@
 #include "monitor/job_end.h"
 
 #include "corvane/components/bridge.h"
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/monitor/job_end_fixture.h"
 #include "tests/support/temporary_folder.h"

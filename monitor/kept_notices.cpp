@@ -1,6 +1,6 @@
 #include "monitor/kept_notices.h"
 
-#include "corvane/base/local_time.h"
+#include "corvane/base/text.h"
 #include "corvane/components/connection.h"
 #include "corvane/components/program_monitor_c.h"
 

@@ -1,5 +1,5 @@
 #include "corvane/components/bridge.h"
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "tests/support/barren_class.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/monitor/job_path.h"

@@ -1,6 +1,5 @@
 #include "programs/text.h"
 
-#include "corvane/base/local_time.h"
 #include "corvane/base/text.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"

@@ -1,6 +1,6 @@
 #include "programs/text.h"
 
-#include "corvane/base/local_time.h"
+#include "corvane/base/text.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

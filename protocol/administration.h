@@ -2,6 +2,7 @@
 
 #include "protocol/printer.h"
 
+#include <algorithm>
 #include <compare>
 #include <optional>
 #include <string>
@@ -143,5 +144,17 @@ struct Notices {
     }
   };
 };
+
+inline const ListedSession* ServerStatus::session(int number) const {
+  const auto found = std::find_if(sessions.begin(), sessions.end(),
+                                  [number](const ListedSession& session) { return session.number == number; });
+  return found == sessions.end() ? nullptr : &*found;
+}
+
+inline std::wstring Notice::value(const std::wstring& name) const {
+  const auto found =
+      std::find_if(values.rbegin(), values.rend(), [&name](const auto& value) { return value.first == name; });
+  return found == values.rend() ? std::wstring() : found->second;
+}
 
 }  // namespace protocol

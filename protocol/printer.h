@@ -31,9 +31,19 @@ inline constexpr std::array<DataFormatNames, 3> kDataFormats = {{
 }};
 
 // Null for a number that is none of them.
-const DataFormatNames* namesOf(DataFormat format);
+inline const DataFormatNames* namesOf(DataFormat format) {
+  for (const DataFormatNames& names : kDataFormats) {
+    if (names.format == format) return &names;
+  }
+  return nullptr;
+}
 // Nothing for any other word.
-std::optional<DataFormat> dataFormatOf(std::string_view word);
+inline std::optional<DataFormat> dataFormatOf(std::string_view word) {
+  for (const DataFormatNames& names : kDataFormats) {
+    if (names.word == word) return names.format;
+  }
+  return std::nullopt;
+}
 
 // A printer that a session's client brings along, as the client describes it. A plain value.
 struct Printer {
@@ -53,7 +63,10 @@ struct Printer {
   static void layout(auto& self, auto& wire) { wire(self.texts, self.isDefault, self.format, self.resolution); }
 
  private:
-  const std::wstring& text(std::size_t index) const;
+  const std::wstring& text(std::size_t index) const {
+    static const std::wstring kNone;
+    return texts[index] ? *texts[index] : kNone;
+  }
 };
 
 }  // namespace protocol

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/components/class.h"
+#include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/wire/value_reader.h"
 #include "corvane/wire/value_writer.h"
@@ -137,6 +138,28 @@ class Reader {
 
   corvane::ValueReader& m_from;
 };
+
+inline void Writer::ifAny(const wchar_t* text) {
+  const bool isAny = text != nullptr && *text != L'\0';
+  put(isAny);
+  if (isAny) m_to.writeText(text);
+}
+
+inline void Reader::ifAny(std::wstring& text) {
+  text.clear();
+  if (m_from.readBoolean()) take(text);
+}
+
+inline void Reader::take(std::wstring& text) {
+  text = m_from.readText();
+  if (const auto end = text.find(L'\0'); end != std::wstring::npos) text.resize(end);
+}
+
+inline int Reader::takeCount(const Limit& limit) {
+  const int count = m_from.readInt();
+  if (count < 0 || count > limit.most) throw CS_Exception(limit.number, limit.text, count);
+  return count;
+}
 
 template <class Message>
 void write(corvane::ValueWriter& to, const Message& message) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/trust/identity.h"
+#include "corvane/trust/key.h"
 
 #include <string>
 

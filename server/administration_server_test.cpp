@@ -2,7 +2,7 @@
 
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
 #include "corvane/records/exception.h"

@@ -1,7 +1,6 @@
 #include "server/connection_list.h"
 
 #include "corvane/components/bridge.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"

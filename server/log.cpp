@@ -1,6 +1,5 @@
 #include "server/log.h"
 
-#include "corvane/base/local_time.h"
 #include "corvane/base/text.h"
 
 #include <chrono>

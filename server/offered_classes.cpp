@@ -2,7 +2,6 @@
 
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/program_monitor_c.h"
 #include "protocol/names.h"

@@ -1,6 +1,6 @@
 #include "session/job_report.h"
 
-#include "corvane/base/format.h"
+#include "corvane/base/text.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/program_monitor.h"
 #include "util/last_error.h"

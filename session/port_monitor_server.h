@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "corvane/components/connection.h"
 #include "session/client_printer.h"
 #include "util/object_map.h"

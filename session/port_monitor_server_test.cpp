@@ -1,7 +1,7 @@
 #include "session/port_monitor_server.h"
 
 #include "corvane/components/bridge.h"
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/exception.h"
 #include "tests/support/barren_class.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "session/client_print_job.h"
 
 // The stream of one job to the session's print client; its requests are in protocol/print_job.h. Made per job on the

@@ -5,7 +5,6 @@
 #include "corvane/base/text.h"
 #include "corvane/components/channel.h"
 #include "corvane/components/component.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/exception.h"

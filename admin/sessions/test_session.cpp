@@ -4,7 +4,6 @@
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
 #include "corvane/components/bridge.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"

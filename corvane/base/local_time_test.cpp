@@ -1,4 +1,4 @@
-#include "corvane/base/local_time.h"
+#include "corvane/base/text.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

@@ -1,7 +1,13 @@
 #include "corvane/base/text.h"
 
+#include "corvane/base/process.h"
+
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <ctime>
+#include <cwchar>
+#include <iterator>
 
 namespace corvane {
 namespace {
@@ -187,6 +193,116 @@ void makePrintable(wchar_t* text) noexcept {
     }
   }
   *end = L'\0';
+}
+
+// Formatting
+
+namespace {
+
+#ifdef _WIN32
+
+bool formatInto(wchar_t* buffer, std::size_t size, const wchar_t* format, va_list arguments) {
+  const int written = _vsnwprintf(buffer, size, format, arguments);
+  return written >= 0 && static_cast<std::size_t>(written) < size;
+}
+
+#else
+
+// Standard C takes narrow text for %s in a wide format; %ls is the wide one.
+bool widenTextConversions(const wchar_t* format, wchar_t* out, std::size_t size) {
+  std::size_t used = 0;
+  bool inConversion = false;
+  for (; *format != L'\0'; ++format) {
+    if (used + 3 > size) return false;
+    if (!inConversion) {
+      inConversion = *format == L'%';
+    } else if (std::wcschr(L"-+ #0123456789.*lhzjt", *format) == nullptr) {
+      if (*format == L's' && out[used - 1] != L'l') out[used++] = L'l';
+      inConversion = false;
+    }
+    out[used++] = *format;
+  }
+  out[used] = L'\0';
+  return true;
+}
+
+bool formatInto(wchar_t* buffer, std::size_t size, const wchar_t* format, va_list arguments) {
+  wchar_t widened[512];
+  if (!widenTextConversions(format, widened, std::size(widened))) return false;
+  return std::vswprintf(buffer, size, widened, arguments) >= 0;
+}
+
+#endif
+
+}  // namespace
+
+bool formatWide(wchar_t* buffer, std::size_t size, const wchar_t* format, va_list arguments) noexcept {
+  if (size == 0) return false;
+  buffer[0] = L'\0';
+  const bool fitted = formatInto(buffer, size, format, arguments);
+  buffer[size - 1] = L'\0';
+  return fitted;
+}
+
+std::wstring formatText(const wchar_t* format, ...) {
+  std::wstring text(256, L'\0');
+  for (;;) {
+    va_list arguments;
+    va_start(arguments, format);
+    const bool fitted = formatWide(text.data(), text.size(), format, arguments);
+    va_end(arguments);
+    if (fitted || text.size() >= kMaxFormatted) {
+      text.resize(std::wcslen(text.c_str()));
+      return text;
+    }
+    text.assign(text.size() * 4, L'\0');
+  }
+}
+
+// Local time
+
+namespace {
+
+struct LocalTime {
+  std::tm parts;
+  int offsetMinutes;
+};
+
+LocalTime localTimeOf(std::chrono::sys_seconds time) {
+  using namespace std::chrono;
+  const std::tm parts = localTime(system_clock::to_time_t(time));
+  const sys_days day = year(parts.tm_year + 1900) / (parts.tm_mon + 1) / parts.tm_mday;
+  const sys_seconds asUtc = day + hours(parts.tm_hour) + minutes(parts.tm_min) + seconds(parts.tm_sec);
+  return {parts, static_cast<int>(duration_cast<minutes>(asUtc - time).count())};
+}
+
+std::size_t length(int written, std::size_t size) {
+  return written > 0 && size > 0 ? std::min(static_cast<std::size_t>(written), size - 1) : 0;
+}
+
+// A fraction of the second is written when it is not negative.
+std::size_t write(char* buffer, std::size_t size, std::chrono::sys_seconds time, int milliseconds) {
+  const auto [parts, offset] = localTimeOf(time);
+  char fraction[16] = "";
+  if (milliseconds >= 0) std::snprintf(fraction, sizeof fraction, ".%03d", milliseconds);
+  const int minutes = offset < 0 ? -offset : offset;
+  return length(std::snprintf(buffer, size, "%04d-%02d-%02d %02d:%02d:%02d%s %c%02d%02d", parts.tm_year + 1900,
+                              parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, fraction,
+                              offset < 0 ? '-' : '+', minutes / 60, minutes % 60),
+                size);
+}
+
+}  // namespace
+
+std::size_t writeLocalTime(char* buffer, std::size_t size, std::chrono::system_clock::time_point time) {
+  using namespace std::chrono;
+  const sys_seconds whole = floor<seconds>(time);
+  return write(buffer, size, whole, static_cast<int>(duration_cast<milliseconds>(time - whole).count()));
+}
+
+std::string localTimeText(std::chrono::system_clock::time_point time) {
+  char text[64];
+  return std::string(text, write(text, sizeof text, std::chrono::floor<std::chrono::seconds>(time), -1));
 }
 
 }  // namespace corvane

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -49,5 +52,23 @@ void makePrintable(wchar_t* text) noexcept;
 
 // Whether a code point stays as it is.
 bool isPrintable(char32_t point);
+
+// printf-style formatting of wide text with wide text for %s on every platform; a null text is written as "(null)".
+
+// Formats into the buffer of that many characters, always terminated; what does not fit is cut. Never throws or
+// allocates. Returns whether everything fitted.
+bool formatWide(wchar_t* buffer, std::size_t size, const wchar_t* format, va_list arguments) noexcept;
+
+// The formatted text, cut at kMaxFormatted characters. Throws std::bad_alloc.
+std::wstring formatText(const wchar_t* format, ...);
+
+inline constexpr std::size_t kMaxFormatted = 32768;
+
+// "2026-03-01 12:30:05.123 +0100" into the buffer, cut if it is too small and always terminated when there is room for
+// that; gives the number of characters. Allocates nothing.
+std::size_t writeLocalTime(char* buffer, std::size_t size, std::chrono::system_clock::time_point time);
+
+// The same without the fraction of the second: "2026-03-01 12:30:05 +0100".
+std::string localTimeText(std::chrono::system_clock::time_point time);
 
 }  // namespace corvane

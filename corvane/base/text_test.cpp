@@ -1,7 +1,5 @@
 #include "corvane/base/text.h"
 
-#include "corvane/base/format.h"
-
 #include <gtest/gtest.h>
 
 namespace {

@@ -1,7 +1,11 @@
 #pragma once
 
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace corvane {
 class Link;
@@ -15,7 +19,8 @@ class ValueWriter;
 class CS_Channel {
  public:
   // bridge is 0 for a component that stands directly on its connection.
-  CS_Channel(std::shared_ptr<corvane::Link> link, std::uint32_t bridge, std::uint32_t component);
+  CS_Channel(std::shared_ptr<corvane::Link> link, std::uint32_t bridge, std::uint32_t component)
+      : m_link(std::move(link)), m_bridge(bridge), m_component(component) {}
 
   // The two start operations of a new remote component, in this order. The first lets requests leave: until then the
   // peer has not been told of the component, and the announcement then travels together with the first request, in the
@@ -31,12 +36,26 @@ class CS_Channel {
   std::uint32_t component() const { return m_component; }
 
   // The values of the request that this channel belongs to; CS_Exception (3014) when it has none of that direction.
-  corvane::ValueWriter& writer() const;
-  corvane::ValueReader& reader() const;
-  CS_Channel withWriter(corvane::ValueWriter& writer) const;
-  CS_Channel withReader(corvane::ValueReader& reader) const;
+  corvane::ValueWriter& writer() const { return needed(m_writer); }
+  corvane::ValueReader& reader() const { return needed(m_reader); }
+  CS_Channel withWriter(corvane::ValueWriter& writer) const {
+    CS_Channel channel = *this;
+    channel.m_writer = &writer;
+    return channel;
+  }
+  CS_Channel withReader(corvane::ValueReader& reader) const {
+    CS_Channel channel = *this;
+    channel.m_reader = &reader;
+    return channel;
+  }
 
  private:
+  template <class Values>
+  static Values& needed(Values* values) {
+    if (values == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+    return *values;
+  }
+
   std::shared_ptr<corvane::Link> m_link;
   std::uint32_t m_bridge;
   std::uint32_t m_component;

@@ -1,6 +1,6 @@
 #include "corvane/components/component.h"
 
-#include "corvane/components/component_class.h"
+#include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
 #include "corvane/components/program_monitor_c.h"

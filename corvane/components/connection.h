@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvane/components/component.h"
-#include "corvane/trust/identity.h"
+#include "corvane/trust/key.h"
 
 #include <chrono>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "corvane/components/serving.h"
 
-#include "corvane/base/format.h"
 #include "corvane/base/limits.h"
+#include "corvane/base/text.h"
 #include "corvane/components/bridge_end.h"
 #include "corvane/components/channel.h"
 #include "corvane/components/in_request.h"

@@ -1,6 +1,6 @@
 #include "corvane/records/exception.h"
 
-#include "corvane/base/format.h"
+#include "corvane/base/text.h"
 
 #include <cstdarg>
 

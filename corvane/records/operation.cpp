@@ -1,6 +1,6 @@
 #include "corvane/records/operation.h"
 
-#include "corvane/base/format.h"
+#include "corvane/base/text.h"
 #include "corvane/records/messages.h"
 #include "util/last_error.h"
 

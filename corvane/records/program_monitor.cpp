@@ -1,7 +1,5 @@
 #include "corvane/records/program_monitor.h"
 
-#include "corvane/base/format.h"
-#include "corvane/base/local_time.h"
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "corvane/records/messages.h"

@@ -3,7 +3,6 @@
 
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/connection.h"
 #include "corvane/components/in_request.h"

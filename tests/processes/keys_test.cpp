@@ -1,6 +1,5 @@
 #include "tests/processes/keys.h"
 
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"

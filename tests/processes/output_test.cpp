@@ -1,7 +1,7 @@
 // Where the programs write what they have to say: pipes that nobody reads, full disks, files that are renamed.
 
 #include "corvane/records/exception.h"
-#include "corvane/trust/identity.h"
+#include "corvane/trust/key.h"
 #include "tests/processes/administration_peer.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "corvane/components/bridge_router.h"
-#include "corvane/components/component_class.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
