@@ -50,7 +50,7 @@ class Bench {
     return secondsSince(start);
   }
 
-  // A connection and as many round trips as a job needs: greeting, printer, session, end.
+  // A connection and as many round trips as a job needs: handshake, printer, session, end.
   double rawEmpty() {
     const auto start = Clock::now();
     Socket socket = Socket::connect("localhost", m_rawPort, false);

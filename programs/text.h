@@ -23,7 +23,7 @@ std::string describe(const CS_Exception& failure);
 
 // A time as the wire has it: "2026-01-31T23:59:59Z".
 std::wstring utcText(std::chrono::system_clock::time_point time);
-// Such a time as a person reads it: local, with its offset (corvane/base/local_time.h). A text that is not a time is
+// Such a time as a person reads it: local, with its offset (corvane/base/text.h). A text that is not a time is
 // returned as one line.
 std::string localTime(std::wstring_view utc);
 

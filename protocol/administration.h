@@ -30,7 +30,7 @@ struct ListedPrinter : Printer {
 };
 
 struct ListedSession {
-  static constexpr Limit kPrinters{100000};  // more than any server has; a peer that claims more is none
+  static constexpr Limit kPrinters{100000};  // more than any server has; a peer that claims more is not a server
 
   int number = 0;
   bool isConnected = false;  // its print client
@@ -51,7 +51,7 @@ struct ServerStatus {
   std::wstring since;
   std::vector<ListedSession> sessions;  // in the order of their numbers
 
-  // Null when there is none of that number.
+  // Null when no session has that number.
   const ListedSession* session(int number) const;
 
   static void layout(auto& self, auto& wire) {

@@ -30,7 +30,7 @@ inline constexpr std::array<DataFormatNames, 3> kDataFormats = {{
     {DataFormat::kPdf, "pdf", L"PDF"},
 }};
 
-// Null for a number that is none of them.
+// Null for any other number.
 inline const DataFormatNames* namesOf(DataFormat format) {
   for (const DataFormatNames& names : kDataFormats) {
     if (names.format == format) return &names;

@@ -38,7 +38,7 @@ struct Registration {
     std::wstring refusal;                  // for a person; only when refused
     std::vector<std::wstring> localNames;  // on the server, in the order of the printers; only when accepted
 
-    // Whoever reads it gives localNames the length of its own list of printers before.
+    // The reader gives localNames the length of its own list of printers before.
     static void layout(auto& self, auto& wire) {
       wire(self.isAccepted);
       if (!self.isAccepted) return wire(self.refusal);

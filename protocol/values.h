@@ -37,7 +37,8 @@ class Writer {
   void operator()(const T&... values) {
     (put(values), ...);
   }
-  // A text of which an empty one says as much as none: a boolean and perhaps the text. Null counts as empty.
+  // A text that may be missing, and counts as missing when it is empty: a boolean and perhaps the text. Null counts as
+  // empty.
   void ifAny(const std::wstring& text) { ifAny(text.c_str()); }
   void ifAny(const wchar_t* text);
   // A list with its length in front.
@@ -110,7 +111,7 @@ class Reader {
   int takeCount(const Limit& limit);
   void take(bool& value) { value = m_from.readBoolean(); }
   void take(int& value) { value = m_from.readInt(); }
-  // Up to its first null character; nobody uses what may follow.
+  // Up to its first null character; what may follow is not used.
   void take(std::wstring& text);
   void take(CS_ClassVersionMap& versions) { versions.read(m_from); }
   template <class T>

@@ -159,7 +159,7 @@ TEST_F(ConnectionListTest, ThoseWhoSayNothingMakeRoomOldestFirstAndHinderNobody)
                                 Not(HasSubstr(" refused: "))));
 }
 
-TEST_F(ConnectionListTest, ThoseWhoAreGreetedAndAskForNothingTakeNoOtherPlaces) {
+TEST_F(ConnectionListTest, ThoseWhoSaidHelloAndAskForNothingTakeNoOtherPlaces) {
   m_places.arriving = 4;
   start();
   std::vector<CS_RCPtr<CS_Connection>> crowd;

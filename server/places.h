@@ -23,7 +23,7 @@ const char* nameOf(Room room);
 struct Places {
   using Clock = std::chrono::steady_clock;
 
-  std::size_t arriving = 256;       // not greeted, not proven, or nothing asked for yet
+  std::size_t arriving = 256;       // without a handshake, not proven, or nothing asked for yet
   std::size_t clients = 256 + 64;   // print clients: one for each session, and those that register just now
   std::size_t monitor = 512;        // jobs, questions and records of the monitor
   std::size_t administration = 16;  // questions of administration tools

@@ -13,7 +13,8 @@
 // back, unpaired surrogates included.
 namespace corvane {
 
-// Calls use(unit) for each UTF-16 unit of the text; allocates nothing. A character that is no code point is U+FFFD.
+// Calls use(unit) for each UTF-16 unit of the text; allocates nothing. A character that is not a code point becomes
+// U+FFFD.
 template <class Use>
 void forEachUtf16Unit(std::wstring_view text, Use&& use) {
   for (const wchar_t c : text) {
@@ -38,13 +39,13 @@ std::wstring fromUtf8(std::string_view text);
 
 // The code point that starts at the position, which then stands behind it, or U+FFFD for one byte that starts none.
 char32_t nextUtf8(std::string_view text, std::size_t& at);
-// One that is none becomes U+FFFD.
+// A value that is not a code point becomes U+FFFD.
 void appendUtf8(std::string& text, char32_t point);
 
-// Text that came from elsewhere, made fit for a line of a log or of a terminal: nobody can begin a line of his own with
-// it, steer the terminal, hide something, or let letters appear in another order than they are stored. Line breaks and
-// tabs become blanks; every other control character, what has no width, what turns the direction of writing and
-// what is no character becomes "?". Bytes that are no UTF-8 become U+FFFD, and so do unpaired surrogates.
+// Text that came from elsewhere, made fit for a line of a log or of a terminal: it cannot begin a line of its own,
+// control the terminal, hide text, or show letters in another order than they are stored. Line breaks and tabs become
+// blanks; every other control character, characters without a width, those that change the direction of writing and
+// values that are not characters become "?". Bytes that are not UTF-8 become U+FFFD, and so do unpaired surrogates.
 std::string printable(std::string_view utf8);
 std::string printable(std::wstring_view text);
 // The same in place, for a text that there may be no memory for. It grows shorter if anything.

@@ -145,7 +145,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   Route::End to;
   if (through != nullptr) {
     const std::lock_guard guard(through->lock);
-    if (through->ended) return;  // the release that says why is on its way, and fails whoever waits
+    if (through->ended) return;  // the release that says why is on its way, and fails the waiting requests
     to = through->ends[1 - m_end];
   }
   std::uint64_t payload = 0;
@@ -202,7 +202,7 @@ bool CS_BridgeRouter::release() {
     here = through->ends[m_end].link;
   }
   if (here == nullptr) return true;  // the route has ended
-  // Whoever is done closes its connection, so that is no reason of its own.
+  // A side that is done closes its connection, so an orderly close is not passed on as a reason.
   const std::wstring reason = here->reason();
   end(m_end, reason == corvane::kClosedInOrder ? std::wstring() : reason, goneText(reason).c_str());
   return true;

@@ -74,6 +74,6 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
   int m_end = 0;                   // which end of the route this is
   mutable std::mutex m_routeLock;  // guards what follows
   std::shared_ptr<corvane::Route> m_route;
-  bool m_routing = false;   // somebody is making the route, or has made it
+  bool m_routing = false;   // a thread is making the route, or has made it
   bool m_released = false;  // its connection has ended: no route may begin
 };

@@ -23,7 +23,7 @@ class CS_Channel {
       : m_link(std::move(link)), m_bridge(bridge), m_component(component) {}
 
   // The two start operations of a new remote component, in this order. The first lets requests leave: until then the
-  // peer has not been told of the component, and the announcement then travels together with the first request, in the
+  // peer does not know the component, and the announcement then travels together with the first request, in the
   // same send. The second lets what the peer sends back reach the component.
   void startSending() { m_sending = true; }
   void startReceiving() { m_receiving = true; }

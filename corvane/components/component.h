@@ -24,7 +24,7 @@ class BridgeEnd;
 class Link;
 }  // namespace corvane
 
-// Hears of the events of a component it was added to. Owned by whoever added it; removed before it dies.
+// Hears of the events of a component it was added to. Owned by the code that added it, which removes it before it dies.
 class CS_Listener {
  public:
   virtual ~CS_Listener() = default;
@@ -35,7 +35,7 @@ class CS_Listener {
 // on a connection; the owner keeps a reference to each of its components until it ends itself.
 //
 // Lifetime: counted references; the last one destroys the component through its class. A component keeps its owner
-// alive, so a component that somebody still holds after its connection has ended is safe to call: its requests fail
+// alive, so a component that is still held after its connection has ended is safe to call: its requests fail
 // with a CS_Exception.
 //
 // Threads: any thread may send requests on a component. Requests from the peer are processed one after another, on the
@@ -111,7 +111,7 @@ class CS_Component {
   virtual CS_Connection* getConnection();
   // What a connection sends through; null for every other component, and before the connection is made.
   virtual const std::shared_ptr<corvane::Link>& link() const;
-  // An identifier that no component of this side has had yet; 0 for what is no connection.
+  // An identifier that no component of this side has had yet; 0 where this is not a connection.
   virtual std::uint32_t nextIdentifier() { return 0; }
   // What makes a component a bridge; null for every other one.
   virtual corvane::BridgeEnd* bridgeEnd() { return nullptr; }

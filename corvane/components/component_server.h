@@ -53,7 +53,7 @@ class ComponentClass : public CS_Class {
     try {
       delete component;
     } catch (...) {
-      // The component is gone all the same; nobody can do anything about a failure while it was torn down.
+      // The component is gone all the same; a failure of its destructor cannot be handled.
     }
     return true;
   }

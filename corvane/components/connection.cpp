@@ -8,7 +8,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/program_monitor.h"
-#include "corvane/trust/greeting.h"
+#include "corvane/trust/handshake.h"
 #include "corvane/wire/heartbeat.h"
 #include "corvane/wire/link.h"
 
@@ -20,7 +20,7 @@ constexpr std::chrono::seconds kPauseBetweenAttempts{5};
 
 constexpr wchar_t kHeartbeat[] = L"heartbeat";
 
-corvane::HelloValues ownGreeting(const corvane::Heartbeat* heartbeat) {
+corvane::HelloValues ownHello(const corvane::Heartbeat* heartbeat) {
   corvane::HelloValues values = {{L"process", std::to_wstring(corvane::processId())}};
   if (heartbeat != nullptr) values[kHeartbeat] = L"1";
   return values;
@@ -67,10 +67,10 @@ CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket, corvane::H
 
 void CS_Connection::welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal) {
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
-  corvane::Guest guest = corvane::welcomeGuest(*m_link, ownGreeting(m_heartbeat), keys,
-                                               corvane::after(kHandshakeMilliseconds), beforeRefusal);
-  m_peerValues = std::move(guest.values);
-  m_peerIdentity = guest.identity;
+  corvane::Peer peer = corvane::acceptHandshake(*m_link, ownHello(m_heartbeat), keys,
+                                                corvane::after(kHandshakeMilliseconds), beforeRefusal);
+  m_peerValues = std::move(peer.values);
+  m_peerIdentity = peer.identity;
   take(m_link, 2);
 }
 
@@ -91,8 +91,8 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
           corvane::Socket::connect(corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue),
                                    (flags & kDualStack) != 0),
           patienceOf(m_heartbeat));
-      m_peerValues = corvane::greetAs(*link, ownGreeting(m_heartbeat), credentials ? &*credentials : nullptr,
-                                      corvane::after(kHandshakeMilliseconds));
+      m_peerValues = corvane::offerHandshake(*link, ownHello(m_heartbeat), credentials ? &*credentials : nullptr,
+                                             corvane::after(kHandshakeMilliseconds));
       take(link, 1);
       return;
     } catch (const CS_Exception& exception) {

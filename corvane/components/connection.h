@@ -36,7 +36,7 @@ class CS_Connection : public CS_Component {
   static CS_RCPtr<CS_Connection> accept(corvane::Socket socket, const corvane::KeyFolder* keys = nullptr,
                                         corvane::Heartbeat* heartbeat = nullptr);
 
-  // The two steps of accept(), for whoever may have to end the connection before it is greeted, with destroy().
+  // The two steps of accept(), for a caller that may have to end the connection before the handshake, with destroy().
   // beforeRefusal is called before a peer is told that it has not proven itself, and may wait.
   static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat = nullptr);
   void welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal = {});
@@ -56,15 +56,16 @@ class CS_Connection : public CS_Component {
   // wants one and there is none; 3109 when the server does not prove who it is.
   void connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying);
 
-  // Ends the connection: closes it both ways, fails whoever waits and releases its components. Never blocks, joins
-  // nothing, and may be called while the module is being unloaded. True when there was a connection to end.
+  // Ends the connection: closes it both ways, fails the waiting requests and releases its components. Never blocks,
+  // joins nothing, and may be called while the module is being unloaded. True when there was a connection to end.
   static bool destroy(const CS_RCPtr<CS_Connection>& connection, bool releaseComponents);
 
   // Reads the connection and serves what arrives, on the calling thread, until the connection ends. Returns why it
   // ended, in words for a log; empty when the peer closed it in order.
   std::wstring serve();
 
-  // Sees what has come while nobody read the connection, an end above all; does not wait. For the side that dialed.
+  // Reads what has arrived while no thread read the connection, above all its end; does not wait. For the side that
+  // dialed.
   void lookForNews();
 
   // Called once, with the reason, when the connection ends; set before serve().

@@ -105,7 +105,7 @@ TEST_F(ConnectionTest, TheTimeForAReplyBeginsBeforeItsRequestIsSent) {
   Happening hasStarted;
   std::jthread server([&] {
     Link link(listener.accept());
-    link.awaitGreeting(after(20000));
+    link.awaitHello(after(20000));
     link.welcome({});
     EXPECT_TRUE(hasStarted.await());
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // more than the time for the reply

@@ -29,7 +29,7 @@ CS_InRequest::~CS_InRequest() {
   try {
     if (wantsReply() && !m_replied) sendFailure(L"the request was not answered");
   } catch (...) {
-    // The connection has ended, and with it everybody who waited.
+    // The connection has ended, and with it every request that waited.
   }
 }
 

@@ -28,7 +28,7 @@ class CS_InRequest {
   // Owned by the request, valid until the next readUTF or release().
   const wchar_t* readUTF();
   // The next piece of a block of bytes, empty at its end; the piece lies in the receive buffer and is valid until the
-  // next read. A block larger than a frame arrives in several pieces, so nobody holds a whole job.
+  // next read. A block larger than a frame arrives in several pieces, so no process holds a whole job.
   std::span<const unsigned char> readPiece();
   // Reads past what was not read, so that the whole request has arrived.
   void skipRest();

@@ -46,9 +46,9 @@ class ServingTest : public EchoTest, private FrameHandler {
     careless = 0;
     OwnListener listener;
     m_peer = std::make_unique<Link>(listener.dial());
-    JoinedThread greeting([&] { m_peer->greet({}, after(20000)); });
+    JoinedThread hello([&] { m_peer->sayHello({}, after(20000)); });
     m_served = CS_Connection::accept(listener.accept());
-    greeting.join();
+    hello.join();
     m_peer->setHandler(this);
     m_server =
         JoinedThread([this] { m_reason = m_served->serve(); }, [this] { CS_Connection::destroy(m_served, true); });
@@ -192,7 +192,7 @@ TEST_F(ServingTest, FramesOfTwoRequestsThatAreMixedOnABridgeEndTheBridge) {
   EXPECT_EQ((Lines{"0/1 release frames of two requests are mixed"}), linesUntilARelease());
 }
 
-TEST_F(ServingTest, ASecondGreetingEndsTheConnection) {
+TEST_F(ServingTest, ASecondHelloEndsTheConnection) {
   FrameHeader header;
   header.kind = FrameKind::kHello;
   header.number = kProtocolVersion;

@@ -12,7 +12,7 @@ struct Patience {
   using Milliseconds = std::chrono::milliseconds;
 
   Milliseconds send{120000};    // what a peer may keep senders waiting for each corvane::kSendWindow bytes it takes
-  Milliseconds beat{5000};      // between two signs of life, where the greeting has agreed on them
+  Milliseconds beat{5000};      // between two signs of life, where the handshake has agreed on them
   Milliseconds silence{25000};  // without any byte from such a peer: it is gone
 
   // The same, so many times faster.
@@ -24,7 +24,7 @@ std::wstring durationText(std::chrono::milliseconds time);
 
 // How much longer a peer may keep the senders of one socket waiting. For every kSendWindow bytes that it takes, it may
 // let them wait for the given time in total, over however many sends: so one that stops is given up after that time,
-// and one that takes its bytes by the hundred cannot hold a sender for ever. Used under the lock of whoever sends.
+// and one that takes its bytes by the hundred cannot hold a sender for ever. Used under the lock of the sender.
 class SendAllowance {
  public:
   using Duration = std::chrono::steady_clock::duration;

@@ -45,19 +45,19 @@ class Socket {
   // them; fails when the peer lets it wait for longer than corvane/net/patience.h allows.
   void send(std::span<const Piece> pieces);
 
-  // True when some bytes could be sent without waiting, or a send would fail. Under the lock of whoever sends.
+  // True when some bytes could be sent without waiting, or a send would fail. Under the lock of the sender.
   bool hasRoom() const noexcept;
 
   // Waits for bytes until the deadline (without one, for ever) and returns how many came; 0 when the peer has closed.
   // Nothing when the deadline passed.
   std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline);
 
-  // Ends both directions: whoever is blocked in send() or receive() fails or sees the end, and what has come and not
-  // been received is lost. The handle stays valid until close() or the object's end. Never blocks.
+  // Ends both directions: a thread that is blocked in send() or receive() fails or sees the end, and what has come and
+  // not been received is lost. The handle stays valid until close() or the object's end. Never blocks.
   void shutdown() noexcept;
   // Gives the handle back; the object can only be destroyed from then on. No other thread may be in a call. What was
-  // sent still arrives, unless the peer has sent much that nobody received: then it is told at once that the connection
-  // has ended, also when it waits in a send. Never blocks.
+  // sent still arrives, unless much of what the peer has sent was not received: then it learns at once that the
+  // connection has ended, also when it waits in a send. Never blocks.
   void close() noexcept;
 
   // True when the peer has closed its end, or is gone; on Linux whatever of it has not been received yet. Never blocks;

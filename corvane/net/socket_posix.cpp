@@ -30,8 +30,8 @@ void awaitRoom(std::intptr_t handle, SendAllowance& allowance) {
   allowance.waited(std::chrono::steady_clock::now() - from);
 }
 
-// Closed over bytes that nobody received, the system resets the connection and throws away what was sent last. That is
-// right for a peer that floods, and waits; a few bytes that crossed our end shall not cost it our last words.
+// Closed over bytes that were not received, the system resets the connection and throws away what was sent last. That
+// is right for a peer that floods, and waits; a few bytes that crossed our end shall not cost it our last words.
 void takeFewBytes(std::intptr_t handle) {
   std::array<char, kFewBytes> few;
   int waiting = 0;

@@ -42,7 +42,7 @@ Socket::~Socket() {
   }
 }
 
-// Unlike elsewhere, shutting down resets a connection over bytes that nobody received.
+// Unlike elsewhere, shutting down resets a connection over bytes that were not received.
 void Socket::close() noexcept {
   if (m_handle != kNone) closeSocket(std::exchange(m_handle, kNone));
 }

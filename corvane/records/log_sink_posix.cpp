@@ -11,7 +11,7 @@ namespace corvane {
 namespace {
 
 // Writes lines of at most PIPE_BUF bytes, and none that the output would make us wait for: the log of a process must
-// not stop it because nobody reads it. Lines that were not taken are counted in front of the next one that is.
+// not stop it because it has no reader. Lines that were not taken are counted in front of the next one that is.
 class StandardErrorSink : public LogSink {
  public:
   void write(std::string_view line) noexcept override {

@@ -12,7 +12,7 @@
 
 // What became of one piece of work, for people and for programs that wait for it: a line to read, and the same facts as
 // named values. A record tells of a failure inside an operation; a notice tells how the whole ended, whether well or
-// not. A plain value; whoever holds it owns it.
+// not. A plain value, owned by its holder.
 struct CS_Notice {
   std::wstring kind;                                          // what it is about, such as "job"
   std::wstring line;                                          // one line for a person, without its end
@@ -90,7 +90,7 @@ class CS_ProgramMonitor {
 };
 
 // The records of one failure: what was recorded first on a root monitor opens it, and what follows goes to the same
-// root under the same report number. Made by CS_ProgramMonitor; kept alive by whoever holds it.
+// root under the same report number. Made by CS_ProgramMonitor; kept alive by its references.
 class CS_Report : public CS_ProgramMonitor {
  public:
   CS_Report(const CS_RCPtr<CS_ProgramMonitor>& root, unsigned number, const wchar_t* firstText);
@@ -132,7 +132,7 @@ class LocalMonitor : public CS_ProgramMonitor {
 
   // Another place for the lines; null brings the platform's sink back.
   void setSink(std::unique_ptr<LogSink> replacement);
-  // A line that is no record, such as a trace entry. Never throws, keeps the last error.
+  // A line that is not a record, such as a trace entry. Never throws, keeps the last error.
   void writeLine(const wchar_t* kind, const wchar_t* text) noexcept;
   // For a monitor that writes the log besides sending its records elsewhere.
   void writeRecord(const CS_Record& record) noexcept { write(record); }

@@ -12,8 +12,8 @@ namespace corvane {
 // never past twice the limit. What a full disk does not take is lost, and counted in front of the next line that is in
 // the file. Only a file on a disk is written, because anything else could make us wait.
 //
-// The file is the module's own: it is opened and renamed as the process, and whoever makes it leaves it to the system,
-// the administrators and himself. One thread at a time; never throws.
+// The file is the module's own: it is opened and renamed as the process, and the process that makes it gives access to
+// the system, the administrators and himself. One thread at a time; never throws.
 class SharedLogFile {
  public:
   SharedLogFile(std::wstring path, long long limit);

@@ -8,7 +8,7 @@
 namespace corvane {
 namespace {
 
-// The system, the administrators and whoever makes the file; nothing is inherited from its folder.
+// The system, the administrators and the creator of the file; nothing is inherited from its folder.
 constexpr wchar_t kWhoMayRead[] = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;OW)";
 
 }  // namespace
@@ -47,7 +47,7 @@ long long SharedLogFile::size() const noexcept {
 bool SharedLogFile::makeReady(std::size_t bytes) noexcept {
   if (m_file != INVALID_HANDLE_VALUE && size() < m_limit) return true;
   const ProcessIdentity identity;
-  // Another process may have renamed the file that is open here; then the new one is looked at.
+  // Another process may have renamed the file that is open here; then the new one is checked.
   close();
   if (!open()) return false;
   if (size() < m_limit) return true;

@@ -15,7 +15,7 @@ using Bytes32 = std::array<unsigned char, 32>;
 
 // Throws CS_Exception (3014) when the system's cryptography fails, which it does not as a rule.
 Bytes32 hmacSha256(std::span<const unsigned char> key, std::span<const unsigned char> message);
-// Bytes that nobody can foresee. Fails likewise.
+// Bytes that cannot be predicted. Fails likewise.
 void fillWithRandom(std::span<unsigned char> bytes);
 
 // Takes the same time wherever the two differ.

@@ -38,7 +38,7 @@ class Identity {
 class Key {
  public:
   // The key in that file: 64 hexadecimal digits and at most one line end. On Linux the file must be readable by its
-  // owner alone. Throws CS_Exception (3108) that says what is wrong; never blocks on what is no plain file.
+  // owner alone. Throws CS_Exception (3108) that says what is wrong; never blocks on anything but a plain file.
   static Key read(const std::string& file);
   // Makes the file with a fresh key, readable by its owner alone on Linux and with the access list of its folder on
   // Windows. An existing file is left as it is. Throws CS_Exception (3108).
@@ -56,8 +56,8 @@ class Key {
   Bytes32 m_bytes;
 };
 
-// The keys of everybody that a listening side knows, one file each: "monitor.key", "session-5.key". A file is read when
-// somebody claims the identity, so that keys are added, changed and removed while the process runs. Safe from any
+// The keys of all peers that a listening side knows, one file each: "monitor.key", "session-5.key". A file is read when
+// a peer claims the identity, so that keys are added, changed and removed while the process runs. Safe from any
 // thread.
 class KeyFolder {
  public:

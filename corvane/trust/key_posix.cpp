@@ -32,7 +32,7 @@ class Descriptor {
 }  // namespace
 
 std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer) {
-  // A pipe under that name must not hold up whoever reads it.
+  // A pipe under that name must not block the reader.
   const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (opened.get() < 0) fail(L"opened", file, errno);
   struct stat facts {};

@@ -22,7 +22,7 @@ enum class FrameKind : std::uint8_t {
   kFailure = 6,  // the request with that correlation cannot be served; the payload says why
   kRelease = 7,  // the component has ended; the payload says why
   kProof = 8,    // the dialing side's second frame where it has a key: that it has it
-  kBeat = 9,     // a sign of life, where the greeting has agreed on it
+  kBeat = 9,     // a sign of life, where the handshake has agreed on it
 };
 
 inline constexpr std::uint8_t kFlagMore = 1;        // further frames of the same request or reply follow

@@ -13,12 +13,12 @@ namespace corvane {
 class Link;
 
 // The signs of life of a program, for all of its links on one thread: a link whose two ends have agreed on it in the
-// greeting says something every Patience::beat, and ends when nothing at all has come for Patience::silence. So a peer
+// handshake says something every Patience::beat, and ends when nothing at all has come for Patience::silence. So a peer
 // that was stopped, or whose line is dead, is known although the system still takes bytes for it.
 //
 // The thread never waits for a peer: where one takes nothing, or other bytes are on their way, there is no beat. What
 // comes counts, not what it is, and time counts only while this side is waiting to receive; so neither job data in
-// front of a beat nor a program that is busy with its disk makes anybody think that somebody is gone.
+// front of a beat nor a program that is busy with its disk makes a peer appear to be gone.
 class Heartbeat {
  public:
   explicit Heartbeat(const Patience& patience = {});

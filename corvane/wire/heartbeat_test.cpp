@@ -76,7 +76,7 @@ TEST_F(HeartbeatTest, IsEveryFiveSecondsAndFiveThatAreMissingAreTheEnd) {
 TEST_F(HeartbeatTest, APeerThatOffersItIsGivenUpWhenItFallsSilentAlthoughItsSocketIsOpen) {
   Server server(&m_impatient);
   Link link(server.dial());
-  EXPECT_EQ(L"1", link.greet(hello(true), after(20000)).at(L"heartbeat"));
+  EXPECT_EQ(L"1", link.sayHello(hello(true), after(20000)).at(L"heartbeat"));
   EXPECT_EQ(kSilentSoon, server.join());
 }
 
@@ -86,9 +86,9 @@ TEST_F(HeartbeatTest, APeerThatDoesNotOfferItGetsNoBeatAndMayBeSilent) {
   Socket socket = silent.dial();
   {
     Link link(std::move(socket));
-    link.greet(hello(false), after(20000));
+    link.sayHello(hello(false), after(20000));
     Link offers(other.dial());
-    offers.greet(hello(true), after(20000));
+    offers.sayHello(hello(true), after(20000));
     EXPECT_EQ(kSilentSoon, other.join());
     EXPECT_FALSE(silent.hasEnded());
     link.end(L"done");
@@ -104,7 +104,7 @@ TEST_F(HeartbeatTest, AServerThatDoesNotOfferItGetsNoBeat) {
   EXPECT_EQ(0u, connection->peerValues().count(L"heartbeat"));
   Server other(&m_impatient);
   Link offers(other.dial());
-  offers.greet(hello(true), after(20000));
+  offers.sayHello(hello(true), after(20000));
   JoinedThread serving([&] { connection->serve(); });
   EXPECT_EQ(kSilentSoon, other.join());  // what silence ends has ended meanwhile
   EXPECT_TRUE(connection->isConnected());
@@ -121,7 +121,7 @@ TEST_F(HeartbeatTest, BothEndsBeatAndStayConnectedForAsLongAsTheyDo) {
   JoinedThread serving([&] { connection->serve(); });
   Server other(&m_heartbeat);
   Link silent(other.dial());
-  silent.greet(hello(true), after(20000));
+  silent.sayHello(hello(true), after(20000));
   EXPECT_EQ(kSilent, other.join());
   EXPECT_TRUE(connection->isConnected());
   EXPECT_FALSE(server.hasEnded());
@@ -137,7 +137,7 @@ TEST_F(HeartbeatTest, AServerThatIsSilentIsGivenUpToo) {
   std::unique_ptr<Link> server;
   JoinedThread accepting([&] {
     server = std::make_unique<Link>(std::move(*listener.accept()));
-    EXPECT_EQ(L"1", server->awaitGreeting(after(20000)).at(L"heartbeat"));
+    EXPECT_EQ(L"1", server->awaitHello(after(20000)).at(L"heartbeat"));
     server->welcome(hello(true));
   });
   connection->connect(OwnListener::wideHost().c_str(), listener.port(), CS_Connection::kDirect, false);
@@ -234,7 +234,7 @@ TEST_F(HeartbeatTest, AProgramThatIsBusyWithAJobIsNotGivenUpAndGivesNobodyUp) {
   m_seen.waitFor([&] { return m_seen.asked == 1; });
   Server other(&m_heartbeat);
   Link silent(other.dial());
-  silent.greet(hello(true), after(20000));
+  silent.sayHello(hello(true), after(20000));
   EXPECT_EQ(kSilent, other.join());
   EXPECT_TRUE(connection->isConnected());
   EXPECT_FALSE(server.hasEnded());

@@ -61,14 +61,14 @@ void Link::end(const wchar_t* reason) {
     try {
       m_reason = reason;
     } catch (const std::bad_alloc&) {
-      // The end is what counts: whoever waits must not wait for memory as well.
+      // The end is what counts: a waiting thread must not wait for memory as well.
     }
     handler = std::exchange(m_handler, nullptr);
     m_changed.notify_all();
     m_socket.shutdown();  // does not block
     if (m_uses == 0) m_socket.close();
   }
-  if (handler != nullptr) handler->onLinkEnd(m_reason);  // nobody changes it any more
+  if (handler != nullptr) handler->onLinkEnd(m_reason);  // not changed any more
 }
 
 void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
@@ -210,7 +210,7 @@ void Link::lookForNews() {
     m_hasLeader = true;
   }
   try {
-    // The end stands behind the peer's last words. A peer that never stops talking keeps nobody here.
+    // The end stands behind the peer's last words. A peer that never stops sending does not keep this thread.
     constexpr int kReceives = 16;
     for (int i = 0; i < kReceives && !hasEnded() && readOnce(std::chrono::steady_clock::now()); ++i) {
     }

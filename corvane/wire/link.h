@@ -22,7 +22,7 @@ class CorrelationCounter {
  public:
   explicit CorrelationCounter(std::uint32_t last = 0) : m_last(last) {}
 
-  // The next number that is no key of what is waited for.
+  // The next number that is not a key of what is waited for.
   template <class Waiting>
   std::uint32_t next(const Waiting& waiting) {
     do {
@@ -35,7 +35,7 @@ class CorrelationCounter {
   std::uint32_t m_last;
 };
 
-// Takes the frames that are no replies to somebody waiting on this side. Called by the thread that reads the link.
+// Takes the frames that are not replies to a waiting request of this side. Called by the thread that reads the link.
 class FrameHandler {
  public:
   virtual ~FrameHandler() = default;
@@ -57,7 +57,7 @@ inline constexpr const wchar_t* kClosedHere = L"the connection was closed on thi
 using HelloValues = std::map<std::wstring, std::wstring>;
 
 // The frames of one connection: sending in one gathered send each, and reading by turns. A thread that waits for a
-// reply becomes the leader and reads for everybody, until its own reply is there; then another waiter leads. A thread
+// reply becomes the leader and reads for all of them, until its own reply is there; then another waiter leads. A thread
 // in serve() leads for good. Any thread may send and wait; a thread that is handling a frame must not wait on the same
 // link, because it is the one that reads it.
 //
@@ -68,19 +68,19 @@ class Link {
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
-  // The steps of the greeting; corvane/trust/greeting.h puts them together. Each that waits throws CS_Exception (3101,
-  // 3105) when what it waits for does not come within the deadline. The dialing side says its values and returns those
-  // of the answer; throws 3108 when that is a refusal for want of a key.
-  HelloValues greet(const HelloValues& values, Deadline deadline);
+  // The steps of the handshake; corvane/trust/handshake.h puts them together. Each that waits throws CS_Exception
+  // (3101, 3105) when what it waits for does not come within the deadline. The dialing side says its values and returns
+  // those of the answer; throws 3108 when that is a refusal for want of a key.
+  HelloValues sayHello(const HelloValues& values, Deadline deadline);
   // The listening side: what the peer says, and the answer to it or, with a message number or 0, the refusal.
-  HelloValues awaitGreeting(Deadline deadline);
+  HelloValues awaitHello(Deadline deadline);
   void welcome(const HelloValues& values);
-  void refuseGreeting(int number, const wchar_t* reason);
+  void refuseHello(int number, const wchar_t* reason);
   // The dialing side's proof goes out in front of its first request.
   void announceProof(const std::wstring& proof);
   std::wstring awaitProof(Deadline deadline);
 
-  // Where frames go; null once nobody wants them any more.
+  // Where frames go; null when they are not wanted any more.
   void setHandler(FrameHandler* handler);
 
   // Puts a frame in front of the next one that is sent: it costs no send of its own.
@@ -88,7 +88,7 @@ class Link {
   // Sends the values as one frame, or as several of the same header where they are longer; nothing else comes between.
   void send(FrameHeader header, const ValueWriter& values);
   // A sign of life, as far as there is room for one at once: where there is none, or another thread is sending, bytes
-  // are on their way that say as much. Never blocks; a failure ends the socket, and the reading thread sees it.
+  // are on their way that show the same. Never blocks; a failure ends the socket, and the reading thread sees it.
   void beat() noexcept;
   // Makes serve() end the link when nothing at all has come for that long. Before serve().
   void expectBeats(std::chrono::milliseconds silence) { m_silence = silence; }
@@ -99,7 +99,7 @@ class Link {
 
   std::uint32_t nextCorrelation();
 
-  // A reply that somebody waits for; registered for as long as it lives.
+  // A reply that a thread waits for; registered for as long as it lives.
   class Pending {
    public:
     Pending(Link& link, std::uint32_t bridge);
@@ -123,13 +123,13 @@ class Link {
     std::vector<unsigned char> m_bytes;
   };
 
-  // Takes a reply or failure for somebody waiting; one that nobody waits for any more is dropped.
+  // Takes a reply or failure for a waiting request; one that is not waited for any more is dropped.
   void complete(const Frame& frame);
-  // Fails whoever waits on the bridge.
+  // Fails the requests that wait on the bridge.
   void endBridge(std::uint32_t bridge, const std::wstring& reason);
 
-  // Handles what has come and not been read, without waiting; so an end is known that nobody was there to see. Leaves
-  // it to the thread that reads, where there is one.
+  // Handles what has come and not been read, without waiting; so an end is seen that happened while no thread was
+  // reading. Leaves it to the thread that reads, where there is one.
   void lookForNews();
   // Reads and hands over frames until the link ends; returns the reason.
   std::wstring serve();
@@ -152,7 +152,7 @@ class Link {
 
  private:
   // One use of the socket by a thread. The last one to leave after the end closes it: the handle's number must not be
-  // given to another connection while somebody is still in a call with it. Throws 3102 once the link has ended.
+  // given to another connection while a thread is still in a call with it. Throws 3102 once the link has ended.
   class Use {
    public:
     explicit Use(Link& link);

@@ -66,7 +66,7 @@ HelloValues Link::readHello(const Frame& frame, FrameKind kind) {
   return values;
 }
 
-HelloValues Link::greet(const HelloValues& values, Deadline deadline) {
+HelloValues Link::sayHello(const HelloValues& values, Deadline deadline) {
   ValueWriter writer;
   write(writer, values);
   send(helloHeader(FrameKind::kHello), writer);
@@ -79,14 +79,14 @@ HelloValues Link::greet(const HelloValues& values, Deadline deadline) {
   return theirs;
 }
 
-HelloValues Link::awaitGreeting(Deadline deadline) {
-  const Frame greeting = awaitFrame(deadline);
-  HelloValues theirs = readHello(greeting, FrameKind::kHello);
-  if (greeting.header.number != kProtocolVersion) {
+HelloValues Link::awaitHello(Deadline deadline) {
+  const Frame hello = awaitFrame(deadline);
+  HelloValues theirs = readHello(hello, FrameKind::kHello);
+  if (hello.header.number != kProtocolVersion) {
     const CS_Exception mismatch(kConnectFailed,
                                 L"this side speaks version %d of the protocol, the other one version %d",
-                                static_cast<int>(kProtocolVersion), static_cast<int>(greeting.header.number));
-    refuseGreeting(0, mismatch.detail());
+                                static_cast<int>(kProtocolVersion), static_cast<int>(hello.header.number));
+    refuseHello(0, mismatch.detail());
     throw mismatch;
   }
   return theirs;
@@ -98,7 +98,7 @@ void Link::welcome(const HelloValues& values) {
   send(helloHeader(FrameKind::kWelcome), writer);
 }
 
-void Link::refuseGreeting(int number, const wchar_t* reason) {
+void Link::refuseHello(int number, const wchar_t* reason) {
   FrameHeader header = helloHeader(FrameKind::kFailure);
   header.correlation = static_cast<std::uint32_t>(number);
   sendText(header, reason);

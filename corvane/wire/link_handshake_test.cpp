@@ -42,7 +42,7 @@ std::pair<int, std::wstring> answerTo(std::span<const unsigned char> bytes) {
   return failure;
 }
 
-std::vector<unsigned char> greeting(FrameHeader header, const ValueWriter& values) {
+std::vector<unsigned char> helloFrame(FrameHeader header, const ValueWriter& values) {
   header.length = static_cast<std::uint32_t>(values.size());
   const EncodedHeader encoded = encodeHeader(header);
   std::vector<unsigned char> bytes(encoded.begin(), encoded.end());
@@ -61,21 +61,21 @@ TEST(Handshake, RefusesAFrameThatIsTooLarge) {
             answerTo(bytes));
 }
 
-TEST(Handshake, RefusesAConnectionThatDoesNotBeginWithAGreeting) {
+TEST(Handshake, RefusesAConnectionThatDoesNotBeginWithAHello) {
   FrameHeader header;
   header.kind = FrameKind::kRequest;
   EXPECT_EQ(std::make_pair(kProtocolViolation, std::wstring(L"the connection does not begin with a greeting")),
-            answerTo(greeting(header, ValueWriter())));
+            answerTo(helloFrame(header, ValueWriter())));
 }
 
-TEST(Handshake, RefusesAGreetingForAnotherProtocol) {
+TEST(Handshake, RefusesAHelloForAnotherProtocol) {
   FrameHeader header;
   header.kind = FrameKind::kHello;
   header.number = kProtocolVersion;
   ValueWriter values;
   values.writeText(L"something");
   EXPECT_EQ(std::make_pair(kProtocolViolation, std::wstring(L"the greeting is for another protocol")),
-            answerTo(greeting(header, values)));
+            answerTo(helloFrame(header, values)));
 }
 
 TEST(Handshake, RefusesAnotherVersionWithBothNumbers) {
@@ -87,10 +87,10 @@ TEST(Handshake, RefusesAnotherVersionWithBothNumbers) {
   values.writeInt(0);
   EXPECT_EQ(std::make_pair(kConnectFailed,
                            std::wstring(L"this side speaks version 1 of the protocol, the other one version 9")),
-            answerTo(greeting(header, values)));
+            answerTo(helloFrame(header, values)));
 }
 
-TEST(Handshake, RefusesAGreetingWithTooManyValues) {
+TEST(Handshake, RefusesAHelloWithTooManyValues) {
   FrameHeader header;
   header.kind = FrameKind::kHello;
   header.number = kProtocolVersion;
@@ -98,7 +98,7 @@ TEST(Handshake, RefusesAGreetingWithTooManyValues) {
   values.writeText(L"corvane");
   values.writeInt(1000);
   EXPECT_EQ(std::make_pair(kLimitExceeded, std::wstring(L"a greeting with 1000 values")),
-            answerTo(greeting(header, values)));
+            answerTo(helloFrame(header, values)));
 }
 
 TEST(Handshake, KeepsOfEachValueNoMoreThanItsBeginning) {
@@ -108,7 +108,7 @@ TEST(Handshake, KeepsOfEachValueNoMoreThanItsBeginning) {
   const std::wstring tooLong(15000, L'w');
   Link link(listener.dial());
   JoinedThread dialer([&] {
-    link.greet({{L"process", longest}, {L"reason", tooLong}, {tooLong, L"5"}}, after(20000));
+    link.sayHello({{L"process", longest}, {L"reason", tooLong}, {tooLong, L"5"}}, after(20000));
   });
   const auto connection = CS_Connection::accept(listener.accept());
   dialer.join();
@@ -161,7 +161,7 @@ TEST(Connection, TakesNoServerOfAnotherVersion) {
     ValueWriter values;
     values.writeText(L"corvane");
     values.writeInt(0);
-    const auto bytes = greeting(header, values);
+    const auto bytes = helloFrame(header, values);
     const Socket::Piece pieces[] = {bytes};
     socket.send(pieces);
     std::vector<unsigned char> rest(1000);

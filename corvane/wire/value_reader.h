@@ -64,7 +64,7 @@ class ByteSource : public FrameSource {
   bool m_given = false;
 };
 
-// The bytes of a request that lie in somebody else's buffer, which outlives the source.
+// The bytes of a request that lie in a buffer of the caller, which outlives the source.
 class SpanSource : public FrameSource {
  public:
   explicit SpanSource(std::span<const unsigned char> bytes) : m_bytes(bytes) {}
@@ -79,7 +79,7 @@ class SpanSource : public FrameSource {
   bool m_given = false;
 };
 
-// The one text that a frame carries; what it can make of it when that is no text.
+// The one text that a frame carries; as much as can be read when the payload is not a text.
 std::wstring readText(std::span<const unsigned char> bytes);
 // The same for the reason in a release or failure, which may be kept: its first kMaxReasonCharacters.
 std::wstring readReason(std::span<const unsigned char> bytes);

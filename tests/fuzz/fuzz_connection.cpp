@@ -1,5 +1,5 @@
-// Plays a peer that greets and then sends arbitrary bytes to a served connection with a component, a bridge that serves
-// and a router: the connection ends, and nothing else happens.
+// Plays a peer that says hello and then sends arbitrary bytes to a served connection with a component, a bridge that
+// serves and a router: the connection ends, and nothing else happens.
 
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"

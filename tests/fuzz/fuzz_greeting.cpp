@@ -1,11 +1,11 @@
-// Plays a peer that sends arbitrary bytes instead of a greeting, or instead of what follows its first frame, to either
-// side of a greeting with keys: nobody without the key is ever let in, and nothing else happens.
+// Plays a peer that sends arbitrary bytes instead of a hello, or instead of what follows its first frame, to either
+// side of a handshake with keys: nobody without the key is ever let in, and nothing else happens.
 
 #include "corvane/components/component_server.h"
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/crypto.h"
-#include "corvane/trust/greeting.h"
+#include "corvane/trust/handshake.h"
 #include "tests/fuzz/scratch_folder.h"
 
 #include <cstddef>
@@ -75,11 +75,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     peer.send(pieces);
     ::shutdown(ends[0], SHUT_WR);
     if (choice < 2) {
-      corvane::welcomeGuest(link, {}, &keys(), corvane::after(20000));
+      corvane::acceptHandshake(link, {}, &keys(), corvane::after(20000));
     } else {
       const corvane::Identity identity = corvane::Identity::session(5);
       const corvane::Credentials credentials{identity, keys().read(identity)};
-      corvane::greetAs(link, {}, &credentials, corvane::after(20000));
+      corvane::offerHandshake(link, {}, &credentials, corvane::after(20000));
     }
     std::abort();  // the peer has no key
   } catch (const CS_Exception&) {

@@ -78,22 +78,22 @@ FRAMES = {
 }
 
 
-def greeting(kind, *values):
+def handshake(kind, *values):
     pairs = b"".join(text(name) + text(value) for name, value in values)
     return frame(kind, 1, payload=text("corvane") + integer(len(values)) + pairs)
 
 
 HEX = "5" * 64
-GREETINGS = {
-    "guest_without_key": b"\x00" + greeting(HELLO, ("process", "1")),
-    "guest_with_wrong_proof": b"\x00" + greeting(HELLO, ("identity", "session-5"), ("nonce", HEX)) +
+HANDSHAKES = {
+    "guest_without_key": b"\x00" + handshake(HELLO, ("process", "1")),
+    "guest_with_wrong_proof": b"\x00" + handshake(HELLO, ("identity", "session-5"), ("nonce", HEX)) +
                               frame(PROOF, 1, payload=text(HEX)),
-    "guest_unknown": b"\x00" + greeting(HELLO, ("identity", "session-6"), ("nonce", HEX)),
+    "guest_unknown": b"\x00" + handshake(HELLO, ("identity", "session-6"), ("nonce", HEX)),
     "guest_of_another_version": b"\x00" + frame(HELLO, 2, payload=text("corvane") + integer(0)),
     "proof_after_hello": b"\x01" + frame(PROOF, 1, payload=text(HEX)),
     "request_instead_of_proof": b"\x01" + frame(REQUEST, 1, 1),
-    "server_with_wrong_proof": b"\x02" + greeting(WELCOME, ("nonce", HEX), ("proof", HEX)),
-    "server_without_proof": b"\x02" + greeting(WELCOME, ("nonce", HEX)),
+    "server_with_wrong_proof": b"\x02" + handshake(WELCOME, ("nonce", HEX), ("proof", HEX)),
+    "server_without_proof": b"\x02" + handshake(WELCOME, ("nonce", HEX)),
     "server_that_wants_a_key": b"\x02" + frame(FAILURE, 1, payload=text("no"), correlation=3108),
 }
 
@@ -168,7 +168,7 @@ def token(name, data):
 
 
 def main():
-    for target, seeds in {"fuzz_values": VALUES, "fuzz_frames": FRAMES, "fuzz_greeting": GREETINGS, "fuzz_aps": APS,
+    for target, seeds in {"fuzz_values": VALUES, "fuzz_frames": FRAMES, "fuzz_greeting": HANDSHAKES, "fuzz_aps": APS,
                           "fuzz_printclient": PRINTCLIENT, "fuzz_connection": CONNECTION}.items():
         folder = HERE / "corpus" / target
         folder.mkdir(parents=True, exist_ok=True)

@@ -20,7 +20,7 @@ void append(std::vector<unsigned char>& bytes, corvane::FrameHeader header, cons
   values.forEachPiece([&](auto piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
 }
 
-const std::vector<unsigned char>& greeting() {
+const std::vector<unsigned char>& helloFrame() {
   static const std::vector<unsigned char> hello = [] {
     corvane::FrameHeader header;
     header.kind = corvane::FrameKind::kHello;
@@ -39,11 +39,11 @@ const std::vector<unsigned char>& greeting() {
 
 }  // namespace
 
-void ServedPeer::greet() {
+void ServedPeer::sayHello() {
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) std::abort();
   m_far = ends[0];
-  const std::vector<unsigned char>& hello = greeting();
+  const std::vector<unsigned char>& hello = helloFrame();
   if (::send(m_far, hello.data(), hello.size(), 0) != static_cast<ssize_t>(hello.size())) std::abort();
   m_connection = CS_Connection::accept(corvane::Socket(ends[1]));
   m_dispatcher = std::make_unique<corvane::Dispatcher>(*m_connection, *m_connection->link(), nullptr);
@@ -67,7 +67,7 @@ ServedPeer::~ServedPeer() {
 
 // As a connection's own reading thread does.
 void ServedPeer::feed(std::span<Step> steps) {
-  if (!m_connection) greet();
+  if (!m_connection) sayHello();
   corvane::Link& link = *m_connection->link();
   if (link.hasEnded()) return;
   try {

@@ -14,7 +14,7 @@ namespace fuzz {
 // frames. Used by one thread.
 class ServedPeer {
  public:
-  // Greets before the first frames; the process ends when that does not work.
+  // Says hello before the first frames; the process ends when that does not work.
   ServedPeer() = default;
   // Ends the connection; the process ends when something still holds it then.
   ~ServedPeer();
@@ -30,7 +30,7 @@ class ServedPeer {
   int positiveReplies() const { return m_positiveReplies; }
 
  private:
-  void greet();
+  void sayHello();
   void receiveAnswers();
   void readAnswers();
 

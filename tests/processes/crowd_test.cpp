@@ -4,7 +4,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/trust/crypto.h"
-#include "corvane/trust/greeting.h"
+#include "corvane/trust/handshake.h"
 #include "corvane/wire/link.h"
 #include "protocol/names.h"
 #include "tests/processes/administration_peer.h"
@@ -44,7 +44,8 @@ void haveDescriptors(rlim_t count) {
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-// Connections that are open and do nothing: some say nothing at all, the others only greet, with or without a proof.
+// Connections that are open and do nothing: some say nothing at all, the others only say hello, with or without a
+// proof.
 class Crowd {
  public:
   Crowd(const Scene& scene, int count, const Keys* keys) {
@@ -53,11 +54,11 @@ class Crowd {
         m_silent.push_back(dial(scene));
         continue;
       }
-      m_greeted.push_back(std::make_unique<corvane::Link>(dial(scene)));
+      m_saidHello.push_back(std::make_unique<corvane::Link>(dial(scene)));
       corvane::HelloValues hello = {{L"process", L"17"}};
       if (keys != nullptr) hello.insert({{L"identity", L"monitor"}, {L"nonce", std::wstring(64, L'0')}});
       try {
-        m_greeted.back()->greet(hello, corvane::after(60000));
+        m_saidHello.back()->sayHello(hello, corvane::after(60000));
       } catch (const CS_Exception&) {
         // One that came later has taken its place already.
       }
@@ -66,7 +67,7 @@ class Crowd {
 
  private:
   std::vector<corvane::Socket> m_silent;
-  std::vector<std::unique_ptr<corvane::Link>> m_greeted;
+  std::vector<std::unique_ptr<corvane::Link>> m_saidHello;
 };
 
 // The exit code of a program that was asked to end; when it has not within ten seconds, it is asked again, which ends
@@ -168,11 +169,11 @@ TEST(Crowds, AServerThatIsToEndWaitsForNobody) {
 class Attacker {
  public:
   Attacker(const Scene& scene, const std::string& keyFile) : m_scene(scene) {
-    // A true greeting of the monitor, overheard.
+    // A true hello of the monitor, overheard.
     const corvane::Key key = corvane::Key::read(keyFile);
     corvane::Link link(dial(scene));
     corvane::Challenge challenge{Identity::monitor(), m_nonce, {}, link.peerEndpoint()};
-    const auto theirs = link.greet(hello(), corvane::after(60000));
+    const auto theirs = link.sayHello(hello(), corvane::after(60000));
     challenge.listenersNonce = corvane::fromHex(theirs.at(L"nonce")).value();
     m_recorded = corvane::toHex(proofOf(corvane::Prover::kDialer, key, challenge));
     EXPECT_TRUE(isServed(link, m_recorded)) << "it was a good one then";
@@ -184,14 +185,14 @@ class Attacker {
     try {
       switch (number % 4) {
         case 0:  // says nothing about who it is
-          link.greet({{L"process", L"17"}}, corvane::after(60000));
+          link.sayHello({{L"process", L"17"}}, corvane::after(60000));
           return isServed(link, m_recorded);
         case 1:  // the proof of the other connection
-          link.greet(hello(), corvane::after(60000));
+          link.sayHello(hello(), corvane::after(60000));
           return isServed(link, m_recorded);
         case 2:  // the server's own proof
-          return isServed(link, link.greet(hello(), corvane::after(60000)).at(L"proof"));
-        default: {  // a greeting that is cut somewhere, and what would follow it
+          return isServed(link, link.sayHello(hello(), corvane::after(60000)).at(L"proof"));
+        default: {  // a hello that is cut somewhere, and what would follow it
           const std::vector<unsigned char> cut(static_cast<std::size_t>(1 + number % 19), 1);
           link.sendFrames(cut);
           return false;

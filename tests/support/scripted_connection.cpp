@@ -35,7 +35,7 @@ std::string requestName(const std::string& className, int number) {
 
 void ScriptedConnection::serve() {
   try {
-    const corvane::HelloValues theirs = m_link.awaitGreeting(corvane::after(kHandshakeMilliseconds));
+    const corvane::HelloValues theirs = m_link.awaitHello(corvane::after(kHandshakeMilliseconds));
     m_link.welcome({});
     // The port may have been another server's before: the module of another test run still dials it then.
     const auto process = theirs.find(L"process");

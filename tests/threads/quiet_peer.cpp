@@ -19,7 +19,7 @@ class Connection : public corvane::FrameHandler {
 
   void serve() {
     try {
-      m_link.awaitGreeting(corvane::after(10000));
+      m_link.awaitHello(corvane::after(10000));
       m_link.welcome({});
     } catch (const CS_Exception&) {
       return;

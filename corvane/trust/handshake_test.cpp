@@ -1,6 +1,6 @@
-// The greeting of two sides that prove who they are, and what does not pass for a proof.
+// The handshake of two sides that prove who they are, and what does not pass for a proof.
 
-#include "corvane/trust/greeting.h"
+#include "corvane/trust/handshake.h"
 
 #include "corvane/components/component_server.h"
 #include "corvane/records/exception.h"
@@ -18,7 +18,7 @@ namespace {
 
 using keys::KeyFiles;
 
-// How one side of a greeting ended: number 0 when it was content.
+// How one side of a handshake ended: number 0 when it was content.
 struct Outcome {
   int number = 0;
   std::wstring detail;
@@ -43,9 +43,9 @@ Bytes32 filled(unsigned char byte) {
   return bytes;
 }
 
-class GreetingTest : public ::testing::Test {
+class HandshakeKeysTest : public ::testing::Test {
  protected:
-  GreetingTest() {
+  HandshakeKeysTest() {
     CS_ComponentServer::initialize(0, 0);
     m_listener = std::make_unique<OwnListener>();
     m_files.add("session-5", '5');
@@ -58,7 +58,7 @@ class GreetingTest : public ::testing::Test {
     Outcome outcome;
     JoinedThread acceptor([&] {
       Link link(m_listener->accept());
-      outcome = outcomeOf([&] { return welcomeGuest(link, {}, folder, after(milliseconds)).identity; });
+      outcome = outcomeOf([&] { return acceptHandshake(link, {}, folder, after(milliseconds)).identity; });
     });
     {
       Link link(m_listener->dial());
@@ -79,7 +79,7 @@ class GreetingTest : public ::testing::Test {
       Link link(m_listener->dial());
       const Credentials credentials{Identity::session(5), Key(filled(key))};
       outcome = outcomeOf([&] {
-        greetAs(link, {}, &credentials, after(20000));
+        offerHandshake(link, {}, &credentials, after(20000));
         return std::optional<Identity>();
       });
     }
@@ -87,10 +87,10 @@ class GreetingTest : public ::testing::Test {
     return outcome;
   }
 
-  // A hand-made greeting: claims that identity and answers with what make() says to the challenge.
+  // A hand-made handshake: claims that identity and answers with what make() says to the challenge.
   static void claim(Link& link, const std::wstring& identity, const std::function<Bytes32(const Challenge&)>& make) {
     Challenge challenge{Identity::parse(identity).value_or(Identity::monitor()), filled(1), {}, link.peerEndpoint()};
-    const HelloValues theirs = link.greet(
+    const HelloValues theirs = link.sayHello(
         {{L"process", L"17"}, {L"identity", identity}, {L"nonce", toHex(challenge.dialersNonce)}}, after(20000));
     challenge.listenersNonce = fromHex(theirs.at(L"nonce")).value();
     link.announceProof(toHex(make(challenge)));
@@ -102,13 +102,13 @@ class GreetingTest : public ::testing::Test {
   std::unique_ptr<OwnListener> m_listener;
 };
 
-TEST_F(GreetingTest, PeersWithOneKeyProveThemselvesToEachOther) {
+TEST_F(HandshakeKeysTest, PeersWithOneKeyProveThemselvesToEachOther) {
   for (const auto& peer : {std::pair(Identity::session(5), 0x55), std::pair(Identity::monitor(), 0xaa)}) {
     const auto& identity = peer.first;
     const int byte = peer.second;
     const Outcome outcome = welcome(&m_folder, [&](Link& link) {
       const Credentials credentials{identity, Key(filled(static_cast<unsigned char>(byte)))};
-      const HelloValues theirs = greetAs(link, {{L"process", L"17"}}, &credentials, after(20000));
+      const HelloValues theirs = offerHandshake(link, {{L"process", L"17"}}, &credentials, after(20000));
       EXPECT_TRUE(theirs.contains(L"proof"));
       link.sendFrames({});  // stands for the first request
     });
@@ -117,12 +117,12 @@ TEST_F(GreetingTest, PeersWithOneKeyProveThemselvesToEachOther) {
   }
 }
 
-TEST_F(GreetingTest, ADialerWithAnotherKeyRefusesTheServerAndIsRefusedByIt) {
+TEST_F(HandshakeKeysTest, ADialerWithAnotherKeyRefusesTheServerAndIsRefusedByIt) {
   Outcome dialer;
   const Outcome listener = welcome(&m_folder, [&](Link& link) {
     const Credentials credentials{Identity::session(5), Key(filled(0x66))};
     dialer = outcomeOf([&] {
-      greetAs(link, {{L"process", L"17"}}, &credentials, after(20000));
+      offerHandshake(link, {{L"process", L"17"}}, &credentials, after(20000));
       return std::optional<Identity>();
     });
   });
@@ -136,11 +136,11 @@ TEST_F(GreetingTest, ADialerWithAnotherKeyRefusesTheServerAndIsRefusedByIt) {
             L"other side closed the connection during the handshake");
 }
 
-TEST_F(GreetingTest, ADialerWithoutAKeyIsToldThatItNeedsOne) {
+TEST_F(HandshakeKeysTest, ADialerWithoutAKeyIsToldThatItNeedsOne) {
   Outcome dialer;
   const Outcome listener = welcome(&m_folder, [&](Link& link) {
     dialer = outcomeOf([&] {
-      greetAs(link, {{L"process", L"17"}}, nullptr, after(20000));
+      offerHandshake(link, {{L"process", L"17"}}, nullptr, after(20000));
       return std::optional<Identity>();
     });
   });
@@ -150,13 +150,13 @@ TEST_F(GreetingTest, ADialerWithoutAKeyIsToldThatItNeedsOne) {
   EXPECT_EQ(listener.detail, L"Process 17 says that it is \"nobody\": it has no key");
 }
 
-TEST_F(GreetingTest, ADialerWithAKeyIsNotContentWithAServerThatProvesNothing) {
+TEST_F(HandshakeKeysTest, ADialerWithAKeyIsNotContentWithAServerThatProvesNothing) {
   for (const HelloValues& answer :
        {HelloValues{}, HelloValues{{L"nonce", toHex(filled(2))}}, HelloValues{{L"proof", toHex(filled(2))}},
         HelloValues{{L"nonce", L"12"}, {L"proof", toHex(filled(2))}},
         HelloValues{{L"nonce", toHex(filled(2))}, {L"proof", L""}}}) {
     const Outcome outcome = dial(0x55, [&](Link& link) {
-      link.awaitGreeting(after(20000));
+      link.awaitHello(after(20000));
       link.welcome(answer);
       EXPECT_THROW(link.awaitProof(after(20000)), CS_Exception) << "no proof may be sent";
     });
@@ -167,20 +167,20 @@ TEST_F(GreetingTest, ADialerWithAKeyIsNotContentWithAServerThatProvesNothing) {
   }
 }
 
-TEST_F(GreetingTest, ARefusalByAServerThatProvesNothingDoesNotCountAsAMissingKey) {
+TEST_F(HandshakeKeysTest, ARefusalByAServerThatProvesNothingDoesNotCountAsAMissingKey) {
   const Outcome outcome = dial(0x55, [&](Link& link) {
-    link.awaitGreeting(after(20000));
-    link.refuseGreeting(kKeyNeeded, L"no key for you");
+    link.awaitHello(after(20000));
+    link.refuseHello(kKeyNeeded, L"no key for you");
   });
   EXPECT_EQ(outcome.number, kNotProven);
   EXPECT_EQ(outcome.detail, L"the server refuses \"session-5\": no key for you");
 }
 
-TEST_F(GreetingTest, AServersProofOfAnotherConnectionIsNone) {
+TEST_F(HandshakeKeysTest, AServersProofOfAnotherConnectionIsNone) {
   HelloValues recorded;
   const Outcome first = dial(0x55, [&](Link& link) {
     // The real server's answer, overheard.
-    const HelloValues theirs = link.awaitGreeting(after(20000));
+    const HelloValues theirs = link.awaitHello(after(20000));
     const Challenge challenge{Identity::session(5), fromHex(theirs.at(L"nonce")).value(), filled(2),
                               link.localEndpoint()};
     recorded = {{L"nonce", toHex(filled(2))},
@@ -189,13 +189,13 @@ TEST_F(GreetingTest, AServersProofOfAnotherConnectionIsNone) {
   });
   EXPECT_EQ(first.number, 0);
   const Outcome second = dial(0x55, [&](Link& link) {
-    link.awaitGreeting(after(20000));
+    link.awaitHello(after(20000));
     link.welcome(recorded);
   });
   EXPECT_EQ(second.number, kNotProven);
 }
 
-TEST_F(GreetingTest, AProofOfAnotherConnectionIsNone) {
+TEST_F(HandshakeKeysTest, AProofOfAnotherConnectionIsNone) {
   Bytes32 recorded{};
   const auto prove = [&](const Challenge& challenge) {
     return recorded = proofOf(Prover::kDialer, Key(filled(0x55)), challenge);
@@ -207,17 +207,17 @@ TEST_F(GreetingTest, AProofOfAnotherConnectionIsNone) {
   EXPECT_EQ(outcome.detail, L"Process 17 says that it is \"session-5\": its proof is wrong");
 }
 
-TEST_F(GreetingTest, TheServersOwnProofSentBackIsNone) {
+TEST_F(HandshakeKeysTest, TheServersOwnProofSentBackIsNone) {
   const Outcome outcome = welcome(&m_folder, [&](Link& link) {
     const HelloValues theirs =
-        link.greet({{L"process", L"17"}, {L"identity", L"session-5"}, {L"nonce", toHex(filled(1))}}, after(20000));
+        link.sayHello({{L"process", L"17"}, {L"identity", L"session-5"}, {L"nonce", toHex(filled(1))}}, after(20000));
     link.announceProof(theirs.at(L"proof"));
     link.sendFrames({});
   });
   EXPECT_EQ(outcome.detail, L"Process 17 says that it is \"session-5\": its proof is wrong");
 }
 
-TEST_F(GreetingTest, TheKeyOfOneIdentityProvesNoOther) {
+TEST_F(HandshakeKeysTest, TheKeyOfOneIdentityProvesNoOther) {
   const auto with5 = [](const Challenge& challenge) { return proofOf(Prover::kDialer, Key(filled(0x55)), challenge); };
   const auto as5 = [](Challenge challenge) {
     challenge.identity = Identity::session(5);
@@ -233,7 +233,7 @@ TEST_F(GreetingTest, TheKeyOfOneIdentityProvesNoOther) {
   EXPECT_EQ(welcome(&m_folder, [&](Link& link) { claim(link, L"session-6", as5); }).number, kNotProven);
 }
 
-TEST_F(GreetingTest, AProofForAnotherPortOrAddressIsNone) {
+TEST_F(HandshakeKeysTest, AProofForAnotherPortOrAddressIsNone) {
   const auto elsewhere = [](Challenge challenge) {
     challenge.endpoint.back() ^= 1;
     return proofOf(Prover::kDialer, Key(filled(0x55)), challenge);
@@ -241,12 +241,12 @@ TEST_F(GreetingTest, AProofForAnotherPortOrAddressIsNone) {
   EXPECT_EQ(welcome(&m_folder, [&](Link& link) { claim(link, L"session-5", elsewhere); }).number, kNotProven);
 }
 
-TEST_F(GreetingTest, AnIdentityThatIsNoneOrHasNoKeyIsRefused) {
+TEST_F(HandshakeKeysTest, AnIdentityThatIsNoneOrHasNoKeyIsRefused) {
   const auto refused = [&](const std::wstring& identity, const std::wstring& nonce) {
     Outcome dialer;
     Outcome listener = welcome(&m_folder, [&](Link& link) {
       dialer = outcomeOf([&] {
-        link.greet({{L"process", L"17"}, {L"identity", identity}, {L"nonce", nonce}}, after(20000));
+        link.sayHello({{L"process", L"17"}, {L"identity", identity}, {L"nonce", nonce}}, after(20000));
         return std::optional<Identity>();
       });
     });
@@ -271,7 +271,7 @@ TEST_F(GreetingTest, AnIdentityThatIsNoneOrHasNoKeyIsRefused) {
             std::wstring::npos);
 }
 
-TEST_F(GreetingTest, AProofThatIsCutLateOrSomethingElseIsNone) {
+TEST_F(HandshakeKeysTest, AProofThatIsCutLateOrSomethingElseIsNone) {
   const HelloValues hello{{L"process", L"17"}, {L"identity", L"session-5"}, {L"nonce", toHex(filled(1))}};
   const std::wstring begin =
       L"Process 17 says that it is \"session-5\": it proved nothing, as with another key than the one here: ";
@@ -279,7 +279,7 @@ TEST_F(GreetingTest, AProofThatIsCutLateOrSomethingElseIsNone) {
     return welcome(
                &m_folder,
                [&](Link& link) {
-                 link.greet(hello, after(20000));
+                 link.sayHello(hello, after(20000));
                  rest(link);
                },
                milliseconds)
@@ -303,8 +303,8 @@ TEST_F(GreetingTest, AProofThatIsCutLateOrSomethingElseIsNone) {
   }
 }
 
-TEST_F(GreetingTest, WithoutKeysOnBothSidesNothingIsProven) {
-  const Outcome outcome = welcome(nullptr, [&](Link& link) { greetAs(link, {}, nullptr, after(20000)); });
+TEST_F(HandshakeKeysTest, WithoutKeysOnBothSidesNothingIsProven) {
+  const Outcome outcome = welcome(nullptr, [&](Link& link) { offerHandshake(link, {}, nullptr, after(20000)); });
   EXPECT_EQ(outcome.number, 0);
   EXPECT_FALSE(outcome.identity);
 }

@@ -15,22 +15,23 @@ struct Credentials {
   Key key;
 };
 
-// The greeting of the side that dialed. With credentials the other side must prove that it has the same key, and the
-// own proof goes out in front of the first request: that one is to follow within the time of the greeting. Throws
+// The handshake of the side that dialed. With credentials the other side must prove that it has the same key, and the
+// own proof goes out in front of the first request: that one is to follow within the time of the handshake. Throws
 // CS_Exception: 3108 when the other side wants a key and there is none, 3109 when it does not prove itself, 3101 and
 // 3105 for everything else. Returns what the other side says about itself.
-HelloValues greetAs(Link& link, HelloValues own, const Credentials* credentials, Deadline deadline);
+HelloValues offerHandshake(Link& link, HelloValues own, const Credentials* credentials, Deadline deadline);
 
-struct Guest {
+// The other side of an accepted connection.
+struct Peer {
   HelloValues values;                // what it says about itself
   std::optional<Identity> identity;  // who it is, proven; nothing where peers need no keys
 };
 
-// The greeting of the listening side. With keys, returns only when the peer has proven itself; a peer that does not is
+// The handshake of the listening side. With keys, returns only when the peer has proven itself; a peer that does not is
 // told why and makes this throw CS_Exception (3109) with the identity it claimed, for the log. beforeRefusal is called
 // before it is told, and may wait.
-Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
-                   const std::function<void()>& beforeRefusal = {});
+Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
+                     const std::function<void()>& beforeRefusal = {});
 
 // The address and port of the listening side, as both sides see it: 4 or 6, the bytes of the address, two of the port.
 using Endpoint = std::vector<unsigned char>;  // Socket::localEndpoint, Socket::peerEndpoint

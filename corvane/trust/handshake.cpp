@@ -1,4 +1,4 @@
-#include "corvane/trust/greeting.h"
+#include "corvane/trust/handshake.h"
 
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
@@ -42,7 +42,7 @@ class Refusal {
   [[noreturn]] void operator()(const wchar_t* toldToPeer, const wchar_t* why) const {
     if (toldToPeer != nullptr && m_before) m_before();
     try {
-      if (toldToPeer != nullptr) m_link.refuseGreeting(kKeyNeeded, toldToPeer);
+      if (toldToPeer != nullptr) m_link.refuseHello(kKeyNeeded, toldToPeer);
     } catch (const CS_Exception&) {
       // It has gone: the reason counts all the same.
     }
@@ -78,8 +78,8 @@ Bytes32 awaitProof(Link& link, Deadline deadline, const Refusal& refuse) {
 
 }  // namespace
 
-HelloValues greetAs(Link& link, HelloValues own, const Credentials* credentials, Deadline deadline) {
-  if (credentials == nullptr) return link.greet(own, deadline);
+HelloValues offerHandshake(Link& link, HelloValues own, const Credentials* credentials, Deadline deadline) {
+  if (credentials == nullptr) return link.sayHello(own, deadline);
 
   const std::wstring name = credentials->identity.name();
   Challenge challenge{credentials->identity, newNonce(), {}, link.peerEndpoint()};
@@ -87,7 +87,7 @@ HelloValues greetAs(Link& link, HelloValues own, const Credentials* credentials,
   own[kNonce] = toHex(challenge.dialersNonce);
   HelloValues theirs;
   try {
-    theirs = link.greet(own, deadline);
+    theirs = link.sayHello(own, deadline);
   } catch (const CS_Exception& failure) {
     // A side that has proven nothing does not decide what becomes of our key.
     if (failure.number() != kKeyNeeded) throw;
@@ -112,19 +112,19 @@ HelloValues greetAs(Link& link, HelloValues own, const Credentials* credentials,
   return theirs;
 }
 
-Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
-                   const std::function<void()>& beforeRefusal) {
-  Guest guest{link.awaitGreeting(deadline), std::nullopt};
+Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
+                     const std::function<void()>& beforeRefusal) {
+  Peer peer{link.awaitHello(deadline), std::nullopt};
   if (keys == nullptr) {
     link.welcome(own);
-    return guest;
+    return peer;
   }
-  const Refusal refuse(link, guest.values, beforeRefusal);
-  if (!guest.values.contains(kIdentity)) {
+  const Refusal refuse(link, peer.values, beforeRefusal);
+  if (!peer.values.contains(kIdentity)) {
     refuse(L"the server serves only peers that prove who they are, and this one names no key", L"it has no key");
   }
-  const auto identity = Identity::parse(guest.values[kIdentity]);
-  const auto nonce = bytesOf(guest.values, kNonce);
+  const auto identity = Identity::parse(peer.values[kIdentity]);
+  const auto nonce = bytesOf(peer.values, kNonce);
   if (!identity || !nonce) {
     refuse(L"the server knows only \"monitor\" and \"session-\" with a number, each with a nonce",
            L"that is no identity, or its nonce is none");
@@ -137,8 +137,8 @@ Guest welcomeGuest(Link& link, HelloValues own, const KeyFolder* keys, Deadline 
   if (!equalInConstantTime(awaitProof(link, deadline, refuse), proofOf(Prover::kDialer, key, challenge))) {
     refuse(L"the proof is wrong", L"its proof is wrong");
   }
-  guest.identity = identity;
-  return guest;
+  peer.identity = identity;
+  return peer;
 }
 
 Bytes32 proofOf(Prover prover, const Key& key, const Challenge& challenge) {
