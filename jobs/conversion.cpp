@@ -4,7 +4,6 @@
 #include "corvane/records/program_monitor.h"
 #include "jobs/print_raw_data.h"
 #include "jobs/spool_file.h"
-#include "jobs/unconverted.h"
 
 #include <cwchar>
 #include <string>
@@ -26,7 +25,7 @@ int Conversion::convert() {
   return 1;
 }
 
-// The printer wants PDF and gets something else; nobody else knows why.
+// Says why a printer that wants PDF gets something else; only this code knows the reason.
 void Conversion::remarkUnconverted() {
   if (m_job.report.hasFailed() || m_job.finalDataLength < 1) return;
   m_job.report.remark = whyUnconverted(m_job.finalData, static_cast<std::size_t>(m_job.finalDataLength));
@@ -44,7 +43,7 @@ void Conversion::convertPostScript() {
   m_job.report.begin(JobFault::kCollect, L"the conversion begins");
   const TemporaryDirectory directory;
   if (!directory.isKnown()) m_operation.fail(corvane::kLevelFailure, L"Failed to find temporary path.");
-  // Remains of an earlier job of the same name; as a rule there are none.
+  // Left by an earlier job of the same name; usually there are none.
   if (!m_job.pdfPath.isEmpty()) DeleteFileW(m_job.pdfPath.wide());
   if (!m_job.logPath.isEmpty()) DeleteFileW(m_job.logPath.wide());
   buildCommandLine(directory);

@@ -2,7 +2,7 @@
 
 #include "corvane/records/operation.h"
 #include "jobs/spool_file.h"
-#include "jobs/temporary_path.h"
+#include "jobs/temporary_files.h"
 #include "session/client_print_job.h"
 #include "util/utl_string.h"
 #include "util/win_handle.h"

@@ -8,13 +8,13 @@ namespace mg {
 
 void Conversion::buildCommandLine(const TemporaryDirectory& directory) {
   m_job.report.begin(JobFault::kRootPath);
-  // Where the installation is does not depend on who prints.
+  // The location of the installation does not depend on the user who prints.
   const corvane::ProcessIdentity identity;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Quillfern\\Marrowgate", 0, KEY_READ, m_key.receive()) !=
       ERROR_SUCCESS) {
     m_operation.fail(corvane::kLevelFailure, L"Failed to find RootPath registry key.");
   }
-  std::array<wchar_t, MAX_PATH + 1> root{};  // one more than is asked for: the value may come without a terminator
+  std::array<wchar_t, MAX_PATH + 1> root{};  // one more than is requested: the value may come without a terminator
   DWORD size = MAX_PATH * sizeof(wchar_t);
   const LSTATUS status =
       RegQueryValueExW(m_key.get(), L"RootPath", nullptr, nullptr, reinterpret_cast<BYTE*>(root.data()), &size);

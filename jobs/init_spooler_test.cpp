@@ -1,5 +1,4 @@
-#include "jobs/init_spooler.h"
-
+#include "jobs/spooler_calls.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"

@@ -1,4 +1,4 @@
-#include "jobs/temporary_path.h"
+#include "jobs/temporary_files.h"
 #include "ports/tag_port.h"
 
 #include <gtest/gtest.h>

@@ -3,8 +3,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
-#include "jobs/leftover_files.h"
-#include "jobs/temporary_path.h"
+#include "jobs/temporary_files.h"
 #include "protocol/printer.h"
 
 #include <cwchar>

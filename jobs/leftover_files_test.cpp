@@ -1,6 +1,5 @@
-#include "jobs/leftover_files.h"
-
 #include "jobs/job_settings.h"
+#include "jobs/temporary_files.h"
 #include "session/client_print_job.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/jobs/environment_seam.h"

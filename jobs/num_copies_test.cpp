@@ -1,5 +1,4 @@
-#include "jobs/num_copies.h"
-
+#include "jobs/spooler_calls.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/recording_monitor.h"

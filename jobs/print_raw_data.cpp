@@ -3,7 +3,7 @@
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
 #include "jobs/spool_file.h"
-#include "jobs/temporary_path.h"
+#include "jobs/temporary_files.h"
 #include "session/port_monitor_server.h"
 
 #include <windows.h>
@@ -74,7 +74,7 @@ void PrintRawDataViaNotepad(ClientPrintJob& job, const wchar_t* printerName) {
         if (!server->LaunchApplication(kNotepad, parameters.wide(), printerName)) {
           operation.fail(corvane::kLevelFailure, L"Failed to launch notepad: %s %s", kNotepad, parameters.wide());
         }
-        // A request that was lost on the way counts as served.
+        // LaunchApplication also says yes when the request was lost on the way.
         if (server->isConnected()) {
           job.report.add(L"notepad was started in the session");
         } else {

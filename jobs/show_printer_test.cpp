@@ -1,6 +1,5 @@
-#include "jobs/show_printer.h"
-
 #include "ports/port_list.h"
+#include "session/session_printers.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/jobs/environment_seam.h"

@@ -2,6 +2,7 @@
 
 #include "session/client_print_job.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 
@@ -28,6 +29,11 @@ enum class FinalDataRead {
 // std::bad_alloc, which leaves the job without final data.
 FinalDataRead readFinalData(std::FILE* file, ClientPrintJob& job);
 
+// Why data for a printer that wants PDF were not recognised as PostScript and go out as they came, with what to do
+// about it: one line to stand behind "was delivered", never null, static storage. Only what stands at the very begin
+// decides; the data may be of any kind and size, also none.
+const wchar_t* whyUnconverted(const unsigned char* data, std::size_t size) noexcept;
+
 }  // namespace mg
 
 // Operations on the file in which a job's data were collected. None throws: what goes wrong is recorded.
@@ -40,5 +46,5 @@ bool IsPostScriptData(const ClientPrintJob& job);
 // Makes the file's content the job's final data. After a failure these are absent, or zeros when nothing could be read.
 void ReadDataIntoFinalBuffer(ClientPrintJob& job);
 
-// Removes the file of a job that will not be converted any more. Nothing is recorded: as a rule there is none.
+// Removes the file of a job that will not be converted any more. Nothing is recorded: usually there is no such file.
 void discardCollectedData(const ClientPrintJob& job) noexcept;

@@ -1,5 +1,4 @@
-#include "jobs/temporary_path.h"
-
+#include "jobs/temporary_files.h"
 #include "tests/support/temporary_folder.h"
 
 #include <cstdio>

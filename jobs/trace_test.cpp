@@ -1,9 +1,9 @@
 #include "jobs/conversion.h"
 #include "jobs/job_settings.h"
-#include "jobs/num_copies.h"
 #include "jobs/print_raw_data.h"
-#include "jobs/show_printer.h"
 #include "jobs/spool_file.h"
+#include "jobs/spooler_calls.h"
+#include "session/session_printers.h"
 #include "tests/support/local_log.h"
 #include "tests/support/recording_monitor.h"
 

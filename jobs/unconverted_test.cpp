@@ -1,5 +1,4 @@
-#include "jobs/unconverted.h"
-
+#include "jobs/spool_file.h"
 #include "tests/support/jobs/convert_job_fixture.h"
 #include "tests/support/jobs/file_read_seam.h"
 #include "tests/support/local_log.h"

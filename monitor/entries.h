@@ -1,6 +1,9 @@
 #pragma once
 
 #include <windows.h>
+#include <winspool.h>
+// Needs the types of winspool.h.
+#include <winsplp.h>
 
 // The operations that the spooler finds in the monitor table. It calls them from its own threads, several at once; the
 // calls of one job come one after another. No exception leaves them. A port handle is the address of the port's
@@ -47,3 +50,7 @@ BOOL WINAPI MGXcvClosePort(HANDLE hXcv);
 
 // Frees nothing: entries may still be called until the module is unloaded.
 VOID WINAPI MGShutdown(HANDLE monitor);
+
+// The operations that the spooler may call, constant and alive as long as the module. Its size tells the spooler to
+// read exactly 19 slots.
+extern const MONITOR2 g_monitorTable;

@@ -1,7 +1,6 @@
 #include "corvane/components/class.h"
 #include "corvane/components/component_server.h"
 #include "monitor/entries.h"
-#include "monitor/monitor_table.h"
 #include "ports/port_list.h"
 #include "session/port_monitor_server.h"
 #include "tests/support/failing_new.h"

@@ -26,7 +26,7 @@ const wchar_t* textOf(Result result) {
   return result == Result::kShown ? L"shown" : L"failed";
 }
 
-// What is told of a job. The texts are never null.
+// What is reported of a job. The texts are never null.
 struct JobEnd {
   Result result;
   const wchar_t* portName;
@@ -37,7 +37,7 @@ struct JobEnd {
 };
 
 constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit
-// What an ordinary user's job that the spooler does not let us act on means to whoever looks into the queue.
+// Follows in the line when the spooler did not let the module act on the job in its queue.
 constexpr wchar_t kStaysInQueue[] =
     L" The job stays in the spooler's queue, which refused to delete it (error %lu): whoever printed it, or an "
     L"administrator, can delete it there.";
@@ -79,7 +79,7 @@ void composeLine(wchar_t (&line)[kLineSize], const JobEnd& job) {
   }
   std::swprintf(line, kLineSize, L"Job %lu \"%.200ls\" on \"%.259ls\"%ls %ls%ls", job.jobId, job.document,
                 job.printerName, where, end, queue);
-  // Printer, document and reasons are what somebody else typed; the line stays one, and shows what it says.
+  // Printer, document and reasons are texts from outside: they must neither break the line nor hide a part of it.
   corvane::makePrintable(line);
 }
 
@@ -191,7 +191,7 @@ void tellFailedJob(const tagPort& port) noexcept {
   if (PortRecords::instance().isDeleted(port)) blameDeletion(report);
   const CS_RCPtr<CS_Connection> connection = connectionOf(port);
   tellFailure(endOf(port, report, Result::kFailed), report, connection.get());
-  port.job->documentName = std::move(report.document);  // the job stays the port's, whole
+  port.job->documentName = std::move(report.document);  // the job stays on the port as it was
 }
 
 void endJobOfDeletedPort(tagPort& port) noexcept {

@@ -13,14 +13,14 @@ namespace mg {
 // module carries the event's text (events.mc).
 inline constexpr DWORD kJobFailedEvent = 0xC0000001;
 
-// Every job that the spooler started is told of once, as a notice of kind "job" to the default program monitor, when it
-// is known how it ended. Where that monitor knows no way to the application server, because the module's own component
-// was never needed, the notice goes there on the job's own connection; so it is told before that is ended. A failure
-// is also an entry in the event log, and the lines of the job's trail follow in this process's own log.
+// These functions report how a job ended, once for every job that the spooler started: as a notice of kind "job" to the
+// default program monitor. Where that monitor has no connection to the application server, because the module's own
+// component was never needed, the notice takes the job's own connection, so it is sent before that one is ended. A
+// failure is also an entry in the event log, and the lines of the job's trail follow in this process's own log.
 //
-// None of these throws, records anything, or changes the thread's last error. Without memory the notice is shorter. No
-// lock may be held by their callers: the notice may travel. What fails on a port that was deleted meanwhile has failed
-// for that reason, whatever else was noted.
+// None of them throws, records anything, or changes the thread's last error. Without memory the notice is shorter.
+// Callers hold no lock: the notice may go over the network. A job that fails on a port that was deleted meanwhile is
+// reported as failed for that reason, whatever other cause it has.
 
 // A job that could not be started, and that the port has destroyed already. Its report is null when there was no memory
 // even for the job; the connection may be null.

@@ -1,15 +1,19 @@
+#include "corvane/components/bridge.h"
+#include "corvane/components/bridge_router.h"
 #include "corvane/components/connection.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
 #include "jobs/conversion.h"
-#include "jobs/num_copies.h"
+#include "jobs/job_settings.h"
 #include "jobs/spool_file.h"
+#include "jobs/spooler_calls.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
-#include "monitor/job_start.h"
 #include "monitor/port_call.h"
 #include "monitor/queue_access.h"
+#include "protocol/names.h"
+#include "session/make_component.h"
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"
 
@@ -74,13 +78,64 @@ void connectJob(Operation& operation, tagPort& port, CS_RCPtr<CS_Connection>& co
   port.job->report.begin(JobFault::kModule, L"connected to the application server");
 }
 
-// Destroys the port's job. Returns what is told of it.
+CS_RCPtr<CS_Component> makeBridge(Operation& operation, CS_Connection& connection) {
+  return mg::makeComponent(operation, connection,
+                           {CS_Bridge::m_className, CS_BridgeRouter::getClassName(), corvane::kLevelFailure,
+                            L"Failed to get the root owner's class factory", L"Failed to create bridge"});
+}
+
+CS_RCPtr<PortMonitorServer> makePortMonitor(Operation& operation, CS_Connection& connection) {
+  auto server = mg::makeOwnComponent<PortMonitorServer>(operation, connection, mg::kPortMonitorServerKind);
+  mg::startChannel(*server);
+  return server;
+}
+
+CS_RCPtr<PrintServer> makePrintServer(Operation& operation, CS_Component& bridge) {
+  auto server = mg::makeOwnComponent<PrintServer>(
+      operation, bridge,
+      {protocol::kPrintServerClass, protocol::kPrintClientClass, corvane::kLevelFailure,
+       L"Failed to get the bridge's class factory", L"Failed to create the print server"});
+  mg::startChannel(*server);
+  return server;
+}
+
+// Announces a job over its own connection: asks for the client printer, settles how the job travels, attaches it to the
+// printer's session, and starts its stream. Returns the stream, which keeps the connection alive. Throws CS_Exception,
+// with the reason recorded on the operation, at the first step that fails.
+CS_RCPtr<PrintServer> startJob(Operation& operation, CS_Connection& connection, ClientPrintJob& job,
+                               const wchar_t* printerName, DWORD jobId) {
+  const CS_RCPtr<CS_Component> bridge = makeBridge(operation, connection);
+  const CS_RCPtr<PortMonitorServer> portMonitor = makePortMonitor(operation, connection);
+  ClientPrinter printer;
+  if (!portMonitor->GetPrinterInfo(printerName, printer)) {
+    job.report.begin(connection.isConnected() ? JobFault::kPrinter : JobFault::kConnection);
+    operation.fail(corvane::kLevelFailure,
+                   L"Failed to get the printer's information: %s, print job #%d has failed to print.", printerName,
+                   jobId);
+  }
+  job.report.add(L"the client printer is \"%s\", format %d", printer.printerName.wide(), printer.printerValue);
+  ConfigurePrintJobSettings(&job, printer);
+  if (!portMonitor->AttachPrintJobToSession(printerName, bridge.get())) {
+    job.report.fail(connection.isConnected() ? JobFault::kAttach : JobFault::kConnection,
+                    L"Failed to attach print job to session for %s", printerName);
+    // The attach has recorded why.
+    throw CS_Exception(CS_ProgramMonitor::getDefaultMonitor());
+  }
+  job.report.begin(JobFault::kStream, L"attached to the session, delivery mode %d",
+                   job.settings[protocol::kDeliverySetting]);
+  CS_RCPtr<PrintServer> stream = makePrintServer(operation, *bridge);
+  stream->StartJob(&job);
+  job.report.add(L"announced to the print client");
+  return stream;
+}
+
+// Destroys the port's job and returns its report.
 JobReport destroyJob(tagPort& port) {
   const std::unique_ptr<ClientPrintJob> job(std::exchange(port.job, nullptr));
   return std::move(job->closeReport());
 }
 
-// Takes a job that did not start out of the queue and off the port. Returns what is told of it, when there was one.
+// Takes a job that did not start out of the queue and off the port. Returns its report, if there was one.
 std::optional<JobReport> giveUpJob(Operation& operation, tagPort& port, const DOC_INFO_1W* document) {
   if (port.job == nullptr) return std::nullopt;
   port.job->report.fail(operation.errorRecord());
@@ -111,7 +166,7 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
         ClientPrintJob* job = port->job = new ClientPrintJob;
         describeJob(*job, pPrinterName, JobId, *document);
         connectJob(operation, *port, connection);
-        port->printServer = mg::startJob(operation, *connection, *job, pPrinterName, JobId);
+        port->printServer = startJob(operation, *connection, *job, pPrinterName, JobId);
       },
       [&] {
         if (port == nullptr) return;
@@ -122,7 +177,7 @@ BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWOR
   if (port != nullptr) {
     mg::tellFailedStart(*port, pPrinterName, JobId, document, failed ? &*failed : nullptr, connection.get());
   }
-  // Not before the report, which may travel over a connection of its own, and the notice.
+  // Only after the records and the notice, which may need the connection.
   if (port != nullptr) PortRecords::instance().setConnection(*port, nullptr);
   if (connection) CS_Connection::destroy(connection, true);
   return FALSE;

@@ -49,12 +49,13 @@ void KeptNotices::clear() noexcept {
 
 namespace {
 
-// How long a server may think about who tells. The job's call waits for it behind all other bounds, and a server that
-// has just let it wait for ten minutes, because it is stopped, does not answer this either.
+// How long to wait for the server's answer to introduce(). The job's call waits for it in addition to all its other
+// time limits, and a server that has just kept it waiting for ten minutes, because it is stopped, does not answer this
+// either.
 constexpr unsigned kTellMilliseconds = 5000;
 
-// False when the server does not answer. Its answer means that nothing which it has sent before is left unread, for
-// that would make the end of the connection overtake the notice.
+// Says to the server which process this is; false when it does not answer. With the answer everything that the server
+// has sent before has been read. Unread data would let the end of the connection overtake the notice.
 bool introduce(CS_ProgramMonitor_c& monitor) {
   wchar_t path[MAX_PATH + 1] = L"";
   GetModuleFileNameW(nullptr, path, MAX_PATH);
@@ -76,14 +77,14 @@ CS_RCPtr<CS_ProgramMonitor> monitorOn(CS_Connection& connection, bool jobFailed)
   return monitor.get();
 }
 
-// Who is told, and whether a server hears it.
+// Where the notice goes, and whether it reaches a server.
 struct Receiver {
   CS_RCPtr<CS_ProgramMonitor> monitor;
   bool isServer;
 };
 
-// Whether the application server is still behind the process's monitor. Where the job's own connection was lost, it may
-// be gone without anybody having noticed on the other, idle one: it is asked.
+// Whether the process's monitor still reaches the application server. When the job's own connection was lost, the
+// server may be gone and the other, idle connection may not have noticed: the server is asked.
 bool isHeard(CS_ProgramMonitor& standard, const CS_Connection* connection) {
   if (&standard == CS_ProgramMonitor::getLocalMonitor().get()) return false;
   auto* const client = dynamic_cast<CS_ProgramMonitor_c*>(&standard);

@@ -10,10 +10,10 @@ class CS_Connection;
 
 namespace mg {
 
-// Notices of jobs that no application server has heard, as a rule because it had gone in the middle of the job: the
-// next one that is there is told of them, so that the failure of a job is in its lists although it ended with the
-// server before. One per process; any thread may use it. At most kMost of them, with texts of at most kMostText
-// characters; the oldest makes room, and all of them stand in the module's own log anyway.
+// Notices of jobs that have reached no application server, usually because it went away in the middle of the job. They
+// are sent to the next server that is there, so that its lists have the failure of a job that the server before could
+// not be told. One object per process; any thread may use it. Keeps at most kMost notices, with texts of at most
+// kMostText characters; the oldest makes room. All of them are in the module's own log as well.
 class KeptNotices {
  public:
   static constexpr std::size_t kMost = 32;
@@ -22,9 +22,9 @@ class KeptNotices {
   // Never destroyed: jobs may end until the last moment of the process.
   static KeptNotices& instance();
 
-  // Adds to the line when that was. Without memory for it the notice is only in the log.
+  // Adds the time to the line. Without memory for it the notice is only in the log.
   void keep(CS_Notice notice) noexcept;
-  // Tells them, oldest first, and keeps them no more.
+  // Sends all of them, oldest first, and drops them.
   void tellAll(CS_ProgramMonitor& monitor) noexcept;
   void clear() noexcept;
 
@@ -33,9 +33,9 @@ class KeptNotices {
   std::vector<CS_Notice> m_notices;
 };
 
-// Tells a job's notice to the default program monitor, and behind it to the application server, after those that are
-// kept for it. Where that monitor is the local one, the notice takes the job's own connection, which may be null. A
-// notice that no server hears is kept. No lock may be held: the notice may travel.
+// Sends a job's notice to the default program monitor and so to the application server, after those that are kept for
+// it. Where that monitor is the local one, the notice takes the job's own connection, which may be null. A notice that
+// reaches no server is kept. Callers hold no lock: the notice may go over the network.
 void tellServer(CS_Notice notice, CS_Connection* connection, bool jobFailed) noexcept;
 
 }  // namespace mg

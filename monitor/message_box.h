@@ -5,8 +5,8 @@
 namespace mg {
 
 // Shows a message box with an OK button and waits until it is closed. Where nobody could close it - in session 0, where
-// services run, and on a window station that is not visible - it would keep the spooler's thread for ever: there its
-// text is a line of the module's log instead, which says so. Any thread may call; keeps nothing.
+// services run, and on a window station that is not visible - it would block the spooler's thread for ever: there the
+// text goes to the module's log instead. Any thread may call.
 void showMessageBox(HWND owner, const wchar_t* text, const wchar_t* title) noexcept;
 
 }  // namespace mg

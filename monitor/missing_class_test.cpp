@@ -1,5 +1,5 @@
 #include "corvane/components/component_server.h"
-#include "monitor/monitor_table.h"
+#include "monitor/entries.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/monitor/job_path.h"
 #include "tests/support/ports_registry.h"

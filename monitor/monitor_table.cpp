@@ -1,14 +1,11 @@
-#include "monitor/monitor_table.h"
-
 #include "corvane/components/component_server.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
-#include "jobs/leftover_files.h"
+#include "jobs/temporary_files.h"
 #include "monitor/entries.h"
 #include "ports/port_list.h"
 #include "protocol/names.h"
-#include "session/held_port.h"
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"
 

@@ -1,5 +1,3 @@
-#include "monitor/monitor_table.h"
-
 #include "monitor/entries.h"
 
 #include <cstring>

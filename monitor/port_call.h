@@ -1,5 +1,8 @@
 #pragma once
 
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
+#include "monitor/job_end.h"
 #include "ports/port_records.h"
 
 #include <windows.h>
@@ -13,13 +16,21 @@ namespace mg {
 class PortCall {
  public:
   PortCall() = default;
-  ~PortCall();
+  ~PortCall() {
+    if (m_port == nullptr) return;
+    const PortRecords::Owner deleted = PortRecords::instance().leave(*m_port);
+    if (deleted != nullptr) endJobOfDeletedPort(*deleted);
+  }
   PortCall(const PortCall&) = delete;
   PortCall& operator=(const PortCall&) = delete;
 
   // Once per call. Throws CS_Exception (3015) when the handle is that of no live port, so also for null and for
   // INVALID_HANDLE_VALUE.
-  tagPort& enter(HANDLE handle);
+  tagPort& enter(HANDLE handle) {
+    m_port = PortRecords::instance().enter(handle);
+    if (m_port == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+    return *m_port;
+  }
 
  private:
   tagPort* m_port = nullptr;

@@ -36,8 +36,7 @@ bool controlJob(HANDLE printer, const tagPort& port, DWORD command, DWORD& error
 
 DWORD deleteQueuedJob(Operation& operation, tagPort& port, const wchar_t* documentName) {
   // CloseHandle, not ClosePrinter: the clean-up's contract with the spooler names that call. It does not end the
-  // access, because a printer's handle is none of the kernel's: the spooler keeps it in its books until the process
-  // ends.
+  // access, because a printer's handle is not a kernel handle: the spooler keeps it until the process ends.
   DWORD error = ERROR_SUCCESS;
   const PrinterAsObjectHandle printer(openQueue(port, error));
   if (!printer) operation.noteAnew(corvane::kLevelCleanupNote, L"Failed to open the printer");

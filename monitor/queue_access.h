@@ -7,9 +7,8 @@ struct tagPort;
 
 namespace mg {
 
-// Whoever prints may act on his own jobs and need not have all rights on the printer: then the spooler refuses the
-// calls below, and the job stays in its queue. Both return the first error that the spooler gave, 0 when it did what
-// was asked.
+// A user may act on his own jobs without having all rights on the printer. Then the spooler refuses the calls below,
+// and the job stays in its queue. Both return the first error of the spooler, 0 when it did as requested.
 
 // Deletes the port's job from the queue while an operation cleans up after its failure. Notes on the operation whether
 // it went well; the note of a success names the document when one is given.

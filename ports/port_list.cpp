@@ -1,11 +1,12 @@
 #include "ports/port_list.h"
 
 #include "corvane/base/process.h"
+#include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
 #include "ports/port_records.h"
-#include "ports/registry_store.h"
 #include "util/mutex.h"
+#include "util/win_handle.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -13,6 +14,44 @@
 #include <memory>
 
 namespace {
+
+// Where the list outlives the process: one REG_SZ value per port, named after the port and holding its name again, in
+// one key. Only the names of the values are ever read back. The functions pass on the result codes of the registry.
+constexpr wchar_t kPortsKey[] = L"SOFTWARE\\Quillfern\\Marrowgate\\Printers\\Ports";
+
+// Opens the key, creating it when it is missing.
+LSTATUS createPortsKey(REGSAM access, mg::RegistryKey& key) {
+  return RegCreateKeyExW(HKEY_LOCAL_MACHINE, kPortsKey, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr,
+                         key.receive(), nullptr);
+}
+
+// Opens the key as it is, with every right that deleting a value may need.
+LSTATUS openPortsKey(mg::RegistryKey& key) {
+  return RegOpenKeyExW(HKEY_LOCAL_MACHINE, kPortsKey, 0, KEY_ALL_ACCESS, key.receive());
+}
+
+// The number of values, 0 when that cannot be found out.
+DWORD countPortValues(const mg::RegistryKey& key) {
+  DWORD count = 0;
+  RegQueryInfoKeyA(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr,
+                   nullptr);
+  return count;
+}
+
+// The name of the value at index. A name that does not fit counts as a failure.
+LSTATUS readPortName(const mg::RegistryKey& key, DWORD index, wchar_t (&name)[kPortNameSize]) {
+  DWORD capacity = kPortNameSize;
+  return RegEnumValueW(key.get(), index, name, &capacity, nullptr, nullptr, nullptr, nullptr);
+}
+
+LSTATUS writePortValue(const mg::RegistryKey& key, const wchar_t* name) {
+  const auto bytes = static_cast<DWORD>((std::wcslen(name) + 1) * sizeof(wchar_t));
+  return RegSetValueExW(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(name), bytes);
+}
+
+LSTATUS deletePortValue(const mg::RegistryKey& key, const wchar_t* name) {
+  return RegDeleteValueW(key.get(), name);
+}
 
 const wchar_t* orEmpty(const wchar_t* text) {
   return text == nullptr ? L"" : text;
@@ -51,14 +90,14 @@ void CPortList::Load() {
   operation.run([&] {
     const corvane::ProcessIdentity identity;
     const Synchronized guard(m_lock);
-    const LSTATUS error = ports::createPortsKey(KEY_QUERY_VALUE, key);
+    const LSTATUS error = createPortsKey(KEY_QUERY_VALUE, key);
     if (error != ERROR_SUCCESS) {
       operation.fail(corvane::kLevelFailure, L"Failed to create the printer port registry key. error: %d.", error);
     }
-    const DWORD count = ports::countPortValues(key);
+    const DWORD count = countPortValues(key);
     for (DWORD index = 0; index < count; ++index) {
       wchar_t name[kPortNameSize];
-      if (ports::readPortName(key, index, name) == ERROR_SUCCESS) AddPort(name, 0);
+      if (readPortName(key, index, name) == ERROR_SUCCESS) AddPort(name, 0);
     }
   });
 }
@@ -73,12 +112,12 @@ DWORD CPortList::AddNewPort(const wchar_t* name) {
     const Synchronized guard(m_lock);
     result = AddPort(name, 0);
     if (result != 1) return;
-    const LSTATUS error = ports::createPortsKey(KEY_READ | KEY_SET_VALUE, key);
+    const LSTATUS error = createPortsKey(KEY_READ | KEY_SET_VALUE, key);
     if (error != ERROR_SUCCESS) {
       operation.fail(corvane::kLevelFailure, L"Failed to create the printer port registry key: %s error: %d.", name,
                      error);
     }
-    if (ports::writePortValue(key, name) != ERROR_SUCCESS) {
+    if (writePortValue(key, name) != ERROR_SUCCESS) {
       operation.fail(corvane::kLevelFailure, L"Failed to create a new port: %s.", name);
     }
   });
@@ -129,9 +168,9 @@ DWORD CPortList::DeletePort(const wchar_t* name, JobEnd jobEnd) {
         // The registry forgets the port even when the list could not be asked.
         operation.recordCurrentException();
       }
-      if (ports::openPortsKey(key) != ERROR_SUCCESS) {
+      if (openPortsKey(key) != ERROR_SUCCESS) {
         operation.note(corvane::kLevelFailure, L"Failed to find the printer ports registry key.");
-      } else if (ports::deletePortValue(key, name) != ERROR_SUCCESS) {
+      } else if (deletePortValue(key, name) != ERROR_SUCCESS) {
         operation.note(corvane::kLevelFailure, L"Failed to delete the printer port registry value: %s.", name);
       }
     }
@@ -173,3 +212,24 @@ CPortList* CPortList::instance() noexcept {
 void CPortList::setInstance(CPortList* list) noexcept {
   theList.store(list);
 }
+
+namespace mg {
+
+CPortList& portList() {
+  CPortList* list = CPortList::instance();
+  if (list == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
+  return *list;
+}
+
+HeldPort::HeldPort(CPortList& list, const wchar_t* name) : m_port(list.FindPort(name)) {}
+
+HeldPort::~HeldPort() {
+  if (m_port != nullptr && CPortList::instance() != nullptr) m_port->lock->unlock();
+}
+
+SessionPortName::SessionPortName(unsigned int sessionId) {
+  // Session numbers are written as signed ones.
+  std::swprintf(text, std::size(text), L"CPP%d", static_cast<int>(sessionId));
+}
+
+}  // namespace mg

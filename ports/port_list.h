@@ -32,14 +32,14 @@ class CPortList {
   CPortList(const CPortList&) = delete;
   CPortList& operator=(const CPortList&) = delete;
 
-  // The list that this module works with, null before it is initialised. Whoever sets it owns it and sets null before
+  // The list that this module works with, null before it is initialised. Its owner sets it, and sets null before
   // deleting it.
   static CPortList* instance() noexcept;
   static void setInstance(CPortList* list) noexcept;
 
   // Adds a port for every value in the registry, creating the key when it is missing. A value whose name cannot be read
-  // is passed over. The registry is read as the process, whomever the thread impersonates; AddNewPort and DeletePort
-  // change it as their caller, so that the registry decides whether that user may.
+  // is passed over. The registry is read as the process, whatever user the thread impersonates; AddNewPort and
+  // DeletePort change it as their caller, so that the registry decides whether that user may.
   void Load();
 
   // Adds a port to the list and to the registry. Returns 1 when a record was made, else 0; throws CS_Exception when the
@@ -96,3 +96,34 @@ class CPortList {
   CriticalSection m_lock;
   TObjectMap<UTL_String, tagPort*> m_ports;
 };
+
+namespace mg {
+
+// The module's port list. Throws CS_Exception (3014) before the module is initialised and after its end.
+CPortList& portList();
+
+// A port of the list with its lock held for the rest of the scope; empty when the list has no port of that name. The
+// lock is left before anything is recorded about the operation, as long as the scope lies inside its body. Belongs to
+// the thread that made it.
+class HeldPort {
+ public:
+  HeldPort(CPortList& list, const wchar_t* name);
+  ~HeldPort();
+  HeldPort(const HeldPort&) = delete;
+  HeldPort& operator=(const HeldPort&) = delete;
+
+  tagPort* get() const { return m_port; }
+  tagPort* operator->() const { return m_port; }
+  explicit operator bool() const { return m_port != nullptr; }
+
+ private:
+  tagPort* m_port;
+};
+
+// The port that serves a session: "CPP" and the session's number. The text ends within its array.
+struct SessionPortName {
+  explicit SessionPortName(unsigned int sessionId);
+  wchar_t text[16];
+};
+
+}  // namespace mg

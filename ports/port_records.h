@@ -55,7 +55,7 @@ class PortRecords {
   // The record itself when the port was deleted and this was the last call on it, else null.
   Owner leave(tagPort& port) noexcept;
 
-  // For a call that has entered. Whoever deletes the port ends this connection; false when that has happened already.
+  // For a call that has entered. The port's deletion ends this connection; false when the port is deleted already.
   bool setConnection(const tagPort& port, const CS_RCPtr<CS_Connection>& connection) noexcept;
   // Whether the port that the call works on was deleted meanwhile.
   bool isDeleted(const tagPort& port) const noexcept;

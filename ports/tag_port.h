@@ -14,8 +14,8 @@
 class ClientPrintJob;
 class PrintServer;
 
-// A port's reference to a print server. The class is known above this folder only: whoever sets or uses it
-// includes it, and the record of a port lets go of it without.
+// A port's reference to a print server. The class is known above this folder only: code that sets or uses the server
+// includes its header, and a port's record can release it without.
 class PrintServerReference {
  public:
   template <class Server>

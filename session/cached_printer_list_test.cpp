@@ -1,6 +1,5 @@
-#include "session/cached_printer_list.h"
-
 #include "ports/port_list.h"
+#include "session/session_printers.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 // One job that a port is printing. A plain record: made at the start of a document, owned by the port until the
 // document ends, and borrowed by the job operations for the length of one call. Belongs to one thread at a time.
@@ -17,11 +18,18 @@ class ClientPrintJob {
   ClientPrintJob(const ClientPrintJob&) = delete;
   ClientPrintJob& operator=(const ClientPrintJob&) = delete;
   // Frees both byte arrays, once when they are the same array.
-  virtual ~ClientPrintJob();
+  virtual ~ClientPrintJob() {
+    delete[] readBuffer;
+    if (finalData != readBuffer) delete[] finalData;
+  }
 
   // Completes the report when the job has ended, well or not, so that it can be told without the job. The document's
   // name goes over to the report. Needs no memory.
-  JobReport& closeReport() noexcept;
+  JobReport& closeReport() noexcept {
+    report.document = std::move(documentName);
+    report.bytesSent = protocol::isCollected(settings) ? bytesSent : report.bytesTaken;
+    return report;
+  }
 
   UTL_String jobName;  // the name under which the job travels; an empty one is sent as absent
   UTL_String text2;    // carried, not interpreted

@@ -4,15 +4,15 @@
 
 #include <cstdint>
 
-// One printer of a session's client as the application server describes it. A plain record: built by whoever asks for
-// the description and filled by PortMonitorServer::GetPrinterInfo, which replaces a text only when the server sent it.
-// Belongs to one thread at a time.
+// One printer of a session's client as the application server describes it. A plain record: made by the caller that
+// asks for the description and filled by PortMonitorServer::GetPrinterInfo, which replaces a text only when the server
+// sent it. Belongs to one thread at a time.
 class ClientPrinter {
  public:
   ClientPrinter() = default;
   ClientPrinter(const ClientPrinter&) = delete;
   ClientPrinter& operator=(const ClientPrinter&) = delete;
-  virtual ~ClientPrinter();
+  virtual ~ClientPrinter() { delete[] extraData; }
 
   UTL_String printerName;  // as the client knows the printer
   UTL_String text2;        // the texts with a number are carried, not interpreted

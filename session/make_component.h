@@ -5,9 +5,8 @@
 #include "corvane/components/component.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
+#include "corvane/records/operation.h"
 #include "protocol/names.h"
-
-class Operation;
 
 namespace mg {
 
@@ -29,7 +28,13 @@ inline constexpr ComponentKind kPortMonitorServerKind{
 // Makes a component of that kind on its owner, a connection or a bridge. Never null: throws CS_Exception, with the
 // kind's text recorded on the operation, when the class is not registered, the owner has ended or the peer has no class
 // that fits. Nothing is sent before the component's channel is started and its first request. Any thread may call it.
-CS_RCPtr<CS_Component> makeComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind);
+inline CS_RCPtr<CS_Component> makeComponent(Operation& operation, CS_Component& owner, const ComponentKind& kind) {
+  const CS_RCPtr<CS_ClassFactory> factory = owner.getClassFactory(kind.localClass, kind.remoteClass, true);
+  if (!factory) operation.fail(kind.level, kind.withoutFactory);
+  CS_RCPtr<CS_Component> component(factory->newInstance(0));
+  if (!component) operation.fail(kind.level, kind.withoutInstance);
+  return component;
+}
 
 // The same for a component of this module's own class, which is registered under the kind's name.
 template <class Component>

@@ -178,7 +178,7 @@ class PortMonitorLockHold {
 };
 
 // Nobody reads an idle connection, so that an application server which has ended, or was started again, is noticed
-// here: release() then empties the holder. The connection is looked at through a reference of its own.
+// here: release() then empties the holder. The connection is checked through a reference of its own.
 void seeEndOfConnection(const CS_RCPtr<CS_Component>& instance) {
   if (!instance) return;
   const CS_RCPtr<CS_Component> root = instance->getRootOwner();

@@ -1,7 +1,7 @@
 #include "session/client_printer.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
-#include "util/signal.h"
+#include "util/mutex.h"
 
 #include <algorithm>
 #include <functional>

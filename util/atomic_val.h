@@ -26,7 +26,4 @@ class AtomicVal {
   std::atomic<T> m_value{};
 };
 
-extern template class AtomicVal<long>;
-extern template class AtomicVal<void*>;
-
 }  // namespace mg

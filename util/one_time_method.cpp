@@ -17,7 +17,7 @@ std::int32_t OneTimeMethod::run(bool waitForEnd, std::int32_t argument) {
     try {
       runMethod(argument);
     } catch (...) {
-      // Whoever waits must not wait for ever because of it.
+      // Waiting threads must not hang because of it.
       finish();
       throw;
     }

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "util/mutex.h"
-#include "util/signal.h"
-#include "util/status.h"
+#include "util/utl_exception.h"
 
 #include <windows.h>
 
@@ -11,7 +10,7 @@
 
 // Runs a method once, on the first thread that asks for it; all others get its state or wait for its end. A subclass
 // supplies the method. Any thread may call; nobody may be inside when the object is destroyed. The codes are those of
-// util/status.h.
+// util/utl_exception.h.
 class OneTimeMethod {
  public:
   OneTimeMethod() = default;

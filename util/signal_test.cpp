@@ -1,5 +1,3 @@
-#include "util/signal.h"
-
 #include "util/mutex.h"
 
 #include <gtest/gtest.h>

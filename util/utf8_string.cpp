@@ -1,7 +1,5 @@
 #include "util/utf8_string.h"
 
-#include "util/text_buffer.h"
-
 #include <windows.h>
 
 #include <climits>

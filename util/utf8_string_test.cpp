@@ -1,6 +1,5 @@
 #include "util/utf8_string.h"
 
-#include "util/status.h"
 #include "util/utl_exception.h"
 
 #include <climits>

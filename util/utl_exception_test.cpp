@@ -1,7 +1,5 @@
 #include "util/utl_exception.h"
 
-#include "util/status.h"
-
 #include <gtest/gtest.h>
 
 TEST(UtlException, CarriesCodeZeroWhenNoneIsGiven) {

@@ -1,4 +1,3 @@
-#include "util/text_buffer.h"
 #include "util/utl_string.h"
 
 #include <windows.h>
@@ -23,11 +22,11 @@ template <typename Char, typename Fill>
 std::unique_ptr<Char[]> filled(Fill fill) {
   DWORD size = fill(nullptr, 0);
   if (size == 0) throw UTL_Exception(mg::status::kFailure);
-  // Room to spare: the narrow form of ExpandEnvironmentStrings wants one more than it says.
+  // Room to spare: the narrow form of ExpandEnvironmentStrings needs one more than it reports.
   size += 1;
   auto buffer = makeTextBuffer<Char>(size);
   const DWORD written = fill(buffer.get(), size);
-  // What is asked about may have grown in between.
+  // The text may have grown in between.
   if (written == 0 || written > size) throw UTL_Exception(mg::status::kFailure);
   return buffer;
 }

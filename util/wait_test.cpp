@@ -1,7 +1,6 @@
 #include "tests/support/import_seam.h"
 #include "util/mutex.h"
 #include "util/one_time_method.h"
-#include "util/signal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

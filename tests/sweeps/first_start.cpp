@@ -4,7 +4,7 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/program_monitor_c.h"
-#include "monitor/monitor_table.h"
+#include "monitor/entries.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
 

@@ -1,6 +1,5 @@
-#include "jobs/show_printer.h"
-#include "session/cached_printer_list.h"
 #include "session/port_monitor_server.h"
+#include "session/session_printers.h"
 #include "tests/sweeps/sweep.h"
 #include "tests/sweeps/windows_seams.h"
 

@@ -1,6 +1,5 @@
 #include "corvane/components/component_server.h"
 #include "monitor/entries.h"
-#include "monitor/monitor_table.h"
 #include "ports/port_list.h"
 #include "session/port_monitor_server.h"
 #include "session/print_server.h"

@@ -1,5 +1,3 @@
-#include "session/held_port.h"
-
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "ports/port_list.h"

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+class ClientPrintJob;
+
 namespace mg {
 
 // The directory for temporary files, terminated; empty when Windows names none or one too long for it.
@@ -45,11 +47,29 @@ std::wstring fileNameOf(const UTL_String& jobName);
 
 inline constexpr std::size_t kMostKept = 100;
 
-// 16 hexadecimal digits; texts that differ have the same ones once in 2^64 pairs.
-std::wstring digitsOf(const std::wstring& text);
-
 // Whether a file's name, without its directory, is one that appendTemporaryPath() gives the collected data, the PDF or
 // the log of some printer's job. Nothing else passes: no other ending, number or character.
 bool isTemporaryName(std::wstring_view name);
+
+// A process that ends in the middle of a job, as a killed spooler does, leaves the job's temporary files behind: what
+// was collected, the PDF, the converter's log. The next start of the module removes them.
+//
+// A file is removed when its name is exactly one that the module gives, it is a plain file with no other name, nobody
+// has it open, it was last written more than a day ago, and no process of this machine has marked the job of that name
+// as alive. The mark decides: a job's file is closed between two writes of an application that takes its time, and a
+// clock may jump. The day is for jobs whose mark could not be made.
+
+// Marks a job whose files have been named as alive until the job is destroyed or its process ends, however it ends.
+// Without memory or handles the job goes on without the mark.
+void markAlive(ClientPrintJob& job) noexcept;
+
+// Removes what ended processes have left in the folder for temporary files, as the process and not as the user whom the
+// thread impersonates. Ends after kMostLookedAt names that look like those of jobs, or kMostMilliseconds, whichever
+// comes first; the rest is for the next start. Nothing fails because of it, and the thread's last error stays. The log
+// gets a line with the number of removed files.
+void removeLeftoverFiles() noexcept;
+
+inline constexpr int kMostLookedAt = 10000;
+inline constexpr int kMostMilliseconds = 1000;
 
 }  // namespace mg

@@ -1,6 +1,0 @@
-#include "session/client_printer.h"
-
-ClientPrinter::~ClientPrinter() {
-  delete[] extraData;
-  extraData = nullptr;
-}
