@@ -1,5 +1,4 @@
-#include "client/file_name.h"
-
+#include "client/job_file.h"
 #include "corvane/base/text.h"
 
 #include <cstdint>

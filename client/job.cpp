@@ -1,6 +1,5 @@
 #include "client/job.h"
 
-#include "client/file_name.h"
 #include "programs/text.h"
 
 #include <exception>

@@ -5,7 +5,6 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "programs/text.h"
-#include "server/access.h"
 
 #include <system_error>
 

@@ -35,7 +35,7 @@ class ConnectionList {
   ConnectionList& operator=(const ConnectionList&) = delete;
 
   // Carries out the handshake and serves the connection, on a thread of its own. A peer that had to prove who it is
-  // gets the components that such a peer may have (server/access.h).
+  // gets the components that such a peer may have (server/places.h).
   // Throws std::bad_alloc; the connection is closed then.
   void serve(corvane::Socket socket);
   // Ends every connection, whatever its peer does, and waits for their threads; connections accepted afterwards are

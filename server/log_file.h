@@ -36,7 +36,6 @@ class AppendFile {
 
  private:
   static constexpr std::intptr_t kNone = -1;
-  std::error_code openAs(const std::filesystem::path& path, bool makeNew);
 
   std::intptr_t m_handle = kNone;  // a descriptor, or a handle of Windows
 };

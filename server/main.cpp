@@ -12,12 +12,16 @@
 #include "server/offered_classes.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
-#include "server/system.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <memory>
 #include <new>
+
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
 
 namespace {
 
@@ -53,6 +57,22 @@ bool openKeys(const std::string& folder, std::unique_ptr<corvane::KeyFolder>& ke
   return false;
 }
 
+// Makes this process have so many descriptors, as far as the system lets it, and returns how many it may have. Windows
+// does not count them.
+std::size_t provideDescriptors(std::size_t wanted) {
+#ifndef _WIN32
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return wanted;
+  if (limit.rlim_cur < wanted) {
+    limit.rlim_cur = std::min<rlim_t>(wanted, limit.rlim_max);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+  }
+  wanted = std::min<rlim_t>(limit.rlim_cur, wanted);
+#endif
+  return wanted;
+}
+
 // The bounds of the connections, of which some places are kept apart, whatever the options say.
 aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   aps::Places places;
@@ -62,7 +82,7 @@ aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   // Besides: the log, keys, the file of sessions, started programs, and connections that are about to end.
   constexpr std::size_t kOthers = 128;
   const std::size_t wanted = places.all + kOthers;
-  const std::size_t available = aps::provideDescriptors(wanted);
+  const std::size_t available = provideDescriptors(wanted);
   if (available < wanted) {
     places.all = available > 2 * kOthers ? available - kOthers : available / 2;
     log.failure(

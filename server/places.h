@@ -1,5 +1,7 @@
 #pragma once
 
+#include "corvane/trust/key.h"
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -17,6 +19,12 @@ enum class Room { kArriving, kClients, kMonitor, kAdministration };
 std::optional<Room> roomFor(const std::wstring& className);
 // For a line of the log: "print clients".
 const char* nameOf(Room room);
+
+// Why a peer that has proven who it is may not have a component of that class; empty when it may. A session's print
+// client registers its session and nothing else; everything else is the monitor's.
+std::wstring accessRefusal(const corvane::Identity& peer, const std::wstring& className);
+// Why such a peer may not register that session as its own; empty when it may.
+std::wstring sessionRefusal(const corvane::Identity& peer, int session);
 
 // How many connections there may be at the same time, each with a thread, and how long one may say nothing. The rooms
 // are apart: a full one takes nothing from the others.

@@ -1,11 +1,17 @@
 #include "server/printer_name.h"
 
 #include "corvane/base/text.h"
-#include "server/system.h"
 
 #include <algorithm>
 #include <limits>
 #include <set>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <locale.h>
+#include <wctype.h>
+#endif
 
 namespace aps {
 namespace {
@@ -71,9 +77,32 @@ std::wstring localPrinterName(const std::wstring& clientName, int session) {
   return name + end;
 }
 
+// Each letter becomes a capital one, letter by letter and without the rules of any language, as the spooler of Windows
+// compares names.
+#ifdef _WIN32
+
 std::wstring foldedName(const std::wstring& name) {
-  return upperCase(name);
+  const auto length = static_cast<int>(name.size());
+  std::wstring upper(name.size(), L'\0');
+  const int made = LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, name.data(), length, upper.data(), length,
+                                 nullptr, nullptr, 0);
+  return made == length ? upper : name;
 }
+
+#else
+
+std::wstring foldedName(const std::wstring& name) {
+  // Part of the C library, whatever locales are installed; without it only the letters A to Z have another case.
+  static const locale_t locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  std::wstring upper = name;
+  for (wchar_t& c : upper) {
+    const auto letter = static_cast<wint_t>(c);
+    c = static_cast<wchar_t>(locale != nullptr ? ::towupper_l(letter, locale) : ::towupper(letter));
+  }
+  return upper;
+}
+
+#endif
 
 std::wstring printersRefusal(const std::vector<Printer>& printers) {
   std::set<std::wstring> seen;

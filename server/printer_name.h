@@ -19,7 +19,8 @@ inline constexpr std::size_t kMaxLocalName = 220;     // characters that a spool
 // and exclamation mark) becomes "-", and the client's part is cut where the whole would be longer than kMaxLocalName.
 std::wstring localPrinterName(const std::wstring& clientName, int session);
 
-// A name for comparisons: two printers of one machine may not differ in the case of their letters only.
+// A name for comparisons: two printers of one machine may not differ in the case of their letters only. Safe from any
+// thread.
 std::wstring foldedName(const std::wstring& name);
 
 // Why these printers cannot be brought along, for a person; empty when they can.

@@ -6,8 +6,8 @@
 #include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/registration.h"
-#include "server/access.h"
 #include "server/log_monitor.h"
+#include "server/places.h"
 #include "server/printer_name.h"
 
 namespace aps {
