@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <stdexcept>
 #include <stdio.h>
 #include <sys/file.h>
@@ -17,12 +18,13 @@ constexpr int kMaxAttempts = 10;  // to create a file that cleaning others take 
 
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path = {}) {
   const int error = errno;
-  throw std::system_error(error, std::generic_category(), what + (path.empty() ? "" : " " + programs::fromPath(path)));
+  throw std::system_error(error, std::generic_category(),
+                          path.empty() ? what : fmt::format("{} {}", what, programs::fromPath(path)));
 }
 
 [[noreturn]] void throwTampered(const std::filesystem::path& path) {
-  throw std::runtime_error("somebody else has changed, moved or removed the unfinished file " +
-                           programs::fromPath(path));
+  throw std::runtime_error(
+      fmt::format("somebody else has changed, moved or removed the unfinished file {}", programs::fromPath(path)));
 }
 
 // Whether the name itself, and not a link of that name, is the open file.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/format.h>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -16,7 +17,7 @@ constexpr std::size_t kMaxWrite = 1024 * 1024;
 
 [[noreturn]] void fail(DWORD error, const char* what, const std::filesystem::path& path = {}) {
   throw std::system_error(static_cast<int>(error), std::system_category(),
-                          what + (path.empty() ? "" : " " + programs::fromPath(path)));
+                          path.empty() ? what : fmt::format("{} {}", what, programs::fromPath(path)));
 }
 
 HANDLE asHandle(std::intptr_t value) {
@@ -63,7 +64,8 @@ bool DiskFile::renameTo(const std::filesystem::path& to) {
   LARGE_INTEGER size = {};
   if (!GetFileSizeEx(asHandle(m_handle), &size)) fail(GetLastError(), "cannot look at", m_path);
   if (static_cast<std::uint64_t>(size.QuadPart) != m_size) {
-    throw std::runtime_error("somebody else has changed the unfinished file " + programs::fromPath(m_path));
+    throw std::runtime_error(
+        fmt::format("somebody else has changed the unfinished file {}", programs::fromPath(m_path)));
   }
   const std::wstring name = std::filesystem::absolute(to).wstring();
   std::vector<unsigned char> buffer(sizeof(FILE_RENAME_INFO) + name.size() * sizeof(wchar_t));

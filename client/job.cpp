@@ -3,6 +3,7 @@
 #include "programs/text.h"
 
 #include <exception>
+#include <fmt/format.h>
 
 namespace printclient {
 
@@ -14,7 +15,7 @@ constexpr std::uint64_t kProgressInPlace = 256 * 1024;         // a new number e
 constexpr std::uint64_t kFirstProgressLine = 4 * 1024 * 1024;  // then each time the size has doubled
 
 std::string bytesText(std::uint64_t bytes) {
-  return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  return fmt::format("{} {}", bytes, bytes == 1 ? "byte" : "bytes");
 }
 
 }  // namespace
@@ -25,10 +26,10 @@ Job::Job(protocol::JobStart ticket, JobOutput& output)
       m_nextProgress(output.reporter().isInPlace() ? kProgressInPlace : kFirstProgressLine) {
   try {
     m_file = std::make_unique<JobFile>(output.folder(), output.nextTemporaryName());
-    const std::string copies = m_ticket.copies > 1 ? ", " + std::to_string(m_ticket.copies) + " copies" : "";
+    const std::string copies = m_ticket.copies > 1 ? fmt::format(", {} copies", m_ticket.copies) : "";
     const std::string printer =
-        m_ticket.printerName.empty() ? "" : " for \"" + programs::oneLine(m_ticket.printerName) + "\"";
-    output.reporter().progress("receiving " + title() + printer + copies);
+        m_ticket.printerName.empty() ? "" : fmt::format(" for {}", programs::quoted(m_ticket.printerName));
+    output.reporter().progress(fmt::format("receiving {}{}{}", title(), printer, copies));
   } catch (const std::exception& failure) {
     fail(kDiskFailure, failure.what());
   }
@@ -37,27 +38,28 @@ Job::Job(protocol::JobStart ticket, JobOutput& output)
 Job::~Job() {
   if (m_ended) return;
   m_file.reset();
-  m_output.reporter().line("dropped " + title() + ": the job was cut after " + bytesText(m_probe.size()) +
-                           ", before its end" + place() +
-                           "; the server says why in a line of its own, unless it has gone itself; print again");
+  m_output.reporter().line(
+      fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a line of its own, "
+                  "unless it has gone itself; print again",
+                  title(), bytesText(m_probe.size()), place()));
 }
 
 std::string Job::title() const {
   const std::wstring& name = m_ticket.documentName.empty() ? m_ticket.jobName : m_ticket.documentName;
-  return name.empty() ? "a job without name" : "\"" + programs::oneLine(name) + "\"";
+  return name.empty() ? "a job without name" : programs::quoted(name);
 }
 
 std::string Job::place() const {
   const std::string printer =
-      m_ticket.printerName.empty() ? "" : "printer \"" + programs::oneLine(m_ticket.printerName) + "\", ";
-  return " (" + printer + "session " + std::to_string(m_output.session()) + ")";
+      m_ticket.printerName.empty() ? "" : fmt::format("printer {}, ", programs::quoted(m_ticket.printerName));
+  return fmt::format(" ({}session {})", printer, m_output.session());
 }
 
 std::string Job::remedy() const {
   switch (m_result) {
     case kDiskFailure:
-      return "; see that the folder " + programs::fromPath(m_output.folder()) +
-             " is there, has room and can be written, and print again";
+      return fmt::format("; see that the folder {} is there, has room and can be written, and print again",
+                         programs::fromPath(m_output.folder()));
     case kNoData:
       return "; the server says why in a line of its own, and its log has more";
     case kIncompletePdf:
@@ -92,7 +94,7 @@ void Job::append(std::span<const unsigned char> bytes) noexcept {
 
 void Job::reportProgress() {
   if (m_probe.size() < m_nextProgress) return;
-  m_output.reporter().progress("receiving " + title() + ": " + bytesText(m_probe.size()));
+  m_output.reporter().progress(fmt::format("receiving {}: {}", title(), bytesText(m_probe.size())));
   m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;
 }
 
@@ -108,7 +110,7 @@ void Job::complete() {
   if (m_probe.size() == 0 && protocol::isCollected(m_ticket.settings)) {
     fail(kNoData, "no data came; the conversion of the job has failed");
   } else if (m_probe.isPdf() && !m_probe.hasPdfEnd()) {
-    fail(kIncompletePdf, "the PDF is cut; its end mark is missing after " + bytesText(m_probe.size()));
+    fail(kIncompletePdf, fmt::format("the PDF is cut; its end mark is missing after {}", bytesText(m_probe.size())));
   } else {
     try {
       const std::string extension = m_probe.extension();
@@ -124,9 +126,10 @@ PrintResult Job::end() {
   m_ended = true;
   m_file.reset();
   if (m_result == kPrinted) {
-    m_output.reporter().line("printed " + title() + ": " + bytesText(m_probe.size()) + " to " + m_fileName + remark());
+    m_output.reporter().line(
+        fmt::format("printed {}: {} to {}{}", title(), bytesText(m_probe.size()), m_fileName, remark()));
   } else {
-    m_output.reporter().line("not printed " + title() + ": " + m_why + place() + remedy());
+    m_output.reporter().line(fmt::format("not printed {}: {}{}{}", title(), m_why, place(), remedy()));
   }
   return m_result;
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fmt/format.h>
 #include <limits>
 #include <stdexcept>
 
@@ -82,9 +83,7 @@ std::string fileNameFor(std::wstring_view documentName, std::wstring_view fallba
 }
 
 std::string numberedName(std::string_view name, std::string_view extension, int number) {
-  std::string result(name);
-  if (number > 1) result += " (" + std::to_string(number) + ")";
-  return result.append(extension);
+  return number > 1 ? fmt::format("{} ({}){}", name, number, extension) : fmt::format("{}{}", name, extension);
 }
 
 namespace {
@@ -93,7 +92,7 @@ namespace {
 constexpr int kMaxAttempts = 1000;
 
 [[noreturn]] void throwNoName(std::string_view name, std::string_view extension) {
-  throw std::runtime_error("there is no free name for \"" + numberedName(name, extension, 1) + "\"");
+  throw std::runtime_error(fmt::format("there is no free name for \"{}\"", numberedName(name, extension, 1)));
 }
 
 }  // namespace

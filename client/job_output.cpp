@@ -5,7 +5,7 @@
 #include "programs/text.h"
 
 #include <array>
-#include <cstdio>
+#include <fmt/format.h>
 #include <system_error>
 #include <vector>
 
@@ -19,13 +19,7 @@ constexpr const char* kSuffix = ".part";
 std::string randomWord() {
   std::array<unsigned char, 8> bytes;
   corvane::fillWithRandom(bytes);
-  std::string word;
-  for (const unsigned char byte : bytes) {
-    char digits[3];
-    std::snprintf(digits, sizeof(digits), "%02x", byte);
-    word += digits;
-  }
-  return word;
+  return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
 }  // namespace
@@ -33,12 +27,11 @@ std::string randomWord() {
 JobOutput::JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter)
     : m_folder(std::move(folder)),
       m_session(session),
-      m_prefix(kPrefix + ("session-" + std::to_string(session)) + "-" + std::to_string(processId) + "-" + randomWord() +
-               "-"),
+      m_prefix(fmt::format("{}session-{}-{}-{}-", kPrefix, session, processId, randomWord())),
       m_reporter(reporter) {}
 
 std::string JobOutput::nextTemporaryName() {
-  return m_prefix + std::to_string(++m_last) + kSuffix;
+  return fmt::format("{}{}{}", m_prefix, ++m_last, kSuffix);
 }
 
 int JobOutput::removeLeftovers() const noexcept try {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <fmt/format.h>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
@@ -24,8 +25,8 @@ constexpr TextKey kTextKeys[] = {{"comment", 1}, {"location", 2},     {"driver",
                                  {"share", 7}};
 
 [[noreturn]] void refuse(std::string_view option, const std::string& why) {
-  throw std::invalid_argument("--printer \"" + std::string(option) + "\": " + why +
-                              "\nAn example: --printer \"Laser-2,driver=HP LaserJet,format=pdf\"");
+  throw std::invalid_argument(fmt::format(
+      "--printer \"{}\": {}\nAn example: --printer \"Laser-2,driver=HP LaserJet,format=pdf\"", option, why));
 }
 
 std::vector<std::string> splitAtCommas(std::string_view text) {
@@ -55,21 +56,21 @@ std::string formatWords() {
 
 protocol::DataFormat readFormat(std::string_view option, const std::string& value) {
   const auto format = protocol::dataFormatOf(value);
-  if (!format) refuse(option, "there is no format \"" + value + "\"; the formats are " + formatWords());
+  if (!format) refuse(option, fmt::format("there is no format \"{}\"; the formats are {}", value, formatWords()));
   return *format;
 }
 
 bool yesOrNo(std::string_view option, const std::string& key, const std::string& value) {
   if (value == "yes") return true;
   if (value == "no") return false;
-  refuse(option, key + " is yes or no, not \"" + value + "\"");
+  refuse(option, fmt::format("{} is yes or no, not \"{}\"", key, value));
 }
 
 int resolutionNumber(std::string_view option, const std::string& value) {
   int number = 0;
   const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
   if (error != std::errc() || end != value.data() + value.size() || number < 1 || number > kMaxResolution) {
-    refuse(option, "resolution is a number from 1 to 100000, not \"" + value + "\"");
+    refuse(option, fmt::format("resolution is a number from 1 to {}, not \"{}\"", kMaxResolution, value));
   }
   return number;
 }
@@ -80,7 +81,7 @@ protocol::Printer parsePrinterOption(std::string_view text) {
   const std::vector<std::string> parts = splitAtCommas(text);
   if (parts.front().empty()) refuse(text, "the printer's name is missing");
   if (const auto equals = parts.front().find('='); equals != std::string::npos && parts.size() == 1) {
-    refuse(text, "the printer's name comes first, before \"" + parts.front() + "\"");
+    refuse(text, fmt::format("the printer's name comes first, before \"{}\"", parts.front()));
   }
   protocol::Printer printer;
   printer.texts[0] = corvane::fromUtf8(parts.front());
@@ -88,12 +89,12 @@ protocol::Printer parsePrinterOption(std::string_view text) {
   for (std::size_t i = 1; i < parts.size(); ++i) {
     const std::size_t equals = parts[i].find('=');
     if (equals == std::string::npos) {
-      refuse(text, "\"" + parts[i] + "\" is not key=value (a comma inside a name or value is written twice)");
+      refuse(text, fmt::format("\"{}\" is not key=value (a comma inside a name or value is written twice)", parts[i]));
     }
     const std::string key = parts[i].substr(0, equals);
     const std::string value = parts[i].substr(equals + 1);
-    if (value.empty()) refuse(text, key + " has no value");
-    if (std::find(seen.begin(), seen.end(), key) != seen.end()) refuse(text, key + " is given twice");
+    if (value.empty()) refuse(text, fmt::format("{} has no value", key));
+    if (std::find(seen.begin(), seen.end(), key) != seen.end()) refuse(text, fmt::format("{} is given twice", key));
     seen.push_back(key);
     const auto* known = std::find_if(std::begin(kTextKeys), std::end(kTextKeys),
                                      [&key](const TextKey& candidate) { return candidate.key == key; });
@@ -106,9 +107,9 @@ protocol::Printer parsePrinterOption(std::string_view text) {
     } else if (key == "resolution") {
       printer.resolution = resolutionNumber(text, value);
     } else {
-      refuse(text, "there is no key \"" + key +
-                       "\"; the keys are driver, format, comment, location, port, manufacturer, model, share, default "
-                       "and resolution");
+      refuse(text, fmt::format("there is no key \"{}\"; the keys are driver, format, comment, location, port, "
+                               "manufacturer, model, share, default and resolution",
+                               key));
     }
   }
   return printer;
@@ -121,14 +122,15 @@ void readServer(const std::string& text, Options& options) {
   const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
   const bool isNumber = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
   if (colon == 0 || !isNumber || std::stoi(port) < 1 || std::stoi(port) > 65535) {
-    throw std::invalid_argument("--server \"" + text + "\" is not host and port; an example is 127.0.0.1:4711");
+    throw std::invalid_argument(
+        fmt::format("--server \"{}\" is not host and port; an example is 127.0.0.1:4711", text));
   }
   std::string host = text.substr(0, colon);
   const bool hasBrackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
   if (hasBrackets) host = host.substr(1, host.size() - 2);
   if (hasBrackets != (host.find(':') != std::string::npos) || host.find_first_of("[]") != std::string::npos) {
-    throw std::invalid_argument("--server \"" + text +
-                                "\" is not host and port; an IPv6 address stands in brackets, as in [::1]:4711");
+    throw std::invalid_argument(fmt::format(
+        "--server \"{}\" is not host and port; an IPv6 address stands in brackets, as in [::1]:4711", text));
   }
   options.host = host;
   options.port = std::stoi(port);
@@ -168,7 +170,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
     result.message = out.str();
   } catch (const std::invalid_argument& error) {
     result.exitCode = 2;
-    result.message = std::string(error.what()) + "\n";
+    result.message = fmt::format("{}\n", error.what());
   }
   return result;
 }

@@ -5,6 +5,8 @@
 #include "programs/text.h"
 #include "protocol/exchange.h"
 
+#include <fmt/format.h>
+
 namespace printclient {
 bool PrintClient::processRequest(CS_InRequest& request) {
   switch (static_cast<protocol::PrintRequest>(request.number())) {
@@ -26,9 +28,10 @@ void PrintClient::startJob(CS_InRequest& request) try {
   m_job = std::make_unique<Job>(protocol::read<protocol::JobStart>(request), *m_output);
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.
-  m_output->reporter().line("not printed: the start of a job cannot be read: " + programs::describe(failure) +
-                            " (session " + std::to_string(m_output->session()) +
-                            "); install the port monitor and the print client of one version");
+  m_output->reporter().line(
+      fmt::format("not printed: the start of a job cannot be read: {} (session {}); install the port monitor and the "
+                  "print client of one version",
+                  programs::describe(failure), m_output->session()));
   throw;
 }
 
@@ -43,8 +46,7 @@ void PrintClient::writeJob(CS_InRequest& request) try {
     }
   }
   if (length < 0 || came != static_cast<std::uint64_t>(length)) {
-    m_job->fail(PrintResult::kBrokenData,
-                "a piece of data of " + std::to_string(length) + " bytes had " + std::to_string(came));
+    m_job->fail(PrintResult::kBrokenData, fmt::format("a piece of data of {} bytes had {}", length, came));
   }
 } catch (...) {
   // Nobody waits for an answer to this request, so the job itself must remember that data are missing.
@@ -59,9 +61,9 @@ void PrintClient::endJob(CS_InRequest& request) {
     result = m_job->end();
     m_job.reset();
   } else {
-    m_output->reporter().line("not printed \"" + programs::oneLine(name) +
-                              "\": the end of a job came without its start (session " +
-                              std::to_string(m_output->session()) + "); print again");
+    m_output->reporter().line(
+        fmt::format("not printed {}: the end of a job came without its start (session {}); print again",
+                    programs::quoted(name), m_output->session()));
   }
   protocol::answer(request, protocol::JobEnd::Answer{result});
 }

@@ -4,6 +4,7 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 
+#include <fmt/format.h>
 #include <memory>
 #include <utility>
 
@@ -46,7 +47,7 @@ std::string Reporter::clearLocked() {
 
 void Reporter::line(const std::string& text) noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_queue.put(clearLocked() + corvane::printable(std::string_view(text)) + "\n");
+  m_queue.put(fmt::format("{}{}\n", clearLocked(), corvane::printable(std::string_view(text))));
 } catch (...) {
 }
 

@@ -5,6 +5,8 @@
 #include "protocol/exchange.h"
 #include "protocol/registration.h"
 
+#include <fmt/format.h>
+
 namespace printclient {
 
 namespace {
@@ -16,7 +18,7 @@ std::string whyText(const std::wstring& cause, const std::wstring& remedy) {
   std::string text = oneLine(cause);
   while (!text.empty() && text.back() == '.')
     text.pop_back();
-  return text + ". " + oneLine(remedy);
+  return fmt::format("{}. {}", text, oneLine(remedy));
 }
 
 }  // namespace
@@ -35,14 +37,14 @@ bool SessionClient::processRequest(CS_InRequest& request) {
 }
 
 void SessionClient::say(const protocol::JobFailed& job) {
-  const std::string document = oneLine(job.document);
-  m_output->reporter().line("the server says why " + (document.empty() ? "a job" : "\"" + document + "\"") + " for \"" +
-                            oneLine(job.printer) + "\" was not printed: " + whyText(job.cause, job.remedy));
+  m_output->reporter().line(fmt::format("the server says why {} for {} was not printed: {}",
+                                        oneLine(job.document).empty() ? "a job" : programs::quoted(job.document),
+                                        programs::quoted(job.printer), whyText(job.cause, job.remedy)));
 }
 
 void SessionClient::say(const protocol::PrinterRefused& printer) {
-  m_output->reporter().line("\"" + oneLine(printer.printer) +
-                            "\" is no printer on the server: " + whyText(printer.cause, printer.remedy));
+  m_output->reporter().line(fmt::format("{} is no printer on the server: {}", programs::quoted(printer.printer),
+                                        whyText(printer.cause, printer.remedy)));
 }
 
 }  // namespace printclient

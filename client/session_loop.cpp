@@ -6,14 +6,15 @@
 #include "programs/text.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <vector>
 
 namespace printclient {
 namespace {
 
 std::string secondsText(std::chrono::milliseconds time) {
   const auto tenths = time.count() / 100;
-  const std::string whole = std::to_string(tenths / 10);
-  return (tenths % 10 == 0 ? whole : whole + "." + std::to_string(tenths % 10)) + " s";
+  return tenths % 10 == 0 ? fmt::format("{} s", tenths / 10) : fmt::format("{}.{} s", tenths / 10, tenths % 10);
 }
 
 bool isAboutKeys(const CS_Exception& failure) {
@@ -25,17 +26,22 @@ bool isAboutKeys(const CS_Exception& failure) {
 int SessionLoop::run() {
   std::chrono::milliseconds wait = kFirstPause;
   while (!isStopping()) {
-    const Outcome outcome = serveOnce();
-    if (isStopping()) break;
-    if (outcome == Outcome::kRefused && !m_wasRegistered) return 1;
-    if (outcome == Outcome::kLost) {
-      wait = kFirstPause;
-      m_lastPause.clear();
-      m_lastTrouble.clear();
+    switch (serveOnce()) {
+      case Outcome::kStopped:
+        continue;
+      case Outcome::kRefused:
+        if (!m_wasRegistered) return 1;
+        break;
+      case Outcome::kLost:
+        wait = kFirstPause;
+        m_lastPause.clear();
+        m_lastTrouble.clear();
+        break;
+      case Outcome::kAway:
+        break;
     }
-    sayOnce(wait == kLongestPause ? "trying again every " + secondsText(wait) : "trying again in " + secondsText(wait),
-            m_lastPause);
-    if (!pause(wait)) break;
+    sayOnce(fmt::format("trying again {} {}", wait == kLongestPause ? "every" : "in", secondsText(wait)), m_lastPause);
+    pause(wait);
     wait = std::min(2 * wait, kLongestPause);
   }
   m_output->reporter().line("printclient stops");
@@ -59,47 +65,45 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
         outcome = Outcome::kLost;
       } else {
         outcome = Outcome::kRefused;
-        sayOnce("the server refuses: " + programs::oneLine(registration.refusal), m_lastTrouble);
+        sayOnce(fmt::format("the server refuses: {}", programs::oneLine(registration.refusal)), m_lastTrouble);
       }
     }
   } catch (const CS_Exception& failure) {
     if (!isStopping()) {
       const bool isIpv6 = m_options.host.find(':') != std::string::npos;
-      sayOnce("the server at " + (isIpv6 ? "[" + m_options.host + "]" : m_options.host) + ":" +
-                  std::to_string(m_options.port) + (isAboutKeys(failure) ? " is not used: " : " is away: ") +
-                  programs::describe(failure),
-              m_lastTrouble);
+      sayOnce(
+          fmt::format("the server at {}:{} is {}: {}", isIpv6 ? fmt::format("[{}]", m_options.host) : m_options.host,
+                      m_options.port, isAboutKeys(failure) ? "not used" : "away", programs::describe(failure)),
+          m_lastTrouble);
     }
     // Only a person can change that; a server that does not prove itself may still be replaced by the right one.
     if (failure.number() == corvane::kKeyNeeded) outcome = Outcome::kRefused;
   }
   CS_Connection::destroy(connection, true);
   hold(nullptr);
-  return outcome;
+  return isStopping() ? Outcome::kStopped : outcome;
 }
 
 void SessionLoop::serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration) {
   Reporter& reporter = m_output->reporter();
   if (!m_wasRegistered) removeLeftovers();
   m_wasRegistered = true;
-  std::string names;
-  for (const auto& name : registration.localNames) {
-    names += (names.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
-  }
-  reporter.line("ready: the server knows " + names);
+  std::vector<std::string> names;
+  for (const auto& name : registration.localNames)
+    names.push_back(programs::quoted(name));
+  reporter.line(fmt::format("ready: the server knows {}", fmt::join(names, ", ")));
   const std::wstring reason = connection.serve();
   if (isStopping()) return;
-  reporter.line("the connection to the server is lost" +
-                (reason.empty() ? std::string() : ": " + programs::oneLine(reason)));
+  reporter.line(
+      fmt::format("the connection to the server is lost{}{}", reason.empty() ? "" : ": ", programs::oneLine(reason)));
 }
 
 void SessionLoop::removeLeftovers() {
   const int files = m_output->removeLeftovers();
   if (files == 0) return;
   m_output->reporter().line(
-      "removed " + std::to_string(files) +
-      (files == 1 ? " unfinished file that an earlier print client" : " unfinished files that earlier print clients") +
-      " left behind in the folder");
+      fmt::format("removed {} unfinished {} left behind in the folder", files,
+                  files == 1 ? "file that an earlier print client" : "files that earlier print clients"));
 }
 
 void SessionLoop::sayOnce(const std::string& text, std::string& last) {
@@ -131,9 +135,9 @@ bool SessionLoop::isStopping() {
   return m_stopping;
 }
 
-bool SessionLoop::pause(std::chrono::milliseconds time) {
+void SessionLoop::pause(std::chrono::milliseconds time) {
   std::unique_lock<std::mutex> guard(m_lock);
-  return !m_changed.wait_for(guard, time, [this] { return m_stopping; });
+  m_changed.wait_for(guard, time, [this] { return m_stopping; });
 }
 
 }  // namespace printclient

@@ -32,14 +32,15 @@ class SessionLoop {
   static_assert(kLongestPause < std::chrono::seconds(5), "a session is to be back within 5 s of its server");
 
  private:
-  enum class Outcome { kLost, kAway, kRefused };
+  enum class Outcome { kLost, kAway, kRefused, kStopped };
 
+  // After stop() the outcome is kStopped, however the connection ended.
   Outcome serveOnce();
   // Returns when the connection has ended.
   void serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration);
   void removeLeftovers();
-  // True when the pause is over, false when the loop is to stop.
-  bool pause(std::chrono::milliseconds time);
+  // Returns when the pause is over, or at once when the loop is to stop.
+  void pause(std::chrono::milliseconds time);
   // Makes the connection the one that stop() ends; false when the loop is to stop already.
   bool hold(const CS_RCPtr<CS_Connection>& connection);
   bool isStopping();

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
+#include <fmt/format.h>
 #include <mutex>
 #include <system_error>
 #include <utility>
@@ -239,7 +240,7 @@ class DescriptorOutput : public LineOutput {
   }
 
   std::string writeLost(std::uint64_t count, const std::string& why) override {
-    return write(std::to_string(count) + (count == 1 ? " line is" : " lines are") + " missing here: " + why + "\n");
+    return write(fmt::format("{} {} missing here: {}\n", count, count == 1 ? "line is" : "lines are", why));
   }
 
  private:

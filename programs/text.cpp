@@ -5,7 +5,8 @@
 #include "corvane/records/messages.h"
 
 #include <algorithm>
-#include <cwchar>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 
 namespace programs {
 
@@ -19,15 +20,14 @@ std::string oneLine(std::wstring_view text) {
 }
 
 std::string quoted(std::wstring_view text) {
-  return "\"" + oneLine(text) + "\"";
+  return fmt::format("\"{}\"", oneLine(text));
 }
 
 std::string describe(const CS_Exception& failure) {
   const std::wstring_view detail = failure.detail();
   if (failure.number() == 0) return oneLine(detail);
-  std::string text = oneLine(corvane::messageText(failure.number()));
-  if (!detail.empty()) text += " " + oneLine(detail);
-  return text;
+  const std::string message = oneLine(corvane::messageText(failure.number()));
+  return detail.empty() ? message : fmt::format("{} {}", message, oneLine(detail));
 }
 
 std::wstring utcText(std::chrono::system_clock::time_point time) {
@@ -35,12 +35,9 @@ std::wstring utcText(std::chrono::system_clock::time_point time) {
   const auto day = floor<days>(time);
   const year_month_day date(day);
   const hh_mm_ss<seconds> clock(floor<seconds>(time - day));
-  wchar_t text[40];
-  std::swprintf(text, std::size(text), L"%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                static_cast<int>(clock.seconds().count()));
-  return text;
+  return fmt::format(L"{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(date.year()),
+                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), clock.hours().count(),
+                     clock.minutes().count(), clock.seconds().count());
 }
 
 namespace {

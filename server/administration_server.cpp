@@ -12,14 +12,15 @@
 #include "server/printer_name.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 
 namespace aps {
 namespace {
 
 std::wstring versionText() {
   const CS_Version& version = protocol::kVersion;
-  return std::to_wstring(version.major) + L"." + std::to_wstring(version.minor) + L"." +
-         std::to_wstring(version.revision) + L"." + std::to_wstring(version.build);
+  return fmt::format(L"{}.{}.{}.{}", version.major, version.minor, version.revision, version.build);
 }
 
 // As the tool sees it.

@@ -6,6 +6,8 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <system_error>
 
 namespace aps {
@@ -41,7 +43,7 @@ void ConnectionList::serve(corvane::Socket socket) {
     const auto arriving = occupantsLocked(Room::kArriving);
     if (arriving.size() >= m_places.arriving || takenLocked() >= m_places.all) leaver = tellOneLocked(arriving);
     if (takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxLeaving) {
-      refusal = "there are " + std::to_string(m_places.all) + " connections, which is the limit; end some";
+      refusal = fmt::format("there are {} connections, which is the limit; end some", m_places.all);
     } else {
       const Position position = m_sessions.emplace(m_sessions.end());
       position->connection = connection;
@@ -53,13 +55,14 @@ void ConnectionList::serve(corvane::Socket socket) {
         position->thread = std::thread([this, position] { run(position); });
       } catch (const std::system_error& failure) {
         m_sessions.erase(position);
-        refusal =
-            std::string("no thread for it: ") + failure.what() + "; end some connections or programs of this machine";
+        refusal = fmt::format("no thread for it: {}; end some connections or programs of this machine", failure.what());
       }
     }
   }
   end(leaver, "it had asked for nothing yet, and its place is needed for one that came later");
-  if (!refusal.empty()) m_log->refusal("the limit of connections", "connection from " + peer + " refused: " + refusal);
+  if (!refusal.empty()) {
+    m_log->refusal("the limit of connections", fmt::format("connection from {} refused: {}", peer, refusal));
+  }
 }
 
 void ConnectionList::run(Position position) noexcept {
@@ -75,9 +78,9 @@ void ConnectionList::run(Position position) noexcept {
       if (failure.number() == corvane::kProtocolViolation) holdBack();
       const bool isAboutKeys = failure.number() == corvane::kNotProven;
       const std::string line =
-          "connection from " + peer + " refused: " + programs::describe(failure) +
-          (isAboutKeys ? "; a program of this system needs the key that stands in the folder of --keys"
-                       : "; the program that made it is none of this system, or of another version");
+          fmt::format("connection from {} refused: {}; {}", peer, programs::describe(failure),
+                      isAboutKeys ? "a program of this system needs the key that stands in the folder of --keys"
+                                  : "the program that made it is none of this system, or of another version");
       const std::lock_guard<std::mutex> guard(m_lock);
       if (!position->isTold && !m_closing) m_log->refusal("greetings", line);
     }
@@ -99,9 +102,9 @@ void ConnectionList::serveOne(Position position) {
   }
   const std::string peer = connection->peerName();
   connection->welcome(m_keys, [this] { holdBack(); });
-  std::string who = "connection from " + peer;
+  std::string who = fmt::format("connection from {}", peer);
   if (const auto& identity = connection->peerIdentity()) {
-    who += ", " + programs::oneLine(identity->name());
+    who += fmt::format(", {}", programs::oneLine(identity->name()));
     const std::lock_guard<std::mutex> guard(m_lock);
     position->who = programs::oneLine(identity->name());
   }
@@ -109,8 +112,9 @@ void ConnectionList::serveOne(Position position) {
     std::wstring refusal = identity ? accessRefusal(*identity, className) : std::wstring();
     if (refusal.empty()) refusal = admit(position, className);
     if (!refusal.empty()) {
-      const std::string kind = identity ? " for " + programs::oneLine(identity->name()) : "";
-      m_log->refusal("classes" + kind, who + ": refused: " + programs::oneLine(refusal));
+      const std::string kind =
+          identity ? fmt::format("classes for {}", programs::oneLine(identity->name())) : "classes";
+      m_log->refusal(kind, fmt::format("{}: refused: {}", who, programs::oneLine(refusal)));
     }
     return refusal;
   });
@@ -118,11 +122,9 @@ void ConnectionList::serveOne(Position position) {
   const std::wstring reason = connection->serve();
   CS_Connection::destroy(connection, true);
   if (reason.empty()) return;
-  const std::string line =
-      "connection from " + peer +
-      (process == connection->peerValues().end() ? std::string()
-                                                 : ", process " + programs::oneLine(process->second) + ",") +
-      " ended: " + programs::oneLine(reason);
+  const bool isKnown = process != connection->peerValues().end();
+  const std::string sender = isKnown ? fmt::format(", process {},", programs::oneLine(process->second)) : "";
+  const std::string line = fmt::format("connection from {}{} ended: {}", peer, sender, programs::oneLine(reason));
   const std::lock_guard<std::mutex> guard(m_lock);
   if (position->isTold) return;
   m_closing ? m_log->line(line) : m_log->refusal("ends of connections", line);
@@ -143,7 +145,7 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (className == CS_Bridge::m_className && ++position->bridges > kMaxBridges) {
-      return L"a connection gets " + std::to_wstring(kMaxBridges) + L" bridges of this server; make another connection";
+      return fmt::format(L"a connection gets {} bridges of this server; make another connection", kMaxBridges);
     }
     if (position->room == *room || (position->room == Room::kMonitor && *room == Room::kAdministration)) return {};
     if (position->room == Room::kClients || (position->room != Room::kArriving && *room == Room::kClients)) {
@@ -164,17 +166,17 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
     if (leaver.connection) position->room = *room;
   }
   if (!leaver.connection) {
-    return L"all places for " + corvane::fromUtf8(nameOf(*room)) + L" are in use; try again when some are free";
+    return fmt::format(L"all places for {} are in use; try again when some are free", corvane::fromUtf8(nameOf(*room)));
   }
-  end(leaver, std::string("all places for ") + nameOf(*room) + " were taken, and it had been silent longest");
+  end(leaver, fmt::format("all places for {} were taken, and it had been silent longest", nameOf(*room)));
   return {};
 }
 
 void ConnectionList::end(const Leaver& leaver, const std::string& why) {
   if (!leaver.connection) return;
   CS_Connection::destroy(leaver.connection, true);
-  m_log->refusal(std::string("places for ") + nameOf(leaver.room),
-                 "connection from " + leaver.peer + " closed: " + why);
+  m_log->refusal(fmt::format("places for {}", nameOf(leaver.room)),
+                 fmt::format("connection from {} closed: {}", leaver.peer, why));
 }
 
 std::size_t ConnectionList::takenLocked() const {
@@ -224,8 +226,7 @@ void ConnectionList::watch() {
     lock.unlock();
     for (const Leaver& leaver : silent) {
       const auto idle = std::chrono::duration_cast<std::chrono::seconds>(*m_places.idleOf(leaver.room));
-      end(leaver, std::string("it is one of ") + nameOf(leaver.room) + ", and was of no use for " +
-                      std::to_string(idle.count()) + " s");
+      end(leaver, fmt::format("it is one of {}, and was of no use for {} s", nameOf(leaver.room), idle.count()));
     }
     silent.clear();
     joinEnded();

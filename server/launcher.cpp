@@ -5,13 +5,16 @@
 
 #include <algorithm>
 #include <exception>
+#include <fmt/format.h>
 
 namespace aps {
 namespace {
 
 std::string described(const Launch& launch) {
-  return "program " + programs::quoted(launch.program) + " with arguments " + programs::quoted(launch.arguments) +
-         (launch.printer.empty() ? "" : " for printer " + programs::quoted(launch.printer));
+  const std::string printer =
+      launch.printer.empty() ? "" : fmt::format(" for printer {}", programs::quoted(launch.printer));
+  return fmt::format("program {} with arguments {}{}", programs::quoted(launch.program),
+                     programs::quoted(launch.arguments), printer);
 }
 
 bool holdsControl(const std::wstring& text) {
@@ -31,7 +34,7 @@ bool Launcher::launch(const Launch& launch) {
 }
 
 void Launcher::refuse(const Launch& launch, const std::string& cause) const {
-  m_log->failure(described(launch) + " was not started: " + cause);
+  m_log->failure(fmt::format("{} was not started: {}", described(launch), cause));
 }
 
 std::string Launcher::refusal(const Launch& launch) const {
@@ -60,8 +63,9 @@ std::string Launcher::start(const Launch& launch) {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_closing) return "aps is stopping; print again when it is back";
     if (m_watches.size() >= m_settings.limit) {
-      return std::to_string(m_settings.limit) +
-             " started programs are running, which is the limit; end some, or start aps with a higher --max-launched";
+      return fmt::format(
+          "{} started programs are running, which is the limit; end some, or start aps with a higher --max-launched",
+          m_settings.limit);
     }
     const Position position = m_watches.emplace(m_watches.end());
     try {
@@ -71,7 +75,7 @@ std::string Launcher::start(const Launch& launch) {
       });
     } catch (const std::exception& failure) {
       m_watches.erase(position);
-      return std::string("no thread to wait for its end: ") + failure.what() + "; end some connections";
+      return fmt::format("no thread to wait for its end: {}; end some connections", failure.what());
     }
   }
   return started.get();
@@ -93,8 +97,8 @@ void Launcher::run(Position position, const Launch& launch, std::promise<std::st
   }
   if (program) {
     try {
-      m_log->line(described(launch) + " was started in session " + std::to_string(launch.session) + ", process " +
-                  std::to_string(program->processId()));
+      m_log->line(fmt::format("{} was started in session {}, process {}", described(launch), launch.session,
+                              program->processId()));
     } catch (...) {  // a line that cannot be made is given up
     }
     outcome.set_value({});
@@ -114,8 +118,8 @@ void Launcher::watch(Position position, const Launch& launch, StartedProgram& pr
   const std::optional<int> code = program.wait();
   if (!code) return;
   try {
-    m_log->line("program " + programs::quoted(launch.program) + " of session " + std::to_string(launch.session) +
-                ", process " + std::to_string(program.processId()) + ", ended with " + std::to_string(*code));
+    m_log->line(fmt::format("program {} of session {}, process {}, ended with {}", programs::quoted(launch.program),
+                            launch.session, program.processId(), *code));
   } catch (...) {
   }
 }

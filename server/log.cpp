@@ -3,6 +3,7 @@
 #include "corvane/base/text.h"
 
 #include <chrono>
+#include <fmt/format.h>
 #include <stdexcept>
 #include <utility>
 
@@ -13,7 +14,7 @@ namespace {
 std::string timed(const std::string& text) {
   char now[64];
   const std::size_t length = corvane::writeLocalTime(now, sizeof now, std::chrono::system_clock::now());
-  std::string line = std::string(now, length) + " " + corvane::printable(std::string_view(text));
+  std::string line = fmt::format("{} {}", std::string_view(now, length), corvane::printable(std::string_view(text)));
   if (line.size() > Log::kLineBytes) {
     std::size_t end = Log::kLineBytes;
     while ((static_cast<unsigned char>(line[end]) & 0xC0) == 0x80)
@@ -39,15 +40,15 @@ class Log::Output : public programs::LineOutput {
   std::string write(const std::string& text) override {
     std::string why = bringOut(text);
     if (!why.empty() && !m_isFailing)
-      m_shared->note("the log cannot be written: " + why + "; its lines are lost until it can");
+      m_shared->note(fmt::format("the log cannot be written: {}; its lines are lost until it can", why));
     m_isFailing = !why.empty();
     return why;
   }
 
   std::string writeLost(std::uint64_t count, const std::string& why) override {
-    const std::string lost = std::to_string(count) + (count == 1 ? " line is" : " lines are") + " missing here: " + why;
+    const std::string lost = fmt::format("{} {} missing here: {}", count, count == 1 ? "line is" : "lines are", why);
     std::string still = write(timed(lost) + "\n");
-    if (still.empty()) m_shared->note("in the log " + lost);
+    if (still.empty()) m_shared->note(fmt::format("in the log {}", lost));
     return still;
   }
 

@@ -2,6 +2,8 @@
 
 #include "programs/text.h"
 
+#include <fmt/format.h>
+
 #ifdef _WIN32
 #include <windows.h>
 
@@ -158,7 +160,7 @@ std::error_code AppendFile::write(std::string_view text, std::size_t& written) {
 std::string LogFile::open() {
   AppendFile opened;
   if (const std::error_code failure = opened.open(m_path)) {
-    return "the log file " + programs::fromPath(m_path) + " cannot be opened: " + failure.message();
+    return fmt::format("the log file {} cannot be opened: {}", programs::fromPath(m_path), failure.message());
   }
   m_file = std::move(opened);
   m_isRegular = m_file.isRegular();
@@ -169,7 +171,7 @@ std::string LogFile::open() {
 
 void LogFile::reopenNow() {
   if (const std::string failure = open(); !failure.empty()) {
-    m_reopenFailure = failure + "; the file that was open before is written on";
+    m_reopenFailure = fmt::format("{}; the file that was open before is written on", failure);
   }
 }
 
@@ -201,8 +203,8 @@ std::string LogFile::makeRoom(std::size_t bytes) {
   if (!m_isRegular || m_size == 0 || m_size + bytes <= m_limit) return {};
   const std::error_code failure = rotate();
   if (!failure || m_size + bytes <= 2 * m_limit) return {};
-  return "the log is full and cannot be renamed to " + programs::fromPath(withSuffix(m_path, ".1")) + ": " +
-         failure.message();
+  return fmt::format("the log is full and cannot be renamed to {}: {}", programs::fromPath(withSuffix(m_path, ".1")),
+                     failure.message());
 }
 
 std::string LogFile::write(const std::string& text) {

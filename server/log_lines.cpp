@@ -1,6 +1,7 @@
 #include "server/log_lines.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace aps {
 
@@ -71,8 +72,7 @@ Repeats::Clock::time_point Repeats::dueAt() const {
 
 Repeats::Line Repeats::summary(const Kind& kind, Clock::time_point now) {
   const auto time = std::chrono::duration_cast<std::chrono::seconds>(now - kind.begin);
-  return {std::to_string(kind.counted) + " more of these within " + std::to_string(time.count()) +
-              " s, the latest: " + kind.latest.text,
+  return {fmt::format("{} more of these within {} s, the latest: {}", kind.counted, time.count(), kind.latest.text),
           kind.latest.isFailure};
 }
 

@@ -4,11 +4,13 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 
+#include <fmt/format.h>
+
 namespace aps {
 
 std::string levelWord(int level) {
   const corvane::LevelWords* known = corvane::wordsOf(level);
-  return known != nullptr ? corvane::toUtf8(known->inServerLog) : "level " + std::to_string(level);
+  return known != nullptr ? corvane::toUtf8(known->inServerLog) : fmt::format("level {}", level);
 }
 
 bool meansFailure(int level) {
@@ -16,14 +18,18 @@ bool meansFailure(int level) {
   return known != nullptr && known->meansFailure;
 }
 
+void logNotServed(Log& log, const std::string& who, int request, const std::string& cause) {
+  log.refusal("requests", fmt::format("{} {} was not served: {}", who, request, cause));
+}
+
 void LogMonitor::write(const CS_Record& record) noexcept try {
-  const std::string line = "aps: " + levelWord(record.level) + ": " + programs::oneLine(record.text);
+  const std::string line = fmt::format("aps: {}: {}", levelWord(record.level), programs::oneLine(record.text));
   meansFailure(record.level) ? m_log->failure(line) : m_log->line(line);
 } catch (...) {
 }
 
 void LogMonitor::notify(const CS_Notice& notice) noexcept try {
-  m_log->line("aps: " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line));
+  m_log->line(fmt::format("aps: {}: {}", programs::oneLine(notice.kind), programs::oneLine(notice.line)));
 } catch (...) {
 }
 

@@ -31,6 +31,9 @@ class LogMonitor : public CS_ProgramMonitor {
   std::shared_ptr<Log> m_log;
 };
 
+// The line of a request that was not served.
+void logNotServed(Log& log, const std::string& who, int request, const std::string& cause);
+
 // Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
 // nobody else would learn that the request was lost. Such lines are counted together, whoever sent the request.
 template <class Serve>
@@ -38,11 +41,10 @@ bool logThrown(Log& log, const std::string& who, const CS_InRequest& request, Se
   try {
     return serve();
   } catch (const CS_Exception& failure) {
-    log.refusal("requests",
-                who + " " + std::to_string(request.number()) + " was not served: " + programs::describe(failure));
+    logNotServed(log, who, request.number(), programs::describe(failure));
     throw;
   } catch (...) {
-    log.refusal("requests", who + " " + std::to_string(request.number()) + " was not served: out of memory");
+    logNotServed(log, who, request.number(), "out of memory");
     throw;
   }
 }

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <fmt/format.h>
 #include <functional>
 #include <memory>
 #include <new>
@@ -85,26 +86,28 @@ aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   const std::size_t available = provideDescriptors(wanted);
   if (available < wanted) {
     places.all = available > 2 * kOthers ? available - kOthers : available / 2;
-    log.failure(
-        "this process may have only " + std::to_string(available) + " descriptors instead of " +
-        std::to_string(wanted) + ": it serves at most " + std::to_string(places.all) +
-        " connections; raise the limit on open files of its account (ulimit -n, LimitNOFILE=) and start it again");
+    log.failure(fmt::format(
+        "this process may have only {} descriptors instead of {}: it serves at most {} connections; raise the limit on "
+        "open files of its account (ulimit -n, LimitNOFILE=) and start it again",
+        available, wanted, places.all));
   }
   return places;
 }
 
 void logStart(aps::Log& log, const std::string& address, const std::string& keys) {
-  log.line("aps listens on " + address);
+  log.line(fmt::format("aps listens on {}", address));
   log.line(!keys.empty()
-               ? "peers must prove that they have their key in " + keys
+               ? fmt::format("peers must prove that they have their key in {}", keys)
                : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
                  "start aps with --keys to change that");
 }
 
 void serveUntilStopped(corvane::Listener& listener, aps::ConnectionList& connections, aps::Log& log) {
   listener.onShortage([&log](const std::wstring& why) {
-    log.refusal("descriptors", "a connection was turned away: " + programs::oneLine(why) +
-                                   "; raise the limit on open files (ulimit -n, LimitNOFILE=), or end connections");
+    log.refusal("descriptors",
+                fmt::format("a connection was turned away: {}; raise the limit on open files (ulimit -n, "
+                            "LimitNOFILE=), or end connections",
+                            programs::oneLine(why)));
   });
   while (auto socket = listener.accept()) {
     try {
@@ -143,7 +146,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
       },
       corvane::Patience().faster(options.pace));
   logStart(*log, listener->address(), options.keys);
-  said.put("aps listens on " + listener->address() + "\n");
+  said.put(fmt::format("aps listens on {}\n", listener->address()));
 
   serveUntilStopped(*listener, connections, *log);
 

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <fmt/format.h>
 #include <sstream>
 
 namespace aps {
@@ -12,10 +13,11 @@ std::string listenRefusal(const std::string& address) {
   const std::string port = colon == std::string::npos ? "" : address.substr(colon + 1);
   const bool isNumber = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
   if (!isNumber || std::stoul(port) > 65535) {
-    return "\"" + address + "\" is not an address and port; an example is 127.0.0.1:4711 (port 0 takes any free port)";
+    return fmt::format("\"{}\" is not an address and port; an example is 127.0.0.1:4711 (port 0 takes any free port)",
+                       address);
   }
   if (host != "127.0.0.1" && host != "[::1]") {
-    return "aps listens on this machine's own addresses only, 127.0.0.1 or [::1], not on \"" + host + "\"";
+    return fmt::format("aps listens on this machine's own addresses only, 127.0.0.1 or [::1], not on \"{}\"", host);
   }
   return "";
 }
@@ -94,7 +96,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   options.limits.clientWait = std::chrono::seconds(clientWaitSeconds);
   if (std::string refusal = listenRefusal(options.listen); !refusal.empty()) {
     result.exitCode = 2;
-    result.message = "--listen: " + refusal + "\n";
+    result.message = fmt::format("--listen: {}\n", refusal);
   }
   return result;
 }

@@ -5,6 +5,8 @@
 #include "corvane/components/program_monitor_c.h"
 #include "protocol/names.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <map>
 
 namespace aps {
@@ -36,13 +38,13 @@ const char* nameOf(Room room) {
 std::wstring accessRefusal(const corvane::Identity& peer, const std::wstring& className) {
   const bool isRegistration = className == protocol::kSessionHostClass;
   if (peer.isMonitor() != isRegistration) return {};
-  return L"components of the class " + className + (isRegistration ? L" are for sessions" : L" are for the monitor") +
-         L" only, and this peer is " + peer.name();
+  return fmt::format(L"components of the class {} are for {} only, and this peer is {}", className,
+                     isRegistration ? L"sessions" : L"the monitor", peer.name());
 }
 
 std::wstring sessionRefusal(const corvane::Identity& peer, int session) {
   if (!peer.isMonitor() && peer.sessionNumber() == session) return {};
-  return L"this print client has the key of " + peer.name() + L", not of session-" + std::to_wstring(session);
+  return fmt::format(L"this print client has the key of {}, not of session-{}", peer.name(), session);
 }
 
 std::size_t Places::limitOf(Room room) const {

@@ -12,6 +12,9 @@
 #include "server/log_monitor.h"
 #include "server/printer_name.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
 namespace aps {
 namespace {
 
@@ -44,8 +47,9 @@ bool PortMonitorClient::hasGivenUp() {
 std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
   const SessionTable& sessions = m_application->sessions;
   if (sessions.isExpected(printerName)) {
-    m_application->log->line("printer " + programs::quoted(printerName) + " was asked for by process " + peerProcess() +
-                             "; the answer waits for its print client, which may be on its way back");
+    m_application->log->line(fmt::format(
+        "printer {} was asked for by process {}; the answer waits for its print client, which may be on its way back",
+        programs::quoted(printerName), peerProcess()));
   }
   const auto mark = m_application->jobs.wait(getConnection());
   auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
@@ -56,7 +60,7 @@ std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::ws
 }
 
 bool PortMonitorClient::processRequest(CS_InRequest& request) {
-  return logThrown(*m_application->log, "process " + peerProcess() + ": request", request,
+  return logThrown(*m_application->log, fmt::format("process {}: request", peerProcess()), request,
                    [&] { return serve(request); });
 }
 
@@ -83,8 +87,8 @@ void PortMonitorClient::attachPrintJobToSession(CS_InRequest& request) {
   protocol::AttachJob::Answer answer;
   const std::string cause = attach(job, answer.versions);
   if (!cause.empty()) {
-    m_application->log->failure("job refused: printer " + programs::quoted(job.printer) + ", process " +
-                                std::to_string(job.processId) + ": " + cause);
+    m_application->log->failure(
+        fmt::format("job refused: printer {}, process {}: {}", programs::quoted(job.printer), job.processId, cause));
   }
   protocol::answer(request, answer);
 }
@@ -94,36 +98,35 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
   const auto found = awaitPrinter(printerName);
   if (!found) return unknownPrinter();
   if (!found->client) {
-    return "session " + std::to_string(found->session) + " has no print client; start one and print again";
+    return fmt::format("session {} has no print client; start one and print again", found->session);
   }
   const CS_RCPtr<CS_Component> component = getRootOwner()->getChild(static_cast<std::uint32_t>(request.bridge));
   const CS_RCPtr<CS_BridgeRouter> bridge(dynamic_cast<CS_BridgeRouter*>(component.get()));
   if (!bridge) return "the request names no bridge of its connection; the port monitor is not of this version";
   if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor is not of this version";
 
-  const std::string job = "printer " + programs::quoted(printerName) + ", session " + std::to_string(found->session) +
-                          ", process " + std::to_string(request.processId);
+  const std::string job = fmt::format("printer {}, session {}, process {}", programs::quoted(printerName),
+                                      found->session, request.processId);
   auto mark = m_application->jobs.begin(found->session, getConnection());
   if (!mark) {
-    return "session " + std::to_string(found->session) + " has " +
-           std::to_string(m_application->jobs.limitOfOneSession()) +
-           " jobs in progress, which is the limit; print again when some have ended";
+    return fmt::format("session {} has {} jobs in progress, which is the limit; print again when some have ended",
+                       found->session, m_application->jobs.limitOfOneSession());
   }
   bridge->onEnd([application = m_application, job, printerName, mark](const CS_BridgeRouter::Ending& ending) {
     jobEnded(*application, job, printerName, ending);
   });
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
-  m_application->log->line("job attached: " + job);
+  m_application->log->line(fmt::format("job attached: {}", job));
   switch (bridge->routeTo(found->client)) {
     case CS_BridgeRouter::Routing::kMade:
       break;
     case CS_BridgeRouter::Routing::kGone:
-      return "the print client of session " + std::to_string(found->session) +
-             " has just gone; print again when it is back";
+      return fmt::format("the print client of session {} has just gone; print again when it is back", found->session);
     case CS_BridgeRouter::Routing::kFull:
-      return "as many jobs run at once as may, here or for session " + std::to_string(found->session) +
-             "; print again when one of them has ended";
+      return fmt::format(
+          "as many jobs run at once as may, here or for session {}; print again when one of them has ended",
+          found->session);
   }
   client = found->versions;
   m_application->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
@@ -132,35 +135,34 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
 
 void PortMonitorClient::jobEnded(Application& application, const std::string& job, const std::wstring& printer,
                                  const CS_BridgeRouter::Ending& ending) {
-  const std::string passed = job + ": " + std::to_string(ending.bytes) + " bytes passed on; ";
+  const std::string passed = fmt::format("{}: {} bytes passed on", job, ending.bytes);
   if (ending.answered == static_cast<int>(protocol::JobEnd::kNumber)) {
-    application.log->line("job ended: " + passed + "the print client has answered its end");
+    application.log->line(fmt::format("job ended: {}; the print client has answered its end", passed));
     return;
   }
   if (ending.madeHere && application.shownJobs.take(foldedName(printer))) {
-    application.log->line("job ended: " + passed + "a program was started to show it instead");
+    application.log->line(fmt::format("job ended: {}; a program was started to show it instead", passed));
     return;
   }
+  const std::wstring reason = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);
   if (ending.madeHere) {
     application.clientNews.jobCut(printer,
-                                  L"the print spooler of the server left before the job's end" +
-                                      (ending.reason.empty() ? std::wstring() : L" (" + ending.reason + L")"),
+                                  fmt::format(L"the print spooler of the server left before the job's end{}", reason),
                                   L"Print again; when that fails too, the port monitor's log on the server says more.");
   }
-  const std::string why = ending.reason.empty() ? "" : " (" + programs::oneLine(ending.reason) + ")";
+  const std::string why = ending.reason.empty() ? "" : fmt::format(" ({})", programs::oneLine(ending.reason));
   application.log->failure(
-      "job cut: " + passed +
-      (ending.madeHere
-           ? "the port monitor left before its end" + why + "; its log says what failed there, then print again"
-           : "the session's print client has gone before its end" + why + "; start it and print again"));
+      fmt::format("job cut: {}; {} before its end{}; {}", passed,
+                  ending.madeHere ? "the port monitor left" : "the session's print client has gone", why,
+                  ending.madeHere ? "its log says what failed there, then print again" : "start it and print again"));
 }
 
 void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
   const std::wstring name = protocol::read<protocol::PrinterInfo>(request).printer;
   auto found = awaitPrinter(name);
   if (!found) {
-    m_application->log->failure("printer " + programs::quoted(name) + " was asked for by process " + peerProcess() +
-                                ": " + unknownPrinter());
+    m_application->log->failure(fmt::format("printer {} was asked for by process {}: {}", programs::quoted(name),
+                                            peerProcess(), unknownPrinter()));
   }
   protocol::PrinterInfo::Answer answer;
   if (found) answer.printer = std::move(found->printer);

@@ -3,6 +3,8 @@
 #include "corvane/base/text.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <limits>
 #include <set>
 
@@ -24,8 +26,8 @@ bool isForbiddenToSpoolers(wchar_t c) {
   return c == L'\\' || c == L',' || c == L'!';
 }
 
-std::wstring numberOf(protocol::DataFormat format) {
-  return std::to_wstring(static_cast<int>(format));
+int numberOf(protocol::DataFormat format) {
+  return static_cast<int>(format);
 }
 
 // "1 (raw), 2 (PostScript) and 3 (PDF)".
@@ -33,7 +35,7 @@ std::wstring knownFormats() {
   std::wstring list;
   for (const protocol::DataFormatNames& names : protocol::kDataFormats) {
     if (!list.empty()) list += &names == &protocol::kDataFormats.back() ? L" and " : L", ";
-    list += numberOf(names.format) + L" (" + std::wstring(names.name) + L")";
+    list += fmt::format(L"{} ({})", numberOf(names.format), names.name);
   }
   return list;
 }
@@ -42,14 +44,14 @@ std::wstring nameRefusal(const std::wstring& name) {
   if (name.empty()) return L"a printer has no name";
   const std::size_t length = corvane::toUtf16(name).size();
   if (length > kMaxPrinterName) {
-    return L"the printer name \"" + name.substr(0, 40) + L"...\" has " + std::to_wstring(length) +
-           L" characters, the limit is " + std::to_wstring(kMaxPrinterName);
+    return fmt::format(L"the printer name \"{}...\" has {} characters, the limit is {}", name.substr(0, 40), length,
+                       kMaxPrinterName);
   }
   if (std::any_of(name.begin(), name.end(), isControl)) {
-    return L"the printer name \"" + name + L"\" holds a control character";
+    return fmt::format(L"the printer name \"{}\" holds a control character", name);
   }
   if (name.front() == L' ' || name.back() == L' ') {
-    return L"the printer name \"" + name + L"\" begins or ends with a blank";
+    return fmt::format(L"the printer name \"{}\" begins or ends with a blank", name);
   }
   return L"";
 }
@@ -59,8 +61,8 @@ std::wstring textRefusal(const Printer& printer) {
   for (const auto& text : printer.texts) {
     const std::size_t length = text ? corvane::toUtf16(*text).size() : 0;
     if (length > kMaxPrinterText) {
-      return L"the printer \"" + printer.name() + L"\" has a description of " + std::to_wstring(length) +
-             L" characters, the limit is " + std::to_wstring(kMaxPrinterText) + L"; shorten it";
+      return fmt::format(L"the printer \"{}\" has a description of {} characters, the limit is {}; shorten it",
+                         printer.name(), length, kMaxPrinterText);
     }
   }
   return L"";
@@ -69,7 +71,7 @@ std::wstring textRefusal(const Printer& printer) {
 }  // namespace
 
 std::wstring localPrinterName(const std::wstring& clientName, int session) {
-  const std::wstring end = L" (session " + std::to_wstring(session) + L")";
+  const std::wstring end = fmt::format(L" (session {})", session);
   std::wstring name = clientName;
   std::replace_if(name.begin(), name.end(), isForbiddenToSpoolers, L'-');
   while (corvane::toUtf16(name).size() + end.size() > kMaxLocalName)
@@ -112,11 +114,11 @@ std::wstring printersRefusal(const std::vector<Printer>& printers) {
     if (std::wstring refusal = textRefusal(printer); !refusal.empty()) return refusal;
     // Names that differ on the client may be one here.
     if (!seen.insert(foldedName(localPrinterName(name, std::numeric_limits<int>::max()))).second) {
-      return L"the printer \"" + name + L"\" is there twice; give each printer a name of its own";
+      return fmt::format(L"the printer \"{}\" is there twice; give each printer a name of its own", name);
     }
     if (protocol::namesOf(printer.format) == nullptr) {
-      return L"the printer \"" + name + L"\" has the format value " + numberOf(printer.format) + L"; " +
-             knownFormats() + L" exist";
+      return fmt::format(L"the printer \"{}\" has the format value {}; {} exist", name, numberOf(printer.format),
+                         knownFormats());
     }
   }
   return L"";

@@ -7,6 +7,8 @@
 #include "protocol/administration.h"
 #include "server/log_monitor.h"
 
+#include <fmt/format.h>
+
 namespace aps {
 namespace {
 
@@ -21,16 +23,16 @@ std::wstring valueOf(const CS_Notice& notice, std::wstring_view wanted) {
 }  // namespace
 
 bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
-  return logThrown(*m_application->log, m_process + ": request", request, [&] { return serve(request); });
+  return logThrown(*m_application->log, fmt::format("{}: request", m_process), request, [&] { return serve(request); });
 }
 
 bool ProgramMonitorServer::serve(CS_InRequest& request) {
   switch (request.number()) {
     case CS_ProgramMonitor_c::kSetProcessInfo: {
       const int processId = request.readInt();
-      m_process = programs::oneLine(request.readUTF()) + " " + std::to_string(processId);
+      m_process = fmt::format("{} {}", programs::oneLine(request.readUTF()), processId);
       m_isIntroduced = true;
-      m_application->log->line(m_process + ": connected");
+      m_application->log->line(fmt::format("{}: connected", m_process));
       request.reply().writeBoolean(true);
       request.sendReply();
       return true;
@@ -52,8 +54,8 @@ bool ProgramMonitorServer::serve(CS_InRequest& request) {
 }
 
 void ProgramMonitorServer::takeRecord(int level, int report, const std::string& text) {
-  const std::string group = report != 0 ? " #" + std::to_string(report) : "";
-  const std::string line = m_process + group + ": " + levelWord(level) + ": " + text;
+  const std::string group = report != 0 ? fmt::format(" #{}", report) : "";
+  const std::string line = fmt::format("{}{}: {}: {}", m_process, group, levelWord(level), text);
   // An exception as a rule repeats the failure that it was thrown for.
   const bool repeats = level == corvane::kLevelException && report == m_lastReport && text == m_lastFailure;
   if (!meansFailure(level) || repeats) {
@@ -69,7 +71,7 @@ void ProgramMonitorServer::takeRecord(int level, int report, const std::string& 
 std::string ProgramMonitorServer::senderOf(const CS_Notice& notice) const {
   if (m_isIntroduced) return m_process;
   const std::wstring process = valueOf(notice, L"process");
-  return process.empty() ? m_process : "process " + programs::oneLine(process);
+  return process.empty() ? m_process : fmt::format("process {}", programs::oneLine(process));
 }
 
 void ProgramMonitorServer::tellClient(const CS_Notice& notice) {
@@ -88,10 +90,10 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   notice.line = request.readUTF();
   const int count = request.readInt();
   if (count < 0 || count > CS_Notice::kMaxValues) {
-    m_application->log->refusal(
-        "notices", m_process + ": a notice was refused: it has " + std::to_string(count) + " values, the limit is " +
-                       std::to_string(CS_Notice::kMaxValues) +
-                       "; the sender is not of this version: " + programs::oneLine(notice.line));
+    m_application->log->refusal("notices",
+                                fmt::format("{}: a notice was refused: it has {} values, the limit is {}; the sender "
+                                            "is not of this version: {}",
+                                            m_process, count, CS_Notice::kMaxValues, programs::oneLine(notice.line)));
     return;
   }
   for (int i = 0; i < count; ++i) {
@@ -99,7 +101,7 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
     notice.values.emplace_back(std::move(name), request.readUTF());
   }
   const std::string line =
-      senderOf(notice) + ": " + programs::oneLine(notice.kind) + ": " + programs::oneLine(notice.line);
+      fmt::format("{}: {}: {}", senderOf(notice), programs::oneLine(notice.kind), programs::oneLine(notice.line));
   const std::wstring result = valueOf(notice, L"result");
   const bool failed = result == L"failed" || result == L"refused";
   failed ? m_application->log->failure(line) : m_application->log->line(line);

@@ -10,14 +10,21 @@
 #include "server/places.h"
 #include "server/printer_name.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
 namespace aps {
 namespace {
 
 std::string quotedList(const std::vector<std::wstring>& names) {
-  std::string list;
+  std::vector<std::string> list;
   for (const std::wstring& name : names)
-    list += (list.empty() ? "\"" : ", \"") + programs::oneLine(name) + "\"";
-  return list;
+    list.push_back(programs::quoted(name));
+  return fmt::format("{}", fmt::join(list, ", "));
+}
+
+std::string nameOf(int session) {
+  return fmt::format("session {}", session);
 }
 
 }  // namespace
@@ -37,9 +44,9 @@ void SessionHost::leave() noexcept try {
   if (m_session == 0) return;
   m_application->clientNews.leave(m_client);
   if (m_application->sessions.leave(m_session, m_client)) {
-    const std::string name = "session " + std::to_string(m_session);
-    m_application->log->repeatable(name,
-                                   name + ": the print client has gone; its printers stay known until it comes back");
+    const std::string name = nameOf(m_session);
+    m_application->log->repeatable(
+        name, fmt::format("{}: the print client has gone; its printers stay known until it comes back", name));
   }
   m_session = 0;
 } catch (...) {
@@ -68,7 +75,7 @@ SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> pri
   const std::lock_guard<std::mutex> guard(m_lock);
   if (m_released) throw CS_Exception(corvane::kConnectionLost, nullptr);
   if (m_session != 0) {
-    admission.refusal = L"this print client serves session " + std::to_wstring(m_session) + L" already";
+    admission.refusal = fmt::format(L"this print client serves session {} already", m_session);
   } else if (const auto& peer = client->peerIdentity(); peer) {
     admission.refusal = sessionRefusal(*peer, session);
   }
@@ -84,20 +91,20 @@ SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> pri
 }
 
 void SessionHost::answer(CS_InRequest& request, int session, const SessionTable::Admission& admission) {
-  const std::string name = "session " + std::to_string(session);
+  const std::string name = nameOf(session);
   if (admission.accepted()) {
     if (admission.forgotten) {
       m_application->log->refusal(
           "forgotten sessions",
-          "session " + std::to_string(*admission.forgotten) +
-              " and its printers were forgotten to make room for session " + std::to_string(session) +
-              "; they are known again when its print client comes back; aps remembers more with a "
-              "higher --max-sessions");
+          fmt::format("{} and its printers were forgotten to make room for {}; they are known again when its print "
+                      "client comes back; aps remembers more with a higher --max-sessions",
+                      nameOf(*admission.forgotten), name));
     }
-    m_application->log->repeatable(name, name + ": a print client brings " + quotedList(admission.localNames));
+    m_application->log->repeatable(name,
+                                   fmt::format("{}: a print client brings {}", name, quotedList(admission.localNames)));
   } else {
-    m_application->log->refusal("registrations",
-                                name + ": a print client was refused: " + programs::oneLine(admission.refusal));
+    m_application->log->refusal(
+        "registrations", fmt::format("{}: a print client was refused: {}", name, programs::oneLine(admission.refusal)));
   }
   protocol::answer(request,
                    protocol::Registration::Answer{admission.accepted(), admission.refusal, admission.localNames});

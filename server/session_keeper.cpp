@@ -5,6 +5,7 @@
 #include "server/printer_name.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -126,16 +127,18 @@ void SessionKeeper::readFile() {
     auto sessions = fromMemory(*text, std::chrono::system_clock::now());
     const std::size_t count = sessions.size();
     m_table.remember(std::move(sessions));
-    m_log->line("sessions known from before: " + std::to_string(count) + ", from " + m_name);
+    m_log->line(fmt::format("sessions known from before: {}, from {}", count, m_name));
   } catch (const std::runtime_error& failure) {
-    std::string aside = "; it was set aside as " + m_name + ".damaged";
+    std::string aside = fmt::format("it was set aside as {}.damaged", m_name);
     try {
       m_file.setAside();
     } catch (const std::runtime_error& second) {
-      aside = std::string("; it stays where it is: ") + second.what();
+      aside = fmt::format("it stays where it is: {}", second.what());
     }
-    m_log->failure("the sessions of before are not known, the file " + m_name + " is of no use: " + failure.what() +
-                   aside + ". Each session is known again when its print client comes");
+    m_log->failure(
+        fmt::format("the sessions of before are not known, the file {} is of no use: {}; {}. Each session is "
+                    "known again when its print client comes",
+                    m_name, failure.what(), aside));
   }
 }
 
@@ -157,13 +160,14 @@ void SessionKeeper::run() {
 void SessionKeeper::writeFile() noexcept {
   try {
     m_file.replace(toMemory(m_table.known()));
-    if (m_failed) m_log->line("the sessions are kept in " + m_name + " again");
+    if (m_failed) m_log->line(fmt::format("the sessions are kept in {} again", m_name));
     m_failed = false;
   } catch (const std::exception& failure) {
     if (!m_failed) {
-      m_log->failure("the sessions are not kept in " + m_name + ": " + failure.what() +
-                     "; see that its folder exists and has room. Printing goes on; after a restart of aps each session "
-                     "is known again when its print client comes");
+      m_log->failure(fmt::format(
+          "the sessions are not kept in {}: {}; see that its folder exists and has room. Printing goes on; after a "
+          "restart of aps each session is known again when its print client comes",
+          m_name, failure.what()));
     }
     m_failed = true;
   }

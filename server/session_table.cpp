@@ -3,6 +3,8 @@
 #include "server/printer_name.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 
 namespace aps {
 namespace {
@@ -20,24 +22,25 @@ std::size_t charactersOf(const Printer& printer) {
 }  // namespace
 
 std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers) const {
-  const std::wstring name = L"session " + std::to_wstring(session);
-  if (session < 1) return name + L" does not exist; sessions are numbered from 1";
-  if (printers.empty()) return name + L" brings no printer along";
+  if (session < 1) return fmt::format(L"session {} does not exist; sessions are numbered from 1", session);
+  if (printers.empty()) return fmt::format(L"session {} brings no printer along", session);
   if (printers.size() > m_limits.printers) {
-    return name + L" brings " + std::to_wstring(printers.size()) + L" printers along, the limit is " +
-           std::to_wstring(m_limits.printers);
+    return fmt::format(L"session {} brings {} printers along, the limit is {}", session, printers.size(),
+                       m_limits.printers);
   }
   const auto known = m_sessions.find(session);
   if (known != m_sessions.end() && known->second.client) {
-    return name + L" has a print client already; stop that one first";
+    return fmt::format(L"session {} has a print client already; stop that one first", session);
   }
   if (std::wstring refusal = printersRefusal(printers); !refusal.empty()) return refusal;
   std::size_t characters = 0;
   for (const Printer& printer : printers)
     characters += charactersOf(printer);
   if (characters > m_limits.texts()) {
-    return name + L" describes its printers with " + std::to_wstring(characters) + L" characters, the limit is " +
-           std::to_wstring(m_limits.texts()) + L"; shorten the descriptions, or start aps with a higher --max-printers";
+    return fmt::format(
+        L"session {} describes its printers with {} characters, the limit is {}; shorten the descriptions, or start "
+        L"aps with a higher --max-printers",
+        session, characters, m_limits.texts());
   }
   return L"";
 }
@@ -65,7 +68,7 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   if (!admission.accepted()) return admission;
   if (m_sessions.count(session) == 0 && !makeRoomLocked(admission.forgotten)) {
     admission.refusal =
-        L"this server has " + std::to_wstring(m_limits.sessions) + L" sessions with a print client, which is its limit";
+        fmt::format(L"this server has {} sessions with a print client, which is its limit", m_limits.sessions);
     return admission;
   }
   std::erase_if(m_byName, [session](const auto& item) { return item.second.first == session; });

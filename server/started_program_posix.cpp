@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -70,7 +71,8 @@ class SpawnSettings {
 class PosixProgram : public StartedProgram {
  public:
   PosixProgram(std::array<std::string, 5>& words) : m_wake(eventfd(0, EFD_CLOEXEC)) {
-    if (!m_wake) throw std::runtime_error("no descriptor is left: " + aps::words(errno) + "; end some connections");
+    if (!m_wake)
+      throw std::runtime_error(fmt::format("no descriptor is left: {}; end some connections", aps::words(errno)));
     std::array<char*, 6> arguments{};
     for (std::size_t i = 0; i < words.size(); ++i)
       arguments[i] = words[i].data();
@@ -78,8 +80,9 @@ class PosixProgram : public StartedProgram {
     const int error =
         posix_spawn(&m_id, arguments[0], &settings.m_files, &settings.m_attributes, arguments.data(), environ);
     if (error != 0) {
-      throw std::runtime_error("the command \"" + words[0] + "\" does not start: " + aps::words(error) +
-                               "; --launch-command must name a program that aps may run");
+      throw std::runtime_error(
+          fmt::format("the command \"{}\" does not start: {}; --launch-command must name a program that aps may run",
+                      words[0], aps::words(error)));
     }
     m_process.reset(static_cast<int>(syscall(SYS_pidfd_open, m_id, 0)));
   }

@@ -5,6 +5,8 @@
 #include <windows.h>
 
 #include <array>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <stdexcept>
 #include <userenv.h>
 #include <wtsapi32.h>
@@ -25,7 +27,7 @@ using Environment = UniqueHandle<EnvironmentTraits>;
 // The last error with what failed and what to do about it.
 [[noreturn]] void refuse(const std::string& cause, const std::string& remedy) {
   const DWORD error = GetLastError();
-  throw std::runtime_error(cause + ", error " + std::to_string(error) + "; " + remedy);
+  throw std::runtime_error(fmt::format("{}, error {}; {}", cause, error, remedy));
 }
 
 std::wstring systemFolder() {
@@ -39,20 +41,20 @@ class WindowsProgram : public StartedProgram {
  public:
   explicit WindowsProgram(const Launch& launch) : m_wake(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     if (!m_wake) refuse("no event can be made", "end some connections");
-    const std::string session = "session " + std::to_string(launch.session);
+    const std::string session = fmt::format("session {}", launch.session);
     mg::ObjectHandle user;
     if (!WTSQueryUserToken(static_cast<ULONG>(launch.session), user.receive())) {
-      refuse("the system does not give the user of " + session,
+      refuse(fmt::format("the system does not give the user of {}", session),
              "aps must run as the local system account, and a user must be logged on to that session");
     }
     Environment environment;
     if (!CreateEnvironmentBlock(environment.receive(), user.get(), FALSE)) {
-      refuse("the environment of the user of " + session + " cannot be made", "check the user's profile");
+      refuse(fmt::format("the environment of the user of {} cannot be made", session), "check the user's profile");
     }
     const std::wstring folder = systemFolder();
     // The whole path, so that no other program of that name can be meant.
-    const std::wstring path = folder + L"\\" + launch.program;
-    std::wstring command = L"\"" + path + L"\" " + commandTail(launch.arguments);
+    const std::wstring path = fmt::format(L"{}\\{}", folder, launch.program);
+    std::wstring command = fmt::format(L"\"{}\" {}", path, commandTail(launch.arguments));
     std::wstring desktop = L"winsta0\\default";
     STARTUPINFOW start{};
     start.cb = sizeof start;
@@ -61,7 +63,7 @@ class WindowsProgram : public StartedProgram {
     if (!CreateProcessAsUserW(user.get(), path.c_str(), command.data(), nullptr, nullptr, FALSE,
                               CREATE_UNICODE_ENVIRONMENT | CREATE_NEW_PROCESS_GROUP, environment.get(), folder.c_str(),
                               &start, &process)) {
-      refuse("the program does not start in " + session,
+      refuse(fmt::format("the program does not start in {}", session),
              "it must be in the system folder, and aps must run as the local system account");
     }
     const mg::ObjectHandle thread(process.hThread);

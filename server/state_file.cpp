@@ -1,5 +1,6 @@
 #include "server/state_file.h"
 
+#include <fmt/format.h>
 #include <stdexcept>
 #include <system_error>
 
@@ -18,8 +19,8 @@ namespace {
 #ifdef _WIN32
 
 [[noreturn]] void fail(const char* what, DWORD error = GetLastError()) {
-  throw std::runtime_error(std::string("it cannot be ") + what + ": " +
-                           std::system_category().message(static_cast<int>(error)));
+  const std::string cause = std::system_category().message(static_cast<int>(error));
+  throw std::runtime_error(fmt::format("it cannot be {}: {}", what, cause));
 }
 
 class OpenFile {
@@ -85,7 +86,7 @@ void syncFolderOf(const std::filesystem::path&) {}
 #else
 
 [[noreturn]] void fail(const char* what, int error = errno) {
-  throw std::runtime_error(std::string("it cannot be ") + what + ": " + std::generic_category().message(error));
+  throw std::runtime_error(fmt::format("it cannot be {}: {}", what, std::generic_category().message(error)));
 }
 
 class OpenFile {
