@@ -13,7 +13,7 @@ bool isTextByte(unsigned char byte) {
 
 }  // namespace
 
-void ContentProbe::see(std::span<const unsigned char> bytes) {
+void ContentProbe::feed(std::span<const unsigned char> bytes) {
   const auto head = bytes.first(std::min(bytes.size(), kHeadBytes - m_head.size()));
   m_head.append(head.begin(), head.end());
   m_isText = m_isText && std::all_of(head.begin(), head.end(), isTextByte);

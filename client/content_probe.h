@@ -12,7 +12,7 @@ namespace printclient {
 // one thread.
 class ContentProbe {
  public:
-  void see(std::span<const unsigned char> bytes);
+  void feed(std::span<const unsigned char> bytes);
 
   std::uint64_t size() const { return m_size; }
   // ".pdf", ".ps" also for PostScript behind printer commands, ".txt" for data whose first kHeadBytes hold no control

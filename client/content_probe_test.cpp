@@ -9,7 +9,7 @@ ContentProbe probeOf(const std::string& data, std::size_t pieceSize = 1000000) {
   ContentProbe probe;
   const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
   for (std::size_t at = 0; at < data.size(); at += pieceSize) {
-    probe.see({bytes + at, std::min(pieceSize, data.size() - at)});
+    probe.feed({bytes + at, std::min(pieceSize, data.size() - at)});
   }
   return probe;
 }

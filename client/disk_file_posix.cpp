@@ -34,7 +34,7 @@ bool isNameOf(const std::filesystem::path& path, int handle) {
          named.st_ino == open.st_ino;
 }
 
-// Who writes a file holds its lock, which ends with the process however that ends. False when somebody else holds it,
+// The writer of a file holds its lock, which ends with the process however that ends. False when another one holds it,
 // or the file system knows no such locks.
 bool lock(int handle, int how) {
   int result;
@@ -72,7 +72,8 @@ DiskFile::DiskFile(const std::filesystem::path& path) : m_handle(-1), m_path(pat
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     const int handle = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (handle < 0) fail("cannot create", path);
-    // Somebody who looks for abandoned files may have met it before it was locked; he holds the lock until it is gone.
+    // Another client that looks for abandoned files may have found it before it was locked; it holds the lock until
+    // then.
     lock(handle, LOCK_EX);
     if (isNameOf(path, handle)) {
       m_handle = handle;
@@ -111,7 +112,7 @@ bool DiskFile::renameTo(const std::filesystem::path& to) {
   const bool isWhole = static_cast<std::uint64_t>(status.st_size) == m_size;
   if (!isWhole || !isNameOf(m_path, handle)) throwTampered(m_path);
   if (!renameWithoutReplacing(m_path, to)) return false;
-  // Between the look and the renaming somebody may have been quick.
+  // Between the look and the renaming another process may have been quicker.
   if (!isNameOf(to, handle)) throwTampered(m_path);
   syncFolder(to.parent_path());
   return true;

@@ -39,14 +39,14 @@ Job::~Job() {
   if (m_ended) return;
   m_file.reset();
   m_output.reporter().line(
-      fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a line of its own, "
+      fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a separate line, "
                   "unless it has gone itself; print again",
                   title(), bytesText(m_probe.size()), place()));
 }
 
 std::string Job::title() const {
   const std::wstring& name = m_ticket.documentName.empty() ? m_ticket.jobName : m_ticket.documentName;
-  return name.empty() ? "a job without name" : programs::quoted(name);
+  return name.empty() ? "an unnamed job" : programs::quoted(name);
 }
 
 std::string Job::place() const {
@@ -61,11 +61,12 @@ std::string Job::remedy() const {
       return fmt::format("; see that the folder {} is there, has room and can be written, and print again",
                          programs::fromPath(m_output.folder()));
     case kNoData:
-      return "; the server says why in a line of its own, and its log has more";
+      return "; the server says why in a separate line, and its log has more";
     case kIncompletePdf:
       return "; print again, and when that fails too, the log of the application server has more";
     default:
-      return "; print again, and when that fails too, install the port monitor and the print client of one version";
+      return "; print again, and when that fails too, install the same version of the port monitor and the print "
+             "client";
   }
 }
 
@@ -75,7 +76,7 @@ std::string Job::remark() const {
   std::string text = isWrapped ? ", PostScript behind printer commands" : "";
   if (isUnconverted) {
     text += isWrapped ? ", which the server sends as it comes instead of converting it"
-                      : ", as it came: the server converts PostScript only, and this is none";
+                      : ", as it came: the server converts PostScript only, and this is not PostScript";
     text += "; for a PDF, print with a driver that sends plain PostScript";
   }
   return text;
@@ -84,7 +85,7 @@ std::string Job::remark() const {
 void Job::append(std::span<const unsigned char> bytes) noexcept {
   if (m_result != kPrinted) return;
   try {
-    m_probe.see(bytes);
+    m_probe.feed(bytes);
     m_file->append(bytes);
     reportProgress();
   } catch (const std::exception& failure) {

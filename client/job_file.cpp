@@ -60,7 +60,7 @@ std::string madeSafe(std::wstring_view text, std::string_view extension) {
   std::string name;
   for (std::size_t at = 0; at < given.size();) {
     const char32_t point = corvane::nextUtf8(given, at);
-    // What nobody can see could show the letters, and so the ending, in another order than they are stored.
+    // What is invisible could show the letters, and so the ending, in another order than they are stored.
     if (corvane::isPrintable(point)) corvane::appendUtf8(name, becomesHyphen(point) ? U'-' : point);
   }
   trimDotsAndBlanks(name);
@@ -124,7 +124,7 @@ void JobFile::flush() {
 
 int JobFile::freeNumber(std::string_view name, std::string_view extension) const {
   const auto isTaken = [&](int number) {
-    std::error_code ignored;  // a name that cannot be looked at is found out by renaming
+    std::error_code ignored;  // whether a name that cannot be examined is taken shows when renaming
     const auto status = std::filesystem::symlink_status(pathOf(numberedName(name, extension, number)), ignored);
     return std::filesystem::exists(status);
   };

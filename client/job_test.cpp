@@ -89,7 +89,7 @@ TEST_F(JobTest, WithoutDataIsNotPrintedWhenItWasToBeConverted) {
   EXPECT_EQ(job.end(), kNoData);
   EXPECT_EQ(fileCount(), 0u);
   EXPECT_NE(lines().find("not printed \"Report\": no data came; the conversion of the job has failed (printer "
-                         "\"Laser-2\", session 5); the server says why in a line of its own, and its log has more\n"),
+                         "\"Laser-2\", session 5); the server says why in a separate line, and its log has more\n"),
             std::string::npos)
       << lines();
 }
@@ -139,7 +139,8 @@ TEST_F(JobTest, SaysWhatCameUnconverted) {
         "printed \"Report\": 45 bytes to Report (2).ps, PostScript behind printer commands, which the server sends as "
         "it "
         "comes instead of converting it; for a PDF, print with a driver that sends plain PostScript\n",
-        "printed \"Report\": 4 bytes to Report.txt, as it came: the server converts PostScript only, and this is none; "
+        "printed \"Report\": 4 bytes to Report.txt, as it came: the server converts PostScript only, and this is not "
+        "PostScript; "
         "for "
         "a PDF, print with a driver that sends plain PostScript\n"})
     EXPECT_NE(lines().find(line), std::string::npos) << lines();
@@ -173,7 +174,7 @@ TEST_F(JobTest, IsDroppedWhenItIsCut) {
   EXPECT_EQ(fileCount(), 0u);
   EXPECT_NE(
       lines().find("dropped \"Report\": the job was cut after 4 bytes, before its end (printer \"Laser-2\", "
-                   "session 5); the server says why in a line of its own, unless it has gone itself; print again\n"),
+                   "session 5); the server says why in a separate line, unless it has gone itself; print again\n"),
       std::string::npos)
       << lines();
 }
@@ -206,8 +207,8 @@ TEST_F(JobTest, KeepsTheFirstReasonOfAFailure) {
   job.fail(kDiskFailure, "later");
   EXPECT_EQ(job.end(), kBrokenData);
   EXPECT_NE(lines().find("not printed \"Report\": a piece of data was cut (printer \"Laser-2\", session 5); print "
-                         "again, and when that fails too, install the port monitor and the print client of one "
-                         "version\n"),
+                         "again, and when that fails too, install the same version of the port monitor and the print "
+                         "client\n"),
             std::string::npos)
       << lines();
 }

@@ -45,7 +45,7 @@ int programMain(const std::vector<std::string>& arguments) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (!std::filesystem::is_directory(folder)) {
-    std::fprintf(stderr, "--output \"%s\" is no folder and cannot be made: %s\n", parsed.options.output.c_str(),
+    std::fprintf(stderr, "--output \"%s\" is not a folder and cannot be created: %s\n", parsed.options.output.c_str(),
                  error.message().c_str());
     return 1;
   }

@@ -143,7 +143,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   Options& options = result.options;
   std::string server = "127.0.0.1:4711";
   std::vector<std::string> printers;
-  CLI::App app("A session's print client: brings printers along and puts their jobs into a folder.", "printclient");
+  CLI::App app("A session's print client: registers printers and puts their jobs into a folder.", "printclient");
   app.add_option("--server", server, "where the application server listens")->capture_default_str();
   app.add_option("--session", options.session, "number of the session")
       ->required()
@@ -151,13 +151,13 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   app.add_option("--key", options.keyFile, "file with the key of the session, where the server wants one")
       ->check(CLI::Validator([](std::string& text) { return text.empty() ? "it names no file" : ""; }, ""));
   app.add_option("--printer", printers,
-                 "a printer to bring along, NAME,key=value,...; may be repeated. Keys: driver, format (raw, ps, pdf), "
+                 "a printer to register, NAME,key=value,...; may be repeated. Keys: driver, format (raw, ps, pdf), "
                  "comment, location, port, manufacturer, model, share, default (yes, no), resolution")
       ->required()
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
-  app.add_option("--output", options.output, "folder for the jobs; it is made when it does not exist")->required();
+  app.add_option("--output", options.output, "folder for the jobs; it is created when it does not exist")->required();
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);

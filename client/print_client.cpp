@@ -29,8 +29,8 @@ void PrintClient::startJob(CS_InRequest& request) try {
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.
   m_output->reporter().line(
-      fmt::format("not printed: the start of a job cannot be read: {} (session {}); install the port monitor and the "
-                  "print client of one version",
+      fmt::format("not printed: the start of a job cannot be read: {} (session {}); install the same version of the "
+                  "port monitor and the print client",
                   programs::describe(failure), m_output->session()));
   throw;
 }

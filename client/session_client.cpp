@@ -26,24 +26,24 @@ std::string whyText(const std::wstring& cause, const std::wstring& remedy) {
 bool SessionClient::processRequest(CS_InRequest& request) {
   switch (static_cast<protocol::SessionRequest>(request.number())) {
     case protocol::SessionRequest::kJobFailed:
-      say(protocol::read<protocol::JobFailed>(request));
+      report(protocol::read<protocol::JobFailed>(request));
       return true;
     case protocol::SessionRequest::kPrinterRefused:
-      say(protocol::read<protocol::PrinterRefused>(request));
+      report(protocol::read<protocol::PrinterRefused>(request));
       return true;
     default:
       return CS_Component::processRequest(request);
   }
 }
 
-void SessionClient::say(const protocol::JobFailed& job) {
+void SessionClient::report(const protocol::JobFailed& job) {
   m_output->reporter().line(fmt::format("the server says why {} for {} was not printed: {}",
                                         oneLine(job.document).empty() ? "a job" : programs::quoted(job.document),
                                         programs::quoted(job.printer), whyText(job.cause, job.remedy)));
 }
 
-void SessionClient::say(const protocol::PrinterRefused& printer) {
-  m_output->reporter().line(fmt::format("{} is no printer on the server: {}", programs::quoted(printer.printer),
+void SessionClient::report(const protocol::PrinterRefused& printer) {
+  m_output->reporter().line(fmt::format("{} is not a printer on the server: {}", programs::quoted(printer.printer),
                                         whyText(printer.cause, printer.remedy)));
 }
 

@@ -9,7 +9,7 @@
 namespace printclient {
 
 // The print client's half of its registration; see protocol/registration.h. Hears from the application server
-// why jobs of this print client have failed and which of its printers cannot be had, and says it to who prints. On the
+// why jobs of this print client have failed and which of its printers are not available, and tells the user. On the
 // connection's thread.
 class SessionClient : public CS_Component {
  public:
@@ -19,8 +19,8 @@ class SessionClient : public CS_Component {
   bool processRequest(CS_InRequest& request) override;
 
  private:
-  void say(const protocol::JobFailed& job);
-  void say(const protocol::PrinterRefused& printer);
+  void report(const protocol::JobFailed& job);
+  void report(const protocol::PrinterRefused& printer);
 
   std::shared_ptr<JobOutput> m_output;
 };

@@ -82,7 +82,7 @@ TEST_F(SessionClientTest, SaysWhichPrinterTheServerCannotHave) {
   tell({L"Laser-2", L"printer cannot be added: The name is invalid (123)", L"Rename it."}, 22);
   EXPECT_EQ(
       lines(),
-      "\"Laser-2\" is no printer on the server: printer cannot be added: The name is invalid (123). Rename it.\n");
+      "\"Laser-2\" is not a printer on the server: printer cannot be added: The name is invalid (123). Rename it.\n");
 }
 
 TEST_F(SessionClientTest, LetsNobodySteerTheTerminal) {

@@ -13,7 +13,7 @@
 
 namespace printclient {
 
-// The life of a print client: connects to the server, brings the printers along, serves jobs, and starts again when the
+// The life of a print client: connects to the server, registers the printers, serves jobs, and starts again when the
 // connection is lost, with pauses that grow while the server is away, but stay so short that its jobs, for which the
 // server waits, find it back (aps --client-wait). What is the same in every attempt is said once. run() blocks its
 // thread; stop() may be called from any other one.

@@ -46,7 +46,7 @@ class SignalsBlocked {
 #endif
 };
 
-constexpr char kTooFast[] = "they came faster than they were taken";
+constexpr char kTooFast[] = "they came faster than they could be written";
 
 struct Line {
   std::string text;
@@ -65,12 +65,12 @@ struct LineQueue::State {
   void write(const std::string& text) noexcept;
   void writeDue() noexcept;
   void sayLost();
-  // The line is written or lost. Tells at once of lines that found no place behind it, when none waits any more.
+  // The line is written or lost. Reports lines that found no place behind it at once when none waits any more.
   void settle(const Line& line) noexcept;
 
   const std::unique_ptr<LineOutput> output;  // the thread's
   const std::size_t limit;
-  std::uint64_t lost = 0;  // the thread's: not told of yet
+  std::uint64_t lost = 0;  // the thread's: not reported yet
   std::string why;         // the thread's: of the latest loss
 
   std::mutex lock;  // guards what follows
@@ -148,7 +148,7 @@ void LineQueue::State::settle(const Line& line) noexcept {
     try {
       why = kTooFast;
       if (isLast) sayLost();
-    } catch (...) {  // the next line tells of them
+    } catch (...) {  // they are reported with the next line
     }
   }
 }
@@ -215,7 +215,7 @@ long writeSome(int descriptor, const char* data, std::size_t size) {
   return ::_write(descriptor, data, static_cast<unsigned>(std::min<std::size_t>(size, 16 * 1024)));
 }
 #else
-// Whoever shares the descriptor may have set it not to wait; the queue's thread waits all the same.
+// Another process that shares the descriptor may have set it not to wait; the queue's thread waits all the same.
 long writeSome(int descriptor, const char* data, std::size_t size) {
   while (true) {
     const ssize_t written = ::write(descriptor, data, size);

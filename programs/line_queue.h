@@ -21,7 +21,7 @@ class LineOutput {
   virtual std::string write(const std::string& text) = 0;
   // Says that so many lines are missing at this place; the result is that of write().
   virtual std::string writeLost(std::uint64_t count, const std::string& why) = 0;
-  // When something is to be written though nobody puts a line; asked after each line. The lines, with their ends, are
+  // When something is to be written although no line is put; asked after each line. The lines, with their ends, are
   // taken then.
   virtual Clock::time_point dueAt() { return Clock::time_point::max(); }
   virtual std::vector<std::string> takeDue() { return {}; }
@@ -30,7 +30,7 @@ class LineOutput {
 inline constexpr int kStandardOutput = 1;
 inline constexpr int kStandardError = 2;
 
-// An open file descriptor that belongs to somebody else, such as the standard output. Nothing is kept back in a buffer.
+// An open file descriptor owned elsewhere, such as the standard output. Nothing is kept back in a buffer.
 std::unique_ptr<LineOutput> outputTo(int descriptor);
 
 // Lines on their way to an output that may be slow, stopped, full or gone: a pipe that nobody reads, a terminal that

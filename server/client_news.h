@@ -15,12 +15,12 @@
 
 namespace aps {
 
-// Why jobs failed, told to the print clients that they were for, so that who prints need not look into the log of a
-// server. Only the client that a printer's latest job was attached to hears of that printer's jobs, and only while it
-// is there: another client of the same session, later, hears nothing of what was printed before it came.
+// Why jobs failed, told to the print clients that they were for, so that the user who prints need not look into a log
+// of the server. Only the client that a printer's latest job was attached to hears of that printer's jobs, and only
+// while it is there: another client of the same session, later, hears nothing of what was printed before it came.
 //
 // Telling never waits: each client has a short queue, and a thread of its own from its first news until it goes, so
-// that one that takes nothing holds up nobody else. Any thread; nothing is sent while the lock is held.
+// that one that takes nothing holds up no other. Any thread; nothing is sent while the lock is held.
 class ClientNews {
  public:
   struct Failure {
@@ -53,7 +53,7 @@ class ClientNews {
   void printerRefused(const CS_Connection* client, const std::wstring& clientsName, const std::wstring& cause,
                       const std::wstring& remedy);
 
-  // Tells nobody any more, and waits for the threads. The clients' connections have ended before.
+  // Tells no client any more, and waits for the threads. The clients' connections have ended before.
   void endAll();
 
   static void sendFailure(const CS_RCPtr<CS_Component>& host, const Failure& failure);

@@ -14,7 +14,7 @@ namespace aps {
 namespace {
 
 // Threads of connections that were told to leave and have not ended yet.
-constexpr std::size_t kMaxLeaving = 256;
+constexpr std::size_t kMaxEvicted = 256;
 // Bridges that a connection may ask this server for, each with a thread. The monitor's component stands on one; the
 // bridge of a job leads on and needs none.
 constexpr int kMaxBridges = 4;
@@ -35,14 +35,14 @@ void ConnectionList::serve(corvane::Socket socket) {
   joinEnded();
   const std::string peer = socket.peerName();
   const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(socket), &m_heartbeat);
-  Leaver leaver;
+  Evicted evicted;
   std::string refusal;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_closing) return;
     const auto arriving = occupantsLocked(Room::kArriving);
-    if (arriving.size() >= m_places.arriving || takenLocked() >= m_places.all) leaver = tellOneLocked(arriving);
-    if (takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxLeaving) {
+    if (arriving.size() >= m_places.arriving || takenLocked() >= m_places.all) evicted = evictOneLocked(arriving);
+    if (takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxEvicted) {
       refusal = fmt::format("there are {} connections, which is the limit; end some", m_places.all);
     } else {
       const Position position = m_sessions.emplace(m_sessions.end());
@@ -59,7 +59,7 @@ void ConnectionList::serve(corvane::Socket socket) {
       }
     }
   }
-  end(leaver, "it had asked for nothing yet, and its place is needed for one that came later");
+  end(evicted, "it had asked for nothing yet, and its place is needed for one that came later");
   if (!refusal.empty()) {
     m_log->refusal("the limit of connections", fmt::format("connection from {} refused: {}", peer, refusal));
   }
@@ -79,10 +79,10 @@ void ConnectionList::run(Position position) noexcept {
       const bool isAboutKeys = failure.number() == corvane::kNotProven;
       const std::string line =
           fmt::format("connection from {} refused: {}; {}", peer, programs::describe(failure),
-                      isAboutKeys ? "a program of this system needs the key that stands in the folder of --keys"
-                                  : "the program that made it is none of this system, or of another version");
+                      isAboutKeys ? "a program of this system needs its key from the folder of --keys"
+                                  : "the program that made it does not belong to this system, or has another version");
       const std::lock_guard<std::mutex> guard(m_lock);
-      if (!position->isTold && !m_closing) m_log->refusal("greetings", line);
+      if (!position->isEvicted && !m_closing) m_log->refusal("greetings", line);
     }
   } catch (...) {
     m_log->refusal("memory", "a connection ended: out of memory");
@@ -126,7 +126,7 @@ void ConnectionList::serveOne(Position position) {
   const std::string sender = isKnown ? fmt::format(", process {},", programs::oneLine(process->second)) : "";
   const std::string line = fmt::format("connection from {}{} ended: {}", peer, sender, programs::oneLine(reason));
   const std::lock_guard<std::mutex> guard(m_lock);
-  if (position->isTold) return;
+  if (position->isEvicted) return;
   m_closing ? m_log->line(line) : m_log->refusal("ends of connections", line);
 }
 
@@ -141,7 +141,7 @@ void ConnectionList::holdBack() {
 std::wstring ConnectionList::admit(Position position, const std::wstring& className) {
   const std::optional<Room> room = roomFor(className);
   if (!room) return {};
-  Leaver leaver;
+  Evicted evicted;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (className == CS_Bridge::m_className && ++position->bridges > kMaxBridges) {
@@ -156,77 +156,77 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
     const auto mine = isOneSession ? occupantsLocked(*room, position->who) : std::vector<Position>();
     const auto all = occupantsLocked(*room);
     if (mine.size() >= m_places.ofOneSession) {
-      leaver = tellOneLocked(mine);
+      evicted = evictOneLocked(mine);
     } else if (all.size() >= m_places.limitOf(*room)) {
-      leaver = tellOneLocked(all);
+      evicted = evictOneLocked(all);
     } else {
       position->room = *room;
       return {};
     }
-    if (leaver.connection) position->room = *room;
+    if (evicted.connection) position->room = *room;
   }
-  if (!leaver.connection) {
+  if (!evicted.connection) {
     return fmt::format(L"all places for {} are in use; try again when some are free", corvane::fromUtf8(nameOf(*room)));
   }
-  end(leaver, fmt::format("all places for {} were taken, and it had been silent longest", nameOf(*room)));
+  end(evicted, fmt::format("all places for {} were taken, and it had been silent longest", nameOf(*room)));
   return {};
 }
 
-void ConnectionList::end(const Leaver& leaver, const std::string& why) {
-  if (!leaver.connection) return;
-  CS_Connection::destroy(leaver.connection, true);
-  m_log->refusal(fmt::format("places for {}", nameOf(leaver.room)),
-                 fmt::format("connection from {} closed: {}", leaver.peer, why));
+void ConnectionList::end(const Evicted& evicted, const std::string& why) {
+  if (!evicted.connection) return;
+  CS_Connection::destroy(evicted.connection, true);
+  m_log->refusal(fmt::format("places for {}", nameOf(evicted.room)),
+                 fmt::format("connection from {} closed: {}", evicted.peer, why));
 }
 
 std::size_t ConnectionList::takenLocked() const {
   std::size_t taken = 0;
   for (const Session& session : m_sessions)
-    taken += session.isTold || session.ended ? 0 : 1;
+    taken += session.isEvicted || session.ended ? 0 : 1;
   return taken;
 }
 
 std::vector<ConnectionList::Position> ConnectionList::occupantsLocked(Room room, const std::string& who) {
   std::vector<Position> occupants;
   for (Position at = m_sessions.begin(); at != m_sessions.end(); ++at) {
-    if (at->room != room || at->isTold || at->ended || !(who.empty() || at->who == who)) continue;
+    if (at->room != room || at->isEvicted || at->ended || !(who.empty() || at->who == who)) continue;
     occupants.push_back(at);
   }
   return occupants;
 }
 
-ConnectionList::Leaver ConnectionList::tellOneLocked(const std::vector<Position>& occupants) {
+ConnectionList::Evicted ConnectionList::evictOneLocked(const std::vector<Position>& occupants) {
   std::vector<Occupant> room;
   for (const Position& at : occupants) {
     const bool isArriving = at->room == Room::kArriving;
     room.push_back(
         {at->who, isArriving ? at->arrived : at->connection->lastHeard(), !isArriving && m_isNeeded(*at->connection)});
   }
-  const auto chosen = whoMakesRoom(room);
-  return chosen ? tellLocked(*occupants[*chosen]) : Leaver();
+  const auto chosen = connectionToClose(room);
+  return chosen ? evictLocked(*occupants[*chosen]) : Evicted();
 }
 
-ConnectionList::Leaver ConnectionList::tellLocked(Session& session) {
-  session.isTold = true;
+ConnectionList::Evicted ConnectionList::evictLocked(Session& session) {
+  session.isEvicted = true;
   return {session.connection, session.peer, session.room};
 }
 
 void ConnectionList::watch() {
   std::unique_lock<std::mutex> lock(m_lock);
   while (!m_someEnded.wait_for(lock, m_places.lookEvery, [this] { return m_closing; })) {
-    std::vector<Leaver> silent;
+    std::vector<Evicted> silent;
     for (Session& session : m_sessions) {
       const auto idle = m_places.idleOf(session.room);
-      if (!idle || session.isTold || session.ended) continue;
+      if (!idle || session.isEvicted || session.ended) continue;
       const bool isArriving = session.room == Room::kArriving;
       const auto since = isArriving ? session.arrived : session.connection->lastHeard();
       if (Clock::now() - since < *idle || (!isArriving && m_isNeeded(*session.connection))) continue;
-      silent.push_back(tellLocked(session));
+      silent.push_back(evictLocked(session));
     }
     lock.unlock();
-    for (const Leaver& leaver : silent) {
-      const auto idle = std::chrono::duration_cast<std::chrono::seconds>(*m_places.idleOf(leaver.room));
-      end(leaver, fmt::format("it is one of {}, and was of no use for {} s", nameOf(leaver.room), idle.count()));
+    for (const Evicted& evicted : silent) {
+      const auto idle = std::chrono::duration_cast<std::chrono::seconds>(*m_places.idleOf(evicted.room));
+      end(evicted, fmt::format("it is one of {}, and was idle for {} s", nameOf(evicted.room), idle.count()));
     }
     silent.clear();
     joinEnded();

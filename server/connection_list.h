@@ -20,7 +20,7 @@
 namespace aps {
 
 // The connections of the server, each with the thread that serves it, within the bounds of server/places.h. Where a
-// room is full, one that nobody needs makes room for the new one; where all are needed, the new one is refused. Either
+// room is full, one that is not needed makes room for the new one; where all are needed, the new one is refused. Either
 // leaves a line in the log, and the others notice nothing. serve() and endAll() are called by the thread that accepts.
 class ConnectionList {
  public:
@@ -52,14 +52,14 @@ class ConnectionList {
     Room room = Room::kArriving;
     std::string who;  // the address, then the identity that was proven
     Clock::time_point arrived;
-    int bridges = 0;      // that it has asked for
-    bool isTold = false;  // to leave: it takes no place any more
+    int bridges = 0;         // that it has asked for
+    bool isEvicted = false;  // it takes no place any more
     bool ended = false;
   };
   using Position = std::list<Session>::iterator;
   // A connection that was told to leave; it is ended without the list's lock.
-  struct Leaver {
-    CS_RCPtr<CS_Connection> connection;  // null for nobody
+  struct Evicted {
+    CS_RCPtr<CS_Connection> connection;  // null for none
     std::string peer;
     Room room = Room::kArriving;
   };
@@ -69,16 +69,16 @@ class ConnectionList {
   // Lets a peer that has proven nothing wait for its refusal, so that one which comes again and again takes little of
   // this machine's time; only some wait at once, the others are told directly.
   void holdBack();
-  // Gives the connection its place when it asks for the first component of a kind. Why it gets no component of that
+  // Gives the connection its place when it asks for the first component of its room. Why it gets no component of that
   // class; empty when it does.
   std::wstring admit(Position position, const std::wstring& className);
   // The connections of a room that take a place, of one identity where one is named.
   std::vector<Position> occupantsLocked(Room room, const std::string& who = {});
-  // Tells one of them, which nobody needs, to leave; nobody when all are needed.
-  Leaver tellOneLocked(const std::vector<Position>& occupants);
-  static Leaver tellLocked(Session& session);
+  // Tells one of them that is not needed to leave; none when all are needed.
+  Evicted evictOneLocked(const std::vector<Position>& occupants);
+  static Evicted evictLocked(Session& session);
   // Ends it, and says why.
-  void end(const Leaver& leaver, const std::string& why);
+  void end(const Evicted& evicted, const std::string& why);
   std::size_t takenLocked() const;
   // Closes, now and then, who has been silent for too long.
   void watch();

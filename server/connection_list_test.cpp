@@ -249,7 +249,7 @@ TEST_F(ConnectionListTest, WhoSaysNothingForLongIsClosed) {
   start();
   corvane::Socket nothing = silent();
   waitUntilClosed(nothing);
-  awaitFailure(" closed: it is one of peers that have asked for nothing yet, and was of no use for 0 s");
+  awaitFailure(" closed: it is one of peers that have asked for nothing yet, and was idle for 0 s");
 }
 
 TEST_F(ConnectionListTest, AClientOrToolThatIsNoUseForLongIsClosedAndTheMonitorsConnectionNever) {
@@ -261,8 +261,8 @@ TEST_F(ConnectionListTest, AClientOrToolThatIsNoUseForLongIsClosedAndTheMonitors
   Peer tool(port(), kTool);
   client.ask();
   tool.ask();
-  awaitFailure(" closed: it is one of print clients, and was of no use for 0 s");
-  awaitFailure(" closed: it is one of administration tools, and was of no use for 0 s");
+  awaitFailure(" closed: it is one of print clients, and was idle for 0 s");
+  awaitFailure(" closed: it is one of administration tools, and was idle for 0 s");
   EXPECT_EQ(client.ask(), L"closed");
   EXPECT_EQ(tool.ask(), L"closed");
   EXPECT_EQ(monitor.ask(), kServed);

@@ -50,7 +50,7 @@ std::string Launcher::refusal(const Launch& launch) const {
   }
   // An argument ends at a zero character, so what would start is not what the log says.
   if (holdsControl(launch.arguments) || holdsControl(launch.printer)) {
-    return "its arguments hold a control character; the port monitor sends none, so look for another sender";
+    return "its arguments contain a control character; the port monitor never sends one, so look for another sender";
   }
   return "";
 }

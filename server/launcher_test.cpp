@@ -110,8 +110,9 @@ TEST_F(LauncherTest, RefusesControlCharactersWhichWouldCutAnArgument) {
   Launcher launcher(script("exit 0"), m_log);
   Launch launch = notepad();
   launch.arguments += std::wstring(L"\0 more", 6);
-  expectRefused(launcher, launch,
-                "its arguments hold a control character; the port monitor sends none, so look for another sender");
+  expectRefused(
+      launcher, launch,
+      "its arguments contain a control character; the port monitor never sends one, so look for another sender");
 }
 
 TEST_F(LauncherTest, WithoutACommandSaysWhatToDo) {

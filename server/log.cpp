@@ -38,7 +38,7 @@ class Log::Output : public programs::LineOutput {
   explicit Output(std::shared_ptr<Shared> shared) : m_shared(std::move(shared)) {}
 
   std::string write(const std::string& text) override {
-    std::string why = bringOut(text);
+    std::string why = deliver(text);
     if (!why.empty() && !m_isFailing)
       m_shared->note(fmt::format("the log cannot be written: {}; its lines are lost until it can", why));
     m_isFailing = !why.empty();
@@ -70,7 +70,7 @@ class Log::Output : public programs::LineOutput {
   }
 
  protected:
-  virtual std::string bringOut(const std::string& text) = 0;
+  virtual std::string deliver(const std::string& text) = 0;
 
   const std::shared_ptr<Shared> m_shared;
 
@@ -86,7 +86,7 @@ class Log::FileOutput : public Log::Output {
   LogFile& file() { return m_file; }
 
  protected:
-  std::string bringOut(const std::string& text) override {
+  std::string deliver(const std::string& text) override {
     std::string why = m_file.write(text);
     if (const std::string trouble = m_file.takeReopenFailure(); !trouble.empty()) m_shared->note(trouble);
     return why;
@@ -101,7 +101,7 @@ class Log::ErrorOutput : public Log::Output {
   using Output::Output;
 
  protected:
-  std::string bringOut(const std::string& text) override { return m_output->write(text); }
+  std::string deliver(const std::string& text) override { return m_output->write(text); }
 
  private:
   const std::unique_ptr<programs::LineOutput> m_output = programs::outputTo(programs::kStandardError);
@@ -137,7 +137,7 @@ void Log::finish() noexcept {
 void Log::put(const std::string& timedText) noexcept try {
   const bool isTaken = m_queue->put(timedText + "\n");
   if (!isTaken && !m_isStuck.exchange(true)) {
-    m_shared->note("the log stands still, so its lines are lost: nobody reads it, or its disk is stuck");
+    m_shared->note("the log is blocked, so its lines are lost: nobody reads it, or its disk is stuck");
   }
   if (isTaken) m_isStuck = false;
 } catch (...) {
@@ -174,7 +174,7 @@ void Log::repeatable(const std::string& kind, const std::string& text) noexcept 
 void Log::reopen() noexcept {
   if (m_file == nullptr) return;
   m_file->reopen();
-  line("the log was opened anew");
+  line("the log was reopened");
 }
 
 }  // namespace aps

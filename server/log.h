@@ -44,10 +44,10 @@ class Log {
   void refusal(const std::string& kind, const std::string& text) noexcept;
   void repeatable(const std::string& kind, const std::string& text) noexcept;
 
-  // The latest lines that told of a failure, with their times.
+  // The latest lines that reported a failure, with their times.
   const RecentLines& failures() const { return m_shared->failures; }
 
-  // The file was renamed: what follows goes to a new one of its name. Without a file nothing happens.
+  // The file was renamed: what follows goes to a new one of that name. Without a file nothing happens.
   void reopen() noexcept;
   bool isFile() const { return m_file != nullptr; }
   // At the end of the program, which may keep this object: tells what was only counted, and waits for a moment until
@@ -63,7 +63,7 @@ class Log {
 
   // What the log shares with the thread that brings its lines out.
   struct Shared {
-    // Keeps a failure of the log itself for whoever asks for failures.
+    // Keeps a failure of the log itself for those who ask for failures.
     void note(const std::string& text);
 
     RecentLines failures;

@@ -10,7 +10,7 @@
 
 namespace aps {
 
-// A file that is only ever appended to, or whatever else stands under its name, such as a pipe with a reader. Each
+// A file that is only ever appended to, or something else of that name, such as a pipe with a reader. Each
 // write is one append. A file that it makes can be read by the account of this process (on Windows also by the system
 // and the administrators) and by nobody else. Movable, one thread.
 class AppendFile {
@@ -52,7 +52,7 @@ class LogFile {
   // Appends the text; a line that a full disk has cut is ended first. Empty when all of it is in the file, otherwise
   // why not.
   std::string write(const std::string& text);
-  // Opens the file of that name anew before the next write: it may have been renamed. When that fails the old one stays
+  // Reopens the file of that name before the next write: it may have been renamed. When that fails the old one stays
   // in use. Any thread.
   void reopen() { m_wantsReopening = true; }
   // What became of that; empty when nothing went wrong since the last call.

@@ -11,7 +11,7 @@
 
 namespace aps {
 
-// The latest lines of a log that told of a failure, on two shelves that take no room from each other: what became of
+// The latest lines of a log that reported a failure, on two shelves that take no room from each other: what became of
 // jobs and of the server itself, and what was refused to peers, who can cause as much of it as they like. A shelf keeps
 // at most kLines lines and kBytes together; older ones make room. A line longer than kLineBytes is cut. Any thread may
 // add and read.
@@ -46,7 +46,7 @@ class RecentLines {
 };
 
 // Lines that a peer can cause as often as it likes, such as refusals, so that they cannot push everything else out of a
-// log. They are counted by their kinds: the first kFirst of a kind (kFirstOrdinary where it tells of no failure) are
+// log. They are counted by their kinds: the first kFirst of a kind (kFirstOrdinary where it reports no failure) are
 // written; what follows within the kind's window is counted only, and one line at the window's end tells how many there
 // were and what the latest one said. While they go on, each window is twice as long as the one before; after a window
 // without any the kind begins anew. Past kKinds kinds at a time, the others share one.

@@ -35,7 +35,7 @@ class LogMonitor : public CS_ProgramMonitor {
 void logNotServed(Log& log, const std::string& who, int request, const std::string& cause);
 
 // Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
-// nobody else would learn that the request was lost. Such lines are counted together, whoever sent the request.
+// the loss of the request would stay unknown. Such lines are counted together, whichever peer sent the request.
 template <class Serve>
 bool logThrown(Log& log, const std::string& who, const CS_InRequest& request, Serve&& serve) {
   try {

@@ -213,7 +213,7 @@ TEST_F(LogTest, GoesOnInANewFileWhenItsFileWasRenamed) {
   ASSERT_TRUE(log.flush(kLong));
   EXPECT_NE(content(old()).find(" meanwhile\n"), std::string::npos);
   EXPECT_EQ(pattern(content(m_file)),
-            "9999-99-99 99:99:99.999 +9999 the log was opened anew\n"
+            "9999-99-99 99:99:99.999 +9999 the log was reopened\n"
             "9999-99-99 99:99:99.999 +9999 after\n");
 }
 
@@ -233,7 +233,7 @@ TEST_F(LogTest, ADiskWithoutSpaceIsAFailureToReadOfAndTheLinesAreCountedOnceTher
   ASSERT_TRUE(log.flush(kLong));
   EXPECT_EQ(pattern(content(m_file)),
             "9999-99-99 99:99:99.999 +9999 9 lines are missing here: No space left on device\n"
-            "9999-99-99 99:99:99.999 +9999 the log was opened anew\n");
+            "9999-99-99 99:99:99.999 +9999 the log was reopened\n");
   kept = log.failures().latest(10);
   ASSERT_EQ(kept.size(), 2u);
   EXPECT_EQ(kept[1].substr(kStamp), " in the log 3 lines are missing here: No space left on device");
@@ -267,7 +267,7 @@ int readLines(int pipe, int wanted) {
     if (got <= 0) break;
     rest.append(buffer, static_cast<std::size_t>(got));
     for (std::size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n')) {
-      const bool isMissing = rest.find(" missing here: they came faster than they were taken\n") < end;
+      const bool isMissing = rest.find(" missing here: they came faster than they could be written\n") < end;
       lines += isMissing ? std::stoi(rest.substr(kStamp + 1)) : 1;
       rest.erase(0, end + 1);
     }
@@ -287,7 +287,7 @@ TEST_F(LogTest, APipeThatNobodyReadsHoldsUpNobodyAndIsAFailureToReadOf) {
     const auto kept = log.failures().latest(10);
     ASSERT_GE(kept.size(), 1u);
     EXPECT_EQ(kept[0].substr(kStamp),
-              " the log stands still, so its lines are lost: nobody reads it, or its disk is stuck");
+              " the log is blocked, so its lines are lost: nobody reads it, or its disk is stuck");
     EXPECT_EQ(readLines(reader, 5000), 5000);
   }
   close(reader);

@@ -60,7 +60,7 @@ bool openKeys(const std::string& folder, std::unique_ptr<corvane::KeyFolder>& ke
 
 // Makes this process have so many descriptors, as far as the system lets it, and returns how many it may have. Windows
 // does not count them.
-std::size_t provideDescriptors(std::size_t wanted) {
+std::size_t raiseDescriptorLimit(std::size_t wanted) {
 #ifndef _WIN32
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return wanted;
@@ -83,7 +83,7 @@ aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   // Besides: the log, keys, the file of sessions, started programs, and connections that are about to end.
   constexpr std::size_t kOthers = 128;
   const std::size_t wanted = places.all + kOthers;
-  const std::size_t available = provideDescriptors(wanted);
+  const std::size_t available = raiseDescriptorLimit(wanted);
   if (available < wanted) {
     places.all = available > 2 * kOthers ? available - kOthers : available / 2;
     log.failure(fmt::format(

@@ -33,11 +33,11 @@ class NoticeList {
   void add(CS_Notice notice);
   // Those after the number. Where there is none, waits so long for the first one, unless the list is closed, the flag
   // is set (and wake() called), or the number is one that this list has not given yet: then it belongs to an earlier
-  // list, and whoever asks learns so from the latest number. Below 0 none are wanted, only the latest number.
+  // list, and the caller learns so from the latest number. Below 0 none are wanted, only the latest number.
   Answer after(int number, std::chrono::milliseconds wait, const std::atomic<bool>& cancelled);
-  // Lets everybody who waits look at his flag.
+  // Lets every waiting caller look at its flag.
   void wake();
-  // Nobody waits any more.
+  // No caller waits any more.
   void close();
 
  private:

@@ -75,7 +75,7 @@ std::optional<std::chrono::milliseconds> Places::idleOf(Room room) const {
   return std::nullopt;
 }
 
-std::optional<std::size_t> whoMakesRoom(const std::vector<Occupant>& room) {
+std::optional<std::size_t> connectionToClose(const std::vector<Occupant>& room) {
   std::map<std::string, std::size_t> count;
   for (const Occupant& occupant : room)
     ++count[occupant.who];

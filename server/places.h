@@ -12,7 +12,7 @@
 namespace aps {
 
 // What a connection is for. It is known from the first component that the peer asks for, with keys as well as without,
-// and until then the connection is only arriving: nobody who says nothing takes a place of somebody who does.
+// and until then the connection is only arriving: a peer that says nothing takes no place from one that does.
 enum class Room { kArriving, kClients, kMonitor, kAdministration };
 
 // The room of the connections that ask for components of that class; nothing for a class of no meaning here.
@@ -59,8 +59,8 @@ struct Occupant {
   bool isNeeded = false;  // it has a job, serves a session, or waits for an answer
 };
 
-// Which of the connections of a full room is closed for a new one: of whoever has the most of them, the one that has
-// been silent longest; never one that is needed. Nothing when all are.
-std::optional<std::size_t> whoMakesRoom(const std::vector<Occupant>& room);
+// Which of the connections of a full room is closed for a new one: of the peer that has the most of them, the one that
+// has been silent longest; never one that is needed. Nothing when all are.
+std::optional<std::size_t> connectionToClose(const std::vector<Occupant>& room);
 
 }  // namespace aps

@@ -45,19 +45,19 @@ TEST(Places, TheRoomsTogetherAreTheBoundOfAll) {
 }
 
 TEST(Places, OfOnePeersConnectionsTheOneThatIsSilentLongestMakesRoom) {
-  EXPECT_EQ(whoMakesRoom({{"a", at(3)}, {"a", at(1)}, {"a", at(2)}}), 1u);
+  EXPECT_EQ(connectionToClose({{"a", at(3)}, {"a", at(1)}, {"a", at(2)}}), 1u);
 }
 
 TEST(Places, WhoHasMostConnectionsMakesRoomHoweverSilentTheOthersAre) {
-  EXPECT_EQ(whoMakesRoom({{"a", at(1)}, {"b", at(8)}, {"b", at(7)}, {"c", at(2)}}), 2u);
-  EXPECT_EQ(whoMakesRoom({{"b", at(8)}, {"b", at(7)}, {"a", at(1)}, {"c", at(2)}}), 1u);
+  EXPECT_EQ(connectionToClose({{"a", at(1)}, {"b", at(8)}, {"b", at(7)}, {"c", at(2)}}), 2u);
+  EXPECT_EQ(connectionToClose({{"b", at(8)}, {"b", at(7)}, {"a", at(1)}, {"c", at(2)}}), 1u);
 }
 
 TEST(Places, AConnectionThatIsNeededNeverMakesRoomButCountsForItsOwner) {
-  EXPECT_EQ(whoMakesRoom({{"a", at(1), true}, {"a", at(2)}, {"b", at(0)}}), 1u);
-  EXPECT_EQ(whoMakesRoom({{"a", at(1), true}, {"a", at(2), true}, {"b", at(9)}}), 2u);
-  EXPECT_EQ(whoMakesRoom({{"a", at(1), true}, {"b", at(2), true}}), std::nullopt);
-  EXPECT_EQ(whoMakesRoom({}), std::nullopt);
+  EXPECT_EQ(connectionToClose({{"a", at(1), true}, {"a", at(2)}, {"b", at(0)}}), 1u);
+  EXPECT_EQ(connectionToClose({{"a", at(1), true}, {"a", at(2), true}, {"b", at(9)}}), 2u);
+  EXPECT_EQ(connectionToClose({{"a", at(1), true}, {"b", at(2), true}}), std::nullopt);
+  EXPECT_EQ(connectionToClose({}), std::nullopt);
 }
 
 TEST(Access, AnswersTheMonitorEverythingButTheRegistrationOfASession) {

@@ -48,13 +48,13 @@ std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::ws
   const SessionTable& sessions = m_application->sessions;
   if (sessions.isExpected(printerName)) {
     m_application->log->line(fmt::format(
-        "printer {} was asked for by process {}; the answer waits for its print client, which may be on its way back",
+        "printer {} was requested by process {}; the answer waits for its print client, which may be reconnecting",
         programs::quoted(printerName), peerProcess()));
   }
   const auto mark = m_application->jobs.wait(getConnection());
   auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
   if (!(found && found->client) && hasGivenUp()) {
-    throw CS_Exception(corvane::kConnectionLost, L"whoever asked did not wait for the print client");
+    throw CS_Exception(corvane::kConnectionLost, L"the caller did not wait for the print client");
   }
   return found;
 }
@@ -102,8 +102,8 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
   }
   const CS_RCPtr<CS_Component> component = getRootOwner()->getChild(static_cast<std::uint32_t>(request.bridge));
   const CS_RCPtr<CS_BridgeRouter> bridge(dynamic_cast<CS_BridgeRouter*>(component.get()));
-  if (!bridge) return "the request names no bridge of its connection; the port monitor is not of this version";
-  if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor is not of this version";
+  if (!bridge) return "the request names no bridge of its connection; the port monitor has another version";
+  if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor has another version";
 
   const std::string job = fmt::format("printer {}, session {}, process {}", programs::quoted(printerName),
                                       found->session, request.processId);
@@ -125,7 +125,8 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
       return fmt::format("the print client of session {} has just gone; print again when it is back", found->session);
     case CS_BridgeRouter::Routing::kFull:
       return fmt::format(
-          "as many jobs run at once as may, here or for session {}; print again when one of them has ended",
+          "the limit of jobs at the same time is reached, here or for session {}; print again when one of them has "
+          "ended",
           found->session);
   }
   client = found->versions;
@@ -161,7 +162,7 @@ void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
   const std::wstring name = protocol::read<protocol::PrinterInfo>(request).printer;
   auto found = awaitPrinter(name);
   if (!found) {
-    m_application->log->failure(fmt::format("printer {} was asked for by process {}: {}", programs::quoted(name),
+    m_application->log->failure(fmt::format("printer {} was requested by process {}: {}", programs::quoted(name),
                                             peerProcess(), unknownPrinter()));
   }
   protocol::PrinterInfo::Answer answer;
@@ -182,8 +183,8 @@ void PortMonitorClient::launchApplication(CS_InRequest& request) {
   std::optional<SessionTable::Found> found;
   if (launch.printer.empty()) {
     m_application->launcher.refuse(launch,
-                                   "the request names no printer, and so no session; the port monitor is not "
-                                   "of this version");
+                                   "the request names no printer, and so no session; the port monitor has "
+                                   "another version");
   } else {
     // The program needs the session, not its print client.
     found = m_application->sessions.find(launch.printer);

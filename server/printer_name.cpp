@@ -48,10 +48,10 @@ std::wstring nameRefusal(const std::wstring& name) {
                        kMaxPrinterName);
   }
   if (std::any_of(name.begin(), name.end(), isControl)) {
-    return fmt::format(L"the printer name \"{}\" holds a control character", name);
+    return fmt::format(L"the printer name \"{}\" contains a control character", name);
   }
   if (name.front() == L' ' || name.back() == L' ') {
-    return fmt::format(L"the printer name \"{}\" begins or ends with a blank", name);
+    return fmt::format(L"the printer name \"{}\" begins or ends with a space", name);
   }
   return L"";
 }
@@ -114,7 +114,7 @@ std::wstring printersRefusal(const std::vector<Printer>& printers) {
     if (std::wstring refusal = textRefusal(printer); !refusal.empty()) return refusal;
     // Names that differ on the client may be one here.
     if (!seen.insert(foldedName(localPrinterName(name, std::numeric_limits<int>::max()))).second) {
-      return fmt::format(L"the printer \"{}\" is there twice; give each printer a name of its own", name);
+      return fmt::format(L"the printer \"{}\" is listed twice; give each printer its own name", name);
     }
     if (protocol::namesOf(printer.format) == nullptr) {
       return fmt::format(L"the printer \"{}\" has the format value {}; {} exist", name, numberOf(printer.format),

@@ -39,8 +39,8 @@ TEST(PrinterName, AnotherTextTakesAThousandCharactersAndNoMore) {
 }
 
 TEST(PrinterName, RefusesControlCharactersAndOuterBlanks) {
-  EXPECT_EQ(printersRefusal({named(L"a\nb")}), L"the printer name \"a\nb\" holds a control character");
-  EXPECT_EQ(printersRefusal({named(L"Laser ")}), L"the printer name \"Laser \" begins or ends with a blank");
+  EXPECT_EQ(printersRefusal({named(L"a\nb")}), L"the printer name \"a\nb\" contains a control character");
+  EXPECT_EQ(printersRefusal({named(L"Laser ")}), L"the printer name \"Laser \" begins or ends with a space");
 }
 
 TEST(PrinterName, TheCaseOfALetterOfAnyAlphabetMakesNoOtherName) {
@@ -48,7 +48,7 @@ TEST(PrinterName, TheCaseOfALetterOfAnyAlphabetMakesNoOtherName) {
                                    std::pair(L"\u03a9", L"\u03c9"), std::pair(L"z", L"Z")}) {
     EXPECT_EQ(foldedName(one), foldedName(other));
     EXPECT_EQ(printersRefusal({named(one), named(other)}),
-              L"the printer \"" + std::wstring(other) + L"\" is there twice; give each printer a name of its own");
+              L"the printer \"" + std::wstring(other) + L"\" is listed twice; give each printer its own name");
   }
   EXPECT_NE(foldedName(L"\u00c4"), foldedName(L"A"));
   EXPECT_EQ(foldedName(L""), L"");
@@ -56,7 +56,7 @@ TEST(PrinterName, TheCaseOfALetterOfAnyAlphabetMakesNoOtherName) {
 
 TEST(PrinterName, RefusesTheSameNameTwiceWhateverItsCase) {
   EXPECT_EQ(printersRefusal({named(L"Laser"), named(L"laser")}),
-            L"the printer \"laser\" is there twice; give each printer a name of its own");
+            L"the printer \"laser\" is listed twice; give each printer its own name");
 }
 
 TEST(PrinterName, IsOneThatASpoolerTakes) {
@@ -68,7 +68,7 @@ TEST(PrinterName, IsOneThatASpoolerTakes) {
 
 TEST(PrinterName, RefusesTwoNamesThatAreOneHere) {
   EXPECT_EQ(printersRefusal({named(L"--a-b"), named(L"\\\\A\\b")}),
-            L"the printer \"\\\\A\\b\" is there twice; give each printer a name of its own");
+            L"the printer \"\\\\A\\b\" is listed twice; give each printer its own name");
 }
 
 TEST(PrinterName, RefusesAFormatThatDoesNotExist) {

@@ -92,7 +92,7 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   if (count < 0 || count > CS_Notice::kMaxValues) {
     m_application->log->refusal("notices",
                                 fmt::format("{}: a notice was refused: it has {} values, the limit is {}; the sender "
-                                            "is not of this version: {}",
+                                            "has another version: {}",
                                             m_process, count, CS_Notice::kMaxValues, programs::oneLine(notice.line)));
     return;
   }

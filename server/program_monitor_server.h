@@ -10,8 +10,8 @@
 namespace aps {
 
 // The server's half of another process's program monitor: each of its records becomes a line of the log with the
-// process, the level as a word and the text, and each of its notices likewise, which is also kept for whoever waits for
-// it. Its requests come one after another on one thread.
+// process, the level as a word and the text, and each of its notices likewise, which is also kept for callers that wait
+// for it. Its requests come one after another on one thread.
 class ProgramMonitorServer : public CS_Component {
  public:
   using Context = Application;

@@ -117,7 +117,7 @@ TEST_F(ProgramMonitorServerTest, ANoticeWithTooManyValuesIsRefusedWithALine) {
   introduce();
   EXPECT_THAT(failures(),
               ElementsAre(EndsWith(" spoolsv 77: a notice was refused: it has 33 values, the limit is 32; the "
-                                   "sender is not of this version: \"Report\" was printed"),
+                                   "sender has another version: \"Report\" was printed"),
                           HasSubstr("it has -1 values")));
   const std::atomic<bool> cancelled{false};
   EXPECT_EQ(m_application->notices.after(-1, std::chrono::milliseconds(0), cancelled).latest, 0);

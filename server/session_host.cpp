@@ -100,8 +100,8 @@ void SessionHost::answer(CS_InRequest& request, int session, const SessionTable:
                       "client comes back; aps remembers more with a higher --max-sessions",
                       nameOf(*admission.forgotten), name));
     }
-    m_application->log->repeatable(name,
-                                   fmt::format("{}: a print client brings {}", name, quotedList(admission.localNames)));
+    m_application->log->repeatable(
+        name, fmt::format("{}: a print client registers {}", name, quotedList(admission.localNames)));
   } else {
     m_application->log->refusal(
         "registrations", fmt::format("{}: a print client was refused: {}", name, programs::oneLine(admission.refusal)));

@@ -81,7 +81,7 @@ SessionTable::Status sessionFrom(const Json& json, system_clock::time_point now)
 
 }  // namespace
 
-std::string toMemory(const std::vector<SessionTable::Status>& sessions) {
+std::string toStateText(const std::vector<SessionTable::Status>& sessions) {
   Json all = Json::array();
   for (const SessionTable::Status& session : sessions) {
     if (!std::all_of(session.printers.begin(), session.printers.end(), hasUtf8)) continue;
@@ -95,14 +95,14 @@ std::string toMemory(const std::vector<SessionTable::Status>& sessions) {
   return Json{{"format", kFormat}, {"sessions", std::move(all)}}.dump(1, ' ') + "\n";
 }
 
-std::vector<SessionTable::Status> fromMemory(const std::string& text, system_clock::time_point now) try {
+std::vector<SessionTable::Status> fromStateText(const std::string& text, system_clock::time_point now) try {
   const Json json = Json::parse(text);
   if (json.at("format").get<std::string>() != kFormat) throw std::runtime_error("it is of another version");
   std::vector<SessionTable::Status> sessions;
   std::set<int> numbers;
   for (const Json& session : json.at("sessions")) {
     sessions.push_back(sessionFrom(session, now));
-    if (!numbers.insert(sessions.back().number).second) throw std::runtime_error("a session is there twice");
+    if (!numbers.insert(sessions.back().number).second) throw std::runtime_error("a session is listed twice");
   }
   return sessions;
 } catch (const Json::exception& failure) {
@@ -124,10 +124,10 @@ void SessionKeeper::readFile() {
   try {
     const auto text = m_file.read();
     if (!text) return;
-    auto sessions = fromMemory(*text, std::chrono::system_clock::now());
+    auto sessions = fromStateText(*text, std::chrono::system_clock::now());
     const std::size_t count = sessions.size();
     m_table.remember(std::move(sessions));
-    m_log->line(fmt::format("sessions known from before: {}, from {}", count, m_name));
+    m_log->line(fmt::format("sessions restored: {}, from {}", count, m_name));
   } catch (const std::runtime_error& failure) {
     std::string aside = fmt::format("it was set aside as {}.damaged", m_name);
     try {
@@ -136,7 +136,7 @@ void SessionKeeper::readFile() {
       aside = fmt::format("it stays where it is: {}", second.what());
     }
     m_log->failure(
-        fmt::format("the sessions of before are not known, the file {} is of no use: {}; {}. Each session is "
+        fmt::format("the earlier sessions are not known because the file {} cannot be used: {}; {}. Each session is "
                     "known again when its print client comes",
                     m_name, failure.what(), aside));
   }
@@ -159,7 +159,7 @@ void SessionKeeper::run() {
 
 void SessionKeeper::writeFile() noexcept {
   try {
-    m_file.replace(toMemory(m_table.known()));
+    m_file.replace(toStateText(m_table.known()));
     if (m_failed) m_log->line(fmt::format("the sessions are kept in {} again", m_name));
     m_failed = false;
   } catch (const std::exception& failure) {

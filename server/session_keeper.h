@@ -19,17 +19,17 @@ namespace aps {
 inline constexpr std::size_t kSessionBytes = 128 * 1024;
 
 // The sessions and their printers as the text that outlives this server, JSON in UTF-8, and back. Nothing in it is
-// secret: whoever prints sees the same names. A session with a text that has no UTF-8 form is left out. Of one that is
-// longer than kSessionBytes only the names and drivers of its printers are kept, or nothing where that is too long,
-// too.
-std::string toMemory(const std::vector<SessionTable::Status>& sessions);
+// secret: every user who prints sees the same names. A session with a text that has no UTF-8 form is left out. Of one
+// that is longer than kSessionBytes only the names and drivers of its printers are kept, or nothing where that is too
+// long, too.
+std::string toStateText(const std::vector<SessionTable::Status>& sessions);
 
 // Throws std::runtime_error with what is wrong with the text, for a person. A session that had a client counts as
 // without one since the time that is given.
-std::vector<SessionTable::Status> fromMemory(const std::string& text, std::chrono::system_clock::time_point now);
+std::vector<SessionTable::Status> fromStateText(const std::string& text, std::chrono::system_clock::time_point now);
 
 // Keeps the sessions of a table in a file, so that a server which is started again knows them. The file is written on a
-// thread of its own, at most once in kPause, so that nobody who comes or prints waits for a disk. What cannot be read
+// thread of its own, at most once in kPause, so that no client or job waits for a disk. What cannot be read
 // or written has one line in the log; printing goes on.
 class SessionKeeper {
  public:

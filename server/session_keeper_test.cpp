@@ -118,7 +118,7 @@ TEST_F(SessionKeeperTest, SessionsAndPrintersAreKnownToTheNextServer) {
   EXPECT_FALSE(found->client);
   EXPECT_THAT(table.localNames(6), ElementsAre(L"Ink (session 6)"));
   EXPECT_TRUE(m_log->flush(std::chrono::minutes(1)));
-  EXPECT_THAT(content(m_folder / "log"), HasSubstr("sessions known from before: 2, from " + m_file.string()));
+  EXPECT_THAT(content(m_folder / "log"), HasSubstr("sessions restored: 2, from " + m_file.string()));
   EXPECT_THAT(failures(), IsEmpty());
 }
 
@@ -167,7 +167,7 @@ TEST_F(SessionKeeperTest, AFileThatIsOfNoUseIsSetAsideAndSaid) {
   std::ofstream(m_file) << "{\"format\": \"sess";
   EXPECT_THAT(kept(), IsEmpty());
   EXPECT_THAT(failures(), ElementsAre(MatchesRegex(
-                              ".* the sessions of before are not known, the file .*/sessions is of no use: "
+                              ".* the earlier sessions are not known because the file .*/sessions cannot be used: "
                               ".*parse error.*; it was set aside as .*/sessions.damaged. Each session is known "
                               "again when its print client comes")));
   EXPECT_THAT(files(), ElementsAre("log", "sessions.damaged"));
@@ -188,7 +188,7 @@ TEST_F(SessionKeeperTest, AFileThatOthersMayHaveWrittenIsNotBelieved) {
   }
   ::chmod(m_file.c_str(), 0620);
   EXPECT_THAT(kept(), IsEmpty());
-  EXPECT_THAT(failures(), ElementsAre(HasSubstr("of no use: others may have written it; it was set aside")));
+  EXPECT_THAT(failures(), ElementsAre(HasSubstr("cannot be used: others may have written it; it was set aside")));
 }
 
 TEST_F(SessionKeeperTest, WhatIsNoPlainFileIsNeitherReadNorReplacedNorMoved) {
@@ -212,8 +212,9 @@ TEST_F(SessionKeeperTest, WhatIsNoPlainFileIsNeitherReadNorReplacedNorMoved) {
   EXPECT_EQ(content(m_folder / "other"), "precious");
   ASSERT_THAT(failures(), SizeIs(6));
   EXPECT_THAT(failures()[0],
-              HasSubstr("is of no use: it is no plain file; it stays where it is: it is no plain file. "));
-  EXPECT_THAT(failures()[1], HasSubstr("the sessions are not kept in " + m_file.string() + ": it is no plain file; "));
+              HasSubstr("cannot be used: it is not a regular file; it stays where it is: it is not a regular file. "));
+  EXPECT_THAT(failures()[1],
+              HasSubstr("the sessions are not kept in " + m_file.string() + ": it is not a regular file; "));
 }
 
 TEST_F(SessionKeeperTest, AFileThatCannotBeWrittenIsSaidOnce) {

@@ -27,7 +27,7 @@ SessionTable::Status session(int number, bool connected, std::vector<Printer> pr
 
 std::string troubleWith(const std::string& text) {
   try {
-    fromMemory(text, kNow);
+    fromStateText(text, kNow);
   } catch (const std::runtime_error& failure) {
     return failure.what();
   }
@@ -51,7 +51,8 @@ TEST(SessionMemory, EveryValueOfAPrinterComesBackInItsOrder) {
   full.isDefault = true;
   full.format = protocol::DataFormat::kPdf;
   full.resolution = -600;
-  const auto back = fromMemory(toMemory({session(7, false, {full, printer(L"Ink")}), session(2, false, {full})}), kNow);
+  const auto back =
+      fromStateText(toStateText({session(7, false, {full, printer(L"Ink")}), session(2, false, {full})}), kNow);
   ASSERT_THAT(back, SizeIs(2));
   EXPECT_EQ(back[0].number, 7);
   EXPECT_EQ(back[1].number, 2);
@@ -66,28 +67,28 @@ TEST(SessionMemory, EveryValueOfAPrinterComesBackInItsOrder) {
 }
 
 TEST(SessionMemory, ASessionThatHadAClientIsWithoutOneSinceNow) {
-  const auto back = fromMemory(toMemory({session(7, true, {printer(L"A")})}), kNow);
+  const auto back = fromStateText(toStateText({session(7, true, {printer(L"A")})}), kNow);
   ASSERT_THAT(back, SizeIs(1));
   EXPECT_FALSE(back[0].connected);
   EXPECT_EQ(back[0].since, kNow);
 }
 
 TEST(SessionMemory, ATimeThatCannotBeIsTheNearestThatCan) {
-  const std::string text = toMemory({session(7, false, {printer(L"A")})});
-  EXPECT_EQ(fromMemory(with(text, "1999999900", "2000000001"), kNow)[0].since, kNow);
-  EXPECT_EQ(fromMemory(with(text, "1999999900", "9223372036854775807"), kNow)[0].since, kNow);
-  EXPECT_EQ(fromMemory(with(text, "1999999900", "-1"), kNow)[0].since, system_clock::time_point());
+  const std::string text = toStateText({session(7, false, {printer(L"A")})});
+  EXPECT_EQ(fromStateText(with(text, "1999999900", "2000000001"), kNow)[0].since, kNow);
+  EXPECT_EQ(fromStateText(with(text, "1999999900", "9223372036854775807"), kNow)[0].since, kNow);
+  EXPECT_EQ(fromStateText(with(text, "1999999900", "-1"), kNow)[0].since, system_clock::time_point());
 }
 
 TEST(SessionMemory, NoSessionsAreNoSessions) {
-  EXPECT_THAT(fromMemory(toMemory({}), kNow), SizeIs(0));
+  EXPECT_THAT(fromStateText(toStateText({}), kNow), SizeIs(0));
 }
 
 #ifndef _WIN32
 TEST(SessionMemory, ASessionWhoseTextsHaveNoUtf8FormIsLeftOut) {
-  const auto back = fromMemory(toMemory({session(1, true, {printer(L"A"), printer(std::wstring(1, 0xD800))}),
-                                         session(2, true, {printer(L"A")})}),
-                               kNow);
+  const auto back = fromStateText(toStateText({session(1, true, {printer(L"A"), printer(std::wstring(1, 0xD800))}),
+                                               session(2, true, {printer(L"A")})}),
+                                  kNow);
   ASSERT_THAT(back, SizeIs(1));
   EXPECT_EQ(back[0].number, 2);
 }
@@ -104,9 +105,9 @@ TEST(SessionMemory, ASessionWithTooMuchToSayKeepsNamesAndDriversOnlyOrNothing) {
   auto wordy = printers;
   for (Printer& each : wordy)
     each.texts[3] = std::wstring(1024, L'\u20ac');
-  const auto back = fromMemory(
-      toMemory({session(1, true, wordy), session(2, true, printers), session(3, true, {printers[0], printer(L"A")})}),
-      kNow);
+  const auto back = fromStateText(toStateText({session(1, true, wordy), session(2, true, printers),
+                                               session(3, true, {printers[0], printer(L"A")})}),
+                                  kNow);
   ASSERT_THAT(back, SizeIs(2));
   EXPECT_EQ(back[0].number, 2);
   ASSERT_THAT(back[0].printers, SizeIs(64));
@@ -118,18 +119,18 @@ TEST(SessionMemory, ASessionWithTooMuchToSayKeepsNamesAndDriversOnlyOrNothing) {
 }
 
 TEST(SessionMemory, ATextThatIsCutAnywhereIsNoMemory) {
-  const std::string text = toMemory({session(7, true, {printer(L"A")})});
+  const std::string text = toStateText({session(7, true, {printer(L"A")})});
   for (std::size_t length = 0; length + 2 < text.size(); ++length) {
     EXPECT_NE(troubleWith(text.substr(0, length)), "") << length;
   }
 }
 
 TEST(SessionMemory, SaysWhatIsWrong) {
-  const std::string text = toMemory({session(7, true, {printer(L"A"), printer(L"B")})});
+  const std::string text = toStateText({session(7, true, {printer(L"A"), printer(L"B")})});
   EXPECT_EQ(troubleWith(with(text, "version 1", "version 2")), "it is of another version");
   EXPECT_EQ(troubleWith(with(text, "\"session\": 7", "\"session\": 0")), "a session without number or printers");
   EXPECT_EQ(troubleWith(with(text, "\"B\"", "\"a\"")),
-            "the printer \"a\" is there twice; give each printer a name of its own");
+            "the printer \"a\" is listed twice; give each printer its own name");
   EXPECT_EQ(troubleWith(with(text, "\"A\",", "\"A\",null,")), "a printer without its texts");
   EXPECT_EQ(troubleWith(with(text, "\"value\": 1", "\"value\": 4")),
             "the printer \"A\" has the format value 4; 1 (raw), 2 (PostScript) and 3 (PDF) exist");
@@ -137,7 +138,7 @@ TEST(SessionMemory, SaysWhatIsWrong) {
   EXPECT_THAT(troubleWith(with(text, "\"session\": 7", "\"session\": \"7\"")), HasSubstr("type must be number"));
   EXPECT_NE(troubleWith("[]"), "");
   const auto one = session(7, true, {printer(L"A")});
-  EXPECT_EQ(troubleWith(toMemory({one, one})), "a session is there twice");
+  EXPECT_EQ(troubleWith(toStateText({one, one})), "a session is listed twice");
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 namespace aps {
 namespace {
 
-// How long somebody who waits goes on without asking whether he has given up.
+// How long a waiting caller goes on without asking whether it has given up.
 constexpr std::chrono::milliseconds kLookEvery{100};
 
 std::size_t charactersOf(const Printer& printer) {
@@ -23,9 +23,9 @@ std::size_t charactersOf(const Printer& printer) {
 
 std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers) const {
   if (session < 1) return fmt::format(L"session {} does not exist; sessions are numbered from 1", session);
-  if (printers.empty()) return fmt::format(L"session {} brings no printer along", session);
+  if (printers.empty()) return fmt::format(L"session {} registers no printer", session);
   if (printers.size() > m_limits.printers) {
-    return fmt::format(L"session {} brings {} printers along, the limit is {}", session, printers.size(),
+    return fmt::format(L"session {} registers {} printers, the limit is {}", session, printers.size(),
                        m_limits.printers);
   }
   const auto known = m_sessions.find(session);

@@ -75,7 +75,7 @@ class SessionTable {
     std::optional<Place> next;  // none behind the last
   };
 
-  // Whoever waits for a client: asked now and then, without the table's lock, whether he has given up.
+  // A caller that waits for a client is asked now and then, without the table's lock, whether it has given up.
   using HasGivenUp = std::function<bool()>;
 
   explicit SessionTable(const Limits& limits) : m_limits(limits) {}
@@ -103,7 +103,7 @@ class SessionTable {
   // The local names of a session's printers; empty for a session that has never had a client, once that is certain.
   std::vector<std::wstring> awaitLocalNames(int session, const HasGivenUp& hasGivenUp) const;
   std::vector<std::wstring> localNames(int session) const;
-  // Lets everybody who waits ask whether he has given up.
+  // Lets every waiting caller ask whether it has given up.
   void wake() const;
   // True for the print client of a session.
   bool isClient(const CS_Connection* connection) const;

@@ -80,11 +80,11 @@ TEST_F(SessionTableTest, OnlyTheSessionsOwnClientCanLeave) {
 
 TEST_F(SessionTableTest, SaysWhyItRefuses) {
   EXPECT_EQ(enter(0, {named(L"A")}, m_client).refusal, L"session 0 does not exist; sessions are numbered from 1");
-  EXPECT_EQ(enter(5, {}, m_client).refusal, L"session 5 brings no printer along");
+  EXPECT_EQ(enter(5, {}, m_client).refusal, L"session 5 registers no printer");
   EXPECT_EQ(enter(5, {named(L"A"), named(L"B"), named(L"C"), named(L"D")}, m_client).refusal,
-            L"session 5 brings 4 printers along, the limit is 3");
+            L"session 5 registers 4 printers, the limit is 3");
   EXPECT_EQ(enter(5, {named(L"A"), named(L"a")}, m_client).refusal,
-            L"the printer \"a\" is there twice; give each printer a name of its own");
+            L"the printer \"a\" is listed twice; give each printer its own name");
 }
 
 TEST_F(SessionTableTest, TheSessionThatIsLongestWithoutClientMakesRoom) {

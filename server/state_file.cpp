@@ -39,7 +39,7 @@ class OpenFile {
 };
 
 // Other than on Linux, what lies under that name is known only once it is open.
-void refuseOtherThanPlainFile(const std::filesystem::path&) {}
+void refuseIrregularFile(const std::filesystem::path&) {}
 
 std::optional<std::string> readWhole(const std::filesystem::path& path) {
   const OpenFile opened(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -49,7 +49,7 @@ std::optional<std::string> readWhole(const std::filesystem::path& path) {
     if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return std::nullopt;
     fail("opened", error);
   }
-  if (GetFileType(opened.get()) != FILE_TYPE_DISK) throw std::runtime_error("it is no plain file");
+  if (GetFileType(opened.get()) != FILE_TYPE_DISK) throw std::runtime_error("it is not a regular file");
   LARGE_INTEGER size{};
   if (!GetFileSizeEx(opened.get(), &size)) fail("read");
   if (static_cast<std::size_t>(size.QuadPart) > StateFile::kMaxBytes) throw std::runtime_error("it is too long");
@@ -105,9 +105,10 @@ class OpenFile {
 };
 
 // A device or a link of that name belongs to somebody else, whatever the account of this process may do with it.
-void refuseOtherThanPlainFile(const std::filesystem::path& path) {
+void refuseIrregularFile(const std::filesystem::path& path) {
   struct stat facts {};
-  if (::lstat(path.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode)) throw std::runtime_error("it is no plain file");
+  if (::lstat(path.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode))
+    throw std::runtime_error("it is not a regular file");
 }
 
 std::optional<std::string> readWhole(const std::filesystem::path& path) {
@@ -116,7 +117,7 @@ std::optional<std::string> readWhole(const std::filesystem::path& path) {
   if (!opened.isOpen()) fail("opened");
   struct stat facts {};
   if (::fstat(opened.get(), &facts) != 0) fail("read");
-  if (!S_ISREG(facts.st_mode)) throw std::runtime_error("it is no plain file");
+  if (!S_ISREG(facts.st_mode)) throw std::runtime_error("it is not a regular file");
   if (facts.st_uid != ::geteuid() || (facts.st_mode & 022) != 0) {
     throw std::runtime_error("others may have written it");
   }
@@ -165,13 +166,13 @@ void syncFolderOf(const std::filesystem::path& path) {
 }  // namespace
 
 std::optional<std::string> StateFile::read() const {
-  refuseOtherThanPlainFile(m_path);
+  refuseIrregularFile(m_path);
   return readWhole(m_path);
 }
 
 void StateFile::replace(const std::string& content) const {
   if (content.size() > kMaxBytes) throw std::runtime_error("it would be too long");
-  refuseOtherThanPlainFile(m_path);
+  refuseIrregularFile(m_path);
   std::filesystem::path fresh = m_path;
   fresh += ".new";
   removeFile(fresh);
@@ -186,7 +187,7 @@ void StateFile::replace(const std::string& content) const {
 }
 
 void StateFile::setAside() const {
-  refuseOtherThanPlainFile(m_path);
+  refuseIrregularFile(m_path);
   std::filesystem::path aside = m_path;
   aside += ".damaged";
   moveFile(m_path, aside, "renamed");

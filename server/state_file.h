@@ -17,12 +17,12 @@ class StateFile {
 
   explicit StateFile(std::filesystem::path path) : m_path(std::move(path)) {}
 
-  // Nothing when there is no file. What is no plain file, a link included, a file of another owner, and one that others
-  // may write are refused.
+  // Nothing when there is no file. What is not a regular file, a link included, a file of another owner, and one that
+  // others may write are refused.
   std::optional<std::string> read() const;
-  // Returns when the content is on the disk. After a failure the file is as it was. What is no plain file stays.
+  // Returns when the content is on the disk. After a failure the file is as it was. What is not a regular file stays.
   void replace(const std::string& content) const;
-  // Gives the file the name "<name>.damaged", in place of an older one of that name. What is no plain file stays.
+  // Gives the file the name "<name>.damaged", in place of an older one of that name. What is not a regular file stays.
   void setAside() const;
 
  private:

@@ -46,7 +46,7 @@ TEST_F(AdministrationOfSessions, AMissingDriverIsNamedAndTheOtherPrintersComeUp)
          "printer \"Ink (session 5)\" needs the driver \"Not installed\", which is not installed\n"
          "  Install the driver, or name one");
   client->waitForLine(
-      "\"Ink\" is no printer on the server: printer \"Ink (session 5)\" needs the driver \"Not installed\"");
+      "\"Ink\" is not a printer on the server: printer \"Ink (session 5)\" needs the driver \"Not installed\"");
   EXPECT_THAT(succeed({"session", "list"}),
               HasSubstr("  \"Ink (session 5)\" is not here; mgprintmon session up 5 says why\n"));
 }

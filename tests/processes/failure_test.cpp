@@ -179,7 +179,7 @@ TEST(Failures, APrinterThatCannotBeHadIsSaidAtItsClientOnly) {
   notice.values[2].second = L"refused";
   peer.notify(1234, L"mgprintmon", notice);
   client->waitForLine(
-      "\"\\\\server\\laser\" is no printer on the server: normalizer log: Ghostscript: undefined in bar. Mend the "
+      "\"\\\\server\\laser\" is not a printer on the server: normalizer log: Ghostscript: undefined in bar. Mend the "
       "document.");
   EXPECT_THAT(other->output(), Not(HasSubstr("laser")));
 }

@@ -117,7 +117,7 @@ TEST(Output, AClientsOutputThatNobodyReadsStopsNoJob) {
   const UnreadPipe unread;
   Scene scene;
   ChildProcess client(redirected(scene.clientCommand(5, {"Laser-2"}), ">" + unread.path()));
-  scene.server().waitForLine("session 5: a print client brings");
+  scene.server().waitForLine("session 5: a print client registers");
   for (int i = 0; i < 60; ++i)
     ASSERT_EQ(printOne(scene.port()), 1);
   EXPECT_TRUE(unread.isFull());
@@ -139,7 +139,7 @@ TEST(Output, AFullDiskBelowTheLogIsSaidToTheToolAndStopsNoJob) {
                                  L"lost until it can")));
   fs::remove(log);
   scene.server().signal(SIGHUP);
-  EXPECT_THAT(waitForText(log, " the log was opened anew\n"), HasSubstr(" lines are missing here: No space left on"));
+  EXPECT_THAT(waitForText(log, " the log was reopened\n"), HasSubstr(" lines are missing here: No space left on"));
 }
 
 TEST(Output, ALimitOnTheSizeOfFilesDoesNotEndTheServer) {
@@ -171,9 +171,9 @@ TEST(Output, AHangupBeginsANewLogFileAndWithoutAFileEndsTheServer) {
     old += ".old";
     fs::rename(log, old);
     scene.server().signal(SIGHUP);
-    waitForText(log, " the log was opened anew\n");
+    waitForText(log, " the log was reopened\n");
     scene.server().signal(SIGHUP);
-    EXPECT_THAT(content(old), Not(HasSubstr("opened anew")));
+    EXPECT_THAT(content(old), Not(HasSubstr("reopened")));
     AdministrationPeer(scene.port()).status();
   }
   EXPECT_THAT(content(log), HasSubstr(" aps stops\n"));

@@ -34,8 +34,8 @@ TEST(Restart, AJobThatAsksBeforeItsClientIsBackWaitsForItAndArrives) {
   MonitorPeer peer(scene.port());
   auto asked = std::async(std::launch::async, [&] { return peer.printerInfo(kPrinter); });
   EXPECT_THAT(
-      scene.server().waitForLine("printer \"Laser-2 (session 5)\" was asked for by process "),
-      HasSubstr(std::to_string(getpid()) + "; the answer waits for its print client, which may be on its way back"));
+      scene.server().waitForLine("printer \"Laser-2 (session 5)\" was requested by process "),
+      HasSubstr(std::to_string(getpid()) + "; the answer waits for its print client, which may be reconnecting"));
   const auto client = scene.startClient(5, {"Laser-2,format=ps"});
   const auto info = asked.get();
   ASSERT_TRUE(info);
@@ -89,7 +89,7 @@ TEST(Restart, AWaitEndsWhenWhoeverAskedGoesAndWhenTheServerIsStopped) {
   CS_Connection::destroy(leaves.connection(), true);
   EXPECT_EQ(left.get(), L"the connection was closed on this side");
   EXPECT_THAT(scene.server().waitForLine(": request 5 was not served: "),
-              HasSubstr("whoever asked did not wait for the print client"));
+              HasSubstr("the caller did not wait for the print client"));
 
   MonitorPeer stays(scene.port());
   auto stopped = ends(stays);

@@ -53,7 +53,7 @@ TEST(Sessions, AnUnknownPrinterIsRefusedWithTheCauseInTheLog) {
   Scene scene;
   MonitorPeer peer(scene.port());
   EXPECT_FALSE(peer.printerInfo(L"Nobody's"));
-  scene.server().waitForLine("printer \"Nobody's\" was asked for by process " + std::to_string(getpid()) +
+  scene.server().waitForLine("printer \"Nobody's\" was requested by process " + std::to_string(getpid()) +
                              ": no session has a printer of that name");
   EXPECT_FALSE(peer.attach(L"Nobody's"));
   scene.server().waitForLine(
@@ -90,7 +90,7 @@ TEST(Sessions, TooManyPrintersOrSessionsAreRefusedWithTheLimit) {
   Scene scene({"--max-printers", "2", "--max-sessions", "1"});
   ChildProcess tooMany(scene.clientCommand(5, {"A", "B", "C"}));
   EXPECT_EQ(tooMany.wait(), 1);
-  EXPECT_THAT(tooMany.output(), HasSubstr("session 5 brings 3 printers along, the limit is 2"));
+  EXPECT_THAT(tooMany.output(), HasSubstr("session 5 registers 3 printers, the limit is 2"));
   const auto client = scene.startClient(5, {"A", "B"});
   ChildProcess other(scene.clientCommand(6, {"A"}));
   EXPECT_EQ(other.wait(), 1);
@@ -130,7 +130,7 @@ TEST(Sessions, AConnectionOfAnotherProtocolLeavesALine) {
   socket.send({&piece, 1});
   const std::string line = scene.server().waitForLine("connection from 127.0.0.1:");
   EXPECT_THAT(line, HasSubstr(" refused: "));
-  EXPECT_THAT(line, HasSubstr("; the program that made it is none of this system, or of another version"));
+  EXPECT_THAT(line, HasSubstr("; the program that made it does not belong to this system, or has another version"));
 }
 
 TEST(Sessions, RecordsOfAnotherProcessAreReadableLines) {
