@@ -17,14 +17,21 @@ class Chance {
  public:
   explicit Chance(unsigned seed) : m_random(seed) {}
   int below(int bound) { return static_cast<int>(m_random() % static_cast<unsigned>(bound)); }
+  // On a busy machine each yield lasts as long as all others want to work, so there is one at most.
   void pause() {
     const int kind = below(8);
-    for (int i = kind < 4 ? 0 : 1 << below(6); i > 0; --i)
-      std::this_thread::yield();
+    if (kind >= 4) workFor(std::chrono::nanoseconds(100) * (1 << below(6)));
+    if (kind == 6) std::this_thread::yield();
     if (kind == 7) std::this_thread::sleep_for(std::chrono::microseconds(below(200)));
   }
 
  private:
+  static void workFor(std::chrono::nanoseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    while (std::chrono::steady_clock::now() < end) {
+    }
+  }
+
   std::mt19937 m_random;
 };
 
