@@ -10,8 +10,8 @@ const wchar_t* const CS_Bridge::m_className = L"Quillfern::ComponentServer::Brid
 
 CS_Bridge::~CS_Bridge() = default;
 
-void CS_Bridge::prepareServing(std::shared_ptr<corvane::BridgeLoad> load) {
-  m_worker = std::make_shared<corvane::BridgeWorker>(*this, std::move(load));
+void CS_Bridge::prepareServing(const std::shared_ptr<corvane::BridgeLoad>& load) {
+  m_worker = std::make_shared<corvane::BridgeWorker>(*this, load);
 }
 
 bool CS_Bridge::startServing() {

@@ -31,7 +31,7 @@ class CS_Bridge : public CS_Component, public corvane::BridgeEnd {
   corvane::BridgeEnd* bridgeEnd() override { return this; }
   void throwIfEnded() const override;
 
-  void prepareServing(std::shared_ptr<corvane::BridgeLoad> load) override;
+  void prepareServing(const std::shared_ptr<corvane::BridgeLoad>& load) override;
   bool startServing() override;
   bool forwards() const override { return false; }
   void deliver(const corvane::Frame& frame) override;

@@ -16,7 +16,7 @@ class BridgeEnd {
  public:
   // The peer has made this bridge, in two steps: before it is added to its owner, where another thread may release it
   // at once, and after. False when it cannot be served.
-  virtual void prepareServing(std::shared_ptr<BridgeLoad>) {}
+  virtual void prepareServing(const std::shared_ptr<BridgeLoad>&) {}
   virtual bool startServing() { return true; }
 
   // Whether frames are passed on as they came, in runs of complete frames that stand one behind the other: then they
