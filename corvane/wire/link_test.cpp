@@ -137,6 +137,28 @@ TEST_F(LinkTest, WhoLookedForNewsLeavesTheReadingToAWaiter) {
   waiter.join();
 }
 
+TEST_F(LinkTest, WhoHasItsReplyLeavesTheReadingToAWaiter) {
+  Happening isRead, isAboutToWait;
+  m_taker.take = [&](const Frame& frame) {
+    m_link.complete(frame);
+    if (m_taker.frames() > 1) return;
+    isRead.happen();
+    EXPECT_TRUE(isAboutToWait.await());
+    letItWait();
+  };
+  m_link.setHandler(&m_taker);
+  Link::Pending first(m_link, 0), second(m_link, 0);
+  say(replyTo(first.correlation(), 0, 1));
+  std::jthread waiter([&] {
+    EXPECT_TRUE(isRead.await());
+    isAboutToWait.happen();
+    EXPECT_EQ(2, resultOf(second, 5000));
+  });
+  EXPECT_EQ(1, resultOf(first, 5000));
+  say(replyTo(second.correlation(), 0, 2));
+  waiter.join();
+}
+
 // A thread that waits for a reply while another one reads and is busy with a frame.
 class BusyLinkTest : public LinkTest {
  protected:
