@@ -59,7 +59,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
       const protocol::Registration::Answer registration =
-          programs::registerPrinters(connection, m_options.session, m_options.printers);
+          protocol::registerPrinters(connection, m_options.session, m_options.printers);
       if (registration.isAccepted) {
         serveRegistered(*connection, registration);
         outcome = Outcome::kLost;

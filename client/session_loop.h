@@ -2,8 +2,9 @@
 
 #include "client/job_output.h"
 #include "client/options.h"
+#include "corvane/components/connection.h"
 #include "corvane/wire/heartbeat.h"
-#include "programs/printer_registration.h"
+#include "protocol/registration.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -1,4 +1,4 @@
-#include "converter/argument_line.h"
+#include "converter/host_shell.h"
 
 #include <windows.h>
 

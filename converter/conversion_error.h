@@ -1,7 +1,11 @@
 #pragma once
 
+#include "corvane/base/process.h"
+#include "corvane/base/text.h"
+
 #include <exception>
 #include <string>
+#include <utility>
 
 namespace mg::converter {
 
@@ -23,7 +27,8 @@ enum class ExitCode : int {
 // Why there is no PDF: the exit code and one readable line that states the cause and the remedy.
 class ConversionError : public std::exception {
  public:
-  ConversionError(ExitCode code, std::wstring text);
+  ConversionError(ExitCode code, std::wstring text)
+      : m_code(code), m_text(std::move(text)), m_what(corvane::toUtf8(m_text)) {}
 
   ExitCode code() const { return m_code; }
   const std::wstring& text() const { return m_text; }
@@ -37,6 +42,9 @@ class ConversionError : public std::exception {
 };
 
 // The system's words for a GetLastError number, without a full stop, as in "Access denied (5)".
-std::wstring systemErrorText(unsigned long error);
+inline std::wstring systemErrorText(unsigned long error) {
+  const std::wstring words = corvane::systemErrorWords(error, true);
+  return (words.empty() ? L"error (" : words + L" (") + std::to_wstring(error) + L")";
+}
 
 }  // namespace mg::converter

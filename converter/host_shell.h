@@ -2,8 +2,13 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace mg::converter {
+
+// Joins words into a command line that CommandLineToArgvW and the C runtime split into the same words. Safe from any
+// thread; throws std::bad_alloc only.
+std::wstring argumentLine(const std::vector<std::wstring>& words);
 
 // The system below Wine: its paths, and its /bin/sh. Each throws a ConversionError (kFileSystem, kGhostscriptMissing).
 

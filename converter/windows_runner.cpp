@@ -1,6 +1,6 @@
-#include "converter/argument_line.h"
 #include "converter/conversion_error.h"
 #include "converter/ghostscript.h"
+#include "converter/host_shell.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

@@ -16,7 +16,7 @@ BOOL WINAPI MGOpenPort(HANDLE monitor, LPWSTR pName, PHANDLE pHandle);
 // Takes the mark back; a job that was not ended stays on the port.
 BOOL WINAPI MGClosePort(HANDLE handle);
 // Shows a message box with the outcome, owned by hWnd, and waits until the user closes it; where there is none, the
-// outcome is in the log (monitor/message_box.h).
+// outcome is in the log (mg::showMessageBox below).
 BOOL WINAPI MGDeletePort(HANDLE monitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
 
 // Announces a job to the print client of the session that owns the printer. pDocInfo is a DOC_INFO_1 whatever the level
@@ -54,3 +54,12 @@ VOID WINAPI MGShutdown(HANDLE monitor);
 // The operations that the spooler may call, constant and alive as long as the module. Its size tells the spooler to
 // read exactly 19 slots.
 extern const MONITOR2 g_monitorTable;
+
+namespace mg {
+
+// Shows a message box with an OK button and waits until it is closed. Where nobody could close it - in session 0, where
+// services run, and on a window station that is not visible - it would block the spooler's thread for ever: there the
+// text goes to the module's log instead. Any thread may call.
+void showMessageBox(HWND owner, const wchar_t* text, const wchar_t* title) noexcept;
+
+}  // namespace mg

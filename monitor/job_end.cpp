@@ -39,10 +39,11 @@ struct JobEnd {
 constexpr std::size_t kLineSize = 1792;  // characters; all parts of a line at their longest fit
 // Follows in the line when the spooler did not let the module act on the job in its queue.
 constexpr wchar_t kStaysInQueue[] =
-    L" The job stays in the spooler's queue, which refused to delete it (error %lu): whoever printed it, or an "
+    L" The job stays in the spooler's queue, which refused to delete it (error %lu): the person who printed it, or an "
     L"administrator, can delete it there.";
 constexpr wchar_t kIsNotMarked[] =
-    L" The spooler's queue refused to mark it as sent (error %lu), so it may stay there: whoever printed it, or an "
+    L" The spooler's queue refused to mark it as sent (error %lu), so it may stay there: the person who printed it, or "
+    L"an "
     L"administrator, can delete it; it need not be printed again.";
 
 // The number in a port's name such as "CPP5", or the empty text.
@@ -157,8 +158,7 @@ void blameDeletion(JobReport& report) noexcept {
 
 // The connection of the port's job; null without a stream.
 CS_RCPtr<CS_Connection> connectionOf(const tagPort& port) {
-  if (!port.printServer) return nullptr;
-  return dynamic_cast<CS_Connection*>(port.printServer->getRootOwner().get());
+  return port.printServer ? port.printServer->getConnection() : nullptr;
 }
 
 void noteAnswer(JobReport& report, int answer) {

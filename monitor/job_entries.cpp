@@ -39,10 +39,7 @@ void abandonJob(tagPort& port) {
   if (port.job == nullptr) return;
   port.job->report.fail(JobFault::kAbandoned, L"The spooler began another job before this one had ended.");
   mg::tellFailedJob(port);
-  if (port.printServer) {
-    const CS_RCPtr<CS_Component> owner = port.printServer->getRootOwner();
-    CS_Connection::destroy(CS_RCPtr<CS_Connection>(dynamic_cast<CS_Connection*>(owner.get())), true);
-  }
+  if (port.printServer) CS_Connection::destroy(port.printServer->getRootOwner()->getConnection(), true);
   discardCollectedData(*port.job);
   delete port.job;
   port.job = nullptr;
@@ -247,14 +244,13 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
     }
     if (!port.printServer) operation.fail(corvane::kLevelException, L"Failed to use print server.");
     const CS_RCPtr<PrintServer> stream(port.printServer.get());
-    const CS_RCPtr<CS_Component> owner = stream->getRootOwner();
+    const CS_RCPtr<CS_Connection> connection = stream->getRootOwner()->getConnection();
     if (converted != kPrintedOtherwise) ended = stream->EndJob(port.job);
     // The job is destroyed; the stream stays until the next job replaces it.
     report = destroyJob(port);
     port.secondName[0] = L'\0';
     port.flags &= ~kPortHasDocument;
     report->queueError = mg::markQueuedJobSent(operation, port, printer);
-    const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));
     mg::tellEndedJob(port, *report, converted == kPrintedOtherwise, ended, connection.get());
     PortRecords::instance().setConnection(port, nullptr);
     CS_Connection::destroy(connection, true);

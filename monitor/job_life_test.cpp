@@ -136,7 +136,7 @@ TEST_F(JobLifeTest, AFailureThatNobodyExplainedIsToldWithItsRecord) {
 class RefusingQueueTest : public JobEndTest {
  protected:
   static constexpr char kStays[] =
-      " The job stays in the spooler's queue, which refused to delete it (error 5): whoever printed it, or an "
+      " The job stays in the spooler's queue, which refused to delete it (error 5): the person who printed it, or an "
       "administrator, can delete it there.";
 };
 
@@ -181,10 +181,11 @@ TEST_F(RefusingQueueTest, ADeliveredJobThatIsNotMarkedSaysThatItNeedNotBePrinted
   m_queue.refuseOpen();
   m_queue.refuseSetJob();
   EXPECT_EQ(end(), TRUE);
-  EXPECT_THAT(told(),
-              ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 0 bytes. The spooler's queue "
-                          "refused to mark it as sent (error 5), so it may stay there: whoever printed it, or an "
-                          "administrator, can delete it; it need not be printed again."));
+  EXPECT_THAT(
+      told(),
+      ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 0 bytes. The spooler's queue "
+                  "refused to mark it as sent (error 5), so it may stay there: the person who printed it, or an "
+                  "administrator, can delete it; it need not be printed again."));
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include "monitor/message_box.h"
-
 #include "monitor/entries.h"
 #include "ports/port_list.h"
 #include "tests/support/import_seam.h"

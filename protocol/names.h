@@ -20,6 +20,6 @@ inline constexpr const wchar_t* kAdministrationClientClass = L"Quillfern::NTR::A
 inline constexpr const wchar_t* kAdministrationServerClass = L"Quillfern::NTR::AdministrationServer";  // in aps
 
 // Of all these classes: the version of the whole project, from CMakeLists.txt.
-extern const CS_Version kVersion;
+inline constexpr CS_Version kVersion{MG_VERSION_NUMBERS};
 
 }  // namespace protocol

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "corvane/base/rc_ptr.h"
 #include "protocol/printer.h"
 
 #include <string>
 #include <vector>
+
+class CS_Connection;
 
 // The conversation of a session's print client (kSessionClientClass) with the application server (kSessionHostClass),
 // directly on the print client's connection.
@@ -68,5 +71,13 @@ struct PrinterRefused {
 
   static void layout(auto& self, auto& wire) { wire(self.printer, self.cause, self.remedy); }
 };
+
+// The print client's half. Registers the class of its component, for a program that needs nothing of it.
+void registerSessionClientClass();
+
+// Registers the session's printers with the server of that connection; the server has them for as long as it lasts.
+// Waits 30 s for the answer; throws CS_Exception when the server cannot be asked.
+Registration::Answer registerPrinters(const CS_RCPtr<CS_Connection>& connection, int session,
+                                      const std::vector<Printer>& printers);
 
 }  // namespace protocol

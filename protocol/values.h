@@ -26,7 +26,7 @@ namespace protocol {
 struct Limit {
   int most;
   int number = corvane::kProtocolViolation;
-  const wchar_t* text = L"%d things of a kind";
+  const wchar_t* text = L"a list of %d entries";
 };
 
 class Writer {

@@ -149,7 +149,7 @@ bool PortMonitorServer::shutdown() {
     const CS_RCPtr<PortMonitorServer> instance = s_instance;
     const CS_RCPtr<CS_Component> owner = instance->getRootOwner();
     if (!owner) operation.fail(corvane::kLevelFailure, L"failed to get root owner");
-    const CS_RCPtr<CS_Connection> connection(dynamic_cast<CS_Connection*>(owner.get()));
+    const CS_RCPtr<CS_Connection> connection = owner->getConnection();
     if (!connection) operation.fail(corvane::kLevelFailure, L"failed to get connection");
     ended = CS_Connection::destroy(connection, true);
   });
@@ -181,8 +181,8 @@ class PortMonitorLockHold {
 // here: release() then empties the holder. The connection is checked through a reference of its own.
 void seeEndOfConnection(const CS_RCPtr<CS_Component>& instance) {
   if (!instance) return;
-  const CS_RCPtr<CS_Component> root = instance->getRootOwner();
-  if (auto* connection = dynamic_cast<CS_Connection*>(root.get())) connection->lookForNews();
+  const CS_RCPtr<CS_Connection> connection = instance->getConnection();
+  if (connection) connection->lookForNews();
 }
 
 }  // namespace

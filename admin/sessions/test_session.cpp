@@ -7,11 +7,11 @@
 #include "corvane/components/component_server.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/host_properties.h"
-#include "programs/printer_registration.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 #include "protocol/print_job.h"
+#include "protocol/registration.h"
 
 #include <algorithm>
 #include <chrono>
@@ -30,7 +30,7 @@ void registerClasses(const std::shared_ptr<Arrival>& arrival) {
       new corvane::ComponentClass<TestPrintClient, TestPrintClient::Context>(protocol::kVersion, arrival));
   server->offerClass(protocol::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
-  programs::registerSessionClientClass();
+  protocol::registerSessionClientClass();
 }
 
 }  // namespace
@@ -113,7 +113,7 @@ void TestSession::bringPrinter(int number, const std::wstring& driver) {
   protocol::Printer printer;
   printer.texts[0] = kPrinterName;
   printer.texts[protocol::Printer::kDriverText] = driver;
-  const protocol::Registration::Answer registration = programs::registerPrinters(m_connection, number, {printer});
+  const protocol::Registration::Answer registration = protocol::registerPrinters(m_connection, number, {printer});
   if (!registration.isAccepted) {
     throw Failure(ExitCode::kFailed,
                   fmt::format("the server refuses the test session: {}", corvane::toUtf8(registration.refusal)),

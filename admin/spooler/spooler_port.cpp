@@ -84,7 +84,7 @@ std::string portNameRefusal(const std::wstring& name) {
                        programs::quoted(name));
   }
   if (name.front() == L' ' || name.back() == L' ') {
-    return fmt::format("the port name {} begins or ends with a blank", programs::quoted(name));
+    return fmt::format("the port name {} begins or ends with a space", programs::quoted(name));
   }
   return "";
 }

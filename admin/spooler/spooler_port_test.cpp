@@ -27,8 +27,8 @@ TEST(PortName, MayHoldNoPathControlCharacterOrComma) {
 
 TEST(PortName, IsNotEmptyAndHasNoBlanksAtItsEnds) {
   EXPECT_EQ(portNameRefusal(L""), "a port needs a name");
-  EXPECT_EQ(portNameRefusal(L" a"), "the port name \" a\" begins or ends with a blank");
-  EXPECT_EQ(portNameRefusal(L"a "), "the port name \"a \" begins or ends with a blank");
+  EXPECT_EQ(portNameRefusal(L" a"), "the port name \" a\" begins or ends with a space");
+  EXPECT_EQ(portNameRefusal(L"a "), "the port name \"a \" begins or ends with a space");
 }
 
 TEST(PortInUse, NamesThePrintersThatAreToBeRemoved) {

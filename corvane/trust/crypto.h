@@ -2,10 +2,7 @@
 
 #include <array>
 #include <cstddef>
-#include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 
 // What this layer needs of cryptography, from the system (BCrypt) or from OpenSSL; none of it is our own. Safe from any
 // thread. Nothing stays open between calls, so there is nothing to close when the module is unloaded.
@@ -22,13 +19,5 @@ void fillWithRandom(std::span<unsigned char> bytes);
 bool equalInConstantTime(const Bytes32& one, const Bytes32& other);
 // Overwrites a secret that is about to go out of use; the compiler does not leave it out.
 void wipe(std::span<unsigned char> secret) noexcept;
-
-// Nonces and proofs as they travel: 64 hexadecimal digits.
-std::wstring toHex(const Bytes32& bytes);
-// Nothing when the text is anything else; letters may be of either case.
-std::optional<Bytes32> fromHex(std::wstring_view digits);
-
-// The value of one digit, or -1.
-int hexValue(unsigned character);
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-#include "corvane/trust/crypto.h"
+#include "corvane/trust/key.h"
 
 #include <gtest/gtest.h>
 #include <numeric>

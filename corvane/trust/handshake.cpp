@@ -72,7 +72,8 @@ Bytes32 awaitProof(Link& link, Deadline deadline, const Refusal& refuse) {
     const std::wstring why = L"it proved nothing, as with another key than the one here: ";
     refuse(nullptr, (why + failure.detail()).c_str());
   }
-  if (!proof) refuse(L"the proof is none", L"it sent something else than a proof");
+  if (!proof)
+    refuse(L"the proof is not valid: it is not 64 hexadecimal digits", L"what it sent as its proof is not one");
   return *proof;
 }
 
@@ -127,7 +128,7 @@ Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadlin
   const auto nonce = bytesOf(peer.values, kNonce);
   if (!identity || !nonce) {
     refuse(L"the server knows only \"monitor\" and \"session-\" with a number, each with a nonce",
-           L"that is no identity, or its nonce is none");
+           L"that is not an identity, or its nonce is not valid");
   }
   const Key key = keyOf(*keys, *identity, refuse);
   const Challenge challenge{*identity, *nonce, newNonce(), link.localEndpoint()};

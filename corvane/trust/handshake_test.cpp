@@ -258,10 +258,11 @@ TEST_F(HandshakeKeysTest, AnIdentityThatIsNoneOrHasNoKeyIsRefused) {
   const std::wstring odd =
       L"the server knows only \"monitor\" and \"session-\" with a number, each with a nonce | Process 17 says that it "
       L"is ";
-  EXPECT_EQ(refused(L"../session-5", nonce), odd + L"\"../session-5\": that is no identity, or its nonce is none");
+  EXPECT_EQ(refused(L"../session-5", nonce),
+            odd + L"\"../session-5\": that is not an identity, or its nonce is not valid");
   EXPECT_EQ(refused(std::wstring(30000, L'x'), nonce),
-            odd + L"\"" + std::wstring(24, L'x') + L"...\": that is no identity, or its nonce is none");
-  EXPECT_EQ(refused(L"session-5", L"12"), odd + L"\"session-5\": that is no identity, or its nonce is none");
+            odd + L"\"" + std::wstring(24, L'x') + L"...\": that is not an identity, or its nonce is not valid");
+  EXPECT_EQ(refused(L"session-5", L"12"), odd + L"\"session-5\": that is not an identity, or its nonce is not valid");
   EXPECT_EQ(refused(L"session-7", nonce)
                 .find(L"the server has no key for this identity that it can use; its log says why | Process 17 says "
                       L"that it is \"session-7\": the key file cannot be opened ("),
@@ -299,7 +300,7 @@ TEST_F(HandshakeKeysTest, AProofThatIsCutLateOrSomethingElseIsNone) {
                 link.announceProof(text);
                 link.sendFrames({});
               }),
-              L"Process 17 says that it is \"session-5\": it sent something else than a proof");
+              L"Process 17 says that it is \"session-5\": what it sent as its proof is not one");
   }
 }
 

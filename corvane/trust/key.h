@@ -10,6 +10,11 @@
 
 namespace corvane {
 
+// Nonces and proofs as they travel: 64 hexadecimal digits.
+std::wstring toHex(const Bytes32& bytes);
+// Nothing when the text is anything else; letters may be of either case.
+std::optional<Bytes32> fromHex(std::wstring_view digits);
+
 // Who a peer can be: the print monitor (with the administration tool), or the print client of one session.
 class Identity {
  public:

@@ -38,7 +38,7 @@ std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer
   struct stat facts {};
   if (::fstat(opened.get(), &facts) != 0) fail(L"read", file, errno);
   if (!S_ISREG(facts.st_mode)) {
-    throw CS_Exception(kKeyNeeded, L"the key file is no plain file: %s", fromUtf8(file).c_str());
+    throw CS_Exception(kKeyNeeded, L"the key file is not a regular file: %s", fromUtf8(file).c_str());
   }
   if ((facts.st_mode & 077) != 0) {
     throw CS_Exception(kKeyNeeded, L"others may use the key file; make it private with: chmod 600 %s",

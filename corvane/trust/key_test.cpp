@@ -171,7 +171,7 @@ TEST(Key, IsNotReadFromAPipeWhichHoldsUpNobody) {
   const bool isDone = reading.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
   EXPECT_TRUE(isDone) << "it waits for somebody who writes";
   if (!isDone) ::close(::open(path.c_str(), O_WRONLY));
-  EXPECT_EQ(reading.get(), L"the key file is no plain file: " + fromUtf8(path));
+  EXPECT_EQ(reading.get(), L"the key file is not a regular file: " + fromUtf8(path));
 }
 
 TEST(Key, IsMadePrivate) {

@@ -43,7 +43,7 @@ std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer
   const DWORD attributes = ::GetFileAttributesW(name.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) fail(L"opened", file, ::GetLastError());
   if ((attributes & kNoFile) != 0) {
-    throw CS_Exception(kKeyNeeded, L"the key file is no plain file: %s", name.c_str());
+    throw CS_Exception(kKeyNeeded, L"the key file is not a regular file: %s", name.c_str());
   }
   // A key that is being exchanged may be renamed over meanwhile.
   const File opened(::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,

@@ -1,6 +1,9 @@
+#include "corvane/records/host_properties.h"
+
+#ifdef _WIN32
+
 #include "corvane/base/process.h"
 #include "corvane/records/exception.h"
-#include "corvane/records/host_properties.h"
 #include "corvane/records/messages.h"
 #include "util/last_error.h"
 
@@ -22,11 +25,6 @@ unsigned long readNumber(const wchar_t* name, unsigned long defaultValue) {
 }
 
 }  // namespace
-
-const HostProperties& HostProperties::getInstance() {
-  static const HostProperties instance;
-  return instance;
-}
 
 int HostProperties::hostValue() const {
   const unsigned long port = readNumber(L"Port", kDefaultPort);
@@ -57,4 +55,29 @@ std::wstring HostProperties::keyFile() const {
                        static_cast<int>(status));
   }
   return path;
+}
+
+#else
+
+int HostProperties::hostValue() const {
+  return kDefaultPort;
+}
+std::wstring HostProperties::logFile() const {
+  return {};
+}
+unsigned long HostProperties::logLimit() const {
+  return kDefaultLogLimit;
+}
+bool HostProperties::trace() const {
+  return false;
+}
+std::wstring HostProperties::keyFile() const {
+  return {};
+}
+
+#endif
+
+const HostProperties& HostProperties::getInstance() {
+  static const HostProperties instance;
+  return instance;
 }
