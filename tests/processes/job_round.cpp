@@ -142,7 +142,11 @@ void JobRound::awaitHeld(int stage) {
   try {
     m_held[stage] = m_gate.waitUntilHeld(sessionOf(stage));
   } catch (const std::exception& failure) {
-    FAIL() << "stage " << stage << ": " << failure.what() << "\n" << m_hosts[stage]->output() << log();
+    const bool hasEnded = waitUntilEnded(m_hosts[stage]->id(), 1);
+    FAIL() << "stage " << stage << ": " << failure.what() << "\nthe spooler "
+           << (hasEnded ? "ended with " + std::to_string(m_hosts[stage]->wait()) : std::string("is at work"))
+           << " and said:\n"
+           << m_hosts[stage]->output() << log();
   }
 }
 
