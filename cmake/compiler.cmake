@@ -41,4 +41,7 @@ if(MG_SANITIZE)
   add_link_options(-fsanitize=${MG_SANITIZE})
   # What a sanitizer reports has files and lines; nobody looks at variables.
   set(CMAKE_CXX_FLAGS_DEBUG "-g1")
+  # Some sources at a time are compiled as one: most of the time goes into headers, and these builds are made as a whole.
+  set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 6)
 endif()

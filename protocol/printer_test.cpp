@@ -7,7 +7,7 @@
 namespace protocol {
 namespace {
 
-Printer laser() {
+Printer describedPrinter() {
   Printer printer;
   printer.texts[Printer::kNameText] = L"L";
   printer.texts[Printer::kDriverText] = L"HP";
@@ -19,14 +19,14 @@ Printer laser() {
 }
 
 TEST(PrinterMessage, HasItsBytesOnTheWire) {
-  EXPECT_EQ(tests::hexOf(laser()),
+  EXPECT_EQ(tests::hexOf(describedPrinter()),
             tests::hex("62 01 74 01000000 4c00 62 00 62 00 62 01 74 02000000 48005000 62 00 62 00 62 00 "
                        "62 01 74 00000000 62 01 69 03000000 69 58020000"));
 }
 
 TEST(PrinterMessage, ComesBackWithEmptyTextsThatAreNotAbsent) {
-  const Printer back = tests::readBack(laser());
-  EXPECT_EQ(back.texts, laser().texts);
+  const Printer back = tests::readBack(describedPrinter());
+  EXPECT_EQ(back.texts, describedPrinter().texts);
   EXPECT_EQ(back.texts[1], std::nullopt);
   EXPECT_EQ(back.texts[7], L"");
   EXPECT_TRUE(back.isDefault);
@@ -45,7 +45,7 @@ TEST(PrinterMessage, KeepsAFormatOfAnyNumber) {
 }
 
 TEST(PrinterMessage, ATextEndsAtItsFirstNullCharacter) {
-  std::vector<unsigned char> bytes = tests::bytesOf(laser());
+  std::vector<unsigned char> bytes = tests::bytesOf(describedPrinter());
   ASSERT_EQ(bytes[20], 'H');
   bytes[20] = 0;
   corvane::ValueReader reader = tests::readerOf(bytes);

@@ -39,6 +39,14 @@ TEST(JobReport, ARecordsTextIsACauseAndTheStepItsFault) {
   EXPECT_STREQ(report.cause(), L"Failed to connect to APS.");
 }
 
+TEST(JobReport, WhatFailsBeforeTheFirstStepHasAnUnknownFault) {
+  const RecordingScope records;
+  JobReport report;
+  report.fail(CS_ProgramMonitor::getDefaultMonitor()->recordText(corvane::kLevelFailure, corvane::kCategory, L"no"));
+  EXPECT_EQ(report.fault(), JobFault::kUnknown);
+  EXPECT_STREQ(report.cause(), L"no");
+}
+
 TEST(JobReport, ARecordWithoutATextIsAnUnexpectedException) {
   const RecordingScope records;
   JobReport report;
@@ -99,16 +107,16 @@ TEST(JobReport, WritesItsLinesWithTheirTimesUnderTheGivenWord) {
       << log.lines()[0];
 }
 
-TEST(JobReport, KeepsTheLatestLinesAndCutsALongOne) {
+TEST(JobReport, KeepsTheLatest24LinesAndCutsALongOneTo159Characters) {
   const LocalLog log;
   JobReport report;
-  for (std::size_t number = 1; number <= JobReport::kLines; ++number)
-    report.add(L"line %d", static_cast<int>(number));
+  for (int number = 1; number <= 24; ++number)
+    report.add(L"line %d", number);
   report.add(L"%s", std::wstring(1000, L'x').c_str());
   report.write(L"job:");
-  ASSERT_EQ(log.lines().size(), JobReport::kLines);
-  EXPECT_NE(log.lines().front().find(" line 2"), std::string::npos);
-  EXPECT_NE(log.lines().back().find(" " + std::string(JobReport::kLineSize - 1, 'x')), std::string::npos);
+  ASSERT_EQ(log.lines().size(), 24u);
+  EXPECT_TRUE(log.lines().front().ends_with(" line 2")) << log.lines().front();
+  EXPECT_TRUE(log.lines().back().ends_with(" " + std::string(159, 'x'))) << log.lines().back();
 }
 
 TEST(JobReport, AddingAllocatesNothing) {

@@ -2,8 +2,10 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/records/exception.h"
 #include "session/port_monitor_server.h"
+#include "session/session_printers.h"
 #include "tests/support/guarded_heap.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/local_log.h"
 #include "tests/support/monitor_world.h"
 
 #include <gmock/gmock.h>
@@ -403,6 +405,37 @@ TEST_F(LaunchApplicationTest, AFailureBeforeTheReplyIsTrue) {
   m_world.peer().hangUpAt("PortMonitorClient", 7);
   EXPECT_TRUE(m_server->LaunchApplication(L"notepad.exe", L"", nullptr));
   EXPECT_THAT(records(), ElementsAre("10: number 3102", kPrefix + "LaunchApplication()"));
+}
+
+// What a request says of its failure stands between the lines of its entry and its exit.
+class PortMonitorTraceTest : public testing::Test {
+ protected:
+  PortMonitorTraceTest() { m_log.trace(); }
+
+  void expectFailureWithin(const std::string& call) {
+    const auto lines = m_log.lines();
+    m_log.clear();
+    ASSERT_GE(lines.size(), 3u) << call;
+    EXPECT_EQ(lines.front(), "enter " + call);
+    EXPECT_EQ(lines.back(), "leave " + call);
+  }
+
+  LocalLog m_log;
+  PortMonitorServer m_server;  // without a connection
+};
+
+TEST_F(PortMonitorTraceTest, EachRequestLeavesAfterItsFailureIsRecorded) {
+  m_server.AttachPrintJobToSession(L"Laser", nullptr);
+  expectFailureWithin("PortMonitorServer::AttachPrintJobToSession (printerName = Laser)");
+  ClientPrinter printer;
+  m_server.GetPrinterInfo(nullptr, printer);
+  expectFailureWithin("PortMonitorServer::GetPrinterInfo (printerName = (null))");
+  m_server.GetPrinterList(0, nullptr);
+  expectFailureWithin("PortMonitorServer::GetPrinterList (sessionId = 0)");
+  m_server.LaunchApplication(nullptr, nullptr, nullptr);
+  expectFailureWithin("PortMonitorServer::LaunchApplication (program = (null))");
+  ShowPrinter(0, L"Laser");
+  expectFailureWithin("ShowPrinter (sessionId = 0, printerName = Laser)");
 }
 
 }  // namespace
