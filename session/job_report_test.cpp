@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <regex>
@@ -105,6 +106,28 @@ TEST(JobReport, WritesItsLinesWithTheirTimesUnderTheGivenWord) {
   EXPECT_TRUE(std::regex_match(log.lines()[0],
                                std::regex(R"(job 17: \d\d:\d\d:\d\d\.\d\d\d the client printer is "Laser", format 3)")))
       << log.lines()[0];
+}
+
+TEST(JobReport, ALineHasTheTimeAtWhichItWasAdded) {
+  const LocalLog log;
+  JobReport report;
+  const auto timeOfDay = [] {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    char text[16];
+    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
+    return std::string(text);
+  };
+  const std::string before = timeOfDay();
+  report.add(L"now");
+  const std::string after = timeOfDay();
+  report.write(L"job:");
+  const std::string at = log.lines().at(0).substr(5, before.size());
+  if (before <= after) {
+    EXPECT_TRUE(before <= at && at <= after) << before << " " << at << " " << after;
+  } else {
+    EXPECT_TRUE(before <= at || at <= after) << "at midnight: " << before << " " << at << " " << after;
+  }
 }
 
 TEST(JobReport, KeepsTheLatest24LinesAndCutsALongOneTo159Characters) {

@@ -48,6 +48,7 @@ class ReplyTimeoutTest : public testing::Test {
 };
 
 TEST_F(ReplyTimeoutTest, RequestsToThePortMonitorWaitTwoMinutes) {
+  EXPECT_EQ(PortMonitorServer::kReplyTimeout, 120000u);  // exactly; below, that they wait so long
   const CS_RCPtr<PortMonitorServer> server = m_world.portMonitor();
   ClientPrinter printer;
   TObjectMap<UTL_String, void*> names;
