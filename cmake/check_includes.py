@@ -5,6 +5,9 @@ A folder may include itself and the folders listed here; anything else is a depe
 folder that is divided into rooms names them; each room may include itself and the rooms of its folder that are listed.
 What is listed and not used is a complaint, too: the lists say what the code does. And no units of the product, a header
 and a source of one name, may include each other in a circle.
+
+    cmake/check_includes.py                    complains, or says that all is well
+    cmake/check_includes.py --reached UNIT ... the units of the product that one meets who reads these and all they include
 """
 import pathlib
 import re
@@ -110,6 +113,14 @@ def circles(graph):
 
 def main():
     root = pathlib.Path(__file__).resolve().parent.parent
+    if sys.argv[1:2] == ["--reached"]:
+        graph = units(root)
+        if strangers := [unit for unit in sys.argv[2:] if unit not in graph]:
+            print(f"cmake/check_includes.py: no such unit: {', '.join(strangers)}", file=sys.stderr)
+            return 2
+        reached = set(sys.argv[2:]).union(*(reachable(graph, unit) for unit in sys.argv[2:])) & graph.keys()
+        print("\n".join(sorted(reached)))
+        return 0
     wrong = [text for folder, allowed in MAY_INCLUDE.items() for text in complaints(root, folder, allowed)]
     wrong += [f"a circle of includes: {', '.join(group)}" for group in circles(units(root))]
     print("\n".join(wrong) if wrong else "includes follow the layers, and no units include each other")
