@@ -102,6 +102,10 @@ TEST(DeliveryMode, AnyOtherNumberIsNeither) {
   }
 }
 
+TEST(JobEnd, AnAnswerThatNobodyHasReadDoesNotSayPrinted) {
+  EXPECT_EQ(JobEnd::Answer().result, PrintResult::kNoJob);
+}
+
 TEST(PrintResult, EveryAnswerHasItsNumberAndItsWords) {
   const auto words = [](int number) { return textOf(static_cast<PrintResult>(number)); };
   EXPECT_STREQ(words(1), L"The print client has the whole document.");
