@@ -1,5 +1,6 @@
 #include "client/disk_file.h"
 #include "client/job_file.h"
+#include "corvane/base/process.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -45,8 +46,7 @@ namespace fs = std::filesystem;
 class DiskFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_folder = fs::temp_directory_path() /
-               (std::string("disk_file_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    m_folder = fs::temp_directory_path() / ("disk_file_" + std::to_string(corvane::processId()));
     fs::remove_all(m_folder);
     fs::create_directories(m_folder);
   }

@@ -1,5 +1,6 @@
 #include "client/job_file.h"
 
+#include "corvane/base/process.h"
 #include "programs/text.h"
 
 #include <fstream>
@@ -21,8 +22,7 @@ namespace fs = std::filesystem;
 class JobFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_folder = fs::temp_directory_path() /
-               (std::string("job_file_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    m_folder = fs::temp_directory_path() / ("job_file_" + std::to_string(corvane::processId()));
     fs::remove_all(m_folder);
     fs::create_directories(m_folder);
   }

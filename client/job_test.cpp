@@ -1,5 +1,6 @@
 #include "client/job.h"
 
+#include "corvane/base/process.h"
 #include "programs/text.h"
 
 #include <fstream>
@@ -20,8 +21,7 @@ using ::testing::ElementsAre;
 class JobTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_folder = fs::temp_directory_path() /
-               (std::string("job_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    m_folder = fs::temp_directory_path() / ("job_" + std::to_string(corvane::processId()));
     fs::remove_all(m_folder);
     fs::create_directories(m_folder / "out");
     m_lines = std::fopen(programs::fromPath(m_folder / "lines").c_str(), "wb");

@@ -1,5 +1,7 @@
 #include "server/log_file.h"
 
+#include "corvane/base/process.h"
+
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,8 +25,7 @@ namespace fs = std::filesystem;
 class LogFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_folder = fs::temp_directory_path() /
-               (std::string("aps_log_file_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    m_folder = fs::temp_directory_path() / ("aps_log_file_" + std::to_string(corvane::processId()));
     fs::remove_all(m_folder);
     fs::create_directories(m_folder);
   }

@@ -1,5 +1,7 @@
 #include "server/log.h"
 
+#include "corvane/base/process.h"
+
 #include <algorithm>
 #include <atomic>
 #include <fstream>
@@ -26,8 +28,7 @@ constexpr std::chrono::minutes kLong{1};
 class LogTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_file = fs::temp_directory_path() /
-             (std::string("aps_log_") + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".log");
+    m_file = fs::temp_directory_path() / ("aps_log_" + std::to_string(corvane::processId()) + ".log");
     removeFiles();
   }
   void TearDown() override { removeFiles(); }
