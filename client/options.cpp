@@ -136,6 +136,20 @@ void readServer(const std::string& text, Options& options) {
   options.port = std::stoi(port);
 }
 
+bool isThisMachine(const std::string& host) {
+  return host == "localhost" || host == "::1" || host.starts_with("127.");
+}
+
+// What leaves this machine is encrypted, and only the server that has the session's key can read it.
+void chooseTls(Options& options) {
+  if (!isThisMachine(options.host)) options.usesTls = true;
+  if (!options.usesTls || !options.keyFile.empty()) return;
+  throw std::invalid_argument(
+      fmt::format("{} is reached under TLS only, with the key of the session: give the file with it with --key (the "
+                  "server makes it: aps --new-key FILE)",
+                  options.host));
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
@@ -145,6 +159,9 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   std::vector<std::string> printers;
   CLI::App app("A session's print client: registers printers and puts their jobs into a folder.", "printclient");
   app.add_option("--server", server, "where the application server listens")->capture_default_str();
+  app.add_flag("--tls", options.usesTls,
+               "encrypts the connection to a server on this machine, too, as behind a forwarder; to other machines it "
+               "always is");
   app.add_option("--session", options.session, "number of the session")
       ->required()
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
@@ -162,6 +179,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   try {
     app.parse(arguments);
     readServer(server, options);
+    chooseTls(options);
     for (const std::string& printer : printers)
       options.printers.push_back(parsePrinterOption(printer));
   } catch (const CLI::ParseError& error) {

@@ -17,6 +17,7 @@ protocol::Printer parsePrinterOption(std::string_view text);
 struct Options {
   std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
+  bool usesTls = false;  // always, but for a server on this machine that is not asked for it
   int session = 0;
   std::string keyFile;  // empty: the server wants no key
   std::vector<protocol::Printer> printers;

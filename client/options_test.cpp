@@ -62,12 +62,35 @@ TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
 
 TEST(PrintClientOptions, APortIsFrom1To65535) {
   const auto codeOf = [](const std::string& server) {
-    return parseOptions({"--server", server, "--session", "5", "--printer", "L", "--output", "o"}).exitCode;
+    return parseOptions({"--server", server, "--session", "5", "--printer", "L", "--output", "o", "--key", "k"})
+        .exitCode;
   };
   for (const char* good : {"h:1", "h:65535"})
     EXPECT_EQ(codeOf(good), -1) << good;
   for (const char* bad : {"h:0", "h:65536", "h:", ":1", "h:x"})
     EXPECT_EQ(codeOf(bad), 2) << bad;
+}
+
+TEST(PrintClientOptions, WhatLeavesThisMachineIsEncryptedAndNeedsTheKey) {
+  const auto parse = [](const std::string& server, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> arguments = {"--server", server, "--session", "5", "--printer", "L", "--output", "o"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return parseOptions(arguments);
+  };
+  for (const char* own : {"127.0.0.1:1", "127.9.8.7:1", "localhost:1", "[::1]:1"}) {
+    EXPECT_EQ(parse(own).exitCode, -1) << own;
+    EXPECT_FALSE(parse(own).options.usesTls) << own;
+    EXPECT_TRUE(parse(own, {"--tls", "--key", "k"}).options.usesTls) << own;
+  }
+  for (const char* other : {"10.0.0.1:1", "[fe80::1]:1", "print.example:1", "localhost.example:1", "1127.0.0.1:1"}) {
+    EXPECT_TRUE(parse(other, {"--key", "k"}).options.usesTls) << other;
+    EXPECT_EQ(parse(other).exitCode, 2) << other;
+  }
+  EXPECT_EQ(
+      parse("print.example:4712").message,
+      "print.example is reached under TLS only, with the key of the session: give the file with it with --key (the "
+      "server makes it: aps --new-key FILE)\n");
+  EXPECT_EQ(parse("127.0.0.1:4711", {"--tls"}).exitCode, 2);
 }
 
 }  // namespace

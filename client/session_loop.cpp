@@ -4,6 +4,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "programs/text.h"
+#include "tls/tls_stream.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -52,9 +53,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   const CS_RCPtr<CS_Connection> connection = CS_Connection::create();
   Outcome outcome = Outcome::kAway;
   try {
-    if (!m_options.keyFile.empty()) {
-      connection->useKey(corvane::Identity::session(m_options.session), m_options.keyFile);
-    }
+    useKey(*connection);
     connection->useHeartbeat(&m_heartbeat);
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
@@ -82,6 +81,15 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   CS_Connection::destroy(connection, true);
   hold(nullptr);
   return isStopping() ? Outcome::kStopped : outcome;
+}
+
+void SessionLoop::useKey(CS_Connection& connection) {
+  if (m_options.keyFile.empty()) return;
+  const auto identity = corvane::Identity::session(m_options.session);
+  if (!m_options.usesTls) return connection.useKey(identity, m_options.keyFile);
+  connection.useStream([this, name = corvane::toUtf8(identity.name())](corvane::Socket socket) {
+    return std::make_unique<tls::TlsStream>(std::move(socket), name, corvane::Key::read(m_options.keyFile));
+  });
 }
 
 void SessionLoop::serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration) {

@@ -37,6 +37,7 @@ class SessionLoop {
 
   // After stop() the outcome is kStopped, however the connection ended.
   Outcome serveOnce();
+  void useKey(CS_Connection& connection);
   // Returns when the connection has ended.
   void serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration);
   void removeLeftovers();

@@ -19,6 +19,17 @@ constexpr std::size_t kMaxEvicted = 256;
 // bridge of a job leads on and needs none.
 constexpr int kMaxBridges = 4;
 
+// What to do about a peer that did not get through the handshake.
+const char* remedyFor(const CS_Exception& failure, bool isFromNetwork) {
+  if (failure.number() == corvane::kNotProven) {
+    return "a program of this system needs its key from the folder of --keys";
+  }
+  if (isFromNetwork && failure.number() == corvane::kProtocolViolation) {
+    return "a print client reaches this port with --tls, as it does by itself from another machine";
+  }
+  return "the program that made it does not belong to this system, or has another version";
+}
+
 std::string addressOf(const std::string& peer) {
   return peer.substr(0, peer.rfind(':'));
 }
@@ -31,22 +42,24 @@ ConnectionList::ConnectionList(std::shared_ptr<Log> log, const Places& places, c
   m_watcher = std::thread([this] { watch(); });
 }
 
-void ConnectionList::serve(corvane::Socket socket) {
+void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivingRoom) {
   joinEnded();
-  const std::string peer = socket.peerName();
-  const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(socket), &m_heartbeat);
+  const std::string peer = stream->peerName();
+  const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(stream), &m_heartbeat);
   Evicted evicted;
   std::string refusal;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_closing) return;
-    const auto arriving = occupantsLocked(Room::kArriving);
-    if (arriving.size() >= m_places.arriving || takenLocked() >= m_places.all) evicted = evictOneLocked(arriving);
+    const auto arriving = occupantsLocked(arrivingRoom);
+    if (arriving.size() >= m_places.limitOf(arrivingRoom) || takenLocked() >= m_places.all)
+      evicted = evictOneLocked(arriving);
     if (takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxEvicted) {
       refusal = fmt::format("there are {} connections, which is the limit; end some", m_places.all);
     } else {
       const Position position = m_sessions.emplace(m_sessions.end());
       position->connection = connection;
+      position->room = arrivingRoom;
       position->peer = peer;
       position->who = addressOf(peer);
       position->arrived = Clock::now();
@@ -67,20 +80,19 @@ void ConnectionList::serve(corvane::Socket socket) {
 
 void ConnectionList::run(Position position) noexcept {
   std::string peer;
+  bool isFromNetwork = false;
   try {
     {
       const std::lock_guard<std::mutex> guard(m_lock);
       peer = position->peer;
+      isFromNetwork = position->room == Room::kArrivingFromNetwork;
     }
     try {
       serveOne(position);
     } catch (const CS_Exception& failure) {
       if (failure.number() == corvane::kProtocolViolation) holdBack();
-      const bool isAboutKeys = failure.number() == corvane::kNotProven;
-      const std::string line =
-          fmt::format("connection from {} refused: {}; {}", peer, programs::describe(failure),
-                      isAboutKeys ? "a program of this system needs its key from the folder of --keys"
-                                  : "the program that made it does not belong to this system, or has another version");
+      const std::string line = fmt::format("connection from {} refused: {}; {}", peer, programs::describe(failure),
+                                           remedyFor(failure, isFromNetwork));
       const std::lock_guard<std::mutex> guard(m_lock);
       if (!position->isEvicted && !m_closing) m_log->refusal("greetings", line);
     }
@@ -148,7 +160,7 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
       return fmt::format(L"a connection gets {} bridges of this server; make another connection", kMaxBridges);
     }
     if (position->room == *room || (position->room == Room::kMonitor && *room == Room::kAdministration)) return {};
-    if (position->room == Room::kClients || (position->room != Room::kArriving && *room == Room::kClients)) {
+    if (position->room == Room::kClients || (!isArriving(position->room) && *room == Room::kClients)) {
       return L"a connection is either a print client's or the monitor's; make another one";
     }
     const auto& identity = position->connection->peerIdentity();
@@ -198,9 +210,9 @@ std::vector<ConnectionList::Position> ConnectionList::occupantsLocked(Room room,
 ConnectionList::Evicted ConnectionList::evictOneLocked(const std::vector<Position>& occupants) {
   std::vector<Occupant> room;
   for (const Position& at : occupants) {
-    const bool isArriving = at->room == Room::kArriving;
+    const bool arrives = isArriving(at->room);
     room.push_back(
-        {at->who, isArriving ? at->arrived : at->connection->lastHeard(), !isArriving && m_isNeeded(*at->connection)});
+        {at->who, arrives ? at->arrived : at->connection->lastHeard(), !arrives && m_isNeeded(*at->connection)});
   }
   const auto chosen = connectionToClose(room);
   return chosen ? evictLocked(*occupants[*chosen]) : Evicted();
@@ -218,9 +230,9 @@ void ConnectionList::watch() {
     for (Session& session : m_sessions) {
       const auto idle = m_places.idleOf(session.room);
       if (!idle || session.isEvicted || session.ended) continue;
-      const bool isArriving = session.room == Room::kArriving;
-      const auto since = isArriving ? session.arrived : session.connection->lastHeard();
-      if (Clock::now() - since < *idle || (!isArriving && m_isNeeded(*session.connection))) continue;
+      const bool arrives = isArriving(session.room);
+      const auto since = arrives ? session.arrived : session.connection->lastHeard();
+      if (Clock::now() - since < *idle || (!arrives && m_isNeeded(*session.connection))) continue;
       silent.push_back(evictLocked(session));
     }
     lock.unlock();

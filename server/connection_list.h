@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvane/components/connection.h"
-#include "corvane/net/socket.h"
+#include "corvane/net/stream.h"
 #include "corvane/trust/key.h"
 #include "corvane/wire/heartbeat.h"
 #include "server/log.h"
@@ -21,7 +21,8 @@ namespace aps {
 
 // The connections of the server, each with the thread that serves it, within the bounds of server/places.h. Where a
 // room is full, one that is not needed makes room for the new one; where all are needed, the new one is refused. Either
-// leaves a line in the log, and the others notice nothing. serve() and endAll() are called by the thread that accepts.
+// leaves a line in the log, and the others notice nothing. serve() is called by each thread that accepts; endAll() once
+// none does any more.
 class ConnectionList {
  public:
   // Whether a connection serves somebody right now, so that it must stay; called with the list's lock held.
@@ -37,7 +38,7 @@ class ConnectionList {
   // Carries out the handshake and serves the connection, on a thread of its own. A peer that had to prove who it is
   // gets the components that such a peer may have (server/places.h).
   // Throws std::bad_alloc; the connection is closed then.
-  void serve(corvane::Socket socket);
+  void serve(std::unique_ptr<corvane::Stream> stream, Room arriving = Room::kArriving);
   // Ends every connection, whatever its peer does, and waits for their threads; connections accepted afterwards are
   // closed at once.
   void endAll();

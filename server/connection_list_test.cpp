@@ -98,7 +98,7 @@ class ConnectionListTest : public ::testing::Test {
     });
     m_acceptor = std::jthread([this] {
       while (auto socket = m_listener.accept())
-        m_list->serve(std::move(*socket));
+        m_list->serve(std::make_unique<corvane::Socket>(std::move(*socket)));
     });
   }
   void stop() {

@@ -1,5 +1,6 @@
 #include "programs/main.h"
 
+#include "corvane/base/text.h"
 #include "corvane/components/component_server.h"
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
@@ -12,6 +13,7 @@
 #include "server/offered_classes.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
+#include "tls/tls_stream.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -19,6 +21,9 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
+#include <thread>
+#include <vector>
 
 #ifndef _WIN32
 #include <sys/resource.h>
@@ -27,12 +32,12 @@
 namespace {
 
 // Null after saying why aps cannot listen there.
-std::unique_ptr<corvane::Listener> listenOn(const std::string& address) {
+std::unique_ptr<corvane::Listener> listenOn(const std::string& address, const char* option) {
   try {
     return std::make_unique<corvane::Listener>(address);
   } catch (const CS_Exception& failure) {
-    std::fprintf(stderr, "aps: %s; choose another port with --listen, or end the program that has this one\n",
-                 programs::oneLine(failure.detail()).c_str());
+    std::fprintf(stderr, "aps: %s; choose another port with %s, or end the program that has this one\n",
+                 programs::oneLine(failure.detail()).c_str(), option);
     return nullptr;
   }
 }
@@ -79,7 +84,8 @@ aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   aps::Places places;
   places.monitor = options.maxConnections;
   places.clients = options.limits.sessions + 64;
-  places.all = places.arriving + places.clients + places.monitor + places.administration;
+  places.all = places.arriving + (options.listenClients.empty() ? 0 : places.fromNetwork) + places.clients +
+               places.monitor + places.administration;
   // Besides: the log, keys, the file of sessions, started programs, and connections that are about to end.
   constexpr std::size_t kOthers = 128;
   const std::size_t wanted = places.all + kOthers;
@@ -94,15 +100,48 @@ aps::Places placesFor(const aps::Options& options, aps::Log& log) {
   return places;
 }
 
-void logStart(aps::Log& log, const std::string& address, const std::string& keys) {
-  log.line(fmt::format("aps listens on {}", address));
+// The listeners of aps, which end together.
+struct Listeners {
+  std::unique_ptr<corvane::Listener> own;                   // for this machine
+  std::vector<std::unique_ptr<corvane::Listener>> clients;  // for print clients of others
+
+  // False after saying why aps cannot listen on one of the addresses.
+  bool open(const aps::Options& options) {
+    own = listenOn(options.listen, "--listen");
+    for (const std::string& address : options.listenClients) {
+      if (own) clients.push_back(listenOn(address, "--listen-clients"));
+    }
+    return own && std::find(clients.begin(), clients.end(), nullptr) == clients.end();
+  }
+  void stop() const {
+    own->stop();
+    for (const auto& listener : clients)
+      listener->stop();
+  }
+};
+
+void logStart(aps::Log& log, const Listeners& listeners, const std::string& keys) {
+  log.line(fmt::format("aps listens on {}", listeners.own->address()));
+  for (const auto& listener : listeners.clients)
+    log.line(fmt::format("aps takes print clients of other machines on {}, under TLS", listener->address()));
   log.line(!keys.empty()
                ? fmt::format("peers must prove that they have their key in {}", keys)
                : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
                  "start aps with --keys to change that");
 }
 
-void serveUntilStopped(corvane::Listener& listener, aps::ConnectionList& connections, aps::Log& log) {
+// The key of a session, for a peer from the network that claims it; nobody else comes from there.
+std::optional<corvane::Key> keyOfSession(const corvane::KeyFolder& keys, const std::string& name) {
+  const auto identity = corvane::Identity::parse(corvane::fromUtf8(name));
+  if (!identity || identity->isMonitor()) return std::nullopt;
+  return keys.read(*identity);
+}
+
+// What makes the stream of a connection that was accepted.
+using StreamMaker = std::function<std::unique_ptr<corvane::Stream>(corvane::Socket socket)>;
+
+void serveUntilStopped(corvane::Listener& listener, aps::Room room, const StreamMaker& makeStream,
+                       aps::ConnectionList& connections, aps::Log& log) {
   listener.onShortage([&log](const std::wstring& why) {
     log.refusal("descriptors",
                 fmt::format("a connection was turned away: {}; raise the limit on open files (ulimit -n, "
@@ -111,11 +150,30 @@ void serveUntilStopped(corvane::Listener& listener, aps::ConnectionList& connect
   });
   while (auto socket = listener.accept()) {
     try {
-      connections.serve(std::move(*socket));
+      connections.serve(makeStream(std::move(*socket)), room);
     } catch (const std::bad_alloc&) {
       log.refusal("memory", "a connection was turned away: out of memory");
     }
   }
+}
+
+// Serves this machine on this thread and each address for other machines on one of its own, until the listeners stop.
+void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, aps::ConnectionList& connections,
+              aps::Log& log) {
+  std::vector<std::thread> threads;
+  for (const auto& listener : listeners.clients) {
+    threads.emplace_back([&connections, &log, keys, &listener = *listener] {
+      const auto encrypted = [keys](corvane::Socket socket) {
+        return std::make_unique<tls::TlsStream>(std::move(socket),
+                                                [keys](const std::string& name) { return keyOfSession(*keys, name); });
+      };
+      serveUntilStopped(listener, aps::Room::kArrivingFromNetwork, encrypted, connections, log);
+    });
+  }
+  const auto plain = [](corvane::Socket socket) { return std::make_unique<corvane::Socket>(std::move(socket)); };
+  serveUntilStopped(*listeners.own, aps::Room::kArriving, plain, connections, log);
+  for (std::thread& thread : threads)
+    thread.join();
 }
 
 // Returns the exit code.
@@ -130,11 +188,11 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);
   aps::registerClasses(application);
 
-  const auto listener = listenOn(options.listen);
-  if (!listener) return 1;
+  Listeners listeners;
+  if (!listeners.open(options)) return 1;
   std::function<void()> onHangup;
   if (log->isFile()) onHangup = [&log] { log->reopen(); };
-  const programs::StopRequest stop([&listener] { listener->stop(); }, onHangup);
+  const programs::StopRequest stop([&listeners] { listeners.stop(); }, onHangup);
   std::unique_ptr<aps::SessionKeeper> keeper;
   if (!options.state.empty()) {
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
@@ -145,10 +203,12 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
         return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
       },
       corvane::Patience().faster(options.pace));
-  logStart(*log, listener->address(), options.keys);
-  said.put(fmt::format("aps listens on {}\n", listener->address()));
+  logStart(*log, listeners, options.keys);
+  said.put(fmt::format("aps listens on {}\n", listeners.own->address()));
+  for (const auto& listener : listeners.clients)
+    said.put(fmt::format("aps listens for print clients on {}\n", listener->address()));
 
-  serveUntilStopped(*listener, connections, *log);
+  serveAll(listeners, keys, connections, *log);
 
   if (keeper) keeper->stop();
   application->notices.close();

@@ -17,7 +17,10 @@ std::string listenRefusal(const std::string& address) {
                        address);
   }
   if (host != "127.0.0.1" && host != "[::1]") {
-    return fmt::format("aps listens on this machine's own addresses only, 127.0.0.1 or [::1], not on \"{}\"", host);
+    return fmt::format(
+        "aps listens there on this machine's own addresses only, 127.0.0.1 or [::1], not on \"{}\"; print clients of "
+        "other machines come to --listen-clients",
+        host);
   }
   return "";
 }
@@ -75,6 +78,12 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
   app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
       ->capture_default_str();
+  app.add_option(
+         "--listen-clients", options.listenClients,
+         "address and port for print clients on other machines, as in 0.0.0.0:4712 or [::]:4712; they are served "
+         "under TLS and need the key of their session; repeatable")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   addFiles(app, options);
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,
@@ -97,6 +106,11 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   if (std::string refusal = listenRefusal(options.listen); !refusal.empty()) {
     result.exitCode = 2;
     result.message = fmt::format("--listen: {}\n", refusal);
+  } else if (!options.listenClients.empty() && options.keys.empty() && options.newKey.empty()) {
+    result.exitCode = 2;
+    result.message =
+        "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
+        "folder with the keys with --keys\n";
   }
   return result;
 }

@@ -12,10 +12,11 @@ namespace aps {
 // What the command line of aps says.
 struct Options {
   std::string listen = "127.0.0.1:4711";
-  std::string logFile;  // empty: the standard error output
-  std::string keys;     // folder; empty: peers are not authenticated
-  std::string newKey;   // a key file to make instead of serving
-  std::string state;    // file that keeps the sessions over a restart; empty: they are not kept
+  std::vector<std::string> listenClients;  // addresses for print clients of other machines
+  std::string logFile;                     // empty: the standard error output
+  std::string keys;                        // folder; empty: peers are not authenticated
+  std::string newKey;                      // a key file to make instead of serving
+  std::string state;                       // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
   SessionTable::Limits limits;

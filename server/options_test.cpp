@@ -80,7 +80,8 @@ TEST(ApsOptions, RefuseAnAddressThatIsNotThisMachine) {
   const ParsedOptions parsed = parseOptions({"--listen", "0.0.0.0:4711"});
   EXPECT_EQ(parsed.exitCode, 2);
   EXPECT_EQ(parsed.message,
-            "--listen: aps listens on this machine's own addresses only, 127.0.0.1 or [::1], not on \"0.0.0.0\"\n");
+            "--listen: aps listens there on this machine's own addresses only, 127.0.0.1 or [::1], not on \"0.0.0.0\"; "
+            "print clients of other machines come to --listen-clients\n");
 }
 
 TEST(ApsOptions, RefuseWhatIsNoPort) {
@@ -95,6 +96,19 @@ TEST(ApsOptions, ExplainAnUnknownOption) {
   const ParsedOptions parsed = parseOptions({"--lissten", "127.0.0.1:1"});
   EXPECT_GT(parsed.exitCode, 0);
   EXPECT_NE(parsed.message.find("--lissten"), std::string::npos);
+}
+
+TEST(ApsOptions, PrintClientsOfOtherMachinesNeedKeys) {
+  const ParsedOptions both =
+      parseOptions({"--keys", "k", "--listen-clients", "0.0.0.0:4712", "--listen-clients", "[::]:4712"});
+  EXPECT_EQ(both.exitCode, -1) << both.message;
+  EXPECT_EQ(both.options.listenClients, (std::vector<std::string>{"0.0.0.0:4712", "[::]:4712"}));
+  const ParsedOptions without = parseOptions({"--listen-clients", "0.0.0.0:4712"});
+  EXPECT_EQ(without.exitCode, 2);
+  EXPECT_EQ(
+      without.message,
+      "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
+      "folder with the keys with --keys\n");
 }
 
 }  // namespace

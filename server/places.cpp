@@ -25,6 +25,8 @@ const char* nameOf(Room room) {
   switch (room) {
     case Room::kArriving:
       return "peers that have asked for nothing yet";
+    case Room::kArrivingFromNetwork:
+      return "peers from the network that have asked for nothing yet";
     case Room::kClients:
       return "print clients";
     case Room::kMonitor:
@@ -51,6 +53,8 @@ std::size_t Places::limitOf(Room room) const {
   switch (room) {
     case Room::kArriving:
       return arriving;
+    case Room::kArrivingFromNetwork:
+      return fromNetwork;
     case Room::kClients:
       return clients;
     case Room::kMonitor:
@@ -64,6 +68,7 @@ std::size_t Places::limitOf(Room room) const {
 std::optional<std::chrono::milliseconds> Places::idleOf(Room room) const {
   switch (room) {
     case Room::kArriving:
+    case Room::kArrivingFromNetwork:
       return arrivingIdle;
     case Room::kClients:
       return clientsIdle;

@@ -13,7 +13,12 @@ namespace aps {
 
 // What a connection is for. It is known from the first component that the peer asks for, with keys as well as without,
 // and until then the connection is only arriving: a peer that says nothing takes no place from one that does.
-enum class Room { kArriving, kClients, kMonitor, kAdministration };
+// Peers from the network arrive in a room of their own, so that nobody there keeps those of this machine out.
+enum class Room { kArriving, kArrivingFromNetwork, kClients, kMonitor, kAdministration };
+
+inline bool isArriving(Room room) {
+  return room == Room::kArriving || room == Room::kArrivingFromNetwork;
+}
 
 // The room of the connections that ask for components of that class; nothing for a class of no meaning here.
 std::optional<Room> roomFor(const std::wstring& className);
@@ -32,11 +37,12 @@ struct Places {
   using Clock = std::chrono::steady_clock;
 
   std::size_t arriving = 256;       // without a handshake, not proven, or nothing asked for yet
+  std::size_t fromNetwork = 128;    // likewise, of those that come over the network
   std::size_t clients = 256 + 64;   // print clients: one for each session, and those that register just now
   std::size_t monitor = 512;        // jobs, questions and records of the monitor
   std::size_t administration = 16;  // questions of administration tools
   std::size_t ofOneSession = 4;     // of the clients with one session's key
-  std::size_t all = 256 + 256 + 64 + 512 + 16;
+  std::size_t all = 256 + 128 + 256 + 64 + 512 + 16;
 
   // Without a word for so long, a connection that is not needed is closed. The monitor's may be silent for days.
   std::chrono::milliseconds arrivingIdle{30000};  // from its beginning, whatever it says

@@ -27,6 +27,7 @@ TEST(Places, TheFirstComponentSaysWhatAConnectionIsFor) {
 TEST(Places, OnlyTheMonitorMaySayNothingForDays) {
   const Places places;
   EXPECT_EQ(places.idleOf(Room::kArriving), std::chrono::seconds(30));
+  EXPECT_EQ(places.idleOf(Room::kArrivingFromNetwork), std::chrono::seconds(30));
   EXPECT_EQ(places.idleOf(Room::kClients), std::chrono::seconds(30));
   EXPECT_EQ(places.idleOf(Room::kAdministration), std::chrono::minutes(10));
   EXPECT_EQ(places.idleOf(Room::kMonitor), std::nullopt);
@@ -35,10 +36,12 @@ TEST(Places, OnlyTheMonitorMaySayNothingForDays) {
 TEST(Places, TheRoomsTogetherAreTheBoundOfAll) {
   const Places places;
   std::size_t sum = 0;
-  for (const Room room : {Room::kArriving, Room::kClients, Room::kMonitor, Room::kAdministration})
+  for (const Room room :
+       {Room::kArriving, Room::kArrivingFromNetwork, Room::kClients, Room::kMonitor, Room::kAdministration})
     sum += places.limitOf(room);
   EXPECT_EQ(places.all, sum);
   EXPECT_EQ(places.limitOf(Room::kArriving), 256u);
+  EXPECT_EQ(places.limitOf(Room::kArrivingFromNetwork), 128u);
   EXPECT_EQ(places.limitOf(Room::kClients), 320u);
   EXPECT_EQ(places.limitOf(Room::kMonitor), 512u);
   EXPECT_EQ(places.limitOf(Room::kAdministration), 16u);

@@ -53,30 +53,39 @@ void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32
 
 CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys,
                                               corvane::Heartbeat* heartbeat) {
-  CS_RCPtr<CS_Connection> connection = arrive(std::move(socket), heartbeat);
+  CS_RCPtr<CS_Connection> connection = arrive(std::make_unique<corvane::Socket>(std::move(socket)), heartbeat);
   connection->welcome(keys);
   return connection;
 }
 
-CS_RCPtr<CS_Connection> CS_Connection::arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat) {
+CS_RCPtr<CS_Connection> CS_Connection::arrive(std::unique_ptr<corvane::Stream> stream, corvane::Heartbeat* heartbeat) {
   CS_RCPtr<CS_Connection> connection = create();
   connection->useHeartbeat(heartbeat);
-  connection->m_link = std::make_shared<corvane::Link>(std::move(socket), patienceOf(heartbeat));
+  connection->m_link = std::make_shared<corvane::Link>(std::move(stream), patienceOf(heartbeat));
   return connection;
 }
 
 void CS_Connection::welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal) {
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
-  corvane::Peer peer = corvane::acceptHandshake(*m_link, ownHello(m_heartbeat), keys,
-                                                corvane::after(kHandshakeMilliseconds), beforeRefusal);
+  const corvane::Deadline deadline = corvane::after(kHandshakeMilliseconds);
+  m_link->open(deadline);
+  const auto proven = corvane::Identity::parse(m_link->provenPeer());
+  corvane::Peer peer =
+      corvane::acceptHandshake(*m_link, ownHello(m_heartbeat), proven ? nullptr : keys, deadline, beforeRefusal);
   m_peerValues = std::move(peer.values);
-  m_peerIdentity = peer.identity;
+  m_peerIdentity = proven ? proven : peer.identity;
   take(m_link, 2);
 }
 
 void CS_Connection::useKey(const corvane::Identity& identity, std::string keyFile) {
   m_ownIdentity = identity;
   m_keyFile = std::move(keyFile);
+}
+
+std::shared_ptr<corvane::Link> CS_Connection::dial(const std::string& host, std::uint16_t port, bool preferIpv6) {
+  corvane::Socket socket = corvane::Socket::connect(host, port, preferIpv6);
+  if (!m_streamMaker) return std::make_shared<corvane::Link>(std::move(socket), patienceOf(m_heartbeat));
+  return std::make_shared<corvane::Link>(m_streamMaker(std::move(socket)), patienceOf(m_heartbeat));
 }
 
 void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, bool keepTrying) {
@@ -87,12 +96,11 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
     try {
       std::optional<corvane::Credentials> credentials;
       if (m_ownIdentity) credentials.emplace(corvane::Credentials{*m_ownIdentity, corvane::Key::read(m_keyFile)});
-      auto link = std::make_shared<corvane::Link>(
-          corvane::Socket::connect(corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue),
-                                   (flags & kDualStack) != 0),
-          patienceOf(m_heartbeat));
-      m_peerValues = corvane::offerHandshake(*link, ownHello(m_heartbeat), credentials ? &*credentials : nullptr,
-                                             corvane::after(kHandshakeMilliseconds));
+      const corvane::Deadline deadline = corvane::after(kHandshakeMilliseconds);
+      const auto link = dial(corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0);
+      link->open(deadline);
+      m_peerValues =
+          corvane::offerHandshake(*link, ownHello(m_heartbeat), credentials ? &*credentials : nullptr, deadline);
       take(link, 1);
       return;
     } catch (const CS_Exception& exception) {

@@ -15,6 +15,7 @@ class Heartbeat;
 class KeyFolder;
 class Link;
 class Socket;
+class Stream;
 }  // namespace corvane
 
 // One TCP connection to another component server, and the owner of the components that use it.
@@ -37,14 +38,21 @@ class CS_Connection : public CS_Component {
                                         corvane::Heartbeat* heartbeat = nullptr);
 
   // The two steps of accept(), for a caller that may have to end the connection before the handshake, with destroy().
-  // beforeRefusal is called before a peer is told that it has not proven itself, and may wait.
-  static CS_RCPtr<CS_Connection> arrive(corvane::Socket socket, corvane::Heartbeat* heartbeat = nullptr);
+  // beforeRefusal is called before a peer is told that it has not proven itself, and may wait. A peer that has proven
+  // itself to the stream is asked for nothing more.
+  static CS_RCPtr<CS_Connection> arrive(std::unique_ptr<corvane::Stream> stream,
+                                        corvane::Heartbeat* heartbeat = nullptr);
   void welcome(const corvane::KeyFolder* keys, const std::function<void()>& beforeRefusal = {});
 
   // From the next connect() on, this side proves to be that one with the key in the file (UTF-8), and refuses a server
   // that does not prove to have the same key. The file is read by each connect(), before anything is sent. The first
   // request is to follow within kHandshakeMilliseconds, because the proof travels with it.
   void useKey(const corvane::Identity& identity, std::string keyFile);
+
+  // From the next connect() on, what this gives for the socket carries the connection; with a key in it instead of
+  // useKey().
+  using StreamMaker = std::function<std::unique_ptr<corvane::Stream>(corvane::Socket socket)>;
+  void useStream(StreamMaker maker) { m_streamMaker = std::move(maker); }
 
   // The next connect() offers signs of life: when the server takes the offer, its silence ends the connection. Only for
   // a connection that is served; the heartbeat outlives serve().
@@ -110,6 +118,7 @@ class CS_Connection : public CS_Component {
 
  private:
   CS_Connection();
+  std::shared_ptr<corvane::Link> dial(const std::string& host, std::uint16_t port, bool preferIpv6);
   void take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier);
   void linkEnded(const std::wstring& reason);
 
@@ -123,6 +132,7 @@ class CS_Connection : public CS_Component {
   std::optional<corvane::Identity> m_ownIdentity;
   std::string m_keyFile;
   std::optional<corvane::Identity> m_peerIdentity;
+  StreamMaker m_streamMaker;
   corvane::Heartbeat* m_heartbeat = nullptr;
   Admission m_admission;
   std::function<void(const std::wstring&)> m_onEnd;

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "corvane/net/patience.h"
+#include "corvane/net/stream.h"
 
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -14,23 +13,17 @@
 
 namespace corvane {
 
-using Deadline = std::chrono::steady_clock::time_point;
-inline Deadline after(unsigned milliseconds) {
-  return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-}
-
-// One connected TCP socket with Nagle's delay switched off. Owns the handle. Any thread may send while another one
-// receives; two threads never do the same at once. Failures are CS_Exceptions (3101 for connecting, 3102 afterwards)
-// with the system's own words.
-class Socket {
+// One connected TCP socket with Nagle's delay switched off. Owns the handle. Connecting fails with a CS_Exception
+// (3101) in the system's own words.
+class Socket final : public Stream {
  public:
-  using Piece = std::span<const unsigned char>;
+  using Piece = Stream::Piece;
 
   Socket() = default;
   explicit Socket(std::intptr_t handle);
   Socket(Socket&& other) noexcept;
   Socket& operator=(Socket&& other) noexcept;
-  ~Socket();
+  ~Socket() override;
 
   // Dials the loopback address (or the numeric address given as host); preferIpv6 tries [::1] before 127.0.0.1 for
   // "localhost".
@@ -38,38 +31,16 @@ class Socket {
 
   bool isOpen() const { return m_handle != kNone; }
 
-  // Before the first send: what a peer may keep a sender waiting.
-  void setPatience(const Patience& patience) { m_allowance = SendAllowance(patience.send); }
-
-  // Sends all pieces in order, in as few system calls as they allow (one, as a rule). Blocks until the system has taken
-  // them; fails when the peer lets it wait for longer than corvane/net/patience.h allows.
-  void send(std::span<const Piece> pieces);
-
-  // True when some bytes could be sent without waiting, or a send would fail. Under the lock of the sender.
-  bool hasRoom() const noexcept;
-
-  // Waits for bytes until the deadline (without one, for ever) and returns how many came; 0 when the peer has closed.
-  // Nothing when the deadline passed.
-  std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline);
-
-  // Ends both directions: a thread that is blocked in send() or receive() fails or sees the end, and what has come and
-  // not been received is lost. The handle stays valid until close() or the object's end. Never blocks.
-  void shutdown() noexcept;
-  // Gives the handle back; the object can only be destroyed from then on. No other thread may be in a call. What was
-  // sent still arrives, unless much of what the peer has sent was not received: then it learns at once that the
-  // connection has ended, also when it waits in a send. Never blocks.
-  void close() noexcept;
-
-  // True when the peer has closed its end, or is gone; on Linux whatever of it has not been received yet. Never blocks;
-  // may be called beside send() and receive().
-  bool peerHasClosed() const noexcept;
-
-  // "127.0.0.1:4711" of the other end, for logs.
-  std::string peerName() const;
-  // The address and port of this end and of the other one: 4 or 6, the bytes of the address, two of the port. Empty for
-  // what is no network socket.
-  std::vector<unsigned char> localEndpoint() const;
-  std::vector<unsigned char> peerEndpoint() const;
+  void setPatience(const Patience& patience) override { m_allowance = SendAllowance(patience.send); }
+  void send(std::span<const Piece> pieces) override;
+  bool hasRoom() const noexcept override;
+  std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline) override;
+  void shutdown() noexcept override;
+  void close() noexcept override;
+  bool peerHasClosed() const noexcept override;
+  std::string peerName() const override;
+  std::vector<unsigned char> localEndpoint() const override;
+  std::vector<unsigned char> peerEndpoint() const override;
 
  private:
   static constexpr std::intptr_t kNone = -1;

@@ -34,6 +34,10 @@ EncodedHeader encodeHeader(const FrameHeader& header) {
 FrameHeader decodeHeader(std::span<const unsigned char, kFrameHeaderSize> bytes) {
   FrameHeader header;
   header.length = loadLittleEndian32(&bytes[0]);
+  // The beginning of a TLS handshake (RFC 8446, 5.1), as a header longer than any frame.
+  if (bytes[0] == 0x16 && bytes[1] == 0x03 && bytes[2] != 0) {
+    throw CS_Exception(kProtocolViolation, L"what came is TLS, which another port is for");
+  }
   if (bytes[4] < static_cast<unsigned char>(FrameKind::kHello) ||
       bytes[4] > static_cast<unsigned char>(FrameKind::kBeat)) {
     throw CS_Exception(kProtocolViolation, L"frame kind %d does not exist", static_cast<int>(bytes[4]));
@@ -51,7 +55,7 @@ FrameHeader decodeHeader(std::span<const unsigned char, kFrameHeaderSize> bytes)
   return header;
 }
 
-FrameReader::Fill FrameReader::fill(Socket& socket, std::optional<Deadline> deadline) {
+FrameReader::Fill FrameReader::fill(Stream& stream, std::optional<Deadline> deadline) {
   if (m_from > 0) {
     std::memmove(m_buffer.data(), m_buffer.data() + m_from, m_to - m_from);
     m_to -= m_from;
@@ -60,7 +64,7 @@ FrameReader::Fill FrameReader::fill(Socket& socket, std::optional<Deadline> dead
   if (m_buffer.empty()) m_buffer.resize(kFirstSize);
   // Only here: frames that were handed out point into the buffer.
   if (m_to == m_buffer.size()) m_buffer.resize(std::min(2 * m_buffer.size(), kLargestSize));
-  const auto received = socket.receive(std::span(m_buffer).subspan(m_to), deadline);
+  const auto received = stream.receive(std::span(m_buffer).subspan(m_to), deadline);
   if (!received) return Fill::kTimedOut;
   if (*received == 0) return Fill::kClosed;
   m_to += *received;

@@ -63,14 +63,14 @@ struct Frame {
   std::span<const unsigned char> payload() const { return bytes.subspan(kFrameHeaderSize); }
 };
 
-// Turns a socket's byte stream into frames: one large receive may yield many of them, and frames that arrived together
-// stand one behind the other in the buffer. Used by one thread at a time.
+// Turns the bytes of a connection into frames: one large receive may yield many of them, and frames that arrived
+// together stand one behind the other in the buffer. Used by one thread at a time.
 class FrameReader {
  public:
   enum class Fill { kData, kTimedOut, kClosed };
 
-  // Receives once. Frames got before become invalid. Throws CS_Exception when the socket fails.
-  Fill fill(Socket& socket, std::optional<Deadline> deadline);
+  // Receives once. Frames got before become invalid. Throws CS_Exception when the stream fails.
+  Fill fill(Stream& stream, std::optional<Deadline> deadline);
   // The next complete frame that was received; nothing when more must be received first. Throws CS_Exception when the
   // bytes are no frame.
   std::optional<Frame> next();

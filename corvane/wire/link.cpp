@@ -8,8 +8,16 @@
 
 namespace corvane {
 
-Link::Link(Socket socket, const Patience& patience) : m_socket(std::move(socket)), m_peerName(m_socket.peerName()) {
-  m_socket.setPatience(patience);
+Link::Link(std::unique_ptr<Stream> stream, const Patience& patience)
+    : m_stream(std::move(stream)), m_peerName(m_stream->peerName()) {
+  m_stream->setPatience(patience);
+}
+
+Link::Link(Socket socket, const Patience& patience) : Link(std::make_unique<Socket>(std::move(socket)), patience) {}
+
+void Link::open(Deadline deadline) {
+  const Use use(*this);
+  m_stream->open(deadline);
 }
 
 Link::Use::Use(Link& link) : m_link(link) {
@@ -20,18 +28,18 @@ Link::Use::Use(Link& link) : m_link(link) {
 
 Link::Use::~Use() {
   const std::lock_guard guard(m_link.m_stateLock);
-  if (--m_link.m_uses == 0 && m_link.m_ended) m_link.m_socket.close();
+  if (--m_link.m_uses == 0 && m_link.m_ended) m_link.m_stream->close();
 }
 
 FrameReader::Fill Link::fill(std::optional<Deadline> deadline) {
   const Use use(*this);
-  return m_reader.fill(m_socket, deadline);
+  return m_reader.fill(*m_stream, deadline);
 }
 
 bool Link::peerHasClosed() noexcept {
   try {
     const Use use(*this);
-    return m_socket.peerHasClosed();
+    return m_stream->peerHasClosed();
   } catch (const CS_Exception&) {
     return true;
   }
@@ -65,8 +73,8 @@ void Link::end(const wchar_t* reason) {
     }
     handler = std::exchange(m_handler, nullptr);
     m_changed.notify_all();
-    m_socket.shutdown();  // does not block
-    if (m_uses == 0) m_socket.close();
+    m_stream->shutdown();  // does not block
+    if (m_uses == 0) m_stream->close();
   }
   if (handler != nullptr) handler->onLinkEnd(m_reason);  // not changed any more
 }

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -64,9 +65,14 @@ using HelloValues = std::map<std::wstring, std::wstring>;
 // The first failure, an end by the peer, or end() ends the link for good: every waiter gets a CS_Exception (3102).
 class Link {
  public:
+  explicit Link(std::unique_ptr<Stream> stream, const Patience& patience = {});
   explicit Link(Socket socket, const Patience& patience = {});
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
+
+  // What the stream needs before the first frame; see Stream. By the thread that carries out the handshake.
+  void open(Deadline deadline);
+  std::wstring provenPeer() const { return m_stream->provenPeer(); }
 
   // The steps of the handshake; corvane/trust/handshake.h puts them together. Each that waits throws CS_Exception
   // (3101, 3105) when what it waits for does not come within the deadline. The dialing side says its values and returns
@@ -139,13 +145,13 @@ class Link {
   void end(const wchar_t* reason);
   bool hasEnded() const;
   std::wstring reason() const;
-  // See Socket::peerHasClosed(): for a thread that handles a frame and so does not read meanwhile.
+  // See Stream::peerHasClosed(): for a thread that handles a frame and so does not read meanwhile.
   bool peerHasClosed() noexcept;
   // When bytes came last, or when the link was made.
   Deadline lastHeard() const { return Deadline(Deadline::duration(m_lastHeard.load())); }
   const std::string& peerName() const { return m_peerName; }
-  std::vector<unsigned char> localEndpoint() const { return m_socket.localEndpoint(); }
-  std::vector<unsigned char> peerEndpoint() const { return m_socket.peerEndpoint(); }
+  std::vector<unsigned char> localEndpoint() const { return m_stream->localEndpoint(); }
+  std::vector<unsigned char> peerEndpoint() const { return m_stream->peerEndpoint(); }
 
   // How much is sent before a sender looks whether the peer has said something meanwhile.
   static constexpr std::size_t kLookEvery = 1024 * 1024;
@@ -171,11 +177,11 @@ class Link {
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
-  void sendPieces(std::span<const Socket::Piece> pieces);
+  void sendPieces(std::span<const Stream::Piece> pieces);
   Frame awaitFrame(Deadline deadline);
   HelloValues readHello(const Frame& frame, FrameKind kind);
 
-  Socket m_socket;  // used within a Use
+  const std::unique_ptr<Stream> m_stream;  // used within a Use
   const std::string m_peerName;
   FrameReader m_reader;  // used by the leader only
   std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};

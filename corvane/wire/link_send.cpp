@@ -23,7 +23,7 @@ class FrameBatch {
   bool done() const { return m_done; }
 
   // The pieces of the next frames, behind the given first piece.
-  std::span<const Socket::Piece> next(Socket::Piece first) {
+  std::span<const Stream::Piece> next(Stream::Piece first) {
     std::size_t used = 0;
     if (!first.empty()) m_pieces[used++] = first;
     for (std::size_t frame = 0; frame < kFrames && !m_done; ++frame) {
@@ -56,7 +56,7 @@ class FrameBatch {
   std::size_t m_sources = 0;
   std::size_t m_at = 0;
   std::array<EncodedHeader, kFrames> m_headers;
-  std::array<Socket::Piece, 1 + 2 * kFrames + kSources> m_pieces;
+  std::array<Stream::Piece, 1 + 2 * kFrames + kSources> m_pieces;
 };
 
 }  // namespace
@@ -74,8 +74,8 @@ void Link::endAndThrow(const wchar_t* reasonOfThisFailure) {
 }
 
 // With the send lock held.
-void Link::sendPieces(std::span<const Socket::Piece> pieces) {
-  m_socket.send(pieces);
+void Link::sendPieces(std::span<const Stream::Piece> pieces) {
+  m_stream->send(pieces);
   m_announcements.clear();
   for (const auto& piece : pieces)
     m_sentSinceLook += piece.size();
@@ -118,14 +118,14 @@ void Link::beat() noexcept {
     const Use use(*this);
     try {
       const std::unique_lock lock(m_sendLock, std::try_to_lock);
-      if (!lock || !m_socket.hasRoom()) return;
+      if (!lock || !m_stream->hasRoom()) return;
       FrameHeader header;
       header.kind = FrameKind::kBeat;
       const EncodedHeader encoded = encodeHeader(header);
-      const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), Socket::Piece(encoded)};
+      const std::array<Stream::Piece, 2> pieces{Stream::Piece(m_announcements), Stream::Piece(encoded)};
       sendPieces(pieces);
     } catch (...) {
-      m_socket.shutdown();
+      m_stream->shutdown();
     }
   } catch (const CS_Exception&) {
     // It has ended.
@@ -136,7 +136,7 @@ void Link::sendFrames(std::span<const unsigned char> frames) {
   const Use use(*this);
   try {
     const std::lock_guard guard(m_sendLock);
-    const std::array<Socket::Piece, 2> pieces{Socket::Piece(m_announcements), frames};
+    const std::array<Stream::Piece, 2> pieces{Stream::Piece(m_announcements), frames};
     sendPieces(m_announcements.empty() ? std::span(pieces).last(1) : std::span(pieces));
   } catch (const CS_Exception& exception) {
     endAndThrow(exception.detail());

@@ -101,6 +101,10 @@ class Trial:
         self.stages = [(preset, binaries.split()) for preset, binaries in stages]
         self.wine, self.seconds, self.hashes = Wine(self.tree), {}, {}
         copy_tree(root, self.tree)
+        libraries = self.tree / "build" / "openssl-windows"
+        libraries.parent.mkdir(exist_ok=True)
+        if not libraries.exists():
+            libraries.symlink_to(root / "build" / "openssl-windows")
 
     def bin(self, preset):
         return self.tree / "build" / preset / "bin"
