@@ -1,5 +1,7 @@
 #include "programs/main.h"
 
+#include "client/invitation_guest.h"
+#include "client/known_servers.h"
 #include "client/options.h"
 #include "client/print_client.h"
 #include "client/reporter.h"
@@ -8,12 +10,16 @@
 #include "corvane/base/process.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_server.h"
+#include "programs/invitation.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"
 #include "protocol/names.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <fmt/format.h>
+#include <fstream>
+#include <stdexcept>
 #include <system_error>
 
 namespace {
@@ -32,11 +38,54 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
                             protocol::kVersion, output));
 }
 
+// The line itself, or what the file of that name holds.
+std::string invitationText(const std::string& given) {
+  if (given.starts_with(programs::Invitation::kScheme)) return given;
+  std::ifstream file(programs::toPath(given), std::ios::binary);
+  if (!file) {
+    throw std::runtime_error(
+        fmt::format("--invitation \"{}\" is neither an invitation, which begins with {}, nor a file that can be read",
+                    given, programs::Invitation::kScheme));
+  }
+  std::string text(1024, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  return text;
+}
+
+// Redeems the invitations and takes the server from them where the options name none. False after saying why there is
+// none to serve.
+bool chooseServer(printclient::Options& options) try {
+  const printclient::KnownServers known(printclient::KnownServers::ownFolder());
+  for (const std::string& given : options.invitations) {
+    const auto invitation = programs::Invitation::parse(invitationText(given));
+    const auto server = known.add(invitation.server, invitation.session, printclient::redeem(invitation));
+    std::printf("the invitation is redeemed: printclient knows session %d of %s from now on\n", server.session,
+                server.address.text().c_str());
+  }
+  if (options.session != 0) return true;
+  const auto servers = known.all();
+  if (servers.empty()) {
+    throw std::runtime_error(
+        "no server is known: give what an administrator gave you with --invitation, or the number of the session with "
+        "--session (and --server)");
+  }
+  options.host = servers.front().address.host;
+  options.port = servers.front().address.port;
+  options.session = servers.front().session;
+  options.keyFile = servers.front().keyFile;
+  options.usesTls = true;
+  return true;
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "printclient: %s\n", failure.what());
+  return false;
+}
+
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
   programs::silenceLocalLog();  // the reporter says it
-  const printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
+  printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
   if (parsed.exitCode >= 0) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
     return parsed.exitCode;
@@ -53,6 +102,7 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
   }
+  if (!chooseServer(parsed.options)) return 1;
   printclient::Reporter reporter;
   const auto output =
       std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter);

@@ -1,6 +1,7 @@
 #include "client/options.h"
 
 #include "corvane/base/text.h"
+#include "programs/host_and_port.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -117,23 +118,12 @@ protocol::Printer parsePrinterOption(std::string_view text) {
 
 namespace {
 
-void readServer(const std::string& text, Options& options) {
-  const std::size_t colon = text.rfind(':');
-  const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-  const bool isNumber = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
-  if (colon == 0 || !isNumber || std::stoi(port) < 1 || std::stoi(port) > 65535) {
-    throw std::invalid_argument(
-        fmt::format("--server \"{}\" is not host and port; an example is 127.0.0.1:4711", text));
-  }
-  std::string host = text.substr(0, colon);
-  const bool hasBrackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
-  if (hasBrackets) host = host.substr(1, host.size() - 2);
-  if (hasBrackets != (host.find(':') != std::string::npos) || host.find_first_of("[]") != std::string::npos) {
-    throw std::invalid_argument(fmt::format(
-        "--server \"{}\" is not host and port; an IPv6 address stands in brackets, as in [::1]:4711", text));
-  }
-  options.host = host;
-  options.port = std::stoi(port);
+void readServer(const std::string& text, Options& options) try {
+  const auto server = programs::HostAndPort::parse(text);
+  options.host = server.host;
+  options.port = server.port;
+} catch (const std::invalid_argument& failure) {
+  throw std::invalid_argument(fmt::format("--server {}", failure.what()));
 }
 
 bool isThisMachine(const std::string& host) {
@@ -158,12 +148,18 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   std::string server = "127.0.0.1:4711";
   std::vector<std::string> printers;
   CLI::App app("A session's print client: registers printers and puts their jobs into a folder.", "printclient");
-  app.add_option("--server", server, "where the application server listens")->capture_default_str();
+  const CLI::Option* const serverOption =
+      app.add_option("--server", server, "where the application server listens")->capture_default_str();
   app.add_flag("--tls", options.usesTls,
                "encrypts the connection to a server on this machine, too, as behind a forwarder; to other machines it "
                "always is");
+  app.add_option(
+         "--invitation", options.invitations,
+         "a line or a file that an administrator gave you: from then on printclient knows the server, the session "
+         "and its key by itself; repeatable")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--session", options.session, "number of the session")
-      ->required()
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
   app.add_option("--key", options.keyFile, "file with the key of the session, where the server wants one")
       ->check(CLI::Validator([](std::string& text) { return text.empty() ? "it names no file" : ""; }, ""));
@@ -179,6 +175,9 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   try {
     app.parse(arguments);
     readServer(server, options);
+    if (options.session == 0 && (serverOption->count() > 0 || !options.keyFile.empty())) {
+      throw std::invalid_argument("--server and --key are for a --session: give its number as well");
+    }
     chooseTls(options);
     for (const std::string& printer : printers)
       options.printers.push_back(parsePrinterOption(printer));

@@ -17,9 +17,10 @@ protocol::Printer parsePrinterOption(std::string_view text);
 struct Options {
   std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
-  bool usesTls = false;  // always, but for a server on this machine that is not asked for it
-  int session = 0;
-  std::string keyFile;  // empty: the server wants no key
+  std::vector<std::string> invitations;  // to redeem first: lines, or names of files that hold one
+  bool usesTls = false;                  // always, but for a server on this machine that is not asked for it
+  int session = 0;                       // 0: the servers of which invitations were redeemed
+  std::string keyFile;                   // empty: the server wants no key
   std::vector<protocol::Printer> printers;
   std::string output;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests

@@ -48,7 +48,11 @@ TEST(PrintClientOptions, TakeAnIpv6AddressInBrackets) {
 }
 
 TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
-  EXPECT_NE(parseOptions({"--printer", "L", "--output", "o"}).message.find("--session is required"), std::string::npos);
+  for (const char* option : {"--server", "--key"}) {
+    const ParsedOptions noSession = parseOptions({"--printer", "L", "--output", "o", option, "127.0.0.1:1"});
+    EXPECT_EQ(noSession.exitCode, 2);
+    EXPECT_EQ(noSession.message, "--server and --key are for a --session: give its number as well\n");
+  }
   EXPECT_NE(parseOptions({"--session", "0", "--printer", "L", "--output", "o"}).message.find("--session"),
             std::string::npos);
   const ParsedOptions server =
@@ -69,6 +73,14 @@ TEST(PrintClientOptions, APortIsFrom1To65535) {
     EXPECT_EQ(codeOf(good), -1) << good;
   for (const char* bad : {"h:0", "h:65536", "h:", ":1", "h:x"})
     EXPECT_EQ(codeOf(bad), 2) << bad;
+}
+
+TEST(PrintClientOptions, WithoutASessionTheServersOfInvitationsAreMeant) {
+  const ParsedOptions parsed = parseOptions(
+      {"--printer", "L", "--output", "o", "--invitation", "mgprint://h:1/session-5/0", "--invitation", "f"});
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.session, 0);
+  EXPECT_EQ(parsed.options.invitations, (std::vector<std::string>{"mgprint://h:1/session-5/0", "f"}));
 }
 
 TEST(PrintClientOptions, WhatLeavesThisMachineIsEncryptedAndNeedsTheKey) {

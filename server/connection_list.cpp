@@ -164,7 +164,7 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
       return L"a connection is either a print client's or the monitor's; make another one";
     }
     const auto& identity = position->connection->peerIdentity();
-    const bool isOneSession = identity && !identity->isMonitor();
+    const bool isOneSession = identity && !identity->isMonitor();  // or those who are invited to it
     const auto mine = isOneSession ? occupantsLocked(*room, position->who) : std::vector<Position>();
     const auto all = occupantsLocked(*room);
     if (mine.size() >= m_places.ofOneSession) {
@@ -227,7 +227,9 @@ void ConnectionList::watch() {
   std::unique_lock<std::mutex> lock(m_lock);
   while (!m_someEnded.wait_for(lock, m_places.lookEvery, [this] { return m_closing; })) {
     std::vector<Evicted> silent;
+    std::vector<CS_RCPtr<CS_Connection>> clients;
     for (Session& session : m_sessions) {
+      if (session.room == Room::kClients && !session.isEvicted && !session.ended) clients.push_back(session.connection);
       const auto idle = m_places.idleOf(session.room);
       if (!idle || session.isEvicted || session.ended) continue;
       const bool arrives = isArriving(session.room);
@@ -241,8 +243,22 @@ void ConnectionList::watch() {
       end(evicted, fmt::format("it is one of {}, and was idle for {} s", nameOf(evicted.room), idle.count()));
     }
     silent.clear();
+    endWithoutKey(clients);
+    clients.clear();
     joinEnded();
     lock.lock();
+  }
+}
+
+void ConnectionList::endWithoutKey(const std::vector<CS_RCPtr<CS_Connection>>& clients) {
+  if (m_keys == nullptr) return;
+  for (const auto& client : clients) {
+    const auto& identity = client->peerIdentity();
+    if (!identity || !identity->isSession() || m_keys->isStill(*identity, client->peerKeyMark())) continue;
+    CS_Connection::destroy(client, true);
+    m_log->refusal("keys",
+                   fmt::format("connection from {} closed: the key of {} is not the one any more that it came with",
+                               client->peerName(), programs::oneLine(identity->name())));
   }
 }
 

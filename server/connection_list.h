@@ -83,6 +83,8 @@ class ConnectionList {
   std::size_t takenLocked() const;
   // Closes, now and then, who has been silent for too long.
   void watch();
+  // Ends the print clients whose key was replaced or taken away since they came.
+  void endWithoutKey(const std::vector<CS_RCPtr<CS_Connection>>& clients);
   // Joins the threads that have ended.
   void joinEnded();
 

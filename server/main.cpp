@@ -5,10 +5,12 @@
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/key.h"
+#include "programs/invitation.h"
 #include "programs/line_queue.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"
 #include "server/connection_list.h"
+#include "server/invitations.h"
 #include "server/log_monitor.h"
 #include "server/offered_classes.h"
 #include "server/options.h"
@@ -22,6 +24,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -51,6 +54,29 @@ int makeKey(const std::string& file) {
   }
   std::printf("a new key is in %s\n", file.c_str());
   return 0;
+}
+
+int invite(const aps::Invite& wanted, const corvane::KeyFolder& keys) {
+  using Guest = aps::Invitations::Guest;
+  try {
+    const Guest guest = wanted.isSameUser ? Guest::kSame : Guest::kNext;
+    const std::string code = aps::Invitations(keys).make(wanted.session, guest);
+    const std::string text =
+        programs::Invitation{programs::HostAndPort::parse(wanted.address), wanted.session, code}.text() + "\n";
+    if (wanted.file.empty()) {
+      std::fputs(text.c_str(), stdout);
+    } else {
+      corvane::createKeyFile(wanted.file, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()));
+    }
+    std::fprintf(
+        stderr, "session %d: %s; the invitation is good once, for %d minutes: printclient --invitation %s\n",
+        wanted.session, wanted.isSameUser ? "the key stays" : "it has a new key, and an older one opens nothing",
+        static_cast<int>(aps::Invitations::kValid.count()), wanted.file.empty() ? "LINE" : wanted.file.c_str());
+    return 0;
+  } catch (const CS_Exception& failure) {
+    std::fprintf(stderr, "aps: nobody is invited: %s\n", programs::oneLine(failure.detail()).c_str());
+    return 1;
+  }
 }
 
 // Null when peers need no keys; false after saying why the folder cannot be used.
@@ -130,11 +156,12 @@ void logStart(aps::Log& log, const Listeners& listeners, const std::string& keys
                  "start aps with --keys to change that");
 }
 
-// The key of a session, for a peer from the network that claims it; nobody else comes from there.
-std::optional<corvane::Key> keyOfSession(const corvane::KeyFolder& keys, const std::string& name) {
+// The key of a session or of an invitation, for a peer from the network that claims it; nobody else comes from there.
+std::optional<corvane::Key> keyForNetwork(const corvane::KeyFolder& keys, const std::string& name) {
   const auto identity = corvane::Identity::parse(corvane::fromUtf8(name));
   if (!identity || identity->isMonitor()) return std::nullopt;
-  return keys.read(*identity);
+  if (identity->isSession()) return keys.read(*identity);
+  return aps::Invitations(keys).keyOf(identity->sessionNumber());
 }
 
 // What makes the stream of a connection that was accepted.
@@ -165,7 +192,7 @@ void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, aps::C
     threads.emplace_back([&connections, &log, keys, &listener = *listener] {
       const auto encrypted = [keys](corvane::Socket socket) {
         return std::make_unique<tls::TlsStream>(std::move(socket),
-                                                [keys](const std::string& name) { return keyOfSession(*keys, name); });
+                                                [keys](const std::string& name) { return keyForNetwork(*keys, name); });
       };
       serveUntilStopped(listener, aps::Room::kArrivingFromNetwork, encrypted, connections, log);
     });
@@ -186,7 +213,12 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);
-  aps::registerClasses(application);
+  std::shared_ptr<aps::InvitationHost::Context> invitations;
+  if (keys != nullptr) {
+    invitations =
+        std::make_shared<aps::InvitationHost::Context>(aps::InvitationHost::Context{aps::Invitations(*keys), log});
+  }
+  aps::registerClasses(application, invitations);
 
   Listeners listeners;
   if (!listeners.open(options)) return 1;
@@ -233,5 +265,5 @@ int programMain(const std::vector<std::string>& arguments) {
   if (!options.newKey.empty()) return makeKey(options.newKey);
   std::unique_ptr<corvane::KeyFolder> keys;
   if (!openKeys(options.keys, keys)) return 1;
-  return serve(options, keys.get());
+  return options.invite ? invite(*options.invite, *keys) : serve(options, keys.get());
 }

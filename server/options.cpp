@@ -1,9 +1,13 @@
 #include "server/options.h"
 
+#include "programs/host_and_port.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fmt/format.h>
+#include <limits>
 #include <sstream>
+#include <stdexcept>
 
 namespace aps {
 
@@ -72,6 +76,47 @@ void addBounds(CLI::App& app, Options& options) {
 
 }  // namespace
 
+namespace {
+
+// Its values are taken over when the command was given.
+CLI::App* addInvite(CLI::App& app, Invite& invite) {
+  CLI::App* const command = app.add_subcommand(
+      "invite", "makes an invitation: a line by which somebody's print client gets the key of a session, once");
+  command->fallthrough();
+  command->add_option("session", invite.session, "number of the session")
+      ->required()
+      ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+  command->add_option("--address", invite.address, "host and port where that print client reaches aps --listen-clients")
+      ->required();
+  command->add_flag("--same-user", invite.isSameUser,
+                    "for a further device of the user whom the session has; without it the session gets a new key, and "
+                    "the old one opens nothing any more");
+  command->add_option("--file", invite.file, "a new file for the invitation, instead of the standard output");
+  return command;
+}
+
+// Why the options cannot be used together; empty when they can.
+std::string contradiction(const Options& options) {
+  if (options.invite) {
+    if (options.keys.empty()) return "aps invite: give the folder with the keys with --keys, as aps itself has it";
+    try {
+      programs::HostAndPort::parse(options.invite->address);
+    } catch (const std::invalid_argument& failure) {
+      return fmt::format("--address {}", failure.what());
+    }
+    return "";
+  }
+  if (std::string refusal = listenRefusal(options.listen); !refusal.empty())
+    return fmt::format("--listen: {}", refusal);
+  if (!options.listenClients.empty() && options.keys.empty() && options.newKey.empty()) {
+    return "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
+           "folder with the keys with --keys";
+  }
+  return "";
+}
+
+}  // namespace
+
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
   ParsedOptions result;
   Options& options = result.options;
@@ -93,9 +138,12 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
       ->check(CLI::Range(0, 60));
   addBounds(app, options);
   addLaunching(app, options);
+  Invite invite;
+  const CLI::App* const inviteCommand = addInvite(app, invite);
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);
+    if (inviteCommand->parsed()) options.invite = invite;
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     result.exitCode = app.exit(error, out, out) == 0 ? 0 : 2;
@@ -103,14 +151,9 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
     return result;
   }
   options.limits.clientWait = std::chrono::seconds(clientWaitSeconds);
-  if (std::string refusal = listenRefusal(options.listen); !refusal.empty()) {
+  if (const std::string wrong = contradiction(options); !wrong.empty()) {
     result.exitCode = 2;
-    result.message = fmt::format("--listen: {}\n", refusal);
-  } else if (!options.listenClients.empty() && options.keys.empty() && options.newKey.empty()) {
-    result.exitCode = 2;
-    result.message =
-        "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
-        "folder with the keys with --keys\n";
+    result.message = fmt::format("{}\n", wrong);
   }
   return result;
 }

@@ -4,10 +4,19 @@
 #include "server/session_table.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace aps {
+
+// What is to be done instead of serving, when somebody is to be invited; see server/invitations.h.
+struct Invite {
+  int session = 0;
+  std::string address;  // where the guest's print client reaches aps
+  bool isSameUser = false;
+  std::string file;  // for the invitation; empty: the standard output
+};
 
 // What the command line of aps says.
 struct Options {
@@ -15,8 +24,9 @@ struct Options {
   std::vector<std::string> listenClients;  // addresses for print clients of other machines
   std::string logFile;                     // empty: the standard error output
   std::string keys;                        // folder; empty: peers are not authenticated
-  std::string newKey;                      // a key file to make instead of serving
-  std::string state;                       // file that keeps the sessions over a restart; empty: they are not kept
+  std::optional<Invite> invite;
+  std::string newKey;  // a key file to make instead of serving
+  std::string state;   // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
   SessionTable::Limits limits;

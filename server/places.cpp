@@ -12,7 +12,7 @@
 namespace aps {
 
 std::optional<Room> roomFor(const std::wstring& className) {
-  if (className == protocol::kSessionHostClass) return Room::kClients;
+  if (className == protocol::kSessionHostClass || className == protocol::kInvitationHostClass) return Room::kClients;
   if (className == protocol::kAdministrationServerClass) return Room::kAdministration;
   for (const wchar_t* name : {protocol::kPortMonitorClientClass, CS_ProgramMonitor_c::m_peerClassName,
                               CS_Bridge::m_className, CS_BridgeRouter::getClassName()}) {
@@ -38,14 +38,22 @@ const char* nameOf(Room room) {
 }
 
 std::wstring accessRefusal(const corvane::Identity& peer, const std::wstring& className) {
-  const bool isRegistration = className == protocol::kSessionHostClass;
-  if (peer.isMonitor() != isRegistration) return {};
-  return fmt::format(L"components of the class {} are for {} only, and this peer is {}", className,
-                     isRegistration ? L"sessions" : L"the monitor", peer.name());
+  using Kind = corvane::Identity::Kind;
+  Kind wanted = Kind::kMonitor;
+  const wchar_t* who = L"the monitor";
+  if (className == protocol::kSessionHostClass) {
+    wanted = Kind::kSession;
+    who = L"sessions";
+  } else if (className == protocol::kInvitationHostClass) {
+    wanted = Kind::kInvitation;
+    who = L"guests with an invitation";
+  }
+  if (peer.kind() == wanted) return {};
+  return fmt::format(L"components of the class {} are for {} only, and this peer is {}", className, who, peer.name());
 }
 
 std::wstring sessionRefusal(const corvane::Identity& peer, int session) {
-  if (!peer.isMonitor() && peer.sessionNumber() == session) return {};
+  if (peer.isSession() && peer.sessionNumber() == session) return {};
   return fmt::format(L"this print client has the key of {}, not of session-{}", peer.name(), session);
 }
 

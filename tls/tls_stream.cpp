@@ -157,6 +157,7 @@ int TlsStream::findKey(SSL* ssl, const unsigned char* identity, std::size_t leng
   TlsStream& self = *static_cast<TlsStream*>(SSL_get_app_data(ssl));
   self.m_identity.assign(reinterpret_cast<const char*>(identity), std::min<std::size_t>(length, kMaxIdentity));
   const std::optional<corvane::Key> key = self.claimedKey(length <= kMaxIdentity);
+  if (key) self.m_claimedMark = key->mark();
   // Without a key the handshake goes on with one that nobody has, and so fails in the same way as with a wrong one.
   corvane::Bytes32 nobodys;
   corvane::fillWithRandom(nobodys);
@@ -193,7 +194,7 @@ void TlsStream::open(corvane::Deadline deadline) {
   if (::SSL_session_reused(m_ssl) != 1 || ::SSL_version(m_ssl) != TLS1_3_VERSION) {
     throw CS_Exception(corvane::kNotProven, L"the other side did not use the key");
   }
-  if (m_role == Role::kListening) m_provenPeer = fromUtf8(m_identity);
+  if (m_role == Role::kListening) m_provenPeer = ProvenPeer{fromUtf8(m_identity), m_claimedMark};
 }
 
 void TlsStream::refuseHandshake() {

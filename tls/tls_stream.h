@@ -43,8 +43,8 @@ class TlsStream final : public corvane::Stream {
   // something else, 3101 when it does not finish in time. The other side gets TLS's alert; it cannot tell an identity
   // without a key from one with another key.
   void open(corvane::Deadline deadline) override;
-  // On the listening side the identity whose key the peer has; empty on the other side.
-  std::wstring provenPeer() const override { return m_provenPeer; }
+  // On the listening side the identity whose key the peer has; nothing on the other side.
+  std::optional<ProvenPeer> provenPeer() const override { return m_provenPeer; }
 
   void setPatience(const corvane::Patience& patience) override { m_socket.setPatience(patience); }
   void send(std::span<const Piece> pieces) override;
@@ -85,8 +85,9 @@ class TlsStream final : public corvane::Stream {
   std::string m_identity;  // own, or the one that the peer claims
   std::optional<corvane::Key> m_key;
   KeyFinder m_findKey;
-  std::wstring m_keyTrouble;  // why the claimed identity has no key that can be used
-  std::wstring m_provenPeer;
+  std::wstring m_keyTrouble;                         // why the claimed identity has no key that can be used
+  std::array<unsigned char, 32> m_claimedMark = {};  // of the key of that one
+  std::optional<ProvenPeer> m_provenPeer;
 
   std::vector<unsigned char> m_plain;    // of the sending thread: small pieces that become one record
   std::vector<unsigned char> m_sending;  // and what is on its way to the socket

@@ -93,8 +93,10 @@ class TlsStreamTest : public testing::Test {
 
 TEST_F(TlsStreamTest, TheListeningSideKnowsWhoHasProvenItselfAndTheOtherOneProvesNothing) {
   connectEnds();
-  EXPECT_EQ(L"session-5", m_listening->provenPeer());
-  EXPECT_EQ(L"", m_dialing->provenPeer());
+  ASSERT_TRUE(m_listening->provenPeer());
+  EXPECT_EQ(L"session-5", m_listening->provenPeer()->identity);
+  EXPECT_EQ(keyOf('5').mark(), m_listening->provenPeer()->keyMark);
+  EXPECT_FALSE(m_dialing->provenPeer());
 }
 
 TEST_F(TlsStreamTest, PiecesOfEverySizeArriveInTheirOrder) {
@@ -177,7 +179,7 @@ TEST_F(TlsStreamTest, AnotherKeyIsRefusedByBothSidesWithTheNameOfWhoClaimedIt) {
       L"the server does not take the key of \"session-5\": it has another one or none, or what answers there is no "
       L"application server ("))
       << corvane::toUtf8(dialing.second);
-  EXPECT_EQ(L"", m_listening->provenPeer());
+  EXPECT_FALSE(m_listening->provenPeer());
 }
 
 TEST_F(TlsStreamTest, AnIdentityWithoutAKeyCannotBeToldFromOneWithAnotherKey) {

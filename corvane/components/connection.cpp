@@ -69,11 +69,12 @@ void CS_Connection::welcome(const corvane::KeyFolder* keys, const std::function<
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
   const corvane::Deadline deadline = corvane::after(kHandshakeMilliseconds);
   m_link->open(deadline);
-  const auto proven = corvane::Identity::parse(m_link->provenPeer());
+  const auto proven = m_link->provenPeer();
   corvane::Peer peer =
       corvane::acceptHandshake(*m_link, ownHello(m_heartbeat), proven ? nullptr : keys, deadline, beforeRefusal);
   m_peerValues = std::move(peer.values);
-  m_peerIdentity = proven ? proven : peer.identity;
+  m_peerIdentity = proven ? corvane::Identity::parse(proven->identity) : peer.identity;
+  m_peerKeyMark = proven ? proven->keyMark : peer.keyMark;
   take(m_link, 2);
 }
 

@@ -102,6 +102,9 @@ class CS_Connection : public CS_Component {
   // Who the peer of an accepted connection is, proven; nothing where peers need no keys.
   const std::optional<corvane::Identity>& peerIdentity() const { return m_peerIdentity; }
 
+  // Tells the key that proved it from every other one; see corvane::Key::mark().
+  const corvane::Bytes32& peerKeyMark() const { return m_peerKeyMark; }
+
   // Asked with the name of the class before a component is made that the peer wants: an answer that is not empty
   // refuses it with that reason. Set before serve(); called by the threads that serve.
   using Admission = std::function<std::wstring(const std::wstring& className)>;
@@ -132,6 +135,7 @@ class CS_Connection : public CS_Component {
   std::optional<corvane::Identity> m_ownIdentity;
   std::string m_keyFile;
   std::optional<corvane::Identity> m_peerIdentity;
+  corvane::Bytes32 m_peerKeyMark = {};
   StreamMaker m_streamMaker;
   corvane::Heartbeat* m_heartbeat = nullptr;
   Admission m_admission;

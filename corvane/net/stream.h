@@ -2,6 +2,7 @@
 
 #include "corvane/net/patience.h"
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -30,9 +31,13 @@ class Stream {
   // nothing. Throws CS_Exception: 3101 when the other side does not do its part until then, 3109 when it does not prove
   // who it is.
   virtual void open(Deadline) {}
-  // The identity that the peer has proven to this stream itself, in open(), as corvane/trust/key.h writes it; empty
-  // where the stream proves nothing and the peers do it over the Link.
-  virtual std::wstring provenPeer() const { return {}; }
+  // Who the peer has proven to be to this stream itself, in open(); nothing where the stream proves nothing and the
+  // peers do it over the Link.
+  struct ProvenPeer {
+    std::wstring identity;                       // as corvane/trust/key.h writes it
+    std::array<unsigned char, 32> keyMark = {};  // of the key that proved it
+  };
+  virtual std::optional<ProvenPeer> provenPeer() const { return std::nullopt; }
 
   // Before the first send: what a peer may keep a sender waiting.
   virtual void setPatience(const Patience& patience) = 0;

@@ -115,7 +115,7 @@ HelloValues offerHandshake(Link& link, HelloValues own, const Credentials* crede
 
 Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadline deadline,
                      const std::function<void()>& beforeRefusal) {
-  Peer peer{link.awaitHello(deadline), std::nullopt};
+  Peer peer{link.awaitHello(deadline), std::nullopt, {}};
   if (keys == nullptr) {
     link.welcome(own);
     return peer;
@@ -126,7 +126,9 @@ Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadlin
   }
   const auto identity = Identity::parse(peer.values[kIdentity]);
   const auto nonce = bytesOf(peer.values, kNonce);
-  if (!identity || !nonce) {
+  // A key is given only where nobody can read it on the way.
+  const bool isInvited = identity && identity->kind() == Identity::Kind::kInvitation;
+  if (!identity || isInvited || !nonce) {
     refuse(L"the server knows only \"monitor\" and \"session-\" with a number, each with a nonce",
            L"that is not an identity, or its nonce is not valid");
   }
@@ -139,6 +141,7 @@ Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadlin
     refuse(L"the proof is wrong", L"its proof is wrong");
   }
   peer.identity = identity;
+  peer.keyMark = key.mark();
   return peer;
 }
 

@@ -25,6 +25,7 @@ HelloValues offerHandshake(Link& link, HelloValues own, const Credentials* crede
 struct Peer {
   HelloValues values;                // what it says about itself
   std::optional<Identity> identity;  // who it is, proven; nothing where peers need no keys
+  Bytes32 keyMark = {};              // of the key that proved it
 };
 
 // The handshake of the listening side. With keys, returns only when the peer has proven itself; a peer that does not is

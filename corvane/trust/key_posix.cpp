@@ -29,6 +29,16 @@ class Descriptor {
                      fromUtf8(file).c_str());
 }
 
+// What root makes in the folder of another account is for that account.
+bool takesFolderOwner(int descriptor, const std::string& file) {
+  if (::geteuid() != 0) return true;
+  const std::size_t slash = file.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
+  struct stat facts {};
+  if (::stat(folder.c_str(), &facts) != 0) return false;
+  return facts.st_uid == 0 || ::fchown(descriptor, facts.st_uid, facts.st_gid) == 0;
+}
+
 }  // namespace
 
 std::size_t readKeyFile(const std::string& file, std::span<unsigned char> buffer) {
@@ -59,7 +69,10 @@ void createKeyFile(const std::string& file, std::span<const unsigned char> conte
   const Descriptor made(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (made.get() < 0) fail(L"made", file, errno);
   const ssize_t written = ::write(made.get(), content.data(), content.size());
-  if (written == static_cast<ssize_t>(content.size()) && ::fsync(made.get()) == 0) return;
+  if (written == static_cast<ssize_t>(content.size()) && takesFolderOwner(made.get(), file) &&
+      ::fsync(made.get()) == 0) {
+    return;
+  }
   const int error = written < 0 || written == static_cast<ssize_t>(content.size()) ? errno : ENOSPC;
   ::unlink(file.c_str());
   fail(L"written", file, error);

@@ -72,7 +72,7 @@ class Link {
 
   // What the stream needs before the first frame; see Stream. By the thread that carries out the handshake.
   void open(Deadline deadline);
-  std::wstring provenPeer() const { return m_stream->provenPeer(); }
+  std::optional<Stream::ProvenPeer> provenPeer() const { return m_stream->provenPeer(); }
 
   // The steps of the handshake; corvane/trust/handshake.h puts them together. Each that waits throws CS_Exception
   // (3101, 3105) when what it waits for does not come within the deadline. The dialing side says its values and returns
