@@ -62,6 +62,7 @@ bool chooseServer(printclient::Options& options) try {
     const auto server = known.add(invitation.server, invitation.session, printclient::redeem(invitation));
     std::printf("the invitation is redeemed: printclient knows session %d of %s from now on\n", server.session,
                 server.address.text().c_str());
+    std::fflush(stdout);
   }
   if (options.session != 0) return true;
   const auto servers = known.all();

@@ -80,6 +80,22 @@ TEST(Access, AnswersASessionItsRegistrationAndNothingElse) {
   EXPECT_NE(accessRefusal(Identity::session(5), L"Quillfern::NTR::SomethingNew"), L"");
 }
 
+TEST(Access, GivesAGuestTheKeyOfTheInvitationAndNothingElse) {
+  const Identity guest = Identity::invitation(5);
+  EXPECT_EQ(accessRefusal(guest, protocol::kInvitationHostClass), L"");
+  EXPECT_EQ(
+      accessRefusal(guest, protocol::kSessionHostClass),
+      L"components of the class Quillfern::NTR::SessionHost are for sessions only, and this peer is invitation-5");
+  EXPECT_NE(accessRefusal(guest, protocol::kAdministrationServerClass), L"");
+  EXPECT_EQ(
+      accessRefusal(Identity::session(5), protocol::kInvitationHostClass),
+      L"components of the class Quillfern::NTR::InvitationHost are for guests with an invitation only, and this peer "
+      L"is session-5");
+  EXPECT_NE(accessRefusal(Identity::monitor(), protocol::kInvitationHostClass), L"");
+  EXPECT_NE(sessionRefusal(guest, 5), L"");
+  EXPECT_EQ(roomFor(protocol::kInvitationHostClass), Room::kClients);
+}
+
 TEST(Access, LetsASessionRegisterUnderItsOwnNumberOnly) {
   EXPECT_EQ(sessionRefusal(Identity::session(5), 5), L"");
   EXPECT_EQ(sessionRefusal(Identity::session(5), 6), L"this print client has the key of session-5, not of session-6");

@@ -263,6 +263,10 @@ TEST_F(HandshakeKeysTest, AnIdentityThatIsNoneOrHasNoKeyIsRefused) {
   EXPECT_EQ(refused(std::wstring(30000, L'x'), nonce),
             odd + L"\"" + std::wstring(24, L'x') + L"...\": that is not an identity, or its nonce is not valid");
   EXPECT_EQ(refused(L"session-5", L"12"), odd + L"\"session-5\": that is not an identity, or its nonce is not valid");
+  // What an invitation gives must not be readable on the way, as it would be here.
+  m_files.add("invitation-5", '5');
+  EXPECT_EQ(refused(L"invitation-5", nonce),
+            odd + L"\"invitation-5\": that is not an identity, or its nonce is not valid");
   EXPECT_EQ(refused(L"session-7", nonce)
                 .find(L"the server has no key for this identity that it can use; its log says why | Process 17 says "
                       L"that it is \"session-7\": the key file cannot be opened ("),

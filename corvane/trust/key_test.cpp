@@ -41,7 +41,21 @@ TEST(Identity, IsTheMonitorOrASession) {
   EXPECT_EQ(Identity::session(50).name(), L"session-50");
   EXPECT_TRUE(Identity::monitor().isMonitor());
   EXPECT_FALSE(Identity::session(50).isMonitor());
+  EXPECT_TRUE(Identity::session(50).isSession());
   EXPECT_EQ(Identity::session(50).sessionNumber(), 50);
+  EXPECT_EQ(Identity::monitor().sessionNumber(), 0);
+}
+
+TEST(Identity, OfAnInvitationIsNotThatOfTheSession) {
+  const Identity guest = Identity::invitation(5);
+  EXPECT_EQ(guest.name(), L"invitation-5");
+  EXPECT_EQ(Identity::parse(L"invitation-5"), guest);
+  EXPECT_EQ(guest.sessionNumber(), 5);
+  EXPECT_FALSE(guest.isSession());
+  EXPECT_FALSE(guest.isMonitor());
+  EXPECT_NE(guest, Identity::session(5));
+  EXPECT_FALSE(Identity::parse(L"invitation-"));
+  EXPECT_FALSE(Identity::parse(L"invitation-05"));
 }
 
 TEST(Identity, IsNoOtherTextSoThatNoneBecomesAPath) {
@@ -138,6 +152,39 @@ TEST(KeyFolder, ReadsEachKeyWhenItIsAskedFor) {
   EXPECT_EQ(folder.read(Identity::monitor()).bytes()[0], 0xaa);
   files.add("session-5", '6');
   EXPECT_EQ(folder.read(Identity::session(5)).bytes()[0], 0x66);
+}
+
+TEST(KeyFolder, KnowsWhetherAnIdentityStillHasTheKeyThatItCameWith) {
+  const KeyFiles files;
+  const KeyFolder folder = files.folder();
+  files.add("session-5", '5');
+  files.add("session-6", '6');
+  const Bytes32 mark = folder.read(Identity::session(5)).mark();
+  EXPECT_TRUE(folder.isStill(Identity::session(5), mark));
+  EXPECT_FALSE(folder.isStill(Identity::session(6), mark));
+  EXPECT_FALSE(folder.isStill(Identity::session(7), mark));
+  files.add("session-5", '6');
+  EXPECT_FALSE(folder.isStill(Identity::session(5), mark));
+  EXPECT_EQ(folder.read(Identity::session(5)).mark(), folder.read(Identity::session(6)).mark());
+  EXPECT_NE(folder.read(Identity::session(5)).mark(), folder.read(Identity::session(5)).bytes());
+}
+
+TEST(KeyFile, IsReplacedByAnotherKeyAsAWhole) {
+  const KeyFiles files;
+  const std::string path = files.add("session-5", '5');
+  const Key fresh = Key::fresh();
+  fresh.replace(path);
+  EXPECT_EQ(Key::read(path).bytes(), fresh.bytes());
+  EXPECT_NE(Key::fresh().bytes(), fresh.bytes());
+  fresh.replace(files.path("new.key"));
+  EXPECT_EQ(files.content("new.key"), files.content("session-5.key"));
+  EXPECT_EQ(failureOf([&] { fresh.replace(files.path("none/a.key")); }).find(L"the key file cannot be made ("), 0u);
+  std::filesystem::create_directory(files.path("folder.key"));
+  EXPECT_EQ(failureOf([&] { fresh.replace(files.path("folder.key")); }).find(L"the key file cannot be replaced ("), 0u);
+  int left = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(files.path("")))
+    ++left;
+  EXPECT_EQ(left, 3) << "what it was made in stays behind";
 }
 
 TEST(KeyFolder, IsRefusedWhenItIsNone) {

@@ -1,0 +1,156 @@
+// How somebody becomes a print client: an invitation, and nothing to type afterwards.
+
+#include "tests/processes/keys.h"
+#include "tests/processes/monitor_peer.h"
+#include "tests/processes/scene.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <signal.h>
+
+namespace tests {
+namespace {
+
+using corvane::Identity;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+class InvitationProcessTest : public ::testing::Test {
+ protected:
+  InvitationProcessTest() {
+    m_keys.make("monitor");
+    std::vector<std::string> options = m_keys.serverOptions();
+    options.insert(options.end(), {"--listen-clients", "127.0.0.1:0"});
+    m_scene.emplace(options);
+    const std::string line = m_scene->server().waitForLine("aps listens for print clients on ");
+    m_address = line.substr(line.rfind(' ') + 1);
+  }
+
+  // The line of an invitation to session 5.
+  std::string invite(const std::vector<std::string>& more = {}) const {
+    std::vector<std::string> command = {Scene::program("aps"), "invite", "5", "--address", m_address};
+    const auto keys = m_keys.serverOptions();
+    command.insert(command.end(), keys.begin(), keys.end());
+    command.insert(command.end(), more.begin(), more.end());
+    ChildProcess process(command);
+    EXPECT_EQ(process.wait(), 0) << process.output();
+    const std::string said = process.output();
+    const std::size_t at = said.find("mgprint://");
+    return at == std::string::npos ? said : said.substr(at, said.find('\n', at) - at);
+  }
+
+  // A print client of somebody with a home of that name.
+  std::vector<std::string> command(const std::string& home, const std::vector<std::string>& options = {}) const {
+    std::vector<std::string> words = {"/usr/bin/env",
+                                      "XDG_CONFIG_HOME=" + (m_scene->folder() / home).string(),
+                                      Scene::program("printclient"),
+                                      "--printer",
+                                      "Laser-2",
+                                      "--output",
+                                      m_scene->output(5).string()};
+    words.insert(words.end(), options.begin(), options.end());
+    return words;
+  }
+  std::unique_ptr<ChildProcess> start(const std::string& home, const std::vector<std::string>& options = {}) const {
+    auto client = std::make_unique<ChildProcess>(command(home, options));
+    client->waitForLine("ready: the server knows \"Laser-2 (session 5)\"");
+    return client;
+  }
+  // What somebody whose client ends by itself is told.
+  std::string refusal(const std::string& home, const std::vector<std::string>& options) const {
+    ChildProcess client(command(home, options));
+    EXPECT_EQ(client.wait(), 1);
+    return client.output();
+  }
+
+  void expectToPrint(const std::string& title) const {
+    MonitorPeer peer(m_scene->port(), Identity::monitor(), m_keys.path("monitor"));
+    EXPECT_TRUE(peer.attach(L"Laser-2 (session 5)"));
+    peer.startJob({L"j", L"", std::wstring(title.begin(), title.end()), L""}, {1, 1, 1, 1});
+    peer.writeJob("a page");
+    EXPECT_EQ(peer.endJob(), 1);
+    EXPECT_EQ(m_scene->content(5, title + ".txt"), "a page");
+  }
+
+  const Keys m_keys;
+  std::optional<Scene> m_scene;
+  std::string m_address;
+};
+
+TEST_F(InvitationProcessTest, IsAllThatAPersonNeedsAndNothingIsNeededAfterwards) {
+  const std::string line = invite();
+  EXPECT_THAT(line, MatchesRegex("mgprint://" + m_address + "/session-5/[0-9a-f]{32}"));
+  {
+    const auto client = start("anna", {"--invitation", line});
+    EXPECT_THAT(client->output(),
+                HasSubstr("the invitation is redeemed: printclient knows session 5 of " + m_address + " from now on"));
+    m_scene->server().waitForLine("session 5: the invitation was redeemed from 127.0.0.1:");
+    expectToPrint("first");
+  }
+  const auto client = start("anna");
+  expectToPrint("second");
+}
+
+TEST_F(InvitationProcessTest, IsRedeemedOnceAndSomebodyElseIsToldWhatToDo) {
+  const std::string line = invite();
+  const auto client = start("anna", {"--invitation", line});
+  EXPECT_EQ(refusal("berta", {"--invitation", line}),
+            "printclient: the server at " + m_address +
+                " does not take the invitation: it was used, is older than ten minutes or was replaced by a newer one; "
+                "ask for another one\n");
+  expectToPrint("still anna");
+}
+
+TEST_F(InvitationProcessTest, ToTheNextUserTakesTheSessionFromTheLastOneAtOnce) {
+  const auto anna = start("anna", {"--invitation", invite()});
+  const std::string line = invite();
+  m_scene->server().waitForLine(" closed: the key of session-5 is not the one any more that it came with");
+  anna->waitForLine("the connection to the server is lost");
+  anna->waitForLine("the server does not take the key of \"session-5\"");
+  const auto berta = start("berta", {"--invitation", line});
+  expectToPrint("for berta");
+  EXPECT_THAT(anna->output(), Not(HasSubstr("for berta")));
+}
+
+TEST_F(InvitationProcessTest, ToTheSameUserLeavesTheKeyAsItIs) {
+  {
+    const auto desk = start("desk", {"--invitation", invite()});
+    invite({"--same-user"});
+    expectToPrint("from the desk");
+  }
+  const auto sofa = start("sofa", {"--invitation", invite({"--same-user"})});
+  expectToPrint("from the sofa");
+}
+
+TEST_F(InvitationProcessTest, ComesInAFileAsWell) {
+  const std::string file = (m_scene->folder() / "for anna").string();
+  invite({"--file", file});
+  const auto client = start("anna", {"--invitation", file});
+  expectToPrint("a letter");
+}
+
+TEST_F(InvitationProcessTest, WhatIsNoInvitationIsSaidWithWhatOneLooksLike) {
+  EXPECT_THAT(
+      refusal("anna", {"--invitation", "/no/such/file"}),
+      HasSubstr("--invitation \"/no/such/file\" is neither an invitation, which begins with mgprint://, nor a file "
+                "that can be read"));
+  EXPECT_THAT(refusal("anna", {"--invitation", invite().substr(0, 60)}), HasSubstr("this is no invitation: "));
+  EXPECT_EQ(
+      refusal("anna", {}),
+      "printclient: no server is known: give what an administrator gave you with --invitation, or the number of the "
+      "session with --session (and --server)\n");
+}
+
+TEST_F(InvitationProcessTest, ToAServerThatIsNotThereCanBeTriedAgain) {
+  const std::string line = invite();
+  const std::string gone = "mgprint://127.0.0.1:1/session-5/" + line.substr(line.rfind('/') + 1);
+  EXPECT_THAT(
+      refusal("anna", {"--invitation", gone}),
+      HasSubstr("the invitation was not redeemed at 127.0.0.1:1: The connection could not be made. nobody answers"));
+  const auto client = start("anna", {"--invitation", line});
+}
+
+}  // namespace
+}  // namespace tests
