@@ -99,6 +99,20 @@ TEST_F(DiskFileTest, OverwritesNothingWhereThereIsNoRenamingWithoutReplacing) {
   EXPECT_EQ(read("b.txt"), "mine");
 }
 
+TEST_F(DiskFileTest, StaysWhatItIsWhereItCanBeRenamedInNoWay) {
+  forbidRenaming();
+  DiskFile file(m_folder / ".part");
+  fill(file);
+  try {
+    file.renameTo(m_folder / "missing" / "a.txt");
+    ADD_FAILURE() << "it was renamed";
+  } catch (const std::system_error& failure) {
+    EXPECT_EQ(std::string(failure.what()),
+              "cannot rename to " + (m_folder / "missing" / "a.txt").string() + ": No such file or directory");
+  }
+  EXPECT_EQ(read(".part"), "mine");
+}
+
 TEST_F(DiskFileTest, OverwritesNothingAndCanBeGivenAnotherName) {
   std::ofstream(m_folder / "a.txt") << "old";
   DiskFile file(m_folder / ".part");

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <limits>
+#include <stdexcept>
 #include <system_error>
 
 #ifndef _WIN32
@@ -87,6 +89,21 @@ TEST_F(JobFileTest, FindsANameHoweverManyJobsOfOneNameThereAre) {
     file.append(bytes("new"));
     EXPECT_EQ(file.keepAs("a", ".txt"), expected);
     EXPECT_EQ(read(expected), "new");
+  }
+}
+
+TEST_F(JobFileTest, IsGivenUpWhereNumbersHaveNoEnd) {
+  std::ofstream(m_folder / "a.txt").flush();
+  for (int number = 2; number <= 100; ++number)
+    std::ofstream(m_folder / ("a (" + std::to_string(number) + ").txt")).flush();
+  for (long long number = 200; number <= std::numeric_limits<int>::max(); number *= 2)
+    std::ofstream(m_folder / ("a (" + std::to_string(number) + ").txt")).flush();
+  JobFile file(m_folder, ".part");
+  try {
+    const std::string name = file.keepAs("a", ".txt");
+    ADD_FAILURE() << name;
+  } catch (const std::runtime_error& failure) {
+    EXPECT_STREQ(failure.what(), "there is no free name for \"a.txt\"");
   }
 }
 

@@ -23,6 +23,7 @@ TEST(PrintClientOptions, TheServerIsOnThisMachineByDefault) {
   const ParsedOptions parsed = parseOptions({"--session", "5", "--printer", "L", "--output", "o"});
   EXPECT_EQ(parsed.options.host, "127.0.0.1");
   EXPECT_EQ(parsed.options.port, 4711);
+  EXPECT_EQ(parsed.options.pace, 1);
 }
 
 TEST(PrintClientOptions, TakeTheKeyOfTheSession) {

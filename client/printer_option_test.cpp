@@ -42,6 +42,10 @@ TEST(PrinterOption, EveryKeyGoesToItsText) {
   EXPECT_EQ(printer.resolution, 600);
 }
 
+TEST(PrinterOption, MaySayThatItIsNotTheDefault) {
+  EXPECT_FALSE(parsePrinterOption("L,default=no").isDefault);
+}
+
 TEST(PrinterOption, FormatsHaveTheirNumbers) {
   EXPECT_EQ(parsePrinterOption("L,format=raw").format, protocol::DataFormat::kRaw);
   EXPECT_EQ(parsePrinterOption("L,format=ps").format, protocol::DataFormat::kPostScript);

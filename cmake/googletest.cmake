@@ -2,7 +2,7 @@
 set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
-# It is as uninteresting to the optimiser as to whoever reads a sanitizer's report. Addresses and threads are watched in
+# It is as uninteresting to the optimiser as to somebody who reads a sanitizer's report. Addresses and threads are watched in
 # it nevertheless, because it holds what belongs to the tests.
 foreach(target gtest gmock)
   target_compile_options(${target} PRIVATE -O0 -g0)

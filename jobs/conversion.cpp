@@ -96,7 +96,6 @@ int Conversion::run() {
         removeFiles();
       },
       [&] { recordLog(); });
-  release();
   return result;
 }
 
@@ -153,16 +152,6 @@ void Conversion::recordLog() {
   } catch (...) {
     m_operation.closeWith(L"Stack Trace: MgPrintMon - ConvertJob() cleanup execption", corvane::kLevelFailure);
   }
-}
-
-void Conversion::release() {
-  m_logHandle.reset();
-  m_log.reset();
-  m_key.reset();
-  m_pdfFile.reset();
-  m_logFile.reset();
-  m_process.reset();
-  m_thread.reset();
 }
 
 }  // namespace mg

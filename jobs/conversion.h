@@ -47,7 +47,6 @@ class Conversion {
   void removeFiles();
   void removeFile(const UTL_String& path, const wchar_t* message);
   void recordLog();
-  void release();
 
   ClientPrintJob& m_job;
   const wchar_t* m_printerName;

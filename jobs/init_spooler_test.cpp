@@ -24,7 +24,7 @@ const HMODULE kSpooler = reinterpret_cast<HMODULE>(0x4440000);
 
 std::vector<std::string>* calls = nullptr;
 
-// How many hold the process's instance, besides whoever asks.
+// How many references to the process's instance there are, the caller's own left out.
 int holders() {
   const CS_RCPtr<PortMonitorServer> instance = PortMonitorServer::getInstance();
   instance->addRef();

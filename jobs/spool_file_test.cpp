@@ -106,6 +106,14 @@ TEST_F(SpoolFileTest, TheWholeFileBecomesTheFinalData) {
   EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 
+TEST_F(SpoolFileTest, OneByteIsADocument) {
+  TemporaryFolder::write(m_path, "a");
+  ReadDataIntoFinalBuffer(m_job);
+  EXPECT_EQ(m_job.finalDataLength, 1);
+  EXPECT_EQ(finalData(), "a");
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
 TEST_F(SpoolFileTest, FinalDataOfAnEarlierReadAreFreedAndReplaced) {
   const guarded_heap::Mark mark;
   TemporaryFolder::write(m_path, "first");

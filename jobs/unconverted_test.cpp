@@ -57,7 +57,7 @@ TEST(WhyUnconverted, OtherDataAreNamedForWhatTheyAre) {
 }  // namespace
 }  // namespace mg
 
-TEST_F(ConvertJobTest, DataThatAreSentAsTheyCameAreToldOfInTheModulesOwnLog) {
+TEST_F(ConvertJobTest, DataThatAreSentAsTheyCameHaveALineInTheModulesOwnLog) {
   const LocalLog log;
   TemporaryFolder::write(m_pdf, "");
   TemporaryFolder::write(m_log, "");
@@ -76,7 +76,7 @@ TEST_F(ConvertJobTest, DataThatAreSentAsTheyCameAreToldOfInTheModulesOwnLog) {
   EXPECT_FALSE(m_job.report.hasFailed());
 }
 
-TEST_F(ConvertJobTest, NothingIsToldOfAJobThatWasConvertedOrCouldNotBeRead) {
+TEST_F(ConvertJobTest, AJobThatWasConvertedOrCouldNotBeReadHasNoSuchLine) {
   const LocalLog log;
   convert();
   EXPECT_EQ(m_job.report.remark, nullptr);

@@ -284,7 +284,7 @@ TEST_F(DeletedPortTest, AJobThatItsClientHasTakenWasDelivered) {
   MGClosePort(m_stale);
 }
 
-TEST_F(DeletedPortTest, ItsJobIsToldOfWithoutALock) {
+TEST_F(DeletedPortTest, ItsJobIsReportedWithoutALock) {
   // Answers from within the notice whether others can use the list meanwhile.
   class Asking : public RecordingMonitor {
    public:
@@ -307,7 +307,7 @@ TEST_F(DeletedPortTest, ItsJobIsToldOfWithoutALock) {
 }
 
 // A job does not depend on the bit that says whether its port is open.
-TEST_F(DeletedPortTest, TheJobOfAPortThatWasClosedIsToldOfAsWell) {
+TEST_F(DeletedPortTest, TheJobOfAPortThatWasClosedIsReportedAsWell) {
   start();
   MGClosePort(m_port);
   remove();
@@ -315,7 +315,7 @@ TEST_F(DeletedPortTest, TheJobOfAPortThatWasClosedIsToldOfAsWell) {
   expectFailure(kBecauseOfThePort);
 }
 
-TEST_F(DeletedPortTest, AJobThatFailedBeforeIsNotToldOfAgain) {
+TEST_F(DeletedPortTest, AJobThatFailedBeforeIsNotReportedAgain) {
   start();
   breakConnection();
   write("abc");

@@ -7,7 +7,7 @@
 #include "jobs/spool_file.h"
 #include "monitor/kept_notices.h"
 #include "ports/port_records.h"
-#include "protocol/administration.h"
+#include "protocol/names.h"
 #include "session/print_server.h"
 #include "util/last_error.h"
 
@@ -85,7 +85,7 @@ void composeLine(wchar_t (&line)[kLineSize], const JobEnd& job) {
 }
 
 CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
-  CS_Notice notice{protocol::Notice::kJobNotice, line, {}};
+  CS_Notice notice{protocol::kJobNotice, line, {}};
   notice.values = {{L"job", std::to_wstring(job.jobId)},
                    {L"printer", job.printerName},
                    {L"document", job.document},
@@ -111,7 +111,7 @@ void send(const JobEnd& job, const wchar_t* line, CS_Connection* connection) noe
   } catch (...) {
   }
   try {
-    if (!isWhole) notice = CS_Notice{protocol::Notice::kJobNotice, line, {}};
+    if (!isWhole) notice = CS_Notice{protocol::kJobNotice, line, {}};
     tellServer(std::move(notice), connection, job.result == Result::kFailed);
   } catch (...) {
     corvane::LocalMonitor::instance().writeLine(L"job:", line);

@@ -116,7 +116,7 @@ TEST_F(JobLifeTest, OpeningAndClosingThePortLeaveItsJobAlone) {
 }
 
 // Between its end and its notice only the spooler is called.
-TEST_F(JobLifeTest, AJobIsToldOfEvenIfTheSpoolerThrows) {
+TEST_F(JobLifeTest, AJobIsReportedEvenIfTheSpoolerThrows) {
   m_queue.whenAsked("set job 17 level 0 command 6", [] { throw std::bad_alloc(); });
   start();
   write("abc");
@@ -160,7 +160,7 @@ TEST_F(RefusingQueueTest, AFailedWriteThatIsNotDeletedSaysWhoCan) {
   EXPECT_THAT(m_events[1], testing::EndsWith(kStays));
 }
 
-TEST_F(RefusingQueueTest, AQueueThatDoesNotSayWhyIsToldOfWithAGeneralError) {
+TEST_F(RefusingQueueTest, AQueueThatDoesNotSayWhyIsReportedWithAGeneralError) {
   refuseAttach();
   m_queue.refuseSetJob(ERROR_SUCCESS);
   start();

@@ -207,7 +207,7 @@ TEST_F(PortRecordsTest, APortThatDoesNotGetIntoTheListLeavesNoRecord) {
   }
 }
 
-// Whoever uses a record that was freed, or frees one twice, ends the process on the guarded heap.
+// Using a record that was freed, or freeing one twice, ends the process on the guarded heap.
 TEST_F(PortRecordsTest, CallsAndDeletionsOfManyThreadsNeverMeetAFreedRecord) {
   constexpr int kRounds = 50;
   std::atomic<tagPort*> handle{nullptr};

@@ -97,18 +97,8 @@ struct Records {
   };
 };
 
-// A notice that the server keeps. Of kind kJobNotice it tells how a print job ended. Its values: "job" (the spooler's
-// number), "printer" (the name on the server), "document", "process" (the spooler's process id), "result" ("delivered",
-// "shown" for a text that was opened with an application in the session, or "failed"), "session" (its number, empty
-// when it was not found out), "bytes" (sent to the client), and for a failed job "cause" and "remedy" (a sentence
-// each).
-//
-// One of kind kPrinterNotice comes from an administration tool: a session's printer cannot be had on this machine. Its
-// values: "printer" (the name on the server), "session", "process" (the tool's), "result" ("refused"), "cause" and
-// "remedy". The session's print client is told as well.
+// A notice that the server keeps; names.h has the kinds and their values.
 struct Notice {
-  static constexpr const wchar_t* kJobNotice = L"job";
-  static constexpr const wchar_t* kPrinterNotice = L"printer";
   static constexpr Limit kValues{1000};  // a peer that claims more is no server
 
   int number = 0;  // begins with 1 in each server and rises by one

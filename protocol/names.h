@@ -2,7 +2,9 @@
 
 #include "corvane/components/class.h"
 
-// The classes of the print system's components. Each pair stands at the two ends of one conversation; the requests of
+// The names that the print system's processes know each other's parts by.
+//
+// The classes of their components. Each pair stands at the two ends of one conversation; the requests of
 // the first are in print_job.h, of the second in port_monitor.h, of the third in registration.h, of the fourth in
 // administration.h and of the last in invitation.h.
 namespace protocol {
@@ -24,5 +26,17 @@ inline constexpr const wchar_t* kInvitationHostClass = L"Quillfern::NTR::Invitat
 
 // Of all these classes: the version of the whole project, from CMakeLists.txt.
 inline constexpr CS_Version kVersion{MG_VERSION_NUMBERS};
+
+// The kinds of the notices that a program monitor passes on (corvane/records/program_monitor.h) and the application
+// server keeps for an administration tool. The session's print client is told about one that reports a failure.
+//
+// How a print job ended. Its values: "job" (the spooler's number), "printer" (the name on the server), "document",
+// "process" (the spooler's process id), "result" ("delivered", "shown" for a text that was opened with an application
+// in the session, or "failed"), "session" (its number, empty when it was not found out), "bytes" (sent to the client),
+// and for a failed job "cause" and "remedy" (a sentence each).
+inline constexpr const wchar_t* kJobNotice = L"job";
+// From an administration tool: a session's printer cannot be had on this machine. Its values: "printer" (the name on
+// the server), "session", "process" (the tool's), "result" ("refused"), "cause" and "remedy".
+inline constexpr const wchar_t* kPrinterNotice = L"printer";
 
 }  // namespace protocol

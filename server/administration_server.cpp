@@ -64,7 +64,7 @@ void leaveTextsOut(std::vector<SessionTable::Status>& sessions) {
 
 bool AdministrationServer::release() {
   m_released = true;
-  m_application->notices.wake();
+  m_context->notices.wake();
   return CS_Component::release();
 }
 
@@ -87,7 +87,7 @@ bool AdministrationServer::processRequest(CS_InRequest& request) {
 }
 
 void AdministrationServer::status(CS_InRequest& request) {
-  std::vector<SessionTable::Status> sessions = m_application->sessions.status();
+  std::vector<SessionTable::Status> sessions = m_context->sessions.status();
   if (sizeOf(sessions) > kMaxStatusBytes) leaveTextsOut(sessions);
   if (sizeOf(sessions) > kMaxStatusBytes) {
     throw CS_Exception(corvane::kLimitExceeded,
@@ -99,8 +99,8 @@ void AdministrationServer::status(CS_InRequest& request) {
 
 void AdministrationServer::statusPage(CS_InRequest& request) {
   const auto asked = protocol::read<protocol::StatusPage>(request);
-  SessionTable::Page page = m_application->sessions.page(
-      {asked.session, static_cast<std::size_t>(std::max(asked.printer, 0))}, kPageCharacters);
+  SessionTable::Page page =
+      m_context->sessions.page({asked.session, static_cast<std::size_t>(std::max(asked.printer, 0))}, kPageCharacters);
   protocol::StatusPage::Answer answer{statusOf(std::move(page.sessions)), std::nullopt};
   if (page.next) answer.next = protocol::StatusPage{page.next->session, static_cast<int>(page.next->printer)};
   protocol::answer(request, answer);
@@ -108,7 +108,7 @@ void AdministrationServer::statusPage(CS_InRequest& request) {
 
 protocol::ServerStatus AdministrationServer::statusOf(std::vector<SessionTable::Status> sessions) const {
   protocol::ServerStatus status{
-      versionText(), static_cast<int>(corvane::processId()), programs::utcText(m_application->startedAt), {}};
+      versionText(), static_cast<int>(corvane::processId()), programs::utcText(m_context->startedAt), {}};
   for (SessionTable::Status& session : sessions)
     status.sessions.push_back(listed(std::move(session)));
   return status;
@@ -117,7 +117,7 @@ protocol::ServerStatus AdministrationServer::statusOf(std::vector<SessionTable::
 void AdministrationServer::records(CS_InRequest& request) {
   const int most = std::max(protocol::read<protocol::Records>(request).most, 0);
   protocol::Records::Answer answer;
-  for (const std::string& line : m_application->log->failures().latest(static_cast<std::size_t>(most)))
+  for (const std::string& line : m_context->log.failures().latest(static_cast<std::size_t>(most)))
     answer.lines.push_back(corvane::fromUtf8(line));
   protocol::answer(request, answer);
 }
@@ -126,7 +126,7 @@ void AdministrationServer::notices(CS_InRequest& request) {
   const auto asked = protocol::read<protocol::Notices>(request);
   const std::chrono::milliseconds wait(std::max(asked.milliseconds, 0));
   NoticeList::Answer kept =
-      m_application->notices.after(asked.after, std::min(wait, m_application->longestNoticeWait), m_released);
+      m_context->notices.after(asked.after, std::min(wait, m_context->longestNoticeWait), m_released);
   protocol::Notices::Answer answer{kept.latest, {}};
   for (NoticeList::Entry& entry : kept.entries) {
     answer.notices.push_back({entry.number, programs::utcText(entry.time), std::move(entry.notice.kind),

@@ -2,9 +2,13 @@
 
 #include "corvane/components/component.h"
 #include "protocol/administration.h"
-#include "server/application.h"
+#include "server/log.h"
+#include "server/notice_list.h"
+#include "server/session_table.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -14,8 +18,16 @@ namespace aps {
 // waits for a notice holds the thread of its own connection, and ends when this component is released.
 class AdministrationServer : public CS_Component {
  public:
-  using Context = Application;
-  explicit AdministrationServer(std::shared_ptr<Application> application) : m_application(std::move(application)) {}
+  // What it tells of.
+  struct Context {
+    const Log& log;
+    const SessionTable& sessions;
+    NoticeList& notices;
+    const std::chrono::milliseconds& longestNoticeWait;  // for one question
+    const std::chrono::system_clock::time_point& startedAt;
+  };
+
+  explicit AdministrationServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
 
   bool release() override;
   bool processRequest(CS_InRequest& request) override;
@@ -33,7 +45,7 @@ class AdministrationServer : public CS_Component {
   void records(CS_InRequest& request);
   void notices(CS_InRequest& request);
 
-  std::shared_ptr<Application> m_application;
+  std::shared_ptr<Context> m_context;
   std::atomic<bool> m_released{false};
 };
 

@@ -1,23 +1,37 @@
 #pragma once
 
+#include "server/administration_server.h"
 #include "server/client_news.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
 #include "server/notice_list.h"
+#include "server/port_monitor_client.h"
+#include "server/program_monitor_server.h"
+#include "server/session_host.h"
 #include "server/session_table.h"
 
 #include <chrono>
 #include <memory>
+#include <tuple>
 
 namespace aps {
 
-// What the components of the application server share. Outlives every component; safe from any thread.
+// The parts of the application server, and which of them the components of each class work with. Outlives every
+// component; safe from any thread.
 struct Application {
   Application(std::shared_ptr<Log> logFile, const SessionTable::Limits& limits, Launcher::Settings launching)
       : log(std::move(logFile)), sessions(limits), jobs(limits.printers), launcher(std::move(launching), log) {}
+  Application(const Application&) = delete;
+  Application& operator=(const Application&) = delete;
 
-  std::shared_ptr<Log> log;
+  // What the components of a class share; it keeps the application.
+  template <class Component>
+  static std::shared_ptr<typename Component::Context> contextOf(const std::shared_ptr<Application>& application) {
+    return {application, &std::get<typename Component::Context>(application->contexts)};
+  }
+
+  const std::shared_ptr<Log> log;
   SessionTable sessions;
   ClientNews clientNews;
   JobsInProgress jobs;
@@ -26,6 +40,14 @@ struct Application {
   NoticeList notices;
   std::chrono::milliseconds longestNoticeWait{5000};  // for one question of an administration tool
   const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
+
+ private:
+  std::tuple<PortMonitorClient::Context, SessionHost::Context, ProgramMonitorServer::Context,
+             AdministrationServer::Context>
+      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher},
+               {*log, sessions, clientNews},
+               {*log, sessions, clientNews, notices},
+               {*log, sessions, notices, longestNoticeWait, startedAt}};
 };
 
 }  // namespace aps

@@ -1,8 +1,6 @@
 #include "server/client_news.h"
 
-#include "protocol/exchange.h"
 #include "protocol/print_job.h"
-#include "protocol/registration.h"
 #include "server/printer_name.h"
 
 #include <algorithm>
@@ -20,22 +18,13 @@ bool isClientsOwnAnswer(const std::wstring& cause) {
                      [&cause](protocol::PrintResult answer) { return cause == protocol::textOf(answer); });
 }
 
-std::wstring cut(const std::wstring& text) {
-  return text.substr(0, ClientNews::kMaxText);
+void cut(std::wstring& text) {
+  if (text.size() > ClientNews::kMaxText) text.resize(ClientNews::kMaxText);
 }
 
 }  // namespace
 
-void ClientNews::sendFailure(const CS_RCPtr<CS_Component>& host, const Failure& failure) {
-  if (failure.isOfPrinter) {
-    protocol::tell(host, protocol::PrinterRefused{cut(failure.printer), cut(failure.cause), cut(failure.remedy)});
-  } else {
-    protocol::tell(host, protocol::JobFailed{cut(failure.printer), cut(failure.document), cut(failure.cause),
-                                             cut(failure.remedy)});
-  }
-}
-
-void ClientNews::enter(const CS_Connection* client, CS_RCPtr<CS_Component> host) {
+void ClientNews::enter(const CS_Connection* client, CS_RCPtr<Host> host) {
   joinDone();
   leave(client);
   const std::lock_guard<std::mutex> guard(m_lock);
@@ -45,7 +34,7 @@ void ClientNews::enter(const CS_Connection* client, CS_RCPtr<CS_Component> host)
 }
 
 void ClientNews::leave(const CS_Connection* client) noexcept {
-  CS_RCPtr<CS_Component> host;  // given back after the lock
+  CS_RCPtr<Host> host;  // given back after the lock
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto known = m_clients.find(client);
   if (known == m_clients.end()) return;
@@ -102,6 +91,8 @@ void ClientNews::tellLocked(LatestJob& job, Failure failure) {
 }
 
 void ClientNews::tellLocked(Client& client, Failure failure) {
+  for (std::wstring* text : {&failure.printer, &failure.document, &failure.cause, &failure.remedy})
+    cut(*text);
   if (client.waiting.size() >= kMostWaiting) client.waiting.pop_front();
   client.waiting.push_back(std::move(failure));
   client.changed.notify_all();
@@ -121,10 +112,10 @@ void ClientNews::run(Client& client) noexcept {
     const Failure failure = std::move(client.waiting.front());
     client.waiting.pop_front();
     {
-      const CS_RCPtr<CS_Component> host = client.host;
+      const CS_RCPtr<Host> host = client.host;
       guard.unlock();
       try {
-        m_send(host, failure);
+        host->tell(failure);
       } catch (...) {
         // Its connection has ended, and it is about to leave.
       }

@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
-#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
@@ -27,16 +26,20 @@ class ClientNews {
     std::wstring printer, document, cause, remedy;  // the client's own name of the printer
     bool isOfPrinter = false;                       // the printer itself cannot be had; there is no document
   };
-  // Sends it to the print client's half of that component; throws what it likes when the client has gone.
-  using Send = std::function<void(const CS_RCPtr<CS_Component>& host, const Failure& failure)>;
+  // A print client's component on this server.
+  class Host : public CS_Component {
+   public:
+    // Sends it to the print client; throws what it likes when the client has gone.
+    virtual void tell(const Failure& failure) = 0;
+  };
 
-  explicit ClientNews(Send send = sendFailure) : m_send(std::move(send)) {}
+  ClientNews() = default;
   ~ClientNews() { endAll(); }
   ClientNews(const ClientNews&) = delete;
   ClientNews& operator=(const ClientNews&) = delete;
 
   // A print client that can be told from now on, by that component on its connection.
-  void enter(const CS_Connection* client, CS_RCPtr<CS_Component> host);
+  void enter(const CS_Connection* client, CS_RCPtr<Host> host);
   // It has gone, or is about to; what waits for it is forgotten. Waits for nothing.
   void leave(const CS_Connection* client) noexcept;
 
@@ -56,14 +59,12 @@ class ClientNews {
   // Tells no client any more, and waits for the threads. The clients' connections have ended before.
   void endAll();
 
-  static void sendFailure(const CS_RCPtr<CS_Component>& host, const Failure& failure);
-
   static constexpr std::size_t kMostWaiting = 32;  // of one client; the oldest makes room
   static constexpr std::size_t kMaxText = 1000;    // characters of each text; the rest is cut
 
  private:
   struct Client {
-    CS_RCPtr<CS_Component> host;
+    CS_RCPtr<Host> host;
     std::deque<Failure> waiting;
     bool isGone = false;
     bool isDone = false;  // its thread is about to end
@@ -82,7 +83,6 @@ class ClientNews {
   // Joins the threads of clients that have gone.
   void joinDone();
 
-  const Send m_send;
   std::mutex m_lock;  // guards what follows
   std::list<Client> m_present;
   std::list<Client> m_leaving;  // whose threads have to be joined

@@ -14,11 +14,21 @@ class ClientNewsTest : public ::testing::Test {
  protected:
   using Failure = ClientNews::Failure;
 
-  ClientNewsTest()
-      : m_news([this](const CS_RCPtr<CS_Component>& host, const Failure& failure) { receive(host, failure); }) {
+  // Comes in place of a connection.
+  class Host : public ClientNews::Host {
+   public:
+    Host(ClientNewsTest& test, int client) : m_test(test), m_client(client) {}
+    void tell(const Failure& failure) override { m_test.receive(m_client, failure); }
+
+   private:
+    ClientNewsTest& m_test;
+    const int m_client;
+  };
+
+  ClientNewsTest() {
     for (int i = 0; i < 2; ++i) {
       m_clients[i] = CS_Connection::create();
-      m_hosts[i] = CS_RCPtr<CS_Component>(new CS_Component);
+      m_hosts[i] = CS_RCPtr<ClientNews::Host>(new Host(*this, i));
       m_news.enter(m_clients[i].get(), m_hosts[i]);
     }
   }
@@ -29,13 +39,12 @@ class ClientNewsTest : public ::testing::Test {
       CS_Connection::destroy(client, true);
   }
 
-  // Comes in place of a connection; while it is held, the client takes nothing.
-  void receive(const CS_RCPtr<CS_Component>& host, const Failure& failure) {
+  // While it is held, the first client takes nothing.
+  void receive(int client, const Failure& failure) {
     std::unique_lock<std::mutex> guard(m_lock);
     ++m_sending;
     m_changed.notify_all();
-    m_changed.wait(guard, [&] { return !m_isHeld || host.get() != m_hosts[0].get(); });
-    const int client = host.get() == m_hosts[0].get() ? 0 : 1;
+    m_changed.wait(guard, [&] { return !m_isHeld || client != 0; });
     m_received[client].push_back(failure);
     m_changed.notify_all();
     if (m_throws) throw std::bad_alloc();
@@ -68,7 +77,7 @@ class ClientNewsTest : public ::testing::Test {
   int m_sending = 0;
   std::vector<Failure> m_received[2];
   CS_RCPtr<CS_Connection> m_clients[2];
-  CS_RCPtr<CS_Component> m_hosts[2];
+  CS_RCPtr<ClientNews::Host> m_hosts[2];
   ClientNews m_news;  // the last, so that it ends first
 };
 
@@ -156,6 +165,18 @@ TEST_F(ClientNewsTest, TellsOfAPrinterThatCannotBeHadWhileItsClientIsThere) {
   EXPECT_EQ(told[0].remedy, L"Rename it.");
   m_news.leave(m_clients[1].get());
   m_news.printerRefused(m_clients[1].get(), L"Laser", L"refused", L"Rename it.");
+}
+
+TEST_F(ClientNewsTest, ATextEndsAfterAThousandCharacters) {
+  const std::wstring longest(1000, L'x');
+  m_news.jobAttached(L"Laser", m_clients[0].get(), longest + L"1");
+  m_news.jobFailed(L"Laser", longest + L"2", longest + L"3", longest + L"4");
+  m_news.printerRefused(m_clients[0].get(), longest, longest + L"5", L"Rename it.");
+  const auto told = received(0, 2);
+  for (const std::wstring& text :
+       {told[0].printer, told[0].document, told[0].cause, told[0].remedy, told[1].printer, told[1].cause})
+    EXPECT_EQ(text, longest);
+  EXPECT_EQ(told[1].remedy, L"Rename it.");
 }
 
 TEST_F(ClientNewsTest, AClientThatTakesNothingHoldsUpNobodyAndKeepsTheLatest) {

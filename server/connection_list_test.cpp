@@ -244,6 +244,17 @@ TEST_F(ConnectionListTest, AConnectionStaysOfItsKind) {
   EXPECT_EQ(tool.askFor(kTool), kServed);
 }
 
+TEST_F(ConnectionListTest, TheMonitorMayAskWhatAToolAsksAndTakesNoToolsPlace) {
+  m_places.administration = 1;
+  start();
+  Peer tool(port(), kTool);
+  EXPECT_EQ(tool.ask(), kServed);
+  Peer monitor(port(), kMonitor);
+  EXPECT_EQ(monitor.ask(), kServed);
+  EXPECT_EQ(monitor.askFor(kTool), kServed);
+  EXPECT_EQ(tool.ask(), kServed);
+}
+
 TEST_F(ConnectionListTest, WhoSaysNothingForLongIsClosed) {
   m_places.arrivingIdle = std::chrono::milliseconds(50);
   start();

@@ -15,7 +15,7 @@ namespace aps {
 
 bool InvitationHost::processRequest(CS_InRequest& request) {
   if (request.number() != static_cast<int>(protocol::Redeem::kNumber)) return CS_Component::processRequest(request);
-  return logThrown(*m_context->log, "an invited person's request", request, [&] {
+  return logThrown(*m_context->log, "an invited person's request", request.number(), [&] {
     redeem(request);
     return true;
   });

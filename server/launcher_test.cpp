@@ -108,11 +108,13 @@ TEST_F(LauncherTest, RefusesEveryProgramThatIsNotNamed) {
 
 TEST_F(LauncherTest, RefusesControlCharactersWhichWouldCutAnArgument) {
   Launcher launcher(script("exit 0"), m_log);
-  Launch launch = notepad();
-  launch.arguments += std::wstring(L"\0 more", 6);
-  expectRefused(
-      launcher, launch,
-      "its arguments contain a control character; the port monitor never sends one, so look for another sender");
+  for (std::wstring Launch::*text : {&Launch::arguments, &Launch::printer}) {
+    Launch launch = notepad();
+    launch.*text += std::wstring(L"\0 more", 6);
+    expectRefused(
+        launcher, launch,
+        "its arguments contain a control character; the port monitor never sends one, so look for another sender");
+  }
 }
 
 TEST_F(LauncherTest, WithoutACommandSaysWhatToDo) {

@@ -1,6 +1,8 @@
 #include "server/log.h"
 
 #include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "programs/text.h"
 
 #include <chrono>
 #include <fmt/format.h>
@@ -168,6 +170,18 @@ void Log::refusal(const std::string& kind, const std::string& text) noexcept try
 
 void Log::repeatable(const std::string& kind, const std::string& text) noexcept try {
   counted(kind, {text, false});
+} catch (...) {
+}
+
+void Log::notServed(const std::string& who, int request) noexcept try {
+  std::string cause = "out of memory";
+  try {
+    throw;
+  } catch (const CS_Exception& failure) {
+    cause = programs::describe(failure);
+  } catch (...) {
+  }
+  refusal("requests", fmt::format("{} {} was not served: {}", who, request, cause));
 } catch (...) {
 }
 

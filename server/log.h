@@ -43,6 +43,9 @@ class Log {
   // together: a few words of ours and, where the peer has proven it, who it is.
   void refusal(const std::string& kind, const std::string& text) noexcept;
   void repeatable(const std::string& kind, const std::string& text) noexcept;
+  // A peer's request that was not served because of the exception that is being handled. Such lines are counted
+  // together, whichever peer sent the request.
+  void notServed(const std::string& who, int request) noexcept;
 
   // The latest lines that reported a failure, with their times.
   const RecentLines& failures() const { return m_shared->failures; }
@@ -79,5 +82,17 @@ class Log {
   std::atomic<bool> m_isStuck{false};
   std::unique_ptr<programs::LineQueue> m_queue;
 };
+
+// Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
+// the loss of the request would stay unknown.
+template <class Serve>
+bool logThrown(Log& log, const std::string& who, int request, Serve&& serve) {
+  try {
+    return serve();
+  } catch (...) {
+    log.notServed(who, request);
+    throw;
+  }
+}
 
 }  // namespace aps

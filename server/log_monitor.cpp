@@ -18,10 +18,6 @@ bool meansFailure(int level) {
   return known != nullptr && known->meansFailure;
 }
 
-void logNotServed(Log& log, const std::string& who, int request, const std::string& cause) {
-  log.refusal("requests", fmt::format("{} {} was not served: {}", who, request, cause));
-}
-
 void LogMonitor::write(const CS_Record& record) noexcept try {
   const std::string line = fmt::format("aps: {}: {}", levelWord(record.level), programs::oneLine(record.text));
   meansFailure(record.level) ? m_log->failure(line) : m_log->line(line);

@@ -1,9 +1,6 @@
 #pragma once
 
-#include "corvane/components/in_request.h"
-#include "corvane/records/exception.h"
 #include "corvane/records/program_monitor.h"
-#include "programs/text.h"
 #include "server/log.h"
 
 #include <memory>
@@ -30,23 +27,5 @@ class LogMonitor : public CS_ProgramMonitor {
  private:
   std::shared_ptr<Log> m_log;
 };
-
-// The line of a request that was not served.
-void logNotServed(Log& log, const std::string& who, int request, const std::string& cause);
-
-// Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
-// the loss of the request would stay unknown. Such lines are counted together, whichever peer sent the request.
-template <class Serve>
-bool logThrown(Log& log, const std::string& who, const CS_InRequest& request, Serve&& serve) {
-  try {
-    return serve();
-  } catch (const CS_Exception& failure) {
-    logNotServed(log, who, request.number(), programs::describe(failure));
-    throw;
-  } catch (...) {
-    logNotServed(log, who, request.number(), "out of memory");
-    throw;
-  }
-}
 
 }  // namespace aps

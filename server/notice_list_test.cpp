@@ -54,7 +54,7 @@ TEST_F(NoticeListTest, ANumberOfAnEarlierListIsAnsweredAtOnce) {
   EXPECT_THAT(answer.entries, IsEmpty());
 }
 
-TEST_F(NoticeListTest, WakesWhoeverWaitsWithTheNoticeThatArrives) {
+TEST_F(NoticeListTest, ANoticeThatArrivesEndsTheWaitForIt) {
   auto answer = ask(0);
   m_list.add(jobNotice(L"a"));
   ASSERT_THAT(answer.get().entries, SizeIs(1));

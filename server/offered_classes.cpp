@@ -5,10 +5,6 @@
 #include "corvane/components/component_server.h"
 #include "corvane/components/program_monitor_c.h"
 #include "protocol/names.h"
-#include "server/administration_server.h"
-#include "server/port_monitor_client.h"
-#include "server/program_monitor_server.h"
-#include "server/session_host.h"
 
 namespace aps {
 namespace {
@@ -16,8 +12,8 @@ namespace {
 template <class Component>
 void registerAndOffer(const wchar_t* name, const std::shared_ptr<Application>& application) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
-  server->registerClass(
-      name, new corvane::ComponentClass<Component, typename Component::Context>(protocol::kVersion, application));
+  server->registerClass(name, new corvane::ComponentClass<Component, typename Component::Context>(
+                                  protocol::kVersion, Application::contextOf<Component>(application)));
   server->offerClass(name);
 }
 

@@ -47,6 +47,14 @@ TEST(Places, TheRoomsTogetherAreTheBoundOfAll) {
   EXPECT_EQ(places.limitOf(Room::kAdministration), 16u);
 }
 
+TEST(Places, AreLookedAtEverySecondAndHoldARefusalBackForAMoment) {
+  const Places places;
+  EXPECT_EQ(places.lookEvery, std::chrono::seconds(1));
+  EXPECT_EQ(places.beforeRefusal, std::chrono::milliseconds(10));
+  EXPECT_EQ(places.heldBack, 64u);
+  EXPECT_EQ(places.ofOneSession, 4u);
+}
+
 TEST(Places, OfOnePeersConnectionsTheOneThatIsSilentLongestMakesRoom) {
   EXPECT_EQ(connectionToClose({{"a", at(3)}, {"a", at(1)}, {"a", at(2)}}), 1u);
 }

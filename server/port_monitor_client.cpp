@@ -9,7 +9,6 @@
 #include "protocol/exchange.h"
 #include "protocol/port_monitor.h"
 #include "protocol/print_job.h"
-#include "server/log_monitor.h"
 #include "server/printer_name.h"
 
 #include <fmt/format.h>
@@ -34,7 +33,7 @@ std::string PortMonitorClient::peerProcess() {
 
 bool PortMonitorClient::release() {
   m_released = true;
-  m_application->sessions.wake();
+  m_context->sessions.wake();
   return CS_Component::release();
 }
 
@@ -45,13 +44,13 @@ bool PortMonitorClient::hasGivenUp() {
 }
 
 std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
-  const SessionTable& sessions = m_application->sessions;
+  const SessionTable& sessions = m_context->sessions;
   if (sessions.isExpected(printerName)) {
-    m_application->log->line(fmt::format(
+    m_context->log.line(fmt::format(
         "printer {} was requested by process {}; the answer waits for its print client, which may be reconnecting",
         programs::quoted(printerName), peerProcess()));
   }
-  const auto mark = m_application->jobs.wait(getConnection());
+  const auto mark = m_context->jobs.wait(getConnection());
   auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
   if (!(found && found->client) && hasGivenUp()) {
     throw CS_Exception(corvane::kConnectionLost, L"the caller did not wait for the print client");
@@ -60,7 +59,7 @@ std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::ws
 }
 
 bool PortMonitorClient::processRequest(CS_InRequest& request) {
-  return logThrown(*m_application->log, fmt::format("process {}: request", peerProcess()), request,
+  return logThrown(m_context->log, fmt::format("process {}: request", peerProcess()), request.number(),
                    [&] { return serve(request); });
 }
 
@@ -87,7 +86,7 @@ void PortMonitorClient::attachPrintJobToSession(CS_InRequest& request) {
   protocol::AttachJob::Answer answer;
   const std::string cause = attach(job, answer.versions);
   if (!cause.empty()) {
-    m_application->log->failure(
+    m_context->log.failure(
         fmt::format("job refused: printer {}, process {}: {}", programs::quoted(job.printer), job.processId, cause));
   }
   protocol::answer(request, answer);
@@ -107,17 +106,17 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
 
   const std::string job = fmt::format("printer {}, session {}, process {}", programs::quoted(printerName),
                                       found->session, request.processId);
-  auto mark = m_application->jobs.begin(found->session, getConnection());
+  auto mark = m_context->jobs.begin(found->session, getConnection());
   if (!mark) {
     return fmt::format("session {} has {} jobs in progress, which is the limit; print again when some have ended",
-                       found->session, m_application->jobs.limitOfOneSession());
+                       found->session, m_context->jobs.limitOfOneSession());
   }
-  bridge->onEnd([application = m_application, job, printerName, mark](const CS_BridgeRouter::Ending& ending) {
-    jobEnded(*application, job, printerName, ending);
+  bridge->onEnd([context = m_context, job, printerName, mark](const CS_BridgeRouter::Ending& ending) {
+    jobEnded(*context, job, printerName, ending);
   });
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
-  m_application->log->line(fmt::format("job attached: {}", job));
+  m_context->log.line(fmt::format("job attached: {}", job));
   switch (bridge->routeTo(found->client)) {
     case CS_BridgeRouter::Routing::kMade:
       break;
@@ -130,29 +129,29 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
           found->session);
   }
   client = found->versions;
-  m_application->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
+  m_context->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
   return "";
 }
 
-void PortMonitorClient::jobEnded(Application& application, const std::string& job, const std::wstring& printer,
+void PortMonitorClient::jobEnded(const Context& context, const std::string& job, const std::wstring& printer,
                                  const CS_BridgeRouter::Ending& ending) {
   const std::string passed = fmt::format("{}: {} bytes passed on", job, ending.bytes);
   if (ending.answered == static_cast<int>(protocol::JobEnd::kNumber)) {
-    application.log->line(fmt::format("job ended: {}; the print client has answered its end", passed));
+    context.log.line(fmt::format("job ended: {}; the print client has answered its end", passed));
     return;
   }
-  if (ending.madeHere && application.shownJobs.take(foldedName(printer))) {
-    application.log->line(fmt::format("job ended: {}; a program was started to show it instead", passed));
+  if (ending.madeHere && context.shownJobs.take(foldedName(printer))) {
+    context.log.line(fmt::format("job ended: {}; a program was started to show it instead", passed));
     return;
   }
   const std::wstring reason = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);
   if (ending.madeHere) {
-    application.clientNews.jobCut(printer,
-                                  fmt::format(L"the print spooler of the server left before the job's end{}", reason),
-                                  L"Print again; when that fails too, the port monitor's log on the server says more.");
+    context.clientNews.jobCut(printer,
+                              fmt::format(L"the print spooler of the server left before the job's end{}", reason),
+                              L"Print again; when that fails too, the port monitor's log on the server says more.");
   }
   const std::string why = ending.reason.empty() ? "" : fmt::format(" ({})", programs::oneLine(ending.reason));
-  application.log->failure(
+  context.log.failure(
       fmt::format("job cut: {}; {} before its end{}; {}", passed,
                   ending.madeHere ? "the port monitor left" : "the session's print client has gone", why,
                   ending.madeHere ? "its log says what failed there, then print again" : "start it and print again"));
@@ -162,8 +161,8 @@ void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
   const std::wstring name = protocol::read<protocol::PrinterInfo>(request).printer;
   auto found = awaitPrinter(name);
   if (!found) {
-    m_application->log->failure(fmt::format("printer {} was requested by process {}: {}", programs::quoted(name),
-                                            peerProcess(), unknownPrinter()));
+    m_context->log.failure(fmt::format("printer {} was requested by process {}: {}", programs::quoted(name),
+                                       peerProcess(), unknownPrinter()));
   }
   protocol::PrinterInfo::Answer answer;
   if (found) answer.printer = std::move(found->printer);
@@ -173,7 +172,7 @@ void PortMonitorClient::getPrinterInfo(CS_InRequest& request) {
 void PortMonitorClient::getPrinterList(CS_InRequest& request) {
   const int session = protocol::read<protocol::PrinterList>(request).session;
   protocol::PrinterList::Answer answer;
-  answer.names = m_application->sessions.awaitLocalNames(session, [this] { return hasGivenUp(); });
+  answer.names = m_context->sessions.awaitLocalNames(session, [this] { return hasGivenUp(); });
   protocol::answer(request, answer);
 }
 
@@ -182,20 +181,20 @@ void PortMonitorClient::launchApplication(CS_InRequest& request) {
   Launch launch{std::move(wanted.program), std::move(wanted.arguments), wanted.printer.value_or(L""), 0};
   std::optional<SessionTable::Found> found;
   if (launch.printer.empty()) {
-    m_application->launcher.refuse(launch,
-                                   "the request names no printer, and so no session; the port monitor has "
-                                   "another version");
+    m_context->launcher.refuse(launch,
+                               "the request names no printer, and so no session; the port monitor has "
+                               "another version");
   } else {
     // The program needs the session, not its print client.
-    found = m_application->sessions.find(launch.printer);
+    found = m_context->sessions.find(launch.printer);
     if (!found) found = awaitPrinter(launch.printer);
-    if (!found) m_application->launcher.refuse(launch, unknownPrinter());
+    if (!found) m_context->launcher.refuse(launch, unknownPrinter());
   }
   bool launched = false;
   if (found) {
     launch.session = found->session;
-    launched = m_application->launcher.launch(launch);
-    if (launched) m_application->shownJobs.add(foldedName(launch.printer));
+    launched = m_context->launcher.launch(launch);
+    if (launched) m_context->shownJobs.add(foldedName(launch.printer));
   }
   protocol::answer(request, protocol::LaunchProgram::Answer{launched});
 }

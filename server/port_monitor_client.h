@@ -2,11 +2,16 @@
 
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component.h"
-#include "server/application.h"
+#include "server/client_news.h"
+#include "server/jobs_in_progress.h"
+#include "server/launcher.h"
+#include "server/log.h"
+#include "server/session_table.h"
 
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace protocol {
 struct AttachJob;
@@ -20,8 +25,17 @@ namespace aps {
 // component is released, and within a moment when the peer has closed its connection.
 class PortMonitorClient : public CS_Component {
  public:
-  using Context = Application;
-  explicit PortMonitorClient(std::shared_ptr<Application> application) : m_application(std::move(application)) {}
+  // The parts of the server that it works with.
+  struct Context {
+    Log& log;
+    SessionTable& sessions;
+    ClientNews& clientNews;
+    JobsInProgress& jobs;
+    ShownJobs& shownJobs;
+    Launcher& launcher;
+  };
+
+  explicit PortMonitorClient(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
 
   bool release() override;
   bool processRequest(CS_InRequest& request) override;
@@ -36,7 +50,7 @@ class PortMonitorClient : public CS_Component {
   std::string attach(const protocol::AttachJob& request, std::optional<CS_ClassVersionMap>& client);
 
   // Writes the line of a job's end; job says which one it was, printer is its name on this server.
-  static void jobEnded(Application& application, const std::string& job, const std::wstring& printer,
+  static void jobEnded(const Context& context, const std::string& job, const std::wstring& printer,
                        const CS_BridgeRouter::Ending& ending);
   // The printer, once its client is there or not expected any more; a job that waits for that has a line in the log.
   std::optional<SessionTable::Found> awaitPrinter(const std::wstring& printerName);
@@ -45,7 +59,7 @@ class PortMonitorClient : public CS_Component {
   // The process at the other end, as it introduced itself.
   std::string peerProcess();
 
-  std::shared_ptr<Application> m_application;
+  std::shared_ptr<Context> m_context;
   std::atomic<bool> m_released{false};
 };
 

@@ -4,7 +4,7 @@
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/messages.h"
 #include "programs/text.h"
-#include "protocol/administration.h"
+#include "protocol/names.h"
 #include "server/log_monitor.h"
 
 #include <fmt/format.h>
@@ -23,7 +23,8 @@ std::wstring valueOf(const CS_Notice& notice, std::wstring_view wanted) {
 }  // namespace
 
 bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
-  return logThrown(*m_application->log, fmt::format("{}: request", m_process), request, [&] { return serve(request); });
+  return logThrown(m_context->log, fmt::format("{}: request", m_process), request.number(),
+                   [&] { return serve(request); });
 }
 
 bool ProgramMonitorServer::serve(CS_InRequest& request) {
@@ -32,7 +33,7 @@ bool ProgramMonitorServer::serve(CS_InRequest& request) {
       const int processId = request.readInt();
       m_process = fmt::format("{} {}", programs::oneLine(request.readUTF()), processId);
       m_isIntroduced = true;
-      m_application->log->line(fmt::format("{}: connected", m_process));
+      m_context->log.line(fmt::format("{}: connected", m_process));
       request.reply().writeBoolean(true);
       request.sendReply();
       return true;
@@ -59,10 +60,10 @@ void ProgramMonitorServer::takeRecord(int level, int report, const std::string& 
   // An exception as a rule repeats the failure that it was thrown for.
   const bool repeats = level == corvane::kLevelException && report == m_lastReport && text == m_lastFailure;
   if (!meansFailure(level) || repeats) {
-    m_application->log->line(line);
+    m_context->log.line(line);
     return;
   }
-  m_application->log->failure(line);
+  m_context->log.failure(line);
   m_lastReport = report;
   m_lastFailure = text;
 }
@@ -77,10 +78,10 @@ std::string ProgramMonitorServer::senderOf(const CS_Notice& notice) const {
 void ProgramMonitorServer::tellClient(const CS_Notice& notice) {
   const std::wstring printer = valueOf(notice, L"printer");
   const std::wstring cause = valueOf(notice, L"cause"), remedy = valueOf(notice, L"remedy");
-  if (notice.kind != protocol::Notice::kPrinterNotice) {
-    m_application->clientNews.jobFailed(printer, valueOf(notice, L"document"), cause, remedy);
-  } else if (const auto found = m_application->sessions.find(printer); found && found->client) {
-    m_application->clientNews.printerRefused(found->client.get(), found->printer.name(), cause, remedy);
+  if (notice.kind != protocol::kPrinterNotice) {
+    m_context->clientNews.jobFailed(printer, valueOf(notice, L"document"), cause, remedy);
+  } else if (const auto found = m_context->sessions.find(printer); found && found->client) {
+    m_context->clientNews.printerRefused(found->client.get(), found->printer.name(), cause, remedy);
   }
 }
 
@@ -90,10 +91,10 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   notice.line = request.readUTF();
   const int count = request.readInt();
   if (count < 0 || count > CS_Notice::kMaxValues) {
-    m_application->log->refusal("notices",
-                                fmt::format("{}: a notice was refused: it has {} values, the limit is {}; the sender "
-                                            "has another version: {}",
-                                            m_process, count, CS_Notice::kMaxValues, programs::oneLine(notice.line)));
+    m_context->log.refusal("notices",
+                           fmt::format("{}: a notice was refused: it has {} values, the limit is {}; the sender "
+                                       "has another version: {}",
+                                       m_process, count, CS_Notice::kMaxValues, programs::oneLine(notice.line)));
     return;
   }
   for (int i = 0; i < count; ++i) {
@@ -104,9 +105,9 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
       fmt::format("{}: {}: {}", senderOf(notice), programs::oneLine(notice.kind), programs::oneLine(notice.line));
   const std::wstring result = valueOf(notice, L"result");
   const bool failed = result == L"failed" || result == L"refused";
-  failed ? m_application->log->failure(line) : m_application->log->line(line);
+  failed ? m_context->log.failure(line) : m_context->log.line(line);
   if (failed) tellClient(notice);
-  m_application->notices.add(std::move(notice));
+  m_context->notices.add(std::move(notice));
 }
 
 }  // namespace aps

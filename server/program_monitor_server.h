@@ -2,7 +2,10 @@
 
 #include "corvane/components/component.h"
 #include "corvane/records/program_monitor.h"
-#include "server/application.h"
+#include "server/client_news.h"
+#include "server/log.h"
+#include "server/notice_list.h"
+#include "server/session_table.h"
 
 #include <memory>
 #include <string>
@@ -14,8 +17,15 @@ namespace aps {
 // for it. Its requests come one after another on one thread.
 class ProgramMonitorServer : public CS_Component {
  public:
-  using Context = Application;
-  explicit ProgramMonitorServer(std::shared_ptr<Application> application) : m_application(std::move(application)) {}
+  // The parts of the server that it works with.
+  struct Context {
+    Log& log;
+    SessionTable& sessions;
+    ClientNews& clientNews;
+    NoticeList& notices;
+  };
+
+  explicit ProgramMonitorServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
 
   int getDataType() const override { return 4; }
   bool processRequest(CS_InRequest& request) override;
@@ -28,7 +38,7 @@ class ProgramMonitorServer : public CS_Component {
   void tellClient(const CS_Notice& notice);
   std::string senderOf(const CS_Notice& notice) const;
 
-  std::shared_ptr<Application> m_application;
+  std::shared_ptr<Context> m_context;
   std::string m_process = "a process that did not introduce itself";
   bool m_isIntroduced = false;
   int m_lastReport = 0;

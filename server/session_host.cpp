@@ -6,7 +6,6 @@
 #include "programs/text.h"
 #include "protocol/exchange.h"
 #include "protocol/registration.h"
-#include "server/log_monitor.h"
 #include "server/places.h"
 #include "server/printer_name.h"
 
@@ -42,10 +41,10 @@ void SessionHost::leave() noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
   m_released = true;
   if (m_session == 0) return;
-  m_application->clientNews.leave(m_client);
-  if (m_application->sessions.leave(m_session, m_client)) {
+  m_context->clientNews.leave(m_client);
+  if (m_context->sessions.leave(m_session, m_client)) {
     const std::string name = nameOf(m_session);
-    m_application->log->repeatable(
+    m_context->log.repeatable(
         name, fmt::format("{}: the print client has gone; its printers stay known until it comes back", name));
   }
   m_session = 0;
@@ -55,10 +54,19 @@ void SessionHost::leave() noexcept try {
 bool SessionHost::processRequest(CS_InRequest& request) {
   if (request.number() != static_cast<int>(protocol::Registration::kNumber))
     return CS_Component::processRequest(request);
-  return logThrown(*m_application->log, "a print client's request", request, [&] {
+  return logThrown(m_context->log, "a print client's request", request.number(), [&] {
     registerPrinters(request);
     return true;
   });
+}
+
+void SessionHost::tell(const ClientNews::Failure& failure) {
+  const CS_RCPtr<CS_Component> self(this);
+  if (failure.isOfPrinter) {
+    protocol::tell(self, protocol::PrinterRefused{failure.printer, failure.cause, failure.remedy});
+  } else {
+    protocol::tell(self, protocol::JobFailed{failure.printer, failure.document, failure.cause, failure.remedy});
+  }
 }
 
 void SessionHost::registerPrinters(CS_InRequest& request) {
@@ -80,11 +88,11 @@ SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> pri
     admission.refusal = sessionRefusal(*peer, session);
   }
   if (admission.accepted()) {
-    admission = m_application->sessions.enter(session, std::move(printers), versions, client);
+    admission = m_context->sessions.enter(session, std::move(printers), versions, client);
     if (admission.accepted()) {
       m_session = session;
       m_client = client.get();
-      m_application->clientNews.enter(m_client, CS_RCPtr<CS_Component>(this));
+      m_context->clientNews.enter(m_client, CS_RCPtr<ClientNews::Host>(this));
     }
   }
   return admission;
@@ -94,16 +102,16 @@ void SessionHost::answer(CS_InRequest& request, int session, const SessionTable:
   const std::string name = nameOf(session);
   if (admission.accepted()) {
     if (admission.forgotten) {
-      m_application->log->refusal(
+      m_context->log.refusal(
           "forgotten sessions",
           fmt::format("{} and its printers were forgotten to make room for {}; they are known again when its print "
                       "client comes back; aps remembers more with a higher --max-sessions",
                       nameOf(*admission.forgotten), name));
     }
-    m_application->log->repeatable(
-        name, fmt::format("{}: a print client registers {}", name, quotedList(admission.localNames)));
+    m_context->log.repeatable(name,
+                              fmt::format("{}: a print client registers {}", name, quotedList(admission.localNames)));
   } else {
-    m_application->log->refusal(
+    m_context->log.refusal(
         "registrations", fmt::format("{}: a print client was refused: {}", name, programs::oneLine(admission.refusal)));
   }
   protocol::answer(request,

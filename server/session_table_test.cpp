@@ -31,6 +31,14 @@ class SessionTableTest : public ::testing::Test {
   CS_RCPtr<CS_Connection> m_other = CS_Connection::create();
 };
 
+TEST(SessionTableLimits, AreThoseOfAServerThatIsGivenNone) {
+  const SessionTable::Limits limits;
+  EXPECT_EQ(limits.sessions, 256u);
+  EXPECT_EQ(limits.printers, 64u);
+  EXPECT_EQ(limits.texts(), 16384u);
+  EXPECT_EQ(limits.clientWait, std::chrono::seconds(20));
+}
+
 TEST_F(SessionTableTest, NamesPrintersAfterTheClientsNameAndTheSession) {
   const auto admission = enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
   EXPECT_TRUE(admission.accepted());
@@ -175,7 +183,7 @@ TEST_F(SessionTableTest, ATableThatWaitsForNobodyAnswersAtOnce) {
   EXPECT_FALSE(table.awaitClient(L"A (session 5)", [] { return ADD_FAILURE() << "it waits", false; }));
 }
 
-TEST_F(SessionTableTest, AWaitEndsWhenWhoeverAskedHasGivenUp) {
+TEST_F(SessionTableTest, AWaitEndsWhenTheCallerHasGivenUp) {
   SessionTable table(waiting(std::chrono::hours(1)));
   int asked = 0;
   EXPECT_FALSE(

@@ -99,7 +99,7 @@ TEST_F(AttachTest, VersionsThatTheBridgeRefusesAreRecordedAndTheJobStaysAttached
               ElementsAre("0x4000000a: Failed to set peer process versions.", kPrefix + "AttachPrintJobToSession()"));
 }
 
-// A bridge that looks, when it is told of the versions, what the request has left until then.
+// A bridge that looks, when it is given the versions, what the request has left until then.
 class LookingBridge : public CS_Component {
  public:
   LookingBridge(PortMonitorServer& server, std::size_t most) : m_server(server), m_most(most) {}

@@ -93,8 +93,8 @@ TEST_F(LockCallsTest, AMapForgetsItsEntriesWithTheTableLockHeld) {
   EXPECT_EQ(held, std::vector<bool>{true});
 }
 
-// A lock counts as held from when it is, and no longer than it is: whoever asks in between would give back what is not
-// his.
+// A lock counts as held from when it is, and no longer than it is: a caller who asks in between would give back what is
+// not his.
 TEST_F(LockCallsTest, AMutexCountsAHoldAfterItHasItAndNoLongerBeforeItGivesItBack) {
   Mutex mutex;
   watch(mutex);

@@ -9,6 +9,7 @@
 #include "corvane/base/text.h"
 #include "corvane/records/host_properties.h"
 #include "programs/text.h"
+#include "protocol/names.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -59,7 +60,7 @@ void sayRecords(const std::string& from, const std::vector<std::string>& lines, 
 void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
   std::vector<protocol::Notice> failed;
   for (protocol::Notice& notice : server.notices(0, 0).notices) {
-    if (notice.kind == protocol::Notice::kJobNotice && notice.value(L"result") == L"failed")
+    if (notice.kind == protocol::kJobNotice && notice.value(L"result") == L"failed")
       failed.push_back(std::move(notice));
   }
   if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);

@@ -133,7 +133,7 @@ void ApplicationServer::tellRefusal(int session, const RefusedPrinter& printer) 
     if (!monitor) throw CS_Exception(corvane::kConnectionLost, nullptr);
     const std::wstring number = std::to_wstring(session);
     const std::wstring why = corvane::fromUtf8(printer.why), remedy = corvane::fromUtf8(printer.remedy);
-    monitor->notify({protocol::Notice::kPrinterNotice,
+    monitor->notify({protocol::kPrinterNotice,
                      fmt::format(L"Printer \"{}\" of session {} is not available on this server: {}. {}", printer.name,
                                  session, why, remedy),
                      {{L"printer", printer.name},
@@ -160,7 +160,7 @@ protocol::Notices::Answer ApplicationServer::notices(int after, unsigned waitMil
 }
 
 bool AwaitedJob::isOf(const protocol::Notice& notice) const {
-  return notice.kind == protocol::Notice::kJobNotice && notice.value(L"job") == std::to_wstring(number) &&
+  return notice.kind == protocol::kJobNotice && notice.value(L"job") == std::to_wstring(number) &&
          notice.value(L"printer") == printer && (process == 0 || notice.value(L"process") == std::to_wstring(process));
 }
 

@@ -52,7 +52,7 @@ class TurnoverTest : public EchoTest {
     return m_probe;
   }
 
-  // The client has let every bridge go that it was told of, and their threads have ended.
+  // The client has let every bridge go that was announced to it, and their threads have ended.
   void waitForClient() {
     // What it answers now comes after the releases.
     CS_RCPtr<CS_Component> asked = m_client.accepted()->getClassFactory(L"Caller", L"Server", true)->newInstance(0);

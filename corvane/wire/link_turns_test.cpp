@@ -136,7 +136,7 @@ void tryCourse(unsigned seed) {
   Link link(std::move(pair.dialed));
   FrameTaker taker;
   std::atomic<int> reading{0};
-  int words = 0;  // written by whoever reads, which is one thread at a time
+  int words = 0;  // written by the thread that reads, which is one at a time
   taker.take = [&](const Frame& frame) {
     EXPECT_EQ(1, ++reading) << "two threads read";
     if (frame.header.kind == FrameKind::kReply) {

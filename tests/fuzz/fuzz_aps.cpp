@@ -12,11 +12,7 @@
 #include "corvane/wire/value_writer.h"
 #include "protocol/names.h"
 #include "protocol/registration.h"
-#include "server/administration_server.h"
 #include "server/application.h"
-#include "server/port_monitor_client.h"
-#include "server/program_monitor_server.h"
-#include "server/session_host.h"
 #include "tests/fuzz/fresh_class.h"
 #include "tests/fuzz/scratch_folder.h"
 #include "tests/fuzz/served_peer.h"
@@ -25,12 +21,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
+#include <utility>
 
 namespace {
 
 constexpr wchar_t kRecordsClass[] = L"Quillfern::ComponentServer::ProgramMonitor_s";
 
 std::shared_ptr<aps::Application> g_application;
+// What the components of a class share of it.
+template <class Component>
+std::shared_ptr<typename Component::Context> g_context;
 
 class Quiet : public corvane::LogSink {
  public:
@@ -38,8 +39,22 @@ class Quiet : public corvane::LogSink {
 };
 
 template <class Component>
+void share() {
+  g_context<Component> = g_application ? aps::Application::contextOf<Component>(g_application) : nullptr;
+}
+
+// Null lets the last one go.
+void useApplication(std::shared_ptr<aps::Application> application) {
+  g_application = std::move(application);
+  share<aps::PortMonitorClient>();
+  share<aps::SessionHost>();
+  share<aps::ProgramMonitorServer>();
+  share<aps::AdministrationServer>();
+}
+
+template <class Component>
 void offer(const wchar_t* name) {
-  CS_ComponentServer::getServer()->registerClass(name, new fuzz::FreshClass<Component>(g_application));
+  CS_ComponentServer::getServer()->registerClass(name, new fuzz::FreshClass<Component>(g_context<Component>));
   CS_ComponentServer::getServer()->offerClass(name);
 }
 
@@ -147,7 +162,7 @@ const Opening& opening(unsigned choice) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const bool prepared = prepareProcess();
   if (!prepared || size == 0) return 0;
-  g_application = makeApplication();
+  useApplication(makeApplication());
   {
     fuzz::ServedPeer first, second;
     const std::array<fuzz::ServedPeer*, 2> peers{&first, &second};
@@ -159,6 +174,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const auto& session : g_application->sessions.status()) {
     if (session.connected) std::abort();
   }
-  g_application = nullptr;
+  useApplication(nullptr);
   return 0;
 }

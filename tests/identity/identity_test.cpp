@@ -170,7 +170,7 @@ TEST_F(IdentityTest, StartingUpIsTheProcesss) {
   EXPECT_FALSE(leftover.isThere());
 }
 
-TEST_F(IdentityTest, ThePortsAreChangedByWhoeverAsks) {
+TEST_F(IdentityTest, ThePortsAreChangedAsTheUserWhoAsks) {
   EXPECT_EQ(configure(L"AddPort", L"CPP6"), 0u);
   EXPECT_EQ(done(), (std::set<std::string>{"user: key made Ports", "user: value written"}));
   EXPECT_EQ(configure(L"DeletePort", L"CPP6"), 0u);
@@ -210,7 +210,7 @@ TEST_F(IdentityTest, AJobReadsItsSettingsAsTheProcessAndAsksTheQueueAsTheUser) {
   EXPECT_EQ(done(), (std::set<std::string>{"user: printer opened", "user: job controlled"}));
 }
 
-TEST_F(IdentityTest, AFailedJobIsDeletedByTheUserAndToldOfByTheProcess) {
+TEST_F(IdentityTest, AFailedJobIsDeletedByTheUserAndReportedByTheProcess) {
   m_knowsPrinter = false;
   EXPECT_EQ(start(), FALSE);
   const std::set<std::string> told{"process: event log opened", "process: event written", "user: printer opened",

@@ -1,5 +1,5 @@
 // Loaded in front of a print client (LD_PRELOAD): stops the whole process once, at its second write to a job's file
-// (MG_HOLD_AT=write) or when the first job's file goes to the disk (MG_HOLD_AT=fsync). Whoever started it sees it
+// (MG_HOLD_AT=write) or when the first job's file goes to the disk (MG_HOLD_AT=fsync). The test that started it sees it
 // stopped, and continues it with SIGCONT.
 
 #include <atomic>

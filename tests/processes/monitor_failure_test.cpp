@@ -41,7 +41,7 @@ TEST_F(MonitorFailures, AKilledClientPrintsNothing) {
   m_scene->server().waitForLine("on \"Laser-2 (session 5)\" (session 5) failed: Failed to send print job data: ");
 }
 
-TEST_F(MonitorFailures, AServerThatDoesNotKnowThePrinterIsToldOfTheJobThatFailed) {
+TEST_F(MonitorFailures, AServerThatDoesNotKnowThePrinterLearnsOfTheJobThatFailed) {
   EXPECT_FALSE(m_wine->print("Laser-2 (session 5)", "letter", {"--pattern", "70000"}));
   m_scene->server().waitForLine(
       "\"letter\" on \"Laser-2 (session 5)\" (session 5) failed: Failed to get the printer's information: ");

@@ -182,6 +182,17 @@ TEST(Output, AHangupBeginsANewLogFileAndWithoutAFileEndsTheServer) {
   EXPECT_EQ(scene.server().wait(), 0);
 }
 
+TEST(Output, HelpGoesToTheStandardOutputAndWhatIsWrongWithACommandToTheStandardError) {
+  for (const char* name : {"aps", "printclient"}) {
+    ChildProcess help({"/bin/sh", "-c", "\"$0\" --help 2>/dev/null", Scene::program(name)});
+    EXPECT_NO_THROW(help.waitForLine(std::string("Usage: ") + name));
+    EXPECT_EQ(help.wait(), 0);
+    ChildProcess mistake({"/bin/sh", "-c", "\"$0\" --no-such-option >/dev/null", Scene::program(name)});
+    EXPECT_NO_THROW(mistake.waitForLine("Run with --help for more information."));
+    EXPECT_EQ(mistake.wait(), 2);
+  }
+}
+
 TEST(Output, APeerWithoutAKeyPushesNothingOutOfTheLog) {
   Keys keys;
   keys.make("monitor");

@@ -21,7 +21,7 @@ std::vector<Process> processesWith(const std::string& text);
 
 // Waits until a process is stopped by a signal; false after so many seconds.
 bool waitUntilStopped(pid_t process, int seconds);
-// Waits until a child of this process has ended, and leaves its status to whoever asks for it; false after so long.
+// Waits until a child of this process has ended, and leaves its status to the one who collects it; false after so long.
 bool waitUntilEnded(pid_t child, int seconds);
 
 }  // namespace tests

@@ -72,7 +72,7 @@ TEST(Restart, AProgramIsStartedForASessionThatIsKnownWhetherItsClientIsThereOrNo
   EXPECT_THAT(scene.server().output(), ::testing::Not(HasSubstr("the answer waits")));
 }
 
-TEST(Restart, AWaitEndsWhenWhoeverAskedGoesAndWhenTheServerIsStopped) {
+TEST(Restart, AWaitEndsWhenTheCallerGoesAndWhenTheServerIsStopped) {
   Scene scene(kLongWait);
   auto ends = [](MonitorPeer& peer) {
     return std::async(std::launch::async, [&] {
@@ -99,7 +99,7 @@ TEST(Restart, AWaitEndsWhenWhoeverAskedGoesAndWhenTheServerIsStopped) {
   EXPECT_EQ(stopped.get(), L"the other side closed the connection");
 }
 
-TEST(Restart, SessionsThatWereKeptAreKnownBeforeTheirClientsAreBackAndWhoeverHasGoneStaysGone) {
+TEST(Restart, SessionsThatWereKeptAreKnownBeforeTheirClientsAreBackAndAClientThatHasGoneStaysGone) {
   // What the clients bring outlives the server's end by any signal.
   for (const int number : {SIGTERM, SIGKILL}) {
     Scene scene;

@@ -44,7 +44,7 @@ World::World() : m_records(new QuietMonitor) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
   server->registerClass(L"Quillfern::NTR::PortMonitorServer", new PortMonitorServerClass(CS_Version(4, 0, 1, 0)));
   server->registerClass(L"Quillfern::NTR::PrintServer", new PrintServerClass(CS_Version(4, 0, 1, 0)));
-  // The log is opened once per process, by whoever records first.
+  // The log is opened once per process, by the first record.
   CS_ProgramMonitor::getLocalMonitor()->recordText(corvane::kLevelException, corvane::kCategory, L"a sweep begins");
   restoreRecords();
   makeFolders();

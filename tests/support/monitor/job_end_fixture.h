@@ -15,7 +15,7 @@ class JobEndTest : public JobPath {
   std::vector<std::string> told() const;
   // "name=value" of the latest notice, in its order.
   std::vector<std::string> values() const;
-  // That a failed job was told of once, in a line that goes on behind the job's and the printer's names with this, and
+  // That a failed job was reported once, in a line that goes on behind the job's and the printer's names with this, and
   // that the event log has the same line.
   void expectFailure(const std::string& rest, const std::string& job = "Job 17 \"letter.txt\" on \"Laser\"");
   void breakConnection();

@@ -78,7 +78,7 @@ mg::support::ReadData fileReader(std::ifstream& file) {
   };
 }
 
-// Waits for whoever started this program, so that he may do what he likes in between.
+// Waits for the one who started this program, who may do what he likes in between.
 void hold(const std::string& after) {
   std::printf("holding after %s\n", after.c_str());
   std::fflush(stdout);

@@ -22,7 +22,7 @@ struct PortJob {
 
 // Gives up to `size` bytes of the document into the buffer; 0 is its end.
 using ReadData = std::function<DWORD(BYTE* buffer, DWORD size)>;
-// Told of each call to the monitor: its name, whether it succeeded, its last error when it did not.
+// Called after each call to the monitor: its name, whether it succeeded, its last error when it did not.
 using TellCall = std::function<void(const char* call, bool succeeded, DWORD error)>;
 
 // Brings a document to its port as a spooler does: open, start, writes, end, close. A failing start ends the document

@@ -1,16 +1,13 @@
 #include "tests/support/spooler/system_failure.h"
 
+#include "corvane/base/process.h"
+
 namespace mg::support {
 namespace {
 
 std::string words(DWORD error) {
-  wchar_t text[512];
-  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,
-                                static_cast<DWORD>(std::size(text)), nullptr);
-  while (length > 0 && (text[length - 1] == L'\n' || text[length - 1] == L'\r' || text[length - 1] == L'.'))
-    --length;
-  return (length > 0 ? utf8(std::wstring(text, length)) : std::string("unknown error")) + " (" + std::to_string(error) +
-         ")";
+  const std::wstring known = corvane::systemErrorWords(error);
+  return (known.empty() ? std::string("unknown error") : utf8(known)) + " (" + std::to_string(error) + ")";
 }
 
 }  // namespace
