@@ -10,7 +10,7 @@
 #include <vector>
 
 // What an administration tool (kAdministrationClientClass) asks the application server (kAdministrationServerClass),
-// directly on its connection. All requests only look. Times are UTC as "2026-01-31T23:59:59Z".
+// directly on its connection. All requests but the invitation only look. Times are UTC as "2026-01-31T23:59:59Z".
 namespace protocol {
 
 enum class AdministrationRequest {
@@ -18,6 +18,7 @@ enum class AdministrationRequest {
   kRecords = 31,
   kNotices = 32,
   kStatusPage = 33,
+  kInvite = 34,
 };
 
 struct ListedPrinter : Printer {
@@ -80,6 +81,26 @@ struct StatusPage::Answer {
   std::optional<StatusPage> next;  // none behind the last page
 
   static void layout(auto& self, auto& wire) { wire(self.status, self.next); }
+};
+
+// Makes an invitation to a session, by which somebody's print client gets its key, once. Unless the guest is the same
+// user with a further device, the session gets a new key.
+struct Invite {
+  static constexpr AdministrationRequest kNumber = AdministrationRequest::kInvite;
+
+  int session = 0;
+  bool isSameUser = false;
+  std::wstring
+      address;  // host and port where the guest's print client reaches the server; empty: as the server knows it
+
+  static void layout(auto& self, auto& wire) { wire(self.session, self.isSameUser, self.address); }
+
+  struct Answer {
+    bool isMade = false;
+    std::wstring text;  // the line to hand on, or why there is none
+
+    static void layout(auto& self, auto& wire) { wire(self.isMade, self.text); }
+  };
 };
 
 // The latest lines of the server's log that tell of a failure.

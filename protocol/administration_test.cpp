@@ -29,6 +29,7 @@ TEST(AdministrationRequest, EachHasItsNumber) {
   EXPECT_EQ(static_cast<int>(Records::kNumber), 31);
   EXPECT_EQ(static_cast<int>(Notices::kNumber), 32);
   EXPECT_EQ(static_cast<int>(StatusPage::kNumber), 33);
+  EXPECT_EQ(static_cast<int>(Invite::kNumber), 34);
 }
 
 TEST(StatusPage, AndItsAnswerHaveTheirBytesOnTheWire) {
@@ -85,6 +86,14 @@ TEST(Records, AndItsAnswerHaveTheirBytesOnTheWireAndComeBack) {
   const Records::Answer answer{{L"A"}};
   EXPECT_EQ(tests::hexOf(answer), tests::hex("62 01 74 01000000 4100 62 00"));
   EXPECT_THAT(tests::readBack(Records::Answer{{L"A", L"B"}}).lines, ElementsAre(L"A", L"B"));
+}
+
+TEST(Invite, AndItsAnswerHaveTheirBytesOnTheWireAndComeBack) {
+  EXPECT_EQ(tests::hexOf(Invite{5, true, L"H"}), tests::hex("69 05000000 62 01 74 01000000 4800"));
+  EXPECT_EQ(tests::readBack(Invite{5, true, L"H"}).address, L"H");
+  EXPECT_TRUE(tests::readBack(Invite{5, true, L"H"}).isSameUser);
+  EXPECT_EQ(tests::hexOf(Invite::Answer{true, L"L"}), tests::hex("62 01 74 01000000 4c00"));
+  EXPECT_EQ(tests::readBack(Invite::Answer{false, L"W"}).text, L"W");
 }
 
 TEST(Notices, AndItsAnswerHaveTheirBytesOnTheWireAndComeBack) {

@@ -5,6 +5,7 @@
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
+#include "programs/invitation.h"
 #include "programs/text.h"
 #include "protocol/administration.h"
 #include "protocol/exchange.h"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <fmt/xchar.h>
+#include <stdexcept>
 
 namespace aps {
 namespace {
@@ -76,6 +78,9 @@ bool AdministrationServer::processRequest(CS_InRequest& request) {
     case protocol::AdministrationRequest::kStatusPage:
       statusPage(request);
       return true;
+    case protocol::AdministrationRequest::kInvite:
+      invite(request);
+      return true;
     case protocol::AdministrationRequest::kRecords:
       records(request);
       return true;
@@ -112,6 +117,36 @@ protocol::ServerStatus AdministrationServer::statusOf(std::vector<SessionTable::
   for (SessionTable::Status& session : sessions)
     status.sessions.push_back(listed(std::move(session)));
   return status;
+}
+
+void AdministrationServer::invite(CS_InRequest& request) {
+  const auto asked = protocol::read<protocol::Invite>(request);
+  protocol::Invite::Answer answer{false, {}};
+  if (!m_context->invitations) {
+    answer.text =
+        L"aps runs without keys, and so takes no print clients of other machines: start it with --keys and "
+        L"--listen-clients";
+  } else if (asked.address.empty() && m_context->publicAddress.empty()) {
+    answer.text =
+        L"aps does not know where print clients of other machines reach it: say so with --address, or start it "
+        L"with --public-address";
+  } else if (asked.session < 1) {
+    answer.text = L"there is no such session";
+  } else {
+    try {
+      const std::string address = asked.address.empty() ? m_context->publicAddress : corvane::toUtf8(asked.address);
+      const auto server = programs::HostAndPort::parse(address);
+      const auto guest = asked.isSameUser ? Invitations::Guest::kSame : Invitations::Guest::kNext;
+      const std::string code = m_context->invitations->make(asked.session, guest);
+      answer = {true, corvane::fromUtf8(programs::Invitation{server, asked.session, code}.text())};
+      m_context->log.line(fmt::format("session {}: somebody is invited", asked.session));
+    } catch (const CS_Exception& failure) {
+      answer.text = failure.detail();
+    } catch (const std::invalid_argument& failure) {
+      answer.text = corvane::fromUtf8(failure.what());
+    }
+  }
+  protocol::answer(request, answer);
 }
 
 void AdministrationServer::records(CS_InRequest& request) {

@@ -2,6 +2,7 @@
 
 #include "corvane/components/component.h"
 #include "protocol/administration.h"
+#include "server/invitations.h"
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
@@ -20,9 +21,11 @@ class AdministrationServer : public CS_Component {
  public:
   // What it tells of.
   struct Context {
-    const Log& log;
+    Log& log;
     const SessionTable& sessions;
     NoticeList& notices;
+    const std::optional<Invitations>& invitations;
+    const std::string& publicAddress;
     const std::chrono::milliseconds& longestNoticeWait;  // for one question
     const std::chrono::system_clock::time_point& startedAt;
   };
@@ -42,6 +45,7 @@ class AdministrationServer : public CS_Component {
   void status(CS_InRequest& request);
   void statusPage(CS_InRequest& request);
   protocol::ServerStatus statusOf(std::vector<SessionTable::Status> sessions) const;
+  void invite(CS_InRequest& request);
   void records(CS_InRequest& request);
   void notices(CS_InRequest& request);
 

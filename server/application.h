@@ -2,6 +2,8 @@
 
 #include "server/administration_server.h"
 #include "server/client_news.h"
+#include "server/invitation_host.h"
+#include "server/invitations.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
@@ -13,6 +15,8 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
+#include <string>
 #include <tuple>
 
 namespace aps {
@@ -38,16 +42,20 @@ struct Application {
   Launcher launcher;
   ShownJobs shownJobs;
   NoticeList notices;
+  // Set before the first peer is served.
+  std::optional<Invitations> invitations;  // nothing where peers need no keys
+  std::string publicAddress;  // where print clients of other machines come to; empty when that is not known
   std::chrono::milliseconds longestNoticeWait{5000};  // for one question of an administration tool
   const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
 
  private:
   std::tuple<PortMonitorClient::Context, SessionHost::Context, ProgramMonitorServer::Context,
-             AdministrationServer::Context>
+             AdministrationServer::Context, InvitationHost::Context>
       contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher},
                {*log, sessions, clientNews},
                {*log, sessions, clientNews, notices},
-               {*log, sessions, notices, longestNoticeWait, startedAt}};
+               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt},
+               {*log, invitations}};
 };
 
 }  // namespace aps

@@ -15,7 +15,7 @@ namespace aps {
 
 bool InvitationHost::processRequest(CS_InRequest& request) {
   if (request.number() != static_cast<int>(protocol::Redeem::kNumber)) return CS_Component::processRequest(request);
-  return logThrown(*m_context->log, "an invited person's request", request.number(), [&] {
+  return logThrown(m_context->log, "an invited person's request", request.number(), [&] {
     redeem(request);
     return true;
   });
@@ -27,13 +27,13 @@ void InvitationHost::redeem(CS_InRequest& request) {
   if (!connection) throw CS_Exception(corvane::kMissingObject, L"the guest has no connection");
   const auto& guest = connection->peerIdentity();
   protocol::Redeem::Answer answer{false, L"this connection was made with no invitation", {}};
-  if (guest && guest->kind() == corvane::Identity::Kind::kInvitation) {
+  if (m_context->invitations && guest && guest->kind() == corvane::Identity::Kind::kInvitation) {
     const int session = guest->sessionNumber();
-    const auto key = m_context->invitations.redeem(session, connection->peerKeyMark());
+    const auto key = m_context->invitations->redeem(session, connection->peerKeyMark());
     answer.refusal = L"the invitation was used or replaced a moment ago; ask for another one";
     if (key) answer = {true, {}, corvane::toHex(key->bytes())};
-    m_context->log->line(fmt::format("session {}: the invitation was {} from {}", session,
-                                     key ? "redeemed" : "not open any more for a guest", connection->peerName()));
+    m_context->log.line(fmt::format("session {}: the invitation was {} from {}", session,
+                                    key ? "redeemed" : "not open any more for a guest", connection->peerName()));
   }
   protocol::answer(request, answer);
 }

@@ -5,6 +5,7 @@
 #include "server/log.h"
 
 #include <memory>
+#include <optional>
 
 namespace aps {
 
@@ -13,8 +14,8 @@ namespace aps {
 class InvitationHost : public CS_Component {
  public:
   struct Context {
-    Invitations invitations;
-    std::shared_ptr<Log> log;
+    Log& log;
+    const std::optional<Invitations>& invitations;  // nothing where peers need no keys
   };
   explicit InvitationHost(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
 

@@ -139,6 +139,13 @@ struct Listeners {
     }
     return own && std::find(clients.begin(), clients.end(), nullptr) == clients.end();
   }
+  // Where print clients of other machines reach aps; empty when that is not known.
+  std::string publicAddress(const aps::Options& options) const {
+    if (!options.publicAddress.empty() || clients.empty()) return options.publicAddress;
+    const std::string address = clients.front()->address();
+    const bool isEvery = address.starts_with("0.0.0.0:") || address.starts_with("[::]:");
+    return isEvery ? "" : address;
+  }
   void stop() const {
     own->stop();
     for (const auto& listener : clients)
@@ -213,15 +220,12 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);
-  std::shared_ptr<aps::InvitationHost::Context> invitations;
-  if (keys != nullptr) {
-    invitations =
-        std::make_shared<aps::InvitationHost::Context>(aps::InvitationHost::Context{aps::Invitations(*keys), log});
-  }
-  aps::registerClasses(application, invitations);
+  if (keys != nullptr) application->invitations.emplace(*keys);
+  aps::registerClasses(application);
 
   Listeners listeners;
   if (!listeners.open(options)) return 1;
+  application->publicAddress = listeners.publicAddress(options);
   std::function<void()> onHangup;
   if (log->isFile()) onHangup = [&log] { log->reopen(); };
   const programs::StopRequest stop([&listeners] { listeners.stop(); }, onHangup);

@@ -19,21 +19,14 @@ void registerAndOffer(const wchar_t* name, const std::shared_ptr<Application>& a
 
 }  // namespace
 
-void registerClasses(const std::shared_ptr<Application>& application,
-                     const std::shared_ptr<InvitationHost::Context>& invitations) {
+void registerClasses(const std::shared_ptr<Application>& application) {
   registerAndOffer<PortMonitorClient>(protocol::kPortMonitorClientClass, application);
   registerAndOffer<SessionHost>(protocol::kSessionHostClass, application);
   registerAndOffer<ProgramMonitorServer>(CS_ProgramMonitor_c::m_peerClassName, application);
   registerAndOffer<AdministrationServer>(protocol::kAdministrationServerClass, application);
-  CS_ComponentServer* server = CS_ComponentServer::getServer();
-  if (invitations) {
-    server->registerClass(
-        protocol::kInvitationHostClass,
-        new corvane::ComponentClass<InvitationHost, InvitationHost::Context>(protocol::kVersion, invitations));
-    server->offerClass(protocol::kInvitationHostClass);
-  }
-  server->offerClass(CS_Bridge::m_className);
-  server->offerClass(CS_BridgeRouter::getClassName());
+  registerAndOffer<InvitationHost>(protocol::kInvitationHostClass, application);
+  CS_ComponentServer::getServer()->offerClass(CS_Bridge::m_className);
+  CS_ComponentServer::getServer()->offerClass(CS_BridgeRouter::getClassName());
 }
 
 }  // namespace aps

@@ -129,6 +129,9 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
          "under TLS and need the key of their session; repeatable")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option(
+      "--public-address", options.publicAddress,
+      "host and port where print clients of other machines reach this server, for the invitations of mgprintmon");
   addFiles(app, options);
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,

@@ -22,6 +22,7 @@ struct Invite {
 struct Options {
   std::string listen = "127.0.0.1:4711";
   std::vector<std::string> listenClients;  // addresses for print clients of other machines
+  std::string publicAddress;               // where those reach one of them, for invitations; empty: the first one
   std::string logFile;                     // empty: the standard error output
   std::string keys;                        // folder; empty: peers are not authenticated
   std::optional<Invite> invite;

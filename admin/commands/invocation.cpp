@@ -42,8 +42,9 @@ std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arg
   CLI::App app("Administers the print monitor MgPrintMon on this machine.", "mgprintmon");
   app.require_subcommand(1);
   app.footer(kExitCodes);
-  for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
-                         addPrintCommand, addPrintersCommand, addVisibleCommand, addDoctorCommand, addWatchCommand})
+  for (const auto add :
+       {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand, addPrintCommand,
+        addPrintersCommand, addVisibleCommand, addDoctorCommand, addWatchCommand, addInviteCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -38,6 +38,7 @@ void addPrintersCommand(CLI::App& app, Invocation& invocation);
 void addVisibleCommand(CLI::App& app, Invocation& invocation);
 void addDoctorCommand(CLI::App& app, Invocation& invocation);
 void addWatchCommand(CLI::App& app, Invocation& invocation);
+void addInviteCommand(CLI::App& app, Invocation& invocation);
 
 // The outcome of reading a command line: an invocation to run, or, when it has no work to do, an exit code and a text
 // (help for the standard output, a usage error for the error output).

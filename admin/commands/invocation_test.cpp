@@ -14,7 +14,7 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   EXPECT_EQ(parsed->code, ExitCode::kDone);
   EXPECT_FALSE(parsed->invocation.run);
   for (const char* word : {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible",
-                           "doctor", "watch", "0 done", "7 outcome of a job unknown"}) {
+                           "doctor", "watch", "invite", "0 done", "7 outcome of a job unknown"}) {
     EXPECT_THAT(parsed->message, HasSubstr(word));
   }
 }
@@ -23,7 +23,7 @@ TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
       {"install"},         {"uninstall"},     {"ports", "list"},   {"ports", "add"}, {"ports", "delete"},
       {"session", "list"}, {"session", "up"}, {"session", "down"}, {"status"},       {"print"},
-      {"printers"},        {"visible"},       {"doctor"},          {"watch"}};
+      {"printers"},        {"visible"},       {"doctor"},          {"watch"},        {"invite"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);

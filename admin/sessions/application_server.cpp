@@ -119,6 +119,12 @@ protocol::ServerStatus ApplicationServer::status() {
   });
 }
 
+std::wstring ApplicationServer::invite(const protocol::Invite& invitation) {
+  const auto answer = asking(m_port, [&] { return protocol::ask(m_component, invitation, kReplyMilliseconds); });
+  if (answer.isMade) return answer.text;
+  throw Failure(ExitCode::kFailed, fmt::format("nobody is invited: {}", programs::oneLine(answer.text)), "");
+}
+
 std::vector<std::wstring> ApplicationServer::records(int most) {
   return asking(m_port,
                 [this, most] { return protocol::ask(m_component, protocol::Records{most}, kReplyMilliseconds).lines; });

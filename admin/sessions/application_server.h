@@ -21,6 +21,9 @@ class ApplicationServer {
   ApplicationServer& operator=(const ApplicationServer&) = delete;
 
   protocol::ServerStatus status();
+  // Makes an invitation to the session and returns the line; throws a Failure with the server's words where it makes
+  // none.
+  std::wstring invite(const protocol::Invite& invitation);
   // The latest lines of its log that report a failure, oldest first.
   std::vector<std::wstring> records(int most);
   // The notices after that number; waits that long for the first one. -1 requests the latest number only. The server

@@ -131,6 +131,26 @@ TEST_F(ApplicationServerTest, IsAskedForRecordsByTheirNumber) {
   EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 10")));
 }
 
+TEST_F(ApplicationServerTest, GivesTheLineOfAnInvitationOrSaysWhyThereIsNone) {
+  peer.answer(kClass, 34, [](corvane::ValueWriter& reply) {
+    reply.writeBoolean(true);
+    reply.writeText(L"mgprint://h:1/session-5/0");
+  });
+  EXPECT_EQ(ApplicationServer(peer.port()).invite({5, true, L"h:1"}), L"mgprint://h:1/session-5/0");
+  EXPECT_THAT(peer.lines(), Contains(HasSubstr("int 5, boolean true, text \"h:1\"")));
+  peer.answer(kClass, 34, [](corvane::ValueWriter& reply) {
+    reply.writeBoolean(false);
+    reply.writeText(L"aps runs without keys");
+  });
+  try {
+    ApplicationServer(peer.port()).invite({5, false, L""});
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.code(), ExitCode::kFailed);
+    EXPECT_STREQ(failure.what(), "nobody is invited: aps runs without keys");
+  }
+}
+
 TEST_F(ApplicationServerTest, GivesNoticesWithTheirValues) {
   peer.answer(kClass, 32, [](corvane::ValueWriter& reply) {
     reply.writeInt(12);

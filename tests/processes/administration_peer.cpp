@@ -87,6 +87,17 @@ std::vector<std::wstring> AdministrationPeer::records(int count) {
   return lines;
 }
 
+std::pair<bool, std::wstring> AdministrationPeer::invite(int session, bool isSameUser, const wchar_t* address) {
+  CS_OutRequest request(m_component, 34);
+  request.writeInt(session);
+  request.writeBoolean(isSameUser);
+  request.writeUTF(address);
+  CS_InRequest reply(request);
+  request.execute(reply, kReplyMilliseconds);
+  const bool isMade = reply.readBoolean();
+  return {isMade, reply.readUTF()};
+}
+
 AdministrationPeer::Notices AdministrationPeer::notices(int after, int waitMilliseconds) {
   CS_OutRequest request(m_component, 32);
   request.writeInt(after);

@@ -38,6 +38,8 @@ class AdministrationPeer {
   Status status();
   std::vector<std::wstring> records(int count);
   Notices notices(int after, int waitMilliseconds);
+  // The line of the invitation, or why there is none.
+  std::pair<bool, std::wstring> invite(int session, bool isSameUser, const wchar_t* address);
 
  private:
   void dial(int port);

@@ -1,5 +1,7 @@
 // How somebody becomes a print client: an invitation, and nothing to type afterwards.
 
+#include "corvane/base/text.h"
+#include "tests/processes/administration_peer.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
@@ -129,6 +131,37 @@ TEST_F(InvitationProcessTest, ComesInAFileAsWell) {
   invite({"--file", file});
   const auto client = start("anna", {"--invitation", file});
   expectToPrint("a letter");
+}
+
+TEST_F(InvitationProcessTest, CanBeMadeByAnAdministrationToolAsWell) {
+  AdministrationPeer tool(m_scene->port(), m_keys.path("monitor"));
+  const auto [isMade, line] = tool.invite(5, false, L"");
+  ASSERT_TRUE(isMade) << corvane::toUtf8(line);
+  EXPECT_THAT(corvane::toUtf8(line), MatchesRegex("mgprint://" + m_address + "/session-5/[0-9a-f]{32}"));
+  m_scene->server().waitForLine("session 5: somebody is invited");
+  const auto client = start("anna", {"--invitation", corvane::toUtf8(line)});
+  expectToPrint("a letter");
+  EXPECT_EQ(tool.invite(5, true, L"[::1]:7").second.substr(0, 26), L"mgprint://[::1]:7/session-");
+  EXPECT_EQ(tool.invite(5, true, L"here"),
+            std::make_pair(false, std::wstring(L"\"here\" is not host and port; an example is 127.0.0.1:4711")));
+  EXPECT_EQ(tool.invite(0, true, L""), std::make_pair(false, std::wstring(L"there is no such session")));
+}
+
+TEST(Invitation, IsNotMadeByAServerThatNobodyReachesFromElsewhere) {
+  Scene without;
+  EXPECT_EQ(
+      AdministrationPeer(without.port()).invite(5, false, L"h:1"),
+      std::make_pair(false, std::wstring(L"aps runs without keys, and so takes no print clients of other machines: "
+                                         L"start it with --keys and --listen-clients")));
+  const Keys keys;
+  keys.make("monitor");
+  auto options = keys.serverOptions();
+  options.insert(options.end(), {"--listen-clients", "0.0.0.0:0"});
+  Scene everywhere(options);
+  EXPECT_EQ(
+      AdministrationPeer(everywhere.port(), keys.path("monitor")).invite(5, false, L""),
+      std::make_pair(false, std::wstring(L"aps does not know where print clients of other machines reach it: say so "
+                                         L"with --address, or start it with --public-address")));
 }
 
 TEST_F(InvitationProcessTest, WhatIsNoInvitationIsSaidWithWhatOneLooksLike) {
