@@ -70,7 +70,13 @@ TEST_F(WritePortTest, AJobWithoutItsStreamStaysInTheQueue) {
   start();
   m_queue.clear();
   const CS_RCPtr<PrintServer> stream(m_port->printServer.get());
+  const auto references = [&stream] {
+    stream->addRef();
+    return stream->removeRef();
+  };
+  const int before = references();
   m_port->printServer = nullptr;
+  EXPECT_EQ(references(), before - 1);
   EXPECT_EQ(write("abc"), FALSE);
   EXPECT_THAT(records(), ElementsAre("10: number 3014", closing("MGWritePort")));
   EXPECT_THAT(m_queue.calls(), IsEmpty());

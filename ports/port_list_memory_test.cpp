@@ -87,6 +87,22 @@ TEST_F(PortListMemoryTest, SurvivesEveryAllocationThatFailsWhileAPortComesAndGoe
   EXPECT_FALSE(has(L"CPP7"));
 }
 
+TEST_F(PortListMemoryTest, NamesAPortThatItHasNoMemoryForWhateverAllocationFails) {
+  int named = 0;
+  for (int nth = 1;; ++nth) {
+    records.clear();
+    const FailingNew failing(nth);
+    if (list.AddPort(L"CPP7", 0) == 1) break;
+    const auto lines = records.lines();
+    ASSERT_FALSE(lines.empty());
+    if (lines.front() == "10: number 3012") continue;  // no memory for the text of the name
+    EXPECT_EQ(lines.front(), "0x4000000a: Failed to create a new port: CPP7.") << nth;
+    ++named;
+  }
+  EXPECT_GE(named, 3);  // for the record, for its lock, and for its place in the list
+  list.DeletePort(L"CPP7");
+}
+
 TEST_F(PortListMemoryTest, AnswersZeroWithoutMemoryForTheLockOfARecord) {
   DWORD result = 4711;
   {

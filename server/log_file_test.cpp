@@ -228,6 +228,19 @@ TEST_F(LogFileTest, ALineThatAFullDiskCutEndsBeforeTheNextOne) {
   EXPECT_EQ(content(), "whole\ncut \nagain\nand again\n");
 }
 
+TEST_F(LogFileTest, AnotherFileBeginsWithoutTheEndOfALineThatWasCutInTheOneBefore) {
+  LogFile file(path(), 1000);
+  ASSERT_EQ(file.open(), "");
+  {
+    const NoSpacePast limit(4);
+    EXPECT_EQ(file.write("cut in the middle\n"), "File too large");
+  }
+  fs::remove(path());
+  ASSERT_EQ(file.open(), "");
+  EXPECT_EQ(file.write("again\n"), "");
+  EXPECT_EQ(content(), "again\n");
+}
+
 TEST_F(LogFileTest, AFullDiskDoesNotMakeItRename) {
   put(".1", "older\n");
   LogFile file(path(), 100);

@@ -38,6 +38,14 @@ TEST_F(UniqueHandleTest, ClosesOnceAndNeverTheInvalidValue) {
   EXPECT_EQ(closed, std::vector<int>{0});
 }
 
+TEST(WinHandle, WhatWindowsAnswersWithoutAHandleIsNone) {
+  EXPECT_FALSE(mg::ObjectHandle(nullptr));
+  EXPECT_FALSE(mg::FileHandle(INVALID_HANDLE_VALUE));
+  EXPECT_FALSE(mg::FindHandle(INVALID_HANDLE_VALUE));
+  EXPECT_FALSE(mg::RegistryKey(nullptr));
+  EXPECT_FALSE(mg::PrinterHandle(nullptr));
+}
+
 TEST_F(UniqueHandleTest, HandsItsHandleOverWhenMoved) {
   {
     Number first(1);

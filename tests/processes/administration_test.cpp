@@ -152,6 +152,24 @@ TEST(Administration, AJobThatAProgramShowsIsNoFailure) {
   }
 }
 
+TEST(Administration, AJobThatItsClientHasTakenIsNotTheOneThatAProgramShows) {
+  Scene scene({"--launch-command", "/bin/true"});
+  const auto client = scene.startClient(5, {"Preview PDF"});
+  MonitorPeer shown(scene.port());
+  ASSERT_TRUE(shown.attach(L"Preview PDF (session 5)"));
+  EXPECT_TRUE(shown.launch(L"notepad.exe", L"/p a.txt", L"Preview PDF (session 5)"));
+  {
+    MonitorPeer peer(scene.port());
+    ASSERT_TRUE(peer.attach(L"Preview PDF (session 5)"));
+    peer.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 2});
+    peer.writeJob("%PDF-1.4\n%%EOF\n");
+    EXPECT_EQ(peer.endJob(), 1);
+  }
+  EXPECT_THAT(scene.server().waitForLine("job ended: "), HasSubstr("the print client has answered its end"));
+  CS_Connection::destroy(shown.connection(), true);
+  EXPECT_THAT(scene.server().waitForLine("job ended: "), HasSubstr("a program was started to show it instead"));
+}
+
 TEST(Administration, AServerThatIsStoppedDoesNotWaitForAToolThatWaits) {
   Scene scene;
   AdministrationPeer tool(scene.port());
