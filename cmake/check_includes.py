@@ -21,7 +21,7 @@ MAY_INCLUDE = {
     "session": {"util", "corvane", "protocol", "ports"},
     "jobs": {"util", "corvane", "protocol", "ports", "session"},
     "monitor": {"util", "corvane", "protocol", "ports", "session", "jobs"},
-    "programs": {"corvane"},
+    "programs": {"util", "corvane"},
     "server": {"util", "corvane", "protocol", "programs"},
     "client": {"corvane", "protocol", "programs"},
     "converter": {"util", "corvane"},
