@@ -5,16 +5,16 @@
 #include "client/reporter.h"
 #include "client/session_client.h"
 #include "client/session_loop.h"
+#include "client/sinks/choose_sinks.h"
 #include "corvane/base/process.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_server.h"
 #include "programs/stop_request.h"
-#include "programs/text.h"
 #include "protocol/names.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
+#include <stdexcept>
 
 namespace {
 
@@ -41,12 +41,13 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
     return parsed.exitCode;
   }
-  const std::filesystem::path folder = programs::toPath(parsed.options.output);
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (!std::filesystem::is_directory(folder)) {
-    std::fprintf(stderr, "--output \"%s\" is not a folder and cannot be created: %s\n", parsed.options.output.c_str(),
-                 error.message().c_str());
+  std::filesystem::path folder;
+  std::shared_ptr<printclient::SinkTable> sinks;
+  try {
+    folder = printclient::temporaryFolder(parsed.options);
+    sinks = printclient::chooseSinks(parsed.options);
+  } catch (const std::runtime_error& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
     return 1;
   }
   if (!CS_ComponentServer::initialize(0, 0)) {
@@ -55,7 +56,7 @@ int programMain(const std::vector<std::string>& arguments) {
   }
   printclient::Reporter reporter;
   const auto output =
-      std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter);
+      std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter, sinks);
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new printclient::ReporterMonitor(reporter)));
   registerClasses(output);
   printclient::SessionLoop loop(parsed.options, output);
@@ -64,6 +65,7 @@ int programMain(const std::vector<std::string>& arguments) {
     const programs::StopRequest stop([&loop] { loop.stop(); });
     exitCode = loop.run();
   }
+  sinks->stop();
   // Jobs that are cut by the end are dropped on their own threads; their temporary files must be gone before we are.
   if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) {
     reporter.line("a job did not end in time; its temporary file goes with the folder's next print client");
