@@ -16,9 +16,10 @@ namespace {
   throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
 }
 
-// A word as a program's run time reads it out of a command line: between quotation marks, those within it and the
-// backslashes in front of them doubled or marked.
+// A word as a program's run time reads it out of a command line: between quotation marks where it needs them, those
+// within it and the backslashes in front of them doubled or marked.
 std::wstring quotedWord(const std::wstring& word) {
+  if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) return word;
   std::wstring quoted = L"\"";
   std::size_t backslashes = 0;
   for (const wchar_t c : word) {

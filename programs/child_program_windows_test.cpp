@@ -1,11 +1,16 @@
+#include "corvane/base/text.h"
 #include "programs/child_program.h"
+#include "tests/support/import_seam.h"
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
+#include <shellapi.h>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+
+MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessW, FALSE)
 
 namespace programs {
 namespace {
@@ -32,6 +37,32 @@ TEST(ChildProgram, GetsValuesInItsEnvironment) {
   const auto program = cmd({"/c", "echo %OWN%>&2"}, {{"OWN", "a \"b\" = c"}});
   EXPECT_EQ(program->wait(), 0);
   EXPECT_EQ(program->lastErrorLine(), "a \"b\" = c");
+}
+
+TEST(ChildProgram, TakesEveryArgumentAsItIs) {
+  const ImportSeams seams;
+  std::wstring line;
+  BOOL inherits = FALSE;
+  DWORD flags = 0;
+  CreateProcessWSeam.watch = [&](LPCWSTR, LPWSTR command, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL inherit,
+                                 DWORD creation, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
+    line = command;
+    inherits = inherit;
+    flags = creation;
+  };
+  const std::vector<std::string> odd = {"",       "a b",    "a\"b",  "a\\",      "a b\\",
+                                        "a\\\"b", "%PATH%", "&|<>^", "\xC3\x96", "\""};
+  const auto program = cmd(odd);
+  program->end();
+  int count = 0;
+  wchar_t** const words = CommandLineToArgvW(line.c_str(), &count);
+  ASSERT_EQ(count, 11);
+  for (std::size_t i = 0; i < odd.size(); ++i)
+    EXPECT_EQ(corvane::toUtf8(words[i + 1]), odd[i]);
+  LocalFree(words);
+  // Only the handles of the list are inherited.
+  EXPECT_EQ(inherits, TRUE);
+  EXPECT_NE(flags & EXTENDED_STARTUPINFO_PRESENT, 0u);
 }
 
 TEST(ChildProgram, IsEndedAndAWaitEndsWithItsTimeOrWhenItIsLeft) {
