@@ -1,6 +1,7 @@
 #include "programs/main.h"
 
 #include "client/options.h"
+#include "client/persons_printers.h"
 #include "client/print_client.h"
 #include "client/reporter.h"
 #include "client/session_client.h"
@@ -36,7 +37,7 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
 
 int programMain(const std::vector<std::string>& arguments) {
   programs::silenceLocalLog();  // the reporter says it
-  const printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
+  printclient::ParsedOptions parsed = printclient::parseOptions(arguments);
   if (parsed.exitCode >= 0) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
     return parsed.exitCode;
@@ -44,6 +45,7 @@ int programMain(const std::vector<std::string>& arguments) {
   std::filesystem::path folder;
   std::shared_ptr<printclient::SinkTable> sinks;
   try {
+    if (parsed.options.printers.empty()) printclient::PersonsPrinters::addTo(parsed.options);
     folder = printclient::temporaryFolder(parsed.options);
     sinks = printclient::chooseSinks(parsed.options);
   } catch (const std::runtime_error& failure) {

@@ -10,6 +10,7 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 #include <vector>
 
 namespace printclient {
@@ -173,6 +174,11 @@ void takePrinters(const std::vector<std::string>& texts, Options& options) {
 
 // Throws std::invalid_argument when the options leave a job no place to go, or two.
 void checkOutputs(const Options& options) {
+  if (!options.printers.empty() && (!options.only.empty() || !options.except.empty())) {
+    throw std::invalid_argument(
+        "--only and --except choose among this user's own printers, which come along without any "
+        "--printer; leave out the one or the other");
+  }
   const bool hasCommand = !options.command.empty();
   const auto isForOthers = [&](const protocol::Printer& printer) { return options.targets.count(printer.name()) == 0; };
   const auto other = std::find_if(options.printers.begin(), options.printers.end(), isForOthers);
@@ -206,10 +212,21 @@ void addOptions(CLI::App& app, Options& options, std::string& server, std::vecto
   app.add_option("--printer", printers,
                  "a printer to register, NAME,key=value,...; may be repeated. Keys: driver, format (raw, ps, pdf), "
                  "comment, location, port, manufacturer, model, share, default (yes, no), resolution, and where its "
-                 "jobs are printed: queue (a printer of this machine) or uri (ipp://HOST/ipp/print, on Linux)")
-      ->required()
+                 "jobs are printed: queue (a printer of this machine) or uri (ipp://HOST/ipp/print, on Linux). Without "
+                 "any, the printers "
+                 "that this user has come along")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  for (const auto& [name, list, what] :
+       {std::tuple("--only", &options.only,
+                   "of this user's printers bring along those of this name; * and ? stand for "
+                   "any text and any character; may be repeated"),
+        std::tuple("--except", &options.except,
+                   "of this user's printers leave out those of this name; may be repeated")})
+    app.add_option(name, *list, what)
+        ->check(isNamed)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
   app.add_option(
          "--output", options.output,

@@ -26,8 +26,10 @@ struct Options {
   std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
   int session = 0;
-  std::string keyFile;  // empty: the server wants no key
-  std::vector<protocol::Printer> printers;
+  std::string keyFile;                      // empty: the server wants no key
+  std::vector<protocol::Printer> printers;  // empty: those that the person has, see PersonsPrinters
+  std::vector<std::string> only;
+  std::vector<std::string> except;
   std::map<std::wstring, PrinterTarget> targets;  // of the printers that say one, by their names
   std::string output;                             // empty: no folder is wanted
   std::string command;                            // empty: no program is wanted

@@ -89,6 +89,19 @@ TEST(PrintClientOptions, EachPrinterHasOnePlaceForItsJobs) {
             std::string::npos);
 }
 
+TEST(PrintClientOptions, WithoutPrintersThoseOfTheUserAreChosen) {
+  EXPECT_EQ(parseOptions({"--session", "5"}).exitCode, -1);
+  const Options chosen = parseOptions(withPrinters({"--only", "a*", "--only", "b", "--except", "ab"})).options;
+  EXPECT_EQ(chosen.only, (std::vector<std::string>{"a*", "b"}));
+  EXPECT_EQ(chosen.except, (std::vector<std::string>{"ab"}));
+  const ParsedOptions both = parseOptions(withPrinters({"--printer", "A,queue=a", "--only", "a"}));
+  EXPECT_EQ(both.exitCode, 2);
+  EXPECT_EQ(
+      both.message,
+      "--only and --except choose among this user's own printers, which come along without any --printer; leave out "
+      "the one or the other\n");
+}
+
 TEST(PrintClientOptions, TakeQueuesAFolderOrAProgramWithItsArguments) {
   const Options folder =
       parseOptions(withPrinters({"--printer", "A,queue=a", "--printer", "B", "--output", "o"})).options;
