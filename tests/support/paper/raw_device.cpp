@@ -27,7 +27,7 @@ RawDevice::~RawDevice() {
 
 std::string RawDevice::uri() const {
   // The scheduler would wait for 90 s for this end to close, which is read only when its job has ended.
-  return "socket://127.0.0.1:" + std::to_string(m_port) + "?waiteof=false";
+  return "socket://127.0.0.1:" + std::to_string(m_port) + "/?waiteof=false";
 }
 
 std::string RawDevice::next() const {
