@@ -45,7 +45,7 @@ int programMain(const std::vector<std::string>& arguments) {
   std::filesystem::path folder;
   std::shared_ptr<printclient::SinkTable> sinks;
   try {
-    if (parsed.options.printers.empty()) printclient::PersonsPrinters::addTo(parsed.options);
+    printclient::PersonsPrinters::addTo(parsed.options);
     folder = printclient::temporaryFolder(parsed.options);
     sinks = printclient::chooseSinks(parsed.options);
   } catch (const std::runtime_error& failure) {

@@ -75,6 +75,7 @@ bool PersonsPrinters::hasChanged() try {
 }
 
 void PersonsPrinters::addTo(Options& options) {
+  if (!options.printers.empty()) return;
   PersonsPrinters printers({options.only, options.except});
   for (PrinterOption& found : printers.list()) {
     options.targets[found.printer.name()] = found.target;

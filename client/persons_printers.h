@@ -27,7 +27,8 @@ class PersonsPrinters {
   // with another default. False when the system does not tell at the moment.
   bool hasChanged();
 
-  // Gives options without printers those of this person. Throws std::runtime_error, also when there is none.
+  // Gives options that name no printers those of this person, and leaves others alone. Throws std::runtime_error, also
+  // when there is none.
   static void addTo(Options& options);
 
  private:

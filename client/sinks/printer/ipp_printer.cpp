@@ -67,10 +67,6 @@ IppPrinter::IppPrinter(const PrinterTarget& target, const PrinterPatience& patie
   }
 }
 
-IppPrinter::~IppPrinter() {
-  httpClose(m_http);
-}
-
 int IppPrinter::goesOn(http_t*, void* printer) noexcept {
   const auto& self = *static_cast<const IppPrinter*>(printer);
   const bool isToEnd = self.m_stopping && !self.m_hurries;
@@ -83,12 +79,12 @@ void IppPrinter::hurry(std::chrono::milliseconds silence) {
 }
 
 void IppPrinter::usePatience() {
-  httpSetTimeout(m_http, kLookSeconds, goesOn, this);
+  httpSetTimeout(m_http.get(), kLookSeconds, goesOn, this);
 }
 
 void IppPrinter::connectToScheduler(const std::string& queue) {
   const auto wait = static_cast<int>(m_patience.connect.count());
-  m_http = httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1, wait, nullptr);
+  m_http.reset(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1, wait, nullptr));
   if (m_http == nullptr) {
     throw IppFailure(fmt::format("no print scheduler (CUPS) answers at {}", cupsServer()), true);
   }
@@ -100,7 +96,7 @@ void IppPrinter::connectToScheduler(const std::string& queue) {
   m_resource = m_uri.substr(m_uri.find("/printers/"));
   Message look = request(IPP_OP_GET_PRINTER_ATTRIBUTES);
   want<1>(look.get(), {"printer-state"});
-  Message answer(cupsDoRequest(m_http, look.release(), m_resource.c_str()), ippDelete);
+  Message answer(cupsDoRequest(m_http.get(), look.release(), m_resource.c_str()), ippDelete);
   if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
     findOnNetwork(queue);
   } else {
@@ -109,7 +105,7 @@ void IppPrinter::connectToScheduler(const std::string& queue) {
 }
 
 void IppPrinter::findOnNetwork(const std::string& queue) {
-  const Destination found(cupsGetNamedDest(m_http, queue.c_str(), nullptr));
+  const Destination found(cupsGetNamedDest(m_http.get(), queue.c_str(), nullptr));
   std::array<char, HTTP_MAX_URI> resource{};
   http_t* const made = found == nullptr ? nullptr
                                         : cupsConnectDest(found.get(), CUPS_DEST_FLAGS_NONE,
@@ -125,8 +121,8 @@ void IppPrinter::connectToAddress(const std::string& uri) {
   const Destination printer(cupsGetDestWithURI("printer", uri.c_str()));
   std::array<char, HTTP_MAX_URI> resource{};
   if (printer != nullptr) {
-    m_http = cupsConnectDest(printer.get(), CUPS_DEST_FLAGS_DEVICE, static_cast<int>(m_patience.connect.count()),
-                             nullptr, resource.data(), resource.size(), nullptr, nullptr);
+    m_http.reset(cupsConnectDest(printer.get(), CUPS_DEST_FLAGS_DEVICE, static_cast<int>(m_patience.connect.count()),
+                                 nullptr, resource.data(), resource.size(), nullptr, nullptr));
   }
   if (m_http == nullptr) throw IppFailure(lastWords(), true);
   usePatience();
@@ -169,7 +165,7 @@ IppPrinter::Message IppPrinter::checked(Message answer) const {
 
 IppPrinter::Message IppPrinter::ask(Message request) {
   m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
-  return checked(Message(cupsDoRequest(m_http, request.release(), m_resource.c_str()), ippDelete));
+  return checked(Message(cupsDoRequest(m_http.get(), request.release(), m_resource.c_str()), ippDelete));
 }
 
 PrinterAbilities IppPrinter::abilities() {
@@ -208,11 +204,12 @@ void IppPrinter::sendDocument(int number, const IppJob& job, const std::filesyst
   ippAddString(made.get(), IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr, job.format.c_str());
   ippAddBoolean(made.get(), IPP_TAG_OPERATION, "last-document", 1);
   m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
-  const http_status_t begun = cupsSendRequest(m_http, made.get(), m_resource.c_str(), ippLength(made.get()) + size);
+  const http_status_t begun =
+      cupsSendRequest(m_http.get(), made.get(), m_resource.c_str(), ippLength(made.get()) + size);
   if (begun != HTTP_STATUS_CONTINUE) throw IppFailure(whyNoAnswer(), true);
   sendFile(data, size);
   m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
-  checked(Message(cupsGetResponse(m_http, m_resource.c_str()), ippDelete));
+  checked(Message(cupsGetResponse(m_http.get(), m_resource.c_str()), ippDelete));
 }
 
 void IppPrinter::sendFile(std::istream& file, std::uint64_t size) {
@@ -222,7 +219,8 @@ void IppPrinter::sendFile(std::istream& file, std::uint64_t size) {
     if (!file.read(piece.data(), wanted)) throw std::runtime_error("cannot read the unfinished file");
     m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
     // The printer may have answered already, with what it does not like; the answer is read by the caller.
-    if (cupsWriteRequestData(m_http, piece.data(), static_cast<std::size_t>(wanted)) != HTTP_STATUS_CONTINUE) return;
+    if (cupsWriteRequestData(m_http.get(), piece.data(), static_cast<std::size_t>(wanted)) != HTTP_STATUS_CONTINUE)
+      return;
     size -= static_cast<std::uint64_t>(wanted);
   }
 }
@@ -231,7 +229,7 @@ std::optional<JobStatus> IppPrinter::status(int number) {
   Message look = requestFor(IPP_OP_GET_JOB_ATTRIBUTES, number);
   want<4>(look.get(), {"job-state", "job-state-reasons", "job-state-message", "job-printer-state-message"});
   m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
-  Message answer(cupsDoRequest(m_http, look.release(), m_resource.c_str()), ippDelete);
+  Message answer(cupsDoRequest(m_http.get(), look.release(), m_resource.c_str()), ippDelete);
   if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND || cupsLastError() == IPP_STATUS_ERROR_GONE) return std::nullopt;
   answer = checked(std::move(answer));
   JobStatus result;

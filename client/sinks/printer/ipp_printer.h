@@ -47,7 +47,6 @@ struct IppJob {
 class IppPrinter {
  public:
   IppPrinter(const PrinterTarget& target, const PrinterPatience& patience, const std::atomic<bool>& stopping);
-  ~IppPrinter();
   IppPrinter(const IppPrinter&) = delete;
   IppPrinter& operator=(const IppPrinter&) = delete;
 
@@ -85,7 +84,7 @@ class IppPrinter {
   const std::atomic<bool>& m_stopping;
   bool m_hurries = false;
   std::chrono::steady_clock::time_point m_giveUp;  // when the wait that goes on ends
-  http_t* m_http = nullptr;
+  std::unique_ptr<http_t, decltype(&httpClose)> m_http{nullptr, httpClose};
   std::string m_resource;
   std::string m_uri;  // how the printer calls itself in requests
 };
