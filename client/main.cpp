@@ -33,6 +33,18 @@ void registerClasses(const std::shared_ptr<printclient::JobOutput>& output) {
                             protocol::kVersion, output));
 }
 
+// The printers and where their jobs go; false after saying what is wrong.
+bool preparePlaces(printclient::Options& options, std::filesystem::path& folder,
+                   std::shared_ptr<printclient::SinkTable>& sinks) try {
+  printclient::PersonsPrinters::addTo(options);
+  folder = printclient::temporaryFolder(options);
+  sinks = printclient::chooseSinks(options);
+  return true;
+} catch (const std::runtime_error& failure) {
+  std::fprintf(stderr, "%s\n", failure.what());
+  return false;
+}
+
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
@@ -44,14 +56,7 @@ int programMain(const std::vector<std::string>& arguments) {
   }
   std::filesystem::path folder;
   std::shared_ptr<printclient::SinkTable> sinks;
-  try {
-    printclient::PersonsPrinters::addTo(parsed.options);
-    folder = printclient::temporaryFolder(parsed.options);
-    sinks = printclient::chooseSinks(parsed.options);
-  } catch (const std::runtime_error& failure) {
-    std::fprintf(stderr, "%s\n", failure.what());
-    return 1;
-  }
+  if (!preparePlaces(parsed.options, folder, sinks)) return 1;
   if (!CS_ComponentServer::initialize(0, 0)) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;

@@ -202,7 +202,6 @@ void checkOutputs(const Options& options) {
 }
 
 void addOptions(CLI::App& app, Options& options, std::string& server, std::vector<std::string>& printers) {
-  const CLI::Validator isNamed([](std::string& text) { return text.empty() ? "it is empty" : ""; }, "");
   app.add_option("--server", server, "where the application server listens")->capture_default_str();
   app.add_option("--session", options.session, "number of the session")
       ->required()
@@ -213,10 +212,15 @@ void addOptions(CLI::App& app, Options& options, std::string& server, std::vecto
                  "a printer to register, NAME,key=value,...; may be repeated. Keys: driver, format (raw, ps, pdf), "
                  "comment, location, port, manufacturer, model, share, default (yes, no), resolution, and where its "
                  "jobs are printed: queue (a printer of this machine) or uri (ipp://HOST/ipp/print, on Linux). Without "
-                 "any, the printers "
-                 "that this user has come along")
+                 "any, the printers that this user has come along")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
+}
+
+// Which of the person's printers come along, and where jobs end.
+void addPlaces(CLI::App& app, Options& options) {
+  const CLI::Validator isNamed([](std::string& text) { return text.empty() ? "it is empty" : ""; }, "");
   for (const auto& [name, list, what] :
        {std::tuple("--only", &options.only,
                    "of this user's printers bring along those of this name; * and ? stand for "
@@ -227,7 +231,6 @@ void addOptions(CLI::App& app, Options& options, std::string& server, std::vecto
         ->check(isNamed)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
   app.add_option(
          "--output", options.output,
          "folder for the jobs of printers without a queue or uri, and for unfinished ones; it is created when it "
@@ -258,6 +261,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   CLI::App app("A session's print client: registers printers and prints their jobs, or puts them into a folder.",
                "printclient");
   addOptions(app, options, server, printers);
+  addPlaces(app, options);
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);
