@@ -154,7 +154,8 @@ TEST_F(PrinterSinkTest, AJobThatThePrinterGivesUpIsNotPrinted) {
   EXPECT_EQ(print(at(printer), kPdf),
             "refused: the printer at " + printer.uri() +
                 " gave the job up (\"Job aborted\"); see what it shows and what its log says, and print again");
-  // Not at a queue in front of it: of jobs that a printer gives up the scheduler calls some canceled and some completed.
+  // Not at a queue in front of it: of jobs that a printer gives up the scheduler calls some canceled and some
+  // completed.
 }
 
 TEST_F(PrinterSinkTest, AJobThatWaitsForPaperIsTakenBack) {
