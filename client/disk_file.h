@@ -27,10 +27,15 @@ class DiskFile {
   // taken; nothing is ever overwritten. Fails when the temporary name does not lead to this file any more, or to a
   // link, or when the file has another size than was written.
   bool renameTo(const std::filesystem::path& to);
+  // Lets other programs read the whole file under another name in the same folder. It stays a temporary one: in use as
+  // long as this object lives, and gone with it. Nothing more is written. Fails as renameTo() does, and when the name
+  // is taken.
+  void shareAs(const std::filesystem::path& to);
 
  private:
   std::intptr_t m_handle;
-  std::filesystem::path m_path;  // the temporary one; empty on Windows when the file has another
+  std::filesystem::path m_path;    // the temporary one; empty on Windows when the file has another
+  std::filesystem::path m_shared;  // on Windows the name of a shared file, which has no other
   std::uint64_t m_size = 0;
 };
 

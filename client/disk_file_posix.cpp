@@ -118,6 +118,14 @@ bool DiskFile::renameTo(const std::filesystem::path& to) {
   return true;
 }
 
+void DiskFile::shareAs(const std::filesystem::path& to) {
+  if (!renameTo(to)) {
+    errno = EEXIST;
+    fail("cannot rename to", to);
+  }
+  m_path = to;
+}
+
 bool removeAbandoned(const std::filesystem::path& path) noexcept {
   // Never through a link, and without waiting at a pipe. Some file systems lock only what may be written.
   const int handle = open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);

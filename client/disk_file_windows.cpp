@@ -35,6 +35,11 @@ DiskFile::DiskFile(const std::filesystem::path& path)
 }
 
 DiskFile::~DiskFile() {
+  if (!m_shared.empty()) {
+    CloseHandle(asHandle(m_handle));
+    DeleteFileW(m_shared.c_str());
+    return;
+  }
   if (!m_path.empty()) {
     FILE_DISPOSITION_INFO disposition = {};
     disposition.DeleteFile = TRUE;
@@ -81,6 +86,22 @@ bool DiskFile::renameTo(const std::filesystem::path& to) {
   m_path.clear();
   FlushFileBuffers(asHandle(m_handle));  // the name as well; the data are safe all the same
   return true;
+}
+
+// A program that opens a file to read it does not expect one that may still be written or removed, and is refused then:
+// for it the file is held as one that is only read.
+void DiskFile::shareAs(const std::filesystem::path& to) {
+  if (!renameTo(to)) fail(ERROR_ALREADY_EXISTS, "cannot rename to", to);
+  m_shared = to;
+  CloseHandle(asHandle(m_handle));
+  m_handle = reinterpret_cast<std::intptr_t>(
+      CreateFileW(to.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  LARGE_INTEGER size = {};
+  if (asHandle(m_handle) == INVALID_HANDLE_VALUE) fail(GetLastError(), "cannot open", to);
+  if (!GetFileSizeEx(asHandle(m_handle), &size)) fail(GetLastError(), "cannot look at", to);
+  if (static_cast<std::uint64_t>(size.QuadPart) != m_size) {
+    throw std::runtime_error(fmt::format("somebody else has changed the unfinished file {}", programs::fromPath(to)));
+  }
 }
 
 bool removeAbandoned(const std::filesystem::path& path) noexcept {

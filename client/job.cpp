@@ -60,6 +60,8 @@ std::string Job::remedy() const {
     case kDiskFailure:
       return fmt::format("; see that the folder {} is there, has room and can be written, and print again",
                          programs::fromPath(m_output.folder()));
+    case kNotTaken:
+      return "; " + m_sinksRemedy;
     case kNoData:
       return "; the server says why in a separate line, and its log has more";
     case kIncompletePdf:
@@ -114,8 +116,11 @@ void Job::complete() {
     fail(kIncompletePdf, fmt::format("the PDF is cut; its end mark is missing after {}", bytesText(m_probe.size())));
   } else {
     try {
-      const std::string extension = m_probe.extension();
-      m_fileName = m_file->keepAs(fileNameFor(m_ticket.documentName, m_ticket.jobName, extension), extension);
+      const std::shared_ptr<Sink> sink = m_output.sinks().of(m_ticket.printerName);
+      m_whereTo = sink->take({m_ticket, m_probe, *m_file});
+    } catch (const SinkRefusal& refusal) {
+      m_sinksRemedy = refusal.remedy();
+      fail(kNotTaken, refusal.what());
     } catch (const std::exception& failure) {
       fail(kDiskFailure, failure.what());
     }
@@ -128,7 +133,7 @@ PrintResult Job::end() {
   m_file.reset();
   if (m_result == kPrinted) {
     m_output.reporter().line(
-        fmt::format("printed {}: {} to {}{}", title(), bytesText(m_probe.size()), m_fileName, remark()));
+        fmt::format("printed {}: {} {}{}", title(), bytesText(m_probe.size()), m_whereTo, remark()));
   } else {
     m_output.reporter().line(fmt::format("not printed {}: {}{}{}", title(), m_why, place(), remedy()));
   }

@@ -14,9 +14,9 @@ namespace printclient {
 
 using protocol::PrintResult;
 
-// One job from its start to its end. Its data go to a temporary file as they come; what goes wrong on the way is kept
-// and becomes the answer to the end. A job that is destroyed without an end is dropped, and a line says so. Used by one
-// thread.
+// One job from its start to its end. Its data go to a temporary file as they come, and the whole file to the sink of
+// its printer; what goes wrong on the way is kept and becomes the answer to the end. A job that is destroyed without an
+// end is dropped, and a line says so. Used by one thread.
 class Job {
  public:
   Job(protocol::JobStart ticket, JobOutput& output);
@@ -46,8 +46,9 @@ class Job {
   ContentProbe m_probe;
   std::unique_ptr<JobFile> m_file;
   PrintResult m_result = PrintResult::kPrinted;
-  std::string m_why;  // why it failed
-  std::string m_fileName;
+  std::string m_why;          // why it failed
+  std::string m_sinksRemedy;  // what to do when a sink did not take it
+  std::string m_whereTo;      // where it is now
   std::uint64_t m_nextProgress;
   bool m_ended = false;
 };

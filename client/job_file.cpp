@@ -98,7 +98,7 @@ constexpr int kMaxAttempts = 1000;
 }  // namespace
 
 JobFile::JobFile(const std::filesystem::path& folder, const std::string& temporaryName)
-    : m_folder(folder), m_file(std::make_unique<DiskFile>(pathOf(temporaryName))) {}
+    : m_folder(folder), m_temporaryName(temporaryName), m_file(std::make_unique<DiskFile>(pathOf(temporaryName))) {}
 
 JobFile::~JobFile() = default;
 
@@ -142,6 +142,13 @@ int JobFile::freeNumber(std::string_view name, std::string_view extension) const
     (isTaken(middle) ? taken : free) = middle;
   }
   return free;
+}
+
+std::filesystem::path JobFile::share(std::string_view extension) {
+  flush();
+  const std::filesystem::path path = pathOf(fmt::format("{}{}", m_temporaryName, extension));
+  m_file->shareAs(path);
+  return path;
 }
 
 std::string JobFile::keepAs(std::string_view name, std::string_view extension) {

@@ -42,6 +42,10 @@ class JobFile {
   // jobs of one name costs some dozens of looks and not one for each of them.
   std::string keepAs(std::string_view name, std::string_view extension);
 
+  // Completes the file for other programs to read, under its temporary name with the extension behind it, and returns
+  // its path. It goes with this object. Nothing more is appended.
+  std::filesystem::path share(std::string_view extension);
+
   static constexpr std::size_t kBufferBytes = 64 * 1024;
   static constexpr int kInOrder = 100;
 
@@ -52,6 +56,7 @@ class JobFile {
   std::filesystem::path pathOf(const std::string& name) const;
 
   const std::filesystem::path m_folder;
+  const std::string m_temporaryName;
   std::unique_ptr<DiskFile> m_file;
   std::vector<unsigned char> m_buffer;
 };

@@ -58,6 +58,22 @@ TEST_F(JobFileTest, LeavesNothingWhenItIsNotKept) {
   EXPECT_EQ(fileCount(), 0u);
 }
 
+TEST_F(JobFileTest, IsReadByOthersUnderATemporaryNameThatGoesWithIt) {
+  {
+    JobFile file(m_folder, ".part");
+    file.append(bytes("hello"));
+    EXPECT_EQ(file.share(".pdf"), m_folder / ".part.pdf");
+    EXPECT_EQ(read(".part.pdf"), "hello");
+    EXPECT_EQ(fileCount(), 1u);
+    EXPECT_FALSE(removeAbandoned(m_folder / ".part.pdf"));
+  }
+  EXPECT_EQ(fileCount(), 0u);
+  std::ofstream(m_folder / ".part.pdf") << "old";
+  JobFile file(m_folder, ".part");
+  EXPECT_THROW(file.share(".pdf"), std::system_error);
+  EXPECT_EQ(read(".part.pdf"), "old");
+}
+
 TEST_F(JobFileTest, NeverOverwrites) {
   std::ofstream(m_folder / "a.txt") << "old";
   std::ofstream(m_folder / "a (2).txt") << "older";

@@ -1,21 +1,27 @@
 #pragma once
 
 #include "client/reporter.h"
+#include "client/sinks/sink_table.h"
 
 #include <atomic>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 namespace printclient {
 
-// Where the jobs of this process go. Shared by all of them, from any thread; outlives them.
+// Where the jobs of this process go: the folder of their temporary files, and the sinks. Shared by all of them, from
+// any thread; outlives them.
 class JobOutput {
  public:
-  JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter);
+  // Without sinks each job stays in the folder.
+  JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter,
+            std::shared_ptr<SinkTable> sinks = nullptr);
 
   const std::filesystem::path& folder() const { return m_folder; }
   Reporter& reporter() const { return m_reporter; }
   int session() const { return m_session; }
+  SinkTable& sinks() const { return *m_sinks; }
 
   // A name that no other job uses, of whatever process and machine; begins with a dot, so that it is hidden from a
   // person.
@@ -29,6 +35,7 @@ class JobOutput {
   const int m_session;
   const std::string m_prefix;  // of this process's temporary names
   Reporter& m_reporter;
+  const std::shared_ptr<SinkTable> m_sinks;
   std::atomic<unsigned> m_last{0};
 };
 

@@ -4,6 +4,7 @@
 #include "programs/text.h"
 
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -192,6 +193,66 @@ TEST_F(JobTest, WithoutItsFolderIsNotPrinted) {
       << lines();
 }
 
+// Takes jobs, or does what it was told instead.
+class StubSink : public Sink {
+ public:
+  explicit StubSink(std::function<std::string()> act) : m_act(std::move(act)) {}
+  std::string take(const ArrivedJob& job) override {
+    m_taken.push_back(read(job.file.share(job.content.extension())));
+    return m_act();
+  }
+  static std::string read(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+  std::function<std::string()> m_act;
+  std::vector<std::string> m_taken;
+};
+
+TEST_F(JobTest, GoesWholeToTheSinkOfItsPrinterAndLeavesNoFile) {
+  const auto sink = std::make_shared<StubSink>([] { return "to the printer \"desk\" as job 7"; });
+  const auto sinks = std::make_shared<SinkTable>();
+  sinks->set(L"Laser-2", sink);
+  JobOutput output(m_folder / "out", 5, 42, *m_reporter, sinks);
+  {
+    Job job(ticket(1), output);
+    job.append(bytes("hello "));
+    job.append(bytes("world"));
+    EXPECT_EQ(sink->m_taken.size(), 0u);
+    EXPECT_EQ(job.end(), kPrinted);
+  }
+  EXPECT_THAT(sink->m_taken, ElementsAre("hello world"));
+  EXPECT_EQ(lines(),
+            "receiving \"Report\" for \"Laser-2\"\nprinted \"Report\": 11 bytes to the printer \"desk\" as job 7\n");
+  {
+    Job cut(ticket(1), output);
+    cut.append(bytes("%PDF-1.4 half"));
+    EXPECT_EQ(cut.end(), kIncompletePdf);
+    Job dropped(ticket(1), output);
+    dropped.append(bytes("half"));
+  }
+  EXPECT_EQ(sink->m_taken.size(), 1u);
+  EXPECT_EQ(fileCount(), 0u);
+}
+
+TEST_F(JobTest, ThatItsSinkRefusesIsNotPrintedForTheSinksOwnReason) {
+  const auto sink = std::make_shared<StubSink>(
+      []() -> std::string { throw SinkRefusal("the printer has no paper", "put paper in, and print again"); });
+  JobOutput output(m_folder / "out", 5, 42, *m_reporter, std::make_shared<SinkTable>(sink));
+  {
+    Job job(ticket(1), output);
+    job.append(bytes("hello"));
+    EXPECT_EQ(job.end(), kNotTaken);
+  }
+  EXPECT_EQ(lines(),
+            "receiving \"Report\" for \"Laser-2\"\nnot printed \"Report\": the printer has no paper (printer "
+            "\"Laser-2\", session 5); put paper in, and print again\n");
+  EXPECT_EQ(fileCount(), 0u);
+  JobOutput without(m_folder / "out", 5, 42, *m_reporter, std::make_shared<SinkTable>());
+  EXPECT_EQ(Job(ticket(1), without).end(), kNotTaken);
+}
+
 #ifndef _WIN32  // Windows keeps an open file from being removed
 TEST_F(JobTest, ThatLosesItsFileIsNotPrinted) {
   Job job(ticket(1), *m_output);
@@ -252,11 +313,12 @@ TEST_F(JobTest, ReportsProgressWheneverItsSizeHasDoubled) {
 TEST_F(JobTest, WhatKilledClientsOfAnySessionLeftIsRemovedAndNothingElse) {
   const fs::path out = m_folder / "out";
   for (const char* name : {".printclient-session-5-1-1.part", ".printclient-session-55-1-0123456789abcdef-1.part",
-                           "Report.part", ".printclient-session-5.txt", ".part"}) {
+                           ".printclient-session-5-1-2.part.pdf", "Report.part", ".printclient-session-5.txt", ".part",
+                           ".printclient-session-5-1-2.parts"}) {
     std::ofstream(out / name) << "x";
   }
-  EXPECT_EQ(m_output->removeLeftovers(), 2);
-  EXPECT_EQ(fileCount(), 3u);
+  EXPECT_EQ(m_output->removeLeftovers(), 3);
+  EXPECT_EQ(fileCount(), 4u);
   EXPECT_EQ(m_output->removeLeftovers(), 0);
   fs::remove_all(out);
   EXPECT_EQ(m_output->removeLeftovers(), 0);

@@ -3,10 +3,12 @@
 #include "client/invitation_guest.h"
 #include "client/known_servers.h"
 #include "client/options.h"
+#include "client/persons_printers.h"
 #include "client/print_client.h"
 #include "client/reporter.h"
 #include "client/session_client.h"
 #include "client/session_loop.h"
+#include "client/sinks/choose_sinks.h"
 #include "corvane/base/process.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_server.h"
@@ -20,7 +22,6 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <stdexcept>
-#include <system_error>
 
 namespace {
 
@@ -82,6 +83,18 @@ bool chooseServer(printclient::Options& options) try {
   return false;
 }
 
+// The printers and where their jobs go; false after saying what is wrong.
+bool preparePlaces(printclient::Options& options, std::filesystem::path& folder,
+                   std::shared_ptr<printclient::SinkTable>& sinks) try {
+  printclient::PersonsPrinters::addTo(options);
+  folder = printclient::temporaryFolder(options);
+  sinks = printclient::chooseSinks(options);
+  return true;
+} catch (const std::runtime_error& failure) {
+  std::fprintf(stderr, "%s\n", failure.what());
+  return false;
+}
+
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
@@ -91,14 +104,9 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
     return parsed.exitCode;
   }
-  const std::filesystem::path folder = programs::toPath(parsed.options.output);
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (!std::filesystem::is_directory(folder)) {
-    std::fprintf(stderr, "--output \"%s\" is not a folder and cannot be created: %s\n", parsed.options.output.c_str(),
-                 error.message().c_str());
-    return 1;
-  }
+  std::filesystem::path folder;
+  std::shared_ptr<printclient::SinkTable> sinks;
+  if (!preparePlaces(parsed.options, folder, sinks)) return 1;
   if (!CS_ComponentServer::initialize(0, 0)) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
@@ -106,7 +114,7 @@ int programMain(const std::vector<std::string>& arguments) {
   if (!chooseServer(parsed.options)) return 1;
   printclient::Reporter reporter;
   const auto output =
-      std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter);
+      std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter, sinks);
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new printclient::ReporterMonitor(reporter)));
   registerClasses(output);
   printclient::SessionLoop loop(parsed.options, output);
@@ -115,6 +123,7 @@ int programMain(const std::vector<std::string>& arguments) {
     const programs::StopRequest stop([&loop] { loop.stop(); });
     exitCode = loop.run();
   }
+  sinks->stop();
   // Jobs that are cut by the end are dropped on their own threads; their temporary files must be gone before we are.
   if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) {
     reporter.line("a job did not end in time; its temporary file goes with the folder's next print client");

@@ -1,5 +1,6 @@
 #include "client/options.h"
 
+#include "client/sinks/command/command_sink.h"
 #include "corvane/base/text.h"
 #include "programs/host_and_port.h"
 
@@ -10,6 +11,7 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 #include <vector>
 
 namespace printclient {
@@ -67,6 +69,23 @@ bool yesOrNo(std::string_view option, const std::string& key, const std::string&
   refuse(option, fmt::format("{} is yes or no, not \"{}\"", key, value));
 }
 
+void readQueue(std::string_view option, const std::string& value, PrinterTarget& target) {
+  if (!target.uri.empty()) refuse(option, "queue and uri both say where its jobs go; give one of them");
+  target.queue = value;
+}
+
+void readUri(std::string_view option, const std::string& value, PrinterTarget& target) {
+  if (!kPrintsToAddresses) refuse(option, "uri is for Linux; give queue with the name of a printer of this machine");
+  if (!target.queue.empty()) refuse(option, "queue and uri both say where its jobs go; give one of them");
+  const std::size_t scheme = value.starts_with("ipp://") ? 6 : value.starts_with("ipps://") ? 7 : 0;
+  const std::size_t path = value.find('/', scheme);
+  if (scheme == 0 || path == scheme || path == std::string::npos) {
+    refuse(option,
+           fmt::format("uri is the address of a printer, as ipp://printer.local:631/ipp/print, not \"{}\"", value));
+  }
+  target.uri = value;
+}
+
 int resolutionNumber(std::string_view option, const std::string& value) {
   int number = 0;
   const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
@@ -76,16 +95,38 @@ int resolutionNumber(std::string_view option, const std::string& value) {
   return number;
 }
 
+void readKey(std::string_view option, const std::string& key, const std::string& value, PrinterOption& result) {
+  const auto* known = std::find_if(std::begin(kTextKeys), std::end(kTextKeys),
+                                   [&key](const TextKey& candidate) { return candidate.key == key; });
+  if (known != std::end(kTextKeys)) {
+    result.printer.texts[known->text] = corvane::fromUtf8(value);
+  } else if (key == "format") {
+    result.printer.format = readFormat(option, value);
+  } else if (key == "default") {
+    result.printer.isDefault = yesOrNo(option, key, value);
+  } else if (key == "resolution") {
+    result.printer.resolution = resolutionNumber(option, value);
+  } else if (key == "queue") {
+    readQueue(option, value, result.target);
+  } else if (key == "uri") {
+    readUri(option, value, result.target);
+  } else {
+    refuse(option, fmt::format("there is no key \"{}\"; the keys are driver, format, comment, location, port, "
+                               "manufacturer, model, share, default, resolution, queue and uri",
+                               key));
+  }
+}
+
 }  // namespace
 
-protocol::Printer parsePrinterOption(std::string_view text) {
+PrinterOption parsePrinterOption(std::string_view text) {
   const std::vector<std::string> parts = splitAtCommas(text);
   if (parts.front().empty()) refuse(text, "the printer's name is missing");
   if (const auto equals = parts.front().find('='); equals != std::string::npos && parts.size() == 1) {
     refuse(text, fmt::format("the printer's name comes first, before \"{}\"", parts.front()));
   }
-  protocol::Printer printer;
-  printer.texts[0] = corvane::fromUtf8(parts.front());
+  PrinterOption result;
+  result.printer.texts[0] = corvane::fromUtf8(parts.front());
   std::vector<std::string> seen;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     const std::size_t equals = parts[i].find('=');
@@ -97,23 +138,9 @@ protocol::Printer parsePrinterOption(std::string_view text) {
     if (value.empty()) refuse(text, fmt::format("{} has no value", key));
     if (std::find(seen.begin(), seen.end(), key) != seen.end()) refuse(text, fmt::format("{} is given twice", key));
     seen.push_back(key);
-    const auto* known = std::find_if(std::begin(kTextKeys), std::end(kTextKeys),
-                                     [&key](const TextKey& candidate) { return candidate.key == key; });
-    if (known != std::end(kTextKeys)) {
-      printer.texts[known->text] = corvane::fromUtf8(value);
-    } else if (key == "format") {
-      printer.format = readFormat(text, value);
-    } else if (key == "default") {
-      printer.isDefault = yesOrNo(text, key, value);
-    } else if (key == "resolution") {
-      printer.resolution = resolutionNumber(text, value);
-    } else {
-      refuse(text, fmt::format("there is no key \"{}\"; the keys are driver, format, comment, location, port, "
-                               "manufacturer, model, share, default and resolution",
-                               key));
-    }
+    readKey(text, key, value, result);
   }
-  return printer;
+  return result;
 }
 
 namespace {
@@ -140,16 +167,46 @@ void chooseTls(Options& options) {
                   options.host));
 }
 
-}  // namespace
+void takePrinters(const std::vector<std::string>& texts, Options& options) {
+  for (const std::string& text : texts) {
+    PrinterOption read = parsePrinterOption(text);
+    const PrinterTarget& target = read.target;
+    if (!target.queue.empty() || !target.uri.empty()) options.targets[read.printer.name()] = target;
+    options.printers.push_back(std::move(read.printer));
+  }
+}
 
-ParsedOptions parseOptions(std::vector<std::string> arguments) {
-  ParsedOptions result;
-  Options& options = result.options;
-  std::string server = "127.0.0.1:4711";
-  std::vector<std::string> printers;
-  CLI::App app("A session's print client: registers printers and puts their jobs into a folder.", "printclient");
-  const CLI::Option* const serverOption =
-      app.add_option("--server", server, "where the application server listens")->capture_default_str();
+// Throws std::invalid_argument when the options leave a job no place to go, or two.
+void checkOutputs(const Options& options) {
+  if (!options.printers.empty() && (!options.only.empty() || !options.except.empty())) {
+    throw std::invalid_argument(
+        "--only and --except choose among this user's own printers, which come along without any "
+        "--printer; leave out the one or the other");
+  }
+  const bool hasCommand = !options.command.empty();
+  const auto isForOthers = [&](const protocol::Printer& printer) { return options.targets.count(printer.name()) == 0; };
+  const auto other = std::find_if(options.printers.begin(), options.printers.end(), isForOthers);
+  if (hasCommand && !options.output.empty()) {
+    throw std::invalid_argument("--output and --command both say where jobs go; give one of them");
+  }
+  if (!hasCommand && (!options.commandArguments.empty() || options.commandLimit != 0)) {
+    throw std::invalid_argument("--command-argument and --command-limit belong to a --command; name a program there");
+  }
+  if (hasCommand && other == options.printers.end()) {
+    throw std::invalid_argument(
+        "--command gets no jobs, as each printer has a queue or a uri; leave out the one or the "
+        "other");
+  }
+  if (!hasCommand && options.output.empty() && other != options.printers.end()) {
+    throw std::invalid_argument(
+        fmt::format("the jobs of the printer \"{}\" have no place to go; give --output FOLDER, --command PROGRAM, or "
+                    "the printer a queue",
+                    corvane::toUtf8(other->name())));
+  }
+}
+
+void addServer(CLI::App& app, Options& options, std::string& server) {
+  app.add_option("--server", server, "where the application server listens")->capture_default_str();
   app.add_flag("--tls", options.usesTls,
                "encrypts the connection to a server on this machine, too, as behind a forwarder; to other machines it "
                "always is");
@@ -163,24 +220,70 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
   app.add_option("--key", options.keyFile, "file with the key of the session, where the server wants one")
       ->check(CLI::Validator([](std::string& text) { return text.empty() ? "it names no file" : ""; }, ""));
+  app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
+}
+
+// Which of the person's printers come along, and where jobs end.
+void addPlaces(CLI::App& app, Options& options, std::vector<std::string>& printers) {
+  const CLI::Validator isNamed([](std::string& text) { return text.empty() ? "it is empty" : ""; }, "");
   app.add_option("--printer", printers,
                  "a printer to register, NAME,key=value,...; may be repeated. Keys: driver, format (raw, ps, pdf), "
-                 "comment, location, port, manufacturer, model, share, default (yes, no), resolution")
-      ->required()
+                 "comment, location, port, manufacturer, model, share, default (yes, no), resolution, and where its "
+                 "jobs are printed: queue (a printer of this machine) or uri (ipp://HOST/ipp/print, on Linux). Without "
+                 "any, the printers that this user has come along")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
-  app.add_option("--output", options.output, "folder for the jobs; it is created when it does not exist")->required();
+  for (const auto& [name, list, what] :
+       {std::tuple("--only", &options.only,
+                   "of this user's printers bring along those of this name; * and ? stand for "
+                   "any text and any character; may be repeated"),
+        std::tuple("--except", &options.except,
+                   "of this user's printers leave out those of this name; may be repeated")})
+    app.add_option(name, *list, what)
+        ->check(isNamed)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option(
+         "--output", options.output,
+         "folder for the jobs of printers without a queue or uri, and for unfinished ones; it is created when it "
+         "does not exist")
+      ->check(isNamed);
+  app.add_option(
+         "--command", options.command,
+         "a program for the jobs of printers without a queue or uri, by its path. It gets the file's path behind "
+         "its other arguments, and PRINTCLIENT_TITLE, _COPIES, _PRINTER and _USER in its environment")
+      ->check(isNamed);
+  app.add_option("--command-argument", options.commandArguments, "an argument for that program; may be repeated")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  const auto longest = static_cast<int>(CommandSink::kLongestLimit.count());
+  app.add_option("--command-limit", options.commandLimit,
+                 fmt::format("seconds after which that program is ended, up to {}; {} unless it is given", longest,
+                             CommandSink::kDefaultLimit.count()))
+      ->check(CLI::Range(1, longest));
+}
+
+}  // namespace
+
+ParsedOptions parseOptions(std::vector<std::string> arguments) {
+  ParsedOptions result;
+  Options& options = result.options;
+  std::string server = "127.0.0.1:4711";
+  std::vector<std::string> printers;
+  CLI::App app("A session's print client: registers printers and prints their jobs, or puts them into a folder.",
+               "printclient");
+  addServer(app, options, server);
+  addPlaces(app, options, printers);
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);
     readServer(server, options);
-    if (options.session == 0 && (serverOption->count() > 0 || !options.keyFile.empty())) {
+    if (options.session == 0 && (app.count("--server") > 0 || !options.keyFile.empty())) {
       throw std::invalid_argument("--server and --key are for a --session: give its number as well");
     }
     chooseTls(options);
-    for (const std::string& printer : printers)
-      options.printers.push_back(parsePrinterOption(printer));
+    takePrinters(printers, options);
+    checkOutputs(options);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     result.exitCode = app.exit(error, out, out) == 0 ? 0 : 2;

@@ -1,29 +1,43 @@
 #pragma once
 
+#include "client/sinks/printer/printer_target.h"
 #include "protocol/printer.h"
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace printclient {
 
+// What one --printer says.
+struct PrinterOption {
+  protocol::Printer printer;
+  PrinterTarget target;
+};
+
 // Reads "NAME,key=value,...". Keys: driver, comment, location, port, manufacturer, model, share (texts), format (raw,
-// ps or pdf), default (yes or no), resolution (a number). Two commas stand for a comma in a name or value. Throws
-// std::invalid_argument that says what is wrong and shows an example.
-protocol::Printer parsePrinterOption(std::string_view text);
+// ps or pdf), default (yes or no), resolution (a number), and queue or uri, the printer that its jobs go to. Two commas
+// stand for a comma in a name or value. Throws std::invalid_argument that says what is wrong and shows an example.
+PrinterOption parsePrinterOption(std::string_view text);
 
 // What the command line of printclient says.
 struct Options {
   std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
-  std::vector<std::string> invitations;  // to redeem first: lines, or names of files that hold one
-  bool usesTls = false;                  // always, but for a server on this machine that is not asked for it
-  int session = 0;                       // 0: the servers of which invitations were redeemed
-  std::string keyFile;                   // empty: the server wants no key
-  std::vector<protocol::Printer> printers;
-  std::string output;
-  int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
+  std::vector<std::string> invitations;     // to redeem first: lines, or names of files that hold one
+  bool usesTls = false;                     // always, but for a server on this machine that is not asked for it
+  int session = 0;                          // 0: the servers of which invitations were redeemed
+  std::string keyFile;                      // empty: the server wants no key
+  std::vector<protocol::Printer> printers;  // empty: those that the person has, see PersonsPrinters
+  std::vector<std::string> only;
+  std::vector<std::string> except;
+  std::map<std::wstring, PrinterTarget> targets;  // of the printers that say one, by their names
+  std::string output;                             // empty: no folder is wanted
+  std::string command;                            // empty: no program is wanted
+  std::vector<std::string> commandArguments;
+  int commandLimit = 0;  // seconds
+  int pace = 1;          // divides the times of corvane::Patience; not shown, for tests
 };
 
 // The outcome of reading a command line: go on when exitCode is negative, otherwise end with it after saying message

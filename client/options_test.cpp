@@ -1,6 +1,8 @@
 #include "client/options.h"
 
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 namespace printclient {
 namespace {
@@ -63,6 +65,62 @@ TEST(PrintClientOptions, ExplainWhatIsMissingOrWrong) {
   const ParsedOptions printer = parseOptions({"--session", "5", "--printer", "L,format=x", "--output", "o"});
   EXPECT_EQ(printer.exitCode, 2);
   EXPECT_NE(printer.message.find("there is no format \"x\""), std::string::npos);
+}
+
+std::vector<std::string> withPrinters(std::vector<std::string> more) {
+  more.insert(more.begin(), {"--session", "5"});
+  return more;
+}
+
+TEST(PrintClientOptions, EachPrinterHasOnePlaceForItsJobs) {
+  const auto says = [](const std::vector<std::string>& more) {
+    const ParsedOptions parsed = parseOptions(withPrinters(more));
+    EXPECT_EQ(parsed.exitCode, 2) << parsed.message;
+    return parsed.message;
+  };
+  EXPECT_EQ(
+      says({"--printer", "A,queue=a", "--printer", "B"}),
+      "the jobs of the printer \"B\" have no place to go; give --output FOLDER, --command PROGRAM, or the printer a "
+      "queue\n");
+  EXPECT_EQ(says({"--printer", "A", "--output", "o", "--command", "/p"}),
+            "--output and --command both say where jobs go; give one of them\n");
+  EXPECT_EQ(says({"--printer", "A,queue=a", "--command", "/p"}),
+            "--command gets no jobs, as each printer has a queue or a uri; leave out the one or the other\n");
+  const std::string belongs = "--command-argument and --command-limit belong to a --command; name a program there\n";
+  EXPECT_EQ(says({"--printer", "A", "--output", "o", "--command-argument", "x"}), belongs);
+  EXPECT_EQ(says({"--printer", "A", "--output", "o", "--command-limit", "9"}), belongs);
+  EXPECT_NE(says({"--printer", "A", "--output", ""}).find("--output: it is empty"), std::string::npos);
+  EXPECT_NE(says({"--printer", "A", "--command", "/p", "--command-limit", "571"}).find("--command-limit"),
+            std::string::npos);
+}
+
+TEST(PrintClientOptions, WithoutPrintersThoseOfTheUserAreChosen) {
+  EXPECT_EQ(parseOptions({"--session", "5"}).exitCode, -1);
+  const Options chosen = parseOptions(withPrinters({"--only", "a*", "--only", "b", "--except", "ab"})).options;
+  EXPECT_EQ(chosen.only, (std::vector<std::string>{"a*", "b"}));
+  EXPECT_EQ(chosen.except, (std::vector<std::string>{"ab"}));
+  const ParsedOptions both = parseOptions(withPrinters({"--printer", "A,queue=a", "--only", "a"}));
+  EXPECT_EQ(both.exitCode, 2);
+  EXPECT_EQ(
+      both.message,
+      "--only and --except choose among this user's own printers, which come along without any --printer; leave out "
+      "the one or the other\n");
+}
+
+TEST(PrintClientOptions, TakeQueuesAFolderOrAProgramWithItsArguments) {
+  const Options folder =
+      parseOptions(withPrinters({"--printer", "A,queue=a", "--printer", "B", "--output", "o"})).options;
+  ASSERT_EQ(folder.targets.size(), 1u);
+  EXPECT_EQ(folder.targets.at(L"A").queue, "a");
+  EXPECT_EQ(folder.printers.size(), 2u);
+  const ParsedOptions program =
+      parseOptions(withPrinters({"--printer", "A", "--command", "/p", "--command-argument", "-d", "--command-argument",
+                                 "a b", "--command-limit", "570"}));
+  EXPECT_EQ(program.exitCode, -1) << program.message;
+  EXPECT_EQ(program.options.command, "/p");
+  EXPECT_EQ(program.options.commandArguments, (std::vector<std::string>{"-d", "a b"}));
+  EXPECT_EQ(program.options.commandLimit, 570);
+  EXPECT_EQ(parseOptions(withPrinters({"--printer", "A,queue=a"})).exitCode, -1);
 }
 
 TEST(PrintClientOptions, APortIsFrom1To65535) {

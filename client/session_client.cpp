@@ -3,6 +3,7 @@
 #include "corvane/components/in_request.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
+#include "protocol/print_job.h"
 #include "protocol/registration.h"
 
 #include <fmt/format.h>
@@ -37,6 +38,8 @@ bool SessionClient::processRequest(CS_InRequest& request) {
 }
 
 void SessionClient::report(const protocol::JobFailed& job) {
+  // The sink's own words stand in the job's line already; this is what the port monitor makes of the answer.
+  if (job.cause == protocol::textOf(protocol::PrintResult::kNotTaken)) return;
   m_output->reporter().line(fmt::format("the server says why {} for {} was not printed: {}",
                                         oneLine(job.document).empty() ? "a job" : programs::quoted(job.document),
                                         programs::quoted(job.printer), whyText(job.cause, job.remedy)));

@@ -73,6 +73,11 @@ TEST_F(SessionClientTest, SaysWhyAJobWasNotPrintedAndWhatToDo) {
             "the server says why \"letter\" for \"Laser-2\" was not printed: The port was deleted. Print again.\n");
 }
 
+TEST_F(SessionClientTest, DoesNotRepeatWhatTheJobsOwnLineHasSaid) {
+  tell({L"Laser-2", L"letter", L"The print client did not take the document.", L"See its output."});
+  EXPECT_EQ(lines(), "");
+}
+
 TEST_F(SessionClientTest, SaysItOfAJobWhoseDocumentTheServerDoesNotKnow) {
   tell({L"Laser-2", L"", L"gone", L"Print again."});
   EXPECT_EQ(lines(), "the server says why a job for \"Laser-2\" was not printed: gone. Print again.\n");

@@ -22,7 +22,7 @@ MAY_INCLUDE = {
     "jobs": {"util", "corvane", "protocol", "ports", "session"},
     "monitor": {"util", "corvane", "protocol", "ports", "session", "jobs"},
     "tls": {"corvane"},
-    "programs": {"corvane"},
+    "programs": {"util", "corvane"},
     "server": {"util", "corvane", "protocol", "tls", "programs"},
     "client": {"corvane", "protocol", "tls", "programs"},
     "converter": {"util", "corvane"},

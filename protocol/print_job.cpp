@@ -21,6 +21,8 @@ const wchar_t* textOf(PrintResult result) {
       return L"The print client does not know the job.";
     case PrintResult::kBrokenData:
       return L"The print client got a piece of data that was not as long as it said.";
+    case PrintResult::kNotTaken:
+      break;  // like a number that is not known here: what there is to say the client has said
   }
   return L"The print client did not take the document.";
 }

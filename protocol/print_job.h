@@ -92,8 +92,9 @@ struct JobDataToSend : JobDataOf<const wchar_t*> {
 };
 void write(corvane::ValueWriter& to, const JobDataToSend& piece);
 
-// The print client's answer to the end of a job. A positive number means that the job is complete on disk; the port
-// monitor reports a job as printed only then. Any other number may come.
+// The print client's answer to the end of a job. A positive number means that the job is complete where it was to go:
+// on disk, in the printer's queue, through the person's program. The port monitor reports a job as printed only then.
+// Any other number may come.
 enum class PrintResult : std::int32_t {
   kPrinted = 1,
   kNoData = -1,         // a converted job without data: its conversion has failed
@@ -101,6 +102,7 @@ enum class PrintResult : std::int32_t {
   kIncompletePdf = -3,  // data that begin as PDF and do not end as PDF
   kNoJob = -4,          // there is no job to end
   kBrokenData = -5,     // a piece of data was not as long as it said
+  kNotTaken = -6,       // the job came whole, but the printer or program that it was for did not take it
 };
 
 // What an answer says, as a sentence; a general one for a number without its own. Never null, static storage.

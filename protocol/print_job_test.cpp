@@ -114,6 +114,8 @@ TEST(PrintResult, EveryAnswerHasItsNumberAndItsWords) {
   EXPECT_STREQ(words(-3), L"The print client got a PDF without its end.");
   EXPECT_STREQ(words(-4), L"The print client does not know the job.");
   EXPECT_STREQ(words(-5), L"The print client got a piece of data that was not as long as it said.");
+  // The words of a monitor that does not know the number.
+  EXPECT_STREQ(words(-6), L"The print client did not take the document.");
   EXPECT_STREQ(words(0), L"The print client did not take the document.");
 }
 

@@ -1,0 +1,92 @@
+#include "client/persons_printers.h"
+
+#include "corvane/base/text.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace printclient {
+namespace {
+
+bool fitsAny(const PrinterOption& candidate, const std::vector<std::string>& patterns) {
+  const std::string name = corvane::toUtf8(candidate.printer.name());
+  return std::any_of(patterns.begin(), patterns.end(),
+                     [&name](const std::string& pattern) { return fitsPattern(name, pattern); });
+}
+
+bool isSame(const PrinterOption& one, const PrinterOption& other) {
+  return one.printer.texts == other.printer.texts && one.printer.isDefault == other.printer.isDefault &&
+         one.printer.format == other.printer.format && one.printer.resolution == other.printer.resolution &&
+         one.target.queue == other.target.queue;
+}
+
+}  // namespace
+
+bool fitsPattern(std::string_view name, std::string_view pattern) {
+  std::size_t at = 0, in = 0;
+  std::size_t star = std::string_view::npos, resume = 0;  // the last "*", and where the text behind it begins
+  while (at < name.size()) {
+    std::size_t next = at;
+    corvane::nextUtf8(name, next);
+    if (in < pattern.size() && pattern[in] == '*') {
+      star = in++;
+      resume = at;
+    } else if (in < pattern.size() && pattern[in] == '?') {
+      ++in;
+      at = next;
+    } else if (pattern.substr(in, next - at) == name.substr(at, next - at)) {
+      in += next - at;
+      at = next;
+    } else if (star != std::string_view::npos) {
+      corvane::nextUtf8(name, resume);
+      at = resume;
+      in = star + 1;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of('*', in) == std::string_view::npos;
+}
+
+std::vector<PrinterOption> PersonsPrinters::chosen() const {
+  std::vector<PrinterOption> printers = systemPrinters();
+  std::erase_if(printers, [this](const PrinterOption& candidate) {
+    return (!m_choice.only.empty() && !fitsAny(candidate, m_choice.only)) || fitsAny(candidate, m_choice.except);
+  });
+  std::sort(printers.begin(), printers.end(), [](const PrinterOption& one, const PrinterOption& other) {
+    return one.printer.name() < other.printer.name();
+  });
+  return printers;
+}
+
+std::vector<PrinterOption> PersonsPrinters::list() {
+  m_last = chosen();
+  return m_last;
+}
+
+bool PersonsPrinters::hasChanged() try {
+  std::vector<PrinterOption> now = chosen();
+  const bool isOther = !std::equal(now.begin(), now.end(), m_last.begin(), m_last.end(), isSame);
+  m_last = std::move(now);
+  return isOther;
+} catch (const std::runtime_error&) {
+  return false;
+}
+
+void PersonsPrinters::addTo(Options& options) {
+  if (!options.printers.empty()) return;
+  PersonsPrinters printers({options.only, options.except});
+  for (PrinterOption& found : printers.list()) {
+    options.targets[found.printer.name()] = found.target;
+    options.printers.push_back(std::move(found.printer));
+  }
+  if (!options.printers.empty()) return;
+  const bool isChosen = !options.only.empty() || !options.except.empty();
+  throw std::runtime_error(isChosen ? "this user has no printer that --only and --except leave; see their names in the "
+                                      "system's list of printers, or name one with --printer"
+                                    : "this user has no printers on this machine; add one to the system, or name one "
+                                      "with --printer");
+}
+
+}  // namespace printclient

@@ -1,0 +1,30 @@
+#include "client/sinks/printer/printer_words.h"
+
+#include "programs/text.h"
+
+namespace printclient {
+
+std::string printableTitle(const protocol::JobStart& ticket) {
+  std::string title = programs::oneLine(ticket.documentName.empty() ? ticket.jobName : ticket.documentName);
+  if (title.find_first_not_of(' ') == std::string::npos) return "a job";
+  if (title.size() > kMaxTitleBytes) {
+    std::size_t end = kMaxTitleBytes;
+    while (end > 0 && (static_cast<unsigned char>(title[end]) & 0xC0) == 0x80)
+      --end;
+    title.resize(end);
+  }
+  return title;
+}
+
+std::string kindOf(const ContentProbe& content) {
+  const std::string extension = content.extension();
+  if (extension == ".pdf") return "PDF";
+  if (extension == ".ps") return "PostScript";
+  return "raw data";
+}
+
+int copiesFor(const ArrivedJob& job) {
+  return job.ticket.copies > 1 ? job.ticket.copies : 1;
+}
+
+}  // namespace printclient

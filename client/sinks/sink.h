@@ -1,0 +1,42 @@
+#pragma once
+
+#include "client/content_probe.h"
+#include "client/job_file.h"
+#include "protocol/print_job.h"
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace printclient {
+
+// Why a sink did not take a job, in its own words: what was wrong, and what to do about it. Neither ends with a stop.
+class SinkRefusal : public std::runtime_error {
+ public:
+  SinkRefusal(const std::string& cause, std::string remedy) : std::runtime_error(cause), m_remedy(std::move(remedy)) {}
+  const std::string& remedy() const { return m_remedy; }
+
+ private:
+  std::string m_remedy;
+};
+
+// A job that has come whole, for as long as a sink takes it.
+struct ArrivedJob {
+  const protocol::JobStart& ticket;
+  const ContentProbe& content;
+  JobFile& file;  // unfinished; it goes with the job unless the sink gives it a name of its own
+};
+
+// Where jobs end: a folder, a printer, a program. Outlives the jobs, and takes them on any number of threads at a time.
+class Sink {
+ public:
+  virtual ~Sink() = default;
+  // Returns when the sink has the whole job, and never before that: what it returns follows "printed ...: 17 bytes" in
+  // the person's line, as "to Report.pdf" does. Throws SinkRefusal when the sink did not take the job and nothing of it
+  // is printed any more, as far as the sink can tell and otherwise says; and what JobFile throws when the file failed.
+  virtual std::string take(const ArrivedJob& job) = 0;
+  // The print client ends: jobs that are being taken are given up and refused, and so is every later one.
+  virtual void stop() noexcept {}
+};
+
+}  // namespace printclient

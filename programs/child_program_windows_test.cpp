@@ -1,0 +1,92 @@
+#include "corvane/base/text.h"
+#include "programs/child_program.h"
+#include "tests/support/import_seam.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <shellapi.h>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessW, FALSE)
+
+namespace programs {
+namespace {
+
+using std::chrono::steady_clock;
+
+std::unique_ptr<ChildProgram> cmd(std::vector<std::string> arguments,
+                                  std::vector<std::pair<std::string, std::string>> environment = {}) {
+  ChildCommand command;
+  command.program = "C:\\windows\\system32\\cmd.exe";
+  command.arguments = std::move(arguments);
+  command.environment = std::move(environment);
+  command.keepsErrors = true;
+  return ChildProgram::start(command);
+}
+
+TEST(ChildProgram, SaysHowItEndedAndItsLastLineOfErrors) {
+  const auto program = cmd({"/c", "echo first>&2&echo last>&2&exit 7"});
+  EXPECT_EQ(program->wait(), 7);
+  EXPECT_EQ(program->lastErrorLine(), "last");
+}
+
+TEST(ChildProgram, GetsValuesInItsEnvironment) {
+  const auto program = cmd({"/c", "echo %OWN%>&2"}, {{"OWN", "a \"b\" = c"}});
+  EXPECT_EQ(program->wait(), 0);
+  EXPECT_EQ(program->lastErrorLine(), "a \"b\" = c");
+}
+
+TEST(ChildProgram, TakesEveryArgumentAsItIs) {
+  const ImportSeams seams;
+  std::wstring line;
+  BOOL inherits = FALSE;
+  DWORD flags = 0;
+  CreateProcessWSeam.watch = [&](LPCWSTR, LPWSTR command, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL inherit,
+                                 DWORD creation, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
+    line = command;
+    inherits = inherit;
+    flags = creation;
+  };
+  const std::vector<std::string> odd = {"",       "a b",    "a\"b",  "a\\",      "a b\\",
+                                        "a\\\"b", "%PATH%", "&|<>^", "\xC3\x96", "\""};
+  const auto program = cmd(odd);
+  program->end();
+  int count = 0;
+  wchar_t** const words = CommandLineToArgvW(line.c_str(), &count);
+  ASSERT_EQ(count, 11);
+  for (std::size_t i = 0; i < odd.size(); ++i)
+    EXPECT_EQ(corvane::toUtf8(words[i + 1]), odd[i]);
+  LocalFree(words);
+  // Only the handles of the list are inherited.
+  EXPECT_EQ(inherits, TRUE);
+  EXPECT_NE(flags & EXTENDED_STARTUPINFO_PRESENT, 0u);
+}
+
+TEST(ChildProgram, IsEndedAndAWaitEndsWithItsTimeOrWhenItIsLeft) {
+  const auto program = cmd({"/c", "pause"});
+  EXPECT_EQ(program->wait(steady_clock::now()), std::nullopt);
+  std::thread leaving([&] { program->leave(); });
+  EXPECT_EQ(program->wait(), std::nullopt);
+  leaving.join();
+  program->end();
+  HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(program->processId()));
+  EXPECT_EQ(WaitForSingleObject(process, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+  CloseHandle(process);
+}
+
+TEST(ChildProgram, ThatDoesNotExistIsAnErrorOfTheSystem) {
+  ChildCommand command;
+  command.program = "C:\\no such program.exe";
+  EXPECT_THROW(ChildProgram::start(command), std::system_error);
+}
+
+TEST(LastLine, IsTheLastOneThatHoldsMoreThanBlanks) {
+  EXPECT_EQ(lastLine(" \r\n\t\n"), "");
+  EXPECT_EQ(lastLine("one\r\n  two  \r\n\r\n"), "two");
+}
+
+}  // namespace
+}  // namespace programs
