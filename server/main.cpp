@@ -153,7 +153,7 @@ struct Listeners {
   }
 };
 
-void logStart(aps::Log& log, const Listeners& listeners, const std::string& keys) {
+void sayStart(aps::Log& log, programs::LineQueue& said, const Listeners& listeners, const std::string& keys) {
   log.line(fmt::format("aps listens on {}", listeners.own->address()));
   for (const auto& listener : listeners.clients)
     log.line(fmt::format("aps takes print clients of other machines on {}, under TLS", listener->address()));
@@ -161,6 +161,9 @@ void logStart(aps::Log& log, const Listeners& listeners, const std::string& keys
                ? fmt::format("peers must prove that they have their key in {}", keys)
                : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
                  "start aps with --keys to change that");
+  said.put(fmt::format("aps listens on {}\n", listeners.own->address()));
+  for (const auto& listener : listeners.clients)
+    said.put(fmt::format("aps listens for print clients on {}\n", listener->address()));
 }
 
 // The key of a session or of an invitation, for a peer from the network that claims it; nobody else comes from there.
@@ -239,10 +242,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
         return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
       },
       corvane::Patience().faster(options.pace));
-  logStart(*log, listeners, options.keys);
-  said.put(fmt::format("aps listens on {}\n", listeners.own->address()));
-  for (const auto& listener : listeners.clients)
-    said.put(fmt::format("aps listens for print clients on {}\n", listener->address()));
+  sayStart(*log, said, listeners, options.keys);
 
   serveAll(listeners, keys, connections, *log);
 

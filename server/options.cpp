@@ -31,6 +31,20 @@ std::string listenRefusal(const std::string& address) {
 
 namespace {
 
+void addAddresses(CLI::App& app, Options& options) {
+  app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
+      ->capture_default_str();
+  app.add_option(
+         "--listen-clients", options.listenClients,
+         "address and port for print clients on other machines, as in 0.0.0.0:4712 or [::]:4712; they are served "
+         "under TLS and need the key of their session; repeatable")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option(
+      "--public-address", options.publicAddress,
+      "host and port where print clients of other machines reach this server, for the invitations of mgprintmon");
+}
+
 void addFiles(CLI::App& app, Options& options) {
   // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
@@ -121,17 +135,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   ParsedOptions result;
   Options& options = result.options;
   CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
-  app.add_option("--listen", options.listen, "address and port, 127.0.0.1:PORT or [::1]:PORT; port 0 takes a free one")
-      ->capture_default_str();
-  app.add_option(
-         "--listen-clients", options.listenClients,
-         "address and port for print clients on other machines, as in 0.0.0.0:4712 or [::]:4712; they are served "
-         "under TLS and need the key of their session; repeatable")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  app.add_option(
-      "--public-address", options.publicAddress,
-      "host and port where print clients of other machines reach this server, for the invitations of mgprintmon");
+  addAddresses(app, options);
   addFiles(app, options);
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,
