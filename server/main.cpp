@@ -243,7 +243,6 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
       },
       corvane::Patience().faster(options.pace));
   sayStart(*log, said, listeners, options.keys);
-
   serveAll(listeners, keys, connections, *log);
 
   if (keeper) keeper->stop();
