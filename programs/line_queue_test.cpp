@@ -7,8 +7,10 @@
 #include <vector>
 
 #ifndef _WIN32
+#include <cerrno>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 #endif
 
 namespace programs {
@@ -222,6 +224,59 @@ TEST_F(LineQueueTest, AnOutputThatStandsStillForEverHoldsUpNeitherTheEndNorMemor
   m_paper->changed.wait(guard, [this] { return m_paper->isGone; });
   EXPECT_THAT(m_paper->lines, ElementsAre("a", "b"));
 }
+
+#ifndef _WIN32
+// The two ends of a pipe.
+class Pipe {
+ public:
+  Pipe() { EXPECT_EQ(::pipe(m_ends), 0); }
+  ~Pipe() {
+    closeReader();
+    ::close(m_ends[1]);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  int writer() const { return m_ends[1]; }
+  void closeReader() {
+    if (m_ends[0] >= 0) ::close(m_ends[0]);
+    m_ends[0] = -1;
+  }
+  std::string read() const {
+    char bytes[256];
+    const ssize_t count = ::read(m_ends[0], bytes, sizeof bytes);
+    return count > 0 ? std::string(bytes, static_cast<std::size_t>(count)) : "";
+  }
+
+ private:
+  int m_ends[2];
+};
+
+TEST(DescriptorOutput, WritesAsItIsAndSaysHowMuchIsMissing) {
+  Pipe pipe;
+  const auto output = outputTo(pipe.writer());
+  errno = EAGAIN;  // of something earlier
+  EXPECT_EQ(output->write("a line\n"), "");
+  EXPECT_EQ(pipe.read(), "a line\n");
+  EXPECT_EQ(output->writeLost(1, "the disk is full"), "");
+  EXPECT_EQ(pipe.read(), "1 line is missing here: the disk is full\n");
+  EXPECT_EQ(output->writeLost(2, "it was away"), "");
+  EXPECT_EQ(pipe.read(), "2 lines are missing here: it was away\n");
+}
+
+TEST(DescriptorOutput, SaysWhyNothingCanBeWritten) {
+  const auto before = ::signal(SIGPIPE, SIG_IGN);
+  Pipe pipe;
+  pipe.closeReader();
+  EXPECT_EQ(outputTo(pipe.writer())->write("a line\n"), "Broken pipe");
+  ::signal(SIGPIPE, before);
+}
+
+TEST(DescriptorOutput, OfAProgramIsThatOfTheSystem) {
+  EXPECT_EQ(kStandardOutput, STDOUT_FILENO);
+  EXPECT_EQ(kStandardError, STDERR_FILENO);
+}
+#endif
 
 }  // namespace
 }  // namespace programs

@@ -1,6 +1,8 @@
 #include "programs/text.h"
 
 #include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
@@ -35,6 +37,21 @@ TEST(OneLine, CutsALongTextBetweenCharacters) {
   const std::string line = oneLine(std::wstring(3000, L'\u00e4'));
   EXPECT_EQ(line.size(), kLineBytes + 3);
   EXPECT_EQ(line.substr(line.size() - 5), "\xC3\xA4...");
+  const std::string odd = oneLine(L"a" + std::wstring(3000, L'\u00e4'));
+  EXPECT_EQ(odd.size(), kLineBytes - 1 + 3);
+  EXPECT_EQ(odd.substr(odd.size() - 5), "\xC3\xA4...");
+}
+
+TEST(OneLine, OfExactlyTheLimitIsWhole) {
+  EXPECT_EQ(oneLine(std::wstring(kLineBytes, L'a')), std::string(kLineBytes, 'a'));
+  EXPECT_EQ(oneLine(std::wstring(kLineBytes + 1, L'a')), std::string(kLineBytes, 'a') + "...");
+}
+
+TEST(Describe, HasTheWordsOfTheNumberWhereThereIsOne) {
+  EXPECT_EQ(describe(CS_Exception(0, L"it\nbroke")), "it broke");
+  EXPECT_EQ(describe(CS_Exception(corvane::kConnectFailed, L"nobody answers")),
+            "The connection could not be made. nobody answers");
+  EXPECT_EQ(describe(CS_Exception(corvane::kConnectFailed, nullptr)), "The connection could not be made.");
 }
 
 TEST(UtcText, IsDateAndTimeOfDayWithoutFractions) {
@@ -47,6 +64,7 @@ TEST(UtcText, IsDateAndTimeOfDayWithoutFractions) {
 TEST(LocalTime, IsThatOfTheWireInLocalTimeWithItsOffset) {
   const system_clock::time_point time = sys_days(year(2026) / 7 / 31) + hours(23) + minutes(58) + seconds(59);
   EXPECT_EQ(localTime(L"2026-07-31T23:58:59Z"), corvane::localTimeText(time));
+  EXPECT_EQ(localTime(L"2026-07-31T23:59:59Z"), corvane::localTimeText(time + minutes(1)));
   EXPECT_EQ(localTime(L"2026-07-31T23:58:59Z").size(), std::string("2026-07-31 23:58:59 +0000").size());
 }
 
