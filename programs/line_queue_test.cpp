@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #ifndef _WIN32
@@ -28,6 +29,7 @@ struct Paper {
   std::vector<std::string> lines;
   std::string failure;
   bool isStopped = false;
+  bool isOutOfMemory = false;
   bool isInWrite = false;
   bool isDue = false;
   bool isGone = false;
@@ -73,6 +75,7 @@ class PaperOutput : public LineOutput {
     m_paper->changed.notify_all();
     m_paper->changed.wait(guard, [this] { return !m_paper->isStopped; });
     m_paper->isInWrite = false;
+    if (m_paper->isOutOfMemory) throw std::bad_alloc();
     if (m_paper->failure.empty()) m_paper->lines.push_back(text);
     m_paper->changed.notify_all();
     return m_paper->failure;
@@ -137,6 +140,23 @@ TEST_F(LineQueueTest, NeverWaitsForAnOutputThatStandsStillAndSaysWhereLinesAreMi
   ASSERT_TRUE(queue->flush(kLong));
   EXPECT_THAT(m_paper->written(),
               ElementsAre("a", "b", "c", "lost 2: they came faster than they could be written", "f"));
+}
+
+TEST_F(LineQueueTest, ALineForWhichThereIsNoMemoryIsCountedAsMissing) {
+  const auto queue = makeQueue();
+  {
+    const std::lock_guard<std::mutex> guard(m_paper->lock);
+    m_paper->isOutOfMemory = true;
+  }
+  queue->put("a");
+  ASSERT_TRUE(queue->flush(kLong));
+  {
+    const std::lock_guard<std::mutex> guard(m_paper->lock);
+    m_paper->isOutOfMemory = false;
+  }
+  queue->put("b");
+  ASSERT_TRUE(queue->flush(kLong));
+  EXPECT_THAT(m_paper->written(), ElementsAre("lost 1: ", "b"));
 }
 
 TEST_F(LineQueueTest, SaysWhereLinesAreMissingBetweenThoseThatFoundAPlace) {
