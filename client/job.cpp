@@ -52,7 +52,7 @@ std::string Job::title() const {
 std::string Job::place() const {
   const std::string printer =
       m_ticket.printerName.empty() ? "" : fmt::format("printer {}, ", programs::quoted(m_ticket.printerName));
-  return fmt::format(" ({}session {})", printer, m_output.session());
+  return fmt::format(" ({}{})", printer, m_output.sessionText());
 }
 
 std::string Job::remedy() const {

@@ -42,6 +42,10 @@ JobOutput::JobOutput(std::filesystem::path folder, int session, unsigned long pr
       m_reporter(reporter),
       m_sinks(sinks ? std::move(sinks) : std::make_shared<SinkTable>(std::make_shared<FolderSink>())) {}
 
+std::string JobOutput::sessionText() const {
+  return m_session != 0 ? fmt::format("session {}", m_session) : "one of several sessions";
+}
+
 std::string JobOutput::nextTemporaryName() {
   return fmt::format("{}{}{}", m_prefix, ++m_last, kSuffix);
 }

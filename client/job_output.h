@@ -14,13 +14,15 @@ namespace printclient {
 // any thread; outlives them.
 class JobOutput {
  public:
-  // Without sinks each job stays in the folder.
+  // A print client of several servers, each with its own session, has the number 0. Without sinks each job stays in the
+  // folder.
   JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter,
             std::shared_ptr<SinkTable> sinks = nullptr);
 
   const std::filesystem::path& folder() const { return m_folder; }
   Reporter& reporter() const { return m_reporter; }
-  int session() const { return m_session; }
+  // Whose jobs they are, for a line: "session 5".
+  std::string sessionText() const;
   SinkTable& sinks() const { return *m_sinks; }
 
   // A name that no other job uses, of whatever process and machine; begins with a dot, so that it is hidden from a

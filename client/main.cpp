@@ -17,11 +17,16 @@
 #include "programs/text.h"
 #include "protocol/names.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <fstream>
+#include <iterator>
+#include <list>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -54,9 +59,9 @@ std::string invitationText(const std::string& given) {
   return text;
 }
 
-// Redeems the invitations and takes the server from them where the options name none. False after saying why there is
-// none to serve.
-bool chooseServer(printclient::Options& options) try {
+// Redeems the invitations. The server that the options name, or all that are known from invitations; none after saying
+// why there is none.
+std::vector<printclient::Options> chooseServers(const printclient::Options& options) try {
   const printclient::KnownServers known(printclient::KnownServers::ownFolder());
   for (const std::string& given : options.invitations) {
     const auto invitation = programs::Invitation::parse(invitationText(given));
@@ -65,22 +70,48 @@ bool chooseServer(printclient::Options& options) try {
                 server.address.text().c_str());
     std::fflush(stdout);
   }
-  if (options.session != 0) return true;
-  const auto servers = known.all();
-  if (servers.empty()) {
+  if (options.session != 0) return {options};
+  std::vector<printclient::Options> chosen;
+  for (const auto& server : known.all()) {
+    printclient::Options& its = chosen.emplace_back(options);
+    its.host = server.address.host;
+    its.port = server.address.port;
+    its.session = server.session;
+    its.keyFile = server.keyFile;
+    its.usesTls = true;
+    its.label = server.address.text() + ": ";
+  }
+  if (chosen.size() == 1) chosen.front().label.clear();
+  if (chosen.empty()) {
     throw std::runtime_error(
         "no server is known: give what an administrator gave you with --invitation, or the number of the session with "
         "--session (and --server)");
   }
-  options.host = servers.front().address.host;
-  options.port = servers.front().address.port;
-  options.session = servers.front().session;
-  options.keyFile = servers.front().keyFile;
-  options.usesTls = true;
-  return true;
+  return chosen;
 } catch (const std::exception& failure) {
   std::fprintf(stderr, "printclient: %s\n", failure.what());
-  return false;
+  return {};
+}
+
+// Serves each server on a thread of its own until the person or the system wants an end; returns the exit code.
+int serveAll(const std::vector<printclient::Options>& servers, const std::shared_ptr<printclient::JobOutput>& output) {
+  std::list<printclient::SessionLoop> loops;
+  for (const auto& server : servers)
+    loops.emplace_back(server, output);
+  const programs::StopRequest stop([&loops] {
+    for (auto& loop : loops)
+      loop.stop();
+  });
+  std::atomic<int> exitCode{0};
+  std::vector<std::thread> threads;
+  for (auto loop = std::next(loops.begin()); loop != loops.end(); ++loop)
+    threads.emplace_back([&exitCode, loop] {
+      if (const int code = loop->run(); code != 0) exitCode = code;
+    });
+  if (const int code = loops.front().run(); code != 0) exitCode = code;
+  for (std::thread& thread : threads)
+    thread.join();
+  return exitCode;
 }
 
 // The printers and where their jobs go; false after saying what is wrong.
@@ -111,18 +142,14 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
   }
-  if (!chooseServer(parsed.options)) return 1;
+  const std::vector<printclient::Options> servers = chooseServers(parsed.options);
+  if (servers.empty()) return 1;
   printclient::Reporter reporter;
-  const auto output =
-      std::make_shared<printclient::JobOutput>(folder, parsed.options.session, corvane::processId(), reporter, sinks);
+  const auto output = std::make_shared<printclient::JobOutput>(
+      folder, servers.size() == 1 ? servers.front().session : 0, corvane::processId(), reporter, sinks);
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new printclient::ReporterMonitor(reporter)));
   registerClasses(output);
-  printclient::SessionLoop loop(parsed.options, output);
-  int exitCode;
-  {
-    const programs::StopRequest stop([&loop] { loop.stop(); });
-    exitCode = loop.run();
-  }
+  const int exitCode = serveAll(servers, output);
   sinks->stop();
   // Jobs that are cut by the end are dropped on their own threads; their temporary files must be gone before we are.
   if (!CS_Bridge::waitForThreads(kJobEndMilliseconds)) {

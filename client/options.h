@@ -25,6 +25,7 @@ PrinterOption parsePrinterOption(std::string_view text);
 struct Options {
   std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
+  std::string label;  // in front of what is said about this server, where there are several; otherwise empty
   std::vector<std::string> invitations;     // to redeem first: lines, or names of files that hold one
   bool usesTls = false;                     // always, but for a server on this machine that is not asked for it
   int session = 0;                          // 0: the servers of which invitations were redeemed

@@ -29,9 +29,9 @@ void PrintClient::startJob(CS_InRequest& request) try {
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.
   m_output->reporter().line(
-      fmt::format("not printed: the start of a job cannot be read: {} (session {}); install the same version of the "
+      fmt::format("not printed: the start of a job cannot be read: {} ({}); install the same version of the "
                   "port monitor and the print client",
-                  programs::describe(failure), m_output->session()));
+                  programs::describe(failure), m_output->sessionText()));
   throw;
 }
 
@@ -61,9 +61,8 @@ void PrintClient::endJob(CS_InRequest& request) {
     result = m_job->end();
     m_job.reset();
   } else {
-    m_output->reporter().line(
-        fmt::format("not printed {}: the end of a job came without its start (session {}); print again",
-                    programs::quoted(name), m_output->session()));
+    m_output->reporter().line(fmt::format("not printed {}: the end of a job came without its start ({}); print again",
+                                          programs::quoted(name), m_output->sessionText()));
   }
   protocol::answer(request, protocol::JobEnd::Answer{result});
 }

@@ -45,7 +45,7 @@ int SessionLoop::run() {
     pause(wait);
     wait = std::min(2 * wait, kLongestPause);
   }
-  m_output->reporter().line("printclient stops");
+  say("printclient stops");
   return 0;
 }
 
@@ -93,30 +93,31 @@ void SessionLoop::useKey(CS_Connection& connection) {
 }
 
 void SessionLoop::serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration) {
-  Reporter& reporter = m_output->reporter();
   if (!m_wasRegistered) removeLeftovers();
   m_wasRegistered = true;
   std::vector<std::string> names;
   for (const auto& name : registration.localNames)
     names.push_back(programs::quoted(name));
-  reporter.line(fmt::format("ready: the server knows {}", fmt::join(names, ", ")));
+  say(fmt::format("ready: the server knows {}", fmt::join(names, ", ")));
   const std::wstring reason = connection.serve();
   if (isStopping()) return;
-  reporter.line(
-      fmt::format("the connection to the server is lost{}{}", reason.empty() ? "" : ": ", programs::oneLine(reason)));
+  say(fmt::format("the connection to the server is lost{}{}", reason.empty() ? "" : ": ", programs::oneLine(reason)));
 }
 
 void SessionLoop::removeLeftovers() {
   const int files = m_output->removeLeftovers();
   if (files == 0) return;
-  m_output->reporter().line(
-      fmt::format("removed {} unfinished {} left behind in the folder", files,
+  say(fmt::format("removed {} unfinished {} left behind in the folder", files,
                   files == 1 ? "file that an earlier print client" : "files that earlier print clients"));
+}
+
+void SessionLoop::say(const std::string& text) {
+  m_output->reporter().line(m_options.label + text);
 }
 
 void SessionLoop::sayOnce(const std::string& text, std::string& last) {
   if (text == last) return;
-  m_output->reporter().line(text);
+  say(text);
   last = text;
 }
 

@@ -46,7 +46,9 @@ class SessionLoop {
   // Makes the connection the one that stop() ends; false when the loop is to stop already.
   bool hold(const CS_RCPtr<CS_Connection>& connection);
   bool isStopping();
-  // A line for the person, unless it is the last one of its kind again.
+  // A line for the person.
+  void say(const std::string& text);
+  // The same, unless it is the last one of its kind again.
   void sayOnce(const std::string& text, std::string& last);
 
   const Options& m_options;

@@ -19,15 +19,25 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 
+// With keys, and reached by print clients of other machines.
+std::vector<std::string> optionsFor(const Keys& keys) {
+  keys.make("monitor");
+  std::vector<std::string> options = keys.serverOptions();
+  options.insert(options.end(), {"--listen-clients", "127.0.0.1:0"});
+  return options;
+}
+
+// Where they reach it.
+std::string addressOf(const Scene& scene) {
+  const std::string line = scene.server().waitForLine("aps listens for print clients on ");
+  return line.substr(line.rfind(' ') + 1);
+}
+
 class InvitationProcessTest : public ::testing::Test {
  protected:
   InvitationProcessTest() {
-    m_keys.make("monitor");
-    std::vector<std::string> options = m_keys.serverOptions();
-    options.insert(options.end(), {"--listen-clients", "127.0.0.1:0"});
-    m_scene.emplace(options);
-    const std::string line = m_scene->server().waitForLine("aps listens for print clients on ");
-    m_address = line.substr(line.rfind(' ') + 1);
+    m_scene.emplace(optionsFor(m_keys));
+    m_address = addressOf(*m_scene);
   }
 
   // The line of an invitation to session 5.
@@ -124,6 +134,28 @@ TEST_F(InvitationProcessTest, ToTheSameUserLeavesTheKeyAsItIs) {
   }
   const auto sofa = start("sofa", {"--invitation", invite({"--same-user"})});
   expectToPrint("from the sofa");
+}
+
+TEST_F(InvitationProcessTest, OfSeveralServersMakesOneClientServeThemAll) {
+  const Keys otherKeys;
+  Scene other(optionsFor(otherKeys));
+  const std::string otherAddress = addressOf(other);
+  AdministrationPeer otherTool(other.port(), otherKeys.path("monitor"));
+  const auto invitation = otherTool.invite(7, false, L"");
+  ASSERT_TRUE(invitation.first);
+  ChildProcess client(command("anna", {"--invitation", invite(), "--invitation", corvane::toUtf8(invitation.second)}));
+  client.waitForLines({m_address + ": ready: the server knows \"Laser-2 (session 5)\"",
+                       otherAddress + ": ready: the server knows \"Laser-2 (session 7)\""});
+  expectToPrint("from the one");
+  MonitorPeer peer(other.port(), Identity::monitor(), otherKeys.path("monitor"));
+  EXPECT_TRUE(peer.attach(L"Laser-2 (session 7)"));
+  peer.startJob({L"j", L"", L"from the other", L""}, {1, 1, 1, 1});
+  peer.writeJob("another page");
+  EXPECT_EQ(peer.endJob(), 1);
+  EXPECT_EQ(m_scene->content(5, "from the other.txt"), "another page");
+  other.server().signal(SIGTERM);
+  client.waitForLine(otherAddress + ": the connection to the server is lost");
+  expectToPrint("from the one that is still there");
 }
 
 TEST_F(InvitationProcessTest, ComesInAFileAsWell) {
