@@ -65,6 +65,15 @@ class LauncherTest : public ::testing::Test {
     EXPECT_THAT(content("log"), HasSubstr(" was not started: " + cause + "\n"));
   }
 
+  // Ends the program that has put down its number, once it has; each is ended once.
+  void endStarted() const {
+    while (!fs::exists(m_folder / "command.id"))
+      std::this_thread::yield();
+    const int id = std::stoi(content("command.id"));
+    fs::remove(m_folder / "command.id");
+    kill(id, SIGTERM);
+  }
+
   fs::path m_folder;
   std::shared_ptr<Log> m_log;
 };
@@ -142,15 +151,13 @@ TEST_F(LauncherTest, RefusesPastTheLimitUntilAProgramHasEnded) {
   expectRefused(launcher, notepad(),
                 "1 started programs are running, which is the limit; end some, or start aps with a higher "
                 "--max-launched");
-  while (!fs::exists(m_folder / "command.id"))
-    std::this_thread::yield();
-  kill(std::stoi(content("command.id")), SIGTERM);
+  endStarted();
   waitForLog(", ended with 143\n");
   // The line comes just before the place is free.
   while (!launcher.launch(notepad()))
     std::this_thread::yield();
   launcher.endAll();
-  kill(std::stoi(content("command.id")), SIGTERM);
+  endStarted();
 }
 
 TEST_F(LauncherTest, HandsNoDescriptorsOver) {
