@@ -5,10 +5,12 @@
 #include "client/options.h"
 #include "client/persons_printers.h"
 #include "client/print_client.h"
+#include "client/printer_follower.h"
 #include "client/reporter.h"
 #include "client/session_client.h"
 #include "client/session_loop.h"
 #include "client/sinks/choose_sinks.h"
+#include "client/sinks/printer/printer_sink.h"
 #include "corvane/base/process.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_server.h"
@@ -24,6 +26,7 @@
 #include <fstream>
 #include <iterator>
 #include <list>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -93,6 +96,25 @@ std::vector<printclient::Options> chooseServers(const printclient::Options& opti
   return {};
 }
 
+// Tells each server when the person's printers change; null where the options name the printers.
+std::unique_ptr<printclient::PrinterFollower> followPrinters(const printclient::Options& options,
+                                                             const printclient::JobOutput& output,
+                                                             std::list<printclient::SessionLoop>& loops) {
+  if (!options.printersAreOwn) return nullptr;
+  const auto tell = [&output, &loops](const std::vector<printclient::PrinterOption>& found) {
+    std::vector<protocol::Printer> printers;
+    for (const auto& [printer, target] : found) {
+      output.sinks().set(printer.name(), std::make_shared<printclient::PrinterSink>(target));
+      printers.push_back(printer);
+    }
+    for (auto& loop : loops)
+      loop.usePrinters(printers);
+  };
+  return std::make_unique<printclient::PrinterFollower>(
+      printclient::PersonsPrinters::Choice{options.only, options.except},
+      printclient::PrinterFollower::kUsual / options.pace, tell);
+}
+
 // Serves each server on a thread of its own until the person or the system wants an end; returns the exit code.
 int serveAll(const std::vector<printclient::Options>& servers, const std::shared_ptr<printclient::JobOutput>& output) {
   std::list<printclient::SessionLoop> loops;
@@ -102,6 +124,7 @@ int serveAll(const std::vector<printclient::Options>& servers, const std::shared
     for (auto& loop : loops)
       loop.stop();
   });
+  const auto follower = followPrinters(servers.front(), *output, loops);
   std::atomic<int> exitCode{0};
   std::vector<std::thread> threads;
   for (auto loop = std::next(loops.begin()); loop != loops.end(); ++loop)

@@ -31,6 +31,7 @@ struct Options {
   int session = 0;                          // 0: the servers of which invitations were redeemed
   std::string keyFile;                      // empty: the server wants no key
   std::vector<protocol::Printer> printers;  // empty: those that the person has, see PersonsPrinters
+  bool printersAreOwn = false;              // those that the person has; they are followed
   std::vector<std::string> only;
   std::vector<std::string> except;
   std::map<std::wstring, PrinterTarget> targets;  // of the printers that say one, by their names

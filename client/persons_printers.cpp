@@ -81,7 +81,8 @@ void PersonsPrinters::addTo(Options& options) {
     options.targets[found.printer.name()] = found.target;
     options.printers.push_back(std::move(found.printer));
   }
-  if (!options.printers.empty()) return;
+  options.printersAreOwn = !options.printers.empty();
+  if (options.printersAreOwn) return;
   const bool isChosen = !options.only.empty() || !options.except.empty();
   throw std::runtime_error(isChosen ? "this user has no printer that --only and --except leave; see their names in the "
                                       "system's list of printers, or name one with --printer"

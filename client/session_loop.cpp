@@ -18,6 +18,13 @@ std::string secondsText(std::chrono::milliseconds time) {
   return tenths % 10 == 0 ? fmt::format("{} s", tenths / 10) : fmt::format("{}.{} s", tenths / 10, tenths % 10);
 }
 
+std::string quotedList(const std::vector<std::wstring>& texts) {
+  std::vector<std::string> list;
+  for (const auto& text : texts)
+    list.push_back(programs::quoted(text));
+  return fmt::format("{}", fmt::join(list, ", "));
+}
+
 bool isAboutKeys(const CS_Exception& failure) {
   return failure.number() == corvane::kKeyNeeded || failure.number() == corvane::kNotProven;
 }
@@ -57,8 +64,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
     connection->useHeartbeat(&m_heartbeat);
     connection->connect(corvane::fromUtf8(m_options.host).c_str(), m_options.port, CS_Connection::kDirect, false);
     if (hold(connection)) {
-      const protocol::Registration::Answer registration =
-          protocol::registerPrinters(connection, m_options.session, m_options.printers);
+      const protocol::Registration::Answer registration = registerPrinters(connection);
       if (registration.isAccepted) {
         serveRegistered(*connection, registration);
         outcome = Outcome::kLost;
@@ -92,13 +98,42 @@ void SessionLoop::useKey(CS_Connection& connection) {
   });
 }
 
+protocol::Registration::Answer SessionLoop::registerPrinters(const CS_RCPtr<CS_Connection>& connection) {
+  const CS_RCPtr<CS_Component> component = protocol::makeSessionClient(connection);
+  for (;;) {
+    std::unique_lock<std::mutex> guard(m_lock);
+    const std::vector<protocol::Printer> printers = m_printers;
+    const int used = m_printersUsed;
+    guard.unlock();
+    protocol::Registration::Answer answer = protocol::registerPrinters(component, m_options.session, printers);
+    guard.lock();
+    if (answer.isAccepted && used != m_printersUsed) continue;
+    if (answer.isAccepted) m_registered = component;
+    return answer;
+  }
+}
+
+void SessionLoop::usePrinters(const std::vector<protocol::Printer>& printers) try {
+  CS_RCPtr<CS_Component> registered;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_printers = printers;
+    ++m_printersUsed;
+    registered = m_registered;
+  }
+  if (!registered) return;
+  const auto answer = protocol::registerPrinters(registered, m_options.session, printers);
+  say(answer.isAccepted ? fmt::format("the printers have changed: the server knows {}", quotedList(answer.localNames))
+                        : fmt::format("the printers have changed, and the server goes on with the earlier ones: {}",
+                                      programs::oneLine(answer.refusal)));
+} catch (const CS_Exception&) {
+  // The connection has gone; the next one brings them along.
+}
+
 void SessionLoop::serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration) {
   if (!m_wasRegistered) removeLeftovers();
   m_wasRegistered = true;
-  std::vector<std::string> names;
-  for (const auto& name : registration.localNames)
-    names.push_back(programs::quoted(name));
-  say(fmt::format("ready: the server knows {}", fmt::join(names, ", ")));
+  say(fmt::format("ready: the server knows {}", quotedList(registration.localNames)));
   const std::wstring reason = connection.serve();
   if (isStopping()) return;
   say(fmt::format("the connection to the server is lost{}{}", reason.empty() ? "" : ": ", programs::oneLine(reason)));
@@ -133,9 +168,11 @@ void SessionLoop::stop() {
 }
 
 bool SessionLoop::hold(const CS_RCPtr<CS_Connection>& connection) {
-  CS_RCPtr<CS_Connection> old = connection;  // given back after the lock
+  CS_RCPtr<CS_Connection> old = connection;  // both given back after the lock
+  CS_RCPtr<CS_Component> registered;
   const std::lock_guard<std::mutex> guard(m_lock);
   std::swap(old, m_connection);
+  std::swap(registered, m_registered);
   return !m_stopping;
 }
 

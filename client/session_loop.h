@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace printclient {
 
@@ -21,12 +22,18 @@ namespace printclient {
 class SessionLoop {
  public:
   SessionLoop(const Options& options, std::shared_ptr<JobOutput> output)
-      : m_options(options), m_output(std::move(output)), m_heartbeat(corvane::Patience().faster(options.pace)) {}
+      : m_options(options),
+        m_output(std::move(output)),
+        m_heartbeat(corvane::Patience().faster(options.pace)),
+        m_printers(options.printers) {}
 
   // Returns the exit code: 0 after stop(), 1 when the server refused the first registration, or the
   // session's key was missing or unusable before it.
   int run();
   void stop();
+  // The person's printers are these now. Where the server has the earlier ones, it gets them at once, on the connection
+  // that is there; from one other thread.
+  void usePrinters(const std::vector<protocol::Printer>& printers);
 
   static constexpr std::chrono::milliseconds kFirstPause{500};
   static constexpr std::chrono::milliseconds kLongestPause{2000};
@@ -38,6 +45,8 @@ class SessionLoop {
   // After stop() the outcome is kStopped, however the connection ended.
   Outcome serveOnce();
   void useKey(CS_Connection& connection);
+  // Registers the printers as they are when it returns.
+  protocol::Registration::Answer registerPrinters(const CS_RCPtr<CS_Connection>& connection);
   // Returns when the connection has ended.
   void serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration);
   void removeLeftovers();
@@ -62,6 +71,9 @@ class SessionLoop {
   std::condition_variable m_changed;
   bool m_stopping = false;
   CS_RCPtr<CS_Connection> m_connection;
+  CS_RCPtr<CS_Component> m_registered;  // on it, once the server has the printers
+  std::vector<protocol::Printer> m_printers;
+  int m_printersUsed = 0;  // changes whenever the printers do
 };
 
 }  // namespace printclient

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+class CS_Component;
 class CS_Connection;
 
 // The conversation of a session's print client (kSessionClientClass) with the application server (kSessionHostClass),
@@ -18,7 +19,8 @@ enum class SessionRequest {
   kPrinterRefused = 22,  // from the application server
 };
 
-// Brings a session's printers along; they stay for as long as the connection lasts. A name has at most 200 characters,
+// Brings a session's printers along; they stay for as long as the connection lasts, or until the same client brings
+// others. A name has at most 200 characters,
 // each other text 1,024, and all texts together 4,096 and 192 more for each printer that the server allows a session
 // (16,384 with its usual 64); past that the registration is refused.
 struct Registration {
@@ -75,8 +77,14 @@ struct PrinterRefused {
 // The print client's half. Registers the class of its component, for a program that needs nothing of it.
 void registerSessionClientClass();
 
-// Registers the session's printers with the server of that connection; the server has them for as long as it lasts.
-// Waits 30 s for the answer; throws CS_Exception when the server cannot be asked.
+// The print client's component on its connection; throws CS_Exception when there is none.
+CS_RCPtr<CS_Component> makeSessionClient(const CS_RCPtr<CS_Connection>& connection);
+
+// Registers the session's printers with the server of that connection; the server has them for as long as it lasts, or
+// until others are registered. Waits 30 s for the answer; throws CS_Exception when the server cannot be asked.
+Registration::Answer registerPrinters(const CS_RCPtr<CS_Component>& sessionClient, int session,
+                                      const std::vector<Printer>& printers);
+// The same for a client that registers once.
 Registration::Answer registerPrinters(const CS_RCPtr<CS_Connection>& connection, int session,
                                       const std::vector<Printer>& printers);
 

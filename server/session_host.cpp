@@ -82,7 +82,7 @@ SessionTable::Admission SessionHost::admit(int session, std::vector<Printer> pri
   SessionTable::Admission admission;
   const std::lock_guard<std::mutex> guard(m_lock);
   if (m_released) throw CS_Exception(corvane::kConnectionLost, nullptr);
-  if (m_session != 0) {
+  if (m_session != 0 && m_session != session) {
     admission.refusal = fmt::format(L"this print client serves session {} already", m_session);
   } else if (const auto& peer = client->peerIdentity(); peer) {
     admission.refusal = sessionRefusal(*peer, session);

@@ -21,7 +21,8 @@ std::size_t charactersOf(const Printer& printer) {
 
 }  // namespace
 
-std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers) const {
+std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>& printers,
+                                         const CS_Connection* client) const {
   if (session < 1) return fmt::format(L"session {} does not exist; sessions are numbered from 1", session);
   if (printers.empty()) return fmt::format(L"session {} registers no printer", session);
   if (printers.size() > m_limits.printers) {
@@ -29,7 +30,7 @@ std::wstring SessionTable::refusalLocked(int session, const std::vector<Printer>
                        m_limits.printers);
   }
   const auto known = m_sessions.find(session);
-  if (known != m_sessions.end() && known->second.client) {
+  if (known != m_sessions.end() && known->second.client && known->second.client.get() != client) {
     return fmt::format(L"session {} has a print client already; stop that one first", session);
   }
   if (std::wstring refusal = printersRefusal(printers); !refusal.empty()) return refusal;
@@ -64,7 +65,7 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
                                             const CS_ClassVersionMap& versions, const CS_RCPtr<CS_Connection>& client) {
   std::unique_lock<std::mutex> guard(m_lock);
   Admission admission;
-  admission.refusal = refusalLocked(session, printers);
+  admission.refusal = refusalLocked(session, printers, client.get());
   if (!admission.accepted()) return admission;
   if (m_sessions.count(session) == 0 && !makeRoomLocked(admission.forgotten)) {
     admission.refusal =
@@ -79,8 +80,8 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   Entry& entry = m_sessions[session];
   entry.printers = std::move(printers);
   entry.versions = versions;
+  if (entry.client.get() != client.get()) entry.since = std::chrono::system_clock::now();
   entry.client = client;
-  entry.since = std::chrono::system_clock::now();
   guard.unlock();
   changed();
   return admission;

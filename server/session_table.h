@@ -88,7 +88,8 @@ class SessionTable {
   // All sessions, those first that make room for others first.
   std::vector<Status> known() const;
 
-  // The client of that connection brings the session's printers along; they replace those of an earlier client.
+  // The client of that connection brings the session's printers along; they replace those of an earlier client, and
+  // those that the same one brought before.
   Admission enter(int session, std::vector<Printer> printers, const CS_ClassVersionMap& versions,
                   const CS_RCPtr<CS_Connection>& client);
   // The client has gone; true when it was the session's client.
@@ -131,7 +132,7 @@ class SessionTable {
   void waitLocked(std::unique_lock<std::mutex>& lock, const IsThere& isThere, const Until& until,
                   const HasGivenUp& hasGivenUp) const;
   void changed() const;
-  std::wstring refusalLocked(int session, const std::vector<Printer>& printers) const;
+  std::wstring refusalLocked(int session, const std::vector<Printer>& printers, const CS_Connection* client) const;
   // False when every session has a client; otherwise forgotten is the session that was given up, if any.
   bool makeRoomLocked(std::optional<int>& forgotten);
 

@@ -62,6 +62,18 @@ TEST_F(SessionTableTest, RefusesASecondClientForASession) {
   EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Laser-2 (session 5)"));
 }
 
+TEST_F(SessionTableTest, TheClientOfASessionMayBringOtherPrintersAndStaysSinceWhenItIsThere) {
+  enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
+  const auto since = m_table.status()[0].since;
+  EXPECT_TRUE(enter(5, {named(L"Plotter"), named(L"Ink")}, m_client).accepted());
+  EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Plotter (session 5)", L"Ink (session 5)"));
+  EXPECT_FALSE(m_table.find(L"Laser-2 (session 5)"));
+  EXPECT_EQ(m_table.find(L"Plotter (session 5)")->client.get(), m_client.get());
+  EXPECT_EQ(m_table.status()[0].since, since);
+  EXPECT_FALSE(enter(5, {}, m_client).accepted());
+  EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Plotter (session 5)", L"Ink (session 5)"));
+}
+
 TEST_F(SessionTableTest, KeepsThePrintersOfAClientThatLeft) {
   enter(5, {named(L"Laser-2")}, m_client);
   EXPECT_TRUE(m_table.leave(5, m_client.get()));

@@ -16,7 +16,7 @@ namespace {
 using corvane::Identity;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
+using ::testing::Not;
 
 const std::string kPostScript = "%!PS-Adobe-3.0\n%%Pages: 1\n%%EOF\nshowpage\n";
 
@@ -26,7 +26,8 @@ class PaperTest : public ::testing::Test {
     m_keys.make("monitor");
     m_keys.make("session-5");
     std::vector<std::string> options = m_keys.serverOptions();
-    options.insert(options.end(), {"--listen-clients", "127.0.0.1:0"});
+    // Faster on both sides, as signs of life are; what is followed is looked at every second then.
+    options.insert(options.end(), {"--listen-clients", "127.0.0.1:0", "--pace", "5"});
     m_scene.emplace(options);
     const std::string line = m_scene->server().waitForLine("aps listens for print clients on ");
     m_address = line.substr(line.rfind(' ') + 1);
@@ -35,7 +36,7 @@ class PaperTest : public ::testing::Test {
   std::unique_ptr<ChildProcess> startClient(const std::vector<std::string>& options) const {
     std::vector<std::string> command = {
         Scene::program("printclient"), "--server", m_address, "--tls", "--session", "5", "--key",
-        m_keys.path("session-5")};
+        m_keys.path("session-5"),      "--pace",   "5"};
     command.insert(command.end(), options.begin(), options.end());
     return std::make_unique<ChildProcess>(command);
   }
@@ -90,6 +91,23 @@ TEST_F(PaperTest, WithoutAnyPrinterNamedThoseOfThePersonComeAlongAndPrint) {
   PaperPlace::waitUntil("the page", [&] { return !printer.printed().empty(); });
   EXPECT_EQ(printer.printed().size(), 1u);
   EXPECT_EQ(printer.said(0, "IPP_JOB_NAME"), "A letter");
+}
+
+TEST_F(PaperTest, PrintersThatComeAndGoAreFollowedOnTheConnectionThatIsThere) {
+  PrintScheduler scheduler(m_place);
+  VirtualPrinter printer(m_place);
+  scheduler.addQueue("desk", printer.uri());
+  const auto client = startClient({});
+  client->waitForLine("ready: the server knows \"desk (session 5)\"");
+  scheduler.addQueue("hall", printer.uri());
+  client->waitForLine("the printers have changed: the server knows \"desk (session 5)\", \"hall (session 5)\"");
+  EXPECT_EQ(print(L"hall", 1), 1);
+  scheduler.administer({"/usr/sbin/lpadmin", "-x", "desk"});
+  client->waitForLine("the printers have changed: the server knows \"hall (session 5)\"");
+  MonitorPeer peer(m_scene->port(), Identity::monitor(), m_keys.path("monitor"));
+  EXPECT_FALSE(peer.printerInfo(L"desk (session 5)"));
+  EXPECT_TRUE(peer.printerInfo(L"hall (session 5)"));
+  EXPECT_THAT(client->output(), Not(HasSubstr("the connection to the server is lost")));
 }
 
 }  // namespace
