@@ -3,9 +3,11 @@
 #include "tests/processes/forwarder.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
+#include "tests/processes/process_watch.h"
 #include "tests/processes/scene.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -134,6 +136,35 @@ TEST_F(RemoteClientTest, TheMonitorsKeyOpensNothingFromTheNetwork) {
                        "TLS_AES_128_GCM_SHA256", "-psk_identity", "monitor", "-psk", keyDigits("monitor"), "-brief"});
   EXPECT_NE(client.wait(), 0);
   m_scene->server().waitForLine("The peer says that it is \"monitor\": there is no such key here");
+}
+
+TEST_F(RemoteClientTest, HundredsOfJobsAndOfPeersThatComeAndGoLeaveNothingBehind) {
+  const auto client = startClient(server());
+  const auto round = [&](int jobs) {
+    for (int i = 0; i < jobs; ++i) {
+      ASSERT_EQ(print("page " + std::to_string(i)), 1);
+      // One that goes in the middle of TLS's handshake, one that speaks no TLS.
+      for (const char* said : {"\x16\x03\x01\x02", "GET / HTTP/1.1\r\n\r\n"}) {
+        corvane::Socket peer = corvane::Socket::connect("127.0.0.1", static_cast<std::uint16_t>(m_port), false);
+        const corvane::Stream::Piece piece(reinterpret_cast<const unsigned char*>(said), std::strlen(said));
+        peer.send(std::span(&piece, 1));
+      }
+    }
+  };
+  round(50);
+  const Held serverBefore = heldBy(m_scene->server().id());
+  const Held clientBefore = heldBy(client->id());
+  round(300);
+  const Held serverAfter = heldAtRest(m_scene->server().id(), serverBefore);
+  const Held clientAfter = heldAtRest(client->id(), clientBefore);
+  EXPECT_LE(serverAfter.descriptors, serverBefore.descriptors + 2);
+  EXPECT_LE(serverAfter.threads, serverBefore.threads + 2);
+  EXPECT_LE(clientAfter.descriptors, clientBefore.descriptors);
+  EXPECT_LE(clientAfter.threads, clientBefore.threads);
+  RecordProperty("server_kilobytes",
+                 std::to_string(serverBefore.kilobytes) + "/" + std::to_string(serverAfter.kilobytes));
+  RecordProperty("client_kilobytes",
+                 std::to_string(clientBefore.kilobytes) + "/" + std::to_string(clientAfter.kilobytes));
 }
 
 // The widely used client, with the right key but another will.
