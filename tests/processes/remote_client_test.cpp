@@ -1,5 +1,6 @@
 // Print clients of other machines: over TLS, through what stands between them and the server.
 
+#include "corvane/records/exception.h"
 #include "tests/processes/forwarder.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
@@ -115,6 +116,34 @@ TEST_F(RemoteClientTest, AfterAPulledCableTheClientComesBackByItselfAndTheNextJo
   client->waitForLine("the connection to the server is lost");
   client->waitForLine("ready: the server knows");
   EXPECT_EQ(print("a page"), 1);
+}
+
+TEST_F(RemoteClientTest, AJobWhoseClientIsKilledOrCutOffInItsMiddleIsNotReportedAsPrinted) {
+  Forwarder way(static_cast<std::uint16_t>(m_port));
+  for (const bool isKilled : {true, false}) {
+    const auto client = startClient(way.address());
+    MonitorPeer peer(m_scene->port(), Identity::monitor(), m_keys.path("monitor"));
+    ASSERT_TRUE(peer.attach(L"Laser-2 (session 5)"));
+    peer.startJob({L"j", L"", L"Cut", L""}, {1, 1, 1, 1});
+    peer.writeJob(document(100000));
+    client->waitForLine("receiving \"Cut\"");
+    if (isKilled) client->signal(SIGKILL);
+    way.cut();
+    EXPECT_THROW(
+        {
+          peer.writeJob(document(100000));
+          peer.endJob();
+        },
+        CS_Exception)
+        << isKilled;
+    if (isKilled) {
+      EXPECT_EQ(client->wait(), 256 + SIGKILL);
+    } else {
+      client->waitForLine("dropped \"Cut\"");
+    }
+  }
+  const auto files = m_scene->files(5);
+  EXPECT_EQ(std::count(files.begin(), files.end(), "Cut.txt"), 0);
 }
 
 TEST_F(RemoteClientTest, AnotherKeyIsSaidOnBothSidesAndNothingIsServed) {
