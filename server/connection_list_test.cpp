@@ -322,6 +322,7 @@ TEST_F(ConnectionListTest, OneSessionsKeyTakesItsOwnPlacesOnly) {
     monitors.push_back(std::make_unique<Peer>(port(), kMonitor, Identity::monitor(), files.path("monitor.key")));
     EXPECT_EQ(monitors.back()->ask(), kServed);
   }
+  stop();  // before the keys go
 }
 
 TEST_F(ConnectionListTest, WhoProvesNothingWaitsForItsRefusalSomeAtOnceAndNobodyElseDoes) {
@@ -358,6 +359,7 @@ TEST_F(ConnectionListTest, WhoProvesNothingWaitsForItsRefusalSomeAtOnceAndNobody
   stop();
   for (std::future<int>& stranger : strangers)
     EXPECT_THAT(stranger.get(), ::testing::AnyOf(corvane::kKeyNeeded, corvane::kConnectFailed));
+  stop();  // before the keys go
 }
 
 TEST_F(ConnectionListTest, WhoSpeaksAnotherProtocolWaitsForItsEndToo) {

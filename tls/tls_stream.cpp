@@ -292,10 +292,10 @@ void TlsStream::flush() {
 
 void TlsStream::encryptLocked(Piece bytes) {
   if (bytes.empty()) return;
-  ::ERR_clear_error();
+  // Where nothing fails, OpenSSL keeps nothing about errors for this thread, which may end when the process does.
   std::size_t written = 0;
   if (::SSL_write_ex(m_ssl, bytes.data(), bytes.size(), &written) == 1 && written == bytes.size()) return;
-  const std::wstring words = wordsOf(::ERR_peek_error());
+  const std::wstring words = wordsOf(::ERR_peek_last_error());
   ::ERR_clear_error();
   throw CS_Exception(corvane::kConnectionLost, L"nothing more can be encrypted: %s", words.c_str());
 }
