@@ -1,5 +1,6 @@
 #include "client/known_servers.h"
 
+#include "corvane/records/exception.h"
 #include "programs/text.h"
 
 #include <algorithm>
@@ -55,8 +56,7 @@ fs::path KnownServers::pathOf(const programs::HostAndPort& address, const char* 
   return m_folder / programs::toPath(name);
 }
 
-KnownServers::Server KnownServers::add(const programs::HostAndPort& address, int session,
-                                       const corvane::Key& key) const {
+void KnownServers::makeFolder() const {
   std::error_code failure;
   fs::create_directories(m_folder, failure);
   if (!failure) fs::permissions(m_folder, fs::perms::owner_all, failure);
@@ -64,6 +64,24 @@ KnownServers::Server KnownServers::add(const programs::HostAndPort& address, int
     throw std::runtime_error(
         fmt::format("{} cannot be made the folder of the keys: {}", programs::fromPath(m_folder), failure.message()));
   }
+}
+
+void KnownServers::prepare() const {
+  makeFolder();
+  const fs::path trial = m_folder / "trial.key";
+  try {
+    corvane::Key::fresh().replace(programs::fromPath(trial));
+  } catch (const CS_Exception& refused) {
+    throw std::runtime_error(fmt::format("{}; the invitation was not used", programs::oneLine(refused.detail())));
+  }
+  std::error_code ignored;
+  fs::remove(trial, ignored);
+}
+
+KnownServers::Server KnownServers::add(const programs::HostAndPort& address, int session,
+                                       const corvane::Key& key) const {
+  makeFolder();
+  std::error_code failure;
   const Server server{address, session, programs::fromPath(pathOf(address, ".key"))};
   key.replace(server.keyFile);
   const fs::path path = pathOf(address, kExtension);

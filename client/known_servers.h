@@ -26,12 +26,15 @@ class KnownServers {
   // %APPDATA%.
   static std::filesystem::path ownFolder();
 
+  // Makes the folder and sees that a key can be written there: before an invitation is used up for nothing.
+  void prepare() const;
   // Takes the place of what was known about the same server.
   Server add(const programs::HostAndPort& address, int session, const corvane::Key& key) const;
   // In the order of their names. A file that says something else is left out, and so is one without its key.
   std::vector<Server> all() const;
 
  private:
+  void makeFolder() const;
   std::filesystem::path pathOf(const programs::HostAndPort& address, const char* extension) const;
 
   const std::filesystem::path m_folder;

@@ -14,6 +14,7 @@
 #include "corvane/base/process.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_server.h"
+#include "corvane/records/exception.h"
 #include "programs/invitation.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"
@@ -68,6 +69,7 @@ std::vector<printclient::Options> chooseServers(const printclient::Options& opti
   const printclient::KnownServers known(printclient::KnownServers::ownFolder());
   for (const std::string& given : options.invitations) {
     const auto invitation = programs::Invitation::parse(invitationText(given));
+    known.prepare();
     const auto server = known.add(invitation.server, invitation.session, printclient::redeem(invitation));
     std::printf("the invitation is redeemed: printclient knows session %d of %s from now on\n", server.session,
                 server.address.text().c_str());
@@ -91,6 +93,9 @@ std::vector<printclient::Options> chooseServers(const printclient::Options& opti
         "--session (and --server)");
   }
   return chosen;
+} catch (const CS_Exception& failure) {
+  std::fprintf(stderr, "printclient: %s; ask for another invitation\n", programs::oneLine(failure.detail()).c_str());
+  return {};
 } catch (const std::exception& failure) {
   std::fprintf(stderr, "printclient: %s\n", failure.what());
   return {};

@@ -208,6 +208,14 @@ TEST_F(InvitationProcessTest, WhatIsNoInvitationIsSaidWithWhatOneLooksLike) {
       "session with --session (and --server)\n");
 }
 
+TEST_F(InvitationProcessTest, IsNotUsedUpWhereTheKeyCannotBeKept) {
+  const std::string line = invite();
+  std::filesystem::create_directories(m_scene->folder() / "anna" / "printclient" / "trial.key");
+  EXPECT_THAT(refusal("anna", {"--invitation", line}),
+              MatchesRegex("printclient: the key file cannot be replaced .*trial.key; the invitation was not used\n"));
+  const auto client = start("berta", {"--invitation", line});
+}
+
 TEST_F(InvitationProcessTest, ToAServerThatIsNotThereCanBeTriedAgain) {
   const std::string line = invite();
   const std::string gone = "mgprint://127.0.0.1:1/session-5/" + line.substr(line.rfind('/') + 1);
