@@ -3,6 +3,7 @@
 #include "client/sinks/command/command_sink.h"
 #include "corvane/base/text.h"
 #include "programs/host_and_port.h"
+#include "programs/rate.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -220,6 +221,19 @@ void addServer(CLI::App& app, Options& options, std::string& server) {
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
   app.add_option("--key", options.keyFile, "file with the key of the session, where the server wants one")
       ->check(CLI::Validator([](std::string& text) { return text.empty() ? "it names no file" : ""; }, ""));
+  app.add_option_function<std::string>(
+         "--rate",
+         [&options](const std::string& text) {
+           try {
+             options.rate = programs::parseRate(text);
+           } catch (const std::invalid_argument& wrong) {
+             throw CLI::ValidationError("--rate", wrong.what());
+           }
+         },
+         "bytes a second, as in 250KB, that a server of another machine is to send at most, so that printing leaves "
+         "some "
+         "of the line for other things")
+      ->expected(1);
   app.add_option("--pace", options.pace)->check(CLI::Range(1, 1000))->group("");
 }
 

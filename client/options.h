@@ -3,6 +3,7 @@
 #include "client/sinks/printer/printer_target.h"
 #include "protocol/printer.h"
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -28,6 +29,7 @@ struct Options {
   std::string label;  // in front of what is said about this server, where there are several; otherwise empty
   std::vector<std::string> invitations;     // to redeem first: lines, or names of files that hold one
   bool usesTls = false;                     // always, but for a server on this machine that is not asked for it
+  std::uint64_t rate = 0;                   // bytes a second that such a server is to send at most; 0 for any
   int session = 0;                          // 0: the servers of which invitations were redeemed
   std::string keyFile;                      // empty: the server wants no key
   std::vector<protocol::Printer> printers;  // empty: those that the person has, see PersonsPrinters

@@ -1,5 +1,6 @@
 #include "client/session_loop.h"
 
+#include "compression/deflate.h"
 #include "corvane/base/text.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
@@ -93,6 +94,7 @@ void SessionLoop::useKey(CS_Connection& connection) {
   if (m_options.keyFile.empty()) return;
   const auto identity = corvane::Identity::session(m_options.session);
   if (!m_options.usesTls) return connection.useKey(identity, m_options.keyFile);
+  connection.useLine({&compression::deflate(), m_options.rate});
   connection.useStream([this, name = corvane::toUtf8(identity.name())](corvane::Socket socket) {
     return std::make_unique<tls::TlsStream>(std::move(socket), name, corvane::Key::read(m_options.keyFile));
   });

@@ -42,10 +42,16 @@ ConnectionList::ConnectionList(std::shared_ptr<Log> log, const Places& places, c
   m_watcher = std::thread([this] { watch(); });
 }
 
+void ConnectionList::useLines(const corvane::Packing* packing, ClientRates rates) {
+  m_packing = packing;
+  m_rates = std::move(rates);
+}
+
 void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivingRoom) {
   joinEnded();
   const std::string peer = stream->peerName();
   const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(stream), &m_heartbeat);
+  if (arrivingRoom == Room::kArrivingFromNetwork) connection->useLine({m_packing, 0});
   Evicted evicted;
   std::string refusal;
   {
@@ -117,6 +123,7 @@ void ConnectionList::serveOne(Position position) {
   std::string who = fmt::format("connection from {}", peer);
   if (const auto& identity = connection->peerIdentity()) {
     who += fmt::format(", {}", programs::oneLine(identity->name()));
+    if (identity->isSession()) connection->limitRate(m_rates.of(identity->sessionNumber()));
     const std::lock_guard<std::mutex> guard(m_lock);
     position->who = programs::oneLine(identity->name());
   }

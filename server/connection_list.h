@@ -4,6 +4,7 @@
 #include "corvane/net/stream.h"
 #include "corvane/trust/key.h"
 #include "corvane/wire/heartbeat.h"
+#include "server/client_rates.h"
 #include "server/log.h"
 #include "server/places.h"
 
@@ -35,6 +36,9 @@ class ConnectionList {
   ConnectionList(const ConnectionList&) = delete;
   ConnectionList& operator=(const ConnectionList&) = delete;
 
+  // How print clients of other machines are sent their jobs; before serve(). The packing outlives the list; without one
+  // nothing is packed.
+  void useLines(const corvane::Packing* packing, ClientRates rates);
   // Carries out the handshake and serves the connection, on a thread of its own. A peer that had to prove who it is
   // gets the components that such a peer may have (server/places.h).
   // Throws std::bad_alloc; the connection is closed then.
@@ -93,6 +97,8 @@ class ConnectionList {
   const corvane::KeyFolder* const m_keys;
   const IsNeeded m_isNeeded;
   corvane::Heartbeat m_heartbeat;
+  const corvane::Packing* m_packing = nullptr;
+  ClientRates m_rates;
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_someEnded;
   std::condition_variable m_closed;

@@ -1,5 +1,6 @@
 #include "programs/main.h"
 
+#include "compression/deflate.h"
 #include "corvane/base/text.h"
 #include "corvane/components/component_server.h"
 #include "corvane/net/socket.h"
@@ -242,6 +243,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
         return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
       },
       corvane::Patience().faster(options.pace));
+  connections.useLines(options.packsJobs ? &compression::deflate() : nullptr, options.clientRates);
   sayStart(*log, said, listeners, options.keys);
   serveAll(listeners, keys, connections, *log);
 

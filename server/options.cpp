@@ -45,6 +45,18 @@ void addAddresses(CLI::App& app, Options& options) {
       "host and port where print clients of other machines reach this server, for the invitations of mgprintmon");
 }
 
+// The rates are read when everything else is known to be right.
+void addLines(CLI::App& app, Options& options, std::vector<std::string>& rates) {
+  app.add_option("--client-rate", rates,
+                 "bytes a second, as in 250KB, that a print client of another machine is sent at most; 5=250KB says so "
+                 "for session 5 only; repeatable")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_flag("!--no-compression", options.packsJobs,
+               "sends jobs to print clients of other machines as they are; without it they are compressed where the "
+               "line is slower than their data come");
+}
+
 void addFiles(CLI::App& app, Options& options) {
   // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
@@ -136,6 +148,8 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   Options& options = result.options;
   CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
   addAddresses(app, options);
+  std::vector<std::string> rates;
+  addLines(app, options, rates);
   addFiles(app, options);
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,
@@ -151,10 +165,16 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   try {
     app.parse(arguments);
     if (inviteCommand->parsed()) options.invite = invite;
+    for (const std::string& rate : rates)
+      options.clientRates.add(rate);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     result.exitCode = app.exit(error, out, out) == 0 ? 0 : 2;
     result.message = out.str();
+    return result;
+  } catch (const std::invalid_argument& wrong) {
+    result.exitCode = 2;
+    result.message = fmt::format("--client-rate: {}\n", wrong.what());
     return result;
   }
   options.limits.clientWait = std::chrono::seconds(clientWaitSeconds);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/client_rates.h"
 #include "server/launcher.h"
 #include "server/session_table.h"
 
@@ -23,8 +24,10 @@ struct Options {
   std::string listen = "127.0.0.1:4711";
   std::vector<std::string> listenClients;  // addresses for print clients of other machines
   std::string publicAddress;               // where those reach one of them, for invitations; empty: the first one
-  std::string logFile;                     // empty: the standard error output
-  std::string keys;                        // folder; empty: peers are not authenticated
+  ClientRates clientRates;
+  bool packsJobs = true;  // for those of other machines
+  std::string logFile;    // empty: the standard error output
+  std::string keys;       // folder; empty: peers are not authenticated
   std::optional<Invite> invite;
   std::string newKey;  // a key file to make instead of serving
   std::string state;   // file that keeps the sessions over a restart; empty: they are not kept

@@ -6,8 +6,9 @@
 // connections notice nothing.
 namespace corvane {
 
-inline constexpr std::size_t kMaxFramePayload = 64 * 1024;  // bytes after the header of one frame
-inline constexpr std::size_t kMaxTextUnits = 32767;         // UTF-16 units of one text
+inline constexpr std::size_t kMaxFramePayload = 64 * 1024;    // bytes after the header of one frame
+inline constexpr std::size_t kMaxUnpackedPiece = 128 * 1024;  // bytes that one packed frame becomes
+inline constexpr std::size_t kMaxTextUnits = 32767;           // UTF-16 units of one text
 inline constexpr std::size_t kMaxCollectedRequest =
     1024 * 1024;  // bytes of a request to a component that stands on no bridge
 inline constexpr std::size_t kMaxCollectedReply = 4 * 1024 * 1024;  // bytes of one reply

@@ -7,6 +7,7 @@
 #include "corvane/records/messages.h"
 #include "corvane/wire/frame.h"
 #include "corvane/wire/link.h"
+#include "corvane/wire/thin_line.h"
 
 #include <mutex>
 
@@ -18,6 +19,7 @@ struct Route {
     std::shared_ptr<Link> link;
     std::uint32_t bridge = 0;
     CS_RCPtr<CS_BridgeRouter> router;  // until the route ends
+    std::shared_ptr<JobLane> lane;     // what goes there is sent by it, where there is one
   };
   std::mutex lock;  // guards what follows; not held while sending
   End ends[2];      // 0: where the bridge was made; 1: where it continues
@@ -100,8 +102,8 @@ CS_BridgeRouter::Routing CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>&
   auto route = std::make_shared<Route>();
   CS_RCPtr<CS_BridgeRouter> other = new CS_BridgeRouter;
   other->setIdentifier(connection->nextIdentifier());
-  route->ends[0] = {here->sharedLink(), getIdentifier(), this};
-  route->ends[1] = {connection->link(), other->getIdentifier(), other};
+  route->ends[0] = {here->sharedLink(), getIdentifier(), this, nullptr};
+  route->ends[1] = {connection->link(), other->getIdentifier(), other, connection->makeLane()};
   route->onEnd = std::move(m_onEnd);
   other->m_route = route;
   other->m_end = 1;
@@ -173,7 +175,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     if (reply.correlation == through->asked) through->answered = through->askedNumber;
   }
   try {
-    to.link->sendFrames(frames);
+    to.lane != nullptr ? to.lane->send(frames) : to.link->sendFrames(frames);
   } catch (const CS_Exception&) {
     end(1 - m_end, to.link->reason(), nullptr);
     sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()));

@@ -44,7 +44,7 @@ class BridgeWorker::Source : public FrameSource {
       if (!m_frame.header.hasMore()) return false;
       const FrameHeader previous = m_frame.header;
       m_worker.recycle(m_frame);
-      m_frame = m_worker.take();
+      m_frame = m_worker.next();
       if (m_frame.header.kind != FrameKind::kRequest || m_frame.header.correlation != previous.correlation) {
         throw CS_Exception(kProtocolViolation, L"frames of two requests are mixed");
       }
@@ -133,6 +133,34 @@ BridgeWorker::OwnedFrame BridgeWorker::take() {
   return frame;
 }
 
+std::optional<BridgeWorker::OwnedFrame> BridgeWorker::nextUnpacked() {
+  const auto rest = std::span<const unsigned char>(m_unpacked).subspan(m_unpackedFrom);
+  if (rest.empty()) return std::nullopt;
+  OwnedFrame frame;
+  const bool isWhole = rest.size() >= kFrameHeaderSize;
+  if (isWhole) frame.header = decodeHeader(rest.first<kFrameHeaderSize>());
+  if (!isWhole || rest.size() < kFrameHeaderSize + frame.header.length) {
+    throw CS_Exception(kProtocolViolation, L"a packed frame that ends in the middle of another one");
+  }
+  const auto payload = rest.subspan(kFrameHeaderSize, frame.header.length);
+  frame.payload.assign(payload.begin(), payload.end());
+  m_unpackedFrom += kFrameHeaderSize + payload.size();
+  return frame;
+}
+
+BridgeWorker::OwnedFrame BridgeWorker::next() {
+  for (;;) {
+    if (auto frame = nextUnpacked()) return std::move(*frame);
+    OwnedFrame frame = take();
+    if (frame.header.kind != FrameKind::kPacked) return frame;
+    if (m_unpacker == nullptr) m_unpacker = m_load->packing->makeUnpacker();
+    m_unpackedFrom = 0;
+    m_unpacked.clear();
+    m_unpacker->unpack(frame.payload, frame.header.beginsAnew(), m_unpacked);
+    recycle(frame);
+  }
+}
+
 void BridgeWorker::recycle(OwnedFrame& frame) {
   const std::lock_guard guard(m_load->lock);
   if (m_load->spare.size() < kMaxSpare) m_load->spare.push_back(std::move(frame.payload));
@@ -152,7 +180,7 @@ void BridgeWorker::stop(const std::wstring& reason) {
 std::wstring BridgeWorker::serveAll() {
   try {
     for (;;)
-      serveOne(take());
+      serveOne(next());
   } catch (const CS_Exception& exception) {
     if (exception.number() == kConnectionLost) return {};
     return exception.detail();

@@ -2,12 +2,14 @@
 
 #include "corvane/components/serving.h"
 #include "corvane/wire/frame.h"
+#include "corvane/wire/packing.h"
 
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +18,10 @@ namespace corvane {
 // What the bridges of one connection share, so that their number does not multiply what one may hold. Owned by the
 // connection's dispatcher and by each thread.
 struct BridgeLoad {
-  std::mutex lock;               // guards what follows, and the frames of every bridge of the connection
-  std::condition_variable room;  // something was taken out, or a bridge was stopped; the connection's reader waits
-  std::size_t bytes = 0;         // of the frames that wait, with what holding one costs
+  const Packing* packing = nullptr;  // how packed frames were packed; null when none may come. Not changed any more
+  std::mutex lock;                   // guards what follows, and the frames of every bridge of the connection
+  std::condition_variable room;      // something was taken out, or a bridge was stopped; the connection's reader waits
+  std::size_t bytes = 0;             // of the frames that wait, with what holding one costs
   int threads = 0;
   std::vector<std::vector<unsigned char>> spare;  // buffers to use again
 };
@@ -54,13 +57,21 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   std::wstring serveAll();
   void serveOne(OwnedFrame frame);
   // The next frame; throws CS_Exception (3102) with the reason once the bridge is stopped.
+  OwnedFrame next();
+  // The same, as it came.
   OwnedFrame take();
+  // The next one of those that came packed in one; nothing when there is none left.
+  std::optional<OwnedFrame> nextUnpacked();
   void recycle(OwnedFrame& frame);
 
   static std::size_t costOf(const OwnedFrame& frame);
   bool hasRoomLocked() const;
 
-  Serving m_serving;  // used by the thread only
+  // Used by the thread only.
+  Serving m_serving;
+  std::unique_ptr<Unpacker> m_unpacker;
+  std::vector<unsigned char> m_unpacked;
+  std::size_t m_unpackedFrom = 0;
 
   const std::shared_ptr<BridgeLoad> m_load;  // its lock guards what follows
   std::condition_variable m_arrived;

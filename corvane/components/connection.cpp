@@ -11,6 +11,7 @@
 #include "corvane/trust/handshake.h"
 #include "corvane/wire/heartbeat.h"
 #include "corvane/wire/link.h"
+#include "corvane/wire/thin_line.h"
 
 #include <thread>
 
@@ -19,11 +20,18 @@ namespace {
 constexpr std::chrono::seconds kPauseBetweenAttempts{5};
 
 constexpr wchar_t kHeartbeat[] = L"heartbeat";
+constexpr wchar_t kTakes[] = L"takes";  // that it says what it has taken, and how the frames may be packed
+constexpr wchar_t kRate[] = L"rate";    // bytes a second at most
+constexpr wchar_t kUnpacked[] = L"unpacked";
 
-corvane::HelloValues ownHello(const corvane::Heartbeat* heartbeat) {
-  corvane::HelloValues values = {{L"process", std::to_wstring(corvane::processId())}};
-  if (heartbeat != nullptr) values[kHeartbeat] = L"1";
-  return values;
+// A text of digits, as a number; 0 for anything else.
+std::uint64_t numberIn(const std::wstring& text) {
+  std::uint64_t number = 0;
+  for (const wchar_t digit : text.substr(0, 15)) {
+    if (digit < L'0' || digit > L'9') return 0;
+    number = 10 * number + static_cast<std::uint64_t>(digit - L'0');
+  }
+  return number;
 }
 
 corvane::Patience patienceOf(const corvane::Heartbeat* heartbeat) {
@@ -35,6 +43,36 @@ corvane::Patience patienceOf(const corvane::Heartbeat* heartbeat) {
 CS_Connection::CS_Connection() = default;
 CS_Connection::~CS_Connection() {
   if (m_link != nullptr) m_link->setHandler(nullptr);
+  if (m_line != nullptr) m_line->end(corvane::kClosedHere);
+}
+
+std::map<std::wstring, std::wstring> CS_Connection::ownHello() const {
+  std::map<std::wstring, std::wstring> values = {{L"process", std::to_wstring(corvane::processId())}};
+  if (m_heartbeat != nullptr) values[kHeartbeat] = L"1";
+  if (!m_lineSettings) return values;
+  values[kTakes] = m_lineSettings->packing == nullptr ? kUnpacked : m_lineSettings->packing->name();
+  if (m_lineSettings->bytesPerSecond != 0) values[kRate] = std::to_wstring(m_lineSettings->bytesPerSecond);
+  return values;
+}
+
+void CS_Connection::takeOfferedLine() {
+  const auto offered = m_peerValues.find(kTakes);
+  if (!m_lineSettings || offered == m_peerValues.end()) return;
+  if (m_lineSettings->packing != nullptr && m_lineSettings->packing->name() != offered->second) {
+    m_lineSettings->packing = nullptr;
+  }
+  m_line = std::make_shared<corvane::ThinLine>(m_link, patienceOf(m_heartbeat));
+  m_line->limitRate(m_lineSettings->bytesPerSecond);
+  const auto rate = m_peerValues.find(kRate);
+  if (rate != m_peerValues.end()) m_line->limitRate(numberIn(rate->second));
+}
+
+std::shared_ptr<corvane::JobLane> CS_Connection::makeLane() const {
+  return m_line == nullptr ? nullptr : std::make_shared<corvane::JobLane>(m_line, m_lineSettings->packing);
+}
+
+void CS_Connection::limitRate(std::uint64_t bytesPerSecond) {
+  if (m_line != nullptr) m_line->limitRate(bytesPerSecond);
 }
 
 CS_RCPtr<CS_Connection> CS_Connection::create() {
@@ -46,6 +84,8 @@ void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32
   m_dispatcher =
       std::make_unique<corvane::Dispatcher>(*this, *link, [this](const std::wstring& reason) { linkEnded(reason); });
   m_channel = std::make_unique<CS_Channel>(link, 0, 0);
+  if (m_line != nullptr) m_dispatcher->hearTaken(m_line);
+  if (firstIdentifier == 1 && m_lineSettings) m_dispatcher->tellTaken(m_lineSettings->packing);
   link->setHandler(m_dispatcher.get());
   if (m_heartbeat != nullptr && m_peerValues.contains(kHeartbeat)) m_heartbeat->watch(link);
   if (m_link != link) m_link = link;  // one that has arrived may be ended meanwhile
@@ -70,11 +110,11 @@ void CS_Connection::welcome(const corvane::KeyFolder* keys, const std::function<
   const corvane::Deadline deadline = corvane::after(kHandshakeMilliseconds);
   m_link->open(deadline);
   const auto proven = m_link->provenPeer();
-  corvane::Peer peer =
-      corvane::acceptHandshake(*m_link, ownHello(m_heartbeat), proven ? nullptr : keys, deadline, beforeRefusal);
+  corvane::Peer peer = corvane::acceptHandshake(*m_link, ownHello(), proven ? nullptr : keys, deadline, beforeRefusal);
   m_peerValues = std::move(peer.values);
   m_peerIdentity = proven ? corvane::Identity::parse(proven->identity) : peer.identity;
   m_peerKeyMark = proven ? proven->keyMark : peer.keyMark;
+  takeOfferedLine();
   take(m_link, 2);
 }
 
@@ -100,8 +140,7 @@ void CS_Connection::connect(const wchar_t* host, int hostValue, unsigned flags, 
       const corvane::Deadline deadline = corvane::after(kHandshakeMilliseconds);
       const auto link = dial(corvane::toUtf8(host), static_cast<std::uint16_t>(hostValue), (flags & kDualStack) != 0);
       link->open(deadline);
-      m_peerValues =
-          corvane::offerHandshake(*link, ownHello(m_heartbeat), credentials ? &*credentials : nullptr, deadline);
+      m_peerValues = corvane::offerHandshake(*link, ownHello(), credentials ? &*credentials : nullptr, deadline);
       take(link, 1);
       return;
     } catch (const CS_Exception& exception) {
@@ -121,6 +160,7 @@ bool CS_Connection::destroy(const CS_RCPtr<CS_Connection>& connection, bool rele
 
 void CS_Connection::linkEnded(const std::wstring& reason) {
   const CS_RCPtr<CS_Connection> self = this;  // its components may hold the last references to it
+  if (m_line != nullptr) m_line->end(reason);
   if (m_releaseComponents) releaseChildren();
   // As a rule it stands on this connection: the two would keep each other alive.
   setProgramMonitor(nullptr);

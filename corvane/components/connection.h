@@ -12,10 +12,13 @@
 namespace corvane {
 class Dispatcher;
 class Heartbeat;
+class JobLane;
 class KeyFolder;
 class Link;
+class Packing;
 class Socket;
 class Stream;
+class ThinLine;
 }  // namespace corvane
 
 // One TCP connection to another component server, and the owner of the components that use it.
@@ -28,6 +31,11 @@ class Stream;
 // its components keep it alive.
 class CS_Connection : public CS_Component {
  public:
+  // What is to be known about a line that the other end may be far away on.
+  struct Line {
+    const corvane::Packing* packing = nullptr;  // how frames are packed; outlives the connection. Null: they are not
+    std::uint64_t bytesPerSecond = 0;           // the most that is to be sent to the side that dials; 0 for any rate
+  };
   // A connection that is not connected yet. Never null; throws std::bad_alloc.
   static CS_RCPtr<CS_Connection> create();
   // A connection that a peer made. Carries out the server's side of the handshake; throws CS_Exception when the peer
@@ -53,6 +61,15 @@ class CS_Connection : public CS_Component {
   // useKey().
   using StreamMaker = std::function<std::unique_ptr<corvane::Stream>(corvane::Socket socket)>;
   void useStream(StreamMaker maker) { m_streamMaker = std::move(maker); }
+
+  // The next connect() offers to take packed frames for the bridges that the other side makes, and to say what it has
+  // taken of them; or, on the listening side before welcome(), that offer is taken: what is routed to the peer then
+  // goes by a corvane::ThinLine.
+  void useLine(const Line& line) { m_lineSettings = line; }
+  // How the frames of a job are sent to the peer; null when they go as they come.
+  std::shared_ptr<corvane::JobLane> makeLane() const;
+  // The peer is sent so many bytes a second at most; 0 for as many as go.
+  void limitRate(std::uint64_t bytesPerSecond);
 
   // The next connect() offers signs of life: when the server takes the offer, its silence ends the connection. Only for
   // a connection that is served; the heartbeat outlives serve().
@@ -124,6 +141,8 @@ class CS_Connection : public CS_Component {
   std::shared_ptr<corvane::Link> dial(const std::string& host, std::uint16_t port, bool preferIpv6);
   void take(const std::shared_ptr<corvane::Link>& link, std::uint32_t firstIdentifier);
   void linkEnded(const std::wstring& reason);
+  std::map<std::wstring, std::wstring> ownHello() const;
+  void takeOfferedLine();
 
   std::shared_ptr<corvane::Link> m_link;
   std::unique_ptr<corvane::Dispatcher> m_dispatcher;
@@ -137,6 +156,8 @@ class CS_Connection : public CS_Component {
   std::optional<corvane::Identity> m_peerIdentity;
   corvane::Bytes32 m_peerKeyMark = {};
   StreamMaker m_streamMaker;
+  std::optional<Line> m_lineSettings;
+  std::shared_ptr<corvane::ThinLine> m_line;  // to a peer that wants one
   corvane::Heartbeat* m_heartbeat = nullptr;
   Admission m_admission;
   std::function<void(const std::wstring&)> m_onEnd;

@@ -12,12 +12,22 @@ Dispatcher::Dispatcher(CS_Component& connection, Link& link, EndHandler onEnd)
     : m_connection(connection),
       m_link(link),
       m_onEnd(std::move(onEnd)),
-      m_serving(connection, std::make_shared<BridgeLoad>()) {}
+      m_load(std::make_shared<BridgeLoad>()),
+      m_serving(connection, m_load) {}
+
+void Dispatcher::tellTaken(const Packing* packing) {
+  m_load->packing = packing;
+  m_tellsTaken = true;
+}
 
 void Dispatcher::onFrame(Frame& frame) {
-  if (frame.header.kind == FrameKind::kBeat) return;  // that it came is all it says
-  if (frame.header.bridge != 0) {
+  if (frame.header.kind == FrameKind::kBeat) {
+    if (m_line != nullptr) m_line->taken(frame.header.correlation);
+  } else if (frame.header.bridge != 0) {
     onBridgeFrame(frame);
+    if (!m_tellsTaken) return;
+    m_link.took(frame.bytes.size());
+    m_hasTaken = true;
   } else {
     flushRun();
     onConnectionFrame(frame);
@@ -27,6 +37,7 @@ void Dispatcher::onFrame(Frame& frame) {
 void Dispatcher::onBatchEnd() {
   flushRun();
   onBatchAbandoned();
+  if (std::exchange(m_hasTaken, false)) m_link.tellTaken();
 }
 
 void Dispatcher::onBatchAbandoned() noexcept {
@@ -40,6 +51,9 @@ void Dispatcher::onLinkEnd(const std::wstring& reason) {
 }
 
 void Dispatcher::onBridgeFrame(Frame& frame) {
+  if (frame.header.kind == FrameKind::kPacked && m_load->packing == nullptr) {
+    throw CS_Exception(kProtocolViolation, L"a packed frame, which was not agreed on");
+  }
   if (!m_bridge || m_bridge->getIdentifier() != frame.header.bridge) {
     flushRun();
     m_bridge = m_connection.getChild(frame.header.bridge);
@@ -98,6 +112,7 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
     case FrameKind::kWelcome:
     case FrameKind::kProof:
     case FrameKind::kBeat:
+    case FrameKind::kPacked:
       throw CS_Exception(kProtocolViolation, L"a second greeting");
   }
 }

@@ -3,6 +3,8 @@
 #include "corvane/base/rc_ptr.h"
 #include "corvane/components/serving.h"
 #include "corvane/wire/link.h"
+#include "corvane/wire/packing.h"
+#include "corvane/wire/thin_line.h"
 
 #include <functional>
 #include <span>
@@ -21,6 +23,12 @@ class Dispatcher : public FrameHandler {
   // onEnd is called once, when the link has ended.
   Dispatcher(CS_Component& connection, Link& link, EndHandler onEnd);
 
+  // Before the first frame. The peer is told what was taken for the bridges, and may pack frames for them where there
+  // is a packing, which outlives this.
+  void tellTaken(const Packing* packing);
+  // The peer says what it has taken, which is for this line. Before the first frame.
+  void hearTaken(std::shared_ptr<ThinLine> line) { m_line = std::move(line); }
+
   void onFrame(Frame& frame) override;
   void onBatchEnd() override;
   void onBatchAbandoned() noexcept override;
@@ -35,6 +43,10 @@ class Dispatcher : public FrameHandler {
   CS_Component& m_connection;
   Link& m_link;
   EndHandler m_onEnd;
+  const std::shared_ptr<BridgeLoad> m_load;
+  std::shared_ptr<ThinLine> m_line;  // null when nothing is routed to the peer by one
+  bool m_tellsTaken = false;
+  bool m_hasTaken = false;  // something, which the peer was not told
   Serving m_serving;
   CS_RCPtr<CS_Component> m_bridge;         // the bridge of the last frame, kept for the frames that follow at once
   BridgeEnd* m_router = nullptr;           // m_bridge, when it passes frames on

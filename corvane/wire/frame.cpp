@@ -39,7 +39,7 @@ FrameHeader decodeHeader(std::span<const unsigned char, kFrameHeaderSize> bytes)
     throw CS_Exception(kProtocolViolation, L"what came is TLS, which another port is for");
   }
   if (bytes[4] < static_cast<unsigned char>(FrameKind::kHello) ||
-      bytes[4] > static_cast<unsigned char>(FrameKind::kBeat)) {
+      bytes[4] > static_cast<unsigned char>(FrameKind::kPacked)) {
     throw CS_Exception(kProtocolViolation, L"frame kind %d does not exist", static_cast<int>(bytes[4]));
   }
   if (header.length > kMaxFramePayload) {

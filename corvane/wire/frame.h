@@ -22,11 +22,13 @@ enum class FrameKind : std::uint8_t {
   kFailure = 6,  // the request with that correlation cannot be served; the payload says why
   kRelease = 7,  // the component has ended; the payload says why
   kProof = 8,    // the dialing side's second frame where it has a key: that it has it
-  kBeat = 9,     // a sign of life, where the handshake has agreed on it
+  kBeat = 9,     // a sign of life, where the handshake has agreed on it, and what was taken (correlation)
+  kPacked = 10,  // frames of a bridge, packed as the handshake has agreed
 };
 
 inline constexpr std::uint8_t kFlagMore = 1;        // further frames of the same request or reply follow
 inline constexpr std::uint8_t kFlagWantsReply = 2;  // the sender waits for a reply
+inline constexpr std::uint8_t kFlagBeginsAnew = 4;  // the packing needs nothing of what came before
 
 inline constexpr std::uint16_t kProtocolVersion = 1;
 
@@ -41,6 +43,7 @@ struct FrameHeader {
 
   bool hasMore() const { return (flags & kFlagMore) != 0; }
   bool wantsReply() const { return (flags & kFlagWantsReply) != 0; }
+  bool beginsAnew() const { return (flags & kFlagBeginsAnew) != 0; }
 };
 
 inline constexpr std::size_t kFrameHeaderSize = 20;

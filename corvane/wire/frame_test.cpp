@@ -37,7 +37,7 @@ TEST(Frame, HeaderHasItsTwentyBytesOnTheWire) {
 }
 
 TEST(Frame, AKindThatDoesNotExistIsRefused) {
-  for (const int kind : {0, 10, 255}) {
+  for (const int kind : {0, 11, 255}) {
     EncodedHeader bytes{};
     bytes[4] = static_cast<unsigned char>(kind);
     EXPECT_THROW(decodeHeader(std::span<const unsigned char, kFrameHeaderSize>(bytes)), CS_Exception);

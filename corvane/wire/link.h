@@ -93,9 +93,15 @@ class Link {
   void announce(const FrameHeader& header, const ValueWriter& values);
   // Sends the values as one frame, or as several of the same header where they are longer; nothing else comes between.
   void send(FrameHeader header, const ValueWriter& values);
-  // A sign of life, as far as there is room for one at once: where there is none, or another thread is sending, bytes
-  // are on their way that show the same. Never blocks; a failure ends the socket, and the reading thread sees it.
+  // A sign of life, which also says how much took() was told of, as far as there is room for one at once: where there
+  // is none, or another thread is sending, bytes are on their way that show the same. Never blocks; a failure ends the
+  // socket, and the reading thread sees it.
   void beat() noexcept;
+  // So many bytes for bridges have been taken.
+  void took(std::size_t bytes) { m_taken += static_cast<std::uint32_t>(bytes); }
+  // Says so at once, as far as there is room; waits for other threads that send. By the thread that reads; a failure as
+  // in beat().
+  void tellTaken() noexcept;
   // Makes serve() end the link when nothing at all has come for that long. Before serve().
   void expectBeats(std::chrono::milliseconds silence) { m_silence = silence; }
   // Sends complete frames as they are.
@@ -177,6 +183,7 @@ class Link {
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
+  void sendBeatLocked();
   void sendPieces(std::span<const Stream::Piece> pieces);
   Frame awaitFrame(Deadline deadline);
   HelloValues readHello(const Frame& frame, FrameKind kind);
@@ -186,6 +193,7 @@ class Link {
   FrameReader m_reader;  // used by the leader only
   std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};
   std::optional<std::chrono::milliseconds> m_silence;
+  std::atomic<std::uint32_t> m_taken{0};
 
   std::mutex m_sendLock;  // guards what follows, and the order of frames on the socket
   std::vector<unsigned char> m_announcements;

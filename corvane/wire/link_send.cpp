@@ -113,17 +113,36 @@ void Link::send(FrameHeader header, const ValueWriter& values) {
   if (look) lookForNews();
 }
 
+void Link::sendBeatLocked() {
+  if (!m_stream->hasRoom()) return;
+  FrameHeader header;
+  header.kind = FrameKind::kBeat;
+  header.correlation = m_taken;
+  const EncodedHeader encoded = encodeHeader(header);
+  const std::array<Stream::Piece, 2> pieces{Stream::Piece(m_announcements), Stream::Piece(encoded)};
+  sendPieces(pieces);
+}
+
+void Link::tellTaken() noexcept {
+  try {
+    const Use use(*this);
+    try {
+      const std::lock_guard guard(m_sendLock);
+      sendBeatLocked();
+    } catch (...) {
+      m_stream->shutdown();
+    }
+  } catch (const CS_Exception&) {
+    // It has ended.
+  }
+}
+
 void Link::beat() noexcept {
   try {
     const Use use(*this);
     try {
       const std::unique_lock lock(m_sendLock, std::try_to_lock);
-      if (!lock || !m_stream->hasRoom()) return;
-      FrameHeader header;
-      header.kind = FrameKind::kBeat;
-      const EncodedHeader encoded = encodeHeader(header);
-      const std::array<Stream::Piece, 2> pieces{Stream::Piece(m_announcements), Stream::Piece(encoded)};
-      sendPieces(pieces);
+      if (lock) sendBeatLocked();
     } catch (...) {
       m_stream->shutdown();
     }

@@ -1,11 +1,12 @@
 // Print clients of other machines: over TLS, through what stands between them and the server.
 
 #include "corvane/records/exception.h"
-#include "tests/processes/forwarder.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_watch.h"
 #include "tests/processes/scene.h"
+#include "tests/support/network/forwarder.h"
+#include "tests/support/own_listener.h"
 
 #include <algorithm>
 #include <cstring>
@@ -25,11 +26,12 @@ using ::testing::Not;
 
 class RemoteClientTest : public ::testing::Test {
  protected:
-  RemoteClientTest() {
+  explicit RemoteClientTest(const std::vector<std::string>& serverOptions = {}) {
     m_keys.make("monitor");
     m_keys.make("session-5");
     std::vector<std::string> options = m_keys.serverOptions();
     options.insert(options.end(), {"--listen-clients", "127.0.0.1:0", "--listen-clients", "[::1]:0"});
+    options.insert(options.end(), serverOptions.begin(), serverOptions.end());
     m_scene.emplace(options);
     m_port = portOf("127.0.0.1");
     m_ipv6Port = portOf("[::1]");
@@ -82,7 +84,13 @@ class RemoteClientTest : public ::testing::Test {
   int m_ipv6Port = 0;
 };
 
-TEST_F(RemoteClientTest, AJobArrivesByteForByteAndNobodyOnTheWayReadsAnythingOfIt) {
+// Every byte goes over the line, so that only its encryption hides it.
+class UncompressedClientTest : public RemoteClientTest {
+ protected:
+  UncompressedClientTest() : RemoteClientTest({"--no-compression"}) {}
+};
+
+TEST_F(UncompressedClientTest, AJobArrivesByteForByteAndNobodyOnTheWayReadsAnythingOfIt) {
   Forwarder way(static_cast<std::uint16_t>(m_port));
   const auto client = startClient(way.address());
   const std::string data = document(3000000);

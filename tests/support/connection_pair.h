@@ -7,15 +7,26 @@
 #include "tests/support/joined_thread.h"
 #include "tests/support/own_listener.h"
 
+#include <memory>
+#include <optional>
+
 // A dialed connection and its accepted other end, in one process over a real loopback socket. The accepted end is
 // served on a thread of its own; both ends are destroyed, and that thread joined, at the end of the test.
 class ConnectionPair {
  public:
-  ConnectionPair() {
+  // With a line, the dialed end takes what is routed to it as over a long one.
+  explicit ConnectionPair(const std::optional<CS_Connection::Line>& line = {}) {
     CS_ComponentServer::initialize(0, 0);
     OwnListener listener;
-    JoinedThread acceptor([&] { m_accepted = CS_Connection::accept(listener.accept()); }, [&] { listener.stop(); });
+    JoinedThread acceptor(
+        [&] {
+          m_accepted = CS_Connection::arrive(std::make_unique<corvane::Socket>(listener.accept()));
+          if (line) m_accepted->useLine({line->packing, 0});
+          m_accepted->welcome(nullptr);
+        },
+        [&] { listener.stop(); });
     m_dialed = CS_Connection::create();
+    if (line) m_dialed->useLine(*line);
     m_dialed->connect(OwnListener::wideHost().c_str(), listener.port(), CS_Connection::kDirect, false);
     acceptor.join();
     m_server = JoinedThread([this] { m_reason = m_accepted->serve(); });

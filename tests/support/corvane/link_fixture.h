@@ -74,6 +74,9 @@ class Happening {
 // A link whose other end is a socket of the test, which says what it likes.
 class LinkTest : public ::testing::Test {
  protected:
+  // The sockets hold so many bytes, or as few as the system allows.
+  explicit LinkTest(int bytes = 4096) : m_pair(bytes) {}
+
   static std::vector<unsigned char> frameOf(corvane::FrameHeader header, std::span<const unsigned char> payload) {
     header.length = static_cast<std::uint32_t>(payload.size());
     const corvane::EncodedHeader encoded = corvane::encodeHeader(header);
