@@ -23,12 +23,15 @@ void Spooler::install() {
       m_prefix.run(mgspool, {"add-printer", std::string(printer) + " (session " + session + ")", port});
   }
   m_prefix.run(mgspool, {"add-printer", "Ghost (session 5)", "CPP5"});
+  m_prefix.run(mgspool, {"add-printer", "desk (session 5)", "CPP5"});
   m_prefix.run(mgspool, {"add-printer", "Preview PDF (session 5)", "CPP5"});
 }
 
-void Spooler::configure(int serverPort, const fs::path& root, const fs::path& log) {
-  m_prefix.run(windowsProgram("mgspool.exe"), {"settings", "--server-port", std::to_string(serverPort), "--root",
-                                               windowsPath(root), "--log", windowsPath(log)});
+void Spooler::configure(int serverPort, const fs::path& root, const fs::path& log, const fs::path& keyFile) {
+  std::vector<std::string> arguments = {
+      "settings", "--server-port", std::to_string(serverPort), "--root", windowsPath(root), "--log", windowsPath(log)};
+  if (!keyFile.empty()) arguments.insert(arguments.end(), {"--key-file", windowsPath(keyFile)});
+  m_prefix.run(windowsProgram("mgspool.exe"), arguments);
 }
 
 std::unique_ptr<ChildProcess> Spooler::print(const std::string& printer, const fs::path& file,
