@@ -12,7 +12,7 @@
 #include "server/connection_list.h"
 #include "server/invitations.h"
 #include "server/log_monitor.h"
-#include "server/offered_classes.h"
+#include "server/application.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
 #include "tls/tls_stream.h"
