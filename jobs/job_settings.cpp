@@ -5,6 +5,7 @@
 #include "corvane/records/operation.h"
 #include "jobs/temporary_files.h"
 #include "protocol/printer.h"
+#include "session/port_monitor_server.h"
 
 #include <cwchar>
 

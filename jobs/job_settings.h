@@ -1,7 +1,8 @@
 #pragma once
 
 #include "session/client_print_job.h"
-#include "session/client_printer.h"
+
+class ClientPrinter;
 
 // Decides from the client printer's description how the job travels, and names the job's temporary files when it is to
 // be converted:

@@ -1,6 +1,7 @@
 #include "jobs/job_settings.h"
 #include "jobs/temporary_files.h"
 #include "session/client_print_job.h"
+#include "session/port_monitor_server.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/jobs/environment_seam.h"
 #include "tests/support/local_log.h"

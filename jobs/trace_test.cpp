@@ -3,6 +3,7 @@
 #include "jobs/print_raw_data.h"
 #include "jobs/spool_file.h"
 #include "jobs/spooler_calls.h"
+#include "session/port_monitor_server.h"
 #include "session/session_printers.h"
 #include "tests/support/local_log.h"
 #include "tests/support/recording_monitor.h"

@@ -10,8 +10,7 @@
 #include "jobs/spooler_calls.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
-#include "monitor/port_call.h"
-#include "monitor/queue_access.h"
+#include "ports/port_records.h"
 #include "protocol/names.h"
 #include "session/make_component.h"
 #include "session/port_monitor_server.h"
@@ -146,7 +145,7 @@ std::optional<JobReport> giveUpJob(Operation& operation, tagPort& port, const DO
 BOOL WINAPI MGStartDocPort(HANDLE handle, LPWSTR pPrinterName, DWORD JobId, DWORD, LPBYTE pDocInfo) {
   CS_TraceEntry trace(L"MGStartDocPort (pPrinterName = %s, JobId = %d)", pPrinterName, JobId);
   Operation operation(L"Stack Trace: MgPrintMon - MGStartDocPort()");
-  mg::PortCall call;
+  mg::PortCall call(mg::endJobOfDeletedPort);
   tagPort* port = nullptr;
   const DOC_INFO_1W* document = nullptr;
   CS_RCPtr<CS_Connection> connection;
@@ -193,7 +192,7 @@ BOOL WINAPI MGWritePort(HANDLE handle, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbW
   DWORD& written = pcbWritten != nullptr ? *pcbWritten : ignored;
   written = 0;
   Operation operation(L"Stack Trace: MgPrintMon - MGWritePort()");
-  mg::PortCall call;
+  mg::PortCall call(mg::endJobOfDeletedPort);
   tagPort* port = nullptr;
   operation.run(
       [&] {
@@ -231,7 +230,7 @@ BOOL WINAPI MGEndDocPort(HANDLE handle) {
   int ended = 0;
   HANDLE printer = nullptr;
   std::optional<JobReport> report;
-  mg::PortCall call;
+  mg::PortCall call(mg::endJobOfDeletedPort);
   tagPort* entered = nullptr;
   operation.run([&] {
     tagPort& port = call.enter(handle);

@@ -5,7 +5,6 @@
 #include "jobs/spooler_calls.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
-#include "monitor/port_call.h"
 #include "ports/port_list.h"
 #include "util/mutex.h"
 #include "util/utl_string.h"
@@ -73,7 +72,7 @@ BOOL WINAPI MGOpenPort(HANDLE, LPWSTR pName, PHANDLE pHandle) {
 BOOL WINAPI MGClosePort(HANDLE handle) {
   CS_TraceEntry trace(L"MGClosePort ()");
   Operation operation(L"Stack Trace: MgPrintMon - MGClosePort()");
-  mg::PortCall call;
+  mg::PortCall call(mg::endJobOfDeletedPort);
   operation.run([&] {
     tagPort& port = call.enter(handle);
     const Synchronized guard(*port.lock);

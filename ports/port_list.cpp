@@ -4,7 +4,6 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
-#include "ports/port_records.h"
 #include "util/mutex.h"
 #include "util/win_handle.h"
 
@@ -152,7 +151,7 @@ tagPort* CPortList::FindPort(const wchar_t* name) {
   return port;
 }
 
-DWORD CPortList::DeletePort(const wchar_t* name, JobEnd jobEnd) {
+DWORD CPortList::DeletePort(const wchar_t* name, PortRecords::JobEnd jobEnd) {
   CS_TraceEntry trace(L"CPortList::DeletePort()");
   Operation operation(L"Stack Trace: CPortList::DeletePort()");
   name = orEmpty(name);
@@ -191,7 +190,7 @@ tagPort* CPortList::takeOutLocked(const wchar_t* name, DWORD& found, Operation& 
   return port;
 }
 
-void CPortList::endPort(tagPort& port, JobEnd jobEnd) {
+void CPortList::endPort(tagPort& port, PortRecords::JobEnd jobEnd) {
   port.lock->unlock();
   // From here on the record is the last call's that still works on it, if there is one.
   const PortRecords::Removed removed = PortRecords::instance().remove(port);

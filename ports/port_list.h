@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ports/tag_port.h"
+#include "ports/port_records.h"
 #include "util/mutex.h"
 #include "util/object_map.h"
 #include "util/utl_string.h"
@@ -54,15 +54,11 @@ class CPortList {
   // The port of that name with its lock held, for the caller to leave, or null.
   tagPort* FindPort(const wchar_t* name);
 
-  // What is done about the job of a deleted port before its record is freed, when no call works on the port any more
-  // and no lock is held.
-  using JobEnd = void (*)(tagPort& port) noexcept;
-
   // Takes the port out of the list and out of the registry and frees its record, once nobody holds its lock any more.
   // Calls that work on the port are not waited for: the connection of its job is ended, so that they find it lost, and
   // the last of them frees the record (ports/port_records.h) and does itself what jobEnd does here.
   // Returns 1 when the port was in the list, else 0; the registry decides nothing.
-  DWORD DeletePort(const wchar_t* name, JobEnd jobEnd = nullptr);
+  DWORD DeletePort(const wchar_t* name, PortRecords::JobEnd jobEnd = nullptr);
 
   // The spooler's EnumPorts, for level 1 (PORT_INFO_1W) and level 2 (PORT_INFO_2W): fixed entries from the start of
   // the buffer, texts packed down from its end. server is ignored; size and *needed are in bytes. Returns TRUE, or
@@ -88,7 +84,7 @@ class CPortList {
   // Takes the record out, enters its lock and empties its cache; null when there was no record. Likewise.
   tagPort* takeOutLocked(const wchar_t* name, DWORD& found, Operation& operation);
   // Leaves the lock of a record that was taken out, and ends its job and the record.
-  static void endPort(tagPort& port, JobEnd jobEnd);
+  static void endPort(tagPort& port, PortRecords::JobEnd jobEnd);
 
   // Both from _wcsdup; null only when there was no memory for them.
   wchar_t* m_description = nullptr;

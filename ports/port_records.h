@@ -2,6 +2,8 @@
 
 #include "corvane/base/rc_ptr.h"
 #include "corvane/components/connection.h"
+#include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "ports/tag_port.h"
 
 #include <windows.h>
@@ -26,6 +28,10 @@ class PortRecords {
   };
   // A record that nobody else can reach any more. What is left of its job is not freed with it.
   using Owner = std::unique_ptr<tagPort, Free>;
+
+  // What is done about the job of a deleted port before its record is freed, when no call works on the port any more
+  // and no lock is held.
+  using JobEnd = void (*)(tagPort& port) noexcept;
 
   // What taking a record out leaves to its caller.
   struct Removed {
@@ -77,3 +83,35 @@ class PortRecords {
   mutable std::mutex m_lock;  // guards what follows
   Entries m_entries;          // by address
 };
+
+namespace mg {
+
+// One call of the spooler on a port: finds the port behind its handle and keeps the record until the call is over,
+// whatever becomes of the port meanwhile. The last call on a port that was deleted ends the port's job and frees the
+// record. Declared outside of the operation whose clean-up needs the port, too; belongs to the call's thread. Holds no
+// lock.
+class PortCall {
+ public:
+  explicit PortCall(PortRecords::JobEnd jobEnd) : m_jobEnd(jobEnd) {}
+  ~PortCall() {
+    if (m_port == nullptr) return;
+    const PortRecords::Owner deleted = PortRecords::instance().leave(*m_port);
+    if (deleted != nullptr) m_jobEnd(*deleted);
+  }
+  PortCall(const PortCall&) = delete;
+  PortCall& operator=(const PortCall&) = delete;
+
+  // Once per call. Throws CS_Exception (3015) when the handle is that of no live port, so also for null and for
+  // INVALID_HANDLE_VALUE.
+  tagPort& enter(HANDLE handle) {
+    m_port = PortRecords::instance().enter(handle);
+    if (m_port == nullptr) throw CS_Exception(corvane::kBadArgument, nullptr);
+    return *m_port;
+  }
+
+ private:
+  const PortRecords::JobEnd m_jobEnd;
+  tagPort* m_port = nullptr;
+};
+
+}  // namespace mg

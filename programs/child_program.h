@@ -45,7 +45,4 @@ class ChildProgram {
   static constexpr unsigned kEndMilliseconds = 2000;
 };
 
-// The last line of the text that holds more than blanks, without blanks at its ends.
-std::string lastLine(const std::string& text);
-
 }  // namespace programs

@@ -1,4 +1,5 @@
 #include "programs/child_program.h"
+#include "programs/text.h"
 #include "util/unique_handle.h"
 
 #include <algorithm>

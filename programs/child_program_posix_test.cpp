@@ -107,12 +107,5 @@ TEST(ChildProgram, ThatDoesNotExistIsAnErrorOfTheSystem) {
   }
 }
 
-TEST(LastLine, IsTheLastOneThatHoldsMoreThanBlanks) {
-  EXPECT_EQ(lastLine(""), "");
-  EXPECT_EQ(lastLine(" \r\n\t\n"), "");
-  EXPECT_EQ(lastLine("one"), "one");
-  EXPECT_EQ(lastLine("one\r\n  two  \r\n\r\n"), "two");
-}
-
 }  // namespace
 }  // namespace programs

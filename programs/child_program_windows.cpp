@@ -1,5 +1,6 @@
 #include "corvane/base/text.h"
 #include "programs/child_program.h"
+#include "programs/text.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

@@ -83,10 +83,5 @@ TEST(ChildProgram, ThatDoesNotExistIsAnErrorOfTheSystem) {
   EXPECT_THROW(ChildProgram::start(command), std::system_error);
 }
 
-TEST(LastLine, IsTheLastOneThatHoldsMoreThanBlanks) {
-  EXPECT_EQ(lastLine(" \r\n\t\n"), "");
-  EXPECT_EQ(lastLine("one\r\n  two  \r\n\r\n"), "two");
-}
-
 }  // namespace
 }  // namespace programs

@@ -21,6 +21,9 @@ std::string quoted(std::wstring_view text);
 // What a framework exception says, as UTF-8 text on one line: the message of its number, then its detail.
 std::string describe(const CS_Exception& failure);
 
+// The last line of the text that holds more than blanks, without blanks at its ends.
+std::string lastLine(const std::string& text);
+
 // A time as the wire has it: "2026-01-31T23:59:59Z".
 std::wstring utcText(std::chrono::system_clock::time_point time);
 // Such a time as a person reads it: local, with its offset (corvane/base/text.h). A text that is not a time is

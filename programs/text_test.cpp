@@ -77,5 +77,12 @@ TEST(LocalTime, WhatIsNoTimeStaysAsItIsOnOneLine) {
   EXPECT_EQ(localTime(L"soon\n\x1b[2J"), "soon ?[2J");
 }
 
+TEST(LastLine, IsTheLastOneThatHoldsMoreThanBlanks) {
+  EXPECT_EQ(lastLine(""), "");
+  EXPECT_EQ(lastLine(" \r\n\t\n"), "");
+  EXPECT_EQ(lastLine("one"), "one");
+  EXPECT_EQ(lastLine("one\r\n  two  \r\n\r\n"), "two");
+}
+
 }  // namespace
 }  // namespace programs

@@ -10,7 +10,7 @@
 #include "programs/text.h"
 #include "protocol/administration.h"
 #include "protocol/names.h"
-#include "server/offered_classes.h"
+#include "server/application.h"
 #include "tests/support/connection_pair.h"
 
 #include <cstdio>

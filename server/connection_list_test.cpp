@@ -8,7 +8,7 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 #include "protocol/names.h"
-#include "server/offered_classes.h"
+#include "server/application.h"
 #include "tests/support/connection_pair.h"
 #include "tests/support/corvane/key_files_fixture.h"
 

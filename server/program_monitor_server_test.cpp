@@ -4,7 +4,7 @@
 #include "corvane/components/out_request.h"
 #include "corvane/components/program_monitor_c.h"
 #include "corvane/records/messages.h"
-#include "server/offered_classes.h"
+#include "server/application.h"
 #include "tests/support/connection_pair.h"
 
 #include <atomic>

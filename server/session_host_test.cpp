@@ -2,7 +2,7 @@
 
 #include "corvane/base/process.h"
 #include "protocol/registration.h"
-#include "server/offered_classes.h"
+#include "server/application.h"
 #include "tests/support/connection_pair.h"
 
 #include <filesystem>

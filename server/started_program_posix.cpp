@@ -1,6 +1,6 @@
 #include "corvane/base/text.h"
 #include "programs/child_program.h"
-#include "server/started_program.h"
+#include "server/launcher.h"
 
 #include <cerrno>
 #include <fmt/format.h>

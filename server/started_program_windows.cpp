@@ -1,5 +1,4 @@
 #include "server/launcher.h"
-#include "server/started_program.h"
 #include "util/win_handle.h"
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-#include "server/started_program.h"
+#include "server/launcher.h"
 #include "tests/support/import_seam.h"
 #include "util/win_handle.h"
 

@@ -1,6 +1,6 @@
 #include "session/client_print_job.h"
 
-#include "session/client_printer.h"
+#include "session/port_monitor_server.h"
 #include "tests/support/guarded_heap.h"
 
 #include <gtest/gtest.h>

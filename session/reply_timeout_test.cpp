@@ -1,4 +1,4 @@
-#include "session/client_printer.h"
+#include "session/port_monitor_server.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/monitor_world.h"
 #include "util/mutex.h"

@@ -314,7 +314,7 @@ void TlsStream::send(std::span<const Piece> pieces) {
     const Piece whole(m_sending);
     m_socket.send(std::span(&whole, 1));
     // A connection that is idle most of the time holds no buffers for that.
-    if (m_sending.capacity() > kKept) m_sending = {};
+    if (m_sending.capacity() > kKept) m_sending = std::vector<unsigned char>();  // "= {}" would keep its room
   }
 }
 

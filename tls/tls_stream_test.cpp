@@ -8,7 +8,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <functional>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+#include <new>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <string>
 #include <utility>
@@ -54,13 +61,47 @@ bool contains(const std::vector<unsigned char>& bytes, std::string_view text) {
   return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
 }
 
+// The memory of OpenSSL: how many blocks it holds, and one allocation of a thread that fails.
+class OpenSslMemory {
+ public:
+  // Before OpenSSL has asked for any.
+  static bool take() { return ::CRYPTO_set_mem_functions(&allocate, &resize, &release) == 1; }
+  static long held() { return s_held; }
+  static void failAt(int nth) { s_left = nth; }
+  // Whether that allocation has not come; none fails any more.
+  static bool stop() { return std::exchange(s_left, 0) != 0; }
+
+ private:
+  static bool failsNow() { return s_left > 0 && --s_left == 0; }
+  static void* allocate(std::size_t size, const char*, int) {
+    void* const block = size == 0 || failsNow() ? nullptr : std::malloc(size);
+    if (block != nullptr) ++s_held;
+    return block;
+  }
+  static void* resize(void* block, std::size_t size, const char* file, int line) {
+    if (block == nullptr) return allocate(size, file, line);
+    if (size != 0) return failsNow() ? nullptr : std::realloc(block, size);
+    release(block, file, line);
+    return nullptr;
+  }
+  static void release(void* block, const char*, int) {
+    if (block != nullptr) --s_held;
+    std::free(block);
+  }
+
+  static inline std::atomic<long> s_held{0};
+  static inline thread_local int s_left = 0;
+};
+
+const bool kCounts = OpenSslMemory::take();
+
 // Both ends of one connection in this process.
 class TlsStreamTest : public testing::Test {
  protected:
   // The listening side knows session-5 by a key of fives.
   static std::optional<Key> known(const std::string& identity) {
     if (identity == "session-6") throw CS_Exception(corvane::kKeyNeeded, L"the file of it is broken");
-    if (identity != "session-5") return std::nullopt;
+    if (identity != "session-5" && identity != std::string(64, 'n')) return std::nullopt;
     return keyOf('5');
   }
 
@@ -222,6 +263,59 @@ TEST_F(TlsStreamTest, ALongIdentityIsCutInTheWordsForTheLogAndHasNoKey) {
             openBoth().second);
 }
 
+TEST_F(TlsStreamTest, AnIdentityOf24CharactersIsSaidAsItIsAndOneOf64MayHaveAKey) {
+  makeEnds("session-5xxxxxxxxxxxxxxx", '5');
+  EXPECT_EQ(Failure(corvane::kNotProven,
+                    L"The peer says that it is \"session-5xxxxxxxxxxxxxxx\": there is no such key here"),
+            openBoth().second);
+  m_sockets = NarrowPair(64 * 1024);
+  makeEnds(std::string(64, 'n'), '5');
+  EXPECT_EQ(Failure(), openBoth().second);
+  m_sockets = NarrowPair(64 * 1024);
+  makeEnds(std::string(65, 'n'), '5');
+  EXPECT_EQ(Failure(corvane::kNotProven,
+                    L"The peer says that it is \"nnnnnnnnnnnnnnnnnnnnnnnn...\": there is no such key here"),
+            openBoth().second);
+}
+
+TEST_F(TlsStreamTest, WithoutMemoryForItThereIsNoConnectionAndNothingOfItStays) {
+  ASSERT_TRUE(kCounts);
+  connectEnds();  // makes what is made once
+  bool isComplete = false;
+  for (int nth = 1; !isComplete; ++nth) {
+    m_sockets = NarrowPair(64 * 1024);
+    ::ERR_clear_error();
+    const long before = OpenSslMemory::held();
+    OpenSslMemory::failAt(nth);
+    try {
+      const TlsStream stream(std::move(m_sockets.dialed), "session-5", keyOf('5'));
+      isComplete = OpenSslMemory::stop();
+    } catch (const std::bad_alloc&) {
+      EXPECT_FALSE(OpenSslMemory::stop());
+    }
+    ::ERR_clear_error();
+    EXPECT_EQ(before, OpenSslMemory::held()) << nth;
+    ASSERT_LT(nth, 1000);
+  }
+}
+
+#ifdef __GLIBC__
+TEST_F(TlsStreamTest, OfWhatWasSentNothingIsKept) {
+  connectEnds();
+  const auto bytes = unlikeBytes(1500000);
+  const corvane::Stream::Piece pieces[] = {std::span(bytes).first(700000), std::span(bytes).subspan(700000)};
+  const auto held = [] {
+    const struct mallinfo2 now = ::mallinfo2();
+    return static_cast<long>(now.uordblks + now.hblkhd);
+  };
+  const long before = held();
+  JoinedThread receiver([&] { EXPECT_TRUE(bytes == receiveBytes(*m_listening, bytes.size(), bytes.size())); });
+  m_dialing->send(pieces);
+  receiver.join();
+  EXPECT_LT(held() - before, 150000);
+}
+#endif
+
 TEST_F(TlsStreamTest, APeerThatSpeaksSomethingElseIsToldFromOneWithoutAKey) {
   m_listening.emplace(std::move(m_sockets.accepted), &known);
   const std::string_view plain = "GET / HTTP/1.1\r\nHost: print\r\n\r\n";
@@ -366,6 +460,21 @@ TEST_F(TlsStreamTest, AnOlderVersionOfTlsIsRefused) {
   listening.join();
   EXPECT_EQ(Failure(corvane::kProtocolViolation, L"the other side does not speak TLS 1.3: unsupported protocol"),
             failure);
+}
+
+TEST_F(TlsStreamTest, APeerThatOffersAnotherGroupIsRefused) {
+  ForeignPeer peer(std::move(m_sockets.dialed), ::TLS_client_method());
+  ::SSL_set_psk_use_session_callback(peer.ssl(), &keyOfFives);
+  ASSERT_EQ(1, ::SSL_set1_groups_list(peer.ssl(), "P-384"));
+  m_listening.emplace(std::move(m_sockets.accepted), &known);
+  Failure failure;
+  JoinedThread listening([&] {
+    failure = failureOf([&] { m_listening->open(corvane::after(20000)); });
+    m_listening->shutdown();
+  });
+  EXPECT_FALSE(peer.handshake());
+  listening.join();
+  EXPECT_EQ(corvane::kNotProven, failure.first) << corvane::toUtf8(failure.second);
 }
 
 TEST_F(TlsStreamTest, APeerThatOffersNoKeyIsRefused) {

@@ -23,6 +23,13 @@ TEST(Text, WritesUtf8OfEveryLength) {
   EXPECT_EQ(fromUtf16(units, 5), fromUtf8("A\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"));
 }
 
+TEST(Text, EachLengthOfUtf8BeginsAndEndsWhereItShould) {
+  const std::wstring ends = fromUtf8("\x7F\xDF\xBF\xEF\xBF\xBF\xF4\x8F\xBF\xBF");
+  EXPECT_EQ("\x7F\xDF\xBF\xEF\xBF\xBF\xF4\x8F\xBF\xBF", toUtf8(ends));
+  const std::uint16_t begins[] = {0x80, 0x800, 0xD800, 0xDC00};
+  EXPECT_EQ("\xC2\x80\xE0\xA0\x80\xF0\x90\x80\x80", toUtf8(fromUtf16(begins, 4)));
+}
+
 TEST(Text, ReplacesWhatUtf8CannotHold) {
   const std::uint16_t lonely[] = {0x41, 0xD800, 0x42};
   EXPECT_EQ(

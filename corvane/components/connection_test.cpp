@@ -21,6 +21,16 @@ TEST_F(ConnectionTest, AReplyBringsTheValuesBack) {
   EXPECT_EQ(-2, twice(component, -1));
 }
 
+TEST_F(ConnectionTest, WhatWasHeardLastIsTheLastReplyAndNothingBeforeTheFirstConnect) {
+  EXPECT_EQ(CS_Connection::create()->lastHeard(), std::chrono::steady_clock::time_point());
+  ConnectionPair pair;
+  const auto component = makeComponent(pair.dialed(), L"Caller", L"Server");
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(2, twice(component, 1));
+  EXPECT_GE(pair.dialed().lastHeard(), before);
+  EXPECT_LE(pair.dialed().lastHeard(), std::chrono::steady_clock::now());
+}
+
 TEST_F(ConnectionTest, IdentifiersAreOddOnTheDialingSideAndEvenOnTheOther) {
   ConnectionPair pair;
   EXPECT_EQ(1u, pair.dialed().nextIdentifier());

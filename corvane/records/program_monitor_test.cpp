@@ -78,6 +78,25 @@ TEST_F(NoticeTest, IsALineOfTheLocalLogWithoutItsValues) {
   EXPECT_EQ((Lines{"job: \"Report\" was printed"}), log.lines());
 }
 
+TEST_F(NoticeTest, WhatCannotStandInALineIsAQuestionMarkInItsKind) {
+  LocalLog log;
+  CS_ProgramMonitor::getLocalMonitor()->notify({L"j\n\x1b\x7f\u00e4~ b", L"text", {}});
+  EXPECT_EQ((Lines{"j????~ b: text"}), log.lines());
+}
+
+TEST(Report, ItsRecordsHaveANumberThatNoOtherReportHas) {
+  LocalLog log;
+  const auto local = CS_ProgramMonitor::getLocalMonitor();
+  const auto one = local->recordText(corvane::kLevelFailure, corvane::kCategory, L"no port");
+  const auto other = local->recordText(corvane::kLevelFailure, corvane::kCategory, L"no paper");
+  one->recordText(corvane::kLevelFailure, corvane::kCategory, L"no printer");
+  const Lines lines = log.lines();
+  ASSERT_EQ(3u, lines.size());
+  const auto numberOf = [](const std::string& line) { return line.substr(0, line.find(' ')); };
+  EXPECT_EQ(numberOf(lines[0]), numberOf(lines[2]));
+  EXPECT_NE(numberOf(lines[0]), numberOf(lines[1]));
+}
+
 TEST_F(NoticeTest, GoesToTheRootOfAReportAndIsNoRecord) {
   RecordingScope records;
   const auto report =

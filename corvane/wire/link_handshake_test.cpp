@@ -101,6 +101,19 @@ TEST(Handshake, RefusesAHelloWithTooManyValues) {
             answerTo(helloFrame(header, values)));
 }
 
+TEST(Handshake, TakesAsManyValuesAsThereMayBe) {
+  CS_ComponentServer::initialize(0, 0);
+  OwnListener listener;
+  HelloValues values;
+  for (std::size_t i = 0; i < kMaxHelloValues; ++i)
+    values.emplace(L"name " + std::to_wstring(i), L"v");
+  Link link(listener.dial());
+  JoinedThread dialer([&] { link.sayHello(values, after(20000)); });
+  const auto connection = CS_Connection::accept(listener.accept());
+  dialer.join();
+  EXPECT_EQ(values, connection->peerValues());
+}
+
 TEST(Handshake, KeepsOfEachValueNoMoreThanItsBeginning) {
   CS_ComponentServer::initialize(0, 0);
   OwnListener listener;
@@ -192,6 +205,13 @@ TEST(Listener, SaysThatAPortIsTaken) {
   } catch (const CS_Exception& exception) {
     EXPECT_EQ(0u, std::wstring(exception.detail()).find(L"cannot listen on 127.0.0.1:"));
   }
+}
+
+TEST(Listener, AfterItsStopNobodyIsTakenAnyMore) {
+  OwnListener listener;
+  const Socket before = listener.dial();
+  listener.stop();
+  EXPECT_THROW(listener.dial(), CS_Exception);
 }
 
 TEST(Listener, StopEndsAnAcceptThatIsWaiting) {

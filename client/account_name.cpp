@@ -1,6 +1,26 @@
 #include "client/account_name.h"
 
 #include <array>
+
+#ifdef _WIN32
+
+#include "corvane/base/text.h"
+
+#include <windows.h>
+
+namespace printclient {
+
+std::string accountName() {
+  std::array<wchar_t, 512> name{};
+  DWORD size = name.size();
+  if (!GetUserNameW(name.data(), &size)) return "unknown";
+  return corvane::toUtf8(name.data());
+}
+
+}  // namespace printclient
+
+#else
+
 #include <pwd.h>
 #include <unistd.h>
 
@@ -15,3 +35,5 @@ std::string accountName() {
 }
 
 }  // namespace printclient
+
+#endif

@@ -1,4 +1,4 @@
-#include "server/offered_classes.h"
+#include "server/application.h"
 
 #include "corvane/components/bridge.h"
 #include "corvane/components/bridge_router.h"
