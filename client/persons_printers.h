@@ -3,7 +3,6 @@
 #include "client/options.h"
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace printclient {
@@ -37,9 +36,6 @@ class PersonsPrinters {
   const Choice m_choice;
   std::vector<PrinterOption> m_last;
 };
-
-// Whether a name is one of those that the pattern stands for; both are UTF-8, and "?" is one character of it.
-bool fitsPattern(std::string_view name, std::string_view pattern);
 
 // What the system lists; per platform.
 std::vector<PrinterOption> systemPrinters();

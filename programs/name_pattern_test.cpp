@@ -1,8 +1,8 @@
-#include "client/persons_printers.h"
+#include "programs/name_pattern.h"
 
 #include <gtest/gtest.h>
 
-namespace printclient {
+namespace programs {
 namespace {
 
 TEST(PatternOfNames, FitsTheWholeNameWithItsCase) {
@@ -18,4 +18,4 @@ TEST(PatternOfNames, FitsTheWholeNameWithItsCase) {
 }
 
 }  // namespace
-}  // namespace printclient
+}  // namespace programs
