@@ -4,6 +4,7 @@
 #include "programs/name_pattern.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <stdexcept>
 #include <utility>
 
@@ -23,6 +24,17 @@ bool isSame(const PrinterOption& one, const PrinterOption& other) {
 }
 
 }  // namespace
+
+std::string paperWords(const std::vector<std::string>& papers, int resolution) {
+  constexpr std::size_t kNamed = 6;
+  std::string words = resolution != 0 ? fmt::format(", {} dpi", resolution) : "";
+  // One more is named rather than counted.
+  const std::size_t named = papers.size() > kNamed + 1 ? kNamed : papers.size();
+  for (std::size_t i = 0; i < named; ++i)
+    words += fmt::format("{} {}", i == 0 ? ", paper" : ",", papers[i]);
+  if (named < papers.size()) words += fmt::format(" and {} more", papers.size() - named);
+  return words;
+}
 
 std::vector<PrinterOption> PersonsPrinters::chosen() const {
   std::vector<PrinterOption> printers = systemPrinters();

@@ -37,6 +37,10 @@ class PersonsPrinters {
   std::vector<PrinterOption> m_last;
 };
 
+// The end of a printer's comment: its resolution, unless that is 0, and its paper, the usual one first. Of many papers
+// the first few are named.
+std::string paperWords(const std::vector<std::string>& papers, int resolution);
+
 // What the system lists; per platform.
 std::vector<PrinterOption> systemPrinters();
 

@@ -119,9 +119,11 @@ void addDriversCommand(CLI::App& app, Invocation& invocation) {
     std::string pattern, driver;
   };
   auto words = std::make_shared<Words>();
-  CLI::App& drivers = addGroup(app, "drivers",
-                               "Shows the printer drivers of this server, and sets which ones stand in "
-                               "for those of clients.");
+  CLI::App& drivers =
+      addCommand(app, invocation, "drivers",
+                 "Shows the printer drivers of this server, and sets which ones stand in for those of clients. Without "
+                 "a further word it lists them.",
+                 {"drivers", "drivers --json"});
   drivers.require_subcommand(0, 1);
   drivers.callback([&invocation] {
     if (!invocation.run) invocation.run = list;

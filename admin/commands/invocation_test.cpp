@@ -21,10 +21,10 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
 
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
-      {"install"},         {"uninstall"},      {"ports", "list"},   {"ports", "add"}, {"ports", "delete"},
-      {"session", "list"}, {"session", "up"},  {"session", "down"}, {"status"},       {"print"},
-      {"printers"},        {"visible"},        {"doctor"},          {"watch"},        {"invite"},
-      {"drivers", "list"}, {"drivers", "map"}, {"drivers", "unmap"}};
+      {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},    {"ports", "delete"},
+      {"session", "list"}, {"session", "up"},   {"session", "down"}, {"status"},          {"print"},
+      {"printers"},        {"visible"},         {"doctor"},          {"watch"},           {"invite"},
+      {"drivers"},         {"drivers", "list"}, {"drivers", "map"},  {"drivers", "unmap"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);
