@@ -153,11 +153,14 @@ Json namesJson(const std::vector<std::wstring>& names) {
 Json sessionJson(const protocol::ListedSession& session) {
   Json printers = Json::array();
   for (const protocol::ListedPrinter& printer : session.printers) {
-    printers.push_back({{"name", textValue(printer.localName)},
-                        {"clientName", textValue(printer.name())},
-                        {"driver", textValue(printer.driver())},
-                        {"format", formatWord(printer.format)},
-                        {"default", printer.isDefault}});
+    printers.push_back(
+        {{"name", textValue(printer.localName)},
+         {"clientName", textValue(printer.name())},
+         {"driver", textValue(printer.driver())},
+         {"format", formatWord(printer.format)},
+         {"default", printer.isDefault},
+         {"resolution", printer.resolution},
+         {"comment", textValue(printer.texts[protocol::Printer::kCommentText].value_or(std::wstring()))}});
   }
   return {{"session", session.number},
           {"connected", session.isConnected},
