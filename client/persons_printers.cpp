@@ -1,8 +1,10 @@
 #include "client/persons_printers.h"
 
 #include "corvane/base/text.h"
+#include "programs/name_pattern.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <stdexcept>
 #include <utility>
 
@@ -12,7 +14,7 @@ namespace {
 bool fitsAny(const PrinterOption& candidate, const std::vector<std::string>& patterns) {
   const std::string name = corvane::toUtf8(candidate.printer.name());
   return std::any_of(patterns.begin(), patterns.end(),
-                     [&name](const std::string& pattern) { return fitsPattern(name, pattern); });
+                     [&name](const std::string& pattern) { return programs::fitsPattern(name, pattern); });
 }
 
 bool isSame(const PrinterOption& one, const PrinterOption& other) {
@@ -23,30 +25,15 @@ bool isSame(const PrinterOption& one, const PrinterOption& other) {
 
 }  // namespace
 
-bool fitsPattern(std::string_view name, std::string_view pattern) {
-  std::size_t at = 0, in = 0;
-  std::size_t star = std::string_view::npos, resume = 0;  // the last "*", and where the text behind it begins
-  while (at < name.size()) {
-    std::size_t next = at;
-    corvane::nextUtf8(name, next);
-    if (in < pattern.size() && pattern[in] == '*') {
-      star = in++;
-      resume = at;
-    } else if (in < pattern.size() && pattern[in] == '?') {
-      ++in;
-      at = next;
-    } else if (pattern.substr(in, next - at) == name.substr(at, next - at)) {
-      in += next - at;
-      at = next;
-    } else if (star != std::string_view::npos) {
-      corvane::nextUtf8(name, resume);
-      at = resume;
-      in = star + 1;
-    } else {
-      return false;
-    }
-  }
-  return pattern.find_first_not_of('*', in) == std::string_view::npos;
+std::string paperWords(const std::vector<std::string>& papers, int resolution) {
+  constexpr std::size_t kNamed = 6;
+  std::string words = resolution != 0 ? fmt::format(", {} dpi", resolution) : "";
+  // One more is named rather than counted.
+  const std::size_t named = papers.size() > kNamed + 1 ? kNamed : papers.size();
+  for (std::size_t i = 0; i < named; ++i)
+    words += fmt::format("{} {}", i == 0 ? ", paper" : ",", papers[i]);
+  if (named < papers.size()) words += fmt::format(" and {} more", papers.size() - named);
+  return words;
 }
 
 std::vector<PrinterOption> PersonsPrinters::chosen() const {

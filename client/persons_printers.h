@@ -3,7 +3,6 @@
 #include "client/options.h"
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace printclient {
@@ -38,8 +37,9 @@ class PersonsPrinters {
   std::vector<PrinterOption> m_last;
 };
 
-// Whether a name is one of those that the pattern stands for; both are UTF-8, and "?" is one character of it.
-bool fitsPattern(std::string_view name, std::string_view pattern);
+// The end of a printer's comment: its resolution, unless that is 0, and its paper, the usual one first. Of many papers
+// the first few are named.
+std::string paperWords(const std::vector<std::string>& papers, int resolution);
 
 // What the system lists; per platform.
 std::vector<PrinterOption> systemPrinters();

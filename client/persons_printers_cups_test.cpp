@@ -49,13 +49,17 @@ TEST(PersonsPrintersTest, AreTheQueuesOfTheSchedulerWithWhatItKnowsOfThem) {
   ASSERT_EQ(found.size(), 2u);
   EXPECT_EQ(found[0].target.queue, "desk");
   EXPECT_EQ(found[0].printer.name(), L"desk");
-  EXPECT_EQ(found[0].printer.texts[1], L"By the door, black and white, one-sided");
+  EXPECT_EQ(found[0].printer.texts[1],
+            L"By the door, black and white, one-sided, 600 dpi, paper Letter, A4, Env10, EnvDL, Legal");
+  EXPECT_EQ(found[0].printer.resolution, 600);
   EXPECT_EQ(found[0].printer.texts[2], L"Room 7");
   EXPECT_EQ(found[0].printer.texts[6], L"Printer - IPP Everywhere");
   EXPECT_TRUE(found[0].printer.isDefault);
   EXPECT_EQ(found[0].printer.format, protocol::DataFormat::kPdf);
   EXPECT_EQ(found[1].target.queue, "labels");
   EXPECT_FALSE(found[1].printer.isDefault);
+  EXPECT_EQ(found[1].printer.texts[1], L"labels, black and white, one-sided");
+  EXPECT_EQ(found[1].printer.resolution, 0);
   EXPECT_EQ(found[1].printer.format, protocol::DataFormat::kRaw);
   PersonsPrinters some({{"d*", "l*"}, {"?esk"}});
   EXPECT_THAT(names(some), ElementsAre("labels"));

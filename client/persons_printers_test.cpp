@@ -5,16 +5,16 @@
 namespace printclient {
 namespace {
 
-TEST(PatternOfNames, FitsTheWholeNameWithItsCase) {
-  for (const auto& [name, pattern] :
-       {std::pair("desk", "desk"), std::pair("desk", "*"), std::pair("", "*"), std::pair("", ""),
-        std::pair("desk", "d*k"), std::pair("desk", "d??k"), std::pair("desk", "**s*"), std::pair("a.b.c", "*.c"),
-        std::pair("aab", "*ab"), std::pair("\xC3\x96l", "?l"), std::pair("\xC3\x96l", "*\xC3\x96*")})
-    EXPECT_TRUE(fitsPattern(name, pattern)) << name << " " << pattern;
-  for (const auto& [name, pattern] :
-       {std::pair("desk", "Desk"), std::pair("desk", "des"), std::pair("desk", "desk?"), std::pair("desk", ""),
-        std::pair("", "?"), std::pair("desk", "*z*"), std::pair("\xC3\x96l", "??l"), std::pair("desk", "esk")})
-    EXPECT_FALSE(fitsPattern(name, pattern)) << name << " " << pattern;
+TEST(PaperOfAPrinter, IsNamedWithTheResolution) {
+  EXPECT_EQ(paperWords({}, 0), "");
+  EXPECT_EQ(paperWords({}, 600), ", 600 dpi");
+  EXPECT_EQ(paperWords({"A4"}, 0), ", paper A4");
+  EXPECT_EQ(paperWords({"A4", "Letter"}, 1200), ", 1200 dpi, paper A4, Letter");
+}
+
+TEST(PaperOfAPrinter, IsCountedWhereThereIsMuchOfIt) {
+  EXPECT_EQ(paperWords({"1", "2", "3", "4", "5", "6", "7"}, 0), ", paper 1, 2, 3, 4, 5, 6, 7");
+  EXPECT_EQ(paperWords({"1", "2", "3", "4", "5", "6", "7", "8"}, 0), ", paper 1, 2, 3, 4, 5, 6 and 2 more");
 }
 
 }  // namespace

@@ -4,8 +4,13 @@
 #include <windows.h>
 #include <winspool.h>
 
+#include <algorithm>
 #include <array>
+#include <cwchar>
 #include <fmt/format.h>
+#include <fmt/xchar.h>
+#include <map>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
@@ -46,6 +51,89 @@ void setText(protocol::Printer& printer, std::size_t index, const wchar_t* text)
   if (text != nullptr && *text != 0) printer.texts[index] = text;
 }
 
+// What a printer can do, as its driver says.
+struct Abilities {
+  std::vector<std::string> words;  // colour and duplex
+  std::vector<std::string> papers;
+  int mostDots = 0;  // an inch; 0 when the driver does not say
+};
+
+std::vector<std::string> paperNames(const wchar_t* name, const wchar_t* port) {
+  constexpr std::size_t kLength = 64;  // of each, and terminated only when it is shorter
+  const int count = DeviceCapabilitiesW(name, port, DC_PAPERNAMES, nullptr, nullptr);
+  if (count <= 0) return {};
+  std::vector<wchar_t> room(static_cast<std::size_t>(count) * kLength);
+  const int written = std::min(count, DeviceCapabilitiesW(name, port, DC_PAPERNAMES, room.data(), nullptr));
+  std::vector<std::string> names;
+  for (int i = 0; i < written; ++i) {
+    const wchar_t* const begin = room.data() + static_cast<std::size_t>(i) * kLength;
+    names.push_back(corvane::printable(std::wstring_view(begin, wcsnlen(begin, kLength))));
+  }
+  return names;
+}
+
+int mostDots(const wchar_t* name, const wchar_t* port) {
+  const int count = DeviceCapabilitiesW(name, port, DC_ENUMRESOLUTIONS, nullptr, nullptr);
+  if (count <= 0) return 0;
+  std::vector<std::array<LONG, 2>> room(static_cast<std::size_t>(count));  // across and down
+  const int written = std::min(
+      count, DeviceCapabilitiesW(name, port, DC_ENUMRESOLUTIONS, reinterpret_cast<wchar_t*>(room.data()), nullptr));
+  LONG most = 0;
+  for (int i = 0; i < written; ++i)
+    most = std::max(most, room[static_cast<std::size_t>(i)][0]);
+  return static_cast<int>(most);
+}
+
+Abilities ask(const PRINTER_INFO_2W& found) {
+  const wchar_t* const name = found.pPrinterName;
+  const wchar_t* const port = found.pPortName;
+  Abilities abilities;
+  const int colours = DeviceCapabilitiesW(name, port, DC_COLORDEVICE, nullptr, nullptr);
+  if (colours >= 0) abilities.words.emplace_back(colours > 0 ? "colour" : "black and white");
+  const int sides = DeviceCapabilitiesW(name, port, DC_DUPLEX, nullptr, nullptr);
+  if (sides >= 0) abilities.words.emplace_back(sides > 0 ? "two-sided" : "one-sided");
+  abilities.papers = paperNames(name, port);
+  abilities.mostDots = mostDots(name, port);
+  return abilities;
+}
+
+// The driver is loaded into this process to be asked, which is done once: the list of printers is looked at often.
+Abilities abilitiesOf(const PRINTER_INFO_2W& found) {
+  static std::mutex lock;
+  static std::map<std::wstring, Abilities> known;
+  const std::wstring key = fmt::format(L"{}\n{}\n{}", found.pPrinterName, found.pPortName ? found.pPortName : L"",
+                                       found.pDriverName ? found.pDriverName : L"");
+  const std::lock_guard guard(lock);
+  const auto present = known.find(key);
+  return present != known.end() ? present->second : known.emplace(key, ask(found)).first->second;
+}
+
+// The dots per inch of a document that asks for none; 0 when the printer's settings do not say.
+int usualDots(const DEVMODEW* mode) {
+  return mode != nullptr && (mode->dmFields & DM_PRINTQUALITY) != 0 ? std::max<int>(mode->dmPrintQuality, 0) : 0;
+}
+
+// The usual paper first.
+void moveToFront(std::vector<std::string>& papers, const DEVMODEW* mode) {
+  if (mode == nullptr || (mode->dmFields & DM_FORMNAME) == 0 || mode->dmFormName[0] == 0) return;
+  const std::wstring_view form(mode->dmFormName, wcsnlen(mode->dmFormName, CCHFORMNAME));
+  const std::string usual = corvane::printable(form);
+  std::erase(papers, usual);
+  papers.insert(papers.begin(), usual);
+}
+
+void describeAbilities(const PRINTER_INFO_2W& found, protocol::Printer& printer) {
+  Abilities abilities = abilitiesOf(found);
+  moveToFront(abilities.papers, found.pDevMode);
+  const int usual = usualDots(found.pDevMode);
+  printer.resolution = usual != 0 ? usual : abilities.mostDots;
+  std::string comment = found.pComment == nullptr ? "" : corvane::toUtf8(found.pComment);
+  for (const std::string& word : abilities.words)
+    comment += fmt::format("{}{}", comment.empty() ? "" : ", ", word);
+  comment += paperWords(abilities.papers, printer.resolution);
+  if (!comment.empty()) printer.texts[1] = corvane::fromUtf8(comment);
+}
+
 }  // namespace
 
 std::vector<PrinterOption> systemPrinters() {
@@ -59,7 +147,7 @@ std::vector<PrinterOption> systemPrinters() {
     PrinterOption result;
     result.target.queue = corvane::toUtf8(found[i].pPrinterName);
     setText(result.printer, protocol::Printer::kNameText, found[i].pPrinterName);
-    setText(result.printer, 1, found[i].pComment);
+    describeAbilities(found[i], result.printer);
     setText(result.printer, 2, found[i].pLocation);
     setText(result.printer, protocol::Printer::kDriverText, found[i].pDriverName);
     setText(result.printer, 4, found[i].pPortName);

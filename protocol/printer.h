@@ -49,6 +49,7 @@ inline std::optional<DataFormat> dataFormatOf(std::string_view word) {
 struct Printer {
   static constexpr std::size_t kTexts = 8;
   static constexpr std::size_t kNameText = 0;  // as the client knows the printer
+  static constexpr std::size_t kCommentText = 1;
   static constexpr std::size_t kDriverText = 3;
 
   std::array<std::optional<std::wstring>, kTexts> texts;

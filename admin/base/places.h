@@ -8,6 +8,7 @@ inline constexpr wchar_t kModuleFile[] = L"MgPrintMon.dll";
 inline constexpr wchar_t kConverterFile[] = L"ps2pdf.exe";
 inline constexpr wchar_t kMonitorName[] = L"Client Printer Port";
 inline constexpr wchar_t kKeyFileName[] = L"KeyFile";
+inline constexpr wchar_t kFallbackDriverName[] = L"FallbackDriver";
 inline constexpr wchar_t kEnvironment[] = L"Windows x64";
 
 // The paths of an installation. Keys are below HKEY_LOCAL_MACHINE.
@@ -24,7 +25,9 @@ struct Places {
   std::wstring logFile() const { return logFolder() + L"\\MgPrintMon.log"; }
   std::wstring productKey() const { return vendorKey + L"\\Marrowgate"; }
   std::wstring frameworkKey() const { return vendorKey + L"\\Corvane"; }
-  std::wstring portsKey() const { return productKey() + L"\\Printers\\Ports"; }
+  std::wstring printersKey() const { return productKey() + L"\\Printers"; }
+  std::wstring portsKey() const { return printersKey() + L"\\Ports"; }
+  std::wstring driverTableKey() const { return printersKey() + L"\\Drivers"; }
   std::wstring recordKey() const { return productKey() + L"\\Installation"; }
 
   // The paths on this machine: the root is the given folder or, when that is empty, that of the current installation,

@@ -4,6 +4,7 @@
 #include "corvane/base/text.h"
 #include "util/win_handle.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
 
@@ -11,6 +12,7 @@ namespace admin {
 namespace {
 
 constexpr DWORD kMaxKeyName = 256;
+constexpr DWORD kMaxValueName = 16384;
 
 std::string quoted(const std::wstring& key) {
   return fmt::format("\"HKEY_LOCAL_MACHINE\\{}\"", corvane::toUtf8(key));
@@ -144,6 +146,24 @@ bool isKeyEmpty(const std::wstring& key) {
                                  nullptr, nullptr, nullptr),
                 tried);
   return keys == 0 && values == 0;
+}
+
+std::vector<std::wstring> valueNames(const std::wstring& key) {
+  std::vector<std::wstring> names;
+  mg::RegistryKey opened;
+  LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive());
+  if (isMissing(status)) return names;
+  requireStatus(status, fmt::format("{} cannot be read", quoted(key)));
+  std::wstring room(kMaxValueName, L'\0');
+  for (DWORD index = 0;; ++index) {
+    DWORD length = kMaxValueName;
+    status = RegEnumValueW(opened.get(), index, room.data(), &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS) break;
+    requireStatus(status, fmt::format("{} cannot be read", quoted(key)));
+    if (length > 0) names.push_back(room.substr(0, length));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 std::vector<std::wstring> subkeys(const std::wstring& key) {

@@ -40,6 +40,9 @@ void deleteKey(const std::wstring& key);
 void deleteKeyTree(const std::wstring& key);
 // It has no values and no subkeys.
 bool isKeyEmpty(const std::wstring& key);
+// The names of the values, in alphabetical order; empty when the key does not exist. A value without a name is left
+// out.
+std::vector<std::wstring> valueNames(const std::wstring& key);
 // The names of the direct subkeys; empty when the key does not exist.
 std::vector<std::wstring> subkeys(const std::wstring& key);
 

@@ -72,6 +72,11 @@ ExitCode run(const Options& options, Output& output) {
   diagnosis.examine("converter", [&] { return checkConverter(places); });
   diagnosis.examine("temporary folder", checkTemporaryFolder);
   if (server && isRegistered) checkSessions(diagnosis, *server);
+  if (server) {
+    diagnosis.examine("server drivers", [&] {
+      return checkServerDrivers(server->sessions, localPrinters(), ServerDrivers::ofThisMachine());
+    });
+  }
   if (server) diagnosis.examine("drivers", [&] { return checkDrivers(server->sessions, localPrinters()); });
   if (!server || !loads || !isRegistered) {
     diagnosis.skip("test page", "it needs the module, its registration and the application server");

@@ -14,7 +14,7 @@ namespace admin {
 namespace {
 
 struct Options {
-  std::string root, from, log, key;
+  std::string root, from, log, key, driver, driverPackage;
   unsigned port = 0;
   bool force = false;
 };
@@ -32,6 +32,8 @@ ExitCode run(const Options& options, Output& output) {
   if (options.port != 0) request.serverPort = options.port;
   request.logFile = corvane::fromUtf8(options.log);
   request.keyFile = corvane::fromUtf8(options.key);
+  request.driver = corvane::fromUtf8(options.driver);
+  request.driverPackage = corvane::fromUtf8(options.driverPackage);
   request.force = options.force;
   const InstallResult result = install(places, request);
 
@@ -60,13 +62,17 @@ void addInstallCommand(CLI::App& app, Invocation& invocation) {
   CLI::App& command =
       addCommand(app, invocation, "install",
                  "Installs the print monitor and the converter, or completes an installation. All or nothing.",
-                 {"install", "install --from D:\\setup --root \"D:\\Marrowgate\"", "install --port 4720 --json"});
+                 {"install", "install --from D:\\setup --root \"D:\\Marrowgate\"",
+                  "install --driver \"Generic PostScript\"", "install --port 4720 --json"});
   command.add_option("--root", options->root, "folder of the installation; default: Marrowgate among the programs");
   command.add_option("--from", options->from, "folder of MgPrintMon.dll and ps2pdf.exe; default: of this program");
   command.add_option("--port", options->port, "TCP port of the application server; default: 4711")
       ->check(CLI::Range(1, 65535));
   command.add_option("--log", options->log, "the module's log file; default: Log\\MgPrintMon.log in the root");
   command.add_option("--key", options->key, "the file with the monitor's key, when aps wants keys");
+  CLI::Option* const driver = command.add_option("--driver", options->driver,
+                                                 "the PostScript driver of session printers whose own cannot be used");
+  command.add_option("--driver-package", options->driverPackage, "the .inf file that adds this driver")->needs(driver);
   command.add_flag("--force", options->force, "let an older version replace a newer one");
   command.callback(
       [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });

@@ -44,7 +44,7 @@ std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arg
   app.footer(kExitCodes);
   for (const auto add :
        {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand, addPrintCommand,
-        addPrintersCommand, addVisibleCommand, addDoctorCommand, addWatchCommand, addInviteCommand})
+        addPrintersCommand, addVisibleCommand, addDriversCommand, addDoctorCommand, addWatchCommand, addInviteCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

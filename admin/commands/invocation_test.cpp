@@ -14,16 +14,17 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   EXPECT_EQ(parsed->code, ExitCode::kDone);
   EXPECT_FALSE(parsed->invocation.run);
   for (const char* word : {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible",
-                           "doctor", "watch", "invite", "0 done", "7 outcome of a job unknown"}) {
+                           "doctor", "watch", "invite", "drivers", "0 done", "7 outcome of a job unknown"}) {
     EXPECT_THAT(parsed->message, HasSubstr(word));
   }
 }
 
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
-      {"install"},         {"uninstall"},     {"ports", "list"},   {"ports", "add"}, {"ports", "delete"},
-      {"session", "list"}, {"session", "up"}, {"session", "down"}, {"status"},       {"print"},
-      {"printers"},        {"visible"},       {"doctor"},          {"watch"},        {"invite"}};
+      {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},    {"ports", "delete"},
+      {"session", "list"}, {"session", "up"},   {"session", "down"}, {"status"},          {"print"},
+      {"printers"},        {"visible"},         {"doctor"},          {"watch"},           {"invite"},
+      {"drivers"},         {"drivers", "list"}, {"drivers", "map"},  {"drivers", "unmap"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);
@@ -40,6 +41,9 @@ TEST(CommandLine, ThatIsWrongEndsWithTwoAndSaysWhy) {
                                                        {"ports", "add"},
                                                        {"session", "up", "0"},
                                                        {"install", "--port", "70000"},
+                                                       {"install", "--driver-package", "driver.inf"},
+                                                       {"drivers", "map", "HP*"},
+                                                       {"drivers", "unmap"},
                                                        {"print", "Laser"}};
   for (const std::vector<std::string>& words : wrong) {
     const auto parsed = parseCommandLine(words);
@@ -47,6 +51,10 @@ TEST(CommandLine, ThatIsWrongEndsWithTwoAndSaysWhy) {
     EXPECT_FALSE(parsed->invocation.run);
     EXPECT_FALSE(parsed->message.empty());
   }
+}
+
+TEST(CommandLine, DriversAloneListsThem) {
+  EXPECT_TRUE(parseCommandLine({"drivers"})->invocation.run);
 }
 
 TEST(Invocation, AFailureIsSaidWithItsRemedyAndEndsWithItsCode) {

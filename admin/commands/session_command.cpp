@@ -127,7 +127,7 @@ void addSessionCommand(CLI::App& app, Invocation& invocation) {
                               "client no longer brings are removed.",
                               {"session up 5", "session up 5 --driver \"Generic PostScript\" --default"});
   addNumber(rise);
-  rise.add_option("--driver", options->driver, "driver for printers whose own is not installed");
+  rise.add_option("--driver", options->driver, "driver for printers whose own cannot be used; default: FallbackDriver");
   rise.add_option("--processor", options->processor, "print processor; default: winprint");
   rise.add_flag("--default", options->makesDefault, "make the client's default printer yours as well");
   addServerPort(rise);

@@ -88,7 +88,8 @@ void addWatchCommand(CLI::App& app, Invocation& invocation) {
                                  "Brings sessions up and down as their print clients come and go, until Ctrl-C. With "
                                  "--json, a line for each event.",
                                  {"watch", "watch --driver \"Generic PostScript\" --grace 300"});
-  command.add_option("--driver", options->driver, "driver for printers whose own is not installed");
+  command.add_option("--driver", options->driver,
+                     "driver for printers whose own cannot be used; default: FallbackDriver");
   command.add_option("--processor", options->processor, "print processor; default: winprint");
   command
       .add_option("--grace", options->graceSeconds,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "admin/base/places.h"
+#include "admin/sessions/driver_choice.h"
 #include "admin/spooler/spooler_printer.h"
 #include "protocol/administration.h"
 
@@ -29,13 +30,18 @@ std::string checkConverter(const Places& places);
 std::string checkDrivers(const std::vector<protocol::ListedSession>& sessions,
                          const std::vector<SpoolerPrinter>& present);
 
+// Checks that the drivers that are set for printers of sessions can be used, that every printer of a connected session
+// gets one, and that none of those that are here sends XPS.
+std::string checkServerDrivers(const std::vector<protocol::ListedSession>& sessions,
+                               const std::vector<SpoolerPrinter>& present, const ServerDrivers& drivers);
+
 // The language other than PostScript that the driver's name mentions; empty when it mentions none.
 std::string otherLanguageOf(const std::wstring& driver);
 
 // How the test page is printed.
 struct TestPageOptions {
   int serverPort = 0;      // 0: the registry's
-  std::wstring driver;     // empty: the first one that is installed
+  std::wstring driver;     // empty: FallbackDriver, or the first one that can be used
   std::wstring processor;  // empty: winprint
   std::string keyFile;     // of the test session; empty: none
 };

@@ -45,5 +45,53 @@ TEST(DriverCheck, NamesPrintersWhoseDocumentsWouldArriveUnconverted) {
   EXPECT_EQ(checkDrivers({sessionWith(L"Laser", 2), sessionWith(L"Gone", 3)}, present), "no printer here wants PDF");
 }
 
+ServerDrivers serverDrivers() {
+  ServerDrivers drivers;
+  drivers.installed = {{L"Generic PostScript", 3, 0, L"", {}}, {L"Microsoft IPP Class Driver", 4, 8, L"", {}}};
+  return drivers;
+}
+
+// What the check says is wrong.
+std::string complaint(const std::vector<protocol::ListedSession>& sessions, const std::vector<SpoolerPrinter>& present,
+                      const ServerDrivers& drivers) {
+  try {
+    return "well: " + checkServerDrivers(sessions, present, drivers);
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.remedy(),
+              "Name drivers that are installed and send PostScript, with mgprintmon install --driver NAME and "
+              "mgprintmon drivers map PATTERN NAME; \"mgprintmon drivers\" shows which can be used.");
+    return failure.what();
+  }
+}
+
+TEST(ServerDriverCheck, SaysHowManyDriversCanBeUsedAndWhatIsSet) {
+  ServerDrivers drivers = serverDrivers();
+  EXPECT_EQ(complaint({}, {}, drivers),
+            "well: 1 of 2 can be used; no FallbackDriver is set: printers whose own driver cannot be used are refused");
+  drivers.settings.fallback = L"Generic PostScript";
+  EXPECT_EQ(complaint({}, {}, drivers), "well: 1 of 2 can be used; FallbackDriver is \"Generic PostScript\"");
+}
+
+TEST(ServerDriverCheck, NamesWhatIsSetAndCannotBeUsed) {
+  ServerDrivers drivers = serverDrivers();
+  drivers.settings.fallback = L"Microsoft IPP Class Driver";
+  drivers.settings.table = {{L"HP*", L"Gone"}, {L"Brother*", L"Generic PostScript"}};
+  EXPECT_EQ(complaint({}, {}, drivers),
+            "FallbackDriver \"Microsoft IPP Class Driver\" sends XPS and cannot be used (version 4); the driver for "
+            "\"HP*\", \"Gone\" is not installed");
+}
+
+TEST(ServerDriverCheck, NamesPrintersOfSessionsThatSendXpsOrGetNoDriver) {
+  protocol::ListedSession session = sessionWith(L"Laser", 3);
+  const std::vector<SpoolerPrinter> present = {{L"Laser", L"CPP5", L"Microsoft IPP Class Driver", L"", L""},
+                                               {L"Other", L"LPT1:", L"Microsoft IPP Class Driver", L"", L""}};
+  EXPECT_EQ(complaint({session}, present, serverDrivers()),
+            "printer \"Laser\" has the driver \"Microsoft IPP Class Driver\" here, which sends XPS (version 4)");
+  session.isConnected = true;
+  EXPECT_EQ(complaint({session}, {}, serverDrivers()), "printer \"Laser\" names no driver");
+  session.number = 900000001;
+  EXPECT_EQ(complaint({session}, present, serverDrivers()).substr(0, 5), "well:");
+}
+
 }  // namespace
 }  // namespace admin

@@ -1,6 +1,7 @@
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/doctor/checks.h"
+#include "admin/sessions/driver_choice.h"
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
 #include "admin/spooler/spooler_port.h"
@@ -120,10 +121,14 @@ class TestPrinter {
 
 std::wstring chosenDriver(const TestPageOptions& options) {
   if (!options.driver.empty()) return options.driver;
-  const std::vector<std::wstring> installed = installedDrivers();
-  if (!installed.empty()) return installed.front();
-  throw Failure(ExitCode::kNotFound, "no printer driver is installed, so no printer can be made",
-                "Install a printer driver.");
+  const ServerDrivers drivers = ServerDrivers::ofThisMachine();
+  const std::wstring usual = chooseDriver(drivers.settings.fallback, {}, drivers).driver;
+  if (!usual.empty()) return usual;
+  for (const PrinterDriver& driver : drivers.installed) {
+    if (driver.signOfXps().empty()) return driver.name;
+  }
+  throw Failure(ExitCode::kNotFound, "no printer driver is installed that can be used, so no printer can be made",
+                "Install a printer driver of version 3 that sends PostScript.");
 }
 
 void compare(const std::string& arrived) {

@@ -4,6 +4,7 @@
 #include "admin/base/files.h"
 #include "admin/base/places.h"
 #include "admin/spooler/monitor_module.h"
+#include "admin/spooler/printer_driver.h"
 #include "corvane/base/text.h"
 
 #include <fmt/format.h>
@@ -190,6 +191,41 @@ void FileStep::undo() {
 void FileStep::commit() {
   // The installation is complete without this; an old file that is still open is removed by the next installation.
   if (m_replaced) DeleteFileW((m_to + L".old").c_str());
+}
+
+std::string DriverStep::name() const {
+  return fmt::format("take the printer driver \"{}\" for printers of sessions", corvane::toUtf8(m_driver));
+}
+
+bool DriverStep::isDone() const {
+  const std::vector<PrinterDriver> installed = installedDrivers();
+  const PrinterDriver* const present = findDriver(installed, m_driver);
+  return present != nullptr && present->signOfXps().empty();
+}
+
+void DriverStep::perform() {
+  const std::vector<PrinterDriver> installed = installedDrivers();
+  if (m_package.empty() || findDriver(installed, m_driver) != nullptr) {
+    requireDriver(installed, m_driver);  // throws: it was not done
+    return;
+  }
+  m_noted = note(m_record, InstallationRecord::kDrivers, m_driver);
+  makeNoted(m_record, InstallationRecord::kDrivers, m_driver, m_noted, [&] { addFromPackage(); });
+}
+
+void DriverStep::addFromPackage() {
+  addDriverFromPackage(m_package, m_driver);
+  try {
+    requireDriver(installedDrivers(), m_driver);
+  } catch (...) {
+    deleteDriver(m_driver);
+    throw;
+  }
+}
+
+void DriverStep::undo() {
+  if (!deleteDriver(m_driver)) throw SystemFailure("the printer driver is in use", ERROR_PRINTER_DRIVER_IN_USE);
+  if (m_noted) m_record.remove(InstallationRecord::kDrivers, m_driver);
 }
 
 std::string MonitorStep::name() const {

@@ -113,6 +113,25 @@ class FileStep : public InstallStep {
   bool m_replaced = false;
 };
 
+// A printer driver that is fit for printers of sessions: one that is installed, or is added from its package.
+class DriverStep : public InstallStep {
+ public:
+  DriverStep(InstallationRecord& record, std::wstring driver, std::wstring package)
+      : m_record(record), m_driver(std::move(driver)), m_package(std::move(package)) {}
+  std::string name() const override;
+  bool isDone() const override;
+  void perform() override;
+  void undo() override;
+
+ private:
+  void addFromPackage();
+
+  InstallationRecord& m_record;
+  const std::wstring m_driver;
+  const std::wstring m_package;
+  bool m_noted = false;
+};
+
 // The monitor's registration with the spooler.
 class MonitorStep : public InstallStep {
  public:

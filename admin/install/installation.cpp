@@ -56,6 +56,7 @@ class StepList {
     addKeys(m_places.eventSourceKey);
     for (const std::wstring& folder : {m_places.programs(), m_places.logFolder()})
       addFolders(folder);
+    if (!m_request.driver.empty()) add<DriverStep>(m_request.driver, m_request.driverPackage);
     add<FileStep>(m_request.from + L"\\" + kConverterFile, m_places.converter());
     add<FileStep>(m_request.from + L"\\" + kModuleFile, m_places.module());
     addValues();
@@ -95,6 +96,10 @@ class StepList {
                    m_request.logFile.empty());
     if (!m_request.keyFile.empty()) {
       add<ValueStep>(m_places.frameworkKey(), std::wstring(kKeyFileName), RegistryValue::ofText(m_request.keyFile),
+                     false);
+    }
+    if (!m_request.driver.empty()) {
+      add<ValueStep>(m_places.printersKey(), std::wstring(kFallbackDriverName), RegistryValue::ofText(m_request.driver),
                      false);
     }
     add<ValueStep>(m_places.eventSourceKey, std::wstring(L"EventMessageFile"), RegistryValue::ofText(m_places.module()),

@@ -17,6 +17,8 @@ struct InstallRequest {
   std::optional<unsigned> serverPort;  // without it the present one stays, or the default one is written
   std::wstring logFile;                // empty: the present one stays, or one below the root is written
   std::wstring keyFile;                // empty: the present one stays, or none
+  std::wstring driver;                 // of printers whose own is not installed; empty: the present one stays, or none
+  std::wstring driverPackage;          // adds that driver unless it is installed; empty: it must be
   bool force = false;                  // an older module may replace a newer one
 };
 

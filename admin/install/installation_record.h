@@ -16,6 +16,7 @@ class InstallationRecord {
   static constexpr wchar_t kFolders[] = L"Folders";
   static constexpr wchar_t kFiles[] = L"Files";
   static constexpr wchar_t kMonitors[] = L"Monitors";
+  static constexpr wchar_t kDrivers[] = L"Drivers";
 
   // Reads the record in that key; empty when there is none.
   explicit InstallationRecord(std::wstring key);

@@ -84,6 +84,59 @@ TEST_F(InstallationTest, AKeyFileIsWrittenWhenItIsNamedAndStays) {
   EXPECT_EQ(readValue(places.frameworkKey(), L"KeyFile")->text(), L"D:\\monitor.key");
 }
 
+TEST_F(InstallationTest, ADriverIsSetForPrintersOfSessionsWhenItIsInstalled) {
+  drivers.installed = {{L"Generic PostScript", 3, 0, L"", {}}};
+  install(places, request);
+  EXPECT_FALSE(readValue(places.printersKey(), L"FallbackDriver"));
+  request.driver = L"Generic PostScript";
+  EXPECT_THAT(install(places, request).done,
+              testing::ElementsAre(HasSubstr("write the registry value \"FallbackDriver\" of \"")));
+  request.driver.clear();
+  EXPECT_THAT(install(places, request).done, IsEmpty());
+  EXPECT_EQ(readValue(places.printersKey(), L"FallbackDriver")->text(), L"Generic PostScript");
+}
+
+TEST_F(InstallationTest, ADriverThatIsMissingOrSendsXpsLeavesNothingBehind) {
+  const auto before = listing();
+  request.driver = L"Generic PostScript";
+  const Failure missing = failureOf(places, request);
+  EXPECT_EQ(missing.code(), ExitCode::kNotFound);
+  EXPECT_STREQ(missing.what(),
+               "could not take the printer driver \"Generic PostScript\" for printers of sessions: the printer driver "
+               "\"Generic PostScript\" is not installed. Nothing was changed.");
+  EXPECT_EQ(difference(before, listing()), "");
+  drivers.installed = {{L"Generic PostScript", 4, 0, L"", {}}};
+  const auto withDriver = listing();
+  EXPECT_THAT(failureOf(places, request).what(), HasSubstr("sends XPS and cannot be used (version 4). Nothing"));
+  EXPECT_EQ(difference(withDriver, listing()), "");
+}
+
+TEST_F(InstallationTest, ADriverComesFromItsPackageWhenItIsNotThere) {
+  drivers.takePackages();
+  TemporaryFolder::write(folder.file(L"setup\\driver.inf"), "[Version]");
+  request.driver = L"New";
+  request.driverPackage = folder.file(L"setup\\driver.inf");
+  install(places, request);
+  EXPECT_THAT(drivers.installed, SizeIs(1));
+  EXPECT_THAT(drivers.calls, SizeIs(2));
+  EXPECT_THAT(install(places, request).done, IsEmpty());
+  EXPECT_THAT(drivers.calls, SizeIs(2));
+}
+
+TEST_F(InstallationTest, ADriverOfAPackageGoesAgainWhenItSendsXpsOrALaterStepFails) {
+  TemporaryFolder::write(folder.file(L"setup\\driver.inf"), "[Version]");
+  request.driver = L"New";
+  request.driverPackage = folder.file(L"setup\\driver.inf");
+  const auto before = listing();
+  drivers.takePackages(4);
+  EXPECT_THAT(failureOf(places, request).what(), HasSubstr("\"New\" sends XPS and cannot be used (version 4)"));
+  EXPECT_EQ(difference(before, listing()), "");
+  drivers.takePackages(3);
+  refuseMonitor(ERROR_ACCESS_DENIED);
+  EXPECT_THAT(failureOf(places, request).what(), HasSubstr("Nothing was changed"));
+  EXPECT_EQ(difference(before, listing()), "");
+}
+
 TEST_F(InstallationTest, WithoutRightsSaysToRunAsAdministrator) {
   const auto before = listing();
   denyFolders();
@@ -197,6 +250,14 @@ class InstallationSweepTest : public InstallationTest {
 };
 
 TEST_F(InstallationSweepTest, WhateverCallFailsOnACleanMachineItStaysClean) {
+  sweep([] {});
+}
+
+TEST_F(InstallationSweepTest, WhateverCallFailsWithADriverOfAPackageThatOneGoesAgain) {
+  drivers.takePackages();
+  TemporaryFolder::write(folder.file(L"setup\\driver.inf"), "[Version]");
+  request.driver = L"New";
+  request.driverPackage = folder.file(L"setup\\driver.inf");
   sweep([] {});
 }
 

@@ -4,6 +4,7 @@
 #include "admin/install/installation.h"
 #include "admin/install/installation_record.h"
 #include "admin/spooler/monitor_module.h"
+#include "admin/spooler/printer_driver.h"
 #include "admin/spooler/spooler_port.h"
 #include "admin/spooler/spooler_printer.h"
 #include "admin/spooler/wine_spooler.h"
@@ -37,6 +38,7 @@ class Removal {
         m_result.done.push_back("removed the print monitor from the spooler");
       }
     }
+    removeDrivers();
     releaseModule();
     removeFiles();
     removeFolders();
@@ -79,6 +81,17 @@ class Removal {
     for (const std::wstring& port : ports) {
       deletePort(port);
       m_result.done.push_back(fmt::format("removed port {}", toUtf8(port)));
+    }
+  }
+
+  // Their packages stay in the driver store, as Windows keeps them.
+  void removeDrivers() {
+    for (const std::wstring& driver : m_record.entries(InstallationRecord::kDrivers)) {
+      if (deleteDriver(driver)) {
+        m_result.done.push_back(fmt::format("removed the printer driver \"{}\"", toUtf8(driver)));
+      } else {
+        m_result.kept.push_back(fmt::format("the printer driver \"{}\" stays: other printers use it", toUtf8(driver)));
+      }
     }
   }
 

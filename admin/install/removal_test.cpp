@@ -29,6 +29,35 @@ TEST_F(RemovalTest, LeavesTheMachineAsItWasBeforeTheInstallation) {
   EXPECT_EQ(difference(before, listing()), "");
 }
 
+TEST_F(RemovalTest, TakesTheDriversSettingsAndTheDriverOfThePackageAlong) {
+  drivers.takePackages();
+  TemporaryFolder::write(folder.file(L"setup\\driver.inf"), "[Version]");
+  const auto before = listing();
+  request.driver = L"New";
+  request.driverPackage = folder.file(L"setup\\driver.inf");
+  install(places, request);
+  createKey(places.driverTableKey());
+  writeValue(places.driverTableKey(), L"HP*", RegistryValue::ofText(L"New"));
+  EXPECT_THAT(uninstall(places, false).done, testing::Contains("removed the printer driver \"New\""));
+  EXPECT_EQ(difference(before, listing()), "");
+}
+
+TEST_F(RemovalTest, ADriverThatWasThereBeforeStaysAndSoDoesOneThatOthersUse) {
+  drivers.installed = {{L"Old", 3, 0, L"", {}}};
+  request.driver = L"Old";
+  install(places, request);
+  uninstall(places, false);
+  EXPECT_EQ(drivers.installed.size(), 1u);
+  drivers.takePackages();
+  TemporaryFolder::write(folder.file(L"setup\\driver.inf"), "[Version]");
+  request.driver = L"New";
+  request.driverPackage = folder.file(L"setup\\driver.inf");
+  install(places, request);
+  drivers.inUse = {L"New"};
+  EXPECT_THAT(uninstall(places, false).kept, ElementsAre("the printer driver \"New\" stays: other printers use it"));
+  EXPECT_EQ(drivers.installed.size(), 2u);
+}
+
 TEST_F(RemovalTest, OfNothingDoesNothing) {
   const auto before = listing();
   EXPECT_THAT(uninstall(places, false).done, IsEmpty());

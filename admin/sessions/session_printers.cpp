@@ -1,8 +1,6 @@
 #include "admin/sessions/session_printers.h"
 
 #include "admin/base/failure.h"
-#include "admin/base/places.h"
-#include "admin/base/registry_value.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
@@ -17,29 +15,8 @@ namespace {
 
 using corvane::toUtf8;
 
-constexpr wchar_t kFallbackName[] = L"FallbackDriver";
-
 bool holds(const std::vector<std::wstring>& names, const std::wstring& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-std::wstring configuredDriver() {
-  const auto value = readValue(Places().productKey() + L"\\Printers", kFallbackName);
-  return value ? value->text().value_or(std::wstring()) : std::wstring();
-}
-
-// Empty when none is installed.
-std::wstring driverFor(const protocol::ListedPrinter& printer, const std::wstring& substitute,
-                       const std::vector<std::wstring>& installed) {
-  if (holds(installed, printer.driver())) return printer.driver();
-  return holds(installed, substitute) ? substitute : std::wstring();
-}
-
-RefusedPrinter refusal(const protocol::ListedPrinter& printer, const std::wstring& substitute) {
-  std::string text = fmt::format("printer \"{}\" needs the driver \"{}\", which is not installed",
-                                 toUtf8(printer.localName), toUtf8(printer.driver()));
-  if (!substitute.empty()) text += fmt::format(", nor is \"{}\" in its place", toUtf8(substitute));
-  return {printer.localName, text, kDriverRemedy};
 }
 
 bool isAsPlanned(const SpoolerPrinter& present, const SpoolerPrinter& planned) {
@@ -82,17 +59,19 @@ bool SessionChange::isUp(const std::wstring& name) const {
 }
 
 PrinterPlan planPrinters(const protocol::ListedSession& session, const SessionOptions& options,
-                         const std::vector<std::wstring>& installed) {
-  const std::wstring substitute = options.driver.empty() ? configuredDriver() : options.driver;
+                         const ServerDrivers& drivers) {
+  const std::wstring substitute = options.driver.empty() ? drivers.settings.fallback : options.driver;
   const std::wstring processor = options.processor.empty() ? L"winprint" : options.processor;
   PrinterPlan plan;
   for (const protocol::ListedPrinter& printer : session.printers) {
-    const std::wstring driver = driverFor(printer, substitute, installed);
-    if (driver.empty()) {
-      plan.refused.push_back(refusal(printer, substitute));
+    const DriverChoice choice = chooseDriver(printer.driver(), substitute, drivers);
+    if (choice.driver.empty()) {
+      plan.refused.push_back({printer.localName,
+                              fmt::format("printer {} {}", programs::quoted(printer.localName), choice.why),
+                              kDriverRemedy});
     } else {
-      plan.printers.push_back({printer.localName, sessionPort(static_cast<unsigned>(session.number)), driver, processor,
-                               fmt::format(L"Client printer: {}", printer.name())});
+      plan.printers.push_back({printer.localName, sessionPort(static_cast<unsigned>(session.number)), choice.driver,
+                               processor, fmt::format(L"Client printer: {}", printer.name())});
     }
   }
   return plan;
@@ -119,7 +98,7 @@ void makePrinters(const std::vector<SpoolerPrinter>& planned, const std::vector<
 }
 
 SessionChange bringUp(const protocol::ListedSession& session, const SessionOptions& options) {
-  const PrinterPlan plan = planPrinters(session, options, installedDrivers());
+  const PrinterPlan plan = planPrinters(session, options, ServerDrivers::ofThisMachine());
   const std::vector<SpoolerPrinter>& planned = plan.printers;
   const std::wstring port = sessionPort(static_cast<unsigned>(session.number));
   SessionChange change;
@@ -174,11 +153,14 @@ Json namesJson(const std::vector<std::wstring>& names) {
 Json sessionJson(const protocol::ListedSession& session) {
   Json printers = Json::array();
   for (const protocol::ListedPrinter& printer : session.printers) {
-    printers.push_back({{"name", textValue(printer.localName)},
-                        {"clientName", textValue(printer.name())},
-                        {"driver", textValue(printer.driver())},
-                        {"format", formatWord(printer.format)},
-                        {"default", printer.isDefault}});
+    printers.push_back(
+        {{"name", textValue(printer.localName)},
+         {"clientName", textValue(printer.name())},
+         {"driver", textValue(printer.driver())},
+         {"format", formatWord(printer.format)},
+         {"default", printer.isDefault},
+         {"resolution", printer.resolution},
+         {"comment", textValue(printer.texts[protocol::Printer::kCommentText].value_or(std::wstring()))}});
   }
   return {{"session", session.number},
           {"connected", session.isConnected},

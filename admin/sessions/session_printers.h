@@ -1,6 +1,7 @@
 #pragma once
 
 #include "admin/base/output.h"
+#include "admin/sessions/driver_choice.h"
 #include "admin/spooler/spooler_printer.h"
 #include "protocol/administration.h"
 
@@ -11,14 +12,14 @@ namespace admin {
 
 // Options for the printers of a session.
 struct SessionOptions {
-  std::wstring driver;     // when the client's own driver is not installed; empty: the registry's fallback
+  std::wstring driver;     // in place of the registry's FallbackDriver; empty: that one
   std::wstring processor;  // empty: winprint
 };
 
 // A session's printer that is not available on this server.
 struct RefusedPrinter {
   std::wstring name;  // on this server
-  std::string why;    // a missing driver, or the error of the spooler
+  std::string why;    // no driver that can be used, or the error of the spooler
   std::string remedy;
 
   bool operator==(const RefusedPrinter&) const = default;
@@ -42,15 +43,15 @@ struct PrinterPlan {
   std::vector<RefusedPrinter> refused;
 };
 
-// The remedy for a missing driver.
+// The remedy for a printer without a driver that can be used.
 inline constexpr char kDriverRemedy[] =
-    "Install the driver, or name one that is installed with --driver or in the registry value FallbackDriver of "
-    "SOFTWARE\\Quillfern\\Marrowgate\\Printers.";
+    "Install the driver, or name one that is installed and sends PostScript: mgprintmon install --driver NAME; "
+    "\"mgprintmon drivers\" shows which can be used.";
 
-// Each printer has the name that the server assigned, the session's port, and the client's driver if it is installed,
-// otherwise that of the options or the registry. A printer for which neither is installed is refused.
+// Each printer has the name that the server assigned, the session's port, and the driver of chooseDriver(). A printer
+// that gets none is refused.
 PrinterPlan planPrinters(const protocol::ListedSession& session, const SessionOptions& options,
-                         const std::vector<std::wstring>& installedDrivers);
+                         const ServerDrivers& drivers);
 
 // Makes each planned printer, or changes the existing one of that name, and records the result in `change`. A printer
 // that the spooler refuses does not prevent the others.

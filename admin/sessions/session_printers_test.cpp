@@ -28,8 +28,17 @@ protocol::ListedSession sessionWith(const std::wstring& driver) {
   return session;
 }
 
+// A server on which those drivers are installed, and nothing is set about them.
+ServerDrivers serverWith(const std::vector<std::wstring>& names) {
+  ServerDrivers drivers;
+  for (const std::wstring& name : names)
+    drivers.installed.push_back({name, 3, 0, L"", {}});
+  return drivers;
+}
+
 TEST(SessionPrinters, TakeTheClientsDriverWhenItIsInstalled) {
-  const PrinterPlan plan = planPrinters(sessionWith(L"Own"), {L"Substitute", L"special"}, {L"Own", L"Substitute"});
+  const PrinterPlan plan =
+      planPrinters(sessionWith(L"Own"), {L"Substitute", L"special"}, serverWith({L"Own", L"Substitute"}));
   ASSERT_THAT(plan.printers, SizeIs(1));
   EXPECT_EQ(plan.printers[0].name, L"Laser-2 (session 5)");
   EXPECT_EQ(plan.printers[0].port, L"CPP5");
@@ -40,14 +49,14 @@ TEST(SessionPrinters, TakeTheClientsDriverWhenItIsInstalled) {
 }
 
 TEST(SessionPrinters, TakeTheSubstituteWhenTheClientsDriverIsMissing) {
-  const PrinterPlan plan = planPrinters(sessionWith(L"Own"), {L"Substitute", L""}, {L"Substitute"});
+  const PrinterPlan plan = planPrinters(sessionWith(L"Own"), {L"Substitute", L""}, serverWith({L"Substitute"}));
   ASSERT_THAT(plan.printers, SizeIs(1));
   EXPECT_EQ(plan.printers[0].driver, L"Substitute");
   EXPECT_EQ(plan.printers[0].processor, L"winprint");
 }
 
 TEST(SessionPrinters, AreRefusedByTheNameOfTheMissingDriver) {
-  const PrinterPlan plan = planPrinters(sessionWith(L"Own"), {L"Substitute", L""}, {L"Another"});
+  const PrinterPlan plan = planPrinters(sessionWith(L"Own"), {L"Substitute", L""}, serverWith({L"Another"}));
   EXPECT_THAT(plan.printers, IsEmpty());
   ASSERT_THAT(plan.refused, SizeIs(1));
   EXPECT_EQ(plan.refused[0].name, L"Laser-2 (session 5)");
@@ -56,6 +65,27 @@ TEST(SessionPrinters, AreRefusedByTheNameOfTheMissingDriver) {
       "printer \"Laser-2 (session 5)\" needs the driver \"Own\", which is not installed, nor is \"Substitute\" in "
       "its place");
   EXPECT_EQ(plan.refused[0].remedy, kDriverRemedy);
+}
+
+TEST(SessionPrinters, TakeTheDriverThatTheRegistrySetsUnlessTheOptionsNameOne) {
+  ServerDrivers drivers = serverWith({L"Substitute", L"Fallback"});
+  drivers.settings.fallback = L"Fallback";
+  EXPECT_EQ(planPrinters(sessionWith(L"Own"), {}, drivers).printers.at(0).driver, L"Fallback");
+  EXPECT_EQ(planPrinters(sessionWith(L"Own"), {L"Substitute", L""}, drivers).printers.at(0).driver, L"Substitute");
+}
+
+TEST(SessionPrinters, AreRefusedWhenTheirOnlyDriverSendsXps) {
+  ServerDrivers drivers;
+  drivers.installed = {{L"Microsoft IPP Class Driver", 4, 8, L"", {}}};
+  const PrinterPlan plan = planPrinters(sessionWith(L"Microsoft IPP Class Driver"), {}, drivers);
+  EXPECT_THAT(plan.printers, IsEmpty());
+  ASSERT_THAT(plan.refused, SizeIs(1));
+  EXPECT_EQ(plan.refused[0].why,
+            "printer \"Laser-2 (session 5)\" cannot have the driver \"Microsoft IPP Class Driver\", which sends XPS "
+            "(version 4)");
+  EXPECT_EQ(plan.refused[0].remedy,
+            "Install the driver, or name one that is installed and sends PostScript: mgprintmon install --driver NAME; "
+            "\"mgprintmon drivers\" shows which can be used.");
 }
 
 TEST(SessionPrinters, OneThatTheSpoolerRefusesKeepsNoneOfTheOthersFromComingUp) {

@@ -3,6 +3,7 @@
 #include "admin/base/failure.h"
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
+#include "programs/text.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -44,6 +45,7 @@ void SessionWatch::keepUp(const protocol::ListedSession& session) try {
   const SessionChange change = m_actions.up(session);
   m_up.insert(session.number);
   tell("up", session.number, change);
+  tellDefault(session, change);
   std::string refused;
   for (const RefusedPrinter& printer : change.refused)
     refused += fmt::format("{}{}", refused.empty() ? "" : "; ", printer.why);
@@ -61,6 +63,7 @@ void SessionWatch::keepDown(int session, Clock::time_point now) try {
     tell("down", session, m_actions.down(static_cast<unsigned>(session)));
   }
   m_up.erase(session);
+  m_defaults.erase(session);
   trouble(session, "");
 } catch (const Failure& failure) {
   trouble(session, fmt::format("session {} cannot be taken down: {}. {}", session, failure.what(), failure.remedy()));
@@ -76,6 +79,17 @@ void SessionWatch::tellRefused(int session, const std::vector<RefusedPrinter>& r
   } catch (const Failure&) {
     // The server has gone; the next query reports that, and the refusals are sent when it is back.
   }
+}
+
+void SessionWatch::tellDefault(const protocol::ListedSession& session, const SessionChange& change) {
+  std::wstring name = defaultPrinterOf(session);
+  if (!change.isUp(name)) name.clear();
+  std::wstring& last = m_defaults[session.number];
+  if (name == last) return;
+  last = name;
+  if (name.empty()) return;
+  m_output.line(fmt::format("session {}: the client's default printer is {}", session.number, programs::quoted(name)));
+  m_output.event({{"event", "default"}, {"session", session.number}, {"printer", textValue(name)}});
 }
 
 void SessionWatch::trouble(int session, const std::string& text) {

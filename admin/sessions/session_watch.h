@@ -41,6 +41,8 @@ class SessionWatch {
   void keepDown(int session, Clock::time_point now);
   // Reports refused printers to the connected client, unless it has been informed of them.
   void tellRefused(int session, const std::vector<RefusedPrinter>& refused);
+  // Reports the client's default printer, which is not made that of anybody here, when it is another one than before.
+  void tellDefault(const protocol::ListedSession& session, const SessionChange& change);
   // Reports a problem unless it was the last one reported for that session.
   void trouble(int session, const std::string& text);
   void tell(const char* event, int session, const SessionChange& change);
@@ -52,6 +54,7 @@ class SessionWatch {
   std::map<int, Clock::time_point> m_goneSince;  // as observed by this object
   std::map<int, std::string> m_troubles;
   std::map<int, std::vector<RefusedPrinter>> m_refused;  // as last reported
+  std::map<int, std::wstring> m_defaults;                // as last reported
   bool m_isAway = false;
 };
 

@@ -36,6 +36,8 @@ class SessionWatchTest : public testing::Test {
     if (!trouble.empty()) throw Failure(ExitCode::kFailed, trouble, "Mend it.");
     SessionChange change;
     change.refused = refused;
+    for (const protocol::ListedPrinter& printer : facts.printers)
+      change.kept.push_back(printer.localName);
     change.portAdded = present.insert(facts.number).second;
     return change;
   }
@@ -154,6 +156,23 @@ TEST_F(SessionWatchTest, ARefusedPrinterIsToldAgainWhenTheServerWasAway) {
   see({session(5, true)}, 2s);
   EXPECT_EQ(told.size(), 1u);
   EXPECT_EQ(said(), "");
+}
+
+TEST_F(SessionWatchTest, AnotherDefaultPrinterOfTheClientIsSaidOnce) {
+  protocol::ListedSession facts = session(5, true);
+  facts.printers.resize(2);
+  facts.printers[0].localName = L"Laser";
+  facts.printers[1].localName = L"Ink";
+  facts.printers[0].isDefault = true;
+  see({facts}, 0s);
+  see({facts}, 2s);
+  EXPECT_EQ(said(), "port CPP5 was added\nsession 5: the client's default printer is \"Laser\"\n");
+  facts.printers[0].isDefault = false;
+  see({facts}, 4s);
+  EXPECT_EQ(said(), "");
+  facts.printers[1].isDefault = true;
+  see({facts}, 6s);
+  EXPECT_EQ(said(), "session 5: the client's default printer is \"Ink\"\n");
 }
 
 TEST_F(SessionWatchTest, TheDoctorsSessionsAreLeftAlone) {

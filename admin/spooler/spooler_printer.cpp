@@ -1,7 +1,6 @@
 #include "admin/spooler/spooler_printer.h"
 
 #include "admin/base/failure.h"
-#include "admin/base/places.h"
 #include "admin/spooler/spooler_list.h"
 #include "admin/spooler/wine_spooler.h"
 #include "corvane/base/text.h"
@@ -92,17 +91,6 @@ void deletePrinter(const std::wstring& name) {
   const std::string tried = fmt::format("{} cannot be removed", quoted(name));
   const mg::PrinterHandle handle = openPrinter(name, PRINTER_ALL_ACCESS, tried);
   require(DeletePrinter(handle.get()), tried);
-}
-
-std::vector<std::wstring> installedDrivers() {
-  const SpoolerList<DRIVER_INFO_2W> list(
-      "the printer drivers cannot be listed", [](BYTE* buffer, DWORD size, DWORD* needed, DWORD* count) {
-        return EnumPrinterDriversW(nullptr, const_cast<wchar_t*>(kEnvironment), 2, buffer, size, needed, count);
-      });
-  std::vector<std::wstring> names;
-  for (const DRIVER_INFO_2W& driver : list)
-    names.push_back(text(driver.pName));
-  return names;
 }
 
 std::wstring defaultPrinter() {

@@ -27,8 +27,6 @@ void addPrinter(const SpoolerPrinter& printer);
 void changePrinter(const SpoolerPrinter& printer);
 void deletePrinter(const std::wstring& name);
 
-// The names of the drivers for 64-bit Windows.
-std::vector<std::wstring> installedDrivers();
 // The default printer of the user who runs this; empty when there is none.
 std::wstring defaultPrinter();
 void setDefaultPrinter(const std::wstring& name);

@@ -13,7 +13,9 @@ namespace tests {
 // One test with a machine on which nothing is installed, and an application server.
 class Administration : public testing::Test {
  protected:
-  Administration() { machine.clean(); }
+  explicit Administration(const std::vector<std::string>& serverOptions = {}) : scene(serverOptions) {
+    machine.clean();
+  }
   void TearDown() override { machine.clean(); }
 
   Machine::Result run(const std::vector<std::string>& arguments) { return machine.administer(arguments); }

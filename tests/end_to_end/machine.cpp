@@ -25,6 +25,23 @@ void Machine::configure(const std::string& key, const std::string& name, const s
   m_prefix.run("reg", {"add", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/v", name, "/d", text, "/f"});
 }
 
+namespace {
+
+std::string driverKey(const std::string& name) {
+  return "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Print\\Environments\\Windows x64\\Drivers\\Version-3\\" + name;
+}
+
+}  // namespace
+
+void Machine::registerDriver(const std::string& name, const std::string& file) const {
+  for (const char* value : {"Driver", "Data File", "Configuration File"})
+    m_prefix.run("reg", {"add", driverKey(name), "/v", value, "/d", file, "/f"});
+}
+
+void Machine::forgetDriver(const std::string& name) const {
+  m_prefix.run("reg", {"delete", driverKey(name), "/f"});
+}
+
 Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
   const auto process = start(arguments);
   const int code = process->wait();

@@ -151,6 +151,8 @@ std::set<std::string> InstallationTest::listing() const {
   listKey(kTestKey, lines);
   for (const std::wstring& monitor : monitors)
     lines.insert("monitor " + corvane::toUtf8(monitor));
+  for (const PrinterDriver& driver : drivers.installed)
+    lines.insert("driver " + corvane::toUtf8(driver.name));
   return lines;
 }
 

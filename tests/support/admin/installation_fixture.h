@@ -1,6 +1,7 @@
 #pragma once
 
 #include "admin/install/installation.h"
+#include "tests/support/admin/driver_spooler.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/temporary_folder.h"
 
@@ -21,7 +22,8 @@ class InstallationTest : public testing::Test {
   static std::wstring moduleOfVersion(const std::string& version);
   // Puts that module into the folder to install from.
   void offer(const std::string& version);
-  // Everything that the machine holds, as lines: folders, files with their content, keys, values, monitors.
+  // Everything that the machine holds, as lines: folders, files with their content, keys, values, monitors, printer
+  // drivers.
   std::set<std::string> listing() const;
   // The lines that are in one listing only, for a test's message.
   static std::string difference(const std::set<std::string>& before, const std::set<std::string>& after);
@@ -35,6 +37,7 @@ class InstallationTest : public testing::Test {
   void denyFolders();
 
   ImportSeams seams;
+  DriverSpooler drivers;
   TemporaryFolder folder;
   Places places;
   InstallRequest request;
