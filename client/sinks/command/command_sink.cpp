@@ -101,13 +101,13 @@ void CommandSink::refuseWhenStopped(const std::string& words) {
                     "start the print client again, see whether pages have come out, and print again");
 }
 
-std::string CommandSink::take(const ArrivedJob& job) {
+TakenJob CommandSink::take(const ArrivedJob& job) {
   refuseWhenStopped("");
   const std::unique_ptr<programs::ChildProgram> program = start(job);
   const Running running(*this, *program);
   const std::optional<int> code = program->wait(std::chrono::steady_clock::now() + m_settings.limit);
   if (!code) program->end();
-  if (code == 0) return fmt::format("by \"{}\"", m_settings.program);
+  if (code == 0) return {fmt::format("by \"{}\"", m_settings.program)};
   const std::string said = corvane::printable(std::string_view(program->lastErrorLine()));
   const std::string words = said.empty() ? "" : fmt::format(": {}", said);
   if (!code) {

@@ -26,7 +26,7 @@ class CommandSink : public Sink {
   // Throws std::runtime_error when the program cannot be one.
   explicit CommandSink(Settings settings);
 
-  std::string take(const ArrivedJob& job) override;
+  TakenJob take(const ArrivedJob& job) override;
   void stop() noexcept override;
 
   // The port monitor waits 10 minutes for the answer to a job's end: what takes longer would be told as a failure there

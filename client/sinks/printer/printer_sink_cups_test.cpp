@@ -58,7 +58,7 @@ class PrinterSinkTest : public ::testing::Test {
     return std::async(std::launch::async,
                       [&]() -> std::string {
                         try {
-                          return sink.take({start, probe, file});
+                          return sink.take({start, probe, file}).where;
                         } catch (const SinkRefusal& refusal) {
                           return std::string("refused: ") + refusal.what() + "; " + refusal.remedy();
                         }
