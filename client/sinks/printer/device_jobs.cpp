@@ -9,7 +9,9 @@ constexpr std::chrono::seconds kClockSlack{2};  // both clocks count whole secon
 
 }  // namespace
 
-std::optional<JobStatus> tellingOne(const std::vector<JobStatus>& found) {
+std::optional<JobStatus> tellingOne(std::vector<JobStatus> found) {
+  // One that the printer has not begun says nothing: it may wait for data that the queue did not send.
+  std::erase_if(found, [](const JobStatus& job) { return job.state < JobStatus::kProcessing; });
   if (found.size() == 1) return found.front();
   const bool isGivenUp = std::all_of(found.begin(), found.end(), [](const JobStatus& job) {
     return job.state == JobStatus::kCanceled || job.state == JobStatus::kAborted;

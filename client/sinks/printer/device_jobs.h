@@ -6,6 +6,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace printclient {
 
@@ -16,7 +17,8 @@ namespace printclient {
 std::optional<JobStatus> statusAtDevice(IppPrinter& queue, const std::string& title,
                                         std::chrono::steady_clock::time_point since, const std::atomic<bool>& stopping);
 
-// Which of those that came since then tells of the job: the only one, or the first where all were given up.
-std::optional<JobStatus> tellingOne(const std::vector<JobStatus>& found);
+// Which of those that came since then tells of the job: the only one that was begun, or the first where all were given
+// up.
+std::optional<JobStatus> tellingOne(std::vector<JobStatus> found);
 
 }  // namespace printclient

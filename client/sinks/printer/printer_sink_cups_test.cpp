@@ -154,8 +154,20 @@ TEST_F(PrinterSinkTest, AJobThatThePrinterGivesUpIsNotPrinted) {
   EXPECT_EQ(print(at(printer), kPdf),
             "refused: the printer at " + printer.uri() +
                 " gave the job up (\"Job aborted\"); see what it shows and what its log says, and print again");
-  // Not at a queue in front of it: of jobs that a printer gives up the scheduler calls some canceled and some
-  // completed.
+}
+
+TEST_F(PrinterSinkTest, OfAJobThatThePrinterGivesUpItIsBelievedAndNotItsQueueWhichCallsSomeCompleted) {
+  VirtualPrinter::Settings settings;
+  settings.then = "exit 1";
+  VirtualPrinter printer(m_place, settings);
+  PrintScheduler scheduler(m_place);
+  scheduler.addQueue("desk", printer.uri());
+  for (int job = 1; job <= 5; ++job) {
+    EXPECT_EQ(print({"desk", ""}, kPdf),
+              "refused: the printer \"desk\" gave the job up (\"Job aborted\"); see what it shows and what its log "
+              "says, and print again")
+        << job;
+  }
 }
 
 TEST_F(PrinterSinkTest, AJobThatWaitsForPaperIsTakenBack) {
