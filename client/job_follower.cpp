@@ -18,7 +18,9 @@ JobFollower::Pace JobFollower::Pace::faster(int factor) const {
 }
 
 JobFollower::JobFollower(OnNews onNews, const Pace& pace, Open open)
-    : m_onNews(std::move(onNews)), m_pace(pace), m_open(open), m_news(pace.newsAtOnce, pace.newsPerSecond) {}
+    : m_onNews(std::move(onNews)), m_pace(pace), m_open(open), m_news(pace.newsAtOnce, pace.newsPerSecond) {
+  m_thread = std::thread([this] { run(); });
+}
 
 JobFollower::~JobFollower() {
   {
@@ -26,7 +28,7 @@ JobFollower::~JobFollower() {
     m_isStopping = true;
   }
   m_changed.notify_all();
-  if (m_thread.joinable()) m_thread.join();
+  m_thread.join();
 }
 
 void JobFollower::follow(FollowedJob job, const TakenJob& taken) noexcept try {
@@ -34,11 +36,10 @@ void JobFollower::follow(FollowedJob job, const TakenJob& taken) noexcept try {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_arrived.size() >= m_pace.most) return;
     m_arrived.push_back({std::move(job), taken.isForPaper, taken.queued});
-    if (!m_thread.joinable()) m_thread = std::thread([this] { run(); });
   }
   m_changed.notify_all();
 } catch (const std::exception&) {
-  // Without memory or a thread nobody is told; the job is where its line says.
+  // Without memory nobody is told; the job is where its line says.
 }
 
 bool JobFollower::await(std::deque<Arrived>& arrived) {

@@ -24,8 +24,7 @@ struct FollowedJob {
   std::wstring name, printer, document;  // as its start named them
 };
 
-// Tells what becomes of jobs after their sinks have taken them, until that is final. One thread for all of them, from
-// the first job on: it asks one printer after another, each for some of its jobs at a time, with pauses that grow while
+// Tells what becomes of jobs after their sinks have taken them, until that is final. One thread for all of them asks one printer after another, each for some of its jobs at a time, with pauses that grow while
 // nothing changes or the printer does not answer. A printer that never says anything more costs the others
 // kQueuePatience a minute. What is followed is forgotten with the object; nothing is kept for a later process.
 class JobFollower {

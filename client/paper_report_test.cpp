@@ -82,6 +82,9 @@ TEST(PaperReport, TellsThePersonEachChangeAndTheServerEverythingWhileItIsThere) 
     report.enter(1, protocol::makeSessionClient(pair.dialedPointer()));
     report.tell(job(), {PaperState::kWaiting, "", ""}, true);
     report.tell(job(), {PaperState::kPrinting, "", ""}, false);
+    FollowedJob nobodys = job();
+    nobodys.printer = L"";
+    report.tell(nobodys, {PaperState::kWaiting, "", ""}, true);
     FollowedJob others = job();
     others.origin.server = 2;
     report.tell(others, {PaperState::kAborted, "gave the job up", "print again"}, false);

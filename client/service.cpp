@@ -31,16 +31,19 @@ void registerClasses(const std::shared_ptr<JobOutput>& output) {
 Service::Service(const std::vector<Options>& servers, const std::shared_ptr<JobOutput>& output)
     : m_options(servers.front()),
       m_output(output),
-      m_report(output->reporter()),
-      m_jobs([this](const FollowedJob& job, const JobProgress& progress,
-                    bool isFirst) { m_report.tell(job, progress, isFirst); },
-             JobFollower::Pace().faster(servers.front().pace)) {
+      m_report(output->reporter()) {
   for (const Options& server : servers)
     m_loops.emplace_back(server, output, m_report);
-  output->onTaken([this](const JobOrigin& origin, const protocol::JobStart& start, const TakenJob& job) {
-    m_jobs.follow({origin, start.jobName, start.printerName, start.documentName}, job);
-  });
   registerClasses(output);
+}
+
+void Service::followJobs() {
+  m_jobs.emplace([this](const FollowedJob& job, const JobProgress& progress,
+                        bool isFirst) { m_report.tell(job, progress, isFirst); },
+                 JobFollower::Pace().faster(m_options.pace));
+  m_output->onTaken([this](const JobOrigin& origin, const protocol::JobStart& start, const TakenJob& job) {
+    m_jobs->follow({origin, start.jobName, start.printerName, start.documentName}, job);
+  });
 }
 
 std::unique_ptr<PrinterFollower> Service::followPrinters() {
@@ -65,6 +68,7 @@ int Service::run() {
     for (SessionLoop& loop : m_loops)
       loop.stop();
   });
+  followJobs();
   const auto follower = followPrinters();
   std::atomic<int> exitCode{0};
   std::vector<std::thread> threads;

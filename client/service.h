@@ -8,6 +8,7 @@
 
 #include <list>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace printclient {
@@ -25,6 +26,7 @@ class Service {
   int run();
 
  private:
+  void followJobs();
   // Null where the options name the printers.
   std::unique_ptr<PrinterFollower> followPrinters();
   void usePrinters(const std::vector<PrinterOption>& printers);
@@ -32,7 +34,7 @@ class Service {
   const Options& m_options;  // of the first server; what is used of them is the same for all
   const std::shared_ptr<JobOutput> m_output;
   PaperReport m_report;
-  JobFollower m_jobs;
+  std::optional<JobFollower> m_jobs;  // from run() on
   std::list<SessionLoop> m_loops;
 };
 

@@ -83,9 +83,11 @@ void SessionHost::takeNews(CS_InRequest& request) {
   }
   const auto found = m_context->sessions.find(localPrinterName(news.printer, session));
   if (!found || found->session != session || session == 0) {
-    m_context->log.refusal("news of jobs", fmt::format("{}: its print client tells of a job for {}, which it has not "
-                                                       "registered; that is not kept",
-                                                       name, programs::quoted(news.printer)));
+    // It may have registered others since.
+    m_context->log.repeatable("news of jobs of " + name,
+                              fmt::format("{}: its print client tells of a job for {}, which it has not registered; "
+                                          "that is not kept",
+                                          name, programs::quoted(news.printer)));
     return;
   }
   CS_Notice notice = paperNotice(news, session, localPrinterName(found->printer.name(), session));
