@@ -1,9 +1,11 @@
 #include "client/sinks/command/command_sink.h"
 
 #include "client/account_name.h"
+#include "client/sinks/copies_in_data.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <optional>
@@ -73,8 +75,9 @@ programs::ChildCommand CommandSink::commandFor(const ArrivedJob& job) const {
   programs::ChildCommand command;
   command.program = m_settings.program;
   command.arguments = m_settings.arguments;
-  command.arguments.push_back(programs::fromPath(job.file.share(job.content.extension())));
-  const int copies = job.ticket.copies > 1 ? job.ticket.copies : 1;
+  const std::filesystem::path file = job.file.share(job.content.extension());
+  command.arguments.push_back(programs::fromPath(file));
+  const int copies = copiesInFile(file) ? 1 : std::max(job.ticket.copies, 1);
   command.environment = {{"PRINTCLIENT_TITLE", titleOf(job.ticket)},
                          {"PRINTCLIENT_COPIES", std::to_string(copies)},
                          {"PRINTCLIENT_PRINTER", programs::oneLine(job.ticket.printerName)},

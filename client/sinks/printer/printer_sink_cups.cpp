@@ -60,14 +60,14 @@ class Submission {
   TakenJob print(const ArrivedJob& job) {
     m_job.title = printableTitle(job.ticket);
     m_job.user = accountName();
-    m_job.copies = copiesFor(job);
+    const std::filesystem::path file = job.file.share(job.content.extension());
+    const Copies copies = copiesOf(job.ticket, file);
+    m_job.copies = copies.asked;
     m_job.format = formatFor(job.content, m_abilities);
     check(job);
-    const std::filesystem::path file = job.file.share(job.content.extension());
     send(file);
     const std::string remark = watch();
-    const std::string copies = m_job.copies > 1 ? fmt::format(", {} copies", m_job.copies) : "";
-    return {fmt::format("to {} as job {}{}{}", m_name, m_number, copies, remark), true, queued()};
+    return {fmt::format("to {} as job {}{}{}", m_name, m_number, copies.words, remark), true, queued()};
   }
 
  private:

@@ -6,6 +6,7 @@
 #include "tests/support/paper/raw_device.h"
 #include "tests/support/paper/virtual_printer.h"
 
+#include <fstream>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -70,6 +71,14 @@ class PrinterSinkTest : public ::testing::Test {
     PrinterSink sink(target, patience);
     return print(sink, data, copies);
   }
+  // As Ghostscript counts them.
+  std::string pagesOf(const std::string& pdf) const {
+    const auto file = m_place.folder("pages") / "document.pdf";
+    std::ofstream(file, std::ios::binary) << pdf;
+    const std::string said = tests::PaperPlace::run({"/usr/bin/gs", "-q", "-dNODISPLAY", "--permit-file-read=" + file.string(),
+                                                     "-c", "(" + file.string() + ") (r) file runpdfbegin pdfpagecount = quit"});
+    return said.substr(0, said.find('\n'));
+  }
   static PrinterTarget at(const VirtualPrinter& printer) { return {"", printer.uri()}; }
 
   tests::PaperPlace m_place;
@@ -113,6 +122,34 @@ TEST_F(PrinterSinkTest, APrinterBehindAQueueMakesTheCopiesOnceOfPdfAndOfPostScri
     EXPECT_EQ(printer.said(job, "IPP_JOB_NAME"), "Report");
     EXPECT_EQ(printer.said(job, "IPP_JOB_ORIGINATING_USER_NAME"), accountName());
   }
+}
+
+TEST_F(PrinterSinkTest, CopiesThatTheDataAskForThemselvesAreMadeOnce) {
+  const std::string setup = "%!PS-Adobe-3.0\n%%Pages: 1\n%%EndComments\n%%BeginSetup\n";
+  const std::string page = "%%EndSetup\n%%Page: 1 1\nshowpage\n%%EOF\n";
+  const std::string three = setup + "<< /NumCopies 3 >> setpagedevice\n" + page;
+  const std::string pjl = "\x1b%-12345X@PJL SET COPIES=3\n@PJL ENTER LANGUAGE=POSTSCRIPT\n" + setup + page;
+  VirtualPrinter printer(m_place);
+  const std::string name = "to the printer at " + printer.uri();
+  EXPECT_EQ(print(at(printer), setup + page, 3), name + " as job 1, 3 copies");
+  EXPECT_EQ(print(at(printer), three, 3), name + " as job 2, 3 copies by its own data");
+  EXPECT_EQ(print(at(printer), pjl, 3), name + " as job 3, 3 copies by its own data");
+  EXPECT_THAT(printer.printed(), ElementsAre(setup + page, three, pjl));
+  EXPECT_EQ(printer.said(0, "IPP_COPIES"), "3");
+  EXPECT_EQ(printer.said(1, "IPP_COPIES"), "");
+  EXPECT_EQ(printer.said(2, "IPP_COPIES"), "");
+  // A queue whose printer wants PDF repeats the pages.
+  PrintScheduler scheduler(m_place);
+  scheduler.addQueue("desk", printer.uri());
+  EXPECT_EQ(print({"desk", ""}, three, 3), "to the printer \"desk\" as job 1, 3 copies by its own data");
+  EXPECT_EQ(printer.said(3, "IPP_COPIES"), "");
+  EXPECT_EQ(pagesOf(printer.printed().back()), "3");
+  // A device behind a raw queue gets the data once.
+  tests::RawDevice device;
+  scheduler.addQueue("raw", device.uri(), {"-m", "raw"});
+  const std::string pcl = "\x1b" "E\x1b&l3Xtext\x1b" "E";
+  EXPECT_EQ(print({"raw", ""}, pcl, 3), "to the printer \"raw\" as job 2, 3 copies by its own data");
+  EXPECT_EQ(device.next(), pcl);
 }
 
 TEST_F(PrinterSinkTest, ADeviceGetsRawDataAsTheyAreAndAsManyTimesAsCopiesAreWanted) {

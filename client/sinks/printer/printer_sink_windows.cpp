@@ -118,8 +118,9 @@ TakenJob PrinterSink::take(const ArrivedJob& job) {
   }
   RawPrinter printer(m_target.queue);
   const std::wstring title = corvane::fromUtf8(printableTitle(job.ticket));
-  const int copies = copiesFor(job);
   const std::filesystem::path file = job.file.share(job.content.extension());
+  const Copies wanted = copiesOf(job.ticket, file);
+  const int copies = wanted.asked;
   try {
     for (int copy = 0; copy < copies; ++copy)
       printer.printOnce(title, file, m_stopping);
@@ -139,9 +140,9 @@ TakenJob PrinterSink::take(const ArrivedJob& job) {
   queued->numbers.assign(printer.jobs().begin(), printer.jobs().end());
   queued->since = std::chrono::steady_clock::now();
   queued->progress.state = protocol::PaperState::kWaiting;
-  return {copies == 1 ? fmt::format("to {} as job {}", printer.name(), number)
-                      : fmt::format("to {} as jobs {} to {}, {} copies", printer.name(), number, printer.jobs().back(),
-                                    copies),
+  return {copies == 1 ? fmt::format("to {} as job {}{}", printer.name(), number, wanted.words)
+                      : fmt::format("to {} as jobs {} to {}{}", printer.name(), number, printer.jobs().back(),
+                                    wanted.words),
           true, queued};
 }
 
