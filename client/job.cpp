@@ -20,16 +20,17 @@ std::string bytesText(std::uint64_t bytes) {
 
 }  // namespace
 
-Job::Job(protocol::JobStart ticket, JobOutput& output)
+Job::Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* connection)
     : m_ticket(std::move(ticket)),
       m_output(output),
+      m_origin(output.originOf(connection)),
       m_nextProgress(output.reporter().isInPlace() ? kProgressInPlace : kFirstProgressLine) {
   try {
     m_file = std::make_unique<JobFile>(output.folder(), output.nextTemporaryName());
     const std::string copies = m_ticket.copies > 1 ? fmt::format(", {} copies", m_ticket.copies) : "";
     const std::string printer =
         m_ticket.printerName.empty() ? "" : fmt::format(" for {}", programs::quoted(m_ticket.printerName));
-    output.reporter().progress(fmt::format("receiving {}{}{}", title(), printer, copies));
+    output.reporter().progress(fmt::format("{}receiving {}{}{}", m_origin.label, title(), printer, copies));
   } catch (const std::exception& failure) {
     fail(kDiskFailure, failure.what());
   }
@@ -38,10 +39,13 @@ Job::Job(protocol::JobStart ticket, JobOutput& output)
 Job::~Job() {
   if (m_ended) return;
   m_file.reset();
-  m_output.reporter().line(
-      fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a separate line, "
+  say(fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a separate line, "
                   "unless it has gone itself; print again",
                   title(), bytesText(m_probe.size()), place()));
+}
+
+void Job::say(const std::string& text) const {
+  m_output.reporter().line(m_origin.label + text);
 }
 
 std::string Job::title() const {
@@ -52,7 +56,7 @@ std::string Job::title() const {
 std::string Job::place() const {
   const std::string printer =
       m_ticket.printerName.empty() ? "" : fmt::format("printer {}, ", programs::quoted(m_ticket.printerName));
-  return fmt::format(" ({}{})", printer, m_output.sessionText());
+  return fmt::format(" ({}{})", printer, m_origin.sessionText());
 }
 
 std::string Job::remedy() const {
@@ -97,7 +101,8 @@ void Job::append(std::span<const unsigned char> bytes) noexcept {
 
 void Job::reportProgress() {
   if (m_probe.size() < m_nextProgress) return;
-  m_output.reporter().progress(fmt::format("receiving {}: {}", title(), bytesText(m_probe.size())));
+  m_output.reporter().progress(
+      fmt::format("{}receiving {}: {}", m_origin.label, title(), bytesText(m_probe.size())));
   m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;
 }
 
@@ -116,8 +121,8 @@ void Job::complete() {
     fail(kIncompletePdf, fmt::format("the PDF is cut; its end mark is missing after {}", bytesText(m_probe.size())));
   } else {
     try {
-      const std::shared_ptr<Sink> sink = m_output.sinks().of(m_ticket.printerName);
-      m_whereTo = sink->take({m_ticket, m_probe, *m_file});
+      const std::shared_ptr<Sink> sink = m_output.sinkOf(m_ticket.printerName);
+      m_taken = sink->take({m_ticket, m_probe, *m_file});
     } catch (const SinkRefusal& refusal) {
       m_sinksRemedy = refusal.remedy();
       fail(kNotTaken, refusal.what());
@@ -132,10 +137,10 @@ PrintResult Job::end() {
   m_ended = true;
   m_file.reset();
   if (m_result == kPrinted) {
-    m_output.reporter().line(
-        fmt::format("printed {}: {} {}{}", title(), bytesText(m_probe.size()), m_whereTo, remark()));
+    say(fmt::format("printed {}: {} {}{}", title(), bytesText(m_probe.size()), m_taken.where, remark()));
+    m_output.taken(m_origin, m_ticket, m_taken);
   } else {
-    m_output.reporter().line(fmt::format("not printed {}: {}{}{}", title(), m_why, place(), remedy()));
+    say(fmt::format("not printed {}: {}{}{}", title(), m_why, place(), remedy()));
   }
   return m_result;
 }

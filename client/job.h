@@ -19,7 +19,8 @@ using protocol::PrintResult;
 // end is dropped, and a line says so. Used by one thread.
 class Job {
  public:
-  Job(protocol::JobStart ticket, JobOutput& output);
+  // From that connection, where it is known.
+  Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* connection = nullptr);
   ~Job();
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
@@ -39,16 +40,19 @@ class Job {
   // What there is to say about what arrived; empty when it is what was to be expected.
   std::string remark() const;
   void complete();
+  // A line of the person's about this job.
+  void say(const std::string& text) const;
   void reportProgress();
 
   const protocol::JobStart m_ticket;
   JobOutput& m_output;
+  const JobOrigin m_origin;
   ContentProbe m_probe;
   std::unique_ptr<JobFile> m_file;
   PrintResult m_result = PrintResult::kPrinted;
   std::string m_why;          // why it failed
   std::string m_sinksRemedy;  // what to do when a sink did not take it
-  std::string m_whereTo;      // where it is now
+  TakenJob m_taken;           // where it is now
   std::uint64_t m_nextProgress;
   bool m_ended = false;
 };

@@ -1,7 +1,6 @@
 #include "client/job_output.h"
 
 #include "client/disk_file.h"
-#include "client/sinks/folder/folder_sink.h"
 #include "corvane/trust/crypto.h"
 #include "programs/text.h"
 
@@ -34,16 +33,52 @@ bool isTemporary(const std::string& name) {
 
 }  // namespace
 
+std::string JobOrigin::sessionText() const {
+  return session != 0 ? fmt::format("session {}", session) : "one of several sessions";
+}
+
 JobOutput::JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter,
-                     std::shared_ptr<SinkTable> sinks)
+                     std::shared_ptr<Sink> others)
     : m_folder(std::move(folder)),
       m_session(session),
       m_prefix(fmt::format("{}session-{}-{}-{}-", kPrefix, session, processId, randomWord())),
       m_reporter(reporter),
-      m_sinks(sinks ? std::move(sinks) : std::make_shared<SinkTable>(std::make_shared<FolderSink>())) {}
+      m_others(std::move(others)) {}
 
-std::string JobOutput::sessionText() const {
-  return m_session != 0 ? fmt::format("session {}", m_session) : "one of several sessions";
+void JobOutput::setSink(const std::wstring& printer, std::shared_ptr<Sink> sink) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_sinks[printer].swap(sink);
+}
+
+std::shared_ptr<Sink> JobOutput::sinkOf(const std::wstring& printer) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  if (const auto own = m_sinks.find(printer); own != m_sinks.end()) return own->second;
+  if (m_others) return m_others;
+  throw SinkRefusal(fmt::format("this print client has no printer {}", programs::quoted(printer)),
+                    "see which printers it has registered, and print to one of them");
+}
+
+void JobOutput::stopSinks() noexcept {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  for (const auto& [printer, sink] : m_sinks)
+    sink->stop();
+  if (m_others) m_others->stop();
+}
+
+void JobOutput::setOrigin(const CS_Connection* connection, JobOrigin origin) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_origins[connection] = std::move(origin);
+}
+
+void JobOutput::forgetOrigin(const CS_Connection* connection) noexcept {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_origins.erase(connection);
+}
+
+JobOrigin JobOutput::originOf(const CS_Connection* connection) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto known = m_origins.find(connection);
+  return known != m_origins.end() ? known->second : JobOrigin{0, m_session, ""};
 }
 
 std::string JobOutput::nextTemporaryName() {

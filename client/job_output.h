@@ -1,29 +1,60 @@
 #pragma once
 
 #include "client/reporter.h"
-#include "client/sinks/sink_table.h"
+#include "client/sinks/sink.h"
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+
+class CS_Connection;
 
 namespace printclient {
 
-// Where the jobs of this process go: the folder of their temporary files, and the sinks. Shared by all of them, from
-// any thread; outlives them.
+// Where a job comes from. A plain value.
+struct JobOrigin {
+  int server = 0;  // which of those that this process serves
+  int session = 0;
+  std::string label;  // in front of what is said about it, where there are several servers; otherwise empty
+
+  // For a line: "session 5".
+  std::string sessionText() const;
+};
+
+// Where the jobs of this process go and where they come from: the folder of their temporary files, the sink of each
+// printer, and the server of each connection. Shared by all of them, from any thread; outlives them.
 class JobOutput {
  public:
-  // A print client of several servers, each with its own session, has the number 0. Without sinks each job stays in the
-  // folder.
+  // A print client of several servers, each with its own session, has the number 0. The jobs of a printer without a
+  // sink of its own go to that of the others; without it they are refused.
   JobOutput(std::filesystem::path folder, int session, unsigned long processId, Reporter& reporter,
-            std::shared_ptr<SinkTable> sinks = nullptr);
+            std::shared_ptr<Sink> others);
 
   const std::filesystem::path& folder() const { return m_folder; }
   Reporter& reporter() const { return m_reporter; }
-  // Whose jobs they are, for a line: "session 5".
-  std::string sessionText() const;
-  SinkTable& sinks() const { return *m_sinks; }
+
+  void setSink(const std::wstring& printer, std::shared_ptr<Sink> sink);
+  // The sink of a printer, by the name that the client knows it by. Throws SinkRefusal when there is none.
+  std::shared_ptr<Sink> sinkOf(const std::wstring& printer) const;
+  // Sink::stop() of all.
+  void stopSinks() noexcept;
+
+  // What comes on that connection is from there, until it is forgotten.
+  void setOrigin(const CS_Connection* connection, JobOrigin origin);
+  void forgetOrigin(const CS_Connection* connection) noexcept;
+  // That of the session alone, which may be 0, where the connection is not known.
+  JobOrigin originOf(const CS_Connection* connection) const;
+
+  // Is given every job that a sink has taken, on the thread of the job; it waits for nothing. Set before the first job.
+  using OnTaken = std::function<void(const JobOrigin&, const protocol::JobStart&, const TakenJob&)>;
+  void onTaken(OnTaken handler) { m_onTaken = std::move(handler); }
+  void taken(const JobOrigin& origin, const protocol::JobStart& ticket, const TakenJob& job) const {
+    if (m_onTaken) m_onTaken(origin, ticket, job);
+  }
 
   // A name that no other job uses, of whatever process and machine; begins with a dot, so that it is hidden from a
   // person.
@@ -37,8 +68,12 @@ class JobOutput {
   const int m_session;
   const std::string m_prefix;  // of this process's temporary names
   Reporter& m_reporter;
-  const std::shared_ptr<SinkTable> m_sinks;
+  const std::shared_ptr<Sink> m_others;
+  OnTaken m_onTaken;
   std::atomic<unsigned> m_last{0};
+  mutable std::mutex m_lock;  // guards what follows
+  std::map<std::wstring, std::shared_ptr<Sink>> m_sinks;
+  std::map<const CS_Connection*, JobOrigin> m_origins;
 };
 
 }  // namespace printclient

@@ -1,5 +1,6 @@
 #include "client/job.h"
 
+#include "client/sinks/folder/folder_sink.h"
 #include "corvane/base/process.h"
 #include "programs/text.h"
 
@@ -27,7 +28,7 @@ class JobTest : public ::testing::Test {
     fs::create_directories(m_folder / "out");
     m_lines = std::fopen(programs::fromPath(m_folder / "lines").c_str(), "wb");
     m_reporter = std::make_unique<Reporter>(m_lines, false);
-    m_output = std::make_unique<JobOutput>(m_folder / "out", 5, 42, *m_reporter);
+    m_output = std::make_unique<JobOutput>(m_folder / "out", 5, 42, *m_reporter, std::make_shared<FolderSink>());
   }
   void TearDown() override {
     m_output.reset();
@@ -196,8 +197,8 @@ TEST_F(JobTest, WithoutItsFolderIsNotPrinted) {
 // Takes jobs, or does what it was told instead.
 class StubSink : public Sink {
  public:
-  explicit StubSink(std::function<std::string()> act) : m_act(std::move(act)) {}
-  std::string take(const ArrivedJob& job) override {
+  explicit StubSink(std::function<TakenJob()> act) : m_act(std::move(act)) {}
+  TakenJob take(const ArrivedJob& job) override {
     m_taken.push_back(read(job.file.share(job.content.extension())));
     return m_act();
   }
@@ -206,15 +207,18 @@ class StubSink : public Sink {
     return {std::istreambuf_iterator<char>(in), {}};
   }
 
-  std::function<std::string()> m_act;
+  std::function<TakenJob()> m_act;
   std::vector<std::string> m_taken;
 };
 
 TEST_F(JobTest, GoesWholeToTheSinkOfItsPrinterAndLeavesNoFile) {
-  const auto sink = std::make_shared<StubSink>([] { return "to the printer \"desk\" as job 7"; });
-  const auto sinks = std::make_shared<SinkTable>();
-  sinks->set(L"Laser-2", sink);
-  JobOutput output(m_folder / "out", 5, 42, *m_reporter, sinks);
+  const auto sink = std::make_shared<StubSink>([] { return TakenJob{"to the printer \"desk\" as job 7"}; });
+  JobOutput output(m_folder / "out", 5, 42, *m_reporter, nullptr);
+  output.setSink(L"Laser-2", sink);
+  std::vector<std::string> followed;
+  output.onTaken([&followed](const JobOrigin& origin, const protocol::JobStart& start, const TakenJob& job) {
+    followed.push_back(origin.sessionText() + ", " + programs::oneLine(start.jobName) + " " + job.where);
+  });
   {
     Job job(ticket(1), output);
     job.append(bytes("hello "));
@@ -234,12 +238,34 @@ TEST_F(JobTest, GoesWholeToTheSinkOfItsPrinterAndLeavesNoFile) {
   }
   EXPECT_EQ(sink->m_taken.size(), 1u);
   EXPECT_EQ(fileCount(), 0u);
+  EXPECT_THAT(followed, ElementsAre("session 5, Laser-2 - Job #17 to the printer \"desk\" as job 7"));
+}
+
+TEST_F(JobTest, SaysWhichServerItIsFromWhereThereAreSeveral) {
+  JobOutput output(m_folder / "out", 0, 42, *m_reporter, std::make_shared<FolderSink>());
+  const auto* const connection = reinterpret_cast<const CS_Connection*>(0x10);
+  output.setOrigin(connection, {2, 7, "print.example:4712: "});
+  {
+    Job job(ticket(1), output, connection);
+    output.forgetOrigin(connection);
+    job.append(bytes("hello"));
+    EXPECT_EQ(job.end(), kPrinted);
+    output.setOrigin(connection, {2, 7, "print.example:4712: "});
+    const Job dropped(ticket(1), output, connection);
+  }
+  EXPECT_EQ(lines(),
+            "print.example:4712: receiving \"Report\" for \"Laser-2\"\n"
+            "print.example:4712: printed \"Report\": 5 bytes to Report.txt\n"
+            "print.example:4712: receiving \"Report\" for \"Laser-2\"\n"
+            "print.example:4712: dropped \"Report\": the job was cut after 0 bytes, before its end (printer "
+            "\"Laser-2\", session 7); the server says why in a separate line, unless it has gone itself; print "
+            "again\n");
 }
 
 TEST_F(JobTest, ThatItsSinkRefusesIsNotPrintedForTheSinksOwnReason) {
   const auto sink = std::make_shared<StubSink>(
-      []() -> std::string { throw SinkRefusal("the printer has no paper", "put paper in, and print again"); });
-  JobOutput output(m_folder / "out", 5, 42, *m_reporter, std::make_shared<SinkTable>(sink));
+      []() -> TakenJob { throw SinkRefusal("the printer has no paper", "put paper in, and print again"); });
+  JobOutput output(m_folder / "out", 5, 42, *m_reporter, sink);
   {
     Job job(ticket(1), output);
     job.append(bytes("hello"));
@@ -249,7 +275,7 @@ TEST_F(JobTest, ThatItsSinkRefusesIsNotPrintedForTheSinksOwnReason) {
             "receiving \"Report\" for \"Laser-2\"\nnot printed \"Report\": the printer has no paper (printer "
             "\"Laser-2\", session 5); put paper in, and print again\n");
   EXPECT_EQ(fileCount(), 0u);
-  JobOutput without(m_folder / "out", 5, 42, *m_reporter, std::make_shared<SinkTable>());
+  JobOutput without(m_folder / "out", 5, 42, *m_reporter, nullptr);
   EXPECT_EQ(Job(ticket(1), without).end(), kNotTaken);
 }
 
@@ -276,7 +302,7 @@ TEST_F(JobTest, KeepsTheFirstReasonOfAFailure) {
 
 TEST_F(JobTest, OnATerminalReportsProgressEvery256KiB) {
   Reporter terminal(m_lines, true);
-  JobOutput output(m_folder / "out", 5, 42, terminal);
+  JobOutput output(m_folder / "out", 5, 42, terminal, std::make_shared<FolderSink>());
   Job job(ticket(1), output);
   const std::string piece(256 * 1024 - 1, 'x');
   const auto reports = [&] {
@@ -325,7 +351,7 @@ TEST_F(JobTest, WhatKilledClientsOfAnySessionLeftIsRemovedAndNothingElse) {
 }
 
 TEST_F(JobTest, AnotherClientsJobIsNotTakenForALeftover) {
-  JobOutput other(m_folder / "out", 5, 42, *m_reporter);  // the same session and process number, as in a container
+  JobOutput other(m_folder / "out", 5, 42, *m_reporter, std::make_shared<FolderSink>());  // the same session and process number, as in a container
   Job job(ticket(1), *m_output);
   job.append(bytes("hello"));
   EXPECT_EQ(other.removeLeftovers(), 0);

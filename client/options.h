@@ -1,31 +1,19 @@
 #pragma once
 
-#include "client/sinks/printer/printer_target.h"
-#include "protocol/printer.h"
+#include "client/printer_option.h"
 
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace printclient {
-
-// What one --printer says.
-struct PrinterOption {
-  protocol::Printer printer;
-  PrinterTarget target;
-};
-
-// Reads "NAME,key=value,...". Keys: driver, comment, location, port, manufacturer, model, share (texts), format (raw,
-// ps or pdf), default (yes or no), resolution (a number), and queue or uri, the printer that its jobs go to. Two commas
-// stand for a comma in a name or value. Throws std::invalid_argument that says what is wrong and shows an example.
-PrinterOption parsePrinterOption(std::string_view text);
 
 // What the command line of printclient says.
 struct Options {
   std::string host = "127.0.0.1";  // a name or an address, without brackets
   int port = 4711;
+  int server = 0;     // which of those that are served
   std::string label;  // in front of what is said about this server, where there are several; otherwise empty
   std::vector<std::string> invitations;     // to redeem first: lines, or names of files that hold one
   bool usesTls = false;                     // always, but for a server on this machine that is not asked for it

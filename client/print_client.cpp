@@ -25,13 +25,14 @@ bool PrintClient::processRequest(CS_InRequest& request) {
 
 void PrintClient::startJob(CS_InRequest& request) try {
   m_job.reset();  // a job that was started before and not ended is dropped first
-  m_job = std::make_unique<Job>(protocol::read<protocol::JobStart>(request), *m_output);
+  m_job = std::make_unique<Job>(protocol::read<protocol::JobStart>(request), *m_output, getConnection());
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.
+  const JobOrigin origin = m_output->originOf(getConnection());
   m_output->reporter().line(
-      fmt::format("not printed: the start of a job cannot be read: {} ({}); install the same version of the "
+      fmt::format("{}not printed: the start of a job cannot be read: {} ({}); install the same version of the "
                   "port monitor and the print client",
-                  programs::describe(failure), m_output->sessionText()));
+                  origin.label, programs::describe(failure), origin.sessionText()));
   throw;
 }
 
@@ -61,8 +62,9 @@ void PrintClient::endJob(CS_InRequest& request) {
     result = m_job->end();
     m_job.reset();
   } else {
-    m_output->reporter().line(fmt::format("not printed {}: the end of a job came without its start ({}); print again",
-                                          programs::quoted(name), m_output->sessionText()));
+    const JobOrigin origin = m_output->originOf(getConnection());
+    m_output->reporter().line(fmt::format("{}not printed {}: the end of a job came without its start ({}); print again",
+                                          origin.label, programs::quoted(name), origin.sessionText()));
   }
   protocol::answer(request, protocol::JobEnd::Answer{result});
 }

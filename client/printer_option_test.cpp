@@ -1,4 +1,4 @@
-#include "client/options.h"
+#include "client/printer_option.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>

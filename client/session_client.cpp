@@ -40,14 +40,18 @@ bool SessionClient::processRequest(CS_InRequest& request) {
 void SessionClient::report(const protocol::JobFailed& job) {
   // The sink's own words stand in the job's line already; this is what the port monitor makes of the answer.
   if (job.cause == protocol::textOf(protocol::PrintResult::kNotTaken)) return;
-  m_output->reporter().line(fmt::format("the server says why {} for {} was not printed: {}",
+  m_output->reporter().line(fmt::format("{}the server says why {} for {} was not printed: {}", label(),
                                         oneLine(job.document).empty() ? "a job" : programs::quoted(job.document),
                                         programs::quoted(job.printer), whyText(job.cause, job.remedy)));
 }
 
 void SessionClient::report(const protocol::PrinterRefused& printer) {
-  m_output->reporter().line(fmt::format("{} is not a printer on the server: {}", programs::quoted(printer.printer),
-                                        whyText(printer.cause, printer.remedy)));
+  m_output->reporter().line(fmt::format("{}{} is not a printer on the server: {}", label(),
+                                        programs::quoted(printer.printer), whyText(printer.cause, printer.remedy)));
+}
+
+std::string SessionClient::label() {
+  return m_output->originOf(getConnection()).label;
 }
 
 }  // namespace printclient

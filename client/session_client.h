@@ -5,6 +5,7 @@
 #include "protocol/registration.h"
 
 #include <memory>
+#include <string>
 
 namespace printclient {
 
@@ -21,6 +22,8 @@ class SessionClient : public CS_Component {
  private:
   void report(const protocol::JobFailed& job);
   void report(const protocol::PrinterRefused& printer);
+  // Which server says so, where there are several.
+  std::string label();
 
   std::shared_ptr<JobOutput> m_output;
 };

@@ -23,7 +23,7 @@ class SessionClientTest : public ::testing::Test {
   SessionClientTest() {
     m_lines = std::fopen(programs::fromPath(m_file).c_str(), "wb");
     m_reporter = std::make_unique<Reporter>(m_lines, false);
-    const auto output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter);
+    const auto output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter, nullptr);
     m_pair = std::make_unique<ConnectionPair>();
     CS_ComponentServer* server = CS_ComponentServer::getServer();
     server->registerClass(

@@ -87,6 +87,7 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
   }
   CS_Connection::destroy(connection, true);
   hold(nullptr);
+  m_output->forgetOrigin(connection.get());
   return isStopping() ? Outcome::kStopped : outcome;
 }
 
@@ -111,6 +112,8 @@ protocol::Registration::Answer SessionLoop::registerPrinters(const CS_RCPtr<CS_C
     guard.lock();
     if (answer.isAccepted && used != m_printersUsed) continue;
     if (answer.isAccepted) m_registered = component;
+    guard.unlock();
+    if (answer.isAccepted) m_report.enter(m_options.server, component);
     return answer;
   }
 }
@@ -170,6 +173,11 @@ void SessionLoop::stop() {
 }
 
 bool SessionLoop::hold(const CS_RCPtr<CS_Connection>& connection) {
+  if (connection) {
+    m_output->setOrigin(connection.get(), {m_options.server, m_options.session, m_options.label});
+  } else {
+    m_report.leave(m_options.server);
+  }
   CS_RCPtr<CS_Connection> old = connection;  // both given back after the lock
   CS_RCPtr<CS_Component> registered;
   const std::lock_guard<std::mutex> guard(m_lock);

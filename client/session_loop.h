@@ -2,6 +2,7 @@
 
 #include "client/job_output.h"
 #include "client/options.h"
+#include "client/paper_report.h"
 #include "corvane/components/connection.h"
 #include "corvane/wire/heartbeat.h"
 #include "protocol/registration.h"
@@ -21,9 +22,11 @@ namespace printclient {
 // thread; stop() may be called from any other one.
 class SessionLoop {
  public:
-  SessionLoop(const Options& options, std::shared_ptr<JobOutput> output)
+  // The options and the report outlive it.
+  SessionLoop(const Options& options, std::shared_ptr<JobOutput> output, PaperReport& report)
       : m_options(options),
         m_output(std::move(output)),
+        m_report(report),
         m_heartbeat(corvane::Patience().faster(options.pace)),
         m_printers(options.printers) {}
 
@@ -62,6 +65,7 @@ class SessionLoop {
 
   const Options& m_options;
   const std::shared_ptr<JobOutput> m_output;
+  PaperReport& m_report;
   corvane::Heartbeat m_heartbeat;
   bool m_wasRegistered = false;
   std::string m_lastTrouble;

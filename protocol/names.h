@@ -38,5 +38,10 @@ inline constexpr const wchar_t* kJobNotice = L"job";
 // From an administration tool: a session's printer cannot be had on this machine. Its values: "printer" (the name on
 // the server), "session", "process" (the tool's), "result" ("refused"), "cause" and "remedy".
 inline constexpr const wchar_t* kPrinterNotice = L"printer";
+// From a session's print client: what has become of a job that it has taken (paper_news.h). Its values: "job" (the
+// spooler's number), "printer" (the name on the server), "document", "session", "state" (a word of kPaperStates), and
+// "cause" and "remedy" (a sentence each) where there is something to say. It may come before the notice of how the same
+// job ended for the port monitor. The spooler's process is not known: jobs are told apart by printer and number.
+inline constexpr const wchar_t* kPaperNotice = L"paper";
 
 }  // namespace protocol

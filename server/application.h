@@ -52,7 +52,7 @@ struct Application {
   std::tuple<PortMonitorClient::Context, SessionHost::Context, ProgramMonitorServer::Context,
              AdministrationServer::Context, InvitationHost::Context>
       contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher},
-               {*log, sessions, clientNews},
+               {*log, sessions, clientNews, notices},
                {*log, sessions, clientNews, notices},
                {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt},
                {*log, invitations}};

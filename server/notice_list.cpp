@@ -3,6 +3,8 @@
 #include "corvane/base/text.h"
 #include "corvane/components/program_monitor_c.h"
 
+#include <algorithm>
+
 namespace aps {
 namespace {
 
@@ -36,17 +38,48 @@ void cut(CS_Notice& notice) {
 }  // namespace
 
 void NoticeList::add(CS_Notice notice) {
+  add(0, std::move(notice));
+}
+
+void NoticeList::addOfClient(int session, CS_Notice notice) {
+  add(session, std::move(notice));
+}
+
+void NoticeList::add(int session, CS_Notice notice) {
   cut(notice);
   const std::size_t units = unitsOf(notice);
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_entries.push_back({m_latest + 1, std::chrono::system_clock::now(), std::move(notice)});
+  if (session != 0) m_ofSessions.try_emplace(session);
+  m_entries.push_back({{m_latest + 1, std::chrono::system_clock::now(), std::move(notice)}, session});
   ++m_latest;
   m_units += units;
-  while (m_entries.size() > protocol::Notices::kKept || m_units > kUnits) {
-    m_units -= unitsOf(m_entries.front().notice);
-    m_entries.pop_front();
+  if (session != 0) {
+    ++m_ofSessions[session];
+    ++m_ofClients;
   }
+  for (Place surplus = surplusLocked(); surplus != m_entries.end(); surplus = surplusLocked())
+    dropLocked(surplus);
   m_changed.notify_all();
+}
+
+NoticeList::Place NoticeList::surplusLocked() {
+  const auto most = std::max_element(m_ofSessions.begin(), m_ofSessions.end(),
+                                     [](const auto& one, const auto& other) { return one.second < other.second; });
+  if (most != m_ofSessions.end() && (most->second > kOfOneSession || m_ofClients > kOfClients)) {
+    return std::find_if(m_entries.begin(), m_entries.end(),
+                        [session = most->first](const Kept& kept) { return kept.session == session; });
+  }
+  const bool isTooMuch = m_entries.size() > protocol::Notices::kKept || m_units > kUnits;
+  return isTooMuch ? m_entries.begin() : m_entries.end();
+}
+
+void NoticeList::dropLocked(Place at) {
+  m_units -= unitsOf(at->notice);
+  if (const auto session = m_ofSessions.find(at->session); session != m_ofSessions.end()) {
+    if (--session->second == 0) m_ofSessions.erase(session);
+    --m_ofClients;
+  }
+  m_entries.erase(at);
 }
 
 NoticeList::Answer NoticeList::after(int number, std::chrono::milliseconds wait, const std::atomic<bool>& cancelled) {
@@ -56,7 +89,7 @@ NoticeList::Answer NoticeList::after(int number, std::chrono::milliseconds wait,
   }
   Answer answer;
   answer.latest = m_latest;
-  for (const Entry& entry : m_entries) {
+  for (const Kept& entry : m_entries) {
     if (number >= 0 && entry.number > number) answer.entries.push_back(entry);
   }
   return answer;

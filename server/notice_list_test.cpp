@@ -1,5 +1,6 @@
 #include "server/notice_list.h"
 
+#include <algorithm>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -94,6 +95,36 @@ TEST_F(NoticeListTest, CutsWhatIsTooLongAndStaysWithinItsUnits) {
   EXPECT_EQ(answer.entries.back().notice.values.back().second.size(), 2048u);
   const std::size_t units = 3 + 2048 + 64 * 2048;
   EXPECT_THAT(answer.entries, SizeIs(NoticeList::kUnits / units));
+}
+
+TEST_F(NoticeListTest, APrintClientDrivesOutItsOwnOldestAndNothingElse) {
+  m_list.add(jobNotice(L"a job"));
+  m_list.addOfClient(7, jobNotice(L"another client"));
+  for (int i = 0; i < 2000; ++i)
+    m_list.addOfClient(5, jobNotice(std::to_wstring(i)));
+  const auto answer = m_list.after(0, kNoWait, m_cancelled);
+  EXPECT_EQ(answer.latest, 2002);
+  ASSERT_THAT(answer.entries, SizeIs(2 + NoticeList::kOfOneSession));
+  EXPECT_EQ(answer.entries[0].notice.line, L"a job");
+  EXPECT_EQ(answer.entries[1].notice.line, L"another client");
+  EXPECT_EQ(answer.entries[2].notice.line, std::to_wstring(2000 - NoticeList::kOfOneSession));
+  EXPECT_EQ(answer.entries.back().notice.line, L"1999");
+}
+
+TEST_F(NoticeListTest, WhereThereAreManyClientsThoseWithTheMostMakeRoom) {
+  m_list.add(jobNotice(L"a job"));
+  for (int session = 1; session <= 10; ++session) {
+    for (int i = 0; i < NoticeList::kOfOneSession; ++i)
+      m_list.addOfClient(session, jobNotice(L"of many"));
+  }
+  for (int i = 0; i < 20; ++i)
+    m_list.addOfClient(100, jobNotice(L"of few"));
+  const auto answer = m_list.after(0, kNoWait, m_cancelled);
+  ASSERT_THAT(answer.entries, SizeIs(1 + NoticeList::kOfClients));
+  EXPECT_EQ(answer.entries.front().notice.line, L"a job");
+  EXPECT_EQ(std::count_if(answer.entries.begin(), answer.entries.end(),
+                          [](const NoticeList::Entry& entry) { return entry.notice.line == L"of few"; }),
+            20);
 }
 
 }  // namespace

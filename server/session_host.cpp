@@ -5,7 +5,8 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
-#include "protocol/registration.h"
+#include "protocol/paper_news.h"
+#include "server/paper_notice.h"
 #include "server/places.h"
 #include "server/printer_name.h"
 
@@ -52,12 +53,46 @@ void SessionHost::leave() noexcept try {
 }
 
 bool SessionHost::processRequest(CS_InRequest& request) {
-  if (request.number() != static_cast<int>(protocol::Registration::kNumber))
-    return CS_Component::processRequest(request);
   return logThrown(m_context->log, "a print client's request", request.number(), [&] {
-    registerPrinters(request);
-    return true;
+    switch (static_cast<protocol::SessionRequest>(request.number())) {
+      case protocol::SessionRequest::kRegister:
+        registerPrinters(request);
+        return true;
+      case protocol::SessionRequest::kPaperNews:
+        takeNews(request);
+        return true;
+      default:
+        return CS_Component::processRequest(request);
+    }
   });
+}
+
+void SessionHost::takeNews(CS_InRequest& request) {
+  const auto news = protocol::read<protocol::PaperNews>(request);
+  std::unique_lock<std::mutex> guard(m_lock);
+  const int session = m_session;
+  const bool isAllowed = m_news.take();
+  guard.unlock();
+  const std::string name = nameOf(session);
+  if (!isAllowed) {
+    m_context->log.refusal("news of jobs of " + name,
+                           fmt::format("{}: its print client tells of more than {} changes of its jobs in a second; "
+                                       "what is too much is not kept",
+                                       name, kNewsPerSecond));
+    return;
+  }
+  const auto found = m_context->sessions.find(localPrinterName(news.printer, session));
+  if (!found || found->session != session || session == 0) {
+    // It may have registered others since.
+    m_context->log.repeatable("news of jobs of " + name,
+                              fmt::format("{}: its print client tells of a job for {}, which it has not registered; "
+                                          "that is not kept",
+                                          name, programs::quoted(news.printer)));
+    return;
+  }
+  CS_Notice notice = paperNotice(news, session, localPrinterName(found->printer.name(), session));
+  m_context->log.line(fmt::format("{}: {}", name, programs::oneLine(notice.line)));
+  m_context->notices.addOfClient(session, std::move(notice));
 }
 
 void SessionHost::tell(const ClientNews::Failure& failure) {

@@ -2,6 +2,7 @@
 #include "admin/base/places.h"
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
+#include "admin/sessions/job_paper.h"
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
 #include "admin/spooler/monitor_module.h"
@@ -24,6 +25,7 @@ using programs::oneLine;
 
 constexpr int kRecords = 10;
 constexpr std::size_t kFailedJobs = 5;
+constexpr std::size_t kPaperJobs = 10;
 
 void sayModule(Output& output, Json& facts) {
   const Places places = Places::ofThisMachine();
@@ -57,16 +59,11 @@ void sayRecords(const std::string& from, const std::vector<std::string>& lines, 
     output.line(fmt::format("  {}", line));
 }
 
-void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
-  std::vector<protocol::Notice> failed;
-  for (protocol::Notice& notice : server.notices(0, 0).notices) {
-    if (notice.kind == protocol::kJobNotice && notice.value(L"result") == L"failed")
-      failed.push_back(std::move(notice));
-  }
-  if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);
+void sayJobs(const char* fact, const std::string& heading, const std::vector<protocol::Notice>& notices,
+             Output& output, Json& facts) {
   Json jobs = Json::array();
-  output.line(failed.empty() ? "no failed jobs since the server runs" : "last failed jobs:");
-  for (const protocol::Notice& notice : failed) {
+  output.line(heading);
+  for (const protocol::Notice& notice : notices) {
     Json values;
     const std::map<std::wstring, std::wstring> named(notice.values.rbegin(), notice.values.rend());
     for (const auto& [name, value] : named)
@@ -74,7 +71,23 @@ void sayFailedJobs(ApplicationServer& server, Output& output, Json& facts) {
     jobs.push_back({{"time", textValue(notice.time)}, {"line", textValue(notice.line)}, {"values", values}});
     output.line(fmt::format("  {} {}", localTime(notice.time), oneLine(notice.line)));
   }
-  facts["failedJobs"] = jobs;
+  facts[fact] = jobs;
+}
+
+void sayNotices(ApplicationServer& server, Output& output, Json& facts) {
+  const std::vector<protocol::Notice> notices = server.notices(0, 0).notices;
+  std::vector<protocol::Notice> failed;
+  for (const protocol::Notice& notice : notices) {
+    if (notice.kind == protocol::kJobNotice && notice.value(L"result") == L"failed") failed.push_back(notice);
+  }
+  if (failed.size() > kFailedJobs) failed.erase(failed.begin(), failed.end() - kFailedJobs);
+  sayJobs("failedJobs", failed.empty() ? "no failed jobs since the server runs" : "last failed jobs:", failed, output,
+          facts);
+  const std::vector<protocol::Notice> paper = latestPaper(notices, kPaperJobs);
+  sayJobs("printerJobs",
+          paper.empty() ? "no print client has told what became of a job at its printer"
+                        : "what became of the last jobs at the printers:",
+          paper, output, facts);
 }
 
 void sayServer(int port, Output& output, Json& facts) try {
@@ -99,7 +112,7 @@ void sayServer(int port, Output& output, Json& facts) try {
   for (const std::wstring& line : server.records(kRecords))
     lines.push_back(oneLine(line));
   sayRecords("the server's log", lines, output, facts);
-  sayFailedJobs(server, output, facts);
+  sayNotices(server, output, facts);
 } catch (const Failure& failure) {
   facts["server"] = {{"reachable", false}, {"why", failure.what()}, {"remedy", failure.remedy()}};
   output.line(fmt::format("server:  {}", failure.what()));

@@ -11,15 +11,35 @@ constexpr long long kPause = 500;  // milliseconds between attempts to reach the
 }  // namespace
 
 std::optional<JobOutcome> OutcomeWatch::wait(const AwaitedJob& job, Clock::time_point deadline) {
-  for (;;) {
+  waitUntil([this] { return m_outcome.has_value(); }, job, deadline);
+  return m_outcome;
+}
+
+std::optional<JobPaper> OutcomeWatch::waitForPaper(const AwaitedJob& job, Clock::time_point deadline,
+                                                   const OnChange& onChange) {
+  std::optional<JobPaper> latest;
+  const auto isFinal = [&] {
+    for (; !m_news.empty(); m_news.pop_front()) {
+      if (latest == m_news.front()) continue;
+      latest = m_news.front();
+      onChange(*latest);
+    }
+    return latest && protocol::isFinal(latest->state);
+  };
+  waitUntil(isFinal, job, deadline);
+  return latest;
+}
+
+bool OutcomeWatch::waitUntil(const std::function<bool()>& isDone, const AwaitedJob& job, Clock::time_point deadline) {
+  while (!isDone()) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (!m_server && left > 0) connect();
-    if (m_server) {
-      if (const auto outcome = ask(job, std::max(left, 0LL))) return outcome;
-    }
-    if (left <= 0) return std::nullopt;
+    if (m_server) ask(job, std::max(left, 0LL));
+    if (isDone()) break;
+    if (left <= 0) return false;
     if (!m_server) std::this_thread::sleep_for(std::chrono::milliseconds(std::min(left, kPause)));
   }
+  return true;
 }
 
 void OutcomeWatch::connect() try {
@@ -36,17 +56,16 @@ void OutcomeWatch::connect() try {
   lose(failure);
 }
 
-std::optional<JobOutcome> OutcomeWatch::ask(const AwaitedJob& job, long long left) try {
+void OutcomeWatch::ask(const AwaitedJob& job, long long left) try {
   const auto wait = static_cast<unsigned>(std::min(left, kLongestWait));
   const protocol::Notices::Answer news = m_server->notices(m_after, wait, kPatience);
   for (const protocol::Notice& notice : news.notices) {
-    if (job.isOf(notice)) return JobOutcome::of(notice);
+    if (job.isOf(notice) && !m_outcome) m_outcome = JobOutcome::of(notice);
+    if (isPaperOf(job, notice)) m_news.push_back(JobPaper::of(notice));
   }
   m_after = news.latest;
-  return std::nullopt;
 } catch (const Failure& failure) {
   lose(failure);
-  return std::nullopt;
 }
 
 void OutcomeWatch::lose(const Failure& failure) {

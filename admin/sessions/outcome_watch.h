@@ -2,15 +2,18 @@
 
 #include "admin/base/failure.h"
 #include "admin/sessions/application_server.h"
+#include "admin/sessions/job_paper.h"
 
 #include <chrono>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace admin {
 
-// Waits for the outcome of a job from the server. The server may be away at first or for a while: printing does not
+// Waits for the outcome of a job from the server, and for what becomes of it then. The server may be away at first or for a while: printing does not
 // depend on it, only the knowledge of the outcome does. Belongs to one thread.
 class OutcomeWatch {
  public:
@@ -23,6 +26,11 @@ class OutcomeWatch {
   // left; one that does not answer adds at most kPatience.
   std::optional<JobOutcome> wait(const AwaitedJob& job, Clock::time_point deadline);
 
+  // Behind wait(), for the same job: what becomes of it at its printer, until that is final or the deadline has passed;
+  // each change is told. The latest of all, also of what came before the outcome; empty when nobody has told anything.
+  using OnChange = std::function<void(const JobPaper& paper)>;
+  std::optional<JobPaper> waitForPaper(const AwaitedJob& job, Clock::time_point deadline, const OnChange& onChange);
+
   bool isThere() const { return m_server != nullptr; }
   // Why the outcome is unknown, and the remedy.
   const std::string& why() const { return m_why; }
@@ -33,7 +41,9 @@ class OutcomeWatch {
 
  private:
   void connect();
-  std::optional<JobOutcome> ask(const AwaitedJob& job, long long left);
+  // Asks for news, again and again, until that is true; false at the deadline.
+  bool waitUntil(const std::function<bool()>& isDone, const AwaitedJob& job, Clock::time_point deadline);
+  void ask(const AwaitedJob& job, long long left);
   void lose(const Failure& failure);
 
   const int m_port;
@@ -41,6 +51,8 @@ class OutcomeWatch {
   bool m_isFirst = true;
   bool m_wasThere = false;
   int m_after = 0;
+  std::optional<JobOutcome> m_outcome;
+  std::deque<JobPaper> m_news;  // of the printer, not told yet
   std::string m_why, m_remedy;
 };
 

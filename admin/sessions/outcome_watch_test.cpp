@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <regex>
+#include <utility>
 
 namespace admin {
 namespace {
@@ -36,6 +37,27 @@ class OutcomeWatchTest : public testing::Test {
       if (std::regex_search(line, numbers, asked) && numbers[1] != "-1") found.push_back(std::stoi(numbers[2]));
     }
     return found;
+  }
+
+  // A notice of an answer, behind "another follows".
+  static void writeNotice(corvane::ValueWriter& reply, int number, const wchar_t* kind,
+                          const std::vector<const wchar_t*>& values) {
+    reply.writeBoolean(true);
+    reply.writeInt(number);
+    for (const wchar_t* text : {L"2026-01-31T23:59:59Z", kind, L"a line"})
+      reply.writeText(text);
+    reply.writeInt(static_cast<int>(values.size() / 2));
+    for (const wchar_t* text : values)
+      reply.writeText(text);
+  }
+  static void writePaper(corvane::ValueWriter& reply, int number, const wchar_t* state, const wchar_t* job = L"17") {
+    writeNotice(reply, number, L"paper", {L"job", job, L"printer", L"Laser", L"state", state});
+  }
+  // The states that were told until the deadline, and the last one in brackets.
+  std::string paperOf(OutcomeWatch& watch, OutcomeWatch::Clock::time_point deadline) const {
+    std::string told;
+    const auto last = watch.waitForPaper(m_job, deadline, [&told](const JobPaper& paper) { told += paper.text() + ", "; });
+    return told + (last ? "[" + last->text() + "]" : "[nothing]");
   }
 
   const AwaitedJob m_job{17, L"Laser", 0};
@@ -76,6 +98,45 @@ TEST_F(OutcomeWatchTest, ALongTimeIsAskedForInPieces) {
   ASSERT_TRUE(outcome.has_value());
   EXPECT_TRUE(outcome->isPrinted);
   EXPECT_THAT(waits(), testing::ElementsAre(static_cast<int>(OutcomeWatch::kLongestWait)));
+}
+
+TEST_F(OutcomeWatchTest, WhatBecomesOfAJobIsToldInOrderThoughItBeginsBeforeTheOutcome) {
+  int asked = 0;
+  m_peer.answer(kClass, kNotices, [&asked](corvane::ValueWriter& reply) {
+    const int turn = asked++;
+    reply.writeInt(turn == 0 ? 3 : 10 + turn);
+    if (turn == 1) {
+      writePaper(reply, 4, L"printing", L"18");
+      writePaper(reply, 5, L"printing");
+    }
+    if (turn == 2) {
+      writeNotice(reply, 6, L"job", {L"job", L"17", L"printer", L"Laser", L"result", L"delivered"});
+      writePaper(reply, 7, L"printing");
+      writePaper(reply, 8, L"stopped");
+    }
+    if (turn == 3) {
+      writePaper(reply, 9, L"printing");
+      writePaper(reply, 10, L"printed");
+    }
+    reply.writeBoolean(false);
+  });
+  OutcomeWatch watch(m_peer.port());
+  const auto deadline = OutcomeWatch::Clock::now() + std::chrono::hours(1);
+  ASSERT_TRUE(watch.wait(m_job, deadline).has_value());
+  EXPECT_EQ(paperOf(watch, deadline), "is being printed, is held up, is being printed, was printed, [was printed]");
+}
+
+TEST_F(OutcomeWatchTest, WhenTheTimeIsOverTheLatestIsKnownAndWhenNobodyTellsNothing) {
+  bool isTold = false;
+  m_peer.answer(kClass, kNotices, [&isTold](corvane::ValueWriter& reply) {
+    reply.writeInt(3);
+    if (std::exchange(isTold, false)) writePaper(reply, 3, L"stopped");
+    reply.writeBoolean(false);
+  });
+  OutcomeWatch watch(m_peer.port());
+  EXPECT_EQ(paperOf(watch, OutcomeWatch::Clock::now() + std::chrono::milliseconds(100)), "[nothing]");
+  isTold = true;
+  EXPECT_EQ(paperOf(watch, OutcomeWatch::Clock::now() + std::chrono::milliseconds(100)), "is held up, [is held up]");
 }
 
 TEST_F(OutcomeWatchTest, AServerThatHangsUpIsDialledAgainUntilTheTimeIsOver) {

@@ -12,7 +12,6 @@
 #include <system_error>
 
 namespace printclient {
-namespace {
 
 std::shared_ptr<Sink> sinkOfOthers(const Options& options) {
   if (!options.command.empty()) {
@@ -26,13 +25,15 @@ std::shared_ptr<Sink> sinkOfOthers(const Options& options) {
   return std::make_shared<FolderSink>();
 }
 
-}  // namespace
-
-std::shared_ptr<SinkTable> chooseSinks(const Options& options) {
-  auto sinks = std::make_shared<SinkTable>(sinkOfOthers(options));
+void setSinks(const Options& options, JobOutput& output) {
   for (const auto& [printer, target] : options.targets)
-    sinks->set(printer, std::make_shared<PrinterSink>(target));
-  return sinks;
+    output.setSink(printer, std::make_shared<PrinterSink>(target, patienceOf(options)));
+}
+
+PrinterPatience patienceOf(const Options& options) {
+  PrinterPatience patience;
+  patience.watch /= options.pace;
+  return patience;
 }
 
 std::filesystem::path temporaryFolder(const Options& options) {

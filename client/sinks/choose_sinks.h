@@ -1,15 +1,21 @@
 #pragma once
 
+#include "client/job_output.h"
 #include "client/options.h"
-#include "client/sinks/sink_table.h"
+#include "client/sinks/printer/printer_sink.h"
 
 #include <filesystem>
 #include <memory>
 
 namespace printclient {
 
-// The sinks that the options ask for. Throws std::runtime_error with what is wrong.
-std::shared_ptr<SinkTable> chooseSinks(const Options& options);
+// The sink for the jobs of printers that say no queue or address; null where the options name none. Throws
+// std::runtime_error with what is wrong.
+std::shared_ptr<Sink> sinkOfOthers(const Options& options);
+// The sinks of the printers that do.
+void setSinks(const Options& options, JobOutput& output);
+// How long those wait.
+PrinterPatience patienceOf(const Options& options);
 
 // The folder for the temporary files of jobs, which is made when it is not there. Throws std::runtime_error.
 std::filesystem::path temporaryFolder(const Options& options);

@@ -4,6 +4,7 @@
 #include "client/job_file.h"
 #include "protocol/print_job.h"
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -27,14 +28,26 @@ struct ArrivedJob {
   JobFile& file;  // unfinished; it goes with the job unless the sink gives it a name of its own
 };
 
+struct QueuedJob;
+
+// A job that a sink has taken.
+struct TakenJob {
+  // Follows "printed ...: 17 bytes" in the person's line, as "to Report.pdf" does.
+  std::string where;
+  // Whether it goes to paper, as far as the sink can know.
+  bool isForPaper = false;
+  // Where it goes on; null when the printer has printed it already, and where it does not go to paper.
+  std::shared_ptr<const QueuedJob> queued = nullptr;
+};
+
 // Where jobs end: a folder, a printer, a program. Outlives the jobs, and takes them on any number of threads at a time.
 class Sink {
  public:
   virtual ~Sink() = default;
-  // Returns when the sink has the whole job, and never before that: what it returns follows "printed ...: 17 bytes" in
-  // the person's line, as "to Report.pdf" does. Throws SinkRefusal when the sink did not take the job and nothing of it
-  // is printed any more, as far as the sink can tell and otherwise says; and what JobFile throws when the file failed.
-  virtual std::string take(const ArrivedJob& job) = 0;
+  // Returns when the sink has the whole job, and never before that. Throws SinkRefusal when the sink did not take the
+  // job and nothing of it is printed any more, as far as the sink can tell and otherwise says; and what JobFile throws
+  // when the file failed.
+  virtual TakenJob take(const ArrivedJob& job) = 0;
   // The print client ends: jobs that are being taken are given up and refused, and so is every later one.
   virtual void stop() noexcept {}
 };

@@ -6,6 +6,7 @@
 // follows. The components stand on the connection itself, not on a bridge: they need no threads there.
 
 #include "client/print_client.h"
+#include "client/sinks/folder/folder_sink.h"
 #include "corvane/components/component_server.h"
 #include "corvane/records/program_monitor.h"
 #include "corvane/wire/value_writer.h"
@@ -40,7 +41,8 @@ bool prepareProcess() {
   corvane::LocalMonitor::instance().setSink(std::make_unique<Quiet>());
   if (!CS_ComponentServer::initialize(0, 0)) std::abort();
   static printclient::Reporter reporter(std::fopen("/dev/null", "w"), true);
-  g_output = std::make_shared<printclient::JobOutput>(folder(), 5, 1234, reporter);
+  g_output = std::make_shared<printclient::JobOutput>(folder(), 5, 1234, reporter,
+                                                      std::make_shared<printclient::FolderSink>());
   CS_ComponentServer::getServer()->registerClass(protocol::kPrintClientClass,
                                                  new fuzz::FreshClass<printclient::PrintClient>(g_output));
   return CS_ComponentServer::getServer()->offerClass(protocol::kPrintClientClass);

@@ -1,9 +1,11 @@
 #include "client/sinks/command/command_sink.h"
 
 #include "client/account_name.h"
+#include "client/sinks/copies_in_data.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <optional>
@@ -73,8 +75,9 @@ programs::ChildCommand CommandSink::commandFor(const ArrivedJob& job) const {
   programs::ChildCommand command;
   command.program = m_settings.program;
   command.arguments = m_settings.arguments;
-  command.arguments.push_back(programs::fromPath(job.file.share(job.content.extension())));
-  const int copies = job.ticket.copies > 1 ? job.ticket.copies : 1;
+  const std::filesystem::path file = job.file.share(job.content.extension());
+  command.arguments.push_back(programs::fromPath(file));
+  const int copies = copiesInFile(file) ? 1 : std::max(job.ticket.copies, 1);
   command.environment = {{"PRINTCLIENT_TITLE", titleOf(job.ticket)},
                          {"PRINTCLIENT_COPIES", std::to_string(copies)},
                          {"PRINTCLIENT_PRINTER", programs::oneLine(job.ticket.printerName)},
@@ -101,13 +104,13 @@ void CommandSink::refuseWhenStopped(const std::string& words) {
                     "start the print client again, see whether pages have come out, and print again");
 }
 
-std::string CommandSink::take(const ArrivedJob& job) {
+TakenJob CommandSink::take(const ArrivedJob& job) {
   refuseWhenStopped("");
   const std::unique_ptr<programs::ChildProgram> program = start(job);
   const Running running(*this, *program);
   const std::optional<int> code = program->wait(std::chrono::steady_clock::now() + m_settings.limit);
   if (!code) program->end();
-  if (code == 0) return fmt::format("by \"{}\"", m_settings.program);
+  if (code == 0) return {fmt::format("by \"{}\"", m_settings.program)};
   const std::string said = corvane::printable(std::string_view(program->lastErrorLine()));
   const std::string words = said.empty() ? "" : fmt::format(": {}", said);
   if (!code) {

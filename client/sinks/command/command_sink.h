@@ -15,7 +15,7 @@ namespace printclient {
 // stands in its environment, where no text can be taken for an option: PRINTCLIENT_TITLE, PRINTCLIENT_COPIES,
 // PRINTCLIENT_PRINTER (as the client knows it) and PRINTCLIENT_USER (the account of this process). No shell reads any
 // of it. The file's name ends with the kind of its data; it goes when the program has ended. The copies are the
-// program's to make. A job is taken when the program ends with 0.
+// program's to make, but for those that the data ask for themselves. A job is taken when the program ends with 0.
 class CommandSink : public Sink {
  public:
   struct Settings {
@@ -26,7 +26,7 @@ class CommandSink : public Sink {
   // Throws std::runtime_error when the program cannot be one.
   explicit CommandSink(Settings settings);
 
-  std::string take(const ArrivedJob& job) override;
+  TakenJob take(const ArrivedJob& job) override;
   void stop() noexcept override;
 
   // The port monitor waits 10 minutes for the answer to a job's end: what takes longer would be told as a failure there

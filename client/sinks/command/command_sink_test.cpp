@@ -47,7 +47,7 @@ class CommandSinkTest : public ::testing::Test {
     JobFile file(m_folder / "jobs", ".printclient-1.part");
     file.append(bytes);
     try {
-      return sink.take({ticket, probe, file});
+      return sink.take({ticket, probe, file}).where;
     } catch (const SinkRefusal& refusal) {
       return std::string("refused: ") + refusal.what() + "; " + refusal.remedy();
     }

@@ -2,9 +2,9 @@
 
 namespace printclient {
 
-std::string FolderSink::take(const ArrivedJob& job) {
+TakenJob FolderSink::take(const ArrivedJob& job) {
   const std::string extension = job.content.extension();
-  return "to " + job.file.keepAs(fileNameFor(job.ticket.documentName, job.ticket.jobName, extension), extension);
+  return {"to " + job.file.keepAs(fileNameFor(job.ticket.documentName, job.ticket.jobName, extension), extension)};
 }
 
 }  // namespace printclient

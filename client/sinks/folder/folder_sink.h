@@ -7,7 +7,7 @@ namespace printclient {
 // Keeps each job as a file in the folder that it was received in, complete on disk under a name made of the document's.
 class FolderSink : public Sink {
  public:
-  std::string take(const ArrivedJob& job) override;
+  TakenJob take(const ArrivedJob& job) override;
 };
 
 }  // namespace printclient

@@ -48,6 +48,29 @@ void want(ipp_t* request, const std::array<const char*, kCount>& attributes) {
                 attributes.data());
 }
 
+// A job as a list of jobs has it: its attributes one after another, and something else between two jobs.
+struct JobInList {
+  JobStatus status;
+  std::string name;
+  int createdAt = 0;
+
+  void take(ipp_attribute_t* attribute) {
+    const char* const given = ippGetName(attribute);
+    const std::string_view what = given == nullptr ? "" : given;
+    const char* const text = ippGetString(attribute, 0, nullptr);
+    if (what == "job-name" && text != nullptr) name = text;
+    if (what == "job-state") status.state = ippGetInteger(attribute, 0);
+    if (what == "job-state-message" && text != nullptr) status.message = text;
+    if (what == "time-at-creation") createdAt = ippGetInteger(attribute, 0);
+    for (int i = 0; what == "job-state-reasons" && i < ippGetCount(attribute); ++i)
+      status.reasons.emplace_back(ippGetString(attribute, i, nullptr));
+  }
+  void endAt(std::vector<JobStatus>& found, const std::string& title, int begin) {
+    if (status.state != 0 && name == title && createdAt >= begin) found.push_back(status);
+    *this = JobInList();
+  }
+};
+
 // Of libcups, for this thread.
 std::string lastWords() {
   if (cupsLastError() == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) return "nobody answers there";
@@ -244,6 +267,34 @@ std::optional<JobStatus> IppPrinter::status(int number) {
   result.printerReasons = textsOf(said.get(), "printer-state-reasons");
   result.printerMessage = textOf(said.get(), "printer-state-message");
   return result;
+}
+
+std::string IppPrinter::deviceUri() {
+  Message look = request(IPP_OP_GET_PRINTER_ATTRIBUTES);
+  want<1>(look.get(), {"device-uri"});
+  return textOf(ask(std::move(look)).get(), "device-uri");
+}
+
+std::vector<JobStatus> IppPrinter::jobsCalled(const std::string& title, std::chrono::seconds ago) {
+  Message clock = request(IPP_OP_GET_PRINTER_ATTRIBUTES);
+  want<1>(clock.get(), {"printer-up-time"});
+  const int begin = numberOf(ask(std::move(clock)).get(), "printer-up-time", 0) - static_cast<int>(ago.count());
+  std::vector<JobStatus> found;
+  for (const char* which : {"completed", "not-completed"}) {
+    Message look = request(IPP_OP_GET_JOBS);
+    ippAddString(look.get(), IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, which);
+    ippAddInteger(look.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "limit", kMostJobs);
+    want<6>(look.get(),
+            {"job-id", "job-name", "job-state", "job-state-reasons", "job-state-message", "time-at-creation"});
+    const Message answer = ask(std::move(look));
+    JobInList job;
+    for (ipp_attribute_t* at = ippFirstAttribute(answer.get()); at != nullptr; at = ippNextAttribute(answer.get())) {
+      if (ippGetGroupTag(at) == IPP_TAG_JOB) job.take(at);
+      else job.endAt(found, title, begin);
+    }
+    job.endAt(found, title, begin);
+  }
+  return found;
 }
 
 void IppPrinter::cancel(int number, const std::string& user) {

@@ -60,6 +60,12 @@ class IppPrinter {
   void sendDocument(int number, const IppJob& job, const std::filesystem::path& file);
   // Nothing when the printer does not know the job any more.
   std::optional<JobStatus> status(int number);
+  // Which device a queue sends its jobs to; empty for a printer itself, and where the scheduler does not tell.
+  std::string deviceUri();
+  // All jobs of that title that the printer has got since so long ago and still knows; at most kMostJobs of
+  // its list are looked at.
+  std::vector<JobStatus> jobsCalled(const std::string& title, std::chrono::seconds ago);
+  static constexpr int kMostJobs = 500;
   // Asks for the end of a job; whether it has ended says status().
   void cancel(int number, const std::string& user);
 

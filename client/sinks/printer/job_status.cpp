@@ -8,6 +8,9 @@
 #include <utility>
 
 namespace printclient {
+
+using protocol::PaperState;
+
 namespace {
 
 // How bad a reason is by its suffix; one without a suffix is an error. RFC 8011, 5.4.12.
@@ -141,17 +144,17 @@ JobFate fateOf(const JobStatus& status, bool isQueue) {
   }
 }
 
-Trouble troubleOf(const JobStatus& status) {
+Trouble troubleOf(const JobStatus& status, bool stays) {
   const bool isGivenUp = status.state >= JobStatus::kCanceled;
+  const auto withAgain = [stays](std::string_view remedy) {
+    const bool saysPrint = stays || remedy.find("print") != std::string_view::npos;
+    return saysPrint ? std::string(remedy) : fmt::format("{}, and print again", remedy);
+  };
   const KnownReason* reason = isGivenUp ? nullptr : find(kPrinterReasons, status.printerReasons);
-  if (reason == nullptr) reason = find(kJobReasons, status.reasons);
-  if (reason != nullptr) {
-    const std::string remedy(reason->remedy);
-    const bool saysPrint = remedy.find("print") != std::string::npos;
-    return {fmt::format("{}{}", reason->cause, words(status)), saysPrint ? remedy : remedy + ", and print again"};
-  }
+  if (reason == nullptr && !stays) reason = find(kJobReasons, status.reasons);
+  if (reason != nullptr) return {fmt::format("{}{}", reason->cause, words(status)), withAgain(reason->remedy)};
   if (!isGivenUp && isOutOfReach(status)) {
-    return {fmt::format("cannot be reached{}", words(status)), fmt::format("{}, and print again", kReach)};
+    return {fmt::format("cannot be reached{}", words(status)), withAgain(kReach)};
   }
   const std::string cause = status.state == JobStatus::kCanceled ? "canceled the job"
                             : isGivenUp                          ? "gave the job up"
@@ -161,7 +164,29 @@ Trouble troubleOf(const JobStatus& status) {
                                    ? ""
                                    : fmt::format(", reason {}", fmt::join(status.reasons, " "));
   return {cause + words(status) + corvane::printable(std::string_view(keywords)),
-          "see what it shows and what its log says, and print again"};
+          withAgain("see what it shows and what its log says")};
+}
+
+JobProgress progressOf(const JobStatus& status) {
+  const auto with = [&status](protocol::PaperState state, bool stays) {
+    Trouble trouble = troubleOf(status, stays);
+    return JobProgress{state, std::move(trouble.cause), std::move(trouble.remedy)};
+  };
+  switch (status.state) {
+    case JobStatus::kCompleted:
+      return isCompletedInNameOnly(status) ? with(PaperState::kAborted, false) : JobProgress{PaperState::kPrinted};
+    case JobStatus::kCanceled:
+      return with(PaperState::kCanceled, false);
+    case JobStatus::kAborted:
+      return with(PaperState::kAborted, false);
+    case JobStatus::kProcessing:
+      return isInTrouble(status) ? with(PaperState::kStopped, true) : JobProgress{PaperState::kPrinting};
+    case JobStatus::kPending:
+    case JobStatus::kHeld:
+      return isInTrouble(status) ? with(PaperState::kStopped, true) : JobProgress{PaperState::kWaiting};
+    default:
+      return with(PaperState::kStopped, true);
+  }
 }
 
 }  // namespace printclient

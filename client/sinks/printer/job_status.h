@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client/sinks/printer/queued_job.h"
+
 #include <string>
 #include <vector>
 
@@ -39,7 +41,11 @@ struct Trouble {
   std::string remedy;
 };
 
-// In a person's words as far as there are some, otherwise the printer's own.
-Trouble troubleOf(const JobStatus& status);
+// In a person's words as far as there are some, otherwise the printer's own. For a job that stays at the printer
+// nobody has to print again.
+Trouble troubleOf(const JobStatus& status, bool stays = false);
+
+// What has become of a job that a printer or queue has taken.
+JobProgress progressOf(const JobStatus& status);
 
 }  // namespace printclient

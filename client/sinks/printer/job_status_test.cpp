@@ -83,5 +83,38 @@ TEST(JobStatus, TroubleIsSaidInAPersonsWordsWithThePrintersOwnBehind) {
   expectTrouble(stopped, "is stopped (\"Paused\")", "see what it shows and what its log says, and print again");
 }
 
+TEST(JobProgress, FollowsFromWhatThePrinterSaysOfTheJobAndOfItself) {
+  using protocol::PaperState;
+  const auto is = [](const JobStatus& of, const JobProgress& expected) {
+    const JobProgress progress = progressOf(of);
+    EXPECT_EQ(static_cast<int>(progress.state), static_cast<int>(expected.state));
+    EXPECT_EQ(progress.cause, expected.cause);
+    EXPECT_EQ(progress.remedy, expected.remedy);
+  };
+  is(status(JobStatus::kPending), {PaperState::kWaiting, "", ""});
+  is(status(JobStatus::kHeld, {"job-hold-until-specified"}), {PaperState::kWaiting, "", ""});
+  is(status(JobStatus::kProcessing, {"job-printing"}), {PaperState::kPrinting, "", ""});
+  is(status(JobStatus::kCompleted), {PaperState::kPrinted, "", ""});
+  is(status(JobStatus::kProcessing, {"job-printing"}, {"media-empty-error"}),
+     {PaperState::kStopped, "has no paper", "put paper in"});
+  is(status(JobStatus::kStopped, {"printer-stopped"}),
+     {PaperState::kStopped, "stopped in the middle of the job, reason printer-stopped",
+      "see what it shows and what its log says"});
+  is(status(JobStatus::kProcessing, {}, {}, "The printer is not responding."),
+     {PaperState::kStopped, "cannot be reached (\"The printer is not responding\")",
+      "see that it is switched on and connected"});
+  JobStatus paused = status(JobStatus::kPending);
+  paused.isPrinterStopped = true;
+  paused.printerMessage = "out for lunch";
+  is(paused, {PaperState::kStopped, "is stopped (\"out for lunch\")", "see what it shows and what its log says"});
+  is(status(JobStatus::kCanceled, {"job-canceled-by-user"}),
+     {PaperState::kCanceled, "was told to cancel the job", "print again if it is still wanted"});
+  is(status(JobStatus::kAborted, {"document-format-error"}),
+     {PaperState::kAborted, "cannot read the document", "print it again, and when that fails too, in another format"});
+  is(status(JobStatus::kCompleted, {}, {}, "Print job was not accepted."),
+     {PaperState::kAborted, "gave the job up (\"Print job was not accepted\")",
+      "see what it shows and what its log says, and print again"});
+}
+
 }  // namespace
 }  // namespace printclient

@@ -30,7 +30,7 @@ class PrinterSink : public Sink {
  public:
   explicit PrinterSink(PrinterTarget target, PrinterPatience patience = PrinterPatience());
 
-  std::string take(const ArrivedJob& job) override;
+  TakenJob take(const ArrivedJob& job) override;
   void stop() noexcept override { m_stopping = true; }
 
  private:

@@ -1,8 +1,10 @@
 #include "client/account_name.h"
+#include "client/sinks/printer/device_jobs.h"
 #include "client/sinks/printer/ipp_printer.h"
 #include "client/sinks/printer/job_status.h"
 #include "client/sinks/printer/printer_sink.h"
 #include "client/sinks/printer/printer_words.h"
+#include "client/sinks/printer/queued_job.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -38,7 +40,8 @@ std::string formatFor(const ContentProbe& content, const PrinterAbilities& abili
 class Submission {
  public:
   Submission(const PrinterTarget& target, const PrinterPatience& patience, const std::atomic<bool>& stopping)
-      : m_isQueue(target.uri.empty()),
+      : m_target(target),
+        m_isQueue(target.uri.empty()),
         m_name(m_isQueue ? fmt::format("the printer \"{}\"", target.queue)
                          : fmt::format("the printer at {}", target.uri)),
         m_patience(patience),
@@ -54,17 +57,17 @@ class Submission {
     }
   }
 
-  std::string print(const ArrivedJob& job) {
+  TakenJob print(const ArrivedJob& job) {
     m_job.title = printableTitle(job.ticket);
     m_job.user = accountName();
-    m_job.copies = copiesFor(job);
+    const std::filesystem::path file = job.file.share(job.content.extension());
+    const Copies copies = copiesOf(job.ticket, file);
+    m_job.copies = copies.asked;
     m_job.format = formatFor(job.content, m_abilities);
     check(job);
-    const std::filesystem::path file = job.file.share(job.content.extension());
     send(file);
     const std::string remark = watch();
-    const std::string copies = m_job.copies > 1 ? fmt::format(", {} copies", m_job.copies) : "";
-    return fmt::format("to {} as job {}{}{}", m_name, m_number, copies, remark);
+    return {fmt::format("to {} as job {}{}{}", m_name, m_number, copies.words, remark), true, queued()};
   }
 
  private:
@@ -133,11 +136,23 @@ class Submission {
     }
   }
 
+  // What goes on behind the answer; null when nothing does.
+  std::shared_ptr<const QueuedJob> queued() const {
+    if (!m_goesOn) return nullptr;
+    return std::make_shared<QueuedJob>(
+        QueuedJob{m_target, {m_number}, m_job.title, m_job.user, m_begin, progressOf(*m_goesOn)});
+  }
+
   // False when the printer does not know the job any more: it has printed it and keeps no account of that.
   bool look(JobStatus& status) {
     try {
-      const std::optional<JobStatus> found = m_printer->status(m_number);
+      std::optional<JobStatus> found = m_printer->status(m_number);
+      if (found && m_isQueue && found->state >= JobStatus::kCanceled) {
+        if (const auto own = statusAtDevice(*m_printer, m_job.title, m_begin, m_stopping)) found = own;
+      }
+      m_goesOn.reset();
       if (found) status = *found;
+      if (found && found->state < JobStatus::kCanceled) m_goesOn = found;
       return found.has_value();
     } catch (const IppFailure& failure) {
       giveUp(fmt::format("{} does not say what becomes of the job: {}", m_name, failure.what()),
@@ -164,6 +179,7 @@ class Submission {
   std::string giveUp(const std::string& cause, const std::string& remedy) {
     const End end = takeBack();
     if (end == End::kDropped) refuse(fmt::format("{}; job {} was taken back", cause, m_number), remedy);
+    m_goesOn.reset();
     if (end == End::kPrinted && m_isWhole) return "";
     refuse(fmt::format("{}; job {} could not be taken back and may still come out", cause, m_number),
            "look for it there before you print again; " + remedy);
@@ -187,6 +203,7 @@ class Submission {
     return End::kUnknown;
   }
 
+  const PrinterTarget m_target;
   const bool m_isQueue;
   const std::string m_name;
   const PrinterPatience m_patience;
@@ -196,7 +213,8 @@ class Submission {
   PrinterAbilities m_abilities;
   IppJob m_job;
   int m_number = 0;
-  bool m_isWhole = false;  // the printer has acknowledged the whole document
+  std::optional<JobStatus> m_goesOn;  // what the printer has said last of a job that it still has
+  bool m_isWhole = false;             // the printer has acknowledged the whole document
 };
 
 }  // namespace
@@ -204,7 +222,7 @@ class Submission {
 PrinterSink::PrinterSink(PrinterTarget target, PrinterPatience patience)
     : m_target(std::move(target)), m_patience(patience) {}
 
-std::string PrinterSink::take(const ArrivedJob& job) {
+TakenJob PrinterSink::take(const ArrivedJob& job) {
   return Submission(m_target, m_patience, m_stopping).print(job);
 }
 

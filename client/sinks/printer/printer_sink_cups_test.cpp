@@ -6,6 +6,7 @@
 #include "tests/support/paper/raw_device.h"
 #include "tests/support/paper/virtual_printer.h"
 
+#include <fstream>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,7 +59,7 @@ class PrinterSinkTest : public ::testing::Test {
     return std::async(std::launch::async,
                       [&]() -> std::string {
                         try {
-                          return sink.take({start, probe, file});
+                          return sink.take({start, probe, file}).where;
                         } catch (const SinkRefusal& refusal) {
                           return std::string("refused: ") + refusal.what() + "; " + refusal.remedy();
                         }
@@ -69,6 +70,14 @@ class PrinterSinkTest : public ::testing::Test {
                     const PrinterPatience& patience = patient()) {
     PrinterSink sink(target, patience);
     return print(sink, data, copies);
+  }
+  // As Ghostscript counts them.
+  std::string pagesOf(const std::string& pdf) const {
+    const auto file = m_place.folder("pages") / "document.pdf";
+    std::ofstream(file, std::ios::binary) << pdf;
+    const std::string said = tests::PaperPlace::run({"/usr/bin/gs", "-q", "-dNODISPLAY", "--permit-file-read=" + file.string(),
+                                                     "-c", "(" + file.string() + ") (r) file runpdfbegin pdfpagecount = quit"});
+    return said.substr(0, said.find('\n'));
   }
   static PrinterTarget at(const VirtualPrinter& printer) { return {"", printer.uri()}; }
 
@@ -115,6 +124,34 @@ TEST_F(PrinterSinkTest, APrinterBehindAQueueMakesTheCopiesOnceOfPdfAndOfPostScri
   }
 }
 
+TEST_F(PrinterSinkTest, CopiesThatTheDataAskForThemselvesAreMadeOnce) {
+  const std::string setup = "%!PS-Adobe-3.0\n%%Pages: 1\n%%EndComments\n%%BeginSetup\n";
+  const std::string page = "%%EndSetup\n%%Page: 1 1\nshowpage\n%%EOF\n";
+  const std::string three = setup + "<< /NumCopies 3 >> setpagedevice\n" + page;
+  const std::string pjl = "\x1b%-12345X@PJL SET COPIES=3\n@PJL ENTER LANGUAGE=POSTSCRIPT\n" + setup + page;
+  VirtualPrinter printer(m_place);
+  const std::string name = "to the printer at " + printer.uri();
+  EXPECT_EQ(print(at(printer), setup + page, 3), name + " as job 1, 3 copies");
+  EXPECT_EQ(print(at(printer), three, 3), name + " as job 2, 3 copies by its own data");
+  EXPECT_EQ(print(at(printer), pjl, 3), name + " as job 3, 3 copies by its own data");
+  EXPECT_THAT(printer.printed(), ElementsAre(setup + page, three, pjl));
+  EXPECT_EQ(printer.said(0, "IPP_COPIES"), "3");
+  EXPECT_EQ(printer.said(1, "IPP_COPIES"), "");
+  EXPECT_EQ(printer.said(2, "IPP_COPIES"), "");
+  // A queue whose printer wants PDF repeats the pages.
+  PrintScheduler scheduler(m_place);
+  scheduler.addQueue("desk", printer.uri());
+  EXPECT_EQ(print({"desk", ""}, three, 3), "to the printer \"desk\" as job 1, 3 copies by its own data");
+  EXPECT_EQ(printer.said(3, "IPP_COPIES"), "");
+  EXPECT_EQ(pagesOf(printer.printed().back()), "3");
+  // A device behind a raw queue gets the data once.
+  tests::RawDevice device;
+  scheduler.addQueue("raw", device.uri(), {"-m", "raw"});
+  const std::string pcl = "\x1b" "E\x1b&l3Xtext\x1b" "E";
+  EXPECT_EQ(print({"raw", ""}, pcl, 3), "to the printer \"raw\" as job 2, 3 copies by its own data");
+  EXPECT_EQ(device.next(), pcl);
+}
+
 TEST_F(PrinterSinkTest, ADeviceGetsRawDataAsTheyAreAndAsManyTimesAsCopiesAreWanted) {
   PrintScheduler scheduler(m_place);
   tests::RawDevice device;
@@ -154,8 +191,20 @@ TEST_F(PrinterSinkTest, AJobThatThePrinterGivesUpIsNotPrinted) {
   EXPECT_EQ(print(at(printer), kPdf),
             "refused: the printer at " + printer.uri() +
                 " gave the job up (\"Job aborted\"); see what it shows and what its log says, and print again");
-  // Not at a queue in front of it: of jobs that a printer gives up the scheduler calls some canceled and some
-  // completed.
+}
+
+TEST_F(PrinterSinkTest, OfAJobThatThePrinterGivesUpItIsBelievedAndNotItsQueueWhichCallsSomeCompleted) {
+  VirtualPrinter::Settings settings;
+  settings.then = "exit 1";
+  VirtualPrinter printer(m_place, settings);
+  PrintScheduler scheduler(m_place);
+  scheduler.addQueue("desk", printer.uri());
+  for (int job = 1; job <= 5; ++job) {
+    EXPECT_EQ(print({"desk", ""}, kPdf),
+              "refused: the printer \"desk\" gave the job up (\"Job aborted\"); see what it shows and what its log "
+              "says, and print again")
+        << job;
+  }
 }
 
 TEST_F(PrinterSinkTest, AJobThatWaitsForPaperIsTakenBack) {

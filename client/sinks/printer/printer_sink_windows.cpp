@@ -1,5 +1,6 @@
 #include "client/sinks/printer/printer_sink.h"
 #include "client/sinks/printer/printer_words.h"
+#include "client/sinks/printer/queued_job.h"
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
@@ -107,7 +108,7 @@ class RawPrinter {
 PrinterSink::PrinterSink(PrinterTarget target, PrinterPatience patience)
     : m_target(std::move(target)), m_patience(patience) {}
 
-std::string PrinterSink::take(const ArrivedJob& job) {
+TakenJob PrinterSink::take(const ArrivedJob& job) {
   if (job.content.isPdf()) {
     throw SinkRefusal(
         fmt::format("the printer \"{}\" gets raw data, and this is a PDF, which a queue of Windows does not convert",
@@ -117,8 +118,9 @@ std::string PrinterSink::take(const ArrivedJob& job) {
   }
   RawPrinter printer(m_target.queue);
   const std::wstring title = corvane::fromUtf8(printableTitle(job.ticket));
-  const int copies = copiesFor(job);
   const std::filesystem::path file = job.file.share(job.content.extension());
+  const Copies wanted = copiesOf(job.ticket, file);
+  const int copies = wanted.asked;
   try {
     for (int copy = 0; copy < copies; ++copy)
       printer.printOnce(title, file, m_stopping);
@@ -133,9 +135,15 @@ std::string PrinterSink::take(const ArrivedJob& job) {
     throw;
   }
   const std::string number = std::to_string(printer.jobs().front());
-  return copies == 1
-             ? fmt::format("to {} as job {}", printer.name(), number)
-             : fmt::format("to {} as jobs {} to {}, {} copies", printer.name(), number, printer.jobs().back(), copies);
+  const auto queued = std::make_shared<QueuedJob>();
+  queued->printer = m_target;
+  queued->numbers.assign(printer.jobs().begin(), printer.jobs().end());
+  queued->since = std::chrono::steady_clock::now();
+  queued->progress.state = protocol::PaperState::kWaiting;
+  return {copies == 1 ? fmt::format("to {} as job {}{}", printer.name(), number, wanted.words)
+                      : fmt::format("to {} as jobs {} to {}{}", printer.name(), number, printer.jobs().back(),
+                                    wanted.words),
+          true, queued};
 }
 
 }  // namespace printclient

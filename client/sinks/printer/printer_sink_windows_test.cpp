@@ -71,7 +71,7 @@ class PrinterSinkTest : public ::testing::Test {
     JobFile file(m_folder, "job.part");
     file.append(bytes);
     try {
-      return m_sink.take({ticket, probe, file});
+      return m_sink.take({ticket, probe, file}).where;
     } catch (const SinkRefusal& refusal) {
       return std::string("refused: ") + refusal.what() + "; " + refusal.remedy();
     }

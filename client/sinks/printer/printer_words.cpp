@@ -1,6 +1,9 @@
 #include "client/sinks/printer/printer_words.h"
 
+#include "client/sinks/copies_in_data.h"
 #include "programs/text.h"
+
+#include <fmt/format.h>
 
 namespace printclient {
 
@@ -23,8 +26,14 @@ std::string kindOf(const ContentProbe& content) {
   return "raw data";
 }
 
-int copiesFor(const ArrivedJob& job) {
-  return job.ticket.copies > 1 ? job.ticket.copies : 1;
+Copies copiesOf(const protocol::JobStart& ticket, const std::filesystem::path& file) {
+  const auto inData = copiesInFile(file);
+  const int wanted = inData ? *inData : ticket.copies;
+  Copies copies;
+  if (wanted <= 1) return copies;
+  copies.asked = inData ? 1 : wanted;
+  copies.words = fmt::format(", {} copies{}", wanted, inData ? " by its own data" : "");
+  return copies;
 }
 
 }  // namespace printclient

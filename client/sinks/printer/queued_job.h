@@ -1,0 +1,46 @@
+#pragma once
+
+#include "client/sinks/printer/printer_target.h"
+#include "protocol/paper_news.h"
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace printclient {
+
+// How far a job has got at its printer. A plain value; texts are UTF-8.
+struct JobProgress {
+  protocol::PaperState state = protocol::PaperState::kUnknown;
+  std::string cause = {};   // as it follows "the printer ... "; empty when there is nothing to say
+  std::string remedy = {};  // without a stop at its end
+
+  bool operator==(const JobProgress&) const = default;
+};
+
+// A job that a printer has whole and that goes on there. A plain value.
+struct QueuedJob {
+  PrinterTarget printer;
+  std::vector<int> numbers;  // the printer's own; several where each copy is a job
+  std::string title;         // as the printer was told
+  std::string user;          // likewise
+  std::chrono::steady_clock::time_point since;
+  JobProgress progress;  // when it was looked at last
+};
+
+// A printer that is asked what has become of its jobs. Used by one thread; every wait is short (kQueuePatience), and
+// ends when the flag is set that it was opened with.
+class PrinterQueue {
+ public:
+  virtual ~PrinterQueue() = default;
+  // Throws std::runtime_error when the printer does not tell.
+  virtual JobProgress look(const QueuedJob& job) = 0;
+};
+inline constexpr std::chrono::milliseconds kQueuePatience{3000};
+
+// Per platform. Throws std::runtime_error when the printer does not answer.
+std::unique_ptr<PrinterQueue> openQueue(const PrinterTarget& printer, const std::atomic<bool>& stopping);
+
+}  // namespace printclient
