@@ -3,14 +3,19 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <string>
 
 namespace programs {
 
 std::uint64_t parseRate(const std::string& text) {
   std::uint64_t rate = 0;
-  std::string number = text;
-  const std::string wrong = CLI::AsSizeValue(false)(number);
-  if (!wrong.empty() || !CLI::detail::lexical_cast(number, rate)) {
+  try {
+    std::string number = text;
+    constexpr bool kIsKbThousand = true;
+    const CLI::AsSizeValue toBytes(kIsKbThousand);
+    toBytes(number);
+    rate = std::stoull(number);
+  } catch (const std::exception&) {
     throw std::invalid_argument(
         fmt::format("\"{}\" is not a rate; an example is 250KB, which are bytes a second", text.substr(0, 100)));
   }

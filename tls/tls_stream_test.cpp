@@ -447,6 +447,81 @@ int keyOfFives(SSL* ssl, const EVP_MD*, const unsigned char** identity, size_t* 
   return 1;
 }
 
+// The same, with leave to send data with the first flight.
+int keyOfFivesWithEarlyData(SSL* ssl, const EVP_MD* digest, const unsigned char** identity, size_t* length,
+                            SSL_SESSION** session) {
+  keyOfFives(ssl, digest, identity, length, session);
+  return ::SSL_SESSION_set_max_early_data(*session, 16384);
+}
+
+TEST_F(TlsStreamTest, APeerThatSendsDataInTheFirstFlightIsRefusedAndNothingOfThemIsTaken) {
+  ForeignPeer peer(std::move(m_sockets.dialed), ::TLS_client_method());
+  ::SSL_set_psk_use_session_callback(peer.ssl(), &keyOfFivesWithEarlyData);
+  m_listening.emplace(std::move(m_sockets.accepted), &known);
+  Failure opened;
+  std::size_t received = 0;
+  JoinedThread listening([&] {
+    opened = failureOf([&] {
+      m_listening->open(corvane::after(20000));
+      unsigned char bytes[100];
+      received = m_listening->receive(bytes, corvane::after(20000)).value_or(0);
+    });
+    m_listening->shutdown();
+  });
+  std::size_t written = 0;
+  ASSERT_EQ(1, ::SSL_write_early_data(peer.ssl(), "early", 5, &written));
+  peer.flush();
+  peer.handshake();
+  EXPECT_NE(SSL_EARLY_DATA_ACCEPTED, ::SSL_get_early_data_status(peer.ssl()));
+  listening.join();
+  EXPECT_EQ(corvane::kNotProven, opened.first);
+  EXPECT_EQ(0u, received);
+}
+
+TEST_F(TlsStreamTest, AFirstFlightThatIsCutAnywhereOrReplayedOpensNothingAndLeavesNothing) {
+  std::vector<unsigned char> flight;
+  {
+    NarrowPair recorded;
+    ForeignPeer peer(std::move(recorded.dialed), ::TLS_client_method());
+    ::SSL_set_psk_use_session_callback(peer.ssl(), &keyOfFives);
+    ::SSL_do_handshake(peer.ssl());
+    peer.flush();
+    flight.resize(4096);
+    flight.resize(recorded.accepted.receive(flight, corvane::after(20000)).value_or(0));
+  }
+  ASSERT_GT(flight.size(), 200u);
+  const auto play = [&](std::size_t bytes) {
+    NarrowPair sockets;
+    TlsStream listening(std::move(sockets.accepted), &known);
+    const corvane::Stream::Piece piece = std::span(flight).first(bytes);
+    sockets.dialed.send(std::span(&piece, 1));
+    Failure failure;
+    JoinedThread server([&] {
+      failure = failureOf([&] { listening.open(corvane::after(20000)); });
+      listening.shutdown();
+    });
+    if (bytes == flight.size()) {
+      // The answer, to which only the key's owner could reply; the end of an earlier conversation is none.
+      std::vector<unsigned char> answer(4096);
+      EXPECT_GT(sockets.dialed.receive(answer, corvane::after(20000)).value_or(0), 100u);
+      const unsigned char end[] = {0x17, 0x03, 0x03, 0x00, 0x35};
+      std::vector<unsigned char> made(end, end + 5);
+      made.resize(5 + 0x35, 'x');
+      const corvane::Stream::Piece last(made);
+      sockets.dialed.send(std::span(&last, 1));
+    }
+    sockets.dialed.shutdown();
+    server.join();
+    EXPECT_NE(0, failure.first) << bytes;
+    EXPECT_FALSE(listening.provenPeer());
+  };
+  play(flight.size());
+  const long before = OpenSslMemory::held();
+  for (std::size_t bytes = 0; bytes <= flight.size(); ++bytes)
+    play(bytes);
+  EXPECT_EQ(before, OpenSslMemory::held());
+}
+
 TEST_F(TlsStreamTest, AnOlderVersionOfTlsIsRefused) {
   ForeignPeer peer(std::move(m_sockets.dialed), ::TLS_client_method());
   ::SSL_set_max_proto_version(peer.ssl(), TLS1_2_VERSION);
