@@ -49,6 +49,33 @@ TEST(CommandLine, ThatIsWrongEndsWithTwoAndSaysWhy) {
   }
 }
 
+TEST(CommandLine, NumbersAreTakenUpToTheirBoundsAndNotPastThem) {
+  struct Bound {
+    std::vector<std::string> command;
+    std::string option;
+    int lowest, highest;
+  };
+  const std::vector<Bound> bounds = {{{"print", "Laser", "a.ps"}, "--copies", 1, 9999},
+                                     {{"print", "Laser", "a.ps"}, "--wait", 0, 86400},
+                                     {{"print", "Laser", "a.ps"}, "--server-port", 1, 65535},
+                                     {{"session", "up", "5"}, "--server-port", 1, 65535},
+                                     {{"watch"}, "--grace", 0, 86400},
+                                     {{"watch"}, "--server-port", 1, 65535},
+                                     {{"doctor"}, "--server-port", 1, 65535},
+                                     {{"status"}, "--server-port", 1, 65535},
+                                     {{"install"}, "--port", 1, 65535}};
+  const auto codeOf = [](std::vector<std::string> words, const std::string& option, int number) {
+    words.insert(words.end(), {option, std::to_string(number)});
+    return parseCommandLine(words)->code;
+  };
+  for (const auto& [command, option, lowest, highest] : bounds) {
+    EXPECT_EQ(codeOf(command, option, lowest), ExitCode::kDone) << command[0] << option;
+    EXPECT_EQ(codeOf(command, option, highest), ExitCode::kDone) << command[0] << option;
+    EXPECT_EQ(codeOf(command, option, lowest - 1), ExitCode::kUsage) << command[0] << option;
+    EXPECT_EQ(codeOf(command, option, highest + 1), ExitCode::kUsage) << command[0] << option;
+  }
+}
+
 TEST(Invocation, AFailureIsSaidWithItsRemedyAndEndsWithItsCode) {
   Invocation invocation;
   invocation.run = [](Output&) -> ExitCode { throw Failure(ExitCode::kInUse, "the port is used", "Free it."); };
