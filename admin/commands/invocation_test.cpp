@@ -19,6 +19,17 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   }
 }
 
+TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
+  EXPECT_EQ(static_cast<int>(ExitCode::kDone), 0);
+  EXPECT_EQ(static_cast<int>(ExitCode::kFailed), 1);
+  EXPECT_EQ(static_cast<int>(ExitCode::kUsage), 2);
+  EXPECT_EQ(static_cast<int>(ExitCode::kNotFound), 3);
+  EXPECT_EQ(static_cast<int>(ExitCode::kAccessDenied), 4);
+  EXPECT_EQ(static_cast<int>(ExitCode::kInUse), 5);
+  EXPECT_EQ(static_cast<int>(ExitCode::kServerAway), 6);
+  EXPECT_EQ(static_cast<int>(ExitCode::kUnknownOutcome), 7);
+}
+
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
       {"install"},         {"uninstall"},     {"ports", "list"},   {"ports", "add"}, {"ports", "delete"},
