@@ -35,6 +35,12 @@ TEST(JobStart, ComesBack) {
   EXPECT_EQ(back.copies, 5);
 }
 
+TEST(JobStart, AMissingTextReplacesTheOneThatWasThere) {
+  JobStart before = start();
+  before.printerName = L"Laser";
+  EXPECT_EQ(tests::readBack(start(), before).printerName, L"");
+}
+
 TEST(JobData, HasItsBytesOnTheWire) {
   const unsigned char data[] = {'%', 'P', 'D'};
   EXPECT_EQ(tests::hexOf(JobDataToSend{{L"J", 3}, data}),
