@@ -31,8 +31,7 @@ TEST(Places, EverythingStandsBelowTheRootTheSystemFolderAndTheVendorsKey) {
 TEST(Places, ARootHasAtMost180CharactersAndIsNoWholeDrive) {
   const std::wstring longest = L"C:\\" + std::wstring(177, L'a');
   EXPECT_EQ(refusalOf(longest), "");
-  EXPECT_EQ(refusalOf(longest + L"a"),
-            "\"C:\\" + std::string(178, 'a') + "\" is too long for an installation folder");
+  EXPECT_EQ(refusalOf(longest + L"a"), "\"C:\\" + std::string(178, 'a') + "\" is too long for an installation folder");
   EXPECT_EQ(refusalOf(L"C:\\"), "\"C:\\\" is a whole drive");
 }
 

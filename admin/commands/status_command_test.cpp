@@ -23,7 +23,8 @@ TEST(Status, OfAMachineWithoutAnInstallationSaysSoFirst) {
   EXPECT_THAT(said({"status", "--server-port", "1"}),
               ::testing::StartsWith("module:  " + module + ", not installed\nmonitor: not registered\n"));
   const Json facts = Json::parse(said({"status", "--server-port", "1", "--json"}));
-  EXPECT_EQ(facts["module"], (Json{{"path", module}, {"installed", false}, {"version", nullptr}, {"registered", false}}));
+  EXPECT_EQ(facts["module"],
+            (Json{{"path", module}, {"installed", false}, {"version", nullptr}, {"registered", false}}));
   EXPECT_EQ(facts["server"]["reachable"], false);
 }
 

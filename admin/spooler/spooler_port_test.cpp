@@ -26,7 +26,8 @@ class SpoolerPortTest : public InstallationTest {
       *handle = reinterpret_cast<HANDLE>(7);
       return TRUE;
     };
-    XcvDataWSeam.replacement = [this](HANDLE, LPCWSTR command, BYTE* input, DWORD, BYTE*, DWORD, DWORD*, DWORD* status) {
+    XcvDataWSeam.replacement = [this](HANDLE, LPCWSTR command, BYTE* input, DWORD, BYTE*, DWORD, DWORD*,
+                                      DWORD* status) {
       m_commands.push_back(std::wstring(command) + L" " + reinterpret_cast<const wchar_t*>(input));
       if (m_obeys && m_commands.back().starts_with(L"Add")) ports.emplace_back(L"CPP5");
       if (m_obeys && m_commands.back().starts_with(L"Delete")) ports.clear();
