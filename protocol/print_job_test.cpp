@@ -35,10 +35,18 @@ TEST(JobStart, ComesBack) {
   EXPECT_EQ(back.copies, 5);
 }
 
+TEST(JobStart, AMissingTextReplacesTheOneThatWasThere) {
+  JobStart before = start();
+  before.printerName = L"Laser";
+  EXPECT_EQ(tests::readBack(start(), before).printerName, L"");
+}
+
 TEST(JobData, HasItsBytesOnTheWire) {
   const unsigned char data[] = {'%', 'P', 'D'};
   EXPECT_EQ(tests::hexOf(JobDataToSend{{L"J", 3}, data}),
             tests::hex("62 01 74 01000000 4a00 69 03000000 64 03000000 255044"));
+  EXPECT_EQ(tests::hexOf(JobDataToSend{{L"J", 1}, data}),
+            tests::hex("62 01 74 01000000 4a00 69 01000000 64 01000000 25"));
   EXPECT_EQ(tests::hexOf(JobDataToSend{}), tests::hex("62 00 69 00000000"));
   EXPECT_EQ(tests::hexOf(JobDataToSend{{L"", 0}, nullptr}), tests::hex("62 00 69 00000000"));
 }

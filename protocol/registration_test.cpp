@@ -43,6 +43,14 @@ TEST(Registration, HasItsBytesOnTheWireAndComesBack) {
   EXPECT_EQ(back.versions.find(L"C"), CS_Version(4, 0, 1, 0));
 }
 
+TEST(Registration, OfNoPrinterAndOfAsManyAsAnyServerAllowsComesBack) {
+  for (const std::size_t count : {std::size_t{0}, static_cast<std::size_t>(Registration::kPrinters.most)}) {
+    Registration registration;
+    registration.printers.resize(count);
+    EXPECT_THAT(tests::readBack(registration).printers, SizeIs(count));
+  }
+}
+
 TEST(Registration, OfMorePrintersThanAnyServerAllowsIsNotRead) {
   for (const int count : {-1, Registration::kPrinters.most + 1}) {
     corvane::ValueWriter writer;

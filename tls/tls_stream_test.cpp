@@ -265,9 +265,9 @@ TEST_F(TlsStreamTest, ALongIdentityIsCutInTheWordsForTheLogAndHasNoKey) {
 
 TEST_F(TlsStreamTest, AnIdentityOf24CharactersIsSaidAsItIsAndOneOf64MayHaveAKey) {
   makeEnds("session-5xxxxxxxxxxxxxxx", '5');
-  EXPECT_EQ(Failure(corvane::kNotProven,
-                    L"The peer says that it is \"session-5xxxxxxxxxxxxxxx\": there is no such key here"),
-            openBoth().second);
+  EXPECT_EQ(
+      Failure(corvane::kNotProven, L"The peer says that it is \"session-5xxxxxxxxxxxxxxx\": there is no such key here"),
+      openBoth().second);
   m_sockets = NarrowPair(64 * 1024);
   makeEnds(std::string(64, 'n'), '5');
   EXPECT_EQ(Failure(), openBoth().second);

@@ -19,6 +19,17 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   }
 }
 
+TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
+  EXPECT_EQ(static_cast<int>(ExitCode::kDone), 0);
+  EXPECT_EQ(static_cast<int>(ExitCode::kFailed), 1);
+  EXPECT_EQ(static_cast<int>(ExitCode::kUsage), 2);
+  EXPECT_EQ(static_cast<int>(ExitCode::kNotFound), 3);
+  EXPECT_EQ(static_cast<int>(ExitCode::kAccessDenied), 4);
+  EXPECT_EQ(static_cast<int>(ExitCode::kInUse), 5);
+  EXPECT_EQ(static_cast<int>(ExitCode::kServerAway), 6);
+  EXPECT_EQ(static_cast<int>(ExitCode::kUnknownOutcome), 7);
+}
+
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
       {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},    {"ports", "delete"},
@@ -55,6 +66,33 @@ TEST(CommandLine, ThatIsWrongEndsWithTwoAndSaysWhy) {
 
 TEST(CommandLine, DriversAloneListsThem) {
   EXPECT_TRUE(parseCommandLine({"drivers"})->invocation.run);
+}
+
+TEST(CommandLine, NumbersAreTakenUpToTheirBoundsAndNotPastThem) {
+  struct Bound {
+    std::vector<std::string> command;
+    std::string option;
+    int lowest, highest;
+  };
+  const std::vector<Bound> bounds = {{{"print", "Laser", "a.ps"}, "--copies", 1, 9999},
+                                     {{"print", "Laser", "a.ps"}, "--wait", 0, 86400},
+                                     {{"print", "Laser", "a.ps"}, "--server-port", 1, 65535},
+                                     {{"session", "up", "5"}, "--server-port", 1, 65535},
+                                     {{"watch"}, "--grace", 0, 86400},
+                                     {{"watch"}, "--server-port", 1, 65535},
+                                     {{"doctor"}, "--server-port", 1, 65535},
+                                     {{"status"}, "--server-port", 1, 65535},
+                                     {{"install"}, "--port", 1, 65535}};
+  const auto codeOf = [](std::vector<std::string> words, const std::string& option, int number) {
+    words.insert(words.end(), {option, std::to_string(number)});
+    return parseCommandLine(words)->code;
+  };
+  for (const auto& [command, option, lowest, highest] : bounds) {
+    EXPECT_EQ(codeOf(command, option, lowest), ExitCode::kDone) << command[0] << option;
+    EXPECT_EQ(codeOf(command, option, highest), ExitCode::kDone) << command[0] << option;
+    EXPECT_EQ(codeOf(command, option, lowest - 1), ExitCode::kUsage) << command[0] << option;
+    EXPECT_EQ(codeOf(command, option, highest + 1), ExitCode::kUsage) << command[0] << option;
+  }
 }
 
 TEST(Invocation, AFailureIsSaidWithItsRemedyAndEndsWithItsCode) {

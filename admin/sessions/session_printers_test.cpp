@@ -6,6 +6,7 @@
 #include <winspool.h>
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 MG_PLAIN_SEAM(L"winspool.drv", AddPrinterW, nullptr)
 MG_PLAIN_SEAM(L"winspool.drv", ClosePrinter, FALSE)
@@ -124,6 +125,14 @@ TEST(SessionPrinters, TheDefaultIsTheOneThatTheClientSays) {
   EXPECT_EQ(defaultPrinterOf(session), L"");
   session.printers[0].isDefault = true;
   EXPECT_EQ(defaultPrinterOf(session), L"Laser-2 (session 5)");
+}
+
+TEST(SessionJson, HasTheWordOfAFormatOrSaysThatThereIsNone) {
+  protocol::ListedSession session = sessionWith(L"Own");
+  session.printers[0].format = protocol::DataFormat::kPdf;
+  EXPECT_EQ(sessionJson(session)["printers"][0]["format"], "pdf");
+  session.printers[0].format = static_cast<protocol::DataFormat>(9);
+  EXPECT_EQ(sessionJson(session)["printers"][0]["format"], "unknown");
 }
 
 }  // namespace

@@ -1,9 +1,77 @@
 #include "admin/spooler/spooler_port.h"
 
+#include "tests/support/admin/installation_fixture.h"
+
+#include <winspool.h>
+
+#include <cstring>
+#include <functional>
 #include <gmock/gmock.h>
+
+MG_IMPORT_SEAM(L"kernel32.dll", GetProcAddress, nullptr)
+MG_PLAIN_SEAM(L"winspool.drv", OpenPrinterW, FALSE)
+MG_PLAIN_SEAM(L"winspool.drv", XcvDataW, FALSE)
 
 namespace admin {
 namespace {
+
+// A spooler as Windows has it, whose monitor says that all went well.
+class SpoolerPortTest : public InstallationTest {
+ protected:
+  SpoolerPortTest() {
+    GetProcAddressSeam.concerns = [](HMODULE, LPCSTR name) { return std::strcmp(name, "wine_get_version") == 0; };
+    GetProcAddressSeam.replacement = [](HMODULE, LPCSTR) -> FARPROC { return nullptr; };
+    OpenPrinterWSeam.replacement = [this](LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
+      m_channel = name;
+      *handle = reinterpret_cast<HANDLE>(7);
+      return TRUE;
+    };
+    XcvDataWSeam.replacement = [this](HANDLE, LPCWSTR command, BYTE* input, DWORD, BYTE*, DWORD, DWORD*,
+                                      DWORD* status) {
+      m_commands.push_back(std::wstring(command) + L" " + reinterpret_cast<const wchar_t*>(input));
+      if (m_obeys && m_commands.back().starts_with(L"Add")) ports.emplace_back(L"CPP5");
+      if (m_obeys && m_commands.back().starts_with(L"Delete")) ports.clear();
+      *status = ERROR_SUCCESS;
+      return TRUE;
+    };
+  }
+
+  static std::string failureOf(const std::function<void()>& action) {
+    try {
+      action();
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.code(), ExitCode::kFailed);
+      return failure.what();
+    }
+    return "";
+  }
+
+  bool m_obeys = true;
+  std::wstring m_channel;
+  std::vector<std::wstring> m_commands;
+};
+
+TEST_F(SpoolerPortTest, ComesAndGoesThroughTheMonitorOnce) {
+  EXPECT_TRUE(addPort(L"CPP5"));
+  EXPECT_FALSE(addPort(L"CPP5"));
+  EXPECT_TRUE(deletePort(L"CPP5"));
+  EXPECT_FALSE(deletePort(L"CPP5"));
+  EXPECT_THAT(m_commands, testing::ElementsAre(L"AddPort CPP5", L"DeletePort CPP5"));
+  EXPECT_EQ(m_channel, L",XcvMonitor Client Printer Port");
+}
+
+TEST_F(SpoolerPortTest, OneThatTheMonitorDidNotAddOrDeleteIsAFailureWhateverItSays) {
+  m_obeys = false;
+  EXPECT_EQ(failureOf([] { addPort(L"CPP5"); }), "port \"CPP5\" was not added, although the monitor says so");
+  ports = {L"CPP5"};
+  EXPECT_EQ(failureOf([] { deletePort(L"CPP5"); }), "port \"CPP5\" was not deleted, although the monitor says so");
+}
+
+TEST_F(SpoolerPortTest, OfAnotherMonitorIsNotOurs) {
+  ports = {L"CPP5"};
+  portMonitor = L"Local Port";
+  EXPECT_FALSE(hasPort(L"CPP5"));
+}
 
 TEST(PortName, OfASessionIsCppAndItsNumber) {
   EXPECT_EQ(sessionPort(5), L"CPP5");

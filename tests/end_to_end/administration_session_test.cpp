@@ -7,6 +7,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 const char kLaser[] = "Laser-2,driver=Generic PostScript,format=raw,default=yes";
 const char kInk[] = "Ink,driver=Not installed,format=ps";
@@ -21,13 +22,15 @@ std::vector<std::string> upCommand(const std::vector<std::string>& options) {
 
 TEST_F(AdministrationOfSessions, ASessionComesUpAndGoesDown) {
   install();
+  EXPECT_EQ(succeed({"session", "list"}), "no print client has registered\n");
   const auto client = scene.startClient(5, {kLaser, kInk});
   EXPECT_THAT(succeed({"session", "list"}),
-              AllOf(HasSubstr("session 5: print client connected"), HasSubstr("not up here: mgprintmon session up 5")));
+              AllOf(HasSubstr("session 5: print client connected"), HasSubstr("not up here: mgprintmon session up 5"),
+                    Not(HasSubstr("no print client"))));
   EXPECT_THAT(succeed(upCommand({"--driver", "Generic PostScript"})),
               AllOf(HasSubstr("port CPP5 was added\nprinter \"Laser-2 (session 5)\" was added\n"
                               "printer \"Ink (session 5)\" was added\n"),
-                    HasSubstr("a default is set for each user")));
+                    HasSubstr("a default is set for each user"), Not(HasSubstr("brings no printers"))));
   EXPECT_THAT(succeed(upCommand({"--driver", "Generic PostScript", "--default"})),
               AllOf(HasSubstr("printer \"Laser-2 (session 5)\" is already there\n"),
                     HasSubstr("\"Laser-2 (session 5)\" is now the default printer of the user who runs this")));

@@ -34,6 +34,8 @@ FITTING = {
                 ("linux-tsan", "corvane_tests")],
     "protocol": [("linux", "protocol_tests server_tests client_tests processes_tests"),
                  ("windows-x64", "session_tests jobs_tests monitor_tests admin_tests")],
+    "tls": [("linux", "tls_tests client_tests processes_tests"), ("windows-x64", "tls_tests"),
+            ("linux-tsan", "tls_tests")],
     "ports": [("windows-x64", "ports_tests session_tests monitor_tests identity_tests")],
     "session": [("windows-x64", "session_tests jobs_tests monitor_tests identity_tests sweeps_tests")],
     "jobs": [("windows-x64", "jobs_tests monitor_tests identity_tests sweeps_tests")],

@@ -106,11 +106,19 @@ void InstallationTest::replaceSpooler() {
     SetLastError(ERROR_UNKNOWN_PRINT_MONITOR);
     return FALSE;
   };
-  // No port is there, and no printer.
-  EnumPortsWSeam.replacement = [](LPWSTR, DWORD, LPBYTE, DWORD, LPDWORD needed, LPDWORD count) {
-    *needed = *count = 0;
+  EnumPortsWSeam.replacement = [this](LPWSTR, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD count) {
+    EXPECT_EQ(level, 2u);
+    *needed = static_cast<DWORD>(ports.size() * sizeof(PORT_INFO_2W));
+    if (size < *needed) {
+      SetLastError(ERROR_INSUFFICIENT_BUFFER);
+      return FALSE;
+    }
+    *count = 0;
+    for (std::wstring& name : ports)
+      reinterpret_cast<PORT_INFO_2W*>(buffer)[(*count)++] = {name.data(), portMonitor.data(), nullptr, 0, 0};
     return TRUE;
   };
+  // No printer is there.
   EnumPrintersWSeam.replacement = [](DWORD, LPWSTR, DWORD, LPBYTE, DWORD, LPDWORD needed, LPDWORD count) {
     *needed = *count = 0;
     return TRUE;

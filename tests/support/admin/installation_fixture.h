@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace admin {
 
@@ -42,6 +43,8 @@ class InstallationTest : public testing::Test {
   Places places;
   InstallRequest request;
   std::set<std::wstring> monitors;
+  std::vector<std::wstring> ports;  // of the monitor below
+  std::wstring portMonitor = kMonitorName;
 
  private:
   void replaceSpooler();
