@@ -130,7 +130,13 @@ TEST_F(SessionWatchTest, ATroubleIsSaidWhenItBeginsAndWhenItChanges) {
   refused = {{L"Laser", "a driver is missing", "Install it."}};
   see({session(5, true)}, 4s);
   see({session(5, true)}, 6s);
-  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing\n");
+  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing. Install it.\n");
+}
+
+TEST_F(SessionWatchTest, RefusedPrintersAreOneLineWithWhatToDoSaidOnce) {
+  refused = {{L"A", "A is bad", "Mend it."}, {L"B", "B is bad", "Mend it."}, {L"C", "C is odd", "Ask."}};
+  see({session(5, true)}, 0s);
+  EXPECT_EQ(said(), "port CPP5 was added\nA is bad; B is bad. Mend it. C is odd. Ask.\n");
 }
 
 TEST_F(SessionWatchTest, ARefusedPrinterIsToldToEachClientOnce) {
@@ -150,7 +156,7 @@ TEST_F(SessionWatchTest, ARefusedPrinterIsToldAgainWhenTheServerWasAway) {
   refused = {{L"Laser", "a driver is missing", "Install it."}};
   serverIsAway = true;
   see({session(5, true)}, 0s);
-  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing\n");
+  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing. Install it.\n");
   EXPECT_TRUE(told.empty());
   serverIsAway = false;
   see({session(5, true)}, 2s);

@@ -95,7 +95,8 @@ TEST_F(AdministrationOfDrivers, APrinterWhoseDriverSendsXpsIsRefusedAndItsClient
               AllOf(HasSubstr("FAILED  server drivers: " + cause + "\n"),
                     HasSubstr("mgprintmon drivers map PATTERN NAME"), HasSubstr("ok      test page: 107 bytes")));
   const auto watch = machine.start({"watch", "--processor", "mgtestproc"});
-  watch->waitForLine(cause);
+  watch->waitForLine(cause +
+                     ". Install the driver, or name one that is installed and sends PostScript: mgprintmon install");
   // What is set from now on, the watch takes up by itself.
   installWith({"--driver", "Generic PostScript"});
   watch->waitForLine("printer \"Office (session 5)\" was added");
