@@ -179,6 +179,12 @@ TEST_F(SessionWatchTest, AnotherDefaultPrinterOfTheClientIsSaidOnce) {
   facts.printers[1].isDefault = true;
   see({facts}, 6s);
   EXPECT_EQ(said(), "session 5: the client's default printer is \"Ink\"\n");
+  // A session that was down has another client, who is to be told of as well.
+  see({}, 8s);
+  see({}, 18s);
+  said();
+  see({facts}, 20s);
+  EXPECT_EQ(said(), "port CPP5 was added\nsession 5: the client's default printer is \"Ink\"\n");
 }
 
 TEST_F(SessionWatchTest, TheDoctorsSessionsAreLeftAlone) {

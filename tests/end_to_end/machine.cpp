@@ -42,6 +42,10 @@ void Machine::forgetDriver(const std::string& name) const {
   m_prefix.run("reg", {"delete", driverKey(name), "/f"});
 }
 
+void Machine::forgetSettings(const std::string& key) const {
+  m_prefix.run("reg", {"delete", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/f"});
+}
+
 Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
   const auto process = start(arguments);
   const int code = process->wait();
