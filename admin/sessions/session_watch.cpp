@@ -10,6 +10,25 @@
 
 namespace admin {
 
+namespace {
+
+// One line; what several printers need is said once.
+std::string wordsFor(const std::vector<RefusedPrinter>& refused) {
+  std::string words;
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    const bool isLast = i + 1 == refused.size();
+    words += refused[i].why;
+    if (isLast || refused[i + 1].remedy != refused[i].remedy) {
+      words += fmt::format(". {}{}", refused[i].remedy, isLast ? "" : " ");
+    } else {
+      words += "; ";
+    }
+  }
+  return words;
+}
+
+}  // namespace
+
 void SessionWatch::see(const protocol::ServerStatus& facts, Clock::time_point now) {
   if (m_isAway) {
     m_isAway = false;
@@ -46,10 +65,7 @@ void SessionWatch::keepUp(const protocol::ListedSession& session) try {
   m_up.insert(session.number);
   tell("up", session.number, change);
   tellDefault(session, change);
-  std::string refused;
-  for (const RefusedPrinter& printer : change.refused)
-    refused += fmt::format("{}{}", refused.empty() ? "" : "; ", printer.why);
-  trouble(session.number, refused);
+  trouble(session.number, wordsFor(change.refused));
   tellRefused(session.number, change.refused);
 } catch (const Failure& failure) {
   trouble(session.number,

@@ -130,7 +130,13 @@ TEST_F(SessionWatchTest, ATroubleIsSaidWhenItBeginsAndWhenItChanges) {
   refused = {{L"Laser", "a driver is missing", "Install it."}};
   see({session(5, true)}, 4s);
   see({session(5, true)}, 6s);
-  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing\n");
+  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing. Install it.\n");
+}
+
+TEST_F(SessionWatchTest, RefusedPrintersAreOneLineWithWhatToDoSaidOnce) {
+  refused = {{L"A", "A is bad", "Mend it."}, {L"B", "B is bad", "Mend it."}, {L"C", "C is odd", "Ask."}};
+  see({session(5, true)}, 0s);
+  EXPECT_EQ(said(), "port CPP5 was added\nA is bad; B is bad. Mend it. C is odd. Ask.\n");
 }
 
 TEST_F(SessionWatchTest, ARefusedPrinterIsToldToEachClientOnce) {
@@ -150,7 +156,7 @@ TEST_F(SessionWatchTest, ARefusedPrinterIsToldAgainWhenTheServerWasAway) {
   refused = {{L"Laser", "a driver is missing", "Install it."}};
   serverIsAway = true;
   see({session(5, true)}, 0s);
-  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing\n");
+  EXPECT_EQ(said(), "port CPP5 was added\na driver is missing. Install it.\n");
   EXPECT_TRUE(told.empty());
   serverIsAway = false;
   see({session(5, true)}, 2s);
@@ -173,6 +179,12 @@ TEST_F(SessionWatchTest, AnotherDefaultPrinterOfTheClientIsSaidOnce) {
   facts.printers[1].isDefault = true;
   see({facts}, 6s);
   EXPECT_EQ(said(), "session 5: the client's default printer is \"Ink\"\n");
+  // A session that was down has another client, who is to be told of as well.
+  see({}, 8s);
+  see({}, 18s);
+  said();
+  see({facts}, 20s);
+  EXPECT_EQ(said(), "port CPP5 was added\nsession 5: the client's default printer is \"Ink\"\n");
 }
 
 TEST_F(SessionWatchTest, TheDoctorsSessionsAreLeftAlone) {

@@ -82,6 +82,18 @@ TEST_F(AdministrationOfDrivers, TheTableMapsDriversOfClientsToThoseOfTheServer) 
   EXPECT_EQ(difference(before, machine.listing()), "");
 }
 
+TEST_F(AdministrationOfDrivers, LinesThatWereThereBeforeTheInstallationStayAndThoseSinceGo) {
+  machine.configure("Marrowgate\\Printers\\Drivers", "Old*", "Generic PostScript");
+  const auto before = machine.listing();
+  install();
+  succeed({"drivers", "map", "New*", "Generic PostScript"});
+  succeed({"drivers", "map", "Newer*", "Generic PostScript"});
+  succeed({"drivers", "unmap", "Newer*"});
+  succeed({"uninstall"});
+  EXPECT_EQ(difference(before, machine.listing()), "");
+  machine.forgetSettings("Marrowgate");
+}
+
 TEST_F(AdministrationOfDrivers, APrinterWhoseDriverSendsXpsIsRefusedAndItsClientIsTold) {
   install();
   const auto client = scene.startClient(5, {"Office,driver=Acme XPS Driver,format=pdf"});
@@ -95,7 +107,8 @@ TEST_F(AdministrationOfDrivers, APrinterWhoseDriverSendsXpsIsRefusedAndItsClient
               AllOf(HasSubstr("FAILED  server drivers: " + cause + "\n"),
                     HasSubstr("mgprintmon drivers map PATTERN NAME"), HasSubstr("ok      test page: 107 bytes")));
   const auto watch = machine.start({"watch", "--processor", "mgtestproc"});
-  watch->waitForLine(cause);
+  watch->waitForLine(cause +
+                     ". Install the driver, or name one that is installed and sends PostScript: mgprintmon install");
   // What is set from now on, the watch takes up by itself.
   installWith({"--driver", "Generic PostScript"});
   watch->waitForLine("printer \"Office (session 5)\" was added");

@@ -63,5 +63,25 @@ TEST_F(AdministrationOfPersonsPrinters, WhatTheyCanDoIsToldToTheServer) {
                                 "Env10, EnvDL, Legal\""));
 }
 
+TEST_F(AdministrationOfPersonsPrinters,
+       ThoseOfAPersonOnWindowsComeWithTheirDriversAndGetThemHereWhereTheyAreInstalled) {
+  machine.addPrinter("Desk");
+  {
+    ChildProcess client(WinePrefix::command(
+        windowsProgram("printclient.exe"),
+        {"--server", "127.0.0.1:" + std::to_string(scene.port()), "--session", "5", "--only", "Desk", "--pace", "5"}));
+    client.waitForLine("ready: the server knows \"Desk (session 5)\"");
+    const std::string listed = succeed({"session", "list", "--json"});
+    EXPECT_THAT(listed, HasSubstr("\"driver\": \"Generic PostScript\""));
+    EXPECT_THAT(listed, HasSubstr("\"resolution\": 300"));
+    EXPECT_THAT(listed, HasSubstr("\"comment\": \"colour, one-sided, 300 dpi, paper "));
+    EXPECT_THAT(succeed({"session", "up", "5", "--processor", "mgtestproc"}),
+                HasSubstr("printer \"Desk (session 5)\" was added\n"));
+    client.signal(SIGINT);
+    EXPECT_EQ(client.wait(), 0) << client.output();
+  }
+  machine.removePrinter("Desk");
+}
+
 }  // namespace
 }  // namespace tests

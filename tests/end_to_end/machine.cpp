@@ -42,6 +42,18 @@ void Machine::forgetDriver(const std::string& name) const {
   m_prefix.run("reg", {"delete", driverKey(name), "/f"});
 }
 
+void Machine::forgetSettings(const std::string& key) const {
+  m_prefix.run("reg", {"delete", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/f"});
+}
+
+void Machine::addPrinter(const std::string& name) const {
+  m_prefix.run(windowsProgram("mgspool.exe"), {"add-printer", name, "LPT1:"});
+}
+
+void Machine::removePrinter(const std::string& name) const {
+  m_prefix.run(windowsProgram("mgspool.exe"), {"remove-printer", name});
+}
+
 Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
   const auto process = start(arguments);
   const int code = process->wait();

@@ -24,9 +24,14 @@ class Machine {
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const;
   // Writes a text below HKEY_LOCAL_MACHINE "SOFTWARE\\Quillfern", as an administrator does.
   void configure(const std::string& key, const std::string& name, const std::string& text) const;
+  // Takes a key below the same one away.
+  void forgetSettings(const std::string& key) const;
   // A driver that the spooler lists, of that file in its folder of drivers; there need be none.
   void registerDriver(const std::string& name, const std::string& file) const;
   void forgetDriver(const std::string& name) const;
+  // A printer of this machine that is none of ours, on a port of the system, with the driver that is there.
+  void addPrinter(const std::string& name) const;
+  void removePrinter(const std::string& name) const;
   // Takes away what an earlier test left.
   void clean() const;
   // The registry where drivers, monitors, printers, event sources and our own settings stand, and the files of the

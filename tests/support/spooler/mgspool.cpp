@@ -116,6 +116,10 @@ void addCommands(CLI::App& app, Arguments& arguments) {
     std::printf("printer \"%s\" is on port %s\n", arguments.printer.c_str(), arguments.port.c_str());
   });
 
+  CLI::App* const removePrinter = app.add_subcommand("remove-printer", "remove a printer");
+  removePrinter->add_option("name", arguments.printer)->required();
+  removePrinter->callback([&] { mg::support::removePrinter(wide(arguments.printer)); });
+
   CLI::App* const print = app.add_subcommand("print", "print a file; fails unless the monitor took it to its end");
   print->add_option("printer", arguments.printer)->required();
   print->add_option("file", arguments.file)->required();

@@ -175,4 +175,13 @@ void addPrinterOnPort(const std::wstring& printer, const std::wstring& port) {
   writeText(key.c_str(), L"Port", port);
 }
 
+void removePrinter(const std::wstring& name) {
+  PRINTER_DEFAULTSW defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
+  HANDLE printer = nullptr;
+  require(OpenPrinterW(const_cast<wchar_t*>(name.c_str()), &printer, &defaults), "the printer cannot be opened");
+  const bool isDeleted = DeletePrinter(printer) != FALSE;
+  ClosePrinter(printer);
+  require(isDeleted, "the printer cannot be removed");
+}
+
 }  // namespace mg::support

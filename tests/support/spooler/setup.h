@@ -45,5 +45,6 @@ void addMonitorPort(const std::wstring& port);
 
 // Adds a printer with our driver and print processor on a port, or moves it to that port.
 void addPrinterOnPort(const std::wstring& printer, const std::wstring& port);
+void removePrinter(const std::wstring& name);
 
 }  // namespace mg::support
