@@ -103,10 +103,27 @@ TEST_F(PrinterSinkTest, APrinterGetsTheExactBytesTheCopiesTheTitleAndTheUser) {
   EXPECT_EQ(printer.said(2, "IPP_COPIES"), "");
 }
 
-TEST_F(PrinterSinkTest, AnEncryptedPrinterGetsThemToo) {
+TEST_F(PrinterSinkTest, AnEncryptedPrinterGetsThemTooAndAnotherOneAtItsPlaceGetsNothing) {
   VirtualPrinter printer(m_place);
-  EXPECT_EQ(print({"", printer.uri("ipps")}, kPdf), "to the printer at " + printer.uri("ipps") + " as job 1");
-  EXPECT_THAT(printer.printed(), ElementsAre(kPdf));
+  const PrinterTarget target{"", printer.uri("ipps")};
+  const std::string name = "the printer at " + target.uri;
+  EXPECT_EQ(print(target, kPdf), "to " + name + " as job 1");
+  printer.switchOff();
+  printer.switchOn();
+  EXPECT_EQ(print(target, kPdf), "to " + name + " as job 1");
+  printer.switchOff();
+  std::filesystem::remove_all(printer.folder() / "keys");
+  printer.switchOn();
+  const auto kept = m_place.folder() / ".config" / "printclient" / "printers" /
+                    ("localhost_" + std::to_string(printer.port()) + ".certificate");
+  EXPECT_EQ(print(target, kPdf),
+            "refused: " + name +
+                " cannot be used: it shows another certificate than before, so that it may be another device; if the "
+                "printer was replaced or reset, remove " +
+                kept.string() + "; see that it is switched on and connected and that the address is right, and print again");
+  EXPECT_THAT(printer.printed(), SizeIs(2));
+  std::filesystem::remove(kept);
+  EXPECT_EQ(print(target, kPdf), "to " + name + " as job 1");
 }
 
 TEST_F(PrinterSinkTest, APrinterBehindAQueueMakesTheCopiesOnceOfPdfAndOfPostScript) {
