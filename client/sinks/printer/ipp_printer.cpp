@@ -159,8 +159,8 @@ void IppPrinter::checkCertificate() const try {
   if (!m_uri.starts_with("ipps://")) return;
   std::array<char, HTTP_MAX_URI> scheme{}, user{}, host{}, resource{};
   int port = 0;
-  httpSeparateURI(HTTP_URI_CODING_ALL, m_uri.c_str(), scheme.data(), scheme.size(), user.data(), user.size(), host.data(),
-                  host.size(), &port, resource.data(), resource.size());
+  httpSeparateURI(HTTP_URI_CODING_ALL, m_uri.c_str(), scheme.data(), scheme.size(), user.data(), user.size(),
+                  host.data(), host.size(), &port, resource.data(), resource.size());
   cups_array_t* shown = nullptr;
   httpCopyCredentials(m_http.get(), &shown);
   const auto* const first = static_cast<const http_credential_t*>(cupsArrayFirst(shown));
@@ -314,8 +314,10 @@ std::vector<JobStatus> IppPrinter::jobsCalled(const std::string& title, std::chr
     const Message answer = ask(std::move(look));
     JobInList job;
     for (ipp_attribute_t* at = ippFirstAttribute(answer.get()); at != nullptr; at = ippNextAttribute(answer.get())) {
-      if (ippGetGroupTag(at) == IPP_TAG_JOB) job.take(at);
-      else job.endAt(found, title, begin);
+      if (ippGetGroupTag(at) == IPP_TAG_JOB)
+        job.take(at);
+      else
+        job.endAt(found, title, begin);
     }
     job.endAt(found, title, begin);
   }

@@ -140,9 +140,9 @@ TakenJob PrinterSink::take(const ArrivedJob& job) {
   queued->numbers.assign(printer.jobs().begin(), printer.jobs().end());
   queued->since = std::chrono::steady_clock::now();
   queued->progress.state = protocol::PaperState::kWaiting;
-  return {copies == 1 ? fmt::format("to {} as job {}{}", printer.name(), number, wanted.words)
-                      : fmt::format("to {} as jobs {} to {}{}", printer.name(), number, printer.jobs().back(),
-                                    wanted.words),
+  return {copies == 1
+              ? fmt::format("to {} as job {}{}", printer.name(), number, wanted.words)
+              : fmt::format("to {} as jobs {} to {}{}", printer.name(), number, printer.jobs().back(), wanted.words),
           true, queued};
 }
 
