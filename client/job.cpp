@@ -39,7 +39,8 @@ Job::Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* conn
 Job::~Job() {
   if (m_ended) return;
   m_file.reset();
-  say(fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a separate line, "
+  say(
+      fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a separate line, "
                   "unless it has gone itself; print again",
                   title(), bytesText(m_probe.size()), place()));
 }
@@ -101,8 +102,7 @@ void Job::append(std::span<const unsigned char> bytes) noexcept {
 
 void Job::reportProgress() {
   if (m_probe.size() < m_nextProgress) return;
-  m_output.reporter().progress(
-      fmt::format("{}receiving {}: {}", m_origin.label, title(), bytesText(m_probe.size())));
+  m_output.reporter().progress(fmt::format("{}receiving {}: {}", m_origin.label, title(), bytesText(m_probe.size())));
   m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;
 }
 

@@ -145,7 +145,8 @@ void JobFollower::tell(const FollowedJob& job, const JobProgress& progress, bool
   while (!m_news.take()) {
     if (progress.state == PaperState::kHandedOn) return;
     std::unique_lock<std::mutex> guard(m_lock);
-    m_changed.wait_for(guard, std::chrono::milliseconds(1000 / m_pace.newsPerSecond), [this] { return m_isStopping.load(); });
+    m_changed.wait_for(guard, std::chrono::milliseconds(1000 / m_pace.newsPerSecond),
+                       [this] { return m_isStopping.load(); });
     if (m_isStopping) return;
   }
   m_onNews(job, progress, isFirst);

@@ -24,20 +24,21 @@ struct FollowedJob {
   std::wstring name, printer, document;  // as its start named them
 };
 
-// Tells what becomes of jobs after their sinks have taken them, until that is final. One thread for all of them asks one printer after another, each for some of its jobs at a time, with pauses that grow while
-// nothing changes or the printer does not answer. A printer that never says anything more costs the others
-// kQueuePatience a minute. What is followed is forgotten with the object; nothing is kept for a later process.
+// Tells what becomes of jobs after their sinks have taken them, until that is final. One thread for all of them asks
+// one printer after another, each for some of its jobs at a time, with pauses that grow while nothing changes or the
+// printer does not answer. A printer that never says anything more costs the others kQueuePatience a minute. What is
+// followed is forgotten with the object; nothing is kept for a later process.
 class JobFollower {
  public:
   using Clock = std::chrono::steady_clock;
   struct Pace {
-    std::chrono::milliseconds first{500};     // until a printer is asked again after a change
-    std::chrono::milliseconds longest{5000};  // while nothing changes
-    std::chrono::milliseconds silent{60000};  // while the printer does not answer
+    std::chrono::milliseconds first{500};                        // until a printer is asked again after a change
+    std::chrono::milliseconds longest{5000};                     // while nothing changes
+    std::chrono::milliseconds silent{60000};                     // while the printer does not answer
     std::chrono::milliseconds followed{std::chrono::hours(24)};  // a job; after that it is not followed any more
-    std::size_t most = 1000;                  // jobs that are followed; a later one is not
-    std::size_t atATime = 20;                 // jobs of one printer
-    int newsAtOnce = 80, newsPerSecond = 15;  // fewer than the application server keeps
+    std::size_t most = 1000;                                     // jobs that are followed; a later one is not
+    std::size_t atATime = 20;                                    // jobs of one printer
+    int newsAtOnce = 80, newsPerSecond = 15;                     // fewer than the application server keeps
 
     Pace faster(int factor) const;
   };

@@ -351,7 +351,8 @@ TEST_F(JobTest, WhatKilledClientsOfAnySessionLeftIsRemovedAndNothingElse) {
 }
 
 TEST_F(JobTest, AnotherClientsJobIsNotTakenForALeftover) {
-  JobOutput other(m_folder / "out", 5, 42, *m_reporter, std::make_shared<FolderSink>());  // the same session and process number, as in a container
+  JobOutput other(m_folder / "out", 5, 42, *m_reporter,
+                  std::make_shared<FolderSink>());  // the same session and process number, as in a container
   Job job(ticket(1), *m_output);
   job.append(bytes("hello"));
   EXPECT_EQ(other.removeLeftovers(), 0);

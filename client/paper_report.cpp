@@ -52,9 +52,12 @@ std::string paperLine(const FollowedJob& job, const JobProgress& progress) {
 }
 
 protocol::PaperNews paperNews(const FollowedJob& job, const JobProgress& progress) {
-  return {job.printer,    job.name,
-          job.document,   progress.state,
-          sentence("the printer ", progress.cause), sentence("", progress.remedy)};
+  return {job.printer,
+          job.name,
+          job.document,
+          progress.state,
+          sentence("the printer ", progress.cause),
+          sentence("", progress.remedy)};
 }
 
 void PaperReport::enter(int server, const CS_RCPtr<CS_Component>& component) {

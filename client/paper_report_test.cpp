@@ -25,9 +25,10 @@ TEST(PaperLine, SaysWhatHasBecomeOfAJobAndWhatToDo) {
   EXPECT_EQ(paperLine(job(), {PaperState::kPrinting, "", ""}), "\"A letter\" on \"Laser\" is being printed");
   EXPECT_EQ(paperLine(job("print.example:4712: "), {PaperState::kStopped, "has no paper", "put paper in"}),
             "print.example:4712: \"A letter\" on \"Laser\" is held up: the printer has no paper; put paper in");
-  EXPECT_EQ(paperLine(job(), {PaperState::kCanceled, "was told to cancel the job", "print again if it is still wanted"}),
-            "\"A letter\" on \"Laser\" was canceled: the printer was told to cancel the job; print again if it is still "
-            "wanted");
+  EXPECT_EQ(
+      paperLine(job(), {PaperState::kCanceled, "was told to cancel the job", "print again if it is still wanted"}),
+      "\"A letter\" on \"Laser\" was canceled: the printer was told to cancel the job; print again if it is still "
+      "wanted");
   EXPECT_EQ(paperLine(job(), {PaperState::kAborted, "gave the job up", "print again"}),
             "\"A letter\" on \"Laser\" was not printed after all: the printer gave the job up; print again");
   EXPECT_EQ(paperLine(job(), {PaperState::kPrinted, "", ""}), "\"A letter\" on \"Laser\" has come out");
@@ -42,7 +43,8 @@ TEST(PaperLine, SaysWhatHasBecomeOfAJobAndWhatToDo) {
 }
 
 TEST(PaperNews, OfAJobHasASentenceForTheCauseAndOneForTheRemedy) {
-  const protocol::PaperNews news = paperNews(job(), {PaperState::kStopped, "has no paper (\"Load A4\")", "put paper in"});
+  const protocol::PaperNews news =
+      paperNews(job(), {PaperState::kStopped, "has no paper (\"Load A4\")", "put paper in"});
   EXPECT_EQ(news.printer, L"Laser");
   EXPECT_EQ(news.job, L"Laser - Job #17");
   EXPECT_EQ(news.document, L"A letter");

@@ -18,8 +18,8 @@ namespace {
 
 void registerClasses(const std::shared_ptr<JobOutput>& output) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
-  server->registerClass(protocol::kPrintClientClass, new corvane::ComponentClass<PrintClient, PrintClient::Context>(
-                                                         protocol::kVersion, output));
+  server->registerClass(protocol::kPrintClientClass,
+                        new corvane::ComponentClass<PrintClient, PrintClient::Context>(protocol::kVersion, output));
   server->offerClass(protocol::kPrintClientClass);
   server->offerClass(CS_Bridge::m_className);
   server->registerClass(protocol::kSessionClientClass,
@@ -29,9 +29,7 @@ void registerClasses(const std::shared_ptr<JobOutput>& output) {
 }  // namespace
 
 Service::Service(const std::vector<Options>& servers, const std::shared_ptr<JobOutput>& output)
-    : m_options(servers.front()),
-      m_output(output),
-      m_report(output->reporter()) {
+    : m_options(servers.front()), m_output(output), m_report(output->reporter()) {
   for (const Options& server : servers)
     m_loops.emplace_back(server, output, m_report);
   registerClasses(output);
@@ -48,9 +46,9 @@ void Service::followJobs() {
 
 std::unique_ptr<PrinterFollower> Service::followPrinters() {
   if (!m_options.printersAreOwn) return nullptr;
-  return std::make_unique<PrinterFollower>(
-      PersonsPrinters::Choice{m_options.only, m_options.except}, PrinterFollower::kUsual / m_options.pace,
-      [this](const std::vector<PrinterOption>& found) { usePrinters(found); });
+  return std::make_unique<PrinterFollower>(PersonsPrinters::Choice{m_options.only, m_options.except},
+                                           PrinterFollower::kUsual / m_options.pace,
+                                           [this](const std::vector<PrinterOption>& found) { usePrinters(found); });
 }
 
 void Service::usePrinters(const std::vector<PrinterOption>& found) {

@@ -9,7 +9,8 @@
 
 namespace protocol {
 
-// What has become of a job that the print client has taken. The value is the number on the wire; any other one may come.
+// What has become of a job that the print client has taken. The value is the number on the wire; any other one may
+// come.
 enum class PaperState : std::int32_t {
   kWaiting = 1,   // in the printer's queue
   kPrinting = 2,  // it is being printed
@@ -27,9 +28,9 @@ struct PaperStateName {
   const wchar_t* word;
 };
 inline constexpr std::array kPaperStates = {
-    PaperStateName{PaperState::kWaiting, L"waiting"},   PaperStateName{PaperState::kPrinting, L"printing"},
-    PaperStateName{PaperState::kStopped, L"stopped"},   PaperStateName{PaperState::kCanceled, L"canceled"},
-    PaperStateName{PaperState::kAborted, L"aborted"},   PaperStateName{PaperState::kPrinted, L"printed"},
+    PaperStateName{PaperState::kWaiting, L"waiting"},    PaperStateName{PaperState::kPrinting, L"printing"},
+    PaperStateName{PaperState::kStopped, L"stopped"},    PaperStateName{PaperState::kCanceled, L"canceled"},
+    PaperStateName{PaperState::kAborted, L"aborted"},    PaperStateName{PaperState::kPrinted, L"printed"},
     PaperStateName{PaperState::kHandedOn, L"handed on"}, PaperStateName{PaperState::kUnknown, L"unknown"}};
 
 // That of an unknown number and of an unknown word is kUnknown.

@@ -73,7 +73,7 @@ NoticeList::Place NoticeList::surplusLocked() {
   return isTooMuch ? m_entries.begin() : m_entries.end();
 }
 
-void NoticeList::dropLocked(Place at) {
+void NoticeList::dropLocked(const Place& at) {
   m_units -= unitsOf(at->notice);
   if (const auto session = m_ofSessions.find(at->session); session != m_ofSessions.end()) {
     if (--session->second == 0) m_ofSessions.erase(session);

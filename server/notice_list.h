@@ -57,7 +57,7 @@ class NoticeList {
   void add(int session, CS_Notice notice);
   // The oldest notice that has to make room for others; the end when there is none.
   Place surplusLocked();
-  void dropLocked(Place at);
+  void dropLocked(const Place& at);
 
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_changed;

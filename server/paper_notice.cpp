@@ -48,8 +48,8 @@ std::wstring jobNumberOf(const std::wstring& jobName) {
   const std::size_t sign = jobName.rfind(L'#');
   if (sign == std::wstring::npos) return L"";
   std::wstring number = jobName.substr(sign + 1);
-  const bool isNumber = !number.empty() && number.size() <= kMostDigits &&
-                        number.find_first_not_of(L"0123456789") == std::wstring::npos;
+  const bool isNumber =
+      !number.empty() && number.size() <= kMostDigits && number.find_first_not_of(L"0123456789") == std::wstring::npos;
   return isNumber ? number : L"";
 }
 

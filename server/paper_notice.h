@@ -14,7 +14,8 @@ namespace aps {
 CS_Notice paperNotice(const protocol::PaperNews& news, int session, const std::wstring& localName);
 inline constexpr std::size_t kMaxPaperText = 300;
 
-// The spooler's number at the end of the name under which a job travels ("Laser-2 - Job #17"); empty when there is none.
+// The spooler's number at the end of the name under which a job travels ("Laser-2 - Job #17"); empty when there is
+// none.
 std::wstring jobNumberOf(const std::wstring& jobName);
 
 }  // namespace aps

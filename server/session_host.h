@@ -47,7 +47,7 @@ class SessionHost : public ClientNews::Host {
   std::shared_ptr<Context> m_context;
   std::mutex m_lock;  // guards what follows: release() may come from another thread than a request
   bool m_released = false;
-  int m_session = 0;                        // 0 until accepted
+  int m_session = 0;  // 0 until accepted
   programs::Allowance m_news{kNewsAtOnce, kNewsPerSecond};
   const CS_Connection* m_client = nullptr;  // for comparison only
 };

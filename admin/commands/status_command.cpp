@@ -59,8 +59,8 @@ void sayRecords(const std::string& from, const std::vector<std::string>& lines, 
     output.line(fmt::format("  {}", line));
 }
 
-void sayJobs(const char* fact, const std::string& heading, const std::vector<protocol::Notice>& notices,
-             Output& output, Json& facts) {
+void sayJobs(const char* fact, const std::string& heading, const std::vector<protocol::Notice>& notices, Output& output,
+             Json& facts) {
   Json jobs = Json::array();
   output.line(heading);
   for (const protocol::Notice& notice : notices) {

@@ -56,9 +56,8 @@ std::vector<protocol::Notice> latestPaper(const std::vector<protocol::Notice>& n
   for (auto notice = notices.rbegin(); notice != notices.rend() && latest.size() < most; ++notice) {
     if (notice->kind != protocol::kPaperNotice) continue;
     if (JobPaper::of(*notice).state == protocol::PaperState::kHandedOn) continue;
-    const bool isKnown = std::any_of(latest.begin(), latest.end(), [&notice](const protocol::Notice& later) {
-      return isSameJob(*notice, later);
-    });
+    const bool isKnown = std::any_of(latest.begin(), latest.end(),
+                                     [&notice](const protocol::Notice& later) { return isSameJob(*notice, later); });
     if (!isKnown) latest.push_back(*notice);
   }
   std::reverse(latest.begin(), latest.end());

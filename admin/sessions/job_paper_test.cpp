@@ -46,9 +46,12 @@ TEST(JobPaper, SaysWhatHasBecomeOfTheJob) {
 }
 
 TEST(JobPaper, OfEachJobTheLatestCountsAndWhatGoesToNoPaperDoesNot) {
-  const std::vector<protocol::Notice> all = {
-      paper(1, L"1", L"printing"), paper(2, L"2", L"printing"), paper(3, L"3", L"handed on"), paper(4, L"1", L"printed"),
-      paper(5, L"1", L"printed", L"another"), paper(6, L"2", L"stopped")};
+  const std::vector<protocol::Notice> all = {paper(1, L"1", L"printing"),
+                                             paper(2, L"2", L"printing"),
+                                             paper(3, L"3", L"handed on"),
+                                             paper(4, L"1", L"printed"),
+                                             paper(5, L"1", L"printed", L"another"),
+                                             paper(6, L"2", L"stopped")};
   const auto numbers = [&all](std::size_t most) {
     std::vector<int> found;
     for (const protocol::Notice& notice : latestPaper(all, most))

@@ -13,8 +13,8 @@
 
 namespace admin {
 
-// Waits for the outcome of a job from the server, and for what becomes of it then. The server may be away at first or for a while: printing does not
-// depend on it, only the knowledge of the outcome does. Belongs to one thread.
+// Waits for the outcome of a job from the server, and for what becomes of it then. The server may be away at first or
+// for a while: printing does not depend on it, only the knowledge of the outcome does. Belongs to one thread.
 class OutcomeWatch {
  public:
   using Clock = std::chrono::steady_clock;

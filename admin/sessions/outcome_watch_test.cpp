@@ -56,7 +56,8 @@ class OutcomeWatchTest : public testing::Test {
   // The states that were told until the deadline, and the last one in brackets.
   std::string paperOf(OutcomeWatch& watch, OutcomeWatch::Clock::time_point deadline) const {
     std::string told;
-    const auto last = watch.waitForPaper(m_job, deadline, [&told](const JobPaper& paper) { told += paper.text() + ", "; });
+    const auto last =
+        watch.waitForPaper(m_job, deadline, [&told](const JobPaper& paper) { told += paper.text() + ", "; });
     return told + (last ? "[" + last->text() + "]" : "[nothing]");
   }
 

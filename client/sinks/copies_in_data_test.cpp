@@ -17,14 +17,20 @@ TEST(CopiesInData, PostScriptSaysThemInFrontOfItsFirstPage) {
         "/NumCopies known { /NumCopies exch def } if /NumCopies 2 def /NumCopies 3 def /NumCopies get\n"})
     EXPECT_EQ(copiesInData(kPostScript + statement + kPage), 3) << statement;
   EXPECT_EQ(copiesInData(kPostScript + "<< /NumCopies 1 >> setpagedevice\n" + kPage), 1);
-  for (const char* statement : {"", "/NumCopies known\n", "/NumCopies n def\n", "/#copies exch def\n", "/NumCopies 0 def\n"})
+  for (const char* statement :
+       {"", "/NumCopies known\n", "/NumCopies n def\n", "/#copies exch def\n", "/NumCopies 0 def\n"})
     EXPECT_EQ(copiesInData(kPostScript + statement + kPage), std::nullopt) << statement;
   EXPECT_EQ(copiesInData(kPostScript + kPage + "/NumCopies 3 def\n"), std::nullopt);
 }
 
 TEST(CopiesInData, PrintersCommandsSayThemAlsoInFrontOfPostScript) {
-  for (const char* line : {"@PJL SET COPIES=3\r\n", "@PJL SET COPIES = 3\n", "@PJL SET QTY=3\n", "@PJL DEFAULT COPIES=3\n"}) {
-    EXPECT_EQ(copiesInData(kExit + "@PJL JOB\n" + line + "@PJL ENTER LANGUAGE=PCL\n\x1b" "E"), 3) << line;
+  for (const char* line :
+       {"@PJL SET COPIES=3\r\n", "@PJL SET COPIES = 3\n", "@PJL SET QTY=3\n", "@PJL DEFAULT COPIES=3\n"}) {
+    EXPECT_EQ(copiesInData(kExit + "@PJL JOB\n" + line +
+                           "@PJL ENTER LANGUAGE=PCL\n\x1b"
+                           "E"),
+              3)
+        << line;
     EXPECT_EQ(copiesInData(kExit + line + "@PJL ENTER LANGUAGE=POSTSCRIPT\n" + kPostScript + kPage), 3) << line;
   }
   EXPECT_EQ(copiesInData(kExit + "@PJL SET COPIES=3\n" + kPostScript + "/NumCopies 2 def\n" + kPage), 2);
@@ -32,7 +38,9 @@ TEST(CopiesInData, PrintersCommandsSayThemAlsoInFrontOfPostScript) {
 }
 
 TEST(CopiesInData, PclSaysThemAmongOtherThings) {
-  const std::string reset = "\x1b" "E";
+  const std::string reset =
+      "\x1b"
+      "E";
   EXPECT_EQ(copiesInData(reset + "\x1b&l3X"), 3);
   EXPECT_EQ(copiesInData(reset + "\x1b&l1o3x6D"), 3);
   EXPECT_EQ(copiesInData(reset + "\x1b&l26a2X\x1b&l3X"), 3);

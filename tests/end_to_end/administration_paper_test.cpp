@@ -29,8 +29,8 @@ class AdministrationOfPaper : public Administration {
   }
   void go() const { std::ofstream(m_printer->folder() / "go") << ""; }
   Machine::Result print(const std::vector<std::string>& options) {
-    std::vector<std::string> arguments = {"print", "Desk (session 5)", windowsPath(kLetter), "--title", "A letter",
-                                          "--wait-printed"};
+    std::vector<std::string> arguments = {"print",   "Desk (session 5)", windowsPath(kLetter),
+                                          "--title", "A letter",         "--wait-printed"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     return run(arguments);
   }
@@ -65,9 +65,8 @@ TEST_F(AdministrationOfPaper, PrintFailsWhenThePrinterGivesTheJobUpAndSaysWhy) {
   go();
   const Machine::Result printed = printing.get();
   EXPECT_EQ(printed.code, 1);
-  EXPECT_THAT(printed.output,
-              AllOf(HasSubstr("\"result\": \"delivered\""), HasSubstr("\"paper\": \"aborted\""),
-                    HasSubstr("\"cause\": \"The printer gave the job up (\\\"Job aborted\\\").\"")));
+  EXPECT_THAT(printed.output, AllOf(HasSubstr("\"result\": \"delivered\""), HasSubstr("\"paper\": \"aborted\""),
+                                    HasSubstr("\"cause\": \"The printer gave the job up (\\\"Job aborted\\\").\"")));
 }
 
 TEST_F(AdministrationOfPaper, PrintWaitsNoLongerThanItIsTold) {
@@ -85,8 +84,9 @@ TEST_F(AdministrationOfPaper, AClientThatPrintsNothingIsNotWaitedFor) {
   up("5");
   const Machine::Result printed = print({});
   EXPECT_EQ(printed.code, 0);
-  EXPECT_THAT(printed.output, HasSubstr("on \"Desk (session 5)\" is where the print client puts it, in a folder or with "
-                                        "a program; of paper nobody tells there\n"));
+  EXPECT_THAT(printed.output,
+              HasSubstr("on \"Desk (session 5)\" is where the print client puts it, in a folder or with "
+                        "a program; of paper nobody tells there\n"));
 }
 
 }  // namespace

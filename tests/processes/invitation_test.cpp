@@ -153,6 +153,17 @@ TEST_F(InvitationProcessTest, OfSeveralServersMakesOneClientServeThemAll) {
   peer.writeJob("another page");
   EXPECT_EQ(peer.endJob(), 1);
   EXPECT_EQ(m_scene->content(5, "from the other.txt"), "another page");
+  client.waitForLine(otherAddress + ": receiving \"from the other\"");
+  client.waitForLine(otherAddress + ": printed \"from the other\": 12 bytes to ");
+  {
+    MonitorPeer leaving(other.port(), Identity::monitor(), otherKeys.path("monitor"));
+    EXPECT_TRUE(leaving.attach(L"Laser-2 (session 7)"));
+    leaving.startJob({L"j", L"Laser-2", L"a cut one", L""}, {1, 1, 1, 1});
+    client.waitForLine(otherAddress + ": receiving \"a cut one\" for \"Laser-2\"");
+  }
+  client.waitForLine(otherAddress +
+                     ": dropped \"a cut one\": the job was cut after 0 bytes, before its end (printer "
+                     "\"Laser-2\", session 7); ");
   other.server().signal(SIGTERM);
   client.waitForLine(otherAddress + ": the connection to the server is lost");
   expectToPrint("from the one that is still there");

@@ -44,8 +44,8 @@ class PaperTest : public ::testing::Test {
     return start(tls);
   }
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& options) const {
-    std::vector<std::string> command = {
-        Scene::program("printclient"), "--session", "5", "--key", m_keys.path("session-5"), "--pace", "5"};
+    std::vector<std::string> command = {Scene::program("printclient"), "--session", "5", "--key",
+                                        m_keys.path("session-5"),      "--pace",    "5"};
     command.insert(command.end(), options.begin(), options.end());
     return std::make_unique<ChildProcess>(command);
   }
@@ -208,17 +208,17 @@ TEST_F(PaperTest, AJobThatThePrinterGivesUpLaterIsSaidToBeNotPrintedThoughItsQue
   EXPECT_EQ(print(L"Desk", 1), 1);
   client->waitForLine("printed \"A letter\": ");
   letGo(printer);
-  EXPECT_EQ(client->waitForLine("\"A letter\" on \"Desk\" "),
-            "\"A letter\" on \"Desk\" was not printed after all: the printer gave the job up (\"Job aborted\"); see what "
-            "it shows and what its log says, and print again");
+  EXPECT_EQ(
+      client->waitForLine("\"A letter\" on \"Desk\" "),
+      "\"A letter\" on \"Desk\" was not printed after all: the printer gave the job up (\"Job aborted\"); see what "
+      "it shows and what its log says, and print again");
   EXPECT_THAT(statesUntil(L"aborted"), ElementsAre(L"printing", L"aborted"));
 }
 
 TEST_F(PaperTest, APrinterThatSaysNothingMoreHoldsUpNoOtherJobAndNotTheEndOfTheClient) {
   VirtualPrinter dead(m_place, waiting());
   VirtualPrinter living(m_place, waiting());
-  const auto client =
-      startClient({"--printer", "Dead,uri=" + dead.uri(), "--printer", "Living,uri=" + living.uri()});
+  const auto client = startClient({"--printer", "Dead,uri=" + dead.uri(), "--printer", "Living,uri=" + living.uri()});
   client->waitForLine("ready: ");
   EXPECT_EQ(print(L"Dead", 1, 17), 1);
   EXPECT_EQ(print(L"Living", 1, 18), 1);

@@ -15,6 +15,8 @@
 namespace printclient {
 namespace {
 
+constexpr int kMostPaths = 50;  // a command line has room for so many
+
 std::string titleOf(const protocol::JobStart& ticket) {
   return programs::oneLine(ticket.documentName.empty() ? ticket.jobName : ticket.documentName);
 }
@@ -76,8 +78,9 @@ programs::ChildCommand CommandSink::commandFor(const ArrivedJob& job) const {
   command.program = m_settings.program;
   command.arguments = m_settings.arguments;
   const std::filesystem::path file = job.file.share(job.content.extension());
-  command.arguments.push_back(programs::fromPath(file));
   const int copies = copiesInFile(file) ? 1 : std::max(job.ticket.copies, 1);
+  const int paths = m_settings.hasPathForEachCopy ? std::min(copies, kMostPaths) : 1;
+  command.arguments.insert(command.arguments.end(), static_cast<std::size_t>(paths), programs::fromPath(file));
   command.environment = {{"PRINTCLIENT_TITLE", titleOf(job.ticket)},
                          {"PRINTCLIENT_COPIES", std::to_string(copies)},
                          {"PRINTCLIENT_PRINTER", programs::oneLine(job.ticket.printerName)},
@@ -105,6 +108,11 @@ void CommandSink::refuseWhenStopped(const std::string& words) {
 }
 
 TakenJob CommandSink::take(const ArrivedJob& job) {
+  if (m_settings.hasPathForEachCopy && job.ticket.copies > kMostPaths) {
+    throw SinkRefusal(fmt::format("{} copies are wanted, and \"{}\" makes {} at a time", job.ticket.copies,
+                                  m_settings.program, kMostPaths),
+                      "print fewer at a time");
+  }
   refuseWhenStopped("");
   const std::unique_ptr<programs::ChildProgram> program = start(job);
   const Running running(*this, *program);

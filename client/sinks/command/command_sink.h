@@ -21,6 +21,7 @@ class CommandSink : public Sink {
   struct Settings {
     std::string program;
     std::vector<std::string> arguments;
+    bool hasPathForEachCopy = false;             // as many paths as copies, for a program that prints one after another
     std::chrono::seconds limit = kDefaultLimit;  // a program that takes longer is ended, and the job is refused
   };
   // Throws std::runtime_error when the program cannot be one.

@@ -62,6 +62,14 @@ class CommandSinkTest : public ::testing::Test {
   fs::path m_program;
 };
 
+TEST_F(CommandSinkTest, AProgramThatPrintsOneFileAfterAnotherGetsItOnceForEachCopy) {
+  CommandSink::Settings settings = script("for path; do cat \"$path\" >>printed; done", {"/dev/null"});
+  settings.hasPathForEachCopy = true;
+  CommandSink sink(settings);
+  EXPECT_EQ(print(sink, "a page "), "by \"" + m_program.string() + "\"");
+  EXPECT_EQ(content("printed"), "a page a page a page ");
+}
+
 TEST_F(CommandSinkTest, TheProgramGetsTheFileBehindItsArgumentsAndTheRestInItsEnvironment) {
   CommandSink sink(
       script("printf '%s\\n' \"$@\" \"$PRINTCLIENT_TITLE\" \"$PRINTCLIENT_COPIES\" \"$PRINTCLIENT_PRINTER\" "

@@ -1,5 +1,6 @@
 #include "client/sinks/printer/ipp_printer.h"
 
+#include "client/sinks/printer/known_printers.h"
 #include "programs/text.h"
 
 #include <algorithm>
@@ -151,6 +152,27 @@ void IppPrinter::connectToAddress(const std::string& uri) {
   usePatience();
   m_resource = resource.data();
   m_uri = uri;
+  checkCertificate();
+}
+
+void IppPrinter::checkCertificate() const try {
+  if (!m_uri.starts_with("ipps://")) return;
+  std::array<char, HTTP_MAX_URI> scheme{}, user{}, host{}, resource{};
+  int port = 0;
+  httpSeparateURI(HTTP_URI_CODING_ALL, m_uri.c_str(), scheme.data(), scheme.size(), user.data(), user.size(),
+                  host.data(), host.size(), &port, resource.data(), resource.size());
+  cups_array_t* shown = nullptr;
+  httpCopyCredentials(m_http.get(), &shown);
+  const auto* const first = static_cast<const http_credential_t*>(cupsArrayFirst(shown));
+  const auto* const bytes = first == nullptr ? nullptr : static_cast<const unsigned char*>(first->data);
+  const std::vector<unsigned char> certificate(bytes, bytes + (first == nullptr ? 0 : first->datalen));
+  httpFreeCredentials(shown);
+  const std::string refusal = KnownPrinters::ofThisPerson().refusal(host.data(), port, certificate);
+  if (!refusal.empty()) throw IppFailure(refusal, false);
+} catch (const IppFailure&) {
+  throw;
+} catch (const std::runtime_error& failure) {
+  throw IppFailure(failure.what(), false);
 }
 
 IppPrinter::Message IppPrinter::request(ipp_op_t operation, const std::string& user) const {
@@ -188,7 +210,9 @@ IppPrinter::Message IppPrinter::checked(Message answer) const {
 
 IppPrinter::Message IppPrinter::ask(Message request) {
   m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
-  return checked(Message(cupsDoRequest(m_http.get(), request.release(), m_resource.c_str()), ippDelete));
+  Message answer(cupsDoRequest(m_http.get(), request.release(), m_resource.c_str()), ippDelete);
+  if (answer != nullptr) checkCertificate();  // libcups may have connected anew
+  return checked(std::move(answer));
 }
 
 PrinterAbilities IppPrinter::abilities() {
@@ -230,6 +254,7 @@ void IppPrinter::sendDocument(int number, const IppJob& job, const std::filesyst
   const http_status_t begun =
       cupsSendRequest(m_http.get(), made.get(), m_resource.c_str(), ippLength(made.get()) + size);
   if (begun != HTTP_STATUS_CONTINUE) throw IppFailure(whyNoAnswer(), true);
+  checkCertificate();  // libcups may have connected anew
   sendFile(data, size);
   m_giveUp = std::chrono::steady_clock::now() + m_patience.silence;
   checked(Message(cupsGetResponse(m_http.get(), m_resource.c_str()), ippDelete));
@@ -289,8 +314,10 @@ std::vector<JobStatus> IppPrinter::jobsCalled(const std::string& title, std::chr
     const Message answer = ask(std::move(look));
     JobInList job;
     for (ipp_attribute_t* at = ippFirstAttribute(answer.get()); at != nullptr; at = ippNextAttribute(answer.get())) {
-      if (ippGetGroupTag(at) == IPP_TAG_JOB) job.take(at);
-      else job.endAt(found, title, begin);
+      if (ippGetGroupTag(at) == IPP_TAG_JOB)
+        job.take(at);
+      else
+        job.endAt(found, title, begin);
     }
     job.endAt(found, title, begin);
   }

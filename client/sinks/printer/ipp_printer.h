@@ -78,6 +78,8 @@ class IppPrinter {
   // A printer of the network that has no queue yet: the scheduler makes one.
   void findOnNetwork(const std::string& queue);
   void usePatience();
+  // Throws when the printer at the other end of an encrypted connection is not the one that it was before.
+  void checkCertificate() const;
   Message request(ipp_op_t operation, const std::string& user = std::string()) const;
   Message requestFor(ipp_op_t operation, int number, const std::string& user = std::string()) const;
   std::string whyNoAnswer() const;

@@ -26,7 +26,8 @@ class PrinterQueueTest : public ::testing::Test {
       *out = reinterpret_cast<HANDLE>(0x77);
       return m_isThere;
     };
-    GetJobWSeam.replacement = [this](HANDLE, DWORD job, DWORD level, LPBYTE room, DWORD size, LPDWORD needed) -> WINBOOL {
+    GetJobWSeam.replacement = [this](HANDLE, DWORD job, DWORD level, LPBYTE room, DWORD size,
+                                     LPDWORD needed) -> WINBOOL {
       EXPECT_EQ(level, 1u);
       const auto found = m_jobs.find(job);
       *needed = sizeof(JOB_INFO_1W) + 100;

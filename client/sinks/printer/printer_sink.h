@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 
 namespace printclient {
@@ -25,17 +26,22 @@ struct PrinterPatience {
 // come out later beside the one that the person prints again.
 //
 // Where there is IPP (CUPS, and printers by their addresses): the copies are a number beside the data, and the printer
-// makes them. A queue of Windows gets the data raw (printer_sink_windows.cpp).
+// makes them. A queue of Windows gets the data raw, but for PDF, which Ghostscript prints where it is installed
+// (printer_sink_windows.cpp).
 class PrinterSink : public Sink {
  public:
   explicit PrinterSink(PrinterTarget target, PrinterPatience patience = PrinterPatience());
 
   TakenJob take(const ArrivedJob& job) override;
-  void stop() noexcept override { m_stopping = true; }
+  void stop() noexcept override {
+    m_stopping = true;
+    if (m_pdf) m_pdf->stop();
+  }
 
  private:
   const PrinterTarget m_target;
   const PrinterPatience m_patience;
+  const std::unique_ptr<Sink> m_pdf;  // prints PDF instead, where the queue does not take it and something else can
   std::atomic<bool> m_stopping{false};
 };
 

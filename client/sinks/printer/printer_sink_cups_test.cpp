@@ -75,8 +75,9 @@ class PrinterSinkTest : public ::testing::Test {
   std::string pagesOf(const std::string& pdf) const {
     const auto file = m_place.folder("pages") / "document.pdf";
     std::ofstream(file, std::ios::binary) << pdf;
-    const std::string said = tests::PaperPlace::run({"/usr/bin/gs", "-q", "-dNODISPLAY", "--permit-file-read=" + file.string(),
-                                                     "-c", "(" + file.string() + ") (r) file runpdfbegin pdfpagecount = quit"});
+    const std::string said =
+        tests::PaperPlace::run({"/usr/bin/gs", "-q", "-dNODISPLAY", "--permit-file-read=" + file.string(), "-c",
+                                "(" + file.string() + ") (r) file runpdfbegin pdfpagecount = quit"});
     return said.substr(0, said.find('\n'));
   }
   static PrinterTarget at(const VirtualPrinter& printer) { return {"", printer.uri()}; }
@@ -103,10 +104,28 @@ TEST_F(PrinterSinkTest, APrinterGetsTheExactBytesTheCopiesTheTitleAndTheUser) {
   EXPECT_EQ(printer.said(2, "IPP_COPIES"), "");
 }
 
-TEST_F(PrinterSinkTest, AnEncryptedPrinterGetsThemToo) {
+TEST_F(PrinterSinkTest, AnEncryptedPrinterGetsThemTooAndAnotherOneAtItsPlaceGetsNothing) {
   VirtualPrinter printer(m_place);
-  EXPECT_EQ(print({"", printer.uri("ipps")}, kPdf), "to the printer at " + printer.uri("ipps") + " as job 1");
-  EXPECT_THAT(printer.printed(), ElementsAre(kPdf));
+  const PrinterTarget target{"", printer.uri("ipps")};
+  const std::string name = "the printer at " + target.uri;
+  EXPECT_EQ(print(target, kPdf), "to " + name + " as job 1");
+  printer.switchOff();
+  printer.switchOn();
+  EXPECT_EQ(print(target, kPdf), "to " + name + " as job 1");
+  printer.switchOff();
+  std::filesystem::remove_all(printer.folder() / "keys");
+  printer.switchOn();
+  const auto kept = m_place.folder() / ".config" / "printclient" / "printers" /
+                    ("localhost_" + std::to_string(printer.port()) + ".certificate");
+  EXPECT_EQ(print(target, kPdf),
+            "refused: " + name +
+                " cannot be used: it shows another certificate than before, so that it may be another device; if the "
+                "printer was replaced or reset, remove " +
+                kept.string() +
+                "; see that it is switched on and connected and that the address is right, and print again");
+  EXPECT_THAT(printer.printed(), SizeIs(2));
+  std::filesystem::remove(kept);
+  EXPECT_EQ(print(target, kPdf), "to " + name + " as job 1");
 }
 
 TEST_F(PrinterSinkTest, APrinterBehindAQueueMakesTheCopiesOnceOfPdfAndOfPostScript) {
@@ -147,7 +166,10 @@ TEST_F(PrinterSinkTest, CopiesThatTheDataAskForThemselvesAreMadeOnce) {
   // A device behind a raw queue gets the data once.
   tests::RawDevice device;
   scheduler.addQueue("raw", device.uri(), {"-m", "raw"});
-  const std::string pcl = "\x1b" "E\x1b&l3Xtext\x1b" "E";
+  const std::string pcl =
+      "\x1b"
+      "E\x1b&l3Xtext\x1b"
+      "E";
   EXPECT_EQ(print({"raw", ""}, pcl, 3), "to the printer \"raw\" as job 2, 3 copies by its own data");
   EXPECT_EQ(device.next(), pcl);
 }

@@ -1,3 +1,4 @@
+#include "client/sinks/printer/ghostscript_printing.h"
 #include "client/sinks/printer/printer_sink.h"
 #include "client/sinks/printer/printer_words.h"
 #include "client/sinks/printer/queued_job.h"
@@ -103,18 +104,27 @@ class RawPrinter {
   std::vector<DWORD> m_jobs;  // in the queue, whole
 };
 
+std::unique_ptr<Sink> pdfPrinterFor(const std::string& queue) {
+  auto settings = ghostscriptFor(queue, programFolder());
+  return settings ? std::make_unique<CommandSink>(std::move(*settings)) : nullptr;
+}
+
 }  // namespace
 
 PrinterSink::PrinterSink(PrinterTarget target, PrinterPatience patience)
-    : m_target(std::move(target)), m_patience(patience) {}
+    : m_target(std::move(target)), m_patience(patience), m_pdf(pdfPrinterFor(m_target.queue)) {}
 
 TakenJob PrinterSink::take(const ArrivedJob& job) {
+  if (job.content.isPdf() && m_pdf) {
+    m_pdf->take(job);
+    return {fmt::format("to the printer \"{}\" through Ghostscript", m_target.queue)};
+  }
   if (job.content.isPdf()) {
     throw SinkRefusal(
         fmt::format("the printer \"{}\" gets raw data, and this is a PDF, which a queue of Windows does not convert",
                     m_target.queue),
-        "bring it along with format=ps or format=raw and its own driver, or print PDF with --command and a program "
-        "that can");
+        "install Ghostscript, bring it along with format=ps or format=raw and its own driver, or print PDF with "
+        "--command and a program that can");
   }
   RawPrinter printer(m_target.queue);
   const std::wstring title = corvane::fromUtf8(printableTitle(job.ticket));
@@ -140,9 +150,9 @@ TakenJob PrinterSink::take(const ArrivedJob& job) {
   queued->numbers.assign(printer.jobs().begin(), printer.jobs().end());
   queued->since = std::chrono::steady_clock::now();
   queued->progress.state = protocol::PaperState::kWaiting;
-  return {copies == 1 ? fmt::format("to {} as job {}{}", printer.name(), number, wanted.words)
-                      : fmt::format("to {} as jobs {} to {}{}", printer.name(), number, printer.jobs().back(),
-                                    wanted.words),
+  return {copies == 1
+              ? fmt::format("to {} as job {}{}", printer.name(), number, wanted.words)
+              : fmt::format("to {} as jobs {} to {}{}", printer.name(), number, printer.jobs().back(), wanted.words),
           true, queued};
 }
 

@@ -149,7 +149,9 @@ TEST_F(PrinterSinkTest, APdfIsNotSentRaw) {
   EXPECT_EQ(
       print("%PDF-1.4\n%%EOF\n"),
       "refused: the printer \"desk\" gets raw data, and this is a PDF, which a queue of Windows does not convert; "
-      "bring it along with format=ps or format=raw and its own driver, or print PDF with --command and a program "
+      "install Ghostscript, bring it along with format=ps or format=raw and its own driver, or print PDF with "
+      "--command "
+      "and a program "
       "that can");
   EXPECT_THAT(spoolerCalls(), ElementsAre());
 }

@@ -14,13 +14,14 @@ inline constexpr std::size_t kMaxTitleBytes = 255;
 // What a job's data are, in a sentence.
 std::string kindOf(const ContentProbe& content);
 
-// How many copies are to be asked for beside the data, and what the person is told of them: ", 3 copies", also where the
-// data ask for them; empty for one.
+// How many copies are to be asked for beside the data, and what the person is told of them: ", 3 copies", also where
+// the data ask for them; empty for one.
 struct Copies {
   int asked = 1;
   std::string words;
 };
-// A count below one is one; what the data say themselves is not asked for again (copies_in_data.h). The file is the job's.
+// A count below one is one; what the data say themselves is not asked for again (copies_in_data.h). The file is the
+// job's.
 Copies copiesOf(const protocol::JobStart& ticket, const std::filesystem::path& file);
 
 }  // namespace printclient
