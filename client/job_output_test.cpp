@@ -6,7 +6,7 @@
 namespace printclient {
 namespace {
 
-class StubSink : public Sink {
+class CountedSink : public Sink {
  public:
   TakenJob take(const ArrivedJob&) override { return {}; }
   void stop() noexcept override { ++m_stops; }
@@ -23,9 +23,9 @@ class JobOutputTest : public ::testing::Test {
 };
 
 TEST_F(JobOutputTest, GivesEachPrinterItsSinkAndAllOthersTheCommonOne) {
-  const auto own = std::make_shared<StubSink>();
-  const auto later = std::make_shared<StubSink>();
-  const auto others = std::make_shared<StubSink>();
+  const auto own = std::make_shared<CountedSink>();
+  const auto later = std::make_shared<CountedSink>();
+  const auto others = std::make_shared<CountedSink>();
   JobOutput output("", 5, 42, m_reporter, others);
   output.setSink(L"A", own);
   EXPECT_EQ(output.sinkOf(L"A"), own);
