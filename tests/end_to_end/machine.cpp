@@ -42,10 +42,6 @@ void Machine::forgetDriver(const std::string& name) const {
   m_prefix.run("reg", {"delete", driverKey(name), "/f"});
 }
 
-void Machine::forgetSettings(const std::string& key) const {
-  m_prefix.run("reg", {"delete", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/f"});
-}
-
 void Machine::addPrinter(const std::string& name) const {
   m_prefix.run(windowsProgram("mgspool.exe"), {"add-printer", name, "LPT1:"});
 }
