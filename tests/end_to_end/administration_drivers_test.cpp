@@ -82,6 +82,18 @@ TEST_F(AdministrationOfDrivers, TheTableMapsDriversOfClientsToThoseOfTheServer) 
   EXPECT_EQ(difference(before, machine.listing()), "");
 }
 
+TEST_F(AdministrationOfDrivers, LinesThatWereThereBeforeTheInstallationStayAndThoseSinceGo) {
+  machine.configure("Marrowgate\\Printers\\Drivers", "Old*", "Generic PostScript");
+  const auto before = machine.listing();
+  install();
+  succeed({"drivers", "map", "New*", "Generic PostScript"});
+  succeed({"drivers", "map", "Newer*", "Generic PostScript"});
+  succeed({"drivers", "unmap", "Newer*"});
+  succeed({"uninstall"});
+  EXPECT_EQ(difference(before, machine.listing()), "");
+  machine.forgetSettings("Marrowgate\\Printers");
+}
+
 TEST_F(AdministrationOfDrivers, APrinterWhoseDriverSendsXpsIsRefusedAndItsClientIsTold) {
   install();
   const auto client = scene.startClient(5, {"Office,driver=Acme XPS Driver,format=pdf"});

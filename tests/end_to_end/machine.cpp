@@ -25,6 +25,10 @@ void Machine::configure(const std::string& key, const std::string& name, const s
   m_prefix.run("reg", {"add", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/v", name, "/d", text, "/f"});
 }
 
+void Machine::forgetSettings(const std::string& key) const {
+  m_prefix.run("reg", {"delete", "HKLM\\SOFTWARE\\Quillfern\\" + key, "/f"});
+}
+
 namespace {
 
 std::string driverKey(const std::string& name) {

@@ -24,6 +24,8 @@ class Machine {
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const;
   // Writes a text below HKEY_LOCAL_MACHINE "SOFTWARE\\Quillfern", as an administrator does.
   void configure(const std::string& key, const std::string& name, const std::string& text) const;
+  // Takes a key below the same one away; what the tests' print processor has in "Marrowgate" must stay.
+  void forgetSettings(const std::string& key) const;
   // A driver that the spooler lists, of that file in its folder of drivers; there need be none.
   void registerDriver(const std::string& name, const std::string& file) const;
   void forgetDriver(const std::string& name) const;
