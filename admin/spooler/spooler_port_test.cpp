@@ -1,14 +1,13 @@
 #include "admin/spooler/spooler_port.h"
 
+#include "tests/support/admin/driver_spooler.h"
 #include "tests/support/admin/installation_fixture.h"
 
 #include <winspool.h>
 
-#include <cstring>
 #include <functional>
 #include <gmock/gmock.h>
 
-MG_IMPORT_SEAM(L"kernel32.dll", GetProcAddress, nullptr)
 MG_PLAIN_SEAM(L"winspool.drv", OpenPrinterW, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", XcvDataW, FALSE)
 
@@ -19,8 +18,7 @@ namespace {
 class SpoolerPortTest : public InstallationTest {
  protected:
   SpoolerPortTest() {
-    GetProcAddressSeam.concerns = [](HMODULE, LPCSTR name) { return std::strcmp(name, "wine_get_version") == 0; };
-    GetProcAddressSeam.replacement = [](HMODULE, LPCSTR) -> FARPROC { return nullptr; };
+    hideWine();
     OpenPrinterWSeam.replacement = [this](LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
       m_channel = name;
       *handle = reinterpret_cast<HANDLE>(7);

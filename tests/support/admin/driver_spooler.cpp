@@ -60,6 +60,13 @@ DriverSpooler::DriverSpooler() {
   };
 }
 
+void hideWine() {
+  GetProcAddressSeam.concerns = [](HMODULE, LPCSTR name) {
+    return reinterpret_cast<ULONG_PTR>(name) > 0xFFFF && std::strcmp(name, "wine_get_version") == 0;
+  };
+  GetProcAddressSeam.replacement = [](HMODULE, LPCSTR) -> FARPROC { return nullptr; };
+}
+
 void DriverSpooler::takePackages(unsigned version) {
   working = this;
   packageVersion = version;
