@@ -1,9 +1,10 @@
-// Measures jobs for a print client behind a narrow line (2 Mbit/s, 80 ms there and back) against what the line can carry.
+// Measures jobs for a print client behind a narrow line (2 Mbit/s, 80 ms there and back) against what the line can
+// carry.
 //
 //   bench_line [ROUNDS]
 //
-// Prints medians and ratios: a PostScript job of 5 MB against the time that its compressed size (zlib, level 6) takes on
-// that line, and a page that is printed in the middle of such a job against the same page alone.
+// Prints medians and ratios: a PostScript job of 5 MB against the time that its compressed size (zlib, level 6) takes
+// on that line, and a page that is printed in the middle of such a job against the same page alone.
 
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
