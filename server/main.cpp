@@ -234,9 +234,8 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   if (log->isFile()) onHangup = [&log] { log->reopen(); };
   const programs::StopRequest stop([&listeners] { listeners.stop(); }, onHangup);
   std::unique_ptr<aps::SessionKeeper> keeper;
-  if (!options.state.empty()) {
+  if (!options.state.empty())
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
-  }
   aps::ConnectionList connections(
       log, placesFor(options, *log), keys,
       [&application = *application](const CS_Connection& connection) {
