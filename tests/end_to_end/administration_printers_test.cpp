@@ -1,9 +1,11 @@
 // The printers of a person, as they are on the person's machine: on the server, too.
 
 #include "tests/end_to_end/administration_fixture.h"
+#include "tests/processes/monitor_peer.h"
 #include "tests/support/paper/print_scheduler.h"
 #include "tests/support/paper/virtual_printer.h"
 
+#include <fstream>
 #include <signal.h>
 
 namespace tests {
@@ -81,6 +83,33 @@ TEST_F(AdministrationOfPersonsPrinters,
     EXPECT_EQ(client.wait(), 0) << client.output();
   }
   machine.removePrinter("Desk");
+}
+
+TEST_F(AdministrationOfPersonsPrinters, AJobForAPersonOnWindowsGoesThroughThatMachinesSpoolerByteForByte) {
+  const std::filesystem::path tray = scene.folder() / "tray";
+  std::ofstream(tray) << "";  // what is there is taken for a file
+  machine.addPrinterIntoFile("Tray", tray);
+  std::string data = "%!PS-Adobe-3.0\n";
+  for (int i = 0; i < 300000; ++i)
+    data += static_cast<char>(i * 7 % 251);
+  {
+    ChildProcess client(WinePrefix::command(
+        windowsProgram("printclient.exe"),
+        {"--server", "127.0.0.1:" + std::to_string(scene.port()), "--session", "5", "--only", "Tray", "--pace", "5"}));
+    client.waitForLine("ready: the server knows \"Tray (session 5)\"");
+    MonitorPeer peer(scene.port());
+    ASSERT_TRUE(peer.attach(L"Tray (session 5)"));
+    peer.startJob({L"j", L"Tray", L"A letter", L"RAW"}, {1, 1, 1, 1});
+    peer.writeJob(data);
+    EXPECT_EQ(peer.endJob(), 1);
+    client.waitForLine("printed \"A letter\"");
+    PaperPlace::waitUntil("the whole document in the tray",
+                          [&] { return PaperPlace::read(tray).size() >= data.size(); });
+    EXPECT_TRUE(PaperPlace::read(tray) == data);
+    client.signal(SIGINT);
+    EXPECT_EQ(client.wait(), 0) << client.output();
+  }
+  machine.removePrinter("Tray");
 }
 
 }  // namespace

@@ -50,6 +50,12 @@ void Machine::addPrinter(const std::string& name) const {
   m_prefix.run(windowsProgram("mgspool.exe"), {"add-printer", name, "LPT1:"});
 }
 
+void Machine::addPrinterIntoFile(const std::string& name, const std::filesystem::path& file) const {
+  m_prefix.run("reg.exe", {"add", "HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion\\Ports", "/v",
+                           windowsPath(file), "/d", "", "/f"});
+  m_prefix.run(windowsProgram("mgspool.exe"), {"add-printer", name, windowsPath(file), "--processor", "winprint"});
+}
+
 void Machine::removePrinter(const std::string& name) const {
   m_prefix.run(windowsProgram("mgspool.exe"), {"remove-printer", name});
 }

@@ -31,6 +31,8 @@ class Machine {
   void forgetDriver(const std::string& name) const;
   // A printer of this machine that is none of ours, on a port of the system, with the driver that is there.
   void addPrinter(const std::string& name) const;
+  // Such a one whose port is a file: what the spooler sends to the printer is in it.
+  void addPrinterIntoFile(const std::string& name, const std::filesystem::path& file) const;
   void removePrinter(const std::string& name) const;
   // Takes away what an earlier test left.
   void clean() const;

@@ -1,5 +1,5 @@
-// Jobs over TLS to a printer, one of whose processes is killed or stopped at each stage: what is reported as printed comes
-// out, once, and what comes out does not come out twice.
+// Jobs over TLS to a printer, one of whose processes is killed or stopped at each stage: what is reported as printed
+// comes out, once, and what comes out does not come out twice.
 
 #include "corvane/records/exception.h"
 #include "tests/processes/keys.h"
@@ -35,9 +35,9 @@ class PaperMatrix : public ::testing::Test {
   }
 
   void startClient() {
-    m_client = std::make_unique<ChildProcess>(std::vector<std::string>{
-        Scene::program("printclient"), "--server", m_address, "--tls", "--session", "5", "--key",
-        m_keys.path("session-5"), "--printer", "Desk,uri=" + m_printer->uri()});
+    m_client = std::make_unique<ChildProcess>(
+        std::vector<std::string>{Scene::program("printclient"), "--server", m_address, "--tls", "--session", "5",
+                                 "--key", m_keys.path("session-5"), "--printer", "Desk,uri=" + m_printer->uri()});
     m_client->waitForLine("ready: ");
   }
 

@@ -7,6 +7,7 @@
 #include "tests/support/joined_thread.h"
 #include "tests/support/network/forwarder.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <optional>
 #include <random>
@@ -133,6 +134,28 @@ TEST_F(ThinLineTest, WhatDoesNotBecomeShorterGoesAsItIs) {
   EXPECT_GE(passed, data.size());
   EXPECT_LE(passed, data.size() + data.size() / 50);
   EXPECT_TRUE(arrived("picture") == data);
+}
+
+TEST(LineOfTheMachineItself, CarriesJobsAsTheyAreNeitherPackedNorCut) {
+  Scene scene;
+  Forwarder way(static_cast<std::uint16_t>(scene.port()));
+  auto command = scene.clientCommand(5, {"Laser"});
+  command[2] = way.address();
+  ChildProcess client(command);
+  client.waitForLine("ready: ");
+  const std::string data = postScript(1000000);
+  MonitorPeer peer(scene.port());
+  ASSERT_TRUE(peer.attach(L"Laser (session 5)"));
+  peer.startJob({L"j", L"", L"here", L""}, {1, 1, 1, 1});
+  for (std::size_t at = 0; at < data.size(); at += 65536)
+    peer.writeJob(data.substr(at, 65536));
+  ASSERT_EQ(peer.endJob(), 1);
+  EXPECT_GE(way.passedBack(), data.size());
+  // More than a piece of a long line in one frame.
+  const auto seen = way.seen();
+  const std::string begin = data.substr(0, 60000);
+  EXPECT_TRUE(std::any_of(seen.begin(), seen.end(),
+                          [&](const std::string& bytes) { return bytes.find(begin) != std::string::npos; }));
 }
 
 TEST_F(ThinLineTest, WithoutCompressionEveryByteGoesOverIt) {

@@ -19,7 +19,7 @@ using mg::support::utf8;
 using mg::support::wide;
 
 struct Arguments {
-  std::string from, root, log, ppd, outcomes, port, printer, file, title;
+  std::string from, root, log, ppd, outcomes, port, printer, processor, file, title;
   std::optional<std::string> keyFile, ghostscript;
   unsigned serverPort = 0, converterSeconds = 60;
   short copies = 1;
@@ -111,8 +111,9 @@ void addCommands(CLI::App& app, Arguments& arguments) {
   CLI::App* const addPrinter = app.add_subcommand("add-printer", "add a printer on a port");
   addPrinter->add_option("name", arguments.printer)->required();
   addPrinter->add_option("port", arguments.port)->required();
+  addPrinter->add_option("--processor", arguments.processor, "its print processor; that of the tests unless given");
   addPrinter->callback([&] {
-    mg::support::addPrinterOnPort(wide(arguments.printer), wide(arguments.port));
+    mg::support::addPrinterOnPort(wide(arguments.printer), wide(arguments.port), wide(arguments.processor));
     std::printf("printer \"%s\" is on port %s\n", arguments.printer.c_str(), arguments.port.c_str());
   });
 

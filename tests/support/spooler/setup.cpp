@@ -156,11 +156,11 @@ void addMonitorPort(const std::wstring& port) {
   }
 }
 
-void addPrinterOnPort(const std::wstring& printer, const std::wstring& port) {
+void addPrinterOnPort(const std::wstring& printer, const std::wstring& port, const std::wstring& processorName) {
   std::wstring name = printer;
   std::wstring portName = port;
   std::wstring driver = kDriverName;
-  std::wstring processor = kProcessorName;
+  std::wstring processor = processorName.empty() ? kProcessorName : processorName;
   std::wstring datatype = L"RAW";
   PRINTER_INFO_2W information = {};
   information.pPrinterName = name.data();

@@ -44,7 +44,7 @@ void installDriver(const std::wstring& ppd);
 void addMonitorPort(const std::wstring& port);
 
 // Adds a printer with our driver and print processor on a port, or moves it to that port.
-void addPrinterOnPort(const std::wstring& printer, const std::wstring& port);
+void addPrinterOnPort(const std::wstring& printer, const std::wstring& port, const std::wstring& processorName = L"");
 void removePrinter(const std::wstring& name);
 
 }  // namespace mg::support
