@@ -45,7 +45,7 @@ FITTING = {
     "programs": [("linux", "programs_tests server_tests client_tests processes_tests"),
                  ("windows-x64", "programs_tests admin_tests"), ("linux-tsan", "programs_tests")],
     "server": [("linux", "server_tests processes_tests"), ("windows-x64", "server_tests"), ("linux-tsan", "server_tests")],
-    "client": [("linux", "client_tests processes_tests"), ("windows-x64", "client_tests"), ("linux-tsan", "client_tests")],
+    "client": [("linux", "client_tests processes_tests"), ("windows-x64", "client_tests client_queue_tests"), ("linux-tsan", "client_tests")],
     "converter": [("windows-x64", "converter_tests")],
     "admin": [("windows-x64", "admin_tests")],
 }
