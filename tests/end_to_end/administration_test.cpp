@@ -65,7 +65,7 @@ TEST_F(Administration, AJobOfASessionReachesItsClientAndItsOutcomeIsSaid) {
   auto client = scene.startClient(5, {kLaser});
   up("5");
   EXPECT_THAT(succeed({"print", "Laser-2 (session 5)", windowsPath(kLetter), "--title", "A letter", "--copies", "3"}),
-              AllOf(HasSubstr("the spooler has job 1 for \"A letter\"\n"),
+              AllOf(HasSubstr("the spooler has job 1 for \"Laser-2 (session 5)\"\n"),
                     HasSubstr("was delivered to the client of session 5, 6565 bytes")));
   EXPECT_THAT(client->waitForLine("receiving \"A letter\""), HasSubstr("3 copies"));
   EXPECT_THAT(scene.files(5), ElementsAre("A letter.ps"));
