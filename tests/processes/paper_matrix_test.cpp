@@ -28,16 +28,16 @@ class PaperMatrix : public ::testing::Test {
     m_keys.make("monitor");
     m_keys.make("session-5");
     std::vector<std::string> options = m_keys.serverOptions();
-    options.insert(options.end(), {"--listen-clients", m_address, "--client-wait", "20"});
+    options.insert(options.end(), {"--listen-clients", m_address, "--client-wait", "20", "--pace", "10"});
     m_scene.emplace(options);
     m_printer.emplace(m_place);
     startClient();
   }
 
   void startClient() {
-    m_client = std::make_unique<ChildProcess>(
-        std::vector<std::string>{Scene::program("printclient"), "--server", m_address, "--tls", "--session", "5",
-                                 "--key", m_keys.path("session-5"), "--printer", "Desk,uri=" + m_printer->uri()});
+    m_client = std::make_unique<ChildProcess>(std::vector<std::string>{
+        Scene::program("printclient"), "--server", m_address, "--tls", "--session", "5", "--key",
+        m_keys.path("session-5"), "--printer", "Desk,uri=" + m_printer->uri(), "--pace", "10"});
     m_client->waitForLine("ready: ");
   }
 
@@ -145,6 +145,27 @@ TEST_F(PaperMatrix, OfAProcessThatStopsForAWhileEveryJobComesOutOnce) {
       EXPECT_EQ(cameOut("Victim " + of), 1) << of;
     }
   }
+}
+
+TEST_F(PaperMatrix, WhatASpoolerHasNotBroughtToItsEndDoesNotComeOut) {
+  for (const Stage stage : {Stage::kAttached, Stage::kBegun, Stage::kWritten}) {
+    const std::string of = std::to_string(static_cast<int>(stage));
+    // Its process is gone, and with it the connection.
+    EXPECT_FALSE(print(std::wstring(L"Victim ") + std::wstring(of.begin(), of.end()), stage,
+                       [] { throw CS_Exception(0, L"killed"); }));
+    printControl("Control " + of);
+    EXPECT_EQ(cameOut("Victim " + of), 0) << of;
+  }
+}
+
+// As the machine of the person does that sleeps and wakes up: longer than the server waits for a sign of life.
+TEST_F(PaperMatrix, AClientThatHasSleptForLongComesBackByItselfAndPrints) {
+  m_client->signal(SIGSTOP);
+  m_scene->server().waitForLine("session 5: the print client has gone");
+  m_client->signal(SIGCONT);
+  m_client->waitForLine("the connection to the server is lost");
+  m_client->waitForLine("ready: ");
+  printControl("Control");
 }
 
 }  // namespace
