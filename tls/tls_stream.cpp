@@ -25,6 +25,19 @@ constexpr std::size_t kKept = 16 * 1024;         // of a buffer between two send
 // What a peer may make OpenSSL want to say while nothing is sent: answers to its changes of keys, 27 bytes each.
 constexpr std::size_t kMaxUnsent = 16 * 1024;
 
+// OpenSSL keeps something for each thread that uses it. Where it is linked into a Windows program it does not see the
+// thread end, and has to be told.
+void releaseAtThreadEnd() {
+#ifdef _WIN32
+  struct ThreadEnd {
+    ~ThreadEnd() { ::OPENSSL_thread_stop(); }
+    bool isThere = true;
+  };
+  thread_local ThreadEnd end;
+  end.isThere = true;  // a use, which makes it
+#endif
+}
+
 struct Free {
   void operator()(SSL_CTX* context) const { ::SSL_CTX_free(context); }
   void operator()(SSL_SESSION* session) const { ::SSL_SESSION_free(session); }
@@ -168,6 +181,7 @@ int TlsStream::findKey(SSL* ssl, const unsigned char* identity, std::size_t leng
 }
 
 void TlsStream::open(corvane::Deadline deadline) {
+  releaseAtThreadEnd();
   for (;;) {
     bool isDone = false;
     bool wantsMore = false;
@@ -301,6 +315,7 @@ void TlsStream::encryptLocked(Piece bytes) {
 }
 
 void TlsStream::send(std::span<const Piece> pieces) {
+  releaseAtThreadEnd();
   while (!pieces.empty()) {
     {
       const std::lock_guard guard(m_lock);
@@ -360,6 +375,7 @@ std::size_t TlsStream::readLocked(std::span<unsigned char> buffer, bool& closed)
 
 std::optional<std::size_t> TlsStream::receive(std::span<unsigned char> buffer,
                                               std::optional<corvane::Deadline> deadline) {
+  releaseAtThreadEnd();
   for (bool closed = false;;) {
     {
       const std::lock_guard guard(m_lock);
