@@ -32,6 +32,11 @@ bool isThisMachine(const std::string& host) {
 // What leaves this machine is encrypted, and only the server that has the session's key can read it.
 void chooseTls(Options& options) {
   if (!isThisMachine(options.host)) options.usesTls = true;
+  if (options.rate != 0 && options.session != 0 && !options.usesTls) {
+    throw std::invalid_argument(
+        "--rate is for a server of another machine, or one that is reached with --tls; leave out the one or add the "
+        "other");
+  }
   if (!options.usesTls || !options.keyFile.empty()) return;
   throw std::invalid_argument(
       fmt::format("{} is reached under TLS only, with the key of the session: give the file with it with --key (the "

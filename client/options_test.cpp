@@ -164,5 +164,19 @@ TEST(PrintClientOptions, WhatLeavesThisMachineIsEncryptedAndNeedsTheKey) {
   EXPECT_EQ(parse("127.0.0.1:4711", {"--tls"}).exitCode, 2);
 }
 
+TEST(PrintClientOptions, ARateIsForAServerOfAnotherMachine) {
+  std::vector<std::string> arguments = {"--session", "5", "--printer", "L", "--output", "o", "--rate", "250KB"};
+  EXPECT_EQ(
+      parseOptions(arguments).message,
+      "--rate is for a server of another machine, or one that is reached with --tls; leave out the one or add the "
+      "other\n");
+  arguments.insert(arguments.end(), {"--tls", "--key", "k"});
+  EXPECT_EQ(parseOptions(arguments).options.rate, 250000u);
+  EXPECT_EQ(parseOptions({"--rate", "250KB"}).options.rate, 250000u);
+  EXPECT_EQ(
+      parseOptions({"--session", "5", "--rate", "7"}).message,
+      "--rate: a rate of 7 bytes a second is too low; 8000 is the least\nRun with --help for more information.\n");
+}
+
 }  // namespace
 }  // namespace printclient

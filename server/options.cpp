@@ -138,6 +138,12 @@ std::string contradiction(const Options& options) {
     return "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
            "folder with the keys with --keys";
   }
+  const bool hasRates = options.clientRates.ofEach != 0 || !options.clientRates.ofSessions.empty();
+  if (options.listenClients.empty() && (hasRates || !options.packsJobs)) {
+    return "--client-rate and --no-compression are for print clients of other machines, which come to "
+           "--listen-clients; "
+           "give their address there, or leave these out";
+  }
   return "";
 }
 

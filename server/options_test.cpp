@@ -22,6 +22,26 @@ TEST(ApsOptions, TakeTheAddressTheLogAndTheBounds) {
   EXPECT_EQ(parsed.options.limits.printers, 9u);
 }
 
+TEST(ApsOptions, TakeRatesAndCompressionForClientsOfOtherMachinesOnly) {
+  EXPECT_TRUE(parseOptions({}).options.packsJobs);
+  const ParsedOptions parsed = parseOptions({"--listen-clients", "0.0.0.0:1", "--keys", "k", "--client-rate", "250KB",
+                                             "--client-rate", "5=1MB", "--no-compression"});
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.clientRates.of(4), 250000u);
+  EXPECT_EQ(parsed.options.clientRates.of(5), 1000000u);
+  EXPECT_FALSE(parsed.options.packsJobs);
+  for (const std::vector<std::string>& alone :
+       {std::vector<std::string>{"--no-compression"}, {"--client-rate", "250KB"}, {"--client-rate", "5=250KB"}}) {
+    EXPECT_EQ(parseOptions(alone).exitCode, 2);
+    EXPECT_EQ(parseOptions(alone).message,
+              "--client-rate and --no-compression are for print clients of other machines, which come to "
+              "--listen-clients; give their address there, or leave these out\n");
+  }
+  EXPECT_EQ(parseOptions({"--client-rate", "fast"}).exitCode, 2);
+  EXPECT_EQ(parseOptions({"--client-rate", "fast"}).message,
+            "--client-rate: \"fast\" is not a rate; an example is 250KB, which are bytes a second\n");
+}
+
 TEST(ApsOptions, TakeAPaceThatTheirHelpDoesNotShow) {
   EXPECT_EQ(parseOptions({}).options.pace, 1);
   EXPECT_EQ(parseOptions({"--pace", "100"}).options.pace, 100);
