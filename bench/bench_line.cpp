@@ -10,14 +10,13 @@
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 #include "tests/support/network/forwarder.h"
+#include "tests/support/network/sample_document.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 #include <thread>
-#include <zlib.h>
 
 namespace {
 
@@ -26,23 +25,8 @@ using namespace tests;
 
 constexpr LineQuality kLine{250000, std::chrono::milliseconds(40)};
 
-// Text as a PostScript driver writes it: much of it repeats, and not all.
-std::string postScript(std::size_t size) {
-  std::mt19937 random(7);
-  std::uniform_int_distribution<int> place(0, 999999);
-  std::string text = "%!PS-Adobe-3.0\n";
-  while (text.size() < size) {
-    text += std::to_string(place(random)) + " " + std::to_string(place(random)) + " moveto (line " +
-            std::to_string(place(random) % 40) + " of a letter) show\n";
-  }
-  return text;
-}
-
 double secondsOfCompressed(const std::string& data) {
-  uLongf size = ::compressBound(data.size());
-  std::vector<unsigned char> into(size);
-  ::compress2(into.data(), &size, reinterpret_cast<const unsigned char*>(data.data()), data.size(), 6);
-  return static_cast<double>(size) / static_cast<double>(kLine.bytesPerSecond);
+  return static_cast<double>(compressedSize(data)) / static_cast<double>(kLine.bytesPerSecond);
 }
 
 double median(std::vector<double> values) {

@@ -6,13 +6,13 @@
 #include "tests/processes/scene.h"
 #include "tests/support/joined_thread.h"
 #include "tests/support/network/forwarder.h"
+#include "tests/support/network/sample_document.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <optional>
 #include <random>
 #include <signal.h>
-#include <zlib.h>
 
 namespace tests {
 namespace {
@@ -21,31 +21,12 @@ using corvane::Identity;
 
 constexpr std::uint64_t kTwoMegabit = 250000;  // bytes a second
 
-// Text as a PostScript driver writes it: much of it repeats, and not all.
-std::string postScript(std::size_t size) {
-  std::mt19937 random(7);
-  std::uniform_int_distribution<int> place(0, 999999);
-  std::string text = "%!PS-Adobe-3.0\n";
-  while (text.size() < size) {
-    text += std::to_string(place(random)) + " " + std::to_string(place(random)) + " moveto (line " +
-            std::to_string(place(random) % 40) + " of a letter) show\n";
-  }
-  return text;
-}
-
 std::string noise(std::size_t size) {
   std::mt19937 random(3);
   std::string bytes(size, ' ');
   for (char& byte : bytes)
     byte = static_cast<char>(random());
   return bytes;
-}
-
-std::size_t compressedSize(const std::string& data) {
-  uLongf size = ::compressBound(data.size());
-  std::vector<unsigned char> into(size);
-  ::compress2(into.data(), &size, reinterpret_cast<const unsigned char*>(data.data()), data.size(), 6);
-  return size;
 }
 
 class ThinLineTest : public ::testing::Test {
