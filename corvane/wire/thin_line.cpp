@@ -60,7 +60,8 @@ ThinLine::ThinLine(std::shared_ptr<Link> link, const Patience& patience)
 void ThinLine::limitRate(std::uint64_t bytesPerSecond) {
   const std::lock_guard guard(m_lock);
   if (bytesPerSecond == 0) return;
-  m_bytesPerSecond = m_bytesPerSecond == 0 ? bytesPerSecond : std::min(m_bytesPerSecond, bytesPerSecond);
+  const std::uint64_t rate = std::max(bytesPerSecond, kLeastRate);
+  m_bytesPerSecond = m_bytesPerSecond == 0 ? rate : std::min(m_bytesPerSecond, rate);
 }
 
 bool ThinLine::isBusy(std::size_t bytes) const {

@@ -68,7 +68,8 @@ class ThinLine {
  public:
   ThinLine(std::shared_ptr<Link> link, const Patience& patience);
 
-  // Bytes of a second; the lowest of those that were set counts.
+  // Bytes of a second; the lowest of those that were set counts, and none below kLeastRate: a peer that asks for next
+  // to nothing must not hold its jobs, and who waits for them, for ever.
   void limitRate(std::uint64_t bytesPerSecond);
 
   // Whether a piece of so many bytes would have to wait now.
@@ -83,6 +84,7 @@ class ThinLine {
   // The connection has ended: nobody waits any more.
   void end(const std::wstring& reason);
 
+  static constexpr std::uint64_t kLeastRate = 8000;
   // How much a job sends at once; some twentieth of a second on a line of 2 Mbit/s.
   static constexpr std::size_t kPiece = 24 * 1024;
   // The same on a busy line for what does not become shorter.

@@ -205,6 +205,14 @@ TEST_F(ThinLineTest, SendsNoMoreThanItsRateWhichIsTheLowestOfThoseThatWereSet) {
   EXPECT_TRUE(m_line.isBusy(1));
 }
 
+// With the rate itself each piece would take as many seconds as it has bytes.
+TEST_F(ThinLineTest, HoldsNobodyForEverForAPeerThatAsksForNextToNothing) {
+  m_line.limitRate(1);
+  for (int i = 0; i < 3; ++i)
+    m_line.send(frames(1000));
+  receive(3000);
+}
+
 // Packs by leaving out what is the same as before; enough to see what a lane makes of it.
 class Halving : public Packing {
  public:
