@@ -12,7 +12,8 @@ class HostProperties {
 
   // The TCP port of the application server on this machine ("Port", REG_DWORD, default 4711).
   int hostValue() const;
-  // The file that records are written to ("LogFile", REG_SZ); empty when there is none.
+  // The file that records are written to ("LogFile", REG_SZ, or REG_EXPAND_SZ with environment
+  // variables); empty when there is none.
   std::wstring logFile() const;
   // The size in bytes at which the log file is rotated ("LogLimit", REG_DWORD, default 8 MiB).
   unsigned long logLimit() const;

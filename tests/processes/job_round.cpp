@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kWaitSeconds = 60;
+const std::string kNext = "next";  // the name of the document behind the round's own
 constexpr int kTidySeconds = 60;
 constexpr std::size_t kSmall = 70000;
 constexpr std::size_t kLarge = 20000000;  // far more than there is room for on the way
@@ -75,14 +76,15 @@ JobRound::Plan JobRound::planOf(int stage) const {
     case 7:
       return {"", "write", 0, kLarge, true};
     default:
-      return {"", "fsync", 0, 0, true};
+      return {"", m_desk->lastCall(), 0, 0, true};
   }
 }
 
-JobRound::JobRound(Part victim, int number)
+JobRound::JobRound(Part victim, int number, std::unique_ptr<JobDesk> desk)
     : m_victim(victim),
       m_number(number),
-      m_scene({"--state", "{folder}/aps.state", "--client-wait", "20"}),
+      m_desk(std::move(desk)),
+      m_scene(sceneOptions()),
       m_gate(m_scene.folder() / "gate") {
   startWine();
   m_earlier = m_wine->temporaryFiles();
@@ -90,6 +92,12 @@ JobRound::JobRound(Part victim, int number)
     m_clients[stage] = startClient(stage);
     m_gate.holdAt(sessionOf(stage), planOf(stage).gatePoint);
   }
+}
+
+std::vector<std::string> JobRound::sceneOptions() const {
+  std::vector<std::string> options = m_desk->serverOptions();
+  options.insert(options.end(), {"--state", "{folder}/aps.state", "--client-wait", "20"});
+  return options;
 }
 
 JobRound::~JobRound() {
@@ -100,7 +108,7 @@ JobRound::~JobRound() {
 }
 
 std::unique_ptr<ChildProcess> JobRound::startClient(int stage) {
-  std::vector<std::string> command = m_scene.clientCommand(sessionOf(stage), {"Raw,format=raw", "Pdf,format=pdf"});
+  std::vector<std::string> command = m_desk->clientCommand(m_scene, sessionOf(stage));
   const std::vector<std::string> front = {"/usr/bin/env", "LD_PRELOAD=" + Scene::program("libmg_held_calls.so"),
                                           "MG_HOLD_AT=" + planOf(stage).holdClientAt};
   command.insert(command.begin(), front.begin(), front.end());
@@ -163,6 +171,10 @@ std::vector<pid_t> JobRound::victims() const {
       for (const auto& [stage, client] : m_clients)
         found.push_back(client->id());
       return found;
+    case Part::kPrinter:
+      for (int stage = 1; stage <= kStages; ++stage)
+        found.push_back(m_desk->printer(sessionOf(stage))->id());
+      return found;
     case Part::kGhostscript:
       for (const auto& [stage, process] : m_held)
         found.push_back(process);
@@ -216,6 +228,12 @@ void JobRound::restart() {
       client = startClient(stage);
     }
   }
+  if (m_victim == Part::kPrinter) restartPrinters();
+}
+
+void JobRound::restartPrinters() {
+  for (int stage = 1; stage <= kStages; ++stage)
+    m_desk->restartPrinter(sessionOf(stage));
 }
 
 void JobRound::letGo() {
@@ -231,6 +249,7 @@ void JobRound::letGo() {
 void JobRound::startWine() {
   m_wine.reset();
   m_wine = std::make_unique<WineHost>(m_scene);
+  m_wine->useServer(m_scene.port(), m_desk->monitorKey());
   m_wine->useGhostscript(m_gate.program(), kConverterSeconds);
 }
 
@@ -250,11 +269,11 @@ void JobRound::awaitHosts(int seconds, int firstStage) {
     m_printed[stage] = host->wait() == 0;
     m_hostSaid[stage] = host->output();
   }
+  if (m_stopped.empty()) m_desk->settle();
 }
 
 std::string JobRound::log() const {
-  std::ifstream file(m_scene.folder() / "module.log", std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return m_wine->log();
 }
 
 std::string JobRound::failureOf(int stage) {
@@ -291,10 +310,9 @@ bool JobRound::isKnown(int stage) {
 std::string JobRound::arrived(int stage) {
   const Plan plan = planOf(stage);
   std::string found = "nothing";
-  for (const std::string& name : m_scene.files(sessionOf(stage))) {
-    if (name.starts_with(".")) continue;
+  for (const auto& [name, content] : m_desk->documents(m_scene, sessionOf(stage))) {
+    if (name.starts_with(kNext)) continue;
     if (found != "nothing") return "more than one document: " + name;
-    const std::string content = m_scene.content(sessionOf(stage), name);
     const bool isWhole =
         plan.pattern > 0 ? content == WineHost::pattern(plan.pattern) : GhostscriptGate::isWhole(content);
     const std::string extension = plan.pattern > 0 ? ".prn" : ".pdf";
@@ -329,9 +347,11 @@ void JobRound::expectNoProcessLeft() const {
   }
 }
 
-void JobRound::expectNothingLeft() const {
+void JobRound::expectNothingLeft() {
   expectNoProcessLeft();
+  m_desk->settle();
   for (int stage = 1; stage <= kStages; ++stage) {
+    EXPECT_THAT(arrived(stage), ::testing::AnyOf("nothing", "the document")) << "stage " << stage;
     // A client drops its job when it hears of the end.
     const auto isTidy = [&] {
       const std::vector<std::string> names = m_scene.files(sessionOf(stage));
@@ -358,13 +378,17 @@ void JobRound::age() {
 void JobRound::expectNextJobPrints() {
   constexpr int kStage = 1;
   m_gate.holdAt(sessionOf(kStage), 0);
-  const std::string name = "next" + std::to_string(m_number);
+  const std::string name = kNext + std::to_string(m_number);
   const auto host = m_wine->start("port_host.exe", {"--port", "CPP" + std::to_string(sessionOf(kStage)), "--printer",
                                                     "Pdf " + inParentheses(kStage), "--document", name, "--file",
                                                     WineHost::windowsPath(m_gate.document())});
   ASSERT_TRUE(waitUntilEnded(host->id(), kWaitSeconds));
   EXPECT_EQ(host->wait(), 0) << host->output() << log();
-  EXPECT_TRUE(GhostscriptGate::isWhole(m_scene.content(sessionOf(kStage), name + ".pdf")));
+  m_desk->settle();
+  int count = 0;
+  for (const JobDesk::Document& one : m_desk->documents(m_scene, sessionOf(kStage)))
+    count += one.name == name + ".pdf" && GhostscriptGate::isWhole(one.content) ? 1 : 0;
+  EXPECT_EQ(count, 1);
 }
 
 }  // namespace tests

@@ -54,6 +54,7 @@ struct Case {
   Part part;
   const char* name;
   int firstFailing;  // from this stage on a job whose process is killed has failed
+  std::unique_ptr<JobDesk> (*makeDesk)();
 };
 
 class MonitorMatrix : public ::testing::TestWithParam<Case> {
@@ -63,7 +64,7 @@ class MonitorMatrix : public ::testing::TestWithParam<Case> {
 
 TEST_P(MonitorMatrix, AKilledProcessLosesNoJobInSilence) {
   for (int number = 1; number <= rounds(); ++number) {
-    JobRound round(GetParam().part, number);
+    JobRound round(GetParam().part, number, GetParam().makeDesk());
     ASSERT_NO_FATAL_FAILURE(round.begin());
     ASSERT_NO_FATAL_FAILURE(round.signal(SIGKILL));
     round.restart();
@@ -92,7 +93,7 @@ TEST_P(MonitorMatrix, AKilledProcessLosesNoJobInSilence) {
 TEST_P(MonitorMatrix, AStoppedProcessThatGoesOnLosesNothing) {
   if (!isLong()) GTEST_SKIP() << "in scripts/test-long";
   for (int number = 1; number <= rounds(); ++number) {
-    JobRound round(GetParam().part, number);
+    JobRound round(GetParam().part, number, GetParam().makeDesk());
     ASSERT_NO_FATAL_FAILURE(round.begin());
     ASSERT_NO_FATAL_FAILURE(round.signal(SIGSTOP));
     round.letGo();
@@ -102,7 +103,7 @@ TEST_P(MonitorMatrix, AStoppedProcessThatGoesOnLosesNothing) {
     round.awaitHosts(kReturnSeconds);
     expectHonestEnds(round, number);
     for (int stage = 1; stage <= kStages; ++stage)
-      EXPECT_TRUE(round.isPrinted(stage)) << "stage " << stage << ", round " << number;
+      EXPECT_TRUE(round.isPrinted(stage)) << "stage " << stage << ", round " << number << "\n" << round.failureOf(stage);
     round.expectNextJobPrints();
     round.expectNothingLeft();
     if (HasFailure()) break;
@@ -114,7 +115,7 @@ TEST_P(MonitorMatrix, AProcessThatStaysStoppedEndsEveryCallWithItsBound) {
   const Part part = GetParam().part;
   if (part == Part::kHost) GTEST_SKIP() << "nobody waits for a stopped spooler";
   if (part == Part::kConverter) GTEST_SKIP() << "the monitor waits for its converter as long as it lives";
-  JobRound round(part, 1);
+  JobRound round(part, 1, GetParam().makeDesk());
   ASSERT_NO_FATAL_FAILURE(round.begin());
   ASSERT_NO_FATAL_FAILURE(round.signal(SIGSTOP));
   round.letGo();
@@ -142,9 +143,21 @@ std::string nameOf(const ::testing::TestParamInfo<Case>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, MonitorMatrix,
-                         ::testing::Values(Case{Part::kHost, "Host", 1}, Case{Part::kServer, "Server", 2},
-                                           Case{Part::kClient, "Client", 2}, Case{Part::kConverter, "Converter", 1},
-                                           Case{Part::kGhostscript, "Ghostscript", 1}),
+                         ::testing::Values(Case{Part::kHost, "Host", 1, makeFolderDesk},
+                                           Case{Part::kServer, "Server", 2, makeFolderDesk},
+                                           Case{Part::kClient, "Client", 2, makeFolderDesk},
+                                           Case{Part::kConverter, "Converter", 1, makeFolderDesk},
+                                           Case{Part::kGhostscript, "Ghostscript", 1, makeFolderDesk}),
+                         nameOf);
+
+// The same, over TLS to printers. A printer that was killed and is back has lost the job that it had made.
+INSTANTIATE_TEST_SUITE_P(OnTheWayToPaperOf, MonitorMatrix,
+                         ::testing::Values(Case{Part::kHost, "Host", 1, makePaperDesk},
+                                           Case{Part::kServer, "Server", 2, makePaperDesk},
+                                           Case{Part::kClient, "Client", 2, makePaperDesk},
+                                           Case{Part::kPrinter, "Printer", 8, makePaperDesk},
+                                           Case{Part::kConverter, "Converter", 1, makePaperDesk},
+                                           Case{Part::kGhostscript, "Ghostscript", 1, makePaperDesk}),
                          nameOf);
 
 }  // namespace

@@ -56,7 +56,7 @@ WineHost::WineHost(Scene& scene) : m_scene(scene), m_wineServer(std::make_unique
 
 void WineHost::useServer(int port, const fs::path& keyFile) {
   changeSettings({"--server-port", std::to_string(port), "--root", windowsPath(m_scene.folder() / "root"), "--log",
-                  windowsPath(m_scene.folder() / "module.log"), "--key-file",
+                  windowsPath(m_scene.folder() / "module-%MG_PROCESS%.log"), "--key-file",
                   keyFile.empty() ? "" : windowsPath(keyFile), "--ghostscript", ""});
 }
 
@@ -72,8 +72,9 @@ void WineHost::changeSettings(const std::vector<std::string>& options) {
 }
 
 std::unique_ptr<ChildProcess> WineHost::start(const std::string& program, const std::vector<std::string>& arguments,
-                                              ChildProcess::Input input) const {
-  std::vector<std::string> command = {std::string(MG_SOURCE_DIR) + "/scripts/run-under-wine",
+                                              ChildProcess::Input input) {
+  std::vector<std::string> command = {"/usr/bin/env", "MG_PROCESS=" + std::to_string(++m_started),
+                                      std::string(MG_SOURCE_DIR) + "/scripts/run-under-wine",
                                       (windowsBinaries() / program).string()};
   command.insert(command.end(), arguments.begin(), arguments.end());
   return std::make_unique<ChildProcess>(command, input);
@@ -103,9 +104,18 @@ std::string WineHost::windowsPath(const fs::path& path) {
   return text;
 }
 
+std::string WineHost::log() const {
+  std::string all;
+  for (const auto& entry : fs::directory_iterator(m_scene.folder())) {
+    if (!entry.path().filename().string().starts_with("module-")) continue;
+    std::ifstream log(entry.path(), std::ios::binary);
+    all.append(std::istreambuf_iterator<char>(log), {});
+  }
+  return all;
+}
+
 std::string WineHost::diagnosis() const {
-  std::ifstream log(m_scene.folder() / "module.log", std::ios::binary);
-  return m_lastOutput + std::string(std::istreambuf_iterator<char>(log), {});
+  return m_lastOutput + log();
 }
 
 }  // namespace tests

@@ -29,9 +29,10 @@ class WineHost {
   // Why the Windows programs cannot be run; empty when they can.
   static std::string missing();
 
-  // Starts a Windows program with its arguments.
+  // Starts a Windows program with its arguments. The records of the module in it go to a file of their own, because
+  // under Wine two processes that append to one file at the same time overwrite what the other has written.
   std::unique_ptr<ChildProcess> start(const std::string& program, const std::vector<std::string>& arguments,
-                                      ChildProcess::Input input = ChildProcess::Input::kNone) const;
+                                      ChildProcess::Input input = ChildProcess::Input::kNone);
   // Prints on port CPP5 as a spooler does. The result is true when every call succeeded.
   bool print(const std::string& printer, const std::string& document, const std::vector<std::string>& data);
 
@@ -47,6 +48,8 @@ class WineHost {
   static std::string pattern(std::size_t size);
   // A path of this machine as Windows programs write it.
   static std::string windowsPath(const std::filesystem::path& path);
+  // The records of the monitor, of all processes.
+  std::string log() const;
   // What the last print() wrote, and the records of the monitor.
   std::string diagnosis() const;
 
@@ -55,6 +58,7 @@ class WineHost {
 
   Scene& m_scene;
   std::unique_ptr<WineServer> m_wineServer;
+  int m_started = 0;
   std::string m_lastOutput;
 };
 

@@ -19,6 +19,11 @@ void writeValue(const wchar_t* key, const wchar_t* name, DWORD type, const void*
   }
 }
 
+// With the values of environment variables that it names, as each process has them that reads it.
+void writePath(const wchar_t* key, const wchar_t* name, const std::wstring& path) {
+  writeValue(key, name, REG_EXPAND_SZ, path.c_str(), (path.size() + 1) * sizeof(wchar_t));
+}
+
 void writeText(const wchar_t* key, const wchar_t* name, const std::wstring& text) {
   writeValue(key, name, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
 }
@@ -81,7 +86,7 @@ void writeSettings(const ModuleSettings& settings) {
     const DWORD port = settings.serverPort;
     writeValue(kFramework, L"Port", REG_DWORD, &port, sizeof port);
   }
-  if (!settings.logFile.empty()) writeText(kFramework, L"LogFile", settings.logFile);
+  if (!settings.logFile.empty()) writePath(kFramework, L"LogFile", settings.logFile);
   if (settings.keyFile && settings.keyFile->empty()) {
     RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kFramework, L"KeyFile");
   } else if (settings.keyFile) {

@@ -15,7 +15,7 @@ struct ModuleSettings {
   std::wstring rootPath;
   // TCP port of the application server.
   unsigned serverPort = 0;
-  // The file that the module writes its records to.
+  // The file that the module writes its records to; it may name environment variables of the process ("%NAME%").
   std::wstring logFile;
   // The file with the monitor's key; an empty text takes the value away, none at all leaves it as it is.
   std::optional<std::wstring> keyFile;
