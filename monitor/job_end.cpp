@@ -84,12 +84,20 @@ void composeLine(wchar_t (&line)[kLineSize], const JobEnd& job) {
   corvane::makePrintable(line);
 }
 
+// Whose job it is: the spooler calls the module as the user who prints. Empty when the system does not tell.
+std::wstring userName() {
+  wchar_t name[257] = L"";
+  DWORD size = static_cast<DWORD>(std::size(name));
+  return ::GetUserNameW(name, &size) ? name : L"";
+}
+
 CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
   CS_Notice notice{protocol::kJobNotice, line, {}};
   notice.values = {{L"job", std::to_wstring(job.jobId)},
                    {L"printer", job.printerName},
                    {L"document", job.document},
                    {L"process", std::to_wstring(GetCurrentProcessId())},
+                   {L"user", userName()},
                    {L"result", textOf(job.result)},
                    {L"session", sessionOf(job.portName)},
                    {L"bytes", std::to_wstring(job.report.bytesSent)}};

@@ -10,7 +10,8 @@
 #include <vector>
 
 // What an administration tool (kAdministrationClientClass) asks the application server (kAdministrationServerClass),
-// directly on its connection. All requests but the invitation only look. Times are UTC as "2026-01-31T23:59:59Z".
+// directly on its connection. All requests but the invitation and the cancelling of a job only look. Times are UTC as
+// "2026-01-31T23:59:59Z".
 namespace protocol {
 
 enum class AdministrationRequest {
@@ -19,6 +20,8 @@ enum class AdministrationRequest {
   kNotices = 32,
   kStatusPage = 33,
   kInvite = 34,
+  kJobs = 35,       // job_record.h
+  kCancelJob = 36,  // likewise
 };
 
 struct ListedPrinter : Printer {

@@ -31,9 +31,10 @@ inline constexpr CS_Version kVersion{MG_VERSION_NUMBERS};
 // server keeps for an administration tool. The session's print client is told about one that reports a failure.
 //
 // How a print job ended. Its values: "job" (the spooler's number), "printer" (the name on the server), "document",
-// "process" (the spooler's process id), "result" ("delivered", "shown" for a text that was opened with an application
-// in the session, or "failed"), "session" (its number, empty when it was not found out), "bytes" (sent to the client),
-// and for a failed job "cause" and "remedy" (a sentence each).
+// "process" (the spooler's process id), "user" (who prints; empty when the system does not tell), "result"
+// ("delivered", "shown" for a text that was opened with an application in the session, or "failed"), "session" (its
+// number, empty when it was not found out), "bytes" (sent to the client), and for a failed job "cause" and "remedy" (a
+// sentence each).
 inline constexpr const wchar_t* kJobNotice = L"job";
 // From an administration tool: a session's printer cannot be had on this machine. Its values: "printer" (the name on
 // the server), "session", "process" (the tool's), "result" ("refused"), "cause" and "remedy".

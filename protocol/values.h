@@ -7,6 +7,7 @@
 #include "corvane/wire/value_writer.h"
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -17,7 +18,8 @@
 //
 //   static void layout(auto& message, auto& wire) { wire(message.printer, message.processId, message.versions); }
 //
-// What travels for a member follows from its type: an integer for a number or an enumeration, a boolean, a text, a
+// What travels for a member follows from its type: an integer for a number or an enumeration, two for one of
+// 64 bits with the lower half in front, a boolean, a text, a
 // boolean and perhaps a value for an optional one, the values of a message inside a message. Lists say how their end is
 // found. Everything throws CS_Exception: writing for a value past a bound, reading for anything but what is written.
 namespace protocol {
@@ -59,6 +61,10 @@ class Writer {
  private:
   void put(bool value) { m_to.writeBoolean(value); }
   void put(int value) { m_to.writeInt(value); }
+  void put(std::int64_t value) {
+    put(static_cast<int>(value & 0xffffffff));
+    put(static_cast<int>(value >> 32));
+  }
   void put(const std::wstring& text) { m_to.writeText(text.c_str()); }
   void put(const CS_ClassVersionMap& versions) { versions.write(m_to); }
   template <class T>
@@ -111,6 +117,10 @@ class Reader {
   int takeCount(const Limit& limit);
   void take(bool& value) { value = m_from.readBoolean(); }
   void take(int& value) { value = m_from.readInt(); }
+  void take(std::int64_t& value) {
+    const auto low = static_cast<std::uint32_t>(m_from.readInt());
+    value = (static_cast<std::int64_t>(m_from.readInt()) << 32) | low;
+  }
   // Up to its first null character; what may follow is not used.
   void take(std::wstring& text);
   void take(CS_ClassVersionMap& versions) { versions.read(m_from); }

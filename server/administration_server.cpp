@@ -87,6 +87,12 @@ bool AdministrationServer::processRequest(CS_InRequest& request) {
     case protocol::AdministrationRequest::kNotices:
       notices(request);
       return true;
+    case protocol::AdministrationRequest::kJobs:
+      jobs(request);
+      return true;
+    case protocol::AdministrationRequest::kCancelJob:
+      cancelJob(request);
+      return true;
   }
   return CS_Component::processRequest(request);
 }
@@ -167,6 +173,18 @@ void AdministrationServer::notices(CS_InRequest& request) {
     answer.notices.push_back({entry.number, programs::utcText(entry.time), std::move(entry.notice.kind),
                               std::move(entry.notice.line), std::move(entry.notice.values)});
   }
+  protocol::answer(request, answer);
+}
+
+void AdministrationServer::jobs(CS_InRequest& request) {
+  protocol::answer(request, m_context->book.find(protocol::read<protocol::Jobs>(request)));
+}
+
+void AdministrationServer::cancelJob(CS_InRequest& request) {
+  const auto wanted = protocol::read<protocol::CancelJob>(request);
+  const protocol::CancelJob::Answer answer = m_context->book.cancel(wanted);
+  m_context->log.line(fmt::format("{} wants job {} canceled: {}", programs::oneLine(wanted.by), wanted.job,
+                                  programs::oneLine(answer.text)));
   protocol::answer(request, answer);
 }
 

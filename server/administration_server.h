@@ -3,6 +3,7 @@
 #include "corvane/components/component.h"
 #include "protocol/administration.h"
 #include "server/invitations.h"
+#include "server/jobs/job_book.h"
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
@@ -28,6 +29,7 @@ class AdministrationServer : public CS_Component {
     const std::string& publicAddress;
     const std::chrono::milliseconds& longestNoticeWait;  // for one question
     const std::chrono::system_clock::time_point& startedAt;
+    JobBook& book;
   };
 
   explicit AdministrationServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
@@ -48,6 +50,8 @@ class AdministrationServer : public CS_Component {
   void invite(CS_InRequest& request);
   void records(CS_InRequest& request);
   void notices(CS_InRequest& request);
+  void jobs(CS_InRequest& request);
+  void cancelJob(CS_InRequest& request);
 
   std::shared_ptr<Context> m_context;
   std::atomic<bool> m_released{false};

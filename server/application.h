@@ -4,6 +4,8 @@
 #include "server/client_news.h"
 #include "server/invitation_host.h"
 #include "server/invitations.h"
+#include "server/jobs/job_book.h"
+#include "server/jobs/job_history.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
@@ -14,6 +16,7 @@
 #include "server/session_table.h"
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,8 +27,21 @@ namespace aps {
 // The parts of the application server, and which of them the components of each class work with. Outlives every
 // component; safe from any thread.
 struct Application {
-  Application(std::shared_ptr<Log> logFile, const SessionTable::Limits& limits, Launcher::Settings launching)
-      : log(std::move(logFile)), sessions(limits), jobs(limits.printers), launcher(std::move(launching), log) {}
+  // What is kept of jobs, and where; in memory without a file.
+  struct Records {
+    std::filesystem::path history;
+    JobHistory::Limits limits;
+    JobBook::Settings book;
+  };
+
+  Application(std::shared_ptr<Log> logFile, const SessionTable::Limits& limits, Launcher::Settings launching,
+              Records records = Records())
+      : log(std::move(logFile)),
+        sessions(limits),
+        jobs(limits.printers),
+        launcher(std::move(launching), log),
+        history(std::move(records.history), records.limits, *log),
+        book(history, std::move(records.book)) {}
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
 
@@ -42,6 +58,8 @@ struct Application {
   Launcher launcher;
   ShownJobs shownJobs;
   NoticeList notices;
+  JobHistory history;
+  JobBook book;
   // Set before the first peer is served.
   std::optional<Invitations> invitations;  // nothing where peers need no keys
   std::string publicAddress;  // where print clients of other machines come to; empty when that is not known
@@ -51,10 +69,10 @@ struct Application {
  private:
   std::tuple<PortMonitorClient::Context, SessionHost::Context, ProgramMonitorServer::Context,
              AdministrationServer::Context, InvitationHost::Context>
-      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher},
-               {*log, sessions, clientNews, notices},
-               {*log, sessions, clientNews, notices},
-               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt},
+      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book},
+               {*log, sessions, clientNews, notices, book},
+               {*log, sessions, clientNews, notices, book},
+               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book},
                {*log, invitations}};
 };
 

@@ -223,7 +223,10 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   programs::LineQueue said(programs::outputTo(programs::kStandardOutput));
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
-  const auto application = std::make_shared<aps::Application>(log, options.limits, options.launching);
+  const auto application = std::make_shared<aps::Application>(
+      log, options.limits, options.launching,
+      aps::Application::Records{
+          programs::toPath(options.history), options.historyLimits, {corvane::hostName(), options.hasTitles}});
   if (keys != nullptr) application->invitations.emplace(*keys);
   aps::registerClasses(application);
 

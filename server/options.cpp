@@ -71,6 +71,23 @@ void addFiles(CLI::App& app, Options& options) {
       ->check(named);
 }
 
+void addHistory(CLI::App& app, Options& options) {
+  const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
+  app.add_option("--history", options.history,
+                 "file that keeps the records of jobs (SQLite); without it they are in memory, until aps ends")
+      ->check(named);
+  app.add_option("--history-days", options.historyLimits.days, "how long a job's record is kept")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000));
+  app.add_option("--history-jobs", options.historyLimits.jobs, "how many records are kept; the oldest go")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100000000));
+  app.add_option("--history-size", options.historyLimits.megabytes, "megabytes of them that are kept; the oldest go")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1000000));
+  app.add_flag("!--no-titles", options.hasTitles, "leaves the names of documents out of the records of jobs");
+}
+
 void addLaunching(CLI::App& app, Options& options) {
   if (kLaunchesByCommand) {
     app.add_option("--launch-command", options.launching.command,
@@ -157,6 +174,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   std::vector<std::string> rates;
   addLines(app, options, rates);
   addFiles(app, options);
+  addHistory(app, options);
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,
                  "seconds that a job waits for its print client after aps has started or the client's connection was "

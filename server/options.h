@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/client_rates.h"
+#include "server/jobs/job_history.h"
 #include "server/launcher.h"
 #include "server/session_table.h"
 
@@ -29,8 +30,11 @@ struct Options {
   std::string logFile;    // empty: the standard error output
   std::string keys;       // folder; empty: peers are not authenticated
   std::optional<Invite> invite;
-  std::string newKey;  // a key file to make instead of serving
-  std::string state;   // file that keeps the sessions over a restart; empty: they are not kept
+  std::string newKey;   // a key file to make instead of serving
+  std::string history;  // file that keeps the records of jobs; empty: they are in memory
+  JobHistory::Limits historyLimits;
+  bool hasTitles = true;  // in those records
+  std::string state;      // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
   SessionTable::Limits limits;

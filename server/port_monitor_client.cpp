@@ -1,5 +1,6 @@
 #include "server/port_monitor_client.h"
 
+#include "corvane/base/text.h"
 #include "corvane/components/connection.h"
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
@@ -20,6 +21,21 @@ namespace {
 std::string unknownPrinter() {
   return "no session has a printer of that name; start the session's print client with it, or correct the name of the "
          "local printer";
+}
+
+// Empty when the route is made.
+std::string routeRefusal(CS_BridgeRouter::Routing routing, int session) {
+  switch (routing) {
+    case CS_BridgeRouter::Routing::kMade:
+      return "";
+    case CS_BridgeRouter::Routing::kGone:
+      return fmt::format("the print client of session {} has just gone; print again when it is back", session);
+    case CS_BridgeRouter::Routing::kFull:
+      break;
+  }
+  return fmt::format(
+      "the limit of jobs at the same time is reached, here or for session {}; print again when one of them has ended",
+      session);
 }
 
 }  // namespace
@@ -111,37 +127,44 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
     return fmt::format("session {} has {} jobs in progress, which is the limit; print again when some have ended",
                        found->session, m_context->jobs.limitOfOneSession());
   }
-  bridge->onEnd([context = m_context, job, printerName, mark](const CS_BridgeRouter::Ending& ending) {
-    jobEnded(*context, job, printerName, ending);
+  JobBook& book = m_context->book;
+  const int number = book.begin(printerName, found->session, request.processId);
+  bridge->onEnd([context = m_context, job, number, printerName, mark](const CS_BridgeRouter::Ending& ending) {
+    jobEnded(*context, job, number, printerName, ending);
+  });
+  bridge->onPass([context = m_context, number](const CS_BridgeRouter::Passing& passing) {
+    context->book.passed(number, passing);
   });
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
   m_context->log.line(fmt::format("job attached: {}", job));
-  switch (bridge->routeTo(found->client)) {
-    case CS_BridgeRouter::Routing::kMade:
-      break;
-    case CS_BridgeRouter::Routing::kGone:
-      return fmt::format("the print client of session {} has just gone; print again when it is back", found->session);
-    case CS_BridgeRouter::Routing::kFull:
-      return fmt::format(
-          "the limit of jobs at the same time is reached, here or for session {}; print again when one of them has "
-          "ended",
-          found->session);
+  const std::string refusal = routeRefusal(bridge->routeTo(found->client), found->session);
+  if (!refusal.empty()) {
+    book.refused(number, corvane::fromUtf8(refusal));
+    return refusal;
   }
+  book.routed(number, bridge);
   client = found->versions;
   m_context->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
   return "";
 }
 
-void PortMonitorClient::jobEnded(const Context& context, const std::string& job, const std::wstring& printer,
-                                 const CS_BridgeRouter::Ending& ending) {
+void PortMonitorClient::jobEnded(const Context& context, const std::string& job, int number,
+                                 const std::wstring& printer, const CS_BridgeRouter::Ending& ending) {
+  const bool isAnswered = ending.answered == static_cast<int>(protocol::JobEnd::kNumber);
+  const bool isShown = !isAnswered && ending.madeHere && context.shownJobs.take(foldedName(printer));
+  const bool isCanceled = context.book.ended(number, ending, isShown);
   const std::string passed = fmt::format("{}: {} bytes passed on", job, ending.bytes);
-  if (ending.answered == static_cast<int>(protocol::JobEnd::kNumber)) {
+  if (isAnswered) {
     context.log.line(fmt::format("job ended: {}; the print client has answered its end", passed));
     return;
   }
-  if (ending.madeHere && context.shownJobs.take(foldedName(printer))) {
+  if (isShown) {
     context.log.line(fmt::format("job ended: {}; a program was started to show it instead", passed));
+    return;
+  }
+  if (isCanceled) {
+    context.log.line(fmt::format("job canceled: {}; {}", passed, programs::oneLine(ending.reason)));
     return;
   }
   const std::wstring reason = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);

@@ -3,6 +3,7 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component.h"
 #include "server/client_news.h"
+#include "server/jobs/job_book.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
@@ -33,6 +34,7 @@ class PortMonitorClient : public CS_Component {
     JobsInProgress& jobs;
     ShownJobs& shownJobs;
     Launcher& launcher;
+    JobBook& book;
   };
 
   explicit PortMonitorClient(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
@@ -49,8 +51,9 @@ class PortMonitorClient : public CS_Component {
   // Continues the job's bridge in the session's print client. An empty answer is success, otherwise the cause.
   std::string attach(const protocol::AttachJob& request, std::optional<CS_ClassVersionMap>& client);
 
-  // Writes the line of a job's end; job says which one it was, printer is its name on this server.
-  static void jobEnded(const Context& context, const std::string& job, const std::wstring& printer,
+  // Writes the line of a job's end, and says it to the job book; job says which one it was, printer is its name on this
+  // server.
+  static void jobEnded(const Context& context, const std::string& job, int number, const std::wstring& printer,
                        const CS_BridgeRouter::Ending& ending);
   // The printer, once its client is there or not expected any more; a job that waits for that has a line in the log.
   std::optional<SessionTable::Found> awaitPrinter(const std::wstring& printerName);

@@ -107,6 +107,7 @@ void ProgramMonitorServer::takeNotice(CS_InRequest& request) {
   const bool failed = result == L"failed" || result == L"refused";
   failed ? m_context->log.failure(line) : m_context->log.line(line);
   if (failed) tellClient(notice);
+  m_context->book.noticed(notice);
   m_context->notices.add(std::move(notice));
 }
 

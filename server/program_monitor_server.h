@@ -3,6 +3,7 @@
 #include "corvane/components/component.h"
 #include "corvane/records/program_monitor.h"
 #include "server/client_news.h"
+#include "server/jobs/job_book.h"
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
@@ -23,6 +24,7 @@ class ProgramMonitorServer : public CS_Component {
     SessionTable& sessions;
     ClientNews& clientNews;
     NoticeList& notices;
+    JobBook& book;
   };
 
   explicit ProgramMonitorServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}

@@ -90,6 +90,7 @@ void SessionHost::takeNews(CS_InRequest& request) {
                                           name, programs::quoted(news.printer)));
     return;
   }
+  m_context->book.paperNews(news, session, localPrinterName(found->printer.name(), session));
   CS_Notice notice = paperNotice(news, session, localPrinterName(found->printer.name(), session));
   m_context->log.line(fmt::format("{}: {}", name, programs::oneLine(notice.line)));
   m_context->notices.addOfClient(session, std::move(notice));

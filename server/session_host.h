@@ -3,6 +3,7 @@
 #include "corvane/components/component.h"
 #include "programs/allowance.h"
 #include "server/client_news.h"
+#include "server/jobs/job_book.h"
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
@@ -24,6 +25,7 @@ class SessionHost : public ClientNews::Host {
     SessionTable& sessions;
     ClientNews& clientNews;
     NoticeList& notices;
+    JobBook& book;
   };
   // How often a client may tell of its jobs; what it tells beyond that is not kept.
   static constexpr int kNewsAtOnce = 100;

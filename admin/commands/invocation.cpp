@@ -42,9 +42,9 @@ std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arg
   CLI::App app("Administers the print monitor MgPrintMon on this machine.", "mgprintmon");
   app.require_subcommand(1);
   app.footer(kExitCodes);
-  for (const auto add :
-       {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand, addPrintCommand,
-        addPrintersCommand, addVisibleCommand, addDriversCommand, addDoctorCommand, addWatchCommand, addInviteCommand})
+  for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
+                         addPrintCommand, addPrintersCommand, addVisibleCommand, addDriversCommand, addDoctorCommand,
+                         addWatchCommand, addInviteCommand, addJobsCommand, addCancelCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -40,6 +40,8 @@ void addDriversCommand(CLI::App& app, Invocation& invocation);
 void addDoctorCommand(CLI::App& app, Invocation& invocation);
 void addWatchCommand(CLI::App& app, Invocation& invocation);
 void addInviteCommand(CLI::App& app, Invocation& invocation);
+void addJobsCommand(CLI::App& app, Invocation& invocation);
+void addCancelCommand(CLI::App& app, Invocation& invocation);
 
 // The outcome of reading a command line: an invocation to run, or, when it has no work to do, an exit code and a text
 // (help for the standard output, a usage error for the error output).

@@ -13,8 +13,9 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   const auto parsed = parseCommandLine({"--help"});
   EXPECT_EQ(parsed->code, ExitCode::kDone);
   EXPECT_FALSE(parsed->invocation.run);
-  for (const char* word : {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible",
-                           "doctor", "watch", "invite", "drivers", "0 done", "7 outcome of a job unknown"}) {
+  for (const char* word :
+       {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible", "doctor", "watch",
+        "invite", "drivers", "jobs", "cancel", "0 done", "7 outcome of a job unknown"}) {
     EXPECT_THAT(parsed->message, HasSubstr(word));
   }
 }
@@ -32,10 +33,12 @@ TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
 
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
-      {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},    {"ports", "delete"},
-      {"session", "list"}, {"session", "up"},   {"session", "down"}, {"status"},          {"print"},
-      {"printers"},        {"visible"},         {"doctor"},          {"watch"},           {"invite"},
-      {"drivers"},         {"drivers", "list"}, {"drivers", "map"},  {"drivers", "unmap"}};
+      {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},
+      {"ports", "delete"}, {"session", "list"}, {"session", "up"},   {"session", "down"},
+      {"status"},          {"print"},           {"printers"},        {"visible"},
+      {"doctor"},          {"watch"},           {"invite"},          {"jobs"},
+      {"cancel"},          {"drivers"},         {"drivers", "list"}, {"drivers", "map"},
+      {"drivers", "unmap"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);

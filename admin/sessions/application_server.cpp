@@ -125,6 +125,14 @@ std::wstring ApplicationServer::invite(const protocol::Invite& invitation) {
   throw Failure(ExitCode::kFailed, fmt::format("nobody is invited: {}", programs::oneLine(answer.text)), "");
 }
 
+protocol::Jobs::Answer ApplicationServer::jobs(const protocol::Jobs& wanted) {
+  return asking(m_port, [&] { return protocol::ask(m_component, wanted, kReplyMilliseconds); });
+}
+
+protocol::CancelJob::Answer ApplicationServer::cancelJob(const protocol::CancelJob& wanted) {
+  return asking(m_port, [&] { return protocol::ask(m_component, wanted, kReplyMilliseconds); });
+}
+
 std::vector<std::wstring> ApplicationServer::records(int most) {
   return asking(m_port,
                 [this, most] { return protocol::ask(m_component, protocol::Records{most}, kReplyMilliseconds).lines; });

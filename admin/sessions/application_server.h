@@ -4,6 +4,7 @@
 #include "corvane/components/component.h"
 #include "corvane/components/connection.h"
 #include "protocol/administration.h"
+#include "protocol/job_record.h"
 
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ class ApplicationServer {
   // Makes an invitation to the session and returns the line; throws a Failure with the server's words where it makes
   // none.
   std::wstring invite(const protocol::Invite& invitation);
+  // The jobs that it knows, the latest first, and as many as one answer has.
+  protocol::Jobs::Answer jobs(const protocol::Jobs& wanted);
+  protocol::CancelJob::Answer cancelJob(const protocol::CancelJob& wanted);
   // The latest lines of its log that report a failure, oldest first.
   std::vector<std::wstring> records(int most);
   // The notices after that number; waits that long for the first one. -1 requests the latest number only. The server

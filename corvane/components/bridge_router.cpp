@@ -26,9 +26,11 @@ struct Route {
   std::uint64_t bytes = 0;
   std::uint32_t asked = 0;  // correlation of the last request from end 0 that wants a reply
   int askedNumber = 0;      // and its number
+  int passingNumber = 0;    // of the latest request from end 0, whose thread alone uses it
   int answered = 0;         // number of the last such request that was replied to
   bool ended = false;
   CS_BridgeRouter::EndHandler onEnd;
+  CS_BridgeRouter::PassHandler onPass;  // stays as it is once the route is made
 };
 
 namespace {
@@ -105,6 +107,7 @@ CS_BridgeRouter::Routing CS_BridgeRouter::routeTo(const CS_RCPtr<CS_Connection>&
   route->ends[0] = {here->sharedLink(), getIdentifier(), this, nullptr};
   route->ends[1] = {connection->link(), other->getIdentifier(), other, connection->makeLane()};
   route->onEnd = std::move(m_onEnd);
+  route->onPass = std::move(m_onPass);
   other->m_route = route;
   other->m_end = 1;
   if (!connection->addChild(other.get())) {
@@ -152,6 +155,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   }
   std::uint64_t payload = 0;
   corvane::FrameHeader question, reply;  // the last ones among the frames; no correlation when there are none
+  std::span<const unsigned char> replied;
   for (std::size_t at = 0; at < frames.size();) {
     const auto bytes = frames.subspan(at);
     const corvane::FrameHeader header = corvane::decodeHeader(bytes.first<corvane::kFrameHeaderSize>());
@@ -159,7 +163,11 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     corvane::storeLittleEndian32(&bytes[corvane::kFrameBridgeOffset], to.bridge);
     payload += header.length;
     if (header.kind == corvane::FrameKind::kRequest && header.wantsReply() && !header.hasMore()) question = header;
-    if (header.kind == corvane::FrameKind::kReply && !header.hasMore()) reply = header;
+    if (header.kind == corvane::FrameKind::kReply && !header.hasMore()) {
+      reply = header;
+      replied = bytes.subspan(corvane::kFrameHeaderSize, header.length);
+    }
+    if (m_end == 0 && to.link != nullptr) tellRequest(*through, header, bytes);
     at += corvane::kFrameHeaderSize + header.length;
   }
   if (to.link == nullptr) return;
@@ -171,8 +179,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
       through->askedNumber = question.number;
     }
   } else if (reply.correlation != 0) {
-    const std::lock_guard guard(through->lock);
-    if (reply.correlation == through->asked) through->answered = through->askedNumber;
+    tellReply(*through, reply.correlation, replied);
   }
   try {
     to.lane != nullptr ? to.lane->send(frames) : to.link->sendFrames(frames);
@@ -180,6 +187,44 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     end(1 - m_end, to.link->reason(), nullptr);
     sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()));
   }
+}
+
+void CS_BridgeRouter::tellRequest(Route& through, const corvane::FrameHeader& header,
+                                  std::span<const unsigned char> frame) {
+  if (header.kind != corvane::FrameKind::kRequest || header.number == through.passingNumber) return;
+  through.passingNumber = header.number;
+  if (through.onPass) through.onPass({false, header.number, frame.subspan(corvane::kFrameHeaderSize, header.length)});
+}
+
+void CS_BridgeRouter::tellReply(Route& through, std::uint32_t correlation, std::span<const unsigned char> payload) {
+  int number = 0;
+  {
+    const std::lock_guard guard(through.lock);
+    if (correlation != through.asked) return;
+    number = through.answered = through.askedNumber;
+  }
+  if (through.onPass) through.onPass({true, number, payload});
+}
+
+std::uint64_t CS_BridgeRouter::bytesPassed() const {
+  const std::shared_ptr<Route> through = route();
+  if (through == nullptr) return 0;
+  const std::lock_guard guard(through->lock);
+  return through->ended ? 0 : through->bytes;
+}
+
+bool CS_BridgeRouter::cut(const std::wstring& reason) {
+  const std::shared_ptr<Route> through = route();
+  if (through == nullptr) return false;
+  Route::End here;
+  {
+    const std::lock_guard guard(through->lock);
+    if (through->ended) return false;
+    here = through->ends[m_end];
+  }
+  if (!end(1 - m_end, reason, goneText(reason).c_str())) return false;
+  sendRelease(*here.link, here.bridge, goneText(reason));
+  return true;
 }
 
 void CS_BridgeRouter::answer(const corvane::FrameHeader& header, const wchar_t* failure) {
@@ -214,15 +259,15 @@ void CS_BridgeRouter::releasedByPeer(const std::wstring& reason) {
   end(m_end, reason, reason.c_str());
 }
 
-void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* toldToOther) {
+bool CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* toldToOther) {
   const std::shared_ptr<Route> through = route();
-  if (through == nullptr) return;
+  if (through == nullptr) return false;
   Route::End ends[2];  // hold both routers until this returns
   EndHandler onEnd;
   Ending ending;
   {
     const std::lock_guard guard(through->lock);
-    if (through->ended) return;
+    if (through->ended) return false;
     through->ended = true;
     std::swap(ends, through->ends);
     onEnd = std::move(through->onEnd);
@@ -238,4 +283,5 @@ void CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* t
   ending.madeHere = gone == 0;
   ending.reason = reason;
   if (onEnd) onEnd(ending);
+  return true;
 }

@@ -50,6 +50,22 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
   void releasedByPeer(const std::wstring& reason) override;
 
   // How a route ended.
+  struct Passing {
+    bool isReply = false;
+    int number = 0;                          // of the request, or of the one that is replied to
+    std::span<const unsigned char> payload;  // of its first frame; valid during the call
+  };
+  // Called when a request comes from here whose number is another one than that of the request before it, and for a
+  // reply to the last request from here that wants one, before they are passed on. Set before routeTo(). Comes on the
+  // threads of the two connections, which pass on nothing until it returns; it throws nothing.
+  using PassHandler = std::function<void(const Passing& passing)>;
+  void onPass(PassHandler handler) { m_onPass = std::move(handler); }
+  // Of payload that has gone from here to the other side so far; 0 without a route, and when it has ended.
+  std::uint64_t bytesPassed() const;
+  // Ends the route: each side is told that the other one has gone, for that reason. False when there is none, or none
+  // any more. Any thread.
+  bool cut(const std::wstring& reason);
+
   struct Ending {
     std::uint64_t bytes = 0;  // of payload that went from here to the other side
     int answered = 0;         // the number of the last request from here that the other side has replied to; 0 for none
@@ -67,10 +83,14 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
   // Tells the other side's peer of the bridge that this one continues on.
   Routing announce(const CS_Connection& connection, const CS_BridgeRouter& other);
   void answer(const corvane::FrameHeader& header, const wchar_t* failure);
-  // The numbered end of the route has gone.
-  void end(int gone, const std::wstring& reason, const wchar_t* toldToOther);
+  static void tellRequest(corvane::Route& through, const corvane::FrameHeader& header,
+                          std::span<const unsigned char> frame);
+  static void tellReply(corvane::Route& through, std::uint32_t correlation, std::span<const unsigned char> payload);
+  // The numbered end of the route has gone; false when it had ended before.
+  bool end(int gone, const std::wstring& reason, const wchar_t* toldToOther);
 
   EndHandler m_onEnd;
+  PassHandler m_onPass;
   int m_end = 0;                   // which end of the route this is
   mutable std::mutex m_routeLock;  // guards what follows
   std::shared_ptr<corvane::Route> m_route;

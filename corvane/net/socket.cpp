@@ -9,6 +9,11 @@
 
 namespace corvane {
 
+std::wstring hostName() {
+  char name[256] = {};
+  return ::gethostname(name, sizeof name - 1) == 0 ? fromUtf8(name) : std::wstring();
+}
+
 Socket::Socket(std::intptr_t handle) : m_handle(handle) {
   const int on = 1;
   ::setsockopt(native(handle), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);

@@ -13,6 +13,9 @@
 
 namespace corvane {
 
+// The name that this machine gives itself in the network; empty when it has none.
+std::wstring hostName();
+
 // One connected TCP socket with Nagle's delay switched off. Owns the handle. Connecting fails with a CS_Exception
 // (3101) in the system's own words.
 class Socket final : public Stream {

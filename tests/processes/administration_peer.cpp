@@ -121,4 +121,47 @@ AdministrationPeer::Notices AdministrationPeer::notices(int after, int waitMilli
   return notices;
 }
 
+std::vector<AdministrationPeer::Job> AdministrationPeer::jobs(int most) {
+  CS_OutRequest request(m_component, 35);
+  for (const int number : {0, most, 0, 0})
+    request.writeInt(number);
+  for (int text = 0; text < 3; ++text)
+    request.writeUTF(L"");
+  request.writeBoolean(false);
+  CS_InRequest reply(request);
+  request.execute(reply, kReplyMilliseconds);
+  std::vector<Job> jobs;
+  while (reply.readBoolean()) {
+    Job& job = jobs.emplace_back();
+    job.number = reply.readInt();
+    job.state = reply.readInt();
+    job.server = reply.readUTF();
+    job.user = reply.readUTF();
+    job.session = reply.readInt();
+    for (std::wstring* text : {&job.printer, &job.document, &job.spoolerJob})
+      *text = reply.readUTF();
+    job.process = reply.readInt();
+    job.copies = reply.readInt();
+    job.bytes = static_cast<unsigned>(reply.readInt());
+    job.bytes += static_cast<long long>(reply.readInt()) << 32;
+    job.began = reply.readUTF();
+    job.ended = reply.readUTF();
+    for (int stage = 0; stage < 4; ++stage)
+      job.milliseconds.push_back(reply.readInt());
+    job.cause = reply.readUTF();
+    job.remedy = reply.readUTF();
+  }
+  return jobs;
+}
+
+std::pair<bool, std::wstring> AdministrationPeer::cancel(int job, const wchar_t* by) {
+  CS_OutRequest request(m_component, 36);
+  request.writeInt(job);
+  request.writeUTF(by);
+  CS_InRequest reply(request);
+  request.execute(reply, kReplyMilliseconds);
+  const bool isDone = reply.readBoolean();
+  return {isDone, reply.readUTF()};
+}
+
 }  // namespace tests

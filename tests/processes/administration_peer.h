@@ -19,6 +19,12 @@ class AdministrationPeer {
   AdministrationPeer(const AdministrationPeer&) = delete;
   AdministrationPeer& operator=(const AdministrationPeer&) = delete;
 
+  struct Job {
+    int number = 0, state = 0, session = 0, process = 0, copies = 0;
+    std::wstring server, user, printer, document, spoolerJob, began, ended, cause, remedy;
+    long long bytes = 0;
+    std::vector<int> milliseconds;
+  };
   struct Status {
     std::wstring version;
     int process = 0;
@@ -38,6 +44,10 @@ class AdministrationPeer {
   Status status();
   std::vector<std::wstring> records(int count);
   Notices notices(int after, int waitMilliseconds);
+  // The latest jobs, the latest first.
+  std::vector<Job> jobs(int most);
+  // Whether the job was canceled, and what is said of it.
+  std::pair<bool, std::wstring> cancel(int job, const wchar_t* by);
   // The line of the invitation, or why there is none.
   std::pair<bool, std::wstring> invite(int session, bool isSameUser, const wchar_t* address);
 

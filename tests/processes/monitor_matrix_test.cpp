@@ -103,7 +103,8 @@ TEST_P(MonitorMatrix, AStoppedProcessThatGoesOnLosesNothing) {
     round.awaitHosts(kReturnSeconds);
     expectHonestEnds(round, number);
     for (int stage = 1; stage <= kStages; ++stage)
-      EXPECT_TRUE(round.isPrinted(stage)) << "stage " << stage << ", round " << number << "\n" << round.failureOf(stage);
+      EXPECT_TRUE(round.isPrinted(stage)) << "stage " << stage << ", round " << number << "\n"
+                                          << round.failureOf(stage);
     round.expectNextJobPrints();
     round.expectNothingLeft();
     if (HasFailure()) break;

@@ -1,0 +1,322 @@
+#include "server/jobs/job_book.h"
+
+#include "corvane/base/text.h"
+#include "corvane/records/exception.h"
+#include "corvane/wire/value_reader.h"
+#include "programs/text.h"
+#include "protocol/names.h"
+#include "protocol/print_job.h"
+#include "server/paper_notice.h"
+#include "server/printer_name.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+#include <memory>
+#include <utility>
+
+namespace aps {
+namespace {
+
+using protocol::JobRecord;
+using protocol::JobState;
+using protocol::PaperState;
+
+std::wstring cut(const std::wstring& text) {
+  return text.substr(0, JobBook::kMaxText);
+}
+
+std::wstring now() {
+  return programs::utcText(std::chrono::system_clock::now());
+}
+
+template <class Message>
+Message read(std::span<const unsigned char> payload) {
+  corvane::ValueReader values(std::make_unique<corvane::SpanSource>(payload));
+  return protocol::read<Message>(values);
+}
+
+// Empty when the notice has no value of that name.
+std::wstring valueOf(const CS_Notice& notice, std::wstring_view wanted) {
+  for (const auto& [name, value] : notice.values) {
+    if (name == wanted) return cut(value);
+  }
+  return {};
+}
+
+// 0 for what is none.
+std::int64_t numberIn(const std::wstring& text) {
+  std::int64_t number = 0;
+  if (text.size() > 18) return 0;
+  for (const wchar_t digit : text) {
+    if (digit < L'0' || digit > L'9') return 0;
+    number = number * 10 + (digit - L'0');
+  }
+  return number;
+}
+
+JobState stateOf(PaperState paper) {
+  switch (paper) {
+    case PaperState::kWaiting:
+    case PaperState::kPrinting:
+    case PaperState::kStopped:
+      return JobState::kPrinting;
+    case PaperState::kCanceled:
+      return JobState::kCanceled;
+    case PaperState::kAborted:
+      return JobState::kFailed;
+    case PaperState::kPrinted:
+      return JobState::kPrinted;
+    default:
+      return JobState::kDelivered;
+  }
+}
+
+}  // namespace
+
+JobBook::Entry& JobBook::beginLocked(const std::wstring& printer, int session, int process) {
+  const int number = m_history.nextNumber();
+  Entry& entry = m_jobs[number];
+  entry.record.number = number;
+  entry.record.server = m_settings.server;
+  entry.record.printer = cut(printer);
+  entry.record.session = session;
+  entry.record.process = process;
+  entry.record.began = now();
+  return entry;
+}
+
+int JobBook::begin(const std::wstring& printer, int session, int process) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  return beginLocked(printer, session, process).record.number;
+}
+
+void JobBook::routed(int job, CS_RCPtr<CS_BridgeRouter> router) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found != m_jobs.end() && !found->second.hasEnded) found->second.router = std::move(router);
+}
+
+void JobBook::stageEndsLocked(Entry& entry, protocol::JobStage stage) const {
+  const auto present = Clock::now();
+  const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(present - entry.stageBegan).count();
+  entry.record.milliseconds[stage] = static_cast<int>(std::min<long long>(time, 1000000000));
+  entry.stageBegan = present;
+}
+
+void JobBook::startLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const {
+  const auto start = read<protocol::JobStart>(passing.payload);
+  entry.record.spoolerJob = jobNumberOf(start.jobName);
+  entry.record.copies = start.copies;
+  if (m_settings.hasTitles) entry.record.document = cut(start.documentName);
+}
+
+void JobBook::answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const {
+  const auto result = read<protocol::JobEnd::Answer>(passing.payload).result;
+  stageEndsLocked(entry, protocol::kTaking);
+  if (entry.router) entry.record.bytes = static_cast<std::int64_t>(entry.router->bytesPassed());
+  entry.record.ended = now();
+  if (static_cast<int>(result) <= 0) {
+    failLocked(entry, protocol::textOf(result), L"See in the print client's output what it says about the job.");
+  } else if (!entry.hasPaper) {
+    entry.record.state = JobState::kDelivered;
+  }
+}
+
+void JobBook::passed(int job, const CS_BridgeRouter::Passing& passing) noexcept {
+  bool isAnswer = false;
+  try {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    const auto found = m_jobs.find(job);
+    if (found == m_jobs.end()) return;
+    Entry& entry = found->second;
+    const auto request = static_cast<protocol::PrintRequest>(passing.number);
+    if (passing.isReply) {
+      if (request != protocol::PrintRequest::kEnd) return;
+      isAnswer = true;
+      answeredLocked(entry, passing);
+    } else if (request == protocol::PrintRequest::kStart) {
+      startLocked(entry, passing);
+    } else if (request == protocol::PrintRequest::kData) {
+      stageEndsLocked(entry, protocol::kCollecting);
+    } else if (request == protocol::PrintRequest::kEnd) {
+      stageEndsLocked(entry, protocol::kSending);
+      return;
+    }
+    m_history.put(entry.record);
+  } catch (const CS_Exception&) {
+    // Of another version of the port monitor or the print client; what it means is theirs.
+  } catch (const std::exception&) {
+    // Without memory the record is shorter.
+  }
+  // Who has the answer may count on the record, even if this process is killed now.
+  if (isAnswer) m_history.awaitWritten(job);
+}
+
+void JobBook::failLocked(Entry& entry, const std::wstring& cause, const std::wstring& remedy) const {
+  entry.record.state = JobState::kFailed;
+  entry.record.cause = cut(cause);
+  entry.record.remedy = cut(remedy);
+}
+
+void JobBook::endLocked(Entry& entry) const {
+  entry.hasEnded = true;
+  if (entry.record.ended.empty()) entry.record.ended = now();
+}
+
+bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept try {
+  CS_RCPtr<CS_BridgeRouter> router;  // given back without the lock
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found == m_jobs.end() || found->second.hasEnded) return false;
+  Entry& entry = found->second;
+  std::swap(router, entry.router);
+  const bool isAnswered = !entry.record.ended.empty();
+  endLocked(entry);
+  ++m_ended;
+  entry.record.bytes = static_cast<std::int64_t>(ending.bytes);
+  if (!isAnswered && isShown) {
+    entry.record.state = JobState::kShown;
+  } else if (!isAnswered && !entry.canceledBy.empty()) {
+    entry.record.state = JobState::kCanceled;
+    entry.record.cause = fmt::format(L"It was canceled by {}.", entry.canceledBy);
+  } else if (!isAnswered && !entry.isNoticed) {
+    const std::wstring why = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);
+    failLocked(entry,
+               fmt::format(L"{} before the job's end{}.",
+                           ending.madeHere ? L"The port monitor left" : L"The session's print client left", why),
+               ending.madeHere ? L"The port monitor's log says what failed there; print again."
+                               : L"Start the print client, and print again.");
+  }
+  m_history.put(entry.record);
+  const bool isCanceled = entry.record.state == JobState::kCanceled;
+  forgetLocked();
+  return isCanceled;
+} catch (const std::exception&) {
+  return false;  // without memory the record is shorter
+}
+
+void JobBook::refused(int job, const std::wstring& cause) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found == m_jobs.end() || found->second.hasEnded) return;
+  failLocked(found->second, cause, L"");
+  endLocked(found->second);
+  ++m_ended;
+  m_history.put(found->second.record);
+  forgetLocked();
+}
+
+template <class Matches>
+std::map<int, JobBook::Entry>::iterator JobBook::latestLocked(const std::wstring& printer, const Matches& matches) {
+  const std::wstring folded = foldedName(cut(printer));
+  for (auto at = m_jobs.end(); at != m_jobs.begin();) {
+    --at;
+    if (foldedName(at->second.record.printer) == folded && matches(at->second)) return at;
+  }
+  return m_jobs.end();
+}
+
+void JobBook::noticed(const CS_Notice& notice) {
+  if (notice.kind != protocol::kJobNotice) return;
+  const std::wstring printer = valueOf(notice, L"printer"), number = valueOf(notice, L"job");
+  const int process = static_cast<int>(numberIn(valueOf(notice, L"process")));
+  const int session = static_cast<int>(numberIn(valueOf(notice, L"session")));
+  const std::wstring result = valueOf(notice, L"result");
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto isOf = [&](const Entry& entry, const std::wstring& spoolerJob) {
+    return !entry.isNoticed && entry.record.process == process && entry.record.spoolerJob == spoolerJob;
+  };
+  auto found = latestLocked(printer, [&](const Entry& entry) { return isOf(entry, number); });
+  // One that has not come as far as to tell its number.
+  if (found == m_jobs.end()) found = latestLocked(printer, [&](const Entry& entry) { return isOf(entry, L""); });
+  Entry& entry = found != m_jobs.end() ? found->second : beginLocked(printer, session, process);
+  if (found == m_jobs.end()) {
+    endLocked(entry);
+    ++m_ended;
+    entry.record.bytes = numberIn(valueOf(notice, L"bytes"));
+    entry.record.state = result == L"delivered" ? JobState::kDelivered
+                         : result == L"shown"   ? JobState::kShown
+                                                : JobState::kFailed;
+  }
+  entry.isNoticed = true;
+  entry.record.spoolerJob = number;
+  entry.record.user = valueOf(notice, L"user");
+  if (m_settings.hasTitles) entry.record.document = valueOf(notice, L"document");
+  if (result == L"failed" && entry.canceledBy.empty()) {
+    failLocked(entry, valueOf(notice, L"cause"), valueOf(notice, L"remedy"));
+  }
+  m_history.put(entry.record);
+  forgetLocked();
+}
+
+void JobBook::paperNews(const protocol::PaperNews& news, int session, const std::wstring& printer) {
+  const std::wstring number = jobNumberOf(news.job);
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = latestLocked(printer, [&](const Entry& entry) {
+    return entry.record.session == session && entry.record.spoolerJob == number;
+  });
+  if (found == m_jobs.end()) return;
+  Entry& entry = found->second;
+  entry.hasPaper = true;
+  entry.record.state = stateOf(news.state);
+  entry.record.cause = cut(news.cause);
+  entry.record.remedy = cut(news.remedy);
+  if (protocol::isFinal(news.state) && news.state != PaperState::kHandedOn) {
+    const auto began = entry.stageBegan;
+    stageEndsLocked(entry, protocol::kPaper);
+    entry.stageBegan = began;  // news may be corrected by later news
+  }
+  m_history.put(entry.record);
+}
+
+// The latest may be told of for long; what is dropped stays in the history as it is.
+void JobBook::forgetLocked() {
+  for (auto at = m_jobs.begin(); m_ended > kMostEnded && at != m_jobs.end();) {
+    if (!at->second.hasEnded) {
+      ++at;
+      continue;
+    }
+    if (at->second.record.state == JobState::kPrinting) {
+      at->second.record.state = JobState::kDelivered;
+      m_history.put(at->second.record);
+    }
+    at = m_jobs.erase(at);
+    --m_ended;
+  }
+}
+
+protocol::Jobs::Answer JobBook::find(const protocol::Jobs& wanted) {
+  protocol::Jobs::Answer answer = m_history.find(wanted);
+  const std::lock_guard<std::mutex> guard(m_lock);
+  for (JobRecord& job : answer.jobs) {
+    const auto found = m_jobs.find(job.number);
+    if (found == m_jobs.end() || !found->second.router) continue;
+    job.bytes = static_cast<std::int64_t>(found->second.router->bytesPassed());
+  }
+  return answer;
+}
+
+protocol::CancelJob::Answer JobBook::cancel(const protocol::CancelJob& wanted) {
+  CS_RCPtr<CS_BridgeRouter> router;
+  std::wstring what;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    const auto found = m_jobs.find(wanted.job);
+    if (found == m_jobs.end()) return {false, fmt::format(L"no job {} is running", wanted.job)};
+    Entry& entry = found->second;
+    what = fmt::format(L"job {} \"{}\" on \"{}\"", wanted.job, entry.record.document, entry.record.printer);
+    if (!entry.router || !entry.record.ended.empty()) {
+      const bool isAtPrinter = entry.record.state == JobState::kPrinting;
+      return {false, fmt::format(L"{} {}", what,
+                                 isAtPrinter ? L"is at its printer already; the person whose it is can cancel it there"
+                                             : L"has ended")};
+    }
+    entry.canceledBy = cut(wanted.by);
+    router = entry.router;
+  }
+  const bool isCut = router->cut(fmt::format(L"canceled by {}", cut(wanted.by)));
+  return {isCut, isCut ? fmt::format(L"{} is canceled", what) : fmt::format(L"{} has ended", what)};
+}
+
+}  // namespace aps

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "corvane/components/bridge_router.h"
+#include "corvane/records/program_monitor.h"
+#include "protocol/job_record.h"
+#include "protocol/paper_news.h"
+#include "server/jobs/job_history.h"
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace aps {
+
+// Makes one record of everything that this server comes to know about a job: from the port monitor that wants to print
+// it, from what passes through its bridge, from how the bridge ends, from the port monitor's notice of the end, and
+// from what the print client tells later. The record goes to the history whenever it has changed for somebody who
+// looks.
+//
+// A job is known here from its beginning until nothing more is to be expected, and the latest kMostEnded of those that
+// have ended until then. Safe from any thread. Nothing but the history is called with the lock held, and that waits for
+// nothing.
+class JobBook {
+ public:
+  struct Settings {
+    std::wstring server;    // the name of this machine
+    bool hasTitles = true;  // whether the names of documents are kept
+  };
+  static constexpr std::size_t kMostEnded = 2000;
+  static constexpr std::size_t kMaxText = 300;  // characters of each text; the rest is cut
+
+  JobBook(JobHistory& history, Settings settings) : m_history(history), m_settings(std::move(settings)) {}
+
+  // A job of that printer, by its name on this server, from that process has found its session. Returns its number.
+  int begin(const std::wstring& printer, int session, int process);
+  // Its route is made, and can be cut.
+  void routed(int job, CS_RCPtr<CS_BridgeRouter> router);
+  // What goes through it. Returns when the end's answer can be passed on.
+  void passed(int job, const CS_BridgeRouter::Passing& passing) noexcept;
+  // It has ended; isShown when a program was started to show it instead. True when somebody has canceled it.
+  bool ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept;
+  // It has not come so far.
+  void refused(int job, const std::wstring& cause);
+
+  // The port monitor says how a job ended (protocol::kJobNotice), of which nothing may be known yet.
+  void noticed(const CS_Notice& notice);
+  // A print client says what has become of a job of its printer, which has that name on this server.
+  void paperNews(const protocol::PaperNews& news, int session, const std::wstring& printer);
+
+  protocol::Jobs::Answer find(const protocol::Jobs& wanted);
+  protocol::CancelJob::Answer cancel(const protocol::CancelJob& wanted);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Entry {
+    protocol::JobRecord record;
+    Clock::time_point stageBegan = Clock::now();
+    CS_RCPtr<CS_BridgeRouter> router;  // while it has a route
+    std::wstring canceledBy;
+    bool hasEnded = false;   // for the port monitor
+    bool isNoticed = false;  // the port monitor has said how
+    bool hasPaper = false;   // the print client has told of it
+  };
+
+  Entry& beginLocked(const std::wstring& printer, int session, int process);
+  void startLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const;
+  void answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const;
+  void stageEndsLocked(Entry& entry, protocol::JobStage stage) const;
+  void endLocked(Entry& entry) const;
+  void failLocked(Entry& entry, const std::wstring& cause, const std::wstring& remedy) const;
+  // The latest job of that printer that matches; the end when there is none.
+  template <class Matches>
+  std::map<int, Entry>::iterator latestLocked(const std::wstring& printer, const Matches& matches);
+  void forgetLocked();
+
+  JobHistory& m_history;
+  const Settings m_settings;
+  std::mutex m_lock;            // guards what follows
+  std::map<int, Entry> m_jobs;  // by number
+  std::size_t m_ended = 0;      // of them
+};
+
+}  // namespace aps

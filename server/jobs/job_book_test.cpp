@@ -1,0 +1,310 @@
+#include "server/jobs/job_book.h"
+
+#include "protocol/print_job.h"
+#include "tests/support/protocol/wire_bytes.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+using protocol::JobRecord;
+using protocol::JobState;
+using protocol::PaperState;
+using protocol::PrintResult;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class JobBookTest : public ::testing::Test {
+ protected:
+  static constexpr int kProcess = 77;
+
+  int begin(const std::wstring& printer = L"Laser (session 5)") { return m_book.begin(printer, 5, kProcess); }
+  void start(int job, const std::wstring& spoolerJob = L"17", const std::wstring& document = L"Letter") {
+    protocol::JobStart start;
+    start.jobName = L"Laser - Job #" + spoolerJob;
+    start.printerName = L"Laser";
+    start.documentName = document;
+    start.copies = 2;
+    pass(job, false, static_cast<int>(protocol::PrintRequest::kStart), tests::bytesOf(start));
+  }
+  void answer(int job, PrintResult result) {
+    pass(job, true, static_cast<int>(protocol::PrintRequest::kEnd), tests::bytesOf(protocol::JobEnd::Answer{result}));
+  }
+  void pass(int job, bool isReply, int number, const std::vector<unsigned char>& payload) {
+    m_book.passed(job, {isReply, number, payload});
+  }
+  void end(int job, bool isMadeHere = true, const wchar_t* reason = L"", bool isShown = false) {
+    m_book.ended(job, {4711, 0, isMadeHere, reason}, isShown);
+  }
+  static CS_Notice notice(const wchar_t* result, const wchar_t* number = L"17", const wchar_t* process = L"77",
+                          const wchar_t* printer = L"LASER (session 5)") {
+    return {L"job",
+            L"",
+            {{L"job", number},
+             {L"printer", printer},
+             {L"document", L"Letter"},
+             {L"process", process},
+             {L"user", L"PC\\anna"},
+             {L"result", result},
+             {L"session", L"5"},
+             {L"bytes", L"99"},
+             {L"cause", L"The cause."},
+             {L"remedy", L"The remedy."}}};
+  }
+  void news(PaperState state, const wchar_t* job = L"Laser - Job #17", int session = 5) {
+    m_book.paperNews({L"Laser", job, L"Letter", state, L"No paper.", L"Put some in."}, session, L"Laser (session 5)");
+  }
+  std::vector<JobRecord> all() {
+    protocol::Jobs query;
+    query.most = 100;
+    return m_book.find(query).jobs;
+  }
+  JobRecord only() {
+    const auto found = all();
+    EXPECT_THAT(found, SizeIs(1));
+    return found.empty() ? JobRecord() : found[0];
+  }
+
+  Log m_log{std::filesystem::path()};
+  JobHistory m_history{{}, {}, m_log};
+  JobBook m_book{m_history, {L"srv", true}};
+};
+
+TEST_F(JobBookTest, AJobThatRunsIsKnownFromItsStart) {
+  start(begin());
+  const JobRecord job = only();
+  EXPECT_EQ(job.state, JobState::kRunning);
+  EXPECT_EQ(job.server, L"srv");
+  EXPECT_EQ(job.session, 5);
+  EXPECT_EQ(job.printer, L"Laser (session 5)");
+  EXPECT_EQ(job.document, L"Letter");
+  EXPECT_EQ(job.spoolerJob, L"17");
+  EXPECT_EQ(job.process, kProcess);
+  EXPECT_EQ(job.copies, 2);
+  EXPECT_NE(job.began, L"");
+  EXPECT_EQ(job.ended, L"");
+  EXPECT_EQ(job.milliseconds, (std::array<int, 4>{-1, -1, -1, -1}));
+}
+
+TEST_F(JobBookTest, AJobThatArrivesHasItsStagesItsUserAndItsEnd) {
+  const int job = begin();
+  start(job);
+  pass(job, false, 2, {});
+  EXPECT_GE(only().milliseconds[protocol::kCollecting], 0);
+  EXPECT_EQ(only().milliseconds[protocol::kSending], -1);
+  pass(job, false, 3, {});
+  answer(job, PrintResult::kPrinted);
+  EXPECT_EQ(only().state, JobState::kDelivered);
+  EXPECT_GE(only().milliseconds[protocol::kSending], 0);
+  EXPECT_GE(only().milliseconds[protocol::kTaking], 0);
+  EXPECT_EQ(only().milliseconds[protocol::kPaper], -1);
+  EXPECT_NE(only().ended, L"");
+  end(job);
+  m_book.noticed(notice(L"delivered"));
+  EXPECT_EQ(only().state, JobState::kDelivered);
+  EXPECT_EQ(only().user, L"PC\\anna");
+  EXPECT_EQ(only().bytes, 4711);
+  EXPECT_EQ(only().cause, L"");
+}
+
+TEST_F(JobBookTest, WhatThePrinterDoesWithItIsFollowed) {
+  const int job = begin();
+  start(job);
+  answer(job, PrintResult::kPrinted);
+  end(job);
+  news(PaperState::kStopped);
+  EXPECT_EQ(only().state, JobState::kPrinting);
+  EXPECT_EQ(only().cause, L"No paper.");
+  EXPECT_EQ(only().remedy, L"Put some in.");
+  EXPECT_EQ(only().milliseconds[protocol::kPaper], -1);
+  news(PaperState::kPrinted);
+  EXPECT_EQ(only().state, JobState::kPrinted);
+  EXPECT_GE(only().milliseconds[protocol::kPaper], 0);
+  news(PaperState::kAborted);
+  EXPECT_EQ(only().state, JobState::kFailed);
+  news(PaperState::kCanceled);
+  EXPECT_EQ(only().state, JobState::kCanceled);
+  news(PaperState::kHandedOn);
+  EXPECT_EQ(only().state, JobState::kDelivered);
+}
+
+TEST_F(JobBookTest, NewsThatOvertakeTheAnswerStay) {
+  const int job = begin();
+  start(job);
+  news(PaperState::kPrinting);
+  answer(job, PrintResult::kPrinted);
+  EXPECT_EQ(only().state, JobState::kPrinting);
+}
+
+TEST_F(JobBookTest, NewsOfAnotherSessionOrJobChangeNothing) {
+  const int job = begin();
+  start(job);
+  answer(job, PrintResult::kPrinted);
+  news(PaperState::kPrinted, L"Laser - Job #18");
+  news(PaperState::kPrinted, L"Laser - Job #17", 6);
+  EXPECT_EQ(only().state, JobState::kDelivered);
+}
+
+TEST_F(JobBookTest, AnAnswerThatSaysNoIsAFailureAndThePortMonitorsWordsAreBetter) {
+  const int job = begin();
+  start(job);
+  answer(job, PrintResult::kDiskFailure);
+  EXPECT_EQ(only().state, JobState::kFailed);
+  EXPECT_EQ(only().cause, protocol::textOf(PrintResult::kDiskFailure));
+  EXPECT_EQ(only().remedy, L"See in the print client's output what it says about the job.");
+  m_book.noticed(notice(L"failed"));
+  EXPECT_EQ(only().cause, L"The cause.");
+  EXPECT_EQ(only().remedy, L"The remedy.");
+}
+
+TEST_F(JobBookTest, AJobThatIsCutSaysWhichSideLeft) {
+  const int first = begin();
+  start(first);
+  end(first, true, L"it was killed");
+  EXPECT_EQ(only().state, JobState::kFailed);
+  EXPECT_EQ(only().cause, L"The port monitor left before the job's end (it was killed).");
+  EXPECT_EQ(only().remedy, L"The port monitor's log says what failed there; print again.");
+  const int second = begin();
+  start(second, L"18");
+  end(second, false);
+  EXPECT_EQ(all()[0].cause, L"The session's print client left before the job's end.");
+  EXPECT_EQ(all()[0].remedy, L"Start the print client, and print again.");
+}
+
+TEST_F(JobBookTest, WhatThePortMonitorSaidBeforeItLeftStays) {
+  const int job = begin();
+  start(job);
+  m_book.noticed(notice(L"failed"));
+  end(job);
+  EXPECT_EQ(only().cause, L"The cause.");
+}
+
+TEST_F(JobBookTest, AJobThatWasShownInsteadIsNoFailure) {
+  const int job = begin();
+  start(job);
+  end(job, true, L"", true);
+  EXPECT_EQ(only().state, JobState::kShown);
+}
+
+TEST_F(JobBookTest, AJobThatNeverFoundItsSessionHasARecordOfItsNotice) {
+  m_book.noticed(notice(L"failed", L"3", L"88", L"Nobody's"));
+  const JobRecord job = only();
+  EXPECT_EQ(job.state, JobState::kFailed);
+  EXPECT_EQ(job.printer, L"Nobody's");
+  EXPECT_EQ(job.process, 88);
+  EXPECT_EQ(job.session, 5);
+  EXPECT_EQ(job.spoolerJob, L"3");
+  EXPECT_EQ(job.document, L"Letter");
+  EXPECT_EQ(job.bytes, 99);
+  EXPECT_EQ(job.cause, L"The cause.");
+  EXPECT_NE(job.ended, L"");
+}
+
+TEST_F(JobBookTest, ANoticeBelongsToTheJobOfItsProcessAndNumber) {
+  const int first = begin(), second = begin();
+  start(first);
+  start(second, L"18");
+  end(first);
+  end(second);
+  m_book.noticed(notice(L"failed", L"17"));
+  EXPECT_EQ(all()[0].user, L"");
+  EXPECT_EQ(all()[1].user, L"PC\\anna");
+  m_book.noticed(notice(L"failed", L"18", L"78"));
+  EXPECT_EQ(all()[1].user, L"");
+  EXPECT_THAT(all(), SizeIs(3));
+}
+
+TEST_F(JobBookTest, ANoticeIsNotTakenForOneOfAJobThatHasJustBegun) {
+  const int first = begin();
+  start(first);
+  end(first);
+  begin();
+  m_book.noticed(notice(L"failed"));
+  EXPECT_EQ(all()[0].user, L"PC\\anna");
+  EXPECT_THAT(all(), SizeIs(1));
+}
+
+TEST_F(JobBookTest, ARefusedRouteIsAFailureWhoseNoticeFollows) {
+  const int job = begin();
+  m_book.refused(job, L"the print client has just gone");
+  EXPECT_EQ(only().state, JobState::kFailed);
+  EXPECT_EQ(only().cause, L"the print client has just gone");
+  m_book.noticed(notice(L"failed"));
+  EXPECT_EQ(only().document, L"Letter");
+  EXPECT_EQ(only().cause, L"The cause.");
+}
+
+TEST_F(JobBookTest, OtherNoticesAndRequestsOfAnotherVersionAreNoJobs) {
+  CS_Notice other = notice(L"refused");
+  other.kind = L"printer";
+  m_book.noticed(other);
+  EXPECT_THAT(all(), IsEmpty());
+  const int job = begin();
+  pass(job, false, 1, {0x78});
+  answer(job + 1, PrintResult::kPrinted);
+  start(job);
+  EXPECT_EQ(only().document, L"Letter");
+}
+
+TEST_F(JobBookTest, WithoutTitlesNoDocumentHasAName) {
+  JobBook silent(m_history, {L"srv", false});
+  const int job = silent.begin(L"Laser (session 5)", 5, kProcess);
+  protocol::JobStart started;
+  started.jobName = L"Laser - Job #17";
+  started.documentName = L"Letter";
+  const auto bytes = tests::bytesOf(started);
+  silent.passed(job, {false, 1, bytes});
+  silent.noticed(notice(L"failed"));
+  EXPECT_EQ(only().document, L"");
+  EXPECT_EQ(only().spoolerJob, L"17");
+}
+
+TEST_F(JobBookTest, TextsOfPeersAreCut) {
+  start(begin(std::wstring(1000, L'p')), L"17", std::wstring(1000, L'd'));
+  EXPECT_EQ(only().document.size(), JobBook::kMaxText);
+  EXPECT_EQ(only().printer.size(), JobBook::kMaxText);
+}
+
+TEST_F(JobBookTest, OnlyTheLatestJobsThatHaveEndedAreFollowedAndTheOthersStayInTheHistory) {
+  const int running = begin();
+  start(running, L"1");
+  const int first = begin();
+  start(first);
+  answer(first, PrintResult::kPrinted);
+  end(first);
+  news(PaperState::kPrinting);
+  for (std::size_t i = 0; i < JobBook::kMostEnded; ++i) {
+    const int job = begin();
+    start(job, L"99");
+    end(job);
+  }
+  news(PaperState::kPrinted);
+  protocol::Jobs query;
+  query.most = 1;
+  query.job = first;
+  EXPECT_EQ(m_book.find(query).jobs.at(0).state, JobState::kDelivered);
+  answer(running, PrintResult::kPrinted);
+  query.job = running;
+  EXPECT_EQ(m_book.find(query).jobs.at(0).state, JobState::kDelivered);
+}
+
+TEST_F(JobBookTest, OnlyAJobThatRunsCanBeCanceled) {
+  EXPECT_EQ(m_book.cancel({9, L"anna"}).text, L"no job 9 is running");
+  const int job = begin();
+  start(job);
+  answer(job, PrintResult::kPrinted);
+  end(job);
+  const auto ended = m_book.cancel({job, L"anna"});
+  EXPECT_FALSE(ended.isDone);
+  EXPECT_EQ(ended.text, L"job 1 \"Letter\" on \"Laser (session 5)\" has ended");
+  news(PaperState::kPrinting);
+  EXPECT_EQ(m_book.cancel({job, L"anna"}).text,
+            L"job 1 \"Letter\" on \"Laser (session 5)\" is at its printer already; the person whose it is can cancel "
+            L"it there");
+}
+
+}  // namespace
+}  // namespace aps

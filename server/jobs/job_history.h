@@ -1,0 +1,87 @@
+#pragma once
+
+#include "protocol/job_record.h"
+#include "server/jobs/database.h"
+#include "server/log.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace aps {
+
+// The records of jobs in an SQLite database: in a file that survives this process however it ends, or in memory.
+// Writing happens on a thread of its own and holds up no job: what the file does not take waits here, up to
+// kMostWaiting records, and a line in the log says so, and when it goes on. A file that is damaged is set aside under
+// another name, and a new one begun. Records are dropped when they are older than Limits::days, and the oldest when
+// there are more than Limits::jobs or more than Limits::megabytes. Safe from any thread.
+class JobHistory {
+ public:
+  struct Limits {
+    int days = 90;
+    int jobs = 100000;
+    int megabytes = 200;
+  };
+  static constexpr std::size_t kMostWaiting = 20000;
+  static constexpr std::chrono::milliseconds kLongestWait{100};
+
+  // Without a path the history is in memory and goes with the object. Jobs that an earlier process has left running are
+  // told as failed.
+  JobHistory(std::filesystem::path path, const Limits& limits, Log& log);
+  // Writes what waits, as far as the file takes it.
+  ~JobHistory();
+  JobHistory(const JobHistory&) = delete;
+  JobHistory& operator=(const JobHistory&) = delete;
+
+  // The number for a new job: one more than that of any job before.
+  int nextNumber();
+  // The record replaces what is known under its number. Does not wait; without memory the record is lost, and counted.
+  void put(const protocol::JobRecord& record) noexcept;
+  // Returns when the latest record of that number has been handed to the system, so that it stays whatever becomes of
+  // this process, and after kLongestWait in any case; at once while the file takes nothing.
+  void awaitWritten(int number) noexcept;
+
+  // The latest first. What cannot be read is said in the answer.
+  protocol::Jobs::Answer find(const protocol::Jobs& wanted);
+
+ private:
+  void open();
+  void openDatabase();
+  void setAside();
+  // The thread begins with the first record, so that it has what the program has decided for all of its threads.
+  void startLocked() noexcept;
+  void run() noexcept;
+  // Hands the waiting records to the file; why it does not take them, or nothing.
+  std::optional<std::string> writeWaiting(const std::map<int, protocol::JobRecord>& records);
+  void writeAll(const std::map<int, protocol::JobRecord>& records);
+  void prune();
+  void tellTrouble(const std::string& why);
+  void takeBack(std::map<int, protocol::JobRecord> records);
+  std::string name() const;
+
+  const std::filesystem::path m_path;
+  const Limits m_limits;
+  Log& m_log;
+  std::mutex m_databaseLock;             // guards the two behind it; never taken with the other lock held
+  std::unique_ptr<Database> m_database;  // null when it cannot be had
+  int m_sincePruned = 0;                 // records written
+
+  std::mutex m_lock;  // guards what follows
+  std::condition_variable m_changed;
+  std::map<int, protocol::JobRecord> m_waiting;
+  std::size_t m_beingWritten = 0;  // records
+  std::size_t m_lost = 0;
+  std::string m_trouble;  // why nothing is written; empty when all is well
+  int m_latest = 0;
+  bool m_isStopping = false;
+  std::thread m_writer;
+};
+
+}  // namespace aps
