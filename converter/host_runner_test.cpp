@@ -70,13 +70,15 @@ TEST_F(HostRunner, OutputJustBelowTheLimitIsWithinIt) {
   runLine(L"head -c 2000000 /dev/zero >out.pdf");
 }
 
-// The status of the end and too many bytes come in the same moment, so that no look is between them.
+// The status of the end and too many bytes come in the same moment, so that no look is between them; and they stay, so
+// that the next look finds both.
 TEST_F(HostRunner, WhatWasWrittenInTheLastMomentCounts) {
   m_limits.outputMegabytes = 2;
   const std::wstring last = m_parent.file(L"last");
   TemporaryFolder::write(last, "0\n" + std::string(3000000, '\0'));
   const std::string path = hostPath(last);
-  EXPECT_EQ(run(L"mv", {std::wstring(path.begin(), path.end()), L"status"}).end, RunEnd::kOutputLimit);
+  const std::wstring line = L"mv \"$0\" status; while [ -e status ]; do sleep 0.01; done";
+  EXPECT_EQ(run(L"sh", {L"-c", line, std::wstring(path.begin(), path.end())}).end, RunEnd::kOutputLimit);
 }
 
 TEST_F(HostRunner, AProgramThatDoesNotEndWhenItIsAskedToIsKilledByTheHost) {
