@@ -2,6 +2,7 @@
 #include "converter/ghostscript.h"
 #include "converter/host_shell.h"
 #include "converter/private_folder.h"
+#include "tests/support/import_seam.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>
@@ -9,6 +10,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <sstream>
+
+MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessW, FALSE)
 
 namespace mg::converter {
 namespace {
@@ -63,6 +66,16 @@ TEST_F(HostRunner, TheLimitsAreNeitherMoreNorLessThanWasAskedFor) {
   m_limits.outputMegabytes = 7;
   runLine(L"ulimit -v; ulimit -f");
   EXPECT_EQ(said(), "307200\n14336\n");
+}
+
+// The shell itself has a limit, too, for the case that its converter ended before it could hold the pipe open.
+TEST_F(HostRunner, TheShellThatRunsTheProgramIsEndedAMinuteAfterItsTimeLimit) {
+  const ImportSeams seams;
+  std::wstring started;
+  CreateProcessWSeam.watch = [&](LPCWSTR, LPWSTR line, auto&&...) { started = line; };
+  m_limits.timeSeconds = 7;
+  runLine(L"exit 0");
+  EXPECT_EQ(started.substr(0, 34), L"sh -c \"exec timeout -k 1 67 sh -c ");
 }
 
 TEST_F(HostRunner, OutputJustBelowTheLimitIsWithinIt) {
