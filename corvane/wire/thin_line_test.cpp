@@ -209,12 +209,12 @@ TEST_F(ThinLineTest, ThatEndsLetsNobodyWait) {
         m_line.send(frames(30000));
       } catch (const CS_Exception& exception) {
         EXPECT_EQ(exception.number(), kConnectionLost);
-        EXPECT_STREQ(exception.detail(), L"100 %s of them gone for lunch");
+        EXPECT_STREQ(exception.detail(), L"100%% of them gone for lunch");
         ++failures;
       }
     });
   }
-  m_line.end(L"100 %s of them gone for lunch");
+  m_line.end(L"100%% of them gone for lunch");
   m_line.end(L"which is not the first reason");
   for (auto& sender : senders)
     sender.join();
