@@ -247,6 +247,18 @@ TEST_F(ThinLineTest, ARateOfNothingSetsNone) {
   receive(10000);
 }
 
+// What ThreadSanitizer says of it counts.
+TEST_F(ThinLineTest, ARateMayBeSetWhileAJobIsSent) {
+  JoinedThread setter([&] {
+    for (std::uint64_t rate = 2000000; rate > 1000000; rate -= 1000)
+      m_line.limitRate(rate);
+  });
+  for (int i = 0; i < 3; ++i)
+    m_line.send(frames(10000));
+  receive(30000);
+  setter.join();
+}
+
 // With the rate itself each piece would take as many seconds as it has bytes.
 TEST_F(ThinLineTest, HoldsNobodyForEverForAPeerThatAsksForNextToNothing) {
   m_line.limitRate(1);
