@@ -61,13 +61,13 @@ class DeflateUnpacker final : public corvane::Unpacker {
 
   void unpack(std::span<const unsigned char> bytes, bool beginsAnew, std::vector<unsigned char>& into) override {
     if (beginsAnew) ::inflateReset(&m_stream);
-    into.resize(corvane::kMaxUnpackedPiece);
+    into.resize(corvane::kMaxUnpackedPiece + 1);  // one that is filled has become too much
     give(m_stream, bytes);
     takeInto(m_stream, into);
     const int result = ::inflate(&m_stream, Z_SYNC_FLUSH);
     if (m_stream.avail_out == 0) {
       throw CS_Exception(corvane::kLimitExceeded, L"a packed frame becomes more than %u bytes",
-                         static_cast<unsigned>(corvane::kMaxUnpackedPiece - 1));
+                         static_cast<unsigned>(corvane::kMaxUnpackedPiece));
     }
     if ((result != Z_OK && result != Z_BUF_ERROR) || m_stream.avail_in != 0) {
       throw CS_Exception(corvane::kProtocolViolation, L"a packed frame cannot be unpacked");

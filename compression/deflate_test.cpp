@@ -35,6 +35,7 @@ class DeflateTest : public ::testing::Test {
       m_unpacker->unpack(bytes, beginsAnew, into);
       return 0;
     } catch (const CS_Exception& exception) {
+      m_detail = exception.detail();
       return exception.number();
     }
   }
@@ -42,6 +43,7 @@ class DeflateTest : public ::testing::Test {
   std::unique_ptr<corvane::Packer> m_packer = compression::deflate().makePacker();
   std::unique_ptr<corvane::Unpacker> m_unpacker = compression::deflate().makeUnpacker();
   Bytes m_packed, m_back;
+  std::wstring m_detail;
 };
 
 TEST_F(DeflateTest, IsCalledDeflateInTheHandshake) {
@@ -58,6 +60,16 @@ TEST_F(DeflateTest, EachPieceCanBeUnpackedWhenItHasComeAndUsesThoseBeforeIt) {
   EXPECT_LT(m_packed.size(), first);
   m_unpacker->unpack(m_packed, false, m_back);
   EXPECT_EQ(m_back, text(2));
+}
+
+TEST_F(DeflateTest, WhatStood30000BytesBeforeIsUsedToo) {
+  Bytes twice = noise(30000, 4);
+  twice.reserve(2 * twice.size());
+  twice.insert(twice.end(), twice.begin(), twice.end());
+  ASSERT_TRUE(m_packer->pack(twice, true, m_packed));
+  EXPECT_LT(m_packed.size(), 31000u);
+  m_unpacker->unpack(m_packed, true, m_back);
+  EXPECT_EQ(m_back, twice);
 }
 
 TEST_F(DeflateTest, WhatBeginsAnewNeedsNothingOfWhatCameBefore) {
@@ -87,12 +99,14 @@ TEST_F(DeflateTest, BytesThatWereNotPackedAreRefused) {
 }
 
 TEST_F(DeflateTest, APieceBecomesOnlySoMuch) {
-  ASSERT_TRUE(m_packer->pack(Bytes(corvane::kMaxUnpackedPiece - 1, 'a'), true, m_packed));
+  ASSERT_TRUE(m_packer->pack(Bytes(corvane::kMaxUnpackedPiece, 'a'), true, m_packed));
   m_unpacker->unpack(m_packed, true, m_back);
-  EXPECT_EQ(m_back.size(), corvane::kMaxUnpackedPiece - 1);
-  ASSERT_TRUE(m_packer->pack(Bytes(100 * corvane::kMaxUnpackedPiece, 'a'), true, m_packed));
-  EXPECT_EQ(failureOf(m_packed, true), corvane::kLimitExceeded);
-  EXPECT_EQ(m_back.size(), corvane::kMaxUnpackedPiece - 1);
+  EXPECT_EQ(m_back, Bytes(corvane::kMaxUnpackedPiece, 'a'));
+  for (const std::size_t more : {corvane::kMaxUnpackedPiece + 1, 100 * corvane::kMaxUnpackedPiece}) {
+    ASSERT_TRUE(m_packer->pack(Bytes(more, 'a'), true, m_packed));
+    EXPECT_EQ(failureOf(m_packed, true), corvane::kLimitExceeded);
+    EXPECT_EQ(m_detail, L"a packed frame becomes more than 131072 bytes");
+  }
 }
 
 }  // namespace

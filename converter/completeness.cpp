@@ -106,6 +106,7 @@ void checkEnding(const Announcement& announced, const RunReport& report) {
 }
 
 void checkComplete(const Announcement& announced, const RunReport& report, const PdfPages& pages) {
+  if (pages.count < 1) throw ConversionError(ExitCode::kIncomplete, L"The PDF has no page.");
   Judge(announced, report, pages).judge();
 }
 

@@ -15,14 +15,19 @@ struct Case {
   RunReport report = {Ending::kEndOfDocument, 17, false, false, false, ""};
   PdfPages pages = {17, 0};
 
-  std::wstring verdict() const {
+  std::wstring verdict() const { return ending().text(); }
+  // What ps2pdf.exe ends with.
+  ExitCode code() const { return ending().code(); }
+
+ private:
+  ConversionError ending() const {
     try {
       checkEnding(announced, report);
       checkComplete(announced, report, pages);
     } catch (const ConversionError& error) {
-      return error.text();
+      return error;
     }
-    return L"complete";
+    return {ExitCode::kDone, L"complete"};
   }
 };
 
@@ -79,6 +84,9 @@ TEST(Completeness, AMissingLastShowpageIsRefused) {
 TEST(Completeness, SomethingDrawnBehindTheLastAnnouncedPageIsNoLoss) {
   Case job;
   job.pages.unshown = 1;
+  EXPECT_EQ(job.verdict(), L"complete");
+  job.announced = {0, false, 0, true, false};
+  job.pages.count = 1;
   EXPECT_EQ(job.verdict(), L"complete");
 }
 
@@ -160,6 +168,36 @@ TEST(Completeness, CountsOfSeveralDocumentsInOneFileAreNotBelieved) {
   job.announced.hasEnd = false;
   job.pages.count = 3;
   EXPECT_EQ(job.verdict(), L"complete");
+}
+
+TEST(Completeness, AnAnnouncementOfNoPageIsToldLikeAnyOther) {
+  Case job;
+  job.announced = {0, false, 0, true, false};
+  job.report = {Ending::kStop, 1, false, false, false, ""};
+  EXPECT_NE(job.verdict().find(L": 0 pages announced, 1 page came."), std::wstring::npos);
+}
+
+TEST(Completeness, APdfWithoutAPageIsRefusedWhateverTheRunReported) {
+  Case job;
+  job.announced = {};
+  job.pages.count = 0;
+  EXPECT_EQ(job.verdict(), L"The PDF has no page.");
+  EXPECT_EQ(job.code(), ExitCode::kIncomplete);
+}
+
+TEST(Completeness, TheCodeTellsAnErrorInThePostScriptFromADocumentThatIsNotAllThere) {
+  Case job;
+  EXPECT_EQ(job.code(), ExitCode::kDone);
+  job.pages.count = 15;
+  EXPECT_EQ(job.code(), ExitCode::kIncomplete) << "pages are missing";
+  job.report.ending = Ending::kUnknown;
+  EXPECT_EQ(job.code(), ExitCode::kIncomplete) << "the end was not reached";
+  job.report.ending = Ending::kError;
+  EXPECT_EQ(job.code(), ExitCode::kPostScript) << "an error";
+  job.report.ending = Ending::kStop;
+  EXPECT_EQ(job.code(), ExitCode::kPostScript) << "it gave up";
+  job.report = {Ending::kEndOfDocument, 0, false, false, false, ""};
+  EXPECT_EQ(job.code(), ExitCode::kIncomplete) << "no page";
 }
 
 TEST(Completeness, TheEndOfTheRunIsToldInOneLine) {

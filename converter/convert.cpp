@@ -101,7 +101,6 @@ int checkPages(const PrivateFolder& folder, const RunReport& report, const std::
   const Announcement announced = announcementOf(input);
   checkEnding(announced, report);
   const PdfPages pages = countPdfPages(folder.output());
-  if (pages.count < 1) throw ConversionError(ExitCode::kIncomplete, L"The PDF has no page.");
   checkComplete(announced, report, pages);
   disarmPdf(folder.output());
   return pages.count;

@@ -131,6 +131,10 @@ TEST_F(ConvertTest, ErrorThatTheDocumentGetsOverIsNone) {
             1);
 }
 
+TEST_F(ConvertTest, WordsThatTheDocumentPrintsItselfAreNotTakenForGhostscripts) {
+  EXPECT_EQ(convert(write(L"job", "%!PS-Adobe-3.0\n(Error: /VMerror in --run--\\n) print showpage\n"), m_limits), 1);
+}
+
 TEST_F(ConvertTest, StopThatNobodyCatchesIsRefused) {
   const ConversionError error = errorFor("%!PS-Adobe-3.0\nshowpage stop showpage\n");
   EXPECT_EQ(error.code(), ExitCode::kPostScript);

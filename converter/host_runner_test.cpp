@@ -2,6 +2,7 @@
 #include "converter/ghostscript.h"
 #include "converter/host_shell.h"
 #include "converter/private_folder.h"
+#include "tests/support/import_seam.h"
 #include "tests/support/temporary_folder.h"
 
 #include <windows.h>
@@ -9,6 +10,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <sstream>
+
+MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessW, FALSE)
 
 namespace mg::converter {
 namespace {
@@ -65,18 +68,30 @@ TEST_F(HostRunner, TheLimitsAreNeitherMoreNorLessThanWasAskedFor) {
   EXPECT_EQ(said(), "307200\n14336\n");
 }
 
+// The shell itself has a limit, too, for the case that its converter ended before it could hold the pipe open.
+TEST_F(HostRunner, TheShellThatRunsTheProgramIsEndedAMinuteAfterItsTimeLimit) {
+  const ImportSeams seams;
+  std::wstring started;
+  CreateProcessWSeam.watch = [&](LPCWSTR, LPWSTR line, auto&&...) { started = line; };
+  m_limits.timeSeconds = 7;
+  runLine(L"exit 0");
+  EXPECT_EQ(started.substr(0, 34), L"sh -c \"exec timeout -k 1 67 sh -c ");
+}
+
 TEST_F(HostRunner, OutputJustBelowTheLimitIsWithinIt) {
   m_limits.outputMegabytes = 2;
   runLine(L"head -c 2000000 /dev/zero >out.pdf");
 }
 
-// The status of the end and too many bytes come in the same moment, so that no look is between them.
+// The status of the end and too many bytes come in the same moment, so that no look is between them; and they stay, so
+// that the next look finds both.
 TEST_F(HostRunner, WhatWasWrittenInTheLastMomentCounts) {
   m_limits.outputMegabytes = 2;
   const std::wstring last = m_parent.file(L"last");
   TemporaryFolder::write(last, "0\n" + std::string(3000000, '\0'));
   const std::string path = hostPath(last);
-  EXPECT_EQ(run(L"mv", {std::wstring(path.begin(), path.end()), L"status"}).end, RunEnd::kOutputLimit);
+  const std::wstring line = L"mv \"$0\" status; while [ -e status ]; do sleep 0.01; done";
+  EXPECT_EQ(run(L"sh", {L"-c", line, std::wstring(path.begin(), path.end())}).end, RunEnd::kOutputLimit);
 }
 
 TEST_F(HostRunner, AProgramThatDoesNotEndWhenItIsAskedToIsKilledByTheHost) {

@@ -67,6 +67,23 @@ TEST_F(LimitsTest, ZeroIsRefusedWithTheRangeAndTheDefault) {
             L"to 86400; without it the limit is 300. Correct it or delete it.");
 }
 
+TEST_F(LimitsTest, TheLeastAndTheMostThatMayBeAskedForAreTaken) {
+  setNumber(L"TimeLimitSeconds", 86400);
+  setNumber(L"MemoryLimitMegabytes", 1048576);
+  setNumber(L"OutputLimitMegabytes", 1048576);
+  Limits limits = readLimits(HKEY_CURRENT_USER, kTestKey);
+  EXPECT_EQ(limits.timeSeconds, 86400u);
+  EXPECT_EQ(limits.memoryMegabytes, 1048576u);
+  EXPECT_EQ(limits.outputMegabytes, 1048576u);
+  setNumber(L"TimeLimitSeconds", 1);
+  setNumber(L"MemoryLimitMegabytes", 128);
+  setNumber(L"OutputLimitMegabytes", 1);
+  limits = readLimits(HKEY_CURRENT_USER, kTestKey);
+  EXPECT_EQ(limits.timeSeconds, 1u);
+  EXPECT_EQ(limits.memoryMegabytes, 128u);
+  EXPECT_EQ(limits.outputMegabytes, 1u);
+}
+
 TEST_F(LimitsTest, TooLargeIsRefused) {
   setNumber(L"OutputLimitMegabytes", 1048577);
   EXPECT_NE(errorText().find(L"\"OutputLimitMegabytes\""), std::wstring::npos);

@@ -118,9 +118,8 @@ class Scan {
       }
       const PdfToken key = m_token;
       advance();
-      // "/S/URI/URI(...)": the address follows the second key.
-      const bool isAddress = key.text == "URI" && m_token.kind != PdfTokenKind::kName;
-      if (!hasGlyphs && (kKeys.count(key.text) != 0 || (isAddress && !isHarmlessAddress(m_token)))) overwrite(key);
+      const bool isLink = key.text == "URI" && !isHarmlessAddress(m_token);
+      if (!hasGlyphs && (kKeys.count(key.text) != 0 || isLink)) overwrite(key);
       if (key.text == "S" || key.text == "Type" || key.text == "Subtype") checkKind();
       if (m_token.kind == PdfTokenKind::kDictBegin) {
         // The keys below "CharProcs" are the names of a font's characters.
@@ -154,7 +153,6 @@ class Disarming {
     }
     for (const unsigned long long number : embedded)
       clearStream(number);
-    if (m_output.is_open() && !m_output.flush()) throwUnwritten();
     return m_count;
   }
 
@@ -168,7 +166,7 @@ class Disarming {
     if (!m_output.is_open())
       m_output.open(std::filesystem::path(m_path), std::ios::in | std::ios::out | std::ios::binary);
     m_output.seekp(static_cast<std::streamoff>(at));
-    if (!m_output.write(bytes.data(), static_cast<std::streamsize>(bytes.size()))) throwUnwritten();
+    if (!m_output.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush()) throwUnwritten();
   }
 
   // Zeros up to "endstream"; an embedded file that contains that word itself keeps the rest, which is harmless without

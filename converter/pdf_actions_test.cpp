@@ -2,6 +2,7 @@
 
 #include "converter/completeness.h"
 #include "tests/support/converter/convert_fixture.h"
+#include "util/win_handle.h"
 
 #include <cstring>
 #include <iterator>
@@ -23,9 +24,8 @@ class PdfActions : public ConvertTest {
     EXPECT_EQ(countPdfPages(paths.output).count, 1);
     return bytes(paths.output);
   }
-  // The words of a PDF that this test writes itself, made harmless.
-  std::string disarmed(const std::string& object) {
-    const std::wstring path = m_folder + L"\\own.pdf";
+  // Writes a PDF of the test's own, with this object in it, and gives where the object stands.
+  size_t writeOwn(const std::string& object) {
     std::string file = "%PDF-1.7\n";
     const size_t catalog = file.size();
     file += "1 0 obj\n<</Type/Catalog/Pages 2 0 R>>\nendobj\n";
@@ -40,13 +40,29 @@ class PdfActions : public ConvertTest {
       file += std::string(10 - digits.size(), '0') + digits + " 00000 n \n";
     }
     file += "trailer\n<</Size 4/Root 1 0 R>>\nstartxref\n" + std::to_string(table) + "\n%%EOF\n";
-    std::ofstream(std::filesystem::path(path), std::ios::binary) << file;
-    m_count = disarmPdf(path);
-    const std::string after = bytes(path);
-    EXPECT_EQ(after.size(), file.size());
-    return after.substr(third + 8, object.size());
+    std::ofstream(std::filesystem::path(m_own), std::ios::binary) << file;
+    return third + 8;
+  }
+  // What becomes of this object when its PDF is made harmless.
+  std::string disarmed(const std::string& object) {
+    const size_t at = writeOwn(object);
+    const size_t size = bytes(m_own).size();
+    m_count = disarmPdf(m_own);
+    const std::string after = bytes(m_own);
+    EXPECT_EQ(after.size(), size);
+    return after.substr(at, object.size());
+  }
+  // Why that PDF cannot be made harmless.
+  ConversionError refusal() {
+    try {
+      disarmPdf(m_own);
+    } catch (const ConversionError& error) {
+      return error;
+    }
+    return ConversionError(ExitCode::kDone, L"it can");
   }
 
+  const std::wstring m_own = m_folder + L"\\own.pdf";
   int m_count = 0;
 };
 
@@ -81,6 +97,7 @@ TEST_F(PdfActions, NothingHappensByItselfWhenTheFileIsOpened) {
 
 TEST_F(PdfActions, NamesInAnotherSpellingAreFound) {
   EXPECT_EQ(disarmed("<</A<</S/La#75nch>>/Open#41#63tion 1>>"), "<</A<</S/xxxxxxxx>>/xxxxxxxxxxxxxx 1>>");
+  EXPECT_EQ(disarmed("<</#4aS 1/#4AS 1/J#5a 1>>"), "<</xxxx 1/xxxx 1/J#5a 1>>");
 }
 
 TEST_F(PdfActions, AnEmbeddedFileDoesNotReachTheClient) {
@@ -107,6 +124,37 @@ TEST_F(PdfActions, LinksToFilesAndOtherSchemesDoNotWork) {
   EXPECT_EQ(disarmed("<</S/URI/URI<66696C653A2F>>>"), "<</S/URI/xxx<66696C653A2F>>>");
   EXPECT_EQ(disarmed("<</S/URI/URI(\\146ile:)>>"), "<</S/URI/xxx(\\146ile:)>>");
   EXPECT_EQ(disarmed("<</S/URI/URI 9 0 R>>"), "<</S/URI/xxx 9 0 R>>");
+  EXPECT_EQ(disarmed("<</S/URI/URI http:x>>"), "<</S/URI/xxx http:x>>") << "a word is no address";
+  EXPECT_EQ(disarmed("<</S/URI/URI/http:>>"), "<</S/URI/xxx/http:>>") << "nor is a name";
+}
+
+TEST_F(PdfActions, AnHonestLinkInAnotherSpellingStays) {
+  for (const char* link :
+       {"<</S/URI/URI(\\150ttp:x)>>", "<</S/URI/URI(\\mailto:a)>>", "<</S/URI/URI<687474703a78>>>"}) {
+    EXPECT_EQ(disarmed(link), link);
+    EXPECT_EQ(m_count, 0) << link;
+  }
+}
+
+TEST_F(PdfActions, ObjectsAreExaminedDownToALevelOf200AndDeeperOnesAreRefused) {
+  const std::pair<std::string, std::string> forms[] = {{"[", "]"}, {"<</K ", ">>"}, {"<<", ">>"}};
+  for (const auto& form : forms) {
+    std::string object = "1";
+    for (int level = 1; level <= 200; ++level)
+      object = form.first + object + form.second;
+    EXPECT_EQ(disarmed(object), object);
+    writeOwn(form.first + object + form.second);
+    EXPECT_NE(refusal().text().find(L": an object is too deep."), std::wstring::npos) << form.first;
+    EXPECT_EQ(refusal().code(), ExitCode::kIncomplete) << form.first;
+  }
+}
+
+TEST_F(PdfActions, APdfThatCannotBeMadeHarmlessIsRefused) {
+  writeOwn("<</S/Launch>>");
+  const FileHandle other(CreateFileW(m_own.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+  EXPECT_EQ(refusal().text(), L"\"" + m_own + L"\" cannot be changed. Print the document again.");
+  EXPECT_EQ(refusal().code(), ExitCode::kFileSystem);
 }
 
 TEST_F(PdfActions, HonestLinksAndBookmarksStay) {

@@ -12,12 +12,14 @@
 namespace mg::converter {
 namespace {
 
-// A PDF of three objects and a stream that holds the words of a page tree.
-std::string pdf(int pages) {
+constexpr char kStream[] = "<</Length 28>>\nstream\n/Type /Pages /Count 999 /Root\nendstream";
+
+// A PDF of three objects; unless told otherwise, the third is a stream that holds the words of a page tree.
+std::string pdf(int pages, const std::string& third = kStream) {
   const std::vector<std::string> objects = {
       "1 0 obj\n<</Type/Catalog/Pages 2 0 R>>\nendobj\n",
       "2 0 obj\n<</Type/Pages/Kids[3 0 R]/Count " + std::to_string(pages) + ">>\nendobj\n",
-      "3 0 obj\n<</Length 28>>\nstream\n/Type /Pages /Count 999 /Root\nendstream\nendobj\n",
+      "3 0 obj\n" + third + "\nendobj\n",
   };
   std::string file = "%PDF-1.7\n";
   std::string table = "xref\n0 4\n0000000000 65535 f \n";
@@ -40,10 +42,11 @@ class PdfCheck : public testing::Test {
   }
   ~PdfCheck() override { DeleteFileW(m_path.c_str()); }
 
-  int count(const std::string& bytes) {
+  PdfPages pages(const std::string& bytes) {
     std::ofstream(std::filesystem::path(m_path), std::ios::binary) << bytes;
-    return countPdfPages(m_path).count;
+    return countPdfPages(m_path);
   }
+  int count(const std::string& bytes) { return pages(bytes).count; }
   std::wstring errorFor(const std::string& bytes) {
     try {
       count(bytes);
@@ -60,6 +63,15 @@ class PdfCheck : public testing::Test {
 TEST_F(PdfCheck, PagesAreCountedFromThePageTreeAndNotFromTextInsideThem) {
   EXPECT_EQ(count(pdf(0)), 0);
   EXPECT_EQ(count(pdf(12)), 12);
+}
+
+TEST_F(PdfCheck, APageThatNoTreeCountsIsFoundWhateverTheOrderOfItsKeys) {
+  for (const char* page : {"<</Type/Page/Parent 2 0 R>>", "<</Parent 2 0 R/Rotate 0/Type/Page>>",
+                           "<</Resources<</Font<</R7 1 0 R>>>>/Type /Page>>"})
+    EXPECT_EQ(pages(pdf(0, page)).unshown, 1) << page;
+  for (const char* other : {"<</Type/Pages>>", "<</Kind/Page>>", "<</First<</Type/Page>>>>", "[/Type/Page]", kStream})
+    EXPECT_EQ(pages(pdf(0, other)).unshown, 0) << other;
+  EXPECT_EQ(pages(pdf(1, "<</Type/Page>>")).unshown, 0) << "the tree counts it";
 }
 
 TEST_F(PdfCheck, FileWithoutTheHeadIsRefused) {
@@ -80,6 +92,14 @@ TEST_F(PdfCheck, FileWithATailOfAnotherFileIsRefused) {
   std::string file = pdf(1);
   file.replace(file.find("2 0 obj"), 7, "9 0 obj");
   EXPECT_NE(errorFor(file).find(L"an object is not where it should be"), std::wstring::npos);
+}
+
+// From its number to its end.
+TEST_F(PdfCheck, AnObjectMayHave16MegabytesAndNotOneByteMore) {
+  const size_t around = std::string("3 0 obj\n<<>>\nendobj").size();
+  const std::string object = "<<" + std::string((16u << 20) - around, ' ') + ">>";
+  EXPECT_EQ(count(pdf(2, object)), 2);
+  EXPECT_NE(errorFor(pdf(2, object + " ")).find(L"an object is truncated"), std::wstring::npos);
 }
 
 TEST_F(PdfCheck, MissingFileIsRefused) {

@@ -149,7 +149,7 @@ std::string PdfFile::object(unsigned long long number) {
   size_t length = 0;
   std::string text = read(at, size);
   while (!isWholeObject(text, length)) {
-    if (text.size() < size || size > kMostObjectSize) throwIncomplete(L"an object is truncated");
+    if (text.size() < size || size >= kMostObjectSize) throwIncomplete(L"an object is truncated");
     size *= 4;
     text = read(at, size);
   }

@@ -1,6 +1,8 @@
+#include "converter/conversion_error.h"
 #include "converter/ghostscript.h"
 #include "converter/private_folder.h"
 #include "tests/support/import_seam.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
@@ -26,6 +28,29 @@ class WindowsRunner : public testing::Test {
   RunResult run(const std::vector<std::wstring>& arguments) {
     return runOnWindows({besideThisProgram(L"converter_child.exe"), arguments, m_input}, m_folder, m_limits);
   }
+  // Why a program that would print something is not run.
+  ConversionError refusal() {
+    try {
+      run({L"environment"});
+    } catch (const ConversionError& error) {
+      return error;
+    }
+    return ConversionError(ExitCode::kDone, L"it ran");
+  }
+  // Keeps the process that is put under limits next, for its end to be looked at.
+  void keepProcess() {
+    AssignProcessToJobObjectSeam.watch = [this](HANDLE, HANDLE process) {
+      DuplicateHandle(GetCurrentProcess(), process, GetCurrentProcess(), m_process.receive(), 0, FALSE,
+                      DUPLICATE_SAME_ACCESS);
+    };
+  }
+  // What that process ended with; it is not waited for.
+  DWORD codeOfEnded() const {
+    EXPECT_EQ(WaitForSingleObject(m_process.get(), 0), WAIT_OBJECT_0) << "it has not ended";
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(m_process.get(), &code));
+    return code;
+  }
   std::string said() const {
     std::ifstream file{std::filesystem::path(m_folder.said())};
     std::stringstream text;
@@ -33,6 +58,8 @@ class WindowsRunner : public testing::Test {
     return text.str();
   }
 
+  const ImportSeams m_seams;
+  ObjectHandle m_process;
   PrivateFolder m_folder{besideThisProgram(L"x")};
   std::wstring m_input = besideThisProgram(L"converter_child.exe");
   Limits m_limits;
@@ -46,7 +73,6 @@ TEST_F(WindowsRunner, ExitCodeIsHandedBack) {
 
 // Not every system holds a program to it, so what is asked for is looked at.
 TEST_F(WindowsRunner, TheJobObjectLimitsTheMemoryAndEndsTheProgramWithUs) {
-  const ImportSeams seams;
   HANDLE limited = nullptr;
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
   SetInformationJobObjectSeam.watch = [&](HANDLE job, JOBOBJECTINFOCLASS kind, LPVOID data, DWORD size) {
@@ -67,6 +93,28 @@ TEST_F(WindowsRunner, TheJobObjectLimitsTheMemoryAndEndsTheProgramWithUs) {
   EXPECT_EQ(assigned, limited);
 }
 
+TEST_F(WindowsRunner, AProgramThatCannotBePutUnderLimitsDoesNotRun) {
+  const std::wstring denied = systemErrorText(ERROR_ACCESS_DENIED);
+  keepProcess();
+  SetInformationJobObjectSeam.fail(1, FALSE, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(refusal().text(), L"The limits of the job object cannot be set: " + denied + L".");
+  EXPECT_FALSE(m_process) << "started";
+  AssignProcessToJobObjectSeam.fail(1, FALSE, ERROR_ACCESS_DENIED);
+  const ConversionError error = refusal();
+  EXPECT_EQ(error.text(), L"Ghostscript cannot be put under limits: " + denied + L".");
+  EXPECT_EQ(error.code(), ExitCode::kFileSystem);
+  EXPECT_EQ(WaitForSingleObject(m_process.get(), 60000), WAIT_OBJECT_0);
+  EXPECT_EQ(codeOfEnded(), 1u);
+  EXPECT_EQ(said(), "");
+}
+
+TEST_F(WindowsRunner, ADocumentThatCannotBeOpenedIsNamed) {
+  m_input = m_folder.temporary() + L"\\none";
+  EXPECT_EQ(refusal().text(),
+            L"\"" + m_input + L"\" cannot be opened for Ghostscript: " + systemErrorText(ERROR_FILE_NOT_FOUND) + L".");
+  EXPECT_EQ(refusal().code(), ExitCode::kFileSystem);
+}
+
 TEST_F(WindowsRunner, MissingProgramIsNotStarted) {
   const RunResult result = runOnWindows({L"C:\\none\\gswin64c.exe", {}, m_input}, m_folder, m_limits);
   EXPECT_EQ(result.end, RunEnd::kNotStarted);
@@ -84,12 +132,16 @@ TEST_F(WindowsRunner, TemporaryFolderIsThePrivateOneAndOptionsFromOutsideAreNotH
 
 TEST_F(WindowsRunner, ProgramThatNeverEndsIsStoppedAtTheTimeLimit) {
   m_limits.timeSeconds = 1;
+  keepProcess();
   EXPECT_EQ(run({L"wait"}).end, RunEnd::kTimeLimit);
+  EXPECT_EQ(codeOfEnded(), 1u) << "not stopped, and waited for, before its job object went";
 }
 
 TEST_F(WindowsRunner, ProgramThatWritesTooMuchIsStopped) {
   m_limits.outputMegabytes = 2;
+  keepProcess();
   EXPECT_EQ(run({L"write", m_folder.output()}).end, RunEnd::kOutputLimit);
+  EXPECT_EQ(codeOfEnded(), 1u) << "not stopped, and waited for, before its job object went";
 }
 
 TEST_F(WindowsRunner, FilesInTheTemporaryFolderCountToo) {

@@ -60,6 +60,40 @@ TEST_F(SendWindowTest, StaysWhereWhatItHoldsArrivesAsLateAsItMay) {
   EXPECT_EQ(m_window.size(), before);
 }
 
+TEST_F(SendWindowTest, FallsByNoMoreThanHalfOfWhatCameLateHoweverLittleWasOnItsWay) {
+  round(80ms);
+  const std::size_t before = m_window.size();
+  EXPECT_EQ(before, SendWindow::kFirst + 65000);
+  EXPECT_EQ(round(80ms + SendWindow::kTarget * 7 / 4), 130000u);
+  EXPECT_EQ(m_window.size(), before - 65000);
+  m_window.sent(1000, m_now);
+  m_now += 80ms + SendWindow::kTarget * 5 / 4;
+  EXPECT_EQ(m_window.taken(m_taken += 1000, m_now), 1000u);
+  EXPECT_EQ(m_window.size(), before - 65000 - 250);
+}
+
+TEST_F(SendWindowTest, MeasuresFromWhenSomethingWasSentAlsoWhenMoreHasFollowed) {
+  m_window.sent(30000, m_now);
+  m_window.sent(30000, m_now + 50ms);
+  EXPECT_EQ(m_window.taken(30000, m_now + 100ms), 30000u);
+  EXPECT_EQ(m_window.taken(60000, m_now + 150ms), 30000u);
+  EXPECT_EQ(m_window.size(), SendWindow::kFirst + 30000);
+  m_window.sent(30000, m_now + 200ms);
+  m_window.sent(1000, m_now + 390ms);
+  EXPECT_EQ(m_window.taken(90000, m_now + 400ms), 30000u);
+  EXPECT_EQ(m_window.size(), SendWindow::kFirst + 30000 - 15000) << "it came 100 ms late";
+}
+
+TEST_F(SendWindowTest, GrowsWhereThereWasNoRoomForAnotherPieceAndNotWhereThereWas) {
+  const std::size_t most = SendWindow::kFirst - ThinLine::kPiece;
+  m_window.sent(most, m_now);
+  EXPECT_EQ(m_window.taken(most, m_now), most);
+  EXPECT_EQ(m_window.size(), SendWindow::kFirst);
+  m_window.sent(most + 1, m_now);
+  EXPECT_EQ(m_window.taken(2 * most + 1, m_now), most + 1);
+  EXPECT_EQ(m_window.size(), SendWindow::kFirst + most + 1);
+}
+
 TEST_F(SendWindowTest, DoesNotGrowForAPeerThatIsSentLittle) {
   for (std::uint32_t i = 1; i < 100; ++i) {
     m_window.sent(100, m_now);
@@ -175,12 +209,13 @@ TEST_F(ThinLineTest, ThatEndsLetsNobodyWait) {
         m_line.send(frames(30000));
       } catch (const CS_Exception& exception) {
         EXPECT_EQ(exception.number(), kConnectionLost);
-        EXPECT_STREQ(exception.detail(), L"gone for lunch");
+        EXPECT_STREQ(exception.detail(), L"100%% of them gone for lunch");
         ++failures;
       }
     });
   }
-  m_line.end(L"gone for lunch");
+  m_line.end(L"100%% of them gone for lunch");
+  m_line.end(L"which is not the first reason");
   for (auto& sender : senders)
     sender.join();
   EXPECT_EQ(failures, 4);
@@ -203,6 +238,25 @@ TEST_F(ThinLineTest, SendsNoMoreThanItsRateWhichIsTheLowestOfThoseThatWereSet) {
     m_line.send(frames(10000));
   EXPECT_GE(std::chrono::steady_clock::now() - from, 300ms);
   EXPECT_TRUE(m_line.isBusy(1));
+}
+
+TEST_F(ThinLineTest, ARateOfNothingSetsNone) {
+  m_line.limitRate(0);
+  m_line.send(frames(10000));
+  EXPECT_FALSE(m_line.isBusy(1));
+  receive(10000);
+}
+
+// What ThreadSanitizer says of it counts.
+TEST_F(ThinLineTest, ARateMayBeSetWhileAJobIsSent) {
+  JoinedThread setter([&] {
+    for (std::uint64_t rate = 2000000; rate > 1000000; rate -= 1000)
+      m_line.limitRate(rate);
+  });
+  for (int i = 0; i < 3; ++i)
+    m_line.send(frames(10000));
+  receive(30000);
+  setter.join();
 }
 
 // With the rate itself each piece would take as many seconds as it has bytes.
@@ -243,10 +297,11 @@ class JobLaneTest : public ThinLineTest {
   JobLaneTest() : m_lane(std::shared_ptr<ThinLine>(&m_line, [](ThinLine*) {}), &m_packing) {}
 
   // The frames that come while the lane sends these, all of which the peer takes at once.
-  std::vector<Frame> sent(const std::vector<unsigned char>& bytes) {
+  std::vector<Frame> sent(const std::vector<unsigned char>& bytes) { return sentBy(m_lane, bytes); }
+  std::vector<Frame> sentBy(JobLane& lane, const std::vector<unsigned char>& bytes) {
     JoinedThread sender(
         [&] {
-          m_lane.send(bytes);
+          lane.send(bytes);
           m_link.sendText(endHeader(), L"end");
         },
         [&] { m_line.end(L"over"); });
@@ -354,6 +409,35 @@ TEST_F(JobLaneTest, ShortFramesThatComeTogetherShareAPiece) {
   const auto got = sent(frames);
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].payload().size(), frames.size() / 2);
+}
+
+// The frames of a piece come as one, half as long.
+TEST_F(JobLaneTest, ARequestFillsThePieceThatAnEarlierOneHasBegun) {
+  const auto sizesOf = [this](std::size_t first, std::size_t second) {
+    auto frames = request(first);
+    const auto more = request(second);
+    frames.insert(frames.end(), more.begin(), more.end());
+    std::vector<std::size_t> sizes;
+    for (const Frame& frame : sent(frames))
+      sizes.push_back(frame.payload().size());
+    return sizes;
+  };
+  EXPECT_EQ(sizesOf(20000, 20000), (std::vector<std::size_t>{12288, 7742}));
+  EXPECT_EQ(sizesOf(24535, 1), std::vector<std::size_t>{12288}) << "to its last byte";
+  EXPECT_EQ(sizesOf(24536, 1), (std::vector<std::size_t>{12278, 1})) << "no header without a byte of what follows";
+}
+
+TEST_F(JobLaneTest, WhatIsNotPackedGoesInPiecesOf24KibibytesAndOf8OnABusyLine) {
+  JobLane plain(std::shared_ptr<ThinLine>(&m_line, [](ThinLine*) {}), nullptr);
+  auto got = sentBy(plain, request(30000));
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].bytes.size(), 24576u);
+  EXPECT_EQ(got[1].bytes.size(), 30020u + kFrameHeaderSize - 24576);
+  m_line.send(frames(50000));
+  receive(50000);
+  got = sentBy(plain, request(30000));
+  ASSERT_GE(got.size(), 2u);
+  EXPECT_EQ(got[0].bytes.size(), 8192u);
 }
 
 TEST_F(JobLaneTest, AFrameWithoutPayloadGoesThrough) {
