@@ -167,9 +167,11 @@ int JobHistory::nextNumber() {
 }
 
 void JobHistory::put(const JobRecord& record) noexcept {
+  bool isFirst = false;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     try {
+      isFirst = m_waiting.empty();
       m_waiting[record.number] = record;
       if (m_waiting.size() > kMostWaiting) {
         m_waiting.erase(m_waiting.begin());
@@ -180,6 +182,12 @@ void JobHistory::put(const JobRecord& record) noexcept {
     }
     startLocked();
   }
+  if (isFirst) m_changed.notify_all();
+}
+
+void JobHistory::wantLocked() noexcept {
+  if (m_waiting.empty()) return;
+  m_isWanted = true;
   m_changed.notify_all();
 }
 
@@ -190,7 +198,9 @@ void JobHistory::startLocked() noexcept try {
 }
 
 void JobHistory::awaitWritten(int number) noexcept {
+  if (m_path.empty()) return;
   std::unique_lock<std::mutex> guard(m_lock);
+  wantLocked();
   m_changed.wait_for(guard, kLongestWait,
                      [&] { return !m_trouble.empty() || (m_beingWritten == 0 && m_waiting.count(number) == 0); });
 }
@@ -199,6 +209,8 @@ void JobHistory::run() noexcept {
   std::unique_lock<std::mutex> guard(m_lock);
   while (true) {
     m_changed.wait(guard, [this] { return m_isStopping || !m_waiting.empty(); });
+    m_changed.wait_for(guard, kGathering, [this] { return m_isStopping || m_isWanted; });
+    m_isWanted = false;
     if (m_waiting.empty()) return;
     std::map<int, JobRecord> records;
     records.swap(m_waiting);
@@ -309,6 +321,7 @@ protocol::Jobs::Answer JobHistory::find(const protocol::Jobs& wanted) {
   protocol::Jobs::Answer answer;
   {
     std::unique_lock<std::mutex> guard(m_lock);
+    wantLocked();
     m_changed.wait_for(guard, kLongestWait,
                        [&] { return !m_trouble.empty() || (m_beingWritten == 0 && m_waiting.empty()); });
     if (!m_trouble.empty()) answer.trouble = corvane::fromUtf8(m_trouble);

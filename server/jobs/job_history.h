@@ -18,10 +18,10 @@
 namespace aps {
 
 // The records of jobs in an SQLite database: in a file that survives this process however it ends, or in memory.
-// Writing happens on a thread of its own and holds up no job: what the file does not take waits here, up to
-// kMostWaiting records, and a line in the log says so, and when it goes on. A file that is damaged is set aside under
-// another name, and a new one begun. Records are dropped when they are older than Limits::days, and the oldest when
-// there are more than Limits::jobs or more than Limits::megabytes. Safe from any thread.
+// Writing happens on a thread of its own, some records at a time, and holds up no job: what the file does not take
+// waits here, up to kMostWaiting records, and a line in the log says so, and when it goes on. A file that is damaged is
+// set aside under another name, and a new one begun. Records are dropped when they are older than Limits::days, and the
+// oldest when there are more than Limits::jobs or more than Limits::megabytes. Safe from any thread.
 class JobHistory {
  public:
   struct Limits {
@@ -30,7 +30,8 @@ class JobHistory {
     int megabytes = 200;
   };
   static constexpr std::size_t kMostWaiting = 20000;
-  static constexpr std::chrono::milliseconds kLongestWait{100};
+  static constexpr std::chrono::milliseconds kLongestWait{100};  // for the file
+  static constexpr std::chrono::milliseconds kGathering{50};     // of records that nobody waits for
 
   // Without a path the history is in memory and goes with the object. Jobs that an earlier process has left running are
   // told as failed.
@@ -45,7 +46,7 @@ class JobHistory {
   // The record replaces what is known under its number. Does not wait; without memory the record is lost, and counted.
   void put(const protocol::JobRecord& record) noexcept;
   // Returns when the latest record of that number has been handed to the system, so that it stays whatever becomes of
-  // this process, and after kLongestWait in any case; at once while the file takes nothing.
+  // this process, and after kLongestWait in any case; at once in memory, and while the file takes nothing.
   void awaitWritten(int number) noexcept;
 
   // The latest first. What cannot be read is said in the answer.
@@ -57,6 +58,7 @@ class JobHistory {
   void setAside();
   // The thread begins with the first record, so that it has what the program has decided for all of its threads.
   void startLocked() noexcept;
+  void wantLocked() noexcept;
   void run() noexcept;
   // Hands the waiting records to the file; why it does not take them, or nothing.
   std::optional<std::string> writeWaiting(const std::map<int, protocol::JobRecord>& records);
@@ -80,6 +82,7 @@ class JobHistory {
   std::size_t m_lost = 0;
   std::string m_trouble;  // why nothing is written; empty when all is well
   int m_latest = 0;
+  bool m_isWanted = false;  // somebody waits for what waits here
   bool m_isStopping = false;
   std::thread m_writer;
 };
