@@ -97,7 +97,6 @@ CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
                    {L"printer", job.printerName},
                    {L"document", job.document},
                    {L"process", std::to_wstring(GetCurrentProcessId())},
-                   {L"user", userName()},
                    {L"result", textOf(job.result)},
                    {L"session", sessionOf(job.portName)},
                    {L"bytes", std::to_wstring(job.report.bytesSent)}};
@@ -107,6 +106,7 @@ CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
   } else if (job.report.remark != nullptr) {
     notice.values.emplace_back(L"remark", job.report.remark);
   }
+  notice.values.emplace_back(L"user", userName());
   return notice;
 }
 

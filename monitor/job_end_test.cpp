@@ -25,7 +25,7 @@ TEST_F(JobEndTest, ADeliveredJobIsToldWithItsBytesAndLeavesNothingElse) {
   EXPECT_THAT(told(), ElementsAre("Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 5 bytes."));
   EXPECT_THAT(values(),
               ElementsAre("job=17", "printer=Laser", "document=letter.txt", "process=" + MonitorWorld::processId(),
-                          "result=delivered", "session=5", "bytes=5"));
+                          "result=delivered", "session=5", "bytes=5", "user=" + userName()));
   EXPECT_THAT(m_events, IsEmpty());
   EXPECT_THAT(m_log.lines(), IsEmpty());
 }
@@ -61,9 +61,9 @@ TEST_F(JobEndTest, AnUnknownPrinterIsToldWithWhatToDo) {
   const std::string remedy =
       "See that the session's print client is running and brings this printer along, then print again.";
   expectFailure(cause + " " + remedy);
-  EXPECT_THAT(values(),
-              ElementsAre("job=17", "printer=Laser", "document=letter.txt", "process=" + MonitorWorld::processId(),
-                          "result=failed", "session=5", "bytes=0", "cause=" + cause, "remedy=" + remedy));
+  EXPECT_THAT(values(), ElementsAre("job=17", "printer=Laser", "document=letter.txt",
+                                    "process=" + MonitorWorld::processId(), "result=failed", "session=5", "bytes=0",
+                                    "cause=" + cause, "remedy=" + remedy, "user=" + userName()));
 }
 
 TEST_F(JobEndTest, ARefusedAttachIsToldWithTheSessionsClient) {

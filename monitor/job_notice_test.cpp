@@ -69,7 +69,8 @@ TEST_F(JobNoticeTest, ReachesTheServerOnTheJobsOwnConnectionWithoutARoundTripWhe
   ASSERT_EQ(lines.end() - created, 3);
   EXPECT_THAT(*(created - 1), StartsWith("request 3 EndJob"));
   EXPECT_THAT(created[1], testing::HasSubstr("text \"job\", text \"Job 17 \"letter.txt\" on \"Laser\" (session 5) was "
-                                             "delivered: 3 bytes.\", int 7, "));
+                                             "delivered: 3 bytes.\", int 8, "));
+  EXPECT_THAT(created[1], testing::EndsWith("text \"user\", text \"" + userName() + "\""));
   EXPECT_EQ(created[2], "end");
   EXPECT_THAT(m_log.lines(),
               ElementsAre("job: Job 17 \"letter.txt\" on \"Laser\" (session 5) was delivered: 3 bytes."));

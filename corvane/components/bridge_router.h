@@ -17,8 +17,9 @@ struct Route;
 }  // namespace corvane
 
 // One end of a bridge that continues on another connection. Frames for it are passed on as they came, with nothing but
-// the bridge's identifier exchanged; they are never decoded or collected. While the other connection takes nothing,
-// the thread that reads this one waits, so the sender is held back and no more than one receive buffer is held here.
+// the bridge's identifier exchanged; they are never collected, and decoded only by who watches them (onPass). While the
+// other connection takes nothing, the thread that reads this one waits, so the sender is held back and no more than one
+// receive buffer is held here.
 //
 // When either connection ends, or either side lets the bridge go, the other side gets a release with the reason, and
 // both ends leave their connections at once: a connection that lives for years holds the routes of today's jobs only.

@@ -207,14 +207,14 @@ TEST_F(IdentityTest, AJobReadsItsSettingsAsTheProcessAndAsksTheQueueAsTheUser) {
   EXPECT_EQ(write("abc"), TRUE);
   EXPECT_THAT(done(), IsEmpty());
   EXPECT_EQ(MGEndDocPort(m_port), TRUE);
-  EXPECT_EQ(done(), (std::set<std::string>{"user: printer opened", "user: job controlled"}));
+  EXPECT_EQ(done(), (std::set<std::string>{"user: name asked for", "user: printer opened", "user: job controlled"}));
 }
 
 TEST_F(IdentityTest, AFailedJobIsDeletedByTheUserAndReportedByTheProcess) {
   m_knowsPrinter = false;
   EXPECT_EQ(start(), FALSE);
-  const std::set<std::string> told{"process: event log opened", "process: event written", "user: printer opened",
-                                   "user: job controlled"};
+  const std::set<std::string> told{"process: event log opened", "process: event written", "user: name asked for",
+                                   "user: printer opened", "user: job controlled"};
   EXPECT_EQ(done(), with(with(kSettings, {"user: job asked for"}), told));
   m_knowsPrinter = true;
   start();

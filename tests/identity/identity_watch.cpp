@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <rpc.h>
 
+MG_IMPORT_SEAM(L"advapi32.dll", GetUserNameW, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", RegCreateKeyExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegDeleteValueW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegEnumValueW, ERROR_ACCESS_DENIED)
@@ -91,6 +92,7 @@ void IdentityWatch::note(const std::string& what) {
 void IdentityWatch::watchRegistry() {
   RegCreateKeyExWSeam.watch = [this](HKEY, LPCWSTR name, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY,
                                      LPDWORD) { note("key made " + lastPart(corvane::toUtf8(name))); };
+  GetUserNameWSeam.watch = [this](LPWSTR, LPDWORD) { note("name asked for"); };
   RegDeleteValueWSeam.watch = [this](HKEY, LPCWSTR) { note("value deleted"); };
   RegEnumValueWSeam.watch = [this](HKEY, DWORD, LPWSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD) {
     note("values listed");

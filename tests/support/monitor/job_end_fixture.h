@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/base/text.h"
 #include "tests/support/local_log.h"
 #include "tests/support/monitor/job_path.h"
 
@@ -15,6 +16,13 @@ class JobEndTest : public JobPath {
   std::vector<std::string> told() const;
   // "name=value" of the latest notice, in its order.
   std::vector<std::string> values() const;
+  // Of who runs the test.
+  static std::string userName() {
+    wchar_t name[257] = L"";
+    DWORD size = 257;
+    GetUserNameW(name, &size);
+    return corvane::toUtf8(name);
+  }
   // That a failed job was reported once, in a line that goes on behind the job's and the printer's names with this, and
   // that the event log has the same line.
   void expectFailure(const std::string& rest, const std::string& job = "Job 17 \"letter.txt\" on \"Laser\"");
