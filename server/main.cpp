@@ -214,6 +214,17 @@ void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, aps::C
     thread.join();
 }
 
+std::shared_ptr<aps::Application> makeApplication(const aps::Options& options, const corvane::KeyFolder* keys,
+                                                  const std::shared_ptr<aps::Log>& log) {
+  const auto application = std::make_shared<aps::Application>(
+      log, options.limits, options.launching,
+      aps::Application::Records{
+          programs::toPath(options.history), options.historyLimits, {corvane::hostName(), options.hasTitles}});
+  if (keys != nullptr) application->invitations.emplace(*keys);
+  aps::registerClasses(application);
+  return application;
+}
+
 // Returns the exit code.
 int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   if (!CS_ComponentServer::initialize(0, 0)) {
@@ -223,13 +234,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   programs::LineQueue said(programs::outputTo(programs::kStandardOutput));
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
-  const auto application = std::make_shared<aps::Application>(
-      log, options.limits, options.launching,
-      aps::Application::Records{
-          programs::toPath(options.history), options.historyLimits, {corvane::hostName(), options.hasTitles}});
-  if (keys != nullptr) application->invitations.emplace(*keys);
-  aps::registerClasses(application);
-
+  const auto application = makeApplication(options, keys, log);
   Listeners listeners;
   if (!listeners.open(options)) return 1;
   application->publicAddress = listeners.publicAddress(options);
@@ -254,6 +259,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   connections.endAll();
   application->clientNews.endAll();
   application->launcher.endAll();
+  application->history.finish();
   log->line("aps stops");
   log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);

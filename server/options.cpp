@@ -57,20 +57,6 @@ void addLines(CLI::App& app, Options& options, std::vector<std::string>& rates) 
                "line is slower than their data come");
 }
 
-void addFiles(CLI::App& app, Options& options) {
-  // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
-  const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
-  app.add_option("--log", options.logFile, "log file, appended to; without it the log goes to the error output");
-  app.add_option("--keys", options.keys,
-                 "folder with the keys of the peers, monitor.key and session-NUMBER.key; with it every peer must prove "
-                 "that it has its key")
-      ->check(named);
-  app.add_option("--new-key", options.newKey, "makes a file with a fresh key and ends")->check(named);
-  app.add_option("--state", options.state,
-                 "file that keeps the sessions and their printers, so that they are known after a restart")
-      ->check(named);
-}
-
 void addHistory(CLI::App& app, Options& options) {
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
   app.add_option("--history", options.history,
@@ -86,6 +72,21 @@ void addHistory(CLI::App& app, Options& options) {
       ->capture_default_str()
       ->check(CLI::Range(1, 1000000));
   app.add_flag("!--no-titles", options.hasTitles, "leaves the names of documents out of the records of jobs");
+}
+
+void addFiles(CLI::App& app, Options& options) {
+  // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
+  const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
+  app.add_option("--log", options.logFile, "log file, appended to; without it the log goes to the error output");
+  app.add_option("--keys", options.keys,
+                 "folder with the keys of the peers, monitor.key and session-NUMBER.key; with it every peer must prove "
+                 "that it has its key")
+      ->check(named);
+  app.add_option("--new-key", options.newKey, "makes a file with a fresh key and ends")->check(named);
+  app.add_option("--state", options.state,
+                 "file that keeps the sessions and their printers, so that they are known after a restart")
+      ->check(named);
+  addHistory(app, options);
 }
 
 void addLaunching(CLI::App& app, Options& options) {
@@ -174,7 +175,6 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   std::vector<std::string> rates;
   addLines(app, options, rates);
   addFiles(app, options);
-  addHistory(app, options);
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,
                  "seconds that a job waits for its print client after aps has started or the client's connection was "

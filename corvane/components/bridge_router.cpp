@@ -172,12 +172,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
   }
   if (to.link == nullptr) return;
   if (m_end == 0) {
-    const std::lock_guard guard(through->lock);
-    through->bytes += payload;
-    if (question.correlation != 0) {
-      through->asked = question.correlation;
-      through->askedNumber = question.number;
-    }
+    noteRequests(*through, payload, question);
   } else if (reply.correlation != 0) {
     tellReply(*through, reply.correlation, replied);
   }
@@ -187,6 +182,14 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     end(1 - m_end, to.link->reason(), nullptr);
     sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()));
   }
+}
+
+void CS_BridgeRouter::noteRequests(Route& through, std::uint64_t payload, const corvane::FrameHeader& question) {
+  const std::lock_guard guard(through.lock);
+  through.bytes += payload;
+  if (question.correlation == 0) return;
+  through.asked = question.correlation;
+  through.askedNumber = question.number;
 }
 
 void CS_BridgeRouter::tellRequest(Route& through, const corvane::FrameHeader& header,

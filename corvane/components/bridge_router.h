@@ -84,6 +84,7 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
   // Tells the other side's peer of the bridge that this one continues on.
   Routing announce(const CS_Connection& connection, const CS_BridgeRouter& other);
   void answer(const corvane::FrameHeader& header, const wchar_t* failure);
+  static void noteRequests(corvane::Route& through, std::uint64_t payload, const corvane::FrameHeader& question);
   static void tellRequest(corvane::Route& through, const corvane::FrameHeader& header,
                           std::span<const unsigned char> frame);
   static void tellReply(corvane::Route& through, std::uint32_t correlation, std::span<const unsigned char> payload);

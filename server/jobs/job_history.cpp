@@ -108,11 +108,16 @@ JobHistory::JobHistory(std::filesystem::path path, const Limits& limits, Log& lo
 }
 
 JobHistory::~JobHistory() {
+  finish();
+}
+
+void JobHistory::finish() noexcept {
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     m_isStopping = true;
   }
   m_changed.notify_all();
+  // Nobody starts another one: what comes now waits for ever.
   if (m_writer.joinable()) m_writer.join();
 }
 
@@ -192,7 +197,7 @@ void JobHistory::wantLocked() noexcept {
 }
 
 void JobHistory::startLocked() noexcept try {
-  if (!m_writer.joinable()) m_writer = std::thread([this] { run(); });
+  if (!m_isStopping && !m_writer.joinable()) m_writer = std::thread([this] { run(); });
 } catch (const std::system_error&) {
   // The next record tries again.
 }

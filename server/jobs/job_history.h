@@ -36,10 +36,13 @@ class JobHistory {
   // Without a path the history is in memory and goes with the object. Jobs that an earlier process has left running are
   // told as failed.
   JobHistory(std::filesystem::path path, const Limits& limits, Log& log);
-  // Writes what waits, as far as the file takes it.
   ~JobHistory();
   JobHistory(const JobHistory&) = delete;
   JobHistory& operator=(const JobHistory&) = delete;
+
+  // At the end of the program, which may keep this object: writes what waits, as far as the file takes it. Nothing that
+  // comes later is written.
+  void finish() noexcept;
 
   // The number for a new job: one more than that of any job before.
   int nextNumber();
