@@ -40,6 +40,11 @@ class RoutedTest : public EchoTest {
       m_reason = ending.reason;
       m_seen.changed.notify_all();
     });
+    router->onPass([this](const CS_BridgeRouter::Passing& passing) {
+      const std::lock_guard guard(m_seen.lock);
+      m_passed.push_back((passing.isReply ? "reply " : "request ") + std::to_string(passing.number) + ", " +
+                         std::to_string(passing.payload.size()) + " bytes");
+    });
     EXPECT_EQ(CS_BridgeRouter::Routing::kMade, router->routeTo(m_client.accepted()));
     EXPECT_EQ(CS_BridgeRouter::Routing::kGone, router->routeTo(m_client.accepted()));
     m_component = makeComponent(*m_bridge, L"Caller", L"Server");
@@ -49,6 +54,13 @@ class RoutedTest : public EchoTest {
     m_clientServer.join();
   }
 
+  CS_BridgeRouter& router() const { return *dynamic_cast<CS_BridgeRouter*>(m_router.get()); }
+  std::vector<std::string> passed() {
+    const std::lock_guard guard(m_seen.lock);
+    return m_passed;
+  }
+
+  std::vector<std::string> m_passed;
   std::uint64_t m_routedBytes = 0;
   int m_answered = 0;
   bool m_madeHere = false;
@@ -145,6 +157,33 @@ TEST_F(RoutedTest, SaysWhichRequestTheOtherSideHasRepliedToLast) {
   CS_Connection::destroy(m_monitor.dialedPointer(), true);
   m_seen.waitFor([&] { return m_hasEnded; });
   EXPECT_EQ(3, m_answered);
+}
+
+TEST_F(RoutedTest, ShowsEachRequestOfAnotherNumberThanTheOneBeforeAndRepliesToTheLast) {
+  twice(m_component, 1);
+  twice(m_component, 2);
+  sendBlock(m_component, {1, 2, 3});
+  sendBlock(m_component, {1, 2, 3, 4});
+  EXPECT_EQ(7, askInt(m_component, 3));
+  EXPECT_EQ((std::vector<std::string>{"request 1, 5 bytes", "reply 1, 5 bytes", "reply 1, 5 bytes",
+                                      "request 2, 8 bytes", "request 3, 0 bytes", "reply 3, 5 bytes"}),
+            passed());
+}
+
+TEST_F(RoutedTest, ThatIsCutTellsBothSidesWhyAndEndsOnce) {
+  twice(m_component, 1);
+  const std::uint64_t before = router().bytesPassed();
+  twice(m_component, 1);
+  EXPECT_EQ(before + 5, router().bytesPassed());
+  EXPECT_TRUE(router().cut(L"somebody wants it"));
+  EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"the other side of the bridge has gone: somebody wants it")),
+            failureOf([&] { twice(m_component, 1); }));
+  m_seen.waitFor([&] { return m_seen.released >= 101 && m_hasEnded; });
+  EXPECT_EQ(L"somebody wants it", m_reason);
+  EXPECT_FALSE(m_madeHere);
+  EXPECT_EQ(1, m_answered);
+  EXPECT_FALSE(router().cut(L"again"));
+  EXPECT_EQ(0u, router().bytesPassed());
 }
 
 // A request in the form in which it travels, behind the frames that are there already.
