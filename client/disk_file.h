@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 
 namespace printclient {
@@ -21,6 +22,9 @@ class DiskFile {
 
   // A write that the system takes only in part is continued until all is taken or it fails.
   void write(std::span<const unsigned char> bytes);
+  // Gives all that was written so far, piece by piece; before the file has another name. Fails when the temporary name
+  // does not lead to this file any more, or it cannot be read.
+  void readBack(const std::function<void(std::span<const unsigned char>)>& take) const;
   // Returns when the data are on the disk.
   void sync();
   // Gives the file another name in the same folder, and returns when that is on the disk. False when the new name is

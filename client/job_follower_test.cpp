@@ -38,6 +38,12 @@ class World {
     if (next.size() > 1) next.erase(next.begin());
     return progress;
   }
+  void cancel(int number) {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_refusesToCancel) throw std::runtime_error("not allowed");
+    m_says[number] = {{PaperState::kCanceled, "", ""}};
+  }
+  void refusesToCancel() { m_refusesToCancel = true; }
   int opened(const std::string& queue) {
     const std::lock_guard<std::mutex> guard(m_lock);
     return m_opened[queue];
@@ -48,12 +54,14 @@ class World {
   std::map<int, std::vector<JobProgress>> m_says;
   std::map<std::string, int> m_opened;
   std::string m_silent;
+  std::atomic<bool> m_refusesToCancel{false};
 };
 World* g_world = nullptr;
 
 class FakeQueue : public PrinterQueue {
  public:
   JobProgress look(const QueuedJob& job) override { return g_world->look(job.numbers.front()); }
+  void cancel(const QueuedJob& job) override { g_world->cancel(job.numbers.front()); }
 };
 std::unique_ptr<PrinterQueue> openFake(const PrinterTarget& printer, const std::atomic<bool>&) {
   g_world->open(printer.queue);

@@ -216,8 +216,8 @@ TEST_F(JobTest, GoesWholeToTheSinkOfItsPrinterAndLeavesNoFile) {
   JobOutput output(m_folder / "out", 5, 42, *m_reporter, nullptr);
   output.setSink(L"Laser-2", sink);
   std::vector<std::string> followed;
-  output.onTaken([&followed](const JobOrigin& origin, const protocol::JobStart& start, const TakenJob& job) {
-    followed.push_back(origin.sessionText() + ", " + programs::oneLine(start.jobName) + " " + job.where);
+  output.onTaken([&followed](const FollowedJob& job, const TakenJob& taken) {
+    followed.push_back(job.origin.sessionText() + ", " + programs::oneLine(job.name) + " " + taken.where);
   });
   {
     Job job(ticket(1), output);

@@ -27,6 +27,8 @@ class IppQueue : public PrinterQueue {
     return progressOf(*status);
   }
 
+  void cancel(const QueuedJob& job) override { m_printer.cancel(job.numbers.front(), job.user); }
+
  private:
   const bool m_isQueue;
   const std::atomic<bool>& m_stopping;

@@ -37,6 +37,8 @@ class PrinterQueue {
   virtual ~PrinterQueue() = default;
   // Throws std::runtime_error when the printer does not tell.
   virtual JobProgress look(const QueuedJob& job) = 0;
+  // Tells the printer to end the job; what has become of it says look(). Throws std::runtime_error when it refuses.
+  virtual void cancel(const QueuedJob& job) = 0;
 };
 inline constexpr std::chrono::milliseconds kQueuePatience{3000};
 
