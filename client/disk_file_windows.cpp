@@ -62,8 +62,9 @@ void DiskFile::write(std::span<const unsigned char> bytes) {
 }
 
 void DiskFile::readBack(const std::function<void(std::span<const unsigned char>)>& take) const {
-  const HANDLE handle = CreateFileW(m_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE handle =
+      CreateFileW(m_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) fail(GetLastError(), "cannot read", m_path);
   struct Closer {
     HANDLE handle;

@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::uint64_t kProgressInPlace = 256 * 1024;         // a new number every that many bytes
 constexpr std::uint64_t kFirstProgressLine = 4 * 1024 * 1024;  // then each time the size has doubled
-constexpr std::chrono::milliseconds kShownEvery{100};          // the same on the board
 
 std::string bytesText(std::uint64_t bytes) {
   return fmt::format("{} {}", bytes, bytes == 1 ? "byte" : "bytes");
@@ -115,15 +114,8 @@ void Job::append(std::span<const unsigned char> bytes) noexcept {
   }
 }
 
-void Job::showProgress() {
-  const auto now = std::chrono::steady_clock::now();
-  if (now - m_shown < kShownEvery) return;
-  m_shown = now;
-  m_output.board().change(m_listed, [this](BoardJob& job) { job.bytes = m_probe.size(); });
-}
-
 void Job::reportProgress() {
-  showProgress();
+  m_output.board().change(m_listed, [this](BoardJob& job) { job.bytes = m_probe.size(); });
   if (m_probe.size() < m_nextProgress) return;
   m_output.reporter().progress(fmt::format("{}receiving {}: {}", m_origin.label, title(), bytesText(m_probe.size())));
   m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;

@@ -5,7 +5,6 @@
 #include "client/job_output.h"
 #include "protocol/print_job.h"
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -50,7 +49,6 @@ class Job {
   // A line of the person's about this job.
   void say(const std::string& text) const;
   void reportProgress();
-  void showProgress();
   // Keeps what has come for the person, where documents are kept.
   void keepDocument();
   void showEnd();
@@ -67,7 +65,6 @@ class Job {
   std::uint64_t m_nextProgress;
   const std::shared_ptr<CancelRequest> m_cancel = std::make_shared<CancelRequest>();
   std::uint64_t m_listed = 0;  // its number on the board
-  std::chrono::steady_clock::time_point m_shown = {};
   bool m_ended = false;
 };
 

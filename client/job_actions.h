@@ -14,9 +14,9 @@
 
 namespace printclient {
 
-// What the person does to jobs that stand on the board. An action waits for nothing; what takes time goes on on a thread
-// of its own, of which there are kMostAtATime at most. They are joined with the object, before which the sinks are
-// stopped (JobOutput::stopSinks()), so that none of them goes on for long. Any thread.
+// What the person does to jobs that stand on the board. An action waits for nothing; what takes time goes on on a
+// thread of its own, of which there are kMostAtATime at most. They are joined with the object, before which the sinks
+// are stopped (JobOutput::stopSinks()), so that none of them goes on for long. Any thread.
 class JobActions {
  public:
   static constexpr std::size_t kMostAtATime = 8;

@@ -34,7 +34,7 @@ std::uint64_t JobBoard::add(BoardJob job, std::shared_ptr<CancelRequest> cancel)
     const std::lock_guard<std::mutex> guard(m_lock);
     number = addLocked(std::move(job), std::move(cancel));
   }
-  tellWatches();
+  tellWatches(true);
   return number;
 }
 
@@ -56,6 +56,7 @@ void JobBoard::makeRoomLocked() {
 
 void JobBoard::change(std::uint64_t number, const std::function<void(BoardJob&)>& change) {
   std::shared_ptr<CancelRequest> gone;  // given back after the lock
+  bool isStage = false;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     const auto found = m_jobs.find(number);
@@ -71,8 +72,9 @@ void JobBoard::change(std::uint64_t number, const std::function<void(BoardJob&)>
     job.number = number;
     job.change = ++m_count;
     job.changed = BoardJob::Clock::now();
+    isStage = job.stage != before;
   }
-  tellWatches();
+  tellWatches(isStage);
 }
 
 // The oldest job of that name that failed without a word of the server, and otherwise the oldest that still comes.
@@ -106,7 +108,7 @@ void JobBoard::explain(const BoardJob& failed) {
       addLocked(std::move(added), nullptr);
     }
   }
-  tellWatches();
+  tellWatches(true);
 }
 
 std::optional<BoardJob> JobBoard::find(std::uint64_t number) const {
@@ -129,7 +131,7 @@ void JobBoard::setPrinters(std::vector<BoardPrinter> printers) {
     m_printers.swap(printers);
     m_printersChange = ++m_count;
   }
-  tellWatches();
+  tellWatches(false);
 }
 
 void JobBoard::setServer(int server, BoardServer state) {
@@ -140,7 +142,7 @@ void JobBoard::setServer(int server, BoardServer state) {
     std::swap(known, state);
     m_serversChange = ++m_count;
   }
-  tellWatches();
+  tellWatches(false);
 }
 
 JobBoard::News JobBoard::newerThan(std::uint64_t count) const {
@@ -161,15 +163,15 @@ JobBoard::News JobBoard::newerThan(std::uint64_t count) const {
   return news;
 }
 
-void JobBoard::tellWatches() {
+void JobBoard::tellWatches(bool isStage) {
   const std::lock_guard<std::mutex> guard(m_watchLock);
-  for (const auto& onChange : m_watches)
-    onChange();
+  for (const auto& [of, onChange] : m_watches)
+    if (isStage || of == Watch::Of::kEverything) onChange();
 }
 
-JobBoard::Watch::Watch(JobBoard& board, std::function<void()> onChange) : m_board(board) {
+JobBoard::Watch::Watch(JobBoard& board, std::function<void()> onChange, Of of) : m_board(board) {
   const std::lock_guard<std::mutex> guard(board.m_watchLock);
-  m_place = board.m_watches.insert(board.m_watches.end(), std::move(onChange));
+  m_place = board.m_watches.emplace(board.m_watches.end(), of, std::move(onChange));
 }
 
 JobBoard::Watch::~Watch() {

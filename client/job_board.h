@@ -13,6 +13,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace printclient {
@@ -74,8 +75,8 @@ struct BoardPrinter {
   bool operator==(const BoardPrinter&) const = default;
 };
 struct BoardServer {
-  std::string name;         // "127.0.0.1:4711, session 5"
-  std::string state = {};   // what there is to say about the connection; empty before the first word
+  std::string name;        // "127.0.0.1:4711, session 5"
+  std::string state = {};  // what there is to say about the connection; empty before the first word
   bool isConnected = false;
 
   bool operator==(const BoardServer&) const = default;
@@ -122,14 +123,15 @@ class JobBoard {
   // little and does not call the board.
   class Watch {
    public:
-    Watch(JobBoard& board, std::function<void()> onChange);
+    enum class Of { kEverything, kStages };  // of everything, or only of jobs that come and get further
+    Watch(JobBoard& board, std::function<void()> onChange, Of of = Of::kEverything);
     ~Watch();
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
 
    private:
     JobBoard& m_board;
-    std::list<std::function<void()>>::iterator m_place;
+    std::list<std::pair<Of, std::function<void()>>>::iterator m_place;
   };
 
  private:
@@ -141,7 +143,7 @@ class JobBoard {
   std::uint64_t addLocked(BoardJob job, std::shared_ptr<CancelRequest> cancel);
   void makeRoomLocked();
   Entry* explainedLocked(const BoardJob& failed);
-  void tellWatches();
+  void tellWatches(bool isStage);
 
   mutable std::mutex m_lock;  // guards what follows
   std::map<std::uint64_t, Entry> m_jobs;
@@ -152,7 +154,7 @@ class JobBoard {
   std::uint64_t m_orderChange = 0, m_printersChange = 0, m_serversChange = 0;
 
   std::mutex m_watchLock;  // guards what follows, and is held while they are called
-  std::list<std::function<void()>> m_watches;
+  std::list<std::pair<Watch::Of, std::function<void()>>> m_watches;
 };
 
 }  // namespace printclient

@@ -20,7 +20,7 @@ namespace printclient {
 struct JobOrigin {
   int server = 0;  // which of those that this process serves
   int session = 0;
-  std::string label;  // in front of what is said about it, where there are several servers; otherwise empty
+  std::string label;     // in front of what is said about it, where there are several servers; otherwise empty
   bool isAgain = false;  // printed once more by the person, from what was kept: the server knows nothing of it
 
   // For a line: "session 5".

@@ -50,8 +50,8 @@ void KeptDocuments::dropOldest(std::list<Entry>& gone) {
 
 std::shared_ptr<const KeptDocument> KeptDocuments::find(std::uint64_t number) const {
   const std::lock_guard<std::mutex> guard(m_lock);
-  const auto found = std::find_if(m_entries.begin(), m_entries.end(),
-                                  [number](const Entry& entry) { return entry.number == number; });
+  const auto found =
+      std::find_if(m_entries.begin(), m_entries.end(), [number](const Entry& entry) { return entry.number == number; });
   return found == m_entries.end() ? nullptr : found->document;
 }
 

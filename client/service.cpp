@@ -46,9 +46,9 @@ Service::Service(const std::vector<Options>& servers, const std::shared_ptr<JobO
 }
 
 void Service::followJobs() {
-  m_jobs.emplace([this](const FollowedJob& job, const JobProgress& progress,
-                        bool isFirst) { tellNews(job, progress, isFirst); },
-                 JobFollower::Pace().faster(m_options.pace));
+  m_jobs.emplace(
+      [this](const FollowedJob& job, const JobProgress& progress, bool isFirst) { tellNews(job, progress, isFirst); },
+      JobFollower::Pace().faster(m_options.pace));
   JobBoard& board = m_output->board();
   m_jobs->onCancelFailure([&board](std::uint64_t number, const std::string& why) {
     board.change(number, [&why](BoardJob& job) {
@@ -91,8 +91,8 @@ void Service::openPage() try {
   m_output->keepDocuments(&*m_documents);
 } catch (const std::exception& failure) {
   m_page.reset();
-  m_output->reporter().line(
-      fmt::format("there is no page of your print jobs (printclient --show): {}; everything else goes on", failure.what()));
+  m_output->reporter().line(fmt::format(
+      "there is no page of your print jobs (printclient --show): {}; everything else goes on", failure.what()));
 }
 
 // What the page has begun ends with the sinks.
@@ -105,8 +105,8 @@ void Service::closePage() {
 void Service::showPrinters(const std::vector<PrinterOption>& printers) {
   std::vector<BoardPrinter> shown;
   for (const auto& [printer, target] : printers) {
-    std::string place = !target.queue.empty() ? fmt::format("printer \"{}\" of this machine", target.queue)
-                        : !target.uri.empty() ? target.uri
+    std::string place = !target.queue.empty()        ? fmt::format("printer \"{}\" of this machine", target.queue)
+                        : !target.uri.empty()        ? target.uri
                         : !m_options.command.empty() ? fmt::format("program \"{}\"", m_options.command)
                                                      : fmt::format("folder {}", m_options.output);
     shown.push_back({programs::oneLine(printer.name()), std::move(place), printer.isDefault});

@@ -157,10 +157,9 @@ void SessionLoop::removeLeftovers() {
 
 void SessionLoop::show(const std::string& state, bool isConnected) {
   const bool isIpv6 = m_options.host.find(':') != std::string::npos;
-  m_output->board().setServer(
-      m_options.server, {fmt::format("{}{}{}:{}, session {}", isIpv6 ? "[" : "", m_options.host, isIpv6 ? "]" : "",
-                                     m_options.port, m_options.session),
-                         state, isConnected});
+  m_output->board().setServer(m_options.server, {fmt::format("{}{}{}:{}, session {}", isIpv6 ? "[" : "", m_options.host,
+                                                             isIpv6 ? "]" : "", m_options.port, m_options.session),
+                                                 state, isConnected});
 }
 
 void SessionLoop::say(const std::string& text) {

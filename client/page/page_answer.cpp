@@ -11,11 +11,11 @@ namespace printclient {
 namespace {
 
 constexpr std::string_view kPagePolicy =
-    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; base-uri 'none'; "
+    "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; base-uri 'none'; "
     "form-action 'none'; frame-ancestors 'none'";
 // Of everything else: nothing in it may load, run or be framed. The browser shows a PDF with a viewer of its own.
 constexpr std::string_view kOtherPolicy =
-    "default-src 'none'; style-src 'unsafe-inline'; object-src 'self'; plugin-types application/pdf; base-uri 'none'; "
+    "default-src 'none'; style-src 'unsafe-inline'; object-src 'self'; base-uri 'none'; "
     "form-action 'none'; frame-ancestors 'none'";
 constexpr std::string_view kNothing = "There is nothing here.\n";
 constexpr std::string_view kPdf = ".pdf";
@@ -38,8 +38,8 @@ PageAnswer file(std::string_view type, std::string_view body) {
 std::string percentEncoded(std::string_view name) {
   std::string encoded;
   for (const char c : name) {
-    const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                         c == '-' || c == '_';
+    const bool isPlain =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
     encoded += isPlain ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned char>(c));
   }
   return encoded;

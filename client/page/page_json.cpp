@@ -11,8 +11,8 @@ namespace {
 using nlohmann::json;
 
 // In the order of JobStage.
-constexpr std::array<const char*, 10> kStageWords = {"arriving", "handing-over", "waiting",   "printing", "stopped",
-                                                     "printed",  "handed-on",    "failed",    "canceled", "unknown"};
+constexpr std::array<const char*, 10> kStageWords = {"arriving", "handing-over", "waiting", "printing", "stopped",
+                                                     "printed",  "handed-on",    "failed",  "canceled", "unknown"};
 
 std::int64_t milliseconds(BoardJob::Clock::time_point time) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();

@@ -71,7 +71,8 @@ class PageServer::State {
   PageAnswers& answers;
   JobBoard& board;
   const Limits limits;
-  std::atomic<std::size_t> count{0};  // of the connections; any thread
+  std::atomic<std::size_t> count{0};    // of the connections; any thread
+  std::atomic<std::size_t> streams{0};  // of those that want events; any thread
   asio::io_context context{1};
   std::list<std::weak_ptr<Connection>> connections;  // the oldest first
 
@@ -100,7 +101,10 @@ class PageServer::Connection : public std::enable_shared_from_this<Connection> {
       : m_state(state), m_socket(std::move(socket)), m_deadline(state.context), m_pause(state.context) {
     ++m_state.count;
   }
-  ~Connection() { --m_state.count; }
+  ~Connection() {
+    --m_state.count;
+    endStream();
+  }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -125,7 +129,7 @@ class PageServer::Connection : public std::enable_shared_from_this<Connection> {
     m_pause.cancel();
     m_socket.shutdown(tcp::socket::shutdown_both, ignored);
     m_socket.close(ignored);
-    m_isStream = false;
+    endStream();
   }
 
  private:
@@ -136,6 +140,9 @@ class PageServer::Connection : public std::enable_shared_from_this<Connection> {
       const auto self = weak.lock();
       if (!error && self) self->close();
     });
+  }
+  void endStream() {
+    if (std::exchange(m_isStream, false)) --m_state.streams;
   }
   // A handler's guard: false after closing, when the step has failed.
   bool goesOn(error_code error) {
@@ -169,7 +176,7 @@ class PageServer::Connection : public std::enable_shared_from_this<Connection> {
   std::string m_text;  // on its way
   PageAnswer m_answer;
   std::ifstream m_file;
-  std::uint64_t m_left = 0;  // of the file
+  std::uint64_t m_left = 0;       // of the file
   std::array<char, 4096> m_rest;  // what nobody wants to know
   std::size_t m_drained = 0;
   bool m_isStream = false;
@@ -183,8 +190,8 @@ void PageServer::Connection::take(error_code error) {
                            error != http::error::end_of_stream && error != http::error::partial_message;
   if (isMalformed && m_socket.is_open()) {
     PageAnswer answer;
-    const bool isLarge = error == http::error::header_limit || error == http::error::body_limit ||
-                         error == http::error::buffer_overflow;
+    const bool isLarge =
+        error == http::error::header_limit || error == http::error::body_limit || error == http::error::buffer_overflow;
     answer.status = isLarge ? 431 : 400;
     answer.body = isLarge ? "The request is too large.\n" : "This is not a request.\n";
     m_staysOpen = false;
@@ -207,7 +214,8 @@ void PageServer::Connection::send(const PageAnswer& answer) {
     size = m_left = m_answer.document->size;
   }
   const auto status = static_cast<http::status>(m_answer.status);
-  std::string text = "HTTP/1.1 " + std::to_string(m_answer.status) + " " + textOf(http::obsolete_reason(status)) + "\r\n";
+  std::string text =
+      "HTTP/1.1 " + std::to_string(m_answer.status) + " " + textOf(http::obsolete_reason(status)) + "\r\n";
   for (const auto& [name, value] : m_answer.headers())
     text += name + ": " + value + "\r\n";
   if (!m_answer.isStream) text += "Content-Length: " + std::to_string(size) + "\r\n";
@@ -250,6 +258,7 @@ void PageServer::Connection::endOfAnswer() {
 void PageServer::Connection::beginStream() {
   m_deadline.cancel();
   m_isStream = true;
+  ++m_state.streams;
   awaitEnd();
   m_hasNews = true;
   sendNews();
@@ -376,7 +385,7 @@ void PageServer::State::tick() {
 }
 
 void PageServer::State::boardHasChanged() {
-  if (!m_isTold.exchange(true)) asio::post(context, [this] { tellStreams(); });
+  if (streams > 0 && !m_isTold.exchange(true)) asio::post(context, [this] { tellStreams(); });
 }
 
 void PageServer::State::tellStreams() {

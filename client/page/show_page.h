@@ -16,8 +16,8 @@ struct ShownPage {
 // the shell of Windows does with such a document.
 std::string openInBrowser(const std::filesystem::path& document);
 
-// Opens the page of the print client that this person runs, found by its document in the folder. Where there is none, or
-// no browser, the message says what to do.
+// Opens the page of the print client that this person runs, found by its document in the folder. Where there is none,
+// or no browser, the message says what to do.
 ShownPage showPage(const std::filesystem::path& folder,
                    const std::function<std::string(const std::filesystem::path&)>& open = openInBrowser);
 
