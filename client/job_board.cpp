@@ -101,6 +101,7 @@ void JobBoard::explain(const BoardJob& failed) {
         job.remedy = failed.remedy;
       }
       job.change = ++m_count;
+      job.changed = BoardJob::Clock::now();
     } else {
       BoardJob added = failed;
       added.stage = JobStage::kFailed;

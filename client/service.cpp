@@ -15,6 +15,7 @@
 #include <exception>
 #include <fmt/format.h>
 #include <iterator>
+#include <system_error>
 #include <thread>
 
 namespace printclient {
@@ -95,6 +96,15 @@ void Service::openPage() try {
       "there is no page of your print jobs (printclient --show): {}; everything else goes on", failure.what()));
 }
 
+void Service::openNotices() try {
+  if (!m_options.hasNotices) return;
+  m_notices.emplace(m_output->board(), [this](const std::string& why) {
+    m_output->reporter().line(fmt::format("no notices are shown on the desktop: {}", why));
+  });
+} catch (const std::system_error& failure) {
+  m_output->reporter().line(fmt::format("no notices are shown on the desktop: {}", failure.what()));
+}
+
 // What the page has begun ends with the sinks.
 void Service::closePage() {
   m_page.reset();
@@ -139,6 +149,7 @@ int Service::run() {
   });
   followJobs();
   openPage();
+  openNotices();
   const auto follower = followPrinters();
   std::atomic<int> exitCode{0};
   std::vector<std::thread> threads;
@@ -149,6 +160,7 @@ int Service::run() {
   if (const int code = m_loops.front().run(); code != 0) exitCode = code;
   for (std::thread& thread : threads)
     thread.join();
+  m_notices.reset();
   closePage();
   return exitCode;
 }

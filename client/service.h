@@ -3,6 +3,7 @@
 #include "client/job_actions.h"
 #include "client/job_follower.h"
 #include "client/kept_documents.h"
+#include "client/notices/job_notices.h"
 #include "client/options.h"
 #include "client/page/persons_page.h"
 #include "client/paper_report.h"
@@ -33,6 +34,7 @@ class Service {
   // The person's page; where there can be none, a line says why and the rest goes on.
   void openPage();
   void closePage();
+  void openNotices();
   // Null where the options name the printers.
   std::unique_ptr<PrinterFollower> followPrinters();
   void usePrinters(const std::vector<PrinterOption>& printers);
@@ -47,6 +49,7 @@ class Service {
   std::optional<KeptDocuments> m_documents;
   std::optional<JobActions> m_actions;
   std::optional<PersonsPage> m_page;
+  std::optional<JobNotices> m_notices;
   std::list<SessionLoop> m_loops;
 };
 
