@@ -49,7 +49,7 @@ function timeText(milliseconds) {
 function factsOf(job) {
   const facts = [job.printer, timeText(job.begun)];
   if (job.bytes > 0) facts.push(sizeText(job.bytes));
-  if (job.copies > 1) facts.push(`${job.copies} copies`);
+  if (job.copies > 1 && !job.where.includes("copies")) facts.push(`${job.copies} copies`);
   if (job.isAgain) facts.push("printed again");
   if (job.where) facts.push(job.where);
   return facts.filter(Boolean).join(" · ");
