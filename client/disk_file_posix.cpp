@@ -88,7 +88,7 @@ DiskFile::DiskFile(const std::filesystem::path& path) : m_handle(-1), m_path(pat
 
 DiskFile::~DiskFile() {
   const int handle = static_cast<int>(m_handle);
-  if (isNameOf(m_path, handle)) unlink(m_path.c_str());
+  if (!m_isLeft && isNameOf(m_path, handle)) unlink(m_path.c_str());
   close(handle);
 }
 

@@ -41,7 +41,7 @@ DiskFile::~DiskFile() {
     DeleteFileW(m_shared.c_str());
     return;
   }
-  if (!m_path.empty()) {
+  if (!m_path.empty() && !m_isLeft) {
     FILE_DISPOSITION_INFO disposition = {};
     disposition.DeleteFile = TRUE;
     SetFileInformationByHandle(asHandle(m_handle), FileDispositionInfo, &disposition, sizeof(disposition));

@@ -1,23 +1,63 @@
 #include "client/kept_documents.h"
 
 #include "client/job_file.h"
+#include "programs/text.h"
 
 #include <algorithm>
 #include <exception>
+#include <fmt/format.h>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 namespace printclient {
 
-KeptDocuments::KeptDocuments(std::filesystem::path folder, const Bounds& bounds, OnGone onGone)
-    : m_folder(std::move(folder)), m_bounds(bounds), m_onGone(std::move(onGone)) {}
+namespace {
 
-std::shared_ptr<KeptDocument> KeptDocuments::copyOf(JobFile& file, const std::string& extension) const {
+constexpr const char* kWhat = "kept";
+constexpr const char* kDocument = "-document-";  // in front of its number, behind the name of its process's mark
+
+}  // namespace
+
+KeptDocument::~KeptDocument() {
+  std::error_code ignored;
+  if (!path.empty()) std::filesystem::remove(path, ignored);
+}
+
+KeptDocuments::KeptDocuments(std::filesystem::path folder, const Bounds& bounds, OnGone onGone)
+    : m_folder(std::move(folder)),
+      m_bounds(bounds),
+      m_onGone(std::move(onGone)),
+      m_markName(temporaryNameFor(kWhat)),
+      m_mark(m_folder / m_markName) {
+  removeAbandonedDocuments();
+}
+
+void KeptDocuments::removeAbandonedDocuments() const noexcept try {
+  std::error_code failure;
+  std::vector<std::filesystem::path> all;
+  for (std::filesystem::directory_iterator at(m_folder, failure), end; !failure && at != end; at.increment(failure))
+    all.push_back(at->path());
+  for (const std::filesystem::path& path : all) {
+    const std::string name = programs::fromPath(path.filename());
+    const std::size_t end = name.find(kDocument);
+    if (end == std::string::npos || !isTemporaryNameFor(kWhat, name.substr(0, end))) continue;
+    const std::filesystem::path mark = m_folder / programs::toPath(name.substr(0, end));
+    std::error_code ignored;
+    if (name.substr(0, end) == m_markName) continue;
+    if (removeAbandoned(mark) || !std::filesystem::exists(mark, ignored)) std::filesystem::remove(path, ignored);
+  }
+} catch (const std::exception&) {
+  // The next one tries again.
+}
+
+std::shared_ptr<KeptDocument> KeptDocuments::copyOf(JobFile& file, const std::string& extension) {
   auto document = std::make_shared<KeptDocument>();
-  const std::string name = temporaryNameFor("kept");
-  document->file = std::make_unique<DiskFile>(m_folder / name);
-  file.copyTo(*document->file);
-  document->path = m_folder / (name + extension);
-  document->file->shareAs(document->path);
+  const std::string name = fmt::format("{}{}{}{}", m_markName, kDocument, ++m_last, extension);
+  DiskFile copy(m_folder / name);
+  file.copyTo(copy);
+  copy.leave();
+  document->path = m_folder / name;
   document->extension = extension;
   return document;
 }

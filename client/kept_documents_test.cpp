@@ -1,6 +1,7 @@
 #include "client/kept_documents.h"
 
 #include "client/job_file.h"
+#include "programs/text.h"
 #include "tests/support/client/page_fixture.h"
 
 #include <fstream>
@@ -12,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 
 class KeptDocumentsTest : public PageFixture {
  protected:
@@ -26,6 +28,17 @@ class KeptDocumentsTest : public PageFixture {
   static std::string read(const KeptDocument& document) {
     std::ifstream in(document.path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+  // What lies in the folder beside the marks of processes.
+  std::vector<std::string> names() const {
+    std::vector<std::string> all;
+    for (const auto& entry : fs::directory_iterator(m_folder / "kept")) {
+      const std::string name = programs::fromPath(entry.path().filename());
+      if (!isTemporaryNameFor("kept", name)) all.push_back(name);
+    }
+    std::sort(all.begin(), all.end());
+    return all;
   }
 
   std::vector<std::uint64_t> m_gone;
@@ -44,9 +57,9 @@ TEST_F(KeptDocumentsTest, KeepACopyForThisUserAloneThatGoesWithTheObject) {
     EXPECT_EQ(fs::status(document->path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 #endif
     EXPECT_EQ(kept.find(2), nullptr);
-    EXPECT_EQ(filesIn("kept"), 1u);
+    EXPECT_EQ(names().size(), 1u);
   }
-  EXPECT_EQ(filesIn("kept"), 0u);
+  EXPECT_EQ(names().size(), 0u);
   EXPECT_EQ(filesIn("out"), 0u);
 }
 
@@ -59,7 +72,7 @@ TEST_F(KeptDocumentsTest, TheOldestGoesWhenThereAreTooManyOrTooMuch) {
   EXPECT_THAT(m_gone, ElementsAre(1, 2));
   EXPECT_TRUE(keep(kept, 6, std::string(100, 'x')));
   EXPECT_THAT(m_gone, ElementsAre(1, 2, 3, 4, 5));
-  EXPECT_EQ(filesIn("kept"), 1u);
+  EXPECT_EQ(names().size(), 1u);
 }
 
 TEST_F(KeptDocumentsTest, WhatIsLargerThanAllTogetherMayBeIsNotKeptAndDrivesNothingOut) {
@@ -69,7 +82,7 @@ TEST_F(KeptDocumentsTest, WhatIsLargerThanAllTogetherMayBeIsNotKeptAndDrivesNoth
   EXPECT_NE(kept.find(1), nullptr);
   KeptDocuments none = documents({0, 100, std::chrono::hours(1)});
   EXPECT_FALSE(keep(none, 3, "x"));
-  EXPECT_EQ(filesIn("kept"), 1u);
+  EXPECT_EQ(names().size(), 1u);
 }
 
 TEST_F(KeptDocumentsTest, WhatIsTooOldGoes) {
@@ -89,24 +102,26 @@ TEST_F(KeptDocumentsTest, ADocumentThatIsInUseStaysUntilItIsNot) {
   auto document = kept.find(1);
   keep(kept, 2, "second");
   EXPECT_EQ(read(*document), "first");
-  EXPECT_EQ(filesIn("kept"), 2u);
+  EXPECT_EQ(names().size(), 2u);
   document.reset();
-  EXPECT_EQ(filesIn("kept"), 1u);
+  EXPECT_EQ(names().size(), 1u);
 }
 
-TEST_F(KeptDocumentsTest, WithoutAPlaceNothingIsKeptAndNothingFails) {
-  KeptDocuments kept(m_folder / "nowhere", {}, [](std::uint64_t) {});
-  EXPECT_FALSE(keep(kept, 1, "x"));
+TEST_F(KeptDocumentsTest, WithoutAFolderThereCanBeNone) {
+  EXPECT_THROW(KeptDocuments(m_folder / "nowhere", {}, [](std::uint64_t) {}), std::system_error);
 }
 
 TEST_F(KeptDocumentsTest, WhatAKilledProcessLeftIsRemovedAndWhatIsInUseIsNot) {
   KeptDocuments kept = documents({});
   keep(kept, 1, "mine");
-  std::ofstream(m_folder / "kept" / (temporaryNameFor("kept") + ".pdf")) << "left";
-  std::ofstream(m_folder / "kept" / "somebody's.pdf") << "other";
-  EXPECT_EQ(removeLeftoversIn(m_folder / "kept"), 1);
-  EXPECT_EQ(filesIn("kept"), 2u);
+  const std::string killed = temporaryNameFor("kept"), gone = temporaryNameFor("kept");
+  for (const std::string& name : {killed, killed + "-document-1.pdf", gone + "-document-2.pdf", std::string("own.pdf")})
+    std::ofstream(m_folder / "kept" / name) << "left";
+  removeLeftoversIn(m_folder / "kept");
   EXPECT_EQ(read(*kept.find(1)), "mine");
+  const KeptDocuments next = documents({});
+  EXPECT_EQ(read(*kept.find(1)), "mine");
+  EXPECT_THAT(names(), ElementsAre(EndsWith("-document-1.txt"), "own.pdf"));
 }
 
 }  // namespace

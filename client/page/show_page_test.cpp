@@ -17,7 +17,7 @@ class ShowPageTest : public PageFixture {
  protected:
   // Shows what is in the folder; the browser has these words.
   ShownPage show(const std::string& words = "") {
-    return showPage(m_folder / "kept", [this, words](const fs::path& document) {
+    return showPage(m_folder / "out", [this, words](const fs::path& document) {
       m_opened = document;
       return words;
     });
@@ -26,7 +26,7 @@ class ShowPageTest : public PageFixture {
 };
 
 TEST_F(ShowPageTest, TheBrowserGetsADocumentThatLeadsToThePage) {
-  const PageLink link(m_folder / "kept", "http://127.0.0.1:4000/secret/");
+  const PageLink link(m_folder / "out", "http://127.0.0.1:4000/secret/");
   const ShownPage shown = show();
   EXPECT_EQ(shown.exitCode, 0);
   EXPECT_EQ(shown.message, "your print jobs are opened in the browser\n");
@@ -40,8 +40,8 @@ TEST_F(ShowPageTest, TheBrowserGetsADocumentThatLeadsToThePage) {
 }
 
 TEST_F(ShowPageTest, WithoutAPrintClientItSaysWhatToDo) {
-  { const PageLink ended(m_folder / "kept", "http://127.0.0.1:4000/secret/"); }
-  EXPECT_EQ(filesIn("kept"), 0u);
+  { const PageLink ended(m_folder / "out", "http://127.0.0.1:4000/secret/"); }
+  EXPECT_EQ(filesIn("out"), 0u);
   const ShownPage shown = show();
   EXPECT_EQ(shown.exitCode, 1);
   EXPECT_EQ(shown.message,
@@ -53,7 +53,7 @@ TEST_F(ShowPageTest, WithoutAPrintClientItSaysWhatToDo) {
 TEST_F(ShowPageTest, WhatAKilledPrintClientLeftIsNotOpened) {
   fs::path left;
   {
-    const PageLink killed(m_folder / "kept", "http://127.0.0.1:4000/secret/");
+    const PageLink killed(m_folder / "out", "http://127.0.0.1:4000/secret/");
     left = killed.path();
     fs::copy_file(left, m_folder / "copy");
   }
@@ -63,7 +63,7 @@ TEST_F(ShowPageTest, WhatAKilledPrintClientLeftIsNotOpened) {
 }
 
 TEST_F(ShowPageTest, WithoutABrowserThePersonGetsTheAddress) {
-  const PageLink link(m_folder / "kept", "http://127.0.0.1:4000/secret/");
+  const PageLink link(m_folder / "out", "http://127.0.0.1:4000/secret/");
   const ShownPage shown = show("there is no desktop here");
   EXPECT_EQ(shown.exitCode, 1);
   EXPECT_EQ(shown.message,
@@ -72,8 +72,8 @@ TEST_F(ShowPageTest, WithoutABrowserThePersonGetsTheAddress) {
 }
 
 TEST_F(ShowPageTest, OfSeveralTheLatestIsOpenedAndTheOthersAreNamed) {
-  const PageLink first(m_folder / "kept", "http://127.0.0.1:4000/one/");
-  const PageLink second(m_folder / "kept", "http://127.0.0.1:4001/two/");
+  const PageLink first(m_folder / "out", "http://127.0.0.1:4000/one/");
+  const PageLink second(m_folder / "out", "http://127.0.0.1:4001/two/");
 #ifndef _WIN32
   fs::last_write_time(first.path(), fs::last_write_time(second.path()) - std::chrono::hours(1));
   EXPECT_EQ(show().message,
