@@ -61,7 +61,7 @@ World* g_world = nullptr;
 class FakeQueue : public PrinterQueue {
  public:
   JobProgress look(const QueuedJob& job) override { return g_world->look(job.numbers.front()); }
-  void cancel(const QueuedJob& job) override { g_world->cancel(job.numbers.front()); }
+  void cancel(QueuedJob& job) override { g_world->cancel(job.numbers.front()); }
 };
 std::unique_ptr<PrinterQueue> openFake(const PrinterTarget& printer, const std::atomic<bool>&) {
   g_world->open(printer.queue);

@@ -27,7 +27,10 @@ class IppQueue : public PrinterQueue {
     return progressOf(*status);
   }
 
-  void cancel(const QueuedJob& job) override { m_printer.cancel(job.numbers.front(), job.user); }
+  void cancel(QueuedJob& job) override {
+    m_printer.cancel(job.numbers.front(), job.user);
+    job.isCanceled = true;
+  }
 
  private:
   const bool m_isQueue;

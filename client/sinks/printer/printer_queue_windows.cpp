@@ -62,6 +62,7 @@ class WindowsQueue : public PrinterQueue {
     }
     if (isPrinting) return {PaperState::kPrinting};
     if (isWaiting) return {PaperState::kWaiting};
+    if (job.isCanceled && !isThere) return knownStatuses().front().progress;
     // A queue drops a job that it has printed, and says nothing of one that was printed between two looks.
     if (isThere || job.progress.state == PaperState::kPrinting) return {PaperState::kPrinted};
     return {PaperState::kUnknown, "has the job no longer in its queue, and has not said how it ended",
@@ -69,9 +70,12 @@ class WindowsQueue : public PrinterQueue {
   }
 
   // Copies that the queue has no more have come out.
-  void cancel(const QueuedJob& job) override {
+  void cancel(QueuedJob& job) override {
     for (const int number : job.numbers) {
-      if (SetJobW(m_printer, static_cast<DWORD>(number), 0, nullptr, JOB_CONTROL_DELETE)) continue;
+      if (SetJobW(m_printer, static_cast<DWORD>(number), 0, nullptr, JOB_CONTROL_DELETE)) {
+        job.isCanceled = true;
+        continue;
+      }
       const DWORD error = GetLastError();
       if (error == ERROR_INVALID_PARAMETER) continue;
       throw std::runtime_error(corvane::toUtf8(corvane::systemErrorWords(error)));
