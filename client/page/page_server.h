@@ -3,8 +3,8 @@
 #include "client/job_board.h"
 #include "client/page/page_answer.h"
 #include "client/page/page_guard.h"
+#include "client/page/page_limits.h"
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -20,16 +20,7 @@ namespace printclient {
 // that reads slowly, which is one event or piece of a file.
 class PageServer {
  public:
-  struct Limits {
-    std::size_t connections = 48;
-    std::size_t headerBytes = 8192;
-    std::size_t bodyBytes = 1024;
-    std::chrono::milliseconds request{10000};  // until a request has come whole
-    std::chrono::milliseconds idle{30000};     // between two requests
-    std::chrono::milliseconds send{20000};     // until a peer takes a piece of an answer
-    std::chrono::milliseconds pause{100};      // between two events of a stream
-    std::chrono::milliseconds sign{15000};     // a stream without events says that it is alive
-  };
+  using Limits = PageLimits;
 
   // Both outlive the object. onTick is called on the server's thread about once a minute. Throws std::runtime_error
   // with the cause when there is no port or no thread for it.
@@ -44,7 +35,6 @@ class PageServer {
 
  private:
   class State;
-  class Connection;
 
   std::unique_ptr<State> m_state;
 };
