@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 
 namespace printclient {
@@ -21,6 +22,9 @@ class DiskFile {
 
   // A write that the system takes only in part is continued until all is taken or it fails.
   void write(std::span<const unsigned char> bytes);
+  // Gives all that was written so far, piece by piece; before the file has another name. Fails when the temporary name
+  // does not lead to this file any more, or it cannot be read.
+  void readBack(const std::function<void(std::span<const unsigned char>)>& take) const;
   // Returns when the data are on the disk.
   void sync();
   // Gives the file another name in the same folder, and returns when that is on the disk. False when the new name is
@@ -31,12 +35,15 @@ class DiskFile {
   // long as this object lives, and gone with it. Nothing more is written. Fails as renameTo() does, and when the name
   // is taken.
   void shareAs(const std::filesystem::path& to);
+  // The file stays as it is, under its temporary name, when the object goes; nothing is known of it then.
+  void leave() { m_isLeft = true; }
 
  private:
   std::intptr_t m_handle;
   std::filesystem::path m_path;    // the temporary one; empty on Windows when the file has another
   std::filesystem::path m_shared;  // on Windows the name of a shared file, which has no other
   std::uint64_t m_size = 0;
+  bool m_isLeft = false;
 };
 
 // Removes a temporary file that no process has in use any more, such as one of a process that was killed. False when it

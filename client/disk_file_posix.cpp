@@ -10,10 +10,12 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace printclient {
 namespace {
 
+constexpr std::size_t kReadBytes = 256 * 1024;
 constexpr int kMaxAttempts = 10;  // to create a file that cleaning others take away again
 
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path = {}) {
@@ -86,7 +88,7 @@ DiskFile::DiskFile(const std::filesystem::path& path) : m_handle(-1), m_path(pat
 
 DiskFile::~DiskFile() {
   const int handle = static_cast<int>(m_handle);
-  if (isNameOf(m_path, handle)) unlink(m_path.c_str());
+  if (!m_isLeft && isNameOf(m_path, handle)) unlink(m_path.c_str());
   close(handle);
 }
 
@@ -98,6 +100,24 @@ void DiskFile::write(std::span<const unsigned char> bytes) {
     if (taken <= 0) fail("cannot write");
     m_size += static_cast<std::uint64_t>(taken);
     bytes = bytes.subspan(static_cast<std::size_t>(taken));
+  }
+}
+
+void DiskFile::readBack(const std::function<void(std::span<const unsigned char>)>& take) const {
+  const int handle = open(m_path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (handle < 0) fail("cannot read", m_path);
+  struct Closer {
+    int handle;
+    ~Closer() { close(handle); }
+  } const closer{handle};
+  if (!isNameOf(m_path, static_cast<int>(m_handle)) || !isNameOf(m_path, handle)) throwTampered(m_path);
+  std::vector<unsigned char> piece(kReadBytes);
+  for (;;) {
+    const ssize_t got = read(handle, piece.data(), piece.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) fail("cannot read", m_path);
+    if (got == 0) return;
+    take(std::span(piece).first(static_cast<std::size_t>(got)));
   }
 }
 

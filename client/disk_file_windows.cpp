@@ -14,6 +14,7 @@ namespace printclient {
 namespace {
 
 constexpr std::size_t kMaxWrite = 1024 * 1024;
+constexpr std::size_t kReadBytes = 256 * 1024;
 
 [[noreturn]] void fail(DWORD error, const char* what, const std::filesystem::path& path = {}) {
   throw std::system_error(static_cast<int>(error), std::system_category(),
@@ -40,7 +41,7 @@ DiskFile::~DiskFile() {
     DeleteFileW(m_shared.c_str());
     return;
   }
-  if (!m_path.empty()) {
+  if (!m_path.empty() && !m_isLeft) {
     FILE_DISPOSITION_INFO disposition = {};
     disposition.DeleteFile = TRUE;
     SetFileInformationByHandle(asHandle(m_handle), FileDispositionInfo, &disposition, sizeof(disposition));
@@ -57,6 +58,25 @@ void DiskFile::write(std::span<const unsigned char> bytes) {
     if (taken == 0) fail(ERROR_DISK_FULL, "cannot write");
     m_size += taken;
     bytes = bytes.subspan(taken);
+  }
+}
+
+void DiskFile::readBack(const std::function<void(std::span<const unsigned char>)>& take) const {
+  const HANDLE handle =
+      CreateFileW(m_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) fail(GetLastError(), "cannot read", m_path);
+  struct Closer {
+    HANDLE handle;
+    ~Closer() { CloseHandle(handle); }
+  } const closer{handle};
+  std::vector<unsigned char> piece(kReadBytes);
+  for (DWORD got = 0;;) {
+    if (!ReadFile(handle, piece.data(), static_cast<DWORD>(piece.size()), &got, nullptr)) {
+      fail(GetLastError(), "cannot read", m_path);
+    }
+    if (got == 0) return;
+    take(std::span(piece).first(got));
   }
 }
 

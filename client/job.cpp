@@ -1,5 +1,7 @@
 #include "client/job.h"
 
+#include "client/kept_documents.h"
+#include "client/sinks/printer/queued_job.h"
 #include "programs/text.h"
 
 #include <exception>
@@ -20,11 +22,18 @@ std::string bytesText(std::uint64_t bytes) {
 
 }  // namespace
 
-Job::Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* connection)
+Job::Job(protocol::JobStart ticket, JobOutput& output, JobOrigin origin)
     : m_ticket(std::move(ticket)),
       m_output(output),
-      m_origin(output.originOf(connection)),
+      m_origin(std::move(origin)),
       m_nextProgress(output.reporter().isInPlace() ? kProgressInPlace : kFirstProgressLine) {
+  BoardJob shown;
+  shown.server = m_origin.server;
+  shown.title = programs::oneLine(m_ticket.documentName.empty() ? m_ticket.jobName : m_ticket.documentName);
+  shown.printer = programs::oneLine(m_ticket.printerName);
+  shown.copies = m_ticket.copies;
+  shown.isAgain = m_origin.isAgain;
+  m_listed = output.board().add(std::move(shown), m_cancel);
   try {
     m_file = std::make_unique<JobFile>(output.folder(), output.nextTemporaryName());
     const std::string copies = m_ticket.copies > 1 ? fmt::format(", {} copies", m_ticket.copies) : "";
@@ -39,6 +48,11 @@ Job::Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* conn
 Job::~Job() {
   if (m_ended) return;
   m_file.reset();
+  showEnd();
+  if (m_cancel->isMade()) {
+    say(fmt::format("canceled {} after {}, before its end", title(), bytesText(m_probe.size())));
+    return;
+  }
   say(
       fmt::format("dropped {}: the job was cut after {}, before its end{}; the server says why in a separate line, "
                   "unless it has gone itself; print again",
@@ -101,6 +115,7 @@ void Job::append(std::span<const unsigned char> bytes) noexcept {
 }
 
 void Job::reportProgress() {
+  m_output.board().change(m_listed, [this](BoardJob& job) { job.bytes = m_probe.size(); });
   if (m_probe.size() < m_nextProgress) return;
   m_output.reporter().progress(fmt::format("{}receiving {}: {}", m_origin.label, title(), bytesText(m_probe.size())));
   m_nextProgress = m_output.reporter().isInPlace() ? m_probe.size() + kProgressInPlace : 2 * m_nextProgress;
@@ -113,16 +128,32 @@ void Job::fail(PrintResult result, const std::string& why) {
   m_file.reset();  // gives a full disk its room back at once
 }
 
+void Job::keepDocument() {
+  KeptDocuments* const documents = m_output.documents();
+  const std::string extension = m_probe.extension();
+  if (documents == nullptr || m_probe.size() == 0) return;
+  if (!documents->keep(m_listed, m_origin, m_ticket, *m_file, m_probe.size(), extension)) return;
+  m_output.board().change(m_listed, [&extension](BoardJob& job) { job.kept = extension; });
+}
+
 void Job::complete() {
   if (m_result != kPrinted) return;
-  if (m_probe.size() == 0 && protocol::isCollected(m_ticket.settings)) {
+  if (m_cancel->isMade()) {
+    m_sinksRemedy = "print it again if it is still wanted";
+    fail(kNotTaken, "you canceled it");
+  } else if (m_probe.size() == 0 && protocol::isCollected(m_ticket.settings)) {
     fail(kNoData, "no data came; the conversion of the job has failed");
   } else if (m_probe.isPdf() && !m_probe.hasPdfEnd()) {
     fail(kIncompletePdf, fmt::format("the PDF is cut; its end mark is missing after {}", bytesText(m_probe.size())));
   } else {
     try {
+      keepDocument();
+      m_output.board().change(m_listed, [this](BoardJob& job) {
+        job.bytes = m_probe.size();
+        job.stage = JobStage::kHandingOver;
+      });
       const std::shared_ptr<Sink> sink = m_output.sinkOf(m_ticket.printerName);
-      m_taken = sink->take({m_ticket, m_probe, *m_file});
+      m_taken = sink->take({m_ticket, m_probe, *m_file, m_cancel.get()});
     } catch (const SinkRefusal& refusal) {
       m_sinksRemedy = refusal.remedy();
       fail(kNotTaken, refusal.what());
@@ -132,13 +163,37 @@ void Job::complete() {
   }
 }
 
+void Job::showEnd() {
+  m_output.board().change(m_listed, [this](BoardJob& job) {
+    job.bytes = m_probe.size();
+    if (m_ended && m_result == kPrinted) {
+      job.where = m_taken.where + remark();
+      job.stage = m_taken.queued != nullptr ? stageOf(m_taken.queued->progress.state)
+                  : m_taken.isForPaper      ? JobStage::kPrinted
+                                            : JobStage::kHandedOn;
+      if (job.isCanceling && isOver(job.stage)) job.where += ", before it could be canceled";
+      return;
+    }
+    job.stage = m_cancel->isMade() ? JobStage::kCanceled : JobStage::kFailed;
+    if (job.isExplained && job.stage == JobStage::kFailed) return;
+    if (m_ended) {
+      job.cause = m_why;
+      job.remedy = remedy().substr(2);
+    } else if (job.stage == JobStage::kFailed) {
+      job.cause = fmt::format("the job was cut after {}, before its end", bytesText(m_probe.size()));
+      job.remedy = "print again";
+    }
+  });
+}
+
 PrintResult Job::end() {
   complete();
   m_ended = true;
   m_file.reset();
+  showEnd();
   if (m_result == kPrinted) {
     say(fmt::format("printed {}: {} {}{}", title(), bytesText(m_probe.size()), m_taken.where, remark()));
-    m_output.taken(m_origin, m_ticket, m_taken);
+    m_output.taken({m_origin, m_ticket.jobName, m_ticket.printerName, m_ticket.documentName, m_listed}, m_taken);
   } else {
     say(fmt::format("not printed {}: {}{}{}", title(), m_why, place(), remedy()));
   }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 
 namespace printclient {
 
@@ -20,7 +21,9 @@ using protocol::PrintResult;
 class Job {
  public:
   // From that connection, where it is known.
-  Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* connection = nullptr);
+  Job(protocol::JobStart ticket, JobOutput& output, const CS_Connection* connection = nullptr)
+      : Job(std::move(ticket), output, output.originOf(connection)) {}
+  Job(protocol::JobStart ticket, JobOutput& output, JobOrigin origin);
   ~Job();
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
@@ -30,6 +33,9 @@ class Job {
   void fail(PrintResult result, const std::string& why);
   // Completes the job and says what became of it. Once.
   PrintResult end();
+
+  // The person's wish that this job end; lives as long as the job.
+  CancelRequest& cancelRequest() { return *m_cancel; }
 
  private:
   std::string title() const;
@@ -43,6 +49,9 @@ class Job {
   // A line of the person's about this job.
   void say(const std::string& text) const;
   void reportProgress();
+  // Keeps what has come for the person, where documents are kept.
+  void keepDocument();
+  void showEnd();
 
   const protocol::JobStart m_ticket;
   JobOutput& m_output;
@@ -54,6 +63,8 @@ class Job {
   std::string m_sinksRemedy;  // what to do when a sink did not take it
   TakenJob m_taken;           // where it is now
   std::uint64_t m_nextProgress;
+  const std::shared_ptr<CancelRequest> m_cancel = std::make_shared<CancelRequest>();
+  std::uint64_t m_listed = 0;  // its number on the board
   bool m_ended = false;
 };
 

@@ -144,6 +144,11 @@ int JobFile::freeNumber(std::string_view name, std::string_view extension) const
   return free;
 }
 
+void JobFile::copyTo(DiskFile& other) {
+  flush();
+  m_file->readBack([&other](std::span<const unsigned char> piece) { other.write(piece); });
+}
+
 std::filesystem::path JobFile::share(std::string_view extension) {
   flush();
   const std::filesystem::path path = pathOf(fmt::format("{}{}", m_temporaryName, extension));

@@ -42,6 +42,9 @@ class JobFile {
   // jobs of one name costs some dozens of looks and not one for each of them.
   std::string keepAs(std::string_view name, std::string_view extension);
 
+  // Writes all that was appended so far to another file; before share() and keepAs().
+  void copyTo(DiskFile& other);
+
   // Completes the file for other programs to read, under its temporary name with the extension behind it, and returns
   // its path. It goes with this object. Nothing more is appended.
   std::filesystem::path share(std::string_view extension);

@@ -271,5 +271,24 @@ TEST_F(JobFileTest, DataThatAreStillGatheredAreNotCompleteWithoutTheDisk) {
 }
 #endif
 
+TEST(DiskFiles, CanBeReadBackWhileTheyAreWrittenAndLeftBehindOnPurpose) {
+  const fs::path folder = fs::temp_directory_path() / ("left_" + std::to_string(corvane::processId()));
+  fs::remove_all(folder);
+  fs::create_directories(folder);
+  const std::string data(700000, 'x');
+  {
+    DiskFile left(folder / "left"), gone(folder / "gone");
+    for (DiskFile* const file : {&left, &gone})
+      file->write({reinterpret_cast<const unsigned char*>(data.data()), data.size()});
+    std::string back;
+    left.readBack([&back](std::span<const unsigned char> piece) { back.append(piece.begin(), piece.end()); });
+    EXPECT_EQ(back, data);
+    left.leave();
+  }
+  EXPECT_EQ(fs::file_size(folder / "left"), data.size());
+  EXPECT_FALSE(fs::exists(folder / "gone"));
+  fs::remove_all(folder);
+}
+
 }  // namespace
 }  // namespace printclient

@@ -42,9 +42,19 @@ void JobFollower::follow(FollowedJob job, const TakenJob& taken) noexcept try {
   // Without memory nobody is told; the job is where its line says.
 }
 
+void JobFollower::cancel(std::uint64_t listed) noexcept try {
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_toCancel.push_back(listed);
+  }
+  m_changed.notify_all();
+} catch (const std::exception&) {
+  // Without memory the job goes on; the person sees that and tries again.
+}
+
 bool JobFollower::await(std::deque<Arrived>& arrived) {
   std::unique_lock<std::mutex> guard(m_lock);
-  const auto isAwaited = [this] { return m_isStopping || !m_arrived.empty(); };
+  const auto isAwaited = [this] { return m_isStopping || !m_arrived.empty() || !m_toCancel.empty(); };
   const auto due = std::min_element(m_printers.begin(), m_printers.end(),
                                     [](const Printer& one, const Printer& other) { return one.next < other.next; });
   if (due == m_printers.end()) {
@@ -53,6 +63,8 @@ bool JobFollower::await(std::deque<Arrived>& arrived) {
     m_changed.wait_until(guard, due->next, isAwaited);
   }
   arrived.swap(m_arrived);
+  m_unwanted.insert(m_toCancel.begin(), m_toCancel.end());
+  m_toCancel.clear();
   return !m_isStopping;
 }
 
@@ -61,6 +73,7 @@ void JobFollower::run() noexcept {
     try {
       for (const Arrived& job : arrived)
         begin(job);
+      if (!m_unwanted.empty()) cancelSome();
       const auto now = Clock::now();
       const auto due = std::find_if(m_printers.begin(), m_printers.end(),
                                     [now](const Printer& printer) { return printer.next <= now; });
@@ -96,6 +109,33 @@ void JobFollower::begin(const Arrived& arrived) {
   }
   printer->jobs.push_back({arrived.job, queued});
   ++m_count;
+}
+
+void JobFollower::cancelSome() {
+  for (Printer& printer : m_printers) {
+    for (auto job = printer.jobs.begin(); job != printer.jobs.end();) {
+      const auto next = std::next(job);
+      if (m_unwanted.erase(job->job.listed) != 0) cancelAt(printer, job);
+      job = next;
+    }
+  }
+  m_printers.remove_if([](const Printer& printer) { return printer.jobs.empty(); });
+  while (m_unwanted.size() > kMostUnwanted)
+    m_unwanted.erase(m_unwanted.begin());
+}
+
+void JobFollower::cancelAt(Printer& printer, std::list<Followed>::iterator job) {
+  const std::uint64_t listed = job->job.listed;
+  try {
+    const std::unique_ptr<PrinterQueue> queue = m_open(job->queued.printer, m_isStopping);
+    queue->cancel(job->queued);
+    printer.jobs.splice(printer.jobs.begin(), printer.jobs, job);
+    lookAtFirst(printer, *queue);
+    printer.pause = m_pace.first;
+    printer.next = Clock::now() + printer.pause;
+  } catch (const std::runtime_error& failure) {
+    if (m_onFailure) m_onFailure(listed, failure.what());
+  }
 }
 
 void JobFollower::lookAt(Printer& printer) {

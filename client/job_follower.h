@@ -13,16 +13,12 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace printclient {
-
-// A job that is spoken of after its sink has taken it. A plain value.
-struct FollowedJob {
-  JobOrigin origin;
-  std::wstring name, printer, document;  // as its start named them
-};
 
 // Tells what becomes of jobs after their sinks have taken them, until that is final. One thread for all of them asks
 // one printer after another, each for some of its jobs at a time, with pauses that grow while nothing changes or the
@@ -31,6 +27,7 @@ struct FollowedJob {
 class JobFollower {
  public:
   using Clock = std::chrono::steady_clock;
+  static constexpr std::size_t kMostUnwanted = 100;
   struct Pace {
     std::chrono::milliseconds first{500};                        // until a printer is asked again after a change
     std::chrono::milliseconds longest{5000};                     // while nothing changes
@@ -51,6 +48,13 @@ class JobFollower {
   ~JobFollower();
   JobFollower(const JobFollower&) = delete;
   JobFollower& operator=(const JobFollower&) = delete;
+
+  // The person wants that job no more: its printer is told to end it, and what has become of it comes as news. Where it
+  // cannot be told, onFailure gets the words that say why, on the thread of the news. A job that is still to come is
+  // ended when it does.
+  using OnFailure = std::function<void(std::uint64_t listed, const std::string& why)>;
+  void onCancelFailure(OnFailure handler) { m_onFailure = std::move(handler); }
+  void cancel(std::uint64_t listed) noexcept;
 
   // A sink has taken the job. Waits for nothing; any thread. Where Pace::most jobs wait for their first news, further
   // ones are not followed.
@@ -75,7 +79,11 @@ class JobFollower {
   void run() noexcept;
   // Returns what has arrived by the time at which a printer is due; false when the thread is to end.
   bool await(std::deque<Arrived>& arrived);
+
   void begin(const Arrived& arrived);
+  // Ends those of the jobs that the person wants no more.
+  void cancelSome();
+  void cancelAt(Printer& printer, std::list<Followed>::iterator job);
   void lookAt(Printer& printer);
   // Asks for the first of its jobs, and puts it behind the others or takes it out; true when something has changed.
   bool lookAtFirst(Printer& printer, PrinterQueue& queue);
@@ -84,17 +92,20 @@ class JobFollower {
   void tell(const FollowedJob& job, const JobProgress& progress, bool isFirst);
 
   const OnNews m_onNews;
+  OnFailure m_onFailure;
   const Pace m_pace;
   const Open m_open;
   // Of the thread alone.
   std::list<Printer> m_printers;  // none without jobs
   std::size_t m_count = 0;
   programs::Allowance m_news;
+  std::set<std::uint64_t> m_unwanted;  // jobs to end that have not come yet; at most kMostUnwanted
 
   std::atomic<bool> m_isStopping{false};
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_changed;
   std::deque<Arrived> m_arrived;
+  std::vector<std::uint64_t> m_toCancel;
   std::thread m_thread;
 };
 

@@ -38,6 +38,12 @@ class World {
     if (next.size() > 1) next.erase(next.begin());
     return progress;
   }
+  void cancel(int number) {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_refusesToCancel) throw std::runtime_error("not allowed");
+    m_says[number] = {{PaperState::kCanceled, "", ""}};
+  }
+  void refusesToCancel() { m_refusesToCancel = true; }
   int opened(const std::string& queue) {
     const std::lock_guard<std::mutex> guard(m_lock);
     return m_opened[queue];
@@ -48,12 +54,14 @@ class World {
   std::map<int, std::vector<JobProgress>> m_says;
   std::map<std::string, int> m_opened;
   std::string m_silent;
+  std::atomic<bool> m_refusesToCancel{false};
 };
 World* g_world = nullptr;
 
 class FakeQueue : public PrinterQueue {
  public:
   JobProgress look(const QueuedJob& job) override { return g_world->look(job.numbers.front()); }
+  void cancel(QueuedJob& job) override { g_world->cancel(job.numbers.front()); }
 };
 std::unique_ptr<PrinterQueue> openFake(const PrinterTarget& printer, const std::atomic<bool>&) {
   g_world->open(printer.queue);
@@ -78,11 +86,22 @@ class JobFollowerTest : public ::testing::Test {
           m_changed.notify_all();
         },
         m_pace, openFake);
+    m_follower->onCancelFailure([this](std::uint64_t listed, const std::string& why) {
+      const std::lock_guard<std::mutex> guard(m_lock);
+      m_news.push_back(fmt::format("{} {}", listed, why));
+      m_changed.notify_all();
+    });
   }
   void follow(int number, const std::string& queue = "desk", std::chrono::hours ago = std::chrono::hours(0)) {
     const auto queued = std::make_shared<QueuedJob>(QueuedJob{
         {queue, ""}, {number}, "title", "me", JobFollower::Clock::now() - ago, {PaperState::kWaiting, "", ""}});
     m_follower->follow({{}, std::to_wstring(number), L"Desk", L"letter"}, {"", true, queued});
+  }
+  // With a number on the board.
+  void followListed(int number, std::uint64_t listed) {
+    const auto queued = std::make_shared<QueuedJob>(
+        QueuedJob{{"desk", ""}, {number}, "title", "me", JobFollower::Clock::now(), {PaperState::kWaiting, "", ""}});
+    m_follower->follow({{}, std::to_wstring(number), L"Desk", L"letter", listed}, {"", true, queued});
   }
   // All news once there are so many.
   std::vector<std::string> news(std::size_t count) {
@@ -182,6 +201,39 @@ TEST_F(JobFollowerTest, EndsAtOnceThoughItStillFollows) {
   follow(1);
   news(1);
   m_follower.reset();
+}
+
+TEST_F(JobFollowerTest, AJobThatIsNotWantedIsEndedAtItsPrinter) {
+  m_world.says(1, {{PaperState::kPrinting, "", ""}});
+  m_world.says(2, {{PaperState::kWaiting, "", ""}});
+  m_pace.first = m_pace.longest = std::chrono::hours(1);  // nothing is looked at for any other reason
+  start();
+  followListed(1, 11);
+  followListed(2, 12);
+  EXPECT_THAT(news(2), ElementsAre("1 1", "2 1"));
+  m_follower->cancel(12);
+  EXPECT_THAT(news(3), ElementsAre("1 1", "2 1", "then 2 4"));
+}
+
+TEST_F(JobFollowerTest, AJobThatIsCanceledBeforeItComesIsEndedWhenItDoes) {
+  m_world.says(1, {{PaperState::kPrinting, "", ""}});
+  m_pace.first = m_pace.longest = std::chrono::hours(1);
+  start();
+  m_follower->cancel(11);
+  followListed(1, 11);
+  EXPECT_THAT(news(2), ElementsAre("1 1", "then 1 4"));
+}
+
+TEST_F(JobFollowerTest, APrinterThatDoesNotLetGoOfAJobIsSaidAndTheJobIsFollowedOn) {
+  m_world.says(1, {{PaperState::kWaiting, "", ""}});
+  m_world.refusesToCancel();
+  start();
+  followListed(1, 11);
+  EXPECT_THAT(news(1), ElementsAre("1 1"));
+  m_follower->cancel(11);
+  EXPECT_THAT(news(2), ElementsAre("1 1", "11 not allowed"));
+  m_world.says(1, {{PaperState::kPrinted, "", ""}});
+  EXPECT_THAT(news(3), ElementsAre("1 1", "11 not allowed", "then 1 6"));
 }
 
 }  // namespace

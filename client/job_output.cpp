@@ -85,10 +85,18 @@ std::string JobOutput::nextTemporaryName() {
   return fmt::format("{}{}{}", m_prefix, ++m_last, kSuffix);
 }
 
-int JobOutput::removeLeftovers() const noexcept try {
+std::string temporaryNameFor(const std::string& what) {
+  return fmt::format("{}{}-{}{}", kPrefix, what, randomWord(), kSuffix);
+}
+
+bool isTemporaryNameFor(const std::string& what, const std::string& name) {
+  return isTemporary(name) && name.starts_with(kPrefix + what + "-");
+}
+
+int removeLeftoversIn(const std::filesystem::path& folder) noexcept try {
   std::error_code failure;
   std::vector<std::filesystem::path> leftovers;
-  for (std::filesystem::directory_iterator at(m_folder, failure), end; !failure && at != end; at.increment(failure)) {
+  for (std::filesystem::directory_iterator at(folder, failure), end; !failure && at != end; at.increment(failure)) {
     const std::string name = programs::fromPath(at->path().filename());
     if (isTemporary(name)) leftovers.push_back(at->path());
   }

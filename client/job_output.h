@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/job_board.h"
 #include "client/reporter.h"
 #include "client/sinks/sink.h"
 
@@ -19,11 +20,30 @@ namespace printclient {
 struct JobOrigin {
   int server = 0;  // which of those that this process serves
   int session = 0;
-  std::string label;  // in front of what is said about it, where there are several servers; otherwise empty
+  std::string label;     // in front of what is said about it, where there are several servers; otherwise empty
+  bool isAgain = false;  // printed once more by the person, from what was kept: the server knows nothing of it
 
   // For a line: "session 5".
   std::string sessionText() const;
 };
+
+// A job that is spoken of after its sink has taken it. A plain value.
+struct FollowedJob {
+  JobOrigin origin;
+  std::wstring name, printer, document;  // as its start named them
+  std::uint64_t listed = 0;              // its number on the board
+};
+
+class KeptDocuments;
+
+// A name for a temporary file that no other job uses, of whatever process and machine, with a word that says what for;
+// begins with a dot, so that it is hidden from a person. removeLeftoversIn() knows it.
+std::string temporaryNameFor(const std::string& what);
+// Whether it is such a name, or one with an extension behind it.
+bool isTemporaryNameFor(const std::string& what, const std::string& name);
+// Removes what earlier print clients left behind in the folder when they were killed, and nothing that a print client
+// still has in use. Returns how many files there were.
+int removeLeftoversIn(const std::filesystem::path& folder) noexcept;
 
 // Where the jobs of this process go and where they come from: the folder of their temporary files, the sink of each
 // printer, and the server of each connection. Shared by all of them, from any thread; outlives them.
@@ -50,18 +70,23 @@ class JobOutput {
   JobOrigin originOf(const CS_Connection* connection) const;
 
   // Is given every job that a sink has taken, on the thread of the job; it waits for nothing. Set before the first job.
-  using OnTaken = std::function<void(const JobOrigin&, const protocol::JobStart&, const TakenJob&)>;
+  using OnTaken = std::function<void(const FollowedJob&, const TakenJob&)>;
   void onTaken(OnTaken handler) { m_onTaken = std::move(handler); }
-  void taken(const JobOrigin& origin, const protocol::JobStart& ticket, const TakenJob& job) const {
-    if (m_onTaken) m_onTaken(origin, ticket, job);
+  void taken(const FollowedJob& job, const TakenJob& taken) const {
+    if (m_onTaken) m_onTaken(job, taken);
   }
+
+  // What the person may look at.
+  JobBoard& board() const { return m_board; }
+  // Keeps the documents of jobs from now on; set before the first job, outlives the last.
+  void keepDocuments(KeptDocuments* documents) { m_documents = documents; }
+  KeptDocuments* documents() const { return m_documents; }
 
   // A name that no other job uses, of whatever process and machine; begins with a dot, so that it is hidden from a
   // person.
   std::string nextTemporaryName();
-  // Removes what earlier print clients of any session left behind here when they were killed in the middle of a job,
-  // and nothing that a print client still writes. Returns how many files there were.
-  int removeLeftovers() const noexcept;
+  // removeLeftoversIn() the folder of the temporary files.
+  int removeLeftovers() const noexcept { return removeLeftoversIn(m_folder); }
 
  private:
   const std::filesystem::path m_folder;
@@ -70,6 +95,8 @@ class JobOutput {
   Reporter& m_reporter;
   const std::shared_ptr<Sink> m_others;
   OnTaken m_onTaken;
+  mutable JobBoard m_board;
+  KeptDocuments* m_documents = nullptr;
   std::atomic<unsigned> m_last{0};
   mutable std::mutex m_lock;  // guards what follows
   std::map<std::wstring, std::shared_ptr<Sink>> m_sinks;

@@ -1,6 +1,7 @@
 #include "client/job.h"
 
 #include "client/sinks/folder/folder_sink.h"
+#include "client/sinks/printer/queued_job.h"
 #include "corvane/base/process.h"
 #include "programs/text.h"
 
@@ -216,8 +217,8 @@ TEST_F(JobTest, GoesWholeToTheSinkOfItsPrinterAndLeavesNoFile) {
   JobOutput output(m_folder / "out", 5, 42, *m_reporter, nullptr);
   output.setSink(L"Laser-2", sink);
   std::vector<std::string> followed;
-  output.onTaken([&followed](const JobOrigin& origin, const protocol::JobStart& start, const TakenJob& job) {
-    followed.push_back(origin.sessionText() + ", " + programs::oneLine(start.jobName) + " " + job.where);
+  output.onTaken([&followed](const FollowedJob& job, const TakenJob& taken) {
+    followed.push_back(job.origin.sessionText() + ", " + programs::oneLine(job.name) + " " + taken.where);
   });
   {
     Job job(ticket(1), output);
@@ -371,6 +372,68 @@ TEST_F(JobTest, ATemporaryNameIsHiddenAndSaysWhoseItIs) {
   EXPECT_TRUE(first.ends_with("-1.part")) << first;
   EXPECT_EQ(first.size(), std::string(".printclient-session-5-42-0123456789abcdef-1.part").size());
   EXPECT_TRUE(m_output->nextTemporaryName().ends_with("-2.part"));
+}
+
+TEST_F(JobTest, StandsOnTheBoardWithHowFarItHasGotAndWhereItWent) {
+  Job job(ticket(1), *m_output);
+  const auto shown = [this] { return m_output->board().newerThan(0).jobs.front(); };
+  EXPECT_EQ(shown().title, "Report");
+  EXPECT_EQ(shown().printer, "Laser-2");
+  EXPECT_EQ(shown().stage, JobStage::kArriving);
+  job.append(bytes("hello "));
+  EXPECT_EQ(shown().bytes, 6u);
+  job.append(bytes("world"));
+  EXPECT_EQ(shown().bytes, 11u);
+  job.end();
+  EXPECT_EQ(shown().stage, JobStage::kHandedOn);
+  EXPECT_EQ(shown().where, "to Report.txt");
+  EXPECT_EQ(shown().kept, "") << "nobody wants it kept";
+}
+
+TEST_F(JobTest, StandsOnTheBoardWithWhyItFailedAndWhatToDo) {
+  const auto shown = [this] { return m_output->board().newerThan(0).jobs.front(); };
+  {
+    Job job(ticket(2), *m_output);
+    job.append(bytes("%PDF-1.4 half of it"));
+    job.end();
+  }
+  EXPECT_EQ(shown().stage, JobStage::kFailed);
+  EXPECT_EQ(shown().cause, "the PDF is cut; its end mark is missing after 19 bytes");
+  EXPECT_EQ(shown().remedy, "print again, and when that fails too, the log of the application server has more");
+  {
+    Job dropped(ticket(1), *m_output);
+    dropped.append(bytes("x"));
+  }
+  EXPECT_EQ(shown().stage, JobStage::kFailed);
+  EXPECT_EQ(shown().cause, "the job was cut after 1 byte, before its end");
+  EXPECT_EQ(shown().remedy, "print again");
+  {
+    Job explained(ticket(1), *m_output);
+    BoardJob words;
+    words.title = "Report";
+    words.printer = "Laser-2";
+    words.cause = "The port was deleted.";
+    m_output->board().explain(words);  // the two that failed before
+    m_output->board().explain(words);
+    words.cause = "The application was ended.";
+    m_output->board().explain(words);
+  }
+  EXPECT_EQ(shown().cause, "The application was ended.");
+}
+
+TEST_F(JobTest, ThatAPrinterHasGoesOnThereOnTheBoard) {
+  const auto queued = std::make_shared<QueuedJob>();
+  queued->progress.state = protocol::PaperState::kWaiting;
+  const auto sink = std::make_shared<StubSink>([queued] {
+    return TakenJob{"to the printer \"desk\" as job 7, where it waits", true, queued};
+  });
+  m_output->setSink(L"Laser-2", sink);
+  Job job(ticket(1), *m_output);
+  job.append(bytes("x"));
+  job.end();
+  const BoardJob shown = m_output->board().newerThan(0).jobs.front();
+  EXPECT_EQ(shown.stage, JobStage::kWaiting);
+  EXPECT_EQ(shown.where, "to the printer \"desk\" as job 7, where it waits");
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include "client/job_output.h"
 #include "client/options.h"
+#include "client/page/show_page.h"
 #include "client/persons_printers.h"
+#include "client/private_folder.h"
 #include "client/reporter.h"
 #include "client/server_choice.h"
 #include "client/service.h"
@@ -33,6 +35,15 @@ bool preparePlaces(printclient::Options& options, std::filesystem::path& folder,
   return false;
 }
 
+int showPersonsPage() try {
+  const printclient::ShownPage shown = printclient::showPage(printclient::privateFolder());
+  std::fputs(shown.message.c_str(), shown.exitCode == 0 ? stdout : stderr);
+  return shown.exitCode;
+} catch (const std::runtime_error& failure) {
+  std::fprintf(stderr, "printclient: %s\n", failure.what());
+  return 1;
+}
+
 }  // namespace
 
 int programMain(const std::vector<std::string>& arguments) {
@@ -42,6 +53,7 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
     return parsed.exitCode;
   }
+  if (parsed.options.showsPage) return showPersonsPage();
   std::filesystem::path folder;
   std::shared_ptr<printclient::Sink> others;
   if (!preparePlaces(parsed.options, folder, others)) return 1;

@@ -153,6 +153,22 @@ void addPlaces(CLI::App& app, Options& options, std::vector<std::string>& printe
       ->check(CLI::Range(1, longest));
 }
 
+// What the person sees of the jobs.
+void addView(CLI::App& app, Options& options) {
+  app.add_flag("--show", options.showsPage,
+               "opens the page with your print jobs in the browser, of the print client that you have started already, "
+               "and ends");
+  app.add_flag("!--no-page", options.hasPage, "has no such page, and keeps no documents for it");
+  app.add_option(
+         "--keep-documents", options.keptDocuments,
+         "how many documents are kept for the page, to be looked at and printed again: 0 for none, 20 unless it "
+         "is given. They are this user's alone, at most 64 MiB together, and go after 8 hours and when "
+         "printclient ends")
+      ->check(CLI::Range(0, 100));
+  app.add_flag("!--no-notices", options.hasNotices,
+               "shows no notice on the desktop when a job fails or its printer needs somebody");
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
@@ -164,6 +180,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
                "printclient");
   addServer(app, options, server);
   addPlaces(app, options, printers);
+  addView(app, options);
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);

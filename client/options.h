@@ -28,8 +28,12 @@ struct Options {
   std::string output;                             // empty: no folder is wanted
   std::string command;                            // empty: no program is wanted
   std::vector<std::string> commandArguments;
-  int commandLimit = 0;  // seconds
-  int pace = 1;          // divides the times of corvane::Patience; not shown, for tests
+  int commandLimit = 0;    // seconds
+  bool showsPage = false;  // of the print client that runs already; nothing else is done
+  bool hasPage = true;
+  bool hasNotices = true;  // of the desktop
+  int keptDocuments = 20;  // for the page; 0 for none
+  int pace = 1;            // divides the times of corvane::Patience; not shown, for tests
 };
 
 // The outcome of reading a command line: go on when exitCode is negative, otherwise end with it after saying message

@@ -178,5 +178,22 @@ TEST(PrintClientOptions, ARateIsForAServerOfAnotherMachine) {
       "--rate: a rate of 7 bytes a second is too low; 8000 is the least\nRun with --help for more information.\n");
 }
 
+TEST(PrintClientOptions, TakeWhatThePersonSeesOfTheJobs) {
+  const ParsedOptions usual = parseOptions({"--session", "5", "--printer", "L", "--output", "o"});
+  EXPECT_TRUE(usual.options.hasPage);
+  EXPECT_TRUE(usual.options.hasNotices);
+  EXPECT_FALSE(usual.options.showsPage);
+  EXPECT_EQ(usual.options.keptDocuments, 20);
+  const ParsedOptions less = parseOptions(
+      {"--session", "5", "--printer", "L", "--output", "o", "--no-page", "--no-notices", "--keep-documents", "0"});
+  ASSERT_EQ(less.exitCode, -1) << less.message;
+  EXPECT_FALSE(less.options.hasPage);
+  EXPECT_FALSE(less.options.hasNotices);
+  EXPECT_EQ(less.options.keptDocuments, 0);
+  EXPECT_TRUE(parseOptions({"--show"}).options.showsPage);
+  EXPECT_EQ(parseOptions({"--show"}).exitCode, -1);
+  EXPECT_EQ(parseOptions({"--keep-documents", "101"}).exitCode, 2);
+}
+
 }  // namespace
 }  // namespace printclient

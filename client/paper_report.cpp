@@ -76,7 +76,7 @@ void PaperReport::leave(int server) noexcept {
 
 void PaperReport::tell(const FollowedJob& job, const JobProgress& progress, bool isFirst) noexcept try {
   if (!isFirst) m_reporter.line(paperLine(job, progress));
-  if (job.printer.empty()) return;  // the server would not know whose job it is
+  if (job.printer.empty() || job.origin.isAgain) return;  // the server would not know whose job it is
   CS_RCPtr<CS_Component> server;
   {
     const std::lock_guard<std::mutex> guard(m_lock);

@@ -1,13 +1,35 @@
 #include "client/print_client.h"
 
+#include "corvane/components/channel.h"
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
+#include "corvane/wire/link.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
 
 #include <fmt/format.h>
 
 namespace printclient {
+namespace {
+
+// The bridge leaves its connection, and with it what stands on it: as for a print client that is lost, but for the
+// words.
+void endBridge(CS_Component& bridge, CS_Channel& channel) {
+  CS_Component* const owner = bridge.getOwner();
+  if (owner == nullptr || !owner->removeChild(&bridge)) return;  // it has ended by itself
+  corvane::FrameHeader header;
+  header.kind = corvane::FrameKind::kRelease;
+  header.component = bridge.getIdentifier();
+  try {
+    channel.link().sendText(header, L"the person canceled the job at the print client");
+  } catch (const CS_Exception&) {
+    // The connection has ended, and the peer knows.
+  }
+  bridge.release();
+}
+
+}  // namespace
+
 bool PrintClient::processRequest(CS_InRequest& request) {
   switch (static_cast<protocol::PrintRequest>(request.number())) {
     case protocol::PrintRequest::kStart:
@@ -24,8 +46,10 @@ bool PrintClient::processRequest(CS_InRequest& request) {
 }
 
 void PrintClient::startJob(CS_InRequest& request) try {
+  m_onCancel.reset();
   m_job.reset();  // a job that was started before and not ended is dropped first
   m_job = std::make_unique<Job>(protocol::read<protocol::JobStart>(request), *m_output, getConnection());
+  endBridgeOnCancel();
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.
   const JobOrigin origin = m_output->originOf(getConnection());
@@ -34,6 +58,13 @@ void PrintClient::startJob(CS_InRequest& request) try {
                   "port monitor and the print client",
                   origin.label, programs::describe(failure), origin.sessionText()));
   throw;
+}
+
+void PrintClient::endBridgeOnCancel() {
+  const CS_RCPtr<CS_Component> bridge = getOwner();
+  CS_Channel* const channel = bridge ? bridge->getChannel(true) : nullptr;
+  if (channel == nullptr || bridge->bridgeEnd() == nullptr) return;
+  m_onCancel.emplace(m_job->cancelRequest(), [bridge, channel] { endBridge(*bridge, *channel); });
 }
 
 void PrintClient::writeJob(CS_InRequest& request) try {
@@ -59,6 +90,7 @@ void PrintClient::endJob(CS_InRequest& request) {
   const std::wstring name = protocol::read<protocol::JobEnd>(request).jobName;
   PrintResult result = PrintResult::kNoJob;
   if (m_job) {
+    m_onCancel.reset();  // from here on the answer tells the application
     result = m_job->end();
     m_job.reset();
   } else {

@@ -5,6 +5,7 @@
 #include "corvane/components/component.h"
 
 #include <memory>
+#include <optional>
 
 namespace printclient {
 
@@ -21,9 +22,12 @@ class PrintClient : public CS_Component {
   void startJob(CS_InRequest& request);
   void writeJob(CS_InRequest& request);
   void endJob(CS_InRequest& request);
+  // When the person cancels the job while its data come, its bridge ends, and the application's side knows why.
+  void endBridgeOnCancel();
 
   std::shared_ptr<JobOutput> m_output;
   std::unique_ptr<Job> m_job;
+  std::optional<CancelRequest::Handler> m_onCancel;  // of the job while its data come
 };
 
 }  // namespace printclient

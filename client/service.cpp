@@ -1,16 +1,21 @@
 #include "client/service.h"
 
 #include "client/print_client.h"
+#include "client/private_folder.h"
 #include "client/session_client.h"
 #include "client/sinks/choose_sinks.h"
 #include "client/sinks/printer/printer_sink.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/component_server.h"
 #include "programs/stop_request.h"
+#include "programs/text.h"
 #include "protocol/names.h"
 
 #include <atomic>
+#include <exception>
+#include <fmt/format.h>
 #include <iterator>
+#include <system_error>
 #include <thread>
 
 namespace printclient {
@@ -33,15 +38,90 @@ Service::Service(const std::vector<Options>& servers, const std::shared_ptr<JobO
   for (const Options& server : servers)
     m_loops.emplace_back(server, output, m_report);
   registerClasses(output);
+  std::vector<PrinterOption> printers;
+  for (const protocol::Printer& printer : m_options.printers) {
+    const auto target = m_options.targets.find(printer.name());
+    printers.push_back({printer, target != m_options.targets.end() ? target->second : PrinterTarget()});
+  }
+  showPrinters(printers);
 }
 
 void Service::followJobs() {
-  m_jobs.emplace([this](const FollowedJob& job, const JobProgress& progress,
-                        bool isFirst) { m_report.tell(job, progress, isFirst); },
-                 JobFollower::Pace().faster(m_options.pace));
-  m_output->onTaken([this](const JobOrigin& origin, const protocol::JobStart& start, const TakenJob& job) {
-    m_jobs->follow({origin, start.jobName, start.printerName, start.documentName}, job);
+  m_jobs.emplace(
+      [this](const FollowedJob& job, const JobProgress& progress, bool isFirst) { tellNews(job, progress, isFirst); },
+      JobFollower::Pace().faster(m_options.pace));
+  JobBoard& board = m_output->board();
+  m_jobs->onCancelFailure([&board](std::uint64_t number, const std::string& why) {
+    board.change(number, [&why](BoardJob& job) {
+      job.isCanceling = false;
+      job.cause = fmt::format("the printer could not be told to cancel the job: {}", why);
+      job.remedy = "cancel it at the printer";
+    });
   });
+  m_output->onTaken([this, &board](const FollowedJob& job, const TakenJob& taken) {
+    m_jobs->follow(job, taken);
+    // The person has canceled it while its sink took it and did not look.
+    const auto shown = board.find(job.listed);
+    if (shown && shown->isCanceling) m_jobs->cancel(job.listed);
+  });
+}
+
+void Service::tellNews(const FollowedJob& job, const JobProgress& progress, bool isFirst) {
+  // What a sink has said of a job that goes no further stands on the board already.
+  m_output->board().change(job.listed, [&progress](BoardJob& shown) {
+    if (isOver(shown.stage)) return;
+    shown.stage = stageOf(progress.state);
+    shown.cause = progress.cause.empty() ? "" : "the printer " + progress.cause;
+    shown.remedy = progress.remedy;
+  });
+  m_report.tell(job, progress, isFirst);
+}
+
+void Service::openPage() try {
+  if (!m_options.hasPage) return;
+  const std::filesystem::path folder = privateFolder();
+  removeLeftoversIn(folder);
+  JobBoard& board = m_output->board();
+  KeptDocuments::Bounds bounds;
+  bounds.most = static_cast<std::size_t>(m_options.keptDocuments);
+  m_documents.emplace(folder, bounds, [&board](std::uint64_t number) {
+    board.change(number, [](BoardJob& job) { job.kept.clear(); });
+  });
+  m_actions.emplace(*m_output, *m_jobs, &*m_documents);
+  m_page.emplace(folder, board, &*m_documents, *m_actions);
+  m_output->keepDocuments(&*m_documents);
+} catch (const std::exception& failure) {
+  m_page.reset();
+  m_output->reporter().line(fmt::format(
+      "there is no page of your print jobs (printclient --show): {}; everything else goes on", failure.what()));
+}
+
+void Service::openNotices() try {
+  if (!m_options.hasNotices) return;
+  m_notices.emplace(m_output->board(), [this](const std::string& why) {
+    m_output->reporter().line(fmt::format("no notices are shown on the desktop: {}", why));
+  });
+} catch (const std::system_error& failure) {
+  m_output->reporter().line(fmt::format("no notices are shown on the desktop: {}", failure.what()));
+}
+
+// What the page has begun ends with the sinks.
+void Service::closePage() {
+  m_page.reset();
+  m_output->stopSinks();
+  m_actions.reset();
+}
+
+void Service::showPrinters(const std::vector<PrinterOption>& printers) {
+  std::vector<BoardPrinter> shown;
+  for (const auto& [printer, target] : printers) {
+    std::string place = !target.queue.empty()        ? fmt::format("printer \"{}\" of this machine", target.queue)
+                        : !target.uri.empty()        ? target.uri
+                        : !m_options.command.empty() ? fmt::format("program \"{}\"", m_options.command)
+                                                     : fmt::format("folder {}", m_options.output);
+    shown.push_back({programs::oneLine(printer.name()), std::move(place), printer.isDefault});
+  }
+  m_output->board().setPrinters(std::move(shown));
 }
 
 std::unique_ptr<PrinterFollower> Service::followPrinters() {
@@ -59,6 +139,7 @@ void Service::usePrinters(const std::vector<PrinterOption>& found) {
   }
   for (SessionLoop& loop : m_loops)
     loop.usePrinters(printers);
+  showPrinters(found);
 }
 
 int Service::run() {
@@ -67,6 +148,8 @@ int Service::run() {
       loop.stop();
   });
   followJobs();
+  openPage();
+  openNotices();
   const auto follower = followPrinters();
   std::atomic<int> exitCode{0};
   std::vector<std::thread> threads;
@@ -77,6 +160,8 @@ int Service::run() {
   if (const int code = m_loops.front().run(); code != 0) exitCode = code;
   for (std::thread& thread : threads)
     thread.join();
+  m_notices.reset();
+  closePage();
   return exitCode;
 }
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include "client/job_actions.h"
 #include "client/job_follower.h"
+#include "client/kept_documents.h"
+#include "client/notices/job_notices.h"
 #include "client/options.h"
+#include "client/page/persons_page.h"
 #include "client/paper_report.h"
 #include "client/printer_follower.h"
 #include "client/session_loop.h"
@@ -27,14 +31,25 @@ class Service {
 
  private:
   void followJobs();
+  // The person's page; where there can be none, a line says why and the rest goes on.
+  void openPage();
+  void closePage();
+  void openNotices();
   // Null where the options name the printers.
   std::unique_ptr<PrinterFollower> followPrinters();
   void usePrinters(const std::vector<PrinterOption>& printers);
+  void showPrinters(const std::vector<PrinterOption>& printers);
+  // On the follower's thread.
+  void tellNews(const FollowedJob& job, const JobProgress& progress, bool isFirst);
 
   const Options& m_options;  // of the first server; what is used of them is the same for all
   const std::shared_ptr<JobOutput> m_output;
   PaperReport m_report;
   std::optional<JobFollower> m_jobs;  // from run() on
+  std::optional<KeptDocuments> m_documents;
+  std::optional<JobActions> m_actions;
+  std::optional<PersonsPage> m_page;
+  std::optional<JobNotices> m_notices;
   std::list<SessionLoop> m_loops;
 };
 

@@ -40,6 +40,13 @@ bool SessionClient::processRequest(CS_InRequest& request) {
 void SessionClient::report(const protocol::JobFailed& job) {
   // The sink's own words stand in the job's line already; this is what the port monitor makes of the answer.
   if (job.cause == protocol::textOf(protocol::PrintResult::kNotTaken)) return;
+  BoardJob failed;
+  failed.server = m_output->originOf(getConnection()).server;
+  failed.title = oneLine(job.document);
+  failed.printer = oneLine(job.printer);
+  failed.cause = oneLine(job.cause);
+  failed.remedy = oneLine(job.remedy);
+  m_output->board().explain(failed);
   m_output->reporter().line(fmt::format("{}the server says why {} for {} was not printed: {}", label(),
                                         oneLine(job.document).empty() ? "a job" : programs::quoted(job.document),
                                         programs::quoted(job.printer), whyText(job.cause, job.remedy)));

@@ -23,12 +23,12 @@ class SessionClientTest : public ::testing::Test {
   SessionClientTest() {
     m_lines = std::fopen(programs::fromPath(m_file).c_str(), "wb");
     m_reporter = std::make_unique<Reporter>(m_lines, false);
-    const auto output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter, nullptr);
+    m_output = std::make_shared<JobOutput>(fs::temp_directory_path(), 5, 42, *m_reporter, nullptr);
     m_pair = std::make_unique<ConnectionPair>();
     CS_ComponentServer* server = CS_ComponentServer::getServer();
     server->registerClass(
         protocol::kSessionClientClass,
-        new corvane::ComponentClass<SessionClient, SessionClient::Context>(protocol::kVersion, output));
+        new corvane::ComponentClass<SessionClient, SessionClient::Context>(protocol::kVersion, m_output));
     server->offerClass(protocol::kSessionClientClass);
     server->registerClass(protocol::kSessionHostClass, new corvane::ComponentClass<CS_Component>(protocol::kVersion));
     m_host = makeComponent(m_pair->dialed(), protocol::kSessionHostClass, protocol::kSessionClientClass);
@@ -60,6 +60,7 @@ class SessionClientTest : public ::testing::Test {
   const fs::path m_file = fs::temp_directory_path() / ("session_client_" + std::to_string(corvane::processId()));
   std::FILE* m_lines = nullptr;
   std::unique_ptr<Reporter> m_reporter;
+  std::shared_ptr<JobOutput> m_output;
   std::unique_ptr<ConnectionPair> m_pair;
   CS_RCPtr<CS_Component> m_host;
 };
@@ -71,6 +72,17 @@ TEST_F(SessionClientTest, SaysWhyAJobWasNotPrintedAndWhatToDo) {
             "the server says why \"letter\" for \"Laser-2\" was not printed: Ghostscript: undefined in bar. Mend the "
             "document.\n"
             "the server says why \"letter\" for \"Laser-2\" was not printed: The port was deleted. Print again.\n");
+}
+
+TEST_F(SessionClientTest, PutsTheServersWordsOnTheBoard) {
+  tell({L"Laser-2", L"letter", L"Ghostscript: undefined in bar", L"Mend the document."});
+  lines();
+  const BoardJob shown = m_output->board().newerThan(0).jobs.at(0);
+  EXPECT_EQ(shown.stage, JobStage::kFailed);
+  EXPECT_EQ(shown.title, "letter");
+  EXPECT_EQ(shown.printer, "Laser-2");
+  EXPECT_EQ(shown.cause, "Ghostscript: undefined in bar");
+  EXPECT_EQ(shown.remedy, "Mend the document.");
 }
 
 TEST_F(SessionClientTest, DoesNotRepeatWhatTheJobsOwnLineHasSaid) {

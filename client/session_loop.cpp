@@ -71,12 +71,14 @@ SessionLoop::Outcome SessionLoop::serveOnce() {
         outcome = Outcome::kLost;
       } else {
         outcome = Outcome::kRefused;
+        show(fmt::format("refuses: {}", programs::oneLine(registration.refusal)), false);
         sayOnce(fmt::format("the server refuses: {}", programs::oneLine(registration.refusal)), m_lastTrouble);
       }
     }
   } catch (const CS_Exception& failure) {
     if (!isStopping()) {
       const bool isIpv6 = m_options.host.find(':') != std::string::npos;
+      show(fmt::format("{}: {}", isAboutKeys(failure) ? "not used" : "away", programs::describe(failure)), false);
       sayOnce(
           fmt::format("the server at {}:{} is {}: {}", isIpv6 ? fmt::format("[{}]", m_options.host) : m_options.host,
                       m_options.port, isAboutKeys(failure) ? "not used" : "away", programs::describe(failure)),
@@ -139,8 +141,10 @@ void SessionLoop::serveRegistered(CS_Connection& connection, const protocol::Reg
   if (!m_wasRegistered) removeLeftovers();
   m_wasRegistered = true;
   say(fmt::format("ready: the server knows {}", quotedList(registration.localNames)));
+  show("connected", true);
   const std::wstring reason = connection.serve();
   if (isStopping()) return;
+  show(fmt::format("connection lost{}{}", reason.empty() ? "" : ": ", programs::oneLine(reason)), false);
   say(fmt::format("the connection to the server is lost{}{}", reason.empty() ? "" : ": ", programs::oneLine(reason)));
 }
 
@@ -149,6 +153,13 @@ void SessionLoop::removeLeftovers() {
   if (files == 0) return;
   say(fmt::format("removed {} unfinished {} left behind in the folder", files,
                   files == 1 ? "file that an earlier print client" : "files that earlier print clients"));
+}
+
+void SessionLoop::show(const std::string& state, bool isConnected) {
+  const bool isIpv6 = m_options.host.find(':') != std::string::npos;
+  m_output->board().setServer(m_options.server, {fmt::format("{}{}{}:{}, session {}", isIpv6 ? "[" : "", m_options.host,
+                                                             isIpv6 ? "]" : "", m_options.port, m_options.session),
+                                                 state, isConnected});
 }
 
 void SessionLoop::say(const std::string& text) {

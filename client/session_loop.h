@@ -58,6 +58,8 @@ class SessionLoop {
   // Makes the connection the one that stop() ends; false when the loop is to stop already.
   bool hold(const CS_RCPtr<CS_Connection>& connection);
   bool isStopping();
+  // What stands on the board about this server.
+  void show(const std::string& state, bool isConnected);
   // A line for the person.
   void say(const std::string& text);
   // The same, unless it is the last one of its kind again.

@@ -1,8 +1,8 @@
-# Header-only libraries of Debian (CLI11, fmt, nlohmann-json) stand under /usr/include, which the cross compiler must not
+# Header-only libraries of Debian (Boost, CLI11, fmt, nlohmann-json) stand under /usr/include, which the cross compiler must not
 # search as a whole. Their folders alone are linked into the build tree. Programs use them; MgPrintMon.dll does not.
 set(MG_HOST_HEADERS "${CMAKE_BINARY_DIR}/host-headers")
 file(MAKE_DIRECTORY "${MG_HOST_HEADERS}")
-foreach(folder CLI fmt nlohmann)
+foreach(folder boost CLI fmt nlohmann)
   if(NOT EXISTS "/usr/include/${folder}")
     message(FATAL_ERROR "/usr/include/${folder} is missing; run scripts/setup first")
   endif()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/cancel_request.h"
 #include "client/content_probe.h"
 #include "client/job_file.h"
 #include "protocol/print_job.h"
@@ -25,7 +26,10 @@ class SinkRefusal : public std::runtime_error {
 struct ArrivedJob {
   const protocol::JobStart& ticket;
   const ContentProbe& content;
-  JobFile& file;  // unfinished; it goes with the job unless the sink gives it a name of its own
+  JobFile& file;                    // unfinished; it goes with the job unless the sink gives it a name of its own
+  CancelRequest* cancel = nullptr;  // the person wants the job no more; null when nobody can say so
+
+  bool isCanceled() const { return cancel != nullptr && cancel->isMade(); }
 };
 
 struct QueuedJob;

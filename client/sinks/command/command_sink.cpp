@@ -116,13 +116,22 @@ TakenJob CommandSink::take(const ArrivedJob& job) {
   refuseWhenStopped("");
   const std::unique_ptr<programs::ChildProgram> program = start(job);
   const Running running(*this, *program);
-  const std::optional<int> code = program->wait(std::chrono::steady_clock::now() + m_settings.limit);
+  std::optional<int> code;
+  {
+    std::optional<CancelRequest::Handler> onCancel;
+    if (job.cancel != nullptr) onCancel.emplace(*job.cancel, [&program] { program->leave(); });
+    code = program->wait(std::chrono::steady_clock::now() + m_settings.limit);
+  }
   if (!code) program->end();
   if (code == 0) return {fmt::format("by \"{}\"", m_settings.program)};
   const std::string said = corvane::printable(std::string_view(program->lastErrorLine()));
   const std::string words = said.empty() ? "" : fmt::format(": {}", said);
   if (!code) {
     refuseWhenStopped(words);
+    if (job.isCanceled()) {
+      throw SinkRefusal(fmt::format("you canceled it while \"{}\" had it{}", m_settings.program, words),
+                        "see whether pages have come out, and print it again if it is still wanted");
+    }
     throw SinkRefusal(fmt::format("the command \"{}\" was ended, because it took longer than {} s{}",
                                   m_settings.program, m_settings.limit.count(), words),
                       "see what it waits for and whether pages have come out, or give it more time with "

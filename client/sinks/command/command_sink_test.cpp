@@ -36,7 +36,7 @@ class CommandSinkTest : public ::testing::Test {
     return settings;
   }
 
-  std::string print(Sink& sink, const std::string& data = "%PDF-1.4\n%%EOF\n") {
+  std::string print(Sink& sink, const std::string& data = "%PDF-1.4\n%%EOF\n", CancelRequest* cancel = nullptr) {
     protocol::JobStart ticket;
     ticket.printerName = L"Laser-2";
     ticket.documentName = L"-rf $(id) \u00d6l";
@@ -47,7 +47,7 @@ class CommandSinkTest : public ::testing::Test {
     JobFile file(m_folder / "jobs", ".printclient-1.part");
     file.append(bytes);
     try {
-      return sink.take({ticket, probe, file}).where;
+      return sink.take({ticket, probe, file, cancel}).where;
     } catch (const SinkRefusal& refusal) {
       return std::string("refused: ") + refusal.what() + "; " + refusal.remedy();
     }
@@ -116,6 +116,23 @@ TEST_F(CommandSinkTest, StoppingEndsTheProgramAndEveryLaterOne) {
   EXPECT_EQ(print(sink), stopped);
   stopping.join();
   EXPECT_EQ(print(sink), stopped);
+}
+
+TEST_F(CommandSinkTest, AJobThatThePersonCancelsEndsItsProgramAndNoOther) {
+  CommandSink sink(script("echo half a page >&2; mkfifo here; read line <here"));
+  CancelRequest cancel;
+  std::thread person([&] {
+    while (!fs::exists(m_folder / "here"))
+      std::this_thread::yield();
+    cancel.make();
+  });
+  const std::string said = print(sink, "a page", &cancel);
+  person.join();
+  EXPECT_EQ(said, "refused: you canceled it while \"" + m_program.string() +
+                      "\" had it: half a page; see whether pages have come out, and print it again if it is still "
+                      "wanted");
+  script("exit 0");
+  EXPECT_EQ(print(sink), "by \"" + m_program.string() + "\"");
 }
 
 TEST_F(CommandSinkTest, AProgramThatDoesNotStartIsTheCause) {

@@ -27,6 +27,11 @@ class IppQueue : public PrinterQueue {
     return progressOf(*status);
   }
 
+  void cancel(QueuedJob& job) override {
+    m_printer.cancel(job.numbers.front(), job.user);
+    job.isCanceled = true;
+  }
+
  private:
   const bool m_isQueue;
   const std::atomic<bool>& m_stopping;

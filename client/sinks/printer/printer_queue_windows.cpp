@@ -1,4 +1,5 @@
 #include "client/sinks/printer/queued_job.h"
+#include "corvane/base/process.h"
 #include "corvane/base/text.h"
 
 #include <windows.h>
@@ -61,10 +62,24 @@ class WindowsQueue : public PrinterQueue {
     }
     if (isPrinting) return {PaperState::kPrinting};
     if (isWaiting) return {PaperState::kWaiting};
+    if (job.isCanceled && !isThere) return knownStatuses().front().progress;
     // A queue drops a job that it has printed, and says nothing of one that was printed between two looks.
     if (isThere || job.progress.state == PaperState::kPrinting) return {PaperState::kPrinted};
     return {PaperState::kUnknown, "has the job no longer in its queue, and has not said how it ended",
             "see whether it has come out"};
+  }
+
+  // Copies that the queue has no more have come out.
+  void cancel(QueuedJob& job) override {
+    for (const int number : job.numbers) {
+      if (SetJobW(m_printer, static_cast<DWORD>(number), 0, nullptr, JOB_CONTROL_DELETE)) {
+        job.isCanceled = true;
+        continue;
+      }
+      const DWORD error = GetLastError();
+      if (error == ERROR_INVALID_PARAMETER) continue;
+      throw std::runtime_error(corvane::toUtf8(corvane::systemErrorWords(error)));
+    }
   }
 
  private:

@@ -11,6 +11,7 @@
 MG_PLAIN_SEAM(L"winspool.drv", OpenPrinterW, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", GetJobW, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", ClosePrinter, FALSE)
+MG_PLAIN_SEAM(L"winspool.drv", SetJobW, FALSE)
 
 namespace printclient {
 namespace {
@@ -38,11 +39,18 @@ class PrinterQueueTest : public ::testing::Test {
       return TRUE;
     };
     ClosePrinterSeam.replacement = [](HANDLE) -> WINBOOL { return TRUE; };
+    SetJobWSeam.replacement = [this](HANDLE, DWORD job, DWORD level, LPBYTE, DWORD command) -> WINBOOL {
+      EXPECT_EQ(level, 0u);
+      EXPECT_EQ(command, static_cast<DWORD>(JOB_CONTROL_DELETE));
+      SetLastError(m_error);
+      return m_error == ERROR_INVALID_PARAMETER && m_jobs.erase(job) != 0;
+    };
   }
   ~PrinterQueueTest() override {
     OpenPrinterWSeam.replacement = nullptr;
     GetJobWSeam.replacement = nullptr;
     ClosePrinterSeam.replacement = nullptr;
+    SetJobWSeam.replacement = nullptr;
   }
 
   JobProgress look(std::vector<int> numbers, PaperState before = PaperState::kWaiting) const {
@@ -105,6 +113,38 @@ TEST_F(PrinterQueueTest, AQueueThatDoesNotTellIsAFailure) {
   EXPECT_THROW(look({7}), std::runtime_error);
   m_isThere = FALSE;
   EXPECT_THROW(look({7}), std::runtime_error);
+}
+
+TEST_F(PrinterQueueTest, AJobThatIsToEndIsDeletedAndNotTakenForPrintedWhenItHasGone) {
+  QueuedJob job;
+  job.printer.queue = "desk";
+  job.numbers = {6, 7};
+  job.progress.state = PaperState::kPrinting;
+  m_jobs[7] = JOB_STATUS_PRINTING;  // the first copy has come out
+  const auto queue = openQueue(job.printer, m_isStopping);
+  queue->cancel(job);
+  EXPECT_TRUE(m_jobs.empty());
+  EXPECT_EQ(queue->look(job),
+            (JobProgress{PaperState::kCanceled, "was told to delete the job", "print again if it is still wanted"}));
+}
+
+TEST_F(PrinterQueueTest, AJobThatHadGoneBeforeItWasToEndIsPrinted) {
+  QueuedJob job;
+  job.printer.queue = "desk";
+  job.numbers = {7};
+  job.progress.state = PaperState::kPrinting;
+  const auto queue = openQueue(job.printer, m_isStopping);
+  queue->cancel(job);
+  EXPECT_EQ(queue->look(job).state, PaperState::kPrinted);
+}
+
+TEST_F(PrinterQueueTest, AQueueThatDoesNotLetGoOfAJobSaysWhy) {
+  QueuedJob job;
+  job.printer.queue = "desk";
+  job.numbers = {7};
+  m_error = ERROR_ACCESS_DENIED;
+  EXPECT_THROW(openQueue(job.printer, m_isStopping)->cancel(job), std::runtime_error);
+  EXPECT_FALSE(job.isCanceled);
 }
 
 }  // namespace

@@ -65,8 +65,9 @@ class Submission {
     m_job.copies = copies.asked;
     m_job.format = formatFor(job.content, m_abilities);
     check(job);
+    if (job.isCanceled()) refuse("you canceled it", "print it again if it is still wanted");
     send(file);
-    const std::string remark = watch();
+    const std::string remark = watch(job);
     return {fmt::format("to {} as job {}{}{}", m_name, m_number, copies.words, remark), true, queued()};
   }
 
@@ -116,7 +117,7 @@ class Submission {
   }
 
   // Returns when the queue has the job whole, with what there is to add; empty for nothing.
-  std::string watch() {
+  std::string watch(const ArrivedJob& job) {
     steady_clock::time_point lastFine = m_begin;
     milliseconds pause = kFirstPause;
     for (;; std::this_thread::sleep_for(pause), pause = std::min(2 * pause, kLongestPause)) {
@@ -127,6 +128,7 @@ class Submission {
       if (fate == JobFate::kTaken) return remarkOn(status);
       if (fate == JobFate::kGivenUp) refuseFor(status);
       if (m_stopping) return giveUp("the print client was stopped", "start it again, and print again");
+      if (job.isCanceled()) return giveUp("you canceled it", "print it again if it is still wanted");
       if (fate == JobFate::kWatched) lastFine = now;
       if (fate == JobFate::kWatched && now - m_begin >= m_patience.watch) return remarkOn(status);
       if (now - lastFine >= m_patience.silence || now - m_begin >= m_patience.all) {

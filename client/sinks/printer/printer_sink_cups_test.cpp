@@ -48,7 +48,8 @@ class PrinterSinkTest : public ::testing::Test {
   }
 
   // What the sink says, or "refused: CAUSE; REMEDY".
-  std::string print(PrinterSink& sink, const std::string& data, int copies = 1, const std::wstring& title = L"Report") {
+  std::string print(PrinterSink& sink, const std::string& data, int copies = 1, const std::wstring& title = L"Report",
+                    CancelRequest* cancel = nullptr) {
     const protocol::JobStart start = ticket(title, copies);
     const std::span<const unsigned char> bytes(reinterpret_cast<const unsigned char*>(data.data()), data.size());
     ContentProbe probe;
@@ -59,7 +60,7 @@ class PrinterSinkTest : public ::testing::Test {
     return std::async(std::launch::async,
                       [&]() -> std::string {
                         try {
-                          return sink.take({start, probe, file}).where;
+                          return sink.take({start, probe, file, cancel}).where;
                         } catch (const SinkRefusal& refusal) {
                           return std::string("refused: ") + refusal.what() + "; " + refusal.remedy();
                         }
@@ -326,6 +327,23 @@ TEST_F(PrinterSinkTest, WhoeverStopsThePrintClientWaitsForNoPrinter) {
       print(sink, kPdf),
       "refused: the printer \"desk\" cannot be used: the print client was stopped; see with \"lpstat -t\" that the "
       "queue is there, and print again");
+}
+
+TEST_F(PrinterSinkTest, AJobThatThePersonCancelsIsTakenBackFromThePrinter) {
+  VirtualPrinter::Settings settings;
+  settings.then = "echo 'STATE: +media-needed' >&2; touch waits; while [ ! -e go ]; do sleep 0.05; done; exit 0";
+  VirtualPrinter printer(m_place, settings);
+  PrinterSink sink(at(printer), patient());
+  CancelRequest cancel;
+  std::thread person([&] {
+    tests::PaperPlace::waitUntil("the printer", [&] { return std::filesystem::exists(printer.folder() / "waits"); });
+    cancel.make();
+    printer.process().waitForLine("Cancel-Job");
+    std::ofstream(printer.folder() / "go") << "";  // it ends a job with its page
+  });
+  const std::string said = print(sink, kPdf, 1, L"Report", &cancel);
+  person.join();
+  EXPECT_EQ(said, "refused: you canceled it; job 1 was taken back; print it again if it is still wanted");
 }
 
 }  // namespace

@@ -42,14 +42,15 @@ class RawPrinter {
   RawPrinter& operator=(const RawPrinter&) = delete;
 
   // Throws SinkRefusal when the queue did not take it; nothing of this copy is in the queue then.
-  void printOnce(const std::wstring& title, const std::filesystem::path& file, const std::atomic<bool>& stopping) {
+  void printOnce(const std::wstring& title, const ArrivedJob& job, const std::filesystem::path& file,
+                 const std::atomic<bool>& stopping) {
     std::wstring name = title;
     std::wstring type = L"RAW";
     DOC_INFO_1W document{name.data(), nullptr, type.data()};
     const DWORD number = StartDocPrinterW(m_printer, 1, reinterpret_cast<LPBYTE>(&document));
     if (number == 0) refuse("refuses the job");
     try {
-      send(file, stopping);
+      send(job, file, stopping);
     } catch (...) {
       AbortPrinter(m_printer);
       throw;
@@ -77,12 +78,13 @@ class RawPrinter {
                       "see what the queue shows and that this machine's disk has room, and print again");
   }
 
-  void send(const std::filesystem::path& path, const std::atomic<bool>& stopping) {
+  void send(const ArrivedJob& job, const std::filesystem::path& path, const std::atomic<bool>& stopping) {
     std::ifstream file(path, std::ios::binary);
     if (!file) throw std::runtime_error(fmt::format("cannot read {}", programs::fromPath(path)));
     std::array<char, 64 * 1024> piece;
     while (file.read(piece.data(), piece.size()) || file.gcount() > 0) {
       if (stopping) throw SinkRefusal("the print client was stopped", "start it again, and print again");
+      if (job.isCanceled()) throw SinkRefusal("you canceled it", "print it again if it is still wanted");
       write(piece.data(), static_cast<DWORD>(file.gcount()));
     }
     if (file.bad()) throw std::runtime_error(fmt::format("cannot read {}", programs::fromPath(path)));
@@ -133,7 +135,7 @@ TakenJob PrinterSink::take(const ArrivedJob& job) {
   const int copies = wanted.asked;
   try {
     for (int copy = 0; copy < copies; ++copy)
-      printer.printOnce(title, file, m_stopping);
+      printer.printOnce(title, job, file, m_stopping);
   } catch (const SinkRefusal& refusal) {
     if (printer.jobs().empty()) throw;
     printer.takeBack();

@@ -27,7 +27,8 @@ struct QueuedJob {
   std::string title;         // as the printer was told
   std::string user;          // likewise
   std::chrono::steady_clock::time_point since;
-  JobProgress progress;  // when it was looked at last
+  JobProgress progress;     // when it was looked at last
+  bool isCanceled = false;  // the printer has taken the order to end it
 };
 
 // A printer that is asked what has become of its jobs. Used by one thread; every wait is short (kQueuePatience), and
@@ -37,6 +38,8 @@ class PrinterQueue {
   virtual ~PrinterQueue() = default;
   // Throws std::runtime_error when the printer does not tell.
   virtual JobProgress look(const QueuedJob& job) = 0;
+  // Tells the printer to end the job; what has become of it says look(). Throws std::runtime_error when it refuses.
+  virtual void cancel(QueuedJob& job) = 0;
 };
 inline constexpr std::chrono::milliseconds kQueuePatience{3000};
 

@@ -1,0 +1,13 @@
+# cmake -DOUTPUT=page_files.cpp -DFOLDER=client/page -P embed.cmake: the files of the page as constants of the program.
+set(text "#include \"client/page/page_files.h\"\n\nnamespace printclient {\nnamespace {\n\n")
+set(names "")
+foreach(pair "kPageHtml=page.html" "kPageCss=page.css" "kPageScript=page.js")
+  string(REGEX MATCH "^([^=]+)=(.+)$" unused "${pair}")
+  set(name "${CMAKE_MATCH_1}")
+  file(READ "${FOLDER}/${CMAKE_MATCH_2}" bytes HEX)
+  string(REGEX REPLACE "(..)" "'\\\\x\\1'," bytes "${bytes}")
+  string(REGEX REPLACE "('[^']+',){24}" "\\0\n" bytes "${bytes}")
+  string(APPEND text "constexpr char ${name}Bytes[] = {${bytes}};\n")
+  string(APPEND names "const std::string_view ${name}(${name}Bytes, sizeof(${name}Bytes));\n")
+endforeach()
+file(WRITE "${OUTPUT}" "${text}\n}  // namespace\n\n${names}\n}  // namespace printclient\n")
