@@ -2,13 +2,13 @@
 
 namespace programs {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the declaration is that of all systems
 ServiceManager::ServiceManager(std::string, Time) {}
 
 ServiceManager ServiceManager::fromEnvironment() {
   return {};
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): the declaration is that of all systems
 std::string ServiceManager::tell(const std::string&) const {
   return {};
 }

@@ -253,6 +253,13 @@ std::function<void()> onHangup(const std::shared_ptr<aps::Log>& log, aps::Superv
   };
 }
 
+void endAll(aps::Application& application, aps::ConnectionList& connections) {
+  application.notices.close();
+  connections.endAll();
+  application.clientNews.endAll();
+  application.launcher.endAll();
+}
+
 // Returns the exit code.
 int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   const auto manager = programs::ServiceManager::fromEnvironment();
@@ -288,10 +295,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   serveAll(listeners, keys, {connections, supervision, *log});
 
   if (keeper) keeper->stop();
-  application->notices.close();
-  connections.endAll();
-  application->clientNews.endAll();
-  application->launcher.endAll();
+  endAll(*application, connections);
   log->line("aps stops");
   log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
