@@ -62,7 +62,7 @@ std::string unansweredOf(const Scene& scene) {
 // The next sign of life. On a busy machine a call may have been too slow before, which is told and no failure.
 std::string nextSign(const NotifiedManager& manager, const Scene& scene) {
   std::string text = manager.next();
-  while (text == "STATUS=" + unansweredOf(scene))
+  for (int i = 0; i < 1000 && text == "STATUS=" + unansweredOf(scene); ++i)
     text = manager.next();
   return text;
 }
@@ -161,10 +161,10 @@ TEST(ServiceManager, SignsOfLifeEndWhenTheThreadThatAcceptsHangsAndComeBackWithI
   EXPECT_EQ(nextSign(manager, scene), "WATCHDOG=1");
   {
     const HeldThread accepting(scene.server().id());
-    // One that was on its way before may still come.
+    manager.rest();
+    // One call may have been answered before.
     std::string text = manager.next();
-    while (text.starts_with("WATCHDOG=1"))
-      text = manager.next();
+    if (text.starts_with("WATCHDOG=1")) text = manager.next();
     EXPECT_EQ(text, "STATUS=" + unansweredOf(scene));
     for (int i = 0; i < 8; ++i)
       EXPECT_EQ(manager.next(), "STATUS=" + unansweredOf(scene)) << "two of the times have passed without a sign";
