@@ -8,6 +8,7 @@
 #include "corvane/trust/key.h"
 #include "programs/invitation.h"
 #include "programs/line_queue.h"
+#include "programs/service_manager.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"
 #include "server/application.h"
@@ -16,6 +17,7 @@
 #include "server/log_monitor.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
+#include "server/supervision.h"
 #include "tls/tls_stream.h"
 
 #include <algorithm>
@@ -147,6 +149,12 @@ struct Listeners {
     const bool isEvery = address.starts_with("0.0.0.0:") || address.starts_with("[::]:");
     return isEvery ? "" : address;
   }
+  std::vector<std::string> addresses() const {
+    std::vector<std::string> all{own->address()};
+    for (const auto& listener : clients)
+      all.push_back(listener->address());
+    return all;
+  }
   void stop() const {
     own->stop();
     for (const auto& listener : clients)
@@ -178,8 +186,16 @@ std::optional<corvane::Key> keyForNetwork(const corvane::KeyFolder& keys, const 
 // What makes the stream of a connection that was accepted.
 using StreamMaker = std::function<std::unique_ptr<corvane::Stream>(corvane::Socket socket)>;
 
+// What every thread that accepts connections works with.
+struct Serving {
+  aps::ConnectionList& connections;
+  aps::Supervision& supervision;
+  aps::Log& log;
+};
+
 void serveUntilStopped(corvane::Listener& listener, aps::Room room, const StreamMaker& makeStream,
-                       aps::ConnectionList& connections, aps::Log& log) {
+                       const Serving& serving) {
+  aps::Log& log = serving.log;
   listener.onShortage([&log](const std::wstring& why) {
     log.refusal("descriptors",
                 fmt::format("a connection was turned away: {}; raise the limit on open files (ulimit -n, "
@@ -187,8 +203,9 @@ void serveUntilStopped(corvane::Listener& listener, aps::Room room, const Stream
                             programs::oneLine(why)));
   });
   while (auto socket = listener.accept()) {
+    if (serving.supervision.answersOwnCall(*socket)) continue;
     try {
-      connections.serve(makeStream(std::move(*socket)), room);
+      serving.connections.serve(makeStream(std::move(*socket)), room);
     } catch (const std::bad_alloc&) {
       log.refusal("memory", "a connection was turned away: out of memory");
     }
@@ -196,27 +213,26 @@ void serveUntilStopped(corvane::Listener& listener, aps::Room room, const Stream
 }
 
 // Serves this machine on this thread and each address for other machines on one of its own, until the listeners stop.
-void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, aps::ConnectionList& connections,
-              aps::Log& log) {
+void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, const Serving& serving) {
   std::vector<std::thread> threads;
   for (const auto& listener : listeners.clients) {
-    threads.emplace_back([&connections, &log, keys, &listener = *listener] {
+    threads.emplace_back([&serving, keys, &listener = *listener] {
       const auto encrypted = [keys](corvane::Socket socket) {
         return std::make_unique<tls::TlsStream>(std::move(socket),
                                                 [keys](const std::string& name) { return keyForNetwork(*keys, name); });
       };
-      serveUntilStopped(listener, aps::Room::kArrivingFromNetwork, encrypted, connections, log);
+      serveUntilStopped(listener, aps::Room::kArrivingFromNetwork, encrypted, serving);
     });
   }
   const auto plain = [](corvane::Socket socket) { return std::make_unique<corvane::Socket>(std::move(socket)); };
-  serveUntilStopped(*listeners.own, aps::Room::kArriving, plain, connections, log);
+  serveUntilStopped(*listeners.own, aps::Room::kArriving, plain, serving);
   for (std::thread& thread : threads)
     thread.join();
 }
 
 std::shared_ptr<aps::Application> makeApplication(const aps::Options& options, const corvane::KeyFolder* keys,
                                                   const std::shared_ptr<aps::Log>& log) {
-  const auto application = std::make_shared<aps::Application>(
+  auto application = std::make_shared<aps::Application>(
       log, options.limits, options.launching,
       aps::Application::Records{
           programs::toPath(options.history), options.historyLimits, {corvane::hostName(), options.hasTitles}});
@@ -225,8 +241,29 @@ std::shared_ptr<aps::Application> makeApplication(const aps::Options& options, c
   return application;
 }
 
+// What a hang-up is good for, if not for ending the program: the log's file was renamed. A service manager may send one
+// where the log is no file, too.
+std::function<void()> onHangup(const std::shared_ptr<aps::Log>& log, aps::Supervision& supervision) {
+  if (!log->isFile() && !supervision.isThere()) return {};
+  return [&supervision, log] {
+    supervision.reload([&log] {
+      log->reopen();
+      log->flush();
+    });
+  };
+}
+
+void endAll(aps::Application& application, aps::ConnectionList& connections) {
+  application.notices.close();
+  connections.endAll();
+  application.clientNews.endAll();
+  application.launcher.endAll();
+  application.history.finish();
+}
+
 // Returns the exit code.
 int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
+  const auto manager = programs::ServiceManager::fromEnvironment();
   if (!CS_ComponentServer::initialize(0, 0)) {
     std::fputs("the network of this machine cannot be used\n", stderr);
     return 1;
@@ -235,31 +272,31 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = makeApplication(options, keys, log);
+  const auto isNeeded = [&application = *application](const CS_Connection& connection) {
+    return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
+  };
+  aps::Supervision supervision(manager, log, [&application] { application->sessions.isClient(nullptr); });
+
   Listeners listeners;
   if (!listeners.open(options)) return 1;
   application->publicAddress = listeners.publicAddress(options);
-  std::function<void()> onHangup;
-  if (log->isFile()) onHangup = [&log] { log->reopen(); };
-  const programs::StopRequest stop([&listeners] { listeners.stop(); }, onHangup);
+  const auto end = [&] {
+    supervision.stopping();
+    listeners.stop();
+  };
+  const programs::StopRequest stop(end, onHangup(log, supervision));
   std::unique_ptr<aps::SessionKeeper> keeper;
   if (!options.state.empty())
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
-  aps::ConnectionList connections(
-      log, placesFor(options, *log), keys,
-      [&application = *application](const CS_Connection& connection) {
-        return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
-      },
-      corvane::Patience().faster(options.pace));
+  aps::ConnectionList connections(log, placesFor(options, *log), keys, isNeeded,
+                                  corvane::Patience().faster(options.pace));
   connections.useLines(options.packsJobs ? &compression::deflate() : nullptr, options.clientRates);
   sayStart(*log, said, listeners, options.keys);
-  serveAll(listeners, keys, connections, *log);
+  supervision.ready(listeners.addresses());
+  serveAll(listeners, keys, {connections, supervision, *log});
 
   if (keeper) keeper->stop();
-  application->notices.close();
-  connections.endAll();
-  application->clientNews.endAll();
-  application->launcher.endAll();
-  application->history.finish();
+  endAll(*application, connections);
   log->line("aps stops");
   log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
