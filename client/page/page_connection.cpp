@@ -80,7 +80,8 @@ void PageConnection::arm(milliseconds time) {
   m_deadline.expires_after(time);
   m_deadline.async_wait([weak = weak_from_this()](error_code error) {
     const auto self = weak.lock();
-    if (!error && self) self->close();
+    // It may have been set anew while its old end was on its way here.
+    if (!error && self && self->m_deadline.expiry() <= std::chrono::steady_clock::now()) self->close();
   });
 }
 
