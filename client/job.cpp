@@ -1,7 +1,5 @@
 #include "client/job.h"
 
-#include "client/kept_documents.h"
-#include "client/sinks/printer/queued_job.h"
 #include "programs/text.h"
 
 #include <exception>
@@ -129,10 +127,9 @@ void Job::fail(PrintResult result, const std::string& why) {
 }
 
 void Job::keepDocument() {
-  KeptDocuments* const documents = m_output.documents();
   const std::string extension = m_probe.extension();
-  if (documents == nullptr || m_probe.size() == 0) return;
-  if (!documents->keep(m_listed, m_origin, m_ticket, *m_file, m_probe.size(), extension)) return;
+  if (m_probe.size() == 0) return;
+  if (!m_output.keep({m_listed, m_origin, m_ticket, *m_file, m_probe.size(), extension})) return;
   m_output.board().change(m_listed, [&extension](BoardJob& job) { job.kept = extension; });
 }
 
@@ -168,7 +165,8 @@ void Job::showEnd() {
     job.bytes = m_probe.size();
     if (m_ended && m_result == kPrinted) {
       job.where = m_taken.where + remark();
-      job.stage = m_taken.queued != nullptr ? stageOf(m_taken.queued->progress.state)
+      // What the printer does with it is told later.
+      job.stage = m_taken.queued != nullptr ? JobStage::kWaiting
                   : m_taken.isForPaper      ? JobStage::kPrinted
                                             : JobStage::kHandedOn;
       if (job.isCanceling && isOver(job.stage)) job.where += ", before it could be canceled";

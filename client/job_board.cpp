@@ -6,28 +6,6 @@
 
 namespace printclient {
 
-JobStage stageOf(protocol::PaperState state) {
-  switch (state) {
-    case protocol::PaperState::kWaiting:
-      return JobStage::kWaiting;
-    case protocol::PaperState::kPrinting:
-      return JobStage::kPrinting;
-    case protocol::PaperState::kStopped:
-      return JobStage::kStopped;
-    case protocol::PaperState::kCanceled:
-      return JobStage::kCanceled;
-    case protocol::PaperState::kAborted:
-      return JobStage::kFailed;
-    case protocol::PaperState::kPrinted:
-      return JobStage::kPrinted;
-    case protocol::PaperState::kHandedOn:
-      return JobStage::kHandedOn;
-    case protocol::PaperState::kUnknown:
-      break;
-  }
-  return JobStage::kUnknown;
-}
-
 std::uint64_t JobBoard::add(BoardJob job, std::shared_ptr<CancelRequest> cancel) {
   std::uint64_t number = 0;
   {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "client/cancel_request.h"
-#include "protocol/paper_news.h"
 
 #include <chrono>
 #include <cstddef>
@@ -38,9 +37,6 @@ constexpr bool isOver(JobStage stage) {
 constexpr bool isAtPrinter(JobStage stage) {
   return stage == JobStage::kWaiting || stage == JobStage::kPrinting || stage == JobStage::kStopped;
 }
-
-// Of a job that a printer has.
-JobStage stageOf(protocol::PaperState state);
 
 // A job as it stands on the board. A plain value; texts are UTF-8 and as they came, so that whoever shows them has to
 // make them safe for where he shows them.

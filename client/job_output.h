@@ -34,7 +34,15 @@ struct FollowedJob {
   std::uint64_t listed = 0;              // its number on the board
 };
 
-class KeptDocuments;
+// The document of a job that has come whole, for who keeps a copy of it.
+struct WholeDocument {
+  std::uint64_t listed;  // its number on the board
+  const JobOrigin& origin;
+  const protocol::JobStart& ticket;
+  JobFile& file;
+  std::uint64_t size;
+  const std::string& extension;  // ".pdf"
+};
 
 // A name for a temporary file that no other job uses, of whatever process and machine, with a word that says what for;
 // begins with a dot, so that it is hidden from a person. removeLeftoversIn() knows it.
@@ -78,9 +86,11 @@ class JobOutput {
 
   // What the person may look at.
   JobBoard& board() const { return m_board; }
-  // Keeps the documents of jobs from now on; set before the first job, outlives the last.
-  void keepDocuments(KeptDocuments* documents) { m_documents = documents; }
-  KeptDocuments* documents() const { return m_documents; }
+  // Is given every document that has come whole, on the thread of its job, and says whether it keeps a copy. Set before
+  // the first job.
+  using Keep = std::function<bool(const WholeDocument&)>;
+  void onWhole(Keep keep) { m_keep = std::move(keep); }
+  bool keep(const WholeDocument& document) const { return m_keep && m_keep(document); }
 
   // A name that no other job uses, of whatever process and machine; begins with a dot, so that it is hidden from a
   // person.
@@ -96,7 +106,7 @@ class JobOutput {
   const std::shared_ptr<Sink> m_others;
   OnTaken m_onTaken;
   mutable JobBoard m_board;
-  KeptDocuments* m_documents = nullptr;
+  Keep m_keep;
   std::atomic<unsigned> m_last{0};
   mutable std::mutex m_lock;  // guards what follows
   std::map<std::wstring, std::shared_ptr<Sink>> m_sinks;

@@ -62,19 +62,19 @@ std::shared_ptr<KeptDocument> KeptDocuments::copyOf(JobFile& file, const std::st
   return document;
 }
 
-bool KeptDocuments::keep(std::uint64_t number, const JobOrigin& origin, const protocol::JobStart& ticket, JobFile& file,
-                         std::uint64_t size, const std::string& extension) noexcept try {
+bool KeptDocuments::keep(const WholeDocument& whole) noexcept try {
+  const std::uint64_t size = whole.size;
   if (m_bounds.most == 0 || size > m_bounds.bytes) return false;
-  const std::shared_ptr<KeptDocument> document = copyOf(file, extension);
-  document->origin = origin;
-  document->ticket = ticket;
+  const std::shared_ptr<KeptDocument> document = copyOf(whole.file, whole.extension);
+  document->origin = whole.origin;
+  document->ticket = whole.ticket;
   document->size = size;
   std::list<Entry> gone;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     while (!m_entries.empty() && (m_entries.size() >= m_bounds.most || m_bytes + size > m_bounds.bytes))
       dropOldest(gone);
-    m_entries.push_back({number, Clock::now(), document});
+    m_entries.push_back({whole.listed, Clock::now(), document});
     m_bytes += size;
   }
   tellGone(gone);

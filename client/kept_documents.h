@@ -51,8 +51,7 @@ class KeptDocuments {
 
   // Keeps a copy of the unfinished file of that job. False when it is too large, none are kept, or there is no room for
   // it: nothing of the job depends on that.
-  bool keep(std::uint64_t number, const JobOrigin& origin, const protocol::JobStart& ticket, JobFile& file,
-            std::uint64_t size, const std::string& extension) noexcept;
+  bool keep(const WholeDocument& whole) noexcept;
   // Null when it is not kept (any more).
   std::shared_ptr<const KeptDocument> find(std::uint64_t number) const;
   // Lets go of those that are older than they may be.

@@ -23,7 +23,9 @@ class KeptDocumentsTest : public PageFixture {
   bool keep(KeptDocuments& documents, std::uint64_t number, const std::string& data) {
     JobFile file(m_folder / "out", temporaryNameFor("test"));
     file.append(bytes(data));
-    return documents.keep(number, {}, ticket(L"letter"), file, data.size(), ".txt");
+    const JobOrigin origin;
+    const protocol::JobStart letter = ticket(L"letter");
+    return documents.keep({number, origin, letter, file, data.size(), ".txt"});
   }
   static std::string read(const KeptDocument& document) {
     std::ifstream in(document.path, std::ios::binary);

@@ -21,6 +21,28 @@
 namespace printclient {
 namespace {
 
+JobStage stageOf(protocol::PaperState state) {
+  switch (state) {
+    case protocol::PaperState::kWaiting:
+      return JobStage::kWaiting;
+    case protocol::PaperState::kPrinting:
+      return JobStage::kPrinting;
+    case protocol::PaperState::kStopped:
+      return JobStage::kStopped;
+    case protocol::PaperState::kCanceled:
+      return JobStage::kCanceled;
+    case protocol::PaperState::kAborted:
+      return JobStage::kFailed;
+    case protocol::PaperState::kPrinted:
+      return JobStage::kPrinted;
+    case protocol::PaperState::kHandedOn:
+      return JobStage::kHandedOn;
+    case protocol::PaperState::kUnknown:
+      break;
+  }
+  return JobStage::kUnknown;
+}
+
 void registerClasses(const std::shared_ptr<JobOutput>& output) {
   CS_ComponentServer* server = CS_ComponentServer::getServer();
   server->registerClass(protocol::kPrintClientClass,
@@ -89,7 +111,7 @@ void Service::openPage() try {
   });
   m_actions.emplace(*m_output, *m_jobs, &*m_documents);
   m_page.emplace(folder, board, &*m_documents, *m_actions);
-  m_output->keepDocuments(&*m_documents);
+  m_output->onWhole([this](const WholeDocument& document) { return m_documents->keep(document); });
 } catch (const std::exception& failure) {
   m_page.reset();
   m_output->reporter().line(fmt::format(

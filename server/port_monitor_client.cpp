@@ -127,23 +127,23 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
     return fmt::format("session {} has {} jobs in progress, which is the limit; print again when some have ended",
                        found->session, m_context->jobs.limitOfOneSession());
   }
-  JobBook& book = m_context->book;
-  const int number = book.begin(printerName, found->session, request.processId);
+  JobWatch& watch = m_context->watch;
+  const int number = watch.begin(printerName, found->session, request.processId);
   bridge->onEnd([context = m_context, job, number, printerName, mark](const CS_BridgeRouter::Ending& ending) {
     jobEnded(*context, job, number, printerName, ending);
   });
   bridge->onPass([context = m_context, number](const CS_BridgeRouter::Passing& passing) {
-    context->book.passed(number, passing);
+    context->watch.passed(number, passing);
   });
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
   m_context->log.line(fmt::format("job attached: {}", job));
   const std::string refusal = routeRefusal(bridge->routeTo(found->client), found->session);
   if (!refusal.empty()) {
-    book.refused(number, corvane::fromUtf8(refusal));
+    watch.refused(number, corvane::fromUtf8(refusal));
     return refusal;
   }
-  book.routed(number, bridge);
+  watch.routed(number, bridge);
   client = found->versions;
   m_context->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
   return "";
@@ -153,7 +153,7 @@ void PortMonitorClient::jobEnded(const Context& context, const std::string& job,
                                  const std::wstring& printer, const CS_BridgeRouter::Ending& ending) {
   const bool isAnswered = ending.answered == static_cast<int>(protocol::JobEnd::kNumber);
   const bool isShown = !isAnswered && ending.madeHere && context.shownJobs.take(foldedName(printer));
-  const bool isCanceled = context.book.ended(number, ending, isShown);
+  const bool isCanceled = context.watch.ended(number, ending, isShown);
   const std::string passed = fmt::format("{}: {} bytes passed on", job, ending.bytes);
   if (isAnswered) {
     context.log.line(fmt::format("job ended: {}; the print client has answered its end", passed));

@@ -3,7 +3,7 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component.h"
 #include "server/client_news.h"
-#include "server/jobs/job_book.h"
+#include "server/job_watch.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
@@ -34,7 +34,7 @@ class PortMonitorClient : public CS_Component {
     JobsInProgress& jobs;
     ShownJobs& shownJobs;
     Launcher& launcher;
-    JobBook& book;
+    JobWatch& watch;
   };
 
   explicit PortMonitorClient(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
@@ -51,7 +51,7 @@ class PortMonitorClient : public CS_Component {
   // Continues the job's bridge in the session's print client. An empty answer is success, otherwise the cause.
   std::string attach(const protocol::AttachJob& request, std::optional<CS_ClassVersionMap>& client);
 
-  // Writes the line of a job's end, and says it to the job book; job says which one it was, printer is its name on this
+  // Writes the line of a job's end, and says it to who watches; job says which one it was, printer is its name on this
   // server.
   static void jobEnded(const Context& context, const std::string& job, int number, const std::wstring& printer,
                        const CS_BridgeRouter::Ending& ending);

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "corvane/components/bridge_router.h"
 #include "corvane/records/program_monitor.h"
 #include "protocol/job_record.h"
 #include "protocol/paper_news.h"
+#include "server/job_watch.h"
 #include "server/jobs/job_history.h"
 
 #include <chrono>
@@ -23,7 +23,7 @@ namespace aps {
 // A job is known here from its beginning until nothing more is to be expected, and the latest kMostEnded of those that
 // have ended until then. Safe from any thread. Nothing but the history is called with the lock held, and that waits for
 // nothing.
-class JobBook {
+class JobBook : public JobWatch {
  public:
   struct Settings {
     std::wstring server;    // the name of this machine
@@ -34,16 +34,12 @@ class JobBook {
 
   JobBook(JobHistory& history, Settings settings) : m_history(history), m_settings(std::move(settings)) {}
 
-  // A job of that printer, by its name on this server, from that process has found its session. Returns its number.
-  int begin(const std::wstring& printer, int session, int process);
-  // Its route is made, and can be cut.
-  void routed(int job, CS_RCPtr<CS_BridgeRouter> router);
-  // What goes through it. Returns when the end's answer can be passed on.
-  void passed(int job, const CS_BridgeRouter::Passing& passing) noexcept;
-  // It has ended; isShown when a program was started to show it instead. True when somebody has canceled it.
-  bool ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept;
-  // It has not come so far.
-  void refused(int job, const std::wstring& cause);
+  int begin(const std::wstring& printer, int session, int process) override;
+  void routed(int job, CS_RCPtr<CS_BridgeRouter> router) override;
+  // Waits for the record of a job that is answered, so that who has the answer may count on it (JobHistory).
+  void passed(int job, const CS_BridgeRouter::Passing& passing) noexcept override;
+  bool ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept override;
+  void refused(int job, const std::wstring& cause) override;
 
   // The port monitor says how a job ended (protocol::kJobNotice), of which nothing may be known yet.
   void noticed(const CS_Notice& notice);

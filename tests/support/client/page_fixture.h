@@ -35,7 +35,7 @@ class PageFixture : public ::testing::Test {
     m_documents = std::make_unique<KeptDocuments>(m_folder / "kept", KeptDocuments::Bounds(), [this](auto number) {
       board().change(number, [](BoardJob& job) { job.kept.clear(); });
     });
-    m_output->keepDocuments(m_documents.get());
+    m_output->onWhole([this](const WholeDocument& document) { return m_documents->keep(document); });
     m_actions = std::make_unique<JobActions>(*m_output, *m_follower, m_documents.get());
     m_guard.setPort(4000);
     m_answers = std::make_unique<PageAnswers>(m_guard, board(), m_documents.get(), *m_actions);
