@@ -202,6 +202,24 @@ TEST_F(JobRecords, AThousandJobsOfTenUsersAreCountedBySql) {
             std::vector<long long>(10, 100));
 }
 
+TEST_F(JobRecords, AFullDiskBelowTheHistoryIsSaidAndStopsNoJob) {
+  Scene scene({"--history", "{folder}/jobs.sqlite"}, {"/bin/sh", "-c", "ulimit -f 200; exec \"$0\" \"$@\""});
+  const auto client = scene.startClient(5, {"Laser-2"});
+  for (int number = 1; number <= 200; ++number) {
+    MonitorPeer peer(scene.port());
+    begin(peer, number, L"Letter " + std::to_wstring(number));
+    ASSERT_EQ(peer.endJob(), 1) << number;
+  }
+  EXPECT_THAT(scene.server().waitForLine(") takes nothing: "),
+              HasSubstr("the history of jobs (" + (scene.folder() / "jobs.sqlite").string() + ") takes nothing: "));
+  EXPECT_EQ(scene.files(5).size(), 200u);
+  // What was written before is there and whole.
+  const auto file = scene.folder() / "jobs.sqlite";
+  EXPECT_GT(numbers(file, "SELECT count(*) FROM jobs").at(0), 0);
+  EXPECT_EQ(numbers(file, "SELECT count(*) FROM pragma_integrity_check WHERE integrity_check <> 'ok'"),
+            std::vector<long long>{0});
+}
+
 // Jobs on several connections, while the server is killed and comes back, again and again.
 TEST_F(JobRecords, OfAServerThatIsKilledNoRecordIsLostOfAJobThatHadEndedAndNoneIsThereTwice) {
   const int kills = std::getenv("MG_LONG_TESTS") != nullptr ? 100 : 10;
