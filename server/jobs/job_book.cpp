@@ -22,24 +22,24 @@ using protocol::JobRecord;
 using protocol::JobState;
 using protocol::PaperState;
 
-std::wstring cut(const std::wstring& text) {
+std::wstring shortened(const std::wstring& text) {
   return text.substr(0, JobBook::kMaxText);
 }
 
-std::wstring now() {
+std::wstring utcNow() {
   return programs::utcText(std::chrono::system_clock::now());
 }
 
 template <class Message>
-Message read(std::span<const unsigned char> payload) {
+Message readMessage(std::span<const unsigned char> payload) {
   corvane::ValueReader values(std::make_unique<corvane::SpanSource>(payload));
-  return protocol::read<Message>(values);
+  return protocol::readMessage<Message>(values);
 }
 
 // Empty when the notice has no value of that name.
-std::wstring valueOf(const CS_Notice& notice, std::wstring_view wanted) {
+std::wstring textIn(const CS_Notice& notice, std::wstring_view wanted) {
   for (const auto& [name, value] : notice.values) {
-    if (name == wanted) return cut(value);
+    if (name == wanted) return shortened(value);
   }
   return {};
 }
@@ -55,7 +55,7 @@ std::int64_t numberIn(const std::wstring& text) {
   return number;
 }
 
-JobState stateOf(PaperState paper) {
+JobState stateOfPaper(PaperState paper) {
   switch (paper) {
     case PaperState::kWaiting:
     case PaperState::kPrinting:
@@ -79,10 +79,10 @@ JobBook::Entry& JobBook::beginLocked(const std::wstring& printer, int session, i
   Entry& entry = m_jobs[number];
   entry.record.number = number;
   entry.record.server = m_settings.server;
-  entry.record.printer = cut(printer);
+  entry.record.printer = shortened(printer);
   entry.record.session = session;
   entry.record.process = process;
-  entry.record.began = now();
+  entry.record.began = utcNow();
   return entry;
 }
 
@@ -105,17 +105,17 @@ void JobBook::stageEndsLocked(Entry& entry, protocol::JobStage stage) const {
 }
 
 void JobBook::startLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const {
-  const auto start = read<protocol::JobStart>(passing.payload);
+  const auto start = readMessage<protocol::JobStart>(passing.payload);
   entry.record.spoolerJob = jobNumberOf(start.jobName);
   entry.record.copies = start.copies;
-  if (m_settings.hasTitles) entry.record.document = cut(start.documentName);
+  if (m_settings.hasTitles) entry.record.document = shortened(start.documentName);
 }
 
 void JobBook::answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const {
-  const auto result = read<protocol::JobEnd::Answer>(passing.payload).result;
+  const auto result = readMessage<protocol::JobEnd::Answer>(passing.payload).result;
   stageEndsLocked(entry, protocol::kTaking);
   if (entry.router) entry.record.bytes = static_cast<std::int64_t>(entry.router->bytesPassed());
-  entry.record.ended = now();
+  entry.record.ended = utcNow();
   if (static_cast<int>(result) <= 0) {
     failLocked(entry, protocol::textOf(result), L"See in the print client's output what it says about the job.");
   } else if (!entry.hasPaper) {
@@ -155,13 +155,13 @@ void JobBook::passed(int job, const CS_BridgeRouter::Passing& passing) noexcept 
 
 void JobBook::failLocked(Entry& entry, const std::wstring& cause, const std::wstring& remedy) const {
   entry.record.state = JobState::kFailed;
-  entry.record.cause = cut(cause);
-  entry.record.remedy = cut(remedy);
+  entry.record.cause = shortened(cause);
+  entry.record.remedy = shortened(remedy);
 }
 
 void JobBook::endLocked(Entry& entry) const {
   entry.hasEnded = true;
-  if (entry.record.ended.empty()) entry.record.ended = now();
+  if (entry.record.ended.empty()) entry.record.ended = utcNow();
 }
 
 bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept try {
@@ -209,7 +209,7 @@ void JobBook::refused(int job, const std::wstring& cause) {
 
 template <class Matches>
 std::map<int, JobBook::Entry>::iterator JobBook::latestLocked(const std::wstring& printer, const Matches& matches) {
-  const std::wstring folded = foldedName(cut(printer));
+  const std::wstring folded = foldedName(shortened(printer));
   for (auto at = m_jobs.end(); at != m_jobs.begin();) {
     --at;
     if (foldedName(at->second.record.printer) == folded && matches(at->second)) return at;
@@ -219,10 +219,10 @@ std::map<int, JobBook::Entry>::iterator JobBook::latestLocked(const std::wstring
 
 void JobBook::noticed(const CS_Notice& notice) {
   if (notice.kind != protocol::kJobNotice) return;
-  const std::wstring printer = valueOf(notice, L"printer"), number = valueOf(notice, L"job");
-  const int process = static_cast<int>(numberIn(valueOf(notice, L"process")));
-  const int session = static_cast<int>(numberIn(valueOf(notice, L"session")));
-  const std::wstring result = valueOf(notice, L"result");
+  const std::wstring printer = textIn(notice, L"printer"), number = textIn(notice, L"job");
+  const int process = static_cast<int>(numberIn(textIn(notice, L"process")));
+  const int session = static_cast<int>(numberIn(textIn(notice, L"session")));
+  const std::wstring result = textIn(notice, L"result");
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto isOf = [&](const Entry& entry, const std::wstring& spoolerJob) {
     return !entry.isNoticed && entry.record.process == process && entry.record.spoolerJob == spoolerJob;
@@ -234,17 +234,17 @@ void JobBook::noticed(const CS_Notice& notice) {
   if (found == m_jobs.end()) {
     endLocked(entry);
     ++m_ended;
-    entry.record.bytes = numberIn(valueOf(notice, L"bytes"));
+    entry.record.bytes = numberIn(textIn(notice, L"bytes"));
     entry.record.state = result == L"delivered" ? JobState::kDelivered
                          : result == L"shown"   ? JobState::kShown
                                                 : JobState::kFailed;
   }
   entry.isNoticed = true;
   entry.record.spoolerJob = number;
-  entry.record.user = valueOf(notice, L"user");
-  if (m_settings.hasTitles) entry.record.document = valueOf(notice, L"document");
+  entry.record.user = textIn(notice, L"user");
+  if (m_settings.hasTitles) entry.record.document = textIn(notice, L"document");
   if (result == L"failed" && entry.canceledBy.empty()) {
-    failLocked(entry, valueOf(notice, L"cause"), valueOf(notice, L"remedy"));
+    failLocked(entry, textIn(notice, L"cause"), textIn(notice, L"remedy"));
   }
   m_history.put(entry.record);
   forgetLocked();
@@ -259,9 +259,9 @@ void JobBook::paperNews(const protocol::PaperNews& news, int session, const std:
   if (found == m_jobs.end()) return;
   Entry& entry = found->second;
   entry.hasPaper = true;
-  entry.record.state = stateOf(news.state);
-  entry.record.cause = cut(news.cause);
-  entry.record.remedy = cut(news.remedy);
+  entry.record.state = stateOfPaper(news.state);
+  entry.record.cause = shortened(news.cause);
+  entry.record.remedy = shortened(news.remedy);
   if (protocol::isFinal(news.state) && news.state != PaperState::kHandedOn) {
     const auto began = entry.stageBegan;
     stageEndsLocked(entry, protocol::kPaper);
@@ -312,10 +312,10 @@ protocol::CancelJob::Answer JobBook::cancel(const protocol::CancelJob& wanted) {
                                  isAtPrinter ? L"is at its printer already; the person whose it is can cancel it there"
                                              : L"has ended")};
     }
-    entry.canceledBy = cut(wanted.by);
+    entry.canceledBy = shortened(wanted.by);
     router = entry.router;
   }
-  const bool isCut = router->cut(fmt::format(L"canceled by {}", cut(wanted.by)));
+  const bool isCut = router->cut(fmt::format(L"canceled by {}", shortened(wanted.by)));
   return {isCut, isCut ? fmt::format(L"{} is canceled", what) : fmt::format(L"{} has ended", what)};
 }
 
