@@ -33,7 +33,7 @@ std::wstring utcNow() {
 template <class Message>
 Message readMessage(std::span<const unsigned char> payload) {
   corvane::ValueReader values(std::make_unique<corvane::SpanSource>(payload));
-  return protocol::readMessage<Message>(values);
+  return protocol::read<Message>(values);
 }
 
 // Empty when the notice has no value of that name.
