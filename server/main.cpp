@@ -285,6 +285,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
     listeners.stop();
   };
   const programs::StopRequest stop(end, onHangup(log, supervision));
+  application->history.start();
   std::unique_ptr<aps::SessionKeeper> keeper;
   if (!options.state.empty())
     keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);

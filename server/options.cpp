@@ -59,8 +59,9 @@ void addLines(CLI::App& app, Options& options, std::vector<std::string>& rates) 
 
 void addHistory(CLI::App& app, Options& options) {
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
-  app.add_option("--history", options.history,
-                 "file that keeps the records of jobs (SQLite); without it they are in memory, until aps ends")
+  app.add_option(
+         "--history", options.history,
+         "file that keeps the records of jobs (SQLite); without it the latest 200 are in memory, until aps ends")
       ->check(named);
   app.add_option("--history-days", options.historyLimits.days, "how long a job's record is kept")
       ->capture_default_str()

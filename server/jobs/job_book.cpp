@@ -270,18 +270,23 @@ void JobBook::paperNews(const protocol::PaperNews& news, int session, const std:
   m_history.put(entry.record);
 }
 
-// The latest may be told of for long; what is dropped stays in the history as it is.
+std::map<int, JobBook::Entry>::iterator JobBook::oldestLocked(bool isAtPrinter) {
+  return std::find_if(m_jobs.begin(), m_jobs.end(), [isAtPrinter](const auto& job) {
+    return job.second.hasEnded && (job.second.record.state == JobState::kPrinting) == isAtPrinter;
+  });
+}
+
+// What is dropped stays in the history as it is.
 void JobBook::forgetLocked() {
-  for (auto at = m_jobs.begin(); m_ended > kMostEnded && at != m_jobs.end();) {
-    if (!at->second.hasEnded) {
-      ++at;
-      continue;
+  while (m_ended > kMostEnded) {
+    auto oldest = oldestLocked(false);
+    if (oldest == m_jobs.end()) {
+      if (m_ended <= kMostAtPrinters) return;
+      oldest = oldestLocked(true);
+      oldest->second.record.state = JobState::kDelivered;
+      m_history.put(oldest->second.record);
     }
-    if (at->second.record.state == JobState::kPrinting) {
-      at->second.record.state = JobState::kDelivered;
-      m_history.put(at->second.record);
-    }
-    at = m_jobs.erase(at);
+    m_jobs.erase(oldest);
     --m_ended;
   }
 }

@@ -20,16 +20,17 @@ namespace aps {
 // from what the print client tells later. The record goes to the history whenever it has changed for somebody who
 // looks.
 //
-// A job is known here from its beginning until nothing more is to be expected, and the latest kMostEnded of those that
-// have ended until then. Safe from any thread. Nothing but the history is called with the lock held, and that waits for
-// nothing.
+// A job is known here from its beginning until nothing more is to be expected: the latest kMostEnded of those that have
+// ended, and of those that are at their printers kMostAtPrinters at the most. Safe from any thread. Nothing but the
+// history is called with the lock held, and that waits for nothing.
 class JobBook : public JobWatch {
  public:
   struct Settings {
     std::wstring server;    // the name of this machine
     bool hasTitles = true;  // whether the names of documents are kept
   };
-  static constexpr std::size_t kMostEnded = 2000;
+  static constexpr std::size_t kMostEnded = 200;
+  static constexpr std::size_t kMostAtPrinters = 2000;
   static constexpr std::size_t kMaxText = 300;  // characters of each text; the rest is cut
 
   JobBook(JobHistory& history, Settings settings) : m_history(history), m_settings(std::move(settings)) {}
@@ -72,6 +73,8 @@ class JobBook : public JobWatch {
   template <class Matches>
   std::map<int, Entry>::iterator latestLocked(const std::wstring& printer, const Matches& matches);
   void forgetLocked();
+  // The oldest job that has ended and is at its printer, or is not.
+  std::map<int, Entry>::iterator oldestLocked(bool isAtPrinter);
 
   JobHistory& m_history;
   const Settings m_settings;

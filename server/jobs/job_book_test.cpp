@@ -21,6 +21,22 @@ class JobBookTest : public ::testing::Test {
  protected:
   static constexpr int kProcess = 77;
 
+  ~JobBookTest() override {
+    m_history.finish();
+    removeFile();
+  }
+  std::filesystem::path fileOfItsOwn() const {
+    removeFile();
+    return m_file;
+  }
+  void removeFile() const {
+    std::error_code ignored;
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+      std::filesystem::path part = m_file;
+      std::filesystem::remove(part += suffix, ignored);
+    }
+  }
+
   int begin(const std::wstring& printer = L"Laser (session 5)") { return m_book.begin(printer, 5, kProcess); }
   void start(int job, const std::wstring& spoolerJob = L"17", const std::wstring& document = L"Letter") {
     protocol::JobStart start;
@@ -62,14 +78,23 @@ class JobBookTest : public ::testing::Test {
     query.most = 100;
     return m_book.find(query).jobs;
   }
+  JobState stateOf(int job) {
+    protocol::Jobs query;
+    query.most = 1;
+    query.job = job;
+    return m_book.find(query).jobs.at(0).state;
+  }
   JobRecord only() {
     const auto found = all();
     EXPECT_THAT(found, SizeIs(1));
     return found.empty() ? JobRecord() : found[0];
   }
 
+  const std::filesystem::path m_file =
+      std::filesystem::temp_directory_path() /
+      (std::string("job_book_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
   Log m_log{std::filesystem::path()};
-  JobHistory m_history{{}, {}, m_log};
+  JobHistory m_history{fileOfItsOwn(), {}, m_log};
   JobBook m_book{m_history, {L"srv", true}};
 };
 
@@ -268,27 +293,42 @@ TEST_F(JobBookTest, TextsOfPeersAreCut) {
   EXPECT_EQ(only().printer.size(), JobBook::kMaxText);
 }
 
-TEST_F(JobBookTest, OnlyTheLatestJobsThatHaveEndedAreFollowedAndTheOthersStayInTheHistory) {
-  const int running = begin();
+TEST_F(JobBookTest, OfJobsThatHaveEndedTheLatestAreKnownAndThoseAtTheirPrinters) {
+  const int running = begin(), printing = begin(), ended = begin();
   start(running, L"1");
-  const int first = begin();
-  start(first);
-  answer(first, PrintResult::kPrinted);
-  end(first);
-  news(PaperState::kPrinting);
+  start(printing, L"2");
+  answer(printing, PrintResult::kPrinted);
+  end(printing);
+  news(PaperState::kPrinting, L"Laser - Job #2");
+  start(ended, L"3");
+  answer(ended, PrintResult::kPrinted);
+  end(ended);
   for (std::size_t i = 0; i < JobBook::kMostEnded; ++i) {
     const int job = begin();
     start(job, L"99");
     end(job);
   }
-  news(PaperState::kPrinted);
-  protocol::Jobs query;
-  query.most = 1;
-  query.job = first;
-  EXPECT_EQ(m_book.find(query).jobs.at(0).state, JobState::kDelivered);
+  news(PaperState::kPrinted, L"Laser - Job #2");
+  news(PaperState::kPrinted, L"Laser - Job #3");
+  EXPECT_EQ(stateOf(printing), JobState::kPrinted);
+  EXPECT_EQ(stateOf(ended), JobState::kDelivered);
   answer(running, PrintResult::kPrinted);
-  query.job = running;
-  EXPECT_EQ(m_book.find(query).jobs.at(0).state, JobState::kDelivered);
+  EXPECT_EQ(stateOf(running), JobState::kDelivered);
+}
+
+TEST_F(JobBookTest, OfTooManyJobsAtTheirPrintersTheOldestIsNotFollowedAnyMore) {
+  int first = 0;
+  for (std::size_t i = 0; i <= JobBook::kMostAtPrinters; ++i) {
+    const int job = begin();
+    if (i == 0) first = job;
+    const std::wstring number = std::to_wstring(i);
+    start(job, number);
+    answer(job, PrintResult::kPrinted);
+    news(PaperState::kPrinting, (L"Laser - Job #" + number).c_str());
+    end(job);
+  }
+  EXPECT_EQ(stateOf(first), JobState::kDelivered);
+  EXPECT_EQ(stateOf(first + 1), JobState::kPrinting);
 }
 
 TEST_F(JobBookTest, OnlyAJobThatRunsCanBeCanceled) {

@@ -15,8 +15,9 @@ using std::chrono::seconds;
 using std::chrono::system_clock;
 
 constexpr seconds kBetweenTries{5};    // while the file takes nothing
-constexpr int kBetweenPrunings = 500;  // records
-constexpr int kLongestTry = 1000;      // milliseconds, for a file that another program has locked
+constexpr int kBetweenPrunings = 500;  // records, in a file
+constexpr int kBetweenPruningsInMemory = 50;
+constexpr int kLongestTry = 1000;  // milliseconds, for a file that another program has locked
 
 constexpr char kSchema[] =
     "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; "
@@ -99,6 +100,7 @@ int numberWithoutFile() {
 
 JobHistory::JobHistory(std::filesystem::path path, const Limits& limits, Log& log)
     : m_path(std::move(path)), m_limits(limits), m_log(log) {
+  if (m_path.empty()) m_limits.jobs = std::min(m_limits.jobs, kMostInMemory);
   try {
     open();
   } catch (const DatabaseFailure& failure) {
@@ -196,6 +198,11 @@ void JobHistory::wantLocked() noexcept {
   m_changed.notify_all();
 }
 
+void JobHistory::start() noexcept {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  startLocked();
+}
+
 void JobHistory::startLocked() noexcept try {
   if (!m_isStopping && !m_writer.joinable()) m_writer = std::thread([this] { run(); });
 } catch (const std::system_error&) {
@@ -279,7 +286,7 @@ void JobHistory::writeAll(const std::map<int, JobRecord>& records) {
     throw;
   }
   m_sincePruned += static_cast<int>(records.size());
-  if (m_sincePruned >= kBetweenPrunings) prune();
+  if (m_sincePruned >= (m_path.empty() ? kBetweenPruningsInMemory : kBetweenPrunings)) prune();
 }
 
 void JobHistory::prune() {

@@ -21,7 +21,8 @@ namespace aps {
 // Writing happens on a thread of its own, some records at a time, and holds up no job: what the file does not take
 // waits here, up to kMostWaiting records, and a line in the log says so, and when it goes on. A file that is damaged is
 // set aside under another name, and a new one begun. Records are dropped when they are older than Limits::days, and the
-// oldest when there are more than Limits::jobs or more than Limits::megabytes. Safe from any thread.
+// oldest when there are more than Limits::jobs or more than Limits::megabytes, in memory when there are more than
+// kMostInMemory. Safe from any thread.
 class JobHistory {
  public:
   struct Limits {
@@ -30,6 +31,7 @@ class JobHistory {
     int megabytes = 200;
   };
   static constexpr std::size_t kMostWaiting = 20000;
+  static constexpr int kMostInMemory = 200;                      // jobs of a history without a file
   static constexpr std::chrono::milliseconds kLongestWait{100};  // for the file
   static constexpr std::chrono::milliseconds kGathering{50};     // of records that nobody waits for
 
@@ -44,6 +46,9 @@ class JobHistory {
   // comes later is written.
   void finish() noexcept;
 
+  // Begins the thread that writes, which has what the program has decided for all of its threads by now. Without this
+  // it begins with the first record.
+  void start() noexcept;
   // The number for a new job: one more than that of any job before.
   int nextNumber();
   // The record replaces what is known under its number. Does not wait; without memory the record is lost, and counted.
@@ -59,7 +64,6 @@ class JobHistory {
   void open();
   void openDatabase();
   void setAside();
-  // The thread begins with the first record, so that it has what the program has decided for all of its threads.
   void startLocked() noexcept;
   void wantLocked() noexcept;
   void run() noexcept;
@@ -72,7 +76,7 @@ class JobHistory {
   std::string name() const;
 
   const std::filesystem::path m_path;
-  const Limits m_limits;
+  Limits m_limits;  // as they are once the object is made
   Log& m_log;
   std::mutex m_databaseLock;             // guards the two behind it; never taken with the other lock held
   std::unique_ptr<Database> m_database;  // null when it cannot be had

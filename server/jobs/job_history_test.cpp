@@ -94,6 +94,17 @@ TEST_F(JobHistoryTest, WithoutAFileTheRecordsAreInMemory) {
   EXPECT_THAT(numbersOf(history.find(all())), ElementsAre(1));
 }
 
+TEST_F(JobHistoryTest, WithoutAFileOnlyTheLatestAreKept) {
+  JobHistory history({}, {}, *m_log);
+  for (int number = 1; number <= 1000; ++number) {
+    history.put(record(number));
+    if (number % 50 == 0) history.find(all());
+  }
+  const auto found = numbersOf(history.find(all()));
+  EXPECT_EQ(found.front(), 1000);
+  EXPECT_EQ(found.size(), static_cast<std::size_t>(JobHistory::kMostInMemory));
+}
+
 TEST_F(JobHistoryTest, ALaterRecordReplacesTheOneOfTheSameNumber) {
   JobHistory history(file(), {}, *m_log);
   history.put(record(1, JobState::kRunning));
