@@ -225,6 +225,7 @@ TEST_F(JobRecords, OfAServerThatIsKilledNoRecordIsLostOfAJobThatHadEndedAndNoneI
   const int kills = std::getenv("MG_LONG_TESTS") != nullptr ? 100 : 10;
   Scene scene({"--history", "{folder}/jobs.sqlite", "--client-wait", "20"});
   const auto client = scene.startClient(5, {"Laser-2"});
+  const int port = scene.port();
   std::atomic<bool> isOver{false}, isUp{true};
   std::atomic<int> ended{0};
   std::mutex lock;
@@ -236,7 +237,7 @@ TEST_F(JobRecords, OfAServerThatIsKilledNoRecordIsLostOfAJobThatHadEndedAndNoneI
         while (!isUp)
           std::this_thread::yield();
         try {
-          MonitorPeer peer(scene.port());
+          MonitorPeer peer(port);
           if (!peer.attach(kPrinter)) continue;
           peer.startJob({L"Laser-2 - Job #" + std::to_wstring(number), L"Laser-2", std::to_wstring(number), L"RAW"},
                         {1, 1, 1, 1});
