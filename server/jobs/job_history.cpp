@@ -311,12 +311,12 @@ void JobHistory::prune() {
   }
 }
 
+// Who learns from find() that the file takes nothing, or takes records again, finds the line about it in the log.
 void JobHistory::tellTrouble(const std::string& why) {
   std::size_t lost = 0;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_trouble.empty() == why.empty()) return;
-    m_trouble = why;
     if (why.empty()) lost = std::exchange(m_lost, 0);
   }
   if (!why.empty()) {
@@ -327,6 +327,8 @@ void JobHistory::tellTrouble(const std::string& why) {
   } else {
     m_log.line(fmt::format("the history of jobs ({}) goes on; {} records are lost", name(), lost));
   }
+  const std::lock_guard<std::mutex> guard(m_lock);
+  m_trouble = why;
 }
 
 protocol::Jobs::Answer JobHistory::find(const protocol::Jobs& wanted) {
