@@ -66,7 +66,6 @@ int programMain(const std::vector<std::string>& arguments) {
   printclient::Reporter reporter;
   const auto output = std::make_shared<printclient::JobOutput>(
       folder, servers.size() == 1 ? servers.front().session : 0, corvane::processId(), reporter, others);
-  setSinks(parsed.options, *output);
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new printclient::ReporterMonitor(reporter)));
   printclient::Service service(servers, output);
   const int exitCode = service.run();

@@ -4,6 +4,7 @@
 #include "corvane/base/text.h"
 #include "programs/host_and_port.h"
 #include "programs/rate.h"
+#include "protocol/registration.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -170,6 +171,22 @@ void addView(CLI::App& app, Options& options) {
 }
 
 }  // namespace
+
+std::wstring Options::nameThere(const std::wstring& printer) const {
+  const std::size_t length = corvane::toUtf16(printer).size() + corvane::toUtf16(place).size();
+  return length <= protocol::Registration::kLongestName ? printer + place : printer;
+}
+
+void tellApart(std::vector<Options>& servers) {
+  if (servers.size() < 2) return;
+  for (Options& server : servers) {
+    const auto hasItsHost = [&](const Options& other) { return other.host == server.host; };
+    const std::string address = programs::HostAndPort{server.host, server.port}.text();
+    const bool isOnlyOne = std::count_if(servers.begin(), servers.end(), hasItsHost) == 1;
+    server.label = address + ": ";
+    server.place = L" on " + corvane::fromUtf8(isOnlyOne ? server.host : address);
+  }
+}
 
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
   ParsedOptions result;

@@ -195,5 +195,44 @@ TEST(PrintClientOptions, TakeWhatThePersonSeesOfTheJobs) {
   EXPECT_EQ(parseOptions({"--keep-documents", "101"}).exitCode, 2);
 }
 
+Options serverAt(const std::string& host, int port) {
+  Options options;
+  options.host = host;
+  options.port = port;
+  return options;
+}
+
+TEST(PrintClientServers, EachPrintersNameSaysWhichOfSeveralServersItIsOn) {
+  std::vector<Options> servers = {serverAt("print.example", 4711), serverAt("::1", 4712)};
+  tellApart(servers);
+  EXPECT_EQ(servers[0].nameThere(L"Laser-2"), L"Laser-2 on print.example");
+  EXPECT_EQ(servers[1].nameThere(L"Laser-2"), L"Laser-2 on ::1");
+  EXPECT_EQ(servers[0].label, "print.example:4711: ");
+  EXPECT_EQ(servers[1].label, "[::1]:4712: ");
+}
+
+TEST(PrintClientServers, OnOneHostAreToldApartByTheirPorts) {
+  std::vector<Options> servers = {serverAt("::1", 4711), serverAt("other", 4711), serverAt("::1", 4712)};
+  tellApart(servers);
+  EXPECT_EQ(servers[0].nameThere(L"Laser-2"), L"Laser-2 on [::1]:4711");
+  EXPECT_EQ(servers[1].nameThere(L"Laser-2"), L"Laser-2 on other");
+  EXPECT_EQ(servers[2].nameThere(L"Laser-2"), L"Laser-2 on [::1]:4712");
+}
+
+TEST(PrintClientServers, TheNamesAreThePersonsOwnWhereThereIsOne) {
+  std::vector<Options> servers = {serverAt("print.example", 4711)};
+  tellApart(servers);
+  EXPECT_EQ(servers[0].nameThere(L"Laser-2"), L"Laser-2");
+  EXPECT_EQ(servers[0].label, "");
+}
+
+TEST(PrintClientServers, ANameThatTheServerWouldFindTooLongStaysAsItIs) {
+  std::vector<Options> servers = {serverAt("a", 1), serverAt("b", 1)};
+  tellApart(servers);
+  const std::wstring longest(195, L'x');  // and " on a"
+  EXPECT_EQ(servers[0].nameThere(longest), longest + L" on a");
+  EXPECT_EQ(servers[0].nameThere(longest + L"x"), longest + L"x");
+}
+
 }  // namespace
 }  // namespace printclient

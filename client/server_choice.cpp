@@ -51,9 +51,8 @@ std::vector<Options> chooseServers(const Options& options) try {
     its.session = server.session;
     its.keyFile = server.keyFile;
     its.usesTls = true;
-    its.label = server.address.text() + ": ";
   }
-  if (chosen.size() == 1) chosen.front().label.clear();
+  tellApart(chosen);
   if (chosen.empty()) {
     throw std::runtime_error(
         "no server is known: give what an administrator gave you with --invitation, or the number of the session with "

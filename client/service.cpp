@@ -56,7 +56,7 @@ void registerClasses(const std::shared_ptr<JobOutput>& output) {
 }  // namespace
 
 Service::Service(const std::vector<Options>& servers, const std::shared_ptr<JobOutput>& output)
-    : m_options(servers.front()), m_output(output), m_report(output->reporter()) {
+    : m_options(servers.front()), m_servers(servers), m_output(output), m_report(output->reporter()) {
   for (const Options& server : servers)
     m_loops.emplace_back(server, output, m_report);
   registerClasses(output);
@@ -65,7 +65,17 @@ Service::Service(const std::vector<Options>& servers, const std::shared_ptr<JobO
     const auto target = m_options.targets.find(printer.name());
     printers.push_back({printer, target != m_options.targets.end() ? target->second : PrinterTarget()});
   }
+  setSinks(printers);
   showPrinters(printers);
+}
+
+void Service::setSinks(const std::vector<PrinterOption>& printers) {
+  for (const auto& [printer, target] : printers) {
+    if (target.queue.empty() && target.uri.empty()) continue;
+    const auto sink = std::make_shared<PrinterSink>(target, patienceOf(m_options));
+    for (const Options& server : m_servers)
+      m_output->setSink(server.nameThere(printer.name()), sink);
+  }
 }
 
 void Service::followJobs() {
@@ -141,7 +151,8 @@ void Service::showPrinters(const std::vector<PrinterOption>& printers) {
                         : !target.uri.empty()        ? target.uri
                         : !m_options.command.empty() ? fmt::format("program \"{}\"", m_options.command)
                                                      : fmt::format("folder {}", m_options.output);
-    shown.push_back({programs::oneLine(printer.name()), std::move(place), printer.isDefault});
+    for (const Options& server : m_servers)
+      shown.push_back({programs::oneLine(server.nameThere(printer.name())), place, printer.isDefault});
   }
   m_output->board().setPrinters(std::move(shown));
 }
@@ -155,10 +166,9 @@ std::unique_ptr<PrinterFollower> Service::followPrinters() {
 
 void Service::usePrinters(const std::vector<PrinterOption>& found) {
   std::vector<protocol::Printer> printers;
-  for (const auto& [printer, target] : found) {
-    m_output->setSink(printer.name(), std::make_shared<PrinterSink>(target, patienceOf(m_options)));
+  setSinks(found);
+  for (const auto& [printer, target] : found)
     printers.push_back(printer);
-  }
   for (SessionLoop& loop : m_loops)
     loop.usePrinters(printers);
   showPrinters(found);

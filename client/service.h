@@ -38,11 +38,14 @@ class Service {
   // Null where the options name the printers.
   std::unique_ptr<PrinterFollower> followPrinters();
   void usePrinters(const std::vector<PrinterOption>& printers);
+  // Under the names that they have on each server.
+  void setSinks(const std::vector<PrinterOption>& printers);
   void showPrinters(const std::vector<PrinterOption>& printers);
   // On the follower's thread.
   void tellNews(const FollowedJob& job, const JobProgress& progress, bool isFirst);
 
   const Options& m_options;  // of the first server; what is used of them is the same for all
+  const std::vector<Options>& m_servers;
   const std::shared_ptr<JobOutput> m_output;
   PaperReport m_report;
   std::optional<JobFollower> m_jobs;  // from run() on

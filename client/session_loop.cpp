@@ -107,7 +107,7 @@ protocol::Registration::Answer SessionLoop::registerPrinters(const CS_RCPtr<CS_C
   const CS_RCPtr<CS_Component> component = protocol::makeSessionClient(connection);
   for (;;) {
     std::unique_lock<std::mutex> guard(m_lock);
-    const std::vector<protocol::Printer> printers = m_printers;
+    const std::vector<protocol::Printer> printers = asTheyAreThere(m_printers);
     const int used = m_printersUsed;
     guard.unlock();
     protocol::Registration::Answer answer = protocol::registerPrinters(component, m_options.session, printers);
@@ -120,6 +120,13 @@ protocol::Registration::Answer SessionLoop::registerPrinters(const CS_RCPtr<CS_C
   }
 }
 
+std::vector<protocol::Printer> SessionLoop::asTheyAreThere(std::vector<protocol::Printer> printers) const {
+  for (protocol::Printer& printer : printers) {
+    if (!printer.name().empty()) printer.texts[protocol::Printer::kNameText] = m_options.nameThere(printer.name());
+  }
+  return printers;
+}
+
 void SessionLoop::usePrinters(const std::vector<protocol::Printer>& printers) try {
   CS_RCPtr<CS_Component> registered;
   {
@@ -129,7 +136,7 @@ void SessionLoop::usePrinters(const std::vector<protocol::Printer>& printers) tr
     registered = m_registered;
   }
   if (!registered) return;
-  const auto answer = protocol::registerPrinters(registered, m_options.session, printers);
+  const auto answer = protocol::registerPrinters(registered, m_options.session, asTheyAreThere(printers));
   say(answer.isAccepted ? fmt::format("the printers have changed: the server knows {}", quotedList(answer.localNames))
                         : fmt::format("the printers have changed, and the server goes on with the earlier ones: {}",
                                       programs::oneLine(answer.refusal)));

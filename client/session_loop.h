@@ -50,6 +50,8 @@ class SessionLoop {
   void useKey(CS_Connection& connection);
   // Registers the printers as they are when it returns.
   protocol::Registration::Answer registerPrinters(const CS_RCPtr<CS_Connection>& connection);
+  // With the names that they have on this server.
+  std::vector<protocol::Printer> asTheyAreThere(std::vector<protocol::Printer> printers) const;
   // Returns when the connection has ended.
   void serveRegistered(CS_Connection& connection, const protocol::Registration::Answer& registration);
   void removeLeftovers();

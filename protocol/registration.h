@@ -3,6 +3,7 @@
 #include "corvane/base/rc_ptr.h"
 #include "protocol/printer.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,11 @@ enum class SessionRequest {
 };
 
 // Brings a session's printers along; they stay for as long as the connection lasts, or until the same client brings
-// others. A name has at most 200 characters,
-// each other text 1,024, and all texts together 4,096 and 192 more for each printer that the server allows a session
-// (16,384 with its usual 64); past that the registration is refused.
+// others. A name has at most kLongestName characters (of UTF-16), each other text 1,024, and all texts together 4,096
+// and 192 more for each printer that the server allows a session (16,384 with its usual 64); past that the registration
+// is refused.
 struct Registration {
+  static constexpr std::size_t kLongestName = 200;
   static constexpr SessionRequest kNumber = SessionRequest::kRegister;
   // More than any server allows, so that its own refusal is what a person reads.
   static constexpr Limit kPrinters{4096, corvane::kLimitExceeded, L"%d printers of one session"};

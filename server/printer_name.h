@@ -1,6 +1,7 @@
 #pragma once
 
 #include "protocol/printer.h"
+#include "protocol/registration.h"
 
 #include <cstddef>
 #include <string>
@@ -10,7 +11,7 @@ namespace aps {
 
 using protocol::Printer;
 
-inline constexpr std::size_t kMaxPrinterName = 200;   // characters of the client's name
+inline constexpr std::size_t kMaxPrinterName = protocol::Registration::kLongestName;
 inline constexpr std::size_t kMaxPrinterText = 1024;  // of each of the other texts
 inline constexpr std::size_t kMaxLocalName = 220;     // characters that a spooler takes in a name
 

@@ -25,11 +25,6 @@ std::shared_ptr<Sink> sinkOfOthers(const Options& options) {
   return std::make_shared<FolderSink>();
 }
 
-void setSinks(const Options& options, JobOutput& output) {
-  for (const auto& [printer, target] : options.targets)
-    output.setSink(printer, std::make_shared<PrinterSink>(target, patienceOf(options)));
-}
-
 PrinterPatience patienceOf(const Options& options) {
   PrinterPatience patience;
   patience.watch /= options.pace;

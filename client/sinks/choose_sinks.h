@@ -12,9 +12,7 @@ namespace printclient {
 // The sink for the jobs of printers that say no queue or address; null where the options name none. Throws
 // std::runtime_error with what is wrong.
 std::shared_ptr<Sink> sinkOfOthers(const Options& options);
-// The sinks of the printers that do.
-void setSinks(const Options& options, JobOutput& output);
-// How long those wait.
+// How long the sinks of those that do wait.
 PrinterPatience patienceOf(const Options& options);
 
 // The folder for the temporary files of jobs, which is made when it is not there. Throws std::runtime_error.

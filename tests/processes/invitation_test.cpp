@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <optional>
 #include <signal.h>
+#include <tuple>
 
 namespace tests {
 namespace {
@@ -77,9 +78,9 @@ class InvitationProcessTest : public ::testing::Test {
     return client.output();
   }
 
-  void expectToPrint(const std::string& title) const {
+  void expectToPrint(const std::string& title, const std::string& printer = "Laser-2") const {
     MonitorPeer peer(m_scene->port(), Identity::monitor(), m_keys.path("monitor"));
-    EXPECT_TRUE(peer.attach(L"Laser-2 (session 5)"));
+    EXPECT_TRUE(peer.attach(corvane::fromUtf8(printer + " (session 5)")));
     peer.startJob({L"j", L"", std::wstring(title.begin(), title.end()), L""}, {1, 1, 1, 1});
     peer.writeJob("a page");
     EXPECT_EQ(peer.endJob(), 1);
@@ -144,11 +145,13 @@ TEST_F(InvitationProcessTest, OfSeveralServersMakesOneClientServeThemAll) {
   const auto invitation = otherTool.invite(7, false, L"");
   ASSERT_TRUE(invitation.first);
   ChildProcess client(command("anna", {"--invitation", invite(), "--invitation", corvane::toUtf8(invitation.second)}));
-  client.waitForLines({m_address + ": ready: the server knows \"Laser-2 (session 5)\"",
-                       otherAddress + ": ready: the server knows \"Laser-2 (session 7)\""});
-  expectToPrint("from the one");
+  const std::string here = "Laser-2 on " + m_address, there = "Laser-2 on " + otherAddress;
+  client.waitForLines({m_address + ": ready: the server knows \"" + here + " (session 5)\"",
+                       otherAddress + ": ready: the server knows \"" + there + " (session 7)\""});
+  expectToPrint("from the one", here);
   MonitorPeer peer(other.port(), Identity::monitor(), otherKeys.path("monitor"));
-  EXPECT_TRUE(peer.attach(L"Laser-2 (session 7)"));
+  const std::wstring printer = corvane::fromUtf8(there);
+  EXPECT_TRUE(peer.attach(printer + L" (session 7)"));
   peer.startJob({L"j", L"", L"from the other", L""}, {1, 1, 1, 1});
   peer.writeJob("another page");
   EXPECT_EQ(peer.endJob(), 1);
@@ -157,16 +160,41 @@ TEST_F(InvitationProcessTest, OfSeveralServersMakesOneClientServeThemAll) {
   client.waitForLine(otherAddress + ": printed \"from the other\": 12 bytes to ");
   {
     MonitorPeer leaving(other.port(), Identity::monitor(), otherKeys.path("monitor"));
-    EXPECT_TRUE(leaving.attach(L"Laser-2 (session 7)"));
-    leaving.startJob({L"j", L"Laser-2", L"a cut one", L""}, {1, 1, 1, 1});
-    client.waitForLine(otherAddress + ": receiving \"a cut one\" for \"Laser-2\"");
+    EXPECT_TRUE(leaving.attach(printer + L" (session 7)"));
+    leaving.startJob({L"j", printer, L"a cut one", L""}, {1, 1, 1, 1});
+    client.waitForLine(otherAddress + ": receiving \"a cut one\" for \"" + there + "\"");
   }
   client.waitForLine(otherAddress +
                      ": dropped \"a cut one\": the job was cut after 0 bytes, before its end (printer "
-                     "\"Laser-2\", session 7); ");
+                     "\"" +
+                     there + "\", session 7); ");
   other.server().signal(SIGTERM);
   client.waitForLine(otherAddress + ": the connection to the server is lost");
-  expectToPrint("from the one that is still there");
+  expectToPrint("from the one that is still there", here);
+}
+
+TEST_F(InvitationProcessTest, OfSeveralServersLetsEachPrintersJobsGoWhereThatPrinterIs) {
+  const Keys otherKeys;
+  Scene other(optionsFor(otherKeys));
+  const std::string otherAddress = addressOf(other);
+  AdministrationPeer otherTool(other.port(), otherKeys.path("monitor"));
+  const auto invitation = otherTool.invite(7, false, L"");
+  ASSERT_TRUE(invitation.first);
+  ChildProcess client(command("anna", {"--invitation", invite(), "--invitation", corvane::toUtf8(invitation.second),
+                                       "--printer", "Desk,uri=ipp://localhost:1/ipp/print"}));
+  client.waitForLines({m_address + ": ready: the server knows \"Laser-2 on " + m_address +
+                           " (session 5)\", \"Desk on " + m_address + " (session 5)\"",
+                       otherAddress + ": ready: the server knows \"Laser-2 on " + otherAddress +
+                           " (session 7)\", \"Desk on " + otherAddress + " (session 7)\""});
+  for (const auto& [scene, keys, address] : {std::tuple(&*m_scene, &m_keys, m_address + " (session 5)"),
+                                             std::tuple(&other, &otherKeys, otherAddress + " (session 7)")}) {
+    MonitorPeer peer(scene->port(), Identity::monitor(), keys->path("monitor"));
+    const std::wstring name = corvane::fromUtf8("Desk on " + address);
+    EXPECT_TRUE(peer.attach(name));
+    peer.startJob({L"j", name.substr(0, name.find(L" (")), L"for nobody", L""}, {1, 1, 1, 1});
+    peer.writeJob("a page");
+    EXPECT_EQ(peer.endJob(), -6) << address;  // this printer cannot be had, and the folder is not its place
+  }
 }
 
 TEST_F(InvitationProcessTest, ComesInAFileAsWell) {
