@@ -53,18 +53,25 @@ def meaningful(command):
     return kept
 
 
+def own_sources(path):
+    """The sources that are compiled together as the one of that path (MG_UNITY), or that one alone."""
+    if path.parent.name != "Unity":
+        return [path]
+    return [pathlib.Path(name).resolve() for name in OWN_INCLUDE.findall(path.read_text(encoding="utf-8"))]
+
+
 def sources(root, presets=("linux", "windows-x64")):
     """(source, options) of everything of a tree that is compiled; portable code natively only."""
     seen = set()
     for preset in presets:
         system = windows_options() if preset.startswith("windows") else []
         for entry in json.loads((root / "build" / preset / "compile_commands.json").read_text()):
-            path = pathlib.Path(entry["file"]).resolve()
-            if not path.is_relative_to(root) or path.relative_to(root).parts[0] in ("build", "cmake") or path in seen:
-                continue
-            if path.suffix == ".cpp" and path.exists():
-                seen.add(path)
-                yield path, meaningful(entry["command"]) + system
+            for path in own_sources(pathlib.Path(entry["file"]).resolve()):
+                if not path.is_relative_to(root) or path.relative_to(root).parts[0] in ("build", "cmake") or path in seen:
+                    continue
+                if path.suffix == ".cpp" and path.exists():
+                    seen.add(path)
+                    yield path, meaningful(entry["command"]) + system
 
 
 def own_names(text):

@@ -41,7 +41,12 @@ if(MG_SANITIZE)
   add_link_options(-fsanitize=${MG_SANITIZE})
   # What a sanitizer reports has files and lines; nobody looks at variables.
   set(CMAKE_CXX_FLAGS_DEBUG "-g1")
-  # Some sources at a time are compiled as one: most of the time goes into headers, and these builds are made as a whole.
+endif()
+
+# Some sources at a time are compiled as one, because most of the time goes into headers: what a folder's sources keep to
+# themselves must not have the same name twice. The presets without this see whether a source includes what it uses.
+option(MG_UNITY "Compile some sources of a folder at a time as one" ON)
+if(MG_UNITY)
   set(CMAKE_UNITY_BUILD ON)
   set(CMAKE_UNITY_BUILD_BATCH_SIZE 6)
 endif()

@@ -27,6 +27,8 @@ target_compile_options(mg_test_headers PRIVATE ${MG_TEST_OPTIONS})
 set(support "${CMAKE_SOURCE_DIR}/tests/support")
 add_library(mg_test_main STATIC "${support}/test_main.cpp" "${support}/test_deadline.cpp"
   "${support}/test_deadline_$<IF:$<BOOL:${WIN32}>,windows,posix>.cpp")
+# The deadline is its own object: a binary with a main of its own takes it alone.
+set_target_properties(mg_test_main PROPERTIES UNITY_BUILD OFF)
 target_include_directories(mg_test_main PRIVATE "${CMAKE_SOURCE_DIR}")
 target_link_libraries(mg_test_main PUBLIC GTest::gmock GTest::gtest PRIVATE mg_warnings)
 target_compile_options(mg_test_main PRIVATE ${MG_TEST_OPTIONS})

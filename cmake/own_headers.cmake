@@ -1,6 +1,7 @@
 # The standard library and <windows.h>, precompiled once for all folders and programs. A source still includes what it
-# uses: the presets linux, windows-x64-coverage and linux-fuzz build without (MG_PRECOMPILE is off there). CLI11 and
-# nlohmann-json are no part of it, because whatever includes CLI11 pays seconds for code that it never calls.
+# uses: the presets windows-x64-coverage and linux-fuzz build each one alone and without (MG_UNITY and MG_PRECOMPILE are
+# off there). CLI11 and nlohmann-json are no part of it, because whatever includes CLI11 pays seconds for code that it
+# never calls.
 option(MG_PRECOMPILE "Precompile the headers that most sources include" ON)
 
 set(MG_OWN_HEADERS

@@ -3,6 +3,7 @@
 #include "converter/conversion_error.h"
 #include "converter/pdf_file.h"
 #include "converter/pdf_tokens.h"
+#include "corvane/base/text.h"
 
 #include <fmt/format.h>
 #include <fmt/xchar.h>
@@ -12,10 +13,6 @@
 namespace mg::converter {
 namespace {
 
-std::wstring wide(const std::string& ascii) {
-  return std::wstring(ascii.begin(), ascii.end());
-}
-
 std::wstring counted(int pages) {
   return fmt::format(L"{} {}", pages, pages == 1 ? L"page" : L"pages");
 }
@@ -24,8 +21,9 @@ std::wstring counted(int pages) {
 std::wstring comparison(const Announcement& announced, const RunReport& report, int came) {
   const int expected = announced.expectedPages();
   const int most = announced.isMixed || expected > announced.pages ? expected : announced.pages;
-  return fmt::format(L"{}{} came{}", most >= 0 ? fmt::format(L"{} announced, ", counted(most)) : L"", counted(came),
-                     report.error.empty() ? L"" : fmt::format(L"; the first error was {}", wide(report.error)));
+  return fmt::format(
+      L"{}{} came{}", most >= 0 ? fmt::format(L"{} announced, ", counted(most)) : L"", counted(came),
+      report.error.empty() ? L"" : fmt::format(L"; the first error was {}", corvane::fromUtf8(report.error)));
 }
 
 // Several pages of the document on one sheet: 2, 3, 4, ... each, or folded as a booklet of sheets with two on each
@@ -91,7 +89,7 @@ void checkEnding(const Announcement& announced, const RunReport& report) {
       counts.error.clear();
       throw ConversionError(ExitCode::kPostScript,
                             fmt::format(L"Ghostscript: {}. The PostScript of this document is in error: {}.",
-                                        wide(report.error), comparison(announced, counts, report.pages)));
+                                        corvane::fromUtf8(report.error), comparison(announced, counts, report.pages)));
     }
     case RunReport::Ending::kStop:
       throw ConversionError(

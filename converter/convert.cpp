@@ -8,6 +8,7 @@
 #include "converter/host_shell.h"
 #include "converter/pdf_actions.h"
 #include "converter/private_folder.h"
+#include "corvane/base/text.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
@@ -20,10 +21,6 @@
 
 namespace mg::converter {
 namespace {
-
-std::wstring wide(const std::string& ascii) {
-  return std::wstring(ascii.begin(), ascii.end());
-}
 
 void checkInput(const std::wstring& path) {
   const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -80,7 +77,7 @@ void checkRun(const RunResult& result, const std::wstring& program, const std::s
   if (said.find("/VMerror") != std::string::npos) throwMemory(limits);
   throw ConversionError(ExitCode::kPostScript,
                         fmt::format(L"Ghostscript ended with {}: {}. The PostScript of this document is in error.",
-                                    result.code, wide(errorLine(said))));
+                                    result.code, corvane::fromUtf8(errorLine(said))));
 }
 
 Announcement announcementOf(const std::wstring& path) {

@@ -19,7 +19,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - InitSpooler()";
+constexpr char kInitSpoolerTrace[] = "0x40000008: Stack Trace: MgPrintMon - InitSpooler()";
 const HMODULE kSpooler = reinterpret_cast<HMODULE>(0x4440000);
 
 std::vector<std::string>* calls = nullptr;
@@ -100,7 +100,7 @@ TEST_F(InitSpoolerTest, AProcessWithoutTheSpoolerIsRecordedWithTheLastError) {
   EXPECT_EQ(InitSpooler(), 0u);
   EXPECT_THAT(m_calls, IsEmpty());
   const std::string text = "Failed to find the module handle for SpoolSS.dll. error: 126";
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kInitSpoolerTrace));
 }
 
 TEST_F(InitSpoolerTest, WithoutAnInstanceNothingIsLookedUpAndTheResultIsZero) {
@@ -113,7 +113,7 @@ TEST_F(InitSpoolerTest, ASpoolerWithoutTheFunctionIsRecordedWithTheLastError) {
   GetProcAddressSeam.fail(1, nullptr, 127);
   EXPECT_EQ(InitSpooler(), 0u);
   const std::string text = "Failed to find the spooler initialization function. error: 127";
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kInitSpoolerTrace));
 }
 
 TEST_F(InitSpoolerTest, AClientThatCannotBeImpersonatedIsRecordedWithTheStatusAndNothingIsReverted) {
@@ -121,7 +121,7 @@ TEST_F(InitSpoolerTest, AClientThatCannotBeImpersonatedIsRecordedWithTheStatusAn
   EXPECT_EQ(InitSpooler(), 0u);
   EXPECT_EQ(m_calls.back(), "RpcImpersonateClient");
   const std::string text = "Failed to impersonate client. error: 1702";
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kInitSpoolerTrace));
 }
 
 }  // namespace

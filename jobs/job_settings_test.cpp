@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - ConfigurePrintJobSettings()";
+constexpr char kJobSettingsTrace[] = "0x40000008: Stack Trace: MgPrintMon - ConfigurePrintJobSettings()";
 
 class JobSettingsTest : public testing::Test {
  protected:
@@ -143,7 +143,7 @@ TEST_F(JobSettingsTest, AnotherPrinterValueIsRecordedAndChangesNothing) {
     ConfigurePrintJobSettings(&m_job, m_printer);
     EXPECT_THAT(m_job.settings, ElementsAre(9, 8, 7, 6));
     EXPECT_TRUE(m_job.clientPrinterName.isEmpty());
-    EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", kClosing));
+    EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", kJobSettingsTrace));
   }
 }
 
@@ -160,7 +160,7 @@ TEST_F(JobSettingsTest, NeitherTheUniversalDriverNorARefusalTakesANameAway) {
 
 TEST_F(JobSettingsTest, ANullJobIsABadArgument) {
   ConfigurePrintJobSettings(nullptr, m_printer);
-  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", kClosing));
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", kJobSettingsTrace));
   EXPECT_EQ(m_records.reports(), 1);
 }
 

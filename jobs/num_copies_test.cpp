@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const HANDLE kPrinter = reinterpret_cast<HANDLE>(0x77);
-constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - GetNumCopies()";
+constexpr char kNumCopiesTrace[] = "0x40000008: Stack Trace: MgPrintMon - GetNumCopies()";
 
 class NumCopiesTest : public testing::Test {
  protected:
@@ -94,8 +94,8 @@ TEST_F(NumCopiesTest, APrinterThatCannotBeOpenedIsRecorded) {
   OpenPrinterWSeam.fail(1, FALSE, 5);
   EXPECT_EQ(copiesFor(5), 1);
   EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW"));
-  EXPECT_THAT(m_records.lines(),
-              ElementsAre("0x4000000c: Failed to open printer: Laser", "10: Failed to open printer: Laser", kClosing));
+  EXPECT_THAT(m_records.lines(), ElementsAre("0x4000000c: Failed to open printer: Laser",
+                                             "10: Failed to open printer: Laser", kNumCopiesTrace));
   EXPECT_EQ(m_records.reports(), 1);
 }
 
@@ -104,7 +104,7 @@ TEST_F(NumCopiesTest, AJobOfUnknownSizeIsRecordedAndThePrinterClosed) {
   EXPECT_EQ(copiesFor(5), 1);
   EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "ClosePrinter"));
   EXPECT_THAT(m_records.lines(), ElementsAre("0x4000000c: Failed to get print job info: Laser, job #17",
-                                             "10: Failed to get print job info: Laser, job #17", kClosing));
+                                             "10: Failed to get print job info: Laser, job #17", kNumCopiesTrace));
 }
 
 TEST_F(NumCopiesTest, AJobThatCannotBeReadIsRecordedAndThePrinterClosed) {
@@ -112,7 +112,7 @@ TEST_F(NumCopiesTest, AJobThatCannotBeReadIsRecordedAndThePrinterClosed) {
   EXPECT_EQ(copiesFor(5), 1);
   EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "GetJobW", "ClosePrinter"));
   EXPECT_THAT(m_records.lines(), ElementsAre("0x4000000c: Failed to get print job info: Laser, job #17",
-                                             "10: Failed to get print job info: Laser, job #17", kClosing));
+                                             "10: Failed to get print job info: Laser, job #17", kNumCopiesTrace));
 }
 
 TEST_F(NumCopiesTest, WithoutMemoryAnUnknownExceptionIsRecordedAndThePrinterClosed) {
@@ -122,13 +122,13 @@ TEST_F(NumCopiesTest, WithoutMemoryAnUnknownExceptionIsRecordedAndThePrinterClos
     EXPECT_TRUE(failing.hasFailed());
   }
   EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "ClosePrinter"));
-  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3012", kClosing));
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3012", kNumCopiesTrace));
 }
 
 TEST_F(NumCopiesTest, ANullNameIsABadArgument) {
   EXPECT_EQ(GetNumCopies(nullptr, 17), 1);
   EXPECT_THAT(m_seams.calls(), IsEmpty());
-  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", kClosing));
+  EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3015", kNumCopiesTrace));
 }
 
 }  // namespace

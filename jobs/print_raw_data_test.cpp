@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - PrintRawDataViaNotepad()";
+constexpr char kPrintRawDataTrace[] = "0x40000008: Stack Trace: MgPrintMon - PrintRawDataViaNotepad()";
 
 class PrintRawDataTest : public testing::Test {
  protected:
@@ -49,7 +49,7 @@ class PrintRawDataTest : public testing::Test {
     const std::string text =
         "Failed to write raw data: " + corvane::toUtf8(folder.file(L"Preview PDF - Job #3-90210.txt")) +
         " - Last Error = 112.";
-    EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+    EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kPrintRawDataTrace));
     EXPECT_EQ(corvane::toUtf8(m_job.report.cause()), text);
     EXPECT_EQ(m_job.report.fault(), JobFault::kCollect);
     EXPECT_EQ(m_world.countOf("request 7"), 0u);
@@ -150,7 +150,7 @@ TEST_F(PrintRawDataTest, ARefusedLaunchIsRecordedAndTheFileStays) {
   EXPECT_TRUE(TemporaryFolder::exists(file));
   const std::string text =
       "Failed to launch notepad: notepad.exe \"/PT \\\"" + corvane::toUtf8(file) + "\\\" \\\"Preview PDF\\\"\"";
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kClosing));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("0x4000000a: " + text, "10: " + text, kPrintRawDataTrace));
   EXPECT_EQ(corvane::toUtf8(m_job.report.cause()), text);
   EXPECT_EQ(m_job.report.fault(), JobFault::kNotepad);
   DeleteFileW(file.c_str());
@@ -165,7 +165,7 @@ TEST_F(PrintRawDataTest, AFileThatCannotBeOpenedLeavesTheDataAndLaunchesNothing)
   ASSERT_EQ(m_world.records().lines().size(), 3u);
   EXPECT_THAT(m_world.records().lines()[0], HasSubstr("0x4000000a: Failed to open raw data: "));
   EXPECT_THAT(m_world.records().lines()[0], HasSubstr(" - Last Error = 3."));
-  EXPECT_EQ(m_world.records().lines()[2], kClosing);
+  EXPECT_EQ(m_world.records().lines()[2], kPrintRawDataTrace);
 }
 
 }  // namespace

@@ -18,19 +18,19 @@ namespace {
 constexpr std::size_t kReservedName = 15;
 
 // A list that was made without memory for its texts tells the spooler empty ones.
-const wchar_t* orEmpty(const wchar_t* text) {
+const wchar_t* toldText(const wchar_t* text) {
   return text == nullptr ? L"" : text;
 }
 
 std::size_t textBytes(const wchar_t* text) {
-  return (std::wcslen(orEmpty(text)) + 1) * sizeof(wchar_t);
+  return (std::wcslen(toldText(text)) + 1) * sizeof(wchar_t);
 }
 
 // Places a text just below end and returns where it starts. Copied as bytes: nobody promises that the end of the
 // spooler's buffer is even.
 BYTE* placeBelow(BYTE* end, const wchar_t* text) {
   const std::size_t bytes = textBytes(text);
-  std::memcpy(end - bytes, orEmpty(text), bytes);
+  std::memcpy(end - bytes, toldText(text), bytes);
   return end - bytes;
 }
 

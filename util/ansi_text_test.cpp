@@ -1,4 +1,5 @@
 #include "tests/support/import_seam.h"
+#include "tests/support/util/code_of.h"
 #include "util/utf8_string.h"
 #include "util/utl_exception.h"
 #include "util/utl_string.h"
@@ -10,15 +11,7 @@ MG_IMPORT_SEAM(L"kernel32.dll", WideCharToMultiByte, 0)
 
 namespace {
 
-template <typename Call>
-int codeOf(Call call) {
-  try {
-    call();
-  } catch (const UTL_Exception& caught) {
-    return caught.code();
-  }
-  return -1;
-}
+using tests::codeOf;
 
 class AnsiTextTest : public testing::Test {
  protected:

@@ -29,7 +29,7 @@ struct MortalKey {
   static inline std::function<void()> whenGone;
 };
 
-using Map = TObjectMap<MortalKey, int*>;
+using MortalMap = TObjectMap<MortalKey, int*>;
 
 // How often the critical sections inside an object are entered and left.
 class LockCallsTest : public testing::Test {
@@ -62,16 +62,16 @@ class LockCallsTest : public testing::Test {
 };
 
 TEST_F(LockCallsTest, EveryOperationOfAMapHoldsTheTableLockOnce) {
-  const std::vector<std::pair<const char*, std::function<void(Map&)>>> operations = {
-      {"insert", [](Map& map) { map.insert(MortalKey(2), nullptr); }},
-      {"find", [](Map& map) { map.find(MortalKey(1)); }},
-      {"remove", [](Map& map) { map.remove(MortalKey(1), nullptr); }},
-      {"count", [](Map& map) { map.count(); }},
-      {"bucketCount", [](Map& map) { map.bucketCount(); }},
-      {"setBucketCount", [](Map& map) { map.setBucketCount(16); }},
-      {"clear", [](Map& map) { map.clear(); }}};
+  const std::vector<std::pair<const char*, std::function<void(MortalMap&)>>> operations = {
+      {"insert", [](MortalMap& map) { map.insert(MortalKey(2), nullptr); }},
+      {"find", [](MortalMap& map) { map.find(MortalKey(1)); }},
+      {"remove", [](MortalMap& map) { map.remove(MortalKey(1), nullptr); }},
+      {"count", [](MortalMap& map) { map.count(); }},
+      {"bucketCount", [](MortalMap& map) { map.bucketCount(); }},
+      {"setBucketCount", [](MortalMap& map) { map.setBucketCount(16); }},
+      {"clear", [](MortalMap& map) { map.clear(); }}};
   for (const auto& [name, call] : operations) {
-    Map map;
+    MortalMap map;
     map.insert(MortalKey(1), nullptr);
     watch(map);
     call(map);
@@ -83,7 +83,7 @@ TEST_F(LockCallsTest, EveryOperationOfAMapHoldsTheTableLockOnce) {
 }
 
 TEST_F(LockCallsTest, AMapForgetsItsEntriesWithTheTableLockHeld) {
-  Map map;
+  MortalMap map;
   map.insert(MortalKey(1), nullptr);
   watch(map);
   std::vector<bool> held;

@@ -1,6 +1,6 @@
 #include "util/utf8_string.h"
 
-#include "util/utl_exception.h"
+#include "tests/support/util/code_of.h"
 
 #include <climits>
 #include <gtest/gtest.h>
@@ -11,15 +11,7 @@ UTF8String fromBytes(const std::string& bytes) {
   return UTF8String(bytes.data(), bytes.size());
 }
 
-template <typename Call>
-int codeOf(Call call) {
-  try {
-    call();
-  } catch (const UTL_Exception& caught) {
-    return caught.code();
-  }
-  return -1;
-}
+using tests::codeOf;
 
 }  // namespace
 

@@ -1,3 +1,4 @@
+#include "tests/support/util/code_of.h"
 #include "util/utl_exception.h"
 #include "util/utl_string.h"
 
@@ -21,15 +22,7 @@ extern "C" __declspec(dllexport) int WINAPI MGLoadStringW(HINSTANCE, UINT identi
 
 namespace {
 
-template <typename Call>
-int codeOf(Call call) {
-  try {
-    call();
-  } catch (const UTL_Exception& caught) {
-    return caught.code();
-  }
-  return -1;
-}
+using tests::codeOf;
 
 // Some string resource of user32.dll that has a few characters.
 UINT someResource(std::wstring& text) {

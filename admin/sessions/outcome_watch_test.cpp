@@ -17,7 +17,7 @@ using ::testing::IsEmpty;
 using ::testing::Le;
 using ::testing::Not;
 
-constexpr char kClass[] = "AdministrationServer";
+constexpr char kServerClass[] = "AdministrationServer";
 constexpr int kNotices = 32;
 
 class OutcomeWatchTest : public testing::Test {
@@ -67,7 +67,7 @@ class OutcomeWatchTest : public testing::Test {
 
 // The server would otherwise answer long after the time that somebody wanted to wait.
 TEST_F(OutcomeWatchTest, TheServerIsNeverAskedToWaitForLongerThanIsLeft) {
-  m_peer.answer(kClass, kNotices, [](corvane::ValueWriter& reply) {
+  m_peer.answer(kServerClass, kNotices, [](corvane::ValueWriter& reply) {
     reply.writeInt(3);
     reply.writeBoolean(false);
   });
@@ -82,7 +82,7 @@ TEST_F(OutcomeWatchTest, TheServerIsNeverAskedToWaitForLongerThanIsLeft) {
 }
 
 TEST_F(OutcomeWatchTest, ALongTimeIsAskedForInPieces) {
-  m_peer.answer(kClass, kNotices, [](corvane::ValueWriter& reply) {
+  m_peer.answer(kServerClass, kNotices, [](corvane::ValueWriter& reply) {
     reply.writeInt(18);
     reply.writeBoolean(true);
     reply.writeInt(18);
@@ -103,7 +103,7 @@ TEST_F(OutcomeWatchTest, ALongTimeIsAskedForInPieces) {
 
 TEST_F(OutcomeWatchTest, WhatBecomesOfAJobIsToldInOrderThoughItBeginsBeforeTheOutcome) {
   int asked = 0;
-  m_peer.answer(kClass, kNotices, [&asked](corvane::ValueWriter& reply) {
+  m_peer.answer(kServerClass, kNotices, [&asked](corvane::ValueWriter& reply) {
     const int turn = asked++;
     reply.writeInt(turn == 0 ? 3 : 10 + turn);
     if (turn == 1) {
@@ -129,7 +129,7 @@ TEST_F(OutcomeWatchTest, WhatBecomesOfAJobIsToldInOrderThoughItBeginsBeforeTheOu
 
 TEST_F(OutcomeWatchTest, WhenTheTimeIsOverTheLatestIsKnownAndWhenNobodyTellsNothing) {
   bool isTold = false;
-  m_peer.answer(kClass, kNotices, [&isTold](corvane::ValueWriter& reply) {
+  m_peer.answer(kServerClass, kNotices, [&isTold](corvane::ValueWriter& reply) {
     reply.writeInt(3);
     if (std::exchange(isTold, false)) writePaper(reply, 3, L"stopped");
     reply.writeBoolean(false);
@@ -142,7 +142,7 @@ TEST_F(OutcomeWatchTest, WhenTheTimeIsOverTheLatestIsKnownAndWhenNobodyTellsNoth
 
 TEST_F(OutcomeWatchTest, AServerThatHangsUpIsDialledAgainUntilTheTimeIsOver) {
   OutcomeWatch watch(m_peer.port());
-  m_peer.hangUpAt(kClass, kNotices);
+  m_peer.hangUpAt(kServerClass, kNotices);
   EXPECT_EQ(watch.wait(m_job, OutcomeWatch::Clock::now() + std::chrono::milliseconds(200)), std::nullopt);
   EXPECT_FALSE(watch.isThere());
   EXPECT_NE(watch.why(), "");

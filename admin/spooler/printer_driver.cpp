@@ -25,10 +25,6 @@ constexpr wchar_t kXpsRenderer[] = L"mxdwdrv.dll";
 // The file in which a driver lists its filters must be named so.
 constexpr wchar_t kPipelineEnd[] = L"-pipelineconfig.xml";
 
-std::wstring text(const wchar_t* text) {
-  return text != nullptr ? text : std::wstring();
-}
-
 bool isSameName(const std::wstring& one, const std::wstring& other) {
   return CompareStringOrdinal(one.c_str(), -1, other.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
@@ -44,10 +40,10 @@ bool isPipeline(const std::wstring& file) {
 
 PrinterDriver describe(const DRIVER_INFO_8W& record) {
   PrinterDriver driver;
-  driver.name = text(record.pName);
+  driver.name = textOf(record.pName);
   driver.version = record.cVersion;
   driver.attributes = record.dwPrinterDriverAttributes;
-  driver.file = text(record.pDriverPath);
+  driver.file = textOf(record.pDriverPath);
   for (const wchar_t* part : {record.pDataFile, record.pConfigFile}) {
     if (part != nullptr && *part != 0) driver.parts.emplace_back(part);
   }

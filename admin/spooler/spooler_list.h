@@ -34,4 +34,9 @@ class SpoolerList {
   DWORD m_count = 0;
 };
 
+// A text of such a record, which may be none.
+inline std::wstring textOf(const wchar_t* text) {
+  return text != nullptr ? text : std::wstring();
+}
+
 }  // namespace admin

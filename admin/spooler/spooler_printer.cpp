@@ -16,10 +16,6 @@
 namespace admin {
 namespace {
 
-std::wstring text(const wchar_t* text) {
-  return text != nullptr ? text : std::wstring();
-}
-
 std::string quoted(const std::wstring& name) {
   return fmt::format("printer \"{}\"", corvane::toUtf8(name));
 }
@@ -59,8 +55,8 @@ std::vector<SpoolerPrinter> localPrinters() {
       });
   std::vector<SpoolerPrinter> printers;
   for (const PRINTER_INFO_2W& printer : list) {
-    printers.push_back({text(printer.pPrinterName), text(printer.pPortName), text(printer.pDriverName),
-                        text(printer.pPrintProcessor), text(printer.pComment),
+    printers.push_back({textOf(printer.pPrinterName), textOf(printer.pPortName), textOf(printer.pDriverName),
+                        textOf(printer.pPrintProcessor), textOf(printer.pComment),
                         (printer.Status & PRINTER_STATUS_PENDING_DELETION) != 0});
   }
   return printers;

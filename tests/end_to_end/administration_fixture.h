@@ -10,6 +10,11 @@
 
 namespace tests {
 
+// What a print client is told of its printer.
+inline constexpr char kLaser[] = "Laser-2,driver=Generic PostScript,format=raw,default=yes";
+// A document of one page.
+inline const std::string kLetter = MG_SOURCE_DIR "/examples/letter.ps";
+
 // One test with a machine on which nothing is installed, and an application server.
 class Administration : public testing::Test {
  protected:

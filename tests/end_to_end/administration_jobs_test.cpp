@@ -13,8 +13,6 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const std::string kLetter = MG_SOURCE_DIR "/examples/letter.ps";
-
 class AdministrationOfJobs : public Administration {
  protected:
   void bringUp() {

@@ -14,8 +14,6 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const std::string kLetter = MG_SOURCE_DIR "/examples/letter.ps";
-
 class AdministrationOfPaper : public Administration {
  protected:
   // A printer that holds each job until go() and then ends it so.

@@ -9,7 +9,6 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const char kLaser[] = "Laser-2,driver=Generic PostScript,format=raw,default=yes";
 const char kInk[] = "Ink,driver=Not installed,format=ps";
 
 using AdministrationOfSessions = Administration;

@@ -12,7 +12,6 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-const char kLaser[] = "Laser-2,driver=Generic PostScript,format=raw,default=yes";
 const char kLetter[] = MG_SOURCE_DIR "/examples/letter.ps";
 
 std::string contentOf(const fs::path& path) {

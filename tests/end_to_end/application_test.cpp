@@ -12,8 +12,6 @@ using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::UnorderedElementsAre;
 
-const char kPrinter[] = "Laser-2 (session 5)";
-
 using Application = EndToEnd;
 
 TEST_F(Application, ADrawingOfTwoPagesInThreeCopiesArrivesAsAPdfWithItsTextPicturesAndCopies) {

@@ -8,7 +8,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-const char kPrinter[] = "Laser-2 (session 5)";
 const char kLetter[] = MG_SOURCE_DIR "/examples/letter.ps";
 
 TEST_F(EndToEnd, ALetterArrivesAsAPdfOfTwoPagesWithItsText) {

@@ -11,7 +11,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-const char kPrinter[] = "Laser-2 (session 5)";
 const char kPdf[] = "Laser-2,driver=Generic PostScript,format=pdf";
 const char kRaw[] = "Laser-2,driver=Generic PostScript,format=raw";
 

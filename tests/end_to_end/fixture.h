@@ -10,6 +10,9 @@
 
 namespace tests {
 
+// The printer of the session that these tests print to.
+inline constexpr char kPrinter[] = "Laser-2 (session 5)";
+
 // One test with an application server, the module pointed at it, and a folder for its files. At its end it checks that
 // printing left no file behind.
 class EndToEnd : public testing::Test {

@@ -105,10 +105,11 @@ class Trial:
         self.stages = [(preset, binaries.split()) for preset, binaries in stages]
         self.wine, self.seconds, self.hashes = Wine(self.tree), {}, {}
         copy_tree(root, self.tree)
-        libraries = self.tree / "build" / "openssl-windows"
-        libraries.parent.mkdir(exist_ok=True)
-        if not libraries.exists():
-            libraries.symlink_to(root / "build" / "openssl-windows")
+        for name in ("openssl-windows", "sqlite-windows"):
+            libraries = self.tree / "build" / name
+            libraries.parent.mkdir(exist_ok=True)
+            if not libraries.exists() and (root / "build" / name).exists():
+                libraries.symlink_to(root / "build" / name)
 
     def bin(self, preset):
         return self.tree / "build" / preset / "bin"
@@ -116,7 +117,7 @@ class Trial:
     def prepare(self):
         """Builds the tree as it is and runs its tests, for how long they take; whether they pass without a fault."""
         for preset, binaries in self.stages:
-            if subprocess.run(["cmake", "--preset", preset], cwd=self.tree, stdout=subprocess.DEVNULL).returncode:
+            if subprocess.run(["cmake", "--preset", preset, "-DMG_UNITY=OFF"], cwd=self.tree, stdout=subprocess.DEVNULL).returncode:
                 raise SystemExit(f"scripts/mutate: {preset} cannot be configured")
             log = self.tree.parent / "log"
             with log.open("wb") as output:
