@@ -4,6 +4,7 @@
 A folder may include itself and the folders listed here; anything else is a dependency that the design does not have. A
 folder that is divided into rooms names them; each room may include itself and the rooms of its folder that are listed,
 where "." is what stands in the folder itself.
+Whether a program runs under Wine is asked where that is part of the design, and nowhere else in the product.
 What is listed and not used is a complaint, too: the lists say what the code does. And no units of the product, a header
 and a source of one name, may include each other in a circle.
 
@@ -53,6 +54,8 @@ ROOMS = {
         "commands": {"base", "spooler", "install", "sessions", "doctor"},
     },
 }
+MAY_ASK_FOR_WINE = ("converter/", "admin/spooler/")  # which Ghostscript there is; what its spooler does not do
+ASKS_FOR_WINE = re.compile(r"\b(?:isWine|runsUnderWine)\(|\bwine_get_\w+")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"(([a-z0-9_]+)/(?:([a-z0-9_]+)/)?[^"]*)"')
 
 
@@ -119,6 +122,17 @@ def circles(graph):
     return sorted(sorted(group) for group in groups)
 
 
+def wine_complaints(root):
+    for folder in MAY_INCLUDE:
+        for path in sources(root, folder):
+            name = str(path.relative_to(root))
+            if path.stem.endswith("_test") or name.startswith(("bench/", *MAY_ASK_FOR_WINE)):
+                continue
+            for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+                if ASKS_FOR_WINE.search(line):
+                    yield f"{name}:{number}: asks whether it runs under Wine"
+
+
 def main():
     root = pathlib.Path(__file__).resolve().parent.parent
     if sys.argv[1:2] == ["--reached"]:
@@ -130,6 +144,7 @@ def main():
         print("\n".join(sorted(reached)))
         return 0
     wrong = [text for folder, allowed in MAY_INCLUDE.items() for text in complaints(root, folder, allowed)]
+    wrong += wine_complaints(root)
     wrong += [f"a circle of includes: {', '.join(group)}" for group in circles(units(root))]
     print("\n".join(wrong) if wrong else "includes follow the layers, and no units include each other")
     return 1 if wrong else 0

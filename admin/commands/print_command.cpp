@@ -108,7 +108,7 @@ ExitCode run(const Options& options, Output& output) {
                                          : corvane::fromUtf8(options.title);
   document.copies = options.copies;
   OutcomeWatch watch(options.serverPort);
-  if (isWine() && !watch.isThere()) {
+  if (spoolerPrintsHere() && !watch.isThere()) {
     throw Failure(
         ExitCode::kServerAway, watch.why(),
         fmt::format("{} Wine's spooler prints within this program, which would wait for the server.", watch.remedy()));
@@ -120,7 +120,7 @@ ExitCode run(const Options& options, Output& output) {
   }
   const unsigned long job = spooled.job;
   output.line(fmt::format("the spooler has job {} for \"{}\"", job, options.printer));
-  const AwaitedJob awaited{job, document.printer, isWine() ? GetCurrentProcessId() : 0};
+  const AwaitedJob awaited{job, document.printer, spoolerPrintsHere() ? GetCurrentProcessId() : 0};
   // For a job that the spooler gave up a notice comes at once or never.
   const unsigned seconds = spooled.endError != 0 ? std::min(options.waitSeconds, kGivenUpSeconds) : options.waitSeconds;
   const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));

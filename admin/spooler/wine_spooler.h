@@ -18,6 +18,10 @@ namespace admin {
 // - It lives inside each process that prints, and keeps a module loaded there.
 
 bool isWine();
+// Whether the spooler prints within the program that has called it.
+inline bool spoolerPrintsHere() {
+  return isWine();
+}
 
 // Makes and removes the key by which Wine's spooler finds the monitor of a port. Throws a SystemFailure.
 void registerPortInWine(const std::wstring& port);

@@ -51,10 +51,9 @@ std::unique_ptr<ChildProcess> Spooler::draw(const std::string& printer, const st
 }
 
 std::vector<std::string> Spooler::leftovers() const {
-  std::vector<fs::path> folders = {m_prefix.path() / "drive_c/windows/temp", m_prefix.path() / "drive_c/mgtestproc",
-                                   m_prefix.path() / "drive_c/windows/system32/spool/printers"};
-  for (const auto& user : fs::directory_iterator(m_prefix.path() / "drive_c/users"))
-    folders.push_back(user.path() / "Temp");
+  std::vector<fs::path> folders = WineServer::temporaryFolders(m_prefix.path());
+  folders.push_back(m_prefix.path() / "drive_c/mgtestproc");
+  folders.push_back(m_prefix.path() / "drive_c/windows/system32/spool/printers");
   std::vector<std::string> names;
   for (const fs::path& folder : folders) {
     if (!fs::is_directory(folder)) continue;

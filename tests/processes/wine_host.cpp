@@ -22,9 +22,8 @@ fs::path prefix() {
 
 std::vector<fs::path> WineHost::temporaryPaths() const {
   std::vector<fs::path> paths;
-  for (const auto& user : fs::directory_iterator(prefix() / "drive_c" / "users")) {
-    if (!fs::is_directory(user.path() / "Temp")) continue;
-    for (const auto& entry : fs::directory_iterator(user.path() / "Temp"))
+  for (const fs::path& folder : WineServer::temporaryFolders(prefix())) {
+    for (const auto& entry : fs::directory_iterator(folder))
       paths.push_back(entry.path());
   }
   return paths;

@@ -106,4 +106,14 @@ WineServer::~WineServer() {
   ::close(m_lock);
 }
 
+std::vector<std::filesystem::path> WineServer::temporaryFolders(const std::filesystem::path& prefix) {
+  std::vector<std::filesystem::path> folders = {prefix / "drive_c" / "windows" / "temp"};
+  for (const auto& user : std::filesystem::directory_iterator(prefix / "drive_c" / "users")) {
+    folders.push_back(user.path() / "Temp");
+    folders.push_back(user.path() / "AppData" / "Local" / "Temp");
+  }
+  std::erase_if(folders, [](const auto& folder) { return !std::filesystem::is_directory(folder); });
+  return folders;
+}
+
 }  // namespace tests

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <sys/types.h>
+#include <vector>
 
 namespace tests {
 
@@ -23,6 +24,9 @@ class WineServer {
   WineServer& operator=(const WineServer&) = delete;
 
   pid_t id() const { return m_server->id(); }
+
+  // Where programs of a prefix put temporary files, those that are there; their place depends on Wine's version.
+  static std::vector<std::filesystem::path> temporaryFolders(const std::filesystem::path& prefix);
 
   // Wine 8's server ends now and then when processes with sockets are killed: an assertion of its own in
   // sock_get_poll_events fails. Every program of the prefix then waits for it for ever. When that has come to pass,

@@ -47,6 +47,7 @@ void setUpPrinting(const Arguments& arguments) {
   mg::support::configureOutcomeFolder(wide(arguments.outcomes));
   mg::support::installProcessor(from);
   mg::support::installDriver(wide(arguments.ppd));
+  mg::support::addCaptureQueue();
   std::puts("the print processor and the driver are installed");
 }
 

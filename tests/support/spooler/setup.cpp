@@ -1,5 +1,6 @@
 #include "tests/support/spooler/setup.h"
 
+#include "tests/support/spooler/metafile.h"
 #include "tests/support/spooler/monitor_table.h"
 #include "tests/support/spooler/system_failure.h"
 #include "util/win_handle.h"
@@ -122,6 +123,10 @@ void installProcessor(const std::wstring& folder) {
   std::wstring name = kProcessorName;
   require(AddPrintProcessorW(nullptr, environment.data(), file.data(), name.data()) || alreadyThere(),
           "the print processor cannot be registered");
+}
+
+void addCaptureQueue() {
+  addPrinterOnPort(kCaptureQueue, L"FILE:", kProcessorName);
 }
 
 void installDriver(const std::wstring& ppd) {

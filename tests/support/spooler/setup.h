@@ -40,6 +40,9 @@ void installProcessor(const std::wstring& folder);
 // Registers the driver "Generic PostScript": Wine's PostScript driver with `ppd` as its data file.
 void installDriver(const std::wstring& ppd);
 
+// Adds the queue on which metafiles become PostScript (metafile.h); behind processor and driver.
+void addCaptureQueue();
+
 // Adds a port of the monitor through its configuration channel, and the key by which Wine's spooler finds it.
 void addMonitorPort(const std::wstring& port);
 
