@@ -30,6 +30,7 @@ inline nlohmann::ordered_json jobJson(const JobRecord& job) {
           {"spoolerJob", text(job.spoolerJob)},
           {"process", job.process},
           {"copies", job.copies},
+          {"pages", job.pages},
           {"bytes", job.bytes},
           {"began", text(job.began)},
           {"ended", job.ended.empty() ? Json() : text(job.ended)},

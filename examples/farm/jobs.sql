@@ -17,6 +17,7 @@ CREATE TABLE jobs (
   spooler_job   text        NOT NULL,
   process       integer     NOT NULL,
   copies        integer     NOT NULL,  -- 0 when it is not known
+  pages         integer     NOT NULL,  -- of the document, once; 0 when it is not known
   bytes         bigint      NOT NULL,
   collecting_ms integer,               -- of each stage; null when it was not reached
   sending_ms    integer,
@@ -48,14 +49,14 @@ BEGIN
   INSERT INTO jobs VALUES (
     j->>'server', (j->>'job')::bigint, (j->>'began')::timestamptz, (j->>'ended')::timestamptz, j->>'state',
     j->>'user', (j->>'session')::integer, j->>'printer', j->>'document', j->>'spoolerJob',
-    (j->>'process')::integer, (j->>'copies')::integer, (j->>'bytes')::bigint,
+    (j->>'process')::integer, (j->>'copies')::integer, (j->>'pages')::integer, (j->>'bytes')::bigint,
     (j#>>'{milliseconds,collecting}')::integer, (j#>>'{milliseconds,sending}')::integer,
     (j#>>'{milliseconds,taking}')::integer, (j#>>'{milliseconds,paper}')::integer,
     j->>'cause', j->>'remedy', (j->>'change')::bigint)
   ON CONFLICT (server, began, job) DO UPDATE SET
     ended = excluded.ended, state = excluded.state, "user" = excluded."user", session = excluded.session,
     printer = excluded.printer, document = excluded.document, spooler_job = excluded.spooler_job,
-    process = excluded.process, copies = excluded.copies, bytes = excluded.bytes,
+    process = excluded.process, copies = excluded.copies, pages = excluded.pages, bytes = excluded.bytes,
     collecting_ms = excluded.collecting_ms, sending_ms = excluded.sending_ms, taking_ms = excluded.taking_ms,
     paper_ms = excluded.paper_ms, cause = excluded.cause, remedy = excluded.remedy, change = excluded.change
   WHERE excluded.change > jobs.change;

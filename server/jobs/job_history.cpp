@@ -36,6 +36,7 @@ struct Addition {
   const char* filling;  // for the records that are there
 };
 constexpr Addition kAdditions[] = {
+    {"pages", ""},                                  // 0 when they are not known
     {"change", "UPDATE jobs SET change = number"},  // JobHistory::Change::number
     {"logged", ""},                                 // that of the change that a log has
 };
@@ -43,8 +44,8 @@ constexpr char kLogIndex[] = "CREATE INDEX IF NOT EXISTS jobs_to_log ON jobs(num
 
 constexpr char kColumns[] =
     "number, state, server, user, session, printer, document, spooler_job, process, copies, bytes, began, ended, "
-    "collecting_ms, sending_ms, taking_ms, paper_ms, cause, remedy";
-constexpr int kColumnCount = 19;
+    "collecting_ms, sending_ms, taking_ms, paper_ms, cause, remedy, pages";
+constexpr int kColumnCount = 20;
 
 void bindAll(Statement& statement, const JobRecord& job) {
   int at = 0;
@@ -67,6 +68,7 @@ void bindAll(Statement& statement, const JobRecord& job) {
     number(time);
   put(job.cause);
   put(job.remedy);
+  number(job.pages);
 }
 
 JobRecord recordOf(const Statement& row) {
@@ -91,6 +93,7 @@ JobRecord recordOf(const Statement& row) {
     time = static_cast<int>(number());
   job.cause = text();
   job.remedy = text();
+  job.pages = static_cast<int>(number());
   return job;
 }
 

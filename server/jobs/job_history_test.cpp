@@ -51,6 +51,7 @@ class JobHistoryTest : public ::testing::Test {
     job.spoolerJob = L"17";
     job.process = 1234;
     job.copies = 3;
+    job.pages = 12;
     job.bytes = 5000000000;
     job.began = programs::utcText(std::chrono::system_clock::now());
     job.ended = job.began;
@@ -315,6 +316,7 @@ TEST_F(JobHistoryTest, AFileOfAnEarlierVersionIsTakenOverWithItsRecords) {
     EXPECT_EQ(found[0].number, 41);
     EXPECT_EQ(found[0].state, JobState::kPrinted);
     EXPECT_EQ(found[0].remedy, L"r");
+    EXPECT_EQ(found[0].pages, 0);
     EXPECT_EQ(history.nextNumber(), 42);
     ASSERT_EQ(history.changesToLog(10).size(), 1u);
     EXPECT_EQ(history.changesToLog(10)[0].number, 41);

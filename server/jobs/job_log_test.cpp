@@ -86,6 +86,7 @@ class JobLogTest : public ::testing::Test {
     job.spoolerJob = L"17";
     job.process = 1234;
     job.copies = 3;
+    job.pages = 12;
     job.bytes = 5000000000;
     job.began = L"2099-01-31T23:59:59Z";
     if (state != JobState::kRunning) job.ended = L"2099-02-01T00:00:01Z";
@@ -109,7 +110,7 @@ TEST_F(JobLogTest, AJobThatHasEndedIsALineWithAllThatItsRecordHas) {
   EXPECT_EQ(line,
             "{\"job\":7,\"state\":\"delivered\",\"server\":\"srv\",\"user\":\"PC\\\\Anna\",\"session\":5,"
             "\"printer\":\"Laser (session 5)\",\"document\":\"B\u00FCro \\\"\u20AC\\\"\\n\",\"spoolerJob\":\"17\","
-            "\"process\":1234,\"copies\":3,\"bytes\":5000000000,\"began\":\"2099-01-31T23:59:59Z\","
+            "\"process\":1234,\"copies\":3,\"pages\":12,\"bytes\":5000000000,\"began\":\"2099-01-31T23:59:59Z\","
             "\"ended\":\"2099-02-01T00:00:01Z\",\"milliseconds\":{\"collecting\":1,\"sending\":2,\"taking\":3,"
             "\"paper\":null},\"cause\":\"\",\"remedy\":\"\",\"change\":2}\n");
 }
