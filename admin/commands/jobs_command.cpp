@@ -39,6 +39,10 @@ std::string orDash(const std::wstring& text) {
   return text.empty() ? "-" : oneLine(text);
 }
 
+std::string numberOrDash(int number) {
+  return number == 0 ? "-" : std::to_string(number);
+}
+
 // One line for a job, and one below it for why.
 void sayJob(const JobRecord& job, Output& output) {
   output.line(fmt::format("{:>6}  {}  {:9}  {:>8}  session {}, {}, {}: {}", job.number, localTime(job.began),
@@ -51,8 +55,8 @@ void sayJob(const JobRecord& job, Output& output) {
 
 void sayStory(const JobRecord& job, Output& output) {
   sayJob(job, output);
-  output.line(fmt::format("        on {}, spooler's job {} of process {}, copies: {}", orDash(job.server),
-                          orDash(job.spoolerJob), job.process, job.copies == 0 ? "-" : std::to_string(job.copies)));
+  output.line(fmt::format("        on {}, spooler's job {} of process {}, copies: {}, pages: {}", orDash(job.server),
+                          orDash(job.spoolerJob), job.process, numberOrDash(job.copies), numberOrDash(job.pages)));
   std::string times;
   for (std::size_t i = 0; i < protocol::kStageWords.size(); ++i) {
     if (job.milliseconds[i] != JobRecord::kNotReached) {
@@ -166,8 +170,8 @@ void addCancelCommand(CLI::App& app, Invocation& invocation) {
   auto job = std::make_shared<int>(0);
   auto port = std::make_shared<int>(0);
   CLI::App& command = addCommand(app, invocation, "cancel",
-                                 "Cancels a job that is running. It ends for the application as when the print client "
-                                 "has gone.",
+                                 "Cancels a job that is running: it ends for the application as when the print client "
+                                 "has gone. One that the print client's printer has is canceled there.",
                                  {"cancel 17"});
   command.add_option("job", *job, "its number, from mgprintmon jobs")
       ->required()
