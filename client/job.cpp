@@ -194,8 +194,20 @@ PrintResult Job::end() {
     m_output.taken({m_origin, m_ticket.jobName, m_ticket.printerName, m_ticket.documentName, m_listed}, m_taken);
   } else {
     say(fmt::format("not printed {}: {}{}{}", title(), m_why, place(), remedy()));
+    tellRefusal();
   }
   return m_result;
+}
+
+// What the server cannot know: of a conversion that failed it knows more itself.
+void Job::tellRefusal() const {
+  if (m_result != kNotTaken && m_result != kDiskFailure) return;
+  const FollowedJob job = {m_origin, m_ticket.jobName, m_ticket.printerName, m_ticket.documentName, m_listed};
+  if (m_cancel->isMade()) {
+    m_output.refused(job, {protocol::PaperState::kCanceled, "the person whose job it is canceled it", ""});
+  } else {
+    m_output.refused(job, {protocol::PaperState::kAborted, m_why, remedy().substr(2)});
+  }
 }
 
 }  // namespace printclient

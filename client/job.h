@@ -52,6 +52,7 @@ class Job {
   // Keeps what has come for the person, where documents are kept.
   void keepDocument();
   void showEnd();
+  void tellRefusal() const;
 
   const protocol::JobStart m_ticket;
   JobOutput& m_output;

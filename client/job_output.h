@@ -2,7 +2,9 @@
 
 #include "client/job_board.h"
 #include "client/reporter.h"
+#include "client/sinks/printer/queued_job.h"
 #include "client/sinks/sink.h"
+#include "protocol/paper_news.h"
 
 #include <atomic>
 #include <filesystem>
@@ -84,6 +86,22 @@ class JobOutput {
     if (m_onTaken) m_onTaken(job, taken);
   }
 
+  // Is told of every job that was not taken, and why, on the thread of the job and before it is answered. Set before
+  // the first job.
+  using OnRefused = std::function<void(const FollowedJob&, const JobProgress&)>;
+  void onRefused(OnRefused handler) { m_onRefused = std::move(handler); }
+  void refused(const FollowedJob& job, const JobProgress& why) const {
+    if (m_onRefused) m_onRefused(job, why);
+  }
+
+  // Ends a job that a printer has, as the server wants it: nothing when that has begun, otherwise why not. Set before
+  // the first job.
+  using OnCancel = std::function<std::string(const JobOrigin& origin, const protocol::CancelAtPrinter& wanted)>;
+  void onCancel(OnCancel handler) { m_onCancel = std::move(handler); }
+  std::string cancelAtPrinter(const JobOrigin& origin, const protocol::CancelAtPrinter& wanted) const {
+    return m_onCancel ? m_onCancel(origin, wanted) : "it follows no jobs";
+  }
+
   // What the person may look at.
   JobBoard& board() const { return m_board; }
   // Is given every document that has come whole, on the thread of its job, and says whether it keeps a copy. Set before
@@ -105,6 +123,8 @@ class JobOutput {
   Reporter& m_reporter;
   const std::shared_ptr<Sink> m_others;
   OnTaken m_onTaken;
+  OnRefused m_onRefused;
+  OnCancel m_onCancel;
   mutable JobBoard m_board;
   Keep m_keep;
   std::atomic<unsigned> m_last{0};

@@ -15,7 +15,8 @@ using protocol::PaperState;
 // The sentence of what follows "the printer ", or of a remedy.
 std::wstring sentence(const std::string& subject, const std::string& text) {
   if (text.empty()) return L"";
-  std::string made = subject + text + ".";
+  std::string made = subject + text;
+  if (made.back() != '.') made += ".";
   if (made.front() >= 'a' && made.front() <= 'z') made.front() = static_cast<char>(made.front() - 'a' + 'A');
   return corvane::fromUtf8(made);
 }
@@ -60,6 +61,10 @@ protocol::PaperNews paperNews(const FollowedJob& job, const JobProgress& progres
           sentence("", progress.remedy)};
 }
 
+protocol::PaperNews refusalNews(const FollowedJob& job, const JobProgress& why) {
+  return {job.printer, job.name, job.document, why.state, sentence("", why.cause), sentence("", why.remedy)};
+}
+
 void PaperReport::enter(int server, const CS_RCPtr<CS_Component>& component) {
   const std::lock_guard<std::mutex> guard(m_lock);
   m_servers[server] = component;
@@ -76,6 +81,20 @@ void PaperReport::leave(int server) noexcept {
 
 void PaperReport::tell(const FollowedJob& job, const JobProgress& progress, bool isFirst) noexcept try {
   if (!isFirst) m_reporter.line(paperLine(job, progress));
+  tellServer(job, paperNews(job, progress));
+} catch (const std::exception&) {
+  // The connection has gone; the person has read it.
+} catch (const CS_Exception&) {
+}
+
+void PaperReport::tellRefused(const FollowedJob& job, const JobProgress& why) noexcept try {
+  tellServer(job, refusalNews(job, why));
+} catch (const std::exception&) {
+  // The answer to the job tells it in general words.
+} catch (const CS_Exception&) {
+}
+
+void PaperReport::tellServer(const FollowedJob& job, const protocol::PaperNews& news) {
   if (job.printer.empty() || job.origin.isAgain) return;  // the server would not know whose job it is
   CS_RCPtr<CS_Component> server;
   {
@@ -84,10 +103,7 @@ void PaperReport::tell(const FollowedJob& job, const JobProgress& progress, bool
     if (known == m_servers.end()) return;
     server = known->second;
   }
-  protocol::tell(server, paperNews(job, progress));
-} catch (const std::exception&) {
-  // The connection has gone; the person has read it.
-} catch (const CS_Exception&) {
+  protocol::tell(server, news);
 }
 
 }  // namespace printclient

@@ -23,8 +23,13 @@ class PaperReport {
 
   // The first progress is in the line that says that the job was printed.
   void tell(const FollowedJob& job, const JobProgress& progress, bool isFirst) noexcept;
+  // Of a job that no sink has taken; the person has read why, and here the cause is a sentence of its own.
+  void tellRefused(const FollowedJob& job, const JobProgress& why) noexcept;
 
  private:
+  // Nothing when there is no connection.
+  void tellServer(const FollowedJob& job, const protocol::PaperNews& news);
+
   Reporter& m_reporter;
   std::mutex m_lock;  // guards what follows
   std::map<int, CS_RCPtr<CS_Component>> m_servers;
@@ -34,5 +39,6 @@ class PaperReport {
 std::string paperLine(const FollowedJob& job, const JobProgress& progress);
 // What the server is told.
 protocol::PaperNews paperNews(const FollowedJob& job, const JobProgress& progress);
+protocol::PaperNews refusalNews(const FollowedJob& job, const JobProgress& why);
 
 }  // namespace printclient

@@ -83,14 +83,12 @@ void Service::followJobs() {
       [this](const FollowedJob& job, const JobProgress& progress, bool isFirst) { tellNews(job, progress, isFirst); },
       JobFollower::Pace().faster(m_options.pace));
   JobBoard& board = m_output->board();
-  m_jobs->onCancelFailure([&board](std::uint64_t number, const std::string& why) {
-    board.change(number, [&why](BoardJob& job) {
-      job.isCanceling = false;
-      job.cause = fmt::format("the printer could not be told to cancel the job: {}", why);
-      job.remedy = "cancel it at the printer";
-    });
-  });
+  m_jobs->onCancelFailure([this](std::uint64_t number, const std::string& why) { tellCancelFailure(number, why); });
+  m_output->onRefused([this](const FollowedJob& job, const JobProgress& why) { m_report.tellRefused(job, why); });
+  m_output->onCancel(
+      [this](const JobOrigin& origin, const protocol::CancelAtPrinter& wanted) { return cancelFor(origin, wanted); });
   m_output->onTaken([this, &board](const FollowedJob& job, const TakenJob& taken) {
+    if (taken.queued != nullptr && !isFinal(taken.queued->progress.state)) m_atPrinters.add(job);
     m_jobs->follow(job, taken);
     // The person has canceled it while its sink took it and did not look.
     const auto shown = board.find(job.listed);
@@ -98,7 +96,32 @@ void Service::followJobs() {
   });
 }
 
+std::string Service::cancelFor(const JobOrigin& origin, const protocol::CancelAtPrinter& wanted) {
+  const auto job = m_atPrinters.find(origin.server, wanted.printer, wanted.job);
+  if (!job) return "the print client knows of no such job at its printers any more";
+  m_atPrinters.wantEnd(job->listed);
+  m_output->board().change(job->listed, [](BoardJob& shown) { shown.isCanceling = true; });
+  m_jobs->cancel(job->listed);
+  return "";
+}
+
+void Service::tellCancelFailure(std::uint64_t number, const std::string& why) {
+  m_output->board().change(number, [&why](BoardJob& job) {
+    job.isCanceling = false;
+    job.cause = fmt::format("the printer could not be told to cancel the job: {}", why);
+    job.remedy = "cancel it at the printer";
+  });
+  // Where the server wanted it, it waits for that.
+  if (const auto job = m_atPrinters.takeWanted(number)) {
+    m_report.tell(
+        *job,
+        {protocol::PaperState::kPrinting, "could not be told to cancel the job: " + why, "cancel it at the printer"},
+        false);
+  }
+}
+
 void Service::tellNews(const FollowedJob& job, const JobProgress& progress, bool isFirst) {
+  if (isFinal(progress.state)) m_atPrinters.remove(job.listed);
   // What a sink has said of a job that goes no further stands on the board already.
   m_output->board().change(job.listed, [&progress](BoardJob& shown) {
     if (isOver(shown.stage)) return;

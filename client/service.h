@@ -2,6 +2,7 @@
 
 #include "client/job_actions.h"
 #include "client/job_follower.h"
+#include "client/jobs_at_printers.h"
 #include "client/kept_documents.h"
 #include "client/notices/job_notices.h"
 #include "client/options.h"
@@ -31,6 +32,9 @@ class Service {
 
  private:
   void followJobs();
+  // Nothing when the printer is about to be told, otherwise why not.
+  std::string cancelFor(const JobOrigin& origin, const protocol::CancelAtPrinter& wanted);
+  void tellCancelFailure(std::uint64_t number, const std::string& why);
   // The person's page; where there can be none, a line says why and the rest goes on.
   void openPage();
   void closePage();
@@ -48,6 +52,7 @@ class Service {
   const std::vector<Options>& m_servers;
   const std::shared_ptr<JobOutput> m_output;
   PaperReport m_report;
+  JobsAtPrinters m_atPrinters;
   std::optional<JobFollower> m_jobs;  // from run() on
   std::optional<KeptDocuments> m_documents;
   std::optional<JobActions> m_actions;

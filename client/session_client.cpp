@@ -1,8 +1,10 @@
 #include "client/session_client.h"
 
+#include "corvane/base/text.h"
 #include "corvane/components/in_request.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
+#include "protocol/paper_news.h"
 #include "protocol/print_job.h"
 #include "protocol/registration.h"
 
@@ -32,9 +34,23 @@ bool SessionClient::processRequest(CS_InRequest& request) {
     case protocol::SessionRequest::kPrinterRefused:
       report(protocol::read<protocol::PrinterRefused>(request));
       return true;
+    case protocol::SessionRequest::kCancelAtPrinter:
+      cancel(request);
+      return true;
     default:
       return CS_Component::processRequest(request);
   }
+}
+
+void SessionClient::cancel(CS_InRequest& request) {
+  const auto wanted = protocol::read<protocol::CancelAtPrinter>(request);
+  const std::string why = m_output->cancelAtPrinter(m_output->originOf(getConnection()), wanted);
+  if (why.empty()) {
+    m_output->reporter().line(fmt::format("{}{} cancels a job at {}", label(),
+                                          wanted.by.empty() ? "the server" : oneLine(wanted.by),
+                                          programs::quoted(wanted.printer)));
+  }
+  protocol::answer(request, protocol::CancelAtPrinter::Answer{why.empty(), corvane::fromUtf8(why)});
 }
 
 void SessionClient::report(const protocol::JobFailed& job) {

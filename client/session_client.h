@@ -21,6 +21,7 @@ class SessionClient : public CS_Component {
 
  private:
   void report(const protocol::JobFailed& job);
+  void cancel(CS_InRequest& request);
   void report(const protocol::PrinterRefused& printer);
   // Which server says so, where there are several.
   std::string label();

@@ -48,6 +48,8 @@ class NumCopiesTest : public testing::Test {
       EXPECT_EQ(size, m_needed);
       if (!m_second) return FALSE;
       JOB_INFO_2W info{};
+      info.TotalPages = 12;
+      info.Status = m_status;
       info.pDevMode = m_hasMode ? &m_mode : nullptr;
       std::memcpy(buffer, &info, sizeof info);
       return TRUE;
@@ -64,12 +66,49 @@ class NumCopiesTest : public testing::Test {
   DWORD m_needed = sizeof(JOB_INFO_2W) + 40;
   bool m_second = true;
   bool m_hasMode = true;
+  DWORD m_status = 0;
   DEVMODEW m_mode{};
 };
 
 TEST_F(NumCopiesTest, TheDeviceModeSaysHowMany) {
   EXPECT_EQ(copiesFor(3), 3);
   EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "GetJobW", "ClosePrinter"));
+  EXPECT_THAT(m_records.lines(), IsEmpty());
+}
+
+TEST_F(NumCopiesTest, ThePagesComeAlongAndWhetherThereMayBeMore) {
+  mg::QueuedPages pages;
+  EXPECT_EQ(GetNumCopies(L"Laser", 17, &pages), 1);
+  EXPECT_EQ(pages.count, 12u);
+  EXPECT_FALSE(pages.isGrowing);
+  m_status = JOB_STATUS_SPOOLING | JOB_STATUS_PRINTING;
+  GetNumCopies(L"Laser", 17, &pages);
+  EXPECT_TRUE(pages.isGrowing);
+}
+
+TEST_F(NumCopiesTest, ThePagesOfAJobThatCannotBeReadStayAsTheyWere) {
+  mg::QueuedPages pages{3, true};
+  m_second = false;
+  GetNumCopies(L"Laser", 17, &pages);
+  EXPECT_EQ(pages.count, 3u);
+}
+
+TEST_F(NumCopiesTest, ThePagesAloneAreAskedWithoutARecordWhateverFails) {
+  EXPECT_EQ(mg::pagesInQueue(L"Laser", 17).count, 12u);
+  EXPECT_THAT(m_seams.calls(), ElementsAre("OpenPrinterW", "GetJobW", "GetJobW", "ClosePrinter"));
+  m_second = false;
+  EXPECT_EQ(mg::pagesInQueue(L"Laser", 17).count, 0u);
+  m_second = true;
+  m_needed = 4;
+  EXPECT_EQ(mg::pagesInQueue(L"Laser", 17).count, 0u);
+  m_needed = sizeof(JOB_INFO_2W) + 40;
+  {
+    const FailingNew failing(1);
+    EXPECT_EQ(mg::pagesInQueue(L"Laser", 17).count, 0u);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  OpenPrinterWSeam.fail(1, FALSE, 5);
+  EXPECT_EQ(mg::pagesInQueue(L"Laser", 17).count, 0u);
   EXPECT_THAT(m_records.lines(), IsEmpty());
 }
 

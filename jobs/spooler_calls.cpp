@@ -9,10 +9,15 @@
 
 #include <winspool.h>
 
+#include <new>
 #include <rpc.h>
 #include <vector>
 
 namespace {
+
+mg::QueuedPages pagesOf(const JOB_INFO_2W& info) {
+  return {info.TotalPages, (info.Status & JOB_STATUS_SPOOLING) != 0};
+}
 
 using SpoolerInitFunction = DWORD(WINAPI*)();
 
@@ -54,7 +59,7 @@ DWORD InitSpooler() {
   return result;
 }
 
-int GetNumCopies(const wchar_t* printerName, DWORD jobId) {
+int GetNumCopies(const wchar_t* printerName, DWORD jobId, mg::QueuedPages* pages) {
   CS_TraceEntry trace(L"GetNumCopies (printerName = %s, jobId = %d)", printerName, jobId);
   Operation operation(L"Stack Trace: MgPrintMon - GetNumCopies()");
   int copies = 1;
@@ -73,11 +78,24 @@ int GetNumCopies(const wchar_t* printerName, DWORD jobId) {
     }
     const auto* info = reinterpret_cast<const JOB_INFO_2W*>(buffer.data());
     if (info->pDevMode != nullptr && info->pDevMode->dmCopies > 0) copies = info->pDevMode->dmCopies;
+    if (pages != nullptr) *pages = pagesOf(*info);
   });
   return copies;
 }
 
 namespace mg {
+
+QueuedPages pagesInQueue(const wchar_t* printerName, DWORD jobId) noexcept try {
+  PrinterHandle printer;
+  if (!OpenPrinterW(const_cast<wchar_t*>(printerName), printer.receive(), nullptr)) return {};
+  DWORD needed = 0;
+  GetJobW(printer.get(), jobId, 2, nullptr, 0, &needed);
+  std::vector<BYTE> buffer(needed);
+  if (needed < sizeof(JOB_INFO_2W) || !GetJobW(printer.get(), jobId, 2, buffer.data(), needed, &needed)) return {};
+  return pagesOf(*reinterpret_cast<const JOB_INFO_2W*>(buffer.data()));
+} catch (const std::bad_alloc&) {
+  return {};
+}
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include "corvane/records/messages.h"
 #include "corvane/records/program_monitor.h"
 #include "jobs/spool_file.h"
+#include "jobs/spooler_calls.h"
 #include "monitor/kept_notices.h"
 #include "ports/port_records.h"
 #include "protocol/names.h"
@@ -91,6 +92,14 @@ std::wstring userName() {
   return ::GetUserNameW(name, &size) ? name : L"";
 }
 
+// 0 when nobody knows them, or only how many they were at some time. A job that has failed may have come to its end
+// before its application did.
+DWORD pagesOf(const JobEnd& job) noexcept {
+  if (!job.report.hasMorePages) return job.report.pages;
+  const QueuedPages pages = job.result == Result::kFailed ? QueuedPages() : pagesInQueue(job.printerName, job.jobId);
+  return pages.isGrowing ? 0 : pages.count;
+}
+
 CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
   CS_Notice notice{protocol::kJobNotice, line, {}};
   notice.values = {{L"job", std::to_wstring(job.jobId)},
@@ -107,6 +116,7 @@ CS_Notice makeNotice(const JobEnd& job, const wchar_t* line) {
     notice.values.emplace_back(L"remark", job.report.remark);
   }
   notice.values.emplace_back(L"user", userName());
+  if (const DWORD pages = pagesOf(job); pages != 0) notice.values.emplace_back(L"pages", std::to_wstring(pages));
   return notice;
 }
 

@@ -30,6 +30,37 @@ TEST_F(JobEndTest, ADeliveredJobIsToldWithItsBytesAndLeavesNothingElse) {
   EXPECT_THAT(m_log.lines(), IsEmpty());
 }
 
+TEST_F(JobEndTest, ThePagesThatTheSpoolerKnewAtTheStartAreToldLast) {
+  m_queue.setPages(12, false);
+  start();
+  write("abc");
+  m_queue.clear();
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_EQ(values().back(), "pages=12");
+  EXPECT_EQ(values().size(), 9u);
+  EXPECT_THAT(m_queue.calls(), ElementsAre("open Laser 0xf000c", "set job 17 level 0 command 6", "close printer"));
+}
+
+TEST_F(JobEndTest, ThePagesOfAJobThatItsApplicationStillPrintedAtTheStartAreAskedAgainAtTheEnd) {
+  m_queue.setPages(2, true);
+  start();
+  write("abc");
+  m_queue.setPages(12, false);
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_EQ(values().back(), "pages=12");
+}
+
+TEST_F(JobEndTest, PagesThatMayBecomeMoreOrOfAJobThatFailedEarlierAreNotTold) {
+  m_queue.setPages(2, true);
+  start();
+  write("abc");
+  EXPECT_EQ(end(), TRUE);
+  EXPECT_EQ(values().back(), "user=" + userName());
+  refuseAttach();
+  start();
+  EXPECT_EQ(values().back(), "user=" + userName());
+}
+
 TEST_F(JobEndTest, ACollectedJobIsToldWithTheBytesThatWereSent) {
   m_printerValue = 3;
   start();

@@ -60,7 +60,10 @@ void describeJob(ClientPrintJob& job, const wchar_t* printerName, DWORD jobId, c
   job.jobName = mg::buildJobName(printerName, jobId);
   job.documentName = document.pDocName;
   job.dataType = document.pDatatype;
-  job.copies = GetNumCopies(printerName, jobId);
+  mg::QueuedPages pages;
+  job.copies = GetNumCopies(printerName, jobId, &pages);
+  job.report.pages = pages.count;
+  job.report.hasMorePages = pages.isGrowing;
   job.report.begin(JobFault::kServer, L"started: \"%.60s\", %d copies, data type %.20s", job.documentName.wide(),
                    job.copies, job.dataType.wide());
 }

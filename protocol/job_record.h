@@ -71,6 +71,7 @@ struct JobRecord {
   std::wstring spoolerJob;    // the spooler's number of the job
   int process = 0;            // the spooler's
   int copies = 0;             // 0 when it is not known
+  int pages = 0;              // of the document, once; 0 when it is not known
   std::int64_t bytes = 0;     // passed on to the print client
   std::wstring began, ended;  // UTC as "2026-01-31T23:59:59Z"; it has ended when the print client has answered
   std::array<int, 4> milliseconds{kNotReached, kNotReached, kNotReached, kNotReached};  // of each JobStage
@@ -78,6 +79,7 @@ struct JobRecord {
 
   bool operator==(const JobRecord&) const = default;
 
+  // Without the pages, which earlier versions do not know.
   static void layout(auto& self, auto& wire) {
     wire(self.number, self.state, self.server, self.user, self.session, self.printer, self.document, self.spoolerJob,
          self.process, self.copies, self.bytes, self.began, self.ended, self.milliseconds, self.cause, self.remedy);
@@ -109,6 +111,10 @@ struct Jobs {
     static void layout(auto& self, auto& wire) {
       wire.untilFalse(self.jobs);
       wire(self.trouble);
+      wire.ifMore([&] {
+        for (auto& job : self.jobs)
+          wire(job.pages);
+      });
     }
   };
 };

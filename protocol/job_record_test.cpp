@@ -58,6 +58,19 @@ TEST(JobRequests, HaveTheirNumbersAndBytes) {
   EXPECT_EQ(tests::hexOf(Jobs::Answer{{}, L"t"}), tests::hex("62 00 74 01000000 7400"));
 }
 
+TEST(JobRequests, PagesAreBehindAllJobsAndMissingFromAnEarlierServer) {
+  Jobs::Answer answer{{record(), record()}, L"t"};
+  answer.jobs[0].pages = 12;
+  answer.jobs[1].pages = 3;
+  const std::string whole = tests::hexOf(answer);
+  EXPECT_TRUE(whole.ends_with(tests::hex("74 01000000 7400 69 0c000000 69 03000000"))) << whole;
+  EXPECT_EQ(tests::readBack(answer).jobs, answer.jobs);
+  std::vector<unsigned char> bytes = tests::bytesOf(answer);
+  bytes.resize(bytes.size() - 10);
+  corvane::ValueReader reader = tests::readerOf(bytes);
+  EXPECT_THAT(read<Jobs::Answer>(reader).jobs, ::testing::ElementsAre(record(), record()));
+}
+
 TEST(JobState, EachHasItsWordAndWhatIsUnknownHasFailed) {
   const wchar_t* const words[] = {L"running", L"printing", L"printed", L"delivered", L"shown", L"failed", L"canceled"};
   for (int number = 1; number <= 7; ++number) {

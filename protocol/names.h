@@ -34,7 +34,7 @@ inline constexpr CS_Version kVersion{MG_VERSION_NUMBERS};
 // "process" (the spooler's process id), "user" (who prints; empty when the system does not tell), "result"
 // ("delivered", "shown" for a text that was opened with an application in the session, or "failed"), "session" (its
 // number, empty when it was not found out), "bytes" (sent to the client), and for a failed job "cause" and "remedy" (a
-// sentence each).
+// sentence each). "user", whose job it is, and where the spooler knows them "pages" are the last ones.
 inline constexpr const wchar_t* kJobNotice = L"job";
 // From an administration tool: a session's printer cannot be had on this machine. Its values: "printer" (the name on
 // the server), "session", "process" (the tool's), "result" ("refused"), "cause" and "remedy".

@@ -50,7 +50,8 @@ constexpr bool isFinal(PaperState state) {
 }
 
 // What has become of a job since it was taken, from the print client; not answered, and as often as it changes. An
-// application server that does not know the request ignores it.
+// application server that does not know the request ignores it. A client that refuses a job says why in the same way,
+// in front of its answer to the job's end: kAborted, or kCanceled where the person did not want it any more.
 struct PaperNews {
   static constexpr SessionRequest kNumber = SessionRequest::kPaperNews;
 
@@ -63,6 +64,25 @@ struct PaperNews {
   static void layout(auto& self, auto& wire) {
     wire(self.printer, self.job, self.document, self.state, self.cause, self.remedy);
   }
+};
+
+// An administrator wants a job no more that the print client's printer has; answered at once. What becomes of it is
+// told as news; where the printer cannot be told, that is the cause of news that are not final.
+struct CancelAtPrinter {
+  static constexpr SessionRequest kNumber = SessionRequest::kCancelAtPrinter;
+
+  std::wstring printer;  // the client's own name of it
+  std::wstring job;      // the name under which it came (JobStart)
+  std::wstring by;       // who wants it
+
+  static void layout(auto& self, auto& wire) { wire(self.printer, self.job, self.by); }
+
+  struct Answer {
+    bool isBegun = false;
+    std::wstring why;  // not; a sentence without its end
+
+    static void layout(auto& self, auto& wire) { wire(self.isBegun, self.why); }
+  };
 };
 
 }  // namespace protocol

@@ -15,10 +15,11 @@ class CS_Connection;
 namespace protocol {
 
 enum class SessionRequest {
-  kRegister = 20,        // from the print client
-  kJobFailed = 21,       // from the application server
-  kPrinterRefused = 22,  // from the application server
-  kPaperNews = 23,       // from the print client; paper_news.h
+  kRegister = 20,         // from the print client
+  kJobFailed = 21,        // from the application server
+  kPrinterRefused = 22,   // from the application server
+  kPaperNews = 23,        // from the print client; paper_news.h
+  kCancelAtPrinter = 24,  // from the application server; paper_news.h
 };
 
 // Brings a session's printers along; they stay for as long as the connection lasts, or until the same client brings

@@ -43,6 +43,11 @@ class Writer {
   // empty.
   void ifAny(const std::wstring& text) { ifAny(text.c_str()); }
   void ifAny(const wchar_t* text);
+  // What an earlier version does not send, at the end of a message.
+  template <class Rest>
+  void ifMore(const Rest& rest) {
+    rest();
+  }
   // A list with its length in front.
   template <class T>
   void counted(const std::vector<T>& list, const Limit&) {
@@ -102,6 +107,10 @@ class Reader {
     (take(values), ...);
   }
   void ifAny(std::wstring& text);
+  template <class Rest>
+  void ifMore(const Rest& rest) {
+    if (!m_from.atEnd()) rest();
+  }
   template <class T>
   void counted(std::vector<T>& list, const Limit& limit) {
     for (int left = takeCount(limit); left > 0; --left)

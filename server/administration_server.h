@@ -4,6 +4,7 @@
 #include "protocol/administration.h"
 #include "server/invitations.h"
 #include "server/jobs/job_book.h"
+#include "server/jobs/printer_cancel.h"
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
@@ -30,6 +31,7 @@ class AdministrationServer : public CS_Component {
     const std::chrono::milliseconds& longestNoticeWait;  // for one question
     const std::chrono::system_clock::time_point& startedAt;
     JobBook& book;
+    PrinterCancel& cancel;
   };
 
   explicit AdministrationServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}

@@ -6,6 +6,7 @@
 #include "server/invitations.h"
 #include "server/jobs/job_book.h"
 #include "server/jobs/job_history.h"
+#include "server/jobs/printer_cancel.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
@@ -60,6 +61,7 @@ struct Application {
   NoticeList notices;
   JobHistory history;
   JobBook book;
+  PrinterCancel printerCancel{book, sessions, clientNews};
   // Set before the first peer is served.
   std::optional<Invitations> invitations;  // nothing where peers need no keys
   std::string publicAddress;  // where print clients of other machines come to; empty when that is not known
@@ -72,7 +74,7 @@ struct Application {
       contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book},
                {*log, sessions, clientNews, notices, book},
                {*log, sessions, clientNews, notices, book},
-               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book},
+               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book, printerCancel},
                {*log, invitations}};
 };
 

@@ -51,6 +51,12 @@ void ClientNews::leave(const CS_Connection* client) noexcept {
   }
 }
 
+CS_RCPtr<ClientNews::Host> ClientNews::hostOf(const CS_Connection* client) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto known = m_clients.find(client);
+  return known == m_clients.end() ? CS_RCPtr<Host>() : known->second->host;
+}
+
 void ClientNews::jobAttached(const std::wstring& printer, const CS_Connection* client,
                              const std::wstring& clientsName) {
   const std::lock_guard<std::mutex> guard(m_lock);

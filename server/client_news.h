@@ -43,6 +43,9 @@ class ClientNews {
   // It has gone, or is about to; what waits for it is forgotten. Waits for nothing.
   void leave(const CS_Connection* client) noexcept;
 
+  // The component of that client; null when it has left.
+  CS_RCPtr<Host> hostOf(const CS_Connection* client);
+
   // A job of the printer, by its name on this server, goes to that client, who calls it so. Nothing when the client has
   // left.
   void jobAttached(const std::wstring& printer, const CS_Connection* client, const std::wstring& clientsName);

@@ -1,6 +1,7 @@
 #include "server/log_file.h"
 
 #include "corvane/base/process.h"
+#include "tests/support/server/no_space_past.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -8,8 +9,6 @@
 #include <iterator>
 
 #ifndef _WIN32
-#include <csignal>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -194,31 +193,12 @@ TEST_F(LogFileTest, ADeviceKeepsItsModeAndIsNeverRenamed) {
   EXPECT_EQ(modeOf("/dev/null"), before);
 }
 
-// No file of this process may become longer meanwhile, which is a disk without space for those that are.
-class NoSpacePast {
- public:
-  explicit NoSpacePast(rlim_t bytes) {
-    m_signal = std::signal(SIGXFSZ, SIG_IGN);
-    getrlimit(RLIMIT_FSIZE, &m_before);
-    const rlimit limit{bytes, m_before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~NoSpacePast() {
-    setrlimit(RLIMIT_FSIZE, &m_before);
-    std::signal(SIGXFSZ, m_signal);
-  }
-
- private:
-  rlimit m_before{};
-  void (*m_signal)(int);
-};
-
 TEST_F(LogFileTest, ALineThatAFullDiskCutEndsBeforeTheNextOne) {
   LogFile file(path(), 1000);
   ASSERT_EQ(file.open(), "");
   file.write("whole\n");
   {
-    const NoSpacePast limit(10);
+    const tests::NoSpacePast limit(10);
     EXPECT_EQ(file.write("cut in the middle\n"), "File too large");
     EXPECT_EQ(file.write("lost\n"), "File too large");
     EXPECT_EQ(content(), "whole\ncut ");
@@ -232,7 +212,7 @@ TEST_F(LogFileTest, AnotherFileBeginsWithoutTheEndOfALineThatWasCutInTheOneBefor
   LogFile file(path(), 1000);
   ASSERT_EQ(file.open(), "");
   {
-    const NoSpacePast limit(4);
+    const tests::NoSpacePast limit(4);
     EXPECT_EQ(file.write("cut in the middle\n"), "File too large");
   }
   fs::remove(path());
@@ -247,7 +227,7 @@ TEST_F(LogFileTest, AFullDiskDoesNotMakeItRename) {
   ASSERT_EQ(file.open(), "");
   file.write("whole\n");
   {
-    const NoSpacePast limit(6);
+    const tests::NoSpacePast limit(6);
     for (int i = 0; i < 100; ++i)
       EXPECT_NE(file.write("lost, but longer than the limit together\n"), "");
   }

@@ -14,6 +14,7 @@
 #include "server/application.h"
 #include "server/connection_list.h"
 #include "server/invitations.h"
+#include "server/jobs/job_log.h"
 #include "server/log_monitor.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
@@ -241,24 +242,47 @@ std::shared_ptr<aps::Application> makeApplication(const aps::Options& options, c
   return application;
 }
 
-// What a hang-up is good for, if not for ending the program: the log's file was renamed. A service manager may send one
-// where the log is no file, too.
-std::function<void()> onHangup(const std::shared_ptr<aps::Log>& log, aps::Supervision& supervision) {
-  if (!log->isFile() && !supervision.isThere()) return {};
-  return [&supervision, log] {
-    supervision.reload([&log] {
+// What a hang-up is good for, if not for ending the program: a log's file was renamed. A service manager may send one
+// where there is no such file, too. The log of jobs may be null.
+std::function<void()> onHangup(const std::shared_ptr<aps::Log>& log, aps::JobLog* jobLog,
+                               aps::Supervision& supervision) {
+  if (!log->isFile() && jobLog == nullptr && !supervision.isThere()) return {};
+  return [&supervision, jobLog, log] {
+    supervision.reload([&log, jobLog] {
+      if (jobLog != nullptr) jobLog->reopen();
       log->reopen();
       log->flush();
     });
   };
 }
 
-void endAll(aps::Application& application, aps::ConnectionList& connections) {
+// Null when there is to be none.
+std::unique_ptr<aps::JobLog> makeJobLog(const aps::Options& options, aps::Application& application) {
+  if (options.jobLog.empty()) return nullptr;
+  aps::JobLog::Settings settings;
+  settings.path = programs::toPath(options.jobLog);
+  return std::make_unique<aps::JobLog>(std::move(settings), application.history, *application.log);
+}
+
+// Null when the sessions are not kept.
+std::unique_ptr<aps::SessionKeeper> makeKeeper(const aps::Options& options, aps::Application& application) {
+  if (options.state.empty()) return nullptr;
+  return std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application.sessions, application.log);
+}
+
+// The threads that write the records, which have what the program has decided for all of its threads by now.
+void startRecords(aps::Application& application, aps::JobLog* jobLog) {
+  application.history.start();
+  if (jobLog != nullptr) jobLog->start();
+}
+
+void endAll(aps::Application& application, aps::ConnectionList& connections, aps::JobLog* jobLog) {
   application.notices.close();
   connections.endAll();
   application.clientNews.endAll();
   application.launcher.endAll();
   application.history.finish();
+  if (jobLog != nullptr) jobLog->finish();
 }
 
 // Returns the exit code.
@@ -272,6 +296,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = makeApplication(options, keys, log);
+  const std::unique_ptr<aps::JobLog> jobLog = makeJobLog(options, *application);
   const auto isNeeded = [&application = *application](const CS_Connection& connection) {
     return application.sessions.isClient(&connection) || application.jobs.isNeeded(&connection);
   };
@@ -284,11 +309,9 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
     supervision.stopping();
     listeners.stop();
   };
-  const programs::StopRequest stop(end, onHangup(log, supervision));
-  application->history.start();
-  std::unique_ptr<aps::SessionKeeper> keeper;
-  if (!options.state.empty())
-    keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
+  const programs::StopRequest stop(end, onHangup(log, jobLog.get(), supervision));
+  startRecords(*application, jobLog.get());
+  const std::unique_ptr<aps::SessionKeeper> keeper = makeKeeper(options, *application);
   aps::ConnectionList connections(log, placesFor(options, *log), keys, isNeeded,
                                   corvane::Patience().faster(options.pace));
   connections.useLines(options.packsJobs ? &compression::deflate() : nullptr, options.clientRates);
@@ -297,7 +320,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   serveAll(listeners, keys, {connections, supervision, *log});
 
   if (keeper) keeper->stop();
-  endAll(*application, connections);
+  endAll(*application, connections, jobLog.get());
   log->line("aps stops");
   log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);

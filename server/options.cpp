@@ -72,6 +72,10 @@ void addHistory(CLI::App& app, Options& options) {
   app.add_option("--history-size", options.historyLimits.megabytes, "megabytes of them that are kept; the oldest go")
       ->capture_default_str()
       ->check(CLI::Range(1, 1000000));
+  app.add_option("--job-log", options.jobLog,
+                 "file that gets the record of each job that has ended as a line of JSON, for a program that collects "
+                 "those of many servers; needs --history")
+      ->check(named);
   app.add_flag("!--no-titles", options.hasTitles, "leaves the names of documents out of the records of jobs");
 }
 
@@ -156,6 +160,11 @@ std::string contradiction(const Options& options) {
   if (!options.listenClients.empty() && options.keys.empty() && options.newKey.empty()) {
     return "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
            "folder with the keys with --keys";
+  }
+  if (!options.jobLog.empty() && options.history.empty()) {
+    return "--job-log takes the records of jobs from their history, which numbers them and keeps what the log cannot "
+           "be "
+           "given: name a file for it with --history";
   }
   const bool hasRates = options.clientRates.ofEach != 0 || !options.clientRates.ofSessions.empty();
   if (options.listenClients.empty() && (hasRates || !options.packsJobs)) {

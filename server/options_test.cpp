@@ -42,6 +42,18 @@ TEST(ApsOptions, TakeRatesAndCompressionForClientsOfOtherMachinesOnly) {
             "--client-rate: \"fast\" is not a rate; an example is 250KB, which are bytes a second\n");
 }
 
+TEST(ApsOptions, TakeALogOfJobsOnlyBesideTheirHistory) {
+  EXPECT_EQ(parseOptions({}).options.jobLog, "");
+  EXPECT_EQ(parseOptions({"--history", "h", "--job-log", "jobs.json"}).options.jobLog, "jobs.json");
+  EXPECT_EQ(parseOptions({"--history", "h", "--job-log", ""}).exitCode, 2);
+  const ParsedOptions alone = parseOptions({"--job-log", "jobs.json"});
+  EXPECT_EQ(alone.exitCode, 2);
+  EXPECT_EQ(
+      alone.message,
+      "--job-log takes the records of jobs from their history, which numbers them and keeps what the log cannot be "
+      "given: name a file for it with --history\n");
+}
+
 TEST(ApsOptions, TakeAPaceThatTheirHelpDoesNotShow) {
   EXPECT_EQ(parseOptions({}).options.pace, 1);
   EXPECT_EQ(parseOptions({"--pace", "100"}).options.pace, 100);

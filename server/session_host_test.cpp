@@ -1,6 +1,7 @@
 #include "server/session_host.h"
 
 #include "corvane/base/process.h"
+#include "corvane/base/text.h"
 #include "protocol/exchange.h"
 #include "protocol/paper_news.h"
 #include "server/application.h"
@@ -68,6 +69,31 @@ TEST_F(SessionHostTest, AnySessionLosesItsClientWithTheClientsConnection) {
     }
     EXPECT_FALSE(isConnected(session)) << session;
   }
+}
+
+// Such as the one of protocol::registerSessionClientClass(), which knows of nothing but its registration.
+TEST_F(SessionHostTest, AClientOfAnEarlierVersionCannotBeToldToCancelAtItsPrinterAndTheAnswerSaysSo) {
+  ConnectionPair pair;
+  const CS_RCPtr<CS_Component> client = protocol::makeSessionClient(pair.dialedPointer());
+  ASSERT_TRUE(enter(client, 5).isAccepted);
+  m_application->book.noticed({L"job",
+                               L"",
+                               {{L"job", L"17"},
+                                {L"printer", L"Laser (session 5)"},
+                                {L"process", L"1"},
+                                {L"result", L"delivered"},
+                                {L"session", L"5"}}});
+  m_application->book.paperNews({L"Laser", L"Laser - Job #17", L"", protocol::PaperState::kPrinting, L"", L""}, 5,
+                                L"Laser (session 5)");
+  JoinedThread serving([&] { pair.dialed().serve(); }, [&] { CS_Connection::destroy(pair.dialedPointer(), true); });
+  const auto answer = m_application->printerCancel.cancel({1, L"anna"});
+  EXPECT_FALSE(answer.isDone);
+  const std::wstring why =
+      L"is at its printer: the print client of session 5 does not know how to, or does not answer (";
+  EXPECT_NE(answer.text.find(why), std::wstring::npos) << corvane::toUtf8(answer.text);
+  EXPECT_NE(answer.text.find(L"): cancel it at the printer, or install this version of the print client there"),
+            std::wstring::npos);
+  EXPECT_EQ(answer.text.find(L"time"), std::wstring::npos) << corvane::toUtf8(answer.text);
 }
 
 TEST_F(SessionHostTest, WhatAClientTellsOfItsJobsIsKeptAsANoticeOfItsOwnSession) {

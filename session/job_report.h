@@ -73,6 +73,8 @@ class JobReport {
   UTL_String document;               // the document's name; the job's own until the report is closed
   std::int64_t bytesTaken = 0;       // that the spooler has handed over and that were sent or collected
   std::int64_t bytesSent = 0;        // to the print client; counted when the report is closed
+  DWORD pages = 0;                   // as the spooler knew them when the job began; 0 when it did not
+  bool hasMorePages = false;         // it may have come to know of more since
   const wchar_t* remark = nullptr;   // what else there is to say about a job that went well, or null; static storage
   DWORD queueError = ERROR_SUCCESS;  // with which the spooler refused to delete the job, or to mark it as sent
   bool isTold = false;               // how the job ended was told already; nothing later tells it again

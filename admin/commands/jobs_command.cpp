@@ -3,12 +3,12 @@
 #include "admin/sessions/application_server.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
+#include "protocol/job_json.h"
 
 #include <windows.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <iterator>
 #include <limits>
@@ -29,39 +29,18 @@ struct Wanted {
   bool isFailedOnly = false;
 };
 
-// The words for the stages of a job, in their order, as they stand in JSON and before their times.
-constexpr std::array kStages = {"collecting", "sending", "taking", "paper"};
-
 std::string sizeText(std::int64_t bytes) {
   if (bytes < 10000) return fmt::format("{} B", bytes);
   if (bytes < 10000000) return fmt::format("{} kB", bytes / 1000);
   return fmt::format("{} MB", bytes / 1000000);
 }
 
-Json jobJson(const JobRecord& job) {
-  Json stages;
-  for (std::size_t i = 0; i < kStages.size(); ++i)
-    stages[kStages[i]] = job.milliseconds[i] == JobRecord::kNotReached ? Json() : Json(job.milliseconds[i]);
-  return {{"job", job.number},
-          {"state", textValue(protocol::wordOf(job.state))},
-          {"server", textValue(job.server)},
-          {"user", textValue(job.user)},
-          {"session", job.session},
-          {"printer", textValue(job.printer)},
-          {"document", textValue(job.document)},
-          {"spoolerJob", textValue(job.spoolerJob)},
-          {"process", job.process},
-          {"copies", job.copies},
-          {"bytes", job.bytes},
-          {"began", textValue(job.began)},
-          {"ended", job.ended.empty() ? Json() : Json(textValue(job.ended))},
-          {"milliseconds", stages},
-          {"cause", textValue(job.cause)},
-          {"remedy", textValue(job.remedy)}};
-}
-
 std::string orDash(const std::wstring& text) {
   return text.empty() ? "-" : oneLine(text);
+}
+
+std::string numberOrDash(int number) {
+  return number == 0 ? "-" : std::to_string(number);
 }
 
 // One line for a job, and one below it for why.
@@ -76,12 +55,12 @@ void sayJob(const JobRecord& job, Output& output) {
 
 void sayStory(const JobRecord& job, Output& output) {
   sayJob(job, output);
-  output.line(fmt::format("        on {}, spooler's job {} of process {}, copies: {}", orDash(job.server),
-                          orDash(job.spoolerJob), job.process, job.copies == 0 ? "-" : std::to_string(job.copies)));
+  output.line(fmt::format("        on {}, spooler's job {} of process {}, copies: {}, pages: {}", orDash(job.server),
+                          orDash(job.spoolerJob), job.process, numberOrDash(job.copies), numberOrDash(job.pages)));
   std::string times;
-  for (std::size_t i = 0; i < kStages.size(); ++i) {
+  for (std::size_t i = 0; i < protocol::kStageWords.size(); ++i) {
     if (job.milliseconds[i] != JobRecord::kNotReached) {
-      times += fmt::format("{}{} {} ms", times.empty() ? "" : ", ", kStages[i], job.milliseconds[i]);
+      times += fmt::format("{}{} {} ms", times.empty() ? "" : ", ", protocol::kStageWords[i], job.milliseconds[i]);
     }
   }
   if (!times.empty()) output.line(fmt::format("        {}", times));
@@ -123,7 +102,7 @@ ExitCode list(const Wanted& wanted, Output& output) {
   }
   Json jobs = Json::array();
   for (const JobRecord& job : all.jobs) {
-    jobs.push_back(jobJson(job));
+    jobs.push_back(protocol::jobJson(job));
     wanted.job != 0 ? sayStory(job, output) : sayJob(job, output);
   }
   if (all.jobs.empty() && wanted.job == 0) output.line("no such jobs");
@@ -191,8 +170,8 @@ void addCancelCommand(CLI::App& app, Invocation& invocation) {
   auto job = std::make_shared<int>(0);
   auto port = std::make_shared<int>(0);
   CLI::App& command = addCommand(app, invocation, "cancel",
-                                 "Cancels a job that is running. It ends for the application as when the print client "
-                                 "has gone.",
+                                 "Cancels a job that is running: it ends for the application as when the print client "
+                                 "has gone. One that the print client's printer has is canceled there.",
                                  {"cancel 17"});
   command.add_option("job", *job, "its number, from mgprintmon jobs")
       ->required()

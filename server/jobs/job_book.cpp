@@ -55,6 +55,10 @@ std::int64_t numberIn(const std::wstring& text) {
   return number;
 }
 
+std::wstring describe(const JobRecord& job) {
+  return fmt::format(L"job {} \"{}\" on \"{}\"", job.number, job.document, job.printer);
+}
+
 JobState stateOfPaper(PaperState paper) {
   switch (paper) {
     case PaperState::kWaiting:
@@ -108,6 +112,8 @@ void JobBook::startLocked(Entry& entry, const CS_BridgeRouter::Passing& passing)
   const auto start = readMessage<protocol::JobStart>(passing.payload);
   entry.record.spoolerJob = jobNumberOf(start.jobName);
   entry.record.copies = start.copies;
+  entry.name = start.jobName;
+  entry.clientsPrinter = start.printerName;
   if (m_settings.hasTitles) entry.record.document = shortened(start.documentName);
 }
 
@@ -117,6 +123,7 @@ void JobBook::answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passi
   if (entry.router) entry.record.bytes = static_cast<std::int64_t>(entry.router->bytesPassed());
   entry.record.ended = utcNow();
   if (static_cast<int>(result) <= 0) {
+    if (entry.isRefused) return;  // the print client has said more
     failLocked(entry, protocol::textOf(result), L"See in the print client's output what it says about the job.");
   } else if (!entry.hasPaper) {
     entry.record.state = JobState::kDelivered;
@@ -242,8 +249,9 @@ void JobBook::noticed(const CS_Notice& notice) {
   entry.isNoticed = true;
   entry.record.spoolerJob = number;
   entry.record.user = textIn(notice, L"user");
+  entry.record.pages = static_cast<int>(std::min<std::int64_t>(numberIn(textIn(notice, L"pages")), 1000000000));
   if (m_settings.hasTitles) entry.record.document = textIn(notice, L"document");
-  if (result == L"failed" && entry.canceledBy.empty()) {
+  if (result == L"failed" && entry.canceledBy.empty() && !entry.isRefused) {
     failLocked(entry, textIn(notice, L"cause"), textIn(notice, L"remedy"));
   }
   m_history.put(entry.record);
@@ -259,15 +267,50 @@ void JobBook::paperNews(const protocol::PaperNews& news, int session, const std:
   if (found == m_jobs.end()) return;
   Entry& entry = found->second;
   entry.hasPaper = true;
+  ++entry.news;
+  const bool isAnswered = !entry.record.ended.empty();
+  entry.isRefused = !isAnswered && (news.state == PaperState::kAborted || news.state == PaperState::kCanceled);
   entry.record.state = stateOfPaper(news.state);
   entry.record.cause = shortened(news.cause);
   entry.record.remedy = shortened(news.remedy);
-  if (protocol::isFinal(news.state) && news.state != PaperState::kHandedOn) {
+  if (news.state == PaperState::kCanceled && !entry.canceledBy.empty()) {
+    entry.record.cause = fmt::format(L"It was canceled by {}.", entry.canceledBy);
+  }
+  if (!entry.isRefused && protocol::isFinal(news.state) && news.state != PaperState::kHandedOn) {
     const auto began = entry.stageBegan;
     stageEndsLocked(entry, protocol::kPaper);
     entry.stageBegan = began;  // news may be corrected by later news
   }
   m_history.put(entry.record);
+  m_changed.notify_all();
+}
+
+std::optional<JobBook::AtPrinter> JobBook::findAtPrinter(int job) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found == m_jobs.end()) return std::nullopt;
+  const Entry& entry = found->second;
+  if (entry.record.state != JobState::kPrinting || entry.record.ended.empty()) return std::nullopt;
+  return AtPrinter{
+      describe(entry.record), entry.record.printer, entry.clientsPrinter, entry.name, entry.record.session, entry.news};
+}
+
+void JobBook::cancelsAtPrinter(int job, const std::wstring& by) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found != m_jobs.end()) found->second.canceledBy = shortened(by);
+}
+
+std::optional<JobRecord> JobBook::awaitPaper(int job, int news, std::chrono::milliseconds time) {
+  std::unique_lock<std::mutex> guard(m_lock);
+  m_changed.wait_for(guard, time, [&] {
+    const auto found = m_jobs.find(job);
+    if (found == m_jobs.end() || isFinal(found->second.record.state)) return true;
+    return found->second.news > news && !found->second.record.cause.empty();
+  });
+  const auto found = m_jobs.find(job);
+  if (found == m_jobs.end()) return std::nullopt;
+  return found->second.record;
 }
 
 std::map<int, JobBook::Entry>::iterator JobBook::oldestLocked(bool isAtPrinter) {
@@ -310,7 +353,7 @@ protocol::CancelJob::Answer JobBook::cancel(const protocol::CancelJob& wanted) {
     const auto found = m_jobs.find(wanted.job);
     if (found == m_jobs.end()) return {false, fmt::format(L"no job {} is running", wanted.job)};
     Entry& entry = found->second;
-    what = fmt::format(L"job {} \"{}\" on \"{}\"", wanted.job, entry.record.document, entry.record.printer);
+    what = describe(entry.record);
     if (!entry.router || !entry.record.ended.empty()) {
       const bool isAtPrinter = entry.record.state == JobState::kPrinting;
       return {false, fmt::format(L"{} {}", what,

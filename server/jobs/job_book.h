@@ -7,6 +7,7 @@
 #include "server/jobs/job_history.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <map>
 #include <mutex>
@@ -50,6 +51,23 @@ class JobBook : public JobWatch {
   protocol::Jobs::Answer find(const protocol::Jobs& wanted);
   protocol::CancelJob::Answer cancel(const protocol::CancelJob& wanted);
 
+  // A job that its print client has and whose printer is at it.
+  struct AtPrinter {
+    std::wstring what;            // the job, for a line
+    std::wstring printer;         // its name on this server
+    std::wstring clientsPrinter;  // the client's own name of it
+    std::wstring name;            // under which the job travels
+    int session = 0;
+    int news = 0;  // that the client has told of it so far
+  };
+  // Nothing when the job is elsewhere, or has ended.
+  std::optional<AtPrinter> findAtPrinter(int job);
+  // Whoever wants it canceled at its printer, for its record when it is; empty when that did not begin.
+  void cancelsAtPrinter(int job, const std::wstring& by);
+  // The job's record once it has ended at its printer, or there is news of it with a cause behind so many; as it is
+  // after that time. Nothing when the job is not known any more.
+  std::optional<protocol::JobRecord> awaitPaper(int job, int news, std::chrono::milliseconds time);
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -58,9 +76,12 @@ class JobBook : public JobWatch {
     Clock::time_point stageBegan = Clock::now();
     CS_RCPtr<CS_BridgeRouter> router;  // while it has a route
     std::wstring canceledBy;
-    bool hasEnded = false;   // for the port monitor
-    bool isNoticed = false;  // the port monitor has said how
-    bool hasPaper = false;   // the print client has told of it
+    std::wstring name, clientsPrinter;  // as its start says
+    int news = 0;                       // of the print client
+    bool isRefused = false;             // the print client has said why, before it answered
+    bool hasEnded = false;              // for the port monitor
+    bool isNoticed = false;             // the port monitor has said how
+    bool hasPaper = false;              // the print client has told of it
   };
 
   Entry& beginLocked(const std::wstring& printer, int session, int process);
@@ -78,7 +99,8 @@ class JobBook : public JobWatch {
 
   JobHistory& m_history;
   const Settings m_settings;
-  std::mutex m_lock;            // guards what follows
+  std::mutex m_lock;  // guards what follows
+  std::condition_variable m_changed;
   std::map<int, Entry> m_jobs;  // by number
   std::size_t m_ended = 0;      // of them
 };

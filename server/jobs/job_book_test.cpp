@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace aps {
 namespace {
@@ -112,6 +113,100 @@ TEST_F(JobBookTest, AJobThatRunsIsKnownFromItsStart) {
   EXPECT_NE(job.began, L"");
   EXPECT_EQ(job.ended, L"");
   EXPECT_EQ(job.milliseconds, (std::array<int, 4>{-1, -1, -1, -1}));
+}
+
+TEST_F(JobBookTest, ThePagesAreThoseOfTheNoticeAndAreNotKnownWithoutThem) {
+  start(begin());
+  CS_Notice told = notice(L"delivered");
+  told.values.emplace_back(L"pages", L"12");
+  m_book.noticed(told);
+  EXPECT_EQ(only().pages, 12);
+  start(begin(), L"18");
+  m_book.noticed(notice(L"delivered", L"18"));
+  EXPECT_EQ(all()[0].pages, 0);
+  start(begin(), L"19");
+  told = notice(L"delivered", L"19");
+  told.values.emplace_back(L"pages", L"-3");
+  m_book.noticed(told);
+  EXPECT_EQ(all()[0].pages, 0);
+}
+
+// The print client tells it in front of its answer.
+TEST_F(JobBookTest, WhyTheClientRefusedAJobIsItsCauseWhateverTheAnswerAndTheNoticeSay) {
+  const int job = begin();
+  start(job);
+  news(PaperState::kAborted);
+  answer(job, PrintResult::kNotTaken);
+  end(job);
+  m_book.noticed(notice(L"failed"));
+  EXPECT_EQ(only().state, JobState::kFailed);
+  EXPECT_EQ(only().cause, L"No paper.");
+  EXPECT_EQ(only().remedy, L"Put some in.");
+  EXPECT_EQ(only().user, L"PC\\anna");
+  EXPECT_EQ(only().milliseconds[protocol::kPaper], -1);
+}
+
+TEST_F(JobBookTest, AJobThatItsPersonCanceledAtTheClientIsCanceledWhateverTheAnswerSays) {
+  const int job = begin();
+  start(job);
+  news(PaperState::kCanceled);
+  answer(job, PrintResult::kNotTaken);
+  end(job);
+  m_book.noticed(notice(L"failed"));
+  EXPECT_EQ(only().state, JobState::kCanceled);
+  EXPECT_EQ(only().cause, L"No paper.");
+}
+
+TEST_F(JobBookTest, AJobIsAtItsPrinterBetweenItsEndAndTheLastNews) {
+  const int job = begin();
+  EXPECT_FALSE(m_book.findAtPrinter(job));
+  start(job);
+  news(PaperState::kPrinting);
+  EXPECT_FALSE(m_book.findAtPrinter(job));
+  answer(job, PrintResult::kPrinted);
+  end(job);
+  const auto at = m_book.findAtPrinter(job);
+  ASSERT_TRUE(at);
+  EXPECT_EQ(at->what, L"job 1 \"Letter\" on \"Laser (session 5)\"");
+  EXPECT_EQ(at->printer, L"Laser (session 5)");
+  EXPECT_EQ(at->clientsPrinter, L"Laser");
+  EXPECT_EQ(at->name, L"Laser - Job #17");
+  EXPECT_EQ(at->session, 5);
+  EXPECT_EQ(at->news, 1);
+  news(PaperState::kPrinted);
+  EXPECT_FALSE(m_book.findAtPrinter(job));
+  EXPECT_FALSE(m_book.findAtPrinter(job + 1));
+}
+
+TEST_F(JobBookTest, AJobThatIsCanceledAtItsPrinterSaysByWhom) {
+  const int job = begin();
+  start(job);
+  news(PaperState::kPrinting);
+  answer(job, PrintResult::kPrinted);
+  end(job);
+  m_book.cancelsAtPrinter(job, L"PC\\admin");
+  std::thread printer([this] { news(PaperState::kCanceled); });
+  const auto record = m_book.awaitPaper(job, 1, std::chrono::hours(1));
+  printer.join();
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->state, JobState::kCanceled);
+  EXPECT_EQ(record->cause, L"It was canceled by PC\\admin.");
+  EXPECT_EQ(only().cause, L"It was canceled by PC\\admin.");
+}
+
+TEST_F(JobBookTest, NewsOfAJobAtItsPrinterEndTheWaitOnlyWithACauseOrTheEnd) {
+  const int job = begin();
+  start(job);
+  news(PaperState::kPrinting);
+  answer(job, PrintResult::kPrinted);
+  const auto before = m_book.awaitPaper(job, 1, std::chrono::milliseconds(0));
+  ASSERT_TRUE(before);
+  EXPECT_EQ(before->state, JobState::kPrinting);
+  news(PaperState::kStopped);
+  const auto after = m_book.awaitPaper(job, 1, std::chrono::hours(1));
+  ASSERT_TRUE(after);
+  EXPECT_EQ(after->cause, L"No paper.");
+  EXPECT_FALSE(m_book.awaitPaper(job + 1, 0, std::chrono::hours(1)));
 }
 
 TEST_F(JobBookTest, AJobThatArrivesHasItsStagesItsUserAndItsEnd) {

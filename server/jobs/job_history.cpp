@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <string_view>
 #include <system_error>
 
 namespace aps {
@@ -29,10 +30,22 @@ constexpr char kSchema[] =
     "paper_ms INTEGER NOT NULL, cause TEXT NOT NULL, remedy TEXT NOT NULL);"
     "CREATE INDEX IF NOT EXISTS jobs_by_time ON jobs(began);";
 
+// What later versions keep besides; a file of an earlier one gets these columns.
+struct Addition {
+  const char* column;
+  const char* filling;  // for the records that are there
+};
+constexpr Addition kAdditions[] = {
+    {"pages", ""},                                  // 0 when they are not known
+    {"change", "UPDATE jobs SET change = number"},  // JobHistory::Change::number
+    {"logged", ""},                                 // that of the change that a log has
+};
+constexpr char kLogIndex[] = "CREATE INDEX IF NOT EXISTS jobs_to_log ON jobs(number) WHERE change > logged;";
+
 constexpr char kColumns[] =
     "number, state, server, user, session, printer, document, spooler_job, process, copies, bytes, began, ended, "
-    "collecting_ms, sending_ms, taking_ms, paper_ms, cause, remedy";
-constexpr int kColumnCount = 19;
+    "collecting_ms, sending_ms, taking_ms, paper_ms, cause, remedy, pages";
+constexpr int kColumnCount = 20;
 
 void bindAll(Statement& statement, const JobRecord& job) {
   int at = 0;
@@ -55,6 +68,7 @@ void bindAll(Statement& statement, const JobRecord& job) {
     number(time);
   put(job.cause);
   put(job.remedy);
+  number(job.pages);
 }
 
 JobRecord recordOf(const Statement& row) {
@@ -79,14 +93,40 @@ JobRecord recordOf(const Statement& row) {
     time = static_cast<int>(number());
   job.cause = text();
   job.remedy = text();
+  job.pages = static_cast<int>(number());
   return job;
 }
 
-std::string questionMarks() {
-  std::string marks = "?";
-  for (int i = 1; i < kColumnCount; ++i)
-    marks += ",?";
-  return marks;
+// Writes a record with the number of its change behind it, and leaves what is kept besides as it is.
+std::string upsert() {
+  std::string marks, sets;
+  for (int i = 0; i < kColumnCount; ++i)
+    marks += "?,";
+  for (std::string_view left = kColumns; !left.empty();) {
+    const std::size_t end = std::min(left.find(", "), left.size());
+    sets += fmt::format("{0} = excluded.{0}, ", left.substr(0, end));
+    left.remove_prefix(std::min(end + 2, left.size()));
+  }
+  return fmt::format(
+      "INSERT INTO jobs({}, change) VALUES({}?) ON CONFLICT(number) DO UPDATE SET {}change = excluded.change", kColumns,
+      marks, sets);
+}
+
+// All of it, or nothing when it throws.
+template <class Work>
+void inTransaction(Database& database, const Work& work) {
+  database.run("BEGIN IMMEDIATE");
+  try {
+    work();
+    database.run("COMMIT");
+  } catch (const DatabaseFailure&) {
+    try {
+      database.run("ROLLBACK");
+    } catch (const DatabaseFailure&) {
+      // SQLite has done it already.
+    }
+    throw;
+  }
 }
 
 // Far above the numbers of a file that cannot be read, and rising with time.
@@ -143,16 +183,41 @@ void JobHistory::openDatabase() {
   m_database = std::make_unique<Database>(m_path);
   m_database->run(fmt::format("PRAGMA busy_timeout={};", kLongestTry).c_str());
   m_database->run(kSchema);
+  addColumns();
+  m_change = std::max(m_change, m_database->number("SELECT max(change) FROM jobs") + 1);
   const auto latest = static_cast<int>(m_database->number("SELECT max(number) FROM jobs"));
-  Statement left(*m_database,
-                 "UPDATE jobs SET state = 'failed', ended = began, cause = ?, remedy = ? "
-                 "WHERE state = 'running'");
-  left.bind(1, std::wstring(L"The application server ended while the job was running."));
-  left.bind(2, std::wstring(L"See whether the page is there, and print again if it is not."));
-  left.step();
+  endLeftJobs();
   prune();
   const std::lock_guard<std::mutex> guard(m_lock);
   m_latest = std::max(m_latest, latest);
+}
+
+// Of jobs that an earlier process has left. One whose print client has told of it before it answered has not failed.
+void JobHistory::endLeftJobs() {
+  Statement ended(*m_database,
+                  "UPDATE jobs SET ended = began, change = ? WHERE ended = '' AND "
+                  "state IN ('printing', 'printed', 'delivered', 'shown', 'failed', 'canceled')");
+  ended.bind(1, m_change);
+  ended.step();
+  Statement left(*m_database,
+                 "UPDATE jobs SET state = 'failed', ended = began, cause = ?, remedy = ?, change = ? "
+                 "WHERE state = 'running'");
+  left.bind(1, std::wstring(L"The application server ended while the job was running."));
+  left.bind(2, std::wstring(L"See whether the page is there, and print again if it is not."));
+  left.bind(3, m_change);
+  left.step();
+}
+
+void JobHistory::addColumns() {
+  for (const Addition& added : kAdditions) {
+    const std::string known =
+        fmt::format("SELECT count(*) FROM pragma_table_info('jobs') WHERE name = '{}'", added.column);
+    if (m_database->number(known.c_str()) != 0) continue;
+    m_database->run(fmt::format("BEGIN; ALTER TABLE jobs ADD COLUMN {} INTEGER NOT NULL DEFAULT 0; {}; COMMIT;",
+                                added.column, added.filling)
+                        .c_str());
+  }
+  m_database->run(kLogIndex);
 }
 
 void JobHistory::setAside() {
@@ -235,6 +300,7 @@ void JobHistory::run() noexcept {
     guard.unlock();
     tellTrouble(why.value_or(""));
     m_changed.notify_all();
+    if (!why && m_onWritten) m_onWritten();
     guard.lock();
     if (!why) continue;
     if (m_isStopping) return;
@@ -268,28 +334,22 @@ std::optional<std::string> JobHistory::writeWaiting(const std::map<int, JobRecor
 }
 
 void JobHistory::writeAll(const std::map<int, JobRecord>& records) {
-  m_database->run("BEGIN IMMEDIATE");
-  try {
-    Statement insert(*m_database, fmt::format("INSERT OR REPLACE INTO jobs({}) VALUES({})", kColumns, questionMarks()));
+  inTransaction(*m_database, [&] {
+    Statement insert(*m_database, upsert());
     for (const auto& [number, record] : records) {
       bindAll(insert, record);
+      insert.bind(kColumnCount + 1, ++m_change);
       insert.step();
       insert.reset();
     }
-    m_database->run("COMMIT");
-  } catch (const DatabaseFailure&) {
-    try {
-      m_database->run("ROLLBACK");
-    } catch (const DatabaseFailure&) {
-      // SQLite has done it already.
-    }
-    throw;
-  }
+  });
   m_sincePruned += static_cast<int>(records.size());
   if (m_sincePruned >= (m_path.empty() ? kBetweenPruningsInMemory : kBetweenPrunings)) prune();
 }
 
 void JobHistory::prune() {
+  const auto toBeLogged = [this] { return m_database->number("SELECT count(*) FROM jobs WHERE change > logged"); };
+  const std::int64_t before = m_onWritten ? toBeLogged() : 0;
   m_sincePruned = 0;
   Statement old(*m_database, "DELETE FROM jobs WHERE began < ?");
   old.bind(1, programs::utcText(system_clock::now() - std::chrono::hours(24) * m_limits.days));
@@ -309,6 +369,7 @@ void JobHistory::prune() {
         "DELETE FROM jobs WHERE number IN "
         "(SELECT number FROM jobs ORDER BY number LIMIT (SELECT count(*) / 10 + 1 FROM jobs))");
   }
+  if (m_onWritten) m_dropped += before - toBeLogged();
 }
 
 // Who learns from find() that the file takes nothing, or takes records again, finds the line about it in the log.
@@ -364,6 +425,40 @@ protocol::Jobs::Answer JobHistory::find(const protocol::Jobs& wanted) {
     answer.trouble = corvane::fromUtf8(failure.what());
   }
   return answer;
+}
+
+std::vector<JobHistory::Change> JobHistory::changesToLog(int most) {
+  const std::lock_guard<std::mutex> guard(m_databaseLock);
+  std::vector<Change> changes;
+  if (!m_database) return changes;
+  Statement rows(*m_database, fmt::format("SELECT {}, change FROM jobs WHERE change > logged AND ended <> '' "
+                                          "ORDER BY number LIMIT ?",
+                                          kColumns));
+  rows.bind(1, most);
+  while (rows.step())
+    changes.push_back({recordOf(rows), rows.number(kColumnCount)});
+  return changes;
+}
+
+std::int64_t JobHistory::takeDroppedChanges() {
+  const std::lock_guard<std::mutex> guard(m_databaseLock);
+  return std::exchange(m_dropped, 0);
+}
+
+void JobHistory::haveBeenLogged(const std::vector<Change>& changes) {
+  const std::lock_guard<std::mutex> guard(m_databaseLock);
+  if (!m_database) return;
+  inTransaction(*m_database, [&] {
+    Statement mark(*m_database, "UPDATE jobs SET logged = ? WHERE number = ?");
+    for (const Change& change : changes) {
+      mark.bind(1, change.number);
+      mark.bind(2, change.record.number);
+      mark.step();
+      mark.reset();
+      // Of one that has gone meanwhile nothing is missing.
+      if (m_database->number("SELECT changes()") == 0 && m_dropped > 0) --m_dropped;
+    }
+  });
 }
 
 }  // namespace aps

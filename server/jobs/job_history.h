@@ -7,13 +7,16 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace aps {
 
@@ -60,9 +63,26 @@ class JobHistory {
   // The latest first. What cannot be read is said in the answer.
   protocol::Jobs::Answer find(const protocol::Jobs& wanted);
 
+  // The record of a job that has ended, and its change: a number that rises with every record of a job that is written.
+  struct Change {
+    protocol::JobRecord record;
+    std::int64_t number = 0;
+  };
+  // For a log of the jobs that have ended (JobLog): those of which it does not have the latest change, in the order of
+  // their numbers. Throws DatabaseFailure, as does the next one; none while the file cannot be opened.
+  std::vector<Change> changesToLog(int most);
+  // It has these now. They are kept in the file, so that no change is forgotten however this process ends.
+  void haveBeenLogged(const std::vector<Change>& changes);
+  // How many of those that are to be logged have gone by the limits since the last call.
+  std::int64_t takeDroppedChanges();
+  // Calls this after records are written, on the thread that writes them. Set before start().
+  void onWritten(std::function<void()> handler) { m_onWritten = std::move(handler); }
+
  private:
   void open();
   void openDatabase();
+  void addColumns();
+  void endLeftJobs();
   void setAside();
   void startLocked() noexcept;
   void wantLocked() noexcept;
@@ -81,6 +101,9 @@ class JobHistory {
   std::mutex m_databaseLock;             // guards the two behind it; never taken with the other lock held
   std::unique_ptr<Database> m_database;  // null when it cannot be had
   int m_sincePruned = 0;                 // records written
+  std::int64_t m_change = 0;             // the number of the latest
+  std::int64_t m_dropped = 0;            // changes that were to be logged
+  std::function<void()> m_onWritten;
 
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_changed;

@@ -51,6 +51,7 @@ class JobHistoryTest : public ::testing::Test {
     job.spoolerJob = L"17";
     job.process = 1234;
     job.copies = 3;
+    job.pages = 12;
     job.bytes = 5000000000;
     job.began = programs::utcText(std::chrono::system_clock::now());
     job.ended = job.began;
@@ -178,6 +179,22 @@ TEST_F(JobHistoryTest, AJobThatWasRunningWhenTheServerEndedHasFailed) {
   EXPECT_EQ(found[1].ended, found[1].began);
 }
 
+TEST_F(JobHistoryTest, AJobOfWhichTheClientHadToldBeforeItAnsweredHasEndedAsItSaid) {
+  {
+    JobHistory history(file(), {}, *m_log);
+    JobRecord told = record(1, JobState::kDelivered);
+    told.ended = L"";
+    history.put(told);
+  }
+  JobHistory again(file(), {}, *m_log);
+  const auto found = again.find(all()).jobs;
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].state, JobState::kDelivered);
+  EXPECT_EQ(found[0].ended, found[0].began);
+  EXPECT_EQ(found[0].cause, L"Cause.");
+  EXPECT_EQ(again.changesToLog(10).size(), 1u);
+}
+
 TEST_F(JobHistoryTest, WhatIsTooOldOrTooMuchGoesWithTheNextStart) {
   {
     JobHistory history(file(), {}, *m_log);
@@ -275,6 +292,52 @@ TEST_F(JobHistoryTest, AFileThatCannotBeMadeIsSaidAndJobsHaveNumbersAllTheSame) 
   history.awaitWritten(number);
   EXPECT_EQ(history.find(all()).trouble, L"unable to open database file");
   EXPECT_THAT(logged(), HasSubstr(") takes nothing: unable to open database file; jobs print all the same"));
+}
+
+// As the version wrote it that knew of nothing to log.
+TEST_F(JobHistoryTest, AFileOfAnEarlierVersionIsTakenOverWithItsRecords) {
+  {
+    Database earlier(file());
+    earlier.run(
+        "PRAGMA journal_mode=WAL; CREATE TABLE jobs("
+        "number INTEGER PRIMARY KEY, state TEXT NOT NULL, server TEXT NOT NULL, user TEXT NOT NULL,"
+        "session INTEGER NOT NULL, printer TEXT NOT NULL, document TEXT NOT NULL, spooler_job TEXT NOT NULL,"
+        "process INTEGER NOT NULL, copies INTEGER NOT NULL, bytes INTEGER NOT NULL, began TEXT NOT NULL,"
+        "ended TEXT NOT NULL, collecting_ms INTEGER NOT NULL, sending_ms INTEGER NOT NULL, taking_ms INTEGER NOT NULL,"
+        "paper_ms INTEGER NOT NULL, cause TEXT NOT NULL, remedy TEXT NOT NULL);"
+        "CREATE INDEX jobs_by_time ON jobs(began);"
+        "INSERT INTO jobs VALUES(41, 'printed', 's', 'u', 5, 'p', 'd', '17', 77, 2, 3, '2099-01-31T23:59:59Z',"
+        "'2099-01-31T23:59:59Z', 1, 2, 3, 4, 'c', 'r');");
+  }
+  for (int start = 0; start < 2; ++start) {
+    JobHistory history(file(), {}, *m_log);
+    const auto found = history.find(all()).jobs;
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].number, 41);
+    EXPECT_EQ(found[0].state, JobState::kPrinted);
+    EXPECT_EQ(found[0].remedy, L"r");
+    EXPECT_EQ(found[0].pages, 0);
+    EXPECT_EQ(history.nextNumber(), 42);
+    ASSERT_EQ(history.changesToLog(10).size(), 1u);
+    EXPECT_EQ(history.changesToLog(10)[0].number, 41);
+  }
+  EXPECT_EQ(logged(), "");
+}
+
+TEST_F(JobHistoryTest, AChangeThatComesWhileTheOneBeforeIsLoggedIsToBeLoggedStill) {
+  JobHistory history(file(), {}, *m_log);
+  history.put(record(1));
+  history.awaitWritten(1);
+  const auto before = history.changesToLog(10);
+  history.put(record(1, JobState::kPrinted));
+  history.awaitWritten(1);
+  history.haveBeenLogged(before);
+  const auto changes = history.changesToLog(10);
+  ASSERT_EQ(changes.size(), 1u);
+  EXPECT_EQ(changes[0].record.state, JobState::kPrinted);
+  EXPECT_GT(changes[0].number, before[0].number);
+  history.haveBeenLogged(changes);
+  EXPECT_THAT(history.changesToLog(10), IsEmpty());
 }
 
 #ifndef _WIN32

@@ -9,9 +9,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <signal.h>
 #include <sqlite3.h>
@@ -61,6 +64,24 @@ std::vector<long long> numbers(const std::filesystem::path& file, const std::str
   sqlite3_close(database);
   return found;
 }
+
+// The latest line of each job in logs of jobs, every one of which is whole JSON, and how many lines there are.
+struct LoggedJobs {
+  explicit LoggedJobs(const std::vector<std::filesystem::path>& files) {
+    for (const auto& file : files) {
+      std::ifstream in(file, std::ios::binary);
+      EXPECT_TRUE(in) << file;
+      for (std::string line; std::getline(in, line); ++lines) {
+        EXPECT_FALSE(in.eof()) << "without its end: " << line;
+        const auto job = nlohmann::json::parse(line);
+        auto& latest = jobs[job.at("job")];
+        if (latest.is_null() || latest.at("change") < job.at("change")) latest = job;
+      }
+    }
+  }
+  std::map<int, nlohmann::json> jobs;
+  int lines = 0;
+};
 
 TEST_F(JobRecords, AJobIsKnownWhileItRunsAndWhenItHasArrived) {
   Scene scene;
@@ -161,8 +182,9 @@ TEST_F(JobRecords, AJobThatEndsAtTheMomentItIsCanceledHasOneEnd) {
   std::printf("of 200 jobs %d were canceled\n", canceled);
 }
 
-TEST_F(JobRecords, AThousandJobsOfTenUsersAreCountedBySql) {
-  Scene scene({"--history", "{folder}/jobs.sqlite"});
+TEST_F(JobRecords, AThousandJobsOfTenUsersAreCountedBySqlAndInTheLogOfJobsThatIsRenamedMeanwhile) {
+  Scene scene({"--history", "{folder}/jobs.sqlite", "--job-log", "{folder}/jobs.json"});
+  const auto log = scene.folder() / "jobs.json", before = scene.folder() / "jobs.before";
   const auto client = scene.startClient(5, {"Laser-2"});
   std::vector<std::thread> users;
   for (int user = 0; user < 10; ++user) {
@@ -186,6 +208,9 @@ TEST_F(JobRecords, AThousandJobsOfTenUsersAreCountedBySql) {
       }
     });
   }
+  EXPECT_TRUE(comesTrue([&] { return std::filesystem::exists(log) && file_size(log) > 0; }, 60));
+  std::filesystem::rename(log, before);
+  scene.server().signal(SIGHUP);
   for (std::thread& user : users)
     user.join();
   const auto file = scene.folder() / "jobs.sqlite";
@@ -200,6 +225,14 @@ TEST_F(JobRecords, AThousandJobsOfTenUsersAreCountedBySql) {
   EXPECT_EQ(numbers(file, "SELECT count(DISTINCT document) FROM jobs"), std::vector<long long>{1000});
   EXPECT_EQ(numbers(file, "SELECT count(*) FROM jobs WHERE state = 'delivered' GROUP BY user ORDER BY user"),
             std::vector<long long>(10, 100));
+  const LoggedJobs logged({before, log});
+  std::map<std::string, int> ofUsers;
+  for (const auto& [number, job] : logged.jobs)
+    if (job.at("state") == "delivered") ++ofUsers[job.at("user")];
+  EXPECT_EQ(ofUsers.size(), 10u);
+  for (const auto& [user, count] : ofUsers)
+    EXPECT_EQ(count, 100) << user;
+  std::printf("%d lines of %zu jobs\n", logged.lines, logged.jobs.size());
 }
 
 TEST_F(JobRecords, AFullDiskBelowTheHistoryIsSaidAndStopsNoJob) {
@@ -223,7 +256,7 @@ TEST_F(JobRecords, AFullDiskBelowTheHistoryIsSaidAndStopsNoJob) {
 // Jobs on several connections, while the server is killed and comes back, again and again.
 TEST_F(JobRecords, OfAServerThatIsKilledNoRecordIsLostOfAJobThatHadEndedAndNoneIsThereTwice) {
   const int kills = std::getenv("MG_LONG_TESTS") != nullptr ? 100 : 10;
-  Scene scene({"--history", "{folder}/jobs.sqlite", "--client-wait", "20"});
+  Scene scene({"--history", "{folder}/jobs.sqlite", "--job-log", "{folder}/jobs.json", "--client-wait", "20"});
   const auto client = scene.startClient(5, {"Laser-2"});
   const int port = scene.port();
   std::atomic<bool> isOver{false}, isUp{true};
@@ -275,8 +308,15 @@ TEST_F(JobRecords, OfAServerThatIsKilledNoRecordIsLostOfAJobThatHadEndedAndNoneI
   EXPECT_EQ(numbers(file, "SELECT count(*) FROM jobs WHERE state NOT IN ('delivered', 'failed')"),
             std::vector<long long>{0});
   EXPECT_THAT(numbers(file, "SELECT spooler_job FROM jobs GROUP BY spooler_job HAVING count(*) > 1"), SizeIs(0));
-  std::printf("%d kills, %zu jobs had ended, %zu have a record that says so\n", kills, answered.size(),
-              recorded.size());
+  const LoggedJobs logged({scene.folder() / "jobs.json"});
+  std::multiset<std::string> delivered;
+  for (const auto& [number, job] : logged.jobs)
+    if (job.at("state") == "delivered") delivered.insert(job.at("spoolerJob"));
+  for (const int number : answered)
+    EXPECT_EQ(delivered.count(std::to_string(number)), 1u) << number;
+  EXPECT_EQ(logged.jobs.size(), static_cast<std::size_t>(numbers(file, "SELECT count(*) FROM jobs").at(0)));
+  std::printf("%d kills, %zu jobs had ended, %zu have a record that says so, %zu of %zu in %d lines\n", kills,
+              answered.size(), recorded.size(), delivered.size(), logged.jobs.size(), logged.lines);
 }
 
 }  // namespace

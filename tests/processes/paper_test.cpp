@@ -1,5 +1,6 @@
 // From the monitor's request to the paper: aps, TLS, the print client and a printer.
 
+#include "corvane/base/text.h"
 #include "tests/processes/administration_peer.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
@@ -112,6 +113,14 @@ TEST_F(PaperTest, AJobForAPrinterThatIsOffIsNotPrintedAndBothSidesKnowWhy) {
   EXPECT_LT(print(L"Desk", 1), 0);
   const std::string line = client->waitForLine("not printed \"A letter\": ");
   EXPECT_THAT(line, HasSubstr("printer \"Desk\", session 5"));
+  // The record has the client's words, and not only that it did not print.
+  AdministrationPeer tool(m_scene->port(), m_keys.path("monitor"));
+  const auto record = tool.jobs(1).at(0);
+  EXPECT_EQ(record.state, 6);
+  const std::string cause = corvane::toUtf8(record.cause.substr(1)), remedy = corvane::toUtf8(record.remedy.substr(1));
+  EXPECT_THAT(line, HasSubstr(cause.substr(0, cause.size() - 1) + " (printer"));
+  EXPECT_THAT(line, HasSubstr(remedy.substr(0, remedy.size() - 1)));
+  std::printf("%s %s\n", corvane::toUtf8(record.cause).c_str(), corvane::toUtf8(record.remedy).c_str());
   printer.switchOn();
   EXPECT_EQ(print(L"Desk", 1), 1);
   PaperPlace::waitUntil("the page", [&] { return !printer.printed().empty(); });
@@ -197,6 +206,58 @@ TEST_F(PaperTest, AJobThatWaitsInAPausedQueueAndIsCanceledThereIsSaidToBe) {
   client->waitForLine("\"A letter\" on \"Desk\" was canceled: the printer ");
   EXPECT_THAT(statesUntil(L"canceled"), ElementsAre(L"stopped", L"canceled"));
   EXPECT_THAT(printer.printed(), IsEmpty());
+}
+
+TEST_F(PaperTest, AnAdministratorCancelsAJobThatThePersonsPrinterHas) {
+  PrintScheduler scheduler(m_place);
+  VirtualPrinter printer(m_place);
+  scheduler.addQueue("desk", printer.uri());
+  const auto client = startClient({"--printer", "Desk,queue=desk"});
+  client->waitForLine("ready: ");
+  scheduler.administer({"/usr/sbin/cupsdisable", "-r", "out for lunch", "desk"});
+  ASSERT_EQ(print(L"Desk", 1), 1);
+  EXPECT_THAT(statesUntil(L"stopped"), ElementsAre(L"stopped"));
+  AdministrationPeer tool(m_scene->port(), m_keys.path("monitor"));
+  const auto [isDone, text] = tool.cancel(1, L"PC\\admin");
+  EXPECT_TRUE(isDone);
+  EXPECT_EQ(text, L"job 1 \"A letter\" on \"Desk (session 5)\" is canceled at its printer");
+  EXPECT_EQ(tool.jobs(1).at(0).state, 7);
+  EXPECT_EQ(tool.jobs(1).at(0).cause, L"It was canceled by PC\\admin.");
+  client->waitForLine("PC\\admin cancels a job at \"Desk\"");
+  client->waitForLine("\"A letter\" on \"Desk\" was canceled");
+  EXPECT_EQ(tool.cancel(1, L"PC\\admin").second, L"job 1 \"A letter\" on \"Desk (session 5)\" has ended");
+  scheduler.administer({"/usr/sbin/cupsenable", "desk"});
+  ASSERT_EQ(print(L"Desk", 1, 18), 1);
+  PaperPlace::waitUntil("the next page", [&] { return !printer.printed().empty(); });
+  EXPECT_EQ(printer.printed().size(), 1u) << "what was canceled came out all the same";
+}
+
+TEST_F(PaperTest, APrinterOrAClientThatCannotBeToldToCancelIsSaidToTheAdministrator) {
+  VirtualPrinter printer(m_place, waiting());
+  auto client = startClient({"--printer", "Desk,uri=" + printer.uri()});
+  client->waitForLine("ready: ");
+  ASSERT_EQ(print(L"Desk", 1), 1);
+  AdministrationPeer tool(m_scene->port(), m_keys.path("monitor"));
+  while (tool.jobs(1).at(0).state != 2) {
+  }
+  printer.switchOff();
+  const auto [isDone, text] = tool.cancel(1, L"PC\\admin");
+  EXPECT_FALSE(isDone);
+  EXPECT_THAT(
+      corvane::toUtf8(text),
+      StartsWith("job 1 \"A letter\" on \"Desk (session 5)\" is at its printer still: The printer could not be told to "
+                 "cancel the job: "));
+  EXPECT_THAT(corvane::toUtf8(text), ::testing::EndsWith(". Cancel it at the printer."));
+  client.reset();
+  const auto isAway = [&] {
+    return corvane::toUtf8(tool.cancel(1, L"PC\\admin").second) ==
+           "job 1 \"A letter\" on \"Desk (session 5)\" is at its printer: the print client of session 5 is away: "
+           "cancel it at "
+           "the printer, or when the client is back";
+  };
+  while (!isAway()) {
+  }
+  EXPECT_EQ(tool.jobs(1).at(0).state, 2);
 }
 
 TEST_F(PaperTest, AJobThatThePrinterGivesUpLaterIsSaidToBeNotPrintedThoughItsQueueMayCallItCompleted) {

@@ -81,6 +81,8 @@ void FakeQueue::watchJob() {
     JOB_INFO_2W info{};
     DEVMODEW mode{};
     mode.dmCopies = m_copies;
+    info.TotalPages = m_pages;
+    info.Status = m_isSpooling ? JOB_STATUS_SPOOLING | JOB_STATUS_PRINTING : JOB_STATUS_PRINTING;
     info.pDevMode = reinterpret_cast<LPDEVMODEW>(buffer + sizeof info);
     std::memcpy(buffer, &info, sizeof info);
     std::memcpy(buffer + sizeof info, &mode, sizeof mode);

@@ -35,6 +35,10 @@ class FakeQueue {
   // Called once, within the next call that is written down as this.
   void whenAsked(const std::string& call, std::function<void()> action) { m_actions[call] = std::move(action); }
   void setCopies(short copies) { m_copies = copies; }
+  void setPages(DWORD pages, bool isSpooling) {
+    m_pages = pages;
+    m_isSpooling = isSpooling;
+  }
 
  private:
   void watchPrinter();
@@ -48,4 +52,6 @@ class FakeQueue {
   bool m_refusesSetJob = false;
   DWORD m_setJobError = ERROR_SUCCESS;
   short m_copies = 1;
+  DWORD m_pages = 0;
+  bool m_isSpooling = false;
 };

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "corvane/base/text.h"
+#include "protocol/job_record.h"
+
+#include <array>
+#include <cstddef>
+#include <nlohmann/json.hpp>
+
+namespace protocol {
+
+// The words for the stages of a job, in their order, as they stand in JSON and before their times.
+inline constexpr std::array kStageWords = {"collecting", "sending", "taking", "paper"};
+
+// The record of a job as administration tools and the log of jobs give it. Of a text that is no proper Unicode the JSON
+// may be no UTF-8: dump it with error_handler_t::replace.
+inline nlohmann::ordered_json jobJson(const JobRecord& job) {
+  using Json = nlohmann::ordered_json;
+  const auto text = [](std::wstring_view words) { return Json(corvane::toUtf8(words)); };
+  Json stages;
+  for (std::size_t i = 0; i < kStageWords.size(); ++i)
+    stages[kStageWords[i]] = job.milliseconds[i] == JobRecord::kNotReached ? Json() : Json(job.milliseconds[i]);
+  return {{"job", job.number},
+          {"state", text(wordOf(job.state))},
+          {"server", text(job.server)},
+          {"user", text(job.user)},
+          {"session", job.session},
+          {"printer", text(job.printer)},
+          {"document", text(job.document)},
+          {"spoolerJob", text(job.spoolerJob)},
+          {"process", job.process},
+          {"copies", job.copies},
+          {"pages", job.pages},
+          {"bytes", job.bytes},
+          {"began", text(job.began)},
+          {"ended", job.ended.empty() ? Json() : text(job.ended)},
+          {"milliseconds", stages},
+          {"cause", text(job.cause)},
+          {"remedy", text(job.remedy)}};
+}
+
+}  // namespace protocol
