@@ -175,7 +175,10 @@ void stopService(const std::wstring& name) {
   const ServiceHandle service = openService(name, SERVICE_STOP | SERVICE_QUERY_STATUS);
   if (!service) return;
   const DWORD id = statusOf(service, name).dwProcessId;
+  SetLastError(NO_ERROR);
   const mg::ObjectHandle process(id == 0 ? nullptr : OpenProcess(SYNCHRONIZE, FALSE, id));
+  // The service manager may not have noticed yet.
+  if (process ? WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0 : GetLastError() == ERROR_INVALID_PARAMETER) return;
   SERVICE_STATUS ignored{};
   if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &ignored)) {
     const DWORD error = GetLastError();

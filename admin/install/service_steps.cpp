@@ -32,6 +32,7 @@ void PrivateFolderStep::perform() {
 // Rights that were too wide do not come back.
 void PrivateFolderStep::undo() {
   if (!m_made) return;
+  deleteFilesIn(m_path);  // of a service that has run meanwhile
   deleteFolder(m_path);
   if (m_noted) m_record.remove(InstallationRecord::kFolders, m_path);
 }
