@@ -1,3 +1,4 @@
+#include "admin/base/files.h"
 #include "admin/commands/invocation.h"
 #include "admin/install/installation.h"
 #include "corvane/base/text.h"
@@ -9,17 +10,39 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fmt/format.h>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 namespace admin {
 namespace {
 
+constexpr char kReportHelp[] = "file that gets the line about a failure, for callers who see no output";
+
 struct Options {
-  std::string root, from, log, key, driver, driverPackage;
+  std::string root, from, log, key, driver, driverPackage, report;
   unsigned port = 0;
   bool force = false, services = false, noServices = false, keys = false, noKeys = false, system = false;
+  bool restartsSpooler = false;
 };
+
+// Why a command failed, as one line in a file, for a caller who sees no output; no file when it has not. What was there
+// is taken away first: it may be a link to something else.
+ExitCode reporting(const std::string& file, const std::function<ExitCode()>& command) {
+  const std::wstring path = corvane::fromUtf8(file);
+  if (!path.empty()) deleteFile(path);
+  try {
+    return command();
+  } catch (const Failure& failure) {
+    const mg::FileHandle report(path.empty() ? INVALID_HANDLE_VALUE
+                                             : CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::string line = fmt::format("mgprintmon: {} {}\r\n", failure.what(), failure.remedy());
+    DWORD written = 0;
+    if (report) WriteFile(report.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    throw;
+  }
+}
 
 // Nothing when neither was typed.
 std::optional<bool> chosen(bool yes, bool no) {
@@ -74,6 +97,7 @@ ExitCode run(const Options& options, Output& output) {
   request.services = chosen(options.services, options.noServices);
   request.keys = chosen(options.keys, options.noKeys);
   request.serverAsSystem = options.system;
+  request.restartsSpooler = options.restartsSpooler;
   const OnlyOne onlyOne;
   const InstallResult result = install(places, request);
 
@@ -134,12 +158,18 @@ void addInstallCommand(CLI::App& app, Invocation& invocation) {
   CLI::Option* const key =
       command.add_option("--key", options->key, "a file with the monitor's key that is there; default: one is made");
   addChoices(command, *options, key);
+  command.add_flag("--restart-spooler", options->restartsSpooler,
+                   "stop and start the spooler where it holds a module that is replaced");
+  command.add_option("--report", options->report, kReportHelp);
   CLI::Option* const driver = command.add_option("--driver", options->driver,
                                                  "the PostScript driver of session printers whose own cannot be used");
   command.add_option("--driver-package", options->driverPackage, "the .inf file that adds this driver")->needs(driver);
   command.add_flag("--force", options->force, "let an older version replace a newer one");
-  command.callback(
-      [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });
+  command.callback([options, &invocation] {
+    invocation.run = [options](Output& output) {
+      return reporting(options->report, [&] { return run(*options, output); });
+    };
+  });
 }
 
 namespace {
@@ -166,7 +196,13 @@ void addUninstallCommand(CLI::App& app, Invocation& invocation) {
                  "Removes what installing has made, and nothing else. Refuses while printers use the monitor's ports.",
                  {"uninstall", "uninstall --force"});
   command.add_flag("--force", *force, "remove the printers and ports that are in the way first");
-  command.callback([force, &invocation] { invocation.run = [force](Output& output) { return run(*force, output); }; });
+  auto report = std::make_shared<std::string>();
+  command.add_option("--report", *report, kReportHelp);
+  command.callback([force, report, &invocation] {
+    invocation.run = [force, report](Output& output) {
+      return reporting(*report, [&] { return run(*force, output); });
+    };
+  });
 }
 
 }  // namespace admin

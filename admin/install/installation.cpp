@@ -115,10 +115,24 @@ class StepList {
       copies.emplace_back(m_request.from + L"\\" + kServerFile, m_places.serverProgram());
       copies.emplace_back(m_request.from + L"\\" + kToolFile, m_places.toolProgram());
     }
-    copies.emplace_back(m_request.from + L"\\" + kModuleFile, m_places.module());
+    const StopServicesStep::Copies module = {{m_request.from + L"\\" + kModuleFile, m_places.module()}};
+    copies.push_back(module.front());
+    const auto spooler = m_request.restartsSpooler ? runningSpooler() : std::nullopt;
+    if (spooler) m_steps.push_back(std::make_unique<StopServicesStep>(std::vector{*spooler}, module));
     if (m_choice.services) m_steps.push_back(std::make_unique<StopServicesStep>(planServices(), copies));
     for (const auto& [from, to] : copies)
       add<FileStep>(from, to);
+    if (spooler) m_steps.push_back(std::make_unique<StartServiceStep>(spooler->name));
+  }
+
+  // As it is; nothing when it does not run.
+  static std::optional<ServiceSettings> runningSpooler() {
+    ServiceSettings settings;
+    settings.name = L"Spooler";
+    const auto facts = serviceFacts(settings.name);
+    if (!facts || facts->state != SERVICE_RUNNING) return std::nullopt;
+    settings.commandLine = facts->commandLine;
+    return settings;
   }
 
   void addData() {

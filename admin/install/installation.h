@@ -24,6 +24,7 @@ struct InstallRequest {
   // has: it was made by hand or by an older version, and goes on as it is.
   std::optional<bool> services;
   std::optional<bool> keys;
+  bool restartsSpooler = false;  // the spooler may be stopped while a module that it holds is replaced
   bool serverAsSystem = false;  // the server may start programs in sessions
 };
 
