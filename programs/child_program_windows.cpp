@@ -1,5 +1,6 @@
 #include "corvane/base/text.h"
 #include "programs/child_program.h"
+#include "programs/command_words.h"
 #include "programs/text.h"
 #include "util/win_handle.h"
 
@@ -15,23 +16,6 @@ namespace {
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
-}
-
-// A word as a program's run time reads it out of a command line: between quotation marks where it needs them, those
-// within it and the backslashes in front of them doubled or marked.
-std::wstring quotedWord(const std::wstring& word) {
-  if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) return word;
-  std::wstring quoted = L"\"";
-  std::size_t backslashes = 0;
-  for (const wchar_t c : word) {
-    if (c == L'\\') {
-      ++backslashes;
-      continue;
-    }
-    quoted.append(c == L'"' ? 2 * backslashes + 1 : backslashes, L'\\').push_back(c);
-    backslashes = 0;
-  }
-  return quoted.append(2 * backslashes, L'\\') + L"\"";
 }
 
 std::wstring commandLine(const ChildCommand& command) {

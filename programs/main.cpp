@@ -8,8 +8,11 @@
 
 #ifdef _WIN32
 #include "corvane/base/text.h"
+#include "programs/windows_service.h"
 
 #include <windows.h>
+
+#include <algorithm>
 #else
 #include <csignal>
 #endif
@@ -36,6 +39,9 @@ int wmain(int count, wchar_t** values) {
   std::vector<std::string> arguments;
   for (int i = 1; i < count; ++i)
     arguments.push_back(corvane::toUtf8(values[i]));
+  if (std::find(arguments.begin(), arguments.end(), programs::kServiceOption) != arguments.end()) {
+    if (const auto code = programs::WindowsService::run([&] { return runProgram(arguments); })) return *code;
+  }
   return runProgram(arguments);
 }
 

@@ -6,8 +6,9 @@
 namespace programs {
 
 // The service manager that has started this process, systemd for one, where it wants to be told how the process fares:
-// one datagram at a time to the socket that NOTIFY_SOCKET names, as sd_notify(3) publishes it. Without that variable,
-// and on Windows, there is nobody to be told, and nothing happens. Immutable; tell() may be called by any thread.
+// one datagram at a time to the socket that NOTIFY_SOCKET names, as sd_notify(3) publishes it. On Windows that of the
+// system, when this process is its service (windows_service.h); it is told when the program is ready, and knows the
+// rest. Without one there is nobody to be told, and nothing happens. Immutable; tell() may be called by any thread.
 class ServiceManager {
  public:
   using Time = std::chrono::microseconds;

@@ -2,6 +2,8 @@
 
 #ifdef _WIN32
 
+#include "programs/windows_service.h"
+
 #include <windows.h>
 
 #include <mutex>
@@ -16,13 +18,17 @@ std::mutex g_lock;  // guards g_handler, and is held while it runs
 std::function<void()> g_handler;
 HANDLE g_ended = nullptr;
 
+// Whether there was a handler to call.
+bool ask() {
+  const std::lock_guard<std::mutex> guard(g_lock);
+  if (!g_handler) return false;
+  g_handler();
+  g_handler = nullptr;
+  return true;
+}
+
 BOOL WINAPI onConsole(DWORD event) {
-  {
-    const std::lock_guard<std::mutex> guard(g_lock);
-    if (!g_handler) return FALSE;
-    g_handler();
-    g_handler = nullptr;
-  }
+  if (!ask()) return FALSE;
   // When this returns for one of these events the process is gone, so the clean end is waited for.
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) WaitForSingleObject(g_ended, kCloseMilliseconds);
   return TRUE;
@@ -35,11 +41,16 @@ BOOL WINAPI onConsole(DWORD event) {
 StopRequest::StopRequest(std::function<void()> handler, std::function<void()>) {
   g_ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   g_handler = std::move(handler);
-  SetConsoleCtrlHandler(onConsole, TRUE);
+  // A service hears of the users who log off, and goes on.
+  if (WindowsService* const service = WindowsService::current(); service != nullptr) {
+    service->onStop([] { ask(); });
+  } else {
+    SetConsoleCtrlHandler(onConsole, TRUE);
+  }
 }
 
 StopRequest::~StopRequest() {
-  SetConsoleCtrlHandler(onConsole, FALSE);
+  if (WindowsService::current() == nullptr) SetConsoleCtrlHandler(onConsole, FALSE);
   const std::lock_guard<std::mutex> guard(g_lock);
   g_handler = nullptr;
   SetEvent(g_ended);  // left open: a console thread may still wait for it

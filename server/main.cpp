@@ -6,6 +6,7 @@
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/key.h"
+#include "programs/data_folder.h"
 #include "programs/invitation.h"
 #include "programs/line_queue.h"
 #include "programs/service_manager.h"
@@ -15,6 +16,7 @@
 #include "server/connection_list.h"
 #include "server/invitations.h"
 #include "server/jobs/job_log.h"
+#include "server/keyless_monitor.h"
 #include "server/log_monitor.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
@@ -23,6 +25,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fmt/format.h>
 #include <functional>
 #include <memory>
@@ -83,14 +86,35 @@ int invite(const aps::Invite& wanted, const corvane::KeyFolder& keys) {
   }
 }
 
-// Null when peers need no keys; false after saying why the folder cannot be used.
-bool openKeys(const std::string& folder, std::unique_ptr<corvane::KeyFolder>& keys) {
-  if (folder.empty()) return true;
-  keys = std::make_unique<corvane::KeyFolder>(folder);
+// Null when peers need no keys; false after saying why the folder cannot be used. A monitor that was installed without a
+// key goes on without one where nobody has said anything else; the options then have no folder either.
+bool openKeys(aps::Options& options, std::unique_ptr<corvane::KeyFolder>& keys) {
+  if (options.keys.empty()) return true;
+  keys = std::make_unique<corvane::KeyFolder>(options.keys);
   const std::wstring refusal = keys->refusal();
   if (refusal.empty()) return true;
-  std::fprintf(stderr, "aps: the folder of --keys cannot be used: %s\n", programs::oneLine(refusal).c_str());
+  if (options.namesKeys) {
+    std::fprintf(stderr, "aps: the folder of --keys cannot be used: %s\n", programs::oneLine(refusal).c_str());
+    return false;
+  }
+  if (!options.invite && options.listenClients.empty() && aps::hasKeylessMonitor()) {
+    options.keys.clear();
+    keys.reset();
+    return true;
+  }
+  std::fprintf(stderr,
+               "aps: it serves only peers that prove who they are, by keys in %s, and that folder cannot be used: %s; make "
+               "it and the keys in it (mgprintmon install; aps --new-key FILE), name another folder with --keys, or type "
+               "--no-keys to serve everybody on this machine\n",
+               options.keys.c_str(), programs::oneLine(refusal).c_str());
   return false;
+}
+
+// Why nobody proves who he is, with what to do about it.
+std::string wordsOfNoKeys(const aps::Options& options) {
+  return fmt::format("peers are not authenticated: every user of this machine can act as the monitor or as any session; {}",
+                     options.namesKeys ? "start aps without --no-keys to change that"
+                                       : "the monitor was installed without a key: mgprintmon install --keys changes that");
 }
 
 // Makes this process have so many descriptors, as far as the system lets it, and returns how many it may have. Windows
@@ -163,14 +187,12 @@ struct Listeners {
   }
 };
 
-void sayStart(aps::Log& log, programs::LineQueue& said, const Listeners& listeners, const std::string& keys) {
+void sayStart(aps::Log& log, programs::LineQueue& said, const Listeners& listeners, const aps::Options& options) {
   log.line(fmt::format("aps listens on {}", listeners.own->address()));
   for (const auto& listener : listeners.clients)
     log.line(fmt::format("aps takes print clients of other machines on {}, under TLS", listener->address()));
-  log.line(!keys.empty()
-               ? fmt::format("peers must prove that they have their key in {}", keys)
-               : "peers are not authenticated: every user of this machine can act as the monitor or as any session; "
-                 "start aps with --keys to change that");
+  log.line(options.keys.empty() ? wordsOfNoKeys(options)
+                                : fmt::format("peers must prove that they have their key in {}", options.keys));
   said.put(fmt::format("aps listens on {}\n", listeners.own->address()));
   for (const auto& listener : listeners.clients)
     said.put(fmt::format("aps listens for print clients on {}\n", listener->address()));
@@ -242,6 +264,23 @@ std::shared_ptr<aps::Application> makeApplication(const aps::Options& options, c
   return application;
 }
 
+// The log of the options. A service makes the folders of its files where they are missing, and one that cannot have its
+// log says so and serves without it: jobs matter more.
+std::shared_ptr<aps::Log> openLog(const aps::Options& options) {
+  const std::filesystem::path file = programs::toPath(options.logFile);
+  if (!options.isService) return std::make_shared<aps::Log>(file);
+  for (const std::string& name : {options.logFile, options.state, options.history, options.jobLog}) {
+    std::error_code ignored;
+    if (!name.empty()) std::filesystem::create_directories(programs::toPath(name).parent_path(), ignored);
+  }
+  try {
+    return std::make_shared<aps::Log>(file);
+  } catch (const std::runtime_error& failure) {
+    std::fprintf(stderr, "aps: %s; it serves without a log until it is started again\n", failure.what());
+    return std::make_shared<aps::Log>("NUL");
+  }
+}
+
 // What a hang-up is good for, if not for ending the program: a log's file was renamed. A service manager may send one
 // where there is no such file, too. The log of jobs may be null.
 std::function<void()> onHangup(const std::shared_ptr<aps::Log>& log, aps::JobLog* jobLog,
@@ -293,7 +332,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
     return 1;
   }
   programs::LineQueue said(programs::outputTo(programs::kStandardOutput));
-  const auto log = std::make_shared<aps::Log>(programs::toPath(options.logFile));
+  const auto log = openLog(options);
   CS_ProgramMonitor::setDefaultMonitor(CS_RCPtr<CS_ProgramMonitor>(new aps::LogMonitor(log)));
   const auto application = makeApplication(options, keys, log);
   const std::unique_ptr<aps::JobLog> jobLog = makeJobLog(options, *application);
@@ -315,7 +354,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   aps::ConnectionList connections(log, placesFor(options, *log), keys, isNeeded,
                                   corvane::Patience().faster(options.pace));
   connections.useLines(options.packsJobs ? &compression::deflate() : nullptr, options.clientRates);
-  sayStart(*log, said, listeners, options.keys);
+  sayStart(*log, said, listeners, options);
   supervision.ready(listeners.addresses());
   serveAll(listeners, keys, {connections, supervision, *log});
 
@@ -335,9 +374,9 @@ int programMain(const std::vector<std::string>& arguments) {
     std::fputs(parsed.message.c_str(), parsed.exitCode == 0 ? stdout : stderr);
     return parsed.exitCode;
   }
-  const aps::Options& options = parsed.options;
+  aps::Options options = parsed.options;
   if (!options.newKey.empty()) return makeKey(options.newKey);
   std::unique_ptr<corvane::KeyFolder> keys;
-  if (!openKeys(options.keys, keys)) return 1;
+  if (!openKeys(options, keys)) return 1;
   return options.invite ? invite(*options.invite, *keys) : serve(options, keys.get());
 }

@@ -1,5 +1,6 @@
 #include "server/options.h"
 
+#include "programs/data_folder.h"
 #include "programs/host_and_port.h"
 
 #include <CLI/CLI.hpp>
@@ -79,15 +80,23 @@ void addHistory(CLI::App& app, Options& options) {
   app.add_flag("!--no-titles", options.hasTitles, "leaves the names of documents out of the records of jobs");
 }
 
+void addKeys(CLI::App& app, Options& options, bool& hasNone) {
+  // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
+  const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
+  app.add_option("--keys", options.keys,
+                 fmt::format("folder with the keys of the peers, monitor.key and session-NUMBER.key, of which every "
+                             "peer must prove that it has its own; without it {}",
+                             programs::keyFolder()))
+      ->check(named);
+  app.add_flag("--no-keys", hasNone,
+               "serves peers that prove nothing: every user of this machine can act as the monitor or as any session");
+  app.add_option("--new-key", options.newKey, "makes a file with a fresh key and ends")->check(named);
+}
+
 void addFiles(CLI::App& app, Options& options) {
   // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
   app.add_option("--log", options.logFile, "log file, appended to; without it the log goes to the error output");
-  app.add_option("--keys", options.keys,
-                 "folder with the keys of the peers, monitor.key and session-NUMBER.key; with it every peer must prove "
-                 "that it has its key")
-      ->check(named);
-  app.add_option("--new-key", options.newKey, "makes a file with a fresh key and ends")->check(named);
   app.add_option("--state", options.state,
                  "file that keeps the sessions and their printers, so that they are known after a restart")
       ->check(named);
@@ -147,7 +156,7 @@ CLI::App* addInvite(CLI::App& app, Invite& invite) {
 // Why the options cannot be used together; empty when they can.
 std::string contradiction(const Options& options) {
   if (options.invite) {
-    if (options.keys.empty()) return "aps invite: give the folder with the keys with --keys, as aps itself has it";
+    if (options.keys.empty()) return "aps invite: an invitation is for a key; leave --no-keys out";
     try {
       programs::HostAndPort::parse(options.invite->address);
     } catch (const std::invalid_argument& failure) {
@@ -157,9 +166,9 @@ std::string contradiction(const Options& options) {
   }
   if (std::string refusal = listenRefusal(options.listen); !refusal.empty())
     return fmt::format("--listen: {}", refusal);
-  if (!options.listenClients.empty() && options.keys.empty() && options.newKey.empty()) {
-    return "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
-           "folder with the keys with --keys";
+  if (!options.listenClients.empty() && options.keys.empty()) {
+    return "--listen-clients takes print clients over the network, and each must have the key of its session: leave "
+           "--no-keys out";
   }
   if (!options.jobLog.empty() && options.history.empty()) {
     return "--job-log takes the records of jobs from their history, which numbers them and keeps what the log cannot "
@@ -175,6 +184,13 @@ std::string contradiction(const Options& options) {
   return "";
 }
 
+// What stands for an option that was not given.
+void fillIn(Options& options, bool hasNoKeys) {
+  options.namesKeys = hasNoKeys || !options.keys.empty();
+  if (!options.namesKeys) options.keys = programs::keyFolder();
+  if (options.isService && options.logFile.empty()) options.logFile = programs::serviceLog();
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
@@ -185,6 +201,14 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   std::vector<std::string> rates;
   addLines(app, options, rates);
   addFiles(app, options);
+  bool hasNoKeys = false;
+  addKeys(app, options, hasNoKeys);
+#ifdef _WIN32
+  app.add_flag("--service", options.isService,
+               fmt::format("as a service of Windows, which mgprintmon install makes; the log is {} unless --log names "
+                           "another file. By hand it is a program like any other",
+                           programs::serviceLog()));
+#endif
   unsigned clientWaitSeconds = 20;
   app.add_option("--client-wait", clientWaitSeconds,
                  "seconds that a job waits for its print client after aps has started or the client's connection was "
@@ -212,7 +236,10 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
     return result;
   }
   options.limits.clientWait = std::chrono::seconds(clientWaitSeconds);
-  if (const std::string wrong = contradiction(options); !wrong.empty()) {
+  const bool isBoth = hasNoKeys && !options.keys.empty();
+  fillIn(options, hasNoKeys);
+  if (const std::string wrong = isBoth ? "--keys and --no-keys contradict each other" : contradiction(options);
+      !wrong.empty()) {
     result.exitCode = 2;
     result.message = fmt::format("{}\n", wrong);
   }

@@ -29,6 +29,8 @@ struct Options {
   bool packsJobs = true;  // for those of other machines
   std::string logFile;    // empty: the standard error output
   std::string keys;       // folder; empty: peers are not authenticated
+  bool namesKeys = false;  // that folder, or that there are none; otherwise it is that of programs::keyFolder()
+  bool isService = false;  // of Windows, if its service manager has started the process
   std::optional<Invite> invite;
   std::string newKey;   // a key file to make instead of serving
   std::string history;  // file that keeps the records of jobs; empty: they are in memory

@@ -1,5 +1,7 @@
 #include "server/options.h"
 
+#include "programs/data_folder.h"
+
 #include <gtest/gtest.h>
 
 namespace aps {
@@ -61,10 +63,38 @@ TEST(ApsOptions, TakeAPaceThatTheirHelpDoesNotShow) {
   EXPECT_EQ(parseOptions({"--help"}).message.find("pace"), std::string::npos);
 }
 
-TEST(ApsOptions, TakeTheKeysOfPeersOnlyWhenTheyAreGiven) {
-  EXPECT_EQ(parseOptions({}).options.keys, "");
-  EXPECT_EQ(parseOptions({}).options.newKey, "");
+TEST(ApsOptions, PeersNeedKeysUnlessItIsTypedThatTheyDoNot) {
+  EXPECT_EQ(parseOptions({}).options.keys, programs::keyFolder());
+  EXPECT_FALSE(parseOptions({}).options.namesKeys);
   EXPECT_EQ(parseOptions({"--keys", "a b"}).options.keys, "a b");
+  EXPECT_TRUE(parseOptions({"--keys", "a b"}).options.namesKeys);
+  EXPECT_EQ(parseOptions({"--no-keys"}).options.keys, "");
+  EXPECT_TRUE(parseOptions({"--no-keys"}).options.namesKeys);
+  EXPECT_EQ(parseOptions({"--no-keys", "--keys", "a b"}).exitCode, 2);
+#ifdef _WIN32
+  EXPECT_TRUE(programs::keyFolder().ends_with("\\Marrowgate\\Keys")) << programs::keyFolder();
+#else
+  EXPECT_EQ(programs::keyFolder(), "/var/lib/aps/keys");
+#endif
+}
+
+TEST(ApsOptions, AnInvitationIsForAKey) {
+  EXPECT_EQ(parseOptions({"invite", "5", "--address", "print.example:4712"}).options.keys, programs::keyFolder());
+  const ParsedOptions without = parseOptions({"invite", "5", "--address", "print.example:4712", "--no-keys"});
+  EXPECT_EQ(without.exitCode, 2);
+  EXPECT_EQ(without.message, "aps invite: an invitation is for a key; leave --no-keys out\n");
+}
+
+#ifdef _WIN32
+TEST(ApsOptions, AServiceHasALogWithoutAWord) {
+  EXPECT_EQ(parseOptions({"--service"}).options.logFile, programs::serviceLog());
+  EXPECT_EQ(parseOptions({"--service", "--log", "a b"}).options.logFile, "a b");
+  EXPECT_EQ(parseOptions({}).options.logFile, "");
+}
+#endif
+
+TEST(ApsOptions, TakeFilesOfKeysThatHaveNames) {
+  EXPECT_EQ(parseOptions({}).options.newKey, "");
   EXPECT_EQ(parseOptions({"--new-key", "monitor.key"}).options.newKey, "monitor.key");
   for (const char* option : {"--keys", "--new-key"}) {
     EXPECT_EQ(parseOptions({option}).exitCode, 2);
@@ -135,12 +165,13 @@ TEST(ApsOptions, PrintClientsOfOtherMachinesNeedKeys) {
       parseOptions({"--keys", "k", "--listen-clients", "0.0.0.0:4712", "--listen-clients", "[::]:4712"});
   EXPECT_EQ(both.exitCode, -1) << both.message;
   EXPECT_EQ(both.options.listenClients, (std::vector<std::string>{"0.0.0.0:4712", "[::]:4712"}));
-  const ParsedOptions without = parseOptions({"--listen-clients", "0.0.0.0:4712"});
+  EXPECT_EQ(parseOptions({"--listen-clients", "0.0.0.0:4712"}).exitCode, -1);
+  const ParsedOptions without = parseOptions({"--listen-clients", "0.0.0.0:4712", "--no-keys"});
   EXPECT_EQ(without.exitCode, 2);
   EXPECT_EQ(
       without.message,
-      "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
-      "folder with the keys with --keys\n");
+      "--listen-clients takes print clients over the network, and each must have the key of its session: leave "
+      "--no-keys out\n");
 }
 
 }  // namespace

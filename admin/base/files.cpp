@@ -48,6 +48,15 @@ void deleteFolder(const std::wstring& path) {
   throw SystemFailure(fmt::format("the folder \"{}\" cannot be deleted", corvane::toUtf8(path)), error);
 }
 
+void deleteFilesIn(const std::wstring& folder) {
+  WIN32_FIND_DATAW found{};
+  const mg::FindHandle search(FindFirstFileW((folder + L"\\*").c_str(), &found));
+  if (!search) return;
+  do {
+    if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) deleteFile(folder + L"\\" + found.cFileName);
+  } while (FindNextFileW(search.get(), &found));
+}
+
 std::vector<std::wstring> missingFolders(std::wstring path) {
   std::vector<std::wstring> missing;
   while (path.size() > 3 && !folderExists(path)) {

@@ -25,6 +25,8 @@ std::optional<FileVersion> fileVersion(const std::wstring& path);
 void createFolder(const std::wstring& path);
 // Deletes a folder; succeeds when it does not exist. Throws a SystemFailure when it is not empty or in use.
 void deleteFolder(const std::wstring& path);
+// Deletes the files in a folder, and none below; succeeds when it does not exist.
+void deleteFilesIn(const std::wstring& folder);
 // The folder and its parents that do not exist, the outermost first.
 std::vector<std::wstring> missingFolders(std::wstring path);
 

@@ -3,6 +3,7 @@
 #include "admin/base/failure.h"
 #include "admin/base/registry_value.h"
 #include "corvane/base/text.h"
+#include "programs/data_folder.h"
 
 #include <windows.h>
 
@@ -49,6 +50,7 @@ std::wstring fullPath(const std::wstring& path) {
 Places Places::ofThisMachine(const std::wstring& root) {
   Places places;
   places.systemFolder = folderOfTheSystem();
+  places.dataFolder = corvane::fromUtf8(programs::dataFolder());
   if (!root.empty()) {
     places.root = fullPath(root);
     return places;

@@ -1,3 +1,4 @@
+#include "admin/base/files.h"
 #include "admin/base/output.h"
 #include "admin/commands/invocation.h"
 #include "admin/doctor/checks.h"
@@ -8,11 +9,13 @@
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
 #include "corvane/records/host_properties.h"
+#include "corvane/trust/key.h"
 #include "programs/text.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <optional>
 
 namespace admin {
@@ -59,6 +62,31 @@ void checkSessions(Diagnosis& diagnosis, const protocol::ServerStatus& facts) {
   }
 }
 
+// A key of the test session for one page, where this installation keeps those of aps.
+class TestKey {
+ public:
+  explicit TestKey(const Places& places)
+      : m_file(corvane::toUtf8(fmt::format(L"{}\\session-{}.key", places.keyFolder(), kFirstTestSession))) {
+    deleteFile(corvane::fromUtf8(m_file));
+    corvane::Key::writeNew(m_file);
+  }
+  ~TestKey() { DeleteFileW(corvane::fromUtf8(m_file).c_str()); }
+  TestKey(const TestKey&) = delete;
+  TestKey& operator=(const TestKey&) = delete;
+  const std::string& file() const { return m_file; }
+
+ private:
+  const std::string m_file;
+};
+
+std::string printPage(const Places& places, const protocol::ServerStatus& server, const Options& options) {
+  TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor),
+                       options.keyFile};
+  std::optional<TestKey> key;
+  if (page.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) page.keyFile = key.emplace(places).file();
+  return printTestPage(server, page);
+}
+
 ExitCode run(const Options& options, Output& output) {
   const Places places = Places::ofThisMachine();
   Diagnosis diagnosis(output, isUnicodeTerminal());
@@ -67,6 +95,7 @@ ExitCode run(const Options& options, Output& output) {
   const bool isRegistered = diagnosis.examine("registration", checkRegistration);
   diagnosis.examine("registry", [&] { return checkRegistry(places); });
   diagnosis.examine("key file", [&] { return checkKeyFile(places); });
+  diagnosis.examine("services", [&] { return checkServices(places); });
   std::optional<protocol::ServerStatus> server;
   diagnosis.examine("application server", [&] { return checkServer(options.serverPort, server); });
   diagnosis.examine("converter", [&] { return checkConverter(places); });
@@ -80,13 +109,12 @@ ExitCode run(const Options& options, Output& output) {
   if (server) diagnosis.examine("drivers", [&] { return checkDrivers(server->sessions, localPrinters()); });
   if (!server || !loads || !isRegistered) {
     diagnosis.skip("test page", "it needs the module, its registration and the application server");
-  } else if (options.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) {
+  } else if (const std::wstring monitor = HostProperties::getInstance().keyFile();
+             options.keyFile.empty() && !monitor.empty() && monitor != places.monitorKey()) {
     diagnosis.leaveOut(
         "test page", fmt::format("aps wants keys; make one for session {} and name it with --key", kFirstTestSession));
   } else {
-    const TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver),
-                               corvane::fromUtf8(options.processor), options.keyFile};
-    diagnosis.examine("test page", [&] { return printTestPage(*server, page); });
+    diagnosis.examine("test page", [&] { return printPage(places, *server, options); });
   }
   diagnosis.conclude();
   return diagnosis.isWell() ? ExitCode::kDone : ExitCode::kFailed;

@@ -1,23 +1,82 @@
+#include "admin/base/files.h"
 #include "admin/commands/invocation.h"
 #include "admin/install/installation.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
+#include "util/win_handle.h"
 
 #include <windows.h>
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fmt/format.h>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace admin {
 namespace {
 
+constexpr char kReportHelp[] = "file that gets the line about a failure, for callers who see no output";
+
 struct Options {
-  std::string root, from, log, key, driver, driverPackage;
+  std::string root, from, log, key, driver, driverPackage, report;
   unsigned port = 0;
-  bool force = false;
+  bool force = false, services = false, noServices = false, keys = false, noKeys = false, system = false;
+  bool restartsSpooler = false;
 };
+
+// Why a command failed, as one line in a file, for a caller who sees no output; no file when it has not. What was there
+// is taken away first: it may be a link to something else.
+ExitCode reporting(const std::string& file, const std::function<ExitCode()>& command) {
+  const std::wstring path = corvane::fromUtf8(file);
+  if (!path.empty()) deleteFile(path);
+  try {
+    return command();
+  } catch (const Failure& failure) {
+    const mg::FileHandle report(path.empty() ? INVALID_HANDLE_VALUE
+                                             : CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::string line = fmt::format("mgprintmon: {} {}\r\n", failure.what(), failure.remedy());
+    DWORD written = 0;
+    if (report) WriteFile(report.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    throw;
+  }
+}
+
+// Nothing when neither was typed.
+std::optional<bool> chosen(bool yes, bool no) {
+  if (yes) return true;
+  if (no) return false;
+  return std::nullopt;
+}
+
+// Held while this process installs or removes; the object is the system's, and gone with the process.
+class OnlyOne {
+ public:
+  OnlyOne() : m_mutex(CreateMutexW(nullptr, FALSE, L"Global\\MarrowgateInstallation")) {
+    // That of one that was killed is ours now.
+    if (m_mutex && WaitForSingleObject(m_mutex.get(), 0) != WAIT_TIMEOUT) return;
+    throw Failure(ExitCode::kInUse, "another mgprintmon installs or removes just now", "Wait for its end, and do this again.");
+  }
+  ~OnlyOne() { ReleaseMutex(m_mutex.get()); }
+  OnlyOne(const OnlyOne&) = delete;
+  OnlyOne& operator=(const OnlyOne&) = delete;
+
+ private:
+  const mg::ObjectHandle m_mutex;
+};
+
+// What an administrator should know of the keys and services that are there now.
+void sayState(const InstallResult& result, Output& output) {
+  output.line(result.hasServices
+                  ? "aps and mgprintmon watch run as services"
+                  : "no services: run aps and mgprintmon watch, or make them services with mgprintmon install --services");
+  output.line(result.hasKey
+                  ? "peers of aps must have keys; mgprintmon invite N gives one to the user of a session"
+                  : "WITHOUT KEYS: every user of this machine can act as the monitor or as any session; mgprintmon install "
+                    "--keys changes that");
+}
 
 std::wstring programFolder() {
   wchar_t path[MAX_PATH];
@@ -35,6 +94,11 @@ ExitCode run(const Options& options, Output& output) {
   request.driver = corvane::fromUtf8(options.driver);
   request.driverPackage = corvane::fromUtf8(options.driverPackage);
   request.force = options.force;
+  request.services = chosen(options.services, options.noServices);
+  request.keys = chosen(options.keys, options.noKeys);
+  request.serverAsSystem = options.system;
+  request.restartsSpooler = options.restartsSpooler;
+  const OnlyOne onlyOne;
   const InstallResult result = install(places, request);
 
   const std::string version = result.version ? result.version->text() : "without a version";
@@ -46,13 +110,34 @@ ExitCode run(const Options& options, Output& output) {
   facts["version"] = version;
   facts["module"] = textValue(places.module());
   facts["root"] = textValue(places.root);
+  facts["services"] = result.hasServices;
+  facts["keys"] = result.hasKey;
   facts["done"] = result.done;
   output.facts(facts);
   for (const std::string& step : result.done)
     output.line(fmt::format("  {}", step));
   output.line(fmt::format("MgPrintMon {} is {}: {}, root {}", version, outcome, corvane::toUtf8(places.module()),
                           corvane::toUtf8(places.root)));
+  sayState(result, output);
   return ExitCode::kDone;
+}
+
+}  // namespace
+
+namespace {
+
+void addChoices(CLI::App& command, Options& options, CLI::Option* key) {
+  CLI::Option* const services = command.add_flag(
+      "--services", options.services, "have aps and mgprintmon watch run as services; so a new installation does");
+  command.add_flag("--no-services", options.noServices, "leave services out")->excludes(services);
+  command.add_flag("--aps-as-system", options.system,
+                   "aps runs as the local system account, so that it can start programs in sessions; only for a new "
+                   "service");
+  CLI::Option* const keys = command.add_flag(
+      "--keys", options.keys, "make the monitor's key, so that aps serves nobody without one; so a new installation does");
+  command.add_flag("--no-keys", options.noKeys, "a new installation without keys: every user can act as anybody")
+      ->excludes(keys)
+      ->excludes(key);
 }
 
 }  // namespace
@@ -61,26 +146,36 @@ void addInstallCommand(CLI::App& app, Invocation& invocation) {
   auto options = std::make_shared<Options>();
   CLI::App& command =
       addCommand(app, invocation, "install",
-                 "Installs the print monitor and the converter, or completes an installation. All or nothing.",
+                 "Installs the print monitor, the converter, and the services aps and mgprintmon with the monitor's key, or "
+                 "completes an installation. All or nothing.",
                  {"install", "install --from D:\\setup --root \"D:\\Marrowgate\"",
                   "install --driver \"Generic PostScript\"", "install --port 4720 --json"});
   command.add_option("--root", options->root, "folder of the installation; default: Marrowgate among the programs");
-  command.add_option("--from", options->from, "folder of MgPrintMon.dll and ps2pdf.exe; default: of this program");
+  command.add_option("--from", options->from, "folder of MgPrintMon.dll and the programs; default: of this program");
   command.add_option("--port", options->port, "TCP port of the application server; default: 4711")
       ->check(CLI::Range(1, 65535));
   command.add_option("--log", options->log, "the module's log file; default: Log\\MgPrintMon.log in the root");
-  command.add_option("--key", options->key, "the file with the monitor's key, when aps wants keys");
+  CLI::Option* const key =
+      command.add_option("--key", options->key, "a file with the monitor's key that is there; default: one is made");
+  addChoices(command, *options, key);
+  command.add_flag("--restart-spooler", options->restartsSpooler,
+                   "stop and start the spooler where it holds a module that is replaced");
+  command.add_option("--report", options->report, kReportHelp);
   CLI::Option* const driver = command.add_option("--driver", options->driver,
                                                  "the PostScript driver of session printers whose own cannot be used");
   command.add_option("--driver-package", options->driverPackage, "the .inf file that adds this driver")->needs(driver);
   command.add_flag("--force", options->force, "let an older version replace a newer one");
-  command.callback(
-      [options, &invocation] { invocation.run = [options](Output& output) { return run(*options, output); }; });
+  command.callback([options, &invocation] {
+    invocation.run = [options](Output& output) {
+      return reporting(options->report, [&] { return run(*options, output); });
+    };
+  });
 }
 
 namespace {
 
 ExitCode run(bool force, Output& output) {
+  const OnlyOne onlyOne;
   const RemovalResult result = uninstall(Places::ofThisMachine(), force);
   output.facts(
       {{"outcome", result.done.empty() ? "not installed" : "removed"}, {"done", result.done}, {"kept", result.kept}});
@@ -101,7 +196,13 @@ void addUninstallCommand(CLI::App& app, Invocation& invocation) {
                  "Removes what installing has made, and nothing else. Refuses while printers use the monitor's ports.",
                  {"uninstall", "uninstall --force"});
   command.add_flag("--force", *force, "remove the printers and ports that are in the way first");
-  command.callback([force, &invocation] { invocation.run = [force](Output& output) { return run(*force, output); }; });
+  auto report = std::make_shared<std::string>();
+  command.add_option("--report", *report, kReportHelp);
+  command.callback([force, report, &invocation] {
+    invocation.run = [force, report](Output& output) {
+      return reporting(*report, [&] { return run(*force, output); });
+    };
+  });
 }
 
 }  // namespace admin

@@ -1,5 +1,6 @@
 #include "admin/base/files.h"
 #include "admin/base/places.h"
+#include "admin/base/service.h"
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
 #include "admin/sessions/job_paper.h"
@@ -50,6 +51,29 @@ void sayPorts(Output& output, Json& facts) {
     facts["ports"].push_back(textValue(port));
   }
   output.line(fmt::format("ports:   {}", names.empty() ? "none" : names));
+}
+
+void sayServices(Output& output, Json& facts) {
+  const Places places = Places::ofThisMachine();
+  std::string states;
+  facts["services"] = Json::object();
+  for (const std::wstring& name : {places.serverService, places.watchService}) {
+    const auto service = serviceFacts(name);
+    if (!service) continue;
+    states += fmt::format("{}{} {}", states.empty() ? "" : "; ", corvane::toUtf8(name), stateText(*service));
+    facts["services"][corvane::toUtf8(name)] = {{"running", service->state == SERVICE_RUNNING},
+                                                {"process", service->process},
+                                                {"account", textValue(service->account)}};
+  }
+  output.line(fmt::format("services: {}", states.empty() ? "none" : states));
+}
+
+void sayKeys(Output& output, Json& facts) {
+  const std::wstring file = HostProperties::getInstance().keyFile();
+  facts["keyFile"] = file.empty() ? Json() : Json(textValue(file));
+  output.line(file.empty() ? std::string("keys:    NONE: every user of this machine can act as the monitor or as any "
+                                         "session; mgprintmon install --keys changes that")
+                           : fmt::format("keys:    the monitor's is in {}", oneLine(file)));
 }
 
 void sayRecords(const std::string& from, const std::vector<std::string>& lines, Output& output, Json& facts) {
@@ -125,6 +149,8 @@ ExitCode run(int serverPort, Output& output) {
   Json facts;
   sayModule(output, facts);
   sayPorts(output, facts);
+  sayServices(output, facts);
+  sayKeys(output, facts);
   sayServer(serverPort, output, facts);
   output.facts(facts);
   return ExitCode::kDone;

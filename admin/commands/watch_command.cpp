@@ -1,12 +1,17 @@
+#include "admin/base/places.h"
+#include "admin/base/service_log.h"
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
 #include "admin/sessions/session_watch.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
+#include "programs/main.h"
+#include "programs/service_manager.h"
 #include "programs/stop_request.h"
 
 #include <CLI/CLI.hpp>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
 
 namespace admin {
@@ -17,7 +22,8 @@ constexpr unsigned kRoundMilliseconds = 2000;
 struct Options {
   int serverPort = 0;
   unsigned graceSeconds = 60;
-  std::string driver, processor;
+  std::string driver, processor, log;
+  bool isService = false;
 };
 
 // The user's request to end the watch.
@@ -58,7 +64,7 @@ void follow(int serverPort, SessionWatch& watch, ApplicationServer*& followed, S
   }
 }
 
-ExitCode run(const Options& options, Output& output) {
+ExitCode watchSessions(const Options& options, Output& output) {
   const SessionOptions made{corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor)};
   ApplicationServer* server = nullptr;  // while one is followed
   SessionWatch watch({[&made](const protocol::ListedSession& session) { return bringUp(session, made); }, takeDown,
@@ -66,6 +72,7 @@ ExitCode run(const Options& options, Output& output) {
                       [&server](int session, const RefusedPrinter& printer) { server->tellRefusal(session, printer); }},
                      std::chrono::seconds(options.graceSeconds), output);
   Stop stop;
+  programs::ServiceManager::fromEnvironment().tell("READY=1");
   output.line("watching the sessions; Ctrl-C ends it");
   while (!stop.isAsked()) {
     try {
@@ -78,6 +85,24 @@ ExitCode run(const Options& options, Output& output) {
   }
   output.line("the watch ends; the printers stay");
   return ExitCode::kDone;
+}
+
+ExitCode run(const Options& options, Output& output) {
+  if (options.log.empty() && !options.isService) return watchSessions(options, output);
+  const std::wstring file = options.log.empty() ? Places::ofThisMachine().serviceLogFolder() + L"\\mgprintmon.log"
+                                                : corvane::fromUtf8(options.log);
+  ServiceLog log(file);
+  if (!log.isWritable()) {
+    std::fprintf(stderr, "the log %s cannot be written; the sessions are watched without a log\n",
+                 corvane::toUtf8(file).c_str());
+  }
+  Output logged(log.stream(), log.stream(), output.isJson());
+  try {
+    return watchSessions(options, logged);
+  } catch (const Failure& failure) {
+    logged.failure(failure);
+    throw;
+  }
 }
 
 }  // namespace
@@ -95,6 +120,10 @@ void addWatchCommand(CLI::App& app, Invocation& invocation) {
       .add_option("--grace", options->graceSeconds,
                   "seconds that a client may be gone before its session goes down; default: 60")
       ->check(CLI::Range(0, 86400));
+  command.add_option("--log", options->log,
+                     "file that is appended to instead of the standard output; a service has one without this");
+  command.add_flag(programs::kServiceOption, options->isService,
+                   "as a service of Windows, which mgprintmon install makes; by hand a command like any other");
   command.add_option("--server-port", options->serverPort, "TCP port of aps; default: the registry's")
       ->check(CLI::Range(1, 65535));
   command.callback(

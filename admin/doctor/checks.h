@@ -20,6 +20,8 @@ std::string checkRegistration();
 std::string checkRegistry(const Places& places);
 // Checks the key with which the monitor authenticates, if there is one.
 std::string checkKeyFile(const Places& places);
+// Checks the services that this installation has made: both run, and nobody else gets at what they keep.
+std::string checkServices(const Places& places);
 // Writes, reads and deletes a file in the folder for temporary files, and checks its free space.
 std::string checkTemporaryFolder();
 // Converts a page of PostScript.

@@ -53,18 +53,14 @@ std::vector<std::string> performAll(const InstallSteps& steps) {
   return names;
 }
 
-namespace {
-
-// Records an entry unless it exists; true when it was added and must be removed again when the step is undone.
 bool note(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry) {
   if (record.holds(kind, entry)) return false;
   record.add(kind, entry);
   return true;
 }
 
-// Makes what was recorded; when that fails, the record entry is removed, too.
-template <class Make>
-void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry, bool noted, Make&& make) {
+void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry, bool noted,
+               const std::function<void()>& make) {
   try {
     make();
   } catch (...) {
@@ -72,8 +68,6 @@ void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstri
     throw;
   }
 }
-
-}  // namespace
 
 std::string KeyStep::name() const {
   return fmt::format("make the registry key \"{}\"", corvane::toUtf8(m_key));

@@ -3,6 +3,7 @@
 #include "admin/base/registry_value.h"
 #include "admin/install/installation_record.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,7 +34,13 @@ using InstallSteps = std::vector<std::unique_ptr<InstallStep>>;
 // failure names the step and its error, after the others have been undone; what could not be undone is named as well.
 std::vector<std::string> performAll(const InstallSteps& steps);
 
-// The kinds of steps. Each enters into the record what it is about to make; the record outlives them.
+// Enters it unless it is there; true when it was added and must be removed again when the step is undone.
+bool note(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry);
+// Makes what was entered; when that fails, the entry is removed, too.
+void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry, bool noted,
+               const std::function<void()>& make);
+
+// The kinds of steps; those of services are in service_steps.h. Each enters into the record what it is about to make; the record outlives them.
 
 // A registry key. With writesRecord it is the record's own key, and the entries of earlier steps are written into it.
 class KeyStep : public InstallStep {

@@ -3,6 +3,8 @@
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/install/install_steps.h"
+#include "admin/install/service_plan.h"
+#include "admin/install/service_steps.h"
 #include "corvane/base/text.h"
 
 #include <algorithm>
@@ -18,7 +20,7 @@ void requireFile(const std::wstring& folder, const wchar_t* name) {
   if (fileExists(folder + L"\\" + name)) return;
   throw Failure(ExitCode::kNotFound,
                 fmt::format("\"{}\\{}\" is missing", corvane::toUtf8(folder), corvane::toUtf8(name)),
-                "Name the folder that holds MgPrintMon.dll and ps2pdf.exe with --from.");
+                "Name the folder that holds MgPrintMon.dll and the programs with --from.");
 }
 
 void refuseOlder(const std::wstring& fresh, const std::wstring& present) {
@@ -44,10 +46,28 @@ std::vector<std::wstring> missingKeys(std::wstring key) {
   return missing;
 }
 
+// What an installation is to have, where the request leaves it open.
+struct Choice {
+  bool services = false;
+  bool makesKey = false;
+  std::wstring keyFile;  // of the monitor; empty: none
+
+  Choice(const Places& places, const InstallRequest& request, const InstallationRecord& record) {
+    const bool isNew = !record.exists();
+    services = request.services.value_or(isNew || !record.entries(InstallationRecord::kServices).empty());
+    keyFile = request.keyFile;
+    if (const auto present = readValue(places.frameworkKey(), kKeyFileName); keyFile.empty() && present)
+      keyFile = present->text().value_or(std::wstring());
+    makesKey = keyFile.empty() && request.keys.value_or(isNew);
+    if (makesKey) keyFile = places.monitorKey();
+  }
+  std::wstring keyFolder() const { return keyFile.substr(0, keyFile.find_last_of(L'\\')); }
+};
+
 class StepList {
  public:
-  StepList(const Places& places, const InstallRequest& request, InstallationRecord& record)
-      : m_places(places), m_request(request), m_record(record) {}
+  StepList(const Places& places, const InstallRequest& request, InstallationRecord& record, const Choice& choice)
+      : m_places(places), m_request(request), m_record(record), m_choice(choice) {}
 
   InstallSteps build() {
     addKeys(m_places.recordKey());
@@ -56,11 +76,12 @@ class StepList {
     addKeys(m_places.eventSourceKey);
     for (const std::wstring& folder : {m_places.programs(), m_places.logFolder()})
       addFolders(folder);
+    addData();
     if (!m_request.driver.empty()) add<DriverStep>(m_request.driver, m_request.driverPackage);
-    add<FileStep>(m_request.from + L"\\" + kConverterFile, m_places.converter());
-    add<FileStep>(m_request.from + L"\\" + kModuleFile, m_places.module());
+    addFiles();
     addValues();
     add<MonitorStep>();
+    if (m_choice.services) addServices();
     return std::move(m_steps);
   }
 
@@ -87,6 +108,62 @@ class StepList {
     }
   }
 
+  // The module is the last file: it is the one that somebody else may hold.
+  void addFiles() {
+    StopServicesStep::Copies copies = {{m_request.from + L"\\" + kConverterFile, m_places.converter()}};
+    if (m_choice.services) {
+      copies.emplace_back(m_request.from + L"\\" + kServerFile, m_places.serverProgram());
+      copies.emplace_back(m_request.from + L"\\" + kToolFile, m_places.toolProgram());
+    }
+    const StopServicesStep::Copies module = {{m_request.from + L"\\" + kModuleFile, m_places.module()}};
+    copies.push_back(module.front());
+    const auto spooler = m_request.restartsSpooler ? runningSpooler() : std::nullopt;
+    if (spooler) m_steps.push_back(std::make_unique<StopServicesStep>(std::vector{*spooler}, module));
+    if (m_choice.services) m_steps.push_back(std::make_unique<StopServicesStep>(planServices(), copies));
+    for (const auto& [from, to] : copies)
+      add<FileStep>(from, to);
+    if (spooler) m_steps.push_back(std::make_unique<StartServiceStep>(spooler->name));
+  }
+
+  // As it is; nothing when it does not run.
+  static std::optional<ServiceSettings> runningSpooler() {
+    ServiceSettings settings;
+    settings.name = L"Spooler";
+    const auto facts = serviceFacts(settings.name);
+    if (!facts || facts->state != SERVICE_RUNNING) return std::nullopt;
+    settings.commandLine = facts->commandLine;
+    return settings;
+  }
+
+  void addData() {
+    if (!m_choice.services && !m_choice.makesKey) return;
+    const std::wstring identity = serviceSid(m_places.serverService);
+    for (const std::wstring& folder :
+         {m_places.dataFolder, m_places.keyFolder(), m_places.stateFolder(), m_places.serviceLogFolder()})
+      add<PrivateFolderStep>(folder, identity);
+    if (m_choice.keyFile == m_places.monitorKey()) add<KeyFileStep>(m_choice.keyFile);
+  }
+
+  // The one that uses the other comes last.
+  std::vector<ServiceSettings> planServices() const {
+    ServicePlan plan;
+    plan.serverPort = m_request.serverPort;
+    if (!plan.serverPort && !serviceFacts(m_places.serverService)) {
+      const auto port = readValue(m_places.frameworkKey(), L"Port");
+      if (port && port->number()) plan.serverPort = port->number();
+    }
+    if (!m_choice.keyFile.empty()) plan.keyFolder = m_choice.keyFolder();
+    plan.asSystem = m_request.serverAsSystem;
+    return {serverService(m_places, plan), watchService(m_places)};
+  }
+
+  void addServices() {
+    for (const ServiceSettings& settings : planServices())
+      add<ServiceStep>(settings);
+    for (const std::wstring& service : {m_places.serverService, m_places.watchService})
+      m_steps.push_back(std::make_unique<StartServiceStep>(service));
+  }
+
   void addValues() {
     add<ValueStep>(m_places.productKey(), std::wstring(L"RootPath"), RegistryValue::ofText(m_places.root), false);
     add<ValueStep>(m_places.frameworkKey(), std::wstring(L"Port"),
@@ -94,9 +171,9 @@ class StepList {
     add<ValueStep>(m_places.frameworkKey(), std::wstring(L"LogFile"),
                    RegistryValue::ofText(m_request.logFile.empty() ? m_places.logFile() : m_request.logFile),
                    m_request.logFile.empty());
-    if (!m_request.keyFile.empty()) {
-      add<ValueStep>(m_places.frameworkKey(), std::wstring(kKeyFileName), RegistryValue::ofText(m_request.keyFile),
-                     false);
+    if (!m_choice.keyFile.empty()) {
+      add<ValueStep>(m_places.frameworkKey(), std::wstring(kKeyFileName), RegistryValue::ofText(m_choice.keyFile),
+                     m_request.keyFile.empty());
     }
     if (!m_request.driver.empty()) {
       add<ValueStep>(m_places.printersKey(), std::wstring(kFallbackDriverName), RegistryValue::ofText(m_request.driver),
@@ -111,6 +188,7 @@ class StepList {
   const Places& m_places;
   const InstallRequest& m_request;
   InstallationRecord& m_record;
+  const Choice& m_choice;
   InstallSteps m_steps;
   std::vector<std::wstring> m_keys;
   std::vector<std::wstring> m_folders;
@@ -123,9 +201,15 @@ InstallResult install(const Places& places, const InstallRequest& request) {
   requireFile(request.from, kConverterFile);
   if (!request.force) refuseOlder(request.from + L"\\" + kModuleFile, places.module());
   InstallationRecord record(places.recordKey());
+  const Choice choice(places, request, record);
+  for (const wchar_t* program : {kServerFile, kToolFile}) {
+    if (choice.services) requireFile(request.from, program);
+  }
   InstallResult result;
   result.wasInstalled = record.exists();
-  const InstallSteps steps = StepList(places, request, record).build();
+  result.hasServices = choice.services;
+  result.hasKey = !choice.keyFile.empty();
+  const InstallSteps steps = StepList(places, request, record, choice).build();
   result.done = performAll(steps);
   result.version = fileVersion(places.module());
   return result;

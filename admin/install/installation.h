@@ -20,11 +20,19 @@ struct InstallRequest {
   std::wstring driver;                 // of printers whose own is not installed; empty: the present one stays, or none
   std::wstring driverPackage;          // adds that driver unless it is installed; empty: it must be
   bool force = false;                  // an older module may replace a newer one
+  // Unless they are set, a new installation has services and a key of the monitor, and one that is there keeps what it
+  // has: it was made by hand or by an older version, and goes on as it is.
+  std::optional<bool> services;
+  std::optional<bool> keys;
+  bool restartsSpooler = false;  // the spooler may be stopped while a module that it holds is replaced
+  bool serverAsSystem = false;  // the server may start programs in sessions
 };
 
 struct InstallResult {
   std::vector<std::string> done;  // the steps that were performed; empty when everything was in place
   std::optional<FileVersion> version;
+  bool hasServices = false;
+  bool hasKey = false;        // the monitor proves itself, and aps wants that of its peers
   bool wasInstalled = false;  // an earlier installation was completed or replaced
 };
 

@@ -9,7 +9,7 @@
 namespace admin {
 
 InstallationRecord::InstallationRecord(std::wstring key) : m_key(std::move(key)) {
-  for (const wchar_t* kind : {kKeys, kValues, kFolders, kFiles, kMonitors, kDrivers}) {
+  for (const wchar_t* kind : {kKeys, kValues, kFolders, kFiles, kMonitors, kDrivers, kServices}) {
     const auto value = readValue(m_key, kind);
     m_lists.push_back({kind, value ? value->texts() : std::vector<std::wstring>()});
   }

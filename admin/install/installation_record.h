@@ -17,6 +17,7 @@ class InstallationRecord {
   static constexpr wchar_t kFiles[] = L"Files";
   static constexpr wchar_t kMonitors[] = L"Monitors";
   static constexpr wchar_t kDrivers[] = L"Drivers";
+  static constexpr wchar_t kServices[] = L"Services";
 
   // Reads the record in that key; empty when there is none.
   explicit InstallationRecord(std::wstring key);

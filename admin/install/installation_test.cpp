@@ -154,7 +154,7 @@ TEST_F(InstallationTest, AMissingFileOfTheSourceIsNamedBeforeAnythingIsDone) {
   const Failure failure = failureOf(places, request);
   EXPECT_EQ(failure.code(), ExitCode::kNotFound);
   EXPECT_THAT(failure.what(), EndsWith("\\setup\\ps2pdf.exe\" is missing"));
-  EXPECT_EQ(failure.remedy(), "Name the folder that holds MgPrintMon.dll and ps2pdf.exe with --from.");
+  EXPECT_EQ(failure.remedy(), "Name the folder that holds MgPrintMon.dll and the programs with --from.");
   TemporaryFolder::write(request.from + L"\\ps2pdf.exe", "a converter");
   EXPECT_EQ(difference(before, listing()), "");
 }

@@ -1,6 +1,7 @@
 #include "admin/base/failure.h"
 #include "admin/base/files.h"
 #include "admin/base/registry_value.h"
+#include "admin/base/service.h"
 #include "admin/install/installation.h"
 #include "admin/install/installation_record.h"
 #include "admin/spooler/monitor_module.h"
@@ -31,6 +32,9 @@ class Removal {
       }
       assumeRecord();
     }
+    refusePrinters(registered);
+    // From here on nobody brings sessions up or serves them.
+    removeServices();
     if (registered) {
       removePrintersAndPorts();
       if (!m_record.entries(InstallationRecord::kMonitors).empty()) {
@@ -64,16 +68,29 @@ class Removal {
     }
   }
 
+  void refusePrinters(bool registered) const {
+    if (!registered || m_force) return;
+    std::string names;
+    for (const SpoolerPrinter& printer : printersOn(monitorPorts()))
+      names += fmt::format("{}{}\" on {}", names.empty() ? "\"" : ", \"", toUtf8(printer.name), toUtf8(printer.port));
+    if (names.empty()) return;
+    throw Failure(ExitCode::kInUse, fmt::format("printers use ports of the monitor: {}", names),
+                  "Remove them first (mgprintmon session down N), or remove them with the rest with --force.");
+  }
+
+  void removeServices() {
+    std::vector<std::wstring> services = m_record.entries(InstallationRecord::kServices);
+    std::reverse(services.begin(), services.end());
+    for (const std::wstring& service : services) {
+      stopService(service);
+      deleteService(service);
+      m_result.done.push_back(fmt::format("removed the service {}", toUtf8(service)));
+    }
+  }
+
   void removePrintersAndPorts() {
     const std::vector<std::wstring> ports = monitorPorts();
     const std::vector<SpoolerPrinter> printers = printersOn(ports);
-    if (!printers.empty() && !m_force) {
-      std::string names;
-      for (const SpoolerPrinter& printer : printers)
-        names += fmt::format("{}{}\" on {}", names.empty() ? "\"" : ", \"", toUtf8(printer.name), toUtf8(printer.port));
-      throw Failure(ExitCode::kInUse, fmt::format("printers use ports of the monitor: {}", names),
-                    "Remove them first (mgprintmon session down N), or remove them with the rest with --force.");
-    }
     for (const SpoolerPrinter& printer : printers) {
       deletePrinter(printer.name);
       m_result.done.push_back(fmt::format("removed printer \"{}\"", toUtf8(printer.name)));
@@ -108,7 +125,11 @@ class Removal {
     std::vector<std::wstring> folders = m_record.entries(InstallationRecord::kFolders);
     std::reverse(folders.begin(), folders.end());
     for (const std::wstring& folder : folders) {
-      if (folder.ends_with(L"\\Log")) {
+      // Nobody but the services had access to these.
+      for (const std::wstring& own : {m_places.keyFolder(), m_places.stateFolder(), m_places.serviceLogFolder()}) {
+        if (folder == own) deleteFilesIn(folder);
+      }
+      if (folder == m_places.logFolder()) {
         for (const wchar_t* log : {L"\\MgPrintMon.log", L"\\MgPrintMon.log.1"})
           deleteFile(folder + log);
       }

@@ -19,7 +19,7 @@ class AdministrationOfDrivers : public Administration {
   ~AdministrationOfDrivers() override { machine.forgetDriver("Acme XPS Driver"); }
 
   void installWith(const std::vector<std::string>& options) {
-    std::vector<std::string> command = {"install", "--port", std::to_string(scene.port())};
+    std::vector<std::string> command = {"install", "--no-services", "--no-keys", "--port", std::to_string(scene.port())};
     command.insert(command.end(), options.begin(), options.end());
     succeed(command);
   }
@@ -42,15 +42,15 @@ TEST_F(AdministrationOfDrivers, TheDriverOfTheServerStandsInForThatOfAPrinterTha
 TEST_F(AdministrationOfDrivers, ADriverThatCannotBeUsedIsNotSetAndNothingIsInstalled) {
   const auto before = machine.listing();
   expect(
-      {"install", "--driver", "Nowhere"}, 3,
+      {"install", "--no-services", "--no-keys", "--driver", "Nowhere"}, 3,
       "could not take the printer driver \"Nowhere\" for printers of sessions: the printer driver \"Nowhere\" is not "
       "installed. Nothing was changed.\n  Install it (in PowerShell: Add-PrinterDriver -Name NAME)");
-  expect({"install", "--driver", "Acme XPS Driver"}, 1,
+  expect({"install", "--no-services", "--no-keys", "--driver", "Acme XPS Driver"}, 1,
          "the printer driver \"Acme XPS Driver\" sends XPS and cannot be used (mxdwdrv.dll). Nothing was changed.");
   const auto package = scene.folder() / "driver.inf";
   std::ofstream(package) << "[Version]\n";
   expect(
-      {"install", "--driver", "Nowhere", "--driver-package", windowsPath(package)}, 1,
+      {"install", "--no-services", "--no-keys", "--driver", "Nowhere", "--driver-package", windowsPath(package)}, 1,
       "the spooler of this system adds no driver from a package. Nothing was changed.\n  Add the driver with pnputil");
   EXPECT_EQ(difference(before, machine.listing()), "");
 }

@@ -35,7 +35,8 @@ class Administration : public testing::Test {
     EXPECT_EQ(result.code, code) << result.output;
     EXPECT_THAT(result.output, testing::HasSubstr(saying));
   }
-  void install() { succeed({"install", "--port", std::to_string(scene.port())}); }
+  // For the server of the scene, which runs without keys.
+  void install() { succeed({"install", "--no-services", "--no-keys", "--port", std::to_string(scene.port())}); }
   void up(const std::string& session) {
     succeed({"session", "up", session, "--processor", "mgtestproc", "--driver", "Generic PostScript"});
   }

@@ -30,7 +30,8 @@ class AdministrationOfInvitations : public testing::Test {
     options.insert(options.end(), more.begin(), more.end());
     scene.emplace(options);
     const Machine::Result result = machine.administer(
-        {"install", "--port", std::to_string(scene->port()), "--key", windowsPath(keys.path("monitor"))});
+        {"install", "--no-services", "--port", std::to_string(scene->port()), "--key",
+                            windowsPath(keys.path("monitor"))});
     EXPECT_EQ(result.code, 0) << result.output;
   }
   std::string addressForClients() const {

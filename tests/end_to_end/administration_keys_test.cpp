@@ -23,7 +23,8 @@ class AdministrationWithKeys : public testing::Test {
   void TearDown() override { machine.clean(); }
 
   void install(const std::vector<std::string>& options) {
-    std::vector<std::string> command = {"install", "--port", std::to_string(scene.port())};
+    std::vector<std::string> command = {"install", "--no-services", "--port", std::to_string(scene.port())};
+    if (options.empty()) command.push_back("--no-keys");
     command.insert(command.end(), options.begin(), options.end());
     EXPECT_EQ(machine.administer(command).code, 0);
   }

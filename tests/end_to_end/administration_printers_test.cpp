@@ -17,7 +17,8 @@ using ::testing::HasSubstr;
 class AdministrationOfPersonsPrinters : public Administration {
  protected:
   AdministrationOfPersonsPrinters() : Administration({"--pace", "5"}) {
-    succeed({"install", "--port", std::to_string(scene.port()), "--driver", "Generic PostScript"});
+    succeed({"install", "--no-services", "--no-keys", "--port", std::to_string(scene.port()), "--driver",
+             "Generic PostScript"});
   }
 
   std::unique_ptr<ChildProcess> startClient() const {

@@ -21,12 +21,12 @@ std::string contentOf(const fs::path& path) {
 
 TEST_F(Administration, RemovingLeavesTheMachineAsItWasBeforeInstalling) {
   const auto before = machine.listing();
-  EXPECT_THAT(succeed({"install"}), HasSubstr("MgPrintMon 4.0.1.0 is installed"));
+  EXPECT_THAT(succeed({"install", "--no-services", "--no-keys"}), HasSubstr("MgPrintMon 4.0.1.0 is installed"));
   const auto installed = machine.listing();
   EXPECT_THAT(difference(before, installed),
               AllOf(HasSubstr("system32/MgPrintMon.dll"), HasSubstr("Program Files/Marrowgate/Programs/ps2pdf.exe"),
                     HasSubstr("Monitors\\Client Printer Port"), HasSubstr("EventLog\\Application\\MgPrintMon")));
-  EXPECT_THAT(succeed({"install"}), HasSubstr("MgPrintMon 4.0.1.0 is already installed"));
+  EXPECT_THAT(succeed({"install", "--no-services", "--no-keys"}), HasSubstr("MgPrintMon 4.0.1.0 is already installed"));
   EXPECT_EQ(difference(installed, machine.listing()), "");
   succeed({"ports", "add", "CPP5"});
   EXPECT_THAT(succeed({"uninstall"}), HasSubstr("MgPrintMon is removed"));
@@ -35,12 +35,12 @@ TEST_F(Administration, RemovingLeavesTheMachineAsItWasBeforeInstalling) {
 }
 
 TEST_F(Administration, ADamagedInstallationIsRepaired) {
-  succeed({"install"});
+  succeed({"install", "--no-services", "--no-keys"});
   const auto installed = machine.listing();
   const fs::path folder = machine.path() / "drive_c/Program Files/Marrowgate";
   fs::remove(folder / "Programs/ps2pdf.exe");
   std::ofstream(machine.path() / "drive_c/windows/system32/MgPrintMon.dll") << "damaged";
-  EXPECT_THAT(succeed({"install"}), HasSubstr("MgPrintMon 4.0.1.0 is repaired"));
+  EXPECT_THAT(succeed({"install", "--no-services", "--no-keys"}), HasSubstr("MgPrintMon 4.0.1.0 is repaired"));
   EXPECT_EQ(difference(installed, machine.listing()), "");
 }
 

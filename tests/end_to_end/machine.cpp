@@ -60,12 +60,24 @@ void Machine::removePrinter(const std::string& name) const {
   m_prefix.run(windowsProgram("mgspool.exe"), {"remove-printer", name});
 }
 
-Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
-  const auto process = start(arguments);
-  const int code = process->wait();
-  std::string output = process->output();
+namespace {
+
+Machine::Result resultOf(ChildProcess& process) {
+  const int code = process.wait();
+  std::string output = process.output();
   std::erase(output, '\r');
   return {code, output};
+}
+
+}  // namespace
+
+Machine::Result Machine::administer(const std::vector<std::string>& arguments) const {
+  return resultOf(*start(arguments));
+}
+
+Machine::Result Machine::tool(const std::string& program, const std::vector<std::string>& arguments) const {
+  ChildProcess process(WinePrefix::command(program, arguments));
+  return resultOf(process);
 }
 
 std::unique_ptr<ChildProcess> Machine::start(const std::vector<std::string>& arguments) const {
@@ -74,14 +86,14 @@ std::unique_ptr<ChildProcess> Machine::start(const std::vector<std::string>& arg
 
 std::set<std::string> Machine::listing() const {
   std::set<std::string> lines;
-  for (const char* folder : {"windows/system32", "Program Files"}) {
+  for (const char* folder : {"windows/system32", "Program Files", "ProgramData"}) {
     for (const auto& entry : fs::recursive_directory_iterator(m_prefix.path() / "drive_c" / folder)) {
       const std::string size = entry.is_regular_file() ? std::to_string(entry.file_size()) : "folder";
       lines.insert(entry.path().string() + " " + size);
     }
   }
   for (const char* key : {"HKLM\\SOFTWARE\\Quillfern", "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Print",
-                          "HKLM\\SYSTEM\\CurrentControlSet\\Services\\EventLog"}) {
+                          "HKLM\\SYSTEM\\CurrentControlSet\\Services"}) {
     ChildProcess query(WinePrefix::command("reg", {"query", key, "/s"}));
     query.wait();
     std::istringstream in(query.output());

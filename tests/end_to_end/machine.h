@@ -21,6 +21,8 @@ class Machine {
   };
   // Runs mgprintmon.exe.
   Result administer(const std::vector<std::string>& arguments) const;
+  // Runs a program of Windows.
+  Result tool(const std::string& program, const std::vector<std::string>& arguments) const;
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const;
   // Writes a text below HKEY_LOCAL_MACHINE "SOFTWARE\\Quillfern", as an administrator does.
   void configure(const std::string& key, const std::string& name, const std::string& text) const;
@@ -36,8 +38,8 @@ class Machine {
   void removePrinter(const std::string& name) const;
   // Takes away what an earlier test left.
   void clean() const;
-  // The registry where drivers, monitors, printers, event sources and our own settings stand, and the files of the
-  // system folder, the spooler and the programs, as lines.
+  // The registry where drivers, monitors, printers, event sources, services and our own settings stand, and the files of
+  // the system folder, the spooler, the programs and their data, as lines.
   std::set<std::string> listing() const;
 
   const std::filesystem::path& path() const { return m_prefix.path(); }

@@ -42,6 +42,9 @@ WinePrefix::WinePrefix(const std::string& name) : m_path(fs::path(MG_BUILD_DIR) 
   const fs::path ready = m_path / ".ready";
   if (fs::exists(ready)) return;
   run("wineboot", {"--init"});
+  // The service manager that has made the prefix and the next one answer by turns, each with its own services.
+  m_server.reset();
+  m_server = std::make_unique<WineServer>(m_path);
   std::ofstream(ready) << "made by a test\n";
 }
 

@@ -196,10 +196,7 @@ TEST_F(KeysTest, APrintClientWithAnUnusableKeyDoesNotStart) {
 TEST(ServerWithKeys, IsReachedAtAnIpv6AddressToo) {
   const Keys keys;
   const std::string key = keys.make("session-5");
-  std::vector<std::string> serverCommand = {Scene::program("aps"), "--listen", "[::1]:0"};
-  for (const std::string& option : keys.serverOptions())
-    serverCommand.push_back(option);
-  ChildProcess server(serverCommand);
+  ChildProcess server(Scene::serverCommand("[::1]:0", keys.serverOptions()));
   const std::string line = server.waitForLine("aps listens on [::1]:");
   const std::string address = line.substr(line.find("[::1]:"));
   const Scene scene;
@@ -216,13 +213,27 @@ TEST(ServerWithKeys, IsReachedAtAnIpv6AddressToo) {
 TEST(ServerWithoutKeys, SaysThatPeersAreNotAuthenticatedAndIsNoServerForPeersWithKeys) {
   const Keys keys;
   Scene scene;
-  scene.server().waitForLine("peers are not authenticated: every user of this machine can act as the monitor");
+  scene.server().waitForLine("peers are not authenticated: every user of this machine can act as the monitor or as any "
+                              "session; start aps without --no-keys to change that");
   auto command = scene.clientCommand(5, {"Laser-2"});
   command.insert(command.end(), {"--key", keys.make("session-5")});
   ChildProcess client(command);
   client.waitForLine("the server proves no key of \"session-5\": it runs without keys, or another program");
   client.waitForLine("trying again in ");
   EXPECT_THROW(MonitorPeer(scene.port(), Identity::monitor(), keys.make("monitor")), CS_Exception);
+}
+
+// The folder of the package is not here, unless the package is.
+TEST(ServerWithKeys, DoesNotServeWithoutThemUnlessThatIsTyped) {
+  if (std::filesystem::exists("/var/lib/aps/keys")) GTEST_SKIP() << "aps is installed on this machine";
+  ChildProcess server({Scene::program("aps"), "--listen", "127.0.0.1:0"});
+  EXPECT_EQ(server.wait(), 1);
+  EXPECT_THAT(server.output(),
+              AllOf(HasSubstr("aps: it serves only peers that prove who they are, by keys in /var/lib/aps/keys, and that "
+                              "folder cannot be used: No such file or directory: /var/lib/aps/keys; make it and the keys "
+                              "in it (mgprintmon install; aps --new-key FILE), name another folder with --keys, or type "
+                              "--no-keys to serve everybody on this machine\n"),
+                    ::testing::Not(HasSubstr("listens"))));
 }
 
 TEST(ServerWithKeys, DoesNotStartWhereKeysCannotBeTrusted) {

@@ -139,7 +139,7 @@ TEST_F(MonitorArrival, TwoSessionsPrintAtTheSameTimeEachToItsOwnClient) {
 }
 
 TEST_F(MonitorArrival, TheWindowsBuildsOfServerAndClientCarryJobsToo) {
-  const auto server = m_wine->start("aps.exe", {"--listen", "127.0.0.1:0"});
+  const auto server = m_wine->start("aps.exe", {"--listen", "127.0.0.1:0", "--no-keys"});
   const std::string line = server->waitForLine("aps listens on 127.0.0.1:");
   const int port = std::stoi(line.substr(line.rfind(':') + 1));
   const auto client = m_wine->start("printclient.exe",

@@ -95,7 +95,7 @@ int printOne(int port) {
 TEST(Output, ALogThatNobodyReadsStopsNeitherTheServerNorItsJobsNorItsEnd) {
   const UnreadPipe unread;
   Scene scene;  // for its folder and client
-  ChildProcess server(redirected({Scene::program("aps"), "--listen", "127.0.0.1:0"}, "2>" + unread.path()));
+  ChildProcess server(redirected(Scene::serverCommand("127.0.0.1:0", {}), "2>" + unread.path()));
   const int port = portOf(server);
   auto command = scene.clientCommand(5, {"Laser-2"});
   command[2] = "127.0.0.1:" + std::to_string(port);
@@ -147,7 +147,7 @@ TEST(Output, ALimitOnTheSizeOfFilesDoesNotEndTheServer) {
   const fs::path log = folder.folder() / "aps.log";
   ChildProcess server(
       {"/bin/sh", "-c",
-       "ulimit -f 1; exec " + quoted({Scene::program("aps"), "--listen", "127.0.0.1:0", "--log", log.string()})});
+       "ulimit -f 1; exec " + quoted(Scene::serverCommand("127.0.0.1:0", {"--log", log.string()}))});
   const int port = portOf(server);
   for (int i = 0; i < 30; ++i) {
     MonitorPeer peer(port);

@@ -105,8 +105,8 @@ TEST(Restart, SessionsThatWereKeptAreKnownBeforeTheirClientsAreBackAndAClientTha
     Scene scene;
     const std::string file = (scene.folder() / "sessions").string();
     const auto serve = [&] {
-      return std::make_unique<ChildProcess>(std::vector<std::string>{Scene::program("aps"), "--listen", "127.0.0.1:0",
-                                                                     "--client-wait", "0", "--state", file});
+      return std::make_unique<ChildProcess>(
+          Scene::serverCommand("127.0.0.1:0", {"--client-wait", "0", "--state", file}));
     };
     auto server = serve();
     std::string line = server->waitForLine("aps listens on 127.0.0.1:");

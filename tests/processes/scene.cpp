@@ -30,13 +30,12 @@ Scene::~Scene() {
 
 void Scene::startServer(int port) {
   std::vector<std::string> command = m_launcher;
-  command.insert(command.end(), {program("aps"), "--listen", "127.0.0.1:" + std::to_string(port)});
-  for (std::string option : m_options) {
+  for (std::string word : serverCommand("127.0.0.1:" + std::to_string(port), m_options)) {
     const std::string folder = "{folder}";
-    if (const std::size_t at = option.find(folder); at != std::string::npos) {
-      option.replace(at, folder.size(), m_folder.string());
+    if (const std::size_t at = word.find(folder); at != std::string::npos) {
+      word.replace(at, folder.size(), m_folder.string());
     }
-    command.push_back(option);
+    command.push_back(word);
   }
   m_server = std::make_unique<ChildProcess>(command);
   const std::string line = m_server->waitForLine("aps listens on 127.0.0.1:");
@@ -85,6 +84,13 @@ std::string Scene::content(int session, const std::string& name) const {
   std::ifstream in(output(session) / name, std::ios::binary);
   if (!in) throw std::runtime_error("no file " + name);
   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::vector<std::string> Scene::serverCommand(const std::string& address, const std::vector<std::string>& options) {
+  std::vector<std::string> command = {program("aps"), "--listen", address};
+  command.insert(command.end(), options.begin(), options.end());
+  if (std::find(options.begin(), options.end(), "--keys") == options.end()) command.push_back("--no-keys");
+  return command;
 }
 
 std::string Scene::program(const std::string& name) {

@@ -123,7 +123,8 @@ TEST(ServiceManager, AServerThatCannotListenIsNeverReady) {
   const NotifiedManager manager;
   Scene first;
   auto command = manager.launcher();
-  command.insert(command.end(), {Scene::program("aps"), "--listen", "127.0.0.1:" + std::to_string(first.port())});
+  for (const std::string& word : Scene::serverCommand("127.0.0.1:" + std::to_string(first.port()), {}))
+    command.push_back(word);
   ChildProcess second(command);
   EXPECT_EQ(second.wait(), 1);
   EXPECT_THAT(manager.rest(), IsEmpty());

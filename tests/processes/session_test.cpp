@@ -152,7 +152,7 @@ TEST(Sessions, NoProgramIsStartedInASession) {
 TEST(Sessions, TheServerStopsOnBothSignalsAndSaysWhenThePortIsTaken) {
   Scene scene;
   const auto client = scene.startClient(5, {"Laser-2"});
-  ChildProcess other({Scene::program("aps"), "--listen", "127.0.0.1:" + std::to_string(scene.port())});
+  ChildProcess other(Scene::serverCommand("127.0.0.1:" + std::to_string(scene.port()), {}));
   EXPECT_EQ(other.wait(), 1);
   EXPECT_THAT(other.output(), HasSubstr("Address already in use"));
   EXPECT_THAT(other.output(), HasSubstr("choose another port with --listen"));

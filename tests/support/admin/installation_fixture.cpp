@@ -65,7 +65,9 @@ InstallationTest::InstallationTest() {
   places.root = folder.file(L"programs\\Marrowgate");
   places.vendorKey = std::wstring(kTestKey) + L"\\Vendor";
   places.eventSourceKey = std::wstring(kTestKey) + L"\\EventLog\\Application\\MgPrintMon";
+  places.dataFolder = folder.file(L"data");
   request.from = folder.file(L"setup");
+  request.services = request.keys = false;
   replaceSpooler();
 }
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "admin/base/places.h"
+#include "admin/base/service.h"
+
+#include <optional>
+#include <string>
+
+namespace admin {
+
+// What the two services of an installation are made from.
+struct ServicePlan {
+  std::optional<unsigned> serverPort;  // empty: that of the command line that is there, or the default one
+  std::wstring keyFolder;              // empty: peers need no keys
+  bool asSystem = false;               // aps may start programs in sessions, which only the system may
+};
+
+// The application server: as an account of its own that may do nothing but what everybody may. The arguments of the
+// service that is there stay, but for the port and for keys that have been made since.
+ServiceSettings serverService(const Places& places, const ServicePlan& plan);
+// What brings sessions up and down: as the system, because the spooler takes ports and printers from administrators only.
+ServiceSettings watchService(const Places& places);
+
+}  // namespace admin
