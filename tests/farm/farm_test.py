@@ -145,7 +145,7 @@ class Server:
         return start(self.there(command), stdout=self.said, stderr=self.said, **options)
 
     def start_aps(self):
-        self.aps = start(self.there([BIN / "aps", "--listen", f"127.0.0.1:{PORT}", "--history", self.history, "--job-log",
+        self.aps = start(self.there([BIN / "aps", "--no-keys", "--listen", f"127.0.0.1:{PORT}", "--history", self.history, "--job-log",
                                      self.job_log, "--log", self.folder / "log" / "aps.log"]),
                          stdout=subprocess.PIPE, stderr=self.said)
         if not self.aps.stdout.readline().startswith(b"aps listens on "):
