@@ -48,9 +48,10 @@ TEST(ApsOptions, TakeAnAddressForMetricsAndExplainWhatIsNone) {
   EXPECT_EQ(parseOptions({"--metrics", ""}).exitCode, 2);
   const ParsedOptions wrong = parseOptions({"--metrics", "here"});
   EXPECT_EQ(wrong.exitCode, 2);
-  EXPECT_EQ(wrong.message,
-            "--metrics: \"here\" is not an address and port; an example is 127.0.0.1:9464 (9464 alone means the same, and "
-            "port 0 takes any free port)\n");
+  EXPECT_EQ(
+      wrong.message,
+      "--metrics: \"here\" is not an address and port; an example is 127.0.0.1:9464 (9464 alone means the same, and "
+      "port 0 takes any free port)\n");
 }
 
 TEST(ApsOptions, TakeALogOfJobsOnlyBesideTheirHistory) {
