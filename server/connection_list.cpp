@@ -198,6 +198,15 @@ void ConnectionList::end(const Evicted& evicted, const std::string& why) {
                  fmt::format("connection from {} closed: {}", evicted.peer, why));
 }
 
+std::array<std::size_t, 5> ConnectionList::counts() {
+  std::array<std::size_t, 5> counts{};
+  const std::lock_guard<std::mutex> guard(m_lock);
+  for (const Session& session : m_sessions) {
+    if (!session.isEvicted && !session.ended) ++counts.at(static_cast<std::size_t>(session.room));
+  }
+  return counts;
+}
+
 std::size_t ConnectionList::takenLocked() const {
   std::size_t taken = 0;
   for (const Session& session : m_sessions)

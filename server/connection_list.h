@@ -8,6 +8,7 @@
 #include "server/log.h"
 #include "server/places.h"
 
+#include <array>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -43,6 +44,8 @@ class ConnectionList {
   // gets the components that such a peer may have (server/places.h).
   // Throws std::bad_alloc; the connection is closed then.
   void serve(std::unique_ptr<corvane::Stream> stream, Room arriving = Room::kArriving);
+  // How many connections there are in each room.
+  std::array<std::size_t, 5> counts();
   // Ends every connection, whatever its peer does, and waits for their threads; connections accepted afterwards are
   // closed at once.
   void endAll();

@@ -4,6 +4,7 @@
 #include "corvane/records/exception.h"
 #include "programs/text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
 #include <stdexcept>
@@ -40,6 +41,12 @@ class Log::Output : public programs::LineOutput {
   explicit Output(std::shared_ptr<Shared> shared) : m_shared(std::move(shared)) {}
 
   std::string write(const std::string& text) override {
+    std::string why = attempt(text);
+    if (!why.empty()) m_shared->lost += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+    return why;
+  }
+
+  std::string attempt(const std::string& text) {
     std::string why = deliver(text);
     if (!why.empty() && !m_isFailing)
       m_shared->note(fmt::format("the log cannot be written: {}; its lines are lost until it can", why));
@@ -49,7 +56,7 @@ class Log::Output : public programs::LineOutput {
 
   std::string writeLost(std::uint64_t count, const std::string& why) override {
     const std::string lost = fmt::format("{} {} missing here: {}", count, count == 1 ? "line is" : "lines are", why);
-    std::string still = write(timed(lost) + "\n");
+    std::string still = attempt(timed(lost) + "\n");
     if (still.empty()) m_shared->note(fmt::format("in the log {}", lost));
     return still;
   }
@@ -138,6 +145,7 @@ void Log::finish() noexcept {
 
 void Log::put(const std::string& timedText) noexcept try {
   const bool isTaken = m_queue->put(timedText + "\n");
+  if (!isTaken) ++m_shared->lost;
   if (!isTaken && !m_isStuck.exchange(true)) {
     m_shared->note("the log is blocked, so its lines are lost: nobody reads it, or its disk is stuck");
   }

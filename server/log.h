@@ -50,6 +50,9 @@ class Log {
   // The latest lines that reported a failure, with their times.
   const RecentLines& failures() const { return m_shared->failures; }
 
+  // How many lines the output has not taken so far.
+  std::uint64_t linesLost() const { return m_shared->lost; }
+
   // The file was renamed: what follows goes to a new one of that name. Without a file nothing happens.
   void reopen() noexcept;
   bool isFile() const { return m_file != nullptr; }
@@ -72,6 +75,7 @@ class Log {
     RecentLines failures;
     Repeats repeats;
     Now now;
+    std::atomic<std::uint64_t> lost{0};  // lines
   };
 
   void put(const std::string& timed) noexcept;

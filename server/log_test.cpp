@@ -238,6 +238,7 @@ TEST_F(LogTest, ADiskWithoutSpaceIsAFailureToReadOfAndTheLinesAreCountedOnceTher
   kept = log.failures().latest(10);
   ASSERT_EQ(kept.size(), 2u);
   EXPECT_EQ(kept[1].substr(kStamp), " in the log 3 lines are missing here: No space left on device");
+  EXPECT_EQ(log.linesLost(), 3u);
 }
 
 TEST_F(LogTest, AFileThatCannotBeOpenedAnewIsWrittenOn) {

@@ -12,18 +12,21 @@
 #include "programs/service_manager.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"
+#include "protocol/names.h"
 #include "server/application.h"
 #include "server/connection_list.h"
 #include "server/invitations.h"
 #include "server/jobs/job_log.h"
 #include "server/keyless_monitor.h"
 #include "server/log_monitor.h"
+#include "server/metrics/metrics_server.h"
 #include "server/options.h"
 #include "server/session_keeper.h"
 #include "server/supervision.h"
 #include "tls/tls_stream.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
@@ -303,6 +306,39 @@ std::unique_ptr<aps::JobLog> makeJobLog(const aps::Options& options, aps::Applic
   return std::make_unique<aps::JobLog>(std::move(settings), application.history, *application.log);
 }
 
+// What this server is like now. The version is that of its classes.
+aps::Metrics collect(aps::Application& application, aps::ConnectionList& connections) {
+  aps::Metrics metrics;
+  metrics.jobs = application.book.metrics().counts();
+  metrics.running = application.book.runningCount();
+  metrics.recordsWaiting = application.history.waitingCount();
+  for (const auto& session : application.sessions.status())
+    ++(session.connected ? metrics.sessionsConnected : metrics.sessionsAway);
+  metrics.connections = connections.counts();
+  metrics.logLinesLost = application.log->linesLost();
+  const CS_Version& version = protocol::kVersion;
+  metrics.version = fmt::format("{}.{}.{}.{}", version.major, version.minor, version.revision, version.build);
+  metrics.startedAt = std::chrono::duration<double>(application.startedAt.time_since_epoch()).count();
+  return metrics;
+}
+
+// Null when there are to be none, or cannot be; then a line says why, and jobs print all the same.
+std::unique_ptr<aps::MetricsServer> serveMetrics(const aps::Options& options, aps::Application& application,
+                                                 aps::ConnectionList& connections, programs::LineQueue& said) try {
+  if (options.metrics.empty()) return nullptr;
+  auto server = std::make_unique<aps::MetricsServer>(
+      options.metrics, [&application, &connections] { return collect(application, connections); });
+  application.log->line(fmt::format("metrics are at http://{}/metrics, for whoever asks there", server->address()));
+  said.put(fmt::format("aps serves metrics on {}\n", server->address()));
+  return server;
+} catch (const std::runtime_error& failure) {
+  application.log->failure(fmt::format(
+      "there are no metrics at {}: {}; jobs print all the same: choose another port with --metrics, or end the program "
+      "that has this one, and start aps again",
+      options.metrics, failure.what()));
+  return nullptr;
+}
+
 // Null when the sessions are not kept.
 std::unique_ptr<aps::SessionKeeper> makeKeeper(const aps::Options& options, aps::Application& application) {
   if (options.state.empty()) return nullptr;
@@ -355,9 +391,11 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
                                   corvane::Patience().faster(options.pace));
   connections.useLines(options.packsJobs ? &compression::deflate() : nullptr, options.clientRates);
   sayStart(*log, said, listeners, options);
+  auto metrics = serveMetrics(options, *application, connections, said);
   supervision.ready(listeners.addresses());
   serveAll(listeners, keys, {connections, supervision, *log});
 
+  metrics.reset();
   if (keeper) keeper->stop();
   endAll(*application, connections, jobLog.get());
   log->line("aps stops");

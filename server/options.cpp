@@ -2,6 +2,7 @@
 
 #include "programs/data_folder.h"
 #include "programs/host_and_port.h"
+#include "server/metrics/metrics_server.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -76,6 +77,10 @@ void addHistory(CLI::App& app, Options& options) {
   app.add_option("--job-log", options.jobLog,
                  "file that gets the record of each job that has ended as a line of JSON, for a program that collects "
                  "those of many servers; needs --history")
+      ->check(named);
+  app.add_option("--metrics", options.metrics,
+                 "address and port, as in 127.0.0.1:9464, where /metrics answers a program that watches this server, "
+                 "over HTTP and whoever asks; a port alone is one of 127.0.0.1")
       ->check(named);
   app.add_flag("!--no-titles", options.hasTitles, "leaves the names of documents out of the records of jobs");
 }
@@ -169,6 +174,10 @@ std::string contradiction(const Options& options) {
   if (!options.listenClients.empty() && options.keys.empty()) {
     return "--listen-clients takes print clients over the network, and each must have the key of its session: leave "
            "--no-keys out";
+  }
+  if (!options.metrics.empty()) {
+    if (const std::string refusal = metricsRefusal(options.metrics); !refusal.empty())
+      return fmt::format("--metrics: {}", refusal);
   }
   if (!options.jobLog.empty() && options.history.empty()) {
     return "--job-log takes the records of jobs from their history, which numbers them and keeps what the log cannot "

@@ -35,6 +35,7 @@ struct Options {
   std::string newKey;   // a key file to make instead of serving
   std::string history;  // file that keeps the records of jobs; empty: they are in memory
   JobHistory::Limits historyLimits;
+  std::string metrics;    // address and port where metrics are served; empty: nowhere
   std::string jobLog;     // file for the records of jobs that have ended; empty: there is none
   bool hasTitles = true;  // in those records
   std::string state;      // file that keeps the sessions over a restart; empty: they are not kept

@@ -44,6 +44,18 @@ TEST(ApsOptions, TakeRatesAndCompressionForClientsOfOtherMachinesOnly) {
             "--client-rate: \"fast\" is not a rate; an example is 250KB, which are bytes a second\n");
 }
 
+TEST(ApsOptions, TakeAnAddressForMetricsAndExplainWhatIsNone) {
+  EXPECT_EQ(parseOptions({}).options.metrics, "");
+  EXPECT_EQ(parseOptions({"--metrics", "9464"}).options.metrics, "9464");
+  EXPECT_EQ(parseOptions({"--metrics", ""}).exitCode, 2);
+  const ParsedOptions wrong = parseOptions({"--metrics", "here"});
+  EXPECT_EQ(wrong.exitCode, 2);
+  EXPECT_EQ(
+      wrong.message,
+      "--metrics: \"here\" is not an address and port; an example is 127.0.0.1:9464 (9464 alone means the same, and "
+      "port 0 takes any free port)\n");
+}
+
 TEST(ApsOptions, TakeALogOfJobsOnlyBesideTheirHistory) {
   EXPECT_EQ(parseOptions({}).options.jobLog, "");
   EXPECT_EQ(parseOptions({"--history", "h", "--job-log", "jobs.json"}).options.jobLog, "jobs.json");

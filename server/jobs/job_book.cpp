@@ -124,7 +124,8 @@ void JobBook::answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passi
   entry.record.ended = utcNow();
   if (static_cast<int>(result) <= 0) {
     if (entry.isRefused) return;  // the print client has said more
-    failLocked(entry, protocol::textOf(result), L"See in the print client's output what it says about the job.");
+    failLocked(entry, FailureClass::kPrintClient, protocol::textOf(result),
+               L"See in the print client's output what it says about the job.");
   } else if (!entry.hasPaper) {
     entry.record.state = JobState::kDelivered;
   }
@@ -160,15 +161,32 @@ void JobBook::passed(int job, const CS_BridgeRouter::Passing& passing) noexcept 
   if (isAnswer) m_history.awaitWritten(job);
 }
 
-void JobBook::failLocked(Entry& entry, const std::wstring& cause, const std::wstring& remedy) const {
+void JobBook::failLocked(Entry& entry, FailureClass failure, const std::wstring& cause,
+                         const std::wstring& remedy) const {
+  if (entry.failure == FailureClass::kNone) entry.failure = failure;
   entry.record.state = JobState::kFailed;
   entry.record.cause = shortened(cause);
   entry.record.remedy = shortened(remedy);
 }
 
-void JobBook::endLocked(Entry& entry) const {
+void JobBook::endLocked(Entry& entry) {
   entry.hasEnded = true;
   if (entry.record.ended.empty()) entry.record.ended = utcNow();
+  ++m_ended;
+}
+
+// As soon as both are known: that it has ended, and what became of its paper.
+void JobBook::countPaperLocked(Entry& entry) {
+  const JobState state = entry.record.state;
+  const bool isKnown = state == JobState::kPrinted || state == JobState::kCanceled || state == JobState::kFailed;
+  if (!entry.hasEnded || !entry.hasPaper || entry.isRefused || !isKnown || entry.isPaperCounted) return;
+  entry.isPaperCounted = true;
+  m_metrics.paperEnded(entry.record);
+}
+
+std::size_t JobBook::runningCount() {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  return m_jobs.size() - m_ended;
 }
 
 bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept try {
@@ -180,7 +198,6 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
   std::swap(router, entry.router);
   const bool isAnswered = !entry.record.ended.empty();
   endLocked(entry);
-  ++m_ended;
   entry.record.bytes = static_cast<std::int64_t>(ending.bytes);
   if (!isAnswered && isShown) {
     entry.record.state = JobState::kShown;
@@ -189,12 +206,15 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
     entry.record.cause = fmt::format(L"It was canceled by {}.", entry.canceledBy);
   } else if (!isAnswered && !entry.isNoticed) {
     const std::wstring why = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);
-    failLocked(entry,
+    failLocked(entry, ending.madeHere ? FailureClass::kPortMonitor : FailureClass::kPrintClient,
                fmt::format(L"{} before the job's end{}.",
                            ending.madeHere ? L"The port monitor left" : L"The session's print client left", why),
                ending.madeHere ? L"The port monitor's log says what failed there; print again."
                                : L"Start the print client, and print again.");
   }
+  if (entry.isRefused) entry.failure = FailureClass::kPrintClient;
+  m_metrics.ended(entry.record, entry.failure);
+  countPaperLocked(entry);
   m_history.put(entry.record);
   const bool isCanceled = entry.record.state == JobState::kCanceled;
   forgetLocked();
@@ -207,9 +227,9 @@ void JobBook::refused(int job, const std::wstring& cause) {
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto found = m_jobs.find(job);
   if (found == m_jobs.end() || found->second.hasEnded) return;
-  failLocked(found->second, cause, L"");
+  failLocked(found->second, FailureClass::kNotAttached, cause, L"");
   endLocked(found->second);
-  ++m_ended;
+  m_metrics.ended(found->second.record, found->second.failure);
   m_history.put(found->second.record);
   forgetLocked();
 }
@@ -240,11 +260,11 @@ void JobBook::noticed(const CS_Notice& notice) {
   Entry& entry = found != m_jobs.end() ? found->second : beginLocked(printer, session, process);
   if (found == m_jobs.end()) {
     endLocked(entry);
-    ++m_ended;
     entry.record.bytes = numberIn(textIn(notice, L"bytes"));
     entry.record.state = result == L"delivered" ? JobState::kDelivered
                          : result == L"shown"   ? JobState::kShown
                                                 : JobState::kFailed;
+    m_metrics.ended(entry.record, FailureClass::kPortMonitor);
   }
   entry.isNoticed = true;
   entry.record.spoolerJob = number;
@@ -252,7 +272,7 @@ void JobBook::noticed(const CS_Notice& notice) {
   entry.record.pages = static_cast<int>(std::min<std::int64_t>(numberIn(textIn(notice, L"pages")), 1000000000));
   if (m_settings.hasTitles) entry.record.document = textIn(notice, L"document");
   if (result == L"failed" && entry.canceledBy.empty() && !entry.isRefused) {
-    failLocked(entry, textIn(notice, L"cause"), textIn(notice, L"remedy"));
+    failLocked(entry, FailureClass::kPortMonitor, textIn(notice, L"cause"), textIn(notice, L"remedy"));
   }
   m_history.put(entry.record);
   forgetLocked();
@@ -281,6 +301,7 @@ void JobBook::paperNews(const protocol::PaperNews& news, int session, const std:
     stageEndsLocked(entry, protocol::kPaper);
     entry.stageBegan = began;  // news may be corrected by later news
   }
+  countPaperLocked(entry);
   m_history.put(entry.record);
   m_changed.notify_all();
 }

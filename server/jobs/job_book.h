@@ -5,6 +5,7 @@
 #include "protocol/paper_news.h"
 #include "server/job_watch.h"
 #include "server/jobs/job_history.h"
+#include "server/metrics/job_metrics.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -48,6 +49,10 @@ class JobBook : public JobWatch {
   // A print client says what has become of a job of its printer, which has that name on this server.
   void paperNews(const protocol::PaperNews& news, int session, const std::wstring& printer);
 
+  const JobMetrics& metrics() const { return m_metrics; }
+  // Of jobs that have not ended.
+  std::size_t runningCount();
+
   protocol::Jobs::Answer find(const protocol::Jobs& wanted);
   protocol::CancelJob::Answer cancel(const protocol::CancelJob& wanted);
 
@@ -82,14 +87,17 @@ class JobBook : public JobWatch {
     bool hasEnded = false;              // for the port monitor
     bool isNoticed = false;             // the port monitor has said how
     bool hasPaper = false;              // the print client has told of it
+    bool isPaperCounted = false;
+    FailureClass failure = FailureClass::kNone;  // the first that is known
   };
 
   Entry& beginLocked(const std::wstring& printer, int session, int process);
   void startLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const;
   void answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const;
   void stageEndsLocked(Entry& entry, protocol::JobStage stage) const;
-  void endLocked(Entry& entry) const;
-  void failLocked(Entry& entry, const std::wstring& cause, const std::wstring& remedy) const;
+  void endLocked(Entry& entry);
+  void countPaperLocked(Entry& entry);
+  void failLocked(Entry& entry, FailureClass failure, const std::wstring& cause, const std::wstring& remedy) const;
   // The latest job of that printer that matches; the end when there is none.
   template <class Matches>
   std::map<int, Entry>::iterator latestLocked(const std::wstring& printer, const Matches& matches);
@@ -99,6 +107,7 @@ class JobBook : public JobWatch {
 
   JobHistory& m_history;
   const Settings m_settings;
+  JobMetrics m_metrics;
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_changed;
   std::map<int, Entry> m_jobs;  // by number

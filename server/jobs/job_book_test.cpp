@@ -209,6 +209,36 @@ TEST_F(JobBookTest, NewsOfAJobAtItsPrinterEndTheWaitOnlyWithACauseOrTheEnd) {
   EXPECT_FALSE(m_book.awaitPaper(job + 1, 0, std::chrono::hours(1)));
 }
 
+TEST_F(JobBookTest, EachJobIsCountedOnceByItsOutcomeAndByWhatItFailed) {
+  const int delivered = begin();
+  EXPECT_EQ(m_book.runningCount(), 1u);
+  start(delivered);
+  news(PaperState::kPrinting);
+  answer(delivered, PrintResult::kPrinted);
+  EXPECT_EQ(m_book.metrics().counts().ended[0][0], 0u);
+  end(delivered);
+  m_book.noticed(notice(L"delivered"));
+  EXPECT_EQ(m_book.runningCount(), 0u);
+  EXPECT_EQ(m_book.metrics().counts().paper[0], 0u);
+  news(PaperState::kPrinted);
+  news(PaperState::kPrinted);
+  const int refused = begin(), cut = begin(), notTaken = begin();
+  m_book.refused(refused, L"There is no such printer.");
+  start(cut, L"18");
+  end(cut, false);
+  m_book.noticed(notice(L"failed", L"18"));
+  start(notTaken, L"19");
+  news(PaperState::kAborted, L"Laser - Job #19");
+  answer(notTaken, PrintResult::kNotTaken);
+  end(notTaken);
+  m_book.noticed(notice(L"failed", L"20"));  // of which nothing was known
+  const auto counts = m_book.metrics().counts();
+  EXPECT_EQ(counts.ended[0], (std::array<std::uint64_t, 4>{1, 0, 0, 0}));
+  EXPECT_EQ(counts.ended[2], (std::array<std::uint64_t, 4>{0, 1, 1, 2}));
+  EXPECT_EQ(counts.paper, (std::array<std::uint64_t, 3>{1, 0, 0}));
+  EXPECT_EQ(counts.stages[protocol::kPaper].total(), 1u);
+}
+
 TEST_F(JobBookTest, AJobThatArrivesHasItsStagesItsUserAndItsEnd) {
   const int job = begin();
   start(job);

@@ -282,6 +282,11 @@ void JobHistory::awaitWritten(int number) noexcept {
                      [&] { return !m_trouble.empty() || (m_beingWritten == 0 && m_waiting.count(number) == 0); });
 }
 
+std::size_t JobHistory::waitingCount() {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  return m_waiting.size() + m_beingWritten;
+}
+
 void JobHistory::run() noexcept {
   std::unique_lock<std::mutex> guard(m_lock);
   while (true) {

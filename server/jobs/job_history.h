@@ -56,6 +56,8 @@ class JobHistory {
   int nextNumber();
   // The record replaces what is known under its number. Does not wait; without memory the record is lost, and counted.
   void put(const protocol::JobRecord& record) noexcept;
+  // How many records the file has not taken yet.
+  std::size_t waitingCount();
   // Returns when the latest record of that number has been handed to the system, so that it stays whatever becomes of
   // this process, and after kLongestWait in any case; at once in memory, and while the file takes nothing.
   void awaitWritten(int number) noexcept;

@@ -1,5 +1,5 @@
 // Prints jobs as the port monitor of a server would, for users that take turns; the first is anna. What the server
-// does not answer is printed again under another number, until so many have been answered:
+// does not answer is printed again under another number, until so many have been answered or refused:
 //
 //   farm_jobs PORT PRINTER FIRST-NUMBER JOBS USERS
 //
@@ -30,12 +30,35 @@ struct Work {
   std::mutex lock;  // for the output
 };
 
+std::wstring titleOf(const std::wstring& number) {
+  return L"Letter " + number;
+}
+
+// The port monitor's word on how the job ended.
+void tell(tests::MonitorPeer& peer, const Work& work, const std::wstring& number, const std::wstring& user,
+          const wchar_t* result) {
+  peer.notify(1234, L"spoolsv",
+              {L"job",
+               L"Job " + number + L" has ended",
+               {{L"job", number},
+                {L"printer", work.printer},
+                {L"document", titleOf(number)},
+                {L"process", L"1234"},
+                {L"user", L"FARM\\" + user},
+                {L"result", result},
+                {L"session", L"5"},
+                {L"bytes", L"5"}}});
+}
+
 bool printOne(Work& work, const std::wstring& user) try {
   const int job = work.number++;
-  const std::wstring number = std::to_wstring(job), title = L"Letter " + number;
+  const std::wstring number = std::to_wstring(job);
   tests::MonitorPeer peer(work.port);
-  if (!peer.attach(work.printer)) return false;
-  peer.startJob({L"Laser-2 - Job #" + number, L"Laser-2", title, L"RAW"}, {1, 1, 1, 1}, 2);
+  if (!peer.attach(work.printer)) {
+    tell(peer, work, number, user, L"failed");
+    return true;
+  }
+  peer.startJob({L"Laser-2 - Job #" + number, L"Laser-2", titleOf(number), L"RAW"}, {1, 1, 1, 1}, 2);
   peer.writeJob("hello");
   if (peer.endJob() != 1) return false;
   {
@@ -43,17 +66,7 @@ bool printOne(Work& work, const std::wstring& user) try {
     std::printf("%d %s\n", job, corvane::toUtf8(user).c_str());
     std::fflush(stdout);
   }
-  peer.notify(1234, L"spoolsv",
-              {L"job",
-               L"Job " + number + L" was delivered",
-               {{L"job", number},
-                {L"printer", work.printer},
-                {L"document", title},
-                {L"process", L"1234"},
-                {L"user", L"FARM\\" + user},
-                {L"result", L"delivered"},
-                {L"session", L"5"},
-                {L"bytes", L"5"}}});
+  tell(peer, work, number, user, L"delivered");
   return true;
 } catch (const CS_Exception&) {
   return false;

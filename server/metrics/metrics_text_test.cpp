@@ -1,0 +1,79 @@
+#include "server/metrics/metrics_text.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace aps {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+Metrics some() {
+  Metrics metrics;
+  metrics.jobs.ended[0][0] = 5;
+  metrics.jobs.ended[2][3] = 2;
+  metrics.jobs.paper[0] = 4;
+  metrics.jobs.bytes = 5000000000;
+  metrics.jobs.stages[3].add(0.2);
+  metrics.jobs.stages[3].add(4000);
+  metrics.running = 1;
+  metrics.held = 6;
+  metrics.recordsWaiting = 7;
+  metrics.sessionsConnected = 2;
+  metrics.sessionsAway = 3;
+  metrics.connections = {1, 2, 3, 4, 5};
+  metrics.logLinesLost = 9;
+  metrics.version = "4.0.1.0";
+  metrics.startedAt = 1700000000.5;
+  return metrics;
+}
+
+TEST(MetricsText, HasEveryValueWithItsLabels) {
+  const std::string text = textOf(some(), MetricsForm::kPlain);
+  EXPECT_THAT(text,
+              StartsWith("# HELP aps_jobs_total Jobs that have ended, by how, and by what the failed ones failed.\n"
+                         "# TYPE aps_jobs_total counter\n"
+                         "aps_jobs_total{outcome=\"delivered\",failed_by=\"none\"} 5\n"
+                         "aps_jobs_total{outcome=\"shown\",failed_by=\"none\"} 0\n"
+                         "aps_jobs_total{outcome=\"failed\",failed_by=\"not attached\"} 0\n"
+                         "aps_jobs_total{outcome=\"failed\",failed_by=\"port monitor\"} 0\n"
+                         "aps_jobs_total{outcome=\"failed\",failed_by=\"print client\"} 2\n"
+                         "aps_jobs_total{outcome=\"canceled\",failed_by=\"none\"} 0\n"
+                         "# HELP aps_paper_total "));
+  for (const char* line : {"aps_paper_total{outcome=\"printed\"} 4\n", "aps_job_bytes_total 5000000000\n",
+                           "aps_job_stage_seconds_bucket{stage=\"paper\",le=\"0.1\"} 0\n",
+                           "aps_job_stage_seconds_bucket{stage=\"paper\",le=\"0.5\"} 1\n",
+                           "aps_job_stage_seconds_bucket{stage=\"paper\",le=\"1800.0\"} 1\n",
+                           "aps_job_stage_seconds_bucket{stage=\"paper\",le=\"+Inf\"} 2\n",
+                           "aps_job_stage_seconds_sum{stage=\"paper\"} 4000.2\n",
+                           "aps_job_stage_seconds_count{stage=\"paper\"} 2\n", "aps_jobs_running 1\n",
+                           "aps_jobs_held 6\n", "aps_records_waiting 7\n", "aps_sessions{client=\"connected\"} 2\n",
+                           "aps_sessions{client=\"away\"} 3\n", "aps_connections{room=\"arriving from network\"} 2\n",
+                           "aps_connections{room=\"administration\"} 5\n", "aps_log_lines_lost_total 9\n",
+                           "aps_build_info{version=\"4.0.1.0\"} 1\n", "aps_start_time_seconds 1700000000.5\n"}) {
+    EXPECT_THAT(text, HasSubstr(line));
+  }
+  EXPECT_THAT(text, Not(HasSubstr("# EOF")));
+}
+
+TEST(MetricsText, AsOpenMetricsACounterIsDescribedWithoutItsEndingAndTheTextHasAnEnd) {
+  const std::string text = textOf(some(), MetricsForm::kOpenMetrics);
+  EXPECT_THAT(text, HasSubstr("# TYPE aps_jobs counter\naps_jobs_total{"));
+  EXPECT_THAT(text, HasSubstr("# TYPE aps_log_lines_lost counter\naps_log_lines_lost_total 9\n"));
+  EXPECT_THAT(text, HasSubstr("# TYPE aps_jobs_running gauge\naps_jobs_running 1\n"));
+  EXPECT_THAT(text, EndsWith("\n# EOF\n"));
+}
+
+TEST(MetricsText, IsInTheFormThatIsAskedFor) {
+  EXPECT_EQ(formFor(""), MetricsForm::kPlain);
+  EXPECT_EQ(formFor("text/plain;version=0.0.4"), MetricsForm::kPlain);
+  EXPECT_EQ(formFor("application/openmetrics-text;version=1.0.0,text/plain;q=0.5"), MetricsForm::kOpenMetrics);
+  EXPECT_STREQ(contentTypeOf(MetricsForm::kPlain), "text/plain; version=0.0.4; charset=utf-8");
+  EXPECT_STREQ(contentTypeOf(MetricsForm::kOpenMetrics), "application/openmetrics-text; version=1.0.0; charset=utf-8");
+}
+
+}  // namespace
+}  // namespace aps
