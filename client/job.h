@@ -69,7 +69,7 @@ class Job {
   std::uint64_t m_nextProgress;
   const std::shared_ptr<CancelRequest> m_cancel = std::make_shared<CancelRequest>();
   std::unique_ptr<TakenJobs::Delivery> m_delivery;  // of a job that the server has held
-  std::uint64_t m_listed = 0;  // its number on the board
+  std::uint64_t m_listed = 0;                       // its number on the board
   bool m_ended = false;
 };
 

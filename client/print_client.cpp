@@ -60,10 +60,11 @@ void PrintClient::askWhether(CS_InRequest& request) try {
   m_delivery = std::move(known.delivery);
   protocol::answer(request, protocol::HeldJob::Answer{known.state, device});
 } catch (const std::runtime_error& failure) {
-  m_output->reporter().line(fmt::format(
-      "{}a job that the server has held comes, and what becomes of it cannot be remembered: {}; make the folder writable, "
-      "or a job may be given up when a connection is lost",
-      m_output->originOf(getConnection()).label, failure.what()));
+  m_output->reporter().line(
+      fmt::format("{}a job that the server has held comes, and what becomes of it cannot be remembered: {}; make the "
+                  "folder writable, "
+                  "or a job may be given up when a connection is lost",
+                  m_output->originOf(getConnection()).label, failure.what()));
   throw CS_Exception(corvane::kRequestRefused, L"this print client cannot remember the job");
 }
 

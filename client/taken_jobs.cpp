@@ -1,7 +1,6 @@
 #include "client/taken_jobs.h"
 
 #include "client/disk_file.h"
-#include "client/job_output.h"
 #include "corvane/base/text.h"
 #include "corvane/trust/crypto.h"
 #include "programs/text.h"
@@ -27,6 +26,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kBegun = ".begun", kTakenSuffix = ".taken";
 constexpr const char* kDevice = "device";
+constexpr const char* kUnfinished = ".unfinished-";
 
 // Tells a file again under another name.
 struct FileMark {
@@ -61,8 +61,8 @@ std::string hexadecimal(std::size_t bytes) {
 
 // What a server says becomes part of a file's name: only exactly such a text does.
 std::string checked(const std::wstring& id) {
-  const bool isId = id.size() == protocol::HeldJob::kIdDigits &&
-                    id.find_first_not_of(L"0123456789abcdef") == std::wstring::npos;
+  const bool isId =
+      id.size() == protocol::HeldJob::kIdDigits && id.find_first_not_of(L"0123456789abcdef") == std::wstring::npos;
   if (!isId) throw std::runtime_error("the server names a held job in another way than this print client knows");
   return corvane::toUtf8(id);
 }
@@ -86,7 +86,7 @@ void TakenJobs::Delivery::begin(const std::optional<fs::path>& file) {
   if (file) {
     const auto mark = markOf(*file);
     if (!mark) throw std::runtime_error(fmt::format("{} cannot be looked at", programs::fromPath(*file)));
-    begun["file"] = programs::fromPath(*file);
+    begun["file"] = programs::fromPath(fs::absolute(*file));
     begun["size"] = mark->size;
     begun["written"] = mark->written;
   }
@@ -123,7 +123,8 @@ fs::path TakenJobs::ownFolder() {
     return fs::path(home) / ".local" / "state" / "printclient" / "held";
   }
 #endif
-  throw std::runtime_error("this account has no folder for what its programs remember (HOME or LOCALAPPDATA is not set)");
+  throw std::runtime_error(
+      "this account has no folder for what its programs remember (HOME or LOCALAPPDATA is not set)");
 }
 
 fs::path TakenJobs::begunFile(const std::string& id) const {
@@ -135,7 +136,7 @@ fs::path TakenJobs::takenFile(const std::string& id) const {
 }
 
 void TakenJobs::write(const fs::path& path, const std::string& text) const {
-  DiskFile file(m_folder / programs::toPath(temporaryNameFor("held")));
+  DiskFile file(m_folder / (kUnfinished + hexadecimal(8)));
   file.write(std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()));
   file.sync();
   if (file.renameTo(path)) return;
@@ -146,7 +147,6 @@ void TakenJobs::prepareLocked() try {
   if (m_isPrepared) return;
   fs::create_directories(m_folder);
   fs::permissions(m_folder, fs::perms::owner_all);
-  removeLeftoversIn(m_folder);
   forgetOldest();
   if (!fs::exists(m_folder / kDevice)) write(m_folder / kDevice, hexadecimal(16));
   m_isPrepared = true;
@@ -159,6 +159,8 @@ void TakenJobs::forgetOldest() const {
   std::error_code failure;
   for (fs::directory_iterator at(m_folder, failure), end; !failure && at != end; at.increment(failure)) {
     const std::string extension = programs::fromPath(at->path().extension());
+    // Of a process that was killed; one that is in use stays.
+    if (programs::fromPath(at->path().filename()).starts_with(kUnfinished)) removeAbandoned(at->path());
     if (extension != kBegun && extension != kTakenSuffix) continue;
     files.emplace_back(fs::last_write_time(at->path(), failure), at->path());
   }

@@ -14,8 +14,9 @@
 namespace printclient {
 
 // What this person's print clients on this machine have taken of the jobs that a server has held for them, remembered
-// however they end, so that a job that is delivered again is not printed again. A small file for each job in a folder of
-// the person's own: "ID.begun" before its sink gets the job, "ID.taken" when that has it. At most kMost; the oldest go.
+// however they end, so that a job that is delivered again is not printed again. A small file for each job in a folder
+// of the person's own: "ID.begun" before its sink gets the job, "ID.taken" when that has it. At most kMost; the oldest
+// go.
 //
 // Safe from any thread; several processes may use one folder.
 class TakenJobs {
@@ -26,8 +27,8 @@ class TakenJobs {
   TakenJobs(const TakenJobs&) = delete;
   TakenJobs& operator=(const TakenJobs&) = delete;
 
-  // That of the person who runs this program: printclient/held in $XDG_STATE_HOME, else in ~/.local/state; on Windows in
-  // %LOCALAPPDATA%. Throws std::runtime_error when there is none.
+  // That of the person who runs this program: printclient/held in $XDG_STATE_HOME, else in ~/.local/state; on Windows
+  // in %LOCALAPPDATA%. Throws std::runtime_error when there is none.
   static std::filesystem::path ownFolder();
 
   // One delivery of a job, for as long as it is the latest one. When it goes before begin(), nothing is remembered.
@@ -38,9 +39,9 @@ class TakenJobs {
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
     ~Delivery();
-    // The sink is about to get the job, as the file of that path where it only gives it another name in the same folder.
-    // Throws std::runtime_error when that cannot be remembered, or a later delivery of the same job has begun: then the
-    // sink must not get it.
+    // The sink is about to get the job, as the file of that path where it only gives it another name in the same
+    // folder. Throws std::runtime_error when that cannot be remembered, or a later delivery of the same job has begun:
+    // then the sink must not get it.
     void begin(const std::optional<std::filesystem::path>& file);
     // What came of it, behind begin().
     void end(bool isTaken) noexcept;

@@ -29,11 +29,10 @@ struct JobStateName {
   const wchar_t* word;
 };
 inline constexpr std::array kJobStates = {
-    JobStateName{JobState::kRunning, L"running"},  JobStateName{JobState::kPrinting, L"printing"},
-    JobStateName{JobState::kPrinted, L"printed"},  JobStateName{JobState::kDelivered, L"delivered"},
-    JobStateName{JobState::kShown, L"shown"},      JobStateName{JobState::kFailed, L"failed"},
-    JobStateName{JobState::kCanceled, L"canceled"},
-    JobStateName{JobState::kHeld, L"held"}};
+    JobStateName{JobState::kRunning, L"running"},   JobStateName{JobState::kPrinting, L"printing"},
+    JobStateName{JobState::kPrinted, L"printed"},   JobStateName{JobState::kDelivered, L"delivered"},
+    JobStateName{JobState::kShown, L"shown"},       JobStateName{JobState::kFailed, L"failed"},
+    JobStateName{JobState::kCanceled, L"canceled"}, JobStateName{JobState::kHeld, L"held"}};
 
 // That of an unknown number is "failed", and of an unknown word kFailed: what is not known has not been printed.
 constexpr const wchar_t* wordOf(JobState state) {

@@ -8,8 +8,8 @@
 #include <string>
 
 // The stream of one job, from the port monitor (kPrintServerClass) to the session's print client (kPrintClientClass):
-// one JobStart, any number of JobData, one JobEnd. A job that the application server has held for a client that was away
-// comes from the server itself, with a HeldJob in front.
+// one JobStart, any number of JobData, one JobEnd. A job that the application server has held for a client that was
+// away comes from the server itself, with a HeldJob in front.
 namespace protocol {
 
 enum class PrintRequest { kStart = 1, kData = 2, kEnd = 3, kHeld = 4 };

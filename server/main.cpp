@@ -261,9 +261,8 @@ bool holdJobs(const aps::Options& options, const corvane::KeyFolder* keys,
   if (options.hold.empty() || keys == nullptr) return true;
   aps::JobHold::Settings settings{programs::toPath(options.hold), options.holdLimits, options.hasTitles, options.pace};
   application->hold = std::make_unique<aps::JobHold>(
-      std::move(settings),
-      aps::JobHold::Context{*application->log, application->sessions, application->clientNews, application->book,
-                            application->notices, *keys});
+      std::move(settings), aps::JobHold::Context{*application->log, application->sessions, application->clientNews,
+                                                 application->book, application->notices, *keys});
   aps::registerHoldClasses(application);
   return true;
 } catch (const std::exception& failure) {

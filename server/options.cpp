@@ -168,14 +168,16 @@ std::string holdContradiction(const Options& options) {
   }
   const HoldStore::Limits& limits = options.holdLimits;
   if (2 * static_cast<long long>(limits.megabytes) > limits.totalMegabytes) {
-    return fmt::format("--hold-size {} and --hold-total {}: one session could take the room of all others; let it have "
-                       "half of all at most",
-                       limits.megabytes, limits.totalMegabytes);
+    return fmt::format(
+        "--hold-size {} and --hold-total {}: one session could take the room of all others; let it have "
+        "half of all at most",
+        limits.megabytes, limits.totalMegabytes);
   }
   if (2 * static_cast<long long>(limits.jobs) > limits.totalJobs) {
-    return fmt::format("--hold-jobs {} and --hold-total-jobs {}: one session could take the places of all others; let it "
-                       "have half of all at most",
-                       limits.jobs, limits.totalJobs);
+    return fmt::format(
+        "--hold-jobs {} and --hold-total-jobs {}: one session could take the places of all others; let it "
+        "have half of all at most",
+        limits.jobs, limits.totalJobs);
   }
   return "";
 }

@@ -190,9 +190,10 @@ void PortMonitorClient::heldJobEnded(const Context& context, const Attached& job
   } else if (isAnswered) {
     context.log.line(fmt::format("job ended: {}; it was not to be held", passed));
   } else if (ending.madeHere) {
-    context.log.failure(fmt::format("job cut: {}; the port monitor left before its end{}; its log says what failed "
-                                    "there, then print again",
-                                    passed, why));
+    context.log.failure(
+        fmt::format("job cut: {}; the port monitor left before its end{}; its log says what failed "
+                    "there, then print again",
+                    passed, why));
   } else {
     context.log.line(fmt::format("job ended: {}; it is not held{}", passed, why));
   }

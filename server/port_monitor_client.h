@@ -58,8 +58,8 @@ class PortMonitorClient : public CS_Component {
   struct Attached {
     std::string words;  // which one it is, for the log
     int number = 0;
-    std::wstring printer;         // its name on this server
-    bool isHeld = false;          // this server takes it in its client's place,
+    std::wstring printer;          // its name on this server
+    bool isHeld = false;           // this server takes it in its client's place,
     std::uint32_t heldBridge = 0;  // where the bridge is that one
   };
   // The same, in the place of a client that is away.

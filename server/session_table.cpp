@@ -125,7 +125,8 @@ std::vector<SessionTable::Status> SessionTable::known() const {
     const std::lock_guard<std::mutex> guard(m_lock);
     for (const auto& [number, entry] : m_sessions) {
       const bool connected = static_cast<bool>(entry.client);
-      all.push_back({connected ? UINT64_MAX : entry.leftAt, {number, connected, entry.since, entry.printers, entry.key}});
+      all.push_back(
+          {connected ? UINT64_MAX : entry.leftAt, {number, connected, entry.since, entry.printers, entry.key}});
     }
   }
   std::stable_sort(all.begin(), all.end(), [](const auto& a, const auto& b) { return a.first < b.first; });

@@ -14,7 +14,9 @@
 #include "protocol/print_job.h"
 #include "server/client_news.h"
 
+#include <condition_variable>
 #include <fmt/format.h>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -59,23 +61,45 @@ class ServedEnd {
 
 }  // namespace
 
+struct HeldDelivery::RouteEnd {
+  std::mutex lock;  // guards what follows
+  std::condition_variable changed;
+  bool isOver = false;
+  bool isCanceled = false;
+  bool isOfClient = false;  // the print client let the bridge go, or has gone
+  std::wstring reason;
+};
+
 HeldDelivery::Outcome HeldDelivery::run() noexcept try {
+  Outcome outcome = runOnce();
+  if (!m_routeEnd) return outcome;
+  // What the route's end tells is told now, and nobody uses this any more.
+  std::unique_lock<std::mutex> lock(m_routeEnd->lock);
+  m_routeEnd->changed.wait(lock, [this] { return m_routeEnd->isOver; });
+  if (m_routeEnd->isCanceled) return {End::kCanceled, "", ""};
+  const CS_RCPtr<CS_Connection> client = m_context.sessions.clientOf(m_job.session);
+  const bool isGivenUp = outcome.end == End::kAway && m_routeEnd->isOfClient && client && client.get() == m_client;
+  if (!isGivenUp || !client->isConnected()) return outcome;
+  return {End::kFailed, fmt::format("the print client let the job go: {}", programs::oneLine(m_routeEnd->reason)),
+          "print again if it is still wanted"};
+} catch (const std::exception& failure) {
+  return {End::kBusy, failure.what(), ""};
+}
+
+HeldDelivery::Outcome HeldDelivery::runOnce() try {
   const CS_RCPtr<CS_Connection> client = m_context.sessions.clientOf(m_job.session);
   if (!client || corvane::toHex(client->peerKeyMark()) != m_job.key) return {End::kAway, "", ""};
   const auto found = m_context.sessions.find(m_job.printer);
   if (!found || found->session != m_job.session) {
-    return {End::kAside,
-            fmt::format("the printer {} is not there any more", programs::quoted(m_job.printer)),
+    return {End::kAside, fmt::format("the printer {} is not there any more", programs::quoted(m_job.printer)),
             fmt::format("let the print client of session {} bring it back, or cancel the job", m_job.session)};
   }
   if (found->client.get() != client.get()) return {End::kAway, "", ""};
-  Outcome outcome = deliver(*found);
-  if (m_isCanceled) outcome = {End::kCanceled, "", ""};
-  return outcome;
+  m_client = client.get();
+  return deliver(*found);
 } catch (const HeldFileDamage& damage) {
   return {End::kDamaged, damage.what(), "print again"};
 } catch (const CS_Exception& failure) {
-  if (m_isCanceled) return {End::kCanceled, "", ""};
   if (failure.number() != corvane::kRequestRefused) return {End::kAway, "", ""};
   return {End::kAside, fmt::format("the print client refuses the job: {}", programs::describe(failure)),
           "install the same version of the print client and aps"};
@@ -117,13 +141,20 @@ bool HeldDelivery::route(CS_Connection& routed, CS_Component& bridge, const Sess
   router->setIdentifier(bridge.getIdentifier());
   if (!routed.addChild(router.get())) return false;
   JobBook& book = m_context.book;
-  router->onPass([&book, number = m_job.number](const CS_BridgeRouter::Passing& passing) {
-    book.passed(number, passing);
-  });
-  router->onEnd([this](const CS_BridgeRouter::Ending& ending) {
-    if (m_context.book.ended(m_job.number, ending, false)) m_isCanceled = true;
+  router->onPass(
+      [&book, number = m_job.number](const CS_BridgeRouter::Passing& passing) { book.passed(number, passing); });
+  const auto end = std::make_shared<RouteEnd>();
+  router->onEnd([&book, end, number = m_job.number](const CS_BridgeRouter::Ending& ending) {
+    const bool isCanceled = book.ended(number, ending, false);
+    const std::lock_guard<std::mutex> guard(end->lock);
+    end->isOver = true;
+    end->isCanceled = isCanceled;
+    end->isOfClient = !ending.madeHere;
+    end->reason = ending.reason;
+    end->changed.notify_all();
   });
   if (router->routeTo(found.client) != CS_BridgeRouter::Routing::kMade) return false;
+  m_routeEnd = end;
   book.routed(m_job.number, router);
   return true;
 }
@@ -176,12 +207,12 @@ HeldDelivery::Outcome HeldDelivery::outcomeOf(protocol::PrintResult result) {
   std::string cause = programs::oneLine(protocol::textOf(result));
   while (!cause.empty() && cause.back() == '.')
     cause.pop_back();
-  const bool isForGood =
-      result == protocol::PrintResult::kNoData || result == protocol::PrintResult::kIncompletePdf;
+  const bool isForGood = result == protocol::PrintResult::kNoData || result == protocol::PrintResult::kIncompletePdf;
   if (isForGood) return {End::kFailed, cause, "print again"};
-  return {End::kAside, cause,
-          "see in the print client's output what it says about the job; it is tried again when that client comes back or "
-          "its printers change, and can be canceled"};
+  return {
+      End::kAside, cause,
+      "see in the print client's output what it says about the job; it is tried again when that client comes back or "
+      "its printers change, and can be canceled"};
 }
 
 }  // namespace aps

@@ -8,17 +8,15 @@
 #include "server/log.h"
 #include "server/session_table.h"
 
-#include <atomic>
+#include <memory>
+#include <optional>
 #include <string>
-
-class CS_Bridge;
-class CS_BridgeRouter;
 
 namespace aps {
 
 // One attempt to deliver a held job: plays the port monitor's part towards the print client, over a connection within
-// this process whose other end routes the job's bridge as that of any other job. So its record, its way over a long line
-// and its cancellation are those of any other job. Used by one thread, which waits for the client.
+// this process whose other end routes the job's bridge as that of any other job. So its record, its way over a long
+// line and its cancellation are those of any other job. Used by one thread, which waits for the client.
 class HeldDelivery {
  public:
   // The parts of the server that it works with.
@@ -52,6 +50,10 @@ class HeldDelivery {
   Outcome run() noexcept;
 
  private:
+  // How the route of the job's bridge has ended; the thread of either connection says so.
+  struct RouteEnd;
+
+  Outcome runOnce();
   Outcome deliver(const SessionTable::Found& found);
   Outcome deliverOver(const CS_RCPtr<CS_Connection>& caller, const CS_RCPtr<CS_Connection>& routed,
                       const SessionTable::Found& found);
@@ -65,8 +67,9 @@ class HeldDelivery {
   const Context m_context;
   const HeldJob m_job;
   const protocol::JobRecord m_known;
-  std::wstring m_device;  // of the print client; empty for one that knows of none
-  std::atomic<bool> m_isCanceled{false};
+  const CS_Connection* m_client = nullptr;  // for comparison only
+  std::wstring m_device;                    // of the print client; empty for one that knows of none
+  std::shared_ptr<RouteEnd> m_routeEnd;     // once there is a route
 };
 
 }  // namespace aps

@@ -15,7 +15,7 @@ namespace {
 
 // At the end of each file: the length of the data, that of the job's description in front of this, the checksum of the
 // data, that of both, and these words.
-constexpr std::array<unsigned char, 16> kMagic = {'a', 'p', 's', ' ', 'h', 'e', 'l', 'd',
+constexpr std::array<unsigned char, 16> kMagic = {'a', 'p', 's', ' ', 'h', 'e', 'l',  'd',
                                                   ' ', 'j', 'o', 'b', ' ', '1', '\r', '\n'};
 constexpr std::size_t kFooter = 8 + 8 + 32 + 32 + kMagic.size();
 constexpr std::uint64_t kMostDescription = 1024 * 1024;
@@ -41,7 +41,8 @@ std::vector<unsigned char> descriptionOf(const HeldJob& job) {
   corvane::ValueWriter values;
   protocol::write(values, job);
   std::vector<unsigned char> bytes;
-  values.forEachPiece([&](std::span<const unsigned char> piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
+  values.forEachPiece(
+      [&](std::span<const unsigned char> piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
   return bytes;
 }
 

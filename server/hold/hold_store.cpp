@@ -28,7 +28,6 @@ std::optional<std::uint64_t> sequenceIn(const std::string& name) {
   return std::stoull(name.substr(0, kDigits));
 }
 
-
 // What stands in the file of markSent().
 std::wstring readDevice(const std::filesystem::path& path) {
   PrivateFile file = PrivateFile::open(path);
@@ -61,9 +60,8 @@ void HoldStore::Coming::append(std::span<const unsigned char> bytes) {
 
 void HoldStore::Coming::complete() {
   try {
-    m_job.held = std::chrono::duration_cast<std::chrono::seconds>(
-                     std::chrono::system_clock::now().time_since_epoch())
-                     .count();
+    m_job.held =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
     m_file->complete(m_job, m_store.fileOf(m_sequence, kJobSuffix));
   } catch (const std::system_error& failure) {
     throw HoldRefusal(fmt::format("the job cannot be written to the folder of held jobs: {}", failure.what()),
@@ -132,14 +130,14 @@ void HoldStore::refuseFullLocked(const Owner& owner) const {
   for (const auto& [sequence, entry] : m_entries)
     jobs += ownerOf(entry.job) == owner ? 1 : 0;
   if (jobs >= m_limits.jobs) {
-    throw HoldRefusal(fmt::format("{} jobs are held for session {}, which is the limit (--hold-jobs)", jobs,
-                                  owner.first),
-                      "start its print client, or cancel some, and print again");
+    throw HoldRefusal(
+        fmt::format("{} jobs are held for session {}, which is the limit (--hold-jobs)", jobs, owner.first),
+        "start its print client, or cancel some, and print again");
   }
   if (m_entries.size() >= static_cast<std::size_t>(m_limits.totalJobs)) {
-    throw HoldRefusal(fmt::format("{} jobs are held for all sessions, which is the limit (--hold-total-jobs)",
-                                  m_entries.size()),
-                      "start the session's print client, or cancel some, and print again");
+    throw HoldRefusal(
+        fmt::format("{} jobs are held for all sessions, which is the limit (--hold-total-jobs)", m_entries.size()),
+        "start the session's print client, or cancel some, and print again");
   }
 }
 
@@ -267,9 +265,10 @@ bool HoldStore::remove(int number, bool unlessDelivered) {
     removeDurably(fileOf(sequence, kJobSuffix));
     removeDurably(fileOf(sequence, kSentSuffix));
   } catch (const std::system_error& failure) {
-    m_log.failure(fmt::format("the file {} of a job that is not held any more stays: {}; remove it before aps starts "
-                              "again",
-                              programs::fromPath(fileOf(sequence, kJobSuffix)), failure.what()));
+    m_log.failure(
+        fmt::format("the file {} of a job that is not held any more stays: {}; remove it before aps starts "
+                    "again",
+                    programs::fromPath(fileOf(sequence, kJobSuffix)), failure.what()));
   }
   return true;
 }

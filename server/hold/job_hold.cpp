@@ -57,7 +57,7 @@ class JobHold::Line {
   Line& operator=(const Line&) = delete;
   ~Line() { end(); }
 
-  const CS_RCPtr<CS_Connection>& near() const { return m_near; }
+  const CS_RCPtr<CS_Connection>& toIt() const { return m_near; }
   bool isFarEnd(const CS_Connection* connection) const { return connection == m_far.get(); }
   bool isUp() const { return m_near->isConnected() && m_far->isConnected(); }
 
@@ -116,9 +116,9 @@ void JobHold::tell(const HeldJob& job, JobState state, const std::string& cause,
                                                           : L"was held, and is not printed";
   CS_Notice notice;
   notice.kind = protocol::kHeldNotice;
-  notice.line = fmt::format(L"Job {} \"{}\" on \"{}\" (session {}) {}{}{}{}{}", number.empty() ? L"?" : number, document,
-                            job.printer, job.session, phrase, why.empty() ? L"." : L": ", why,
-                            what.empty() ? L"" : L" ", what);
+  notice.line =
+      fmt::format(L"Job {} \"{}\" on \"{}\" (session {}) {}{}{}{}{}", number.empty() ? L"?" : number, document,
+                  job.printer, job.session, phrase, why.empty() ? L"." : L": ", why, what.empty() ? L"" : L" ", what);
   notice.values = {{L"job", number},
                    {L"printer", job.printer},
                    {L"document", document},
@@ -165,7 +165,7 @@ JobHold::Target JobHold::prepare(int number, const SessionTable::Found& found, c
   job.process = process;
   job.began = programs::utcText(std::chrono::system_clock::now());
   Target target;
-  target.connection = line()->near();
+  target.connection = line()->toIt();
   CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(target.versions);
   target.job = m_store.begin(std::move(job));
   return target;
@@ -239,26 +239,25 @@ void JobHold::startWorkersLocked() {
     }
     at = next;
   }
-  const auto idle = std::count_if(m_ready.begin(), m_ready.end(), [this](const Owner& owner) {
-    return m_busy.count(owner) == 0;
-  });
+  const auto idle =
+      std::count_if(m_ready.begin(), m_ready.end(), [this](const Owner& owner) { return m_busy.count(owner) == 0; });
   for (auto left = idle; left > 0 && m_workers.size() < kMostDeliveries; --left) {
     Worker& worker = m_workers.emplace_back();
     try {
       worker.thread = std::thread([this, &worker] { work(worker); });
     } catch (const std::system_error& failure) {
       m_workers.pop_back();
-      m_context.log.refusal("threads for held jobs",
-                            fmt::format("held jobs wait for a thread: {}; end some programs of the server",
-                                        failure.what()));
+      m_context.log.refusal(
+          "threads for held jobs",
+          fmt::format("held jobs wait for a thread: {}; end some programs of the server", failure.what()));
       return;  // the caretaker tries again
     }
   }
 }
 
 std::optional<JobHold::Owner> JobHold::nextLocked() {
-  const auto next = std::find_if(m_ready.begin(), m_ready.end(),
-                                 [this](const Owner& owner) { return m_busy.count(owner) == 0; });
+  const auto next =
+      std::find_if(m_ready.begin(), m_ready.end(), [this](const Owner& owner) { return m_busy.count(owner) == 0; });
   if (m_isStopping || next == m_ready.end()) return std::nullopt;
   const Owner owner = *next;
   m_ready.erase(next);
@@ -329,8 +328,12 @@ bool JobHold::finish(const HeldJob& job, const HeldDelivery::Outcome& outcome) {
     case End::kAside:
       setAside(job, outcome);
       return true;
-    case End::kAway:
     case End::kBusy:
+      m_context.log.refusal("held jobs that are tried again",
+                            fmt::format("held job waits: {}: {}; it is tried again soon", placeOf(job), outcome.cause));
+      m_store.putBack(job.number);
+      return false;
+    case End::kAway:
       m_store.putBack(job.number);
       return false;
   }
@@ -387,7 +390,8 @@ void JobHold::endExpired() {
   for (const HeldJob& job : m_store.expired(std::chrono::system_clock::now())) {
     const int days = m_settings.limits.days;
     end(job, JobState::kFailed,
-        fmt::format("its print client has not come for it within {} {} (--hold-days)", days, days == 1 ? "day" : "days"),
+        fmt::format("its print client has not come for it within {} {} (--hold-days)", days,
+                    days == 1 ? "day" : "days"),
         "print again when it is there");
   }
 }

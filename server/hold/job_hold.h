@@ -114,7 +114,8 @@ class JobHold {
   void end(const HeldJob& job, protocol::JobState state, const std::string& cause, const std::string& remedy);
   void care() noexcept;
   void endExpired();
-  void tell(const HeldJob& job, protocol::JobState state, const std::string& cause = "", const std::string& remedy = "");
+  void tell(const HeldJob& job, protocol::JobState state, const std::string& cause = "",
+            const std::string& remedy = "");
   protocol::JobRecord recordOf(const HeldJob& job) const;
   std::wstring titleOf(const HeldJob& job) const;
 

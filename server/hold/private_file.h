@@ -35,8 +35,8 @@ class PrivateFile {
   std::intptr_t m_handle;
 };
 
-// Gives a file, which nobody has open, another name in the same folder in place of what has it, and returns when that is
-// on the disk. Throws std::system_error.
+// Gives a file, which nobody has open, another name in the same folder in place of what has it, and returns when that
+// is on the disk. Throws std::system_error.
 void moveDurably(const std::filesystem::path& from, const std::filesystem::path& to);
 // The same for a file that is to be gone; one that is not there is no failure. Throws std::system_error.
 void removeDurably(const std::filesystem::path& path);

@@ -74,7 +74,8 @@ std::uint64_t PrivateFile::size() const {
 }
 
 void PrivateFile::seek(std::uint64_t position) {
-  if (::lseek(descriptorOf(m_handle), static_cast<off_t>(position), SEEK_SET) < 0) throwSystemError("it cannot be read");
+  if (::lseek(descriptorOf(m_handle), static_cast<off_t>(position), SEEK_SET) < 0)
+    throwSystemError("it cannot be read");
 }
 
 std::size_t PrivateFile::read(std::span<unsigned char> buffer) {
@@ -123,8 +124,9 @@ PrivateFolder::PrivateFolder(std::filesystem::path path) : m_path(std::move(path
   const std::filesystem::path mark = m_path / "in-use";
   const int opened = ::open(mark.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (opened < 0) {
-    throw std::runtime_error(fmt::format("nothing can be written to {}: {}; make room there, and let this account write",
-                                         name, std::generic_category().message(errno)));
+    throw std::runtime_error(
+        fmt::format("nothing can be written to {}: {}; make room there, and let this account write", name,
+                    std::generic_category().message(errno)));
   }
   m_mark = opened;
   if (::flock(opened, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {

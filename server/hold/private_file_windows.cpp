@@ -30,9 +30,9 @@ std::intptr_t opened(HANDLE handle, const char* what) {
 }  // namespace
 
 PrivateFile PrivateFile::create(const std::filesystem::path& path) {
-  return PrivateFile(opened(
-      CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr),
-      "it cannot be made"));
+  return PrivateFile(
+      opened(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr),
+             "it cannot be made"));
 }
 
 PrivateFile PrivateFile::open(const std::filesystem::path& path) {
@@ -125,8 +125,9 @@ PrivateFolder::PrivateFolder(std::filesystem::path path) : m_path(std::move(path
     if (error == ERROR_SHARING_VIOLATION) {
       throw std::runtime_error(fmt::format("another aps holds jobs in {}; end it, or give another folder", name));
     }
-    throw std::runtime_error(fmt::format("nothing can be written to {}: {}; make room there, and let this account write",
-                                         name, std::system_category().message(static_cast<int>(error))));
+    throw std::runtime_error(
+        fmt::format("nothing can be written to {}: {}; make room there, and let this account write", name,
+                    std::system_category().message(static_cast<int>(error))));
   }
   m_mark = reinterpret_cast<std::intptr_t>(made);
 }

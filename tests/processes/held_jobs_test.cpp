@@ -1,10 +1,17 @@
 // Jobs for print clients that are away: aps takes them, and delivers each once, to who has the key.
 
+#include "corvane/components/bridge.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
 #include "corvane/trust/crypto.h"
+#include "protocol/names.h"
+#include "protocol/registration.h"
 #include "tests/processes/held_scene.h"
 #include "tests/processes/process_table.h"
+#include "tests/support/joined_thread.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -42,9 +49,10 @@ TEST(HeldJobs, AJobForAClientThatIsAwayIsHeldAndDeliveredWhenItIsBack) {
   HeldScene scene;
   scene.makeKnown();
   EXPECT_EQ(scene.print(L"Letter", "hello"), 1);
-  EXPECT_THAT(scene.server().waitForLine("job held: "),
-              HasSubstr("job held: job 1, printer \"Laser-2 (session 5)\", session 5: 5 bytes; it goes to the print client "
-                        "when that is back"));
+  EXPECT_THAT(
+      scene.server().waitForLine("job held: "),
+      HasSubstr("job held: job 1, printer \"Laser-2 (session 5)\", session 5: 5 bytes; it goes to the print client "
+                "when that is back"));
   EXPECT_THAT(scene.held(), SizeIs(1));
   auto job = scene.job(1);
   EXPECT_EQ(job.state, kHeld);
@@ -59,7 +67,6 @@ TEST(HeldJobs, AJobForAClientThatIsAwayIsHeldAndDeliveredWhenItIsBack) {
   EXPECT_EQ(job.state, kDelivered);
   EXPECT_NE(job.ended, L"");
 }
-
 
 TEST(HeldJobs, WhatIsHeldIsForTheOwnerOfTheFolderAlone) {
   HeldScene scene;
@@ -158,9 +165,10 @@ TEST(HeldJobs, WhatIsTooMuchIsRefusedWithItsWordsAndTakesNothingFromAnotherSessi
     peer->endJob();
     ADD_FAILURE() << "the end was answered";
   } catch (const CS_Exception& failure) {
-    EXPECT_THAT(failure.detail(),
-                HasSubstr(L"with this job more than 1 MB would be held for session 5, which is the limit (--hold-size); "
-                          L"start its print client, or cancel some jobs, and print again"));
+    EXPECT_THAT(
+        failure.detail(),
+        HasSubstr(L"with this job more than 1 MB would be held for session 5, which is the limit (--hold-size); "
+                  L"start its print client, or cancel some jobs, and print again"));
   }
   EXPECT_THAT(scene.server().waitForLine("job not held: "), HasSubstr("more than 1 MB would be held for session 5"));
   auto job = scene.job(2);
@@ -170,9 +178,10 @@ TEST(HeldJobs, WhatIsTooMuchIsRefusedWithItsWordsAndTakesNothingFromAnotherSessi
   EXPECT_EQ(scene.print(L"3", "small"), 1);
   ASSERT_TRUE(scene.awaitHeld(2));
   EXPECT_EQ(scene.print(L"4", "small"), std::nullopt);
-  EXPECT_THAT(scene.server().waitForLine("job refused: "),
-              HasSubstr("2 jobs are held for session 5, which is the limit (--hold-jobs); start its print client, or cancel "
-                        "some, and print again"));
+  EXPECT_THAT(
+      scene.server().waitForLine("job refused: "),
+      HasSubstr("2 jobs are held for session 5, which is the limit (--hold-jobs); start its print client, or cancel "
+                "some, and print again"));
   EXPECT_EQ(scene.print(L"5", "of another one", 6), 1);
   EXPECT_THAT(scene.held(".part"), IsEmpty());
 }
@@ -197,9 +206,10 @@ TEST(HeldJobs, AFolderThatIsGoneIsSaidAndPrintingGoesOn) {
   const auto client = scene.startClient(6);
   fs::remove_all(scene.scene().folder() / "held");
   EXPECT_EQ(scene.print(L"1", "hello"), std::nullopt);
-  EXPECT_THAT(scene.server().waitForLine("job refused: "),
-              HasSubstr("the folder of held jobs takes no file: it cannot be made: No such file or directory; make room "
-                        "there, or see who may write to it, and print again"));
+  EXPECT_THAT(
+      scene.server().waitForLine("job refused: "),
+      HasSubstr("the folder of held jobs takes no file: it cannot be made: No such file or directory; make room "
+                "there, or see who may write to it, and print again"));
   EXPECT_EQ(scene.print(L"2", "hello", 6), 1);
 }
 
@@ -216,7 +226,7 @@ TEST(HeldJobs, ADamagedFileIsSaidAndSetAsideAndTheOthersAreDelivered) {
   for (const char* text : {"one", "two", "three"})
     ASSERT_EQ(scene.print(std::wstring(text, text + std::strlen(text)), text), 1);
   ASSERT_TRUE(scene.awaitHeld(3));
-  damage(folder / scene.held()[0], 1);                                                // of its data
+  damage(folder / scene.held()[0], 1);                                                     // of its data
   fs::resize_file(folder / scene.held()[1], fs::file_size(folder / scene.held()[1]) - 1);  // found at the start
   scene.restartServer();
   EXPECT_TRUE(comesTrue([&] { return says(scene, " cannot be used: its end is not that of a held job; "); }, 60));
@@ -238,9 +248,10 @@ TEST(HeldJobs, AJobWhosePrinterIsGoneWaitsWithItsReasonHoldsUpNoOtherAndGoesWhen
   EXPECT_EQ(scene.print(L"1", "one"), 1);
   ASSERT_TRUE(scene.awaitHeld(1));
   auto client = scene.startClient(5, "", {"Ink"});
-  EXPECT_THAT(scene.server().waitForLine("held job waits: job 1,"),
-              HasSubstr("the printer \"Laser-2 (session 5)\" is not there any more; let the print client of session 5 bring "
-                        "it back, or cancel the job"));
+  EXPECT_THAT(
+      scene.server().waitForLine("held job waits: job 1,"),
+      HasSubstr("the printer \"Laser-2 (session 5)\" is not there any more; let the print client of session 5 bring "
+                "it back, or cancel the job"));
   auto job = scene.job(1);
   EXPECT_EQ(job.state, kHeld);
   EXPECT_EQ(job.cause, L"The printer \"Laser-2 (session 5)\" is not there any more.");
@@ -305,9 +316,10 @@ TEST(HeldJobs, WhatOneDeviceMayHaveTakenIsNotSentToAnotherOne) {
   }
   {
     const auto second = scene.startClient(5, "", {"Laser-2"}, "other");
-    EXPECT_THAT(scene.server().waitForLine("held job waits: job 1,"),
-                HasSubstr("another device of the session may have it: the connection was lost when it was about to take "
-                          "it; start the print client there, or look whether the page is there and cancel the job"));
+    EXPECT_THAT(
+        scene.server().waitForLine("held job waits: job 1,"),
+        HasSubstr("another device of the session may have it: the connection was lost when it was about to take "
+                  "it; start the print client there, or look whether the page is there and cancel the job"));
   }
   EXPECT_TRUE(fs::is_empty(scene.other()));
   const auto first = scene.startClient();
@@ -331,12 +343,119 @@ TEST(HeldJobs, ProgramsThatMayHavePrintedAJobDoNotGetItAgain) {
     client->wait();
   }
   const auto client = scene.startProgramClient(program);
-  EXPECT_THAT(scene.server().waitForLine("held job not printed: job 1,"),
-              HasSubstr("printing was interrupted when the print client handed the document on, and nobody can tell what "
-                        "came of it; look whether the page is there, and print again if it is not"));
+  EXPECT_THAT(
+      scene.server().waitForLine("held job not printed: job 1,"),
+      HasSubstr("printing was interrupted when the print client handed the document on, and nobody can tell what "
+                "came of it; look whether the page is there, and print again if it is not"));
   EXPECT_TRUE(scene.awaitHeld(0));
   EXPECT_EQ(fs::file_size(out), 3u);
   EXPECT_EQ(scene.job(1).state, kFailed);
+}
+
+// A print client that the test speaks itself: an older one, which knows nothing of held jobs, or one whose person
+// cancels each job when it comes.
+enum class Conduct { kOlder, kOlderAndGoesAtTheEnd, kCanceling };
+Conduct g_conduct = Conduct::kOlder;
+std::atomic<int> g_starts{0};
+
+class ScriptedPrintClient : public CS_Component {
+ public:
+  bool processRequest(CS_InRequest& request) override {
+    if (request.number() == 4) {
+      if (g_conduct != Conduct::kCanceling) return false;
+      request.reply().writeInt(1);
+      request.reply().writeText(L"a device");
+      request.sendReply();
+    } else if (request.number() == 1) {
+      ++g_starts;
+      const CS_RCPtr<CS_Component> bridge = getOwner();
+      if (g_conduct == Conduct::kCanceling) {
+        dynamic_cast<CS_Bridge&>(*bridge).leave(L"the person canceled the job");
+        bridge->release();
+      }
+    } else if (request.number() == 3) {
+      if (g_conduct == Conduct::kOlderAndGoesAtTheEnd) {
+        CS_Connection::destroy(getConnection(), true);
+        return true;
+      }
+      request.reply().writeInt(1);
+      request.sendReply();
+    }
+    return true;
+  }
+};
+
+class ScriptedClient {
+ public:
+  ScriptedClient(HeldScene& scene, Conduct conduct) {
+    g_conduct = conduct;
+    g_starts = 0;
+    CS_ComponentServer::initialize(0, 0);
+    CS_ComponentServer* const server = CS_ComponentServer::getServer();
+    server->registerClass(protocol::kPrintClientClass,
+                          new corvane::ComponentClass<ScriptedPrintClient>(protocol::kVersion));
+    server->offerClass(protocol::kPrintClientClass);
+    server->offerClass(CS_Bridge::m_className);
+    protocol::registerSessionClientClass();
+    m_connection->useKey(corvane::Identity::session(5), scene.keyFile("session-5"));
+    m_connection->connect(L"localhost", scene.scene().port(), CS_Connection::kDirect, false);
+    protocol::Printer printer;
+    printer.texts[0] = L"Laser-2";
+    EXPECT_TRUE(protocol::registerPrinters(m_connection, 5, {printer}).isAccepted);
+    m_thread = JoinedThread([this] { m_connection->serve(); });
+  }
+  ~ScriptedClient() {
+    CS_Connection::destroy(m_connection, true);
+    m_thread.join();
+    CS_Bridge::waitForThreads(10000);
+  }
+
+ private:
+  const CS_RCPtr<CS_Connection> m_connection = CS_Connection::create();
+  JoinedThread m_thread;
+};
+
+TEST(HeldJobs, OneThatThePersonCancelsAtThePrintClientDoesNotComeAgain) {
+  HeldScene scene;
+  scene.makeKnown();
+  EXPECT_EQ(scene.print(L"1", std::string(100000, 'x')), 1);
+  ASSERT_TRUE(scene.awaitHeld(1));
+  const ScriptedClient client(scene, Conduct::kCanceling);
+  EXPECT_THAT(
+      scene.server().waitForLine("held job not printed: job 1,"),
+      HasSubstr("the print client let the job go: the person canceled the job; print again if it is still wanted"));
+  EXPECT_TRUE(scene.awaitHeld(0));
+  EXPECT_EQ(g_starts, 1);
+  EXPECT_EQ(scene.job(1).state, kFailed);
+}
+
+TEST(HeldJobs, AnOlderPrintClientGetsThemOnce) {
+  HeldScene scene;
+  scene.makeKnown();
+  EXPECT_EQ(scene.print(L"1", "one"), 1);
+  ASSERT_TRUE(scene.awaitHeld(1));
+  const ScriptedClient client(scene, Conduct::kOlder);
+  EXPECT_TRUE(scene.awaitHeld(0));
+  EXPECT_EQ(g_starts, 1);
+  EXPECT_EQ(scene.job(1).state, kDelivered);
+}
+
+// What it may have printed is not sent again, and whoever waits for it is told to look.
+TEST(HeldJobs, AnOlderPrintClientThatGoesAtTheEndOfOneDoesNotGetItAgain) {
+  HeldScene scene;
+  scene.makeKnown();
+  EXPECT_EQ(scene.print(L"1", "one"), 1);
+  ASSERT_TRUE(scene.awaitHeld(1));
+  {
+    const ScriptedClient client(scene, Conduct::kOlderAndGoesAtTheEnd);
+    scene.server().waitForLine("session 5: the print client has gone");
+  }
+  const ScriptedClient client(scene, Conduct::kOlder);
+  EXPECT_THAT(
+      scene.server().waitForLine("held job not printed: job 1,"),
+      HasSubstr("nobody can tell what came of it; look whether the page is there, and print again if it is not"));
+  EXPECT_EQ(g_starts, 0);
+  EXPECT_TRUE(scene.awaitHeld(0));
 }
 
 // Killed at each stage
@@ -377,12 +496,10 @@ struct Stage {
   const char* client;
 };
 
-const Stage kStages[] = {{"rename:.sent", ""},          {"rename+:.sent", ""},
-                         {"", "write:/session5/.p"},     {"", "fsync:/session5/.p"},
-                         {"", "rename:.begun"},         {"", "rename+:.begun"},
-                         {"", "rename:/session5/Lett"}, {"", "rename+:/session5/Lett"},
-                         {"", "rename:.taken"},         {"", "rename+:.taken"},
-                         {"unlink:.job", ""},           {"unlink+:.job", ""}};
+const Stage kStages[] = {
+    {"rename:.sent", ""},  {"rename+:.sent", ""},  {"", "write:/session5/.p"},    {"", "fsync:/session5/.p"},
+    {"", "rename:.begun"}, {"", "rename+:.begun"}, {"", "rename:/session5/Lett"}, {"", "rename+:/session5/Lett"},
+    {"", "rename:.taken"}, {"", "rename+:.taken"}, {"unlink:.job", ""},           {"unlink+:.job", ""}};
 
 // Kills one of the two, or both, when one of them has come to that stage of a delivery, and starts them again.
 void killAndComeBack(const Stage& stage, bool killsServer, bool killsClient) {
@@ -414,8 +531,11 @@ TEST(HeldJobs, EachArrivesOnceWhoeverIsKilledWhileItIsDelivered) {
   for (const Stage& stage : kStages) {
     for (const int who : {1, 2, 3}) {
       for (int run = 0; run < runsOfEach() && !::testing::Test::HasFailure(); ++run, ++runs) {
-        SCOPED_TRACE(std::string("aps at \"") + stage.server + "\", print client at \"" + stage.client + "\", killed: " +
-                     (who == 1 ? "aps" : who == 2 ? "print client" : "both"));
+        SCOPED_TRACE(std::string("aps at \"") + stage.server + "\", print client at \"" + stage.client +
+                     "\", killed: " +
+                     (who == 1   ? "aps"
+                      : who == 2 ? "print client"
+                                 : "both"));
         killAndComeBack(stage, (who & 1) != 0, (who & 2) != 0);
       }
     }

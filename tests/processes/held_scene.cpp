@@ -52,13 +52,18 @@ std::unique_ptr<ChildProcess> HeldScene::startClient(int session, const std::str
                                                      const std::vector<std::string>& printers,
                                                      const std::string& device) {
   std::vector<std::string> command = m_scene->clientCommand(session, printers);
-  if (device != "state") std::replace(command.begin(), command.end(), m_scene->output(session).string(), other().string());
+  if (device != "state")
+    std::replace(command.begin(), command.end(), m_scene->output(session).string(), other().string());
   return start(session, stopAt, device, command);
 }
 
 std::unique_ptr<ChildProcess> HeldScene::startProgramClient(const std::vector<std::string>& program) {
-  std::vector<std::string> command = {Scene::program("printclient"), "--server",
-                                      "127.0.0.1:" + std::to_string(m_scene->port()), "--session", "5", "--printer",
+  std::vector<std::string> command = {Scene::program("printclient"),
+                                      "--server",
+                                      "127.0.0.1:" + std::to_string(m_scene->port()),
+                                      "--session",
+                                      "5",
+                                      "--printer",
                                       "Laser-2"};
   command.insert(command.end(), program.begin(), program.end());
   return start(5, "", "state", command);

@@ -14,8 +14,8 @@
 
 namespace tests {
 
-// An application server with keys that holds jobs, in {folder}/held, and print clients of sessions 5 and 6 that remember
-// what they have taken in a folder of the scene.
+// An application server with keys that holds jobs, in {folder}/held, and print clients of sessions 5 and 6 that
+// remember what they have taken in a folder of the scene.
 class HeldScene {
  public:
   // stopAt names the call at which the server stops once (stopped_calls.cpp); nothing for none.

@@ -1,6 +1,6 @@
 // Loaded in front of a program (LD_PRELOAD): stops the whole process once, at its first call that MG_STOP_AT names, as
-// in "rename:.job" in front of the call that gives a file such a name, or "rename+:.job" behind it. What stands behind the
-// colon is a part of the path. The test that started it sees it stopped, kills it, or continues it with SIGCONT.
+// in "rename:.job" in front of the call that gives a file such a name, or "rename+:.job" behind it. What stands behind
+// the colon is a part of the path. The test that started it sees it stopped, kills it, or continues it with SIGCONT.
 
 #include <atomic>
 #include <cstdio>

@@ -8,8 +8,8 @@
 // A folder that is one test's alone, empty at the start and gone at the end; on each platform.
 class OwnFolder {
  public:
-  explicit OwnFolder(const std::string& name) : m_path(std::filesystem::temp_directory_path() /
-               ("mg_" + name + "_" + std::to_string(corvane::processId()))) {
+  explicit OwnFolder(const std::string& name)
+      : m_path(std::filesystem::temp_directory_path() / ("mg_" + name + "_" + std::to_string(corvane::processId()))) {
     std::filesystem::remove_all(m_path);
     std::filesystem::create_directories(m_path);
   }
