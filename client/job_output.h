@@ -4,6 +4,7 @@
 #include "client/reporter.h"
 #include "client/sinks/printer/queued_job.h"
 #include "client/sinks/sink.h"
+#include "client/taken_jobs.h"
 #include "protocol/paper_news.h"
 
 #include <atomic>
@@ -102,6 +103,10 @@ class JobOutput {
     return m_onCancel ? m_onCancel(origin, wanted) : "it follows no jobs";
   }
 
+  // Where the jobs are remembered that servers have held; null where they are not. Set before the first job.
+  void useTakenJobs(std::unique_ptr<TakenJobs> taken) { m_takenJobs = std::move(taken); }
+  TakenJobs* takenJobs() const { return m_takenJobs.get(); }
+
   // What the person may look at.
   JobBoard& board() const { return m_board; }
   // Is given every document that has come whole, on the thread of its job, and says whether it keeps a copy. Set before
@@ -125,6 +130,7 @@ class JobOutput {
   OnTaken m_onTaken;
   OnRefused m_onRefused;
   OnCancel m_onCancel;
+  std::unique_ptr<TakenJobs> m_takenJobs;
   mutable JobBoard m_board;
   Keep m_keep;
   std::atomic<unsigned> m_last{0};

@@ -120,6 +120,14 @@ void Service::tellCancelFailure(std::uint64_t number, const std::string& why) {
   }
 }
 
+void Service::rememberTaken() try {
+  auto taken = std::make_unique<TakenJobs>(TakenJobs::ownFolder());
+  taken->lookAtBegun();
+  m_output->useTakenJobs(std::move(taken));
+} catch (const std::runtime_error&) {
+  // The server is told when it has held a job.
+}
+
 void Service::tellNews(const FollowedJob& job, const JobProgress& progress, bool isFirst) {
   if (isFinal(progress.state)) m_atPrinters.remove(job.listed);
   // What a sink has said of a job that goes no further stands on the board already.
@@ -203,6 +211,7 @@ int Service::run() {
       loop.stop();
   });
   followJobs();
+  rememberTaken();
   openPage();
   openNotices();
   const auto follower = followPrinters();

@@ -35,6 +35,8 @@ class Service {
   // Nothing when the printer is about to be told, otherwise why not.
   std::string cancelFor(const JobOrigin& origin, const protocol::CancelAtPrinter& wanted);
   void tellCancelFailure(std::uint64_t number, const std::string& why);
+  // The jobs that servers have held are remembered; where they cannot be, a server is told so.
+  void rememberTaken();
   // The person's page; where there can be none, a line says why and the rest goes on.
   void openPage();
   void closePage();

@@ -2,6 +2,7 @@
 
 #include "corvane/components/component.h"
 #include "protocol/administration.h"
+#include "server/hold/job_hold.h"
 #include "server/invitations.h"
 #include "server/jobs/job_book.h"
 #include "server/jobs/printer_cancel.h"
@@ -32,6 +33,7 @@ class AdministrationServer : public CS_Component {
     const std::chrono::system_clock::time_point& startedAt;
     JobBook& book;
     PrinterCancel& cancel;
+    std::unique_ptr<JobHold>& hold;  // null where no jobs are held
   };
 
   explicit AdministrationServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}

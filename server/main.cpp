@@ -28,6 +28,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <fmt/format.h>
 #include <functional>
@@ -311,6 +312,7 @@ aps::Metrics collect(aps::Application& application, aps::ConnectionList& connect
   aps::Metrics metrics;
   metrics.jobs = application.book.metrics().counts();
   metrics.running = application.book.runningCount();
+  metrics.held = application.hold ? application.hold->held().size() : 0;
   metrics.recordsWaiting = application.history.waitingCount();
   for (const auto& session : application.sessions.status())
     ++(session.connected ? metrics.sessionsConnected : metrics.sessionsAway);
@@ -339,10 +341,12 @@ std::unique_ptr<aps::MetricsServer> serveMetrics(const aps::Options& options, ap
   return nullptr;
 }
 
-// Null when the sessions are not kept.
+// Null when the sessions are not kept. Without a file of their own they are kept beside the jobs that are held for them.
 std::unique_ptr<aps::SessionKeeper> makeKeeper(const aps::Options& options, aps::Application& application) {
-  if (options.state.empty()) return nullptr;
-  return std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application.sessions, application.log);
+  if (options.state.empty() && options.hold.empty()) return nullptr;
+  const auto file =
+      options.state.empty() ? programs::toPath(options.hold) / "sessions" : programs::toPath(options.state);
+  return std::make_unique<aps::SessionKeeper>(file, application.sessions, application.log);
 }
 
 // The threads that write the records, which have what the program has decided for all of its threads by now.
@@ -351,9 +355,29 @@ void startRecords(aps::Application& application, aps::JobLog* jobLog) {
   if (jobLog != nullptr) jobLog->start();
 }
 
+// False after saying why jobs cannot be held.
+bool holdJobs(const aps::Options& options, const corvane::KeyFolder* keys,
+              const std::shared_ptr<aps::Application>& application) try {
+  if (options.hold.empty() || keys == nullptr) {
+    application->history.endHeld({});  // an earlier start held jobs, and nobody has them now
+    return true;
+  }
+  aps::JobHold::Settings settings{programs::toPath(options.hold), options.holdLimits, options.hasTitles, options.pace};
+  application->hold = std::make_unique<aps::JobHold>(
+      std::move(settings), aps::JobHold::Context{*application->log, application->sessions, application->clientNews,
+                                                 application->book, application->notices, *keys});
+  application->history.endHeld(application->hold->held());
+  aps::registerHoldClasses(application);
+  return true;
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "aps: no jobs can be held (--hold): %s\n", failure.what());
+  return false;
+}
+
 void endAll(aps::Application& application, aps::ConnectionList& connections, aps::JobLog* jobLog) {
   application.notices.close();
   connections.endAll();
+  if (application.hold) application.hold->endAll();
   application.clientNews.endAll();
   application.launcher.endAll();
   application.history.finish();
@@ -385,6 +409,7 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
     listeners.stop();
   };
   const programs::StopRequest stop(end, onHangup(log, jobLog.get(), supervision));
+  if (!holdJobs(options, keys, application)) return 1;
   startRecords(*application, jobLog.get());
   const std::unique_ptr<aps::SessionKeeper> keeper = makeKeeper(options, *application);
   aps::ConnectionList connections(log, placesFor(options, *log), keys, isNeeded,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/client_rates.h"
+#include "server/hold/hold_store.h"
 #include "server/jobs/job_history.h"
 #include "server/launcher.h"
 #include "server/session_table.h"
@@ -38,7 +39,9 @@ struct Options {
   std::string metrics;    // address and port where metrics are served; empty: nowhere
   std::string jobLog;     // file for the records of jobs that have ended; empty: there is none
   bool hasTitles = true;  // in those records
-  std::string state;      // file that keeps the sessions over a restart; empty: they are not kept
+  std::string hold;       // folder of the jobs for print clients that are away; empty: none are held
+  HoldStore::Limits holdLimits;
+  std::string state;  // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
   SessionTable::Limits limits;

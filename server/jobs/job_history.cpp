@@ -208,6 +208,20 @@ void JobHistory::endLeftJobs() {
   left.step();
 }
 
+void JobHistory::endHeld(const std::set<int>& held) noexcept try {
+  const std::lock_guard<std::mutex> guard(m_databaseLock);
+  if (!m_database) return;
+  Statement gone(*m_database, fmt::format("UPDATE jobs SET state = 'failed', ended = began, cause = ?, remedy = ?, "
+                                          "change = ? WHERE state = 'held' AND number NOT IN ({})",
+                                          fmt::join(held, ",")));
+  gone.bind(1, std::wstring(L"The application server holds the job no more: its file is gone."));
+  gone.bind(2, std::wstring(L"Print again."));
+  gone.bind(3, m_change);
+  gone.step();
+} catch (const std::exception&) {
+  // They stay as they were told last.
+}
+
 void JobHistory::addColumns() {
   for (const Addition& added : kAdditions) {
     const std::string known =
@@ -244,6 +258,7 @@ void JobHistory::put(const JobRecord& record) noexcept {
     const std::lock_guard<std::mutex> guard(m_lock);
     try {
       isFirst = m_waiting.empty();
+      m_latest = std::max(m_latest, record.number);
       m_waiting[record.number] = record;
       if (m_waiting.size() > kMostWaiting) {
         m_waiting.erase(m_waiting.begin());

@@ -91,7 +91,7 @@ std::string textOf(const Metrics& metrics, MetricsForm form) {
   writeJobs(to, metrics.jobs);
   to.gauge("aps_jobs_running", "Jobs between the port monitor and their print client.");
   to.value(metrics.running);
-  to.gauge("aps_jobs_held", "Jobs that wait for their person to release them.");
+  to.gauge("aps_jobs_held", "Jobs that are held for print clients that are away.");
   to.value(metrics.held);
   to.gauge("aps_records_waiting", "Records of jobs that the history has not taken yet.");
   to.value(metrics.recordsWaiting);
