@@ -77,7 +77,8 @@ struct Application {
       contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book, hold},
                {*log, sessions, clientNews, notices, book, hold},
                {*log, sessions, clientNews, notices, book},
-               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book, printerCancel, hold},
+               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book, printerCancel,
+                hold},
                {*log, invitations},
                {hold}};
 };

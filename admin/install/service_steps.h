@@ -10,8 +10,8 @@ namespace admin {
 
 // The steps that concern services, what these work with, and their key.
 
-// A folder in an existing one that only the system, the administrators and the service of that identity use, and all that
-// comes into it.
+// A folder in an existing one that only the system, the administrators and the service of that identity use, and all
+// that comes into it.
 class PrivateFolderStep : public InstallStep {
  public:
   PrivateFolderStep(InstallationRecord& record, std::wstring path, std::wstring identity)
@@ -44,8 +44,8 @@ class KeyFileStep : public InstallStep {
   bool m_noted = false;
 };
 
-// Those of the services that run end, with their processes, before one of the files is replaced or the command line of one
-// of them; in the opposite order of theirs.
+// Those of the services that run end, with their processes, before one of the files is replaced or the command line of
+// one of them; in the opposite order of theirs.
 class StopServicesStep : public InstallStep {
  public:
   using Copies = std::vector<std::pair<std::wstring, std::wstring>>;  // from, to

@@ -221,8 +221,7 @@ HeldDelivery::Outcome HeldDelivery::outcomeOf(protocol::PrintResult result) {
   const std::string cause = words(protocol::textOf(result));
   const bool isForGood = result == protocol::PrintResult::kNoData || result == protocol::PrintResult::kIncompletePdf;
   if (isForGood) return {End::kFailed, cause, "print again"};
-  return {End::kAside, cause,
-          std::string("see in the print client's output what it says about the job") + kTriedAgain};
+  return {End::kAside, cause, std::string("see in the print client's output what it says about the job") + kTriedAgain};
 }
 
 }  // namespace aps

@@ -103,7 +103,8 @@ class JobBook : public JobWatch {
     std::wstring name, clientsPrinter;  // as its start says
     int news = 0;                       // of the print client
     bool isAnswered = false;
-    bool isRefused = false;  // its record says why: the print client has said it before it answered, or who was to hold it
+    bool isRefused =
+        false;  // its record says why: the print client has said it before it answered, or who was to hold it
     Hold hold = Hold::kNone;
     bool hasEnded = false;   // for the port monitor
     bool isNoticed = false;  // the port monitor has said how

@@ -53,7 +53,8 @@ class JobHistory {
   // Begins the thread that writes, which has what the program has decided for all of its threads by now. Without this
   // it begins with the first record.
   void start() noexcept;
-  // Jobs are held no more but those of these numbers; the others that were have failed. Before anybody reads the records.
+  // Jobs are held no more but those of these numbers; the others that were have failed. Before anybody reads the
+  // records.
   void endHeld(const std::set<int>& held) noexcept;
   // The number for a new job: one more than that of any job before.
   int nextNumber();
