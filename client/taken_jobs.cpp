@@ -164,9 +164,9 @@ void TakenJobs::forgetOldest() const {
     if (extension != kBegun && extension != kTakenSuffix) continue;
     files.emplace_back(fs::last_write_time(at->path(), failure), at->path());
   }
-  if (files.size() <= kMost) return;
+  if (files.size() <= m_most) return;
   std::sort(files.begin(), files.end());
-  files.resize(files.size() - kMost);
+  files.resize(files.size() - m_most);
   for (const auto& [time, path] : files)
     fs::remove(path, failure);
 }
@@ -216,6 +216,7 @@ TakenJobs::Answer TakenJobs::ask(const std::wstring& name) {
     return {state, nullptr};
   }
   running.number = ++m_latest;
+  if (m_latest % kBetweenForgetting == 0) forgetOldest();
   return {state, std::make_unique<Delivery>(*this, id, running.number)};
 }
 

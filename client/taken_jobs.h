@@ -15,15 +15,17 @@ namespace printclient {
 
 // What this person's print clients on this machine have taken of the jobs that a server has held for them, remembered
 // however they end, so that a job that is delivered again is not printed again. A small file for each job in a folder
-// of the person's own: "ID.begun" before its sink gets the job, "ID.taken" when that has it. At most kMost; the oldest
-// go.
+// of the person's own: "ID.begun" before its sink gets the job, "ID.taken" when that has it. At most kMost, and
+// those of a while; the oldest go.
 //
 // Safe from any thread; several processes may use one folder.
 class TakenJobs {
  public:
   static constexpr std::size_t kMost = 10000;
+  static constexpr std::uint64_t kBetweenForgetting = 500;  // deliveries; and with the first one
 
-  explicit TakenJobs(std::filesystem::path folder) : m_folder(std::move(folder)) {}
+  explicit TakenJobs(std::filesystem::path folder, std::size_t most = kMost)
+      : m_folder(std::move(folder)), m_most(most) {}
   TakenJobs(const TakenJobs&) = delete;
   TakenJobs& operator=(const TakenJobs&) = delete;
 
@@ -80,6 +82,7 @@ class TakenJobs {
   void write(const std::filesystem::path& path, const std::string& text) const;
 
   const std::filesystem::path m_folder;
+  const std::size_t m_most;
   std::mutex m_lock;  // guards what follows, and the files
   std::map<std::string, Running> m_running;
   std::uint64_t m_latest = 0;

@@ -138,15 +138,17 @@ TEST_F(TakenJobsTest, TheOldestAreForgottenWhereThereAreTooMany) {
   const fs::path held = m_folder.path() / "held";
   fs::create_directories(held);
   const auto now = fs::file_time_type::clock::now();
-  for (std::size_t i = 0; i < TakenJobs::kMost + 2; ++i) {
+  for (std::size_t i = 0; i < 12; ++i) {
     char name[40];
     std::snprintf(name, sizeof name, "%032zu.taken", i);
     std::ofstream(held / name) << "{}";
     fs::last_write_time(held / name, now - std::chrono::seconds(i));
   }
+  m_jobs = std::make_unique<TakenJobs>(held, 10);
   EXPECT_EQ(stateOf(std::wstring(32, L'0')), HeldJobState::kTaken);
-  EXPECT_EQ(stateOf(L"00000000000000000000000000010001"), HeldJobState::kNew);
-  EXPECT_EQ(stateOf(L"00000000000000000000000000009999"), HeldJobState::kTaken);
+  EXPECT_EQ(stateOf(L"00000000000000000000000000000009"), HeldJobState::kTaken);
+  EXPECT_EQ(stateOf(L"00000000000000000000000000000010"), HeldJobState::kNew);
+  EXPECT_EQ(stateOf(L"00000000000000000000000000000011"), HeldJobState::kNew);
 }
 
 }  // namespace

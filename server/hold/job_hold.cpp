@@ -266,8 +266,7 @@ std::optional<JobHold::Owner> JobHold::nextLocked() {
   const auto next =
       std::find_if(m_ready.begin(), m_ready.end(), [this](const Owner& owner) { return m_busy.count(owner) == 0; });
   if (m_isStopping || next == m_ready.end()) return std::nullopt;
-  const Owner owner = *next;
-  m_ready.erase(next);
+  Owner owner = std::move(m_ready.extract(next).value());
   m_busy.insert(owner);
   return owner;
 }

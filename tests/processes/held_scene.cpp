@@ -41,8 +41,8 @@ std::unique_ptr<ChildProcess> HeldScene::start(int session, const std::string& s
   if (command.empty()) command = {"/usr/bin/env"};
   command.push_back("XDG_STATE_HOME=" + (m_scene->folder() / device).string());
   command.insert(command.end(), client.begin(), client.end());
-  command.insert(command.end(),
-                 {"--key", m_keys.path("session-" + std::to_string(session)), "--no-page", "--no-notices"});
+  command.insert(command.end(), {"--key", m_keys.path("session-" + std::to_string(session)), "--no-page",
+                                 "--no-notices", "--pace", "5"});
   auto started = std::make_unique<ChildProcess>(command);
   if (stopAt.empty()) started->waitForLine("ready: ");  // another one may stop before that
   return started;
@@ -72,6 +72,10 @@ std::unique_ptr<ChildProcess> HeldScene::startProgramClient(const std::vector<st
 void HeldScene::makeKnown(int session) {
   startClient(session).reset();
   m_scene->server().waitForLine("session " + std::to_string(session) + ": the print client has gone");
+  // So that the next server knows it, too.
+  if (!comesTrue([&] { return std::filesystem::exists(m_scene->folder() / "held" / "sessions"); }, 60)) {
+    throw std::runtime_error("the session is not kept");
+  }
 }
 
 std::unique_ptr<MonitorPeer> HeldScene::begin(const std::wstring& document, const std::string& data, int session) {
