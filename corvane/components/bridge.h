@@ -38,14 +38,14 @@ class CS_Bridge : public CS_Component, public corvane::BridgeEnd {
   void endedByPeer(const std::wstring& reason) override;
   void releasedByPeer(const std::wstring&) override { release(); }
 
+  // The bridge cannot go on: it leaves its connection, and the peer gets the reason. On its own thread.
+  void leave(const std::wstring& reason);
+
   // Waits until the threads of all bridges of this process have ended; false when the time ran out first. For the end
   // of a program whose connections have been destroyed.
   static bool waitForThreads(unsigned timeoutMilliseconds);
 
  private:
-  // The bridge's thread cannot go on: the bridge leaves its connection, and the peer gets the reason. On that thread.
-  void leave(const std::wstring& reason);
-
   std::shared_ptr<corvane::BridgeWorker> m_worker;
   std::wstring m_endReason;  // not changed any more once m_endedByPeer is set
   std::atomic<bool> m_endedByPeer{false};

@@ -216,6 +216,13 @@ std::uint64_t CS_BridgeRouter::bytesPassed() const {
   return through->ended ? 0 : through->bytes;
 }
 
+std::uint32_t CS_BridgeRouter::continuedAs() const {
+  const std::shared_ptr<Route> through = route();
+  if (through == nullptr) return 0;
+  const std::lock_guard guard(through->lock);
+  return through->ends[1 - m_end].bridge;
+}
+
 bool CS_BridgeRouter::cut(const std::wstring& reason) {
   const std::shared_ptr<Route> through = route();
   if (through == nullptr) return false;

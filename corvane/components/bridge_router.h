@@ -42,6 +42,8 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
   // Continues this bridge on the given connection, whose peer gets a bridge announced. Once only.
   Routing routeTo(const CS_RCPtr<CS_Connection>& connection);
   bool isRouted() const;
+  // The identifier that the bridge has on the connection where it continues; 0 without a route, and when it has ended.
+  std::uint32_t continuedAs() const;
 
   // Passes on complete frames that stand one behind the other; their bridge identifiers are overwritten in place. A
   // request that wants a reply is answered as failed where the bridge leads nowhere yet; after the route's end it is

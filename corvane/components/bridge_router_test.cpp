@@ -266,4 +266,29 @@ TEST_F(RoutedTest, ARouteEndsOnce) {
   EXPECT_EQ(L"first", m_reason);
 }
 
+TEST_F(EchoTest, ABridgeContinuesOnAConnectionWithinThisProcess) {
+  ConnectionPair monitor;
+  const auto [one, other] = CS_Connection::makePair();
+  JoinedThread oneEnd([one = one] { one->serve(); }, [one = one] { CS_Connection::destroy(one, true); });
+  JoinedThread otherEnd([other = other] { other->serve(); }, [other = other] { CS_Connection::destroy(other, true); });
+  const auto bridge =
+      monitor.dialed().getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)->newInstance(0);
+  twice(makeComponent(monitor.dialed(), L"Caller", L"Server"), 1);
+  const CS_RCPtr<CS_Component> made = monitor.accepted()->getChild(bridge->getIdentifier());
+  auto* const router = dynamic_cast<CS_BridgeRouter*>(made.get());
+  ASSERT_NE(router, nullptr);
+  EXPECT_EQ(router->continuedAs(), 0u);
+  ASSERT_EQ(router->routeTo(one), CS_BridgeRouter::Routing::kMade);
+  const auto component = makeComponent(*bridge, L"Caller", L"Server");
+  EXPECT_EQ(14, twice(component, 7));
+  sendBlock(component, std::vector<unsigned char>(3000000, 1));
+  EXPECT_EQ(3000000, askInt(component, 3));
+  const auto continued = other->getChild(router->continuedAs());
+  ASSERT_TRUE(continued);
+  EXPECT_EQ(continued->getDataType(), 2);
+  CS_Connection::destroy(other, true);
+  EXPECT_EQ(kConnectionLost, failureOf([&] { twice(component, 1); }).first);
+  EXPECT_EQ(router->continuedAs(), 0u);
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include "corvane/base/text.h"
 #include "corvane/components/channel.h"
 #include "corvane/components/dispatcher.h"
+#include "corvane/net/local_stream.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/program_monitor.h"
@@ -89,6 +90,14 @@ void CS_Connection::take(const std::shared_ptr<corvane::Link>& link, std::uint32
   link->setHandler(m_dispatcher.get());
   if (m_heartbeat != nullptr && m_peerValues.contains(kHeartbeat)) m_heartbeat->watch(link);
   if (m_link != link) m_link = link;  // one that has arrived may be ended meanwhile
+}
+
+std::pair<CS_RCPtr<CS_Connection>, CS_RCPtr<CS_Connection>> CS_Connection::makePair() {
+  auto [dialed, accepted] = corvane::makeLocalStreams();
+  const CS_RCPtr<CS_Connection> one = create(), other = create();
+  one->take(std::make_shared<corvane::Link>(std::move(dialed)), 1);
+  other->take(std::make_shared<corvane::Link>(std::move(accepted)), 2);
+  return {one, other};
 }
 
 CS_RCPtr<CS_Connection> CS_Connection::accept(corvane::Socket socket, const corvane::KeyFolder* keys,

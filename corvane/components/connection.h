@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace corvane {
 class Dispatcher;
@@ -38,6 +39,9 @@ class CS_Connection : public CS_Component {
   };
   // A connection that is not connected yet. Never null; throws std::bad_alloc.
   static CS_RCPtr<CS_Connection> create();
+  // The two ends of a connection within this process, without a handshake: the first is that of the side that dials.
+  // Neither has a peer that could prove anything, nor values of one. Throws std::bad_alloc.
+  static std::pair<CS_RCPtr<CS_Connection>, CS_RCPtr<CS_Connection>> makePair();
   // A connection that a peer made. Carries out the server's side of the handshake; throws CS_Exception when the peer
   // does not speak the protocol within kHandshakeMilliseconds. With keys, the peer must also prove within that time
   // that it has the key of the identity it claims (3109); nothing of it is served before. With a heartbeat, which
