@@ -20,6 +20,7 @@ enum class JobState : std::int32_t {
   kShown = 5,      // a program was started in the session to show it
   kFailed = 6,
   kCanceled = 7,
+  kHeld = 8,  // the application server has it whole, until its print client is back
 };
 
 // The words for the states, in the order of their numbers.
@@ -28,10 +29,10 @@ struct JobStateName {
   const wchar_t* word;
 };
 inline constexpr std::array kJobStates = {
-    JobStateName{JobState::kRunning, L"running"},  JobStateName{JobState::kPrinting, L"printing"},
-    JobStateName{JobState::kPrinted, L"printed"},  JobStateName{JobState::kDelivered, L"delivered"},
-    JobStateName{JobState::kShown, L"shown"},      JobStateName{JobState::kFailed, L"failed"},
-    JobStateName{JobState::kCanceled, L"canceled"}};
+    JobStateName{JobState::kRunning, L"running"},   JobStateName{JobState::kPrinting, L"printing"},
+    JobStateName{JobState::kPrinted, L"printed"},   JobStateName{JobState::kDelivered, L"delivered"},
+    JobStateName{JobState::kShown, L"shown"},       JobStateName{JobState::kFailed, L"failed"},
+    JobStateName{JobState::kCanceled, L"canceled"}, JobStateName{JobState::kHeld, L"held"}};
 
 // That of an unknown number is "failed", and of an unknown word kFailed: what is not known has not been printed.
 constexpr const wchar_t* wordOf(JobState state) {
@@ -46,7 +47,7 @@ inline JobState jobStateOf(const std::wstring& word) {
 }
 // Whether nothing more becomes of the job.
 constexpr bool isFinal(JobState state) {
-  return state != JobState::kRunning && state != JobState::kPrinting;
+  return state != JobState::kRunning && state != JobState::kPrinting && state != JobState::kHeld;
 }
 
 // The stages of a job's life, in their order.

@@ -59,14 +59,15 @@ TEST(JobRequests, HaveTheirNumbersAndBytes) {
 }
 
 TEST(JobState, EachHasItsWordAndWhatIsUnknownHasFailed) {
-  const wchar_t* const words[] = {L"running", L"printing", L"printed", L"delivered", L"shown", L"failed", L"canceled"};
-  for (int number = 1; number <= 7; ++number) {
+  const wchar_t* const words[] = {L"running", L"printing", L"printed",  L"delivered",
+                                  L"shown",   L"failed",   L"canceled", L"held"};
+  for (int number = 1; number <= 8; ++number) {
     const auto state = static_cast<JobState>(number);
     EXPECT_EQ(std::wstring(wordOf(state)), words[number - 1]);
     EXPECT_EQ(jobStateOf(words[number - 1]), state);
-    EXPECT_EQ(isFinal(state), number > 2);
+    EXPECT_EQ(isFinal(state), number > 2 && state != JobState::kHeld);
   }
-  EXPECT_EQ(std::wstring(wordOf(static_cast<JobState>(8))), L"failed");
+  EXPECT_EQ(std::wstring(wordOf(static_cast<JobState>(9))), L"failed");
   EXPECT_EQ(jobStateOf(L"gone"), JobState::kFailed);
 }
 

@@ -44,5 +44,10 @@ inline constexpr const wchar_t* kPrinterNotice = L"printer";
 // "cause" and "remedy" (a sentence each) where there is something to say. It may come before the notice of how the same
 // job ended for the port monitor. The spooler's process is not known: jobs are told apart by printer and number.
 inline constexpr const wchar_t* kPaperNotice = L"paper";
+// From the application server: what becomes of a job that it holds for a print client that is away. Its values: "job"
+// (the spooler's number), "printer" (the name on the server), "document", "session", "state" ("held", also where it
+// waits for something else than its print client, "delivered", "failed" or "canceled"), and "cause" and "remedy" (a
+// sentence each) where there is something to say.
+inline constexpr const wchar_t* kHeldNotice = L"held";
 
 }  // namespace protocol

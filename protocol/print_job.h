@@ -3,14 +3,16 @@
 #include "protocol/printer.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 // The stream of one job, from the port monitor (kPrintServerClass) to the session's print client (kPrintClientClass):
-// one JobStart, any number of JobData, one JobEnd.
+// one JobStart, any number of JobData, one JobEnd. A job that the application server has held for a client that was
+// away comes from the server itself, with a HeldJob in front.
 namespace protocol {
 
-enum class PrintRequest { kStart = 1, kData = 2, kEnd = 3 };
+enum class PrintRequest { kStart = 1, kData = 2, kEnd = 3, kHeld = 4 };
 
 // How a job's data travel. The value is the number on the wire; any other one may come.
 enum class DeliveryMode : std::int32_t {
@@ -120,6 +122,32 @@ struct JobEnd {
     PrintResult result = PrintResult::kNoJob;
 
     static void layout(auto& self, auto& wire) { wire(self.result); }
+  };
+};
+
+// What a print client knows of a job that the application server has held for it. The value is the number on the wire.
+enum class HeldJobState : std::int32_t {
+  kNew = 1,      // nothing of it has been handed on: it may be sent
+  kTaken = 2,    // it is where it was to go, and must not be sent again
+  kUnclear = 3,  // the client was interrupted while it handed the document on, and nobody can tell what came of it
+  kBusy = 4,     // it is being handed on right now
+};
+
+// Names a job that was held, before its start and whatever became of an earlier delivery, so that it is printed once. A
+// print client of an older version refuses the request, and takes the job that follows all the same.
+struct HeldJob {
+  static constexpr PrintRequest kNumber = PrintRequest::kHeld;
+  static constexpr std::size_t kIdDigits = 32;
+
+  std::wstring id;  // kIdDigits hexadecimal digits that no other job has
+
+  static void layout(auto& self, auto& wire) { wire(self.id); }
+
+  struct Answer {
+    HeldJobState state = HeldJobState::kNew;
+    std::wstring device;  // where the client remembers what it has taken: it knows nothing of what another device took
+
+    static void layout(auto& self, auto& wire) { wire(self.state, self.device); }
   };
 };
 

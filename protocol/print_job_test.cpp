@@ -127,5 +127,17 @@ TEST(PrintResult, EveryAnswerHasItsNumberAndItsWords) {
   EXPECT_STREQ(words(0), L"The print client did not take the document.");
 }
 
+TEST(HeldJob, HasItsBytesOnTheWireAndComesBack) {
+  EXPECT_EQ(static_cast<int>(HeldJob::kNumber), 4);
+  EXPECT_EQ(tests::hexOf(HeldJob{L"a1"}), tests::hex("74 02000000 6100 3100"));
+  const HeldJob::Answer answer{HeldJobState::kUnclear, L"d"};
+  EXPECT_EQ(tests::hexOf(answer), tests::hex("69 03000000 74 01000000 6400"));
+  EXPECT_EQ(tests::readBack(answer).state, HeldJobState::kUnclear);
+  EXPECT_EQ(tests::readBack(answer).device, L"d");
+  for (const auto& [state, number] :
+       {std::pair(HeldJobState::kNew, 1), {HeldJobState::kTaken, 2}, {HeldJobState::kBusy, 4}})
+    EXPECT_EQ(static_cast<int>(state), number);
+}
+
 }  // namespace
 }  // namespace protocol
