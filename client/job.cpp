@@ -133,6 +133,15 @@ void Job::keepDocument() {
   m_output.board().change(m_listed, [&extension](BoardJob& job) { job.kept = extension; });
 }
 
+TakenJob Job::handOver(Sink& sink) {
+  const ArrivedJob job{m_ticket, m_probe, *m_file, m_cancel.get()};
+  if (!m_delivery) return sink.take(job);
+  m_delivery->begin(sink.onlyRenames() ? std::optional(m_file->settle()) : std::nullopt);
+  TakenJob taken = sink.take(job);
+  m_delivery->end(true);
+  return taken;
+}
+
 void Job::complete() {
   if (m_result != kPrinted) return;
   if (m_cancel->isMade()) {
@@ -150,7 +159,7 @@ void Job::complete() {
         job.stage = JobStage::kHandingOver;
       });
       const std::shared_ptr<Sink> sink = m_output.sinkOf(m_ticket.printerName);
-      m_taken = sink->take({m_ticket, m_probe, *m_file, m_cancel.get()});
+      m_taken = handOver(*sink);
     } catch (const SinkRefusal& refusal) {
       m_sinksRemedy = refusal.remedy();
       fail(kNotTaken, refusal.what());

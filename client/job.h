@@ -3,6 +3,7 @@
 #include "client/content_probe.h"
 #include "client/job_file.h"
 #include "client/job_output.h"
+#include "client/taken_jobs.h"
 #include "protocol/print_job.h"
 
 #include <cstdint>
@@ -31,6 +32,8 @@ class Job {
   void append(std::span<const unsigned char> bytes) noexcept;
   // The job cannot be completed any more; the first reason counts.
   void fail(PrintResult result, const std::string& why);
+  // The server has held the job: what becomes of it is remembered. Before end().
+  void remember(std::unique_ptr<TakenJobs::Delivery> delivery) { m_delivery = std::move(delivery); }
   // Completes the job and says what became of it. Once.
   PrintResult end();
 
@@ -46,6 +49,7 @@ class Job {
   // What there is to say about what arrived; empty when it is what was to be expected.
   std::string remark() const;
   void complete();
+  TakenJob handOver(Sink& sink);
   // A line of the person's about this job.
   void say(const std::string& text) const;
   void reportProgress();
@@ -64,7 +68,8 @@ class Job {
   TakenJob m_taken;           // where it is now
   std::uint64_t m_nextProgress;
   const std::shared_ptr<CancelRequest> m_cancel = std::make_shared<CancelRequest>();
-  std::uint64_t m_listed = 0;  // its number on the board
+  std::unique_ptr<TakenJobs::Delivery> m_delivery;  // of a job that the server has held
+  std::uint64_t m_listed = 0;                       // its number on the board
   bool m_ended = false;
 };
 

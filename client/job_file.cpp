@@ -149,6 +149,12 @@ void JobFile::copyTo(DiskFile& other) {
   m_file->readBack([&other](std::span<const unsigned char> piece) { other.write(piece); });
 }
 
+std::filesystem::path JobFile::settle() {
+  flush();
+  m_file->sync();
+  return pathOf(m_temporaryName);
+}
+
 std::filesystem::path JobFile::share(std::string_view extension) {
   flush();
   const std::filesystem::path path = pathOf(fmt::format("{}{}", m_temporaryName, extension));

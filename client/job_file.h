@@ -45,6 +45,9 @@ class JobFile {
   // Writes all that was appended so far to another file; before share() and keepAs().
   void copyTo(DiskFile& other);
 
+  // Returns when all that was appended is on the disk, with the path of the file as it is. Nothing more is appended.
+  std::filesystem::path settle();
+
   // Completes the file for other programs to read, under its temporary name with the extension behind it, and returns
   // its path. It goes with this object. Nothing more is appended.
   std::filesystem::path share(std::string_view extension);

@@ -3,6 +3,7 @@
 #include "client/job_board.h"
 #include "client/reporter.h"
 #include "client/sinks/sink.h"
+#include "client/taken_jobs.h"
 
 #include <atomic>
 #include <filesystem>
@@ -84,6 +85,10 @@ class JobOutput {
     if (m_onTaken) m_onTaken(job, taken);
   }
 
+  // Where the jobs are remembered that servers have held; null where they are not. Set before the first job.
+  void useTakenJobs(std::unique_ptr<TakenJobs> taken) { m_takenJobs = std::move(taken); }
+  TakenJobs* takenJobs() const { return m_takenJobs.get(); }
+
   // What the person may look at.
   JobBoard& board() const { return m_board; }
   // Is given every document that has come whole, on the thread of its job, and says whether it keeps a copy. Set before
@@ -105,6 +110,7 @@ class JobOutput {
   Reporter& m_reporter;
   const std::shared_ptr<Sink> m_others;
   OnTaken m_onTaken;
+  std::unique_ptr<TakenJobs> m_takenJobs;
   mutable JobBoard m_board;
   Keep m_keep;
   std::atomic<unsigned> m_last{0};

@@ -3,11 +3,13 @@
 #include "corvane/components/channel.h"
 #include "corvane/components/in_request.h"
 #include "corvane/records/exception.h"
+#include "corvane/records/messages.h"
 #include "corvane/wire/link.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
 
 #include <fmt/format.h>
+#include <stdexcept>
 
 namespace printclient {
 namespace {
@@ -41,14 +43,36 @@ bool PrintClient::processRequest(CS_InRequest& request) {
     case protocol::PrintRequest::kEnd:
       endJob(request);
       return true;
+    case protocol::PrintRequest::kHeld:
+      if (m_output->takenJobs() == nullptr) break;
+      askWhether(request);
+      return true;
   }
   return CS_Component::processRequest(request);
+}
+
+void PrintClient::askWhether(CS_InRequest& request) try {
+  const std::wstring id = protocol::read<protocol::HeldJob>(request).id;
+  m_delivery.reset();
+  TakenJobs& taken = *m_output->takenJobs();
+  const std::wstring device = taken.device();
+  TakenJobs::Answer known = taken.ask(id);
+  m_delivery = std::move(known.delivery);
+  protocol::answer(request, protocol::HeldJob::Answer{known.state, device});
+} catch (const std::runtime_error& failure) {
+  m_output->reporter().line(
+      fmt::format("{}a job that the server has held comes, and what becomes of it cannot be remembered: {}; make the "
+                  "folder writable, "
+                  "or a job may be given up when a connection is lost",
+                  m_output->originOf(getConnection()).label, failure.what()));
+  throw CS_Exception(corvane::kRequestRefused, L"this print client cannot remember the job");
 }
 
 void PrintClient::startJob(CS_InRequest& request) try {
   m_onCancel.reset();
   m_job.reset();  // a job that was started before and not ended is dropped first
   m_job = std::make_unique<Job>(protocol::read<protocol::JobStart>(request), *m_output, getConnection());
+  if (m_delivery) m_job->remember(std::move(m_delivery));
   endBridgeOnCancel();
 } catch (const CS_Exception& failure) {
   // Nobody waits for an answer to this request.

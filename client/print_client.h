@@ -19,6 +19,8 @@ class PrintClient : public CS_Component {
   bool processRequest(CS_InRequest& request) override;
 
  private:
+  // The job that follows was held by the server.
+  void askWhether(CS_InRequest& request);
   void startJob(CS_InRequest& request);
   void writeJob(CS_InRequest& request);
   void endJob(CS_InRequest& request);
@@ -26,6 +28,7 @@ class PrintClient : public CS_Component {
   void endBridgeOnCancel();
 
   std::shared_ptr<JobOutput> m_output;
+  std::unique_ptr<TakenJobs::Delivery> m_delivery;  // of the job that follows, where the server has held it
   std::unique_ptr<Job> m_job;
   std::optional<CancelRequest::Handler> m_onCancel;  // of the job while its data come
 };

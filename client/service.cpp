@@ -88,6 +88,14 @@ void Service::followJobs() {
   });
 }
 
+void Service::rememberTaken() try {
+  auto taken = std::make_unique<TakenJobs>(TakenJobs::ownFolder());
+  taken->lookAtBegun();
+  m_output->useTakenJobs(std::move(taken));
+} catch (const std::runtime_error&) {
+  // The server is told when it has held a job.
+}
+
 void Service::tellNews(const FollowedJob& job, const JobProgress& progress, bool isFirst) {
   // What a sink has said of a job that goes no further stands on the board already.
   m_output->board().change(job.listed, [&progress](BoardJob& shown) {
@@ -170,6 +178,7 @@ int Service::run() {
       loop.stop();
   });
   followJobs();
+  rememberTaken();
   openPage();
   openNotices();
   const auto follower = followPrinters();

@@ -31,6 +31,8 @@ class Service {
 
  private:
   void followJobs();
+  // The jobs that servers have held are remembered; where they cannot be, a server is told so.
+  void rememberTaken();
   // The person's page; where there can be none, a line says why and the rest goes on.
   void openPage();
   void closePage();

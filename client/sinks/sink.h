@@ -52,6 +52,8 @@ class Sink {
   // job and nothing of it is printed any more, as far as the sink can tell and otherwise says; and what JobFile throws
   // when the file failed.
   virtual TakenJob take(const ArrivedJob& job) = 0;
+  // Whether taking a job means no more than that its file gets another name in the same folder.
+  virtual bool onlyRenames() const { return false; }
   // The print client ends: jobs that are being taken are given up and refused, and so is every later one.
   virtual void stop() noexcept {}
 };

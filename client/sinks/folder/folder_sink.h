@@ -8,6 +8,7 @@ namespace printclient {
 class FolderSink : public Sink {
  public:
   TakenJob take(const ArrivedJob& job) override;
+  bool onlyRenames() const override { return true; }
 };
 
 }  // namespace printclient
