@@ -182,7 +182,8 @@ void AdministrationServer::jobs(CS_InRequest& request) {
 
 void AdministrationServer::cancelJob(CS_InRequest& request) {
   const auto wanted = protocol::read<protocol::CancelJob>(request);
-  const protocol::CancelJob::Answer answer = m_context->book.cancel(wanted);
+  const auto held = m_context->hold ? m_context->hold->cancel(wanted) : std::nullopt;
+  const protocol::CancelJob::Answer answer = held ? *held : m_context->book.cancel(wanted);
   m_context->log.line(fmt::format("{} wants job {} canceled: {}", programs::oneLine(wanted.by), wanted.job,
                                   programs::oneLine(answer.text)));
   protocol::answer(request, answer);

@@ -2,6 +2,7 @@
 
 #include "corvane/components/component.h"
 #include "protocol/administration.h"
+#include "server/hold/job_hold.h"
 #include "server/invitations.h"
 #include "server/jobs/job_book.h"
 #include "server/log.h"
@@ -30,6 +31,7 @@ class AdministrationServer : public CS_Component {
     const std::chrono::milliseconds& longestNoticeWait;  // for one question
     const std::chrono::system_clock::time_point& startedAt;
     JobBook& book;
+    std::unique_ptr<JobHold>& hold;  // null where no jobs are held
   };
 
   explicit AdministrationServer(std::shared_ptr<Context> context) : m_context(std::move(context)) {}

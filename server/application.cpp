@@ -29,4 +29,10 @@ void registerClasses(const std::shared_ptr<Application>& application) {
   CS_ComponentServer::getServer()->offerClass(CS_BridgeRouter::getClassName());
 }
 
+void registerHoldClasses(const std::shared_ptr<Application>& application) {
+  registerAndOffer<HeldJobTaker>(protocol::kPrintClientClass, application);
+  CS_ComponentServer::getServer()->registerClass(protocol::kPrintServerClass,
+                                                 new corvane::ComponentClass<CS_Component>(protocol::kVersion));
+}
+
 }  // namespace aps

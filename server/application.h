@@ -2,6 +2,8 @@
 
 #include "server/administration_server.h"
 #include "server/client_news.h"
+#include "server/hold/held_job_taker.h"
+#include "server/hold/job_hold.h"
 #include "server/invitation_host.h"
 #include "server/invitations.h"
 #include "server/jobs/job_book.h"
@@ -62,22 +64,26 @@ struct Application {
   JobBook book;
   // Set before the first peer is served.
   std::optional<Invitations> invitations;  // nothing where peers need no keys
+  std::unique_ptr<JobHold> hold;           // null where no jobs are held
   std::string publicAddress;  // where print clients of other machines come to; empty when that is not known
   std::chrono::milliseconds longestNoticeWait{5000};  // for one question of an administration tool
   const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
 
  private:
   std::tuple<PortMonitorClient::Context, SessionHost::Context, ProgramMonitorServer::Context,
-             AdministrationServer::Context, InvitationHost::Context>
-      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book},
+             AdministrationServer::Context, InvitationHost::Context, HeldJobTaker::Context>
+      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book, hold},
+               {*log, sessions, clientNews, notices, book, hold},
                {*log, sessions, clientNews, notices, book},
-               {*log, sessions, clientNews, notices, book},
-               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book},
-               {*log, invitations}};
+               {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book, hold},
+               {*log, invitations},
+               {hold}};
 };
 
 // Registers the classes of this server's components and offers those that a peer may create. Once, before the first
 // peer is served; the components share the application.
 void registerClasses(const std::shared_ptr<Application>& application);
+// The same for those of an application that holds jobs, once it does.
+void registerHoldClasses(const std::shared_ptr<Application>& application);
 
 }  // namespace aps

@@ -14,6 +14,8 @@ class JobWatch {
 
   // A job of that printer, by its name on this server, from that process has found its session. Returns its number.
   virtual int begin(const std::wstring& printer, int session, int process) = 0;
+  // This server takes it in its client's place; before its route is made.
+  virtual void hold(int job) = 0;
   // Its route is made, and can be cut.
   virtual void routed(int job, CS_RCPtr<CS_BridgeRouter> router) = 0;
   // What goes through it. Returns when the end's answer can be passed on.

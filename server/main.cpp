@@ -22,6 +22,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
+#include <filesystem>
 #include <fmt/format.h>
 #include <functional>
 #include <memory>
@@ -253,9 +255,33 @@ std::function<void()> onHangup(const std::shared_ptr<aps::Log>& log, aps::Superv
   };
 }
 
+// False after saying why jobs cannot be held.
+bool holdJobs(const aps::Options& options, const corvane::KeyFolder* keys,
+              const std::shared_ptr<aps::Application>& application) try {
+  if (options.hold.empty() || keys == nullptr) return true;
+  aps::JobHold::Settings settings{programs::toPath(options.hold), options.holdLimits, options.hasTitles, options.pace};
+  application->hold = std::make_unique<aps::JobHold>(
+      std::move(settings), aps::JobHold::Context{*application->log, application->sessions, application->clientNews,
+                                                 application->book, application->notices, *keys});
+  aps::registerHoldClasses(application);
+  return true;
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "aps: no jobs can be held (--hold): %s\n", failure.what());
+  return false;
+}
+
+// Null where the sessions are not kept. Without a file of their own they are beside the jobs that are held for them.
+std::unique_ptr<aps::SessionKeeper> keepSessions(const aps::Options& options, aps::Application& application) {
+  std::filesystem::path file = programs::toPath(options.state);
+  if (options.state.empty() && options.hold.empty()) return nullptr;
+  if (options.state.empty()) file = programs::toPath(options.hold) / "sessions";
+  return std::make_unique<aps::SessionKeeper>(file, application.sessions, application.log);
+}
+
 void endAll(aps::Application& application, aps::ConnectionList& connections) {
   application.notices.close();
   connections.endAll();
+  if (application.hold) application.hold->endAll();
   application.clientNews.endAll();
   application.launcher.endAll();
   application.history.finish();
@@ -286,9 +312,8 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   };
   const programs::StopRequest stop(end, onHangup(log, supervision));
   application->history.start();
-  std::unique_ptr<aps::SessionKeeper> keeper;
-  if (!options.state.empty())
-    keeper = std::make_unique<aps::SessionKeeper>(programs::toPath(options.state), application->sessions, log);
+  if (!holdJobs(options, keys, application)) return 1;
+  const auto keeper = keepSessions(options, *application);
   aps::ConnectionList connections(log, placesFor(options, *log), keys, isNeeded,
                                   corvane::Patience().faster(options.pace));
   connections.useLines(options.packsJobs ? &compression::deflate() : nullptr, options.clientRates);

@@ -75,6 +75,25 @@ void addHistory(CLI::App& app, Options& options) {
   app.add_flag("!--no-titles", options.hasTitles, "leaves the names of documents out of the records of jobs");
 }
 
+void addHold(CLI::App& app, Options& options) {
+  const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
+  HoldStore::Limits& limits = options.holdLimits;
+  app.add_option("--hold", options.hold,
+                 "folder in which jobs wait for a print client that is away; needs --keys, because a held job is for "
+                 "the key of its session and nobody else")
+      ->check(named);
+  const auto add = [&app](const char* name, int& value, const char* text) {
+    app.add_option(name, value, text)->capture_default_str()->check(CLI::Range(1, 1000000));
+  };
+  add("--hold-size", limits.megabytes, "megabytes of jobs that are held for one session");
+  add("--hold-jobs", limits.jobs, "jobs that are held for one session");
+  add("--hold-total", limits.totalMegabytes, "megabytes of jobs that are held in all");
+  add("--hold-total-jobs", limits.totalJobs, "jobs that are held in all");
+  app.add_option("--hold-days", limits.days, "how long a job is held; then it is given up, and its record says so")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000));
+}
+
 void addFiles(CLI::App& app, Options& options) {
   // An empty name, such as that of an unset variable, must not be taken for an option that was not given.
   const CLI::Validator named([](std::string& text) { return text.empty() ? "it names nothing" : ""; }, "");
@@ -88,6 +107,7 @@ void addFiles(CLI::App& app, Options& options) {
                  "file that keeps the sessions and their printers, so that they are known after a restart")
       ->check(named);
   addHistory(app, options);
+  addHold(app, options);
 }
 
 void addLaunching(CLI::App& app, Options& options) {
@@ -140,6 +160,28 @@ CLI::App* addInvite(CLI::App& app, Invite& invite) {
   return command;
 }
 
+// The same for those of held jobs.
+std::string holdContradiction(const Options& options) {
+  if (options.keys.empty()) {
+    return "--hold keeps jobs for the key of their session, and without keys a job has no owner: give the folder with "
+           "the keys with --keys";
+  }
+  const HoldStore::Limits& limits = options.holdLimits;
+  if (2 * static_cast<long long>(limits.megabytes) > limits.totalMegabytes) {
+    return fmt::format(
+        "--hold-size {} and --hold-total {}: one session could take the room of all others; let it have "
+        "half of all at most",
+        limits.megabytes, limits.totalMegabytes);
+  }
+  if (2 * static_cast<long long>(limits.jobs) > limits.totalJobs) {
+    return fmt::format(
+        "--hold-jobs {} and --hold-total-jobs {}: one session could take the places of all others; let it "
+        "have half of all at most",
+        limits.jobs, limits.totalJobs);
+  }
+  return "";
+}
+
 // Why the options cannot be used together; empty when they can.
 std::string contradiction(const Options& options) {
   if (options.invite) {
@@ -156,6 +198,9 @@ std::string contradiction(const Options& options) {
   if (!options.listenClients.empty() && options.keys.empty() && options.newKey.empty()) {
     return "--listen-clients takes print clients over the network, and each must have the key of its session: give the "
            "folder with the keys with --keys";
+  }
+  if (!options.hold.empty() && options.newKey.empty()) {
+    if (std::string wrong = holdContradiction(options); !wrong.empty()) return wrong;
   }
   const bool hasRates = options.clientRates.ofEach != 0 || !options.clientRates.ofSessions.empty();
   if (options.listenClients.empty() && (hasRates || !options.packsJobs)) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/client_rates.h"
+#include "server/hold/hold_store.h"
 #include "server/jobs/job_history.h"
 #include "server/launcher.h"
 #include "server/session_table.h"
@@ -34,7 +35,9 @@ struct Options {
   std::string history;  // file that keeps the records of jobs; empty: they are in memory
   JobHistory::Limits historyLimits;
   bool hasTitles = true;  // in those records
-  std::string state;      // file that keeps the sessions over a restart; empty: they are not kept
+  std::string hold;       // folder of the jobs for print clients that are away; empty: none are held
+  HoldStore::Limits holdLimits;
+  std::string state;  // file that keeps the sessions over a restart; empty: they are not kept
   std::size_t maxConnections = 512;
   int pace = 1;  // divides the times of corvane::Patience; not shown, for tests
   SessionTable::Limits limits;

@@ -131,5 +131,33 @@ TEST(ApsOptions, PrintClientsOfOtherMachinesNeedKeys) {
       "folder with the keys with --keys\n");
 }
 
+TEST(ApsOptions, HoldJobsForTheKeysOfSessionsAndWithinLimitsOfWhichNobodyHasMoreThanHalf) {
+  EXPECT_EQ(parseOptions({}).options.hold, "");
+  const ParsedOptions parsed = parseOptions({"--keys", "k", "--hold", "h", "--hold-size", "10", "--hold-jobs", "20",
+                                             "--hold-total", "30", "--hold-total-jobs", "40", "--hold-days", "50"});
+  EXPECT_EQ(parsed.exitCode, -1) << parsed.message;
+  EXPECT_EQ(parsed.options.hold, "h");
+  EXPECT_EQ(parsed.options.holdLimits.megabytes, 10);
+  EXPECT_EQ(parsed.options.holdLimits.jobs, 20);
+  EXPECT_EQ(parsed.options.holdLimits.totalMegabytes, 30);
+  EXPECT_EQ(parsed.options.holdLimits.totalJobs, 40);
+  EXPECT_EQ(parsed.options.holdLimits.days, 50);
+  EXPECT_EQ(parseOptions({"--keys", "k", "--hold", "h"}).exitCode, -1);
+  EXPECT_EQ(parseOptions({"--hold", "h"}).exitCode, 2);
+  EXPECT_EQ(
+      parseOptions({"--hold", "h"}).message,
+      "--hold keeps jobs for the key of their session, and without keys a job has no owner: give the folder with the "
+      "keys with --keys\n");
+  EXPECT_EQ(
+      parseOptions({"--keys", "k", "--hold", "h", "--hold-size", "1001"}).message,
+      "--hold-size 1001 and --hold-total 2000: one session could take the room of all others; let it have half of "
+      "all at most\n");
+  EXPECT_EQ(
+      parseOptions({"--keys", "k", "--hold", "h", "--hold-total-jobs", "199"}).message,
+      "--hold-jobs 100 and --hold-total-jobs 199: one session could take the places of all others; let it have half "
+      "of all at most\n");
+  EXPECT_EQ(parseOptions({"--keys", "k", "--hold", ""}).exitCode, 2);
+}
+
 }  // namespace
 }  // namespace aps

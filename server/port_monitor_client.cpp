@@ -59,8 +59,13 @@ bool PortMonitorClient::hasGivenUp() {
   return connection == nullptr || connection->link() == nullptr || connection->link()->peerHasClosed();
 }
 
+bool PortMonitorClient::isToBeHeld(const SessionTable::Found& found) const {
+  return m_context->hold && m_context->hold->wants(found);
+}
+
 std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
   const SessionTable& sessions = m_context->sessions;
+  if (auto away = sessions.find(printerName); away && isToBeHeld(*away)) return away;
   if (sessions.isExpected(printerName)) {
     m_context->log.line(fmt::format(
         "printer {} was requested by process {}; the answer waits for its print client, which may be reconnecting",
@@ -112,7 +117,7 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
   const std::wstring& printerName = request.printer;
   const auto found = awaitPrinter(printerName);
   if (!found) return unknownPrinter();
-  if (!found->client) {
+  if (!found->client && !isToBeHeld(*found)) {
     return fmt::format("session {} has no print client; start one and print again", found->session);
   }
   const CS_RCPtr<CS_Component> component = getRootOwner()->getChild(static_cast<std::uint32_t>(request.bridge));
@@ -120,41 +125,87 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
   if (!bridge) return "the request names no bridge of its connection; the port monitor has another version";
   if (bridge->isRouted()) return "its bridge leads to a print client already; the port monitor has another version";
 
-  const std::string job = fmt::format("printer {}, session {}, process {}", programs::quoted(printerName),
-                                      found->session, request.processId);
+  const auto job = std::make_shared<Attached>();
+  job->words = fmt::format("printer {}, session {}, process {}", programs::quoted(printerName), found->session,
+                           request.processId);
+  job->printer = printerName;
+  job->isHeld = isToBeHeld(*found);
   auto mark = m_context->jobs.begin(found->session, getConnection());
   if (!mark) {
     return fmt::format("session {} has {} jobs in progress, which is the limit; print again when some have ended",
                        found->session, m_context->jobs.limitOfOneSession());
   }
-  JobWatch& watch = m_context->watch;
-  const int number = watch.begin(printerName, found->session, request.processId);
-  bridge->onEnd([context = m_context, job, number, printerName, mark](const CS_BridgeRouter::Ending& ending) {
-    jobEnded(*context, job, number, printerName, ending);
-  });
-  bridge->onPass([context = m_context, number](const CS_BridgeRouter::Passing& passing) {
+  job->number = m_context->watch.begin(printerName, found->session, request.processId);
+  bridge->onEnd(
+      [context = m_context, job, mark](const CS_BridgeRouter::Ending& ending) { jobEnded(*context, *job, ending); });
+  bridge->onPass([context = m_context, number = job->number](const CS_BridgeRouter::Passing& passing) {
     context->watch.passed(number, passing);
   });
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
-  m_context->log.line(fmt::format("job attached: {}", job));
-  const std::string refusal = routeRefusal(bridge->routeTo(found->client), found->session);
+  m_context->log.line(fmt::format("job attached: {}", job->words));
+  client = found->versions;
+  const std::string refusal = job->isHeld ? attachToHold(job, *found, request.processId, *bridge, client)
+                                          : attachToClient(*job, *found, *bridge);
   if (!refusal.empty()) {
-    watch.refused(number, corvane::fromUtf8(refusal));
+    m_context->watch.refused(job->number, corvane::fromUtf8(refusal));
+    client.reset();
     return refusal;
   }
-  watch.routed(number, bridge);
-  client = found->versions;
-  m_context->clientNews.jobAttached(printerName, found->client.get(), found->printer.name());
+  m_context->watch.routed(job->number, bridge);
   return "";
 }
 
-void PortMonitorClient::jobEnded(const Context& context, const std::string& job, int number,
-                                 const std::wstring& printer, const CS_BridgeRouter::Ending& ending) {
+std::string PortMonitorClient::attachToClient(const Attached& job, const SessionTable::Found& found,
+                                              CS_BridgeRouter& bridge) {
+  std::string refusal = routeRefusal(bridge.routeTo(found.client), found.session);
+  if (refusal.empty()) m_context->clientNews.jobAttached(job.printer, found.client.get(), found.printer.name());
+  return refusal;
+}
+
+std::string PortMonitorClient::attachToHold(const std::shared_ptr<Attached>& job, const SessionTable::Found& found,
+                                            int process, CS_BridgeRouter& bridge,
+                                            std::optional<CS_ClassVersionMap>& client) try {
+  JobHold::Target target = m_context->hold->prepare(job->number, found, job->printer, process);
+  m_context->watch.hold(job->number);
+  const std::string refusal = routeRefusal(bridge.routeTo(target.connection), found.session);
+  if (!refusal.empty()) return refusal;
+  // Nothing passes before this request is answered.
+  job->heldBridge = bridge.continuedAs();
+  m_context->hold->expect(job->heldBridge, std::move(target.job));
+  client = std::move(target.versions);
+  return "";
+} catch (const HoldRefusal& refusal) {
+  return fmt::format("{}; {}", refusal.what(), refusal.remedy());
+}
+
+void PortMonitorClient::heldJobEnded(const Context& context, const Attached& job, const CS_BridgeRouter::Ending& ending,
+                                     bool isCanceled) {
   const bool isAnswered = ending.answered == static_cast<int>(protocol::JobEnd::kNumber);
-  const bool isShown = !isAnswered && ending.madeHere && context.shownJobs.take(foldedName(printer));
-  const bool isCanceled = context.watch.ended(number, ending, isShown);
-  const std::string passed = fmt::format("{}: {} bytes passed on", job, ending.bytes);
+  if (context.hold->ended(job.number, job.heldBridge, isAnswered)) return;
+  const std::string passed = fmt::format("{}: {} bytes passed on", job.words, ending.bytes);
+  const std::string why = ending.reason.empty() ? "" : fmt::format(" ({})", programs::oneLine(ending.reason));
+  if (isCanceled) {
+    context.log.line(fmt::format("job canceled: {}; {}", passed, programs::oneLine(ending.reason)));
+  } else if (isAnswered) {
+    context.log.line(fmt::format("job ended: {}; it was not to be held", passed));
+  } else if (ending.madeHere) {
+    context.log.failure(
+        fmt::format("job cut: {}; the port monitor left before its end{}; its log says what failed "
+                    "there, then print again",
+                    passed, why));
+  } else {
+    context.log.line(fmt::format("job ended: {}; it is not held{}", passed, why));
+  }
+}
+
+void PortMonitorClient::jobEnded(const Context& context, const Attached& job, const CS_BridgeRouter::Ending& ending) {
+  const bool isAnswered = ending.answered == static_cast<int>(protocol::JobEnd::kNumber);
+  const bool isShown = !isAnswered && ending.madeHere && context.shownJobs.take(foldedName(job.printer));
+  const bool isCanceled = context.watch.ended(job.number, ending, isShown);
+  if (job.isHeld && !isShown) return heldJobEnded(context, job, ending, isCanceled);
+  if (job.isHeld) context.hold->ended(job.number, job.heldBridge, false);
+  const std::string passed = fmt::format("{}: {} bytes passed on", job.words, ending.bytes);
   if (isAnswered) {
     context.log.line(fmt::format("job ended: {}; the print client has answered its end", passed));
     return;
@@ -169,7 +220,7 @@ void PortMonitorClient::jobEnded(const Context& context, const std::string& job,
   }
   const std::wstring reason = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);
   if (ending.madeHere) {
-    context.clientNews.jobCut(printer,
+    context.clientNews.jobCut(job.printer,
                               fmt::format(L"the print spooler of the server left before the job's end{}", reason),
                               L"Print again; when that fails too, the port monitor's log on the server says more.");
   }

@@ -3,6 +3,7 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component.h"
 #include "server/client_news.h"
+#include "server/hold/job_hold.h"
 #include "server/job_watch.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
@@ -10,6 +11,7 @@
 #include "server/session_table.h"
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,6 +37,7 @@ class PortMonitorClient : public CS_Component {
     ShownJobs& shownJobs;
     Launcher& launcher;
     JobWatch& watch;
+    std::unique_ptr<JobHold>& hold;  // null where no jobs are held
   };
 
   explicit PortMonitorClient(std::shared_ptr<Context> context) : m_context(std::move(context)) {}
@@ -51,12 +54,28 @@ class PortMonitorClient : public CS_Component {
   // Continues the job's bridge in the session's print client. An empty answer is success, otherwise the cause.
   std::string attach(const protocol::AttachJob& request, std::optional<CS_ClassVersionMap>& client);
 
-  // Writes the line of a job's end, and says it to who watches; job says which one it was, printer is its name on this
-  // server.
-  static void jobEnded(const Context& context, const std::string& job, int number, const std::wstring& printer,
-                       const CS_BridgeRouter::Ending& ending);
+  // A job whose bridge leads on.
+  struct Attached {
+    std::string words;  // which one it is, for the log
+    int number = 0;
+    std::wstring printer;          // its name on this server
+    bool isHeld = false;           // this server takes it in its client's place,
+    std::uint32_t heldBridge = 0;  // where the bridge is that one
+  };
+  // The same, in the place of a client that is away.
+  std::string attachToHold(const std::shared_ptr<Attached>& job, const SessionTable::Found& found, int process,
+                           CS_BridgeRouter& bridge, std::optional<CS_ClassVersionMap>& client);
+  std::string attachToClient(const Attached& job, const SessionTable::Found& found, CS_BridgeRouter& bridge);
+
+  // Writes the line of a job's end, and says it to who watches.
+  static void jobEnded(const Context& context, const Attached& job, const CS_BridgeRouter::Ending& ending);
+  // Of one that was to be held.
+  static void heldJobEnded(const Context& context, const Attached& job, const CS_BridgeRouter::Ending& ending,
+                           bool isCanceled);
   // The printer, once its client is there or not expected any more; a job that waits for that has a line in the log.
   std::optional<SessionTable::Found> awaitPrinter(const std::wstring& printerName);
+  // Whether this server takes a job for that printer in its client's place.
+  bool isToBeHeld(const SessionTable::Found& found) const;
   // True when nobody waits for an answer any more.
   bool hasGivenUp();
   // The process at the other end, as it introduced itself.

@@ -152,6 +152,7 @@ void SessionHost::answer(CS_InRequest& request, int session, const SessionTable:
   }
   protocol::answer(request,
                    protocol::Registration::Answer{admission.accepted(), admission.refusal, admission.localNames});
+  if (admission.accepted() && m_context->hold) m_context->hold->clientCame(session);
 }
 
 }  // namespace aps

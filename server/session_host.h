@@ -3,6 +3,7 @@
 #include "corvane/components/component.h"
 #include "programs/allowance.h"
 #include "server/client_news.h"
+#include "server/hold/job_hold.h"
 #include "server/jobs/job_book.h"
 #include "server/log.h"
 #include "server/notice_list.h"
@@ -26,6 +27,7 @@ class SessionHost : public ClientNews::Host {
     ClientNews& clientNews;
     NoticeList& notices;
     JobBook& book;
+    std::unique_ptr<JobHold>& hold;  // null where no jobs are held
   };
   // How often a client may tell of its jobs; what it tells beyond that is not kept.
   static constexpr int kNewsAtOnce = 100;

@@ -1,6 +1,7 @@
 #include "server/session_keeper.h"
 
 #include "corvane/base/text.h"
+#include "corvane/trust/key.h"
 #include "programs/text.h"
 #include "server/printer_name.h"
 
@@ -43,10 +44,12 @@ Json toJson(const SessionTable::Status& session, bool isWhole) {
   Json printers = Json::array();
   for (const Printer& printer : session.printers)
     printers.push_back(toJson(printer, isWhole));
-  return {{"session", session.number},
-          {"connected", session.connected},
-          {"since", std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count()},
-          {"printers", std::move(printers)}};
+  Json json = {{"session", session.number},
+               {"connected", session.connected},
+               {"since", std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count()}};
+  if (session.key != corvane::Bytes32{}) json["key"] = corvane::toUtf8(corvane::toHex(session.key));
+  json["printers"] = std::move(printers);
+  return json;
 }
 
 Printer printerFrom(const Json& json) {
@@ -71,6 +74,11 @@ SessionTable::Status sessionFrom(const Json& json, system_clock::time_point now)
   // No session has gone in the future, whatever was done to the clock since.
   session.since = system_clock::time_point(seconds(std::clamp(since, 0LL, std::max(latest, 0LL))));
   if (json.at("connected").get<bool>()) session.since = now;
+  if (json.contains("key")) {
+    const auto key = corvane::fromHex(corvane::fromUtf8(json.at("key").get<std::string>()));
+    if (!key) throw std::runtime_error("a session with a mark of its key that is none");
+    session.key = *key;
+  }
   for (const Json& printer : json.at("printers"))
     session.printers.push_back(printerFrom(printer));
   if (session.number < 1 || session.printers.empty()) throw std::runtime_error("a session without number or printers");

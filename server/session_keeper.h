@@ -19,9 +19,9 @@ namespace aps {
 inline constexpr std::size_t kSessionBytes = 128 * 1024;
 
 // The sessions and their printers as the text that outlives this server, JSON in UTF-8, and back. Nothing in it is
-// secret: every user who prints sees the same names. A session with a text that has no UTF-8 form is left out. Of one
-// that is longer than kSessionBytes only the names and drivers of its printers are kept, or nothing where that is too
-// long, too.
+// secret: every user who prints sees the same names, and the mark of a key does not give the key away. A session with a
+// text that has no UTF-8 form is left out. Of one that is longer than kSessionBytes only the names and drivers of its
+// printers are kept, or nothing where that is too long, too.
 std::string toStateText(const std::vector<SessionTable::Status>& sessions);
 
 // Throws std::runtime_error with what is wrong with the text, for a person. A session that had a client counts as

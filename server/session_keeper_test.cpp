@@ -263,5 +263,27 @@ TEST_F(SessionKeeperTest, AFullDiskLeavesTheFileOfBefore) {
   EXPECT_THAT(files(), ElementsAre("log", "sessions"));
 }
 
+TEST_F(SessionKeeperTest, WhoseASessionIsIsKnownToTheNextServer) {
+  corvane::Bytes32 key = {};
+  key.fill(7);
+  SessionTable::Status session{5, false, {}, {named(L"Laser-2")}, key};
+  const auto now = std::chrono::system_clock::now();
+  const auto read = fromStateText(toStateText({session}), now);
+  ASSERT_EQ(read.size(), 1u);
+  EXPECT_EQ(read[0].key, key);
+  SessionTable table{SessionTable::Limits{}};
+  table.remember(read);
+  EXPECT_EQ(table.find(L"Laser-2 (session 5)")->key, key);
+  EXPECT_EQ(table.status().at(0).key, key);
+  // A session that came without one has none, and what is none is refused.
+  session.key = {};
+  const std::string text = toStateText({session});
+  EXPECT_EQ(text.find("key"), std::string::npos);
+  EXPECT_EQ(fromStateText(text, now).at(0).key, corvane::Bytes32{});
+  std::string wrong = text;
+  wrong.replace(wrong.find("\"since\""), 0, "\"key\": \"xyz\", ");
+  EXPECT_THROW(fromStateText(wrong, now), std::runtime_error);
+}
+
 }  // namespace
 }  // namespace aps

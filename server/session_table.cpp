@@ -82,6 +82,7 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   entry.versions = versions;
   if (entry.client.get() != client.get()) entry.since = std::chrono::system_clock::now();
   entry.client = client;
+  entry.key = client ? client->peerKeyMark() : corvane::Bytes32{};
   guard.unlock();
   changed();
   return admission;
@@ -111,6 +112,7 @@ void SessionTable::remember(std::vector<Status> sessions) {
     entry.leftAt = ++m_departures;
     entry.left = m_began;
     entry.since = session.since;
+    entry.key = session.key;
     for (std::size_t i = 0; i < entry.printers.size(); ++i) {
       m_byName[foldedName(localPrinterName(entry.printers[i].name(), session.number))] = {session.number, i};
     }
@@ -123,7 +125,8 @@ std::vector<SessionTable::Status> SessionTable::known() const {
     const std::lock_guard<std::mutex> guard(m_lock);
     for (const auto& [number, entry] : m_sessions) {
       const bool connected = static_cast<bool>(entry.client);
-      all.push_back({connected ? UINT64_MAX : entry.leftAt, {number, connected, entry.since, entry.printers}});
+      all.push_back(
+          {connected ? UINT64_MAX : entry.leftAt, {number, connected, entry.since, entry.printers, entry.key}});
     }
   }
   std::stable_sort(all.begin(), all.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -187,7 +190,7 @@ std::optional<SessionTable::Found> SessionTable::findLocked(const std::wstring& 
   if (named == m_byName.end()) return std::nullopt;
   const auto [session, index] = named->second;
   const Entry& entry = m_sessions.at(session);
-  return Found{entry.printers[index], session, entry.client, entry.versions};
+  return Found{entry.printers[index], session, entry.client, entry.versions, entry.key};
 }
 
 std::vector<std::wstring> SessionTable::localNames(int session) const {
@@ -211,6 +214,12 @@ std::vector<std::wstring> SessionTable::localNamesLocked(int session) const {
   return names;
 }
 
+CS_RCPtr<CS_Connection> SessionTable::clientOf(int session) const {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto known = m_sessions.find(session);
+  return known == m_sessions.end() ? nullptr : known->second.client;
+}
+
 bool SessionTable::isClient(const CS_Connection* connection) const {
   const std::lock_guard<std::mutex> guard(m_lock);
   return std::any_of(m_sessions.begin(), m_sessions.end(),
@@ -221,7 +230,7 @@ std::vector<SessionTable::Status> SessionTable::status() const {
   const std::lock_guard<std::mutex> guard(m_lock);
   std::vector<Status> all;
   for (const auto& [number, entry] : m_sessions)
-    all.push_back({number, static_cast<bool>(entry.client), entry.since, entry.printers});
+    all.push_back({number, static_cast<bool>(entry.client), entry.since, entry.printers, entry.key});
   return all;
 }
 
@@ -232,7 +241,7 @@ SessionTable::Page SessionTable::page(Place from, std::size_t characters) const 
   std::size_t used = 0;
   for (auto at = m_sessions.lower_bound(from.session); at != m_sessions.end(); ++at) {
     const auto& [number, entry] = *at;
-    page.sessions.push_back({number, static_cast<bool>(entry.client), entry.since, {}});
+    page.sessions.push_back({number, static_cast<bool>(entry.client), entry.since, {}, entry.key});
     used += kEach;
     for (std::size_t i = number == from.session ? from.printer : 0; i < entry.printers.size(); ++i) {
       // Its name is told twice, here and as the client has it.

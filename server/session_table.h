@@ -2,6 +2,7 @@
 
 #include "corvane/components/class.h"
 #include "corvane/components/connection.h"
+#include "corvane/trust/crypto.h"
 #include "protocol/printer.h"
 
 #include <chrono>
@@ -54,6 +55,7 @@ class SessionTable {
     int session = 0;
     CS_RCPtr<CS_Connection> client;  // null while the session has no print client
     CS_ClassVersionMap versions;     // of that client
+    corvane::Bytes32 key = {};       // the mark of the key with which the latest client came; zeros where it had none
   };
 
   // A session as an administrator sees it.
@@ -62,6 +64,7 @@ class SessionTable {
     bool connected = false;
     std::chrono::system_clock::time_point since;  // of which it is (not) connected
     std::vector<Printer> printers;                // in the order of the registration
+    corvane::Bytes32 key = {};                    // as in Found
   };
 
   // Where to go on among the sessions, in the order of their numbers, and their printers.
@@ -106,6 +109,8 @@ class SessionTable {
   std::vector<std::wstring> localNames(int session) const;
   // Lets every waiting caller ask whether it has given up.
   void wake() const;
+  // The print client of a session; null while it has none.
+  CS_RCPtr<CS_Connection> clientOf(int session) const;
   // True for the print client of a session.
   bool isClient(const CS_Connection* connection) const;
   // All sessions in the order of their numbers.
@@ -118,6 +123,7 @@ class SessionTable {
     std::vector<Printer> printers;
     CS_ClassVersionMap versions;
     CS_RCPtr<CS_Connection> client;
+    corvane::Bytes32 key = {};
     std::uint64_t leftAt = 0;  // order in which clients left
     Clock::time_point left;    // when the last one did
     std::chrono::system_clock::time_point since;

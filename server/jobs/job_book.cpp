@@ -97,6 +97,56 @@ void JobBook::routed(int job, CS_RCPtr<CS_BridgeRouter> router) {
   if (found != m_jobs.end() && !found->second.hasEnded) found->second.router = std::move(router);
 }
 
+void JobBook::hold(int job) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found != m_jobs.end()) found->second.hold = Hold::kComing;
+}
+
+protocol::JobRecord JobBook::recordOf(const JobRecord& known) {
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (const auto found = m_jobs.find(known.number); found != m_jobs.end()) return found->second.record;
+  }
+  protocol::Jobs query;
+  query.job = known.number;
+  query.most = 1;
+  const auto kept = m_history.find(query).jobs;
+  const bool isSame = !kept.empty() && kept[0].printer == known.printer && kept[0].began == known.began;
+  return isSame ? kept[0] : known;
+}
+
+void JobBook::redeliver(const JobRecord& known) {
+  JobRecord record = recordOf(known);
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto earlier = m_jobs.find(known.number);
+  const bool isNoticed = earlier != m_jobs.end() && earlier->second.isNoticed;
+  if (earlier != m_jobs.end() && earlier->second.hasEnded) --m_ended;
+  Entry& entry = m_jobs[known.number] = Entry();
+  entry.record = std::move(record);
+  entry.record.state = JobState::kRunning;
+  entry.record.ended.clear();
+  entry.record.cause.clear();
+  entry.record.remedy.clear();
+  entry.hold = Hold::kDelivery;
+  entry.isNoticed = isNoticed;
+  m_history.put(entry.record);
+}
+
+void JobBook::tellHeld(const JobRecord& known, JobState state, const std::wstring& cause, const std::wstring& remedy) {
+  JobRecord record = recordOf(known);
+  const std::lock_guard<std::mutex> guard(m_lock);
+  record.state = state;
+  record.cause = shortened(cause);
+  record.remedy = shortened(remedy);
+  record.ended = protocol::isFinal(state) ? utcNow() : L"";
+  if (const auto found = m_jobs.find(known.number); found != m_jobs.end()) {
+    found->second.record = record;
+    found->second.isRefused = state == JobState::kFailed && !found->second.hasEnded;
+  }
+  m_history.put(record);
+}
+
 void JobBook::stageEndsLocked(Entry& entry, protocol::JobStage stage) const {
   const auto present = Clock::now();
   const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(present - entry.stageBegan).count();
@@ -115,8 +165,15 @@ void JobBook::answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passi
   const auto result = readMessage<protocol::JobEnd::Answer>(passing.payload).result;
   stageEndsLocked(entry, protocol::kTaking);
   if (entry.router) entry.record.bytes = static_cast<std::int64_t>(entry.router->bytesPassed());
+  entry.isAnswered = true;
+  const bool isTaken = static_cast<int>(result) > 0;
+  if (entry.hold == Hold::kDelivery && !isTaken) return;  // who holds it says what that means
+  if (entry.hold == Hold::kComing && isTaken) {
+    entry.record.state = JobState::kHeld;
+    return;
+  }
   entry.record.ended = utcNow();
-  if (static_cast<int>(result) <= 0) {
+  if (!isTaken) {
     failLocked(entry, protocol::textOf(result), L"See in the print client's output what it says about the job.");
   } else if (!entry.hasPaper) {
     entry.record.state = JobState::kDelivered;
@@ -171,11 +228,15 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
   if (found == m_jobs.end() || found->second.hasEnded) return false;
   Entry& entry = found->second;
   std::swap(router, entry.router);
-  const bool isAnswered = !entry.record.ended.empty();
+  const bool isAnswered = entry.isAnswered;
   endLocked(entry);
   ++m_ended;
   entry.record.bytes = static_cast<std::int64_t>(ending.bytes);
-  if (!isAnswered && isShown) {
+  if (entry.hold == Hold::kDelivery && entry.canceledBy.empty()) {
+    if (!protocol::isFinal(entry.record.state) && !entry.hasPaper) entry.record.state = JobState::kHeld;
+  } else if (entry.isRefused) {
+    // Its record says why.
+  } else if (!isAnswered && isShown) {
     entry.record.state = JobState::kShown;
   } else if (!isAnswered && !entry.canceledBy.empty()) {
     entry.record.state = JobState::kCanceled;
@@ -188,6 +249,7 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
                ending.madeHere ? L"The port monitor's log says what failed there; print again."
                                : L"Start the print client, and print again.");
   }
+  if (entry.record.state == JobState::kHeld) entry.record.ended.clear();
   m_history.put(entry.record);
   const bool isCanceled = entry.record.state == JobState::kCanceled;
   forgetLocked();
@@ -243,7 +305,8 @@ void JobBook::noticed(const CS_Notice& notice) {
   entry.record.spoolerJob = number;
   entry.record.user = textIn(notice, L"user");
   if (m_settings.hasTitles) entry.record.document = textIn(notice, L"document");
-  if (result == L"failed" && entry.canceledBy.empty()) {
+  const bool isHere = entry.hold != Hold::kNone && (entry.isAnswered || entry.isRefused);
+  if (result == L"failed" && entry.canceledBy.empty() && !isHere) {
     failLocked(entry, textIn(notice, L"cause"), textIn(notice, L"remedy"));
   }
   m_history.put(entry.record);

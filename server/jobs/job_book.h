@@ -42,6 +42,18 @@ class JobBook : public JobWatch {
   bool ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept override;
   void refused(int job, const std::wstring& cause) override;
 
+  // An answer to the end of such a job means no more than that this server has it.
+  void hold(int job) override;
+  // A job that is held is delivered from now on; what passes until its end is told as of any other one. Where it is not
+  // delivered, it is held again. What is known of it from the time before this server, where nothing else is.
+  void redeliver(const protocol::JobRecord& known);
+  // What becomes of a held job that nothing passes for; known as above.
+  void tellHeld(const protocol::JobRecord& known, protocol::JobState state, const std::wstring& cause = L"",
+                const std::wstring& remedy = L"");
+  const std::wstring& server() const { return m_settings.server; }
+  // As passed() does for an answer.
+  void awaitWritten(int job) noexcept { m_history.awaitWritten(job); }
+
   // The port monitor says how a job ended (protocol::kJobNotice), of which nothing may be known yet.
   void noticed(const CS_Notice& notice);
   // A print client says what has become of a job of its printer, which has that name on this server.
@@ -53,6 +65,11 @@ class JobBook : public JobWatch {
  private:
   using Clock = std::chrono::steady_clock;
 
+  enum class Hold {
+    kNone,
+    kComing,   // this server takes it in its client's place
+    kDelivery  // it was held, and goes to the client
+  };
   struct Entry {
     protocol::JobRecord record;
     Clock::time_point stageBegan = Clock::now();
@@ -61,6 +78,9 @@ class JobBook : public JobWatch {
     bool hasEnded = false;   // for the port monitor
     bool isNoticed = false;  // the port monitor has said how
     bool hasPaper = false;   // the print client has told of it
+    bool isAnswered = false;
+    Hold hold = Hold::kNone;
+    bool isRefused = false;  // by this server, which was to hold it, and the record says why
   };
 
   Entry& beginLocked(const std::wstring& printer, int session, int process);
@@ -68,6 +88,8 @@ class JobBook : public JobWatch {
   void answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const;
   void stageEndsLocked(Entry& entry, protocol::JobStage stage) const;
   void endLocked(Entry& entry) const;
+  // The record of a held job as it is known here, or else in the history, or else to who asks.
+  protocol::JobRecord recordOf(const protocol::JobRecord& known);
   void failLocked(Entry& entry, const std::wstring& cause, const std::wstring& remedy) const;
   // The latest job of that printer that matches; the end when there is none.
   template <class Matches>

@@ -346,5 +346,93 @@ TEST_F(JobBookTest, OnlyAJobThatRunsCanBeCanceled) {
             L"it there");
 }
 
+// Jobs for clients that are away
+
+TEST_F(JobBookTest, AJobThatThisServerTakesInItsClientsPlaceIsHeldAndNotOver) {
+  const int job = begin();
+  m_book.hold(job);
+  start(job);
+  answer(job, PrintResult::kPrinted);
+  EXPECT_EQ(only().state, JobState::kHeld);
+  end(job);
+  m_book.noticed(notice(L"delivered"));
+  const JobRecord held = only();
+  EXPECT_EQ(held.state, JobState::kHeld);
+  EXPECT_EQ(held.ended, L"");
+  EXPECT_EQ(held.user, L"PC\\anna");
+  EXPECT_EQ(held.bytes, 4711);
+}
+
+TEST_F(JobBookTest, AHeldJobIsDeliveredUnderItsOwnNumberAndKeepsWhatWasKnownOfIt) {
+  const int job = begin();
+  m_book.hold(job);
+  start(job);
+  answer(job, PrintResult::kPrinted);
+  end(job);
+  m_book.noticed(notice(L"delivered"));
+  m_book.redeliver(only());
+  EXPECT_EQ(only().state, JobState::kRunning);
+  start(job);
+  answer(job, PrintResult::kPrinted);
+  end(job);
+  news(PaperState::kPrinted);
+  const JobRecord printed = only();
+  EXPECT_EQ(printed.number, job);
+  EXPECT_EQ(printed.state, JobState::kPrinted);
+  EXPECT_EQ(printed.user, L"PC\\anna");
+  EXPECT_NE(printed.ended, L"");
+}
+
+TEST_F(JobBookTest, AHeldJobWhoseDeliveryIsCutOrNotTakenIsHeldAgain) {
+  for (const bool isAnswered : {false, true}) {
+    const int job = begin();
+    m_book.hold(job);
+    start(job);
+    answer(job, PrintResult::kPrinted);
+    end(job);
+    JobRecord known;
+    known.number = job;
+    m_book.redeliver(known);
+    start(job);
+    if (isAnswered) answer(job, PrintResult::kDiskFailure);
+    end(job, false, L"gone");
+    EXPECT_EQ(stateOf(job), JobState::kHeld);
+  }
+}
+
+TEST_F(JobBookTest, WhyAJobWasNotHeldStaysWhateverIsToldOfItAfterwards) {
+  const int job = begin();
+  m_book.hold(job);
+  start(job);
+  m_book.tellHeld(only(), JobState::kFailed, L"It is too long.", L"Print less.");
+  end(job, false, L"it is too long");
+  m_book.noticed(notice(L"failed"));
+  EXPECT_EQ(only().state, JobState::kFailed);
+  EXPECT_EQ(only().cause, L"It is too long.");
+  EXPECT_EQ(only().remedy, L"Print less.");
+  EXPECT_EQ(only().user, L"PC\\anna");
+}
+
+TEST_F(JobBookTest, AJobThatWasToBeHeldAndWasCutFailsLikeAnyOther) {
+  const int job = begin();
+  m_book.hold(job);
+  start(job);
+  end(job, true, L"");
+  EXPECT_EQ(only().state, JobState::kFailed);
+  EXPECT_EQ(only().cause, L"The port monitor left before the job's end.");
+}
+
+TEST_F(JobBookTest, AHeldJobOfAnEarlierServerIsToldUnderItsNumberAndLaterOnesComeBehindIt) {
+  JobRecord known;
+  known.number = 40;
+  known.printer = L"Laser (session 5)";
+  m_book.tellHeld(known, JobState::kHeld, L"The cause.", L"The remedy.");
+  EXPECT_EQ(stateOf(40), JobState::kHeld);
+  EXPECT_EQ(only().cause, L"The cause.");
+  EXPECT_EQ(begin(), 41);
+  m_book.tellHeld(known, JobState::kCanceled);
+  EXPECT_EQ(stateOf(40), JobState::kCanceled);
+}
+
 }  // namespace
 }  // namespace aps

@@ -150,6 +150,13 @@ void JobHistory::openDatabase() {
   left.bind(1, std::wstring(L"The application server ended while the job was running."));
   left.bind(2, std::wstring(L"See whether the page is there, and print again if it is not."));
   left.step();
+  // Who holds them says so again (JobBook::tellHeld).
+  Statement held(*m_database,
+                 "UPDATE jobs SET state = 'failed', ended = began, cause = ?, remedy = ? "
+                 "WHERE state = 'held'");
+  held.bind(1, std::wstring(L"The application server holds the job no more: its file is gone."));
+  held.bind(2, std::wstring(L"Print again."));
+  held.step();
   prune();
   const std::lock_guard<std::mutex> guard(m_lock);
   m_latest = std::max(m_latest, latest);
@@ -179,6 +186,7 @@ void JobHistory::put(const JobRecord& record) noexcept {
     const std::lock_guard<std::mutex> guard(m_lock);
     try {
       isFirst = m_waiting.empty();
+      m_latest = std::max(m_latest, record.number);
       m_waiting[record.number] = record;
       if (m_waiting.size() > kMostWaiting) {
         m_waiting.erase(m_waiting.begin());

@@ -291,5 +291,27 @@ TEST_F(JobHistoryTest, NobodyElseCanReadTheFile) {
 }
 #endif
 
+TEST_F(JobHistoryTest, AJobThatWasHeldAndOfWhichNobodySaysSoAnyMoreHasFailed) {
+  {
+    JobHistory history(file(), {}, *m_log);
+    history.put(record(1, JobState::kHeld));
+    history.put(record(2, JobState::kHeld));
+  }
+  JobHistory again(file(), {}, *m_log);
+  again.put(record(2, JobState::kHeld));
+  const auto found = again.find(all()).jobs;
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_EQ(found[0].state, JobState::kHeld);
+  EXPECT_EQ(found[1].state, JobState::kFailed);
+  EXPECT_EQ(found[1].cause, L"The application server holds the job no more: its file is gone.");
+  EXPECT_EQ(found[1].remedy, L"Print again.");
+}
+
+TEST_F(JobHistoryTest, ANewJobComesBehindEveryOneThatIsPut) {
+  JobHistory history({}, {}, *m_log);
+  history.put(record(40, JobState::kHeld));
+  EXPECT_EQ(history.nextNumber(), 41);
+}
+
 }  // namespace
 }  // namespace aps
