@@ -25,6 +25,8 @@ class Scene {
   std::vector<std::string> clientCommand(int session, const std::vector<std::string>& printers) const;
   // Starts the server again on the same port.
   void restartServer();
+  // The launcher of every later start.
+  void useLauncher(const std::vector<std::string>& launcher) { m_launcher = launcher; }
 
   ChildProcess& server() const { return *m_server; }
   int port() const { return m_port; }
@@ -42,7 +44,7 @@ class Scene {
 
   std::filesystem::path m_folder;
   std::vector<std::string> m_options;
-  const std::vector<std::string> m_launcher;
+  std::vector<std::string> m_launcher;
   int m_port = 0;
   std::unique_ptr<ChildProcess> m_server;
 };
