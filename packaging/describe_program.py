@@ -13,7 +13,7 @@ import sys
 
 OPTION = re.compile(r"^  (?:(-\w),)?(--[a-z][a-z-]*)(?:\{\w+\})?(?: (\S+(?: \S+)*))?(?:\s{2,}(\S.*))?$")
 COMMAND = re.compile(r"^  ([a-z]+)\s{2,}(\S.*)$")
-FOLDERS = {"--keys", "--output"}
+FOLDERS = {"--keys", "--output", "--hold"}
 FILES = {"--log", "--new-key", "--state", "--history", "--launch-command", "--file", "--invitation", "--key", "--command"}
 
 
