@@ -16,7 +16,7 @@ namespace printclient {
 // What this person's print clients on this machine have taken of the jobs that a server has held for them, remembered
 // however they end, so that a job that is delivered again is not printed again. A small file for each job in a folder
 // of the person's own: "ID.begun" before its sink gets the job, "ID.taken" when that has it. At most kMost, and
-// those of a while; the oldest go.
+// kBetweenForgetting more; the oldest go.
 //
 // Safe from any thread; several processes may use one folder.
 class TakenJobs {

@@ -10,6 +10,7 @@ inline constexpr wchar_t kServerFile[] = L"aps.exe";
 inline constexpr wchar_t kToolFile[] = L"mgprintmon.exe";
 inline constexpr wchar_t kMonitorName[] = L"Client Printer Port";
 inline constexpr wchar_t kKeyFileName[] = L"KeyFile";
+inline constexpr wchar_t kFromName[] = L"From";  // of the record: the folder that it was installed from
 inline constexpr wchar_t kFallbackDriverName[] = L"FallbackDriver";
 inline constexpr wchar_t kEnvironment[] = L"Windows x64";
 

@@ -1,4 +1,5 @@
 #include "admin/base/files.h"
+#include "admin/base/registry_value.h"
 #include "admin/commands/invocation.h"
 #include "admin/install/installation.h"
 #include "corvane/base/text.h"
@@ -178,9 +179,26 @@ void addInstallCommand(CLI::App& app, Invocation& invocation) {
 
 namespace {
 
-ExitCode run(bool force, Output& output) {
+struct RemovalOptions {
+  bool force = false, onlyOwn = false;
+  std::string report;
+};
+
+// Somebody has installed from another folder than that of this program.
+bool isTakenOver(const Places& places) {
+  const auto from = readValue(places.recordKey(), kFromName);
+  return from && from->text().value_or(std::wstring()) != programFolder();
+}
+
+ExitCode run(const RemovalOptions& options, Output& output) {
   const OnlyOne onlyOne;
-  const RemovalResult result = uninstall(Places::ofThisMachine(), force);
+  const Places places = Places::ofThisMachine();
+  if (options.onlyOwn && isTakenOver(places)) {
+    output.facts({{"outcome", "taken over"}});
+    output.line("nothing is removed: what is installed came from another folder");
+    return ExitCode::kDone;
+  }
+  const RemovalResult result = uninstall(places, options.force);
   output.facts(
       {{"outcome", result.done.empty() ? "not installed" : "removed"}, {"done", result.done}, {"kept", result.kept}});
   for (const std::string& step : result.done)
@@ -194,17 +212,18 @@ ExitCode run(bool force, Output& output) {
 }  // namespace
 
 void addUninstallCommand(CLI::App& app, Invocation& invocation) {
-  auto force = std::make_shared<bool>(false);
+  auto options = std::make_shared<RemovalOptions>();
   CLI::App& command =
       addCommand(app, invocation, "uninstall",
                  "Removes what installing has made, and nothing else. Refuses while printers use the monitor's ports.",
                  {"uninstall", "uninstall --force"});
-  command.add_flag("--force", *force, "remove the printers and ports that are in the way first");
-  auto report = std::make_shared<std::string>();
-  command.add_option("--report", *report, kReportHelp);
-  command.callback([force, report, &invocation] {
-    invocation.run = [force, report](Output& output) {
-      return reporting(*report, [&] { return run(*force, output); });
+  command.add_flag("--force", options->force, "remove the printers and ports that are in the way first");
+  command.add_flag("--only-own", options->onlyOwn,
+                   "remove nothing when a program in another folder has installed since");
+  command.add_option("--report", options->report, kReportHelp);
+  command.callback([options, &invocation] {
+    invocation.run = [options](Output& output) {
+      return reporting(options->report, [&] { return run(*options, output); });
     };
   });
 }

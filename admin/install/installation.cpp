@@ -165,6 +165,7 @@ class StepList {
   }
 
   void addValues() {
+    add<ValueStep>(m_places.recordKey(), std::wstring(kFromName), RegistryValue::ofText(m_request.from), false);
     add<ValueStep>(m_places.productKey(), std::wstring(L"RootPath"), RegistryValue::ofText(m_places.root), false);
     add<ValueStep>(m_places.frameworkKey(), std::wstring(L"Port"),
                    RegistryValue::ofNumber(m_request.serverPort.value_or(kDefaultServerPort)), !m_request.serverPort);
