@@ -4,13 +4,25 @@
 #include "protocol/job_record.h"
 
 #include <array>
-#include <cstddef>
 #include <nlohmann/json.hpp>
 
 namespace protocol {
 
-// The words for the stages of a job, in their order, as they stand in JSON and before their times.
-inline constexpr std::array kStageWords = {"collecting", "sending", "taking", "paper"};
+// The words for the stages of a job, as they stand in JSON and before their times.
+constexpr const char* wordOf(JobStage stage) {
+  switch (stage) {
+    case kCollecting:
+      return "collecting";
+    case kSending:
+      return "sending";
+    case kTaking:
+      return "taking";
+    case kPaper:
+      break;
+  }
+  return "paper";
+}
+inline constexpr std::array kStages = {kCollecting, kSending, kTaking, kPaper};
 
 // The record of a job as administration tools and the log of jobs give it. Of a text that is no proper Unicode the JSON
 // may be no UTF-8: dump it with error_handler_t::replace.
@@ -18,8 +30,8 @@ inline nlohmann::ordered_json jobJson(const JobRecord& job) {
   using Json = nlohmann::ordered_json;
   const auto text = [](std::wstring_view words) { return Json(corvane::toUtf8(words)); };
   Json stages;
-  for (std::size_t i = 0; i < kStageWords.size(); ++i)
-    stages[kStageWords[i]] = job.milliseconds[i] == JobRecord::kNotReached ? Json() : Json(job.milliseconds[i]);
+  for (const JobStage stage : kStages)
+    stages[wordOf(stage)] = job.milliseconds[stage] == JobRecord::kNotReached ? Json() : Json(job.milliseconds[stage]);
   return {{"job", job.number},
           {"state", text(wordOf(job.state))},
           {"server", text(job.server)},

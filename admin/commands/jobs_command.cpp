@@ -58,9 +58,9 @@ void sayStory(const JobRecord& job, Output& output) {
   output.line(fmt::format("        on {}, spooler's job {} of process {}, copies: {}, pages: {}", orDash(job.server),
                           orDash(job.spoolerJob), job.process, numberOrDash(job.copies), numberOrDash(job.pages)));
   std::string times;
-  for (std::size_t i = 0; i < protocol::kStageWords.size(); ++i) {
-    if (job.milliseconds[i] != JobRecord::kNotReached) {
-      times += fmt::format("{}{} {} ms", times.empty() ? "" : ", ", protocol::kStageWords[i], job.milliseconds[i]);
+  for (const protocol::JobStage stage : protocol::kStages) {
+    if (job.milliseconds[stage] != JobRecord::kNotReached) {
+      times += fmt::format("{}{} {} ms", times.empty() ? "" : ", ", protocol::wordOf(stage), job.milliseconds[stage]);
     }
   }
   if (!times.empty()) output.line(fmt::format("        {}", times));

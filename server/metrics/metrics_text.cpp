@@ -60,9 +60,9 @@ void writeJobs(MetricsWriter& to, const JobMetrics::Counts& jobs) {
   to.counter("aps_job_bytes", "Bytes of ended jobs that were passed on to print clients.");
   to.value(jobs.bytes);
   to.histogram("aps_job_stage_seconds", "How long the stages of ended jobs took.");
-  for (std::size_t stage = 0; stage < jobs.stages.size(); ++stage) {
+  for (const protocol::JobStage stage : protocol::kStages) {
     const JobMetrics::Histogram& histogram = jobs.stages[stage];
-    const std::string label = fmt::format(R"(stage="{}")", protocol::kStageWords[stage]);
+    const std::string label = fmt::format(R"(stage="{}")", protocol::wordOf(stage));
     std::uint64_t sum = 0;
     for (std::size_t bound = 0; bound < JobMetrics::kSeconds.size(); ++bound) {
       sum += histogram.counts[bound];
