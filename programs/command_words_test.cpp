@@ -11,13 +11,14 @@ using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 TEST(CommandWords, ALineHasTheWordsThatItWasMadeOf) {
-  const std::vector<std::wstring> words = {L"C:\\Program Files\\a.exe", L"--keys", L"C:\\a folder\\", L"say \"this\"", L"",
-                                           L"plain\\"};
+  const std::vector<std::wstring> words = {
+      L"C:\\Program Files\\a.exe", L"--keys", L"C:\\a folder\\", L"say \"this\"", L"", L"plain\\"};
   EXPECT_THAT(wordsOf(commandLineOf(words)), ElementsAreArray(words));
 }
 
 TEST(CommandWords, OnlyAWordThatNeedsItIsQuoted) {
-  EXPECT_EQ(commandLineOf({L"C:\\a b\\aps.exe", L"--service", L"x y\\"}), L"\"C:\\a b\\aps.exe\" --service \"x y\\\\\"");
+  EXPECT_EQ(commandLineOf({L"C:\\a b\\aps.exe", L"--service", L"x y\\"}),
+            L"\"C:\\a b\\aps.exe\" --service \"x y\\\\\"");
 }
 
 TEST(CommandWords, AnEmptyLineHasNone) {

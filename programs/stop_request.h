@@ -4,8 +4,8 @@
 
 namespace programs {
 
-// Turns the user's or the system's request that the program end (Ctrl-C, SIGTERM, a console window that closes, the stop
-// of a service of Windows) into one call of a handler. The handler runs at most once, on a thread that is not the
+// Turns the user's or the system's request that the program end (Ctrl-C, SIGTERM, a console window that closes, the
+// stop of a service of Windows) into one call of a handler. The handler runs at most once, on a thread that is not the
 // program's own; a second one ends the process at once. One object per process, made before other threads start; the
 // handler is not running any more when the destructor returns.
 //

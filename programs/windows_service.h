@@ -15,18 +15,19 @@ namespace programs {
 
 // This process as a service of Windows: the sibling of ServiceManager's datagrams, reached through the same calls. The
 // service manager hears that the program starts, when it is ready (ServiceManager::tell), that it stops, with a sign of
-// progress each second, and how it ended: with the program's exit code as the service's own (1066 and the code), so that
-// a code other than 0 counts as a failure which the recovery settings answer. A stop is asked of the program through
-// StopRequest; one that has not ended kStopLimit after that is ended, and the event log says so.
+// progress each second, and how it ended: with the program's exit code as the service's own (1066 and the code), so
+// that a code other than 0 counts as a failure which the recovery settings answer. A stop is asked of the program
+// through StopRequest; one that has not ended kStopLimit after that is ended, and the event log says so.
 //
 // A service has no standard output. What it writes to its error output becomes entries of the event log, one for each
-// line, of the source "MgPrintMon"; what it writes to its standard output is lost. One object in a process, made by run().
+// line, of the source "MgPrintMon"; what it writes to its standard output is lost. One object in a process, made by
+// run().
 class WindowsService {
  public:
   static constexpr std::chrono::seconds kStopLimit{30};
   static constexpr std::chrono::milliseconds kProgress{1000};
-  static constexpr DWORD kStartHint = 30000;  // milliseconds that it may be silent while it starts
-  static constexpr DWORD kStopHint = 5000;    // and between two signs of progress while it stops
+  static constexpr DWORD kStartHint = 30000;      // milliseconds that it may be silent while it starts
+  static constexpr DWORD kStopHint = 5000;        // and between two signs of progress while it stops
   static constexpr std::size_t kMaxEntries = 50;  // of the event log in one run
 
   // Runs the program as the service that the service manager has started this process for; returns its exit code when

@@ -59,14 +59,14 @@ class WindowsServiceTest : public ::testing::Test {
     };
   }
 
-
   // State, what it accepts, exit code and check point; without signs of progress, of which there is any number.
   static std::string textOf(const SERVICE_STATUS& status) {
     const char* const states[] = {"", "stopped", "starts", "stops", "runs"};
     std::string text = states[status.dwCurrentState];
     if (status.dwControlsAccepted != 0) text += " accepts " + std::to_string(status.dwControlsAccepted);
     if (status.dwWin32ExitCode != 0) {
-      text += " with " + std::to_string(status.dwWin32ExitCode) + ", " + std::to_string(status.dwServiceSpecificExitCode);
+      text +=
+          " with " + std::to_string(status.dwWin32ExitCode) + ", " + std::to_string(status.dwServiceSpecificExitCode);
     }
     if (status.dwCheckPoint != 0) text += ", point " + std::to_string(status.dwCheckPoint);
     return text;

@@ -85,8 +85,8 @@ int invite(const aps::Invite& wanted, const corvane::KeyFolder& keys) {
   }
 }
 
-// Null when peers need no keys; false after saying why the folder cannot be used. A monitor that was installed without a
-// key goes on without one where nobody has said anything else; the options then have no folder either.
+// Null when peers need no keys; false after saying why the folder cannot be used. A monitor that was installed without
+// a key goes on without one where nobody has said anything else; the options then have no folder either.
 bool openKeys(aps::Options& options, std::unique_ptr<corvane::KeyFolder>& keys) {
   if (options.keys.empty()) return true;
   keys = std::make_unique<corvane::KeyFolder>(options.keys);
@@ -101,19 +101,21 @@ bool openKeys(aps::Options& options, std::unique_ptr<corvane::KeyFolder>& keys) 
     keys.reset();
     return true;
   }
-  std::fprintf(stderr,
-               "aps: it serves only peers that prove who they are, by keys in %s, and that folder cannot be used: %s; make "
-               "it and the keys in it (mgprintmon install; aps --new-key FILE), name another folder with --keys, or type "
-               "--no-keys to serve everybody on this machine\n",
-               options.keys.c_str(), programs::oneLine(refusal).c_str());
+  std::fprintf(
+      stderr,
+      "aps: it serves only peers that prove who they are, by keys in %s, and that folder cannot be used: %s; make "
+      "it and the keys in it (mgprintmon install; aps --new-key FILE), name another folder with --keys, or type "
+      "--no-keys to serve everybody on this machine\n",
+      options.keys.c_str(), programs::oneLine(refusal).c_str());
   return false;
 }
 
 // Why nobody proves who he is, with what to do about it.
 std::string wordsOfNoKeys(const aps::Options& options) {
-  return fmt::format("peers are not authenticated: every user of this machine can act as the monitor or as any session; {}",
-                     options.namesKeys ? "start aps without --no-keys to change that"
-                                       : "the monitor was installed without a key: mgprintmon install --keys changes that");
+  return fmt::format(
+      "peers are not authenticated: every user of this machine can act as the monitor or as any session; {}",
+      options.namesKeys ? "start aps without --no-keys to change that"
+                        : "the monitor was installed without a key: mgprintmon install --keys changes that");
 }
 
 // Makes this process have so many descriptors, as far as the system lets it, and returns how many it may have. Windows

@@ -26,9 +26,9 @@ struct Options {
   std::vector<std::string> listenClients;  // addresses for print clients of other machines
   std::string publicAddress;               // where those reach one of them, for invitations; empty: the first one
   ClientRates clientRates;
-  bool packsJobs = true;  // for those of other machines
-  std::string logFile;    // empty: the standard error output
-  std::string keys;       // folder; empty: peers are not authenticated
+  bool packsJobs = true;   // for those of other machines
+  std::string logFile;     // empty: the standard error output
+  std::string keys;        // folder; empty: peers are not authenticated
   bool namesKeys = false;  // that folder, or that there are none; otherwise it is that of programs::keyFolder()
   bool isService = false;  // of Windows, if its service manager has started the process
   std::optional<Invite> invite;

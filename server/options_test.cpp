@@ -156,10 +156,9 @@ TEST(ApsOptions, PrintClientsOfOtherMachinesNeedKeys) {
   EXPECT_EQ(parseOptions({"--listen-clients", "0.0.0.0:4712"}).exitCode, -1);
   const ParsedOptions without = parseOptions({"--listen-clients", "0.0.0.0:4712", "--no-keys"});
   EXPECT_EQ(without.exitCode, 2);
-  EXPECT_EQ(
-      without.message,
-      "--listen-clients takes print clients over the network, and each must have the key of its session: leave "
-      "--no-keys out\n");
+  EXPECT_EQ(without.message,
+            "--listen-clients takes print clients over the network, and each must have the key of its session: leave "
+            "--no-keys out\n");
 }
 
 }  // namespace

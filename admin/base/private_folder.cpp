@@ -53,13 +53,13 @@ std::wstring ownIdentity() {
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
   std::vector<BYTE> buffer(512);
   DWORD needed = 0;
-  const BOOL isKnown =
-      GetTokenInformation(token, TokenUser, buffer.data(), static_cast<DWORD>(buffer.size()), &needed);
+  const BOOL isKnown = GetTokenInformation(token, TokenUser, buffer.data(), static_cast<DWORD>(buffer.size()), &needed);
   CloseHandle(token);
   return isKnown ? textOf(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid) : std::wstring();
 }
 
-// The system, the administrators, Windows's installer of itself; and who runs this, whom an administrator has let do so.
+// The system, the administrators, Windows's installer of itself; and who runs this, whom an administrator has let do
+// so.
 bool isTrusted(const std::wstring& identity) {
   constexpr wchar_t kInstaller[] = L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
   return identity == L"S-1-5-18" || identity == L"S-1-5-32-544" || identity == kInstaller || identity == ownIdentity();
@@ -76,9 +76,9 @@ Rights rightsOf(const std::wstring& path) {
   Rights rights;
   PSECURITY_DESCRIPTOR memory = nullptr;
   std::wstring name = path;
-  const DWORD error = GetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
-                                            OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &rights.owner,
-                                            nullptr, &rights.list, nullptr, &memory);
+  const DWORD error =
+      GetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+                            &rights.owner, nullptr, &rights.list, nullptr, &memory);
   if (error != ERROR_SUCCESS)
     throw SystemFailure(fmt::format("the access list of {} cannot be read", programs::quoted(path)), error);
   rights.memory.reset(memory);
@@ -107,10 +107,9 @@ void makeFolderPrivate(const std::wstring& path, const std::wstring& identity) {
   PACL list = nullptr;
   GetSecurityDescriptorDacl(descriptor.get(), &isPresent, &list, &isDefault);
   std::wstring name = path;
-  const DWORD error =
-      SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
-                            DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr, list,
-                            nullptr);
+  const DWORD error = SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
+                                            DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr,
+                                            nullptr, list, nullptr);
   if (error != ERROR_SUCCESS)
     throw SystemFailure(fmt::format("the access list of {} cannot be set", programs::quoted(path)), error);
 }
@@ -122,7 +121,8 @@ std::string strangersIn(const std::wstring& path, const std::wstring& identity) 
   std::string names;
   for (DWORD i = 0; i < rights.list->AceCount; ++i) {
     ACE_HEADER* entry = nullptr;
-    if (!GetAce(rights.list, i, reinterpret_cast<void**>(&entry)) || entry->AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
+    if (!GetAce(rights.list, i, reinterpret_cast<void**>(&entry)) || entry->AceType != ACCESS_ALLOWED_ACE_TYPE)
+      continue;
     auto* const allowed = reinterpret_cast<ACCESS_ALLOWED_ACE*>(entry);
     PSID const who = &allowed->SidStart;
     const std::wstring text = textOf(who);

@@ -4,10 +4,9 @@
 #include "programs/text.h"
 #include "util/win_handle.h"
 
-#include <bcrypt.h>
-
 #include <algorithm>
 #include <array>
+#include <bcrypt.h>
 #include <cwctype>
 #include <fmt/format.h>
 #include <fmt/xchar.h>
@@ -73,8 +72,8 @@ void configure(const ServiceHandle& service, const std::wstring& name, DWORD lev
   require(false, tried(name, "configured"));
 }
 
-// Again after 5 seconds, twice, and from then on after a minute; a day without a failure forgets them. Also when it ends by
-// itself with a code, such as for a port that somebody else had.
+// Again after 5 seconds, twice, and from then on after a minute; a day without a failure forgets them. Also when it
+// ends by itself with a code, such as for a port that somebody else had.
 void configureRecovery(const ServiceHandle& service, const std::wstring& name) {
   SC_ACTION actions[] = {{SC_ACTION_RESTART, 5000}, {SC_ACTION_RESTART, 5000}, {SC_ACTION_RESTART, 60000}};
   SERVICE_FAILURE_ACTIONSW recovery{};
@@ -133,10 +132,10 @@ std::optional<ServiceFacts> serviceFacts(const std::wstring& name) {
 
 void makeService(const ServiceSettings& settings) {
   const ServiceHandle manager = openManager(SC_MANAGER_CREATE_SERVICE);
-  const ServiceHandle service(
-      CreateServiceW(manager.get(), settings.name.c_str(), settings.displayName.c_str(), SERVICE_ALL_ACCESS,
-                     SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL, settings.commandLine.c_str(),
-                     nullptr, nullptr, nullptr, settings.account.c_str(), nullptr));
+  const ServiceHandle service(CreateServiceW(manager.get(), settings.name.c_str(), settings.displayName.c_str(),
+                                             SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
+                                             SERVICE_ERROR_NORMAL, settings.commandLine.c_str(), nullptr, nullptr,
+                                             nullptr, settings.account.c_str(), nullptr));
   require(static_cast<bool>(service), tried(settings.name, "made"));
   try {
     std::wstring text = settings.description;
@@ -178,7 +177,8 @@ void stopService(const std::wstring& name) {
   SetLastError(NO_ERROR);
   const mg::ObjectHandle process(id == 0 ? nullptr : OpenProcess(SYNCHRONIZE, FALSE, id));
   // The service manager may not have noticed yet.
-  if (process ? WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0 : GetLastError() == ERROR_INVALID_PARAMETER) return;
+  if (process ? WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0 : GetLastError() == ERROR_INVALID_PARAMETER)
+    return;
   SERVICE_STATUS ignored{};
   if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &ignored)) {
     const DWORD error = GetLastError();

@@ -8,8 +8,8 @@
 
 namespace admin {
 
-// How a service of Windows is to be: started with the machine, again after a failure of any kind, and as an account with
-// no more than it needs.
+// How a service of Windows is to be: started with the machine, again after a failure of any kind, and as an account
+// with no more than it needs.
 struct ServiceSettings {
   std::wstring name;
   std::wstring displayName;

@@ -8,8 +8,8 @@
 
 namespace admin {
 
-// Where a command writes that runs as a service and has no terminal: a file that is appended to, each line with its time
-// in front, and that becomes "<name>.1" at 8 MiB. Its folder is made where it is missing. Belongs to one thread.
+// Where a command writes that runs as a service and has no terminal: a file that is appended to, each line with its
+// time in front, and that becomes "<name>.1" at 8 MiB. Its folder is made where it is missing. Belongs to one thread.
 class ServiceLog : private std::streambuf {
  public:
   // What the file does not take is lost; isWritable() tells whether it takes anything.

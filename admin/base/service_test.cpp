@@ -24,8 +24,12 @@ class ServiceTest : public ::testing::Test {
   ~ServiceTest() override { deleteService(kName); }
 
   static ServiceSettings settings() {
-    return {kName, L"A test", L"It is there for a test.", L"C:\\windows\\no-such-program.exe --service",
-            L"NT SERVICE\\MgAdminTestService", {L"SeChangeNotifyPrivilege", L"SeTcbPrivilege"}};
+    return {kName,
+            L"A test",
+            L"It is there for a test.",
+            L"C:\\windows\\no-such-program.exe --service",
+            L"NT SERVICE\\MgAdminTestService",
+            {L"SeChangeNotifyPrivilege", L"SeTcbPrivilege"}};
   }
 
   ImportSeams seams;
@@ -70,8 +74,9 @@ TEST_F(ServiceTest, IsStartedAgainAfterAFailureOfAnyKindAndHasOnlyItsPrivileges)
         break;
       }
       case SERVICE_CONFIG_FAILURE_ACTIONS_FLAG:
-        told.push_back(static_cast<SERVICE_FAILURE_ACTIONS_FLAG*>(setting)->fFailureActionsOnNonCrashFailures ? "by itself"
-                                                                                                               : "crashes");
+        told.push_back(static_cast<SERVICE_FAILURE_ACTIONS_FLAG*>(setting)->fFailureActionsOnNonCrashFailures
+                           ? "by itself"
+                           : "crashes");
         break;
       case SERVICE_CONFIG_SERVICE_SID_INFO:
         told.push_back("identifier " + std::to_string(static_cast<SERVICE_SID_INFO*>(setting)->dwServiceSidType));
@@ -89,8 +94,8 @@ TEST_F(ServiceTest, IsStartedAgainAfterAFailureOfAnyKindAndHasOnlyItsPrivileges)
     return level == SERVICE_CONFIG_FAILURE_ACTIONS;
   };
   makeService(settings());
-  EXPECT_THAT(told, ElementsAre("again after 5000", "again after 5000", "again after 60000", "by itself", "identifier 1",
-                                "SeChangeNotifyPrivilege", "SeTcbPrivilege"));
+  EXPECT_THAT(told, ElementsAre("again after 5000", "again after 5000", "again after 60000", "by itself",
+                                "identifier 1", "SeChangeNotifyPrivilege", "SeTcbPrivilege"));
 }
 
 TEST_F(ServiceTest, ThatCannotBeConfiguredIsNotLeftBehind) {

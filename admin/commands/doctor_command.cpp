@@ -83,7 +83,8 @@ std::string printPage(const Places& places, const protocol::ServerStatus& server
   TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor),
                        options.keyFile};
   std::optional<TestKey> key;
-  if (page.keyFile.empty() && !HostProperties::getInstance().keyFile().empty()) page.keyFile = key.emplace(places).file();
+  if (page.keyFile.empty() && !HostProperties::getInstance().keyFile().empty())
+    page.keyFile = key.emplace(places).file();
   return printTestPage(server, page);
 }
 

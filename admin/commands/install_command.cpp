@@ -36,8 +36,8 @@ ExitCode reporting(const std::string& file, const std::function<ExitCode()>& com
     return command();
   } catch (const Failure& failure) {
     const mg::FileHandle report(path.empty() ? INVALID_HANDLE_VALUE
-                                             : CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
-                                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+                                             : CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                                           CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     const std::string line = fmt::format("mgprintmon: {} {}\r\n", failure.what(), failure.remedy());
     DWORD written = 0;
     if (report) WriteFile(report.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
@@ -58,7 +58,8 @@ class OnlyOne {
   OnlyOne() : m_mutex(CreateMutexW(nullptr, FALSE, L"Global\\MarrowgateInstallation")) {
     // That of one that was killed is ours now.
     if (m_mutex && WaitForSingleObject(m_mutex.get(), 0) != WAIT_TIMEOUT) return;
-    throw Failure(ExitCode::kInUse, "another mgprintmon installs or removes just now", "Wait for its end, and do this again.");
+    throw Failure(ExitCode::kInUse, "another mgprintmon installs or removes just now",
+                  "Wait for its end, and do this again.");
   }
   ~OnlyOne() { ReleaseMutex(m_mutex.get()); }
   OnlyOne(const OnlyOne&) = delete;
@@ -70,13 +71,15 @@ class OnlyOne {
 
 // What an administrator should know of the keys and services that are there now.
 void sayState(const InstallResult& result, Output& output) {
-  output.line(result.hasServices
-                  ? "aps and mgprintmon watch run as services"
-                  : "no services: run aps and mgprintmon watch, or make them services with mgprintmon install --services");
-  output.line(result.hasKey
-                  ? "peers of aps must have keys; mgprintmon invite N gives one to the user of a session"
-                  : "WITHOUT KEYS: every user of this machine can act as the monitor or as any session; mgprintmon install "
-                    "--keys changes that");
+  output.line(
+      result.hasServices
+          ? "aps and mgprintmon watch run as services"
+          : "no services: run aps and mgprintmon watch, or make them services with mgprintmon install --services");
+  output.line(
+      result.hasKey
+          ? "peers of aps must have keys; mgprintmon invite N gives one to the user of a session"
+          : "WITHOUT KEYS: every user of this machine can act as the monitor or as any session; mgprintmon install "
+            "--keys changes that");
 }
 
 std::wstring programFolder() {
@@ -134,8 +137,9 @@ void addChoices(CLI::App& command, Options& options, CLI::Option* key) {
   command.add_flag("--aps-as-system", options.system,
                    "aps runs as the local system account, so that it can start programs in sessions; only for a new "
                    "service");
-  CLI::Option* const keys = command.add_flag(
-      "--keys", options.keys, "make the monitor's key, so that aps serves nobody without one; so a new installation does");
+  CLI::Option* const keys =
+      command.add_flag("--keys", options.keys,
+                       "make the monitor's key, so that aps serves nobody without one; so a new installation does");
   command.add_flag("--no-keys", options.noKeys, "a new installation without keys: every user can act as anybody")
       ->excludes(keys)
       ->excludes(key);
@@ -145,12 +149,12 @@ void addChoices(CLI::App& command, Options& options, CLI::Option* key) {
 
 void addInstallCommand(CLI::App& app, Invocation& invocation) {
   auto options = std::make_shared<Options>();
-  CLI::App& command =
-      addCommand(app, invocation, "install",
-                 "Installs the print monitor, the converter, and the services aps and mgprintmon with the monitor's key, or "
-                 "completes an installation. All or nothing.",
-                 {"install", "install --from D:\\setup --root \"D:\\Marrowgate\"",
-                  "install --driver \"Generic PostScript\"", "install --port 4720 --json"});
+  CLI::App& command = addCommand(
+      app, invocation, "install",
+      "Installs the print monitor, the converter, and the services aps and mgprintmon with the monitor's key, or "
+      "completes an installation. All or nothing.",
+      {"install", "install --from D:\\setup --root \"D:\\Marrowgate\"", "install --driver \"Generic PostScript\"",
+       "install --port 4720 --json"});
   command.add_option("--root", options->root, "folder of the installation; default: Marrowgate among the programs");
   command.add_option("--from", options->from, "folder of MgPrintMon.dll and the programs; default: of this program");
   command.add_option("--port", options->port, "TCP port of the application server; default: 4711")

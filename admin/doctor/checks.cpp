@@ -119,7 +119,8 @@ std::string checkRegistry(const Places& places) {
 
 std::string checkKeyFile(const Places& places) {
   if (!readValue(places.frameworkKey(), kKeyFileName)) {
-    return "there is NONE: every user of this machine can act as the monitor or as any session; mgprintmon install --keys "
+    return "there is NONE: every user of this machine can act as the monitor or as any session; mgprintmon install "
+           "--keys "
            "changes that";
   }
   const std::wstring file = textOf(places.frameworkKey(), kKeyFileName);

@@ -26,10 +26,11 @@ void requireRunning(const std::wstring& name, const std::optional<ServiceFacts>&
                   "Run mgprintmon install: it restores what is missing.");
   }
   if (facts->state == SERVICE_RUNNING) return;
-  throw Failure(ExitCode::kFailed, fmt::format("the service {} {}", corvane::toUtf8(name), stateText(*facts)),
-                fmt::format("Start it: net start {}. When it ends again, the event log (Application, source MgPrintMon) and "
-                            "its log say why.",
-                            corvane::toUtf8(name)));
+  throw Failure(
+      ExitCode::kFailed, fmt::format("the service {} {}", corvane::toUtf8(name), stateText(*facts)),
+      fmt::format("Start it: net start {}. When it ends again, the event log (Application, source MgPrintMon) and "
+                  "its log say why.",
+                  corvane::toUtf8(name)));
 }
 
 void requirePrivate(const Places& places) {

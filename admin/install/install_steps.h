@@ -40,7 +40,8 @@ bool note(InstallationRecord& record, const wchar_t* kind, const std::wstring& e
 void makeNoted(InstallationRecord& record, const wchar_t* kind, const std::wstring& entry, bool noted,
                const std::function<void()>& make);
 
-// The kinds of steps; those of services are in service_steps.h. Each enters into the record what it is about to make; the record outlives them.
+// The kinds of steps; those of services are in service_steps.h. Each enters into the record what it is about to make;
+// the record outlives them.
 
 // A registry key. With writesRecord it is the record's own key, and the entries of earlier steps are written into it.
 class KeyStep : public InstallStep {

@@ -25,7 +25,7 @@ struct InstallRequest {
   std::optional<bool> services;
   std::optional<bool> keys;
   bool restartsSpooler = false;  // the spooler may be stopped while a module that it holds is replaced
-  bool serverAsSystem = false;  // the server may start programs in sessions
+  bool serverAsSystem = false;   // the server may start programs in sessions
 };
 
 struct InstallResult {

@@ -79,7 +79,8 @@ ServiceSettings watchService(const Places& places) {
   ServiceSettings settings;
   settings.name = places.watchService;
   settings.displayName = L"Marrowgate Session Printers";
-  settings.description = L"Brings the printers of sessions up when their print clients come, and down when they have gone.";
+  settings.description =
+      L"Brings the printers of sessions up when their print clients come, and down when they have gone.";
   settings.account = L"LocalSystem";
   settings.privileges = {L"SeChangeNotifyPrivilege", L"SeImpersonatePrivilege", L"SeLoadDriverPrivilege"};
   const Words fresh = {L"watch", L"--service", L"--log", places.serviceLogFolder() + L"\\mgprintmon.log"};

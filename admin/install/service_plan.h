@@ -18,7 +18,8 @@ struct ServicePlan {
 // The application server: as an account of its own that may do nothing but what everybody may. The arguments of the
 // service that is there stay, but for the port and for keys that have been made since.
 ServiceSettings serverService(const Places& places, const ServicePlan& plan);
-// What brings sessions up and down: as the system, because the spooler takes ports and printers from administrators only.
+// What brings sessions up and down: as the system, because the spooler takes ports and printers from administrators
+// only.
 ServiceSettings watchService(const Places& places);
 
 }  // namespace admin

@@ -61,7 +61,8 @@ TEST_F(ServicePlanTest, WhatAnAdministratorHasSetStaysUnlessAnOptionNamesIt) {
             program + L"--service --listen 127.0.0.1:1 --no-titles --keys \"C:\\a b\"");
   settings.commandLine = L"D:\\old\\aps.exe --service --keys C:\\others";
   setServiceCommand(places.serverService, settings.commandLine);
-  EXPECT_EQ(serverService(places, {std::nullopt, L"C:\\a b", false}).commandLine, program + L"--service --keys C:\\others");
+  EXPECT_EQ(serverService(places, {std::nullopt, L"C:\\a b", false}).commandLine,
+            program + L"--service --keys C:\\others");
 }
 
 TEST_F(ServicePlanTest, TheWatchKeepsItsArgumentsToo) {

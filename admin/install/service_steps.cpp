@@ -25,8 +25,7 @@ void PrivateFolderStep::perform() {
   m_made = !folderExists(m_path);
   if (!m_made) return makeFolderPrivate(m_path, m_identity);
   m_noted = note(m_record, InstallationRecord::kFolders, m_path);
-  makeNoted(m_record, InstallationRecord::kFolders, m_path, m_noted,
-            [&] { createPrivateFolder(m_path, m_identity); });
+  makeNoted(m_record, InstallationRecord::kFolders, m_path, m_noted, [&] { createPrivateFolder(m_path, m_identity); });
 }
 
 // Rights that were too wide do not come back.
@@ -51,7 +50,8 @@ void KeyFileStep::perform() {
     try {
       corvane::Key::writeNew(corvane::toUtf8(m_path));
     } catch (const CS_Exception& failure) {
-      throw Failure(ExitCode::kFailed, programs::oneLine(failure.detail()), "Make room on the disk, or check the rights of the folder.");
+      throw Failure(ExitCode::kFailed, programs::oneLine(failure.detail()),
+                    "Make room on the disk, or check the rights of the folder.");
     }
   });
 }
@@ -88,6 +88,8 @@ bool StopServicesStep::isDone() const {
 }
 
 void StopServicesStep::perform() {
+  const auto& [from, module] = m_copies.back();
+  if (!m_mayHoldModule && fileExists(module) && !sameContent(from, module)) requireReplaceable(module);
   try {
     for (const std::wstring& service : running()) {
       m_stopped.push_back(service);

@@ -10,8 +10,8 @@ namespace admin {
 
 // The steps that concern services, what these work with, and their key.
 
-// A folder in an existing one that only the system, the administrators and the service of that identity use, and all that
-// comes into it.
+// A folder in an existing one that only the system, the administrators and the service of that identity use, and all
+// that comes into it.
 class PrivateFolderStep : public InstallStep {
  public:
   PrivateFolderStep(InstallationRecord& record, std::wstring path, std::wstring identity)
@@ -44,14 +44,15 @@ class KeyFileStep : public InstallStep {
   bool m_noted = false;
 };
 
-// Those of the services that run end, with their processes, before one of the files is replaced or the command line of one
-// of them; in the opposite order of theirs.
+// Those of the services that run end, with their processes, before one of the files is replaced or the command line of
+// one of them; in the opposite order of theirs.
 class StopServicesStep : public InstallStep {
  public:
   using Copies = std::vector<std::pair<std::wstring, std::wstring>>;  // from, to
 
-  StopServicesStep(std::vector<ServiceSettings> services, Copies copies)
-      : m_services(std::move(services)), m_copies(std::move(copies)) {}
+  // Nobody is stopped when the last file, the module, is held by somebody else: jobs that are printed go on.
+  StopServicesStep(std::vector<ServiceSettings> services, Copies copies, bool mayHoldModule)
+      : m_services(std::move(services)), m_copies(std::move(copies)), m_mayHoldModule(mayHoldModule) {}
   std::string name() const override;
   bool isDone() const override;
   void perform() override;
@@ -62,6 +63,7 @@ class StopServicesStep : public InstallStep {
 
   const std::vector<ServiceSettings> m_services;
   const Copies m_copies;
+  const bool m_mayHoldModule;  // one of these services
   std::vector<std::wstring> m_stopped;
 };
 

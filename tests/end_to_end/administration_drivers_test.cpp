@@ -19,7 +19,8 @@ class AdministrationOfDrivers : public Administration {
   ~AdministrationOfDrivers() override { machine.forgetDriver("Acme XPS Driver"); }
 
   void installWith(const std::vector<std::string>& options) {
-    std::vector<std::string> command = {"install", "--no-services", "--no-keys", "--port", std::to_string(scene.port())};
+    std::vector<std::string> command = {"install", "--no-services", "--no-keys", "--port",
+                                        std::to_string(scene.port())};
     command.insert(command.end(), options.begin(), options.end());
     succeed(command);
   }

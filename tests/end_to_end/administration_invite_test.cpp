@@ -29,8 +29,8 @@ class AdministrationOfInvitations : public testing::Test {
     std::vector<std::string> options = keys.serverOptions();
     options.insert(options.end(), more.begin(), more.end());
     scene.emplace(options);
-    const Machine::Result result = machine.administer(
-        {"install", "--no-services", "--port", std::to_string(scene->port()), "--key",
+    const Machine::Result result =
+        machine.administer({"install", "--no-services", "--port", std::to_string(scene->port()), "--key",
                             windowsPath(keys.path("monitor"))});
     EXPECT_EQ(result.code, 0) << result.output;
   }

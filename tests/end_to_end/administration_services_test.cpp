@@ -1,5 +1,5 @@
-// aps and the watch as services: what installing makes of them, and how they start, fail and end. That one is started again
-// after it was killed is Windows's part: Wine's service manager does not notice that a process is gone.
+// aps and the watch as services: what installing makes of them, and how they start, fail and end. That one is started
+// again after it was killed is Windows's part: Wine's service manager does not notice that a process is gone.
 
 #include "tests/end_to_end/administration_fixture.h"
 #include "tests/processes/process_table.h"
@@ -92,8 +92,8 @@ TEST_F(AdministrationOfServices, EndInOrderAndStartAgain) {
     EXPECT_TRUE(becomes("aps", "STOPPED"));
     EXPECT_THAT(sc({"query", "aps"}), AllOf(HasSubstr("WIN32_EXIT_CODE    : 0"), HasSubstr("SERVICE_EXIT_CODE  : 0")));
     EXPECT_THAT(contentOf(data("Log/aps.log")), HasSubstr(" aps stops\n"));
-    EXPECT_THAT(machine.administer({"doctor"}).output,
-                AllOf(HasSubstr("FAILED  services: the service aps is stopped"), HasSubstr("Start it: net start aps.")));
+    EXPECT_THAT(machine.administer({"doctor"}).output, AllOf(HasSubstr("FAILED  services: the service aps is stopped"),
+                                                             HasSubstr("Start it: net start aps.")));
     fs::remove(data("Log/aps.log"));
     sc({"start", "aps"});
     EXPECT_TRUE(becomes("aps", "RUNNING"));
@@ -144,7 +144,8 @@ TEST_F(AdministrationOfServices, WhatWasInstalledWithoutKeysAndServicesStaysSoUn
   EXPECT_THAT(again.output,
               AllOf(HasSubstr("is already installed"), HasSubstr("no services: run aps and mgprintmon watch, or "),
                     HasSubstr("WITHOUT KEYS: every user of this machine can act as the monitor or as any session; ")));
-  EXPECT_THAT(machine.administer({"status"}).output, AllOf(HasSubstr("services: none\n"), HasSubstr("keys:    NONE: ")));
+  EXPECT_THAT(machine.administer({"status"}).output,
+              AllOf(HasSubstr("services: none\n"), HasSubstr("keys:    NONE: ")));
   EXPECT_THAT(machine.administer({"doctor"}).output, HasSubstr("ok      key file: there is NONE: "));
   // By hand, as before keys were wanted.
   ChildProcess server(WinePrefix::command(windowsProgram("aps.exe"), {"--listen", "127.0.0.1:0"}));
@@ -155,7 +156,8 @@ TEST_F(AdministrationOfServices, WhatWasInstalledWithoutKeysAndServicesStaysSoUn
   EXPECT_THAT(contentOf(data("Log/aps.log")), HasSubstr("peers are not authenticated: "));
   installWell({"--keys"});
   EXPECT_THAT(contentOf(data("Log/aps.log")), HasSubstr("peers must prove that they have their key in "));
-  EXPECT_THAT(configured("aps"), AllOf(HasSubstr("--keys C:\\ProgramData\\Marrowgate\\Keys"), Not(HasSubstr("--no-keys"))));
+  EXPECT_THAT(configured("aps"),
+              AllOf(HasSubstr("--keys C:\\ProgramData\\Marrowgate\\Keys"), Not(HasSubstr("--no-keys"))));
 }
 
 TEST_F(AdministrationOfServices, AStrangersServiceOfThatNameIsLeftAlone) {

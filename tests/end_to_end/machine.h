@@ -38,8 +38,8 @@ class Machine {
   void removePrinter(const std::string& name) const;
   // Takes away what an earlier test left.
   void clean() const;
-  // The registry where drivers, monitors, printers, event sources, services and our own settings stand, and the files of
-  // the system folder, the spooler, the programs and their data, as lines.
+  // The registry where drivers, monitors, printers, event sources, services and our own settings stand, and the files
+  // of the system folder, the spooler, the programs and their data, as lines.
   std::set<std::string> listing() const;
 
   const std::filesystem::path& path() const { return m_prefix.path(); }

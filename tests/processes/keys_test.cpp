@@ -213,8 +213,9 @@ TEST(ServerWithKeys, IsReachedAtAnIpv6AddressToo) {
 TEST(ServerWithoutKeys, SaysThatPeersAreNotAuthenticatedAndIsNoServerForPeersWithKeys) {
   const Keys keys;
   Scene scene;
-  scene.server().waitForLine("peers are not authenticated: every user of this machine can act as the monitor or as any "
-                              "session; start aps without --no-keys to change that");
+  scene.server().waitForLine(
+      "peers are not authenticated: every user of this machine can act as the monitor or as any "
+      "session; start aps without --no-keys to change that");
   auto command = scene.clientCommand(5, {"Laser-2"});
   command.insert(command.end(), {"--key", keys.make("session-5")});
   ChildProcess client(command);
@@ -228,12 +229,13 @@ TEST(ServerWithKeys, DoesNotServeWithoutThemUnlessThatIsTyped) {
   if (std::filesystem::exists("/var/lib/aps/keys")) GTEST_SKIP() << "aps is installed on this machine";
   ChildProcess server({Scene::program("aps"), "--listen", "127.0.0.1:0"});
   EXPECT_EQ(server.wait(), 1);
-  EXPECT_THAT(server.output(),
-              AllOf(HasSubstr("aps: it serves only peers that prove who they are, by keys in /var/lib/aps/keys, and that "
-                              "folder cannot be used: No such file or directory: /var/lib/aps/keys; make it and the keys "
-                              "in it (mgprintmon install; aps --new-key FILE), name another folder with --keys, or type "
-                              "--no-keys to serve everybody on this machine\n"),
-                    ::testing::Not(HasSubstr("listens"))));
+  EXPECT_THAT(
+      server.output(),
+      AllOf(HasSubstr("aps: it serves only peers that prove who they are, by keys in /var/lib/aps/keys, and that "
+                      "folder cannot be used: No such file or directory: /var/lib/aps/keys; make it and the keys "
+                      "in it (mgprintmon install; aps --new-key FILE), name another folder with --keys, or type "
+                      "--no-keys to serve everybody on this machine\n"),
+            ::testing::Not(HasSubstr("listens"))));
 }
 
 TEST(ServerWithKeys, DoesNotStartWhereKeysCannotBeTrusted) {

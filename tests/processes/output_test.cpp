@@ -146,8 +146,7 @@ TEST(Output, ALimitOnTheSizeOfFilesDoesNotEndTheServer) {
   Scene folder;
   const fs::path log = folder.folder() / "aps.log";
   ChildProcess server(
-      {"/bin/sh", "-c",
-       "ulimit -f 1; exec " + quoted(Scene::serverCommand("127.0.0.1:0", {"--log", log.string()}))});
+      {"/bin/sh", "-c", "ulimit -f 1; exec " + quoted(Scene::serverCommand("127.0.0.1:0", {"--log", log.string()}))});
   const int port = portOf(server);
   for (int i = 0; i < 30; ++i) {
     MonitorPeer peer(port);

@@ -34,8 +34,8 @@ class Scene {
   std::vector<std::string> files(int session) const;
   std::string content(int session, const std::string& name) const;
 
-  // The command line of a server on that port with those options. It serves without keys unless they name a folder: most
-  // tests are not about who may connect.
+  // The command line of a server on that port with those options. It serves without keys unless they name a folder:
+  // most tests are not about who may connect.
   static std::vector<std::string> serverCommand(const std::string& address, const std::vector<std::string>& options);
   // The path of a built program.
   static std::string program(const std::string& name);
