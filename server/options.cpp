@@ -181,8 +181,7 @@ CLI::App* addInvite(CLI::App& app, Invite& invite) {
 // The same for those of held jobs.
 std::string holdContradiction(const Options& options) {
   if (options.keys.empty()) {
-    return "--hold keeps jobs for the key of their session, and without keys a job has no owner: give the folder with "
-           "the keys with --keys";
+    return "--hold keeps jobs for the key of their session, and without keys a job has no owner: leave --no-keys out";
   }
   const HoldStore::Limits& limits = options.holdLimits;
   if (2 * static_cast<long long>(limits.megabytes) > limits.totalMegabytes) {

@@ -197,11 +197,10 @@ TEST(ApsOptions, HoldJobsForTheKeysOfSessionsAndWithinLimitsOfWhichNobodyHasMore
   EXPECT_EQ(parsed.options.holdLimits.totalJobs, 40);
   EXPECT_EQ(parsed.options.holdLimits.days, 50);
   EXPECT_EQ(parseOptions({"--keys", "k", "--hold", "h"}).exitCode, -1);
-  EXPECT_EQ(parseOptions({"--hold", "h"}).exitCode, 2);
+  EXPECT_EQ(parseOptions({"--hold", "h", "--no-keys"}).exitCode, 2);
   EXPECT_EQ(
-      parseOptions({"--hold", "h"}).message,
-      "--hold keeps jobs for the key of their session, and without keys a job has no owner: give the folder with the "
-      "keys with --keys\n");
+      parseOptions({"--hold", "h", "--no-keys"}).message,
+      "--hold keeps jobs for the key of their session, and without keys a job has no owner: leave --no-keys out\n");
   EXPECT_EQ(
       parseOptions({"--keys", "k", "--hold", "h", "--hold-size", "1001"}).message,
       "--hold-size 1001 and --hold-total 2000: one session could take the room of all others; let it have half of "

@@ -118,8 +118,8 @@ class StepList {
     const StopServicesStep::Copies module = {{m_request.from + L"\\" + kModuleFile, m_places.module()}};
     copies.push_back(module.front());
     const auto spooler = m_request.restartsSpooler ? runningSpooler() : std::nullopt;
-    if (spooler) m_steps.push_back(std::make_unique<StopServicesStep>(std::vector{*spooler}, module));
-    if (m_choice.services) m_steps.push_back(std::make_unique<StopServicesStep>(planServices(), copies));
+    if (spooler) m_steps.push_back(std::make_unique<StopServicesStep>(std::vector{*spooler}, module, true));
+    if (m_choice.services) m_steps.push_back(std::make_unique<StopServicesStep>(planServices(), copies, false));
     for (const auto& [from, to] : copies)
       add<FileStep>(from, to);
     if (spooler) m_steps.push_back(std::make_unique<StartServiceStep>(spooler->name));

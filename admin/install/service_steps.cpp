@@ -88,6 +88,8 @@ bool StopServicesStep::isDone() const {
 }
 
 void StopServicesStep::perform() {
+  const auto& [from, module] = m_copies.back();
+  if (!m_mayHoldModule && fileExists(module) && !sameContent(from, module)) requireReplaceable(module);
   try {
     for (const std::wstring& service : running()) {
       m_stopped.push_back(service);

@@ -50,8 +50,9 @@ class StopServicesStep : public InstallStep {
  public:
   using Copies = std::vector<std::pair<std::wstring, std::wstring>>;  // from, to
 
-  StopServicesStep(std::vector<ServiceSettings> services, Copies copies)
-      : m_services(std::move(services)), m_copies(std::move(copies)) {}
+  // Nobody is stopped when the last file, the module, is held by somebody else: jobs that are printed go on.
+  StopServicesStep(std::vector<ServiceSettings> services, Copies copies, bool mayHoldModule)
+      : m_services(std::move(services)), m_copies(std::move(copies)), m_mayHoldModule(mayHoldModule) {}
   std::string name() const override;
   bool isDone() const override;
   void perform() override;
@@ -62,6 +63,7 @@ class StopServicesStep : public InstallStep {
 
   const std::vector<ServiceSettings> m_services;
   const Copies m_copies;
+  const bool m_mayHoldModule;  // one of these services
   std::vector<std::wstring> m_stopped;
 };
 

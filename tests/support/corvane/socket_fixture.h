@@ -51,11 +51,11 @@ class NarrowPair {
 inline std::vector<unsigned char> unlikeBytes(std::size_t count) {
   std::vector<unsigned char> bytes(count);
   std::uint64_t state = 88172645463325252u;
-  for (unsigned char& byte : bytes) {
+  for (unsigned char& made : bytes) {
     state ^= state << 13;
     state ^= state >> 7;
     state ^= state << 17;
-    byte = static_cast<unsigned char>(state >> 24);
+    made = static_cast<unsigned char>(state >> 24);
   }
   return bytes;
 }
