@@ -42,7 +42,8 @@ class Log::Output : public programs::LineOutput {
 
   std::string write(const std::string& text) override {
     std::string why = attempt(text);
-    if (!why.empty()) m_shared->lost += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+    if (!why.empty())
+      m_shared->lost = m_toldLost + static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
     return why;
   }
 
@@ -57,6 +58,8 @@ class Log::Output : public programs::LineOutput {
   std::string writeLost(std::uint64_t count, const std::string& why) override {
     const std::string lost = fmt::format("{} {} missing here: {}", count, count == 1 ? "line is" : "lines are", why);
     std::string still = attempt(timed(lost) + "\n");
+    m_shared->lost = m_toldLost + count;
+    if (still.empty()) m_toldLost += count;
     if (still.empty()) m_shared->note(fmt::format("in the log {}", lost));
     return still;
   }
@@ -85,6 +88,7 @@ class Log::Output : public programs::LineOutput {
 
  private:
   bool m_isFailing = false;
+  std::uint64_t m_toldLost = 0;  // lines that the log says are missing
 };
 
 class Log::FileOutput : public Log::Output {
@@ -145,7 +149,6 @@ void Log::finish() noexcept {
 
 void Log::put(const std::string& timedText) noexcept try {
   const bool isTaken = m_queue->put(timedText + "\n");
-  if (!isTaken) ++m_shared->lost;
   if (!isTaken && !m_isStuck.exchange(true)) {
     m_shared->note("the log is blocked, so its lines are lost: nobody reads it, or its disk is stuck");
   }

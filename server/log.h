@@ -50,7 +50,7 @@ class Log {
   // The latest lines that reported a failure, with their times.
   const RecentLines& failures() const { return m_shared->failures; }
 
-  // How many lines the output has not taken so far.
+  // How many lines the output has not taken so far, as far as it has been tried.
   std::uint64_t linesLost() const { return m_shared->lost; }
 
   // The file was renamed: what follows goes to a new one of that name. Without a file nothing happens.

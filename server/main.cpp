@@ -385,6 +385,8 @@ void endAll(aps::Application& application, aps::ConnectionList& connections, aps
   application.launcher.endAll();
   application.history.finish();
   if (jobLog != nullptr) jobLog->finish();
+  application.log->line("aps stops");
+  application.log->finish();
 }
 
 // Returns the exit code.
@@ -426,8 +428,6 @@ int serve(const aps::Options& options, const corvane::KeyFolder* keys) {
   metrics.reset();
   if (keeper) keeper->stop();
   endAll(*application, connections, jobLog.get());
-  log->line("aps stops");
-  log->finish();
   CS_ProgramMonitor::setDefaultMonitor(nullptr);
   return 0;
 }

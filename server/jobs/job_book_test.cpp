@@ -231,7 +231,7 @@ TEST_F(JobBookTest, EachJobIsCountedOnceByItsOutcomeAndByWhatItFailed) {
   news(PaperState::kAborted, L"Laser - Job #19");
   answer(notTaken, PrintResult::kNotTaken);
   end(notTaken);
-  m_book.noticed(notice(L"failed", L"20"));  // of which nothing was known
+  m_book.noticed(notice(L"failed", L"20", L"78"));  // of which nothing was known
   const auto counts = m_book.metrics().counts();
   EXPECT_EQ(counts.ended[0], (std::array<std::uint64_t, 4>{1, 0, 0, 0}));
   EXPECT_EQ(counts.ended[2], (std::array<std::uint64_t, 4>{0, 1, 1, 2}));
