@@ -9,6 +9,7 @@
 #include "protocol/registration.h"
 #include "tests/processes/held_scene.h"
 #include "tests/processes/process_table.h"
+#include "tests/processes/process_watch.h"
 #include "tests/support/joined_thread.h"
 
 #include <atomic>
@@ -328,7 +329,6 @@ TEST(HeldJobs, WhatOneDeviceMayHaveTakenIsNotSentToAnotherOne) {
 }
 
 TEST(HeldJobs, ProgramsThatMayHavePrintedAJobDoNotGetItAgain) {
-  if (kSanitized) GTEST_SKIP() << "nothing can be loaded in front of a sanitized program";
   HeldScene scene;
   scene.makeKnown();
   EXPECT_EQ(scene.print(L"Letter", "one"), 1);
@@ -387,7 +387,7 @@ class ScriptedPrintClient : public CS_Component {
 
 class ScriptedClient {
  public:
-  ScriptedClient(HeldScene& scene, Conduct conduct) {
+  ScriptedClient(HeldScene& scene, Conduct conduct, int session = 5) {
     g_conduct = conduct;
     g_starts = 0;
     CS_ComponentServer::initialize(0, 0);
@@ -397,11 +397,11 @@ class ScriptedClient {
     server->offerClass(protocol::kPrintClientClass);
     server->offerClass(CS_Bridge::m_className);
     protocol::registerSessionClientClass();
-    m_connection->useKey(corvane::Identity::session(5), scene.keyFile("session-5"));
+    m_connection->useKey(corvane::Identity::session(session), scene.keyFile("session-" + std::to_string(session)));
     m_connection->connect(L"localhost", scene.scene().port(), CS_Connection::kDirect, false);
     protocol::Printer printer;
     printer.texts[0] = L"Laser-2";
-    EXPECT_TRUE(protocol::registerPrinters(m_connection, 5, {printer}).isAccepted);
+    EXPECT_TRUE(protocol::registerPrinters(m_connection, session, {printer}).isAccepted);
     m_thread = JoinedThread([this] { m_connection->serve(); });
   }
   ~ScriptedClient() {
@@ -456,6 +456,80 @@ TEST(HeldJobs, AnOlderPrintClientThatGoesAtTheEndOfOneDoesNotGetItAgain) {
       HasSubstr("nobody can tell what came of it; look whether the page is there, and print again if it is not"));
   EXPECT_EQ(g_starts, 0);
   EXPECT_TRUE(scene.awaitHeld(0));
+}
+
+// What is held costs the disk, and nothing else
+
+TEST(HeldJobs, ALongJobTakesNoMemoryWhenItIsHeldAndWhenItIsDelivered) {
+  HeldScene scene;
+  scene.makeKnown();
+  EXPECT_EQ(scene.print(L"1", "small"), 1);
+  const Held before = heldBy(scene.server().id());
+  EXPECT_EQ(scene.print(L"2", std::string(150000000, 'x')), 1);
+  const Held held = heldBy(scene.server().id());
+  if (!kSanitized) {
+    EXPECT_LT(held.kilobytes, before.kilobytes + 10000);
+  }
+  const ScriptedClient client(scene, Conduct::kOlder);
+  EXPECT_TRUE(scene.awaitHeld(0));
+  if (!kSanitized) {
+    EXPECT_LT(heldBy(scene.server().id()).kilobytes, before.kilobytes + 15000);
+  }
+}
+
+TEST(HeldJobs, ManyOfThemLeaveNothingBehindInTheServer) {
+  // The server keeps what is known of the latest 200 jobs and more of them on the way there.
+  const bool isLong = std::getenv("MG_LONG_TESTS") != nullptr;
+  const int rounds = isLong ? 100 : 5, warmUp = isLong ? 30 : 1, jobs = 20;
+  HeldScene scene;
+  scene.makeKnown();
+  Held before;
+  for (int round = 0; round <= rounds; ++round) {
+    for (int i = 0; i < jobs; ++i)
+      ASSERT_EQ(scene.print(L"Letter", std::string(10000, 'x')), 1);
+    {
+      const ScriptedClient client(scene, Conduct::kOlder);
+      ASSERT_TRUE(scene.awaitHeld(0));
+    }
+    scene.awaitAway();
+    // The threads that deliver are collected by a later look.
+    const auto isAtRest = [&] { return heldBy(scene.server().id()).threads <= before.threads; };
+    if (round > warmUp) {
+      EXPECT_TRUE(comesTrue(isAtRest, 60));
+    }
+    if (round == warmUp) before = heldAtRest(scene.server().id(), heldBy(scene.server().id()));
+  }
+  const Held after = heldAtRest(scene.server().id(), before);
+  EXPECT_LE(after.threads, before.threads);
+  EXPECT_LE(after.descriptors, before.descriptors);
+  if (!kSanitized) {
+    EXPECT_LT(after.kilobytes, before.kilobytes + 2000);
+  }
+  std::printf("%d more held jobs: %zu and %zu KiB, %zu and %zu threads, %zu and %zu descriptors\n",
+              (rounds - warmUp) * jobs, before.kilobytes, after.kilobytes, before.threads, after.threads,
+              before.descriptors, after.descriptors);
+}
+
+TEST(HeldJobs, SessionsThatAreAwayCostNoThreads) {
+  const int sessions = std::getenv("MG_LONG_TESTS") != nullptr ? 1000 : 30;
+  HeldScene scene({"--max-sessions", "1100"});
+  scene.makeKnown();
+  EXPECT_EQ(scene.print(L"1", "one"), 1);
+  const Held before = heldBy(scene.server().id());
+  for (int session = 100; session < 100 + sessions; ++session) {
+    scene.makeKey(session);
+    { const ScriptedClient client(scene, Conduct::kOlder, session); }
+    scene.awaitAway(session);
+    ASSERT_EQ(scene.print(L"Letter", std::string(100000, 'x'), session), 1) << session;
+  }
+  const Held after = heldAtRest(scene.server().id(), before);
+  EXPECT_LE(after.threads, before.threads);
+  EXPECT_LE(after.descriptors, before.descriptors);
+  if (!kSanitized) {
+    EXPECT_LT(after.kilobytes, before.kilobytes + 3000 + static_cast<std::size_t>(25 * sessions));
+  }
+  std::printf("%d sessions with a held job: %zu and %zu KiB, %zu and %zu threads\n", sessions, before.kilobytes,
+              after.kilobytes, before.threads, after.threads);
 }
 
 // Killed at each stage

@@ -110,6 +110,16 @@ bool HeldScene::awaitHeld(std::size_t count) const {
   return comesTrue([&] { return held().size() == count; }, 60);
 }
 
+void HeldScene::awaitAway(int session) const {
+  AdministrationPeer tool = administration();
+  const std::wstring away = std::to_wstring(session) + L" away:";
+  const auto isAway = [&] {
+    const auto sessions = tool.status().sessions;
+    return std::any_of(sessions.begin(), sessions.end(), [&](const auto& line) { return line.starts_with(away); });
+  };
+  if (!comesTrue(isAway, 60)) throw std::runtime_error("session " + std::to_string(session) + " is not away");
+}
+
 std::filesystem::path HeldScene::other() const {
   return m_scene->folder() / "other-output";
 }

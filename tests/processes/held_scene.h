@@ -40,6 +40,8 @@ class HeldScene {
   // Waits for what nothing tells; false after a minute.
   bool awaitHeld(std::size_t count) const;
   std::filesystem::path other() const;
+  // Waits until the server says that the session's client is not there.
+  void awaitAway(int session = 5) const;
   // The contents of a session's documents, in the order of their names.
   std::vector<std::string> contents(int session = 5) const;
   // The same for a person: of a long one only how long it is.
@@ -48,6 +50,7 @@ class HeldScene {
   AdministrationPeer administration() const { return {m_scene->port(), m_keys.path("monitor")}; }
 
   std::string keyFile(const std::string& name) const { return m_keys.path(name); }
+  void makeKey(int session) { m_keys.make("session-" + std::to_string(session)); }
   // The session gets another key: who has the old one is nobody.
   void replaceKey(int session);
   // Starts the server again, without stopping at a call.
