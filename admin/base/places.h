@@ -4,6 +4,7 @@
 
 namespace admin {
 
+inline constexpr unsigned kDefaultServerPort = 4711;
 inline constexpr wchar_t kModuleFile[] = L"MgPrintMon.dll";
 inline constexpr wchar_t kConverterFile[] = L"ps2pdf.exe";
 inline constexpr wchar_t kServerFile[] = L"aps.exe";

@@ -9,8 +9,6 @@
 
 namespace admin {
 
-inline constexpr unsigned kDefaultServerPort = 4711;
-
 // What to install, and how.
 struct InstallRequest {
   std::wstring from;                   // the folder that holds the module and the converter

@@ -1,6 +1,5 @@
 #include "admin/install/service_plan.h"
 
-#include "admin/install/installation.h"
 #include "programs/command_words.h"
 
 #include <algorithm>

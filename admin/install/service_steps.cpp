@@ -88,10 +88,9 @@ bool StopServicesStep::isDone() const {
 }
 
 void StopServicesStep::perform() {
-  const auto& [from, module] = m_copies.back();
-  if (!m_mayHoldModule && fileExists(module) && !sameContent(from, module)) requireReplaceable(module);
   try {
     for (const std::wstring& service : running()) {
+      if (service == m_services.front().name && !m_mayHoldModule) requireReleasedModule();
       m_stopped.push_back(service);
       stopService(service);
     }
@@ -99,6 +98,11 @@ void StopServicesStep::perform() {
     undo();
     throw;
   }
+}
+
+void StopServicesStep::requireReleasedModule() const {
+  const auto& [from, module] = m_copies.back();
+  if (fileExists(module) && !sameContent(from, module)) requireReplaceable(module);
 }
 
 void StopServicesStep::undo() {

@@ -50,7 +50,8 @@ class StopServicesStep : public InstallStep {
  public:
   using Copies = std::vector<std::pair<std::wstring, std::wstring>>;  // from, to
 
-  // Nobody is stopped when the last file, the module, is held by somebody else: jobs that are printed go on.
+  // The first service, which jobs go through, is not stopped when the last file, the module, is held by somebody else:
+  // jobs that are printed go on.
   StopServicesStep(std::vector<ServiceSettings> services, Copies copies, bool mayHoldModule)
       : m_services(std::move(services)), m_copies(std::move(copies)), m_mayHoldModule(mayHoldModule) {}
   std::string name() const override;
@@ -60,6 +61,7 @@ class StopServicesStep : public InstallStep {
 
  private:
   std::vector<std::wstring> running() const;
+  void requireReleasedModule() const;
 
   const std::vector<ServiceSettings> m_services;
   const Copies m_copies;
