@@ -136,24 +136,30 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
                        found->session, m_context->jobs.limitOfOneSession());
   }
   job->number = m_context->watch.begin(printerName, found->session, request.processId);
-  bridge->onEnd(
-      [context = m_context, job, mark](const CS_BridgeRouter::Ending& ending) { jobEnded(*context, *job, ending); });
-  bridge->onPass([context = m_context, number = job->number](const CS_BridgeRouter::Passing& passing) {
-    context->watch.passed(number, passing);
-  });
+  watchBridge(job, *bridge, std::move(mark));
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
   m_context->log.line(fmt::format("job attached: {}", job->words));
   client = found->versions;
   const std::string refusal = job->isHeld ? attachToHold(job, *found, request.processId, *bridge, client)
                                           : attachToClient(*job, *found, *bridge);
-  if (!refusal.empty()) {
+  if (refusal.empty()) {
+    m_context->watch.routed(job->number, bridge);
+  } else {
     m_context->watch.refused(job->number, corvane::fromUtf8(refusal));
     client.reset();
-    return refusal;
   }
-  m_context->watch.routed(job->number, bridge);
-  return "";
+  return refusal;
+}
+
+void PortMonitorClient::watchBridge(const std::shared_ptr<Attached>& job, CS_BridgeRouter& bridge,
+                                    JobsInProgress::Mark mark) const {
+  bridge.onEnd([context = m_context, job, mark = std::move(mark)](const CS_BridgeRouter::Ending& ending) {
+    jobEnded(*context, *job, ending);
+  });
+  bridge.onPass([context = m_context, number = job->number](const CS_BridgeRouter::Passing& passing) {
+    context->watch.passed(number, passing);
+  });
 }
 
 std::string PortMonitorClient::attachToClient(const Attached& job, const SessionTable::Found& found,

@@ -62,7 +62,9 @@ class PortMonitorClient : public CS_Component {
     bool isHeld = false;           // this server takes it in its client's place,
     std::uint32_t heldBridge = 0;  // where the bridge is that one
   };
-  // The same, in the place of a client that is away.
+  // Is told of what goes over the job's bridge, and of its end. Before it leads on.
+  void watchBridge(const std::shared_ptr<Attached>& job, CS_BridgeRouter& bridge, JobsInProgress::Mark mark) const;
+  // attach() in the place of a client that is away; the other one where it is there.
   std::string attachToHold(const std::shared_ptr<Attached>& job, const SessionTable::Found& found, int process,
                            CS_BridgeRouter& bridge, std::optional<CS_ClassVersionMap>& client);
   std::string attachToClient(const Attached& job, const SessionTable::Found& found, CS_BridgeRouter& bridge);
