@@ -1,6 +1,6 @@
 #include "server/metrics/metrics_server.h"
 
-#include <atomic>
+#include <algorithm>
 #include <boost/asio.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -32,7 +32,13 @@ std::optional<tcp::endpoint> endpointOf(const std::string& address) {
   const std::size_t colon = address.rfind(':');
   std::string host = colon == std::string::npos ? "127.0.0.1" : address.substr(0, colon);
   const std::string port = colon == std::string::npos ? address : address.substr(colon + 1);
-  if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+  const bool isV6 = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  if (isV6) host = host.substr(1, host.size() - 2);
+  // Some systems take "1:2" for an address with a port.
+  if (!isV6 &&
+      (host.find_first_not_of("0123456789.") != std::string::npos || std::count(host.begin(), host.end(), '.') != 3)) {
+    return std::nullopt;
+  }
   if (port.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos) return std::nullopt;
   const unsigned long number = std::stoul(port);
   error_code failure;
