@@ -237,6 +237,20 @@ std::string contradiction(const Options& options) {
   return "";
 }
 
+void addStart(CLI::App& app, [[maybe_unused]] Options& options, unsigned& clientWaitSeconds) {
+#ifdef _WIN32
+  app.add_flag("--service", options.isService,
+               fmt::format("as a service of Windows, which mgprintmon install makes; the log is {} unless --log names "
+                           "another file. By hand it is a program like any other",
+                           programs::serviceLog()));
+#endif
+  app.add_option("--client-wait", clientWaitSeconds,
+                 "seconds that a job waits for its print client after aps has started or the client's connection was "
+                 "lost; 0 for not at all")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 60));
+}
+
 // What stands for an option that was not given.
 void fillIn(Options& options, bool hasNoKeys) {
   options.namesKeys = hasNoKeys || !options.keys.empty();
@@ -256,18 +270,8 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   addFiles(app, options);
   bool hasNoKeys = false;
   addKeys(app, options, hasNoKeys);
-#ifdef _WIN32
-  app.add_flag("--service", options.isService,
-               fmt::format("as a service of Windows, which mgprintmon install makes; the log is {} unless --log names "
-                           "another file. By hand it is a program like any other",
-                           programs::serviceLog()));
-#endif
   unsigned clientWaitSeconds = 20;
-  app.add_option("--client-wait", clientWaitSeconds,
-                 "seconds that a job waits for its print client after aps has started or the client's connection was "
-                 "lost; 0 for not at all")
-      ->capture_default_str()
-      ->check(CLI::Range(0, 60));
+  addStart(app, options, clientWaitSeconds);
   addBounds(app, options);
   addLaunching(app, options);
   Invite invite;

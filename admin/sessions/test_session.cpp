@@ -136,6 +136,8 @@ bool TestPrintClient::processRequest(CS_InRequest& request) {
       protocol::answer(request, protocol::JobEnd::Answer{protocol::PrintResult::kPrinted});
       m_arrival->end();
       return true;
+    case protocol::PrintRequest::kHeld:
+      break;  // nobody holds what is for the doctor
   }
   return CS_Component::processRequest(request);
 }

@@ -264,16 +264,8 @@ std::size_t JobBook::runningCount() {
   return m_jobs.size() - m_ended;
 }
 
-bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept try {
-  CS_RCPtr<CS_BridgeRouter> router;  // given back without the lock
-  const std::lock_guard<std::mutex> guard(m_lock);
-  const auto found = m_jobs.find(job);
-  if (found == m_jobs.end() || found->second.hasEnded) return false;
-  Entry& entry = found->second;
-  std::swap(router, entry.router);
-  const bool isAnswered = entry.isAnswered;
-  endLocked(entry);
-  entry.record.bytes = static_cast<std::int64_t>(ending.bytes);
+// What the end of its bridge makes of a job.
+void JobBook::decideLocked(Entry& entry, const CS_BridgeRouter::Ending& ending, bool isShown) const {
   if (entry.hold == Hold::kDelivery && entry.canceledBy.empty()) {
     // Who holds it says what comes of it, unless the person wants it no more.
     const bool isOpen = entry.isRefused ? entry.record.state != JobState::kCanceled
@@ -281,12 +273,12 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
     if (isOpen) entry.record.state = JobState::kHeld;
   } else if (entry.isRefused) {
     // Its record says why.
-  } else if (!isAnswered && isShown) {
+  } else if (!entry.isAnswered && isShown) {
     entry.record.state = JobState::kShown;
-  } else if (!isAnswered && !entry.canceledBy.empty()) {
+  } else if (!entry.isAnswered && !entry.canceledBy.empty()) {
     entry.record.state = JobState::kCanceled;
     entry.record.cause = fmt::format(L"It was canceled by {}.", entry.canceledBy);
-  } else if (!isAnswered && !entry.isNoticed) {
+  } else if (!entry.isAnswered && !entry.isNoticed) {
     const std::wstring why = ending.reason.empty() ? L"" : fmt::format(L" ({})", ending.reason);
     failLocked(entry, ending.madeHere ? FailureClass::kPortMonitor : FailureClass::kPrintClient,
                fmt::format(L"{} before the job's end{}.",
@@ -294,6 +286,18 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
                ending.madeHere ? L"The port monitor's log says what failed there; print again."
                                : L"Start the print client, and print again.");
   }
+}
+
+bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept try {
+  CS_RCPtr<CS_BridgeRouter> router;  // given back without the lock
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = m_jobs.find(job);
+  if (found == m_jobs.end() || found->second.hasEnded) return false;
+  Entry& entry = found->second;
+  std::swap(router, entry.router);
+  endLocked(entry);
+  entry.record.bytes = static_cast<std::int64_t>(ending.bytes);
+  decideLocked(entry, ending, isShown);
   if (entry.isRefused && entry.hold == Hold::kNone) entry.failure = FailureClass::kPrintClient;
   if (entry.record.state == JobState::kHeld) {
     entry.record.ended.clear();

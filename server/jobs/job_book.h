@@ -118,6 +118,7 @@ class JobBook : public JobWatch {
   void answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passing) const;
   void stageEndsLocked(Entry& entry, protocol::JobStage stage) const;
   void endLocked(Entry& entry);
+  void decideLocked(Entry& entry, const CS_BridgeRouter::Ending& ending, bool isShown) const;
   // It has ended for good; counted once.
   void countLocked(Entry& entry);
   void countPaperLocked(Entry& entry);

@@ -20,15 +20,15 @@ std::wstring orNone(const wchar_t* text) {
   return text != nullptr ? text : L"(none)";
 }
 
-HRESULT WINAPI upload(LPCWSTR server, LPCWSTR package, LPCWSTR environment, DWORD flags, HWND, LPWSTR stored,
-                      PULONG room) {
+HRESULT WINAPI uploadPackage(LPCWSTR server, LPCWSTR package, LPCWSTR environment, DWORD flags, HWND, LPWSTR stored,
+                             PULONG room) {
   working->calls.push_back(L"upload " + orNone(server) + L" " + orNone(package) + L" " + orNone(environment) + L" " +
                            std::to_wstring(flags) + L" " + std::to_wstring(*room));
   std::wcscpy(stored, L"C:\\store\\driver.inf");
   return working->uploadResult;
 }
 
-HRESULT WINAPI install(LPCWSTR server, LPCWSTR package, LPCWSTR name, LPCWSTR environment, DWORD flags) {
+HRESULT WINAPI installPackage(LPCWSTR server, LPCWSTR package, LPCWSTR name, LPCWSTR environment, DWORD flags) {
   working->calls.push_back(L"install " + orNone(server) + L" " + orNone(package) + L" " + orNone(name) + L" " +
                            orNone(environment) + L" " + std::to_wstring(flags));
   if (SUCCEEDED(working->installResult)) working->installed.push_back({name, working->packageVersion, 0, L"", {}});
@@ -75,8 +75,8 @@ void DriverSpooler::takePackages(unsigned version) {
     return reinterpret_cast<ULONG_PTR>(name) > 0xFFFF && std::strstr(name, "PrinterDriver") != nullptr;
   };
   GetProcAddressSeam.replacement = [](HMODULE, LPCSTR name) -> FARPROC {
-    if (std::strcmp(name, "UploadPrinterDriverPackageW") == 0) return asFunction(&upload);
-    return std::strcmp(name, "InstallPrinterDriverFromPackageW") == 0 ? asFunction(&install) : nullptr;
+    if (std::strcmp(name, "UploadPrinterDriverPackageW") == 0) return asFunction(&uploadPackage);
+    return std::strcmp(name, "InstallPrinterDriverFromPackageW") == 0 ? asFunction(&installPackage) : nullptr;
   };
 }
 
