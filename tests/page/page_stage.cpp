@@ -38,7 +38,7 @@ using tests::MonitorPeer;
 constexpr int kSession = 5;
 // Its jobs come out when the file "go" is in its folder; "runs-out" makes it say before that its paper is out.
 constexpr const char* kPrinterCommand =
-    "while [ ! -e go ]; do\n"
+    "while [ -e command ] && [ ! -e go ]; do\n"
     "  if [ -e runs-out ] && [ ! -e runs-out-is-known ]; then touch runs-out-is-known; echo 'STATE: +media-needed' "
     ">&2; fi\n"
     "  sleep 0.05\ndone\n"

@@ -79,10 +79,11 @@ class PaperTest : public ::testing::Test {
     }
     return L"";
   }
-  // A printer whose jobs come out when the file of that name is in its folder; what is said meanwhile comes first.
+  // A printer whose jobs come out when the file "go" is in its folder; what is said meanwhile comes first. What still
+  // waits when the printer is gone ends with its folder.
   VirtualPrinter::Settings waiting(const std::string& meanwhile = "", const std::string& end = "exit 0") const {
     VirtualPrinter::Settings settings;
-    settings.then = meanwhile + "\nwhile [ ! -e go ]; do sleep 0.05; done\n" + end;
+    settings.then = meanwhile + "\nwhile [ -e command ] && [ ! -e go ]; do sleep 0.05; done\n" + end;
     return settings;
   }
   static void letGo(const VirtualPrinter& printer) { std::ofstream(printer.folder() / "go") << ""; }
@@ -171,8 +172,8 @@ TEST_F(PaperTest, WhenAJobIsPrintedTheServerAndThePersonKnowThatItHasComeOut) {
 
 TEST_F(PaperTest, PaperThatRunsOutIsSaidAndSoIsTheEndWhenThereIsSome) {
   const std::string runsOut =
-      "while [ ! -e printing ]; do sleep 0.05; done; echo 'STATE: +media-needed' >&2; "
-      "while [ ! -e paper ]; do sleep 0.05; done; echo 'STATE: -media-needed' >&2";
+      "while [ -e command ] && [ ! -e printing ]; do sleep 0.05; done; echo 'STATE: +media-needed' >&2; "
+      "while [ -e command ] && [ ! -e paper ]; do sleep 0.05; done; echo 'STATE: -media-needed' >&2";
   VirtualPrinter printer(m_place, waiting(runsOut));
   const auto client = startClient({"--printer", "Desk,uri=" + printer.uri()});
   client->waitForLine("ready: ");
