@@ -258,6 +258,13 @@ void fillIn(Options& options, bool hasNoKeys) {
   if (options.isService && options.logFile.empty()) options.logFile = programs::serviceLog();
 }
 
+ParsedOptions refused(const std::string& why) {
+  ParsedOptions result;
+  result.exitCode = 2;
+  result.message = why + "\n";
+  return result;
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(std::vector<std::string> arguments) {
@@ -288,17 +295,14 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
     result.message = out.str();
     return result;
   } catch (const std::invalid_argument& wrong) {
-    result.exitCode = 2;
-    result.message = fmt::format("--client-rate: {}\n", wrong.what());
-    return result;
+    return refused(fmt::format("--client-rate: {}", wrong.what()));
   }
   options.limits.clientWait = std::chrono::seconds(clientWaitSeconds);
   const bool isBoth = hasNoKeys && !options.keys.empty();
   fillIn(options, hasNoKeys);
   if (const std::string wrong = isBoth ? "--keys and --no-keys contradict each other" : contradiction(options);
       !wrong.empty()) {
-    result.exitCode = 2;
-    result.message = fmt::format("{}\n", wrong);
+    return refused(wrong);
   }
   return result;
 }

@@ -333,29 +333,71 @@ std::map<int, JobBook::Entry>::iterator JobBook::latestLocked(const std::wstring
   return m_jobs.end();
 }
 
-void JobBook::noticed(const CS_Notice& notice) {
-  if (notice.kind != protocol::kJobNotice) return;
-  const std::wstring printer = textIn(notice, L"printer"), number = textIn(notice, L"job");
-  const int process = static_cast<int>(numberIn(textIn(notice, L"process")));
-  const int session = static_cast<int>(numberIn(textIn(notice, L"session")));
-  const std::wstring result = textIn(notice, L"result");
-  const std::lock_guard<std::mutex> guard(m_lock);
+JobBook::Entry* JobBook::unnoticedLocked(const std::wstring& printer, int process, const std::wstring& number) {
   const auto isOf = [&](const Entry& entry, const std::wstring& spoolerJob) {
     return !entry.isNoticed && entry.record.process == process && entry.record.spoolerJob == spoolerJob;
   };
   auto found = latestLocked(printer, [&](const Entry& entry) { return isOf(entry, number); });
   // One that has not come as far as to tell its number.
   if (found == m_jobs.end()) found = latestLocked(printer, [&](const Entry& entry) { return isOf(entry, L""); });
-  Entry& entry = found != m_jobs.end() ? found->second : beginLocked(printer, session, process);
-  if (found == m_jobs.end()) {
+  return found == m_jobs.end() ? nullptr : &found->second;
+}
+
+// Of a job that an earlier process of this server has known, and whose notice that did not hear: it has no user.
+std::optional<JobRecord> JobBook::ofEarlierServer(const std::wstring& printer, int process, int session,
+                                                  const std::wstring& number) {
+  protocol::Jobs latest;
+  latest.session = session;
+  latest.most = 100;
+  const std::wstring folded = foldedName(shortened(printer));
+  for (JobRecord& job : m_history.find(latest).jobs) {
+    const bool isIt = job.process == process && job.spoolerJob == number && foldedName(job.printer) == folded;
+    if (isIt && job.user.empty() && !job.ended.empty()) return std::move(job);
+  }
+  return std::nullopt;
+}
+
+JobBook::Entry& JobBook::addEndedLocked(const std::optional<JobRecord>& earlier, const std::wstring& printer,
+                                        int session, int process, const std::wstring& result) {
+  if (!earlier) {
+    Entry& entry = beginLocked(printer, session, process);
     endLocked(entry);
-    entry.record.bytes = numberIn(textIn(notice, L"bytes"));
     entry.record.state = result == L"delivered" ? JobState::kDelivered
                          : result == L"shown"   ? JobState::kShown
                                                 : JobState::kFailed;
     entry.failure = FailureClass::kPortMonitor;
-    countLocked(entry);
+    return entry;
   }
+  Entry& entry = m_jobs[earlier->number];
+  entry.record = *earlier;
+  endLocked(entry);
+  entry.isCounted = true;  // it has not ended here
+  if (result == L"delivered" && entry.record.state == JobState::kFailed) {
+    entry.record.state = JobState::kDelivered;
+    entry.record.cause.clear();
+    entry.record.remedy.clear();
+  }
+  return entry;
+}
+
+void JobBook::noticed(const CS_Notice& notice) {
+  if (notice.kind != protocol::kJobNotice) return;
+  const std::wstring printer = textIn(notice, L"printer"), number = textIn(notice, L"job");
+  const int process = static_cast<int>(numberIn(textIn(notice, L"process")));
+  const int session = static_cast<int>(numberIn(textIn(notice, L"session")));
+  const std::wstring result = textIn(notice, L"result");
+  std::unique_lock<std::mutex> guard(m_lock);
+  Entry* known = unnoticedLocked(printer, process, number);
+  if (known == nullptr) {
+    guard.unlock();  // the history may be on a disk
+    const std::optional<JobRecord> earlier = ofEarlierServer(printer, process, session, number);
+    guard.lock();
+    const bool isHere = earlier && m_jobs.count(earlier->number) != 0;
+    known = &addEndedLocked(isHere ? std::nullopt : earlier, printer, session, process, result);
+    if (known->record.bytes == 0) known->record.bytes = numberIn(textIn(notice, L"bytes"));
+    countLocked(*known);
+  }
+  Entry& entry = *known;
   entry.isNoticed = true;
   entry.record.spoolerJob = number;
   entry.record.user = textIn(notice, L"user");

@@ -125,6 +125,14 @@ class JobBook : public JobWatch {
   // The record of a held job as it is known here, or else in the history, or else to who asks.
   protocol::JobRecord recordOf(const protocol::JobRecord& known);
   void failLocked(Entry& entry, FailureClass failure, const std::wstring& cause, const std::wstring& remedy) const;
+  // The job that a notice is about; null when it is not known here.
+  Entry* unnoticedLocked(const std::wstring& printer, int process, const std::wstring& number);
+  // The same in the history. Called without the lock.
+  std::optional<protocol::JobRecord> ofEarlierServer(const std::wstring& printer, int process, int session,
+                                                     const std::wstring& number);
+  // A job that has ended, and of which nothing or its record from an earlier process is known.
+  Entry& addEndedLocked(const std::optional<protocol::JobRecord>& earlier, const std::wstring& printer, int session,
+                        int process, const std::wstring& result);
   // The latest job of that printer that matches; the end when there is none.
   template <class Matches>
   std::map<int, Entry>::iterator latestLocked(const std::wstring& printer, const Matches& matches);

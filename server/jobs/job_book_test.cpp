@@ -559,5 +559,35 @@ TEST_F(JobBookTest, AHeldJobOfAnEarlierServerIsToldUnderItsNumberAndLaterOnesCom
   EXPECT_EQ(stateOf(40), JobState::kCanceled);
 }
 
+TEST_F(JobBookTest, ANoticeThatAnEarlierProcessOfTheServerDidNotHearBelongsToTheRecordThatThatHasMade) {
+  const int answered = begin(), cut = begin();
+  start(answered);
+  answer(answered, PrintResult::kPrinted);
+  start(cut, L"18");
+  m_history.find({});                   // all is written
+  JobHistory later(m_file, {}, m_log);  // as after a kill: jobs that were running have failed
+  JobBook book(later, {L"server", true});
+  const auto both = [&] {
+    protocol::Jobs query;
+    query.most = 10;
+    return later.find(query).jobs;
+  };
+  EXPECT_EQ(both().size(), 2u);
+  book.noticed(notice(L"delivered"));
+  book.noticed(notice(L"delivered", L"18"));
+  ASSERT_EQ(both().size(), 2u);
+  for (const JobRecord& job : both()) {
+    EXPECT_EQ(job.state, JobState::kDelivered) << job.number;
+    EXPECT_EQ(job.user, L"PC\\anna");
+    EXPECT_EQ(job.cause, L"");
+  }
+  // It is another one with the same number, which the spooler's process has used again.
+  book.noticed(notice(L"failed"));
+  ASSERT_EQ(both().size(), 3u);
+  EXPECT_EQ(both()[0].cause, L"The cause.");
+  EXPECT_EQ(book.metrics().counts().ended[0][0], 0u);
+  EXPECT_EQ(book.metrics().counts().ended[2][2], 1u);
+}
+
 }  // namespace
 }  // namespace aps
