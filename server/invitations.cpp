@@ -82,9 +82,11 @@ std::optional<corvane::Key> Invitations::keyOf(int session) const {
 }
 
 std::optional<corvane::Key> Invitations::redeem(int session, const corvane::Bytes32& mark) const {
+  // Of several that come at the same time one gets it. Removing its file alone does not decide that: on Windows several
+  // can remove one file.
+  const std::lock_guard<std::mutex> guard(m_lock);
   const auto code = codeOf(session);
   if (!code || !corvane::equalInConstantTime(programs::Invitation::keyOf(*code).mark(), mark)) return std::nullopt;
-  // Of several that come at the same time one removes it.
   std::error_code failure;
   if (!fs::remove(programs::toPath(file(session)), failure)) return std::nullopt;
   return m_keys.read(corvane::Identity::session(session));

@@ -3,6 +3,7 @@
 #include "corvane/trust/key.h"
 
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -10,7 +11,8 @@ namespace aps {
 
 // The invitations that are open: each lets one person have the key of one session, once and for ten minutes. They are
 // files in the folder of keys, "session-5.invitation", as private as the keys, so that one process may make one that
-// another process is asked for, and so that they outlive both. Safe from any thread and from several processes.
+// another process is asked for, and so that they outlive both. Safe from any thread; several processes may make them,
+// and one redeems them.
 class Invitations {
  public:
   static constexpr std::chrono::minutes kValid{10};
@@ -35,6 +37,7 @@ class Invitations {
   std::optional<std::string> codeOf(int session) const;
 
   const corvane::KeyFolder m_keys;
+  mutable std::mutex m_lock;  // held while one is redeemed
 };
 
 }  // namespace aps

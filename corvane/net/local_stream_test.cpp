@@ -28,7 +28,8 @@ std::string received(Stream& stream, std::size_t most = 100) {
 TEST(LocalStreamTest, WhatOneEndSendsTheOtherReceivesInOrderAndBothWays) {
   auto [one, other] = makeLocalStreams();
   EXPECT_EQ(received(*other), "nothing");
-  const std::array pieces = {pieceOf("hello, "), pieceOf("world")};
+  const std::string hello = "hello, ", world = "world";
+  const std::array pieces = {pieceOf(hello), pieceOf(world)};
   one->send(pieces);
   send(*other, "answer");
   EXPECT_EQ(received(*other, 8), "hello, w");
