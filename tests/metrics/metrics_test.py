@@ -68,7 +68,7 @@ def fetch(address, accept):
 
 def start_aps(folder, *options):
     """The server and the address of each of its lines "aps ... on ADDRESS"."""
-    child = start([BIN / "aps", "--listen", "127.0.0.1:0", "--client-wait", "0", "--log", folder / "aps.log", *options],
+    child = start([BIN / "aps", "--no-keys", "--listen", "127.0.0.1:0", "--client-wait", "0", "--log", folder / "aps.log", *options],
                   stdout=subprocess.PIPE, text=True)
     return child, child.stdout.readline().split()[-1]
 
