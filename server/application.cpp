@@ -30,6 +30,7 @@ void registerClasses(const std::shared_ptr<Application>& application) {
 }
 
 void registerHoldClasses(const std::shared_ptr<Application>& application) {
+  application->standIn = application->hold.get();
   registerAndOffer<HeldJobTaker>(protocol::kPrintClientClass, application);
   CS_ComponentServer::getServer()->registerClass(protocol::kPrintServerClass,
                                                  new corvane::ComponentClass<CS_Component>(protocol::kVersion));

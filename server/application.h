@@ -67,6 +67,7 @@ struct Application {
   // Set before the first peer is served.
   std::optional<Invitations> invitations;  // nothing where peers need no keys
   std::unique_ptr<JobHold> hold;           // null where no jobs are held
+  StandIn* standIn = nullptr;              // the same, for who serves the port monitor
   std::string publicAddress;  // where print clients of other machines come to; empty when that is not known
   std::chrono::milliseconds longestNoticeWait{5000};  // for one question of an administration tool
   const std::chrono::system_clock::time_point startedAt = std::chrono::system_clock::now();
@@ -74,7 +75,7 @@ struct Application {
  private:
   std::tuple<PortMonitorClient::Context, SessionHost::Context, ProgramMonitorServer::Context,
              AdministrationServer::Context, InvitationHost::Context, HeldJobTaker::Context>
-      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book, hold},
+      contexts{{*log, sessions, clientNews, jobs, shownJobs, launcher, book, standIn},
                {*log, sessions, clientNews, notices, book, hold},
                {*log, sessions, clientNews, notices, book},
                {*log, sessions, notices, invitations, publicAddress, longestNoticeWait, startedAt, book, printerCancel,
@@ -86,7 +87,7 @@ struct Application {
 // Registers the classes of this server's components and offers those that a peer may create. Once, before the first
 // peer is served; the components share the application.
 void registerClasses(const std::shared_ptr<Application>& application);
-// The same for those of an application that holds jobs, once it does.
+// The same for those of an application that holds jobs, once it does: the port monitor's jobs find it from then on.
 void registerHoldClasses(const std::shared_ptr<Application>& application);
 
 }  // namespace aps

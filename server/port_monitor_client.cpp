@@ -60,7 +60,7 @@ bool PortMonitorClient::hasGivenUp() {
 }
 
 bool PortMonitorClient::isToBeHeld(const SessionTable::Found& found) const {
-  return m_context->hold && m_context->hold->wants(found);
+  return m_context->standIn != nullptr && m_context->standIn->wants(found);
 }
 
 std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
@@ -172,14 +172,14 @@ std::string PortMonitorClient::attachToClient(const Attached& job, const Session
 std::string PortMonitorClient::attachToHold(const std::shared_ptr<Attached>& job, const SessionTable::Found& found,
                                             int process, CS_BridgeRouter& bridge,
                                             std::optional<CS_ClassVersionMap>& client) try {
-  JobHold::Target target = m_context->hold->prepare(job->number, found, job->printer, process);
+  const auto place = m_context->standIn->prepare(job->number, found, job->printer, process);
   m_context->watch.hold(job->number);
-  const std::string refusal = routeRefusal(bridge.routeTo(target.connection), found.session);
+  const std::string refusal = routeRefusal(bridge.routeTo(place->connection), found.session);
   if (!refusal.empty()) return refusal;
   // Nothing passes before this request is answered.
   job->heldBridge = bridge.continuedAs();
-  m_context->hold->expect(job->heldBridge, std::move(target.job));
-  client = std::move(target.versions);
+  place->expect(job->heldBridge);
+  client = std::move(place->versions);
   return "";
 } catch (const HoldRefusal& refusal) {
   return fmt::format("{}; {}", refusal.what(), refusal.remedy());
@@ -188,7 +188,7 @@ std::string PortMonitorClient::attachToHold(const std::shared_ptr<Attached>& job
 void PortMonitorClient::heldJobEnded(const Context& context, const Attached& job, const CS_BridgeRouter::Ending& ending,
                                      bool isCanceled) {
   const bool isAnswered = ending.answered == static_cast<int>(protocol::JobEnd::kNumber);
-  if (context.hold->ended(job.number, job.heldBridge, isAnswered)) return;
+  if (context.standIn->ended(job.number, job.heldBridge, isAnswered)) return;
   const std::string passed = fmt::format("{}: {} bytes passed on", job.words, ending.bytes);
   const std::string why = ending.reason.empty() ? "" : fmt::format(" ({})", programs::oneLine(ending.reason));
   if (isCanceled) {
@@ -210,7 +210,7 @@ void PortMonitorClient::jobEnded(const Context& context, const Attached& job, co
   const bool isShown = !isAnswered && ending.madeHere && context.shownJobs.take(foldedName(job.printer));
   const bool isCanceled = context.watch.ended(job.number, ending, isShown);
   if (job.isHeld && !isShown) return heldJobEnded(context, job, ending, isCanceled);
-  if (job.isHeld) context.hold->ended(job.number, job.heldBridge, false);
+  if (job.isHeld) context.standIn->ended(job.number, job.heldBridge, false);
   const std::string passed = fmt::format("{}: {} bytes passed on", job.words, ending.bytes);
   if (isAnswered) {
     context.log.line(fmt::format("job ended: {}; the print client has answered its end", passed));

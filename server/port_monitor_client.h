@@ -3,12 +3,12 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component.h"
 #include "server/client_news.h"
-#include "server/hold/job_hold.h"
 #include "server/job_watch.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"
 #include "server/session_table.h"
+#include "server/stand_in.h"
 
 #include <atomic>
 #include <cstdint>
@@ -37,7 +37,7 @@ class PortMonitorClient : public CS_Component {
     ShownJobs& shownJobs;
     Launcher& launcher;
     JobWatch& watch;
-    std::unique_ptr<JobHold>& hold;  // null where no jobs are held
+    StandIn*& standIn;  // null where jobs are not taken for clients that are away
   };
 
   explicit PortMonitorClient(std::shared_ptr<Context> context) : m_context(std::move(context)) {}

@@ -3,6 +3,7 @@
 #include "server/hold/held_file.h"
 #include "server/hold/private_file.h"
 #include "server/log.h"
+#include "server/stand_in.h"
 
 #include <chrono>
 #include <cstddef>
@@ -13,22 +14,11 @@
 #include <mutex>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace aps {
-
-// Why a job is not held, in words for a person: the cause, and what to do about it. Neither ends with a stop.
-class HoldRefusal : public std::runtime_error {
- public:
-  HoldRefusal(const std::string& cause, std::string remedy) : std::runtime_error(cause), m_remedy(std::move(remedy)) {}
-  const std::string& remedy() const { return m_remedy; }
-
- private:
-  std::string m_remedy;
-};
 
 // The held jobs, each a file in a folder of their own, in the order in which they began. A job is there when its file
 // has its final name; what a killed process has left unfinished is removed at the start, and a file that is damaged is

@@ -161,8 +161,21 @@ std::shared_ptr<JobHold::Line> JobHold::line() try {
                     "end some programs of the server, and print again");
 }
 
-JobHold::Target JobHold::prepare(int number, const SessionTable::Found& found, const std::wstring& printer,
-                                 int process) {
+class JobHold::HeldPlace : public StandIn::Place {
+ public:
+  HeldPlace(JobHold& hold, std::unique_ptr<HoldStore::Coming> job) : m_hold(hold), m_job(std::move(job)) {}
+  void expect(std::uint32_t bridge) override {
+    const std::lock_guard<std::mutex> guard(m_hold.m_lock);
+    m_hold.m_expected[bridge] = std::move(m_job);
+  }
+
+ private:
+  JobHold& m_hold;
+  std::unique_ptr<HoldStore::Coming> m_job;
+};
+
+std::unique_ptr<StandIn::Place> JobHold::prepare(int number, const SessionTable::Found& found,
+                                                 const std::wstring& printer, int process) {
   HeldJob job;
   job.id = newId();
   job.number = number;
@@ -171,16 +184,11 @@ JobHold::Target JobHold::prepare(int number, const SessionTable::Found& found, c
   job.printer = printer;
   job.process = process;
   job.began = programs::utcText(std::chrono::system_clock::now());
-  Target target;
-  target.connection = line()->toIt();
-  CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(target.versions);
-  target.job = m_store.begin(std::move(job));
-  return target;
-}
-
-void JobHold::expect(std::uint32_t bridge, std::unique_ptr<HoldStore::Coming> job) {
-  const std::lock_guard<std::mutex> guard(m_lock);
-  m_expected[bridge] = std::move(job);
+  const auto connection = line()->toIt();
+  auto place = std::make_unique<HeldPlace>(*this, m_store.begin(std::move(job)));
+  place->connection = connection;
+  CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(place->versions);
+  return place;
 }
 
 std::unique_ptr<HoldStore::Coming> JobHold::expected(const CS_Connection* connection, std::uint32_t bridge) {

@@ -9,6 +9,7 @@
 #include "server/log.h"
 #include "server/notice_list.h"
 #include "server/session_table.h"
+#include "server/stand_in.h"
 
 #include <atomic>
 #include <chrono>
@@ -35,7 +36,7 @@ namespace aps {
 // made with the first job. Jobs are delivered on at most kMostDeliveries threads, one for each session that has some,
 // which end when nothing is left to deliver. One more thread, the caretaker, tries again what is to be tried again, and
 // ends what has been held for too long. Safe from any thread; no lock is held while a client is waited for.
-class JobHold {
+class JobHold : public StandIn {
  public:
   struct Settings {
     std::filesystem::path folder;
@@ -56,29 +57,22 @@ class JobHold {
 
   // Throws std::runtime_error with the cause and what to do when jobs cannot be held there.
   JobHold(Settings settings, Context context);
-  ~JobHold() { endAll(); }
+  ~JobHold() override { endAll(); }
   JobHold(const JobHold&) = delete;
   JobHold& operator=(const JobHold&) = delete;
 
-  // Whether a job for that printer is to be held: its session is known with a key that is still the session's, and has
-  // no print client, or jobs that were held before.
-  bool wants(const SessionTable::Found& found) const;
-  // Where the bridge of a job is to lead that is to be held, and the classes there.
-  struct Target {
-    CS_RCPtr<CS_Connection> connection;
-    CS_ClassVersionMap versions;
-    std::unique_ptr<HoldStore::Coming> job;
-  };
-  // The job has that number in the records. Throws HoldRefusal.
-  Target prepare(int number, const SessionTable::Found& found, const std::wstring& printer, int process);
-  // The job comes over the bridge that has that identifier there.
-  void expect(std::uint32_t bridge, std::unique_ptr<HoldStore::Coming> job);
-  // The same job, once, for the component that takes it; null when none is expected there.
+  // The session of the printer is known with a key that is still the session's, and has no print client, or jobs that
+  // were held before.
+  bool wants(const SessionTable::Found& found) const override;
+  std::unique_ptr<Place> prepare(int number, const SessionTable::Found& found, const std::wstring& printer,
+                                 int process) override;
+  bool ended(int number, std::uint32_t bridge, bool isAnswered) override;
+
+  // The job that comes over the bridge of that identifier, once, for the component that takes it; null when none is
+  // expected there.
   std::unique_ptr<HoldStore::Coming> expected(const CS_Connection* connection, std::uint32_t bridge);
   // It was not held, in the middle of it.
   void refused(const HeldJob& job, const HoldRefusal& refusal);
-  // Its bridge has ended, and who brought it has its answer, or not. True when it is held.
-  bool ended(int number, std::uint32_t bridge, bool isAnswered);
 
   // The numbers of the jobs that are held now.
   std::set<int> held() const;
@@ -96,6 +90,8 @@ class JobHold {
 
   // The connection within this process over which jobs come to be held.
   class Line;
+  // Of a job that is about to come.
+  class HeldPlace;
   // A thread that delivers.
   struct Worker {
     std::thread thread;

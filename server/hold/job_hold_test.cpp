@@ -157,9 +157,9 @@ TEST_F(JobHoldTest, AJobThatNobodyComesForInTimeIsGivenUpAndItsRecordSaysSo) {
 TEST_F(JobHoldTest, AComponentThatNobodyExpectsGetsNoJob) {
   open();
   EXPECT_EQ(m_hold->expected(nullptr, 1), nullptr);
-  JobHold::Target target = m_hold->prepare(1, away(), L"Laser (session 5)", 77);
-  m_hold->expect(3, std::move(target.job));
-  EXPECT_EQ(m_hold->expected(target.connection.get(), 3), nullptr) << "the wrong end";
+  const auto place = m_hold->prepare(1, away(), L"Laser (session 5)", 77);
+  place->expect(3);
+  EXPECT_EQ(m_hold->expected(place->connection.get(), 3), nullptr) << "the wrong end";
   EXPECT_FALSE(m_hold->ended(1, 3, false));
 }
 
