@@ -1,14 +1,11 @@
 #include "admin/base/service.h"
 
 #include "admin/base/failure.h"
+#include "tests/support/admin/service_manager.h"
 #include "tests/support/import_seam.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-MG_IMPORT_SEAM(L"advapi32.dll", ChangeServiceConfig2W, FALSE)
-MG_IMPORT_SEAM(L"advapi32.dll", CreateServiceW, nullptr)
-MG_IMPORT_SEAM(L"advapi32.dll", OpenSCManagerW, nullptr)
 
 namespace admin {
 namespace {
@@ -62,7 +59,7 @@ TEST_F(ServiceTest, IsMadeWithItsAccountAndIsNotThereAfterItIsDeleted) {
 // What Wine does not keep is looked at on its way to Windows.
 TEST_F(ServiceTest, IsStartedAgainAfterAFailureOfAnyKindAndHasOnlyItsPrivileges) {
   std::vector<std::string> told;
-  ChangeServiceConfig2WSeam.replacement = [&](SC_HANDLE, DWORD level, LPVOID setting) -> WINBOOL {
+  takeServiceSettings([&](DWORD level, void* setting) -> WINBOOL {
     switch (level) {
       case SERVICE_CONFIG_FAILURE_ACTIONS: {
         const auto& recovery = *static_cast<SERVICE_FAILURE_ACTIONSW*>(setting);
@@ -92,14 +89,14 @@ TEST_F(ServiceTest, IsStartedAgainAfterAFailureOfAnyKindAndHasOnlyItsPrivileges)
     }
     SetLastError(ERROR_INVALID_LEVEL);
     return level == SERVICE_CONFIG_FAILURE_ACTIONS;
-  };
+  });
   makeService(settings());
   EXPECT_THAT(told, ElementsAre("again after 5000", "again after 5000", "again after 60000", "by itself",
                                 "identifier 1", "SeChangeNotifyPrivilege", "SeTcbPrivilege"));
 }
 
 TEST_F(ServiceTest, ThatCannotBeConfiguredIsNotLeftBehind) {
-  ChangeServiceConfig2WSeam.fail(2, FALSE, ERROR_ACCESS_DENIED);
+  refuseServiceSetting(2);
   try {
     makeService(settings());
     FAIL();
@@ -111,7 +108,7 @@ TEST_F(ServiceTest, ThatCannotBeConfiguredIsNotLeftBehind) {
 }
 
 TEST_F(ServiceTest, WithoutRightsIsNotMadeAndThatIsSaidWithWhatToDo) {
-  OpenSCManagerWSeam.fail(1, nullptr, ERROR_ACCESS_DENIED);
+  refuseServiceManager();
   try {
     makeService(settings());
     FAIL();
@@ -119,7 +116,7 @@ TEST_F(ServiceTest, WithoutRightsIsNotMadeAndThatIsSaidWithWhatToDo) {
     EXPECT_EQ(failure.code(), ExitCode::kAccessDenied);
     EXPECT_EQ(failure.remedy(), "Run mgprintmon as administrator, from an elevated command prompt.");
   }
-  CreateServiceWSeam.fail(1, nullptr, ERROR_ACCESS_DENIED);
+  refuseNewService();
   EXPECT_THROW(makeService(settings()), SystemFailure);
   EXPECT_FALSE(serviceFacts(kName));
 }

@@ -48,7 +48,7 @@ std::vector<std::string> performAll(const InstallSteps& steps) {
     undoAll(performed);
     throw;
   }
-  for (InstallStep* step : performed)
+  for (const auto& step : steps)
     step->commit();
   return names;
 }
@@ -184,7 +184,8 @@ void FileStep::undo() {
 
 void FileStep::commit() {
   // The installation is complete without this; an old file that is still open is removed by the next installation.
-  if (m_replaced) DeleteFileW((m_to + L".old").c_str());
+  for (const wchar_t* suffix : {L".old", L".new"})
+    DeleteFileW((m_to + suffix).c_str());
 }
 
 std::string DriverStep::name() const {

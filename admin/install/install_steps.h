@@ -24,7 +24,8 @@ class InstallStep {
   virtual void perform() = 0;
   // After perform() only. Throws a Failure when the earlier state cannot be restored.
   virtual void undo() = 0;
-  // The installation is complete: removes what only undo() would have needed.
+  // The installation is complete: removes what only undo() would have needed, also that of an earlier one that was
+  // killed. Of every step, whether it was performed or done already.
   virtual void commit() {}
 };
 

@@ -202,6 +202,7 @@ InstallResult install(const Places& places, const InstallRequest& request) {
   requireFile(request.from, kConverterFile);
   if (!request.force) refuseOlder(request.from + L"\\" + kModuleFile, places.module());
   InstallationRecord record(places.recordKey());
+  if (!record.exists()) removeKeysWithoutRecord(places);
   const Choice choice(places, request, record);
   for (const wchar_t* program : {kServerFile, kToolFile}) {
     if (choice.services) requireFile(request.from, program);

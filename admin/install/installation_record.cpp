@@ -66,4 +66,10 @@ void InstallationRecord::writeList(const List& list) const {
   }
 }
 
+void removeKeysWithoutRecord(const Places& places) {
+  for (const std::wstring& key : {places.recordKey(), places.productKey(), places.vendorKey}) {
+    if (keyExists(key) && isKeyEmpty(key)) deleteKey(key);
+  }
+}
+
 }  // namespace admin

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "admin/base/places.h"
+
 #include <string>
 #include <vector>
 
@@ -7,7 +9,7 @@ namespace admin {
 
 // What an installation has made on this machine, kept in its own registry key, so that uninstalling removes exactly
 // that and nothing that existed before. Each entry is written before its object is made, so an interrupted installation
-// leaves nothing unrecorded. Belongs to one thread.
+// leaves nothing unrecorded but the empty keys that the record is about to stand in. Belongs to one thread.
 class InstallationRecord {
  public:
   // The kinds of entries, one registry value each.
@@ -42,5 +44,9 @@ class InstallationRecord {
   std::wstring m_key;
   std::vector<List> m_lists;
 };
+
+// Removes the empty keys that an installation leaves that was killed before its record was there, and a removal after
+// it was gone. Where there is no record.
+void removeKeysWithoutRecord(const Places& places);
 
 }  // namespace admin

@@ -272,5 +272,130 @@ TEST_F(InstallationSweepTest, WhateverCallFailsOverAnOlderInstallationThatOneSta
   });
 }
 
+TEST_F(InstallationSweepTest, WhateverCallFailsWithServicesAndAKeyTheMachineStaysClean) {
+  wantServices();
+  sweep([] {});
+}
+
+TEST_F(InstallationSweepTest, WhateverCallFailsOverAnOlderVersionItsServicesRunOn) {
+  wantServices();
+  sweep([this] {
+    offer("3.9.0.0");
+    offerPrograms("of 3.9");
+    install(places, request);
+    offer("4.0.1.0");
+    offerPrograms("of 4.0.1");
+  });
+}
+
+// A call that fails with all behind it is what a killed program leaves: nothing is undone any more.
+class KilledInstallationTest : public InstallationSweepTest {
+ protected:
+  // Kills an installation at its first, second, third ... call, and does what is to put that right.
+  void killEach(const std::function<void()>& prepare, const std::function<void(int call)>& repair) {
+    int kills = 0;
+    for (int nth = 1;; ++nth, ++kills) {
+      prepare();
+      seams.failFrom(nth);
+      try {
+        install(places, request);
+      } catch (const Failure&) {
+      }
+      const bool wasKilled = seams.hasFailed();
+      seams.failNth(0);
+      if (HasFatalFailure() || !wasKilled) break;
+      repair(nth);
+      if (HasFatalFailure()) break;
+    }
+    EXPECT_GT(kills, 100);
+  }
+  // The key is a new one each time.
+  std::set<std::string> listingWithoutKey() const {
+    auto lines = listing();
+    EXPECT_EQ(std::erase_if(lines, [](const std::string& line) { return line.find("monitor.key ") != line.npos; }), 1u);
+    return lines;
+  }
+};
+
+TEST_F(KilledInstallationTest, IsCompletedByTheNextOneAndRemovingThatLeavesNothing) {
+  wantServices();
+  const auto clean = listing();
+  install(places, request);
+  const auto complete = listingWithoutKey();
+  uninstall(places, false);
+  ASSERT_EQ(difference(clean, listing()), "");
+  killEach([] {},
+           [&](int call) {
+             install(places, request);
+             ASSERT_EQ(difference(complete, listingWithoutKey()), "") << "killed at call " << call;
+             uninstall(places, false);
+             ASSERT_EQ(difference(clean, listing()), "") << "killed at call " << call;
+           });
+}
+
+TEST_F(KilledInstallationTest, CanBeRemovedAsItIs) {
+  wantServices();
+  const auto clean = listing();
+  killEach([this] { uninstall(places, true); },
+           [&](int call) {
+             uninstall(places, false);
+             ASSERT_EQ(difference(clean, listing()), "") << "killed at call " << call;
+           });
+}
+
+TEST_F(KilledInstallationTest, OverAnOlderVersionIsCompletedByTheNextOneAndTheServicesRun) {
+  wantServices();
+  offerPrograms("of 4.0.1");
+  const auto clean = listing();
+  install(places, request);
+  const auto complete = listingWithoutKey();
+  killEach(
+      [this] {
+        uninstall(places, false);
+        offer("3.9.0.0");
+        offerPrograms("of 3.9");
+        install(places, request);
+        offer("4.0.1.0");
+        offerPrograms("of 4.0.1");
+      },
+      [&](int call) {
+        install(places, request);
+        ASSERT_EQ(difference(complete, listingWithoutKey()), "") << "killed at call " << call;
+      });
+  uninstall(places, false);
+  EXPECT_EQ(difference(clean, listing()), "");
+}
+
+class InstallationOfServicesTest : public InstallationTest {
+ protected:
+  InstallationOfServicesTest() { wantServices(); }
+};
+
+TEST_F(InstallationOfServicesTest, WithoutRightsForServicesNothingIsChanged) {
+  const auto before = listing();
+  refuseNewService();
+  const Failure failure = failureOf(places, request);
+  EXPECT_EQ(failure.code(), ExitCode::kAccessDenied);
+  EXPECT_THAT(failure.what(), HasSubstr("the service \"aps\" cannot be made: "));
+  EXPECT_THAT(failure.what(), EndsWith("(5). Nothing was changed."));
+  EXPECT_EQ(failure.remedy(), "Run mgprintmon as administrator, from an elevated command prompt.");
+  EXPECT_EQ(difference(before, listing()), "");
+}
+
+TEST_F(InstallationOfServicesTest, AFullDiskLeavesTheOlderOnesRunning) {
+  offer("3.9.0.0");
+  offerPrograms("of 3.9");
+  install(places, request);
+  offer("4.0.1.0");
+  offerPrograms("of 4.0.1");
+  const auto before = listing();
+  EXPECT_THAT(services.services[L"aps"].state, SERVICE_RUNNING);
+  fillDisk();
+  const Failure failure = failureOf(places, request);
+  EXPECT_THAT(failure.what(), HasSubstr("aps.exe.new\" cannot be written: "));
+  EXPECT_EQ(failure.remedy(), "The disk is full: make room on it and do this again.");
+  EXPECT_EQ(difference(before, listing()), "");
+}
+
 }  // namespace
 }  // namespace admin

@@ -27,7 +27,7 @@ class Removal {
     const bool registered = isMonitorRegistered();
     if (!m_record.exists()) {
       if (!registered && !fileExists(m_places.module())) {
-        removeEmptyKeys();
+        removeKeysWithoutRecord(m_places);
         return {};
       }
       assumeRecord();
@@ -158,13 +158,6 @@ class Removal {
       if (key == ours || key.starts_with(ours + L"\\")) return true;
     }
     return false;
-  }
-
-  // Removes the keys that an interrupted removal leaves after it has deleted the record.
-  void removeEmptyKeys() {
-    for (const std::wstring& key : {m_places.productKey(), m_places.vendorKey}) {
-      if (keyExists(key) && isKeyEmpty(key)) deleteKey(key);
-    }
   }
 
   // The record is in one of the first keys that were made, so it is one of the last to be removed; together with the

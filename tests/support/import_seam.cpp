@@ -38,6 +38,7 @@ struct State {
   DWORD failingThread = 0;
   DWORD error = 0;
   bool failed = false;
+  bool failsOn = false;  // all calls behind the chosen one
 };
 
 // Never destroyed: a call may come when the process is on its way out.
@@ -56,7 +57,9 @@ Seam::Seam() {
 bool Seam::enter(const char* function) {
   const std::lock_guard guard(state().lock);
   if (state().callCount < state().calls.size()) state().calls[state().callCount++] = function;
-  if (state().failIn == 0 || state().failingThread != GetCurrentThreadId()) return false;
+  if (state().failingThread != GetCurrentThreadId()) return false;
+  if (state().failed && state().failsOn) return true;
+  if (state().failIn == 0) return false;
   if (--state().failIn != 0) return false;
   state().failed = true;
   return true;
@@ -95,6 +98,7 @@ ImportSeams::~ImportSeams() {
   for (import_seam::Seam* seam : import_seam::state().seams)
     seam->restore();
   import_seam::state().failIn = 0;
+  import_seam::state().failed = import_seam::state().failsOn = false;
 }
 
 std::vector<std::string> ImportSeams::calls() const {
@@ -104,7 +108,14 @@ std::vector<std::string> ImportSeams::calls() const {
 }
 
 void ImportSeams::failNth(int nth, DWORD error) {
+  failFrom(nth, error);
   const std::lock_guard guard(import_seam::state().lock);
+  import_seam::state().failsOn = false;
+}
+
+void ImportSeams::failFrom(int nth, DWORD error) {
+  const std::lock_guard guard(import_seam::state().lock);
+  import_seam::state().failsOn = true;
   import_seam::state().failIn = nth;
   import_seam::state().failingThread = GetCurrentThreadId();
   import_seam::state().error = error;

@@ -135,7 +135,9 @@ class ImportSeams {
   // Lets the nth call of any seam that the calling thread makes from now on fail: with the error itself where the
   // function returns a status, otherwise with that seam's own failure and the error as last error. 0 fails none.
   void failNth(int nth, DWORD error = ERROR_ACCESS_DENIED);
-  // Whether the call chosen by failNth has come.
+  // The same for the nth call and all of that thread's behind it, as though its process had been killed there.
+  void failFrom(int nth, DWORD error = ERROR_ACCESS_DENIED);
+  // Whether the call chosen by either has come.
   bool hasFailed() const;
 };
 

@@ -2,6 +2,7 @@
 
 #include "admin/base/registry_value.h"
 #include "corvane/base/text.h"
+#include "tests/support/admin/access_lists.h"
 #include "util/win_handle.h"
 
 #include <winspool.h>
@@ -12,13 +13,13 @@ MG_IMPORT_SEAM(L"advapi32.dll", RegDeleteValueW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegOpenKeyExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegQueryValueExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegSetValueExW, ERROR_ACCESS_DENIED)
-MG_IMPORT_SEAM(L"kernel32.dll", CreateDirectoryW, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", CreateFileW, INVALID_HANDLE_VALUE)
 MG_IMPORT_SEAM(L"kernel32.dll", DeleteFileW, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", FlushFileBuffers, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", GetFileAttributesW, INVALID_FILE_ATTRIBUTES)
 MG_IMPORT_SEAM(L"kernel32.dll", MoveFileExW, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", ReadFile, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", RemoveDirectoryW, FALSE)
 MG_IMPORT_SEAM(L"kernel32.dll", WriteFile, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", AddMonitorW, FALSE)
 MG_PLAIN_SEAM(L"winspool.drv", DeleteMonitorW, FALSE)
@@ -87,6 +88,16 @@ void InstallationTest::offer(const std::string& version) {
                              std::filesystem::copy_options::overwrite_existing);
 }
 
+void InstallationTest::offerPrograms(const std::string& content) {
+  for (const wchar_t* program : {kServerFile, kToolFile})
+    TemporaryFolder::write(folder.file(std::wstring(L"setup\\") + program), content);
+}
+
+void InstallationTest::wantServices() {
+  offerPrograms("a program");
+  request.services = request.keys = true;
+}
+
 void InstallationTest::replaceSpooler() {
   EnumMonitorsWSeam.replacement = [this](LPWSTR, DWORD, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD count) {
     *needed = static_cast<DWORD>(monitors.size() * sizeof(MONITOR_INFO_2W));
@@ -146,7 +157,7 @@ void InstallationTest::refuseMonitor(DWORD error) {
 }
 
 void InstallationTest::denyFolders() {
-  CreateDirectoryWSeam.fail(1, FALSE, ERROR_ACCESS_DENIED);
+  refuseFolder();
 }
 
 std::set<std::string> InstallationTest::listing() const {
@@ -163,6 +174,7 @@ std::set<std::string> InstallationTest::listing() const {
     lines.insert("monitor " + corvane::toUtf8(monitor));
   for (const PrinterDriver& driver : drivers.installed)
     lines.insert("driver " + corvane::toUtf8(driver.name));
+  lines.merge(services.listing());
   return lines;
 }
 

@@ -2,6 +2,7 @@
 
 #include "admin/install/installation.h"
 #include "tests/support/admin/driver_spooler.h"
+#include "tests/support/admin/service_manager.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/temporary_folder.h"
 
@@ -13,7 +14,8 @@
 namespace admin {
 
 // A machine for tests of installing: its system folder and program folder stand in a temporary folder, its keys below
-// one of the test's own, and its spooler is a set of names. Both kinds of module are there in several versions.
+// one of the test's own, its spooler is a set of names, and its service manager a map. Modules are there in several
+// versions.
 class InstallationTest : public testing::Test {
  protected:
   InstallationTest();
@@ -23,8 +25,12 @@ class InstallationTest : public testing::Test {
   static std::wstring moduleOfVersion(const std::string& version);
   // Puts that module into the folder to install from.
   void offer(const std::string& version);
+  // Puts programs of the services into that folder, with that in them.
+  void offerPrograms(const std::string& content);
+  // From now on the request is for services and a key.
+  void wantServices();
   // Everything that the machine holds, as lines: folders, files with their content, keys, values, monitors, printer
-  // drivers.
+  // drivers, services.
   std::set<std::string> listing() const;
   // The lines that are in one listing only, for a test's message.
   static std::string difference(const std::set<std::string>& before, const std::set<std::string>& after);
@@ -39,6 +45,7 @@ class InstallationTest : public testing::Test {
 
   ImportSeams seams;
   DriverSpooler drivers;
+  OwnServiceManager services;
   TemporaryFolder folder;
   Places places;
   InstallRequest request;
