@@ -3,9 +3,12 @@
 #include "util/mutex.h"
 
 #include <cstddef>
+#include <functional>
 #include <iterator>
 #include <list>
 #include <stdexcept>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -15,16 +18,23 @@
 // Every operation holds the table lock for its whole length. None lets an exception out; what goes wrong inside shows
 // as false, and leaves the map as it was. The one exception to that is setBucketCount with an absurd request.
 //
-// The hash of a key is its length, which is enough for the small tables of port and printer names that this is for.
-// All entries stand in one list, bucket after bucket, and within a bucket in the order in which they were inserted.
-// Key needs length(), == and a copy; Value is a pointer.
+// The hash of a key is its length, which is enough for small tables of port and printer names. All entries stand in one
+// list, bucket after bucket, and within a bucket in the order in which they were inserted. Names of one length share a
+// bucket; once a table has grown with more than kMostWalked entries, an index of their contents finds one without a
+// walk. It decides nothing that shows, and where there is no memory for it a bucket is walked.
+//
+// Key needs length(), == and a copy; for the index narrow() as well, which is the same for keys that are equal. Value
+// is a pointer.
 template <typename Key, typename Value>
 class TObjectMap {
   using Entries = std::list<std::pair<const Key, Value>>;
   using Position = typename Entries::iterator;
+  using Index = std::unordered_multimap<std::size_t, Position>;
+  static constexpr bool kCanBeIndexed = requires(const Key& key) { key.narrow(); };
 
  public:
   static constexpr std::size_t kMinBuckets = 8;
+  static constexpr std::size_t kMostWalked = 100;  // entries
 
   // bucketRequest as in setBucketCount. Throws std::bad_alloc when there is no memory for the empty table.
   explicit TObjectMap(std::size_t bucketRequest = kMinBuckets) : m_starts(kMinBuckets + 1, m_entries.end()) {
@@ -68,6 +78,7 @@ class TObjectMap {
       made.emplace_back(key, value);
       const std::size_t wanted = bucketsFor(m_entries.size() + 1);
       if (wanted == bucketCountLocked()) {
+        if (m_isIndexed) addToIndex(made.begin());
         link(made, bucket);
       } else {
         std::vector<Position> starts = makeStarts(wanted);
@@ -100,6 +111,7 @@ class TObjectMap {
       const std::size_t bucket = bucketOf(key);
       const Position hit = locate(key, bucket);
       if (hit == m_entries.end()) return false;
+      if (m_isIndexed) m_index.erase(locateInIndex(key));
       if (value != nullptr) *value = hit->second;
       const Position next = std::next(hit);
       moveStarts(bucket, hit, next);
@@ -123,6 +135,7 @@ class TObjectMap {
   // Forgets every entry and goes back to 8 buckets.
   void clear() {
     const Synchronized guard(m_lock);
+    dropIndex();
     m_entries.clear();
     // Never more positions than the vector already has room for, so this needs no memory.
     m_starts.assign(kMinBuckets + 1, m_entries.end());
@@ -159,10 +172,45 @@ class TObjectMap {
 
   // The first entry of the bucket with an equal key, or end().
   Position locate(const Key& key, std::size_t bucket) {
+    if (m_isIndexed) {
+      const auto indexed = locateInIndex(key);
+      return indexed == m_index.end() ? m_entries.end() : indexed->second;
+    }
     for (Position at = m_starts[bucket]; at != m_starts[bucket + 1]; ++at) {
       if (at->first == key) return at;
     }
     return m_entries.end();
+  }
+
+  static std::size_t contentOf(const Key& key) {
+    if constexpr (kCanBeIndexed) return std::hash<std::string_view>()(key.narrow());
+    return 0;
+  }
+
+  // The index's entry of an equal key, or its end().
+  typename Index::iterator locateInIndex(const Key& key) {
+    const auto [first, last] = m_index.equal_range(contentOf(key));
+    for (auto at = first; at != last; ++at) {
+      if (at->second->first == key) return at;
+    }
+    return m_index.end();
+  }
+
+  // Without memory for it there is no index until the table grows again.
+  void addToIndex(Position entry) noexcept try { m_index.emplace(contentOf(entry->first), entry); } catch (...) {
+    dropIndex();
+  }
+
+  void dropIndex() noexcept {
+    m_index.clear();
+    m_isIndexed = false;
+  }
+
+  void makeIndex() noexcept {
+    dropIndex();
+    m_isIndexed = kCanBeIndexed && m_entries.size() > kMostWalked;
+    for (Position at = m_entries.begin(); m_isIndexed && at != m_entries.end(); ++at)
+      addToIndex(at);
   }
 
   // Lets every bucket up to and including bucket that starts at from start at to instead. Only empty buckets in front
@@ -191,10 +239,13 @@ class TObjectMap {
       const std::size_t bucket = bucketOf(one.front().first);
       link(one, bucket);
     }
+    makeIndex();
   }
 
   Entries m_entries;
   // The position of each bucket's first entry; a bucket ends where the next one starts. The last position is end().
   std::vector<Position> m_starts;
+  bool m_isIndexed = false;
+  Index m_index;  // when it is: every entry once, by its content
   mutable Mutex m_lock;
 };

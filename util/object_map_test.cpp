@@ -1,5 +1,6 @@
 #include "util/object_map.h"
 
+#include "tests/support/failing_new.h"
 #include "util/utl_string.h"
 
 #include <gtest/gtest.h>
@@ -239,6 +240,74 @@ TEST(ObjectMap, KeepsItsBucketsRightWhenEntriesLeaveFromTheFrontMiddleAndEnd) {
   EXPECT_EQ(keysOf(map), (std::vector<std::wstring>{L"e", L"yy", L"dddd"}));
   for (const wchar_t* name : {L"e", L"yy", L"dddd"})
     EXPECT_TRUE(map.find(UTL_String(name)));
+}
+
+// Some hundreds of names in one bucket, and what is left of them after every second one has gone and some came back.
+TEST(ObjectMap, FindsEachOfManyNamesOfOneLengthWhateverHasGoneAndComeBack) {
+  std::vector<int> values(900);
+  const auto name = [](std::size_t i) { return UTL_String((L"CPP" + std::to_wstring(100 + i)).c_str()); };
+  Map map(20);
+  for (std::size_t i = 0; i < values.size(); ++i)
+    ASSERT_TRUE(map.insert(name(i), &values[i]));
+  int* out = nullptr;
+  for (std::size_t i = 0; i < values.size(); i += 2) {
+    ASSERT_TRUE(map.remove(name(i), &out));
+    ASSERT_EQ(out, &values[i]);
+    ASSERT_FALSE(map.remove(name(i), &out));
+  }
+  for (std::size_t i = 0; i < values.size(); i += 4)
+    ASSERT_TRUE(map.insert(name(i), &values[i]));
+  EXPECT_EQ(map.count(), 675U);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    out = nullptr;
+    ASSERT_EQ(map.find(name(i), &out), i % 4 != 2) << i;
+    ASSERT_EQ(out, i % 4 != 2 ? &values[i] : nullptr);
+  }
+  EXPECT_EQ(keysOf(map).front(), L"CPP101") << "the first one that has stayed";
+  EXPECT_EQ(keysOf(map).back(), L"CPP996") << "the last one that came back";
+}
+
+// Through the growth at the 129th entry of a table of 32 buckets, with which it gets an index.
+TEST(ObjectMap, WhicheverAllocationFailsWhatWentInIsFoundAndWhatDidNotIsNot) {
+  const auto name = [](std::size_t i) { return UTL_String((L"CPP" + std::to_wstring(100 + i)).c_str()); };
+  int value = 0, refused = 0;
+  for (int nth = 1;; ++nth) {
+    Map map(20);
+    for (std::size_t i = 0; i < 125; ++i)
+      ASSERT_TRUE(map.insert(name(i), &value));
+    std::vector<UTL_String> names;
+    for (std::size_t i = 125; i < 135; ++i)
+      names.push_back(name(i));
+    std::vector<bool> isIn;
+    isIn.reserve(names.size());
+    bool hasFailed = false;
+    {
+      const FailingNew failing(nth);
+      for (const UTL_String& each : names)
+        isIn.push_back(map.insert(each, &value));
+      hasFailed = failing.hasFailed();
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      ASSERT_EQ(map.find(names[i]), isIn[i]) << "name " << i << ", allocation " << nth;
+      refused += isIn[i] ? 0 : 1;
+    }
+    for (std::size_t i = 0; i < 125; ++i)
+      ASSERT_TRUE(map.find(name(i))) << "allocation " << nth;
+    if (!hasFailed) break;
+  }
+  EXPECT_GT(refused, 10);
+}
+
+// Both are a question mark to the code page, and of one length.
+TEST(ObjectMap, TakesTextsThatTheCodePageCannotTellApartAsOneKey) {
+  int one = 1, two = 2;
+  Map map;
+  EXPECT_TRUE(map.insert(UTL_String(L"\xD800"), &one));
+  EXPECT_TRUE(map.insert(UTL_String(L"\xD801"), &two));
+  EXPECT_EQ(map.count(), 1U);
+  int* out = nullptr;
+  EXPECT_TRUE(map.find(UTL_String(L"\xD800"), &out));
+  EXPECT_EQ(out, &two);
 }
 
 TEST(ObjectMap, TurnsAFailureInsideAnOperationIntoFalseAndStaysUnlocked) {
