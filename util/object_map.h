@@ -197,8 +197,12 @@ class TObjectMap {
   }
 
   // Without memory for it there is no index until the table grows again.
-  void addToIndex(Position entry) noexcept try { m_index.emplace(contentOf(entry->first), entry); } catch (...) {
-    dropIndex();
+  void addToIndex(Position entry) noexcept {
+    try {
+      m_index.emplace(contentOf(entry->first), entry);
+    } catch (...) {
+      dropIndex();
+    }
   }
 
   void dropIndex() noexcept {
