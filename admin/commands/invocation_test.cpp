@@ -20,6 +20,13 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   }
 }
 
+TEST(CommandLine, SaysTheNameAndTheVersion) {
+  const auto parsed = parseCommandLine({"--version"});
+  EXPECT_EQ(parsed->code, ExitCode::kDone);
+  EXPECT_FALSE(parsed->invocation.run);
+  EXPECT_EQ(parsed->message, "mgprintmon 4.0.1.0\n");
+}
+
 TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
   EXPECT_EQ(static_cast<int>(ExitCode::kDone), 0);
   EXPECT_EQ(static_cast<int>(ExitCode::kFailed), 1);
@@ -33,11 +40,11 @@ TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
 
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
-      {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},
-      {"ports", "delete"}, {"session", "list"}, {"session", "up"},   {"session", "down"},
-      {"status"},          {"print"},           {"printers"},        {"visible"},
-      {"doctor"},          {"watch"},           {"invite"},          {"jobs"},
-      {"cancel"},          {"drivers"},         {"drivers", "list"}, {"drivers", "map"},
+      {"install"},          {"uninstall"},       {"ports", "list"},   {"ports", "add"},
+      {"ports", "delete"},  {"session", "list"}, {"session", "up"},   {"session", "down"},
+      {"status"},           {"print"},           {"printers"},        {"visible"},
+      {"doctor"},           {"watch"},           {"invite"},          {"jobs"},
+      {"cancel"},           {"drivers"},         {"drivers", "list"}, {"drivers", "map"},
       {"drivers", "unmap"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
