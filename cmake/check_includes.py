@@ -50,7 +50,7 @@ ROOMS = {
         "spooler": {"base"},
         "install": {"base", "spooler"},
         "sessions": {"base", "spooler"},
-        "doctor": {"base", "spooler", "sessions"},
+        "doctor": {"base", "spooler", "install", "sessions"},
         "commands": {"base", "spooler", "install", "sessions", "doctor"},
     },
 }

@@ -65,6 +65,7 @@ TEST(CommandLine, ThatIsWrongEndsWithTwoAndSaysWhy) {
                                                        {"install", "--driver-package", "driver.inf"},
                                                        {"drivers", "map", "HP*"},
                                                        {"drivers", "unmap"},
+                                                       {"doctor", "--yes"},
                                                        {"print", "Laser"}};
   for (const std::vector<std::string>& words : wrong) {
     const auto parsed = parseCommandLine(words);
