@@ -51,7 +51,8 @@ ROOMS = {
         "install": {"base", "spooler"},
         "sessions": {"base", "spooler"},
         "doctor": {"base", "spooler", "install", "sessions"},
-        "commands": {"base", "spooler", "install", "sessions", "doctor"},
+        "support": {"base", "spooler", "sessions", "doctor"},
+        "commands": {"base", "spooler", "install", "sessions", "doctor", "support"},
     },
 }
 MAY_ASK_FOR_WINE = ("converter/", "admin/spooler/")  # which Ghostscript there is; what its spooler does not do

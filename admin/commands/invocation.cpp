@@ -46,7 +46,7 @@ std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arg
   app.footer(kExitCodes);
   for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
                          addPrintCommand, addPrintersCommand, addVisibleCommand, addDriversCommand, addDoctorCommand,
-                         addWatchCommand, addInviteCommand, addJobsCommand, addCancelCommand})
+                         addWatchCommand, addInviteCommand, addJobsCommand, addCancelCommand, addSupportCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -15,7 +15,7 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   EXPECT_FALSE(parsed->invocation.run);
   for (const char* word :
        {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible", "doctor", "watch",
-        "invite", "drivers", "jobs", "cancel", "0 done", "7 outcome of a job unknown"}) {
+        "invite", "drivers", "jobs", "cancel", "support", "0 done", "7 outcome of a job unknown"}) {
     EXPECT_THAT(parsed->message, HasSubstr(word));
   }
 }
@@ -45,7 +45,7 @@ TEST(CommandLine, EveryCommandHasExamplesAndJson) {
       {"status"},           {"print"},           {"printers"},        {"visible"},
       {"doctor"},           {"watch"},           {"invite"},          {"jobs"},
       {"cancel"},           {"drivers"},         {"drivers", "list"}, {"drivers", "map"},
-      {"drivers", "unmap"}};
+      {"drivers", "unmap"}, {"support"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);
