@@ -2,7 +2,7 @@
 
 #include "admin/base/failure.h"
 #include "corvane/base/text.h"
-#include "tests/support/import_seam.h"
+#include "tests/support/admin/installation_fixture.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gtest/gtest.h>
@@ -65,6 +65,22 @@ TEST_F(ZipFileTest, WithoutItsFolderThereIsNoneAndThatIsSaid) {
   const std::string failure = failureOf([this] { ZipFile archive(folder.file(L"no\\a.zip")); });
   EXPECT_NE(failure.find("a.zip\" cannot be made: "), std::string::npos) << failure;
   EXPECT_NE(failure.find(" / Make its folder, or name a file in another one."), std::string::npos) << failure;
+}
+
+using FullDiskTest = InstallationTest;
+
+TEST_F(FullDiskTest, TakesNoArchiveAndKeepsNoPartOfOne) {
+  const std::wstring path = folder.file(L"a.zip");
+  fillDisk();
+  try {
+    ZipFile archive(path);
+    archive.add("a.txt", "some text");
+    ADD_FAILURE() << "it is written";
+  } catch (const SystemFailure& failure) {
+    EXPECT_EQ(failure.error(), static_cast<DWORD>(ERROR_DISK_FULL));
+    EXPECT_EQ(failure.remedy(), "The disk is full: make room on it and do this again.");
+  }
+  EXPECT_FALSE(TemporaryFolder::exists(path));
 }
 
 }  // namespace

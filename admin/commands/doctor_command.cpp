@@ -16,7 +16,6 @@
 #include "programs/text.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <fmt/format.h>
 #include <fmt/xchar.h>
 #include <iostream>
@@ -49,27 +48,25 @@ void requirePrinters(const protocol::ListedSession& session, const std::vector<S
 }
 
 // A session without a client is an error only when its printers are up.
+std::string checkSession(const protocol::ListedSession& session) {
+  const std::string since = fmt::format(" since {}", programs::oneLine(session.since));
+  const bool isUp = hasPort(sessionPort(static_cast<unsigned>(session.number)));
+  if (session.isConnected && isUp) requirePrinters(session, localPrinters());
+  if (session.isConnected) return fmt::format("connected{}", since);
+  if (!isUp) return fmt::format("gone{}, and the session is not up here", since);
+  throw Failure(ExitCode::kFailed, fmt::format("gone{}, while the session's printers are still here", since),
+                fmt::format("Start the session's print client, or run mgprintmon session down {}.", session.number));
+}
+
 void checkSessions(Diagnosis& diagnosis, const protocol::ServerStatus& facts) {
-  const std::vector<std::wstring> ports = monitorPorts();
-  const std::vector<SpoolerPrinter> present = localPrinters();
   for (const protocol::ListedSession& session : facts.sessions) {
     if (isTestSession(session.number)) continue;
-    const bool isUp =
-        std::find(ports.begin(), ports.end(), sessionPort(static_cast<unsigned>(session.number))) != ports.end();
-    const std::string name = fmt::format("print client of session {}", session.number);
-    const auto check = [&] {
-      const std::string since = fmt::format(" since {}", programs::oneLine(session.since));
-      if (session.isConnected && isUp) requirePrinters(session, present);
-      if (session.isConnected) return fmt::format("connected{}", since);
-      if (!isUp) return fmt::format("gone{}, and the session is not up here", since);
-      throw Failure(
-          ExitCode::kFailed, fmt::format("gone{}, while the session's printers are still here", since),
-          fmt::format("Start the session's print client, or run mgprintmon session down {}.", session.number));
-    };
-    diagnosis.examine(name, check, [&session]() -> std::optional<Repair> {
-      if (session.isConnected) return std::nullopt;
-      return repairOfLeftSession(static_cast<unsigned>(session.number));
-    });
+    diagnosis.examine(
+        fmt::format("print client of session {}", session.number), [&] { return checkSession(session); },
+        [&session]() -> std::optional<Repair> {
+          if (session.isConnected) return std::nullopt;
+          return repairOfLeftSession(static_cast<unsigned>(session.number));
+        });
   }
 }
 

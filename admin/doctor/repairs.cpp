@@ -86,20 +86,24 @@ Repair start(const std::wstring& name, bool isDisabled) {
           }};
 }
 
-// Of the folders that the services keep things in.
-std::optional<Repair> repairOfFolders(const Places& places) {
+// Of the folders that the services keep things in: one that is missing.
+std::optional<Repair> repairOfMissingFolder(const Places& places) {
   const std::wstring identity = serviceSid(places.serverService);
   for (const std::wstring& folder : serviceFolders(places)) {
-    if (!folderExists(folder)) {
-      return Repair{
-          fmt::format("make the folder {}, for administrators and the service alone", programs::quoted(folder)),
-          [folder, identity] { createPrivateFolder(folder, identity); }};
-    }
-    if (!strangersIn(folder, identity).empty()) {
-      return Repair{
-          fmt::format("leave the folder {} to administrators and the service alone", programs::quoted(folder)),
-          [folder, identity] { makeFolderPrivate(folder, identity); }};
-    }
+    if (folderExists(folder)) continue;
+    return Repair{fmt::format("make the folder {}, for administrators and the service alone", programs::quoted(folder)),
+                  [folder, identity] { createPrivateFolder(folder, identity); }};
+  }
+  return std::nullopt;
+}
+
+// One that others may use.
+std::optional<Repair> repairOfOpenFolder(const Places& places) {
+  const std::wstring identity = serviceSid(places.serverService);
+  for (const std::wstring& folder : serviceFolders(places)) {
+    if (strangersIn(folder, identity).empty()) continue;
+    return Repair{fmt::format("leave the folder {} to administrators and the service alone", programs::quoted(folder)),
+                  [folder, identity] { makeFolderPrivate(folder, identity); }};
   }
   return std::nullopt;
 }
@@ -160,12 +164,14 @@ std::optional<Repair> repairOfKeyFile(const Places& places) {
 }
 
 std::optional<Repair> repairOfServices(const Places& places) {
+  // A service that starts without its folder makes one that others may use.
+  if (auto repair = repairOfMissingFolder(places)) return repair;
   for (const std::wstring& name : installedServices(places)) {
     const auto facts = serviceFacts(name);
     if (!facts) return repairByInstalling(places);
     if (facts->state != SERVICE_RUNNING) return start(name, facts->isDisabled);
   }
-  return repairOfFolders(places);
+  return repairOfOpenFolder(places);
 }
 
 std::optional<Repair> repairOfSpooler(bool printsHere) {

@@ -2,6 +2,7 @@
 
 #include "admin/base/private_folder.h"
 #include "admin/base/registry_value.h"
+#include "admin/base/service.h"
 #include "admin/doctor/checks.h"
 #include "corvane/base/text.h"
 #include "tests/support/admin/installation_fixture.h"
@@ -149,6 +150,61 @@ TEST_F(RepairsTest, AKeyIsMadeWhereNoneIsAndNeverInPlaceOfAnother) {
   EXPECT_FALSE(repairOfKeyFile(places));
   writeValue(places.frameworkKey(), kKeyFileName, RegistryValue::ofText(folder.file(L"other.key")));
   EXPECT_FALSE(repairOfKeyFile(places));
+}
+
+// Windows has a service of this installation, stopped, with that way to start.
+class ServiceRepairsTest : public RepairsTest {
+ protected:
+  ServiceRepairsTest() {
+    places.serverService = L"MgAdminTestAps";
+    places.watchService = L"MgAdminTestWatch";
+    deleteService(places.serverService);
+    makeService({places.serverService,
+                 L"A test",
+                 L"It is there for a test.",
+                 L"C:\\windows\\no-such-program.exe --service --listen 127.0.0.1:4799",
+                 L"LocalSystem",
+                 {}});
+    writeValue(places.recordKey(), L"Services", RegistryValue::ofTexts({places.serverService}));
+    for (const std::wstring& name : serviceFolders(places))
+      fs::create_directories(name);
+  }
+  ~ServiceRepairsTest() override { deleteService(places.serverService); }
+
+  void setStart(DWORD start) const {
+    SC_HANDLE const manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    SC_HANDLE const service = OpenServiceW(manager, places.serverService.c_str(), SERVICE_CHANGE_CONFIG);
+    EXPECT_TRUE(ChangeServiceConfigW(service, SERVICE_NO_CHANGE, start, SERVICE_NO_CHANGE, nullptr, nullptr, nullptr,
+                                     nullptr, nullptr, nullptr, nullptr));
+    CloseServiceHandle(service);
+    CloseServiceHandle(manager);
+  }
+};
+
+TEST_F(ServiceRepairsTest, OneThatIsDisabledIsEnabledBeforeItIsStarted) {
+  EXPECT_EQ(repairOfServices(places)->what, "start the service MgAdminTestAps");
+  setStart(SERVICE_DISABLED);
+  EXPECT_FALSE(isMended([this] { return checkServices(places); }, [this] { return repairOfServices(places); }));
+  EXPECT_THAT(said, HasSubstr("FAILED  check: the service MgAdminTestAps is stopped and disabled\n"
+                              "        Let it start: sc config MgAdminTestAps start= auto, and net start "
+                              "MgAdminTestAps.\n"
+                              "        could not enable and start the service MgAdminTestAps: "));
+  // Its program is none; but it is enabled.
+  EXPECT_TRUE(serviceFacts(places.serverService)->startsItself);
+}
+
+TEST_F(ServiceRepairsTest, ThePortIsThatOfTheService) {
+  writeValue(places.frameworkKey(), L"Port", RegistryValue::ofNumber(70000));
+  EXPECT_TRUE(registryIsMended());
+  EXPECT_EQ(readValue(places.frameworkKey(), L"Port")->number(), 4799u);
+  deleteValue(places.recordKey(), L"Services");  // it is somebody else's
+  writeValue(places.frameworkKey(), L"Port", RegistryValue::ofNumber(70000));
+  EXPECT_THAT(repairOfRegistry(places)->what, HasSubstr("remove the value Port (70000) of "));
+}
+
+TEST_F(ServiceRepairsTest, OneThatIsGoneIsInstalledAgain) {
+  deleteService(places.serverService);
+  EXPECT_THAT(repairOfServices(places)->what, HasSubstr("install again what is missing, from "));
 }
 
 TEST(RepairQuestion, IsOneLineAndOnlyYesIsYes) {

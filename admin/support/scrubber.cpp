@@ -129,6 +129,7 @@ std::string Scrubber::text(std::string_view text) const {
   leaveOutBehind(left, "\\\\users\\\\", "\\/\"\r\n");
   leaveOutBehind(left, "open to others: ", "\"\r\n");
   leaveOutBehind(left, " belongs to ", ",\"\r\n");
+  leaveOutBehind(left, "canceled by ", "\"\r\n");
   return left;
 }
 

@@ -10,7 +10,8 @@ namespace admin {
 // What is left is said to be "(left out)". Belongs to one thread.
 //
 // What is taken out: the names that it was told, wherever they stand as words; the name of a user's folder in paths;
-// anything as long as a key or an invitation in hexadecimal digits; and who is named as having access to a folder. Of a
+// anything as long as a key or an invitation in hexadecimal digits; and who is named as having access to a folder or as
+// having canceled a job. Of a
 // line of a log, besides, all between its first and its last quotation mark, because a title may itself have some; and
 // the whole line where what a document says or is called stands without any, or where it is no text.
 class Scrubber {

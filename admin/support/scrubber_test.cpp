@@ -37,6 +37,7 @@ TEST(Scrubber, LeavesFoldersOfUsersOutAndWhoMayUseOthers) {
             "C:\\Users\\(left out)\\Temp and c:\\users\\(left out)");
   EXPECT_EQ(scrubber.text("\"C:\\\\Users\\\\someone\\\\Temp\""), "\"C:\\\\Users\\\\(left out)\\\\Temp\"");
   EXPECT_EQ(scrubber.text("is open to others: EXAMPLE\\someone, Everyone\nRun"), "is open to others: (left out)\nRun");
+  EXPECT_EQ(scrubber.text("\"It was canceled by EXAMPLE\\\\some.one.\""), "\"It was canceled by (left out)\"");
   EXPECT_EQ(scrubber.text("and belongs to someone, who can"), "and belongs to (left out), who can");
 }
 

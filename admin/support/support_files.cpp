@@ -25,6 +25,7 @@ namespace {
 using corvane::toUtf8;
 
 constexpr unsigned kLogBytes = 256 * 1024;  // of each log
+constexpr int kMostJobs = 200;
 
 // What the call gives, or why it gives nothing.
 std::string had(const std::function<std::string()>& call) {
@@ -131,7 +132,9 @@ std::string services(const Places& places) {
 // Without titles and users. Causes are in the words of printers and converters, which may have titles in them.
 std::string jobs(ApplicationServer& server, Scrubber& scrubber) {
   Json all = Json::array();
-  for (const protocol::JobRecord& job : server.jobs({}).jobs) {
+  protocol::Jobs wanted;
+  wanted.most = kMostJobs;
+  for (const protocol::JobRecord& job : server.jobs(wanted).jobs) {
     scrubber.know(job.user);
     scrubber.know(job.document);
     all.push_back({{"number", job.number},
