@@ -1,5 +1,6 @@
 #include "admin/support/scrubber.h"
 
+#include "admin/base/output.h"
 #include "corvane/base/text.h"
 #include "util/win_handle.h"
 
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 namespace admin {
 namespace {
@@ -97,11 +99,25 @@ bool isText(std::string_view line) {
 }  // namespace
 
 void Scrubber::know(const std::wstring& name) {
-  std::string known = lower(corvane::toUtf8(name));
-  if (known.size() < 2) return;
-  const std::size_t domain = known.rfind('\\');
-  if (domain != std::string::npos && known.size() - domain > 2) m_names.insert(known.substr(domain + 1));
-  m_names.insert(std::move(known));
+  std::wstring small = name;
+  std::wstring capitals = name;
+  CharLowerBuffW(small.data(), static_cast<DWORD>(small.size()));
+  CharUpperBuffW(capitals.data(), static_cast<DWORD>(capitals.size()));
+  for (const std::wstring& known : {name, small, capitals}) {
+    remember(known);
+    const std::size_t domain = known.rfind(L'\\');
+    if (domain != std::wstring::npos) remember(known.substr(domain + 1));
+  }
+}
+
+void Scrubber::remember(const std::wstring& name) {
+  if (name.size() < 2) return;
+  const Json text = textValue(name);
+  for (const bool isAscii : {false, true}) {
+    const std::string json = text.dump(-1, ' ', isAscii, Json::error_handler_t::replace);
+    m_names.insert(lower(std::string_view(json).substr(1, json.size() - 2)));
+  }
+  m_names.insert(lower(corvane::toUtf8(name)));
 }
 
 void Scrubber::knowUsersHere() {

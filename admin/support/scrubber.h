@@ -34,7 +34,9 @@ class Scrubber {
       return left.size() != right.size() ? left.size() > right.size() : left < right;
     }
   };
-  std::set<std::string, Longer> m_names;  // UTF-8, ASCII letters in lower case
+  void remember(const std::wstring& name);
+
+  std::set<std::string, Longer> m_names;  // UTF-8, ASCII letters in lower case, also as JSON writes them
 };
 
 }  // namespace admin

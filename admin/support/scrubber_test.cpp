@@ -16,6 +16,15 @@ TEST(Scrubber, LeavesKnownNamesOutAsWordsInAnyCase) {
   EXPECT_EQ(scrubber.text("anna"), "(left out)");
 }
 
+TEST(Scrubber, KnowsNamesAsJsonWritesThemAndBeyondAscii) {
+  Scrubber scrubber;
+  scrubber.know(L"EXAMPLE\\J\u00fcrgen");
+  scrubber.know(L"a \"strange\" title");
+  EXPECT_EQ(scrubber.text("\"j\\u00fcrgen\", \"EXAMPLE\\\\J\\u00fcrgen\""), "\"(left out)\", \"(left out)\"");
+  EXPECT_EQ(scrubber.text("J\xC3\x9CRGEN"), "(left out)");
+  EXPECT_EQ(scrubber.text("\"A \\\"strange\\\" title\""), "\"(left out)\"");
+}
+
 TEST(Scrubber, OfANameWithinAnotherNothingIsLeft) {
   Scrubber scrubber;
   scrubber.know(L"tax");
