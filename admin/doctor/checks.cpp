@@ -135,13 +135,13 @@ std::string checkRegistration() {
 }
 
 std::string checkRegistry(const Places& places) {
+  checkNumbers(places);
   checkRoot(places);
   checkFramework(places.frameworkKey());
   checkEventSource(places);
   if (!keyExists(places.portsKey())) {
     throw Failure(ExitCode::kFailed, "the key of the ports is missing", kInstallAgain);
   }
-  checkNumbers(places);
   return "every value is there, of its type, and makes sense";
 }
 
