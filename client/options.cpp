@@ -5,6 +5,7 @@
 #include "programs/host_and_port.h"
 #include "programs/rate.h"
 #include "protocol/registration.h"
+#include "protocol/version_text.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -195,6 +196,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   std::vector<std::string> printers;
   CLI::App app("A session's print client: registers printers and prints their jobs, or puts them into a folder.",
                "printclient");
+  app.set_version_flag("--version", protocol::versionLine("printclient"), protocol::kVersionHelp);
   addServer(app, options, server);
   addPlaces(app, options, printers);
   addView(app, options);

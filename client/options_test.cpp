@@ -21,6 +21,12 @@ TEST(PrintClientOptions, TakeTheServerTheSessionThePrintersAndTheFolder) {
   EXPECT_EQ(parsed.options.output, "a b");
 }
 
+TEST(PrintClientOptions, SayTheNameAndTheVersion) {
+  const ParsedOptions parsed = parseOptions({"--version"});
+  EXPECT_EQ(parsed.exitCode, 0);
+  EXPECT_EQ(parsed.message, "printclient 4.0.1.0\n");
+}
+
 TEST(PrintClientOptions, TheServerIsOnThisMachineByDefault) {
   const ParsedOptions parsed = parseOptions({"--session", "5", "--printer", "L", "--output", "o"});
   EXPECT_EQ(parsed.options.host, "127.0.0.1");

@@ -50,8 +50,9 @@ ROOMS = {
         "spooler": {"base"},
         "install": {"base", "spooler"},
         "sessions": {"base", "spooler"},
-        "doctor": {"base", "spooler", "sessions"},
-        "commands": {"base", "spooler", "install", "sessions", "doctor"},
+        "doctor": {"base", "spooler", "install", "sessions"},
+        "support": {"base", "spooler", "sessions", "doctor"},
+        "commands": {"base", "spooler", "install", "sessions", "doctor", "support"},
     },
 }
 MAY_ASK_FOR_WINE = ("converter/", "admin/spooler/")  # which Ghostscript there is; what its spooler does not do

@@ -19,13 +19,16 @@ namespace {
 constexpr DWORD kGraceSeconds = 15;
 
 // Standard output becomes a log that is read in the system's own code page.
-void say(const std::wstring& text) {
-  const std::wstring line = fmt::format(L"ps2pdf: {}\r\n", text);
+void write(const std::wstring& line) {
   std::string bytes(line.size() * 4, '\0');
   const int size = WideCharToMultiByte(CP_ACP, 0, line.data(), static_cast<int>(line.size()), bytes.data(),
                                        static_cast<int>(bytes.size()), nullptr, nullptr);
   DWORD written = 0;
   WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), bytes.data(), static_cast<DWORD>(size), &written, nullptr);
+}
+
+void say(const std::wstring& text) {
+  write(fmt::format(L"ps2pdf: {}\r\n", text));
 }
 
 }  // namespace
@@ -46,6 +49,7 @@ int exitCodeOf(const std::function<void()>& work) {
 
 int runCommand(int count, wchar_t** arguments) {
   return exitCodeOf([&] {
+    if (count == 2 && std::wstring(arguments[1]) == L"--version") return write(L"ps2pdf " MG_VERSION L"\r\n");
     if (count != 2) throw ConversionError(ExitCode::kUsage, kUsageText);
     const JobPaths paths = pathsForInput(arguments[1]);
     const Limits limits = readLimits(HKEY_LOCAL_MACHINE, kConverterKey);

@@ -43,6 +43,13 @@ TEST(Command, OneFileIsConvertedAndNeitherNoneNorTwo) {
       0u);
 }
 
+TEST(Command, SaysItsNameAndVersion) {
+  wchar_t program[] = L"ps2pdf.exe";
+  wchar_t option[] = L"--version";
+  wchar_t* words[] = {program, option, nullptr};
+  EXPECT_EQ(said([&] { EXPECT_EQ(runCommand(2, words), 0); }), "ps2pdf 4.0.1.0\r\n");
+}
+
 TEST(Command, WhatEndsWellSaysNothing) {
   EXPECT_EQ(said([] { EXPECT_EQ(exitCodeOf([] {}), 0); }), "");
 }

@@ -9,7 +9,7 @@
 #include "programs/text.h"
 #include "protocol/administration.h"
 #include "protocol/exchange.h"
-#include "protocol/names.h"
+#include "protocol/version_text.h"
 #include "server/printer_name.h"
 
 #include <algorithm>
@@ -19,11 +19,6 @@
 
 namespace aps {
 namespace {
-
-std::wstring versionText() {
-  const CS_Version& version = protocol::kVersion;
-  return fmt::format(L"{}.{}.{}.{}", version.major, version.minor, version.revision, version.build);
-}
 
 // As the tool sees it.
 protocol::ListedSession listed(SessionTable::Status&& session) {
@@ -118,8 +113,10 @@ void AdministrationServer::statusPage(CS_InRequest& request) {
 }
 
 protocol::ServerStatus AdministrationServer::statusOf(std::vector<SessionTable::Status> sessions) const {
-  protocol::ServerStatus status{
-      versionText(), static_cast<int>(corvane::processId()), programs::utcText(m_context->startedAt), {}};
+  protocol::ServerStatus status{corvane::fromUtf8(protocol::versionText()),
+                                static_cast<int>(corvane::processId()),
+                                programs::utcText(m_context->startedAt),
+                                {}};
   for (SessionTable::Status& session : sessions)
     status.sessions.push_back(listed(std::move(session)));
   return status;

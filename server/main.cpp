@@ -12,7 +12,7 @@
 #include "programs/service_manager.h"
 #include "programs/stop_request.h"
 #include "programs/text.h"
-#include "protocol/names.h"
+#include "protocol/version_text.h"
 #include "server/application.h"
 #include "server/connection_list.h"
 #include "server/invitations.h"
@@ -320,8 +320,7 @@ aps::Metrics collect(aps::Application& application, aps::ConnectionList& connect
     ++(session.connected ? metrics.sessionsConnected : metrics.sessionsAway);
   metrics.connections = connections.counts();
   metrics.logLinesLost = application.log->linesLost();
-  const CS_Version& version = protocol::kVersion;
-  metrics.version = fmt::format("{}.{}.{}.{}", version.major, version.minor, version.revision, version.build);
+  metrics.version = protocol::versionText();
   metrics.startedAt = std::chrono::duration<double>(application.startedAt.time_since_epoch()).count();
   return metrics;
 }

@@ -2,6 +2,7 @@
 
 #include "programs/data_folder.h"
 #include "programs/host_and_port.h"
+#include "protocol/version_text.h"
 #include "server/metrics/metrics_server.h"
 
 #include <CLI/CLI.hpp>
@@ -271,6 +272,7 @@ ParsedOptions parseOptions(std::vector<std::string> arguments) {
   ParsedOptions result;
   Options& options = result.options;
   CLI::App app("The application server: routes print jobs to the print clients of sessions.", "aps");
+  app.set_version_flag("--version", protocol::versionLine("aps"), protocol::kVersionHelp);
   addAddresses(app, options);
   std::vector<std::string> rates;
   addLines(app, options, rates);

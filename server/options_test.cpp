@@ -13,6 +13,14 @@ TEST(ApsOptions, ListenOnLoopbackByDefault) {
   EXPECT_EQ(parsed.options.listen, "127.0.0.1:4711");
 }
 
+TEST(ApsOptions, SayTheNameAndTheVersion) {
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"--version"}, {"invite", "--version"}}) {
+    const ParsedOptions parsed = parseOptions(words);
+    EXPECT_EQ(parsed.exitCode, 0);
+    EXPECT_EQ(parsed.message, "aps 4.0.1.0\n");
+  }
+}
+
 TEST(ApsOptions, TakeTheAddressTheLogAndTheBounds) {
   const ParsedOptions parsed = parseOptions({"--listen", "[::1]:0", "--log", "a b.log", "--max-connections", "7",
                                              "--max-sessions", "8", "--max-printers", "9"});

@@ -58,6 +58,11 @@ bool isTerminal() {
   return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &mode) != 0;
 }
 
+bool isInputTerminal() {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
+}
+
 bool isUnicodeTerminal() {
   return isTerminal() && GetConsoleOutputCP() == CP_UTF8;
 }

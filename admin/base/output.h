@@ -60,8 +60,9 @@ class ProgressBar {
   std::string m_last;
 };
 
-// Whether the standard output is a console window, and whether that shows UTF-8.
+// Whether the standard output is a console window, whether that shows UTF-8, and whether somebody can type there.
 bool isTerminal();
+bool isInputTerminal();
 bool isUnicodeTerminal();
 
 }  // namespace admin

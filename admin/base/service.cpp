@@ -64,6 +64,7 @@ void fillConfiguration(const ServiceHandle& service, const std::wstring& name, S
   facts.commandLine = configuration->lpBinaryPathName;
   facts.account = configuration->lpServiceStartName == nullptr ? L"" : configuration->lpServiceStartName;
   facts.startsItself = configuration->dwStartType == SERVICE_AUTO_START;
+  facts.isDisabled = configuration->dwStartType == SERVICE_DISABLED;
 }
 
 // A setting that this system does not know is left out; Windows knows them all.
@@ -156,6 +157,13 @@ void setServiceCommand(const std::wstring& name, const std::wstring& commandLine
           tried(name, "changed"));
 }
 
+void enableService(const std::wstring& name) {
+  const ServiceHandle service = openService(name, SERVICE_CHANGE_CONFIG);
+  require(service && ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_AUTO_START, SERVICE_NO_CHANGE,
+                                          nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+          tried(name, "enabled"));
+}
+
 void startService(const std::wstring& name) {
   const ServiceHandle service = openService(name, SERVICE_START | SERVICE_QUERY_STATUS);
   const bool isStarted = service && StartServiceW(service.get(), 0, nullptr);
@@ -208,6 +216,7 @@ std::string stateText(const ServiceFacts& facts) {
     default:
       break;
   }
+  if (facts.isDisabled) return "is stopped and disabled";
   if (facts.error == 0) return "is stopped";
   if (facts.error == ERROR_SERVICE_SPECIFIC_ERROR) return fmt::format("has stopped with the exit code {}", facts.code);
   return fmt::format("has stopped: {}", errorWords(facts.error));

@@ -24,6 +24,7 @@ struct ServiceFacts {
   std::wstring commandLine;
   std::wstring account;
   bool startsItself = false;  // with the machine
+  bool isDisabled = false;    // nobody can start it
   DWORD state = SERVICE_STOPPED;
   DWORD process = 0;
   DWORD error = 0;  // why it has stopped; 0 when nothing went wrong
@@ -37,6 +38,8 @@ std::optional<ServiceFacts> serviceFacts(const std::wstring& name);
 // Makes it, with its recovery settings; or leaves none.
 void makeService(const ServiceSettings& settings);
 void setServiceCommand(const std::wstring& name, const std::wstring& commandLine);
+// It starts with the machine from now on.
+void enableService(const std::wstring& name);
 // Returns when it serves; nothing happens when it does already.
 void startService(const std::wstring& name);
 // Returns when its process has ended; nothing happens when it does not run, or is not there.

@@ -56,6 +56,36 @@ TEST_F(ServiceTest, IsMadeWithItsAccountAndIsNotThereAfterItIsDeleted) {
   stopService(kName);
 }
 
+// Somebody has switched the service off.
+void disable(const wchar_t* name) {
+  SC_HANDLE const manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE const service = OpenServiceW(manager, name, SERVICE_CHANGE_CONFIG);
+  EXPECT_TRUE(ChangeServiceConfigW(service, SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE, nullptr, nullptr,
+                                   nullptr, nullptr, nullptr, nullptr, nullptr));
+  CloseServiceHandle(service);
+  CloseServiceHandle(manager);
+}
+
+TEST_F(ServiceTest, ThatIsDisabledSaysSoAndStartsWithTheMachineOnceItIsEnabled) {
+  makeService(settings());
+  EXPECT_FALSE(serviceFacts(kName)->isDisabled);
+  disable(kName);
+  EXPECT_TRUE(serviceFacts(kName)->isDisabled);
+  EXPECT_FALSE(serviceFacts(kName)->startsItself);
+  EXPECT_EQ(stateText(*serviceFacts(kName)), "is stopped and disabled");
+  enableService(kName);
+  EXPECT_FALSE(serviceFacts(kName)->isDisabled);
+  EXPECT_TRUE(serviceFacts(kName)->startsItself);
+  EXPECT_EQ(serviceFacts(kName)->commandLine, settings().commandLine);
+  deleteService(kName);
+  try {
+    enableService(kName);
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("the service \"MgAdminTestService\" cannot be enabled: "));
+  }
+}
+
 // What Wine does not keep is looked at on its way to Windows.
 TEST_F(ServiceTest, IsStartedAgainAfterAFailureOfAnyKindAndHasOnlyItsPrivileges) {
   std::vector<std::string> told;

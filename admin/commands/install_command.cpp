@@ -2,6 +2,7 @@
 #include "admin/base/registry_value.h"
 #include "admin/commands/invocation.h"
 #include "admin/install/installation.h"
+#include "admin/install/installation_lock.h"
 #include "corvane/base/text.h"
 #include "programs/text.h"
 #include "util/win_handle.h"
@@ -52,23 +53,6 @@ std::optional<bool> chosen(bool yes, bool no) {
   return std::nullopt;
 }
 
-// Held while this process installs or removes; the object is the system's, and gone with the process.
-class OnlyOne {
- public:
-  OnlyOne() : m_mutex(CreateMutexW(nullptr, FALSE, L"Global\\MarrowgateInstallation")) {
-    // That of one that was killed is ours now.
-    if (m_mutex && WaitForSingleObject(m_mutex.get(), 0) != WAIT_TIMEOUT) return;
-    throw Failure(ExitCode::kInUse, "another mgprintmon installs or removes just now",
-                  "Wait for its end, and do this again.");
-  }
-  ~OnlyOne() { ReleaseMutex(m_mutex.get()); }
-  OnlyOne(const OnlyOne&) = delete;
-  OnlyOne& operator=(const OnlyOne&) = delete;
-
- private:
-  const mg::ObjectHandle m_mutex;
-};
-
 // What an administrator should know of the keys and services that are there now.
 void sayState(const InstallResult& result, Output& output) {
   output.line(
@@ -102,7 +86,7 @@ ExitCode run(const Options& options, Output& output) {
   request.keys = chosen(options.keys, options.noKeys);
   request.serverAsSystem = options.system;
   request.restartsSpooler = options.restartsSpooler;
-  const OnlyOne onlyOne;
+  const InstallationLock lock;
   const InstallResult result = install(places, request);
 
   const std::string version = result.version ? result.version->text() : "without a version";
@@ -191,7 +175,7 @@ bool isTakenOver(const Places& places) {
 }
 
 ExitCode run(const RemovalOptions& options, Output& output) {
-  const OnlyOne onlyOne;
+  const InstallationLock lock;
   const Places places = Places::ofThisMachine();
   if (options.onlyOwn && isTakenOver(places)) {
     output.facts({{"outcome", "taken over"}});

@@ -3,6 +3,7 @@
 #include "corvane/records/exception.h"
 #include "programs/main.h"
 #include "programs/text.h"
+#include "protocol/version_text.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -40,11 +41,12 @@ CLI::App& addGroup(CLI::App& app, const std::string& name, const std::string& de
 std::unique_ptr<ParsedCommandLine> parseCommandLine(std::vector<std::string> arguments) {
   auto parsed = std::make_unique<ParsedCommandLine>();
   CLI::App app("Administers the print monitor MgPrintMon on this machine.", "mgprintmon");
+  app.set_version_flag("--version", protocol::versionLine("mgprintmon"), protocol::kVersionHelp);
   app.require_subcommand(1);
   app.footer(kExitCodes);
   for (const auto add : {addInstallCommand, addUninstallCommand, addPortsCommand, addSessionCommand, addStatusCommand,
                          addPrintCommand, addPrintersCommand, addVisibleCommand, addDriversCommand, addDoctorCommand,
-                         addWatchCommand, addInviteCommand, addJobsCommand, addCancelCommand})
+                         addWatchCommand, addInviteCommand, addJobsCommand, addCancelCommand, addSupportCommand})
     add(app, parsed->invocation);
   std::reverse(arguments.begin(), arguments.end());
   try {

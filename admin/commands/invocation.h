@@ -37,6 +37,7 @@ void addPrintCommand(CLI::App& app, Invocation& invocation);
 void addPrintersCommand(CLI::App& app, Invocation& invocation);
 void addVisibleCommand(CLI::App& app, Invocation& invocation);
 void addDriversCommand(CLI::App& app, Invocation& invocation);
+void addSupportCommand(CLI::App& app, Invocation& invocation);
 void addDoctorCommand(CLI::App& app, Invocation& invocation);
 void addWatchCommand(CLI::App& app, Invocation& invocation);
 void addInviteCommand(CLI::App& app, Invocation& invocation);

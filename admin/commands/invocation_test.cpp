@@ -15,9 +15,16 @@ TEST(CommandLine, HelpListsTheCommandsAndTheExitCodes) {
   EXPECT_FALSE(parsed->invocation.run);
   for (const char* word :
        {"install", "uninstall", "ports", "session", "status", "print", "printers", "visible", "doctor", "watch",
-        "invite", "drivers", "jobs", "cancel", "0 done", "7 outcome of a job unknown"}) {
+        "invite", "drivers", "jobs", "cancel", "support", "0 done", "7 outcome of a job unknown"}) {
     EXPECT_THAT(parsed->message, HasSubstr(word));
   }
+}
+
+TEST(CommandLine, SaysTheNameAndTheVersion) {
+  const auto parsed = parseCommandLine({"--version"});
+  EXPECT_EQ(parsed->code, ExitCode::kDone);
+  EXPECT_FALSE(parsed->invocation.run);
+  EXPECT_EQ(parsed->message, "mgprintmon 4.0.1.0\n");
 }
 
 TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
@@ -33,12 +40,12 @@ TEST(ExitCodes, HaveTheNumbersOfTheirTable) {
 
 TEST(CommandLine, EveryCommandHasExamplesAndJson) {
   const std::vector<std::vector<std::string>> commands = {
-      {"install"},         {"uninstall"},       {"ports", "list"},   {"ports", "add"},
-      {"ports", "delete"}, {"session", "list"}, {"session", "up"},   {"session", "down"},
-      {"status"},          {"print"},           {"printers"},        {"visible"},
-      {"doctor"},          {"watch"},           {"invite"},          {"jobs"},
-      {"cancel"},          {"drivers"},         {"drivers", "list"}, {"drivers", "map"},
-      {"drivers", "unmap"}};
+      {"install"},          {"uninstall"},       {"ports", "list"},   {"ports", "add"},
+      {"ports", "delete"},  {"session", "list"}, {"session", "up"},   {"session", "down"},
+      {"status"},           {"print"},           {"printers"},        {"visible"},
+      {"doctor"},           {"watch"},           {"invite"},          {"jobs"},
+      {"cancel"},           {"drivers"},         {"drivers", "list"}, {"drivers", "map"},
+      {"drivers", "unmap"}, {"support"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     const auto parsed = parseCommandLine(command);
@@ -58,6 +65,7 @@ TEST(CommandLine, ThatIsWrongEndsWithTwoAndSaysWhy) {
                                                        {"install", "--driver-package", "driver.inf"},
                                                        {"drivers", "map", "HP*"},
                                                        {"drivers", "unmap"},
+                                                       {"doctor", "--yes"},
                                                        {"print", "Laser"}};
   for (const std::vector<std::string>& words : wrong) {
     const auto parsed = parseCommandLine(words);

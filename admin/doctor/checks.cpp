@@ -17,6 +17,7 @@ namespace {
 
 using corvane::toUtf8;
 
+constexpr char kNoNumber[] = "not a DWORD";
 constexpr char kInstallAgain[] = "Run mgprintmon install: it restores what is missing.";
 
 std::wstring textOf(const std::wstring& key, const wchar_t* name) {
@@ -32,14 +33,21 @@ std::wstring textOf(const std::wstring& key, const wchar_t* name) {
   return *text;
 }
 
-// Empty when the value does not exist.
-std::optional<DWORD> numberOf(const std::wstring& key, const wchar_t* name) {
-  const auto value = readValue(key, name);
-  if (!value) return std::nullopt;
-  if (const auto number = value->number()) return number;
-  throw Failure(ExitCode::kFailed,
-                fmt::format("the value {} of {} is not a DWORD", programs::quoted(name), programs::quoted(key)),
-                "Delete it, or write it as a DWORD.");
+void checkNumbers(const Places& places) {
+  for (const RegistryNumber& number : registryNumbers(places)) {
+    const std::string wrong = number.wrongValue();
+    if (wrong.empty()) continue;
+    const bool isPort = number.name == L"Port" && wrong != kNoNumber;
+    if (isPort) {
+      throw Failure(ExitCode::kFailed, fmt::format("the value Port is {}, which is not a TCP port", wrong),
+                    "Set it with mgprintmon install --port N.");
+    }
+    throw Failure(
+        ExitCode::kFailed,
+        fmt::format("the value {} of {} is {}", programs::quoted(number.name), programs::quoted(number.key), wrong),
+        wrong == kNoNumber ? std::string("Delete it, or write it as a DWORD.")
+                           : fmt::format("Delete it, or set it to a number from {} to {}.", number.least, number.most));
+  }
 }
 
 void checkRoot(const Places& places) {
@@ -50,13 +58,6 @@ void checkRoot(const Places& places) {
 }
 
 void checkFramework(const std::wstring& key) {
-  const auto port = numberOf(key, L"Port");
-  if (port && (*port == 0 || *port > 65535)) {
-    throw Failure(ExitCode::kFailed, fmt::format("the value Port is {}, which is not a TCP port", *port),
-                  "Set it with mgprintmon install --port N.");
-  }
-  numberOf(key, L"LogLimit");
-  numberOf(key, L"Trace");
   const std::wstring log = textOf(key, L"LogFile");
   const std::size_t end = log.rfind(L'\\');
   if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
@@ -72,11 +73,33 @@ void checkFramework(const std::wstring& key) {
 
 void checkEventSource(const Places& places) {
   const std::wstring file = textOf(places.eventSourceKey, L"EventMessageFile");
-  if (file == places.module() && numberOf(places.eventSourceKey, L"TypesSupported") == 7u) return;
+  const auto types = readValue(places.eventSourceKey, L"TypesSupported");
+  if (file == places.module() && types && types->number() == 7u) return;
   throw Failure(ExitCode::kFailed, "the event source MgPrintMon does not point to the module", kInstallAgain);
 }
 
 }  // namespace
+
+std::string RegistryNumber::wrongValue() const {
+  const auto value = readValue(key, name);
+  if (!value) return {};
+  const auto number = value->number();
+  if (!number) return kNoNumber;
+  return *number < least || *number > most ? std::to_string(*number) : std::string();
+}
+
+// The bounds of the last ones are those of converter/limits.cpp.
+std::vector<RegistryNumber> registryNumbers(const Places& places) {
+  const std::wstring framework = places.frameworkKey();
+  const std::wstring converter = places.productKey() + L"\\Converter";
+  return {{framework, L"Port", 1, 65535, kDefaultServerPort},
+          {framework, L"LogLimit", 0, 0xFFFFFFFF, 8 * 1024 * 1024},
+          {framework, L"Trace", 0, 0xFFFFFFFF, 0},
+          {places.productKey() + L"\\AppServer", L"ConnectionOptions", 0, 0xFFFFFFFF, 0},
+          {converter, L"TimeLimitSeconds", 1, 86400, 300},
+          {converter, L"MemoryLimitMegabytes", 128, 1048576, 1024},
+          {converter, L"OutputLimitMegabytes", 1, 1048576, 1024}};
+}
 
 std::string checkModuleFile(const Places& places) {
   if (!fileExists(places.module())) {
@@ -101,19 +124,24 @@ std::string checkRegistration() {
                   fmt::format("the spooler does not know the monitor {}", programs::quoted(kMonitorName)),
                   kInstallAgain);
   }
+  const auto file = registeredMonitorFile();
+  if (file && CompareStringOrdinal(file->c_str(), -1, kModuleFile, -1, TRUE) != CSTR_EQUAL) {
+    throw Failure(ExitCode::kFailed,
+                  fmt::format("the spooler's monitor {} is {}, and not {}", programs::quoted(kMonitorName),
+                              programs::quoted(*file), corvane::toUtf8(kModuleFile)),
+                  "Run mgprintmon doctor --fix: it registers the monitor again.");
+  }
   return fmt::format("the spooler knows the monitor {}", programs::quoted(kMonitorName));
 }
 
 std::string checkRegistry(const Places& places) {
+  checkNumbers(places);
   checkRoot(places);
   checkFramework(places.frameworkKey());
   checkEventSource(places);
   if (!keyExists(places.portsKey())) {
     throw Failure(ExitCode::kFailed, "the key of the ports is missing", kInstallAgain);
   }
-  numberOf(places.productKey() + L"\\AppServer", L"ConnectionOptions");
-  for (const wchar_t* limit : {L"TimeLimitSeconds", L"MemoryLimitMegabytes", L"OutputLimitMegabytes"})
-    numberOf(places.productKey() + L"\\Converter", limit);
   return "every value is there, of its type, and makes sense";
 }
 

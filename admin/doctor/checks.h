@@ -1,20 +1,42 @@
 #pragma once
 
 #include "admin/base/places.h"
+#include "admin/base/service.h"
 #include "admin/sessions/driver_choice.h"
 #include "admin/spooler/spooler_printer.h"
 #include "protocol/administration.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace admin {
+
+inline constexpr wchar_t kSpoolerService[] = L"Spooler";
+
+// What installing has recorded of the two services: those that it has made, aps first.
+std::vector<std::wstring> installedServices(const Places& places);
+// The folders that these keep things in, the outermost first.
+std::vector<std::wstring> serviceFolders(const Places& places);
+
+// A number in the registry that the module and the converter take within bounds only.
+struct RegistryNumber {
+  std::wstring key, name;
+  DWORD least = 0;
+  DWORD most = 0xFFFFFFFF;
+  DWORD otherwise = 0;  // what holds without it
+
+  // The value in words when it is of another type or out of bounds; empty when it is well or not there.
+  std::string wrongValue() const;
+};
+std::vector<RegistryNumber> registryNumbers(const Places& places);
 
 // The checks of the doctor: each returns its finding as text, or throws a Failure.
 
 std::string checkModuleFile(const Places& places);
 // Loads the module with its dependencies and initialises it as a spooler does.
 std::string checkModuleLoads();
+// The spooler knows the monitor, and as the module that installing puts into the system folder.
 std::string checkRegistration();
 // Checks type and range of every value that the module reads.
 std::string checkRegistry(const Places& places);
@@ -22,6 +44,10 @@ std::string checkRegistry(const Places& places);
 std::string checkKeyFile(const Places& places);
 // Checks the services that this installation has made: both run, and nobody else gets at what they keep.
 std::string checkServices(const Places& places);
+// Checks that the spooler is there, may run, and runs unless it is a part of the programs that print.
+std::string checkSpooler(const std::optional<ServiceFacts>& facts, bool printsHere);
+// Checks that no queue of a printer on these ports stands still: paused, offline, or deleted with a job left in it.
+std::string checkQueues(const std::vector<std::wstring>& ports, const std::vector<SpoolerPrinter>& present);
 // Writes, reads and deletes a file in the folder for temporary files, and checks its free space.
 std::string checkTemporaryFolder();
 // Converts a page of PostScript.

@@ -13,19 +13,16 @@
 namespace admin {
 namespace {
 
-// What installing has recorded.
-bool isOurs(const Places& places, const std::wstring& service) {
-  const auto made = readValue(places.recordKey(), L"Services");
-  const std::vector<std::wstring> names = made ? made->texts() : std::vector<std::wstring>();
-  return std::find(names.begin(), names.end(), service) != names.end();
-}
-
 void requireRunning(const std::wstring& name, const std::optional<ServiceFacts>& facts) {
   if (!facts) {
     throw Failure(ExitCode::kFailed, fmt::format("the service {} is missing", corvane::toUtf8(name)),
                   "Run mgprintmon install: it restores what is missing.");
   }
   if (facts->state == SERVICE_RUNNING) return;
+  if (facts->isDisabled) {
+    throw Failure(ExitCode::kFailed, fmt::format("the service {} {}", corvane::toUtf8(name), stateText(*facts)),
+                  fmt::format("Let it start: sc config {0} start= auto, and net start {0}.", corvane::toUtf8(name)));
+  }
   throw Failure(
       ExitCode::kFailed, fmt::format("the service {} {}", corvane::toUtf8(name), stateText(*facts)),
       fmt::format("Start it: net start {}. When it ends again, the event log (Application, source MgPrintMon) and "
@@ -34,8 +31,7 @@ void requireRunning(const std::wstring& name, const std::optional<ServiceFacts>&
 }
 
 void requirePrivate(const Places& places) {
-  for (const std::wstring& folder :
-       {places.dataFolder, places.keyFolder(), places.stateFolder(), places.serviceLogFolder()}) {
+  for (const std::wstring& folder : serviceFolders(places)) {
     if (!folderExists(folder)) {
       throw Failure(ExitCode::kFailed, fmt::format("the folder {} is missing", programs::quoted(folder)),
                     "Run mgprintmon install: it restores what is missing.");
@@ -50,10 +46,23 @@ void requirePrivate(const Places& places) {
 
 }  // namespace
 
+std::vector<std::wstring> installedServices(const Places& places) {
+  const auto made = readValue(places.recordKey(), L"Services");
+  const std::vector<std::wstring> names = made ? made->texts() : std::vector<std::wstring>();
+  std::vector<std::wstring> ours;
+  for (const std::wstring& name : {places.serverService, places.watchService}) {
+    if (std::find(names.begin(), names.end(), name) != names.end()) ours.push_back(name);
+  }
+  return ours;
+}
+
+std::vector<std::wstring> serviceFolders(const Places& places) {
+  return {places.dataFolder, places.keyFolder(), places.stateFolder(), places.serviceLogFolder()};
+}
+
 std::string checkServices(const Places& places) {
   std::string states;
-  for (const std::wstring& name : {places.serverService, places.watchService}) {
-    if (!isOurs(places, name)) continue;
+  for (const std::wstring& name : installedServices(places)) {
     const auto facts = serviceFacts(name);
     requireRunning(name, facts);
     states += fmt::format("{}{} {}", states.empty() ? "" : ", ", corvane::toUtf8(name), stateText(*facts));

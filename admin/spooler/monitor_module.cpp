@@ -102,6 +102,11 @@ bool isMonitorRegistered() {
   }
 }
 
+std::optional<std::wstring> registeredMonitorFile() {
+  const auto file = readValue(kMonitorKey, L"Driver");
+  return file ? file->text() : std::nullopt;
+}
+
 void registerMonitor() {
   std::wstring name = kMonitorName;
   std::wstring environment = kEnvironment;

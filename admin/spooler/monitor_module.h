@@ -5,6 +5,7 @@
 // winsplp.h needs the declarations of winspool.h.
 #include <winsplp.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,8 @@ class MonitorModule {
 
 // Works without a running spooler, too: then the registry is read.
 bool isMonitorRegistered();
+// The file that the registry has for it, a name in the system folder; nothing when it has none.
+std::optional<std::wstring> registeredMonitorFile();
 // Throws a SystemFailure; succeeds when it is already registered.
 void registerMonitor();
 // Throws a SystemFailure; succeeds when it is not registered.

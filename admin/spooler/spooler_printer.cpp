@@ -55,9 +55,11 @@ std::vector<SpoolerPrinter> localPrinters() {
       });
   std::vector<SpoolerPrinter> printers;
   for (const PRINTER_INFO_2W& printer : list) {
-    printers.push_back({textOf(printer.pPrinterName), textOf(printer.pPortName), textOf(printer.pDriverName),
-                        textOf(printer.pPrintProcessor), textOf(printer.pComment),
-                        (printer.Status & PRINTER_STATUS_PENDING_DELETION) != 0});
+    printers.push_back(
+        {textOf(printer.pPrinterName), textOf(printer.pPortName), textOf(printer.pDriverName),
+         textOf(printer.pPrintProcessor), textOf(printer.pComment),
+         (printer.Status & PRINTER_STATUS_PENDING_DELETION) != 0, (printer.Status & PRINTER_STATUS_PAUSED) != 0,
+         (printer.Status & PRINTER_STATUS_OFFLINE) != 0 || (printer.Attributes & PRINTER_ATTRIBUTE_WORK_OFFLINE) != 0});
   }
   return printers;
 }

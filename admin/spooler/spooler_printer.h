@@ -15,6 +15,9 @@ struct SpoolerPrinter {
   std::wstring comment;
   // Already deleted; the spooler keeps it until the last job has left its queue.
   bool isGoing = false;
+  // Somebody has paused it, or has set it to work offline: jobs wait in its queue.
+  bool isPaused = false;
+  bool isOffline = false;
 };
 
 // Every function throws a SystemFailure that names the printer.

@@ -92,6 +92,14 @@ int printOne(int port) {
   return peer.endJob();
 }
 
+TEST(Output, TheVersionOfAProgramIsItsNameAndFourNumbersAndNothingIsStarted) {
+  for (const std::string name : {"aps", "printclient"}) {
+    ChildProcess program({Scene::program(name), "--version"});
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.output(), name + " 4.0.1.0\n");
+  }
+}
+
 TEST(Output, ALogThatNobodyReadsStopsNeitherTheServerNorItsJobsNorItsEnd) {
   const UnreadPipe unread;
   Scene scene;  // for its folder and client
