@@ -324,17 +324,11 @@ bool JobHold::finish(const HeldJob& job, const HeldDelivery::Outcome& outcome) {
       if (outcome.end == End::kAlreadyThere) m_context.book.tellHeld(recordOf(job), JobState::kDelivered);
       m_context.book.awaitWritten(job.number);
       m_store.remove(job.number);
-      ifPossible([&] {
-        m_context.log.line(fmt::format("held job delivered: {}: {} bytes", placeOf(job), job.bytes));
-        tell(job, JobState::kDelivered);
-      });
+      tellEnd(job, JobState::kDelivered, fmt::format("held job delivered: {}: {} bytes", placeOf(job), job.bytes));
       return true;
     case End::kCanceled:
       m_store.remove(job.number);
-      ifPossible([&] {
-        m_context.log.line(fmt::format("held job canceled: {}", placeOf(job)));
-        tell(job, JobState::kCanceled);
-      });
+      tellEnd(job, JobState::kCanceled, fmt::format("held job canceled: {}", placeOf(job)));
       return true;
     case End::kFailed:
       end(job, JobState::kFailed, outcome.cause, outcome.remedy);
@@ -359,6 +353,11 @@ bool JobHold::finish(const HeldJob& job, const HeldDelivery::Outcome& outcome) {
       return false;
   }
   return false;
+}
+
+void JobHold::tellEnd(const HeldJob& job, JobState state, const std::string& line) {
+  m_context.log.line(line);
+  tell(job, state);
 }
 
 void JobHold::setAside(const HeldJob& job, const HeldDelivery::Outcome& outcome) {

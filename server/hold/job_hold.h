@@ -117,6 +117,7 @@ class JobHold {
   // False when nothing more is to be delivered to that owner for now.
   bool deliverNext(const Owner& owner);
   bool finish(const HeldJob& job, const HeldDelivery::Outcome& outcome);
+  void tellEnd(const HeldJob& job, protocol::JobState state, const std::string& line);
   void setAside(const HeldJob& job, const HeldDelivery::Outcome& outcome);
   void end(const HeldJob& job, protocol::JobState state, const std::string& cause, const std::string& remedy);
   void care() noexcept;
