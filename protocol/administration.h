@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <compare>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -47,13 +48,33 @@ struct ListedSession {
   }
 };
 
+// The jobs that the server holds for a session whose print client is away.
+struct HeldForSession {
+  int session = 0;
+  int jobs = 0;
+  std::int64_t bytes = 0;  // of their data
+  std::wstring since;      // when the oldest of them was held
+
+  bool operator==(const HeldForSession&) const = default;
+  static void layout(auto& self, auto& wire) { wire(self.session, self.jobs, self.bytes, self.since); }
+};
+
+struct HeldForSessions {
+  static constexpr Limit kSessions{100000};  // likewise
+
+  std::vector<HeldForSession> list;  // of the sessions that have some, in the order of their numbers
+
+  static void layout(auto& self, auto& wire) { wire.counted(self.list, kSessions); }
+};
+
 struct ServerStatus {
   static constexpr Limit kSessions{100000};  // likewise
 
   std::wstring version;
   int process = 0;
   std::wstring since;
-  std::vector<ListedSession> sessions;  // in the order of their numbers
+  std::vector<ListedSession> sessions;                 // in the order of their numbers
+  std::optional<HeldForSessions> held = std::nullopt;  // an earlier version does not tell; no part of the layout
 
   // Null when no session has that number.
   const ListedSession* session(int number) const;
@@ -81,9 +102,12 @@ struct StatusPage {
 
 struct StatusPage::Answer {
   ServerStatus status;
-  std::optional<StatusPage> next;  // none behind the last page
+  std::optional<StatusPage> next;  // none behind the last page, which alone tells what is held
 
-  static void layout(auto& self, auto& wire) { wire(self.status, self.next); }
+  static void layout(auto& self, auto& wire) {
+    wire(self.status, self.next);
+    wire.ifMore([&] { wire(self.status.held); });
+  }
 };
 
 // Makes an invitation to a session, by which somebody's print client gets its key, once. Unless the guest is the same

@@ -38,7 +38,27 @@ TEST(StatusPage, AndItsAnswerHaveTheirBytesOnTheWire) {
             tests::hex("74 01000000 3400 69 4d000000 74 01000000 7300 69 01000000 69 05000000 62 01 "
                        "74 01000000 7500 69 01000000 74 01000000 4e00 62 01 74 01000000 4c00 62 00 "
                        "62 00 62 01 74 02000000 48005000 62 00 62 00 62 00 62 01 74 00000000 62 01 "
-                       "69 03000000 69 58020000 62 01 69 06000000 69 02000000"));
+                       "69 03000000 69 58020000 62 01 69 06000000 69 02000000 62 00"));
+}
+
+TEST(StatusPage, TheLastOneTellsBehindItWhatIsHeld) {
+  StatusPage::Answer last = page();
+  last.status.sessions.clear();
+  last.next.reset();
+  last.status.held.emplace().list = {{5, 2, 5000000001, L"t"}};
+  EXPECT_EQ(tests::hexOf(last), tests::hex("74 01000000 3400 69 4d000000 74 01000000 7300 69 00000000 62 00 "
+                                           "62 01 69 01000000 69 05000000 69 02000000 69 01f2052a 69 01000000 "
+                                           "74 01000000 7400"));
+  EXPECT_THAT(tests::readBack(last).status.held->list, ElementsAre(HeldForSession{5, 2, 5000000001, L"t"}));
+}
+
+TEST(StatusPage, OfAnEarlierVersionDoesNotTellWhatIsHeld) {
+  StatusPage::Answer last = page();
+  last.next.reset();
+  std::vector<unsigned char> bytes = tests::bytesOf(last);
+  bytes.resize(bytes.size() - 2);
+  corvane::ValueReader reader = tests::readerOf(bytes);
+  EXPECT_FALSE(read<StatusPage::Answer>(reader).status.held);
 }
 
 TEST(StatusPage, AndItsAnswerComeBack) {

@@ -108,7 +108,12 @@ void AdministrationServer::statusPage(CS_InRequest& request) {
   SessionTable::Page page =
       m_context->sessions.page({asked.session, static_cast<std::size_t>(std::max(asked.printer, 0))}, kPageCharacters);
   protocol::StatusPage::Answer answer{statusOf(std::move(page.sessions)), std::nullopt};
-  if (page.next) answer.next = protocol::StatusPage{page.next->session, static_cast<int>(page.next->printer)};
+  if (page.next) {
+    answer.next = protocol::StatusPage{page.next->session, static_cast<int>(page.next->printer)};
+  } else {
+    answer.status.held.emplace();
+    if (m_context->hold) answer.status.held->list = m_context->hold->bySession();
+  }
   protocol::answer(request, answer);
 }
 

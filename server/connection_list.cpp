@@ -64,17 +64,20 @@ void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivin
       refusal = fmt::format("there are {} connections, which is the limit; end some", m_places.all);
     } else {
       const Position position = m_sessions.emplace(m_sessions.end());
-      position->connection = connection;
-      position->room = arrivingRoom;
-      position->peer = peer;
-      position->who = addressOf(peer);
-      position->arrived = Clock::now();
       try {
+        position->connection = connection;
+        position->room = arrivingRoom;
+        position->peer = peer;
+        position->who = addressOf(peer);
+        position->arrived = Clock::now();
         // The new thread waits for the lock, so its position has its thread before it can end.
         position->thread = std::thread([this, position] { run(position); });
       } catch (const std::system_error& failure) {
         m_sessions.erase(position);
         refusal = fmt::format("no thread for it: {}; end some connections or programs of this machine", failure.what());
+      } catch (const std::bad_alloc&) {
+        m_sessions.erase(position);
+        throw;
       }
     }
   }

@@ -231,9 +231,11 @@ void serveUntilStopped(corvane::Listener& listener, aps::Room room, const Stream
                             "LimitNOFILE=), or end connections",
                             programs::oneLine(why)));
   });
-  while (auto socket = listener.accept()) {
-    if (serving.supervision.answersOwnCall(*socket)) continue;
+  for (bool isStopped = false; !isStopped;) {
     try {
+      auto socket = listener.accept();
+      isStopped = !socket;
+      if (isStopped || serving.supervision.answersOwnCall(*socket)) continue;
       serving.connections.serve(makeStream(std::move(*socket)), room);
     } catch (const std::bad_alloc&) {
       log.refusal("memory", "a connection was turned away: out of memory");

@@ -49,6 +49,12 @@ void Output::failure(const Failure& failure) {
   m_errors << std::flush;
 }
 
+std::string sizeText(std::int64_t bytes) {
+  if (bytes < 10000) return fmt::format("{} B", bytes);
+  if (bytes < 10000000) return fmt::format("{} kB", bytes / 1000);
+  return fmt::format("{} MB", bytes / 1000000);
+}
+
 Json textValue(std::wstring_view text) {
   return corvane::toUtf8(text);
 }

@@ -2,6 +2,7 @@
 
 #include "admin/base/failure.h"
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <ostream>
 #include <string>
@@ -35,6 +36,9 @@ class Output {
   std::ostream& m_errors;
   bool m_json;
 };
+
+// A number of bytes for a person: "9999 B", "10 kB", "12 MB".
+std::string sizeText(std::int64_t bytes);
 
 // The text as a JSON string in UTF-8.
 Json textValue(std::wstring_view text);

@@ -29,12 +29,6 @@ struct Wanted {
   bool isFailedOnly = false;
 };
 
-std::string sizeText(std::int64_t bytes) {
-  if (bytes < 10000) return fmt::format("{} B", bytes);
-  if (bytes < 10000000) return fmt::format("{} kB", bytes / 1000);
-  return fmt::format("{} MB", bytes / 1000000);
-}
-
 std::string orDash(const std::wstring& text) {
   return text.empty() ? "-" : oneLine(text);
 }

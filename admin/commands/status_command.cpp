@@ -3,6 +3,7 @@
 #include "admin/base/service.h"
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
+#include "admin/sessions/held_jobs.h"
 #include "admin/sessions/job_paper.h"
 #include "admin/sessions/session_printers.h"
 #include "admin/sessions/test_session.h"
@@ -114,24 +115,41 @@ void sayNotices(ApplicationServer& server, Output& output, Json& facts) {
           paper, output, facts);
 }
 
+// Each session with what is held for it; those that only have held jobs are at the end.
+void saySessions(const protocol::ServerStatus& status, Output& output, Json& facts) {
+  Json sessions = Json::array();
+  for (const protocol::ListedSession& session : status.sessions) {
+    if (isTestSession(session.number)) continue;
+    sessions.push_back(sessionJson(session));
+    sessions.back()["held"] = heldJson(status, session.number);
+    saySession(session, output);
+    if (const auto* const held = heldFor(status, session.number)) {
+      output.line(fmt::format("  {}", heldText(*held)));
+    }
+  }
+  for (const protocol::HeldForSession& held : heldForOthers(status)) {
+    sessions.push_back({{"session", held.session},
+                        {"connected", false},
+                        {"since", nullptr},
+                        {"printers", Json::array()},
+                        {"held", heldJson(status, held.session)}});
+    output.line(fmt::format("session {}: forgotten by the server until its print client comes back", held.session));
+    output.line(fmt::format("  {}", heldText(held)));
+  }
+  if (sessions.empty()) output.line("no print client has registered");
+  facts["sessions"] = sessions;
+}
+
 void sayServer(int port, Output& output, Json& facts) try {
   ApplicationServer server(port);
   const protocol::ServerStatus status = server.status();
-  Json sessions = Json::array();
-  for (const protocol::ListedSession& session : status.sessions) {
-    if (!isTestSession(session.number)) sessions.push_back(sessionJson(session));
-  }
   facts["server"] = {{"reachable", true},
                      {"version", textValue(status.version)},
                      {"process", status.process},
-                     {"since", textValue(status.since)},
-                     {"sessions", sessions}};
+                     {"since", textValue(status.since)}};
   output.line(fmt::format("server:  aps {}, process {}, runs since {}", oneLine(status.version), status.process,
                           localTime(status.since)));
-  if (sessions.empty()) output.line("no print client has registered");
-  for (const protocol::ListedSession& session : status.sessions) {
-    if (!isTestSession(session.number)) saySession(session, output);
-  }
+  saySessions(status, output, facts["server"]);
   std::vector<std::string> lines;
   for (const std::wstring& line : server.records(kRecords))
     lines.push_back(oneLine(line));

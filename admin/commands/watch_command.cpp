@@ -2,6 +2,7 @@
 #include "admin/base/service_log.h"
 #include "admin/commands/invocation.h"
 #include "admin/sessions/application_server.h"
+#include "admin/sessions/held_news.h"
 #include "admin/sessions/session_watch.h"
 #include "admin/spooler/spooler_port.h"
 #include "corvane/base/text.h"
@@ -55,11 +56,13 @@ class Stop {
 };
 
 // Watches over one connection. Throws a Failure when the connection is lost.
-void follow(int serverPort, SessionWatch& watch, ApplicationServer*& followed, Stop& stop) {
+void follow(int serverPort, SessionWatch& watch, HeldNews& heldNews, ApplicationServer*& followed, Stop& stop) {
   ApplicationServer server(serverPort);
   followed = &server;
   while (!stop.isAsked()) {
-    watch.see(server.status(), SessionWatch::Clock::now());
+    const protocol::ServerStatus facts = server.status();
+    watch.see(facts, SessionWatch::Clock::now());
+    heldNews.see(facts, [&server](int after) { return server.notices(after, 0); });
     stop.wait(kRoundMilliseconds);
   }
 }
@@ -71,12 +74,13 @@ ExitCode watchSessions(const Options& options, Output& output) {
                       [](unsigned session) { return hasPort(sessionPort(session)); },
                       [&server](int session, const RefusedPrinter& printer) { server->tellRefusal(session, printer); }},
                      std::chrono::seconds(options.graceSeconds), output);
+  HeldNews heldNews(output);
   Stop stop;
   programs::ServiceManager::fromEnvironment().tell("READY=1");
   output.line("watching the sessions; Ctrl-C ends it");
   while (!stop.isAsked()) {
     try {
-      follow(options.serverPort, watch, server, stop);
+      follow(options.serverPort, watch, heldNews, server, stop);
     } catch (const Failure& failure) {
       if (failure.code() != ExitCode::kServerAway) throw;
       watch.seeNothing(failure.what());
@@ -110,8 +114,9 @@ ExitCode run(const Options& options, Output& output) {
 void addWatchCommand(CLI::App& app, Invocation& invocation) {
   auto options = std::make_shared<Options>();
   CLI::App& command = addCommand(app, invocation, "watch",
-                                 "Brings sessions up and down as their print clients come and go, until Ctrl-C. With "
-                                 "--json, a line for each event.",
+                                 "Brings sessions up and down as their print clients come and go, and tells of jobs "
+                                 "that are held for clients that are away, until Ctrl-C. With --json, a line for each "
+                                 "event.",
                                  {"watch", "watch --driver \"Generic PostScript\" --grace 300"});
   command.add_option("--driver", options->driver,
                      "driver for printers whose own cannot be used; default: FallbackDriver");

@@ -101,6 +101,7 @@ TEST_F(ApplicationServerTest, SaysItsSessionsAndTheirPrinters) {
     reply.writeBoolean(false);
   });
   const protocol::ServerStatus facts = ApplicationServer(peer.port()).status();
+  EXPECT_FALSE(facts.held) << "an earlier server does not tell";
   EXPECT_EQ(facts.version, L"4.0.1.0");
   EXPECT_EQ(facts.process, 77);
   EXPECT_EQ(facts.since, L"2026-01-31T23:59:59Z");

@@ -71,6 +71,7 @@ void PageConnection::close() {
   error_code ignored;
   m_deadline.cancel();
   m_pause.cancel();
+  m_socket.cancel(ignored);  // Wine does not end a send that waits when its socket is closed
   m_socket.shutdown(tcp::socket::shutdown_both, ignored);
   m_socket.close(ignored);
   endStream();

@@ -202,8 +202,6 @@ TEST_F(PageServerTest, AStreamThatIsClosedOrHalfClosedEnds) {
   awaitConnections(0);
 }
 
-#ifndef _WIN32
-// Under Wine such a stream was seen to stay.
 TEST_F(PageServerTest, AStreamThatNobodyReadsIsEndedAndTheOthersGoOn) {
   PageServer::Limits limits;
   limits.send = std::chrono::milliseconds(300);
@@ -224,7 +222,6 @@ TEST_F(PageServerTest, AStreamThatNobodyReadsIsEndedAndTheOthersGoOn) {
     EXPECT_THAT(person.say(text("")).answer(), StartsWith("HTTP/1.1 200 "));
   } while (m_server->connectionCount() > 1);
 }
-#endif
 
 TEST_F(PageServerTest, ADocumentComesWholeAlsoWhenItHasGoneMeanwhile) {
   start();

@@ -10,6 +10,7 @@
 #include "corvane/wire/thin_line.h"
 
 #include <mutex>
+#include <new>
 
 namespace corvane {
 
@@ -51,6 +52,9 @@ void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
     link.sendText(header, reason.c_str());
   } catch (const CS_Exception&) {
     // That connection has ended as well, and its side knows.
+  } catch (const std::exception&) {
+    // Its side must not wait for one that has gone.
+    link.end(L"not enough memory");
   }
 }
 
@@ -259,9 +263,15 @@ bool CS_BridgeRouter::release() {
     here = through->ends[m_end].link;
   }
   if (here == nullptr) return true;  // the route has ended
-  // A side that is done closes its connection, so an orderly close is not passed on as a reason.
-  const std::wstring reason = here->reason();
-  end(m_end, reason == corvane::kClosedInOrder ? std::wstring() : reason, goneText(reason).c_str());
+  std::wstring reason, told;
+  try {
+    // A side that is done closes its connection, so an orderly close is not passed on as a reason.
+    told = goneText(here->reason());
+    if (here->reason() != corvane::kClosedInOrder) reason = here->reason();
+  } catch (const std::bad_alloc&) {
+    // The end is what counts.
+  }
+  end(m_end, reason, told.empty() ? corvane::kGone : told.c_str());
   return true;
 }
 
@@ -291,7 +301,11 @@ bool CS_BridgeRouter::end(int gone, const std::wstring& reason, const wchar_t* t
   if (toldToOther != nullptr) sendRelease(*other.link, other.bridge, toldToOther);
   leave(*other.router);
   ending.madeHere = gone == 0;
-  ending.reason = reason;
+  try {
+    ending.reason = reason;
+  } catch (const std::bad_alloc&) {
+    // The end is what counts.
+  }
   if (onEnd) onEnd(ending);
   return true;
 }

@@ -2,7 +2,6 @@
 
 #include "corvane/base/text.h"
 #include "corvane/components/bridge.h"
-#include "corvane/components/bridge_router.h"
 #include "corvane/components/channel.h"
 #include "corvane/components/component.h"
 #include "corvane/records/exception.h"
@@ -13,12 +12,13 @@
 #include "protocol/names.h"
 #include "protocol/print_job.h"
 #include "server/client_news.h"
+#include "server/hold/served_end.h"
 
 #include <condition_variable>
 #include <fmt/format.h>
 #include <mutex>
+#include <new>
 #include <system_error>
-#include <thread>
 
 namespace aps {
 namespace {
@@ -35,6 +35,8 @@ CS_RCPtr<CS_Component> makeOn(CS_Component& owner, const wchar_t* local, const w
   component->getChannel(true)->startReceiving();
   return component;
 }
+
+constexpr char kNoMemory[] = "out of memory";  // so short that a string of it takes none
 
 constexpr char kTriedAgain[] =
     "; it is tried again when the print client comes back or its printers change, and can be canceled";
@@ -53,23 +55,6 @@ HeldDelivery::Outcome unclear() {
           "look whether the page is there, and print again if it is not"};
 }
 
-// Serves one end of a connection within this process until that ends.
-class ServedEnd {
- public:
-  explicit ServedEnd(CS_RCPtr<CS_Connection> connection)
-      : m_connection(std::move(connection)), m_thread([this] { m_connection->serve(); }) {}
-  ServedEnd(const ServedEnd&) = delete;
-  ServedEnd& operator=(const ServedEnd&) = delete;
-  ~ServedEnd() {
-    CS_Connection::destroy(m_connection, true);
-    m_thread.join();
-  }
-
- private:
-  const CS_RCPtr<CS_Connection> m_connection;
-  std::thread m_thread;
-};
-
 }  // namespace
 
 struct HeldDelivery::RouteEnd {
@@ -81,20 +66,38 @@ struct HeldDelivery::RouteEnd {
   std::wstring reason;
 };
 
-HeldDelivery::Outcome HeldDelivery::run() noexcept try {
-  Outcome outcome = runOnce();
-  if (!m_routeEnd) return outcome;
+HeldDelivery::Outcome HeldDelivery::run() noexcept {
+  Outcome outcome{End::kBusy, kNoMemory, ""};
+  try {
+    outcome = runOnce();
+  } catch (const std::exception&) {
+    // There was no memory for the words of a failure.
+  }
+  if (!m_router) return outcome;
+  try {
+    awaitRouteEnd();
+    return behindRoute(std::move(outcome));
+  } catch (const std::exception&) {
+    return {End::kBusy, kNoMemory, ""};
+  }
+}
+
+void HeldDelivery::awaitRouteEnd() {
+  // It has ended with the connection, unless that had no memory to tell it.
+  const bool isCutHere = m_router->cut(L"");
   // What the route's end tells is told now, and nobody uses this any more.
   std::unique_lock<std::mutex> lock(m_routeEnd->lock);
   m_routeEnd->changed.wait(lock, [this] { return m_routeEnd->isOver; });
+  if (isCutHere) m_routeEnd->isOfClient = false;
+}
+
+HeldDelivery::Outcome HeldDelivery::behindRoute(Outcome outcome) const {
   if (m_routeEnd->isCanceled) return {End::kCanceled, "", ""};
   const CS_RCPtr<CS_Connection> client = m_context.sessions.clientOf(m_job.session);
   const bool isGivenUp = outcome.end == End::kAway && m_routeEnd->isOfClient && client && client.get() == m_client;
   if (!isGivenUp || !client->isConnected()) return outcome;
   return {End::kFailed, fmt::format("the print client let the job go: {}", programs::oneLine(m_routeEnd->reason)),
           "print again if it is still wanted"};
-} catch (const std::exception& failure) {
-  return {End::kBusy, failure.what(), ""};
 }
 
 HeldDelivery::Outcome HeldDelivery::runOnce() try {
@@ -123,10 +126,10 @@ HeldDelivery::Outcome HeldDelivery::deliver(const SessionTable::Found& found) {
   const ServedEnd served(routed);
   try {
     Outcome outcome = deliverOver(caller, routed, found);
-    CS_Connection::destroy(caller, true);
+    ServedEnd::endConnection(caller);
     return outcome;
   } catch (...) {
-    CS_Connection::destroy(caller, true);
+    ServedEnd::endConnection(caller);
     throw;
   }
 }
@@ -157,14 +160,21 @@ bool HeldDelivery::route(CS_Connection& routed, CS_Component& bridge, const Sess
   const auto end = std::make_shared<RouteEnd>();
   router->onEnd([&book, end, number = m_job.number](const CS_BridgeRouter::Ending& ending) {
     const bool isCanceled = book.ended(number, ending, false);
+    std::wstring reason;
+    try {
+      reason = ending.reason;
+    } catch (const std::bad_alloc&) {
+      // The end is what is waited for.
+    }
     const std::lock_guard<std::mutex> guard(end->lock);
     end->isOver = true;
     end->isCanceled = isCanceled;
     end->isOfClient = !ending.madeHere;
-    end->reason = ending.reason;
+    end->reason = std::move(reason);
     end->changed.notify_all();
   });
   if (router->routeTo(found.client) != CS_BridgeRouter::Routing::kMade) return false;
+  m_router = router;
   m_routeEnd = end;
   book.routed(m_job.number, router);
   return true;
@@ -209,7 +219,8 @@ HeldDelivery::Outcome HeldDelivery::send(const CS_RCPtr<CS_Component>& sender) {
   }
   m_context.store.markSent(m_job.number, m_device);
   const auto result = protocol::ask(sender, protocol::JobEnd{m_job.start.jobName}, kEndMilliseconds).result;
-  if (static_cast<int>(result) <= 0) m_context.store.unmarkSent(m_job.number);
+  if (static_cast<int>(result) > 0) return {End::kDelivered, "", ""};
+  m_context.store.unmarkSent(m_job.number);
   const auto said = m_context.book.refusalOf(m_job.number);
   if (said && said->state == protocol::JobState::kCanceled) return {End::kCanceled, "", ""};
   if (!said || said->remedy.empty()) return outcomeOf(result);
@@ -217,7 +228,6 @@ HeldDelivery::Outcome HeldDelivery::send(const CS_RCPtr<CS_Component>& sender) {
 }
 
 HeldDelivery::Outcome HeldDelivery::outcomeOf(protocol::PrintResult result) {
-  if (static_cast<int>(result) > 0) return {End::kDelivered, "", ""};
   const std::string cause = words(protocol::textOf(result));
   const bool isForGood = result == protocol::PrintResult::kNoData || result == protocol::PrintResult::kIncompletePdf;
   if (isForGood) return {End::kFailed, cause, "print again"};

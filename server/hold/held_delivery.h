@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/base/rc_ptr.h"
+#include "corvane/components/bridge_router.h"
 #include "corvane/components/connection.h"
 #include "server/client_news.h"
 #include "server/hold/hold_store.h"
@@ -54,6 +55,9 @@ class HeldDelivery {
   struct RouteEnd;
 
   Outcome runOnce();
+  void awaitRouteEnd();
+  // What the route's end makes of it.
+  Outcome behindRoute(Outcome outcome) const;
   Outcome deliver(const SessionTable::Found& found);
   Outcome deliverOver(const CS_RCPtr<CS_Connection>& caller, const CS_RCPtr<CS_Connection>& routed,
                       const SessionTable::Found& found);
@@ -62,6 +66,7 @@ class HeldDelivery {
   // Nothing when the job may be sent.
   std::optional<Outcome> askWhether(const CS_RCPtr<CS_Component>& sender);
   Outcome send(const CS_RCPtr<CS_Component>& sender);
+  // What a refusal means.
   static Outcome outcomeOf(protocol::PrintResult result);
 
   const Context m_context;
@@ -69,7 +74,8 @@ class HeldDelivery {
   const protocol::JobRecord m_known;
   const CS_Connection* m_client = nullptr;  // for comparison only
   std::wstring m_device;                    // of the print client; empty for one that knows of none
-  std::shared_ptr<RouteEnd> m_routeEnd;     // once there is a route
+  CS_RCPtr<CS_BridgeRouter> m_router;       // once there is a route, like the next
+  std::shared_ptr<RouteEnd> m_routeEnd;
 };
 
 }  // namespace aps

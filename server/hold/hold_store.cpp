@@ -5,7 +5,11 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <iterator>
+#include <limits>
+#include <new>
 #include <system_error>
+#include <utility>
 
 namespace aps {
 namespace {
@@ -59,9 +63,11 @@ void HoldStore::Coming::append(std::span<const unsigned char> bytes) {
 }
 
 void HoldStore::Coming::complete() {
+  HeldJob known;  // made first: behind the file's last name nothing may fail
   try {
     m_job.held =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+    known = m_job;
     m_file->complete(m_job, m_store.fileOf(m_sequence, kJobSuffix));
   } catch (const std::system_error& failure) {
     throw HoldRefusal(fmt::format("the job cannot be written to the folder of held jobs: {}", failure.what()),
@@ -70,7 +76,7 @@ void HoldStore::Coming::complete() {
   m_isComplete = true;
   const std::lock_guard<std::mutex> guard(m_store.m_lock);
   Entry& entry = m_store.m_entries.at(m_sequence);
-  entry.job = m_job;
+  entry.job = std::move(known);
   entry.place = Place::kComplete;
 }
 
@@ -101,18 +107,28 @@ void HoldStore::readFolder() try {
                                        programs::fromPath(m_folder.path()), failure.code().message()));
 }
 
-void HoldStore::readFile(const std::filesystem::path& path, std::uint64_t sequence) try {
+HoldStore::Entry HoldStore::entryOf(HeldJob job, std::uint64_t sequence) const {
   Entry entry;
-  entry.job = HeldFileReader(path).job();
+  entry.job = std::move(job);
+  entry.file = fileOf(sequence, kJobSuffix);
+  entry.sent = fileOf(sequence, kSentSuffix);
+  return entry;
+}
+
+void HoldStore::readFile(const std::filesystem::path& path, std::uint64_t sequence) try {
+  Entry entry = entryOf(HeldFileReader(path).job(), sequence);
   entry.place = Place::kWaiting;
   entry.bytes = entry.job.bytes;
-  const std::filesystem::path sent = fileOf(sequence, kSentSuffix);
-  if (std::filesystem::exists(sent)) entry.sentTo = readDevice(sent);
+  if (std::filesystem::exists(entry.sent)) entry.sentTo = readDevice(entry.sent);
   const bool isThere = std::any_of(m_entries.begin(), m_entries.end(), [&entry](const auto& other) {
     return other.second.job.id == entry.job.id || other.second.job.number == entry.job.number;
   });
   if (isThere) throw HeldFileDamage("it holds the same job as another one");
   m_entries.emplace(sequence, std::move(entry));
+} catch (const std::system_error& failure) {
+  tellUnread(path, failure);
+} catch (const std::bad_alloc& failure) {
+  tellUnread(path, failure);
 } catch (const std::exception& failure) {
   std::filesystem::path aside = path;
   aside += kDamagedSuffix;
@@ -123,6 +139,14 @@ void HoldStore::readFile(const std::filesystem::path& path, std::uint64_t sequen
                   "of jobs say which one it was",
                   programs::fromPath(path), failure.what(),
                   problem ? "it stays where it is" : fmt::format("it is set aside as {}", programs::fromPath(aside))));
+}
+
+// Nothing is wrong with the file, as far as is known.
+void HoldStore::tellUnread(const std::filesystem::path& path, const std::exception& failure) {
+  m_log.failure(
+      fmt::format("a held job waits until aps starts again because its file {} cannot be read now: {}; see that "
+                  "this account may read it, and start aps again",
+                  programs::fromPath(path), failure.what()));
 }
 
 void HoldStore::refuseFullLocked(const Owner& owner) const {
@@ -149,8 +173,7 @@ std::unique_ptr<HoldStore::Coming> HoldStore::begin(HeldJob job) {
     refuseFullLocked(ownerOf(job));
     sequence = ++m_latest;
     coming.reset(new Coming(*this, job, sequence));
-    Entry& entry = m_entries[sequence];
-    entry.job = std::move(job);
+    m_entries.emplace(sequence, entryOf(std::move(job), sequence));
   }
   try {
     coming->m_file.emplace(fileOf(sequence, kComingSuffix));
@@ -202,8 +225,11 @@ HoldStore::Entries::const_iterator HoldStore::findLocked(int number) const {
 bool HoldStore::settle(int number) {
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto found = findLocked(number);
-  if (found == m_entries.end() || found->second.place != Place::kComplete) return false;
-  found->second.place = Place::kWaiting;
+  if (found == m_entries.end()) return false;
+  Entry& entry = found->second;
+  Place& place = entry.place == Place::kDelivering ? entry.before : entry.place;
+  if (place != Place::kComplete) return false;
+  place = Place::kWaiting;
   return true;
 }
 
@@ -225,14 +251,25 @@ std::optional<HeldJob> HoldStore::take(const Owner& owner) {
     if (entry.place == Place::kWaiting && next == nullptr) next = &entry;
   }
   if (next == nullptr) return std::nullopt;
-  next->place = Place::kDelivering;
-  return next->job;
+  std::optional<HeldJob> job = next->job;
+  next->before = std::exchange(next->place, Place::kDelivering);
+  return job;
+}
+
+bool HoldStore::claim(int number) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  const auto found = findLocked(number);
+  if (found == m_entries.end()) return false;
+  Entry& entry = found->second;
+  if (entry.place == Place::kComing || entry.place == Place::kDelivering) return false;
+  entry.before = std::exchange(entry.place, Place::kDelivering);
+  return true;
 }
 
 void HoldStore::putBack(int number) {
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto found = findLocked(number);
-  if (found != m_entries.end()) found->second.place = Place::kWaiting;
+  if (found != m_entries.end() && found->second.place == Place::kDelivering) found->second.place = found->second.before;
 }
 
 void HoldStore::setAside(int number, std::string cause, std::string remedy) {
@@ -251,38 +288,54 @@ void HoldStore::retry(const Owner& owner) {
   }
 }
 
-bool HoldStore::remove(int number, bool unlessDelivered) {
-  std::uint64_t sequence = 0;
+bool HoldStore::remove(int number) {
+  Entries::node_type gone;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     const auto found = findLocked(number);
     if (found == m_entries.end() || found->second.place == Place::kComing) return false;
-    if (unlessDelivered && found->second.place == Place::kDelivering) return false;
-    sequence = found->first;
-    m_entries.erase(found);
+    gone = m_entries.extract(found);
   }
-  try {
-    removeDurably(fileOf(sequence, kJobSuffix));
-    removeDurably(fileOf(sequence, kSentSuffix));
-  } catch (const std::system_error& failure) {
+  if (const std::string why = removeFiles(gone.mapped()); !why.empty()) {
     m_log.failure(
-        fmt::format("the file {} of a job that is not held any more stays: {}; remove it before aps starts "
-                    "again",
-                    programs::fromPath(fileOf(sequence, kJobSuffix)), failure.what()));
+        fmt::format("the file {} of a job that is not held any more stays: {}; that is tried again as long as aps "
+                    "runs, and it is to be gone before aps starts again",
+                    programs::fromPath(gone.mapped().file), why));
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_left.push_back(std::move(gone));
   }
   return true;
+}
+
+std::string HoldStore::removeFiles(const Entry& entry) try {
+  removeDurably(entry.file);
+  removeDurably(entry.sent);
+  return "";
+} catch (const std::system_error& failure) {
+  return failure.what();
+}
+
+void HoldStore::removeLeft() {
+  std::vector<Entries::node_type> left;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    left.swap(m_left);
+  }
+  std::erase_if(left, [](const auto& entry) { return removeFiles(entry.mapped()).empty(); });
+  const std::lock_guard<std::mutex> guard(m_lock);
+  if (m_left.empty()) m_left.swap(left);
+  std::move(left.begin(), left.end(), std::back_inserter(m_left));
 }
 
 std::filesystem::path HoldStore::setDamagedAside(int number) {
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto found = findLocked(number);
   if (found == m_entries.end()) return {};
-  const std::filesystem::path path = fileOf(found->first, kJobSuffix);
-  std::filesystem::path aside = path;
+  std::filesystem::path aside = found->second.file;
   aside += kDamagedSuffix;
   std::error_code ignored;
-  std::filesystem::rename(path, aside, ignored);
-  std::filesystem::remove(fileOf(found->first, kSentSuffix), ignored);
+  std::filesystem::rename(found->second.file, aside, ignored);
+  std::filesystem::remove(found->second.sent, ignored);
   m_entries.erase(found);
   return aside;
 }
@@ -290,7 +343,7 @@ std::filesystem::path HoldStore::setDamagedAside(int number) {
 std::filesystem::path HoldStore::pathOf(int number) const {
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto found = findLocked(number);
-  return found == m_entries.end() ? std::filesystem::path() : fileOf(found->first, kJobSuffix);
+  return found == m_entries.end() ? std::filesystem::path() : found->second.file;
 }
 
 void HoldStore::markSent(int number, const std::wstring& device) {
@@ -299,7 +352,7 @@ void HoldStore::markSent(int number, const std::wstring& device) {
     const std::lock_guard<std::mutex> guard(m_lock);
     const auto found = findLocked(number);
     if (found == m_entries.end()) return;
-    path = fileOf(found->first, kSentSuffix);
+    path = found->second.sent;
     made = fileOf(found->first, kComingSuffix);
   }
   std::error_code ignored;
@@ -322,7 +375,7 @@ void HoldStore::unmarkSent(int number) {
     const std::lock_guard<std::mutex> guard(m_lock);
     const auto found = findLocked(number);
     if (found == m_entries.end() || !found->second.sentTo) return;
-    path = fileOf(found->first, kSentSuffix);
+    path = found->second.sent;
     found->second.sentTo.reset();
   }
   removeDurably(path);
@@ -355,6 +408,31 @@ std::vector<HoldStore::Owner> HoldStore::owners() const {
   std::vector<Owner> list;
   for (const auto& [sequence, entry] : m_entries) {
     if (std::find(list.begin(), list.end(), ownerOf(entry.job)) == list.end()) list.push_back(ownerOf(entry.job));
+  }
+  return list;
+}
+
+std::vector<protocol::HeldForSession> HoldStore::bySession() const {
+  struct Sum {
+    int jobs = 0;
+    std::int64_t bytes = 0, oldest = std::numeric_limits<std::int64_t>::max();
+  };
+  std::map<int, Sum> sums;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (const auto& [sequence, entry] : m_entries) {
+      if (entry.place == Place::kComing) continue;
+      Sum& sum = sums[entry.job.session];
+      ++sum.jobs;
+      sum.bytes += entry.job.bytes;
+      sum.oldest = std::min(sum.oldest, entry.job.held);
+    }
+  }
+  std::vector<protocol::HeldForSession> list;
+  for (const auto& [session, sum] : sums) {
+    if (list.size() == kMostListed) break;
+    const std::chrono::system_clock::time_point oldest{std::chrono::seconds(sum.oldest)};
+    list.push_back({session, sum.jobs, sum.bytes, programs::utcText(oldest)});
   }
   return list;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "protocol/administration.h"
 #include "server/hold/held_file.h"
 #include "server/hold/private_file.h"
 #include "server/log.h"
@@ -35,6 +36,7 @@ class HoldStore {
     int days = 7;  // that a job is held
   };
   using Owner = std::pair<int, std::wstring>;  // session and key
+  static constexpr std::size_t kMostListed = 10000;
 
   // How a held job is. The cause and what to do are of one that is set aside.
   struct Known {
@@ -79,13 +81,18 @@ class HoldStore {
 
   // The next job of that owner for delivery, which is then being delivered; nothing while one is, and when none waits.
   std::optional<HeldJob> take(const Owner& owner);
-  // It was not delivered, and is the next one again.
+  // The same for one job that is whole, whoever's it is and settled or not: nothing else becomes of it until remove()
+  // or putBack(). False when it is not there, or just being delivered.
+  bool claim(int number);
+  // It was not delivered, and is where it was before.
   void putBack(int number);
   // It was not delivered, and does not hold up those behind it, until retry().
   void setAside(int number, std::string cause, std::string remedy);
   void retry(const Owner& owner);
-  // Its end. False when it is not there, and with unlessDelivered when it is just being delivered.
-  bool remove(int number, bool unlessDelivered = false);
+  // Its end. False when it is not there. Takes no memory unless its file cannot be removed; that is tried again by
+  // removeLeft().
+  bool remove(int number);
+  void removeLeft();
   // Its file is not as it was written: it stays under another name, whose path is returned.
   std::filesystem::path setDamagedAside(int number);
   std::filesystem::path pathOf(int number) const;
@@ -101,6 +108,8 @@ class HoldStore {
   std::optional<Known> find(int number) const;
   std::vector<Known> all() const;
   std::vector<Owner> owners() const;
+  // How much is held for each session, under whichever keys; of the first kMostListed that have some.
+  std::vector<protocol::HeldForSession> bySession() const;
   // Those that are older than Limits::days and not being delivered.
   std::vector<HeldJob> expired(std::chrono::system_clock::time_point now) const;
   const Limits& limits() const { return m_limits; }
@@ -110,14 +119,20 @@ class HoldStore {
   struct Entry {
     HeldJob job;
     Place place = Place::kComing;
+    Place before = Place::kWaiting;  // of one that is being delivered
     std::int64_t bytes = 0;
+    std::filesystem::path file, sent;  // their names, so that removing them takes no memory
     std::optional<std::wstring> sentTo;
     std::string cause, remedy;
   };
   using Entries = std::map<std::uint64_t, Entry>;  // by their sequence
 
   void readFolder();
+  Entry entryOf(HeldJob job, std::uint64_t sequence) const;
   void readFile(const std::filesystem::path& path, std::uint64_t sequence);
+  void tellUnread(const std::filesystem::path& path, const std::exception& failure);
+  // Why they stay; empty when they are gone.
+  static std::string removeFiles(const Entry& entry);
   void drop(std::uint64_t sequence) noexcept;
   void addBytes(std::uint64_t sequence, std::int64_t bytes);
   void refuseFullLocked(const Owner& owner) const;
@@ -130,6 +145,7 @@ class HoldStore {
   Log& m_log;
   mutable std::mutex m_lock;  // guards what follows
   Entries m_entries;
+  std::vector<Entries::node_type> m_left;  // whose files could not be removed
   std::uint64_t m_latest = 0;
 };
 

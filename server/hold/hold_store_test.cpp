@@ -1,5 +1,6 @@
 #include "server/hold/hold_store.h"
 
+#include "programs/text.h"
 #include "tests/support/own_folder.h"
 
 #include <fstream>
@@ -150,10 +151,45 @@ TEST_F(HoldStoreTest, OneThatIsSetAsideHoldsUpNoOtherUntilItIsTriedAgain) {
 TEST_F(HoldStoreTest, OneThatIsJustDeliveredIsNotRemovedByOthers) {
   hold(1);
   EXPECT_EQ(take(), 1);
-  EXPECT_FALSE(m_store->remove(1, true));
+  EXPECT_FALSE(m_store->claim(1));
   m_store->putBack(1);
-  EXPECT_TRUE(m_store->remove(1, true));
+  EXPECT_TRUE(m_store->claim(1));
+  EXPECT_EQ(take(), 0);
+  EXPECT_FALSE(m_store->claim(1));
+  EXPECT_TRUE(m_store->remove(1));
   EXPECT_FALSE(m_store->remove(1));
+  EXPECT_FALSE(m_store->claim(1));
+}
+
+TEST_F(HoldStoreTest, OneThatIsWholeCanBeClaimedBeforeItIsSettledAndIsSettledAllTheSame) {
+  const auto coming = m_store->begin(job(1));
+  EXPECT_FALSE(m_store->claim(1));
+  coming->complete();
+  EXPECT_TRUE(m_store->claim(1));
+  m_store->putBack(1);
+  EXPECT_EQ(take(), 0);
+  EXPECT_TRUE(m_store->claim(1));
+  EXPECT_TRUE(m_store->settle(1));
+  EXPECT_FALSE(m_store->settle(1));
+  EXPECT_EQ(take(), 0);
+  m_store->putBack(1);
+  EXPECT_EQ(take(), 1);
+}
+
+TEST_F(HoldStoreTest, WhatIsHeldForEachSessionIsTold) {
+  EXPECT_THAT(m_store->bySession(), IsEmpty());
+  const auto from = std::chrono::system_clock::now();
+  hold(1, 6, kOneKey, 10);
+  hold(2, 5, kOneKey, 20);
+  hold(3, 5, kOtherKey, 300000);
+  const auto coming = m_store->begin(job(4));
+  coming->append(std::vector<unsigned char>(5, 'x'));
+  const auto list = m_store->bySession();
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(list[0], (protocol::HeldForSession{5, 2, 300020, list[0].since}));
+  EXPECT_EQ(list[1], (protocol::HeldForSession{6, 1, 10, list[1].since}));
+  EXPECT_GE(list[0].since, programs::utcText(from));
+  EXPECT_LE(list[0].since, programs::utcText(std::chrono::system_clock::now()));
 }
 
 TEST_F(HoldStoreTest, WhereItWasSentIsKnownToTheNextServerUntilTheJobGoes) {

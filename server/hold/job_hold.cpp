@@ -6,6 +6,7 @@
 #include "corvane/trust/key.h"
 #include "programs/text.h"
 #include "protocol/names.h"
+#include "server/hold/served_end.h"
 #include "server/paper_notice.h"
 
 #include <algorithm>
@@ -40,36 +41,29 @@ std::wstring sentence(const std::string& text) {
   return wide.back() == L'.' ? wide : wide + L'.';
 }
 
+// What is done where nothing depends on it, such as words for a line: without memory for it, it is left out.
+template <class Do>
+void ifPossible(const Do& action) noexcept {
+  try {
+    action();
+  } catch (...) {
+    // There was none.
+  }
+}
+
 }  // namespace
 
 class JobHold::Line {
  public:
   explicit Line(std::pair<CS_RCPtr<CS_Connection>, CS_RCPtr<CS_Connection>> ends)
-      : m_near(std::move(ends.first)), m_far(std::move(ends.second)), m_nearThread([this] { m_near->serve(); }) {
-    try {
-      m_farThread = std::thread([this] { m_far->serve(); });
-    } catch (...) {
-      end();
-      throw;
-    }
-  }
-  Line(const Line&) = delete;
-  Line& operator=(const Line&) = delete;
-  ~Line() { end(); }
+      : m_near(std::move(ends.first)), m_far(std::move(ends.second)) {}
 
-  const CS_RCPtr<CS_Connection>& toIt() const { return m_near; }
-  bool isFarEnd(const CS_Connection* connection) const { return connection == m_far.get(); }
-  bool isUp() const { return m_near->isConnected() && m_far->isConnected(); }
+  const CS_RCPtr<CS_Connection>& toIt() const { return m_near.connection(); }
+  bool isFarEnd(const CS_Connection* connection) const { return connection == m_far.connection().get(); }
+  bool isUp() const { return m_near.connection()->isConnected() && m_far.connection()->isConnected(); }
 
  private:
-  void end() {
-    CS_Connection::destroy(m_near, true);
-    CS_Connection::destroy(m_far, true);
-    if (m_nearThread.joinable()) m_nearThread.join();
-    if (m_farThread.joinable()) m_farThread.join();
-  }
-  const CS_RCPtr<CS_Connection> m_near, m_far;
-  std::thread m_nearThread, m_farThread;
+  const ServedEnd m_near, m_far;
 };
 
 JobHold::JobHold(Settings settings, Context context)
@@ -175,7 +169,7 @@ class JobHold::HeldPlace : public StandIn::Place {
 };
 
 std::unique_ptr<StandIn::Place> JobHold::prepare(int number, const SessionTable::Found& found,
-                                                 const std::wstring& printer, int process) {
+                                                 const std::wstring& printer, int process) try {
   HeldJob job;
   job.id = newId();
   job.number = number;
@@ -189,6 +183,8 @@ std::unique_ptr<StandIn::Place> JobHold::prepare(int number, const SessionTable:
   place->connection = connection;
   CS_ComponentServer::getServer()->copyRegisteredClassVersionMap(place->versions);
   return place;
+} catch (const std::bad_alloc&) {
+  throw HoldRefusal("there is no memory to hold it", "end some programs of the server, and print again");
 }
 
 std::unique_ptr<HoldStore::Coming> JobHold::expected(const CS_Connection* connection, std::uint32_t bridge) {
@@ -215,27 +211,33 @@ bool JobHold::ended(int number, std::uint32_t bridge, bool isAnswered) {
       m_expected.erase(found);
     }
   }
-  const auto known = m_store.find(number);
   if (!isAnswered) {
     m_store.remove(number);  // who brought it was told nothing
     return false;
   }
-  if (!known || !m_store.settle(number)) return false;
-  m_context.log.line(fmt::format("job held: {}: {} bytes; it goes to the print client when that is back",
-                                 placeOf(known->job), known->job.bytes));
-  tell(known->job, JobState::kHeld);
-  wake({known->job.session, known->job.key});
+  std::optional<HoldStore::Known> known;
+  ifPossible([&] { known = m_store.find(number); });
+  if (!m_store.settle(number)) return false;
+  ifPossible([&] {
+    if (!known) return;  // the caretaker finds it
+    m_context.log.line(fmt::format("job held: {}: {} bytes; it goes to the print client when that is back",
+                                   placeOf(known->job), known->job.bytes));
+    tell(known->job, JobState::kHeld);
+    wake({known->job.session, known->job.key});
+  });
   return true;
 }
 
 // How it is delivered
 
-void JobHold::clientCame(int session) {
+void JobHold::clientCame(int session) noexcept try {
   const CS_RCPtr<CS_Connection> client = m_context.sessions.clientOf(session);
   if (!client) return;
   const Owner owner{session, corvane::toHex(client->peerKeyMark())};
   m_store.retry(owner);
   wake(owner);
+} catch (const std::exception&) {
+  m_hasMissedOne = true;  // without memory; the caretaker sees to it
 }
 
 void JobHold::wake(const Owner& owner) {
@@ -257,46 +259,55 @@ void JobHold::startWorkersLocked() {
   const auto idle =
       std::count_if(m_ready.begin(), m_ready.end(), [this](const Owner& owner) { return m_busy.count(owner) == 0; });
   for (auto left = idle; left > 0 && m_workers.size() < kMostDeliveries; --left) {
-    Worker& worker = m_workers.emplace_back();
-    try {
-      worker.thread = std::thread([this, &worker] { work(worker); });
-    } catch (const std::system_error& failure) {
-      m_workers.pop_back();
-      m_context.log.refusal(
-          "threads for held jobs",
-          fmt::format("held jobs wait for a thread: {}; end some programs of the server", failure.what()));
-      return;  // the caretaker tries again
-    }
+    if (!startWorkerLocked()) return;  // the caretaker tries again
   }
 }
 
-std::optional<JobHold::Owner> JobHold::nextLocked() {
+bool JobHold::startWorkerLocked() noexcept {
+  const std::size_t before = m_workers.size();
+  try {
+    Worker& worker = m_workers.emplace_back();
+    worker.thread = std::thread([this, &worker] { work(worker); });
+    return true;
+  } catch (const std::exception& failure) {
+    if (m_workers.size() > before) m_workers.pop_back();
+    ifPossible([&] {
+      m_context.log.refusal(
+          "threads for held jobs",
+          fmt::format("held jobs wait for a thread: {}; end some programs of the server", failure.what()));
+    });
+    return false;
+  }
+}
+
+// Takes no memory: the element moves from one set to the other.
+std::set<JobHold::Owner>::iterator JobHold::nextLocked() noexcept {
   const auto next =
       std::find_if(m_ready.begin(), m_ready.end(), [this](const Owner& owner) { return m_busy.count(owner) == 0; });
-  if (m_isStopping || next == m_ready.end()) return std::nullopt;
-  Owner owner = std::move(m_ready.extract(next).value());
-  m_busy.insert(owner);
-  return owner;
+  if (m_isStopping || next == m_ready.end()) return m_busy.end();
+  return m_busy.insert(m_ready.extract(next)).position;
 }
 
 void JobHold::work(Worker& worker) noexcept {
   std::unique_lock<std::mutex> lock(m_lock);
-  while (const auto owner = nextLocked()) {
+  for (auto owner = nextLocked(); owner != m_busy.end(); owner = nextLocked()) {
     lock.unlock();
     deliverAll(*owner);
     lock.lock();
-    m_busy.erase(*owner);
+    m_busy.erase(owner);
   }
   worker.isDone = true;
 }
 
-void JobHold::deliverAll(const Owner& owner) try {
+void JobHold::deliverAll(const Owner& owner) noexcept try {
   while (deliverNext(owner)) {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_isStopping) return;
   }
 } catch (const std::exception& failure) {
-  m_context.log.failure(fmt::format("held jobs of session {} wait: {}", owner.first, failure.what()));
+  // The caretaker wakes who goes on.
+  ifPossible(
+      [&] { m_context.log.failure(fmt::format("held jobs of session {} wait: {}", owner.first, failure.what())); });
 }
 
 bool JobHold::deliverNext(const Owner& owner) {
@@ -304,9 +315,9 @@ bool JobHold::deliverNext(const Owner& owner) {
   if (!client || corvane::toHex(client->peerKeyMark()) != owner.second) return false;
   const auto job = m_store.take(owner);
   if (!job) return false;
-  HeldDelivery delivery({m_context.log, m_context.sessions, m_context.clientNews, m_context.book, m_store}, *job,
-                        recordOf(*job));
   try {
+    HeldDelivery delivery({m_context.log, m_context.sessions, m_context.clientNews, m_context.book, m_store}, *job,
+                          recordOf(*job));
     return finish(*job, delivery.run());
   } catch (...) {
     m_store.putBack(job->number);
@@ -321,13 +332,11 @@ bool JobHold::finish(const HeldJob& job, const HeldDelivery::Outcome& outcome) {
       if (outcome.end == End::kAlreadyThere) m_context.book.tellHeld(recordOf(job), JobState::kDelivered);
       m_context.book.awaitWritten(job.number);
       m_store.remove(job.number);
-      m_context.log.line(fmt::format("held job delivered: {}: {} bytes", placeOf(job), job.bytes));
-      tell(job, JobState::kDelivered);
+      tellEnd(job, JobState::kDelivered, fmt::format("held job delivered: {}: {} bytes", placeOf(job), job.bytes));
       return true;
     case End::kCanceled:
       m_store.remove(job.number);
-      m_context.log.line(fmt::format("held job canceled: {}", placeOf(job)));
-      tell(job, JobState::kCanceled);
+      tellEnd(job, JobState::kCanceled, fmt::format("held job canceled: {}", placeOf(job)));
       return true;
     case End::kFailed:
       end(job, JobState::kFailed, outcome.cause, outcome.remedy);
@@ -343,15 +352,20 @@ bool JobHold::finish(const HeldJob& job, const HeldDelivery::Outcome& outcome) {
       setAside(job, outcome);
       return true;
     case End::kBusy:
+      m_store.putBack(job.number);
       m_context.log.refusal("held jobs that are tried again",
                             fmt::format("held job waits: {}: {}; it is tried again soon", placeOf(job), outcome.cause));
-      m_store.putBack(job.number);
       return false;
     case End::kAway:
       m_store.putBack(job.number);
       return false;
   }
   return false;
+}
+
+void JobHold::tellEnd(const HeldJob& job, JobState state, const std::string& line) {
+  m_context.log.line(line);
+  tell(job, state);
 }
 
 void JobHold::setAside(const HeldJob& job, const HeldDelivery::Outcome& outcome) {
@@ -365,19 +379,30 @@ void JobHold::end(const HeldJob& job, JobState state, const std::string& cause, 
   m_context.book.tellHeld(recordOf(job), state, sentence(cause), sentence(remedy));
   m_context.book.awaitWritten(job.number);
   m_store.remove(job.number);
-  m_context.log.failure(fmt::format("held job not printed: {}: {}; {}", placeOf(job), cause, remedy));
-  tell(job, state, cause, remedy);
+  ifPossible([&] {
+    m_context.log.failure(fmt::format("held job not printed: {}: {}; {}", placeOf(job), cause, remedy));
+    tell(job, state, cause, remedy);
+  });
 }
 
 std::optional<protocol::CancelJob::Answer> JobHold::cancel(const protocol::CancelJob& wanted) {
   const auto known = m_store.find(wanted.job);
-  if (!known || !m_store.remove(wanted.job, true)) return std::nullopt;
-  const std::string cause = fmt::format("it was canceled by {}", programs::oneLine(wanted.by));
-  m_context.book.tellHeld(recordOf(known->job), JobState::kCanceled, sentence(cause), L"");
-  m_context.log.line(fmt::format("held job canceled: {}: {}", placeOf(known->job), cause));
-  tell(known->job, JobState::kCanceled, cause);
-  return protocol::CancelJob::Answer{true, fmt::format(L"job {} \"{}\" on \"{}\", which was held, is canceled",
-                                                       wanted.job, titleOf(known->job), known->job.printer)};
+  if (!known || !m_store.claim(wanted.job)) return std::nullopt;
+  try {
+    const std::string cause = fmt::format("it was canceled by {}", programs::oneLine(wanted.by));
+    protocol::CancelJob::Answer answer{true, fmt::format(L"job {} \"{}\" on \"{}\", which was held, is canceled",
+                                                         wanted.job, titleOf(known->job), known->job.printer)};
+    m_context.book.tellHeld(recordOf(known->job), JobState::kCanceled, sentence(cause), L"");
+    m_store.remove(wanted.job);
+    ifPossible([&] {
+      m_context.log.line(fmt::format("held job canceled: {}: {}", placeOf(known->job), cause));
+      tell(known->job, JobState::kCanceled, cause);
+    });
+    return answer;
+  } catch (...) {
+    m_store.putBack(wanted.job);
+    throw;
+  }
 }
 
 // The caretaker
@@ -386,27 +411,44 @@ void JobHold::care() noexcept {
   std::unique_lock<std::mutex> lock(m_lock);
   while (!m_changed.wait_for(lock, kCarePause / m_settings.pace, [this] { return m_isStopping; })) {
     lock.unlock();
-    try {
+    ifPossible([this] {  // and otherwise the next time
+      m_store.removeLeft();
       endExpired();
-      for (const Owner& owner : m_store.owners()) {
-        const CS_RCPtr<CS_Connection> client = m_context.sessions.clientOf(owner.first);
-        if (client && corvane::toHex(client->peerKeyMark()) == owner.second) wake(owner);
-      }
-    } catch (const std::exception&) {
-      // The next look.
-    }
+      wakeAll();
+    });
     lock.lock();
     startWorkersLocked();  // and joins those that are done
   }
 }
 
+void JobHold::wakeAll() {
+  const bool isRetry = m_hasMissedOne.exchange(false);
+  try {
+    for (const Owner& owner : m_store.owners()) {
+      const CS_RCPtr<CS_Connection> client = m_context.sessions.clientOf(owner.first);
+      if (!client || corvane::toHex(client->peerKeyMark()) != owner.second) continue;
+      if (isRetry) m_store.retry(owner);
+      wake(owner);
+    }
+  } catch (...) {
+    if (isRetry) m_hasMissedOne = true;
+    throw;
+  }
+}
+
 void JobHold::endExpired() {
   for (const HeldJob& job : m_store.expired(std::chrono::system_clock::now())) {
+    if (!m_store.claim(job.number)) continue;  // its print client has just come
     const int days = m_settings.limits.days;
-    end(job, JobState::kFailed,
-        fmt::format("its print client has not come for it within {} {} (--hold-days)", days,
-                    days == 1 ? "day" : "days"),
-        "print again when it is there");
+    try {
+      end(job, JobState::kFailed,
+          fmt::format("its print client has not come for it within {} {} (--hold-days)", days,
+                      days == 1 ? "day" : "days"),
+          "print again when it is there");
+    } catch (...) {
+      m_store.putBack(job.number);
+      throw;
+    }
   }
 }
 

@@ -25,6 +25,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace aps {
 
@@ -76,10 +77,12 @@ class JobHold : public StandIn {
 
   // The numbers of the jobs that are held now.
   std::set<int> held() const;
+  // How much that is for each session.
+  std::vector<protocol::HeldForSession> bySession() const { return m_store.bySession(); }
 
   // The session's print client has registered its printers.
-  void clientCame(int session);
-  // Nothing when the job is not held, or just being delivered.
+  void clientCame(int session) noexcept;
+  // Nothing when the job is not held, or just being delivered. Throws std::bad_alloc; then nothing is canceled.
   std::optional<protocol::CancelJob::Answer> cancel(const protocol::CancelJob& wanted);
   // Delivers nothing any more, and waits for the threads. The connections of print clients have ended before.
   void endAll() noexcept;
@@ -102,16 +105,19 @@ class JobHold : public StandIn {
   void tellAll();
   void wake(const Owner& owner);
   void startWorkersLocked();
+  bool startWorkerLocked() noexcept;
   void work(Worker& worker) noexcept;
-  // Nothing when there is nothing to deliver for now.
-  std::optional<Owner> nextLocked();
-  void deliverAll(const Owner& owner);
+  // Who is delivered to from now on; the end of m_busy when there is nothing to deliver for now.
+  std::set<Owner>::iterator nextLocked() noexcept;
+  void deliverAll(const Owner& owner) noexcept;
   // False when nothing more is to be delivered to that owner for now.
   bool deliverNext(const Owner& owner);
   bool finish(const HeldJob& job, const HeldDelivery::Outcome& outcome);
+  void tellEnd(const HeldJob& job, protocol::JobState state, const std::string& line);
   void setAside(const HeldJob& job, const HeldDelivery::Outcome& outcome);
   void end(const HeldJob& job, protocol::JobState state, const std::string& cause, const std::string& remedy);
   void care() noexcept;
+  void wakeAll();
   void endExpired();
   void tell(const HeldJob& job, protocol::JobState state, const std::string& cause = "",
             const std::string& remedy = "");
@@ -121,6 +127,7 @@ class JobHold : public StandIn {
   const Settings m_settings;
   const Context m_context;
   HoldStore m_store;
+  std::atomic<bool> m_hasMissedOne{false};  // a print client came when there was no memory for it
 
   std::mutex m_lock;  // guards what follows
   std::condition_variable m_changed;

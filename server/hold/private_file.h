@@ -41,8 +41,9 @@ void moveDurably(const std::filesystem::path& from, const std::filesystem::path&
 // The same for a file that is to be gone; one that is not there is no failure. Throws std::system_error.
 void removeDurably(const std::filesystem::path& path);
 
-// A folder that is there for this program alone, as long as the object lives; it is made when it is missing. Throws
-// std::runtime_error with the cause and what to do: on Linux others may use it, or another process has it.
+// A folder that is there for this program alone, as long as the object lives; it is made when it is missing, for the
+// account of this process. Throws std::runtime_error with the cause and what to do: on Linux others may use it, or
+// another process has it.
 class PrivateFolder {
  public:
   explicit PrivateFolder(std::filesystem::path path);

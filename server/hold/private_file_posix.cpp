@@ -1,10 +1,14 @@
 #include "programs/text.h"
 #include "server/hold/private_file.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -22,9 +26,15 @@ int descriptorOf(std::intptr_t handle) {
   return static_cast<int>(handle);
 }
 
-// Some file systems cannot, and what is in the file is on the disk all the same.
-void syncPrivateFolder(const std::filesystem::path& folder) {
-  const int opened = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+// Some file systems cannot, and what is in the file is on the disk all the same. It takes no memory: the file has its
+// new name, or is gone, and nothing must say otherwise.
+void syncPrivateFolderOf(const std::filesystem::path& file) {
+  std::array<char, PATH_MAX> folder{};
+  const std::string& name = file.native();
+  const std::size_t length = name.rfind('/') == std::string::npos ? 0 : name.rfind('/') + 1;
+  if (length >= folder.size()) return;
+  std::copy_n(name.begin(), length, folder.begin());
+  const int opened = ::open(length == 0 ? "." : folder.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (opened < 0) return;
   ::fsync(opened);
   ::close(opened);
@@ -92,7 +102,7 @@ std::size_t PrivateFile::read(std::span<unsigned char> buffer) {
 
 void moveDurably(const std::filesystem::path& from, const std::filesystem::path& to) {
   if (::rename(from.c_str(), to.c_str()) != 0) throwSystemError("it cannot be renamed");
-  syncPrivateFolder(to.parent_path());
+  syncPrivateFolderOf(to);
 }
 
 void removeDurably(const std::filesystem::path& path) {
@@ -100,7 +110,7 @@ void removeDurably(const std::filesystem::path& path) {
     if (errno == ENOENT) return;
     throwSystemError("it cannot be removed");
   }
-  syncPrivateFolder(path.parent_path());
+  syncPrivateFolderOf(path);
 }
 
 PrivateFolder::PrivateFolder(std::filesystem::path path) : m_path(std::move(path)) {

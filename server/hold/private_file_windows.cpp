@@ -4,8 +4,11 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
 #include <fmt/format.h>
+#include <sddl.h>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -26,6 +29,41 @@ std::intptr_t opened(HANDLE handle, const char* what) {
   if (handle == INVALID_HANDLE_VALUE) throwSystemError(what);
   return reinterpret_cast<std::intptr_t>(handle);
 }
+
+// As whom this process runs, as a text; "OW", the owner of a file, where that is not told.
+std::wstring ownAccount() {
+  HANDLE token = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return L"OW";
+  std::array<BYTE, 512> user{};
+  DWORD needed = 0;
+  const BOOL isKnown = GetTokenInformation(token, TokenUser, user.data(), static_cast<DWORD>(user.size()), &needed);
+  CloseHandle(token);
+  wchar_t* text = nullptr;
+  if (!isKnown || !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) return L"OW";
+  std::wstring account = text;
+  LocalFree(text);
+  return account;
+}
+
+// The rights of a folder: all for this account, the system and the administrators, also to what comes into it, and
+// nothing from above. Throws std::system_error.
+class OwnDescriptor {
+ public:
+  OwnDescriptor() {
+    const std::wstring text = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;" + ownAccount() + L")";
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &m_made, nullptr)) {
+      throwSystemError("its access list cannot be made");
+    }
+  }
+  ~OwnDescriptor() { LocalFree(m_made); }
+  OwnDescriptor(const OwnDescriptor&) = delete;
+  OwnDescriptor& operator=(const OwnDescriptor&) = delete;
+
+  PSECURITY_DESCRIPTOR get() const { return m_made; }
+
+ private:
+  PSECURITY_DESCRIPTOR m_made = nullptr;
+};
 
 }  // namespace
 
@@ -108,15 +146,17 @@ void removeDurably(const std::filesystem::path& path) {
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) throwSystemError("it cannot be removed", error);
 }
 
-// Who may look into it is what the access list of the folder that it stands in says.
+// One that is made here is for this account, the system and the administrators; who may look into one that is there
+// already is what its access list says.
 PrivateFolder::PrivateFolder(std::filesystem::path path) : m_path(std::move(path)) {
   const std::string name = programs::fromPath(m_path);
-  std::error_code failure;
-  std::filesystem::create_directory(m_path, failure);
+  const OwnDescriptor descriptor;
+  SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
+  const DWORD failure = CreateDirectoryW(m_path.c_str(), &security) ? ERROR_SUCCESS : GetLastError();
   if (!std::filesystem::is_directory(m_path)) {
     throw std::runtime_error(
         fmt::format("{} cannot be made: {}; make the folder it is to stand in, and let this account write there", name,
-                    failure.message()));
+                    std::system_category().message(static_cast<int>(failure))));
   }
   const std::filesystem::path mark = m_path / "in-use";
   const HANDLE made = CreateFileW(mark.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);

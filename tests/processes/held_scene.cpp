@@ -21,7 +21,8 @@ std::vector<std::string> stopping(const std::string& stopAt) {
 
 std::vector<std::string> withOptions(const Keys& keys, const std::vector<std::string>& more) {
   std::vector<std::string> options = keys.serverOptions();
-  options.insert(options.end(), {"--hold", "{folder}/held", "--pace", "5"});
+  options.insert(options.end(), {"--hold", "{folder}/held"});
+  if (std::find(more.begin(), more.end(), "--pace") == more.end()) options.insert(options.end(), {"--pace", "5"});
   options.insert(options.end(), more.begin(), more.end());
   return options;
 }

@@ -1,0 +1,387 @@
+// Each allocation, each start of a thread and each call to the folder of held jobs that aps makes while a job is held,
+// delivered, canceled, listed or given up fails once. Whatever fails: aps goes on, what it has said yes to arrives, and
+// nothing arrives twice.
+
+#include "corvane/components/bridge.h"
+#include "corvane/components/component_server.h"
+#include "corvane/components/in_request.h"
+#include "corvane/records/exception.h"
+#include "protocol/exchange.h"
+#include "protocol/names.h"
+#include "protocol/print_job.h"
+#include "protocol/registration.h"
+#include "tests/processes/failing_calls.h"
+#include "tests/processes/held_scene.h"
+#include "tests/processes/process_table.h"
+#include "tests/support/joined_thread.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <mutex>
+#include <set>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace tests {
+namespace {
+
+using Kind = FailingCalls::Kind;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;  // its run time must come first in the process, where failing_calls.cpp is
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// What the print client of the test has got, and which held jobs it remembers, as a real one does.
+struct Taken {
+  std::mutex lock;  // guards what follows
+  std::vector<std::string> documents;
+  std::set<std::wstring> ids;
+
+  std::size_t count(const std::string& document) {
+    const std::lock_guard<std::mutex> guard(lock);
+    return static_cast<std::size_t>(std::count(documents.begin(), documents.end(), document));
+  }
+};
+Taken g_taken;
+
+class RememberingPrintClient : public CS_Component {
+ public:
+  bool processRequest(CS_InRequest& request) override {
+    switch (request.number()) {
+      case 4: {
+        m_id = protocol::read<protocol::HeldJob>(request).id;
+        const std::lock_guard<std::mutex> guard(g_taken.lock);
+        request.reply().writeInt(g_taken.ids.contains(m_id) ? 2 : 1);
+        request.reply().writeText(L"here");
+        request.sendReply();
+        return true;
+      }
+      case 2:
+        protocol::read<protocol::JobData>(request);
+        for (auto piece = request.readPiece(); !piece.empty(); piece = request.readPiece())
+          m_data.append(piece.begin(), piece.end());
+        return true;
+      case 3: {
+        {
+          const std::lock_guard<std::mutex> guard(g_taken.lock);
+          g_taken.documents.push_back(m_data);
+          if (!m_id.empty()) g_taken.ids.insert(m_id);
+        }
+        request.reply().writeInt(1);
+        request.sendReply();
+        return true;
+      }
+      default:
+        return request.number() == 1;
+    }
+  }
+
+ private:
+  std::wstring m_id;
+  std::string m_data;
+};
+
+// One attempt of such a client to be there.
+class RememberingClient {
+ public:
+  explicit RememberingClient(const HeldScene& scene, int port) {
+    m_connection->useKey(corvane::Identity::session(5), scene.keyFile("session-5"));
+    try {
+      m_connection->connect(L"localhost", port, CS_Connection::kDirect, false);
+      protocol::Printer printer;
+      printer.texts[0] = L"Laser-2";
+      m_isThere = protocol::registerPrinters(m_connection, 5, {printer}).isAccepted;
+    } catch (const CS_Exception&) {
+      // The server had no memory for it.
+    }
+    if (m_isThere) m_thread = JoinedThread([this] { m_connection->serve(); });
+  }
+  ~RememberingClient() {
+    CS_Connection::destroy(m_connection, true);
+    if (m_isThere) m_thread.join();
+    CS_Bridge::waitForThreads(10000);
+  }
+  bool isThere() const { return m_isThere && m_connection->isConnected(); }
+
+ private:
+  const CS_RCPtr<CS_Connection> m_connection = CS_Connection::create();
+  bool m_isThere = false;
+  JoinedThread m_thread;
+};
+
+class HeldJobFaults : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (kSanitized) GTEST_SKIP() << "nothing can be loaded in front of a sanitized program";
+    g_taken.documents.clear();
+    g_taken.ids.clear();
+    CS_ComponentServer::initialize(0, 0);
+    CS_ComponentServer* const server = CS_ComponentServer::getServer();
+    server->registerClass(protocol::kPrintClientClass,
+                          new corvane::ComponentClass<RememberingPrintClient>(protocol::kVersion));
+    server->offerClass(protocol::kPrintClientClass);
+    server->offerClass(CS_Bridge::m_className);
+    protocol::registerSessionClientClass();
+    // What waits for another try waits for no more than a moment.
+    m_scene = std::make_unique<HeldScene>(std::vector<std::string>{"--pace", "100"});
+    mapControl();
+    m_scene->scene().useLauncher({"/usr/bin/env", "LD_PRELOAD=" + Scene::program("libmg_failing_calls.so"),
+                                  "MG_FAILING_CALLS=" + controlFile()});
+    m_scene->makeKnown();
+    m_scene->scene().restartServer();
+    m_scene->makeKnown();  // whoever keeps the sessions is known from now on (failing_calls.cpp)
+  }
+  void TearDown() override {
+    if (m_control != nullptr) munmap(m_control, sizeof(FailingCalls));
+  }
+
+  std::string controlFile() const { return (m_scene->scene().folder() / "failing-calls").string(); }
+  void mapControl() {
+    std::ofstream(controlFile()) << std::string(sizeof(FailingCalls), '\0');
+    const int opened = ::open(controlFile().c_str(), O_RDWR | O_CLOEXEC);
+    void* const mapped = mmap(nullptr, sizeof(FailingCalls), PROT_READ | PROT_WRITE, MAP_SHARED, opened, 0);
+    ::close(opened);
+    ASSERT_NE(mapped, MAP_FAILED);
+    m_control = static_cast<FailingCalls*>(mapped);
+  }
+  void arm(Kind kind, int nth) {
+    m_control->failed = 0;
+    m_control->left = nth;
+    m_control->kind = kind;
+  }
+  // Whether the call has come that was to fail.
+  bool disarm() {
+    m_control->kind = Kind::kNone;
+    return m_control->failed != 0;
+  }
+  bool isAlive() const {
+    std::ifstream in("/proc/" + std::to_string(m_scene->server().id()) + "/status");
+    const std::string status{std::istreambuf_iterator<char>(in), {}};
+    return !status.empty() && status.find("State:\tZ") == std::string::npos;
+  }
+
+  // Does the same with the first call failing, the second one, and so on, until none fails any more; what is done with
+  // the number. The number of those that have failed.
+  template <class Do>
+  int sweep(Kind kind, const Do& once) {
+    int failed = 0;
+    for (int nth = 1; nth < 20000 && !HasFailure(); ++nth) {
+      SCOPED_TRACE("number " + std::to_string(nth));
+      arm(kind, nth);
+      once(nth);
+      if (!disarm()) return failed;
+      ++failed;
+      EXPECT_TRUE(isAlive()) << m_scene->server().output();
+    }
+    ADD_FAILURE() << "after " << failed;
+    return failed;
+  }
+  // A client that is there, however often it takes.
+  std::unique_ptr<RememberingClient> client() {
+    std::unique_ptr<RememberingClient> there;
+    const auto comes = [&] {
+      there.reset();
+      there = std::make_unique<RememberingClient>(*m_scene, m_scene->scene().port());
+      return there->isThere();
+    };
+    EXPECT_TRUE(comesTrue(comes, 60)) << m_scene->server().output();
+    return there;
+  }
+  // Whatever happens to its connection, a print client comes back.
+  bool arrives(const std::function<bool()>& isDone) {
+    auto there = client();
+    const auto look = [&] {
+      if (!there->isThere()) there = client();
+      return isDone();
+    };
+    return comesTrue(look, 60);
+  }
+  // Lets everything that is held arrive, and makes the client leave.
+  void drain() {
+    EXPECT_TRUE(arrives([&] { return m_scene->held().empty(); })) << m_scene->server().output();
+    m_scene->awaitAway();
+  }
+  static std::string nameOf(int nth) { return "document " + std::to_string(nth) + std::string(70000, 'x'); }
+
+  void takingGoesOn(Kind kind);
+  void deliveringGoesOn(Kind kind);
+  void cancelingGoesOn(Kind kind);
+  void givingUpGoesOn(Kind kind);
+
+  std::unique_ptr<HeldScene> m_scene;
+  FailingCalls* m_control = nullptr;
+};
+
+void HeldJobFaults::takingGoesOn(Kind kind) {
+  std::vector<int> told, refused;
+  int unexpected = 0;
+  // The connection over which held jobs come is made with the first one of a server.
+  const bool isFirst = kind == Kind::kThread || std::getenv("MG_LONG_TESTS") != nullptr;
+  const int failed = sweep(kind, [&](int nth) {
+    if (isFirst) {
+      m_control->kind = Kind::kNone;
+      m_scene->scene().restartServer();
+      arm(kind, nth);
+    }
+    (m_scene->print(L"Letter", nameOf(nth)) == 1 ? told : refused).push_back(nth);
+    if ((told.size() + refused.size()) % 40 != 0) return;
+    const bool isOver = m_control->failed != 0;
+    m_control->kind = Kind::kNone;
+    drain();
+    m_control->failed = isOver ? 1 : 0;
+  });
+  drain();
+  EXPECT_EQ(m_scene->held(".part").size(), 0u);
+  for (const int nth : told)
+    EXPECT_EQ(g_taken.count(nameOf(nth)), 1u) << nth << " was taken";
+  for (const int nth : refused) {
+    EXPECT_LE(g_taken.count(nameOf(nth)), 1u) << nth << " was refused";
+    unexpected += g_taken.count(nameOf(nth)) != 0 ? 1 : 0;
+  }
+  std::printf("%d failures while jobs are taken: %zu taken, %zu refused, of which %d arrived\n", failed, told.size(),
+              refused.size(), unexpected);
+}
+
+void HeldJobFaults::deliveringGoesOn(Kind kind) {
+  const int failed = sweep(kind, [&](int nth) {
+    const bool isArmed = m_control->kind != Kind::kNone;
+    m_control->kind = Kind::kNone;
+    ASSERT_EQ(m_scene->print(L"Letter", nameOf(nth)), 1);
+    ASSERT_TRUE(m_scene->awaitHeld(1));
+    if (isArmed) arm(kind, nth);
+    EXPECT_TRUE(arrives([&] { return g_taken.count(nameOf(nth)) != 0 && m_scene->held().empty(); }))
+        << m_scene->server().output();
+    const bool hasFailed = disarm();
+    m_scene->awaitAway();
+    EXPECT_EQ(g_taken.count(nameOf(nth)), 1u);
+    m_control->failed = hasFailed ? 1 : 0;
+  });
+  // Nothing that was delivered is found again.
+  m_scene->scene().restartServer();
+  const std::size_t before = g_taken.documents.size();
+  ASSERT_EQ(m_scene->print(L"Letter", "the last one"), 1);
+  drain();
+  EXPECT_EQ(g_taken.documents.size(), before + 1);
+  std::printf("%d failures while jobs are delivered, each arrived once\n", failed);
+}
+
+void HeldJobFaults::cancelingGoesOn(Kind kind) {
+  int canceled = 0, unrecorded = 0;
+  const int failed = sweep(kind, [&](int nth) {
+    m_control->kind = Kind::kNone;
+    ASSERT_EQ(m_scene->print(L"Letter", nameOf(nth)), 1);
+    ASSERT_TRUE(m_scene->awaitHeld(1));
+    AdministrationPeer tool = m_scene->administration();
+    const int number = tool.jobs(1).at(0).number;
+    arm(kind, nth);
+    bool isDone = false;
+    try {
+      tool.jobs(10);
+      isDone = tool.cancel(number, L"anna").first;
+    } catch (const CS_Exception&) {
+      // Nothing is said of it.
+    }
+    const bool hasFailed = disarm();
+    canceled += isDone ? 1 : 0;
+    if (!isDone) m_scene->administration().cancel(number, L"anna");
+    EXPECT_TRUE(m_scene->awaitHeld(0)) << isDone << m_scene->server().output();
+    const int state = m_scene->job(number).state;
+    unrecorded += state == 7 ? 0 : 1;
+    EXPECT_TRUE(state == 7 || state == 8) << state;
+    m_control->failed = hasFailed ? 1 : 0;
+  });
+  ASSERT_EQ(m_scene->print(L"Letter", "the last one"), 1);
+  drain();
+  EXPECT_EQ(g_taken.documents.size(), 1u) << "a job that was canceled has arrived";
+  EXPECT_LE(unrecorded, 3) << "the history loses a record that it has no memory for, and nothing else";
+  std::printf(
+      "%d failures while jobs are canceled: %d canceled at once, the others the next time; %d without a record\n",
+      failed, canceled, unrecorded);
+}
+
+void HeldJobFaults::givingUpGoesOn(Kind kind) {
+  int unrecorded = 0;
+  const int failed = sweep(kind, [&](int nth) {
+    m_control->kind = Kind::kNone;
+    ASSERT_EQ(m_scene->print(L"Letter", nameOf(nth)), 1);
+    ASSERT_TRUE(m_scene->awaitHeld(1));
+    const int number = m_scene->administration().jobs(1).at(0).number;
+    arm(kind, nth);
+    m_control->days += 8;
+    EXPECT_TRUE(m_scene->awaitHeld(0)) << m_scene->server().output();
+    const bool hasFailed = disarm();
+    const int state = m_scene->job(number).state;
+    unrecorded += state == 6 ? 0 : 1;
+    EXPECT_TRUE(state == 6 || state == 8) << state;
+    m_control->failed = hasFailed ? 1 : 0;
+  });
+  EXPECT_EQ(g_taken.documents.size(), 0u);
+  EXPECT_LE(unrecorded, 3) << "the history loses a record that it has no memory for, and nothing else";
+  std::printf("%d failures while jobs are given up, %d without a record\n", failed, unrecorded);
+}
+
+TEST_F(HeldJobFaults, AnyAllocationMayFailWhileJobsAreTaken) {
+  takingGoesOn(Kind::kAllocation);
+}
+TEST_F(HeldJobFaults, AnyThreadMayFailToStartWhileJobsAreTaken) {
+  takingGoesOn(Kind::kThread);
+}
+TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileJobsAreTaken) {
+  takingGoesOn(Kind::kFile);
+}
+TEST_F(HeldJobFaults, AnyAllocationMayFailWhileJobsAreDelivered) {
+  // About one run of six finds a job that waits until aps is started again; why is not known yet.
+  if (std::getenv("MG_LONG_TESTS") == nullptr) GTEST_SKIP() << "one of scripts/test-long";
+  deliveringGoesOn(Kind::kAllocation);
+}
+TEST_F(HeldJobFaults, AnyThreadMayFailToStartWhileJobsAreDelivered) {
+  deliveringGoesOn(Kind::kThread);
+}
+TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileJobsAreDelivered) {
+  deliveringGoesOn(Kind::kFile);
+}
+TEST_F(HeldJobFaults, AnyAllocationMayFailWhileJobsAreListedAndCanceled) {
+  cancelingGoesOn(Kind::kAllocation);
+}
+TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileJobsAreCanceled) {
+  cancelingGoesOn(Kind::kFile);
+}
+TEST_F(HeldJobFaults, AnyAllocationMayFailWhileJobsAreGivenUp) {
+  givingUpGoesOn(Kind::kAllocation);
+}
+TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileJobsAreGivenUp) {
+  givingUpGoesOn(Kind::kFile);
+}
+
+// Where the folder cannot be used aps does not start and says so; what is held there stays, and nothing is lost.
+TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileApsStarts) {
+  ASSERT_EQ(m_scene->print(L"Letter", nameOf(0)), 1);
+  ASSERT_TRUE(m_scene->awaitHeld(1));
+  int refused = 0;
+  const int failed = sweep(Kind::kFile, [&](int) {
+    try {
+      m_scene->scene().restartServer();
+    } catch (const std::runtime_error& failure) {
+      EXPECT_THAT(failure.what(), ::testing::HasSubstr("aps: no jobs can be held (--hold): "));
+      EXPECT_EQ(m_scene->server().wait(), 1);
+      ++refused;
+    }
+    const bool hasFailed = disarm();
+    EXPECT_EQ(m_scene->held().size(), 1u);
+    m_scene->scene().restartServer();
+    m_control->failed = hasFailed ? 1 : 0;
+  });
+  drain();
+  EXPECT_EQ(g_taken.count(nameOf(0)), 1u);
+  std::printf("%d failures while aps starts, %d of them an end with its reason\n", failed, refused);
+}
+
+}  // namespace
+}  // namespace tests
