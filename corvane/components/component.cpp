@@ -7,6 +7,7 @@
 #include "corvane/wire/link.h"
 
 #include <algorithm>
+#include <exception>
 
 CS_Component::CS_Component(std::size_t maxChildren) : m_maxChildren(maxChildren) {}
 CS_Component::~CS_Component() = default;
@@ -154,8 +155,15 @@ void CS_Component::releaseChildren() {
     m_ended = true;
     released.swap(m_children);
   }
-  for (const auto& [identifier, child] : released)
-    child->release();
+  std::exception_ptr failure;
+  for (const auto& [identifier, child] : released) {
+    try {
+      child->release();
+    } catch (...) {
+      failure = std::current_exception();  // the others are told all the same
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
 }
 
 // Versions and factories

@@ -54,6 +54,26 @@ class Listener1 : public CS_Listener {
 
 using Events = std::vector<std::string>;
 
+// There is no memory for what it has to do.
+class Poor : public CS_Component {
+ public:
+  bool release() override { throw std::bad_alloc(); }
+};
+
+TEST(Component, OneThatFailsItsReleaseKeepsTheOthersFromNothing) {
+  Events events;
+  const CS_RCPtr<Watched> parent(new Watched("parent", events));
+  const CS_RCPtr<CS_Component> first(new Poor()), second(new Poor());
+  const CS_RCPtr<Watched> last(new Watched("last", events));
+  std::uint32_t identifier = 0;
+  for (const CS_RCPtr<CS_Component>& child : {first, second, CS_RCPtr<CS_Component>(last.get())}) {
+    child->setIdentifier(++identifier);
+    ASSERT_TRUE(parent->addChild(child.get()));
+  }
+  EXPECT_THROW(parent->release(), std::bad_alloc);
+  EXPECT_EQ(events, (Events{"parent release", "last release"}));
+}
+
 TEST(Component, PassesEventsToWhatStandsOnIt) {
   Events events;
   {

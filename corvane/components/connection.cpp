@@ -14,6 +14,7 @@
 #include "corvane/wire/link.h"
 #include "corvane/wire/thin_line.h"
 
+#include <new>
 #include <thread>
 
 namespace {
@@ -170,7 +171,11 @@ bool CS_Connection::destroy(const CS_RCPtr<CS_Connection>& connection, bool rele
 void CS_Connection::linkEnded(const std::wstring& reason) {
   const CS_RCPtr<CS_Connection> self = this;  // its components may hold the last references to it
   if (m_line != nullptr) m_line->end(reason);
-  if (m_releaseComponents) releaseChildren();
+  try {
+    if (m_releaseComponents) releaseChildren();
+  } catch (const std::bad_alloc&) {
+    // One of them had no memory for its part of the end; what follows is due all the same.
+  }
   // As a rule it stands on this connection: the two would keep each other alive.
   setProgramMonitor(nullptr);
   if (m_onEnd) m_onEnd(reason);

@@ -6,6 +6,7 @@
 #include "corvane/wire/link.h"
 
 #include <algorithm>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -131,7 +132,11 @@ void ThinLine::end(const std::wstring& reason) {
   const std::lock_guard guard(m_lock);
   if (m_ended) return;
   m_ended = true;
-  m_reason = reason;
+  try {
+    m_reason = reason;
+  } catch (const std::bad_alloc&) {
+    // The end is what counts.
+  }
   m_changed.notify_all();
 }
 

@@ -1,7 +1,10 @@
 #include "tests/support/admin/service_manager.h"
 
 #include "corvane/base/text.h"
+#include "programs/command_words.h"
 #include "tests/support/import_seam.h"
+
+#include <filesystem>
 
 MG_IMPORT_SEAM(L"advapi32.dll", ChangeServiceConfig2W, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", ChangeServiceConfigW, FALSE)
@@ -105,6 +108,7 @@ void OwnServiceManager::replaceChanges() {
     Service* const service = find(handle);
     if (service == nullptr) return FALSE;
     if (service->state == SERVICE_RUNNING) return failWith(ERROR_SERVICE_ALREADY_RUNNING);
+    if (!std::filesystem::exists(programs::wordsOf(service->commandLine).at(0))) return failWith(ERROR_FILE_NOT_FOUND);
     service->state = SERVICE_RUNNING;
     return TRUE;
   };

@@ -9,8 +9,8 @@
 
 namespace admin {
 
-// A service manager of the test's own, in place of the system's: its services are entries, start at once and end at
-// once. The test's ImportSeams bring the system's back; they live longer than this.
+// A service manager of the test's own, in place of the system's: its services are entries, start at once where
+// their program is there, and end at once. The test's ImportSeams bring the system's back; they live longer than this.
 class OwnServiceManager {
  public:
   struct Service {
