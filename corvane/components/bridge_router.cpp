@@ -44,12 +44,13 @@ std::wstring goneText(const std::wstring& reason) {
   return std::wstring(kGone) + L": " + reason;
 }
 
-void sendRelease(Link& link, std::uint32_t bridge, const std::wstring& reason) {
+// The text is no string, so that nothing takes memory, and can fail, outside of here.
+void sendRelease(Link& link, std::uint32_t bridge, const wchar_t* reason) {
   FrameHeader header;
   header.kind = FrameKind::kRelease;
   header.component = bridge;
   try {
-    link.sendText(header, reason.c_str());
+    link.sendText(header, reason);
   } catch (const CS_Exception&) {
     // That connection has ended as well, and its side knows.
   } catch (const std::exception&) {
@@ -184,7 +185,7 @@ void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
     to.lane != nullptr ? to.lane->send(frames) : to.link->sendFrames(frames);
   } catch (const CS_Exception&) {
     end(1 - m_end, to.link->reason(), nullptr);
-    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()));
+    sendRelease(*getChannel(true)->sharedLink(), getIdentifier(), goneText(to.link->reason()).c_str());
   }
 }
 
@@ -236,8 +237,9 @@ bool CS_BridgeRouter::cut(const std::wstring& reason) {
     if (through->ended) return false;
     here = through->ends[m_end];
   }
-  if (!end(1 - m_end, reason, goneText(reason).c_str())) return false;
-  sendRelease(*here.link, here.bridge, goneText(reason));
+  const std::wstring told = goneText(reason);
+  if (!end(1 - m_end, reason, told.c_str())) return false;
+  sendRelease(*here.link, here.bridge, told.c_str());
   return true;
 }
 
