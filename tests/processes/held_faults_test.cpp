@@ -228,6 +228,7 @@ void HeldJobFaults::takingGoesOn(Kind kind) {
     if (isFirst) {
       m_control->kind = Kind::kNone;
       m_scene->scene().restartServer();
+      m_scene->administration().jobs(1);  // it has started: who answers is past all that a start needs
       arm(kind, nth);
     }
     (m_scene->print(L"Letter", nameOf(nth)) == 1 ? told : refused).push_back(nth);
