@@ -1,153 +1,152 @@
 // Measures jobs through MgPrintMon.dll against raw sockets on the same hops, in turns within one run.
 //
-//   bench_jobs PRINTER PORT-NAME RAW-PORT [ROUNDS]      with MgPrintMon.dll beside it
+//   bench_jobs ROUNDS MEASUREMENTS PRINTER PORT-NAME RAW-PORT FOLDER      with MgPrintMon.dll beside it
 //
-// Prints one line a measurement with the medians of both and their ratio. The time of a job goes from the start of the
-// document to the end of MGEndDocPort, the time of a raw stream from its first byte to the answer of the sink.
+// MEASUREMENTS is a list of "direct-4k", "direct-32k", "direct-64k", "disk-64k" and "empty", separated by commas. The
+// documents, those of the raw sink and those of the print client, are in "raw" and "out" of the folder; they are
+// removed behind each turn, when nobody looks at the clock. The time of a job goes from the start of the document to
+// the end of MGEndDocPort, that of a raw stream from its connection to the answer of the sink.
+//
+//   bench_jobs memory PRINTER PORT-NAME FOLDER PROCESS PROCESS
+//
+// prints how much the highest memory of this process, of aps and of the print client grows by a job of 1 GB behind
+// empty ones.
 
-#include "bench/raw_socket.h"
-#include "corvane/net/socket.h"
-#include "corvane/records/exception.h"
-#include "corvane/wire/frame.h"
-#include "tests/support/spooler/monitor_table.h"
-#include "tests/support/spooler/system_failure.h"
+#include "bench/port_jobs.h"
+#include "bench/raw_peer.h"
+#include "bench/samples.h"
 
 #include <windows.h>
-#include <winsock2.h>
-#include <winspool.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <string>
-#include <vector>
+#include <fstream>
+#include <psapi.h>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using corvane::Socket;
+using bench::Clock;
+using bench::secondsSince;
 
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
+constexpr std::size_t kMiB = 1024 * 1024;
+
+struct Stream {
+  const char* name;
+  std::size_t write;
+  std::uint64_t total;  // past what a print client keeps for the person's page, 64 MiB: that copy is no part of it
+};
+constexpr Stream kStreams[] = {{"direct-4k", 4096, 72 * kMiB},
+                               {"direct-32k", 32768, 128 * kMiB},
+                               {"direct-64k", 65536, 128 * kMiB},
+                               {"disk-64k", 65536, 96 * kMiB}};
+constexpr int kEmptyJobs = 40;  // in one turn
+// What an empty job cannot do without: the handshake, the printer's description and the attachment are answered by aps,
+// the end of the document by the print client.
+constexpr int kAnsweredByServer = 3;
+
+std::string narrow(const wchar_t* text) {
+  return {text, text + std::wcslen(text)};
 }
 
 class Bench {
  public:
-  Bench(const MONITOR2& operations, HANDLE port, std::wstring printer, std::uint16_t rawPort)
-      : m_operations(operations), m_port(port), m_printer(std::move(printer)), m_rawPort(rawPort) {}
+  Bench(int rounds, PortJobs& jobs, std::uint16_t relay, std::string folder)
+      : m_rounds(rounds), m_jobs(jobs), m_relay(relay), m_folder(std::move(folder)) {}
 
-  double rawStream(std::size_t total, std::size_t write) {
-    const std::vector<unsigned char> data(write, 'x');
-    const auto start = Clock::now();
-    Socket socket = Socket::connect("localhost", m_rawPort, false);
-    unsigned char head[9] = {'s'};
-    corvane::storeLittleEndian32(head + 1, static_cast<std::uint32_t>(total));
-    sendAll(socket, head);
-    for (std::size_t sent = 0; sent < total; sent += write)
-      sendAll(socket, data);
-    unsigned char done = 0;
-    receiveAll(socket, {&done, 1});
-    return secondsSince(start);
+  void compare(const Stream& stream) {
+    const std::vector<unsigned char> piece(stream.write, 'x');
+    bench::takeTurns(
+        stream.name, m_rounds,
+        [&] { return rateOf(stream.total, [&] { bench::streamRaw(m_relay, piece, stream.total); }); },
+        [&] { return rateOf(stream.total, [&] { m_jobs.print(piece, stream.total); }); });
   }
 
-  // A connection and as many round trips as a job needs: handshake, printer, session, end.
-  double rawEmpty() {
-    const auto start = Clock::now();
-    Socket socket = Socket::connect("localhost", m_rawPort, false);
-    unsigned char ping[65] = {'p'};
-    sendAll(socket, ping);
-    for (int i = 0; i < 4; ++i) {
-      if (i > 0) sendAll(socket, std::span(ping).last(64));
-      receiveAll(socket, std::span(ping).last(64));
-    }
-    return secondsSince(start);
-  }
-
-  double job(std::size_t total, std::size_t write) {
-    std::vector<unsigned char> data(write, 'x');
-    std::wstring document = L"bench";
-    std::wstring type = L"RAW";
-    DOC_INFO_1W info{document.data(), nullptr, type.data()};
-    const auto start = Clock::now();
-    if (!m_operations.pfnStartDocPort(m_port, m_printer.data(), 1, 1, reinterpret_cast<BYTE*>(&info)))
-      fail("start of document");
-    for (std::size_t sent = 0; sent < total; sent += write) {
-      DWORD written = 0;
-      if (!m_operations.pfnWritePort(m_port, data.data(), static_cast<DWORD>(write), &written) || written != write)
-        fail("write");
-    }
-    if (!m_operations.pfnEndDocPort(m_port)) fail("end of document");
-    return secondsSince(start);
+  void compareEmpty() {
+    bench::takeTurns(
+        "empty", m_rounds, [&] { return bench::secondsOf(kEmptyJobs, [&] { rawEmpty(); }); },
+        [&] {
+          const double seconds = bench::secondsOf(kEmptyJobs, [&] { m_jobs.print({}, 0); });
+          emptyFolder(m_folder + "\\out");
+          return seconds;
+        });
   }
 
  private:
-  [[noreturn]] static void fail(const char* what) {
-    std::fprintf(stderr, "bench_jobs: the %s failed; the logs of aps and of the module say why\n", what);
-    std::exit(1);
+  // MB a second.
+  template <class Call>
+  double rateOf(std::uint64_t bytes, Call call) const {
+    const auto start = Clock::now();
+    call();
+    const double seconds = secondsSince(start);
+    emptyFolder(m_folder + "\\out");
+    emptyFolder(m_folder + "\\raw");
+    return 1e-6 * static_cast<double>(bytes) / seconds;
   }
 
-  const MONITOR2& m_operations;
-  HANDLE m_port;
-  std::wstring m_printer;
-  std::uint16_t m_rawPort;
+  void rawEmpty() const {
+    bench::RawPings pings(m_relay);
+    for (int i = 0; i < kAnsweredByServer; ++i)
+      pings.ask(bench::kByRelay);
+    pings.ask(bench::kBySink);
+  }
+
+  const int m_rounds;
+  PortJobs& m_jobs;
+  const std::uint16_t m_relay;
+  const std::string m_folder;
 };
 
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
+double ownPeak() {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  counters.cb = sizeof counters;
+  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+  return static_cast<double>(counters.PeakWorkingSetSize);
 }
 
-void compareStreams(Bench& bench, int rounds) {
-  for (const std::size_t write : {4096u, 32768u, 65536u}) {
-    const std::size_t total = write * (write == 4096u ? 8192u : 2048u);
-    std::vector<double> raw, product;
-    for (int round = 0; round < rounds; ++round) {
-      raw.push_back(bench.rawStream(total, write));
-      product.push_back(bench.job(total, write));
-    }
-    const double megabytes = static_cast<double>(total) / 1e6;
-    std::printf("stream, writes of %2zu KiB: raw %7.1f MB/s, monitor %7.1f MB/s, ratio %.2f\n", write / 1024,
-                megabytes / median(raw), megabytes / median(product), median(raw) / median(product));
+// The same of a process of the host, in bytes.
+double hostsPeak(const std::string& process) {
+  std::ifstream status("Z:\\proc\\" + process + "\\status");
+  for (std::string word; status >> word;) {
+    double kilobytes = 0;
+    if (word == "VmHWM:" && status >> kilobytes) return kilobytes * 1024;
   }
+  bench::giveUp("there is no process " + process);
 }
 
-void compareEmptyJobs(Bench& bench, int rounds) {
-  std::vector<double> raw, product;
-  for (int round = 0; round < 4 * rounds; ++round) {
-    raw.push_back(bench.rawEmpty());
-    product.push_back(bench.job(0, 1));
+void measureMemory(wchar_t** arguments) {
+  PortJobs jobs(arguments[1], arguments[0]);
+  const std::vector<unsigned char> piece(65536, 'x');
+  const std::string out = narrow(arguments[2]) + "\\out";
+  const std::string server = narrow(arguments[3]), client = narrow(arguments[4]);
+  for (int i = 0; i < 3; ++i)
+    jobs.print({}, 0);
+  emptyFolder(out);
+  const double before[] = {ownPeak(), hostsPeak(server), hostsPeak(client)};
+  jobs.print(piece, 1000 * std::uint64_t{1000000});
+  bench::sample("memory-host", bench::kProduct, ownPeak() - before[0]);
+  bench::sample("memory-aps", bench::kProduct, hostsPeak(server) - before[1]);
+  bench::sample("memory-client", bench::kProduct, hostsPeak(client) - before[2]);
+  emptyFolder(out);
+}
+
+void measure(wchar_t** arguments) {
+  const std::string wanted = narrow(arguments[1]);
+  PortJobs jobs(arguments[3], arguments[2]);
+  Bench bench(_wtoi(arguments[0]), jobs, static_cast<std::uint16_t>(_wtoi(arguments[4])), narrow(arguments[5]));
+  for (const Stream& stream : kStreams) {
+    if (bench::isAsked(wanted, stream.name)) bench.compare(stream);
   }
-  std::printf("empty job: raw %.0f us, monitor %.0f us, ratio %.2f\n", 1e6 * median(raw), 1e6 * median(product),
-              median(product) / median(raw));
+  if (bench::isAsked(wanted, "empty")) bench.compareEmpty();
 }
 
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
-  if (count < 4) {
-    std::fprintf(stderr, "usage: bench_jobs PRINTER PORT-NAME RAW-PORT [ROUNDS]\n");
+  if (count != 7) {
+    std::fprintf(stderr,
+                 "usage: bench_jobs ROUNDS MEASUREMENTS PRINTER PORT-NAME RAW-PORT FOLDER\n"
+                 "       bench_jobs memory PRINTER PORT-NAME FOLDER APS-PROCESS PRINTCLIENT-PROCESS\n");
     return 2;
   }
   corvane::initializeNetwork();
-  const int rounds = count > 4 ? _wtoi(arguments[4]) : 7;
-  try {
-    const mg::support::MonitorTable& monitor = mg::support::loadMonitor();
-    HANDLE port = nullptr;
-    if (!monitor.operations->pfnOpenPort(monitor.monitor, arguments[2], &port)) {
-      std::fprintf(stderr, "bench_jobs: the module has no port %ls\n", arguments[2]);
-      return 1;
-    }
-    Bench bench(*monitor.operations, port, arguments[1], static_cast<std::uint16_t>(_wtoi(arguments[3])));
-    bench.job(4096, 4096);
-    compareStreams(bench, rounds);
-    compareEmptyJobs(bench, rounds);
-    monitor.operations->pfnClosePort(port);
-  } catch (const CS_Exception& exception) {
-    std::fprintf(stderr, "bench_jobs: %ls\n", exception.detail());
-    return 1;
-  } catch (const mg::support::SystemFailure& failure) {
-    std::fprintf(stderr, "bench_jobs: %s\n", failure.what());
-    return 1;
-  }
-  return 0;
+  return bench::runMeasurements(
+      [&] { std::wstring(arguments[1]) == L"memory" ? measureMemory(arguments + 2) : measure(arguments + 1); });
 }

@@ -1,36 +1,29 @@
 // Measures what the port list costs against the bare registry, in turns within one run:
 //
-//   bench_ports [ROUNDS]
+//   bench_ports ROUNDS MEASUREMENTS      with MgPrintMon.dll beside it
 //
-// Start-up: the module's list reads its ports, against the same loop over the values that keeps nothing. Finding a
-// port: by names of one length, all of which share a bucket. Replaces the ports of the Wine prefix that it runs in.
+// MEASUREMENTS is a list of "ports-1000", "ports-10000" and "open-port", separated by commas. Start-up: the module's
+// list reads its ports, against the same loop over the values that keeps nothing. Opening a port: by names of one
+// length, all of which share a bucket, through the loaded module's own entry. Replaces the ports of the Wine prefix
+// that it runs in.
 
+#include "bench/raw_peer.h"
+#include "bench/samples.h"
 #include "ports/port_list.h"
+#include "tests/support/spooler/monitor_table.h"
 #include "util/win_handle.h"
 
 #include <windows.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
-#include <vector>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::secondsSince;
 
 constexpr wchar_t kPortsKey[] = L"SOFTWARE\\Quillfern\\Marrowgate\\Printers\\Ports";
-
-double microsecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
-  return values[values.size() / 2];
-}
+constexpr int kManyPorts = 10000;
 
 std::wstring portName(int number) {
   return L"CPP" + std::to_wstring(10000 + number);
@@ -59,45 +52,61 @@ double bareLoop() {
     DWORD size = 64;
     RegEnumValueW(key.get(), index, name, &size, nullptr, nullptr, nullptr, nullptr);
   }
-  return microsecondsSince(start);
+  return secondsSince(start);
 }
 
-double findAll(CPortList& list, int count) {
+double startUp() {
+  auto* const list = new CPortList;  // its records stay, as those of a module that is unloaded
+  CPortList::setInstance(list);
+  const auto start = Clock::now();
+  list->Load();
+  const double seconds = secondsSince(start);
+  CPortList::setInstance(nullptr);
+  delete list;
+  return seconds;
+}
+
+// The median of opening a thousand of them.
+double openSome(const mg::support::MonitorTable& monitor) {
   std::vector<double> each;
   for (int i = 0; i < 1000; ++i) {
-    const std::wstring name = portName(static_cast<int>(static_cast<long long>(i) * 7919 % count));
+    std::wstring name = portName(i * 7919 % kManyPorts);
+    HANDLE port = nullptr;
     const auto start = Clock::now();
-    const mg::HeldPort port(list, name.c_str());
-    each.push_back(microsecondsSince(start));
-    if (!port) std::fprintf(stderr, "bench_ports: no port %ls\n", name.c_str());
+    const BOOL isOpen = monitor.operations->pfnOpenPort(monitor.monitor, name.data(), &port);
+    each.push_back(secondsSince(start));
+    if (!isOpen) bench::giveUp("the module does not know a port");
+    monitor.operations->pfnClosePort(port);
   }
-  return median(each);
+  return bench::quantile(std::move(each), 0.5);
 }
 
-void compare(int count, int rounds) {
-  makePorts(count);
-  std::vector<double> raw, product, find;
-  for (int round = 0; round < rounds; ++round) {
-    raw.push_back(bareLoop());
-    auto* const list = new CPortList;  // its records stay, as those of a module that is unloaded
-    CPortList::setInstance(list);
-    const auto start = Clock::now();
-    list->Load();
-    product.push_back(microsecondsSince(start));
-    find.push_back(findAll(*list, count));
-    CPortList::setInstance(nullptr);
-    delete list;
-  }
-  std::printf("%6d ports: registry alone %.1f ms, start-up %.1f ms, ratio %.2f; finding a port %.1f us\n", count,
-              median(raw) / 1000, median(product) / 1000, median(product) / median(raw), median(find));
+void measureOpening(int rounds) {
+  makePorts(kManyPorts);
+  const mg::support::MonitorTable& monitor = mg::support::loadMonitor();
+  openSome(monitor);
+  for (int round = 0; round < rounds; ++round)
+    bench::sample("open-port", bench::kProduct, openSome(monitor));
 }
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  const int rounds = count > 1 ? std::atoi(arguments[1]) : 9;
-  for (const int ports : {1000, 10000, 20000})
-    compare(ports, rounds);
+int wmain(int count, wchar_t** arguments) {
+  if (count != 3) {
+    std::fprintf(stderr, "usage: bench_ports ROUNDS MEASUREMENTS\n");
+    return 2;
+  }
+  const int rounds = _wtoi(arguments[1]);
+  const std::string wanted(arguments[2], arguments[2] + std::wcslen(arguments[2]));
+  const int code = bench::runMeasurements([&] {
+    for (const int ports : {1000, kManyPorts}) {
+      const std::string name = "ports-" + std::to_string(ports);
+      if (!bench::isAsked(wanted, name)) continue;
+      makePorts(ports);
+      bench::takeTurns(name, rounds, bareLoop, startUp);
+    }
+    if (bench::isAsked(wanted, "open-port")) measureOpening(rounds);
+  });
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, kPortsKey);
-  return 0;
+  return code;
 }

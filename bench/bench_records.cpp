@@ -3,33 +3,27 @@
 // that writes a line for each job (--job-log), and through one that would hold jobs if the print client were away; it
 // is there. That one needs keys, and stands beside one with keys alone.
 //
-//   bench_records [ROUNDS] [OTHER_APS]
+//   bench_records ROUNDS [OTHER_APS]
 //
-// Prints medians of one job in microseconds and their ratios to the first.
+// What a turn gives is the median of its jobs, in seconds. The other aps, or without one records in memory, is what the
+// rest stands beside.
 
+#include "bench/raw_peer.h"
+#include "bench/samples.h"
+#include "corvane/components/component_server.h"
 #include "tests/processes/keys.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <utility>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using namespace tests;
 
-constexpr int kJobs = 300;  // in one turn
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
+constexpr int kJobs = 200;  // in one turn
 
 class Way {
  public:
@@ -43,24 +37,22 @@ class Way {
     m_client->waitForLine("ready: ");
   }
 
-  void print(int jobs) {
-    for (int i = 0; i < jobs; ++i) {
-      const auto from = Clock::now();
-      std::optional<MonitorPeer> dialed;
-      m_keys ? dialed.emplace(m_scene.port(), corvane::Identity::monitor(), m_keys->path("monitor"))
-             : dialed.emplace(m_scene.port());
-      MonitorPeer& peer = *dialed;
-      peer.attach(L"Laser (session 5)");
-      peer.startJob({L"Laser - Job #1", L"Laser", L"document", L"RAW"}, {1, 1, 1, 1});
-      if (peer.endJob() == 0) std::fputs("a job was not answered\n", stderr);
-      m_times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - from).count());
-    }
+  // Prints the jobs of one turn and returns the median of their seconds.
+  double print() {
+    return bench::secondsOf(kJobs, [this] { printOne(); });
   }
-  void forget() { m_times.clear(); }
-  double median() const { return ::median(m_times); }
   const char* name() const { return m_name; }
 
  private:
+  void printOne() {
+    std::optional<MonitorPeer> peer;
+    m_keys ? peer.emplace(m_scene.port(), corvane::Identity::monitor(), m_keys->path("monitor"))
+           : peer.emplace(m_scene.port());
+    peer->attach(L"Laser (session 5)");
+    peer->startJob({L"Laser - Job #1", L"Laser", L"document " + std::to_wstring(++m_count), L"RAW"}, {1, 1, 1, 1});
+    if (peer->endJob() <= 0) bench::giveUp("a job was not printed");
+  }
+
   static std::vector<std::string> with(std::vector<std::string> words, const std::vector<std::string>& more) {
     words.insert(words.end(), more.begin(), more.end());
     return words;
@@ -70,7 +62,7 @@ class Way {
   std::unique_ptr<Keys> m_keys;  // null without
   Scene m_scene;
   std::unique_ptr<ChildProcess> m_client;
-  std::vector<double> m_times;
+  int m_count = 0;  // of jobs so far, each of which has a name of its own
 };
 
 std::unique_ptr<Keys> makeKeys() {
@@ -80,34 +72,37 @@ std::unique_ptr<Keys> makeKeys() {
   return keys;
 }
 
+void measureAll(int rounds, const char* otherAps) {
+  CS_ComponentServer::initialize(0, 0);
+  std::vector<std::unique_ptr<Way>> ways;
+  if (otherAps != nullptr) {
+    // The shell puts the other program in the place of ours.
+    ways.push_back(
+        std::make_unique<Way>("records-other-aps", std::vector<std::string>{},
+                              std::vector<std::string>{"/bin/sh", "-c", "shift; exec \"$0\" \"$@\"", otherAps}));
+  }
+  const std::vector<std::string> inFile = {"--history", "{folder}/jobs"};
+  ways.push_back(std::make_unique<Way>("records-memory", std::vector<std::string>{}));
+  ways.push_back(std::make_unique<Way>("records-file", inFile));
+  ways.push_back(std::make_unique<Way>(
+      "records-lines", std::vector<std::string>{inFile[0], inFile[1], "--job-log", "{folder}/jobs.json"}));
+  ways.push_back(std::make_unique<Way>("records-keys", std::vector<std::string>{}, makeKeys()));
+  ways.push_back(
+      std::make_unique<Way>("records-hold", std::vector<std::string>{"--hold", "{folder}/held"}, makeKeys()));
+  for (const auto& way : ways)
+    way->print();
+  for (int round = 0; round < rounds; ++round) {
+    const double first = ways.front()->print();
+    for (std::size_t i = 1; i < ways.size(); ++i) {
+      bench::sample(ways[i]->name(), bench::kRaw, first);
+      bench::sample(ways[i]->name(), bench::kProduct, ways[i]->print());
+    }
+  }
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-  const int rounds = count > 1 ? std::max(1, std::atoi(arguments[1])) : 9;
-  std::vector<std::unique_ptr<Way>> ways;
-  if (count > 2) {
-    // The shell puts the other program in the place of ours.
-    ways.push_back(
-        std::make_unique<Way>("the other aps", std::vector<std::string>{},
-                              std::vector<std::string>{"/bin/sh", "-c", "shift; exec \"$0\" \"$@\"", arguments[2]}));
-  }
-  ways.push_back(std::make_unique<Way>("records in memory", std::vector<std::string>{}));
-  ways.push_back(std::make_unique<Way>("records in a file", std::vector<std::string>{"--history", "{folder}/jobs"}));
-  ways.push_back(std::make_unique<Way>(
-      "a line for each", std::vector<std::string>{"--history", "{folder}/jobs", "--job-log", "{folder}/jobs.json"}));
-  ways.push_back(std::make_unique<Way>("with keys", std::vector<std::string>{}, makeKeys()));
-  ways.push_back(
-      std::make_unique<Way>("that would hold them", std::vector<std::string>{"--hold", "{folder}/held"}, makeKeys()));
-  for (const auto& way : ways) {
-    way->print(kJobs);
-    way->forget();
-  }
-  for (int round = 0; round < rounds; ++round) {
-    for (const auto& way : ways)
-      way->print(kJobs);
-  }
-  const double first = ways.front()->median();
-  for (const auto& way : ways)
-    std::printf("%-20s %8.0f us a job, ratio %.2f\n", way->name(), way->median(), way->median() / first);
-  return 0;
+  return bench::runMeasurements(
+      [&] { measureAll(count > 1 ? std::atoi(arguments[1]) : 9, count > 2 ? arguments[2] : nullptr); });
 }

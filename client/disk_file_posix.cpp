@@ -16,7 +16,7 @@ namespace printclient {
 namespace {
 
 constexpr std::size_t kReadBytes = 256 * 1024;
-constexpr int kMaxAttempts = 10;  // to create a file that cleaning others take away again
+constexpr int kMaxCreations = 10;  // to create a file that cleaning others take away again
 
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path = {}) {
   const int error = errno;
@@ -71,7 +71,7 @@ bool renameWithoutReplacing(const std::filesystem::path& from, const std::filesy
 }  // namespace
 
 DiskFile::DiskFile(const std::filesystem::path& path) : m_handle(-1), m_path(path) {
-  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kMaxCreations; ++attempt) {
     const int handle = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (handle < 0) fail("cannot create", path);
     // Another client that looks for abandoned files may have found it before it was locked; it holds the lock until

@@ -89,7 +89,7 @@ std::string numberedName(std::string_view name, std::string_view extension, int 
 namespace {
 
 // Names that are tried; others may take a name after it was seen to be free.
-constexpr int kMaxAttempts = 1000;
+constexpr int kMaxNames = 1000;
 
 [[noreturn]] void throwNoName(std::string_view name, std::string_view extension) {
   throw std::runtime_error(fmt::format("there is no free name for \"{}\"", numberedName(name, extension, 1)));
@@ -166,7 +166,7 @@ std::string JobFile::keepAs(std::string_view name, std::string_view extension) {
   flush();
   m_file->sync();
   int number = 1;
-  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kMaxNames; ++attempt) {
     std::string candidate = numberedName(name, extension, number);
     if (m_file->renameTo(pathOf(candidate))) {
       m_file.reset();

@@ -14,7 +14,7 @@ namespace printclient {
 
 namespace {
 
-constexpr const char* kWhat = "kept";
+constexpr const char* kMarkName = "kept";
 constexpr const char* kDocument = "-document-";  // in front of its number, behind the name of its process's mark
 
 }  // namespace
@@ -28,7 +28,7 @@ KeptDocuments::KeptDocuments(std::filesystem::path folder, const Bounds& bounds,
     : m_folder(std::move(folder)),
       m_bounds(bounds),
       m_onGone(std::move(onGone)),
-      m_markName(temporaryNameFor(kWhat)),
+      m_markName(temporaryNameFor(kMarkName)),
       m_mark(m_folder / m_markName) {
   removeAbandonedDocuments();
 }
@@ -41,7 +41,7 @@ void KeptDocuments::removeAbandonedDocuments() const noexcept try {
   for (const std::filesystem::path& path : all) {
     const std::string name = programs::fromPath(path.filename());
     const std::size_t end = name.find(kDocument);
-    if (end == std::string::npos || !isTemporaryNameFor(kWhat, name.substr(0, end))) continue;
+    if (end == std::string::npos || !isTemporaryNameFor(kMarkName, name.substr(0, end))) continue;
     const std::filesystem::path mark = m_folder / programs::toPath(name.substr(0, end));
     std::error_code ignored;
     if (name.substr(0, end) == m_markName) continue;
@@ -64,7 +64,7 @@ std::shared_ptr<KeptDocument> KeptDocuments::copyOf(JobFile& file, const std::st
 
 bool KeptDocuments::keep(const WholeDocument& whole) noexcept try {
   const std::uint64_t size = whole.size;
-  if (m_bounds.most == 0 || size > m_bounds.bytes) return false;
+  if (m_bounds.most == 0 || size > std::min(m_bounds.bytes, m_bounds.largest)) return false;
   const std::shared_ptr<KeptDocument> document = copyOf(whole.file, whole.extension);
   document->origin = whole.origin;
   document->ticket = whole.ticket;

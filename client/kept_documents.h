@@ -42,6 +42,8 @@ class KeptDocuments {
     std::size_t most = 20;
     std::uint64_t bytes = 64 * 1024 * 1024;  // of all together; a larger document is not kept
     std::chrono::minutes age = std::chrono::hours(8);
+    // Nor is one larger than this: it would drive out the others, and its copy would cost as much as its journey.
+    std::uint64_t largest = 16 * 1024 * 1024;
   };
   // Called, without the lock, with the number of a job whose document is not kept any more.
   using OnGone = std::function<void(std::uint64_t number)>;

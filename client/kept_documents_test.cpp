@@ -87,6 +87,18 @@ TEST_F(KeptDocumentsTest, WhatIsLargerThanAllTogetherMayBeIsNotKeptAndDrivesNoth
   EXPECT_EQ(names().size(), 1u);
 }
 
+TEST_F(KeptDocumentsTest, ALongDocumentIsNotKeptThoughThereWouldBeRoomForIt) {
+  KeptDocuments::Bounds bounds{3, 100, std::chrono::hours(1)};
+  EXPECT_EQ(bounds.largest, 16u * 1024 * 1024);
+  bounds.largest = 20;
+  KeptDocuments kept = documents(bounds);
+  EXPECT_TRUE(keep(kept, 1, std::string(20, 'x')));
+  EXPECT_FALSE(keep(kept, 2, std::string(21, 'x')));
+  EXPECT_NE(kept.find(1), nullptr);
+  EXPECT_EQ(kept.find(2), nullptr);
+  EXPECT_EQ(names().size(), 1u);
+}
+
 TEST_F(KeptDocumentsTest, WhatIsTooOldGoes) {
   KeptDocuments kept = documents({3, 100, std::chrono::minutes(10)});
   keep(kept, 1, "x");

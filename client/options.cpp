@@ -164,7 +164,7 @@ void addView(CLI::App& app, Options& options) {
   app.add_option(
          "--keep-documents", options.keptDocuments,
          "how many documents are kept for the page, to be looked at and printed again: 0 for none, 20 unless it "
-         "is given. They are this user's alone, at most 64 MiB together, and go after 8 hours and when "
+         "is given. They are this user's alone, at most 16 MiB each and 64 MiB together, and go after 8 hours and when "
          "printclient ends")
       ->check(CLI::Range(0, 100));
   app.add_flag("!--no-notices", options.hasNotices,

@@ -16,23 +16,23 @@ namespace {
 using protocol::PaperState;
 using ::testing::ElementsAre;
 
-FollowedJob job(const std::string& label = "") {
+FollowedJob paperJob(const std::string& label = "") {
   return {{1, 5, label}, L"Laser - Job #17", L"Laser", L"A letter"};
 }
 
 TEST(PaperLine, SaysWhatHasBecomeOfAJobAndWhatToDo) {
-  EXPECT_EQ(paperLine(job(), {PaperState::kWaiting, "", ""}), "\"A letter\" on \"Laser\" waits");
-  EXPECT_EQ(paperLine(job(), {PaperState::kPrinting, "", ""}), "\"A letter\" on \"Laser\" is being printed");
-  EXPECT_EQ(paperLine(job("print.example:4712: "), {PaperState::kStopped, "has no paper", "put paper in"}),
+  EXPECT_EQ(paperLine(paperJob(), {PaperState::kWaiting, "", ""}), "\"A letter\" on \"Laser\" waits");
+  EXPECT_EQ(paperLine(paperJob(), {PaperState::kPrinting, "", ""}), "\"A letter\" on \"Laser\" is being printed");
+  EXPECT_EQ(paperLine(paperJob("print.example:4712: "), {PaperState::kStopped, "has no paper", "put paper in"}),
             "print.example:4712: \"A letter\" on \"Laser\" is held up: the printer has no paper; put paper in");
   EXPECT_EQ(
-      paperLine(job(), {PaperState::kCanceled, "was told to cancel the job", "print again if it is still wanted"}),
+      paperLine(paperJob(), {PaperState::kCanceled, "was told to cancel the job", "print again if it is still wanted"}),
       "\"A letter\" on \"Laser\" was canceled: the printer was told to cancel the job; print again if it is still "
       "wanted");
-  EXPECT_EQ(paperLine(job(), {PaperState::kAborted, "gave the job up", "print again"}),
+  EXPECT_EQ(paperLine(paperJob(), {PaperState::kAborted, "gave the job up", "print again"}),
             "\"A letter\" on \"Laser\" was not printed after all: the printer gave the job up; print again");
-  EXPECT_EQ(paperLine(job(), {PaperState::kPrinted, "", ""}), "\"A letter\" on \"Laser\" has come out");
-  EXPECT_EQ(paperLine(job(), {PaperState::kUnknown, "still had it after a day", "see whether it has come out"}),
+  EXPECT_EQ(paperLine(paperJob(), {PaperState::kPrinted, "", ""}), "\"A letter\" on \"Laser\" has come out");
+  EXPECT_EQ(paperLine(paperJob(), {PaperState::kUnknown, "still had it after a day", "see whether it has come out"}),
             "\"A letter\" on \"Laser\" is not followed any more: the printer still had it after a day; see whether it "
             "has come out");
   FollowedJob unnamed;
@@ -44,14 +44,14 @@ TEST(PaperLine, SaysWhatHasBecomeOfAJobAndWhatToDo) {
 
 TEST(PaperNews, OfAJobHasASentenceForTheCauseAndOneForTheRemedy) {
   const protocol::PaperNews news =
-      paperNews(job(), {PaperState::kStopped, "has no paper (\"Load A4\")", "put paper in"});
+      paperNews(paperJob(), {PaperState::kStopped, "has no paper (\"Load A4\")", "put paper in"});
   EXPECT_EQ(news.printer, L"Laser");
   EXPECT_EQ(news.job, L"Laser - Job #17");
   EXPECT_EQ(news.document, L"A letter");
   EXPECT_EQ(news.state, PaperState::kStopped);
   EXPECT_EQ(news.cause, L"The printer has no paper (\"Load A4\").");
   EXPECT_EQ(news.remedy, L"Put paper in.");
-  EXPECT_EQ(paperNews(job(), {PaperState::kPrinted, "", ""}).cause, L"");
+  EXPECT_EQ(paperNews(paperJob(), {PaperState::kPrinted, "", ""}).cause, L"");
 }
 
 // The server's half, which writes down what it is told.
@@ -80,19 +80,19 @@ TEST(PaperReport, TellsThePersonEachChangeAndTheServerEverythingWhileItIsThere) 
                           new corvane::ComponentClass<Listener, Listener::Context>(protocol::kVersion, told));
     server->offerClass(protocol::kSessionHostClass);
     protocol::registerSessionClientClass();
-    report.tell(job(), {PaperState::kWaiting, "", ""}, true);  // to nobody
+    report.tell(paperJob(), {PaperState::kWaiting, "", ""}, true);  // to nobody
     report.enter(1, protocol::makeSessionClient(pair.dialedPointer()));
-    report.tell(job(), {PaperState::kWaiting, "", ""}, true);
-    report.tell(job(), {PaperState::kPrinting, "", ""}, false);
-    FollowedJob nobodys = job();
+    report.tell(paperJob(), {PaperState::kWaiting, "", ""}, true);
+    report.tell(paperJob(), {PaperState::kPrinting, "", ""}, false);
+    FollowedJob nobodys = paperJob();
     nobodys.printer = L"";
     report.tell(nobodys, {PaperState::kWaiting, "", ""}, true);
-    FollowedJob others = job();
+    FollowedJob others = paperJob();
     others.origin.server = 2;
     report.tell(others, {PaperState::kAborted, "gave the job up", "print again"}, false);
     report.leave(1);
     report.leave(1);
-    report.tell(job(), {PaperState::kPrinted, "", ""}, false);
+    report.tell(paperJob(), {PaperState::kPrinted, "", ""}, false);
     CS_Connection::destroy(pair.dialedPointer(), true);
     pair.join();
     reporter.flush();
@@ -117,7 +117,7 @@ TEST(PaperReport, AServerThatHasGoneIsNoFailure) {
     protocol::registerSessionClientClass();
     report.enter(1, protocol::makeSessionClient(pair.dialedPointer()));
     CS_Connection::destroy(pair.dialedPointer(), true);
-    report.tell(job(), {PaperState::kPrinted, "", ""}, false);
+    report.tell(paperJob(), {PaperState::kPrinted, "", ""}, false);
   }
   std::fclose(lines);
 }

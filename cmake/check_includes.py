@@ -30,7 +30,7 @@ MAY_INCLUDE = {
     "client": {"corvane", "protocol", "tls", "compression", "programs"},
     "converter": {"util", "corvane"},
     "admin": {"util", "corvane", "protocol", "programs"},
-    "bench": {"corvane", "ports", "tests", "util"},
+    "bench": {"corvane", "ports", "protocol", "session", "tests", "util"},
 }
 ROOMS = {
     "corvane": {

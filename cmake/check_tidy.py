@@ -21,7 +21,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LINT = ROOT / "build" / "lint"
-AT_A_TIME = 16
+AT_A_TIME = 32
 OWN_INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 # What a source defines for itself: two of one name cannot be looked at together.
 UNNAMED = re.compile(r"^namespace \{$(.*?)^\}  // namespace$", re.MULTILINE | re.DOTALL)
@@ -84,12 +84,13 @@ def is_product(path):
 
 
 def batches(is_wanted):
-    """Lists of sources of one folder and one set of options that define no name twice."""
+    """Lists of sources of one folder and one set of options that define no name twice, the longest first."""
     groups = {}
     for path, options in sources(ROOT):
         if not is_wanted(path):
             continue
-        groups.setdefault((path.parent, tuple(options)), []).append(path)
+        groups.setdefault((path.relative_to(ROOT).parts[0], tuple(options)), []).append(path)
+    found = []
     for (_, options), paths in sorted(groups.items()):
         bins = []  # (sources, names)
         for path in sorted(paths):
@@ -101,7 +102,8 @@ def batches(is_wanted):
                     break
             else:
                 bins.append(([path], names))
-        yield from ((members, list(options)) for members, _ in bins)
+        found += [(members, list(options)) for members, _ in bins]
+    return sorted(found, key=lambda batch: len(batch[0]), reverse=True)
 
 
 def read_with_headers(paths):

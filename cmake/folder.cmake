@@ -1,25 +1,39 @@
-# mg_folder(<name> SOURCES a.cpp ... [TESTS a_test.cpp ...] [LINK lib ...] [TEST_LINK lib ...])
+# mg_folder(<name> SOURCES a.cpp ... [COMMAND_LINE b.cpp ...] [TESTS a_test.cpp ...] [LINK lib ...] [TEST_LINK lib ...])
 #
 # One folder of the source tree: a static library <name> and, when it has tests, one test binary <name>_tests that
-# runs as one ctest entry. A *_test.cpp file in the folder that its CMakeLists.txt does not name stops the build.
+# runs as one ctest entry. COMMAND_LINE are those of its sources that read a command line with CLI11. A *_test.cpp file in
+# the folder that its CMakeLists.txt does not name stops the build.
 function(mg_folder name)
-  cmake_parse_arguments(arg "" "" "SOURCES;TESTS;LINK;TEST_LINK" ${ARGN})
+  cmake_parse_arguments(arg "" "" "SOURCES;COMMAND_LINE;TESTS;LINK;TEST_LINK" ${ARGN})
   mg_check_tests_registered()
 
   add_library(${name} STATIC ${arg_SOURCES})
+  mg_folder_library(${name} ${arg_LINK})
+  if(MG_COVERAGE)
+    target_link_options(${name} INTERFACE --coverage)
+  endif()
+  if(arg_COMMAND_LINE)
+    add_library(${name}_command_line OBJECT ${arg_COMMAND_LINE})
+    mg_folder_library(${name}_command_line ${arg_LINK})
+    mg_command_line(${name}_command_line)
+    target_sources(${name} PRIVATE $<TARGET_OBJECTS:${name}_command_line>)
+  endif()
+
+  if(arg_TESTS)
+    mg_test_binary(${name}_tests SOURCES ${arg_TESTS} LINK ${name} ${arg_TEST_LINK})
+  endif()
+endfunction()
+
+# mg_folder_library(<name> lib ...): what the libraries of all folders have in common, and what this one links to.
+function(mg_folder_library name)
   mg_own_headers(${name})
-  target_link_libraries(${name} PUBLIC ${arg_LINK} PRIVATE mg_warnings)
+  target_link_libraries(${name} PUBLIC ${ARGN} PRIVATE mg_warnings)
   target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}")
   if(NOT WIN32)
     target_link_libraries(${name} PUBLIC Threads::Threads)
   endif()
   if(MG_COVERAGE)
     target_compile_options(${name} PRIVATE ${MG_COVERAGE_OPTIONS})
-    target_link_options(${name} INTERFACE --coverage)
-  endif()
-
-  if(arg_TESTS)
-    mg_test_binary(${name}_tests SOURCES ${arg_TESTS} LINK ${name} ${arg_TEST_LINK})
   endif()
 endfunction()
 
@@ -34,16 +48,29 @@ function(mg_program name)
   endif()
 endfunction()
 
-# mg_test_binary(<name> SOURCES ... [LINK ...]): a GoogleTest binary and its ctest entry of the same name.
+# mg_test_binary(<name> SOURCES ... [LINK ...] [SECONDS n] [SHARDS n]): a GoogleTest binary and its ctest entry of the same
+# name, which fails after so many seconds, 300 unless said. With SHARDS it has so many entries, <name>.0 and so on, which may
+# run at the same time, each with every so many-th test.
 function(mg_test_binary name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(arg "" "SECONDS;SHARDS" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINK} mg_test_main GTest::gmock GTest::gtest mg_warnings)
-  # Fixtures are in unnamed namespaces, which the compiler takes for a mistake where sources are compiled as one.
-  target_compile_options(${name} PRIVATE ${MG_TEST_OPTIONS} $<$<AND:$<BOOL:${MG_UNITY}>,$<CXX_COMPILER_ID:GNU>>:-Wno-subobject-linkage>)
+  target_compile_options(${name} PRIVATE ${MG_TEST_OPTIONS})
   target_precompile_headers(${name} REUSE_FROM mg_test_headers)
-  add_test(NAME ${name} COMMAND ${name})
-  set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+  if(NOT arg_SECONDS)
+    set(arg_SECONDS 300)
+  endif()
+  if(NOT arg_SHARDS)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_SECONDS})
+    return()
+  endif()
+  math(EXPR last "${arg_SHARDS} - 1")
+  foreach(shard RANGE ${last})
+    add_test(NAME ${name}.${shard} COMMAND ${name})
+    set_tests_properties(${name}.${shard} PROPERTIES TIMEOUT ${arg_SECONDS}
+      ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_SHARDS};GTEST_SHARD_INDEX=${shard}")
+  endforeach()
 endfunction()
 
 function(mg_check_tests_registered)

@@ -20,7 +20,7 @@ target_precompile_headers(mg_test_headers PRIVATE
 if(MG_PRECOMPILE)
   target_precompile_headers(mg_test_headers PRIVATE ${MG_OWN_HEADERS})
 endif()
-set(MG_TEST_OPTIONS -O0 -fpch-preprocess)
+set(MG_TEST_OPTIONS -O0 ${MG_PRECOMPILE_OPTIONS})
 target_compile_options(mg_test_headers PRIVATE ${MG_TEST_OPTIONS})
 
 # What every test binary has: its main function, and a bound for each of its tests.

@@ -11,14 +11,22 @@ if(WIN32)
   list(APPEND MG_OWN_HEADERS <winsock2.h> <windows.h> <winspool.h>)
 endif()
 
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  # What it precompiles names this checkout, so another one would share nothing with it; and with some sources at a time it
+  # was measured to save nothing.
+  set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+else()
+  set(MG_PRECOMPILE_OPTIONS -fpch-preprocess)  # for ccache
+endif()
+
 if(MG_PRECOMPILE)
   add_library(mg_own_headers OBJECT "${CMAKE_CURRENT_LIST_DIR}/own_headers.cpp")
   target_link_libraries(mg_own_headers PRIVATE mg_warnings)
   target_precompile_headers(mg_own_headers PRIVATE ${MG_OWN_HEADERS})
-  # The first is for ccache. GCC 12 sees too small buffers in std::string that are none; it keeps that to itself for a
-  # system header, but not for one that was precompiled. In the portable code the preset linux looks for real ones, in
-  # the Windows code the guarded heap of the tests.
-  set(MG_OWN_HEADERS_OPTIONS -fpch-preprocess
+  # GCC 12 sees too small buffers in std::string that are none; it keeps that to itself for a system header, but not for
+  # one that was precompiled. In the portable code the preset linux looks for real ones, in the Windows code the guarded
+  # heap of the tests.
+  set(MG_OWN_HEADERS_OPTIONS ${MG_PRECOMPILE_OPTIONS}
     $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds>
     $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>
     $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overread>)
@@ -35,12 +43,9 @@ function(mg_own_headers)
   endif()
 endfunction()
 
-# mg_command_line_sources(<source> ...): sources that read a command line with CLI11, which is slow to optimise and runs
-# once. Under a sanitizer they are not optimised at all, for which the precompiled headers do not fit.
-function(mg_command_line_sources)
-  if(MG_SANITIZE)
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -O0 SKIP_PRECOMPILE_HEADERS ON)
-  else()
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -O1)
-  endif()
+# mg_command_line(<target> ...): the targets read a command line with CLI11, which is slow to optimise and runs once.
+function(mg_command_line)
+  foreach(target ${ARGN})
+    target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>)
+  endforeach()
 endfunction()

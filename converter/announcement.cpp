@@ -11,13 +11,13 @@ namespace {
 // A structuring comment has at most 255 characters; only the beginning of a longer line is examined.
 constexpr size_t kMostKept = 1024;
 
-bool isBlank(char c) {
+bool isBlankInLine(char c) {
   return c == ' ' || c == '\t';
 }
 
 // Removes the number at the beginning of the text, with the blanks around it, and returns it; -1 when there is none.
 long long takeNumber(std::string_view& text) {
-  while (!text.empty() && isBlank(text.front()))
+  while (!text.empty() && isBlankInLine(text.front()))
     text.remove_prefix(1);
   long long number = -1;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -115,7 +115,7 @@ class Reader {
   // "%%Page: label ordinal": the ordinal is the last word; labels may hold blanks.
   void takePage(std::string_view line) {
     m_result.hasEnd = false;
-    while (!line.empty() && isBlank(line.back()))
+    while (!line.empty() && isBlankInLine(line.back()))
       line.remove_suffix(1);
     const size_t blank = line.find_last_of(" \t");
     if (blank == std::string_view::npos) return;

@@ -3,6 +3,7 @@
 #include "converter/folder_watch.h"
 #include "converter/host_shell.h"
 #include "converter/private_folder.h"
+#include "tests/support/converter/beside_this_program.h"
 #include "tests/support/converter/convert_fixture.h"
 #include "util/win_handle.h"
 
@@ -10,12 +11,6 @@
 
 namespace mg::converter {
 namespace {
-
-std::wstring besideThisProgram(const wchar_t* name) {
-  wchar_t path[MAX_PATH];
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return std::filesystem::path(path).parent_path().wstring() + L"\\" + name;
-}
 
 class ContainmentTest : public ConvertTest {
  protected:

@@ -11,6 +11,9 @@ namespace {
 // A document may redefine any name and undo any change with `restore`. So the state is kept in a dictionary that
 // `restore` leaves alone (global memory), and everything is bound before the document begins: operators by `bind`, the
 // rest as objects (`//`). The names made here are gone when it runs.
+//
+// The document is run as what "-_" runs: Ghostscript's own words for "run the standard input", which are looked up by
+// name. Only behind that option it reads the standard input in blocks; before, each byte is a system call of its own.
 constexpr char kProgram[] = R"(
 <</.LockSafetyParams true>> setpagedevice
 currentglobal true setglobal
@@ -95,6 +98,7 @@ userdict /mgfinish {
 userdict /quit { (quit) //mgfinish exec systemdict /quit get exec } bind put
 
 {
+  userdict /.runstdin undef
   { (%stdin) (r) file cvx exec } stopped {
     //$error /newerror get {
       { //$error /command get //$error /errorname get
@@ -106,8 +110,8 @@ userdict /quit { (quit) //mgfinish exec systemdict /quit get exec } bind put
 } bind
 userdict begin
 [/mgstate /mgappend /mgdescribe /mgnote /mgreported /mgrest /mgfinish] { currentdict exch undef } forall
+/.runstdin exch def
 end
-exec
 )";
 
 }  // namespace

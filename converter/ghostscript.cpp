@@ -60,7 +60,7 @@ RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& scri
   RunRequest request;
   request.program = program;
   // The output is named without a path: a "%" in the name of a folder would be read as a page number format. Plain
-  // object and reference tables are what PdfFile reads.
+  // object and reference tables are what PdfFile reads. "-_" runs the input, by way of the script, in blocks.
   request.arguments = {L"-q",
                        L"-dSAFER",
                        L"-dBATCH",
@@ -70,7 +70,8 @@ RunRequest pdfWriteRequest(const std::wstring& program, const std::wstring& scri
                        L"-dWriteXRefStm=false",
                        L"-sOutputFile=out.pdf",
                        L"-f",
-                       script};
+                       script,
+                       L"-_"};
   request.input = input;
   return request;
 }

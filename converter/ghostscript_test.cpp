@@ -19,7 +19,8 @@ TEST(PdfWriteRequest, TheScriptIsRunInsideTheCageAndTheDocumentIsItsInput) {
   EXPECT_EQ(request.input, L"C:\\a b.ps");
   EXPECT_EQ(request.arguments.at(1), L"-dSAFER");
   EXPECT_EQ(request.arguments.at(8), L"-f");
-  EXPECT_EQ(request.arguments.back(), L"run.ps");
+  EXPECT_EQ(request.arguments.at(9), L"run.ps");
+  EXPECT_EQ(request.arguments.back(), L"-_");
 }
 
 TEST(FindGhostscript, ConfiguredProgramWins) {

@@ -1,6 +1,7 @@
 #include "converter/conversion_error.h"
 #include "converter/ghostscript.h"
 #include "converter/private_folder.h"
+#include "tests/support/converter/beside_this_program.h"
 #include "tests/support/import_seam.h"
 #include "util/win_handle.h"
 
@@ -16,12 +17,6 @@ MG_IMPORT_SEAM(L"kernel32.dll", AssignProcessToJobObject, FALSE)
 
 namespace mg::converter {
 namespace {
-
-std::wstring besideThisProgram(const wchar_t* name) {
-  wchar_t path[MAX_PATH];
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return std::filesystem::path(path).parent_path().wstring() + L"\\" + name;
-}
 
 class WindowsRunner : public testing::Test {
  protected:

@@ -8,7 +8,7 @@
 // a job that did not start leaves an idle port, and a job that lost something is not reported as printed.
 namespace {
 
-constexpr int kTooMany = 2000;
+constexpr int kTooManyFailures = 2000;
 
 class JobSweepTest : public JobPath {
  protected:
@@ -29,7 +29,7 @@ class JobSweepTest : public JobPath {
 
 TEST_F(JobSweepTest, AStartWithoutMemoryEndsInAStartedJobOrAnIdlePort) {
   for (int nth = 1;; ++nth) {
-    ASSERT_LT(nth, kTooMany);
+    ASSERT_LT(nth, kTooManyFailures);
     m_queue.clear();
     BOOL started = FALSE;
     bool failed = false;
@@ -55,7 +55,7 @@ TEST_F(JobSweepTest, AStartWithoutMemoryEndsInAStartedJobOrAnIdlePort) {
 
 TEST_F(JobSweepTest, AnEndWithoutMemoryNeverReportsAJobThatWasNotEnded) {
   for (int nth = 1;; ++nth) {
-    ASSERT_LT(nth, kTooMany);
+    ASSERT_LT(nth, kTooManyFailures);
     ASSERT_EQ(start(), TRUE);
     ASSERT_EQ(write("abc"), TRUE);
     BOOL ended = FALSE;
@@ -78,7 +78,7 @@ TEST_F(JobSweepTest, AnEndWithoutMemoryNeverReportsAJobThatWasNotEnded) {
 TEST_F(JobSweepTest, AWriteInACollectedJobWithoutMemoryIsTakenOrRefused) {
   m_printerValue = 3;
   for (int nth = 1;; ++nth) {
-    ASSERT_LT(nth, kTooMany);
+    ASSERT_LT(nth, kTooManyFailures);
     ASSERT_EQ(start(), TRUE);
     bool failed = false;
     {
@@ -109,7 +109,7 @@ TEST_F(JobSweepTest, AFailingCallOfTheSpoolerAtTheStartNeverKeepsAJobFromPrintin
 TEST_F(JobSweepTest, AFailingCallOfTheSpoolerAtTheEndNeverKeepsAJobFromPrinting) {
   // The first call sends the request that ends the job; without that it is not printed.
   for (int nth = 1;; ++nth) {
-    ASSERT_LT(nth, kTooMany);
+    ASSERT_LT(nth, kTooManyFailures);
     ASSERT_EQ(start(), TRUE);
     m_seams.failNth(nth);
     EXPECT_EQ(end(), nth == 1 ? FALSE : TRUE) << nth;

@@ -19,7 +19,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const HWND kWindow = reinterpret_cast<HWND>(77);
+const HWND kUntouched = reinterpret_cast<HWND>(77);
 
 std::string closing(const std::string& name) {
   return "0x40000008: Stack Trace: MgPrintMon - " + name + "()";
@@ -80,9 +80,9 @@ TEST_F(PortEntriesTest, OpeningLeavesTheDocumentInProgress) {
 }
 
 TEST_F(PortEntriesTest, OpeningAnUnknownPortLeavesTheHandle) {
-  HANDLE handle = kWindow;
+  HANDLE handle = kUntouched;
   EXPECT_EQ(MGOpenPort(nullptr, name(L"CPP6"), &handle), FALSE);
-  EXPECT_EQ(handle, kWindow);
+  EXPECT_EQ(handle, kUntouched);
   EXPECT_THAT(m_records.lines(), ElementsAre("0x4000000a: MgPrintMon - MGOpenPort: port not found",
                                              "10: MgPrintMon - MGOpenPort: port not found", closing("MGOpenPort")));
   EXPECT_EQ(m_records.reports(), 1);
@@ -139,14 +139,14 @@ TEST_F(PortEntriesTest, OpeningWithoutRoomForTheHandleIsABadArgument) {
 }
 
 TEST_F(PortEntriesTest, OpeningWithoutMemoryIsOpeningAnUnknownPort) {
-  HANDLE handle = kWindow;
+  HANDLE handle = kUntouched;
   BOOL opened = TRUE;
   {
     const FailingNew first(1);
     opened = MGOpenPort(nullptr, name(L"CPP5"), &handle);
   }
   EXPECT_EQ(opened, FALSE);
-  EXPECT_EQ(handle, kWindow);
+  EXPECT_EQ(handle, kUntouched);
   const std::string missing = "MgPrintMon - MGOpenPort: port not found";
   EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3012", "0x40000008: Stack Trace: CPortList::FindPort()",
                                              "0x4000000a: " + missing, "10: " + missing, closing("MGOpenPort")));
@@ -181,7 +181,7 @@ TEST_F(PortEntriesTest, EnumerationWithoutAListClearsTheLastError) {
 
 TEST_F(PortEntriesTest, DeletingAPortSaysSo) {
   m_registry.set(L"CPP5");
-  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP5")), TRUE);
+  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kUntouched, name(L"CPP5")), TRUE);
   EXPECT_THAT(m_boxes, ElementsAre(L"77|Port \"CPP5\" successfully removed.|Port removed|0"));
   EXPECT_EQ(m_list.FindPort(L"CPP5"), nullptr);
   EXPECT_THAT(m_records.lines(), IsEmpty());
@@ -197,7 +197,7 @@ TEST_F(PortEntriesTest, AVeryLongNameIsCutInTheBox) {
 
 TEST_F(PortEntriesTest, DeletingAMissingPortSaysSoAndRecordsTheServersName) {
   m_registry.set(L"CPP6");
-  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP6")), FALSE);
+  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kUntouched, name(L"CPP6")), FALSE);
   EXPECT_THAT(m_boxes, ElementsAre(L"77|An error has occurred\n\nCouldn't remove the port.|Error|0"));
   const auto lines = m_records.lines();
   ASSERT_GE(lines.size(), 3u);
@@ -221,7 +221,7 @@ TEST_F(PortEntriesTest, TheBoxIsShownBeforeTheFailureIsRecorded) {
   m_registry.set(L"CPP6");
   std::vector<std::string> before{"no box"};
   whenBoxIsShown([&] { before = m_records.lines(); });
-  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP6")), FALSE);
+  EXPECT_EQ(MGDeletePort(nullptr, name(L"server"), kUntouched, name(L"CPP6")), FALSE);
   EXPECT_EQ(std::count(before.begin(), before.end(), "0x4000000a: failed to remove port server"), 0);
   EXPECT_THAT(before, testing::Not(testing::Contains("no box")));
 }
@@ -231,20 +231,20 @@ TEST_F(PortEntriesTest, DeletingGoesStraightToTheList) {
   LocalLog log;
   log.trace();
   m_registry.set(L"CPP5");
-  MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP5"));
+  MGDeletePort(nullptr, name(L"server"), kUntouched, name(L"CPP5"));
   m_list.AddPort(L"CPP5", 0);
   m_registry.set(L"CPP5");
   log.clear();
   MGXcvDataPort(nullptr, L"DeletePort", reinterpret_cast<PBYTE>(name(L"CPP5")), 10, nullptr, 0, nullptr);
   EXPECT_THAT(log.entered(), ElementsAre("MGXcvDataPort (pInputData = CPP5)", "CPortList::DeletePort()"));
   log.clear();
-  MGDeletePort(nullptr, name(L"server"), kWindow, name(L"CPP5"));
+  MGDeletePort(nullptr, name(L"server"), kUntouched, name(L"CPP5"));
   EXPECT_THAT(log.entered(), ElementsAre("MGDeletePort (pName = server)", "CPortList::DeletePort()"));
 }
 
 TEST_F(PortEntriesTest, DeletingBeforeInitialisationShowsNothing) {
   CPortList::setInstance(nullptr);
-  EXPECT_EQ(MGDeletePort(nullptr, nullptr, kWindow, name(L"CPP5")), FALSE);
+  EXPECT_EQ(MGDeletePort(nullptr, nullptr, kUntouched, name(L"CPP5")), FALSE);
   EXPECT_THAT(m_boxes, IsEmpty());
   EXPECT_THAT(m_records.lines(), ElementsAre("10: number 3014", closing("MGDeletePort")));
 }

@@ -1,4 +1,6 @@
+#include "tests/support/failing_new.h"
 #include "tests/support/monitor/job_path.h"
+#include "tests/support/monitor/send_seam.h"
 
 #include <gmock/gmock.h>
 
@@ -28,6 +30,22 @@ TEST_F(WritePortTest, EveryWriteGoesOutWholeAndAtOnce) {
   EXPECT_EQ(lines[8], "one-way 2 WriteJob: boolean true, text \"Laser - Job #17\", int 70000, bytes 70000");
   EXPECT_EQ(lines[9], "request 3 EndJob: boolean true, text \"Laser - Job #17\"");
   EXPECT_EQ(m_peer.bytes().size(), 70003u);
+}
+
+TEST_F(WritePortTest, AWriteBehindTheFirstIsOneSendAndAllocatesNothing) {
+  start();
+  int sends = 0;
+  send_seam::watch([&] { ++sends; });
+  for (const std::size_t size : {1u, 4096u, 32768u, 65536u}) {
+    const std::string data(size, 'x');
+    ASSERT_EQ(write(data), TRUE);  // the first one announces the stream
+    sends = 0;
+    const FailingNew failing(1);
+    ASSERT_EQ(write(data), TRUE);
+    EXPECT_FALSE(failing.hasFailed()) << size;
+    EXPECT_EQ(sends, 1) << size;
+  }
+  EXPECT_EQ(end(), TRUE);
 }
 
 TEST_F(WritePortTest, BadArgumentsWriteNothingAndLeaveTheQueue) {

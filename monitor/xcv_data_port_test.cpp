@@ -16,7 +16,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kClosing[] = "0x40000008: Stack Trace: MgPrintMon - MGXcvDataPort()";
+constexpr char kClosingOfXcv[] = "0x40000008: Stack Trace: MgPrintMon - MGXcvDataPort()";
 
 class XcvDataPortTest : public testing::Test {
  protected:
@@ -97,7 +97,7 @@ TEST_F(XcvDataPortTest, AnAddPortThatTheRegistryRefusesEndsWithTheResultReachedS
   const std::string text = "Failed to create the printer port registry key: CPP9 error: 5.";
   EXPECT_THAT(m_world.records().lines(),
               ElementsAre("0x4000000a: " + text, "10: " + text, "0x40000008: Stack Trace: CPortList::AddNewPort()",
-                          "10: " + text, kClosing));
+                          "10: " + text, kClosingOfXcv));
 }
 
 TEST_F(XcvDataPortTest, ACommandWithoutMemoryIsRecordedAsAnUnknownException) {
@@ -108,7 +108,7 @@ TEST_F(XcvDataPortTest, ACommandWithoutMemoryIsRecordedAsAnUnknownException) {
   }
   EXPECT_EQ(result, 13u);
   EXPECT_FALSE(hasPort(L"CPP9"));
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3012", kClosing));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3012", kClosingOfXcv));
   EXPECT_EQ(m_world.records().reports(), 1);
 }
 
@@ -156,14 +156,15 @@ TEST_F(XcvDataPortTest, TheOutputIsNeitherReadNorWritten) {
 TEST_F(XcvDataPortTest, AMissingCommandOrInputIsABadArgument) {
   EXPECT_EQ(command(nullptr, L"CPP9"), 87u);
   EXPECT_EQ(command(L"AddPort", nullptr), 87u);
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3015", kClosing, "10: number 3015", kClosing));
+  EXPECT_THAT(m_world.records().lines(),
+              ElementsAre("10: number 3015", kClosingOfXcv, "10: number 3015", kClosingOfXcv));
   EXPECT_EQ(m_world.records().reports(), 2);
 }
 
 TEST_F(XcvDataPortTest, WithoutAPortListTheCommandIsAnsweredWithTheResultReachedSoFar) {
   CPortList::setInstance(nullptr);
   EXPECT_EQ(command(L"AddPort", L"CPP9"), 13u);
-  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3014", kClosing));
+  EXPECT_THAT(m_world.records().lines(), ElementsAre("10: number 3014", kClosingOfXcv));
 }
 
 }  // namespace

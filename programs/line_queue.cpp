@@ -184,15 +184,16 @@ LineQueue::~LineQueue() {
 }
 
 bool LineQueue::put(std::string text) noexcept {
-  const std::lock_guard<std::mutex> guard(m_state->lock);
   State& state = *m_state;
+  std::unique_lock<std::mutex> guard(state.lock);
   const std::size_t cost = text.size() + kLineCost;
   try {
     if (state.bytes == 0 || state.bytes + cost <= state.limit) {
       state.lines.push_back({std::move(text), 0});
       state.bytes += cost;
       ++state.taken;
-      state.changed.notify_all();
+      guard.unlock();
+      state.changed.notify_all();  // behind the lock, for which the woken thread would have to wait
       return true;
     }
   } catch (...) {

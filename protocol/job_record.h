@@ -113,8 +113,8 @@ struct Jobs {
       wire.untilFalse(self.jobs);
       wire(self.trouble);
       wire.ifMore([&] {
-        for (auto& job : self.jobs)
-          wire(job.pages);
+        for (auto& record : self.jobs)
+          wire(record.pages);
       });
     }
   };

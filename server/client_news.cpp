@@ -18,7 +18,7 @@ bool isClientsOwnAnswer(const std::wstring& cause) {
                      [&cause](protocol::PrintResult answer) { return cause == protocol::textOf(answer); });
 }
 
-void cut(std::wstring& text) {
+void shorten(std::wstring& text) {
   if (text.size() > ClientNews::kMaxText) text.resize(ClientNews::kMaxText);
 }
 
@@ -98,7 +98,7 @@ void ClientNews::tellLocked(LatestJob& job, Failure failure) {
 
 void ClientNews::tellLocked(Client& client, Failure failure) {
   for (std::wstring* text : {&failure.printer, &failure.document, &failure.cause, &failure.remedy})
-    cut(*text);
+    shorten(*text);
   if (client.waiting.size() >= kMostWaiting) client.waiting.pop_front();
   client.waiting.push_back(std::move(failure));
   client.changed.notify_all();

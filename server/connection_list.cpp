@@ -112,7 +112,7 @@ void ConnectionList::run(Position position) noexcept {
   const std::lock_guard<std::mutex> guard(m_lock);
   connection = std::move(position->connection);
   position->ended = true;
-  m_someEnded.notify_all();
+  if (m_closing) m_someEnded.notify_all();
 }
 
 void ConnectionList::serveOne(Position position) {
@@ -244,7 +244,7 @@ ConnectionList::Evicted ConnectionList::evictLocked(Session& session) {
 
 void ConnectionList::watch() {
   std::unique_lock<std::mutex> lock(m_lock);
-  while (!m_someEnded.wait_for(lock, m_places.lookEvery, [this] { return m_closing; })) {
+  while (!m_closed.wait_for(lock, m_places.lookEvery, [this] { return m_closing; })) {
     std::vector<Evicted> silent;
     std::vector<CS_RCPtr<CS_Connection>> clients;
     for (Session& session : m_sessions) {
@@ -303,7 +303,6 @@ void ConnectionList::endAll() {
     for (const Session& session : m_sessions) {
       if (session.connection) open.push_back(session.connection);
     }
-    m_someEnded.notify_all();
     m_closed.notify_all();
   }
   for (const auto& connection : open)

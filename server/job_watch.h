@@ -3,6 +3,7 @@
 #include "corvane/components/bridge_router.h"
 
 #include <string>
+#include <string_view>
 
 namespace aps {
 
@@ -23,7 +24,7 @@ class JobWatch {
   // It has ended; isShown when a program was started to show it instead. True when somebody has canceled it.
   virtual bool ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept = 0;
   // It has not come so far.
-  virtual void refused(int job, const std::wstring& cause) = 0;
+  virtual void refused(int job, std::wstring_view cause) noexcept = 0;
 };
 
 }  // namespace aps

@@ -70,7 +70,7 @@ std::error_code writeSome(std::intptr_t file, std::string_view text, std::size_t
 
 #else
 
-int descriptorOf(std::intptr_t file) {
+int logDescriptor(std::intptr_t file) {
   return static_cast<int>(file);
 }
 
@@ -93,21 +93,21 @@ std::error_code openFile(const std::filesystem::path& path, bool makeNew, std::i
 }
 
 void closeFile(std::intptr_t file) {
-  ::close(descriptorOf(file));
+  ::close(logDescriptor(file));
 }
 
 bool isDiskFile(std::intptr_t file) {
   struct stat facts {};
-  return ::fstat(descriptorOf(file), &facts) == 0 && S_ISREG(facts.st_mode);
+  return ::fstat(logDescriptor(file), &facts) == 0 && S_ISREG(facts.st_mode);
 }
 
 std::uint64_t sizeOf(std::intptr_t file) {
   struct stat facts {};
-  return ::fstat(descriptorOf(file), &facts) == 0 ? static_cast<std::uint64_t>(facts.st_size) : 0;
+  return ::fstat(logDescriptor(file), &facts) == 0 ? static_cast<std::uint64_t>(facts.st_size) : 0;
 }
 
 std::error_code writeSome(std::intptr_t file, std::string_view text, std::size_t& written) {
-  const ssize_t some = ::write(descriptorOf(file), text.data(), text.size());
+  const ssize_t some = ::write(logDescriptor(file), text.data(), text.size());
   if (some < 0) return errno == EINTR ? std::error_code() : lastError();
   written += static_cast<std::size_t>(some);
   return {};

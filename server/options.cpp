@@ -167,6 +167,7 @@ CLI::App* addInvite(CLI::App& app, Invite& invite) {
   CLI::App* const command = app.add_subcommand(
       "invite", "makes an invitation: a line by which somebody's print client gets the key of a session, once");
   command->fallthrough();
+  command->footer("--keys FOLDER of aps may stand here, too, where the keys are in another folder than usually.");
   command->add_option("session", invite.session, "number of the session")
       ->required()
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));

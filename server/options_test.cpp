@@ -76,6 +76,11 @@ TEST(ApsOptions, TakeALogOfJobsOnlyBesideTheirHistory) {
       "given: name a file for it with --history\n");
 }
 
+TEST(ApsOptions, TheHelpOfInviteSaysWhereTheKeysAreNamed) {
+  EXPECT_NE(parseOptions({"invite", "--help"}).message.find("--keys FOLDER of aps may stand here, too"),
+            std::string::npos);
+}
+
 TEST(ApsOptions, TakeAPaceThatTheirHelpDoesNotShow) {
   EXPECT_EQ(parseOptions({}).options.pace, 1);
   EXPECT_EQ(parseOptions({"--pace", "100"}).options.pace, 100);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMostDigits = 10;  // of a number of 32 bits
 
-std::wstring cut(const std::wstring& text) {
+std::wstring paperText(const std::wstring& text) {
   return text.substr(0, kMaxPaperText);
 }
 
@@ -54,8 +54,8 @@ std::wstring jobNumberOf(const std::wstring& jobName) {
 }
 
 CS_Notice paperNotice(const protocol::PaperNews& news, int session, const std::wstring& localName) {
-  const std::wstring number = jobNumberOf(news.job), document = cut(news.document);
-  const std::wstring cause = cut(news.cause), remedy = cut(news.remedy);
+  const std::wstring number = jobNumberOf(news.job), document = paperText(news.document);
+  const std::wstring cause = paperText(news.cause), remedy = paperText(news.remedy);
   CS_Notice notice;
   notice.kind = protocol::kPaperNotice;
   notice.line = fmt::format(L"Job {} \"{}\" on \"{}\" (session {}) {}{}", number.empty() ? L"?" : number, document,

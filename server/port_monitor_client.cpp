@@ -136,13 +136,25 @@ std::string PortMonitorClient::attach(const protocol::AttachJob& request, std::o
                        found->session, m_context->jobs.limitOfOneSession());
   }
   job->number = m_context->watch.begin(printerName, found->session, request.processId);
+  try {
+    return attachBegun(job, std::move(mark), request, *found, bridge, client);
+  } catch (...) {
+    if (!bridge->isRouted()) m_context->watch.refused(job->number, L"the application server has no memory for it");
+    throw;
+  }
+}
+
+std::string PortMonitorClient::attachBegun(const std::shared_ptr<Attached>& job, JobsInProgress::Mark mark,
+                                           const protocol::AttachJob& request, const SessionTable::Found& found,
+                                           const CS_RCPtr<CS_BridgeRouter>& bridge,
+                                           std::optional<CS_ClassVersionMap>& client) {
   watchBridge(job, *bridge, std::move(mark));
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
   m_context->log.line(fmt::format("job attached: {}", job->words));
-  client = found->versions;
-  const std::string refusal = job->isHeld ? attachToHold(job, *found, request.processId, *bridge, client)
-                                          : attachToClient(*job, *found, *bridge);
+  client = found.versions;
+  const std::string refusal =
+      job->isHeld ? attachToHold(job, found, request.processId, *bridge, client) : attachToClient(*job, found, *bridge);
   if (refusal.empty()) {
     m_context->watch.routed(job->number, bridge);
   } else {

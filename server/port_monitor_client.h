@@ -62,6 +62,10 @@ class PortMonitorClient : public CS_Component {
     bool isHeld = false;           // this server takes it in its client's place,
     std::uint32_t heldBridge = 0;  // where the bridge is that one
   };
+  // attach() once the job has its record, which ends when this throws.
+  std::string attachBegun(const std::shared_ptr<Attached>& job, JobsInProgress::Mark mark,
+                          const protocol::AttachJob& request, const SessionTable::Found& found,
+                          const CS_RCPtr<CS_BridgeRouter>& bridge, std::optional<CS_ClassVersionMap>& client);
   // Is told of what goes over the job's bridge, and of its end. Before it leads on.
   void watchBridge(const std::shared_ptr<Attached>& job, CS_BridgeRouter& bridge, JobsInProgress::Mark mark) const;
   // attach() in the place of a client that is away; the other one where it is there.

@@ -13,7 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-Printer named(const std::wstring& name) {
+Printer rawPrinter(const std::wstring& name) {
   Printer printer;
   printer.texts[0] = name;
   printer.format = protocol::DataFormat::kRaw;
@@ -40,14 +40,14 @@ TEST(SessionTableLimits, AreThoseOfAServerThatIsGivenNone) {
 }
 
 TEST_F(SessionTableTest, NamesPrintersAfterTheClientsNameAndTheSession) {
-  const auto admission = enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
+  const auto admission = enter(5, {rawPrinter(L"Laser-2"), rawPrinter(L"Ink")}, m_client);
   EXPECT_TRUE(admission.accepted());
   EXPECT_THAT(admission.localNames, ElementsAre(L"Laser-2 (session 5)", L"Ink (session 5)"));
   EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Laser-2 (session 5)", L"Ink (session 5)"));
 }
 
 TEST_F(SessionTableTest, FindsAPrinterByItsLocalNameInAnyCase) {
-  enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
+  enter(5, {rawPrinter(L"Laser-2"), rawPrinter(L"Ink")}, m_client);
   const auto found = m_table.find(L"INK (Session 5)");
   ASSERT_TRUE(found);
   EXPECT_EQ(found->printer.name(), L"Ink");
@@ -57,15 +57,16 @@ TEST_F(SessionTableTest, FindsAPrinterByItsLocalNameInAnyCase) {
 }
 
 TEST_F(SessionTableTest, RefusesASecondClientForASession) {
-  enter(5, {named(L"Laser-2")}, m_client);
-  EXPECT_EQ(enter(5, {named(L"Other")}, m_other).refusal, L"session 5 has a print client already; stop that one first");
+  enter(5, {rawPrinter(L"Laser-2")}, m_client);
+  EXPECT_EQ(enter(5, {rawPrinter(L"Other")}, m_other).refusal,
+            L"session 5 has a print client already; stop that one first");
   EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Laser-2 (session 5)"));
 }
 
 TEST_F(SessionTableTest, TheClientOfASessionMayBringOtherPrintersAndStaysSinceWhenItIsThere) {
-  enter(5, {named(L"Laser-2"), named(L"Ink")}, m_client);
+  enter(5, {rawPrinter(L"Laser-2"), rawPrinter(L"Ink")}, m_client);
   const auto since = m_table.status()[0].since;
-  EXPECT_TRUE(enter(5, {named(L"Plotter"), named(L"Ink")}, m_client).accepted());
+  EXPECT_TRUE(enter(5, {rawPrinter(L"Plotter"), rawPrinter(L"Ink")}, m_client).accepted());
   EXPECT_THAT(m_table.localNames(5), ElementsAre(L"Plotter (session 5)", L"Ink (session 5)"));
   EXPECT_FALSE(m_table.find(L"Laser-2 (session 5)"));
   EXPECT_EQ(m_table.find(L"Plotter (session 5)")->client.get(), m_client.get());
@@ -75,7 +76,7 @@ TEST_F(SessionTableTest, TheClientOfASessionMayBringOtherPrintersAndStaysSinceWh
 }
 
 TEST_F(SessionTableTest, KeepsThePrintersOfAClientThatLeft) {
-  enter(5, {named(L"Laser-2")}, m_client);
+  enter(5, {rawPrinter(L"Laser-2")}, m_client);
   EXPECT_TRUE(m_table.leave(5, m_client.get()));
   const auto found = m_table.find(L"Laser-2 (session 5)");
   ASSERT_TRUE(found);
@@ -83,38 +84,38 @@ TEST_F(SessionTableTest, KeepsThePrintersOfAClientThatLeft) {
 }
 
 TEST_F(SessionTableTest, AComingBackReplacesThePrintersAndKeepsTheirNames) {
-  enter(5, {named(L"Laser-2"), named(L"Old")}, m_client);
+  enter(5, {rawPrinter(L"Laser-2"), rawPrinter(L"Old")}, m_client);
   m_table.leave(5, m_client.get());
-  EXPECT_THAT(enter(5, {named(L"New"), named(L"Laser-2")}, m_other).localNames,
+  EXPECT_THAT(enter(5, {rawPrinter(L"New"), rawPrinter(L"Laser-2")}, m_other).localNames,
               ElementsAre(L"New (session 5)", L"Laser-2 (session 5)"));
   EXPECT_FALSE(m_table.find(L"Old (session 5)"));
   EXPECT_EQ(m_table.find(L"Laser-2 (session 5)")->client.get(), m_other.get());
 }
 
 TEST_F(SessionTableTest, OnlyTheSessionsOwnClientCanLeave) {
-  enter(5, {named(L"Laser-2")}, m_client);
+  enter(5, {rawPrinter(L"Laser-2")}, m_client);
   EXPECT_FALSE(m_table.leave(5, m_other.get()));
   EXPECT_FALSE(m_table.leave(6, m_client.get()));
   EXPECT_TRUE(m_table.find(L"Laser-2 (session 5)")->client);
 }
 
 TEST_F(SessionTableTest, SaysWhyItRefuses) {
-  EXPECT_EQ(enter(0, {named(L"A")}, m_client).refusal, L"session 0 does not exist; sessions are numbered from 1");
+  EXPECT_EQ(enter(0, {rawPrinter(L"A")}, m_client).refusal, L"session 0 does not exist; sessions are numbered from 1");
   EXPECT_EQ(enter(5, {}, m_client).refusal, L"session 5 registers no printer");
-  EXPECT_EQ(enter(5, {named(L"A"), named(L"B"), named(L"C"), named(L"D")}, m_client).refusal,
+  EXPECT_EQ(enter(5, {rawPrinter(L"A"), rawPrinter(L"B"), rawPrinter(L"C"), rawPrinter(L"D")}, m_client).refusal,
             L"session 5 registers 4 printers, the limit is 3");
-  EXPECT_EQ(enter(5, {named(L"A"), named(L"a")}, m_client).refusal,
+  EXPECT_EQ(enter(5, {rawPrinter(L"A"), rawPrinter(L"a")}, m_client).refusal,
             L"the printer \"a\" is listed twice; give each printer its own name");
 }
 
 TEST_F(SessionTableTest, TheSessionThatIsLongestWithoutClientMakesRoom) {
-  enter(1, {named(L"A")}, m_client);
-  enter(2, {named(L"A")}, m_other);
-  EXPECT_EQ(enter(3, {named(L"A")}, m_client).refusal,
+  enter(1, {rawPrinter(L"A")}, m_client);
+  enter(2, {rawPrinter(L"A")}, m_other);
+  EXPECT_EQ(enter(3, {rawPrinter(L"A")}, m_client).refusal,
             L"this server has 2 sessions with a print client, which is its limit");
   m_table.leave(2, m_other.get());
   m_table.leave(1, m_client.get());
-  const auto admission = enter(3, {named(L"A")}, m_client);
+  const auto admission = enter(3, {rawPrinter(L"A")}, m_client);
   EXPECT_TRUE(admission.accepted());
   EXPECT_EQ(admission.forgotten, 2);
   EXPECT_THAT(m_table.localNames(2), IsEmpty());
@@ -124,8 +125,8 @@ TEST_F(SessionTableTest, TheSessionThatIsLongestWithoutClientMakesRoom) {
 
 TEST_F(SessionTableTest, TellsEachSessionAndSinceWhenItIsConnectedOrNot) {
   const auto before = std::chrono::system_clock::now();
-  EXPECT_FALSE(enter(7, {named(L"B"), named(L"A")}, m_client).forgotten);
-  enter(5, {named(L"C")}, m_other);
+  EXPECT_FALSE(enter(7, {rawPrinter(L"B"), rawPrinter(L"A")}, m_client).forgotten);
+  enter(5, {rawPrinter(L"C")}, m_other);
   const auto between = std::chrono::system_clock::now();
   m_table.leave(5, m_other.get());
   const auto all = m_table.status();
@@ -156,8 +157,8 @@ TEST_F(SessionTableTest, WhoAsksBeforeAClientHasComeGetsItsPrinterWhenItComes) {
   EXPECT_TRUE(table.isExpected(L"A (session 5)"));
   auto found = std::async(std::launch::async, [&] { return table.awaitClient(L"a (Session 5)", never); });
   auto names = std::async(std::launch::async, [&] { return table.awaitLocalNames(5, never); });
-  table.enter(6, {named(L"A")}, CS_ClassVersionMap(), m_other);
-  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_client);
+  table.enter(6, {rawPrinter(L"A")}, CS_ClassVersionMap(), m_other);
+  table.enter(5, {rawPrinter(L"A")}, CS_ClassVersionMap(), m_client);
   EXPECT_EQ(found.get()->client.get(), m_client.get());
   EXPECT_THAT(names.get(), ElementsAre(L"A (session 5)"));
   EXPECT_FALSE(table.isExpected(L"A (session 5)"));
@@ -166,12 +167,12 @@ TEST_F(SessionTableTest, WhoAsksBeforeAClientHasComeGetsItsPrinterWhenItComes) {
 
 TEST_F(SessionTableTest, AClientThatHasGoneAMomentAgoIsWaitedForAndItsPrintersAreListedAtOnce) {
   SessionTable table(waiting(std::chrono::hours(1)));
-  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_client);
+  table.enter(5, {rawPrinter(L"A")}, CS_ClassVersionMap(), m_client);
   table.leave(5, m_client.get());
   EXPECT_TRUE(table.isExpected(L"A (session 5)"));
   EXPECT_THAT(table.awaitLocalNames(5, never), ElementsAre(L"A (session 5)"));
   auto found = std::async(std::launch::async, [&] { return table.awaitClient(L"A (session 5)", never); });
-  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_other);
+  table.enter(5, {rawPrinter(L"A")}, CS_ClassVersionMap(), m_other);
   EXPECT_EQ(found.get()->client.get(), m_other.get());
 }
 
@@ -180,7 +181,7 @@ TEST_F(SessionTableTest, NobodyWaitsForWhoHasNotComeInTime) {
   EXPECT_FALSE(table.awaitClient(L"A (session 5)", never));
   EXPECT_THAT(table.awaitLocalNames(5, never), IsEmpty());
   EXPECT_FALSE(table.isExpected(L"A (session 5)"));
-  table.enter(5, {named(L"A")}, CS_ClassVersionMap(), m_client);
+  table.enter(5, {rawPrinter(L"A")}, CS_ClassVersionMap(), m_client);
   table.leave(5, m_client.get());
   EXPECT_TRUE(table.isExpected(L"A (session 5)"));
   EXPECT_FALSE(table.isExpected(L"B (session 5)"));
@@ -211,22 +212,23 @@ TEST_F(SessionTableTest, AWaitEndsWhenTheCallerHasGivenUp) {
 TEST_F(SessionTableTest, RememberedSessionsAreKnownWithoutClientAndWaitedFor) {
   SessionTable table(waiting(std::chrono::hours(1)));
   const auto since = std::chrono::system_clock::now() - std::chrono::hours(3);
-  table.remember({{5, true, since, {named(L"A"), named(L"B")}}});
+  table.remember({{5, true, since, {rawPrinter(L"A"), rawPrinter(L"B")}}});
   EXPECT_THAT(table.awaitLocalNames(5, never), ElementsAre(L"A (session 5)", L"B (session 5)"));
   EXPECT_EQ(table.find(L"b (session 5)")->printer.name(), L"B");
   EXPECT_TRUE(table.isExpected(L"A (session 5)"));
   ASSERT_EQ(table.status().size(), 1u);
   EXPECT_FALSE(table.status()[0].connected);
   EXPECT_EQ(table.status()[0].since, since);
-  table.enter(5, {named(L"B")}, CS_ClassVersionMap(), m_client);
+  table.enter(5, {rawPrinter(L"B")}, CS_ClassVersionMap(), m_client);
   EXPECT_FALSE(table.find(L"A (session 5)"));
 }
 
 TEST_F(SessionTableTest, MoreRememberedSessionsThanTheLimitLoseTheFirst) {
-  m_table.remember({{1, false, {}, {named(L"A")}}, {2, false, {}, {named(L"A")}}, {3, false, {}, {named(L"A")}}});
+  m_table.remember(
+      {{1, false, {}, {rawPrinter(L"A")}}, {2, false, {}, {rawPrinter(L"A")}}, {3, false, {}, {rawPrinter(L"A")}}});
   EXPECT_FALSE(m_table.find(L"A (session 1)"));
   EXPECT_TRUE(m_table.find(L"A (session 2)"));
-  EXPECT_EQ(enter(4, {named(L"A")}, m_client).forgotten, 2);
+  EXPECT_EQ(enter(4, {rawPrinter(L"A")}, m_client).forgotten, 2);
 }
 
 TEST_F(SessionTableTest, EachChangeIsToldOnceItCanBeSeen) {
@@ -237,15 +239,15 @@ TEST_F(SessionTableTest, EachChangeIsToldOnceItCanBeSeen) {
       count += session.connected ? 1 : 0;
     connected.push_back(count);
   });
-  enter(1, {named(L"A")}, m_client);
-  enter(1, {named(L"A")}, m_other);  // refused
-  m_table.leave(1, m_other.get());   // not its client
+  enter(1, {rawPrinter(L"A")}, m_client);
+  enter(1, {rawPrinter(L"A")}, m_other);  // refused
+  m_table.leave(1, m_other.get());        // not its client
   m_table.leave(1, m_client.get());
   EXPECT_THAT(connected, ElementsAre(1, 0));
 }
 
 TEST_F(SessionTableTest, RefusesDescriptionsThatAreTooLongTogether) {
-  Printer wordy = named(std::wstring(100, L'x'));
+  Printer wordy = rawPrinter(std::wstring(100, L'x'));
   const std::size_t limit = SessionTable::Limits{2, 3, {}}.texts();
   EXPECT_EQ(limit, 4096u + 3 * 192u);
   std::size_t left = limit - 100;
@@ -276,9 +278,9 @@ std::string pageText(const SessionTable::Page& page) {
 TEST(SessionTablePage, GivesSessionsInTheirOrderAsFarAsTheyFit) {
   SessionTable table{SessionTable::Limits{9, 9, {}}};
   const auto client = CS_Connection::create();
-  table.enter(7, {named(L"G")}, CS_ClassVersionMap(), client);
-  table.enter(5, {named(L"A"), named(L"B"), named(L"C")}, CS_ClassVersionMap(), client);
-  table.enter(6, {named(L"D"), named(L"E")}, CS_ClassVersionMap(), client);
+  table.enter(7, {rawPrinter(L"G")}, CS_ClassVersionMap(), client);
+  table.enter(5, {rawPrinter(L"A"), rawPrinter(L"B"), rawPrinter(L"C")}, CS_ClassVersionMap(), client);
+  table.enter(6, {rawPrinter(L"D"), rawPrinter(L"E")}, CS_ClassVersionMap(), client);
   table.leave(6, client.get());
   const std::size_t printer = 64 + 1 + kMaxPrinterName, session = 64;
   EXPECT_EQ(pageText(table.page({}, 100000)), "5: A B C; 6 away: D E; 7: G; end");
@@ -292,8 +294,8 @@ TEST(SessionTablePage, GivesSessionsInTheirOrderAsFarAsTheyFit) {
 TEST(SessionTablePage, HoldsAPrinterAtLeastAndGoesOnBehindOnesThatHaveGone) {
   SessionTable table{SessionTable::Limits{9, 9, {}}};
   const auto client = CS_Connection::create();
-  table.enter(5, {named(L"A"), named(L"B")}, CS_ClassVersionMap(), client);
-  table.enter(6, {named(L"D")}, CS_ClassVersionMap(), client);
+  table.enter(5, {rawPrinter(L"A"), rawPrinter(L"B")}, CS_ClassVersionMap(), client);
+  table.enter(6, {rawPrinter(L"D")}, CS_ClassVersionMap(), client);
   EXPECT_EQ(pageText(table.page({}, 1)), "5: A; next 5.1");
   EXPECT_EQ(pageText(table.page({5, 1}, 1)), "5: B; next 6.0");
   EXPECT_EQ(pageText(table.page({6, 0}, 1)), "6: D; end");

@@ -129,6 +129,8 @@ TEST_F(AttachTest, RequestAndReplyAreLetGoBeforeTheBridgeIsTold) {
     for (int i = 0; i < kClasses; ++i)
       writeVersion(reply, (L"class " + std::to_wstring(i) + std::wstring(200, L'x')).c_str(), 4);
   });
+  // The connection keeps the buffer that such an answer needs.
+  EXPECT_TRUE(m_server->AttachPrintJobToSession(L"Laser", m_bridge.get()));
   m_server->addRef();
   const int references = m_server->removeRef();
   const CS_RCPtr<LookingBridge> bridge = new LookingBridge(*m_server, kClasses * 100);

@@ -1,5 +1,6 @@
 #include "tests/support/failing_new.h"
 #include "tests/support/import_seam.h"
+#include "tests/support/util/code_of.h"
 #include "util/utf8_string.h"
 #include "util/utl_exception.h"
 #include "util/utl_string.h"
@@ -15,19 +16,9 @@ MG_IMPORT_SEAM(L"kernel32.dll", GetShortPathNameW, 0)
 namespace {
 
 template <typename Call>
-int codeOf(Call call) {
-  try {
-    call();
-  } catch (const UTL_Exception& caught) {
-    return caught.code();
-  }
-  return -1;
-}
-
-template <typename Call>
 int codeWithoutMemory(Call call) {
   const FailingNew failing(1);
-  return codeOf(call);
+  return tests::codeOf(call);
 }
 
 class UtlStringFailureTest : public testing::Test {
@@ -63,21 +54,21 @@ TEST_F(UtlStringFailureTest, WithoutMemoryEveryOperationThrowsItsCodeAndKeepsThe
 
 TEST_F(UtlStringFailureTest, AMissingFormatAndOneForNoMemoryInTheWorldKeepTheText) {
   UTL_String text(L"before");
-  EXPECT_EQ(codeOf([&] { text.formatNarrow(9, nullptr); }), 1);
-  EXPECT_EQ(codeOf([&] { text.formatWide(9, nullptr); }), 1);
-  EXPECT_EQ(codeOf([&] { text.formatNarrow(SIZE_MAX, "after"); }), 3);
-  EXPECT_EQ(codeOf([&] { text.formatWide(SIZE_MAX, L"after"); }), 3);
+  EXPECT_EQ(tests::codeOf([&] { text.formatNarrow(9, nullptr); }), 1);
+  EXPECT_EQ(tests::codeOf([&] { text.formatWide(9, nullptr); }), 1);
+  EXPECT_EQ(tests::codeOf([&] { text.formatNarrow(SIZE_MAX, "after"); }), 3);
+  EXPECT_EQ(tests::codeOf([&] { text.formatWide(SIZE_MAX, L"after"); }), 3);
   EXPECT_STREQ(text.wide(), L"before");
 }
 
 TEST_F(UtlStringFailureTest, AWindowsCallThatFailsAfterItToldItsSizeKeepsTheText) {
   UTL_String wide(L"%TEMP%");
   ExpandEnvironmentStringsWSeam.fail(2, 0);
-  EXPECT_EQ(codeOf([&] { wide.expandEnvironment(); }), 1);
+  EXPECT_EQ(tests::codeOf([&] { wide.expandEnvironment(); }), 1);
   EXPECT_STREQ(wide.wide(), L"%TEMP%");
   UTL_String narrow = UTL_String::fromNarrow("%TEMP%");
   ExpandEnvironmentStringsASeam.fail(1, 0);
-  EXPECT_EQ(codeOf([&] { narrow.expandEnvironment(); }), 1);
+  EXPECT_EQ(tests::codeOf([&] { narrow.expandEnvironment(); }), 1);
   EXPECT_STREQ(narrow.narrow(), "%TEMP%");
 }
 
@@ -96,7 +87,7 @@ TEST_F(UtlStringFailureTest, TheNarrowExpansionGetsTheSpareCharacterThatItWants)
 TEST_F(UtlStringFailureTest, ATextThatGrewBetweenTheTwoCallsIsNotTakenInPart) {
   UTL_String path(L"C:\\Program Files");
   GetShortPathNameWSeam.replacement = [](LPCWSTR, LPWSTR buffer, DWORD) -> DWORD { return buffer == nullptr ? 4 : 99; };
-  EXPECT_EQ(codeOf([&] { path.shortenPath(); }), 1);
+  EXPECT_EQ(tests::codeOf([&] { path.shortenPath(); }), 1);
   EXPECT_STREQ(path.wide(), L"C:\\Program Files");
 }
 

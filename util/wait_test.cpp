@@ -26,7 +26,7 @@ class WaitTest : public testing::Test {
   DWORD m_result = WAIT_OBJECT_0;
 };
 
-class Method : public OneTimeMethod {
+class IdleMethod : public OneTimeMethod {
  protected:
   void runMethod(std::int32_t) override {}
 };
@@ -65,7 +65,7 @@ TEST_F(WaitTest, TheResultOfAWaitIsReturnedAsItIs) {
 }
 
 TEST_F(WaitTest, AMethodsEndIsASuccessATimeoutOrElseAFailure) {
-  Method method;
+  IdleMethod method;
   EXPECT_EQ(method.wait(1), 8);
   m_result = WAIT_TIMEOUT;
   EXPECT_EQ(method.wait(1), 9);

@@ -25,7 +25,7 @@
 namespace admin {
 namespace {
 
-struct Options {
+struct DoctorOptions {
   int serverPort = 0;
   std::string driver, processor, keyFile;
   bool repairs = false, asksNothing = false, printsNoPage = false;
@@ -132,7 +132,7 @@ class TestKey {
   const std::string m_file;
 };
 
-std::string printPage(const Places& places, const protocol::ServerStatus& server, const Options& options) {
+std::string printPage(const Places& places, const protocol::ServerStatus& server, const DoctorOptions& options) {
   TestPageOptions page{options.serverPort, corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor),
                        options.keyFile};
   std::optional<TestKey> key;
@@ -148,7 +148,7 @@ struct Way {
   bool isRegistered = false;
 };
 
-Way checkParts(const Options& options, const Places& places, Diagnosis& diagnosis) {
+Way checkParts(const DoctorOptions& options, const Places& places, Diagnosis& diagnosis) {
   const auto install = [&] { return repairByInstalling(places); };
   Way way;
   diagnosis.examine(
@@ -184,7 +184,7 @@ void checkPrinters(Diagnosis& diagnosis, const Way& way) {
   diagnosis.examine("drivers", [&] { return checkDrivers(way.server->sessions, localPrinters()); });
 }
 
-void checkPage(const Options& options, const Places& places, Diagnosis& diagnosis, const Way& way) {
+void checkPage(const DoctorOptions& options, const Places& places, Diagnosis& diagnosis, const Way& way) {
   const std::wstring monitor = HostProperties::getInstance().keyFile();
   if (options.printsNoPage) return diagnosis.leaveOut("test page", "none is wanted");
   if (!way.server || !way.loads || !way.isRegistered)
@@ -199,7 +199,7 @@ void checkPage(const Options& options, const Places& places, Diagnosis& diagnosi
 constexpr char kNobodyToAsk[] =
     "nothing was repaired: nobody can be asked, because the input is no terminal; --yes repairs without asking";
 
-ExitCode run(const Options& options, Output& output) {
+ExitCode run(const DoctorOptions& options, Output& output) {
   const Places places = Places::ofThisMachine();
   AskRepair ask;
   if (options.repairs && options.asksNothing) ask = [](const std::string&) { return true; };
@@ -218,7 +218,7 @@ ExitCode run(const Options& options, Output& output) {
 }  // namespace
 
 void addDoctorCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<DoctorOptions>();
   CLI::App& command = addCommand(
       app, invocation, "doctor",
       "Checks everything that a job needs, and prints a test page end to end. The exit code is 1 when a check "

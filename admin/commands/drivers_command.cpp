@@ -49,7 +49,7 @@ Json listTable(const ServerDrivers& drivers, Output& output) {
   return all;
 }
 
-ExitCode list(Output& output) {
+ExitCode listDrivers(Output& output) {
   const ServerDrivers drivers = ServerDrivers::ofThisMachine();
   Json facts;
   facts["drivers"] = listInstalled(drivers, output);
@@ -126,11 +126,11 @@ void addDriversCommand(CLI::App& app, Invocation& invocation) {
                  {"drivers", "drivers --json"});
   drivers.require_subcommand(0, 1);
   drivers.callback([&invocation] {
-    if (!invocation.run) invocation.run = list;
+    if (!invocation.run) invocation.run = listDrivers;
   });
   addCommand(drivers, invocation, "list", "Lists the drivers, which of them cannot be used and why, and what is set.",
              {"drivers list", "drivers list --json"})
-      .callback([&invocation] { invocation.run = list; });
+      .callback([&invocation] { invocation.run = listDrivers; });
   CLI::App& mapping = addCommand(drivers, invocation, "map",
                                  "Sets the driver for printers whose clients name such a driver, unless that is "
                                  "installed here. In a pattern * is any text and ? one character.",

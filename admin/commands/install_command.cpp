@@ -4,6 +4,7 @@
 #include "admin/install/installation.h"
 #include "admin/install/installation_lock.h"
 #include "corvane/base/text.h"
+#include "programs/host_and_port.h"
 #include "programs/text.h"
 #include "util/win_handle.h"
 
@@ -15,17 +16,18 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <stdexcept>
 
 namespace admin {
 namespace {
 
 constexpr char kReportHelp[] = "file that gets the line about a failure, for callers who see no output";
 
-struct Options {
-  std::string root, from, log, key, driver, driverPackage, report;
+struct InstallOptions {
+  std::string root, from, log, key, driver, driverPackage, report, clientAddress, publicAddress;
   unsigned port = 0;
   bool force = false, services = false, noServices = false, keys = false, noKeys = false, system = false;
-  bool restartsSpooler = false;
+  bool restartsSpooler = false, onlyThisMachine = false;
 };
 
 // Why a command failed, as one line in a file, for a caller who sees no output; no file when it has not. What was there
@@ -72,7 +74,7 @@ std::wstring programFolder() {
   return std::filesystem::path(path).parent_path().wstring();
 }
 
-ExitCode run(const Options& options, Output& output) {
+ExitCode run(const InstallOptions& options, Output& output) {
   const Places places = Places::ofThisMachine(corvane::fromUtf8(options.root));
   InstallRequest request;
   request.from = options.from.empty() ? programFolder() : corvane::fromUtf8(options.from);
@@ -85,6 +87,9 @@ ExitCode run(const Options& options, Output& output) {
   request.services = chosen(options.services, options.noServices);
   request.keys = chosen(options.keys, options.noKeys);
   request.serverAsSystem = options.system;
+  request.clientAddress = corvane::fromUtf8(options.clientAddress);
+  request.publicAddress = corvane::fromUtf8(options.publicAddress);
+  request.onlyThisMachine = options.onlyThisMachine;
   request.restartsSpooler = options.restartsSpooler;
   const InstallationLock lock;
   const InstallResult result = install(places, request);
@@ -114,7 +119,7 @@ ExitCode run(const Options& options, Output& output) {
 
 namespace {
 
-void addChoices(CLI::App& command, Options& options, CLI::Option* key) {
+void addChoices(CLI::App& command, InstallOptions& options, CLI::Option* key) {
   CLI::Option* const services = command.add_flag(
       "--services", options.services, "have aps and mgprintmon watch run as services; so a new installation does");
   command.add_flag("--no-services", options.noServices, "leave services out")->excludes(services);
@@ -129,10 +134,35 @@ void addChoices(CLI::App& command, Options& options, CLI::Option* key) {
       ->excludes(key);
 }
 
+// What is wrong with an address, as an option says it.
+std::string addressRefusal(const std::string& text) try {
+  programs::HostAndPort::parse(text);
+  return "";
+} catch (const std::invalid_argument& failure) {
+  return failure.what();
+}
+
+// Print clients on other machines.
+void addAddresses(CLI::App& command, InstallOptions& options) {
+  CLI::Option* const here =
+      command
+          .add_option("--listen-clients", options.clientAddress,
+                      "address and port where aps serves print clients on other machines, as in 0.0.0.0:4712")
+          ->check(addressRefusal);
+  CLI::Option* const there =
+      command
+          .add_option("--public-address", options.publicAddress,
+                      "host and port where they reach it, as in print.example:4712: mgprintmon invite says it")
+          ->check(addressRefusal);
+  command.add_flag("--no-listen-clients", options.onlyThisMachine, "serve print clients of this machine only")
+      ->excludes(here)
+      ->excludes(there);
+}
+
 }  // namespace
 
 void addInstallCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<InstallOptions>();
   CLI::App& command = addCommand(
       app, invocation, "install",
       "Installs the print monitor, the converter, and the services aps and mgprintmon with the monitor's key, or "
@@ -147,6 +177,7 @@ void addInstallCommand(CLI::App& app, Invocation& invocation) {
   CLI::Option* const key =
       command.add_option("--key", options->key, "a file with the monitor's key that is there; default: one is made");
   addChoices(command, *options, key);
+  addAddresses(command, *options);
   command.add_flag("--restart-spooler", options->restartsSpooler,
                    "stop and start the spooler where it holds a module that is replaced");
   command.add_option("--report", options->report, kReportHelp);

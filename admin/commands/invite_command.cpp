@@ -10,14 +10,14 @@
 namespace admin {
 namespace {
 
-struct Options {
+struct InviteOptions {
   int session = 0;
   int serverPort = 0;
   bool isSameUser = false;
   std::string address;
 };
 
-ExitCode invite(const Options& options, Output& output) {
+ExitCode invite(const InviteOptions& options, Output& output) {
   const std::wstring line = ApplicationServer(options.serverPort)
                                 .invite({options.session, options.isSameUser, corvane::fromUtf8(options.address)});
   output.line(programs::oneLine(line));
@@ -28,7 +28,7 @@ ExitCode invite(const Options& options, Output& output) {
 }  // namespace
 
 void addInviteCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<InviteOptions>();
   CLI::App& command =
       addCommand(app, invocation, "invite",
                  "Prints an invitation: a line by which somebody's print client on another machine gets the key of a "

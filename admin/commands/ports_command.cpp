@@ -13,7 +13,7 @@ namespace {
 using corvane::fromUtf8;
 using corvane::toUtf8;
 
-ExitCode list(Output& output) {
+ExitCode listPorts(Output& output) {
   Json facts = Json::array();
   const std::vector<SpoolerPrinter> printers = localPrinters();
   for (const std::wstring& port : monitorPorts()) {
@@ -56,7 +56,7 @@ void addPortsCommand(CLI::App& app, Invocation& invocation) {
   CLI::App& ports = addGroup(app, "ports", "Lists, adds and deletes ports of the print monitor.");
   addCommand(ports, invocation, "list", "Lists the monitor's ports and the printers that use them.",
              {"ports list", "ports list --json"})
-      .callback([&invocation] { invocation.run = list; });
+      .callback([&invocation] { invocation.run = listPorts; });
   CLI::App& addition = addCommand(ports, invocation, "add", "Adds a port.", {"ports add CPP5"});
   addition.add_option("port", *name, "its name; that of session 5 is CPP5")->required();
   addition.callback([name, &invocation] { invocation.run = [name](Output& output) { return add(*name, output); }; });

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -24,7 +25,7 @@ using Clock = OutcomeWatch::Clock;
 
 constexpr unsigned kGivenUpSeconds = 5;
 
-struct Options {
+struct PrintOptions {
   std::string printer, file, title;
   short copies = 1;
   unsigned waitSeconds = 60;
@@ -33,7 +34,7 @@ struct Options {
   int serverPort = 0;
 };
 
-Json outcomeJson(unsigned long job, const Options& options, const JobOutcome& outcome) {
+Json outcomeJson(unsigned long job, const PrintOptions& options, const JobOutcome& outcome) {
   Json facts;
   facts["job"] = job;
   facts["printer"] = options.printer;
@@ -47,13 +48,22 @@ Json outcomeJson(unsigned long job, const Options& options, const JobOutcome& ou
   return facts;
 }
 
-std::string nameOf(unsigned long job, const Options& options) {
+std::string nameOf(unsigned long job, const PrintOptions& options) {
   return fmt::format("job {} on \"{}\"", job, options.printer);
 }
 
-ExitCode sayOutcome(unsigned long job, const Options& options, const JobOutcome& outcome, Output& output) {
+bool isPaperToCome(const JobOutcome& outcome) {
+  return outcome.result == L"delivered" || outcome.result == L"held";
+}
+
+ExitCode sayOutcome(unsigned long job, const PrintOptions& options, const JobOutcome& outcome, Output& output) {
   const std::string name = nameOf(job, options);
-  if (!options.waitsForPaper || outcome.result != L"delivered") output.facts(outcomeJson(job, options, outcome));
+  if (!options.waitsForPaper || !isPaperToCome(outcome)) output.facts(outcomeJson(job, options, outcome));
+  if (outcome.result == L"held") {
+    output.line(fmt::format("{} is held until the client of session {} is back, {} bytes", name,
+                            oneLine(outcome.session), oneLine(outcome.bytes)));
+    return ExitCode::kDone;
+  }
   if (outcome.isPrinted) {
     output.line(outcome.result == L"shown" ? fmt::format("{} was opened in session {}", name, oneLine(outcome.session))
                                            : fmt::format("{} was delivered to the client of session {}, {} bytes", name,
@@ -79,7 +89,7 @@ ExitCode codeOf(protocol::PaperState state) {
   }
 }
 
-ExitCode sayPaper(const AwaitedJob& job, const Options& options, const JobOutcome& outcome, OutcomeWatch& watch,
+ExitCode sayPaper(const AwaitedJob& job, const PrintOptions& options, const JobOutcome& outcome, OutcomeWatch& watch,
                   Output& output) {
   const std::string name = nameOf(job.number, options);
   const auto deadline = Clock::now() + std::chrono::seconds(options.paperSeconds);
@@ -100,7 +110,7 @@ ExitCode sayPaper(const AwaitedJob& job, const Options& options, const JobOutcom
   return ExitCode::kUnknownOutcome;
 }
 
-ExitCode run(const Options& options, Output& output) {
+ExitCode run(const PrintOptions& options, Output& output) {
   RawDocument document;
   document.printer = corvane::fromUtf8(options.printer);
   document.file = corvane::fromUtf8(options.file);
@@ -123,11 +133,13 @@ ExitCode run(const Options& options, Output& output) {
   const AwaitedJob awaited{job, document.printer, spoolerPrintsHere() ? GetCurrentProcessId() : 0};
   // For a job that the spooler gave up a notice comes at once or never.
   const unsigned seconds = spooled.endError != 0 ? std::min(options.waitSeconds, kGivenUpSeconds) : options.waitSeconds;
-  const auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));
+  auto outcome = watch.wait(awaited, Clock::now() + std::chrono::seconds(seconds));
   if (outcome) {
+    const int session = std::atoi(corvane::toUtf8(outcome->session).c_str());
+    if (outcome->result == L"delivered" && watch.isHeld(awaited, session)) outcome->result = L"held";
     const ExitCode code = sayOutcome(job, options, *outcome, output);
-    const bool isAtPrinter = outcome->result == L"delivered";
-    return options.waitsForPaper && isAtPrinter ? sayPaper(awaited, options, *outcome, watch, output) : code;
+    return options.waitsForPaper && isPaperToCome(*outcome) ? sayPaper(awaited, options, *outcome, watch, output)
+                                                            : code;
   }
   if (spooled.endError != 0) throw SystemFailure("the spooler does not end the document", spooled.endError);
   throw Failure(ExitCode::kUnknownOutcome, fmt::format("the outcome of job {} is unknown: {}", job, watch.why()),
@@ -137,7 +149,7 @@ ExitCode run(const Options& options, Output& output) {
 }  // namespace
 
 void addPrintCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<PrintOptions>();
   CLI::App& command = addCommand(app, invocation, "print", "Prints a file as it is and waits for the outcome.",
                                  {"print \"Laser-2 (session 5)\" letter.ps",
                                   "print \"Laser-2 (session 5)\" letter.ps --copies 2 --title Letter --wait 300",

@@ -14,7 +14,7 @@
 namespace admin {
 namespace {
 
-struct Options {
+struct PrintersOptions {
   unsigned session = 0;
   std::string printer;
 };
@@ -28,7 +28,7 @@ void requireServerAndPort(unsigned session) {
                 fmt::format("Bring it up first: mgprintmon session up {}.", session));
 }
 
-ExitCode printers(const Options& options, Output& output) {
+ExitCode printers(const PrintersOptions& options, Output& output) {
   requireServerAndPort(options.session);
   std::vector<std::wstring> names;
   if (!MonitorModule::get().cachedPrinters(options.session, names)) {
@@ -47,7 +47,7 @@ ExitCode printers(const Options& options, Output& output) {
   return ExitCode::kDone;
 }
 
-ExitCode visible(const Options& options, Output& output) {
+ExitCode visible(const PrintersOptions& options, Output& output) {
   requireServerAndPort(options.session);
   const bool shown = MonitorModule::get().showPrinter(options.session, corvane::fromUtf8(options.printer));
   output.facts({{"session", options.session}, {"printer", options.printer}, {"visible", shown}});
@@ -56,7 +56,7 @@ ExitCode visible(const Options& options, Output& output) {
   return ExitCode::kDone;
 }
 
-void addNumber(CLI::App& command, const std::shared_ptr<Options>& options) {
+void addNumber(CLI::App& command, const std::shared_ptr<PrintersOptions>& options) {
   command.add_option("session", options->session, "number of the session")
       ->required()
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
@@ -65,7 +65,7 @@ void addNumber(CLI::App& command, const std::shared_ptr<Options>& options) {
 }  // namespace
 
 void addPrintersCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<PrintersOptions>();
   CLI::App& command =
       addCommand(app, invocation, "printers", "Lists a session's client printers as the module's own list has them.",
                  {"printers 5", "printers 5 --json"});
@@ -75,7 +75,7 @@ void addPrintersCommand(CLI::App& app, Invocation& invocation) {
 }
 
 void addVisibleCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<PrintersOptions>();
   CLI::App& command = addCommand(app, invocation, "visible", "Asks the module whether a session is shown a printer.",
                                  {"visible 5 \"Laser-2 (session 5)\""});
   addNumber(command, options);

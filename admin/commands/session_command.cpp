@@ -17,14 +17,14 @@
 namespace admin {
 namespace {
 
-struct Options {
+struct SessionCommandOptions {
   int session = 0;
   int serverPort = 0;
   std::string driver, processor;
   bool makesDefault = false;
 };
 
-ExitCode list(const Options& options, Output& output) {
+ExitCode list(const SessionCommandOptions& options, Output& output) {
   const protocol::ServerStatus facts = ApplicationServer(options.serverPort).status();
   const std::vector<std::wstring> ports = monitorPorts();
   const std::vector<SpoolerPrinter> present = localPrinters();
@@ -52,8 +52,8 @@ ExitCode list(const Options& options, Output& output) {
 
 // A default printer belongs to a user, not to the machine: set here, it is that of the user who runs this program. So
 // it is set only when this runs in the session itself, or on request.
-void carryDefaultOver(const protocol::ListedSession& session, const SessionChange& change, const Options& options,
-                      Output& output, Json& facts) {
+void carryDefaultOver(const protocol::ListedSession& session, const SessionChange& change,
+                      const SessionCommandOptions& options, Output& output, Json& facts) {
   const std::wstring name = defaultPrinterOf(session);
   if (name.empty() || !change.isUp(name)) return;
   DWORD ownSession = 0;
@@ -72,7 +72,7 @@ void carryDefaultOver(const protocol::ListedSession& session, const SessionChang
   }
 }
 
-ExitCode up(const Options& options, Output& output) {
+ExitCode up(const SessionCommandOptions& options, Output& output) {
   ApplicationServer server(options.serverPort);
   const protocol::ServerStatus facts = server.status();
   const protocol::ListedSession* const session = facts.session(options.session);
@@ -92,7 +92,7 @@ ExitCode up(const Options& options, Output& output) {
   return change.refused.empty() ? ExitCode::kDone : ExitCode::kNotFound;
 }
 
-ExitCode down(const Options& options, Output& output) {
+ExitCode down(const SessionCommandOptions& options, Output& output) {
   const SessionChange change = takeDown(static_cast<unsigned>(options.session));
   if (change.isNothing()) {
     throw Failure(ExitCode::kNotFound, fmt::format("session {} has no port here", options.session),
@@ -106,7 +106,7 @@ ExitCode down(const Options& options, Output& output) {
 }  // namespace
 
 void addSessionCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<SessionCommandOptions>();
   CLI::App& session = addGroup(app, "session", "Lists sessions, and brings their printers up and down.");
   const auto addServerPort = [options](CLI::App& command) {
     command.add_option("--server-port", options->serverPort, "TCP port of aps; default: the registry's")

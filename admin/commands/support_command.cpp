@@ -15,13 +15,13 @@
 namespace admin {
 namespace {
 
-struct Options {
+struct SupportOptions {
   std::string file;
   int serverPort = 0;
 };
 
 // What another command of this program says.
-std::string saidBy(std::vector<std::string> words, const Options& options) {
+std::string saidBy(std::vector<std::string> words, const SupportOptions& options) {
   if (options.serverPort != 0) words.insert(words.end(), {"--server-port", std::to_string(options.serverPort)});
   const auto parsed = parseCommandLine(std::move(words));
   std::ostringstream out;
@@ -31,7 +31,7 @@ std::string saidBy(std::vector<std::string> words, const Options& options) {
 }
 
 // Jobs and records have titles and users, comments of printers may have names; jobs and logs have files of their own.
-std::string statusFile(const Options& options) {
+std::string statusFile(const SupportOptions& options) {
   Json facts = Json::parse(saidBy({"status", "--json"}, options), nullptr, false);
   if (!facts.is_object()) return "This is not to be had.\n";
   for (const char* name : {"failedJobs", "printerJobs", "records"})
@@ -45,7 +45,7 @@ std::string statusFile(const Options& options) {
   return facts.dump(2) + "\n";
 }
 
-std::vector<SupportFile> collect(const Options& options) {
+std::vector<SupportFile> collect(const SupportOptions& options) {
   Scrubber scrubber;
   scrubber.knowUsersHere();
   std::vector<SupportFile> files = collectSupportFiles(Places::ofThisMachine(), options.serverPort, scrubber);
@@ -55,7 +55,7 @@ std::vector<SupportFile> collect(const Options& options) {
   add("doctor.txt", "What mgprintmon doctor says, without a test page.", saidBy({"doctor", "--no-page"}, options));
   add("doctor.json", "The same for programs.", saidBy({"doctor", "--no-page", "--json"}, options));
   add("status.json", "What mgprintmon status says, without jobs and records.", statusFile(options));
-  Options everywhere = options;
+  SupportOptions everywhere = options;
   everywhere.serverPort = 0;  // which this command does not ask
   add("drivers.json", "The printer drivers, and which of them can be used.", saidBy({"drivers", "--json"}, everywhere));
   return files;
@@ -82,7 +82,7 @@ constexpr char kReadMe[] =
     "before "
     "you give it away.\r\n\r\n";
 
-ExitCode run(const Options& options, Output& output) {
+ExitCode run(const SupportOptions& options, Output& output) {
   const std::wstring path = options.file.empty() ? freshName() : corvane::fromUtf8(options.file);
   ZipFile archive(path);
   const std::vector<SupportFile> files = collect(options);
@@ -102,7 +102,7 @@ ExitCode run(const Options& options, Output& output) {
 }  // namespace
 
 void addSupportCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<SupportOptions>();
   CLI::App& command = addCommand(app, invocation, "support",
                                  "Writes one archive with what a developer needs to look into a fault: the doctor's "
                                  "findings, states, settings and "

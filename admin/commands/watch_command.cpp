@@ -20,7 +20,7 @@ namespace {
 
 constexpr unsigned kRoundMilliseconds = 2000;
 
-struct Options {
+struct WatchOptions {
   int serverPort = 0;
   unsigned graceSeconds = 60;
   std::string driver, processor, log;
@@ -67,7 +67,7 @@ void follow(int serverPort, SessionWatch& watch, HeldNews& heldNews, Application
   }
 }
 
-ExitCode watchSessions(const Options& options, Output& output) {
+ExitCode watchSessions(const WatchOptions& options, Output& output) {
   const SessionOptions made{corvane::fromUtf8(options.driver), corvane::fromUtf8(options.processor)};
   ApplicationServer* server = nullptr;  // while one is followed
   SessionWatch watch({[&made](const protocol::ListedSession& session) { return bringUp(session, made); }, takeDown,
@@ -91,7 +91,7 @@ ExitCode watchSessions(const Options& options, Output& output) {
   return ExitCode::kDone;
 }
 
-ExitCode run(const Options& options, Output& output) {
+ExitCode run(const WatchOptions& options, Output& output) {
   if (options.log.empty() && !options.isService) return watchSessions(options, output);
   const std::wstring file = options.log.empty() ? Places::ofThisMachine().serviceLogFolder() + L"\\mgprintmon.log"
                                                 : corvane::fromUtf8(options.log);
@@ -112,7 +112,7 @@ ExitCode run(const Options& options, Output& output) {
 }  // namespace
 
 void addWatchCommand(CLI::App& app, Invocation& invocation) {
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<WatchOptions>();
   CLI::App& command = addCommand(app, invocation, "watch",
                                  "Brings sessions up and down as their print clients come and go, and tells of jobs "
                                  "that are held for clients that are away, until Ctrl-C. With --json, a line for each "

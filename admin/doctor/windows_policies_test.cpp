@@ -13,14 +13,14 @@ namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
-constexpr wchar_t kTestKey[] = L"SOFTWARE\\MgAdminTest";
+constexpr wchar_t kPoliciesTestKey[] = L"SOFTWARE\\MgAdminTest";
 
 // A Windows whose settings stand below a key of the test's own.
 class WindowsPolicies : public testing::Test {
  protected:
   WindowsPolicies() { clean(); }
   ~WindowsPolicies() override { clean(); }
-  static void clean() { deleteKeyTree(kTestKey); }
+  static void clean() { deleteKeyTree(kPoliciesTestKey); }
 
   void set(const std::wstring& key, const std::wstring& name, DWORD value) {
     createKey(key);
@@ -33,7 +33,7 @@ class WindowsPolicies : public testing::Test {
     return settings.empty() ? WindowsSetting() : settings.front();
   }
 
-  WindowsPolicyKeys keys{std::wstring(kTestKey) + L"\\Policies", std::wstring(kTestKey) + L"\\Print"};
+  WindowsPolicyKeys keys{std::wstring(kPoliciesTestKey) + L"\\Policies", std::wstring(kPoliciesTestKey) + L"\\Print"};
   PolicyContext context{4711, true, ""};
 };
 

@@ -154,6 +154,9 @@ class StepList {
     }
     if (!m_choice.keyFile.empty()) plan.keyFolder = m_choice.keyFolder();
     plan.asSystem = m_request.serverAsSystem;
+    plan.clientAddress = m_request.clientAddress;
+    plan.publicAddress = m_request.publicAddress;
+    plan.onlyThisMachine = m_request.onlyThisMachine;
     return {serverService(m_places, plan), watchService(m_places)};
   }
 
@@ -195,6 +198,17 @@ class StepList {
   std::vector<std::wstring> m_folders;
 };
 
+void requireServerFor(const InstallRequest& request, const Choice& choice) {
+  if (request.clientAddress.empty() && request.publicAddress.empty()) return;
+  if (!choice.services) {
+    throw Failure(ExitCode::kUsage, "aps is no service of this installation, so install cannot set its addresses",
+                  "Add --services, or start aps with --listen-clients and --public-address.");
+  }
+  if (!choice.keyFile.empty()) return;
+  throw Failure(ExitCode::kUsage, "print clients on other machines are served only where peers must have keys",
+                "Add --keys, or leave --listen-clients out.");
+}
+
 }  // namespace
 
 InstallResult install(const Places& places, const InstallRequest& request) {
@@ -204,6 +218,7 @@ InstallResult install(const Places& places, const InstallRequest& request) {
   InstallationRecord record(places.recordKey());
   if (!record.exists()) removeKeysWithoutRecord(places);
   const Choice choice(places, request, record);
+  requireServerFor(request, choice);
   for (const wchar_t* program : {kServerFile, kToolFile}) {
     if (choice.services) requireFile(request.from, program);
   }

@@ -24,6 +24,9 @@ struct InstallRequest {
   std::optional<bool> keys;
   bool restartsSpooler = false;  // the spooler may be stopped while a module that it holds is replaced
   bool serverAsSystem = false;   // the server may start programs in sessions
+  std::wstring clientAddress;  // where the server serves print clients on other machines; empty: the present one stays
+  std::wstring publicAddress;  // how they reach it; likewise
+  bool onlyThisMachine = false;  // it serves none
 };
 
 struct InstallResult {

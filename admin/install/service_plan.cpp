@@ -3,6 +3,7 @@
 #include "programs/command_words.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -31,6 +32,12 @@ void set(Words& words, const std::wstring& option, const std::wstring& value) {
   } else {
     words.insert(words.end(), {option, value});
   }
+}
+
+// An option with a value, however often it stands there.
+void drop(Words& words, const std::wstring& option) {
+  for (auto at = words.begin(); (at = std::find(at, words.end(), option)) != words.end();)
+    at = words.erase(at, at + std::min<std::ptrdiff_t>(2, words.end() - at));
 }
 
 std::wstring commandLine(const std::wstring& program, Words arguments) {
@@ -70,6 +77,10 @@ ServiceSettings serverService(const Places& places, const ServicePlan& plan) {
     std::erase(words, L"--no-keys");
     set(words, L"--keys", plan.keyFolder);
   }
+  if (plan.onlyThisMachine || !plan.clientAddress.empty()) drop(words, L"--listen-clients");
+  if (plan.onlyThisMachine) drop(words, L"--public-address");
+  if (!plan.clientAddress.empty()) set(words, L"--listen-clients", plan.clientAddress);
+  if (!plan.publicAddress.empty()) set(words, L"--public-address", plan.publicAddress);
   settings.commandLine = commandLine(places.serverProgram(), words);
   return settings;
 }

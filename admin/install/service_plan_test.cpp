@@ -65,6 +65,36 @@ TEST_F(ServicePlanTest, WhatAnAdministratorHasSetStaysUnlessAnOptionNamesIt) {
             program + L"--service --keys C:\\others");
 }
 
+TEST_F(ServicePlanTest, PrintClientsOnOtherMachinesAreServedWhereTheOptionsSay) {
+  const std::wstring fresh = kFresh;
+  ServicePlan plan{4720, places.keyFolder(), false, L"0.0.0.0:4712", L"print.example:4712"};
+  EXPECT_EQ(serverService(places, plan).commandLine,
+            fresh + L" --listen-clients 0.0.0.0:4712 --public-address print.example:4712");
+  ServiceSettings settings = serverService(places, plan);
+  settings.commandLine += L" --listen-clients [::]:4712 --no-titles";
+  makeService(settings);
+  EXPECT_EQ(serverService(places, {}).commandLine, settings.commandLine) << "what nobody named has changed";
+  plan = {std::nullopt, L"", false, L"10.0.0.1:5", L""};
+  EXPECT_EQ(serverService(places, plan).commandLine,
+            fresh + L" --public-address print.example:4712 --no-titles --listen-clients 10.0.0.1:5");
+  plan = {std::nullopt, L"", false, L"", L"other.example:6"};
+  EXPECT_EQ(serverService(places, plan).commandLine, fresh +
+                                                         L" --listen-clients 0.0.0.0:4712 --public-address "
+                                                         L"other.example:6 --listen-clients [::]:4712 --no-titles");
+  plan = {};
+  plan.onlyThisMachine = true;
+  EXPECT_EQ(serverService(places, plan).commandLine, fresh + L" --no-titles");
+}
+
+TEST_F(ServicePlanTest, AnOptionWithoutItsValueAtTheEndIsTakenOutAlone) {
+  ServiceSettings settings = serverService(places, {4720, L"", false});
+  settings.commandLine = L"D:\\old\\aps.exe --service --public-address";
+  makeService(settings);
+  ServicePlan plan;
+  plan.onlyThisMachine = true;
+  EXPECT_EQ(serverService(places, plan).commandLine, L"\"C:\\Program Files\\Marrowgate\\Programs\\aps.exe\" --service");
+}
+
 TEST_F(ServicePlanTest, TheWatchKeepsItsArgumentsToo) {
   ServiceSettings settings = watchService(places);
   EXPECT_EQ(settings.commandLine,

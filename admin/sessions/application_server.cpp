@@ -178,6 +178,11 @@ bool AwaitedJob::isOf(const protocol::Notice& notice) const {
          notice.value(L"printer") == printer && (process == 0 || notice.value(L"process") == std::to_wstring(process));
 }
 
+bool AwaitedJob::isOf(const protocol::JobRecord& record) const {
+  return record.spoolerJob == std::to_wstring(number) && record.printer == printer &&
+         (process == 0 || record.process == static_cast<int>(process));
+}
+
 JobOutcome JobOutcome::of(const protocol::Notice& notice) {
   JobOutcome outcome;
   outcome.result = notice.value(L"result");

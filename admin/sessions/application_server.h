@@ -53,12 +53,13 @@ struct AwaitedJob {
   unsigned long process = 0;  // 0: any
 
   bool isOf(const protocol::Notice& notice) const;
+  bool isOf(const protocol::JobRecord& record) const;
 };
 
 // How a job ended, from its notice.
 struct JobOutcome {
   bool isPrinted = false;
-  std::wstring result;  // "delivered", "shown" or "failed"
+  std::wstring result;  // "delivered", "shown" or "failed"; "held" where the server is asked for that
   std::wstring session, bytes, cause, remedy;
 
   static JobOutcome of(const protocol::Notice& notice);

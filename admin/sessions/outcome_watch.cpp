@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <vector>
 
 namespace admin {
 namespace {
@@ -28,6 +29,21 @@ std::optional<JobPaper> OutcomeWatch::waitForPaper(const AwaitedJob& job, Clock:
   };
   waitUntil(isFinal, job, deadline);
   return latest;
+}
+
+// The record says so before the port monitor has its answer.
+bool OutcomeWatch::isHeld(const AwaitedJob& job, int session) try {
+  if (!m_server) return false;
+  protocol::Jobs wanted;
+  wanted.most = protocol::Jobs::kMost;
+  wanted.session = session;
+  const std::vector<protocol::JobRecord> records = m_server->jobs(wanted).jobs;
+  const auto latest = std::find_if(records.begin(), records.end(),
+                                   [&job](const protocol::JobRecord& record) { return job.isOf(record); });
+  return latest != records.end() && latest->state == protocol::JobState::kHeld;
+} catch (const Failure& failure) {
+  lose(failure);
+  return false;
 }
 
 bool OutcomeWatch::waitUntil(const std::function<bool()>& isDone, const AwaitedJob& job, Clock::time_point deadline) {

@@ -31,6 +31,10 @@ class OutcomeWatch {
   using OnChange = std::function<void(const JobPaper& paper)>;
   std::optional<JobPaper> waitForPaper(const AwaitedJob& job, Clock::time_point deadline, const OnChange& onChange);
 
+  // Behind wait(), for a job of that session that was delivered as far as the port monitor can tell: whether the server
+  // holds it for a print client that is away. False when the server does not say.
+  bool isHeld(const AwaitedJob& job, int session);
+
   bool isThere() const { return m_server != nullptr; }
   // Why the outcome is unknown, and the remedy.
   const std::string& why() const { return m_why; }

@@ -3,6 +3,7 @@
 #include "corvane/components/component_server.h"
 #include "corvane/records/program_monitor.h"
 #include "programs/main.h"
+#include "protocol/exchange.h"
 #include "tests/support/scripted_peer.h"
 
 #include <gmock/gmock.h>
@@ -19,6 +20,18 @@ using ::testing::Not;
 
 constexpr char kServerClass[] = "AdministrationServer";
 constexpr int kNotices = 32;
+constexpr int kJobs = 35;
+
+protocol::JobRecord record(int number, protocol::JobState state, const wchar_t* job, const wchar_t* printer,
+                           int process) {
+  protocol::JobRecord made;
+  made.number = number;
+  made.state = state;
+  made.spoolerJob = job;
+  made.printer = printer;
+  made.process = process;
+  return made;
+}
 
 class OutcomeWatchTest : public testing::Test {
  protected:
@@ -50,6 +63,12 @@ class OutcomeWatchTest : public testing::Test {
     for (const wchar_t* text : values)
       reply.writeText(text);
   }
+  void answerWithoutNotices() {
+    m_peer.answer(kServerClass, kNotices, [](corvane::ValueWriter& reply) {
+      reply.writeInt(3);
+      reply.writeBoolean(false);
+    });
+  }
   static void writePaper(corvane::ValueWriter& reply, int number, const wchar_t* state, const wchar_t* job = L"17") {
     writeNotice(reply, number, L"paper", {L"job", job, L"printer", L"Laser", L"state", state});
   }
@@ -67,10 +86,7 @@ class OutcomeWatchTest : public testing::Test {
 
 // The server would otherwise answer long after the time that somebody wanted to wait.
 TEST_F(OutcomeWatchTest, TheServerIsNeverAskedToWaitForLongerThanIsLeft) {
-  m_peer.answer(kServerClass, kNotices, [](corvane::ValueWriter& reply) {
-    reply.writeInt(3);
-    reply.writeBoolean(false);
-  });
+  answerWithoutNotices();
   OutcomeWatch watch(m_peer.port());
   ASSERT_TRUE(watch.isThere());
   EXPECT_EQ(watch.wait(m_job, OutcomeWatch::Clock::now() + std::chrono::milliseconds(200)), std::nullopt);
@@ -138,6 +154,35 @@ TEST_F(OutcomeWatchTest, WhenTheTimeIsOverTheLatestIsKnownAndWhenNobodyTellsNoth
   EXPECT_EQ(paperOf(watch, OutcomeWatch::Clock::now() + std::chrono::milliseconds(100)), "[nothing]");
   isTold = true;
   EXPECT_EQ(paperOf(watch, OutcomeWatch::Clock::now() + std::chrono::milliseconds(100)), "is held up, [is held up]");
+}
+
+TEST_F(OutcomeWatchTest, AJobIsHeldWhenTheLatestRecordOfThatNumberPrinterAndProcessSaysSo) {
+  using protocol::JobState;
+  answerWithoutNotices();
+  m_peer.answer(kServerClass, kJobs, [](corvane::ValueWriter& reply) {
+    protocol::Jobs::Answer answer;
+    answer.jobs = {
+        record(9, JobState::kDelivered, L"18", L"Laser", 77), record(8, JobState::kDelivered, L"17", L"Desk", 77),
+        record(7, JobState::kDelivered, L"17", L"Laser", 78), record(6, JobState::kHeld, L"17", L"Laser", 77),
+        record(5, JobState::kDelivered, L"17", L"Laser", 77)};
+    protocol::write(reply, answer);
+  });
+  OutcomeWatch watch(m_peer.port());
+  EXPECT_TRUE(watch.isHeld({17, L"Laser", 77}, 5));
+  EXPECT_FALSE(watch.isHeld({17, L"Laser", 78}, 5));
+  EXPECT_FALSE(watch.isHeld({17, L"Laser", 0}, 5));  // of any process the latest counts
+  EXPECT_FALSE(watch.isHeld({17, L"Desk", 77}, 5));
+  EXPECT_FALSE(watch.isHeld({19, L"Laser", 77}, 5));
+}
+
+TEST_F(OutcomeWatchTest, OfAServerThatSaysNothingNoJobIsHeld) {
+  answerWithoutNotices();
+  OutcomeWatch watch(m_peer.port());
+  ASSERT_TRUE(watch.isThere());
+  m_peer.hangUpAt(kServerClass, kJobs);
+  EXPECT_FALSE(watch.isHeld(m_job, 5));
+  EXPECT_FALSE(watch.isThere());
+  EXPECT_FALSE(watch.isHeld(m_job, 5));
 }
 
 TEST_F(OutcomeWatchTest, AServerThatHangsUpIsDialledAgainUntilTheTimeIsOver) {

@@ -46,9 +46,9 @@ TEST(DriverTable, ThenTheLongerOneAndThenTheFirstByName) {
 }
 
 TEST(DriverSettings, StandInTheRegistryBesideThePorts) {
-  constexpr wchar_t kTestKey[] = L"SOFTWARE\\MgDriverSettingsTest";
+  constexpr wchar_t kSettingsKey[] = L"SOFTWARE\\MgDriverSettingsTest";
   Places places;
-  places.vendorKey = kTestKey;
+  places.vendorKey = kSettingsKey;
   const DriverSettings none = DriverSettings::read(places);
   EXPECT_EQ(none.fallback, L"");
   EXPECT_THAT(none.table, IsEmpty());
@@ -57,7 +57,7 @@ TEST(DriverSettings, StandInTheRegistryBesideThePorts) {
   writeValue(places.productKey() + L"\\Printers\\Drivers", L"HP*", RegistryValue::ofText(L"Generic PostScript"));
   writeValue(places.productKey() + L"\\Printers\\Drivers", L"Brother*", RegistryValue::ofNumber(1));
   const DriverSettings settings = DriverSettings::read(places);
-  deleteKeyTree(kTestKey);
+  deleteKeyTree(kSettingsKey);
   EXPECT_EQ(settings.fallback, L"Generic PostScript");
   EXPECT_THAT(settings.table,
               ElementsAre(DriverMapping{L"Brother*", L""}, DriverMapping{L"HP*", L"Generic PostScript"}));

@@ -16,7 +16,7 @@
 namespace admin {
 namespace {
 
-std::string quoted(const std::wstring& name) {
+std::string namedPrinter(const std::wstring& name) {
   return fmt::format("printer \"{}\"", corvane::toUtf8(name));
 }
 
@@ -75,18 +75,18 @@ std::vector<SpoolerPrinter> printersOn(const std::vector<std::wstring>& ports) {
 void addPrinter(const SpoolerPrinter& printer) {
   Information information(printer);
   const mg::PrinterHandle handle(AddPrinterW(nullptr, 2, information.bytes()));
-  require(static_cast<bool>(handle), fmt::format("{} cannot be added", quoted(printer.name)));
+  require(static_cast<bool>(handle), fmt::format("{} cannot be added", namedPrinter(printer.name)));
 }
 
 void changePrinter(const SpoolerPrinter& printer) {
-  const std::string tried = fmt::format("{} cannot be changed", quoted(printer.name));
+  const std::string tried = fmt::format("{} cannot be changed", namedPrinter(printer.name));
   const mg::PrinterHandle handle = openPrinter(printer.name, PRINTER_ALL_ACCESS, tried);
   Information information(printer);
   require(SetPrinterW(handle.get(), 2, information.bytes(), 0), tried);
 }
 
 void deletePrinter(const std::wstring& name) {
-  const std::string tried = fmt::format("{} cannot be removed", quoted(name));
+  const std::string tried = fmt::format("{} cannot be removed", namedPrinter(name));
   const mg::PrinterHandle handle = openPrinter(name, PRINTER_ALL_ACCESS, tried);
   require(DeletePrinter(handle.get()), tried);
 }
@@ -98,22 +98,22 @@ std::wstring defaultPrinter() {
 }
 
 void setDefaultPrinter(const std::wstring& name) {
-  require(SetDefaultPrinterW(name.c_str()), fmt::format("{} cannot be made the default printer", quoted(name)));
+  require(SetDefaultPrinterW(name.c_str()), fmt::format("{} cannot be made the default printer", namedPrinter(name)));
 }
 
 namespace {
 
-constexpr DWORD kPiece = 65536;
+constexpr DWORD kSpooledPiece = 65536;
 
 void spool(HANDLE file, HANDLE printer, const RawDocument& document, const TellProgress& tell) {
   LARGE_INTEGER size = {};
   require(GetFileSizeEx(file, &size), fmt::format("{} cannot be read", programs::quoted(document.file)));
   unsigned long long done = 0;
-  std::vector<BYTE> piece(kPiece);
+  std::vector<BYTE> piece(kSpooledPiece);
   for (;;) {
     tell(done, static_cast<unsigned long long>(size.QuadPart));
     DWORD length = 0;
-    require(ReadFile(file, piece.data(), kPiece, &length, nullptr),
+    require(ReadFile(file, piece.data(), kSpooledPiece, &length, nullptr),
             fmt::format("{} cannot be read", programs::quoted(document.file)));
     if (length == 0) return;
     DWORD written = 0;

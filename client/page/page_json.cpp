@@ -14,7 +14,7 @@ using nlohmann::json;
 constexpr std::array<const char*, 10> kStageWords = {"arriving", "handing-over", "waiting", "printing", "stopped",
                                                      "printed",  "handed-on",    "failed",  "canceled", "unknown"};
 
-std::int64_t milliseconds(BoardJob::Clock::time_point time) {
+std::int64_t millisecondsOf(BoardJob::Clock::time_point time) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
 }
 
@@ -32,8 +32,8 @@ json jsonOf(const BoardJob& job) {
           {"isCanceling", job.isCanceling},
           {"isAgain", job.isAgain},
           {"kept", job.kept},
-          {"begun", milliseconds(job.begun)},
-          {"changed", milliseconds(job.changed)}};
+          {"begun", millisecondsOf(job.begun)},
+          {"changed", millisecondsOf(job.changed)}};
 }
 
 }  // namespace

@@ -14,8 +14,8 @@
 namespace printclient {
 namespace {
 
-constexpr const char* kWhat = "page";
-constexpr const char* kExtension = ".html";
+constexpr const char* kPageName = "page";
+constexpr const char* kPageExtension = ".html";
 constexpr std::string_view kBefore = "content=\"0;url=";
 constexpr std::size_t kMostBytes = 4096;
 
@@ -42,11 +42,11 @@ std::string addressIn(const std::filesystem::path& document) {
 }  // namespace
 
 PageLink::PageLink(const std::filesystem::path& folder, const std::string& address) {
-  const std::string name = temporaryNameFor(kWhat);
+  const std::string name = temporaryNameFor(kPageName);
   m_file = std::make_unique<DiskFile>(folder / name);
   const std::string text = documentFor(address);
   m_file->write({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
-  m_path = folder / (name + kExtension);
+  m_path = folder / (name + kPageExtension);
   m_file->shareAs(m_path);
 }
 
@@ -55,7 +55,7 @@ std::vector<FoundPage> findPages(const std::filesystem::path& folder) {
   std::error_code failure;
   for (std::filesystem::directory_iterator at(folder, failure), end; !failure && at != end; at.increment(failure)) {
     const std::string name = programs::fromPath(at->path().filename());
-    if (!isTemporaryNameFor(kWhat, name) || !name.ends_with(kExtension)) continue;
+    if (!isTemporaryNameFor(kPageName, name) || !name.ends_with(kPageExtension)) continue;
     if (removeAbandoned(at->path())) continue;
     std::error_code ignored;
     FoundPage page{at->path(), addressIn(at->path())};

@@ -12,10 +12,9 @@ inline constexpr std::size_t kMaxTextUnits = 32767;           // UTF-16 units of
 inline constexpr std::size_t kMaxCollectedRequest =
     1024 * 1024;  // bytes of a request to a component that stands on no bridge
 inline constexpr std::size_t kMaxCollectedReply = 4 * 1024 * 1024;  // bytes of one reply
-inline constexpr std::size_t kMaxInboxBytes = 1024 * 1024;          // bytes waiting for one bridge's thread
-inline constexpr std::size_t kMaxInboxFrames = 4096;                // frames waiting for one bridge's thread
+inline constexpr std::size_t kMaxInboxBytes = 384 * 1024;           // bytes held for one bridge's thread
 inline constexpr std::size_t kMaxConnectionInboxBytes =
-    8 * 1024 * 1024;                                       // bytes waiting for the threads of one connection's bridges
+    8 * 1024 * 1024;                                       // bytes held for the threads of one connection's bridges
 inline constexpr int kMaxServedBridges = 128;              // bridges of one connection whose threads have not ended
 inline constexpr std::size_t kMaxComponentsOnBridge = 64;  // components that stand on one bridge
 inline constexpr int kMaxRoutes = 16;                      // bridges of one connection that lead to other connections

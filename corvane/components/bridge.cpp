@@ -21,8 +21,8 @@ bool CS_Bridge::startServing() {
   });
 }
 
-void CS_Bridge::deliver(const corvane::Frame& frame) {
-  if (m_worker != nullptr) m_worker->deliver(frame);
+void CS_Bridge::deliver(std::span<unsigned char> frames) {
+  if (m_worker != nullptr) m_worker->deliver(frames);
 }
 
 bool CS_Bridge::release() {

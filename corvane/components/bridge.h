@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <memory>
+#include <span>
 #include <string>
 
 namespace corvane {
@@ -34,7 +35,7 @@ class CS_Bridge : public CS_Component, public corvane::BridgeEnd {
   void prepareServing(const std::shared_ptr<corvane::BridgeLoad>& load) override;
   bool startServing() override;
   bool forwards() const override { return false; }
-  void deliver(const corvane::Frame& frame) override;
+  void deliver(std::span<unsigned char> frames) override;
   void endedByPeer(const std::wstring& reason) override;
   void releasedByPeer(const std::wstring&) override { release(); }
 

@@ -19,11 +19,10 @@ class BridgeEnd {
   virtual void prepareServing(const std::shared_ptr<BridgeLoad>&) {}
   virtual bool startServing() { return true; }
 
-  // Whether frames are passed on as they came, in runs of complete frames that stand one behind the other: then they
-  // come to forward(), which may change them, and otherwise one by one to deliver().
+  // Whether frames are passed on as they came, replies included.
   virtual bool forwards() const = 0;
-  virtual void forward(std::span<unsigned char>) {}
-  virtual void deliver(const Frame&) {}
+  // Complete frames that have come together, one behind the other; it may change them.
+  virtual void deliver(std::span<unsigned char> frames) = 0;
 
   // The peer has let this bridge go: first, before those who wait for a reply on it are failed with the reason, and
   // then, when it has left its owner.

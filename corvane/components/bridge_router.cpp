@@ -1,5 +1,6 @@
 #include "corvane/components/bridge_router.h"
 
+#include "corvane/base/lock.h"
 #include "corvane/components/bridge.h"
 #include "corvane/components/channel.h"
 #include "corvane/components/connection.h"
@@ -22,8 +23,8 @@ struct Route {
     CS_RCPtr<CS_BridgeRouter> router;  // until the route ends
     std::shared_ptr<JobLane> lane;     // what goes there is sent by it, where there is one
   };
-  std::mutex lock;  // guards what follows; not held while sending
-  End ends[2];      // 0: where the bridge was made; 1: where it continues
+  Lock lock;    // guards what follows; not held while sending
+  End ends[2];  // 0: where the bridge was made; 1: where it continues
   std::uint64_t bytes = 0;
   std::uint32_t asked = 0;  // correlation of the last request from end 0 that wants a reply
   int askedNumber = 0;      // and its number
@@ -150,7 +151,7 @@ CS_BridgeRouter::Routing CS_BridgeRouter::announce(const CS_Connection& connecti
   return Routing::kMade;
 }
 
-void CS_BridgeRouter::forward(std::span<unsigned char> frames) {
+void CS_BridgeRouter::deliver(std::span<unsigned char> frames) {
   const std::shared_ptr<Route> through = route();
   Route::End to;
   if (through != nullptr) {

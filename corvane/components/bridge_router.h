@@ -1,12 +1,12 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/components/bridge_end.h"
 #include "corvane/components/component.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 
@@ -49,7 +49,7 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
   // request that wants a reply is answered as failed where the bridge leads nowhere yet; after the route's end it is
   // dropped, because the release fails it.
   bool forwards() const override { return true; }
-  void forward(std::span<unsigned char> frames) override;
+  void deliver(std::span<unsigned char> frames) override;
   void releasedByPeer(const std::wstring& reason) override;
 
   // How a route ended.
@@ -95,8 +95,8 @@ class CS_BridgeRouter : public CS_Component, public corvane::BridgeEnd {
 
   EndHandler m_onEnd;
   PassHandler m_onPass;
-  int m_end = 0;                   // which end of the route this is
-  mutable std::mutex m_routeLock;  // guards what follows
+  int m_end = 0;                      // which end of the route this is
+  mutable corvane::Lock m_routeLock;  // guards what follows
   std::shared_ptr<corvane::Route> m_route;
   bool m_routing = false;   // a thread is making the route, or has made it
   bool m_released = false;  // its connection has ended: no route may begin

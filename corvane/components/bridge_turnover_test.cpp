@@ -1,12 +1,9 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/wire/link.h"
 #include "tests/support/corvane/echo_fixture.h"
+#include "tests/support/heap_in_use.h"
 
 #include <memory>
-
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 namespace {
 
@@ -14,15 +11,6 @@ using namespace echo;
 
 CS_RCPtr<CS_Component> makeBridge(CS_Connection& connection) {
   return connection.getClassFactory(CS_Bridge::m_className, CS_BridgeRouter::getClassName(), true)->newInstance(0);
-}
-
-// Bytes that are allocated now; 0 where that cannot be asked, and under a sanitizer.
-std::size_t heapInUse() {
-#ifdef __GLIBC__
-  return ::mallinfo2().uordblks;
-#else
-  return 0;
-#endif
 }
 
 // A server between monitors and one client, as aps is, and many jobs one after the other: whatever way they end, the

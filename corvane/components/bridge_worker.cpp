@@ -1,23 +1,25 @@
 #include "corvane/components/bridge_worker.h"
 
 #include "corvane/base/limits.h"
+#include "corvane/base/lock.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/program_monitor.h"
 #include "corvane/wire/value_reader.h"
 
+#include <new>
 #include <thread>
 #include <utility>
 
 namespace corvane {
 namespace {
 
-constexpr std::size_t kMaxSpare = 16;  // of one connection
+constexpr std::size_t kSmallest = 4 * 1024;  // a smaller buffer is made as quickly as it is found
 
 // The threads of all bridges of this process, counted for the end of the program.
 struct Threads {
-  std::mutex lock;
-  std::condition_variable changed;
+  Lock lock;
+  Condition changed;
   int running = 0;
 };
 
@@ -37,34 +39,33 @@ void countThread(int change) {
 // Gives a request its frames as they arrive.
 class BridgeWorker::Source : public FrameSource {
  public:
-  Source(BridgeWorker& worker, OwnedFrame first) : m_worker(worker), m_frame(std::move(first)) {}
+  Source(BridgeWorker& worker, const Frame& first) : m_worker(worker), m_frame(first) {}
 
   bool next(std::span<const unsigned char>& payload) override {
     if (m_started) {
       if (!m_frame.header.hasMore()) return false;
       const FrameHeader previous = m_frame.header;
-      m_worker.recycle(m_frame);
       m_frame = m_worker.next();
       if (m_frame.header.kind != FrameKind::kRequest || m_frame.header.correlation != previous.correlation) {
         throw CS_Exception(kProtocolViolation, L"frames of two requests are mixed");
       }
     }
     m_started = true;
-    payload = m_frame.payload;
+    payload = m_frame.payload();
     return true;
   }
 
  private:
   BridgeWorker& m_worker;
-  OwnedFrame m_frame;
+  Frame m_frame;
   bool m_started = false;
 };
 
 BridgeWorker::BridgeWorker(CS_Component& bridge, std::shared_ptr<BridgeLoad> load)
     : m_serving(bridge, nullptr), m_load(std::move(load)) {}
 
-std::size_t BridgeWorker::costOf(const OwnedFrame& frame) {
-  return sizeof frame + frame.payload.size();
+std::size_t BridgeWorker::costOf(const std::vector<unsigned char>& run) {
+  return sizeof run + run.size();
 }
 
 bool BridgeWorker::start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd) {
@@ -96,74 +97,84 @@ bool BridgeWorker::start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd)
 }
 
 bool BridgeWorker::hasRoomLocked() const {
-  return m_bytes < kMaxInboxBytes && m_frames.size() < kMaxInboxFrames && m_load->bytes < kMaxConnectionInboxBytes;
+  return m_bytes < kMaxInboxBytes && m_load->bytes < kMaxConnectionInboxBytes;
 }
 
-void BridgeWorker::deliver(const Frame& frame) {
-  OwnedFrame owned;
-  owned.header = frame.header;
+void BridgeWorker::deliver(std::span<const unsigned char> frames) {
+  std::vector<unsigned char> run;
   {
     std::unique_lock lock(m_load->lock);
     m_load->room.wait(lock, [&] { return m_stopped || hasRoomLocked(); });
     if (m_stopped) return;
-    if (!m_load->spare.empty()) {
-      owned.payload = std::move(m_load->spare.back());
-      m_load->spare.pop_back();
-    }
+    if (frames.size() >= kSmallest) run.swap(m_load->spare);
   }
-  owned.payload.assign(frame.payload().begin(), frame.payload().end());
-  const std::lock_guard guard(m_load->lock);
-  if (m_stopped) return;
-  const std::size_t cost = costOf(owned);
-  m_frames.push_back(std::move(owned));
-  m_bytes += cost;
-  m_load->bytes += cost;
-  m_arrived.notify_one();
+  run.assign(frames.begin(), frames.end());
+  {
+    const std::lock_guard guard(m_load->lock);
+    if (m_stopped) return;
+    const std::size_t cost = costOf(run);
+    m_arrivals.push_back(std::move(run));
+    m_bytes += cost;
+    m_load->bytes += cost;
+  }
+  m_arrived.notify_one();  // behind the lock, for which the woken thread would have to wait
 }
 
-BridgeWorker::OwnedFrame BridgeWorker::take() {
-  std::unique_lock lock(m_load->lock);
-  m_arrived.wait(lock, [&] { return m_stopped || !m_frames.empty(); });
-  if (m_stopped) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
-  OwnedFrame frame = std::move(m_frames.front());
-  m_frames.pop_front();
-  m_bytes -= costOf(frame);
-  m_load->bytes -= costOf(frame);
-  m_load->room.notify_one();
-  return frame;
-}
-
-std::optional<BridgeWorker::OwnedFrame> BridgeWorker::nextUnpacked() {
-  const auto rest = std::span<const unsigned char>(m_unpacked).subspan(m_unpackedFrom);
+std::optional<Frame> BridgeWorker::Run::next() {
+  const auto rest = std::span(bytes).subspan(from);
   if (rest.empty()) return std::nullopt;
-  OwnedFrame frame;
+  FrameHeader header;
   const bool isWhole = rest.size() >= kFrameHeaderSize;
-  if (isWhole) frame.header = decodeHeader(rest.first<kFrameHeaderSize>());
-  if (!isWhole || rest.size() < kFrameHeaderSize + frame.header.length) {
+  if (isWhole) header = decodeHeader(rest.first<kFrameHeaderSize>());
+  if (!isWhole || rest.size() < kFrameHeaderSize + header.length) {
     throw CS_Exception(kProtocolViolation, L"a packed frame that ends in the middle of another one");
   }
-  const auto payload = rest.subspan(kFrameHeaderSize, frame.header.length);
-  frame.payload.assign(payload.begin(), payload.end());
-  m_unpackedFrom += kFrameHeaderSize + payload.size();
+  const Frame frame{header, rest.first(kFrameHeaderSize + header.length)};
+  from += frame.bytes.size();
   return frame;
 }
 
-BridgeWorker::OwnedFrame BridgeWorker::next() {
-  for (;;) {
-    if (auto frame = nextUnpacked()) return std::move(*frame);
-    OwnedFrame frame = take();
-    if (frame.header.kind != FrameKind::kPacked) return frame;
-    if (m_unpacker == nullptr) m_unpacker = m_load->packing->makeUnpacker();
-    m_unpackedFrom = 0;
-    m_unpacked.clear();
-    m_unpacker->unpack(frame.payload, frame.header.beginsAnew(), m_unpacked);
-    recycle(frame);
-  }
+void BridgeWorker::letGoOfRun() noexcept {
+  const std::lock_guard guard(m_load->lock);
+  if (m_run.bytes.empty()) return;
+  m_bytes -= costOf(m_run.bytes);
+  m_load->bytes -= costOf(m_run.bytes);
+  // A new buffer of that size would be cleared by the system first.
+  if (m_run.bytes.capacity() >= kSmallest) m_load->spare.swap(m_run.bytes);
+  m_run = {};
+  m_load->room.notify_one();
 }
 
-void BridgeWorker::recycle(OwnedFrame& frame) {
+void BridgeWorker::takeRun() {
+  letGoOfRun();
+  std::unique_lock lock(m_load->lock);
+  m_arrived.wait(lock, [&] { return m_stopped || !m_arrivals.empty(); });
+  if (m_arrivals.empty()) return;
+  m_run.bytes = std::move(m_arrivals.front());
+  m_arrivals.pop_front();
+}
+
+void BridgeWorker::throwIfStopped() {
   const std::lock_guard guard(m_load->lock);
-  if (m_load->spare.size() < kMaxSpare) m_load->spare.push_back(std::move(frame.payload));
+  if (m_stopped) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
+}
+
+Frame BridgeWorker::next() {
+  for (;;) {
+    throwIfStopped();
+    if (const auto frame = m_unpacked.next()) return *frame;
+    const auto frame = m_run.next();
+    if (!frame) {
+      takeRun();
+    } else if (frame->header.kind != FrameKind::kPacked) {
+      return *frame;
+    } else {
+      if (m_unpacker == nullptr) m_unpacker = m_load->packing->makeUnpacker();
+      m_unpacked.from = 0;
+      m_unpacked.bytes.clear();
+      m_unpacker->unpack(frame->payload(), frame->header.beginsAnew(), m_unpacked.bytes);
+    }
+  }
 }
 
 void BridgeWorker::stop(const std::wstring& reason) {
@@ -171,8 +182,11 @@ void BridgeWorker::stop(const std::wstring& reason) {
   if (m_stopped) return;
   m_stopped = true;
   m_reason = reason;
-  m_frames.clear();
-  m_load->bytes -= std::exchange(m_bytes, 0);
+  for (const auto& run : m_arrivals) {
+    m_bytes -= costOf(run);
+    m_load->bytes -= costOf(run);
+  }
+  m_arrivals.clear();
   m_arrived.notify_one();
   m_load->room.notify_one();
 }
@@ -195,20 +209,21 @@ void BridgeWorker::run(const EndHandler& onEnd) {
     LocalMonitor::instance().writeLine(L"bridge", failure.c_str());
     stop(failure);
   }
+  letGoOfRun();
   onEnd(failure);
 }
 
-void BridgeWorker::serveOne(OwnedFrame frame) {
-  const FrameHeader header = frame.header;
+void BridgeWorker::serveOne(const Frame& frame) {
+  const FrameHeader& header = frame.header;
   switch (header.kind) {
     case FrameKind::kCreate:
-      m_serving.create(header, frame.payload);
+      m_serving.create(header, frame.payload());
       return;
     case FrameKind::kRequest:
-      m_serving.request(header, std::make_unique<Source>(*this, std::move(frame)));
+      m_serving.request(header, std::make_unique<Source>(*this, frame));
       return;
     case FrameKind::kRelease:
-      m_serving.release(header, readReason(frame.payload));
+      m_serving.release(header, readReason(frame.payload()));
       return;
     default:
       throw CS_Exception(kProtocolViolation, L"frame kind %d on a bridge", static_cast<int>(header.kind));

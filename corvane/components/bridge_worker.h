@@ -1,15 +1,15 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/components/serving.h"
 #include "corvane/wire/frame.h"
 #include "corvane/wire/packing.h"
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,15 +19,16 @@ namespace corvane {
 // connection's dispatcher and by each thread.
 struct BridgeLoad {
   const Packing* packing = nullptr;  // how packed frames were packed; null when none may come. Not changed any more
-  std::mutex lock;                   // guards what follows, and the frames of every bridge of the connection
-  std::condition_variable room;      // something was taken out, or a bridge was stopped; the connection's reader waits
-  std::size_t bytes = 0;             // of the frames that wait, with what holding one costs
+  Lock lock;                         // guards what follows, and the frames of every bridge of the connection
+  Condition room;                    // something was taken out, or a bridge was stopped; the connection's reader waits
+  std::size_t bytes = 0;             // of the frames that are held, with what holding them costs
   int threads = 0;
-  std::vector<std::vector<unsigned char>> spare;  // buffers to use again
+  std::vector<unsigned char> spare;  // a buffer to use again
 };
 
-// The thread that serves one bridge, and the frames that wait for it. The connection's reader delivers; when a bound is
-// reached it waits, and so does the sender at the other end of the connection.
+// The thread that serves one bridge, and the frames that wait for it, in the runs in which they have come: each costs
+// one copy and wakes the thread once. The connection's reader delivers; when a bound is reached it waits, and so does
+// the sender at the other end of the connection.
 class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
  public:
   BridgeWorker(CS_Component& bridge, std::shared_ptr<BridgeLoad> load);
@@ -38,7 +39,8 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   // Starts the thread, which holds the bridge until it ends; false when the system has no thread, or the connection
   // kMaxServedBridges of them.
   bool start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd);
-  void deliver(const Frame& frame);
+  // Complete frames that have come together. Waits while too many are held.
+  void deliver(std::span<const unsigned char> frames);
   // No further frame comes. What waits is dropped, because the request that it belongs to was cut, and the thread ends
   // as soon as the component it is in returns.
   void stop(const std::wstring& reason);
@@ -46,37 +48,38 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   static bool waitForAll(unsigned timeoutMilliseconds);
 
  private:
-  struct OwnedFrame {
-    FrameHeader header;
-    std::vector<unsigned char> payload;
-  };
   class Source;
 
   void run(const EndHandler& onEnd);
   // Why the bridge cannot go on; empty when it was stopped.
   std::wstring serveAll();
-  void serveOne(OwnedFrame frame);
-  // The next frame; throws CS_Exception (3102) with the reason once the bridge is stopped.
-  OwnedFrame next();
-  // The same, as it came.
-  OwnedFrame take();
-  // The next one of those that came packed in one; nothing when there is none left.
-  std::optional<OwnedFrame> nextUnpacked();
-  void recycle(OwnedFrame& frame);
+  void serveOne(const Frame& frame);
+  // The next frame, valid until the next call; throws CS_Exception (3102) with the reason once the bridge is stopped.
+  Frame next();
+  void throwIfStopped();
+  // Replaces the run that has been served by the next one that has come.
+  void takeRun();
+  void letGoOfRun() noexcept;
 
-  static std::size_t costOf(const OwnedFrame& frame);
+  // Complete frames one behind the other, of which some have been served.
+  struct Run {
+    std::vector<unsigned char> bytes;
+    std::size_t from = 0;
+    std::optional<Frame> next();
+  };
+  static std::size_t costOf(const std::vector<unsigned char>& run);
   bool hasRoomLocked() const;
 
   // Used by the thread only.
   Serving m_serving;
   std::unique_ptr<Unpacker> m_unpacker;
-  std::vector<unsigned char> m_unpacked;
-  std::size_t m_unpackedFrom = 0;
+  Run m_run;
+  Run m_unpacked;  // what came packed in one frame of it
 
   const std::shared_ptr<BridgeLoad> m_load;  // its lock guards what follows
-  std::condition_variable m_arrived;
-  std::deque<OwnedFrame> m_frames;
-  std::size_t m_bytes = 0;
+  Condition m_arrived;
+  std::deque<std::vector<unsigned char>> m_arrivals;  // runs that wait
+  std::size_t m_bytes = 0;                            // of those and of the one that is served
   bool m_stopped = false;
   std::wstring m_reason;
 };

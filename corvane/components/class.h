@@ -1,9 +1,10 @@
 #pragma once
 
+#include "corvane/base/lock.h"
+
 #include <forward_list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -93,7 +94,7 @@ class ClassRegistry {
   void copyVersions(CS_ClassVersionMap& map);
 
  private:
-  std::mutex m_lock;  // guards what follows
+  corvane::Lock m_lock;  // guards what follows
   std::map<std::wstring, CS_Class*> m_classes;
   std::set<std::wstring> m_offered;
   // Taking a class over takes the same memory however many there are.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/base/rc_ptr.h"
 #include "corvane/components/class.h"
 #include "corvane/records/program_monitor.h"
@@ -8,7 +9,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -156,7 +156,7 @@ class CS_Component {
   std::unique_ptr<CS_Channel> m_channel;
   std::atomic<bool> m_suspended{false};
 
-  std::mutex m_lock;  // guards what follows; never held while another component is called
+  corvane::Lock m_lock;  // guards what follows; never held while another component is called
   bool m_ended = false;
   std::map<std::uint32_t, CS_RCPtr<CS_Component>> m_children;
   std::vector<CS_Listener*> m_listeners;
@@ -191,6 +191,6 @@ class CS_ClassFactory {
   CS_Class* m_class;
   std::wstring m_remoteClassName;
   bool m_announce;
-  std::mutex m_lock;                                         // guards what follows
+  corvane::Lock m_lock;                                      // guards what follows
   std::map<std::thread::id, CS_RCPtr<CS_Component>> m_made;  // the last one of each thread
 };

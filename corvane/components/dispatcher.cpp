@@ -42,7 +42,7 @@ void Dispatcher::onBatchEnd() {
 
 void Dispatcher::onBatchAbandoned() noexcept {
   m_run = {};
-  m_router = nullptr;
+  m_bridgeEnd = nullptr;
   m_bridge = nullptr;  // it holds the connection, which holds this
 }
 
@@ -57,30 +57,28 @@ void Dispatcher::onBridgeFrame(Frame& frame) {
   if (!m_bridge || m_bridge->getIdentifier() != frame.header.bridge) {
     flushRun();
     m_bridge = m_connection.getChild(frame.header.bridge);
-    BridgeEnd* end = m_bridge ? m_bridge->bridgeEnd() : nullptr;
-    m_router = end != nullptr && end->forwards() ? end : nullptr;
+    m_bridgeEnd = m_bridge ? m_bridge->bridgeEnd() : nullptr;
   }
-  if (m_router != nullptr) {
-    if (!m_run.empty() && m_run.data() + m_run.size() == frame.bytes.data()) {
-      m_run = std::span(m_run.data(), m_run.size() + frame.bytes.size());
-    } else {
-      flushRun();
-      m_run = frame.bytes;
-    }
-    return;
-  }
-  if (frame.header.kind == FrameKind::kReply || frame.header.kind == FrameKind::kFailure) {
+  const bool isAnswer = frame.header.kind == FrameKind::kReply || frame.header.kind == FrameKind::kFailure;
+  if (isAnswer && (m_bridgeEnd == nullptr || !m_bridgeEnd->forwards())) {
     m_link.complete(frame);
-  } else if (BridgeEnd* bridge = m_bridge ? m_bridge->bridgeEnd() : nullptr) {
-    bridge->deliver(frame);
-  } else if (frame.header.kind == FrameKind::kRequest && frame.header.wantsReply() && !frame.header.hasMore()) {
-    // The bridge was refused, or has ended here while the peer was still sending.
-    FrameHeader answer = frame.header;
-    answer.kind = FrameKind::kFailure;
-    answer.flags = 0;
-    const std::wstring why = m_serving.refusalOr(frame.header.bridge, L"the bridge does not exist any more");
-    m_link.sendText(answer, why.c_str());
+  } else if (m_bridgeEnd == nullptr) {
+    refuseOnBridge(frame.header);
+  } else if (!m_run.empty() && m_run.data() + m_run.size() == frame.bytes.data()) {
+    m_run = std::span(m_run.data(), m_run.size() + frame.bytes.size());
+  } else {
+    flushRun();
+    m_run = frame.bytes;
   }
+}
+
+// The bridge was refused, or has ended here while the peer was still sending.
+void Dispatcher::refuseOnBridge(const FrameHeader& header) {
+  if (header.kind != FrameKind::kRequest || !header.wantsReply() || header.hasMore()) return;
+  FrameHeader answer = header;
+  answer.kind = FrameKind::kFailure;
+  answer.flags = 0;
+  m_link.sendText(answer, m_serving.refusalOr(header.bridge, L"the bridge does not exist any more").c_str());
 }
 
 void Dispatcher::onConnectionFrame(Frame& frame) {
@@ -139,7 +137,7 @@ void Dispatcher::collect(const Frame& frame) {
 void Dispatcher::flushRun() {
   if (m_run.empty()) return;
   const std::span<unsigned char> run = std::exchange(m_run, {});
-  m_router->forward(run);
+  m_bridgeEnd->deliver(run);
 }
 
 }  // namespace corvane

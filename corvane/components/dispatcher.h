@@ -13,10 +13,10 @@
 
 namespace corvane {
 
-// Hands the frames of one connection to where they belong: replies to who waits for them, frames of a routed bridge to
-// the router, as one run where they stand one behind the other, frames of a bridge of this process to the bridge, and
-// everything else to the components on the connection itself. Owned by the connection, which also owns the link; frames
-// come from the one thread that reads the link.
+// Hands the frames of one connection to where they belong: replies to who waits for them, frames of a bridge or of a
+// router to that, as one run where they stand one behind the other, and everything else to the components on the
+// connection itself. Owned by the connection, which also owns the link; frames come from the one thread that reads the
+// link.
 class Dispatcher : public FrameHandler {
  public:
   using EndHandler = std::function<void(const std::wstring& reason)>;
@@ -36,6 +36,7 @@ class Dispatcher : public FrameHandler {
 
  private:
   void onBridgeFrame(Frame& frame);
+  void refuseOnBridge(const FrameHeader& header);
   void onConnectionFrame(Frame& frame);
   void collect(const Frame& frame);
   void flushRun();
@@ -49,8 +50,8 @@ class Dispatcher : public FrameHandler {
   bool m_hasTaken = false;  // something, which the peer was not told
   Serving m_serving;
   CS_RCPtr<CS_Component> m_bridge;         // the bridge of the last frame, kept for the frames that follow at once
-  BridgeEnd* m_router = nullptr;           // m_bridge, when it passes frames on
-  std::span<unsigned char> m_run;          // frames for m_router that were not passed on yet
+  BridgeEnd* m_bridgeEnd = nullptr;        // of m_bridge; null when nobody takes its frames
+  std::span<unsigned char> m_run;          // frames for it that were not delivered yet
   std::vector<unsigned char> m_collected;  // the request to a component of the connection that is still arriving
   bool m_collecting = false;
   FrameHeader m_first;

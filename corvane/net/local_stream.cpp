@@ -1,11 +1,11 @@
 #include "corvane/net/local_stream.h"
 
+#include "corvane/base/lock.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 
 #include <algorithm>
 #include <array>
-#include <condition_variable>
 #include <mutex>
 
 namespace corvane {
@@ -19,8 +19,8 @@ struct OneWay {
 };
 
 struct Pipe {
-  std::mutex lock;  // guards what follows
-  std::condition_variable changed;
+  Lock lock;  // guards what follows
+  Condition changed;
   std::array<OneWay, 2> ways;  // by the end that sends
   std::array<bool, 2> isOver = {false, false};
 

@@ -1,5 +1,6 @@
 #include "corvane/records/program_monitor.h"
 
+#include "corvane/base/lock.h"
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "corvane/records/messages.h"
@@ -18,7 +19,7 @@ constexpr std::size_t kStackText = 1024;
 
 // Never destroyed: records may be written until the last moment of the process.
 struct DefaultMonitor {
-  std::mutex lock;
+  corvane::Lock lock;
   CS_RCPtr<CS_ProgramMonitor> monitor;
 };
 

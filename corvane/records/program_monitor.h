@@ -1,10 +1,10 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/base/rc_ptr.h"
 
 #include <cstdarg>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -148,7 +148,7 @@ class LocalMonitor : public CS_ProgramMonitor {
   LocalMonitor() = default;
   LogSink& sink();
 
-  std::mutex m_lock;  // guards m_sink and the order of lines
+  corvane::Lock m_lock;  // guards m_sink and the order of lines
   std::unique_ptr<LogSink> m_sink;
 };
 

@@ -1,5 +1,6 @@
 #include "corvane/records/shared_log_file.h"
 
+#include "corvane/base/process.h"
 #include "tests/support/import_seam.h"
 
 #include <aclapi.h>
@@ -22,8 +23,7 @@ using ::testing::Not;
 class SharedLogFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_folder = fs::temp_directory_path() /
-               (std::string("shared_log_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    m_folder = fs::temp_directory_path() / ("shared_log_" + std::to_string(corvane::processId()));
     fs::remove_all(m_folder);
     fs::create_directories(m_folder);
   }

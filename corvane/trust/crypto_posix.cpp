@@ -2,10 +2,11 @@
 #include "corvane/records/messages.h"
 #include "corvane/trust/crypto.h"
 
+#include <algorithm>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
-#include <openssl/rand.h>
+#include <unistd.h>
 
 namespace corvane {
 
@@ -20,9 +21,13 @@ Bytes32 hmacSha256(std::span<const unsigned char> key, std::span<const unsigned 
   return digest;
 }
 
+// From the system itself: OpenSSL makes a generator for each thread, and a thread serves one connection.
 void fillWithRandom(std::span<unsigned char> bytes) {
-  if (::RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
-    throw CS_Exception(kMissingObject, L"the system gives no random numbers");
+  constexpr std::size_t kAtOnce = 256;  // what the system gives in one call
+  for (; !bytes.empty(); bytes = bytes.subspan(std::min(bytes.size(), kAtOnce))) {
+    if (::getentropy(bytes.data(), std::min(bytes.size(), kAtOnce)) != 0) {
+      throw CS_Exception(kMissingObject, L"the system gives no random numbers");
+    }
   }
 }
 

@@ -46,6 +46,17 @@ TEST(Crypto, GivesOtherRandomBytesEachTime) {
   EXPECT_NE(one, Bytes32());
 }
 
+TEST(Crypto, GivesAnyNumberOfRandomBytes) {
+  for (const std::size_t size : {1, 255, 256, 257, 100000}) {
+    std::vector<unsigned char> bytes(size);
+    fillWithRandom(bytes);
+    for (std::size_t at = 0; at + 64 <= size; at += 64) {
+      const std::vector<unsigned char> zeros(64);
+      EXPECT_FALSE(std::equal(zeros.begin(), zeros.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at))) << at;
+    }
+  }
+}
+
 TEST(Crypto, SeesADifferenceInEveryBit) {
   const Bytes32 zeros{};
   EXPECT_TRUE(equalInConstantTime(zeros, Bytes32()));

@@ -56,12 +56,12 @@ bool isLineEnd(std::span<const unsigned char> rest) {
 }  // namespace
 
 std::wstring toHex(const Bytes32& bytes) {
-  constexpr wchar_t kDigits[] = L"0123456789abcdef";
+  constexpr wchar_t kHexDigits[] = L"0123456789abcdef";
   std::wstring text;
   text.reserve(2 * bytes.size());
   for (const unsigned char byte : bytes) {
-    text.push_back(kDigits[byte >> 4]);
-    text.push_back(kDigits[byte & 15]);
+    text.push_back(kHexDigits[byte >> 4]);
+    text.push_back(kHexDigits[byte & 15]);
   }
   return text;
 }

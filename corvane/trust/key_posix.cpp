@@ -85,8 +85,8 @@ std::wstring keyFolderRefusal(const std::string& folder) {
   if (!S_ISDIR(facts.st_mode)) return L"it is no folder: " + name;
   if (facts.st_uid != ::geteuid() && facts.st_uid != 0) {
     return L"it belongs to another account (number " + std::to_wstring(facts.st_uid) +
-           L"), which may put keys into it; make it this account's with: chown " + std::to_wstring(::geteuid()) + L" " +
-           name;
+           L"), which may put keys into it; run this as that account, or make it this account's with: chown " +
+           std::to_wstring(::geteuid()) + L" " + name;
   }
   if ((facts.st_mode & 022) != 0) {
     return L"others may put keys into it; make it private with: chmod go-rwx " + name;

@@ -235,8 +235,8 @@ TEST(KeyFolder, OfAnotherAccountIsRefusedWithWhatToDo) {
   std::filesystem::permissions(path, perms::owner_all);
   ASSERT_EQ(::chown(path.c_str(), 12345, 0), 0);
   EXPECT_EQ(KeyFolder(path).refusal(),
-            L"it belongs to another account (number 12345), which may put keys into it; make it this account's with: "
-            L"chown 0 " +
+            L"it belongs to another account (number 12345), which may put keys into it; run this as that account, or "
+            L"make it this account's with: chown 0 " +
                 fromUtf8(path));
   ASSERT_EQ(::chown(path.c_str(), 0, 12345), 0);
   EXPECT_EQ(KeyFolder(path).refusal(), L"");

@@ -63,7 +63,7 @@ FrameReader::Fill FrameReader::fill(Stream& stream, std::optional<Deadline> dead
   }
   if (m_buffer.empty()) m_buffer.resize(kFirstSize);
   // Only here: frames that were handed out point into the buffer.
-  if (m_to == m_buffer.size()) m_buffer.resize(std::min(2 * m_buffer.size(), kLargestSize));
+  if (m_to == m_buffer.size()) m_buffer.resize(std::min(8 * m_buffer.size(), kLargestSize));
   const auto received = stream.receive(std::span(m_buffer).subspan(m_to), deadline);
   if (!received) return Fill::kTimedOut;
   if (*received == 0) return Fill::kClosed;

@@ -81,8 +81,8 @@ class FrameReader {
   bool isBetweenFrames() const { return m_from == m_to; }
 
   // The buffer starts small, for a caller that gets short replies, and grows when a receive fills it.
-  static constexpr std::size_t kFirstSize = 16 * 1024;
-  static constexpr std::size_t kLargestSize = 256 * 1024;
+  static constexpr std::size_t kFirstSize = 2 * 1024;
+  static constexpr std::size_t kLargestSize = 136 * 1024;
 
  private:
   std::vector<unsigned char> m_buffer;

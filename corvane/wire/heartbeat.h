@@ -1,10 +1,9 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/net/patience.h"
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -35,8 +34,8 @@ class Heartbeat {
   void run();
 
   const Patience m_patience;
-  std::mutex m_lock;  // guards what follows
-  std::condition_variable m_changed;
+  Lock m_lock;  // guards what follows
+  Condition m_changed;
   bool m_stopping = false;
   std::vector<std::weak_ptr<Link>> m_links;
   std::thread m_thread;

@@ -72,9 +72,9 @@ void Link::end(const wchar_t* reason) {
       // The end is what counts: a waiting thread must not wait for memory as well.
     }
     handler = std::exchange(m_handler, nullptr);
-    m_changed.notify_all();
-    m_stream->shutdown();  // does not block
-    if (m_uses == 0) m_stream->close();
+    callAll();
+    // Does not block. Where no thread is in a call with it, closing it tells the other side as well.
+    m_uses == 0 ? m_stream->close() : m_stream->shutdown();
   }
   if (handler != nullptr) handler->onLinkEnd(m_reason);  // not changed any more
 }
@@ -86,8 +86,8 @@ void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
     pending->m_done = pending->m_failed = true;
     pending->m_failure = kConnectionLost;
     pending->m_reason = reason;
+    if (pending->m_seat != nullptr) pending->m_seat->called.notify_one();
   }
-  m_changed.notify_all();
 }
 
 // Reading by turns
@@ -99,9 +99,9 @@ bool Link::readOnce(std::optional<Deadline> deadline) {
       case FrameReader::Fill::kTimedOut:
         return false;
       case FrameReader::Fill::kClosed:
-        throw CS_Exception(kConnectionLost, m_reader.isBetweenFrames()
-                                                ? kClosedInOrder
-                                                : L"the other side closed the connection in the middle of a frame");
+        end(m_reader.isBetweenFrames() ? kClosedInOrder
+                                       : L"the other side closed the connection in the middle of a frame");
+        return true;
       case FrameReader::Fill::kData:
         heard();
         frame = m_reader.next();
@@ -137,7 +137,7 @@ void Link::readForService() {
 std::wstring Link::serve() {
   {
     std::unique_lock lock(m_stateLock);
-    m_changed.wait(lock, [&] { return !m_hasLeader || m_ended; });
+    m_leadIsFree.wait(lock, [&] { return !m_hasLeader || m_ended; });
     m_hasLeader = true;
   }
   try {
@@ -150,8 +150,52 @@ std::wstring Link::serve() {
   }
   const std::lock_guard guard(m_stateLock);
   m_hasLeader = false;
-  m_changed.notify_all();
   return m_reason;
+}
+
+void Link::sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline) {
+  if (m_freeSeats == nullptr) m_freeSeats = std::make_unique<Seat>();
+  std::unique_ptr<Seat> seat = std::move(m_freeSeats);
+  m_freeSeats = std::move(seat->nextFree);
+  pending.m_seat = seat.get();
+  seat->called.wait_until(lock, deadline);
+  pending.m_seat = nullptr;
+  seat->nextFree = std::move(m_freeSeats);
+  m_freeSeats = std::move(seat);
+}
+
+void Link::callLeader() {
+  if (m_hasLeader || m_ended) return;
+  m_leadIsFree.notify_one();
+  for (const auto& [correlation, pending] : m_pending) {
+    if (pending->m_seat == nullptr || pending->m_done) continue;
+    pending->m_seat->called.notify_one();
+    return;
+  }
+}
+
+void Link::callAll() {
+  m_leadIsFree.notify_all();
+  for (const auto& [correlation, pending] : m_pending) {
+    if (pending->m_seat != nullptr) pending->m_seat->called.notify_one();
+  }
+}
+
+void Link::lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline) {
+  m_hasLeader = true;
+  bool isInTime = true;
+  while (!done && !m_ended && isInTime) {
+    lock.unlock();
+    try {
+      isInTime = readOnce(deadline);
+    } catch (const CS_Exception& exception) {
+      end(exception.detail());
+    } catch (const std::exception&) {
+      end(L"not enough memory");
+    }
+    lock.lock();
+  }
+  m_hasLeader = false;
 }
 
 Link::Pending::Pending(Link& link, std::uint32_t bridge) : m_link(link), m_bridge(bridge) {
@@ -167,32 +211,17 @@ Link::Pending::~Pending() {
 
 std::vector<unsigned char> Link::Pending::wait(Deadline deadline) {
   std::unique_lock lock(m_link.m_stateLock);
-  while (!m_done) {
-    if (m_link.m_ended) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
-    if (std::chrono::steady_clock::now() >= deadline) throw CS_Exception(kReplyTimedOut, nullptr);
-    if (m_link.m_hasLeader) {
-      m_link.m_changed.wait_until(lock, deadline);
-      continue;
-    }
-    m_link.m_hasLeader = true;
-    lock.unlock();
-    try {
-      m_link.readOnce(deadline);
-    } catch (const CS_Exception& exception) {
-      m_link.end(exception.detail());
-    } catch (const std::exception&) {
-      m_link.end(L"not enough memory");
-    }
-    lock.lock();
-    m_link.m_hasLeader = false;
-    m_link.m_changed.notify_all();
-  }
+  while (!m_done && !m_link.m_ended && std::chrono::steady_clock::now() < deadline)
+    m_link.m_hasLeader ? m_link.sleepFor(*this, lock, deadline) : m_link.lead(lock, m_done, deadline);
+  m_link.callLeader();
+  if (!m_done && m_link.m_ended) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
+  if (!m_done) throw CS_Exception(kReplyTimedOut, nullptr);
   if (m_failed) throw CS_Exception(m_failure, L"%s", m_reason.c_str());
   return std::move(m_bytes);
 }
 
 void Link::complete(const Frame& frame) {
-  const std::lock_guard guard(m_stateLock);
+  std::unique_lock guard(m_stateLock);
   const auto found = m_pending.find(frame.header.correlation);
   if (found == m_pending.end()) return;
   Pending& pending = *found->second;
@@ -208,7 +237,10 @@ void Link::complete(const Frame& frame) {
     pending.m_failure = kRequestRefused;
     pending.m_reason = readReason(pending.m_bytes);
   }
-  m_changed.notify_all();
+  Seat* const seat = pending.m_seat;
+  guard.unlock();
+  // Behind the lock, for which the woken thread would have to wait; the seat is the link's.
+  if (seat != nullptr) seat->called.notify_one();
 }
 
 void Link::lookForNews() {
@@ -229,7 +261,7 @@ void Link::lookForNews() {
   }
   const std::lock_guard guard(m_stateLock);
   m_hasLeader = false;
-  m_changed.notify_all();
+  callLeader();
 }
 
 }  // namespace corvane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/net/socket.h"
 #include "corvane/wire/frame.h"
 #include "corvane/wire/value_writer.h"
@@ -111,6 +112,10 @@ class Link {
 
   std::uint32_t nextCorrelation();
 
+ private:
+  struct Seat;
+
+ public:
   // A reply that a thread waits for; registered for as long as it lives.
   class Pending {
    public:
@@ -133,6 +138,7 @@ class Link {
     int m_failure = 0;
     std::wstring m_reason;
     std::vector<unsigned char> m_bytes;
+    Seat* m_seat = nullptr;  // while its thread sleeps
   };
 
   // Takes a reply or failure for a waiting request; one that is not waited for any more is dropped.
@@ -163,6 +169,21 @@ class Link {
   static constexpr std::size_t kLookEvery = 1024 * 1024;
 
  private:
+  // Where a thread sleeps until its reply is there or it is its turn to lead: each is called by itself, because with
+  // many threads on one connection the others would be woken for every reply in vain. The link keeps those that were
+  // used.
+  struct Seat {
+    Condition called;
+    std::unique_ptr<Seat> nextFree;
+  };
+  // With the state lock held. Sleeps until somebody calls the seat of the reply, or the deadline passes. Throws
+  // std::bad_alloc when there is no seat.
+  void sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline);
+  // With the state lock held: somebody who waits is to lead, as nobody does. Whoever leaves without a leader calls.
+  void callLeader();
+  // Wakes everybody, with the state lock held.
+  void callAll();
+
   // One use of the socket by a thread. The last one to leave after the end closes it: the handle's number must not be
   // given to another connection while a thread is still in a call with it. Throws 3102 once the link has ended.
   class Use {
@@ -179,6 +200,8 @@ class Link {
   FrameReader::Fill fill(std::optional<Deadline> deadline);
   // False when nothing came until the deadline.
   bool readOnce(std::optional<Deadline> deadline);
+  // Reads as the leader until the condition holds, the link has ended or nothing came until the deadline.
+  void lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline);
   void readForService();
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
@@ -195,12 +218,13 @@ class Link {
   std::optional<std::chrono::milliseconds> m_silence;
   std::atomic<std::uint32_t> m_taken{0};
 
-  std::mutex m_sendLock;  // guards what follows, and the order of frames on the socket
+  Lock m_sendLock;  // guards what follows, and the order of frames on the socket
   std::vector<unsigned char> m_announcements;
   std::size_t m_sentSinceLook = 0;
 
-  mutable std::mutex m_stateLock;  // guards what follows; never held while sending, receiving or handling
-  std::condition_variable m_changed;
+  mutable Lock m_stateLock;  // guards what follows; never held while sending, receiving or handling
+  Condition m_leadIsFree;    // for serve()
+  std::unique_ptr<Seat> m_freeSeats;
   bool m_hasLeader = false;
   bool m_ended = false;
   int m_uses = 0;

@@ -70,12 +70,21 @@ bool ThinLine::isBusy(std::size_t bytes) const {
   return m_turns != m_turn || !m_window.hasRoom(bytes) || SendWindow::Clock::now() < m_nextSend;
 }
 
+std::size_t ThinLine::unpackedPiece() const {
+  const std::lock_guard guard(m_lock);
+  return unpackedPieceOf(m_window.size());
+}
+
+std::size_t ThinLine::unpackedPieceOf(std::size_t window) {
+  return std::clamp(window / kPiecesOnTheWay, kUnpackedPiece, kPiece);
+}
+
 std::size_t ThinLine::waiting() const {
   const std::lock_guard guard(m_lock);
   return static_cast<std::size_t>(m_turns - m_turn);
 }
 
-void ThinLine::awaitRoom(std::unique_lock<std::mutex>& lock, std::size_t bytes) {
+void ThinLine::awaitRoom(std::unique_lock<Lock>& lock, std::size_t bytes) {
   for (;;) {
     if (m_ended) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
     const auto now = SendWindow::Clock::now();
@@ -175,7 +184,7 @@ void JobLane::append(const FrameHeader& header, std::span<const unsigned char> p
 
 std::size_t JobLane::pieceSize() const {
   const bool isPacked = m_packer != nullptr && m_skip == 0;
-  return isPacked || !m_line->isBusy(ThinLine::kPiece) ? ThinLine::kPiece : ThinLine::kUnpackedPiece;
+  return isPacked || !m_line->isBusy(ThinLine::kPiece) ? ThinLine::kPiece : m_line->unpackedPiece();
 }
 
 bool JobLane::isWorthPacking() {
@@ -188,7 +197,8 @@ void JobLane::sendPiece() {
   bool isPacked = false;
   if (isWorthPacking() && m_piece.size() > kFrameHeaderSize) {
     isPacked = m_packer->pack(m_piece, m_beginsAnew, m_packed) && m_packed.size() + kFrameHeaderSize < m_piece.size();
-    if (!isPacked) m_skip = kPiecesAsTheyAre;
+    if (!isPacked) m_skip = m_skipNext;
+    m_skipNext = isPacked ? kPiecesAsTheyAre : std::min(2 * m_skipNext, kMostAsTheyAre);
   }
   m_sent += m_piece.size();
   if (isPacked) {

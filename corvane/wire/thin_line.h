@@ -1,11 +1,11 @@
 #pragma once
 
+#include "corvane/base/lock.h"
 #include "corvane/net/patience.h"
 #include "corvane/net/stream.h"
 #include "corvane/wire/packing.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -74,6 +74,9 @@ class ThinLine {
 
   // Whether a piece of so many bytes would have to wait now.
   bool isBusy(std::size_t bytes) const;
+  // How much may be sent at once of what does not become shorter: a share of what is on its way.
+  std::size_t unpackedPiece() const;
+  static std::size_t unpackedPieceOf(std::size_t window);
   // How many pieces wait, the one whose turn it is included.
   std::size_t waiting() const;
   // Waits for its turn and for room and sends complete frames of a job. Throws CS_Exception (3102) when the connection
@@ -87,15 +90,16 @@ class ThinLine {
   static constexpr std::uint64_t kLeastRate = 8000;
   // How much a job sends at once; some twentieth of a second on a line of 2 Mbit/s.
   static constexpr std::size_t kPiece = 24 * 1024;
-  // The same on a busy line for what does not become shorter.
+  // The same on a busy line for what does not become shorter: this, or more where the line is fast (unpackedPiece()).
   static constexpr std::size_t kUnpackedPiece = 8 * 1024;
+  static constexpr std::size_t kPiecesOnTheWay = 8;
 
  private:
-  void awaitRoom(std::unique_lock<std::mutex>& lock, std::size_t bytes);
+  void awaitRoom(std::unique_lock<Lock>& lock, std::size_t bytes);
 
   const std::shared_ptr<Link> m_link;
-  mutable std::mutex m_lock;  // guards what follows
-  std::condition_variable m_changed;
+  mutable Lock m_lock;  // guards what follows
+  Condition m_changed;
   SendWindow m_window;
   SendAllowance m_allowance;
   std::uint64_t m_bytesPerSecond = 0;  // 0: as fast as it goes
@@ -118,7 +122,10 @@ class JobLane {
   void send(std::span<const unsigned char> frames);
 
   static constexpr std::uint64_t kAlwaysPacked = 256 * 1024;
-  static constexpr int kPiecesAsTheyAre = 16;  // after one that did not become shorter
+  // So many pieces go as they are after one that did not become shorter, and twice as many after each further one:
+  // trying costs more than sending on a fast line.
+  static constexpr int kPiecesAsTheyAre = 16;
+  static constexpr int kMostAsTheyAre = 1024;
 
  private:
   void append(const FrameHeader& header, std::span<const unsigned char> payload);
@@ -133,6 +140,7 @@ class JobLane {
   std::uint32_t m_bridge = 0;
   std::uint64_t m_sent = 0;
   int m_skip = 0;
+  int m_skipNext = kPiecesAsTheyAre;
   bool m_beginsAnew = true;
 };
 

@@ -400,6 +400,41 @@ TEST_F(JobLaneTest, WhatDoesNotBecomeShorterGoesAsItIsAndIsTriedAgainAfterSomePi
   EXPECT_EQ(m_packing.begun, 2);
 }
 
+TEST_F(JobLaneTest, WhatStaysLongIsTriedAfterTwiceAsManyPiecesEachTimeUntilSomeBecomesShorter) {
+  std::vector<int> tried;
+  int at = 0;
+  const auto sendPieces = [&](int count, bool succeeds) {
+    m_packing.succeeds = succeeds;
+    for (const int end = at + count; at < end; ++at) {
+      const int before = m_packing.asked;
+      sent(request(2000));
+      if (m_packing.asked != before) tried.push_back(at);
+    }
+  };
+  sendPieces(112, false);
+  EXPECT_EQ(tried, (std::vector<int>{0, 16, 48}));
+  sendPieces(1, true);
+  EXPECT_EQ(tried.back(), 112);
+  sendPieces(17, false);
+  EXPECT_EQ(tried, (std::vector<int>{0, 16, 48, 112, 113, 129}));
+}
+
+TEST_F(JobLaneTest, ManyPiecesThatStayLongAreTriedOnceInAThousand) {
+  m_packing.succeeds = false;
+  for (int i = 0; i < 16 + 32 + 64 + 128 + 256 + 512 + 1024 + 1024; ++i)
+    sent(request(10));
+  EXPECT_EQ(m_packing.asked, 8);
+  sent(request(10));
+  EXPECT_EQ(m_packing.asked, 9);
+}
+
+TEST(UnpackedPiece, IsAnEighthOfTheWindowOf8KibibytesAtLeastAndOf24AtMost) {
+  EXPECT_EQ(ThinLine::unpackedPieceOf(SendWindow::kLeast), 8192u);
+  EXPECT_EQ(ThinLine::unpackedPieceOf(SendWindow::kFirst), 8192u);
+  EXPECT_EQ(ThinLine::unpackedPieceOf(128 * 1024), 16384u);
+  EXPECT_EQ(ThinLine::unpackedPieceOf(SendWindow::kMost), 24576u);
+}
+
 TEST_F(JobLaneTest, ShortFramesThatComeTogetherShareAPiece) {
   std::vector<unsigned char> frames;
   for (int i = 0; i < 100; ++i) {

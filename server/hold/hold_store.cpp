@@ -74,10 +74,15 @@ void HoldStore::Coming::complete() {
                       "make room there, or see who may write to it, and print again");
   }
   m_isComplete = true;
-  const std::lock_guard<std::mutex> guard(m_store.m_lock);
-  Entry& entry = m_store.m_entries.at(m_sequence);
-  entry.job = std::move(known);
-  entry.place = Place::kComplete;
+  bool isGivenUp = false;
+  {
+    const std::lock_guard<std::mutex> guard(m_store.m_lock);
+    Entry& entry = m_store.m_entries.at(m_sequence);
+    entry.job = std::move(known);
+    entry.place = Place::kComplete;
+    isGivenUp = entry.isGivenUp;
+  }
+  if (isGivenUp) m_store.remove(m_job.number);
 }
 
 HoldStore::HoldStore(std::filesystem::path folder, const Limits& limits, Log& log)
@@ -293,7 +298,11 @@ bool HoldStore::remove(int number) {
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     const auto found = findLocked(number);
-    if (found == m_entries.end() || found->second.place == Place::kComing) return false;
+    if (found == m_entries.end()) return false;
+    if (found->second.place == Place::kComing) {
+      found->second.isGivenUp = true;
+      return false;
+    }
     gone = m_entries.extract(found);
   }
   if (const std::string why = removeFiles(gone.mapped()); !why.empty()) {

@@ -54,7 +54,8 @@ class HoldStore {
     void start(protocol::JobStart start) { m_job.start = std::move(start); }
     // Both throw HoldRefusal; then the job cannot be completed.
     void append(std::span<const unsigned char> bytes);
-    // Returns when the job is on the disk. It is not delivered before settle().
+    // Returns when the job is on the disk. It is not delivered before settle(). One that was to be removed meanwhile
+    // is.
     void complete();
     const HeldJob& job() const { return m_job; }
 
@@ -89,8 +90,8 @@ class HoldStore {
   // It was not delivered, and does not hold up those behind it, until retry().
   void setAside(int number, std::string cause, std::string remedy);
   void retry(const Owner& owner);
-  // Its end. False when it is not there. Takes no memory unless its file cannot be removed; that is tried again by
-  // removeLeft().
+  // Its end. False when it is not there; one that comes still is removed once it is whole, unless it is not. Takes no
+  // memory unless its file cannot be removed; that is tried again by removeLeft().
   bool remove(int number);
   void removeLeft();
   // Its file is not as it was written: it stays under another name, whose path is returned.
@@ -120,6 +121,7 @@ class HoldStore {
     HeldJob job;
     Place place = Place::kComing;
     Place before = Place::kWaiting;  // of one that is being delivered
+    bool isGivenUp = false;          // who brings it has left
     std::int64_t bytes = 0;
     std::filesystem::path file, sent;  // their names, so that removing them takes no memory
     std::optional<std::wstring> sentTo;

@@ -134,6 +134,21 @@ TEST_F(HoldStoreTest, OfAJobThatIsNotCompletedNothingStays) {
   EXPECT_THAT(files(), ElementsAre("in-use"));
 }
 
+// Its end comes while the file is being completed on another thread.
+TEST_F(HoldStoreTest, AJobWhoseBringerHasLeftBeforeItWasWholeGoesWhenItIsAndHoldsUpNoOther) {
+  const auto coming = m_store->begin(job(1));
+  coming->append(std::vector<unsigned char>(5, 'x'));
+  EXPECT_FALSE(m_store->remove(1));
+  hold(2);
+  EXPECT_EQ(take(), 2);
+  m_store->putBack(2);
+  coming->complete();
+  EXPECT_FALSE(m_store->settle(1));
+  EXPECT_THAT(files(), ElementsAre("000000000002.job", "in-use"));
+  EXPECT_EQ(m_store->all().size(), 1u);
+  EXPECT_EQ(take(), 2);
+}
+
 TEST_F(HoldStoreTest, OneThatIsSetAsideHoldsUpNoOtherUntilItIsTriedAgain) {
   hold(1);
   hold(2);

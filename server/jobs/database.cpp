@@ -37,6 +37,23 @@ std::int64_t Database::number(const char* query) {
   return statement.step() ? statement.number(0) : 0;
 }
 
+void Database::inTransaction(const std::function<void()>& work) {
+  const auto isOpen = [this] { return sqlite3_get_autocommit(m_database) == 0; };
+  if (isOpen()) run("ROLLBACK");
+  run("BEGIN IMMEDIATE");
+  try {
+    work();
+    run("COMMIT");
+  } catch (...) {
+    try {
+      if (isOpen()) run("ROLLBACK");
+    } catch (const std::exception&) {
+      // The next transaction tries again.
+    }
+    throw;
+  }
+}
+
 Statement::Statement(Database& database, const std::string& text) : m_database(database) {
   check(sqlite3_prepare_v2(database.m_database, text.c_str(), -1, &m_statement, nullptr));
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -35,6 +36,9 @@ class Database {
   // Statements without parameters and results, one behind the other.
   void run(const char* statements);
   std::int64_t number(const char* query);
+  // All of what the work does, or nothing when it throws, whatever that is. One that could not be taken back, because
+  // there was no memory for that either, is when the next one begins.
+  void inTransaction(const std::function<void()>& work);
 
  private:
   friend class Statement;

@@ -190,14 +190,12 @@ void JobBook::answeredLocked(Entry& entry, const CS_BridgeRouter::Passing& passi
     entry.record.state = JobState::kHeld;
     return;
   }
-  entry.record.ended = utcNow();
-  if (!isTaken) {
-    if (entry.isRefused) return;  // its record says more
+  if (isTaken && !entry.hasPaper) entry.record.state = JobState::kDelivered;
+  if (!isTaken && !entry.isRefused) {  // of one that was refused the record says more
     failLocked(entry, FailureClass::kPrintClient, protocol::textOf(result),
                L"See in the print client's output what it says about the job.");
-  } else if (!entry.hasPaper) {
-    entry.record.state = JobState::kDelivered;
   }
+  entry.record.ended = utcNow();  // last, because what happened counts when there is no memory for when
 }
 
 void JobBook::passed(int job, const CS_BridgeRouter::Passing& passing) noexcept {
@@ -297,7 +295,11 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
   std::swap(router, entry.router);
   endLocked(entry);
   entry.record.bytes = static_cast<std::int64_t>(ending.bytes);
-  decideLocked(entry, ending, isShown);
+  try {
+    decideLocked(entry, ending, isShown);
+  } catch (const std::bad_alloc&) {
+    if (entry.record.state == JobState::kRunning) entry.record.state = JobState::kFailed;
+  }
   if (entry.isRefused && entry.hold == Hold::kNone) entry.failure = FailureClass::kPrintClient;
   if (entry.record.state == JobState::kHeld) {
     entry.record.ended.clear();
@@ -312,15 +314,18 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
   return false;  // without memory the record is shorter
 }
 
-void JobBook::refused(int job, const std::wstring& cause) {
+void JobBook::refused(int job, std::wstring_view cause) noexcept try {
   const std::lock_guard<std::mutex> guard(m_lock);
   const auto found = m_jobs.find(job);
   if (found == m_jobs.end() || found->second.hasEnded) return;
-  failLocked(found->second, FailureClass::kNotAttached, cause, L"");
+  found->second.record.state = JobState::kFailed;
   endLocked(found->second);
+  failLocked(found->second, FailureClass::kNotAttached, std::wstring(cause), L"");
   countLocked(found->second);
   m_history.put(found->second.record);
   forgetLocked();
+} catch (const std::exception&) {
+  // without memory the record is shorter
 }
 
 template <class Matches>
@@ -493,8 +498,10 @@ protocol::Jobs::Answer JobBook::find(const protocol::Jobs& wanted) {
   const std::lock_guard<std::mutex> guard(m_lock);
   for (JobRecord& job : answer.jobs) {
     const auto found = m_jobs.find(job.number);
-    if (found == m_jobs.end() || !found->second.router) continue;
-    job.bytes = static_cast<std::int64_t>(found->second.router->bytesPassed());
+    if (found == m_jobs.end()) continue;
+    // The history loses what it has no memory for.
+    if (found->second.hasEnded && job.state == JobState::kRunning) job = found->second.record;
+    if (found->second.router) job.bytes = static_cast<std::int64_t>(found->second.router->bytesPassed());
   }
   return answer;
 }

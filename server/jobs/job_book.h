@@ -42,7 +42,7 @@ class JobBook : public JobWatch {
   // Waits for the record of a job that is answered, so that who has the answer may count on it (JobHistory).
   void passed(int job, const CS_BridgeRouter::Passing& passing) noexcept override;
   bool ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown) noexcept override;
-  void refused(int job, const std::wstring& cause) override;
+  void refused(int job, std::wstring_view cause) noexcept override;
 
   // An answer to the end of such a job means no more than that this server has it.
   void hold(int job) override;

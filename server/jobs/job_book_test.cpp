@@ -1,5 +1,6 @@
 #include "server/jobs/job_book.h"
 
+#include "corvane/base/process.h"
 #include "protocol/print_job.h"
 #include "tests/support/protocol/wire_bytes.h"
 
@@ -92,8 +93,7 @@ class JobBookTest : public ::testing::Test {
   }
 
   const std::filesystem::path m_file =
-      std::filesystem::temp_directory_path() /
-      (std::string("job_book_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+      std::filesystem::temp_directory_path() / ("job_book_" + std::to_string(corvane::processId()));
   Log m_log{std::filesystem::path()};
   JobHistory m_history{fileOfItsOwn(), {}, m_log};
   JobBook m_book{m_history, {L"srv", true}};

@@ -112,23 +112,6 @@ std::string upsert() {
       marks, sets);
 }
 
-// All of it, or nothing when it throws.
-template <class Work>
-void inTransaction(Database& database, const Work& work) {
-  database.run("BEGIN IMMEDIATE");
-  try {
-    work();
-    database.run("COMMIT");
-  } catch (const DatabaseFailure&) {
-    try {
-      database.run("ROLLBACK");
-    } catch (const DatabaseFailure&) {
-      // SQLite has done it already.
-    }
-    throw;
-  }
-}
-
 // Far above the numbers of a file that cannot be read, and rising with time.
 int numberWithoutFile() {
   constexpr long long kEarlier = 1700000000;  // 2023
@@ -354,7 +337,7 @@ std::optional<std::string> JobHistory::writeWaiting(const std::map<int, JobRecor
 }
 
 void JobHistory::writeAll(const std::map<int, JobRecord>& records) {
-  inTransaction(*m_database, [&] {
+  m_database->inTransaction([&] {
     Statement insert(*m_database, upsert());
     for (const auto& [number, record] : records) {
       bindAll(insert, record);
@@ -468,7 +451,7 @@ std::int64_t JobHistory::takeDroppedChanges() {
 void JobHistory::haveBeenLogged(const std::vector<Change>& changes) {
   const std::lock_guard<std::mutex> guard(m_databaseLock);
   if (!m_database) return;
-  inTransaction(*m_database, [&] {
+  m_database->inTransaction([&] {
     Statement mark(*m_database, "UPDATE jobs SET logged = ? WHERE number = ?");
     for (const Change& change : changes) {
       mark.bind(1, change.number);

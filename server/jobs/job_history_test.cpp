@@ -1,5 +1,6 @@
 #include "server/jobs/job_history.h"
 
+#include "corvane/base/process.h"
 #include "programs/text.h"
 
 #include <chrono>
@@ -22,8 +23,7 @@ using ::testing::IsEmpty;
 class JobHistoryTest : public ::testing::Test {
  protected:
   JobHistoryTest() {
-    m_folder = fs::temp_directory_path() /
-               (std::string("job_history_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    m_folder = fs::temp_directory_path() / ("job_history_" + std::to_string(corvane::processId()));
     fs::remove_all(m_folder);
     fs::create_directories(m_folder);
     m_log.emplace(m_folder / "aps.log");

@@ -10,7 +10,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const char kInk[] = "Ink,driver=Not installed,format=ps";
+const char kInkWithoutDriver[] = "Ink,driver=Not installed,format=ps";
 
 // Wine's spooler gives every driver version 3; an XPS driver is known by its files there.
 class AdministrationOfDrivers : public Administration {
@@ -30,7 +30,7 @@ class AdministrationOfDrivers : public Administration {
 TEST_F(AdministrationOfDrivers, TheDriverOfTheServerStandsInForThatOfAPrinterThatWasFound) {
   const auto before = machine.listing();
   installWith({"--driver", "Generic PostScript"});
-  const auto client = scene.startClient(5, {kInk, "Found,format=pdf"});
+  const auto client = scene.startClient(5, {kInkWithoutDriver, "Found,format=pdf"});
   EXPECT_THAT(succeed(upCommand()), AllOf(HasSubstr("printer \"Ink (session 5)\" was added\n"),
                                           HasSubstr("printer \"Found (session 5)\" was added\n")));
   EXPECT_THAT(succeed({"doctor", "--processor", "mgtestproc"}),
@@ -63,7 +63,7 @@ TEST_F(AdministrationOfDrivers, TheTableMapsDriversOfClientsToThoseOfTheServer) 
   EXPECT_EQ(succeed({"drivers"}),
             "\"Acme XPS Driver\" sends XPS and cannot be used (mxdwdrv.dll)\n\"Generic PostScript\" can be used\n"
             "no driver is set for all others; mgprintmon install --driver NAME sets one\n");
-  const auto client = scene.startClient(5, {kInk});
+  const auto client = scene.startClient(5, {kInkWithoutDriver});
   expect(upCommand(), 3,
          "needs the driver \"Not installed\", which is not installed\n  Install the driver, or name one");
   expect({"drivers", "map", "Not*", "Nowhere"}, 3, "the printer driver \"Nowhere\" is not installed");

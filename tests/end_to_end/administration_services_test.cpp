@@ -160,6 +160,33 @@ TEST_F(AdministrationOfServices, WhatWasInstalledWithoutKeysAndServicesStaysSoUn
               AllOf(HasSubstr("--keys C:\\ProgramData\\Marrowgate\\Keys"), Not(HasSubstr("--no-keys"))));
 }
 
+TEST_F(AdministrationOfServices, ServePrintClientsOnOtherMachinesWhereInstallSaysSo) {
+  const std::string address = "127.0.0.1:" + std::to_string(Scene().port());
+  installWell({"--listen-clients", address, "--public-address", "print.example:4712"});
+  EXPECT_THAT(machine.administer({"invite", "5"}).output, HasSubstr("mgprint://print.example:4712/session-5/"));
+  EXPECT_THAT(configured("aps"), HasSubstr("--listen-clients " + address + " --public-address print.example:4712"));
+  EXPECT_THAT(install().output, HasSubstr("MgPrintMon 4.0.1.0 is already installed"));
+  installWell({"--no-listen-clients"});
+  EXPECT_THAT(machine.administer({"invite", "5"}).output, HasSubstr("nobody is invited: "));
+  EXPECT_THAT(configured("aps"), AllOf(Not(HasSubstr("--listen-clients")), Not(HasSubstr("--public-address"))));
+}
+
+TEST_F(AdministrationOfServices, CannotServeOtherMachinesAtAnAddressThatIsNoneNorWithoutKeysOrAtAll) {
+  const auto before = machine.listing();
+  const Machine::Result misspelt = install({"--listen-clients", "4712"});
+  EXPECT_EQ(misspelt.code, 2);
+  EXPECT_THAT(misspelt.output, HasSubstr("\"4712\""));
+  const Machine::Result keyless = install({"--no-keys", "--listen-clients", "127.0.0.1:4712"});
+  EXPECT_EQ(keyless.code, 2);
+  EXPECT_THAT(keyless.output, HasSubstr("print clients on other machines are served only where peers must have keys\n"
+                                        "  Add --keys, or leave --listen-clients out.\n"));
+  const Machine::Result none = install({"--no-services", "--public-address", "print.example:4712"});
+  EXPECT_EQ(none.code, 2);
+  EXPECT_THAT(none.output, HasSubstr("aps is no service of this installation, so install cannot set its addresses\n"
+                                     "  Add --services, or start aps with --listen-clients and --public-address.\n"));
+  EXPECT_EQ(difference(before, machine.listing()), "");
+}
+
 TEST_F(AdministrationOfServices, AStrangersServiceOfThatNameIsLeftAlone) {
   sc({"create", "aps", "binPath=", "C:\\windows\\system32\\notepad.exe"});
   const auto before = machine.listing();

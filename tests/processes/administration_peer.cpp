@@ -12,7 +12,7 @@
 namespace tests {
 namespace {
 
-constexpr unsigned kReplyMilliseconds = 60000;
+constexpr unsigned kAnswerMilliseconds = 60000;
 
 void registerClass() {
   static std::once_flag once;
@@ -51,7 +51,7 @@ AdministrationPeer::~AdministrationPeer() {
 AdministrationPeer::Status AdministrationPeer::status() {
   CS_OutRequest request(m_component, 30);
   CS_InRequest reply(request);
-  request.execute(reply, kReplyMilliseconds);
+  request.execute(reply, kAnswerMilliseconds);
   Status status;
   status.version = reply.readUTF();
   status.process = reply.readInt();
@@ -80,7 +80,7 @@ std::vector<std::wstring> AdministrationPeer::records(int count) {
   CS_OutRequest request(m_component, 31);
   request.writeInt(count);
   CS_InRequest reply(request);
-  request.execute(reply, kReplyMilliseconds);
+  request.execute(reply, kAnswerMilliseconds);
   std::vector<std::wstring> lines;
   while (reply.readBoolean())
     lines.emplace_back(reply.readUTF());
@@ -93,7 +93,7 @@ std::pair<bool, std::wstring> AdministrationPeer::invite(int session, bool isSam
   request.writeBoolean(isSameUser);
   request.writeUTF(address);
   CS_InRequest reply(request);
-  request.execute(reply, kReplyMilliseconds);
+  request.execute(reply, kAnswerMilliseconds);
   const bool isMade = reply.readBoolean();
   return {isMade, reply.readUTF()};
 }
@@ -103,7 +103,7 @@ AdministrationPeer::Notices AdministrationPeer::notices(int after, int waitMilli
   request.writeInt(after);
   request.writeInt(waitMilliseconds);
   CS_InRequest reply(request);
-  request.execute(reply, kReplyMilliseconds);
+  request.execute(reply, kAnswerMilliseconds);
   Notices notices;
   notices.latest = reply.readInt();
   while (reply.readBoolean()) {
@@ -129,7 +129,7 @@ std::vector<AdministrationPeer::Job> AdministrationPeer::jobs(int most) {
     request.writeUTF(L"");
   request.writeBoolean(false);
   CS_InRequest reply(request);
-  request.execute(reply, kReplyMilliseconds);
+  request.execute(reply, kAnswerMilliseconds);
   std::vector<Job> jobs;
   while (reply.readBoolean()) {
     Job& job = jobs.emplace_back();
@@ -159,7 +159,7 @@ std::pair<bool, std::wstring> AdministrationPeer::cancel(int job, const wchar_t*
   request.writeInt(job);
   request.writeUTF(by);
   CS_InRequest reply(request);
-  request.execute(reply, kReplyMilliseconds);
+  request.execute(reply, kAnswerMilliseconds);
   const bool isDone = reply.readBoolean();
   return {isDone, reply.readUTF()};
 }

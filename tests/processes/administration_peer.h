@@ -8,6 +8,9 @@
 
 namespace tests {
 
+// What a job's state is as a number on the wire.
+inline constexpr int kRunning = 1, kDelivered = 4, kFailed = 6, kCanceled = 7, kHeld = 8;
+
 // An administration tool's questions to the application server, spoken by the test on a connection of its own. Every
 // operation throws CS_Exception when it fails. Used by one thread.
 class AdministrationPeer {

@@ -30,8 +30,6 @@ namespace {
 using corvane::Identity;
 using ::testing::HasSubstr;
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
-
 corvane::Socket dial(const Scene& scene) {
   return corvane::Socket::connect("127.0.0.1", static_cast<std::uint16_t>(scene.port()), false);
 }
@@ -83,8 +81,8 @@ int endOf(ChildProcess& program) {
   return ended;
 }
 
-void printOne(MonitorPeer& peer, const std::wstring& document) {
-  ASSERT_TRUE(peer.attach(kPrinter));
+void printReport(MonitorPeer& peer, const std::wstring& document) {
+  ASSERT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"j", L"", document, L""}, {1, 1, 1, 1});
   peer.writeJob("hello");
   EXPECT_EQ(peer.endJob(), 1);
@@ -111,10 +109,10 @@ TEST(Crowds, TwoThousandConnectionsThatDoNothingHinderNobody) {
     };
     const auto first = client(5);
     const auto idle = monitor();
-    EXPECT_TRUE(idle->printerInfo(kPrinter));
+    EXPECT_TRUE(idle->printerInfo(kLaserPrinter));
     const Crowd crowd(scene, 2000, hasKeys ? &keys : nullptr);
-    EXPECT_TRUE(idle->printerInfo(kPrinter)) << "who was there before stays";
-    printOne(*monitor(), L"Report");
+    EXPECT_TRUE(idle->printerInfo(kLaserPrinter)) << "who was there before stays";
+    printReport(*monitor(), L"Report");
     EXPECT_EQ(scene.content(5, "Report.txt"), "hello");
     const auto second = client(6);
     const auto tool = hasKeys ? std::make_unique<AdministrationPeer>(scene.port(), monitorKey)
@@ -130,7 +128,7 @@ TEST(Crowds, AServerThatIsToEndWaitsForNobody) {
   const Crowd crowd(scene, 20, nullptr);
   // A job whose client takes nothing, until the server's thread stands in its send.
   auto stuck = std::make_unique<MonitorPeer>(scene.port());
-  ASSERT_TRUE(stuck->attach(kPrinter));
+  ASSERT_TRUE(stuck->attach(kLaserPrinter));
   stuck->startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
   client->waitForLine("receiving ");
   client->signal(SIGSTOP);
@@ -263,7 +261,7 @@ std::chrono::microseconds jobTime(const Scene& scene, const std::string& key, co
   for (int i = 0; i < count; ++i) {
     const auto begin = std::chrono::steady_clock::now();
     MonitorPeer peer(scene.port(), Identity::monitor(), key);
-    printOne(peer, std::wstring(name.begin(), name.end()) + std::to_wstring(i));
+    printReport(peer, std::wstring(name.begin(), name.end()) + std::to_wstring(i));
     times.push_back(std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin));
   }
   std::nth_element(times.begin(), times.begin() + count / 2, times.end());

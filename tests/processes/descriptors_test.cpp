@@ -5,6 +5,7 @@
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_table.h"
 #include "tests/processes/scene.h"
+#include "tests/support/sanitized.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
@@ -16,15 +17,13 @@
 namespace tests {
 namespace {
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
-
 // A connection as soon as the server has a descriptor for it again.
 std::unique_ptr<MonitorPeer> dialUntilServed(const Scene& scene) {
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   for (;;) {
     try {
       auto peer = std::make_unique<MonitorPeer>(scene.port());
-      if (peer->attach(kPrinter)) return peer;
+      if (peer->attach(kLaserPrinter)) return peer;
     } catch (const CS_Exception&) {
       if (std::chrono::steady_clock::now() > giveUp) throw;
     }
@@ -34,9 +33,8 @@ std::unique_ptr<MonitorPeer> dialUntilServed(const Scene& scene) {
 
 // It has 24 at all, of which seven are taken from the beginning, and would serve twelve connections.
 TEST(Descriptors, WhenThereAreNoneItSaysSoKeepsWhomItServesAndServesOthersOnceThereAreSome) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizers look at memory through a pipe, for which there is no descriptor either";
-#endif
+  if (kAddressSanitized)
+    GTEST_SKIP() << "the sanitizers look at memory through a pipe, for which there is no descriptor either";
   Scene scene({}, {"/bin/sh", "-c",
                    "exec 3</dev/null 4</dev/null 5</dev/null 6</dev/null 7</dev/null 8</dev/null 9</dev/null; "
                    "ulimit -n 24; exec \"$@\"",
@@ -50,7 +48,7 @@ TEST(Descriptors, WhenThereAreNoneItSaysSoKeepsWhomItServesAndServesOthersOnceTh
       << scene.server().output();
   const auto client = scene.startClient(5, {"Laser-2"});
   MonitorPeer job(scene.port());
-  ASSERT_TRUE(job.attach(kPrinter));
+  ASSERT_TRUE(job.attach(kLaserPrinter));
   job.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
   job.writeJob("hel");
   std::vector<corvane::Socket> silent;

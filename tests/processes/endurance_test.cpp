@@ -6,6 +6,7 @@
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_watch.h"
 #include "tests/processes/scene.h"
+#include "tests/support/sanitized.h"
 
 #include <algorithm>
 #include <chrono>
@@ -22,12 +23,6 @@ namespace {
 
 using ::testing::IsEmpty;
 using Microseconds = std::vector<long long>;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;  // a sanitizer keeps what is freed, and its memory says nothing about the program's
-#else
-constexpr bool kSanitized = false;
-#endif
 
 int numberOfJobs(int inLongTests) {
   if (std::getenv("MG_LONG_TESTS") != nullptr) return inLongTests;
@@ -85,7 +80,7 @@ std::string dataOf(int session, int job) {
 
 // Prints one document as the port monitor does, and takes it from the client's folder; returns how long the printing
 // took. A job that did not arrive as it was sent fails the test.
-long long printOne(Scene& scene, int session, int job) {
+long long timeOfJob(Scene& scene, int session, int job) {
   const std::string data = dataOf(session, job);
   const auto begin = std::chrono::steady_clock::now();
   int result = 0;
@@ -122,7 +117,7 @@ class Endurance : public ::testing::Test {
         int job = 0;
         try {
           for (; job < jobsOfEachClient && !HasFailure(); ++job) {
-            const long long time = printOne(m_scene, session, job);
+            const long long time = timeOfJob(m_scene, session, job);
             const std::lock_guard<std::mutex> guard(lock);
             times.push_back(time);
           }
@@ -155,8 +150,8 @@ class Endurance : public ::testing::Test {
     const auto client = fresh.startClient(kFirstSession, {"Laser,format=raw"});
     Microseconds old, young;
     for (int job = 0; job < jobs + 100; ++job) {
-      const long long oldTime = printOne(m_scene, kFirstSession, job);
-      const long long youngTime = printOne(fresh, kFirstSession, job);
+      const long long oldTime = timeOfJob(m_scene, kFirstSession, job);
+      const long long youngTime = timeOfJob(fresh, kFirstSession, job);
       if (job < 100) continue;  // the fresh ones warm up
       old.push_back(oldTime);
       young.push_back(youngTime);

@@ -17,11 +17,9 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
-
 // A job whose data have begun to arrive at the client when this returns.
 void begin(MonitorPeer& peer, ChildProcess& client, int mode = 1) {
-  ASSERT_TRUE(peer.attach(kPrinter));
+  ASSERT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"Laser-2 - Job #17", L"Laser-2", L"Report", L"RAW"}, {1, 1, 1, mode});
   peer.writeJob("the beginning");
   client.waitForLine("receiving \"Report\"");
@@ -129,7 +127,7 @@ TEST(Failures, AConvertedJobWithoutDataIsNotPrinted) {
   Scene scene;
   const auto client = scene.startClient(5, {"Laser-2,format=pdf"});
   MonitorPeer peer(scene.port());
-  ASSERT_TRUE(peer.attach(kPrinter));
+  ASSERT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"j", L"", L"Report", L""}, {1, 2, 3, 2});
   EXPECT_EQ(peer.endJob(), -1);
   EXPECT_THAT(scene.files(5), IsEmpty());
@@ -150,11 +148,11 @@ TEST(Failures, WhyAJobFailedReachesTheClientThatItWasForAndNoOther) {
   const auto client = scene.startClient(5, {"Laser-2,format=pdf"});
   const auto other = scene.startClient(6, {"Laser-2,format=pdf"});
   MonitorPeer peer(scene.port());
-  ASSERT_TRUE(peer.attach(kPrinter));
+  ASSERT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"j", L"Laser-2", L"Report", L""}, {1, 2, 3, 2});
   EXPECT_EQ(peer.endJob(), -1);
   client->waitForLine("not printed \"Report\": no data came; ");
-  peer.notify(1234, L"spoolsv", failureOf(kPrinter, L"Report"));
+  peer.notify(1234, L"spoolsv", failureOf(kLaserPrinter, L"Report"));
   client->waitForLine(
       "the server says why \"Report\" for \"Laser-2\" was not printed: normalizer log: Ghostscript: undefined in bar. "
       "Mend the document.");
@@ -188,7 +186,7 @@ TEST(Failures, ACutPdfIsNotPrinted) {
   Scene scene;
   const auto client = scene.startClient(5, {"Laser-2,format=pdf"});
   MonitorPeer peer(scene.port());
-  ASSERT_TRUE(peer.attach(kPrinter));
+  ASSERT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"j", L"", L"Report", L""}, {1, 2, 3, 2});
   peer.writeJob("%PDF-1.4 and not its end");
   EXPECT_EQ(peer.endJob(), -3);

@@ -19,7 +19,7 @@ namespace {
 
 // The session stands in the name of the file to be converted, which is the standard input. What is held has its own
 // folder, named for the session: "at" says that it is there, "go" is a pipe that it waits for somebody to open.
-constexpr char kProgram[] = R"(#!/bin/sh
+constexpr char kGateProgram[] = R"(#!/bin/sh
 session=$(readlink /proc/$$/fd/0 | sed -n 's/.*(session \([0-9]*\)).*/\1/p')
 mine=FOLDER/session-$session
 point=$(cat "$mine/point" 2>/dev/null || echo 0)
@@ -62,7 +62,7 @@ std::string pages(int count) {
 
 GhostscriptGate::GhostscriptGate(const fs::path& folder) : m_folder(folder) {
   fs::create_directories(folder);
-  std::ofstream(program()) << with(kProgram, "FOLDER", folder.string());
+  std::ofstream(program()) << with(kGateProgram, "FOLDER", folder.string());
   fs::permissions(program(), fs::perms::owner_all);
   std::ofstream(document()) << with(kProlog, "PAGES", std::to_string(kPages)) << pages(kPages);
 }

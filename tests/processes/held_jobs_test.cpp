@@ -11,6 +11,7 @@
 #include "tests/processes/process_table.h"
 #include "tests/processes/process_watch.h"
 #include "tests/support/joined_thread.h"
+#include "tests/support/sanitized.h"
 
 #include <atomic>
 #include <chrono>
@@ -32,14 +33,6 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 namespace fs = std::filesystem;
-
-constexpr int kDelivered = 4, kFailed = 6, kCanceled = 7, kHeld = 8;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;  // its run time must come first in the process, where stopped_calls.cpp is
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // What the server has written so far, also before it was ready.
 bool says(const HeldScene& scene, const std::string& text) {
@@ -565,18 +558,18 @@ TEST(HeldJobs, AServerThatIsKilledWhileItTakesAJobHasItWholeOrNotAtAll) {
   std::printf("a server killed while it takes a job: %d runs\n", runs);
 }
 
-struct Stage {
+struct KillPoint {
   const char* server;  // where it stops, or nothing
   const char* client;
 };
 
-const Stage kStages[] = {
+const KillPoint kKills[] = {
     {"rename:.sent", ""},  {"rename+:.sent", ""},  {"", "write:/session5/.p"},    {"", "fsync:/session5/.p"},
     {"", "rename:.begun"}, {"", "rename+:.begun"}, {"", "rename:/session5/Lett"}, {"", "rename+:/session5/Lett"},
     {"", "rename:.taken"}, {"", "rename+:.taken"}, {"unlink:.job", ""},           {"unlink+:.job", ""}};
 
 // Kills one of the two, or both, when one of them has come to that stage of a delivery, and starts them again.
-void killAndComeBack(const Stage& stage, bool killsServer, bool killsClient) {
+void killAndComeBack(const KillPoint& stage, bool killsServer, bool killsClient) {
   HeldScene scene({"--history", "{folder}/jobs.sqlite"}, stage.server);
   scene.makeKnown();
   ASSERT_EQ(scene.print(L"Letter", std::string(200000, 'x')), 1);
@@ -602,7 +595,7 @@ void killAndComeBack(const Stage& stage, bool killsServer, bool killsClient) {
 TEST(HeldJobs, EachArrivesOnceWhoeverIsKilledWhileItIsDelivered) {
   if (kSanitized) GTEST_SKIP() << "nothing can be loaded in front of a sanitized program";
   int runs = 0;
-  for (const Stage& stage : kStages) {
+  for (const KillPoint& stage : kKills) {
     for (const int who : {1, 2, 3}) {
       for (int run = 0; run < runsOfEach() && !::testing::Test::HasFailure(); ++run, ++runs) {
         SCOPED_TRACE(std::string("aps at \"") + stage.server + "\", print client at \"" + stage.client +
@@ -659,6 +652,9 @@ TEST(HeldJobs, TheWeekOfAPersonWhoComesAndGoes) {
       client->waitForLine("printed \"" + names[job] + "\": ");
     }
     ASSERT_TRUE(scene.awaitHeld(0));
+    client->signal(SIGTERM);
+    client->wait();
+    scene.awaitAway();
   }
   std::vector<corvane::Bytes32> arrived;
   for (const std::string& document : scene.contents())

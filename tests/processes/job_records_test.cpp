@@ -27,14 +27,11 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
-constexpr int kRunning = 1, kDelivered = 4, kCanceled = 7;
-
 class JobRecords : public ::testing::Test {
  protected:
   // Announces a job with some of its data.
   static void begin(MonitorPeer& peer, int number, const std::wstring& title) {
-    ASSERT_TRUE(peer.attach(kPrinter));
+    ASSERT_TRUE(peer.attach(kLaserPrinter));
     peer.startJob({L"Laser-2 - Job #" + std::to_wstring(number), L"Laser-2", title, L"RAW"}, {1, 1, 1, 1}, 2);
     peer.writeJob("hello");
   }
@@ -94,7 +91,7 @@ TEST_F(JobRecords, AJobIsKnownWhileItRunsAndWhenItHasArrived) {
   EXPECT_EQ(job.session, 5);
   EXPECT_EQ(job.process, 1234);
   EXPECT_EQ(job.copies, 2);
-  EXPECT_EQ(job.printer, kPrinter);
+  EXPECT_EQ(job.printer, kLaserPrinter);
   EXPECT_EQ(job.document, L"Letter");
   EXPECT_EQ(job.spoolerJob, L"17");
   char host[256] = {};
@@ -109,7 +106,7 @@ TEST_F(JobRecords, AJobIsKnownWhileItRunsAndWhenItHasArrived) {
               {L"job",
                L"Job 17 was delivered",
                {{L"job", L"17"},
-                {L"printer", kPrinter},
+                {L"printer", kLaserPrinter},
                 {L"document", L"Letter"},
                 {L"process", L"1234"},
                 {L"user", L"PC\\anna"},
@@ -198,7 +195,7 @@ TEST_F(JobRecords, AThousandJobsOfTenUsersAreCountedBySqlAndInTheLogOfJobsThatIs
                     {L"job",
                      L"delivered",
                      {{L"job", std::to_wstring(number)},
-                      {L"printer", kPrinter},
+                      {L"printer", kLaserPrinter},
                       {L"document", L"Letter " + std::to_wstring(number)},
                       {L"process", L"1234"},
                       {L"user", L"user" + std::to_wstring(user)},
@@ -271,7 +268,7 @@ TEST_F(JobRecords, OfAServerThatIsKilledNoRecordIsLostOfAJobThatHadEndedAndNoneI
           std::this_thread::yield();
         try {
           MonitorPeer peer(port);
-          if (!peer.attach(kPrinter)) continue;
+          if (!peer.attach(kLaserPrinter)) continue;
           peer.startJob({L"Laser-2 - Job #" + std::to_wstring(number), L"Laser-2", std::to_wstring(number), L"RAW"},
                         {1, 1, 1, 1});
           peer.writeJob("hello");

@@ -24,8 +24,6 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
-
 class KeysTest : public ::testing::Test {
  protected:
   KeysTest() {
@@ -125,8 +123,8 @@ TEST_F(KeysTest, ASessionsKeyMakesNoneOfTheMonitorsComponents) {
   };
   const std::wstring end = L" are for the monitor only, and this peer is session-5";
   const std::wstring port = L"components of the class Quillfern::NTR::PortMonitorClient" + end;
-  EXPECT_EQ(refusal([&] { peer.attach(kPrinter); }), port);
-  EXPECT_EQ(refusal([&] { peer.printerInfo(kPrinter); }), port);
+  EXPECT_EQ(refusal([&] { peer.attach(kLaserPrinter); }), port);
+  EXPECT_EQ(refusal([&] { peer.printerInfo(kLaserPrinter); }), port);
   EXPECT_EQ(refusal([&] { peer.printerList(6); }), port);
   EXPECT_EQ(refusal([&] { peer.launch(L"notepad.exe", L"", nullptr); }), port);
   EXPECT_EQ(refusal([&] { peer.record(77, L"spoolsv", 1, L"a record"); }), L"the server does not take records");

@@ -5,6 +5,7 @@
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/process_table.h"
 #include "tests/processes/scene.h"
+#include "tests/support/sanitized.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,19 +20,13 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;  // its run time must come first in the process, where held_calls.cpp is
-#else
-constexpr bool kSanitized = false;
-#endif
-
 int numberOfRuns() {
   if (std::getenv("MG_LONG_TESTS") != nullptr) return 1000;
   return kSanitized ? 6 : 20;
 }
 
 // Only a positive answer counts as printed.
-bool isPrinted(MonitorPeer& peer) {
+bool endsAsPrinted(MonitorPeer& peer) {
   try {
     return peer.endJob() > 0;
   } catch (const CS_Exception&) {
@@ -74,12 +69,12 @@ TEST(LastWrite, AClientThatDiesAfterItIsNeverReportedAsPrinted) {
     peer.writeJob("the last of it");
     std::future<bool> ended;
     if (atItsDisk) {
-      ended = std::async(std::launch::async, [&] { return isPrinted(peer); });
+      ended = std::async(std::launch::async, [&] { return endsAsPrinted(peer); });
       ASSERT_TRUE(waitUntilStopped(client->id(), 60)) << "run " << run;
     }
     client->signal(SIGKILL);
     client->wait();
-    reported += (ended.valid() ? ended.get() : isPrinted(peer)) ? 1 : 0;
+    reported += (ended.valid() ? ended.get() : endsAsPrinted(peer)) ? 1 : 0;
     ASSERT_EQ(reported, 0) << "run " << run;
     EXPECT_THAT(documents(scene), IsEmpty()) << "run " << run;
     EXPECT_THAT(scene.server().waitForLine("job cut: "),

@@ -84,7 +84,7 @@ int portOf(ChildProcess& server) {
   return std::stoi(line.substr(line.rfind(':') + 1));
 }
 
-int printOne(int port) {
+int printThrough(int port) {
   MonitorPeer peer(port);
   EXPECT_TRUE(peer.attach(L"Laser-2 (session 5)"));
   peer.startJob({L"j", L"", L"A document with a title that takes some room on a line", L""}, {1, 1, 1, 1});
@@ -114,7 +114,7 @@ TEST(Output, ALogThatNobodyReadsStopsNeitherTheServerNorItsJobsNorItsEnd) {
     EXPECT_FALSE(peer.attach(L"Nobody's"));
   }
   EXPECT_TRUE(unread.isFull());
-  EXPECT_EQ(printOne(port), 1);
+  EXPECT_EQ(printThrough(port), 1);
   AdministrationPeer tool(port);
   EXPECT_EQ(tool.records(1000).size(), 100u);
   server.signal(SIGTERM);
@@ -127,7 +127,7 @@ TEST(Output, AClientsOutputThatNobodyReadsStopsNoJob) {
   ChildProcess client(redirected(scene.clientCommand(5, {"Laser-2"}), ">" + unread.path()));
   scene.server().waitForLine("session 5: a print client registers");
   for (int i = 0; i < 60; ++i)
-    ASSERT_EQ(printOne(scene.port()), 1);
+    ASSERT_EQ(printThrough(scene.port()), 1);
   EXPECT_TRUE(unread.isFull());
   EXPECT_EQ(scene.files(5).size(), 60u);
   client.signal(SIGTERM);
@@ -140,7 +140,7 @@ TEST(Output, AFullDiskBelowTheLogIsSaidToTheToolAndStopsNoJob) {
   fs::create_symlink("/dev/full", log);
   Scene scene({"--log", log.string()});
   const auto client = scene.startClient(5, {"Laser-2"});
-  EXPECT_EQ(printOne(scene.port()), 1);
+  EXPECT_EQ(printThrough(scene.port()), 1);
   AdministrationPeer tool(scene.port());
   EXPECT_THAT(tool.records(10),
               Contains(HasSubstr(L" the log cannot be written: No space left on device; its lines are "

@@ -26,13 +26,12 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
 const std::vector<std::string> kLongWait = {"--client-wait", "60"};
 
 TEST(Restart, AJobThatAsksBeforeItsClientIsBackWaitsForItAndArrives) {
   Scene scene(kLongWait);
   MonitorPeer peer(scene.port());
-  auto asked = std::async(std::launch::async, [&] { return peer.printerInfo(kPrinter); });
+  auto asked = std::async(std::launch::async, [&] { return peer.printerInfo(kLaserPrinter); });
   EXPECT_THAT(
       scene.server().waitForLine("printer \"Laser-2 (session 5)\" was requested by process "),
       HasSubstr(std::to_string(getpid()) + "; the answer waits for its print client, which may be reconnecting"));
@@ -40,7 +39,7 @@ TEST(Restart, AJobThatAsksBeforeItsClientIsBackWaitsForItAndArrives) {
   const auto info = asked.get();
   ASSERT_TRUE(info);
   EXPECT_EQ(info->value, 2);
-  EXPECT_TRUE(peer.attach(kPrinter));
+  EXPECT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"j", L"", L"Report", L""}, {1, 1, 1, 1});
   peer.writeJob("hello");
   EXPECT_EQ(peer.endJob(), 1);
@@ -52,8 +51,8 @@ TEST(Restart, AJobAndAListThatComeWhileTheClientIsAwayForAMomentWaitForIt) {
   scene.startClient(5, {"Laser-2"}).reset();
   scene.server().waitForLine("session 5: the print client has gone");
   MonitorPeer peer(scene.port());
-  EXPECT_THAT(peer.printerList(5), ElementsAre(kPrinter)) << "what is known is told at once";
-  auto attached = std::async(std::launch::async, [&] { return peer.attach(kPrinter); });
+  EXPECT_THAT(peer.printerList(5), ElementsAre(kLaserPrinter)) << "what is known is told at once";
+  auto attached = std::async(std::launch::async, [&] { return peer.attach(kLaserPrinter); });
   scene.server().waitForLine("; the answer waits for its print client");
   MonitorPeer other(scene.port());
   auto listed = std::async(std::launch::async, [&] { return other.printerList(6); });
@@ -68,7 +67,7 @@ TEST(Restart, AProgramIsStartedForASessionThatIsKnownWhetherItsClientIsThereOrNo
   scene.startClient(5, {"Laser-2"}).reset();
   scene.server().waitForLine("session 5: the print client has gone");
   MonitorPeer peer(scene.port());
-  EXPECT_TRUE(peer.launch(L"notepad.exe", L"\"a.txt\"", kPrinter.c_str()));
+  EXPECT_TRUE(peer.launch(L"notepad.exe", L"\"a.txt\"", kLaserPrinter.c_str()));
   EXPECT_THAT(scene.server().output(), ::testing::Not(HasSubstr("the answer waits")));
 }
 
@@ -77,7 +76,7 @@ TEST(Restart, AWaitEndsWhenTheCallerGoesAndWhenTheServerIsStopped) {
   auto ends = [](MonitorPeer& peer) {
     return std::async(std::launch::async, [&] {
       try {
-        return std::wstring(peer.printerInfo(kPrinter) ? L"found" : L"not found");
+        return std::wstring(peer.printerInfo(kLaserPrinter) ? L"found" : L"not found");
       } catch (const CS_Exception& exception) {
         return std::wstring(exception.detail());
       }
@@ -124,12 +123,12 @@ TEST(Restart, SessionsThatWereKeptAreKnownBeforeTheirClientsAreBackAndAClientTha
     server = serve();
     line = server->waitForLine("aps listens on 127.0.0.1:");
     MonitorPeer peer(std::stoi(line.substr(line.rfind(':') + 1)));
-    EXPECT_THAT(peer.printerList(5), ElementsAre(kPrinter)) << number;
-    const auto info = peer.printerInfo(kPrinter);
+    EXPECT_THAT(peer.printerList(5), ElementsAre(kLaserPrinter)) << number;
+    const auto info = peer.printerInfo(kLaserPrinter);
     ASSERT_TRUE(info);
     EXPECT_EQ(info->value, 3);
     EXPECT_EQ(info->texts[3], L"A");
-    EXPECT_FALSE(peer.attach(kPrinter));
+    EXPECT_FALSE(peer.attach(kLaserPrinter));
     server->waitForLine(": session 5 has no print client; start one and print again");
   }
 }
@@ -139,7 +138,7 @@ TEST(Restart, AFileOfSessionsThatCannotBeUsedStopsNobody) {
   const auto client = scene.startClient(5, {"Laser-2"});
   scene.server().waitForLine("the sessions are not kept in /nowhere/at/all/sessions: ");
   MonitorPeer peer(scene.port());
-  EXPECT_TRUE(peer.attach(kPrinter));
+  EXPECT_TRUE(peer.attach(kLaserPrinter));
 }
 
 // Jobs that one session's user prints, one after the other, whatever becomes of the server meanwhile.

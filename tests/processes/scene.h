@@ -9,6 +9,9 @@
 
 namespace tests {
 
+// What the server calls the printer "Laser-2" of session 5.
+inline const std::wstring kLaserPrinter = L"Laser-2 (session 5)";
+
 // An application server on a free port and a folder for one test; both are gone when the object dies.
 class Scene {
  public:

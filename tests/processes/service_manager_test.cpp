@@ -112,7 +112,7 @@ TEST(ServiceManager, ItIsReadyWhenItListensForOtherMachinesAsWell) {
   std::filesystem::create_directory(keys.folder() / "keys");
   std::filesystem::permissions(keys.folder() / "keys", std::filesystem::perms::owner_all);
   Scene scene({"--keys", (keys.folder() / "keys").string(), "--listen-clients", "127.0.0.1:0"},
-              manager.launcher("50000"));
+              manager.launcher("4000000"));
   const std::string other = scene.server().waitForLine("aps listens for print clients on ");
   EXPECT_EQ(manager.next(),
             readyOf(scene) + ", for print clients of other machines on " + other.substr(other.rfind(' ') + 1));

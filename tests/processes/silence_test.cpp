@@ -15,7 +15,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-const std::wstring kPrinter = L"Laser-2 (session 5)";
 const std::vector<std::string> kFast = {"--pace", "50"};  // half a second of silence instead of 25
 
 std::vector<std::string> fastClient(const Scene& scene) {
@@ -41,7 +40,7 @@ TEST(Silence, AStoppedClientIsKnownItsJobEndsAndTheNextClientTakesItsSession) {
   ChildProcess client(fastClient(scene));
   client.waitForLine("ready: ");
   MonitorPeer peer(scene.port());
-  ASSERT_TRUE(peer.attach(kPrinter));
+  ASSERT_TRUE(peer.attach(kLaserPrinter));
   peer.startJob({L"Laser-2 - Job #17", L"Laser-2", L"Report", L"RAW"}, {1, 1, 1, 1});
   peer.writeJob("the beginning");
   client.waitForLine("receiving \"Report\"");
@@ -61,7 +60,7 @@ TEST(Silence, AStoppedClientIsKnownItsJobEndsAndTheNextClientTakesItsSession) {
     ChildProcess next(fastClient(scene));
     next.waitForLine("ready: ");
     MonitorPeer other(scene.port());
-    ASSERT_TRUE(other.attach(kPrinter));
+    ASSERT_TRUE(other.attach(kLaserPrinter));
     other.startJob({L"Laser-2 - Job #18", L"Laser-2", L"Letter", L"RAW"}, {1, 1, 1, 1});
     other.writeJob("all of it");
     EXPECT_EQ(other.endJob(), 1);

@@ -10,12 +10,12 @@
 
 namespace {
 
-wchar_t* text(const wchar_t* constant) {
+wchar_t* writable(const wchar_t* constant) {
   return const_cast<wchar_t*>(constant);
 }
 
 DWORD configure(const wchar_t* command, const wchar_t* input) {
-  return MGXcvDataPort(nullptr, command, reinterpret_cast<BYTE*>(text(input)), 0, nullptr, 0, nullptr);
+  return MGXcvDataPort(nullptr, command, reinterpret_cast<BYTE*>(writable(input)), 0, nullptr, 0, nullptr);
 }
 
 bool isInList(const wchar_t* name) {
@@ -73,7 +73,7 @@ class OpenAndClose : public PortScenario {
   using PortScenario::PortScenario;
   void run() override {
     m_port = nullptr;
-    m_opened = MGOpenPort(nullptr, text(L"CPP7"), &m_port);
+    m_opened = MGOpenPort(nullptr, writable(L"CPP7"), &m_port);
     m_flags = m_port == nullptr ? 0 : static_cast<tagPort*>(m_port)->flags;
     m_closed = MGClosePort(m_port);
   }
@@ -156,7 +156,7 @@ class DeleteWithBox : public Delete {
   using Delete::Delete;
   void run() override {
     const int before = windows_seams::messageBoxes();
-    m_result = MGDeletePort(nullptr, nullptr, nullptr, text(L"CPP8"));
+    m_result = MGDeletePort(nullptr, nullptr, nullptr, writable(L"CPP8"));
     m_boxes = windows_seams::messageBoxes() - before;
   }
   void check() override {

@@ -12,6 +12,7 @@
 namespace mg::support {
 namespace {
 
+QueueWords queueWords = QueueWords::kSaid;
 const HANDLE kPrinter = reinterpret_cast<HANDLE>(0x7770001);
 
 BOOL WINAPI openPrinter(LPWSTR, LPHANDLE out, LPPRINTER_DEFAULTSW) {
@@ -32,6 +33,7 @@ BOOL WINAPI getJob(HANDLE, DWORD, DWORD, LPBYTE buffer, DWORD room, LPDWORD need
 }
 
 BOOL WINAPI setJob(HANDLE printer, DWORD job, DWORD, LPBYTE, DWORD command) {
+  if (queueWords == QueueWords::kNotSaid) return printer == kPrinter;
   std::string what = "command " + std::to_string(command);
   if (command == JOB_CONTROL_DELETE) what = "deleted";
   if (command == JOB_CONTROL_SENT_TO_PRINTER) what = "marked sent";
@@ -73,7 +75,8 @@ void turn(HMODULE module, const char* name, Function* to) {
 
 }  // namespace
 
-void useStandInQueue(HMODULE module) {
+void useStandInQueue(HMODULE module, QueueWords words) {
+  queueWords = words;
   turn(module, "OpenPrinterW", openPrinter);
   turn(module, "ClosePrinter", closePrinter);
   turn(module, "GetJobW", getJob);
