@@ -134,7 +134,7 @@ void JobBook::redeliver(const JobRecord& known) {
   entry.record.remedy.clear();
   entry.hold = Hold::kDelivery;
   entry.isNoticed = isNoticed;
-  m_history.put(entry.record);
+  m_history.putIfPossible(entry.record);
 }
 
 void JobBook::tellHeld(const JobRecord& known, JobState state, const std::wstring& cause, const std::wstring& remedy) {
@@ -144,16 +144,16 @@ void JobBook::tellHeld(const JobRecord& known, JobState state, const std::wstrin
   record.cause = shortened(cause);
   record.remedy = shortened(remedy);
   record.ended = protocol::isFinal(state) ? utcNow() : L"";
+  m_history.put(record);  // first: without memory for it nothing has happened
   if (const auto found = m_jobs.find(known.number); found != m_jobs.end()) {
     Entry& entry = found->second;
-    entry.record = record;
+    entry.record = std::move(record);
     entry.isRefused = state == JobState::kFailed && !entry.hasEnded;
     if (entry.isRefused) entry.failure = FailureClass::kNotAttached;
     if (protocol::isFinal(state) && entry.hasEnded) countLocked(entry);
   } else if (protocol::isFinal(state)) {
     m_metrics.ended(record, FailureClass::kPrintClient);
   }
-  m_history.put(record);
 }
 
 std::optional<JobRecord> JobBook::refusalOf(int job) {
@@ -218,7 +218,7 @@ void JobBook::passed(int job, const CS_BridgeRouter::Passing& passing) noexcept 
       stageEndsLocked(entry, protocol::kSending);
       return;
     }
-    m_history.put(entry.record);
+    m_history.putIfPossible(entry.record);
   } catch (const CS_Exception&) {
     // Of another version of the port monitor or the print client; what it means is theirs.
   } catch (const std::exception&) {
@@ -306,7 +306,7 @@ bool JobBook::ended(int job, const CS_BridgeRouter::Ending& ending, bool isShown
   } else {
     countLocked(entry);
   }
-  m_history.put(entry.record);
+  m_history.putIfPossible(entry.record);
   const bool isCanceled = entry.record.state == JobState::kCanceled;
   forgetLocked();
   return isCanceled;
@@ -322,7 +322,7 @@ void JobBook::refused(int job, std::wstring_view cause) noexcept try {
   endLocked(found->second);
   failLocked(found->second, FailureClass::kNotAttached, std::wstring(cause), L"");
   countLocked(found->second);
-  m_history.put(found->second.record);
+  m_history.putIfPossible(found->second.record);
   forgetLocked();
 } catch (const std::exception&) {
   // without memory the record is shorter
@@ -412,7 +412,7 @@ void JobBook::noticed(const CS_Notice& notice) {
   if (result == L"failed" && entry.canceledBy.empty() && !isKnown) {
     failLocked(entry, FailureClass::kPortMonitor, textIn(notice, L"cause"), textIn(notice, L"remedy"));
   }
-  m_history.put(entry.record);
+  m_history.putIfPossible(entry.record);
   forgetLocked();
 }
 
@@ -440,7 +440,7 @@ void JobBook::paperNews(const protocol::PaperNews& news, int session, const std:
     entry.stageBegan = began;  // news may be corrected by later news
   }
   countPaperLocked(entry);
-  m_history.put(entry.record);
+  m_history.putIfPossible(entry.record);
   m_changed.notify_all();
 }
 
@@ -486,7 +486,7 @@ void JobBook::forgetLocked() {
       if (m_ended <= kMostAtPrinters) return;
       oldest = oldestLocked(true);
       oldest->second.record.state = JobState::kDelivered;
-      m_history.put(oldest->second.record);
+      m_history.putIfPossible(oldest->second.record);
     }
     m_jobs.erase(oldest);
     --m_ended;

@@ -235,24 +235,27 @@ int JobHistory::nextNumber() {
   return ++m_latest;
 }
 
-void JobHistory::put(const JobRecord& record) noexcept {
+void JobHistory::put(const JobRecord& record) {
+  std::map<int, JobRecord> news;  // a whole record, before anything changes
+  news.emplace(record.number, record);
   bool isFirst = false;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
-    try {
-      isFirst = m_waiting.empty();
-      m_latest = std::max(m_latest, record.number);
-      m_waiting[record.number] = record;
-      if (m_waiting.size() > kMostWaiting) {
-        m_waiting.erase(m_waiting.begin());
-        ++m_lost;
-      }
-    } catch (const std::bad_alloc&) {
-      ++m_lost;
-    }
+    isFirst = m_waiting.empty();
+    m_latest = std::max(m_latest, record.number);
+    m_waiting.erase(record.number);
+    m_waiting.merge(news);
+    boundLocked();
     startLocked();
   }
   if (isFirst) m_changed.notify_all();
+}
+
+void JobHistory::putIfPossible(const JobRecord& record) noexcept try {
+  put(record);
+} catch (const std::bad_alloc&) {
+  const std::lock_guard<std::mutex> guard(m_lock);
+  ++m_lost;
 }
 
 void JobHistory::wantLocked() noexcept {
@@ -296,24 +299,29 @@ void JobHistory::run() noexcept {
     records.swap(m_waiting);
     m_beingWritten = records.size();
     guard.unlock();
-    const std::optional<std::string> why = writeWaiting(records);
+    std::optional<std::string> why = writeWaiting(records);
+    const bool isWritten = !why;
     guard.lock();
     m_beingWritten = 0;
-    if (why) takeBack(std::move(records));
+    if (!isWritten) takeBackLocked(std::move(records));
     guard.unlock();
-    tellTrouble(why.value_or(""));
+    tellTrouble(std::move(why).value_or(std::string()));
     m_changed.notify_all();
-    if (!why && m_onWritten) m_onWritten();
+    if (isWritten && m_onWritten) m_onWritten();
     guard.lock();
-    if (!why) continue;
+    if (isWritten) continue;
     if (m_isStopping) return;
     m_changed.wait_for(guard, kBetweenTries, [this] { return m_isStopping; });
   }
 }
 
-// With the lock; later records of the same numbers stay.
-void JobHistory::takeBack(std::map<int, JobRecord> records) {
+// Later records of the same numbers stay.
+void JobHistory::takeBackLocked(std::map<int, JobRecord> records) noexcept {
   m_waiting.merge(records);
+  boundLocked();
+}
+
+void JobHistory::boundLocked() noexcept {
   while (m_waiting.size() > kMostWaiting) {
     m_waiting.erase(m_waiting.begin());
     ++m_lost;
@@ -376,23 +384,27 @@ void JobHistory::prune() {
 }
 
 // Who learns from find() that the file takes nothing, or takes records again, finds the line about it in the log.
-void JobHistory::tellTrouble(const std::string& why) {
+void JobHistory::tellTrouble(std::string why) noexcept {
   std::size_t lost = 0;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_trouble.empty() == why.empty()) return;
     if (why.empty()) lost = std::exchange(m_lost, 0);
   }
-  if (!why.empty()) {
-    m_log.failure(
-        fmt::format("the history of jobs ({}) takes nothing: {}; jobs print all the same, and their records "
-                    "wait here: make room, or see who uses the file",
-                    name(), why));
-  } else {
-    m_log.line(fmt::format("the history of jobs ({}) goes on; {} records are lost", name(), lost));
+  try {
+    if (!why.empty()) {
+      m_log.failure(
+          fmt::format("the history of jobs ({}) takes nothing: {}; jobs print all the same, and their records "
+                      "wait here: make room, or see who uses the file",
+                      name(), why));
+    } else {
+      m_log.line(fmt::format("the history of jobs ({}) goes on; {} records are lost", name(), lost));
+    }
+  } catch (const std::bad_alloc&) {
+    // find() says it all the same.
   }
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_trouble = why;
+  m_trouble = std::move(why);
 }
 
 protocol::Jobs::Answer JobHistory::find(const protocol::Jobs& wanted) {

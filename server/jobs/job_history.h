@@ -58,8 +58,11 @@ class JobHistory {
   void endHeld(const std::set<int>& held) noexcept;
   // The number for a new job: one more than that of any job before.
   int nextNumber();
-  // The record replaces what is known under its number. Does not wait; without memory the record is lost, and counted.
-  void put(const protocol::JobRecord& record) noexcept;
+  // The record replaces what is known under its number. Does not wait. Throws std::bad_alloc, and then nothing has
+  // changed.
+  void put(const protocol::JobRecord& record);
+  // The same where nobody could try again: without memory the record is lost, and counted.
+  void putIfPossible(const protocol::JobRecord& record) noexcept;
   // How many records the file has not taken yet.
   std::size_t waitingCount();
   // Returns when the latest record of that number has been handed to the system, so that it stays whatever becomes of
@@ -97,8 +100,9 @@ class JobHistory {
   std::optional<std::string> writeWaiting(const std::map<int, protocol::JobRecord>& records);
   void writeAll(const std::map<int, protocol::JobRecord>& records);
   void prune();
-  void tellTrouble(const std::string& why);
-  void takeBack(std::map<int, protocol::JobRecord> records);
+  void tellTrouble(std::string why) noexcept;
+  void takeBackLocked(std::map<int, protocol::JobRecord> records) noexcept;
+  void boundLocked() noexcept;
   std::string name() const;
 
   const std::filesystem::path m_path;
