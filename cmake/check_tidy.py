@@ -2,11 +2,12 @@
 """Runs clang-tidy with the checks of .clang-tidy over the sources of the tree, the Windows code included.
 
     cmake/check_tidy.py            the product code
+    cmake/check_tidy.py --quick    without the check that takes as long as all others together, a part of scripts/test
     cmake/check_tidy.py --tests    also the tests and what they stand on, which takes three times as long
 
 Uses the compile commands of the presets linux and windows-x64, which must have been configured; nothing needs to be
-built. Most of the time goes into the headers of the system, so the sources of a folder are looked at some at a time, as
-one source that includes them. What was found clean is remembered in build/lint by a hash of everything that it was
+built. Most of the time goes into the headers of the system, so the sources are looked at some at a time, as one source
+that includes them. What was found clean is remembered in build/lint by a hash of everything that it was
 made of - sources, the tree's own headers, options, checks - and is not looked at again.
 """
 import concurrent.futures
@@ -22,6 +23,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LINT = ROOT / "build" / "lint"
 AT_A_TIME = 32
+SLOW = "performance-unnecessary-value-param"
 OWN_INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 # What a source defines for itself: two of one name cannot be looked at together.
 UNNAMED = re.compile(r"^namespace \{$(.*?)^\}  // namespace$", re.MULTILINE | re.DOTALL)
@@ -37,7 +39,7 @@ def windows_options():
     options = ["--target=x86_64-w64-mingw32", "-nostdinc++"]
     for folder in map(os.path.normpath, folders):
         if not folder.endswith(("/include", "/include-fixed")) or "/lib/gcc/" not in folder:  # clang has its own of these
-            options += ["-isystem", folder]
+            options.append(f"-isystem{folder}")
     return options
 
 
@@ -47,7 +49,7 @@ def meaningful(command):
     kept = []
     for word in words:
         if word in ("-I", "-D", "-isystem"):
-            kept += [word, next(words)]
+            kept.append(word + next(words))
         elif word.startswith(("-I", "-D", "-std=")):
             kept.append(word)
     return kept
@@ -84,25 +86,25 @@ def is_product(path):
 
 
 def batches(is_wanted):
-    """Lists of sources of one folder and one set of options that define no name twice, the longest first."""
+    """Lists of sources of one system that define no name twice, with the options of them all; the longest first."""
     groups = {}
     for path, options in sources(ROOT):
-        if not is_wanted(path):
-            continue
-        groups.setdefault((path.relative_to(ROOT).parts[0], tuple(options)), []).append(path)
+        if is_wanted(path):
+            groups.setdefault("-nostdinc++" in options, []).append((path, options))
     found = []
-    for (_, options), paths in sorted(groups.items()):
+    for members in groups.values():
+        options = list(dict.fromkeys(word for _, own in members for word in own))
         bins = []  # (sources, names)
-        for path in sorted(paths):
+        for path in sorted(path for path, _ in members):
             names = own_names(path.read_text(encoding="utf-8"))
-            for members, taken in bins:
-                if len(members) < AT_A_TIME and not names & taken:
-                    members.append(path)
+            for together, taken in bins:
+                if len(together) < AT_A_TIME and not names & taken:
+                    together.append(path)
                     taken |= names
                     break
             else:
                 bins.append(([path], names))
-        found += [(members, list(options)) for members, _ in bins]
+        found += [(together, options) for together, _ in bins]
     return sorted(found, key=lambda batch: len(batch[0]), reverse=True)
 
 
@@ -119,9 +121,9 @@ def read_with_headers(paths):
     return b"".join(seen[path] for path in sorted(seen))
 
 
-def run(paths, options, common):
+def run(paths, options, checks, common):
     """What clang-tidy says of the sources together; empty when they are clean or were."""
-    digest = hashlib.sha256(common + repr((paths, options)).encode() + read_with_headers(paths)).hexdigest()[:32]
+    digest = hashlib.sha256(common + repr((paths, options, checks)).encode() + read_with_headers(paths)).hexdigest()[:32]
     stamp = LINT / f"{digest}.clean"
     if stamp.exists():
         stamp.touch()
@@ -129,7 +131,7 @@ def run(paths, options, common):
     together = LINT / f"{digest}.cpp"
     together.write_text("".join(f'#include "{path}"\n' for path in paths))
     folders = "|".join(sorted(path.name for path in ROOT.iterdir() if path.is_dir() and path.name not in ("build", ".git")))
-    said = subprocess.run(["clang-tidy-14", "--quiet", f"--config-file={ROOT}/.clang-tidy",
+    said = subprocess.run(["clang-tidy-14", "--quiet", f"--config-file={ROOT}/.clang-tidy", f"--checks={checks}",
                            f"--header-filter=^{ROOT}/({folders})/", str(together), "--", *options],
                           capture_output=True, text=True)
     together.unlink()
@@ -138,17 +140,18 @@ def run(paths, options, common):
         return ""
     if "clang-diagnostic-error" in said.stdout and len(paths) > 1:  # they do not go together after all
         odd = [path for path in paths[1:] if f"{path}:" in said.stdout] or paths[1:]
-        return "".join(run(part, options, common) for part in ([path for path in paths if path not in odd], *([path] for path in odd)))
+        return "".join(run(part, options, checks, common) for part in ([path for path in paths if path not in odd], *([path] for path in odd)))
     return said.stdout or said.stderr
 
 
 def main():
     LINT.mkdir(parents=True, exist_ok=True)
     common = (ROOT / ".clang-tidy").read_bytes() + subprocess.run(["clang-tidy-14", "--version"], capture_output=True).stdout
-    wanted = list(batches(is_product if sys.argv[1:] != ["--tests"] else lambda path: True))
+    wanted = batches((lambda path: True) if "--tests" in sys.argv else is_product)
+    checks = f"-{SLOW}" if "--quick" in sys.argv else ""  # besides those of .clang-tidy
     wrong = False
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for said in pool.map(lambda batch: run(*batch, common), wanted):
+        for said in pool.map(lambda batch: run(*batch, checks, common), wanted):
             if said:
                 print(said.replace(f"{ROOT}/", ""), flush=True)
                 wrong = True

@@ -43,9 +43,11 @@ function(mg_own_headers)
   endif()
 endfunction()
 
-# mg_command_line(<target> ...): the targets read a command line with CLI11, which is slow to optimise and runs once.
+# mg_command_line(<target> ...): the targets read a command line with CLI11, which is slow to optimise and runs once. What is
+# precompiled for the others was so with optimisation, and the compiler would read it all again.
 function(mg_command_line)
   foreach(target ${ARGN})
+    set_target_properties(${target} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
     target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>)
   endforeach()
 endfunction()

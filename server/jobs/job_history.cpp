@@ -251,9 +251,7 @@ void JobHistory::put(const JobRecord& record) {
   if (isFirst) m_changed.notify_all();
 }
 
-void JobHistory::putIfPossible(const JobRecord& record) noexcept try {
-  put(record);
-} catch (const std::bad_alloc&) {
+void JobHistory::putIfPossible(const JobRecord& record) noexcept try { put(record); } catch (const std::bad_alloc&) {
   const std::lock_guard<std::mutex> guard(m_lock);
   ++m_lost;
 }
