@@ -25,6 +25,9 @@ target_include_directories(mg_warnings INTERFACE "${CMAKE_SOURCE_DIR}")
 
 if(WIN32)
   add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
+  # Of an inline function that several objects have, the linker keeps one. For Windows GCC 12 takes its own for that one, and
+  # the caller then relies on registers that another object's, made with other options, does not leave alone.
+  add_compile_options(-fno-ipa-ra)
   # Everything of the compiler's run time is linked in: our binaries need system DLLs only.
   add_link_options(-static -static-libgcc -static-libstdc++)
 else()

@@ -26,9 +26,13 @@ long long takeNumber(std::string_view& text) {
   return number;
 }
 
+bool isLineEnd(char c) {
+  return c == '\n' || c == '\r';
+}
+
 class Reader {
  public:
-  explicit Reader(std::istream& document) : m_buffer(*document.rdbuf()) {}
+  explicit Reader(std::istream& document) : m_document(document), m_block(kBlock, '\0') {}
 
   Announcement read() {
     std::string line;
@@ -38,18 +42,39 @@ class Reader {
   }
 
  private:
-  static constexpr int kEnd = std::char_traits<char>::eof();
+  static constexpr size_t kBlock =
+      64u << 10;  // a stream of the standard library asks the system for 512 bytes at a time
+
+  // Whether there is something at m_at; false at the end of the document.
+  bool hasMore() {
+    if (m_at < m_end) return true;
+    m_document.read(m_block.data(), static_cast<std::streamsize>(m_block.size()));
+    m_at = 0;
+    m_end = static_cast<size_t>(m_document.gcount());
+    return m_end != 0;
+  }
 
   // Reads up to a line feed, a carriage return or both; false at the end of the document.
   bool readLine(std::string& line) {
     line.clear();
-    int c = m_buffer.sbumpc();
-    if (c == kEnd) return false;
-    for (; c != kEnd && c != '\n' && c != '\r'; c = m_buffer.sbumpc()) {
-      if (line.size() < kMostKept) line += static_cast<char>(c);
-    }
-    if (c == '\r' && m_buffer.sgetc() == '\n') m_buffer.sbumpc();
+    if (!hasMore()) return false;
+    do {
+      const char* const first = m_block.data() + m_at;
+      const char* const end = m_block.data() + m_end;
+      const char* const found = std::find_if(first, end, isLineEnd);
+      line.append(first, std::min(static_cast<size_t>(found - first), kMostKept - line.size()));
+      m_at += static_cast<size_t>(found - first);
+      if (found != end) {
+        takeLineEnd();
+        break;
+      }
+    } while (hasMore());
     return true;
+  }
+
+  void takeLineEnd() {
+    const bool isReturn = m_block[m_at++] == '\r';
+    if (isReturn && hasMore() && m_block[m_at] == '\n') ++m_at;
   }
 
   static bool takeKeyword(std::string_view& line, std::string_view keyword) {
@@ -82,8 +107,10 @@ class Reader {
   }
 
   void skipBytes(long long count) {
-    for (; count > 0; --count) {
-      if (m_buffer.sbumpc() == kEnd) return;
+    while (count > 0 && hasMore()) {
+      const size_t skipped = std::min(m_end - m_at, static_cast<size_t>(count));
+      m_at += skipped;
+      count -= static_cast<long long>(skipped);
     }
   }
 
@@ -123,7 +150,9 @@ class Reader {
     if (takeNumber(line) == m_result.pageComments + 1) ++m_result.pageComments;
   }
 
-  std::streambuf& m_buffer;
+  std::istream& m_document;
+  std::string m_block;  // of the document; from m_at up to m_end not read yet
+  size_t m_at = 0, m_end = 0;
   Announcement m_result;
   int m_depth = 0;
   bool m_first = true;

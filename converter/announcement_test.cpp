@@ -126,6 +126,21 @@ TEST(Announcement, PageCommentsSayMoreThanANumberInTheHeader) {
   EXPECT_EQ(read(kHead + "%%Pages: 8\n" + pages(2) + "%%EOF\n").expectedPages(), 2);
 }
 
+// The document is read in blocks of 65,536 bytes.
+TEST(Announcement, WhateverABlockEndsInIsRead) {
+  const std::string data = "\r\n%%Page: 2 2\r\n%%EOF\r\n";
+  const std::string shown = "%%Pages: 2\r\n%%Page: 1 1\r\n%%BeginBinary: " + std::to_string(data.size()) + "\r\n" +
+                            data + "%%EndBinary\r\n%%Page: 2 2\r\n\r\n%%EOF\r\n";
+  for (std::size_t before = 65536 - shown.size(); before <= 65536; ++before) {
+    SCOPED_TRACE(before);
+    const Announcement announced = read(kHead + std::string(before - kHead.size() - 2, '%') + "\r\n" + shown);
+    EXPECT_EQ(announced.pages, 2);
+    EXPECT_EQ(announced.pageComments, 2);
+    EXPECT_TRUE(announced.hasEnd);
+    EXPECT_FALSE(announced.isPromised);
+  }
+}
+
 TEST(Announcement, ALineOfMegabytesIsRead) {
   const Announcement announced = read(kHead + "%%Page: 1 1 " + std::string(3u << 20, 'x') + "\n%%EOF\n");
   EXPECT_EQ(announced.pageComments, 0);

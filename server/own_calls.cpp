@@ -86,7 +86,7 @@ std::string OwnCalls::call(const std::string& listener, corvane::Deadline deadli
   // The call's own address is known before the listener sees it.
   const auto length = static_cast<corvane::SocketLength>(here.first()->ai_addrlen);
   if (::bind(corvane::native(handle), here.first()->ai_addr, length) != 0) return wordsOf(corvane::lastNetworkError());
-  if (!begin(socket)) return "the server stops";
+  if (!begin(socket, handle)) return "the server stops";
   std::string failure = connectTo(*there.first(), handle, deadline);
   if (failure.empty()) failure = receiveAnswer(socket, deadline);
   return end() ? failure : "the server stops";
@@ -94,17 +94,17 @@ std::string OwnCalls::call(const std::string& listener, corvane::Deadline deadli
   return programs::oneLine(failure.detail());
 }
 
-bool OwnCalls::begin(corvane::Socket& socket) {
+bool OwnCalls::begin(const corvane::Socket& socket, std::intptr_t handle) {
   const std::lock_guard<std::mutex> guard(m_lock);
   if (m_stopped) return false;
   m_endpoint = socket.localEndpoint();
-  m_calling = &socket;
+  m_calling = handle;
   return true;
 }
 
 bool OwnCalls::end() {
   const std::lock_guard<std::mutex> guard(m_lock);
-  m_calling = nullptr;
+  m_calling.reset();
   m_endpoint.clear();
   return !m_stopped;
 }
@@ -112,7 +112,8 @@ bool OwnCalls::end() {
 void OwnCalls::stop() noexcept {
   const std::lock_guard<std::mutex> guard(m_lock);
   m_stopped = true;
-  if (m_calling != nullptr) m_calling->shutdown();
+  // Not as Socket::shutdown() does, which first takes what has come: it is the calling thread's.
+  if (m_calling) corvane::shutdownSocket(*m_calling);
 }
 
 }  // namespace aps

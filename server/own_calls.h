@@ -2,8 +2,10 @@
 
 #include "corvane/net/socket.h"
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,13 +31,13 @@ class OwnCalls {
 
  private:
   // Around one call; false when the server stops.
-  bool begin(corvane::Socket& socket);
+  bool begin(const corvane::Socket& socket, std::intptr_t handle);
   bool end();
 
   const std::function<void()> m_look;
-  std::mutex m_lock;                      // guards what follows
-  corvane::Socket* m_calling = nullptr;   // of the call that is being made; null for none
-  std::vector<unsigned char> m_endpoint;  // its own
+  std::mutex m_lock;                       // guards what follows
+  std::optional<std::intptr_t> m_calling;  // the socket of the call that is being made
+  std::vector<unsigned char> m_endpoint;   // its own
   bool m_stopped = false;
 };
 

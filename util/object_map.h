@@ -63,33 +63,9 @@ class TObjectMap {
     }
   }
 
-  // Stores value under key; the value that stood there before is forgotten.
-  bool insert(const Key& key, Value value) {
-    const Synchronized guard(m_lock);
-    try {
-      const std::size_t bucket = bucketOf(key);
-      const Position hit = locate(key, bucket);
-      if (hit != m_entries.end()) {
-        hit->second = value;
-        return true;
-      }
-      // Everything that can fail is done aside first, so a failure leaves the map as it was.
-      Entries made;
-      made.emplace_back(key, value);
-      const std::size_t wanted = bucketsFor(m_entries.size() + 1);
-      if (wanted == bucketCountLocked()) {
-        if (m_isIndexed) addToIndex(made.begin());
-        link(made, bucket);
-      } else {
-        std::vector<Position> starts = makeStarts(wanted);
-        link(made, bucket);
-        rebuild(std::move(starts));
-      }
-      return true;
-    } catch (...) {
-      return false;
-    }
-  }
+  // Stores value under key; the value that stood there before is forgotten. A key that is given away is not copied.
+  bool insert(const Key& key, Value value) { return insertOne(key, value); }
+  bool insert(Key&& key, Value value) { return insertOne(std::move(key), value); }
 
   // Tells whether key is present, and stores its value in *value when value is not null.
   bool find(const Key& key, Value* value = nullptr) {
@@ -147,6 +123,34 @@ class TObjectMap {
   typename Entries::const_iterator end() const noexcept { return m_entries.end(); }
 
  private:
+  template <typename AnyKey>
+  bool insertOne(AnyKey&& key, Value value) {
+    const Synchronized guard(m_lock);
+    try {
+      const std::size_t bucket = bucketOf(key);
+      const Position hit = locate(key, bucket);
+      if (hit != m_entries.end()) {
+        hit->second = value;
+        return true;
+      }
+      // Everything that can fail is done aside first, so a failure leaves the map as it was.
+      Entries made;
+      made.emplace_back(std::forward<AnyKey>(key), value);
+      const std::size_t wanted = bucketsFor(m_entries.size() + 1);
+      if (wanted == bucketCountLocked()) {
+        if (m_isIndexed) addToIndex(made.begin());
+        link(made, bucket);
+      } else {
+        std::vector<Position> starts = makeStarts(wanted);
+        link(made, bucket);
+        rebuild(std::move(starts));
+      }
+      return true;
+    } catch (...) {
+      return false;
+    }
+  }
+
   static bool overloaded(std::size_t entries, std::size_t buckets) { return entries > 4 * buckets; }
 
   std::size_t maxBuckets() const { return m_starts.max_size() / 2; }

@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -95,6 +96,15 @@ TEST(ObjectMap, KeepsItsOwnCopyOfTheKey) {
   key = L"CPP2";
   EXPECT_TRUE(map.find(UTL_String(L"CPP1")));
   EXPECT_FALSE(map.find(key));
+}
+
+TEST(ObjectMap, CopiesNoKeyThatIsGivenAway) {
+  int value = 0;
+  Map map;
+  UTL_String key(L"a name that is too long to stand in the text itself");
+  const void* const characters = key.wide();
+  EXPECT_TRUE(map.insert(std::move(key), &value));
+  EXPECT_EQ(map.begin()->first.wide(), characters);
 }
 
 TEST(ObjectMap, FindsAnEmptyKey) {

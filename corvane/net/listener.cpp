@@ -126,7 +126,7 @@ void Listener::stop() noexcept {
 #else
   // Wakes accept(); the descriptor itself stays taken until the process ends or the object dies, so that accept() on
   // another thread never meets a reused number.
-  ::shutdown(native(m_handle), SHUT_RDWR);
+  shutdownSocket(m_handle);
 #endif
 }
 

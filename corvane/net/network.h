@@ -32,6 +32,7 @@ inline int lastNetworkError() {
 inline void closeSocket(std::intptr_t handle) {
   ::closesocket(static_cast<SOCKET>(handle));
 }
+constexpr int kBothWays = SD_BOTH;
 #else
 using NativeSocket = int;
 using SocketLength = socklen_t;
@@ -41,10 +42,16 @@ inline int lastNetworkError() {
 inline void closeSocket(std::intptr_t handle) {
   ::close(static_cast<int>(handle));
 }
+constexpr int kBothWays = SHUT_RDWR;
 #endif
 
 inline NativeSocket native(std::intptr_t handle) {
   return static_cast<NativeSocket>(handle);
+}
+
+// Ends what is sent and received, and whatever a thread waits for there.
+inline void shutdownSocket(std::intptr_t handle) {
+  ::shutdown(native(handle), kBothWays);
 }
 
 // The system's words for an error number.

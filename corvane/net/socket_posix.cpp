@@ -113,7 +113,7 @@ void Socket::shutdown() noexcept {
   // Before, because afterwards the system does not tell a peer any more that there is room again: where the window is
   // so small that a few bytes shut it, the peer would wait on for a minute.
   takeFewBytes(m_handle);
-  ::shutdown(native(m_handle), SHUT_RDWR);
+  shutdownSocket(m_handle);
 }
 
 std::wstring networkErrorText(int error) {

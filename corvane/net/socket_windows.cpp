@@ -135,7 +135,7 @@ bool Socket::peerHasClosed() const noexcept {
 void Socket::shutdown() noexcept {
   if (m_handle == kNone) return;
   m_shutDown = true;
-  ::shutdown(native(m_handle), SD_BOTH);
+  shutdownSocket(m_handle);
   ::CancelIoEx(reinterpret_cast<HANDLE>(m_handle), nullptr);
 }
 
