@@ -4,7 +4,7 @@
 #include "server/printer_name.h"
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
 #include <vector>
 
 namespace aps {
@@ -105,7 +105,7 @@ void ClientNews::tellLocked(Client& client, Failure failure) {
   if (client.thread.joinable()) return;
   try {
     client.thread = std::thread([this, &client] { run(client); });
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     // It waits for the next news; the log has it all.
   }
 }

@@ -5,7 +5,9 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "programs/text.h"
+#include "server/if_possible.h"
 
+#include <exception>
 #include <fmt/format.h>
 #include <fmt/xchar.h>
 #include <system_error>
@@ -49,42 +51,49 @@ void ConnectionList::useLines(const corvane::Packing* packing, ClientRates rates
 
 void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivingRoom) {
   joinEnded();
-  const std::string peer = stream->peerName();
-  const CS_RCPtr<CS_Connection> connection = CS_Connection::arrive(std::move(stream), &m_heartbeat);
-  if (arrivingRoom == Room::kArrivingFromNetwork) connection->useLine({m_packing, 0});
+  // All that takes memory stands in front of the lock: who is told to leave under it is ended behind it.
+  std::list<Session> arrived(1);
+  const Position position = arrived.begin();
+  position->room = arrivingRoom;
+  position->peer = stream->peerName();
+  position->who = addressOf(position->peer);
+  position->arrived = Clock::now();
+  const std::string peer = position->peer;
+  position->connection = CS_Connection::arrive(std::move(stream), &m_heartbeat);
+  if (arrivingRoom == Room::kArrivingFromNetwork) position->connection->useLine({m_packing, 0});
   Evicted evicted;
-  std::string refusal;
+  bool isFull = false;
+  std::exception_ptr noThread;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_closing) return;
     const auto arriving = occupantsLocked(arrivingRoom);
     if (arriving.size() >= m_places.limitOf(arrivingRoom) || takenLocked() >= m_places.all)
       evicted = evictOneLocked(arriving);
-    if (takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxEvicted) {
-      refusal = fmt::format("there are {} connections, which is the limit; end some", m_places.all);
-    } else {
-      const Position position = m_sessions.emplace(m_sessions.end());
+    isFull = takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxEvicted;
+    if (!isFull) {
+      m_sessions.splice(m_sessions.end(), arrived);
       try {
-        position->connection = connection;
-        position->room = arrivingRoom;
-        position->peer = peer;
-        position->who = addressOf(peer);
-        position->arrived = Clock::now();
         // The new thread waits for the lock, so its position has its thread before it can end.
         position->thread = std::thread([this, position] { run(position); });
-      } catch (const std::system_error& failure) {
-        m_sessions.erase(position);
-        refusal = fmt::format("no thread for it: {}; end some connections or programs of this machine", failure.what());
-      } catch (const std::bad_alloc&) {
-        m_sessions.erase(position);
-        throw;
+      } catch (const std::exception&) {
+        arrived.splice(arrived.end(), m_sessions, position);
+        noThread = std::current_exception();
       }
     }
   }
-  end(evicted, "it had asked for nothing yet, and its place is needed for one that came later");
-  if (!refusal.empty()) {
-    m_log->refusal("the limit of connections", fmt::format("connection from {} refused: {}", peer, refusal));
+  end(evicted, [] { return "it had asked for nothing yet, and its place is needed for one that came later"; });
+  if (isFull) refuse(peer, fmt::format("there are {} connections, which is the limit; end some", m_places.all));
+  if (!noThread) return;
+  try {
+    std::rethrow_exception(noThread);
+  } catch (const std::system_error& failure) {
+    refuse(peer, fmt::format("no thread for it: {}; end some connections or programs of this machine", failure.what()));
   }
+}
+
+void ConnectionList::refuse(const std::string& peer, const std::string& why) {
+  m_log->refusal("the limit of connections", fmt::format("connection from {} refused: {}", peer, why));
 }
 
 void ConnectionList::run(Position position) noexcept {
@@ -190,15 +199,19 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
   if (!evicted.connection) {
     return fmt::format(L"all places for {} are in use; try again when some are free", corvane::fromUtf8(nameOf(*room)));
   }
-  end(evicted, fmt::format("all places for {} were taken, and it had been silent longest", nameOf(*room)));
+  end(evicted,
+      [&] { return fmt::format("all places for {} were taken, and it had been silent longest", nameOf(*room)); });
   return {};
 }
 
-void ConnectionList::end(const Evicted& evicted, const std::string& why) {
+template <class Words>
+void ConnectionList::end(const Evicted& evicted, const Words& why) {
   if (!evicted.connection) return;
   CS_Connection::destroy(evicted.connection, true);
-  m_log->refusal(fmt::format("places for {}", nameOf(evicted.room)),
-                 fmt::format("connection from {} closed: {}", evicted.peer, why));
+  ifPossible([&] {
+    m_log->refusal(fmt::format("places for {}", nameOf(evicted.room)),
+                   fmt::format("connection from {} closed: {}", evicted.peer, why()));
+  });
 }
 
 std::array<std::size_t, 5> ConnectionList::counts() {
@@ -238,17 +251,28 @@ ConnectionList::Evicted ConnectionList::evictOneLocked(const std::vector<Positio
 }
 
 ConnectionList::Evicted ConnectionList::evictLocked(Session& session) {
-  session.isEvicted = true;
-  return {session.connection, session.peer, session.room};
+  Evicted evicted{session.connection, session.peer, session.room};
+  session.isEvicted = true;  // behind all that takes memory: who is told to leave is ended
+  return evicted;
 }
 
-void ConnectionList::watch() {
+void ConnectionList::watch() noexcept {
   std::unique_lock<std::mutex> lock(m_lock);
   while (!m_closed.wait_for(lock, m_places.lookEvery, [this] { return m_closing; })) {
-    std::vector<Evicted> silent;
-    std::vector<CS_RCPtr<CS_Connection>> clients;
+    lock.unlock();
+    ifPossible([this] { endSilent(); });
+    ifPossible([this] { endWithoutKey(); });
+    joinEnded();
+    lock.lock();
+  }
+}
+
+void ConnectionList::endSilent() {
+  std::vector<Evicted> silent;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    silent.reserve(m_sessions.size());
     for (Session& session : m_sessions) {
-      if (session.room == Room::kClients && !session.isEvicted && !session.ended) clients.push_back(session.connection);
       const auto idle = m_places.idleOf(session.room);
       if (!idle || session.isEvicted || session.ended) continue;
       const bool arrives = isArriving(session.room);
@@ -256,21 +280,23 @@ void ConnectionList::watch() {
       if (Clock::now() - since < *idle || (!arrives && m_isNeeded(*session.connection))) continue;
       silent.push_back(evictLocked(session));
     }
-    lock.unlock();
-    for (const Evicted& evicted : silent) {
-      const auto idle = std::chrono::duration_cast<std::chrono::seconds>(*m_places.idleOf(evicted.room));
-      end(evicted, fmt::format("it is one of {}, and was idle for {} s", nameOf(evicted.room), idle.count()));
-    }
-    silent.clear();
-    endWithoutKey(clients);
-    clients.clear();
-    joinEnded();
-    lock.lock();
+  }
+  for (const Evicted& evicted : silent) {
+    const auto idle = std::chrono::duration_cast<std::chrono::seconds>(*m_places.idleOf(evicted.room));
+    end(evicted,
+        [&] { return fmt::format("it is one of {}, and was idle for {} s", nameOf(evicted.room), idle.count()); });
   }
 }
 
-void ConnectionList::endWithoutKey(const std::vector<CS_RCPtr<CS_Connection>>& clients) {
+void ConnectionList::endWithoutKey() {
   if (m_keys == nullptr) return;
+  std::vector<CS_RCPtr<CS_Connection>> clients;
+  {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (const Session& session : m_sessions) {
+      if (session.room == Room::kClients && !session.isEvicted && !session.ended) clients.push_back(session.connection);
+    }
+  }
   for (const auto& client : clients) {
     const auto& identity = client->peerIdentity();
     if (!identity || !identity->isSession() || m_keys->isStill(*identity, client->peerKeyMark())) continue;

@@ -72,6 +72,7 @@ class ConnectionList {
     Room room = Room::kArriving;
   };
 
+  void refuse(const std::string& peer, const std::string& why);
   void run(Position position) noexcept;
   void serveOne(Position position);
   // Lets a peer that has proven nothing wait for its refusal, so that one which comes again and again takes little of
@@ -85,13 +86,15 @@ class ConnectionList {
   // Tells one of them that is not needed to leave; none when all are needed.
   Evicted evictOneLocked(const std::vector<Position>& occupants);
   static Evicted evictLocked(Session& session);
-  // Ends it, and says why.
-  void end(const Evicted& evicted, const std::string& why);
+  // Ends it, and says why; the words are made behind that, because there may be no memory for them.
+  template <class Words>
+  void end(const Evicted& evicted, const Words& why);
   std::size_t takenLocked() const;
-  // Closes, now and then, who has been silent for too long.
-  void watch();
+  // Closes, now and then, who has been silent for too long or has lost its key. Without memory it does so later.
+  void watch() noexcept;
+  void endSilent();
   // Ends the print clients whose key was replaced or taken away since they came.
-  void endWithoutKey(const std::vector<CS_RCPtr<CS_Connection>>& clients);
+  void endWithoutKey();
   // Joins the threads that have ended.
   void joinEnded();
 

@@ -14,10 +14,10 @@ namespace aps {
 namespace {
 
 // Whatever a caller has taken from a peer can neither forge a line here nor hide one, and no line is without end.
-std::string timed(const std::string& text) {
+std::string timed(std::string_view text) {
   char now[64];
   const std::size_t length = corvane::writeLocalTime(now, sizeof now, std::chrono::system_clock::now());
-  std::string line = fmt::format("{} {}", std::string_view(now, length), corvane::printable(std::string_view(text)));
+  std::string line = fmt::format("{} {}", std::string_view(now, length), corvane::printable(text));
   if (line.size() > Log::kLineBytes) {
     std::size_t end = Log::kLineBytes;
     while ((static_cast<unsigned char>(line[end]) & 0xC0) == 0x80)
@@ -30,8 +30,8 @@ std::string timed(const std::string& text) {
 }  // namespace
 
 // Counted like what peers cause: a disk that is full now and then could otherwise push everything else out.
-void Log::Shared::note(const std::string& text) {
-  if (!repeats.take("the log", {text, true}, now())) return;
+void Log::Shared::note(std::string_view text) {
+  if (!repeats.take("the log", {std::string(text), true}, now())) return;
   failures.add(timed(text), RecentLines::Shelf::kRefusals);
 }
 
@@ -156,35 +156,33 @@ void Log::put(const std::string& timedText) noexcept try {
 } catch (...) {
 }
 
-void Log::line(const std::string& text) noexcept try { put(timed(text)); } catch (...) {
+void Log::line(std::string_view text) noexcept try { put(timed(text)); } catch (...) {
 }
 
-void Log::failure(const std::string& text) noexcept try {
+void Log::failure(std::string_view text) noexcept try {
   const std::string whole = timed(text);
   m_shared->failures.add(whole);
   put(whole);
 } catch (...) {
 }
 
-void Log::counted(const std::string& kind, const Repeats::Line& line) noexcept try {
-  if (!m_shared->repeats.take(kind, line, m_shared->now())) return;
-  const std::string whole = timed(line.text);
-  if (line.isFailure) m_shared->failures.add(whole, RecentLines::Shelf::kRefusals);
+void Log::counted(std::string_view kind, std::string_view text, bool isFailure) noexcept try {
+  if (!m_shared->repeats.take(std::string(kind), {std::string(text), isFailure}, m_shared->now())) return;
+  const std::string whole = timed(text);
+  if (isFailure) m_shared->failures.add(whole, RecentLines::Shelf::kRefusals);
   put(whole);
 } catch (...) {
 }
 
-void Log::refusal(const std::string& kind, const std::string& text) noexcept try {
-  counted(kind, {text, true});
-} catch (...) {
+void Log::refusal(std::string_view kind, std::string_view text) noexcept {
+  counted(kind, text, true);
 }
 
-void Log::repeatable(const std::string& kind, const std::string& text) noexcept try {
-  counted(kind, {text, false});
-} catch (...) {
+void Log::repeatable(std::string_view kind, std::string_view text) noexcept {
+  counted(kind, text, false);
 }
 
-void Log::notServed(const std::string& who, int request) noexcept try {
+void Log::notServed(std::string_view who, int request) noexcept try {
   std::string cause = "out of memory";
   try {
     throw;

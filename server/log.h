@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace aps {
 
@@ -35,17 +36,17 @@ class Log {
   Log& operator=(const Log&) = delete;
 
   // The text is one line without its end.
-  void line(const std::string& text) noexcept;
+  void line(std::string_view text) noexcept;
   // Such a line that tells of a failure: of a job that did not arrive, or of the server itself.
-  void failure(const std::string& text) noexcept;
+  void failure(std::string_view text) noexcept;
   // Such a line about what a peer brought about and can bring about again at once: something refused, or a print client
   // that comes and goes. What repeats itself becomes one counted line (repeats.h). The kind says what is counted
   // together: a few words of ours and, where the peer has proven it, who it is.
-  void refusal(const std::string& kind, const std::string& text) noexcept;
-  void repeatable(const std::string& kind, const std::string& text) noexcept;
+  void refusal(std::string_view kind, std::string_view text) noexcept;
+  void repeatable(std::string_view kind, std::string_view text) noexcept;
   // A peer's request that was not served because of the exception that is being handled. Such lines are counted
   // together, whichever peer sent the request.
-  void notServed(const std::string& who, int request) noexcept;
+  void notServed(std::string_view who, int request) noexcept;
 
   // The latest lines that reported a failure, with their times.
   const RecentLines& failures() const { return m_shared->failures; }
@@ -70,7 +71,7 @@ class Log {
   // What the log shares with the thread that brings its lines out.
   struct Shared {
     // Keeps a failure of the log itself for those who ask for failures.
-    void note(const std::string& text);
+    void note(std::string_view text);
 
     RecentLines failures;
     Repeats repeats;
@@ -79,7 +80,7 @@ class Log {
   };
 
   void put(const std::string& timed) noexcept;
-  void counted(const std::string& kind, const Repeats::Line& line) noexcept;
+  void counted(std::string_view kind, std::string_view text, bool isFailure) noexcept;
 
   const std::shared_ptr<Shared> m_shared = std::make_shared<Shared>();
   LogFile* m_file = nullptr;  // belongs to the queue; null for the standard error output
@@ -90,7 +91,7 @@ class Log {
 // Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
 // the loss of the request would stay unknown.
 template <class Serve>
-bool logThrown(Log& log, const std::string& who, int request, Serve&& serve) {
+bool logThrown(Log& log, std::string_view who, int request, Serve&& serve) {
   try {
     return serve();
   } catch (...) {

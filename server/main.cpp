@@ -245,9 +245,17 @@ void serveUntilStopped(corvane::Listener& listener, aps::Room room, const Stream
 
 // Serves this machine on this thread and each address for other machines on one of its own, until the listeners stop.
 void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, const Serving& serving) {
-  std::vector<std::thread> threads;
+  struct Threads {
+    ~Threads() {
+      listeners.stop();  // where one of them could not be started
+      for (std::thread& thread : all)
+        thread.join();
+    }
+    const Listeners& listeners;
+    std::vector<std::thread> all;
+  } threads{listeners, {}};
   for (const auto& listener : listeners.clients) {
-    threads.emplace_back([&serving, keys, &listener = *listener] {
+    threads.all.emplace_back([&serving, keys, &listener = *listener] {
       const auto encrypted = [keys](corvane::Socket socket) {
         return std::make_unique<tls::TlsStream>(std::move(socket),
                                                 [keys](const std::string& name) { return keyForNetwork(*keys, name); });
@@ -257,8 +265,6 @@ void serveAll(const Listeners& listeners, const corvane::KeyFolder* keys, const 
   }
   const auto plain = [](corvane::Socket socket) { return std::make_unique<corvane::Socket>(std::move(socket)); };
   serveUntilStopped(*listeners.own, aps::Room::kArriving, plain, serving);
-  for (std::thread& thread : threads)
-    thread.join();
 }
 
 std::shared_ptr<aps::Application> makeApplication(const aps::Options& options, const corvane::KeyFolder* keys,

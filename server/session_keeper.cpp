@@ -3,6 +3,7 @@
 #include "corvane/base/text.h"
 #include "corvane/trust/key.h"
 #include "programs/text.h"
+#include "server/if_possible.h"
 #include "server/printer_name.h"
 
 #include <algorithm>
@@ -27,29 +28,32 @@ bool hasUtf8(const Printer& printer) {
   return true;
 }
 
-Json toJson(const Printer& printer, bool isWhole) {
-  Json texts = Json::array();
-  for (std::size_t i = 0; i < printer.texts.size(); ++i) {
-    const auto& text = printer.texts[i];
-    const bool isKept = isWhole || i == 0 || i == protocol::Printer::kDriverText;
-    texts.push_back(text && isKept ? Json(corvane::toUtf8(*text)) : Json(nullptr));
-  }
-  return {{"texts", std::move(texts)},
-          {"flag", printer.isDefault},
-          {"value", static_cast<int>(printer.format)},
-          {"second", printer.resolution}};
+// The file is made as text: the library's objects take memory in their destructors, where a server that has none could
+// only end.
+std::string quoted(const std::string& utf8) {
+  return Json(utf8).dump();
 }
 
-Json toJson(const SessionTable::Status& session, bool isWhole) {
-  Json printers = Json::array();
+std::string textOf(const Printer& printer, bool isWhole) {
+  std::string texts;
+  for (std::size_t i = 0; i < printer.texts.size(); ++i) {
+    const auto& text = printer.texts[i];
+    const bool isKept = text && (isWhole || i == 0 || i == protocol::Printer::kDriverText);
+    texts += fmt::format("{}{}", i == 0 ? "" : ", ", isKept ? quoted(corvane::toUtf8(*text)) : "null");
+  }
+  return fmt::format(R"({{"texts": [{}], "flag": {}, "value": {}, "second": {}}})", texts, printer.isDefault,
+                     static_cast<int>(printer.format), printer.resolution);
+}
+
+std::string textOf(const SessionTable::Status& session, bool isWhole) {
+  std::string printers, key;
   for (const Printer& printer : session.printers)
-    printers.push_back(toJson(printer, isWhole));
-  Json json = {{"session", session.number},
-               {"connected", session.connected},
-               {"since", std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count()}};
-  if (session.key != corvane::Bytes32{}) json["key"] = corvane::toUtf8(corvane::toHex(session.key));
-  json["printers"] = std::move(printers);
-  return json;
+    printers += fmt::format("{}\n    {}", printers.empty() ? "" : ",", textOf(printer, isWhole));
+  if (session.key != corvane::Bytes32{})
+    key = fmt::format(R"("key": {}, )", quoted(corvane::toUtf8(corvane::toHex(session.key))));
+  return fmt::format(R"({{"session": {}, "connected": {}, "since": {}, {}"printers": [{}]}})", session.number,
+                     session.connected, std::chrono::duration_cast<seconds>(session.since.time_since_epoch()).count(),
+                     key, printers);
 }
 
 Printer printerFrom(const Json& json) {
@@ -90,17 +94,17 @@ SessionTable::Status sessionFrom(const Json& json, system_clock::time_point now)
 }  // namespace
 
 std::string toStateText(const std::vector<SessionTable::Status>& sessions) {
-  Json all = Json::array();
+  std::string all;
   for (const SessionTable::Status& session : sessions) {
     if (!std::all_of(session.printers.begin(), session.printers.end(), hasUtf8)) continue;
     for (const bool isWhole : {true, false}) {
-      Json json = toJson(session, isWhole);
-      if (json.dump().size() > kSessionBytes) continue;
-      all.push_back(std::move(json));
+      const std::string text = textOf(session, isWhole);
+      if (text.size() > kSessionBytes) continue;
+      all += fmt::format("{}\n  {}", all.empty() ? "" : ",", text);
       break;
     }
   }
-  return Json{{"format", kFormat}, {"sessions", std::move(all)}}.dump(1, ' ') + "\n";
+  return fmt::format("{{\"format\": {}, \"sessions\": [{}]}}\n", quoted(kFormat), all);
 }
 
 std::vector<SessionTable::Status> fromStateText(const std::string& text, system_clock::time_point now) try {
@@ -171,13 +175,14 @@ void SessionKeeper::writeFile() noexcept {
     if (m_failed) m_log->line(fmt::format("the sessions are kept in {} again", m_name));
     m_failed = false;
   } catch (const std::exception& failure) {
-    if (!m_failed) {
+    if (m_failed) return;
+    ifPossible([&] {
       m_log->failure(fmt::format(
           "the sessions are not kept in {}: {}; see that its folder exists and has room. Printing goes on; after a "
           "restart of aps each session is known again when its print client comes",
           m_name, failure.what()));
-    }
-    m_failed = true;
+      m_failed = true;
+    });
   }
 }
 

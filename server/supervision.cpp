@@ -1,6 +1,7 @@
 #include "server/supervision.h"
 
 #include "corvane/base/process.h"
+#include "server/if_possible.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -98,17 +99,21 @@ void Supervision::judge(const std::string& failure) {
 
 // A sign of life comes after half of the time. A call that is not answered is given up after a quarter, and repeated,
 // so that one lost call ends nobody.
-void Supervision::watch() {
+void Supervision::watch() noexcept {
   const auto time = std::min<Clock::duration>(m_manager.watchdog(), kLongestWatchdog);
   auto next = Clock::now() + time / 2;
   std::unique_lock<std::mutex> lock(m_lock);
   while (!m_stopped.wait_until(lock, next, [this] { return m_isStopping; })) {
     const auto begun = Clock::now();
     lock.unlock();
-    const std::string failure = callAll(time / 4 / static_cast<Clock::rep>(m_listeners.size()));
-    judge(failure);
+    bool isAlive = false;
+    ifPossible([&] {
+      const std::string failure = callAll(time / 4 / static_cast<Clock::rep>(m_listeners.size()));
+      judge(failure);
+      isAlive = failure.empty();
+    });
     lock.lock();
-    next = begun + (failure.empty() ? time / 2 : time / 4);
+    next = begun + (isAlive ? time / 2 : time / 4);
   }
 }
 

@@ -41,7 +41,7 @@ class Supervision {
   using Clock = std::chrono::steady_clock;
 
   void tellLocked(const std::string& assignments);
-  void watch();
+  void watch() noexcept;
   // Calls every listener once. The first that does not answer, with the reason; empty when all do.
   std::string callAll(Clock::duration limit);
   // Keeps what came of the calls, and tells it.

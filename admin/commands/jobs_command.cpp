@@ -96,7 +96,7 @@ ExitCode list(const Wanted& wanted, Output& output) {
   }
   Json jobs = Json::array();
   for (const JobRecord& job : all.jobs) {
-    jobs.push_back(protocol::jobJson(job));
+    jobs.push_back(nlohmann::ordered_json::parse(protocol::jobText(job)));
     wanted.job != 0 ? sayStory(job, output) : sayJob(job, output);
   }
   if (all.jobs.empty() && wanted.job == 0) output.line("no such jobs");

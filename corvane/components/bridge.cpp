@@ -15,8 +15,8 @@ void CS_Bridge::prepareServing(const std::shared_ptr<corvane::BridgeLoad>& load)
 }
 
 bool CS_Bridge::startServing() {
-  return m_worker->start(this, [this](const std::wstring& failure) {
-    if (!failure.empty()) leave(failure);
+  return m_worker->start(this, [this](const wchar_t* failure) {
+    if (*failure != L'\0') leave(failure);
     releaseChildren();
   });
 }
@@ -34,16 +34,19 @@ bool CS_Bridge::release() {
   return true;
 }
 
-void CS_Bridge::leave(const std::wstring& reason) {
+void CS_Bridge::leave(const wchar_t* reason) {
   CS_Component* owner = getOwner();
   if (owner == nullptr || !owner->removeChild(this)) return;  // the peer let it go meanwhile
   corvane::FrameHeader header;
   header.kind = corvane::FrameKind::kRelease;
   header.component = getIdentifier();
+  corvane::Link& link = getChannel(true)->link();
   try {
-    getChannel(true)->link().sendText(header, reason.c_str());
+    link.sendText(header, reason);
   } catch (const CS_Exception&) {
     // The connection has ended, and the peer knows.
+  } catch (const std::exception&) {
+    link.end(L"not enough memory");  // so that the peer does not wait for a bridge that is gone
   }
 }
 

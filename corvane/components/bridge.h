@@ -40,7 +40,7 @@ class CS_Bridge : public CS_Component, public corvane::BridgeEnd {
   void releasedByPeer(const std::wstring&) override { release(); }
 
   // The bridge cannot go on: it leaves its connection, and the peer gets the reason. On its own thread.
-  void leave(const std::wstring& reason);
+  void leave(const wchar_t* reason);
 
   // Waits until the threads of all bridges of this process have ended; false when the time ran out first. For the end
   // of a program whose connections have been destroyed.

@@ -177,11 +177,15 @@ Frame BridgeWorker::next() {
   }
 }
 
-void BridgeWorker::stop(const std::wstring& reason) {
+void BridgeWorker::stop(const wchar_t* reason) {
   const std::lock_guard guard(m_load->lock);
   if (m_stopped) return;
   m_stopped = true;
-  m_reason = reason;
+  try {
+    m_reason = reason;
+  } catch (const std::bad_alloc&) {
+    // The end is what counts.
+  }
   for (const auto& run : m_arrivals) {
     m_bytes -= costOf(run);
     m_load->bytes -= costOf(run);
@@ -191,26 +195,31 @@ void BridgeWorker::stop(const std::wstring& reason) {
   m_load->room.notify_one();
 }
 
-std::wstring BridgeWorker::serveAll() {
+CS_Exception BridgeWorker::serveAll() noexcept {
   try {
     for (;;)
       serveOne(next());
   } catch (const CS_Exception& exception) {
-    if (exception.number() == kConnectionLost) return {};
-    return exception.detail();
+    return exception;
   } catch (...) {
-    return messageText(kUnknownException);
+    return CS_Exception(kUnknownException, L"%s", messageText(kUnknownException));
   }
 }
 
-void BridgeWorker::run(const EndHandler& onEnd) {
-  const std::wstring failure = serveAll();
-  if (!failure.empty()) {
-    LocalMonitor::instance().writeLine(L"bridge", failure.c_str());
+// What ends a bridge may be that there is no memory: its end takes none.
+void BridgeWorker::run(const EndHandler& onEnd) noexcept {
+  const CS_Exception end = serveAll();
+  const wchar_t* const failure = end.number() == kConnectionLost ? L"" : end.detail();
+  if (*failure != L'\0') {
+    LocalMonitor::instance().writeLine(L"bridge", failure);
     stop(failure);
   }
   letGoOfRun();
-  onEnd(failure);
+  try {
+    onEnd(failure);
+  } catch (const std::exception&) {
+    // One of its components had no memory for its part of the end; the others have done theirs.
+  }
 }
 
 void BridgeWorker::serveOne(const Frame& frame) {

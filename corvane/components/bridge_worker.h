@@ -2,6 +2,7 @@
 
 #include "corvane/base/lock.h"
 #include "corvane/components/serving.h"
+#include "corvane/records/exception.h"
 #include "corvane/wire/frame.h"
 #include "corvane/wire/packing.h"
 
@@ -35,7 +36,7 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
 
   // Called by the thread when it has served its last request, with why the bridge cannot go on; empty when it was
   // stopped.
-  using EndHandler = std::function<void(const std::wstring& failure)>;
+  using EndHandler = std::function<void(const wchar_t* failure)>;
   // Starts the thread, which holds the bridge until it ends; false when the system has no thread, or the connection
   // kMaxServedBridges of them.
   bool start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd);
@@ -43,16 +44,16 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   void deliver(std::span<const unsigned char> frames);
   // No further frame comes. What waits is dropped, because the request that it belongs to was cut, and the thread ends
   // as soon as the component it is in returns.
-  void stop(const std::wstring& reason);
+  void stop(const wchar_t* reason);
 
   static bool waitForAll(unsigned timeoutMilliseconds);
 
  private:
   class Source;
 
-  void run(const EndHandler& onEnd);
-  // Why the bridge cannot go on; empty when it was stopped.
-  std::wstring serveAll();
+  void run(const EndHandler& onEnd) noexcept;
+  // What ended it: kConnectionLost when it was stopped, and otherwise why the bridge cannot go on.
+  CS_Exception serveAll() noexcept;
   void serveOne(const Frame& frame);
   // The next frame, valid until the next call; throws CS_Exception (3102) with the reason once the bridge is stopped.
   Frame next();

@@ -4,6 +4,7 @@
 #include "corvane/records/messages.h"
 #include "corvane/wire/link.h"
 
+#include <new>
 #include <system_error>
 
 namespace corvane {
@@ -31,10 +32,15 @@ void Heartbeat::watch(const std::shared_ptr<Link>& link) {
   }
 }
 
-void Heartbeat::run() {
+void Heartbeat::run() noexcept {
   std::vector<std::shared_ptr<Link>> alive;
   std::unique_lock lock(m_lock);
   while (!m_changed.wait_for(lock, m_patience.beat, [this] { return m_stopping; })) {
+    try {
+      alive.reserve(m_links.size());
+    } catch (const std::bad_alloc&) {
+      continue;  // Patience has room for a beat that is missing
+    }
     std::erase_if(m_links, [&](const std::weak_ptr<Link>& each) {
       std::shared_ptr<Link> link = each.lock();
       if (link == nullptr || link->hasEnded()) return true;

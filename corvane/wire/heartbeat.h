@@ -31,7 +31,7 @@ class Heartbeat {
   void watch(const std::shared_ptr<Link>& link);
 
  private:
-  void run();
+  void run() noexcept;
 
   const Patience m_patience;
   Lock m_lock;  // guards what follows

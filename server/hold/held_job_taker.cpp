@@ -86,7 +86,7 @@ void HeldJobTaker::refuse(const HoldRefusal& refusal) {
   const CS_RCPtr<CS_Component> owner = getOwner();
   auto* const bridge = dynamic_cast<CS_Bridge*>(owner.get());
   if (bridge == nullptr) return;
-  bridge->leave(corvane::fromUtf8(fmt::format("{}; {}", refusal.what(), refusal.remedy())));
+  bridge->leave(corvane::fromUtf8(fmt::format("{}; {}", refusal.what(), refusal.remedy())).c_str());
   bridge->release();
 }
 

@@ -7,6 +7,7 @@
 #include "programs/text.h"
 #include "protocol/names.h"
 #include "server/hold/served_end.h"
+#include "server/if_possible.h"
 #include "server/paper_notice.h"
 
 #include <algorithm>
@@ -39,16 +40,6 @@ std::wstring sentence(const std::string& text) {
   std::wstring wide = corvane::fromUtf8(text);
   if (wide[0] >= L'a' && wide[0] <= L'z') wide[0] = static_cast<wchar_t>(wide[0] - L'a' + L'A');
   return wide.back() == L'.' ? wide : wide + L'.';
-}
-
-// What is done where nothing depends on it, such as words for a line: without memory for it, it is left out.
-template <class Do>
-void ifPossible(const Do& action) noexcept {
-  try {
-    action();
-  } catch (...) {
-    // There was none.
-  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <new>
 #include <string_view>
 #include <system_error>
 
@@ -69,6 +70,12 @@ void bindAll(Statement& statement, const JobRecord& job) {
   put(job.cause);
   put(job.remedy);
   number(job.pages);
+}
+
+std::string wordsOf(const std::exception& failure) noexcept try {
+  return failure.what();
+} catch (const std::bad_alloc&) {
+  return "out of memory";  // takes none
 }
 
 JobRecord recordOf(const Statement& row) {
@@ -269,8 +276,8 @@ void JobHistory::start() noexcept {
 
 void JobHistory::startLocked() noexcept try {
   if (!m_isStopping && !m_writer.joinable()) m_writer = std::thread([this] { run(); });
-} catch (const std::system_error&) {
-  // The next record tries again.
+} catch (const std::exception&) {
+  // No thread, or no memory for one: the next record tries again.
 }
 
 void JobHistory::awaitWritten(int number) noexcept {
@@ -326,7 +333,7 @@ void JobHistory::boundLocked() noexcept {
   }
 }
 
-std::optional<std::string> JobHistory::writeWaiting(const std::map<int, JobRecord>& records) try {
+std::optional<std::string> JobHistory::writeWaiting(const std::map<int, JobRecord>& records) noexcept try {
   const std::lock_guard<std::mutex> guard(m_databaseLock);
   if (!m_database) open();
   try {
@@ -339,7 +346,7 @@ std::optional<std::string> JobHistory::writeWaiting(const std::map<int, JobRecor
   }
   return std::nullopt;
 } catch (const std::exception& failure) {
-  return failure.what();
+  return wordsOf(failure);
 }
 
 void JobHistory::writeAll(const std::map<int, JobRecord>& records) {

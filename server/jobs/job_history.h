@@ -97,7 +97,7 @@ class JobHistory {
   void wantLocked() noexcept;
   void run() noexcept;
   // Hands the waiting records to the file; why it does not take them, or nothing.
-  std::optional<std::string> writeWaiting(const std::map<int, protocol::JobRecord>& records);
+  std::optional<std::string> writeWaiting(const std::map<int, protocol::JobRecord>& records) noexcept;
   void writeAll(const std::map<int, protocol::JobRecord>& records);
   void prune();
   void tellTrouble(std::string why) noexcept;

@@ -11,9 +11,7 @@ namespace aps {
 namespace {
 
 std::string lineOf(const JobHistory::Change& change) {
-  auto json = protocol::jobJson(change.record);
-  json["change"] = change.number;
-  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return protocol::jobText(change.record, fmt::format(",\"change\":{}", change.number)) + "\n";
 }
 
 }  // namespace

@@ -9,8 +9,9 @@ namespace tests {
 struct FailingCalls {
   enum Kind : int {
     kNone,
-    kAllocation,  // with new
-    kThread,      // the start of one
+    kAllocation,      // with new
+    kAllAllocations,  // not one: all of them, for as long as this stands here
+    kThread,          // the start of one
     kFile,  // of a file or folder in the folder of held jobs: making, opening, writing, syncing, renaming, removing
   };
 

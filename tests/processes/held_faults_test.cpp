@@ -132,7 +132,6 @@ class HeldJobFaults : public ::testing::Test {
                                   "MG_FAILING_CALLS=" + controlFile()});
     m_scene->makeKnown();
     m_scene->scene().restartServer();
-    m_scene->makeKnown();  // whoever keeps the sessions is known from now on (failing_calls.cpp)
   }
   void TearDown() override {
     if (m_control != nullptr) munmap(m_control, sizeof(FailingCalls));
@@ -390,6 +389,41 @@ TEST_F(HeldJobFaults, AnyAllocationMayFailWhileJobsAreGivenUp) {
 }
 TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileJobsAreGivenUp) {
   givingUpGoesOn(Kind::kFile);
+}
+
+// Longer than a single failure: who has no memory for what it wanted has none for the words about it either. What aps
+// does every second by itself comes in between.
+TEST_F(HeldJobFaults, WithoutAnyMemoryForAMomentApsLosesNoJobAndGoesOn) {
+  int number = 0, told = 0;
+  for (int round = 0; round < 6 && !HasFailure(); ++round) {
+    const auto begun = m_scene->begin(L"Letter", nameOf(++number));
+    ASSERT_TRUE(begun);
+    auto there = client();
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+    arm(Kind::kAllAllocations, 0);
+    const int first = number;
+    try {
+      told += begun->endJob() == 1 ? 1 : 0;
+    } catch (const CS_Exception&) {
+      // It is told that its job failed.
+    }
+    while (std::chrono::steady_clock::now() < until) {
+      EXPECT_NE(m_scene->print(L"Letter", nameOf(++number)), 1);
+      EXPECT_ANY_THROW(m_scene->administration().jobs(1));
+      EXPECT_FALSE(RememberingClient(*m_scene, m_scene->scene().port()).isThere());
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(disarm());
+    ASSERT_TRUE(isAlive()) << m_scene->server().output();
+    there.reset();
+    m_scene->awaitAway();
+    ASSERT_EQ(m_scene->print(L"Letter", nameOf(++number)), 1) << m_scene->server().output();
+    EXPECT_TRUE(arrives([&] { return g_taken.count(nameOf(number)) == 1 && m_scene->held().empty(); }))
+        << m_scene->server().output();
+    m_scene->awaitAway();
+    EXPECT_LE(g_taken.count(nameOf(first)), 1u);
+  }
+  std::printf("%d requests while there was no memory\n", number);
 }
 
 // Where the folder cannot be used aps does not start and says so; what is held there stays, and nothing is lost.

@@ -239,6 +239,7 @@ TEST(HeldJobs, ADamagedFileIsSaidAndSetAsideAndTheOthersAreDelivered) {
 TEST(HeldJobs, AJobWhosePrinterIsGoneWaitsWithItsReasonHoldsUpNoOtherAndGoesWhenThePrinterIsBack) {
   HeldScene scene;
   scene.startClient(5, "", {"Laser-2", "Ink"}).reset();
+  scene.awaitAway();
   EXPECT_EQ(scene.print(L"1", "one"), 1);
   ASSERT_TRUE(scene.awaitHeld(1));
   auto client = scene.startClient(5, "", {"Ink"});
