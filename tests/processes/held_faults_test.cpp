@@ -394,7 +394,7 @@ TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileJobsAreGivenUp) {
 // Longer than a single failure: who has no memory for what it wanted has none for the words about it either. What aps
 // does every second by itself comes in between.
 TEST_F(HeldJobFaults, WithoutAnyMemoryForAMomentApsLosesNoJobAndGoesOn) {
-  int number = 0, told = 0;
+  int number = 0;
   for (int round = 0; round < 6 && !HasFailure(); ++round) {
     const auto begun = m_scene->begin(L"Letter", nameOf(++number));
     ASSERT_TRUE(begun);
@@ -403,7 +403,7 @@ TEST_F(HeldJobFaults, WithoutAnyMemoryForAMomentApsLosesNoJobAndGoesOn) {
     arm(Kind::kAllAllocations, 0);
     const int first = number;
     try {
-      told += begun->endJob() == 1 ? 1 : 0;
+      begun->endJob();
     } catch (const CS_Exception&) {
       // It is told that its job failed.
     }
