@@ -1,5 +1,7 @@
 #include "tests/end_to_end/fixture.h"
 
+#include "tests/processes/process_table.h"
+
 #include <chrono>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -57,6 +59,8 @@ std::string EndToEnd::outputOf(const std::vector<std::string>& command) {
 void EndToEnd::expectNotPrinted(ChildProcess& print, const std::string& saying, int session) {
   EXPECT_EQ(print.wait(), 1);
   EXPECT_THAT(print.output(), testing::HasSubstr(saying));
+  // What had begun to come is removed when the client learns that the job goes no further.
+  comesTrue([&] { return scene.files(session).empty(); }, 20);
   EXPECT_THAT(scene.files(session), testing::IsEmpty());
 }
 
