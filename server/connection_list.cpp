@@ -54,11 +54,11 @@ void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivin
   // All that takes memory stands in front of the lock: who is told to leave under it is ended behind it.
   std::list<Session> arrived(1);
   const Position position = arrived.begin();
+  const std::string peer = stream->peerName();
   position->room = arrivingRoom;
-  position->peer = stream->peerName();
-  position->who = addressOf(position->peer);
+  position->peer = peer;
+  position->who = addressOf(peer);
   position->arrived = Clock::now();
-  const std::string peer = position->peer;
   position->connection = CS_Connection::arrive(std::move(stream), &m_heartbeat);
   if (arrivingRoom == Room::kArrivingFromNetwork) position->connection->useLine({m_packing, 0});
   Evicted evicted;
@@ -84,9 +84,8 @@ void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivin
   }
   end(evicted, [] { return "it had asked for nothing yet, and its place is needed for one that came later"; });
   if (isFull) refuse(peer, fmt::format("there are {} connections, which is the limit; end some", m_places.all));
-  if (!noThread) return;
   try {
-    std::rethrow_exception(noThread);
+    if (noThread) std::rethrow_exception(noThread);
   } catch (const std::system_error& failure) {
     refuse(peer, fmt::format("no thread for it: {}; end some connections or programs of this machine", failure.what()));
   }
