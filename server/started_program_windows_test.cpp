@@ -101,8 +101,8 @@ TEST_F(StartedProgramTest, SaysWhatToDoWhenTheProgramDoesNotExist) {
 
 TEST_F(StartedProgramTest, LeavingEndsTheWaitAndNotTheProgram) {
   Launch launch = kLaunch;
-  // Goes on until it is ended.
-  launch.arguments = L"\"/c pause\"";
+  // Goes on until it is ended, whatever the standard input of the tests is.
+  launch.arguments = L"\"/c for /l %i in (1,0,2) do @rem\"";
   const auto program = startProgram(launch, "");
   const mg::ObjectHandle process(
       OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, static_cast<DWORD>(program->processId())));
