@@ -56,15 +56,15 @@ if(MG_SANITIZE)
 endif()
 
 # Some sources at a time are compiled as one, because most of the time goes into headers: what a folder's sources keep to
-# themselves must not have the same name twice. The presets without this see whether a source includes what it uses. This
-# number is the only place that says how many; fewer are quicker to compile when one has been changed, more are quicker
-# when all have.
+# themselves must not have the same name twice, nor hide what another one means (cmake/check_unity.py). The presets
+# without this see whether a source includes what it uses. This number is the only place that says how many; fewer are
+# quicker to compile when one has been changed, more are quicker when all have.
 option(MG_UNITY "Compile some sources of a folder at a time as one" ON)
 if(MG_UNITY)
   # What a class of a header has of an unnamed namespace, the compiler takes for a mistake where sources are compiled as one.
   target_compile_options(mg_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   set(CMAKE_UNITY_BUILD ON)
-  set(CMAKE_UNITY_BUILD_BATCH_SIZE 24)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 80)
 endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)

@@ -21,6 +21,11 @@ if(MG_PRECOMPILE)
   target_precompile_headers(mg_test_headers PRIVATE ${MG_OWN_HEADERS})
 endif()
 set(MG_TEST_OPTIONS -O0 ${MG_PRECOMPILE_OPTIONS})
+if(WIN32)
+  # GNU's assembler for Windows goes through all sections for each new one, and code that is not optimised has tens of
+  # thousands: it took as long as the compiler. What is installed is assembled by it nevertheless.
+  list(APPEND MG_TEST_OPTIONS "-specs=${CMAKE_CURRENT_LIST_DIR}/assemble-with-llvm.specs" "-B${CMAKE_CURRENT_LIST_DIR}/")
+endif()
 target_compile_options(mg_test_headers PRIVATE ${MG_TEST_OPTIONS})
 
 # What every test binary has: its main function, and a bound for each of its tests.

@@ -18,7 +18,7 @@ namespace mg::converter {
 namespace {
 
 // The path as Ghostscript sees it.
-std::string hostPath(const std::wstring& path) {
+std::string ghostscriptPath(const std::wstring& path) {
   const auto translate = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(
       reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
   return translate != nullptr ? translate(path.c_str()) : std::filesystem::path(path).generic_string();
@@ -244,7 +244,7 @@ TEST_F(ConvertTest, PagesCannotBeSentToAnotherFile) {
 
 TEST_F(ConvertTest, DocumentCannotListReadOrDeleteFilesBesideIt) {
   write(L"secret", "secret");
-  const std::string folder = hostPath(m_folder);
+  const std::string folder = ghostscriptPath(m_folder);
   // It sees its own name and those of Ghostscript's temporary files.
   const std::string list =
       "(" + folder + "/*) { (secret) search { listedafile } { pop } ifelse } 256 string " + "filenameforall\n";

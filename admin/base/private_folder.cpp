@@ -31,7 +31,7 @@ Descriptor descriptorFor(const std::wstring& identity) {
   return Descriptor(made);
 }
 
-std::wstring textOf(PSID identity) {
+std::wstring sidText(PSID identity) {
   wchar_t* text = nullptr;
   if (!ConvertSidToStringSidW(identity, &text)) return L"?";
   const Descriptor owner(text);
@@ -43,7 +43,7 @@ std::string nameOf(PSID identity) {
   DWORD nameSize = 256, domainSize = 256;
   SID_NAME_USE use{};
   if (!LookupAccountSidW(nullptr, identity, name, &nameSize, domain, &domainSize, &use))
-    return corvane::toUtf8(textOf(identity));
+    return corvane::toUtf8(sidText(identity));
   return programs::oneLine(domainSize > 0 ? std::wstring(domain) + L"\\" + name : std::wstring(name));
 }
 
@@ -55,7 +55,7 @@ std::wstring ownIdentity() {
   DWORD needed = 0;
   const BOOL isKnown = GetTokenInformation(token, TokenUser, buffer.data(), static_cast<DWORD>(buffer.size()), &needed);
   CloseHandle(token);
-  return isKnown ? textOf(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid) : std::wstring();
+  return isKnown ? sidText(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid) : std::wstring();
 }
 
 // The system, the administrators, Windows's installer of itself; and who runs this, whom an administrator has let do
@@ -96,7 +96,7 @@ void createPrivateFolder(const std::wstring& path, const std::wstring& identity)
 
 void makeFolderPrivate(const std::wstring& path, const std::wstring& identity) {
   const Rights before = rightsOf(path);
-  if (!isTrusted(textOf(before.owner))) {
+  if (!isTrusted(sidText(before.owner))) {
     throw Failure(ExitCode::kFailed,
                   fmt::format("the folder {} is there already and belongs to {}, who can change its rights at any time",
                               programs::quoted(path), nameOf(before.owner)),
@@ -116,7 +116,7 @@ void makeFolderPrivate(const std::wstring& path, const std::wstring& identity) {
 
 std::string strangersIn(const std::wstring& path, const std::wstring& identity) {
   const Rights rights = rightsOf(path);
-  if (!isTrusted(textOf(rights.owner))) return fmt::format("{} (who owns it)", nameOf(rights.owner));
+  if (!isTrusted(sidText(rights.owner))) return fmt::format("{} (who owns it)", nameOf(rights.owner));
   if (rights.list == nullptr) return "everybody";
   std::string names;
   for (DWORD i = 0; i < rights.list->AceCount; ++i) {
@@ -125,7 +125,7 @@ std::string strangersIn(const std::wstring& path, const std::wstring& identity) 
       continue;
     auto* const allowed = reinterpret_cast<ACCESS_ALLOWED_ACE*>(entry);
     PSID const who = &allowed->SidStart;
-    const std::wstring text = textOf(who);
+    const std::wstring text = sidText(who);
     // "The owner" is one of those who were looked at above.
     if (allowed->Mask == 0 || text == identity || text == L"S-1-3-0" || text == L"S-1-3-4" || isTrusted(text)) continue;
     names += fmt::format("{}{}", names.empty() ? "" : ", ", nameOf(who));

@@ -20,7 +20,7 @@ using corvane::toUtf8;
 constexpr char kNoNumber[] = "not a DWORD";
 constexpr char kInstallAgain[] = "Run mgprintmon install: it restores what is missing.";
 
-std::wstring textOf(const std::wstring& key, const wchar_t* name) {
+std::wstring registryText(const std::wstring& key, const wchar_t* name) {
   const auto value = readValue(key, name);
   if (!value) {
     throw Failure(ExitCode::kFailed, fmt::format("the value {} is missing", programs::quoted(name)), kInstallAgain);
@@ -51,14 +51,14 @@ void checkNumbers(const Places& places) {
 }
 
 void checkRoot(const Places& places) {
-  const std::wstring root = textOf(places.productKey(), L"RootPath");
+  const std::wstring root = registryText(places.productKey(), L"RootPath");
   if (!folderExists(root)) {
     throw Failure(ExitCode::kFailed, fmt::format("RootPath {} is not a folder", programs::quoted(root)), kInstallAgain);
   }
 }
 
 void checkFramework(const std::wstring& key) {
-  const std::wstring log = textOf(key, L"LogFile");
+  const std::wstring log = registryText(key, L"LogFile");
   const std::size_t end = log.rfind(L'\\');
   if (end == std::wstring::npos || !folderExists(log.substr(0, end))) {
     throw Failure(ExitCode::kFailed, fmt::format("the folder of LogFile {} does not exist", programs::quoted(log)),
@@ -72,7 +72,7 @@ void checkFramework(const std::wstring& key) {
 }
 
 void checkEventSource(const Places& places) {
-  const std::wstring file = textOf(places.eventSourceKey, L"EventMessageFile");
+  const std::wstring file = registryText(places.eventSourceKey, L"EventMessageFile");
   const auto types = readValue(places.eventSourceKey, L"TypesSupported");
   if (file == places.module() && types && types->number() == 7u) return;
   throw Failure(ExitCode::kFailed, "the event source MgPrintMon does not point to the module", kInstallAgain);
@@ -151,7 +151,7 @@ std::string checkKeyFile(const Places& places) {
            "--keys "
            "changes that";
   }
-  const std::wstring file = textOf(places.frameworkKey(), kKeyFileName);
+  const std::wstring file = registryText(places.frameworkKey(), kKeyFileName);
   try {
     corvane::Key::read(toUtf8(file));
   } catch (const CS_Exception& cause) {

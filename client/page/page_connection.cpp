@@ -14,7 +14,7 @@ using asio::ip::tcp;
 using boost::system::error_code;
 using std::chrono::milliseconds;
 
-constexpr std::size_t kPieceBytes = 64 * 1024;
+constexpr std::size_t kDocumentPieceBytes = 64 * 1024;
 constexpr std::size_t kMostDrained = 1024 * 1024;
 constexpr milliseconds kDrain{1000};
 
@@ -152,7 +152,7 @@ void PageConnection::sendText(std::string text, Then then) {
 
 void PageConnection::sendPiece() {
   if (m_left == 0) return endOfAnswer();
-  std::string piece(static_cast<std::size_t>(std::min<std::uint64_t>(kPieceBytes, m_left)), '\0');
+  std::string piece(static_cast<std::size_t>(std::min<std::uint64_t>(kDocumentPieceBytes, m_left)), '\0');
   if (!m_file.read(piece.data(), static_cast<std::streamsize>(piece.size()))) return close();
   m_left -= piece.size();
   sendText(std::move(piece), [this] { sendPiece(); });

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <cwchar>
 #include <rpc.h>
+#include <utility>
 
 MG_IMPORT_SEAM(L"advapi32.dll", GetUserNameW, FALSE)
 MG_IMPORT_SEAM(L"advapi32.dll", RegCreateKeyExW, ERROR_ACCESS_DENIED)

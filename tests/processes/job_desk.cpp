@@ -81,10 +81,10 @@ class PaperDesk : public JobDesk {
 
   // A job comes out when all before it have; while there is one the printer takes no other.
   void settle() override {
-    for (const auto& [session, printer] : m_printers) {
-      PaperPlace::waitUntil("a control page", [&] { return printControl(*printer); });
-      const std::size_t count = ++m_controls[session];
-      PaperPlace::waitUntil("a control page", [&] { return controls(*printer) == count; });
+    for (const auto& printer : m_printers) {
+      PaperPlace::waitUntil("a control page", [&] { return printControl(*printer.second); });
+      const std::size_t count = ++m_controls[printer.first];
+      PaperPlace::waitUntil("a control page", [&] { return controls(*printer.second) == count; });
     }
   }
   ChildProcess* printer(int session) const override { return &m_printers.at(session)->process(); }
