@@ -50,7 +50,7 @@ endfunction()
 
 # mg_test_binary(<name> SOURCES ... [LINK ...] [SECONDS n] [SHARDS n]): a GoogleTest binary and its ctest entry of the same
 # name, which fails after so many seconds, 300 unless said. With SHARDS it has so many entries, <name>.0 and so on, which may
-# run at the same time, each with every so many-th test.
+# run at the same time, each with every so many-th test, and which begin before the others, because they take longest.
 function(mg_test_binary name)
   cmake_parse_arguments(arg "" "SECONDS;SHARDS" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
@@ -71,7 +71,7 @@ function(mg_test_binary name)
   math(EXPR last "${arg_SHARDS} - 1")
   foreach(shard RANGE ${last})
     add_test(NAME ${name}.${shard} COMMAND ${name})
-    set_tests_properties(${name}.${shard} PROPERTIES TIMEOUT ${arg_SECONDS}
+    set_tests_properties(${name}.${shard} PROPERTIES TIMEOUT ${arg_SECONDS} COST 100
       ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_SHARDS};GTEST_SHARD_INDEX=${shard}")
   endforeach()
 endfunction()

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -28,6 +30,16 @@ long long takeNumber(std::string_view& text) {
 
 bool isLineEnd(char c) {
   return c == '\n' || c == '\r';
+}
+
+// Goes over eight characters at a time as long as none of them is a control character, which a line end is.
+const char* findLineEnd(const char* at, const char* end) {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
+  for (std::uint64_t eight = 0; end - at >= 8; at += 8) {
+    std::memcpy(&eight, at, 8);
+    if (((eight - kEach * ('\r' + 1)) & ~eight & (kEach << 7)) != 0) break;
+  }
+  return std::find_if(at, end, isLineEnd);
 }
 
 class Reader {
@@ -61,7 +73,7 @@ class Reader {
     do {
       const char* const first = m_block.data() + m_at;
       const char* const end = m_block.data() + m_end;
-      const char* const found = std::find_if(first, end, isLineEnd);
+      const char* const found = findLineEnd(first, end);
       line.append(first, std::min(static_cast<size_t>(found - first), kMostKept - line.size()));
       m_at += static_cast<size_t>(found - first);
       if (found != end) {

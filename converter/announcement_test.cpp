@@ -54,6 +54,18 @@ TEST(Announcement, FewerPageCommentsThanPagesAndNoEndIsACutFile) {
   EXPECT_TRUE(read(kHead + "%%Pages: 8\n" + pages(8)).isWhole());
 }
 
+TEST(Announcement, ALineEndsWhereItEndsWhateverItHoldsAndHoweverLongItIs) {
+  for (const char* end : {"\n", "\r", "\r\n"}) {
+    for (const char filling : {'x', '\t', '\x0e', '\x7f', '\x80', '\x8a', '\x8d', '\xff'}) {
+      for (size_t length = 0; length < 34; ++length) {
+        const std::string line = std::string(length, filling) + end;
+        const std::string document = kHead + line + "%%Page: 1 1" + end + line + line + "%%Page: 2 2" + end + line;
+        ASSERT_EQ(read(document).pageComments, 2) << length << " of " << int{filling};
+      }
+    }
+  }
+}
+
 TEST(Announcement, AnEndBeforeALaterPageIsNotTheEnd) {
   EXPECT_FALSE(read(kHead + "%%Pages: 3\n%%EOF\n" + pages(2)).hasEnd);
 }

@@ -46,7 +46,7 @@ job=$!
 { cat <&3 >/dev/null; [ -e status.new ] || [ -e status ] || kill -s KILL -- "-$job" "$job"; } &
 watch=$!
 wait "$job"; echo $? >status.new
-remove tmp; mv status.new status
+rmdir tmp || remove tmp; mv status.new status
 wait "$watch"; cd /; remove "$folder")";
 
 std::string utf8(const std::wstring& text) {

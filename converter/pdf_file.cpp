@@ -3,6 +3,7 @@
 #include "converter/conversion_error.h"
 #include "converter/pdf_tokens.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
@@ -12,6 +13,7 @@ namespace mg::converter {
 namespace {
 
 constexpr size_t kEntrySize = 20;
+constexpr size_t kWindow = 64u << 10;
 // The root of the page tree lists all its children; pdfwrite writes no object larger than this.
 constexpr size_t kMostObjectSize = 16u << 20;
 constexpr size_t kMostTrailerSize = 64u << 10;
@@ -57,6 +59,15 @@ PdfFile::PdfFile(const std::wstring& path) : m_file(std::filesystem::path(path),
 }
 
 std::string PdfFile::read(unsigned long long at, size_t size) {
+  if (size > kWindow) return readFile(at, size);
+  if (at < m_windowAt || at + size > m_windowAt + m_window.size()) {
+    m_window = readFile(at, kWindow);
+    m_windowAt = at;
+  }
+  return m_window.substr(static_cast<size_t>(at - m_windowAt), size);
+}
+
+std::string PdfFile::readFile(unsigned long long at, size_t size) {
   std::string bytes(size, '\0');
   m_file.clear();
   m_file.seekg(static_cast<std::streamoff>(at));
@@ -135,6 +146,7 @@ std::vector<unsigned long long> PdfFile::objects() const {
   for (size_t i = 1; i < m_offsets.size(); ++i) {
     if (m_offsets[i] != 0) numbers.push_back(i);
   }
+  std::ranges::sort(numbers, {}, [&](unsigned long long number) { return m_offsets[number]; });
   return numbers;
 }
 

@@ -15,7 +15,7 @@ class PdfFile {
 
   // The trailer of the last table, as text from "<<" on.
   const std::string& trailer() const { return m_trailer; }
-  // The numbers of all objects in the tables.
+  // The numbers of all objects in the tables, in the order in which they stand in the file: so it is read once.
   std::vector<unsigned long long> objects() const;
   // An object's position in the file.
   unsigned long long offset(unsigned long long number) const;
@@ -31,6 +31,7 @@ class PdfFile {
     unsigned long long at;
   };
 
+  std::string readFile(unsigned long long at, size_t size);
   void readTail();
   // Reads one table and returns the position of the previous one, 0 when there is none.
   unsigned long long readTable(unsigned long long at, bool isLast);
@@ -38,6 +39,8 @@ class PdfFile {
 
   std::ifstream m_file;
   unsigned long long m_size = 0;
+  std::string m_window;  // of the file, from m_windowAt on: most objects are small and stand close together
+  unsigned long long m_windowAt = 0;
   std::string m_trailer;
   std::vector<unsigned long long> m_offsets;  // 0 for an object that does not exist
 };

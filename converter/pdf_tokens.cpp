@@ -9,8 +9,23 @@ bool isBlank(char c) {
   return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\f' || c == '\0';
 }
 
+// A switch, because a search in a text would be a call of the C library for each character.
 bool isRegular(char c) {
-  return !isBlank(c) && std::string_view("()<>[]{}/%").find(c) == std::string_view::npos;
+  switch (c) {
+    case '(':
+    case ')':
+    case '<':
+    case '>':
+    case '[':
+    case ']':
+    case '{':
+    case '}':
+    case '/':
+    case '%':
+      return false;
+    default:
+      return !isBlank(c);
+  }
 }
 
 int hexValue(char c) {
