@@ -74,13 +74,18 @@ std::wstring programFolder() {
   return std::filesystem::path(path).parent_path().wstring();
 }
 
+// The spooler has another current folder than whoever types a path.
+std::wstring wholePath(const std::string& path) {
+  return path.empty() ? std::wstring() : std::filesystem::absolute(corvane::fromUtf8(path)).wstring();
+}
+
 ExitCode run(const InstallOptions& options, Output& output) {
   const Places places = Places::ofThisMachine(corvane::fromUtf8(options.root));
   InstallRequest request;
   request.from = options.from.empty() ? programFolder() : corvane::fromUtf8(options.from);
   if (options.port != 0) request.serverPort = options.port;
-  request.logFile = corvane::fromUtf8(options.log);
-  request.keyFile = corvane::fromUtf8(options.key);
+  request.logFile = wholePath(options.log);
+  request.keyFile = wholePath(options.key);
   request.driver = corvane::fromUtf8(options.driver);
   request.driverPackage = corvane::fromUtf8(options.driverPackage);
   request.force = options.force;

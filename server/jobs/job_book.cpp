@@ -148,6 +148,7 @@ void JobBook::tellHeld(const JobRecord& known, JobState state, const std::wstrin
   if (const auto found = m_jobs.find(known.number); found != m_jobs.end()) {
     Entry& entry = found->second;
     entry.record = std::move(record);
+    entry.isSettled = protocol::isFinal(state);
     entry.isRefused = state == JobState::kFailed && !entry.hasEnded;
     if (entry.isRefused) entry.failure = FailureClass::kNotAttached;
     if (protocol::isFinal(state) && entry.hasEnded) countLocked(entry);
@@ -419,8 +420,10 @@ void JobBook::noticed(const CS_Notice& notice) {
 void JobBook::paperNews(const protocol::PaperNews& news, int session, const std::wstring& printer) {
   const std::wstring number = jobNumberOf(news.job);
   const std::lock_guard<std::mutex> guard(m_lock);
+  // The spooler may give a number again while a job of that number is held, or was when it was canceled.
   const auto found = latestLocked(printer, [&](const Entry& entry) {
-    return entry.record.session == session && entry.record.spoolerJob == number;
+    const bool isWithClient = entry.hold != Hold::kComing && entry.record.state != JobState::kHeld && !entry.isSettled;
+    return isWithClient && entry.record.session == session && entry.record.spoolerJob == number;
   });
   if (found == m_jobs.end()) return;
   Entry& entry = found->second;

@@ -109,6 +109,7 @@ class JobBook : public JobWatch {
     bool hasEnded = false;   // for the port monitor
     bool isNoticed = false;  // the port monitor has said how
     bool hasPaper = false;   // the print client has told of it
+    bool isSettled = false;  // it ended while it was held: no print client has it
     bool isCounted = false, isPaperCounted = false;
     FailureClass failure = FailureClass::kNone;  // the first that is known
   };

@@ -508,6 +508,31 @@ TEST_F(JobBookTest, AHeldJobIsDeliveredUnderItsOwnNumberAndKeepsWhatWasKnownOfIt
   EXPECT_NE(printed.ended, L"");
 }
 
+TEST_F(JobBookTest, WhatAPrinterDidIsToldOfTheJobThatItsClientHasAndOfNoneThatIsHeldOrWas) {
+  int jobs[3] = {};
+  for (int& job : jobs) {
+    job = begin();
+    m_book.hold(job);
+    start(job);
+    answer(job, PrintResult::kPrinted);
+    end(job);
+  }
+  JobRecord known;
+  known.number = jobs[1];
+  m_book.tellHeld(known, JobState::kCanceled, L"It was canceled by root.", L"");
+  news(PaperState::kPrinted);
+  known.number = jobs[0];
+  m_book.redeliver(known);
+  start(jobs[0]);
+  answer(jobs[0], PrintResult::kPrinted);
+  end(jobs[0]);
+  EXPECT_EQ(stateOf(jobs[0]), JobState::kDelivered);
+  news(PaperState::kPrinted);
+  EXPECT_EQ(stateOf(jobs[0]), JobState::kPrinted);
+  EXPECT_EQ(stateOf(jobs[1]), JobState::kCanceled);
+  EXPECT_EQ(stateOf(jobs[2]), JobState::kHeld);
+}
+
 TEST_F(JobBookTest, AHeldJobWhoseDeliveryIsCutOrNotTakenIsHeldAgain) {
   for (const bool isAnswered : {false, true}) {
     const int job = begin();

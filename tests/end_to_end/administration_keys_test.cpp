@@ -55,6 +55,13 @@ TEST_F(AdministrationWithKeys, AnotherKeyThanTheServersIsSaidWithWhatToDo) {
   }
 }
 
+// The spooler has a current folder of its own.
+TEST_F(AdministrationWithKeys, AKeyFileIsKeptByItsWholePath) {
+  install({"--key", "here\\monitor.key"});
+  EXPECT_THAT(machine.administer({"status"}).output,
+              testing::ContainsRegex("the monitor's is in [A-Z]:[^\n]+[^\n]here.monitor.key"));
+}
+
 TEST_F(AdministrationWithKeys, AKeyFileThatIsNoneIsAFaultOfItsOwn) {
   install({"--key", windowsPath(MG_SOURCE_DIR "/examples/letter.ps")});
   EXPECT_THAT(machine.administer({"doctor"}).output, HasSubstr("FAILED  key file: the monitor's key cannot be used: "));
