@@ -51,6 +51,11 @@ bool PrintClient::processRequest(CS_InRequest& request) {
   return CS_Component::processRequest(request);
 }
 
+// A piece of the document is a write to the job's file. To start and to end a job may take a sink, a printer or a disk.
+bool PrintClient::servesAtOnce(int request) const {
+  return static_cast<protocol::PrintRequest>(request) == protocol::PrintRequest::kData;
+}
+
 void PrintClient::askWhether(CS_InRequest& request) try {
   const std::wstring id = protocol::read<protocol::HeldJob>(request).id;
   m_delivery.reset();

@@ -10,13 +10,15 @@
 namespace printclient {
 
 // One job's component on its bridge: takes the port monitor's requests. They come one after another, on the bridge's
-// thread. When the component goes before the job has ended, the job is dropped.
+// thread, and pieces of the document on that of the connection as well. When the component goes before the job has
+// ended, the job is dropped.
 class PrintClient : public CS_Component {
  public:
   using Context = JobOutput;
   explicit PrintClient(std::shared_ptr<JobOutput> output) : m_output(std::move(output)) {}
 
   bool processRequest(CS_InRequest& request) override;
+  bool servesAtOnce(int request) const override;
 
  private:
   // The job that follows was held by the server.

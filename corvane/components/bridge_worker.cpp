@@ -34,6 +34,17 @@ void countThread(int change) {
   threads().changed.notify_all();
 }
 
+// The exception that is being handled, as one of ours.
+CS_Exception caught() noexcept {
+  try {
+    throw;
+  } catch (const CS_Exception& exception) {
+    return exception;
+  } catch (...) {
+    return CS_Exception(kUnknownException, L"%s", messageText(kUnknownException));
+  }
+}
+
 }  // namespace
 
 // Gives a request its frames as they arrive.
@@ -100,7 +111,49 @@ bool BridgeWorker::hasRoomLocked() const {
   return m_bytes < kMaxInboxBytes && m_load->bytes < kMaxConnectionInboxBytes;
 }
 
-void BridgeWorker::deliver(std::span<const unsigned char> frames) {
+bool BridgeWorker::borrow() {
+  const std::lock_guard guard(m_load->lock);
+  m_isBorrowed = m_isIdle && !m_stopped && m_arrivals.empty() && !m_end;
+  return m_isBorrowed;
+}
+
+void BridgeWorker::giveBack(const std::optional<CS_Exception>& end) {
+  const std::lock_guard guard(m_load->lock);
+  m_isBorrowed = false;
+  m_end = end;
+  if (m_stopped || m_end) m_arrived.notify_one();
+}
+
+std::size_t BridgeWorker::lengthServedAtOnce(std::span<unsigned char> frames) const {
+  Run run{frames};
+  std::size_t length = 0;
+  while (const auto frame = run.next()) {
+    if (frame->header.kind != FrameKind::kRequest || !m_serving.servesAtOnce(frame->header)) break;
+    if (!frame->header.hasMore()) length = frames.size() - run.rest.size();
+  }
+  return length;
+}
+
+std::span<unsigned char> BridgeWorker::serveAtOnce(std::span<unsigned char> frames) {
+  if (!borrow()) return frames;
+  std::optional<CS_Exception> end;
+  std::size_t length = 0;
+  try {
+    length = lengthServedAtOnce(frames);
+    m_run.rest = frames.first(length);
+    while (!m_run.rest.empty())
+      serveOne(next());
+  } catch (...) {
+    end = caught();
+  }
+  m_run = {};
+  giveBack(end);
+  return frames.subspan(length);
+}
+
+void BridgeWorker::deliver(std::span<unsigned char> frames) {
+  frames = serveAtOnce(frames);
+  if (frames.empty()) return;
   std::vector<unsigned char> run;
   {
     std::unique_lock lock(m_load->lock);
@@ -121,7 +174,6 @@ void BridgeWorker::deliver(std::span<const unsigned char> frames) {
 }
 
 std::optional<Frame> BridgeWorker::Run::next() {
-  const auto rest = std::span(bytes).subspan(from);
   if (rest.empty()) return std::nullopt;
   FrameHeader header;
   const bool isWhole = rest.size() >= kFrameHeaderSize;
@@ -130,17 +182,18 @@ std::optional<Frame> BridgeWorker::Run::next() {
     throw CS_Exception(kProtocolViolation, L"a packed frame that ends in the middle of another one");
   }
   const Frame frame{header, rest.first(kFrameHeaderSize + header.length)};
-  from += frame.bytes.size();
+  rest = rest.subspan(frame.bytes.size());
   return frame;
 }
 
 void BridgeWorker::letGoOfRun() noexcept {
   const std::lock_guard guard(m_load->lock);
-  if (m_run.bytes.empty()) return;
-  m_bytes -= costOf(m_run.bytes);
-  m_load->bytes -= costOf(m_run.bytes);
+  if (m_held.empty()) return;
+  m_bytes -= costOf(m_held);
+  m_load->bytes -= costOf(m_held);
   // A new buffer of that size would be cleared by the system first.
-  if (m_run.bytes.capacity() >= kSmallest) m_load->spare.swap(m_run.bytes);
+  if (m_held.capacity() >= kSmallest) m_load->spare.swap(m_held);
+  m_held = {};
   m_run = {};
   m_load->room.notify_one();
 }
@@ -148,10 +201,14 @@ void BridgeWorker::letGoOfRun() noexcept {
 void BridgeWorker::takeRun() {
   letGoOfRun();
   std::unique_lock lock(m_load->lock);
-  m_arrived.wait(lock, [&] { return m_stopped || !m_arrivals.empty(); });
+  m_isIdle = !m_isInRequest;
+  m_arrived.wait(lock, [&] { return !m_isBorrowed && (m_stopped || m_end || !m_arrivals.empty()); });
+  m_isIdle = false;
+  if (m_end) throw CS_Exception(*m_end);
   if (m_arrivals.empty()) return;
-  m_run.bytes = std::move(m_arrivals.front());
+  m_held = std::move(m_arrivals.front());
   m_arrivals.pop_front();
+  m_run.rest = m_held;
 }
 
 void BridgeWorker::throwIfStopped() {
@@ -170,9 +227,9 @@ Frame BridgeWorker::next() {
       return *frame;
     } else {
       if (m_unpacker == nullptr) m_unpacker = m_load->packing->makeUnpacker();
-      m_unpacked.from = 0;
-      m_unpacked.bytes.clear();
-      m_unpacker->unpack(frame->payload(), frame->header.beginsAnew(), m_unpacked.bytes);
+      m_opened.clear();
+      m_unpacker->unpack(frame->payload(), frame->header.beginsAnew(), m_opened);
+      m_unpacked.rest = m_opened;
     }
   }
 }
@@ -199,10 +256,8 @@ CS_Exception BridgeWorker::serveAll() noexcept {
   try {
     for (;;)
       serveOne(next());
-  } catch (const CS_Exception& exception) {
-    return exception;
   } catch (...) {
-    return CS_Exception(kUnknownException, L"%s", messageText(kUnknownException));
+    return caught();
   }
 }
 
@@ -229,7 +284,9 @@ void BridgeWorker::serveOne(const Frame& frame) {
       m_serving.create(header, frame.payload());
       return;
     case FrameKind::kRequest:
+      m_isInRequest = true;
       m_serving.request(header, std::make_unique<Source>(*this, frame));
+      m_isInRequest = false;
       return;
     case FrameKind::kRelease:
       m_serving.release(header, readReason(frame.payload()));

@@ -29,7 +29,8 @@ struct BridgeLoad {
 
 // The thread that serves one bridge, and the frames that wait for it, in the runs in which they have come: each costs
 // one copy and wakes the thread once. The connection's reader delivers; when a bound is reached it waits, and so does
-// the sender at the other end of the connection.
+// the sender at the other end of the connection. While the thread has nothing to do, the reader itself serves requests
+// that have come whole and that their component serves at once: such a frame is neither copied nor waits for a thread.
 class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
  public:
   BridgeWorker(CS_Component& bridge, std::shared_ptr<BridgeLoad> load);
@@ -40,8 +41,8 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   // Starts the thread, which holds the bridge until it ends; false when the system has no thread, or the connection
   // kMaxServedBridges of them.
   bool start(const CS_RCPtr<CS_Component>& bridge, EndHandler onEnd);
-  // Complete frames that have come together. Waits while too many are held.
-  void deliver(std::span<const unsigned char> frames);
+  // Complete frames that have come together. Waits while too many are held. By one thread at a time.
+  void deliver(std::span<unsigned char> frames);
   // No further frame comes. What waits is dropped, because the request that it belongs to was cut, and the thread ends
   // as soon as the component it is in returns.
   void stop(const wchar_t* reason);
@@ -62,25 +63,37 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   void takeRun();
   void letGoOfRun() noexcept;
 
-  // Complete frames one behind the other, of which some have been served.
+  // By the reader: serves what it can of the frames instead of the thread, and returns the rest.
+  std::span<unsigned char> serveAtOnce(std::span<unsigned char> frames);
+  bool borrow();
+  void giveBack(const std::optional<CS_Exception>& end);
+  // As many of the frames as are whole requests that are served at once.
+  std::size_t lengthServedAtOnce(std::span<unsigned char> frames) const;
+
+  // Complete frames one behind the other, of which those in front have been served and are gone from it.
   struct Run {
-    std::vector<unsigned char> bytes;
-    std::size_t from = 0;
+    std::span<unsigned char> rest;
     std::optional<Frame> next();
   };
   static std::size_t costOf(const std::vector<unsigned char>& run);
   bool hasRoomLocked() const;
 
-  // Used by the thread only.
+  // Used by the thread, and by the reader while it has borrowed them.
   Serving m_serving;
   std::unique_ptr<Unpacker> m_unpacker;
+  std::vector<unsigned char> m_held;  // the run that is served, where it was copied
   Run m_run;
-  Run m_unpacked;  // what came packed in one frame of it
+  std::vector<unsigned char> m_opened;  // what came packed in one frame of it
+  Run m_unpacked;
+  bool m_isInRequest = false;
 
   const std::shared_ptr<BridgeLoad> m_load;  // its lock guards what follows
   Condition m_arrived;
   std::deque<std::vector<unsigned char>> m_arrivals;  // runs that wait
   std::size_t m_bytes = 0;                            // of those and of the one that is served
+  bool m_isIdle = false;                              // the thread waits for a run, between two requests
+  bool m_isBorrowed = false;
+  std::optional<CS_Exception> m_end;  // what ended the serving while it was borrowed
   bool m_stopped = false;
   std::wstring m_reason;
 };

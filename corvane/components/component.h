@@ -62,6 +62,9 @@ class CS_Component {
   // Throwing CS_Exception answers the peer that the request failed, with the exception's text.
   virtual bool processRequest(CS_InRequest& request);
   virtual bool processRequest(int number, CS_Channel* channel);
+  // Whether a request of that number takes no longer than a write to a file and waits for no peer. On a bridge such a
+  // one may then be served by the thread that reads the connection; every other one is served by the bridge's own.
+  virtual bool servesAtOnce(int) const { return false; }
   virtual void destroyChannel();
   // The component's channel; with create, it is made when it does not exist yet. Null without an owner.
   virtual CS_Channel* getChannel(bool create);

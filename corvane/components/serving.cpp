@@ -90,6 +90,11 @@ std::wstring Serving::refusalOr(std::uint32_t identifier, const wchar_t* otherwi
   return refused != m_refused.end() ? refused->second : otherwise;
 }
 
+bool Serving::servesAtOnce(const FrameHeader& header) const {
+  const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
+  return component && component->servesAtOnce(header.number);
+}
+
 void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> source) {
   CS_InRequest request(channelTo(m_owner, header), header.number, header.wantsReply() ? header.correlation : 0,
                        std::move(source));

@@ -25,6 +25,8 @@ class Serving {
   // A request whose component does not exist, refuses, or throws is answered as failed. What the component did not read
   // is skipped. Throws CS_Exception only when the connection ended.
   void request(const FrameHeader& header, std::unique_ptr<FrameSource> source);
+  // Whether the request that begins so is served at once; see CS_Component::servesAtOnce.
+  bool servesAtOnce(const FrameHeader& header) const;
   void release(const FrameHeader& header, const std::wstring& reason);
   // Why the component with that identifier was refused; the other text when it was not.
   std::wstring refusalOr(std::uint32_t identifier, const wchar_t* otherwise) const;
