@@ -55,16 +55,29 @@ FrameHeader decodeHeader(std::span<const unsigned char, kFrameHeaderSize> bytes)
   return header;
 }
 
-FrameReader::Fill FrameReader::fill(Stream& stream, std::optional<Deadline> deadline) {
-  if (m_from > 0) {
-    std::memmove(m_buffer.data(), m_buffer.data() + m_from, m_to - m_from);
-    m_to -= m_from;
-    m_from = 0;
+void FrameReader::moveToFront() {
+  if (m_from == 0) return;
+  std::memmove(m_buffer.data(), m_buffer.data() + m_from, m_to - m_from);
+  m_to -= m_from;
+  m_from = 0;
+}
+
+std::span<unsigned char> FrameReader::room() {
+  const std::size_t held = m_to - m_from;
+  if (held >= kLargestMove) {
+    const std::size_t whole = kFrameHeaderSize + loadLittleEndian32(&m_buffer[m_from]);
+    const std::size_t end = m_from + whole + kBehind;
+    if (held < whole && end <= m_buffer.size()) return std::span(m_buffer).subspan(m_to, end - m_to);
   }
+  moveToFront();
   if (m_buffer.empty()) m_buffer.resize(kFirstSize);
   // Only here: frames that were handed out point into the buffer.
-  if (m_to == m_buffer.size()) m_buffer.resize(std::min(8 * m_buffer.size(), kLargestSize));
-  const auto received = stream.receive(std::span(m_buffer).subspan(m_to), deadline);
+  if (m_to == m_buffer.size()) m_buffer.resize(m_buffer.size() < kSecondSize ? kSecondSize : kLargestSize);
+  return std::span(m_buffer).subspan(m_to);
+}
+
+FrameReader::Fill FrameReader::fill(Stream& stream, std::optional<Deadline> deadline) {
+  const auto received = stream.receive(room(), deadline);
   if (!received) return Fill::kTimedOut;
   if (*received == 0) return Fill::kClosed;
   m_to += *received;

@@ -82,9 +82,20 @@ class FrameReader {
 
   // The buffer starts small, for a caller that gets short replies, and grows when a receive fills it.
   static constexpr std::size_t kFirstSize = 2 * 1024;
-  static constexpr std::size_t kLargestSize = 136 * 1024;
+  static constexpr std::size_t kSecondSize = 16 * 1024;
+  static constexpr std::size_t kLargestSize = 264 * 1024;
 
  private:
+  // More than that of a frame whose end has not come is not moved to the front to make room for much: its rest is
+  // received and little behind it, such as a short last frame of the same request. Moving it would leave as much of the
+  // next frame, and so on with each.
+  static constexpr std::size_t kLargestMove = 16 * 1024;
+  static constexpr std::size_t kBehind = 4 * 1024;
+
+  void moveToFront();
+  // Where the next bytes go.
+  std::span<unsigned char> room();
+
   std::vector<unsigned char> m_buffer;
   std::size_t m_from = 0;
   std::size_t m_to = 0;

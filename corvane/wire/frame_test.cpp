@@ -104,4 +104,107 @@ TEST(FrameReader, FindsFramesHoweverTheyAreCutAndKeepsThoseThatCameTogetherInPla
   }
 }
 
+// Gives what it is told, and keeps how much it was asked for.
+class ScriptedStream final : public Stream {
+ public:
+  std::vector<unsigned char> coming;
+  std::size_t atMost = 0;  // that comes with the next receive
+  std::vector<std::size_t> rooms;
+
+  void setPatience(const Patience&) override {}
+  void send(std::span<const Piece>) override {}
+  bool hasRoom() const noexcept override { return true; }
+  std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline>) override {
+    rooms.push_back(buffer.size());
+    const std::size_t count = std::min({buffer.size(), atMost, coming.size()});
+    std::copy_n(coming.begin(), count, buffer.begin());
+    coming.erase(coming.begin(), coming.begin() + static_cast<std::ptrdiff_t>(count));
+    return count;
+  }
+  void shutdown() noexcept override {}
+  void close() noexcept override {}
+  bool peerHasClosed() const noexcept override { return false; }
+  std::string peerName() const override { return "nobody"; }
+  std::vector<unsigned char> localEndpoint() const override { return {}; }
+  std::vector<unsigned char> peerEndpoint() const override { return {}; }
+};
+
+class FrameReaderRoomTest : public ::testing::Test {
+ protected:
+  // Receives at most that much once; the payloads of the frames that are complete then.
+  std::vector<std::size_t> receive(std::size_t atMost) {
+    m_stream.atMost = atMost;
+    EXPECT_EQ(FrameReader::Fill::kData, m_reader.fill(m_stream, std::nullopt));
+    std::vector<std::size_t> lengths;
+    while (const auto frame = m_reader.next()) {
+      lengths.push_back(frame->payload().size());
+      for (const unsigned char byte : frame->payload())
+        EXPECT_EQ(static_cast<unsigned char>(frame->header.correlation), byte);
+    }
+    return lengths;
+  }
+  void expectFrame(std::uint32_t length) {
+    FrameHeader header;
+    header.length = length;
+    header.correlation = ++m_frames;
+    const EncodedHeader encoded = encodeHeader(header);
+    m_stream.coming.insert(m_stream.coming.end(), encoded.begin(), encoded.end());
+    m_stream.coming.insert(m_stream.coming.end(), length, static_cast<unsigned char>(m_frames));
+  }
+  // A buffer as large as it becomes.
+  void grow() {
+    for (int i = 0; i < 5; ++i)
+      expectFrame(65536);
+    while (!m_stream.coming.empty())
+      receive(1000000);
+  }
+  std::size_t room() const { return m_stream.rooms.back(); }
+
+  ScriptedStream m_stream;
+  FrameReader m_reader;
+  std::uint32_t m_frames = 0;
+};
+
+TEST_F(FrameReaderRoomTest, TheBufferGrowsInTwoSteps) {
+  grow();
+  EXPECT_EQ(2048u, m_stream.rooms[0]);
+  EXPECT_EQ(16384u - 2048, m_stream.rooms[1]);
+  EXPECT_EQ(264u * 1024 - 16384, m_stream.rooms[2]);
+  expectFrame(0);
+  receive(1);
+  EXPECT_EQ(264u * 1024, room());
+}
+
+TEST_F(FrameReaderRoomTest, OfALongFrameTheRestAndLittleBehindItIsReceivedSoThatItIsNotMoved) {
+  grow();
+  for (int i = 0; i < 4; ++i)
+    expectFrame(65517);
+  expectFrame(19);
+  expectFrame(65517);
+  EXPECT_EQ((std::vector<std::size_t>{65517}), receive(100000));
+  EXPECT_EQ((std::vector<std::size_t>{65517}), receive(1000000));
+  EXPECT_EQ(2u * (65517 + 20) - 100000 + 4096, room());
+  // Little of the next one was moved to the front, in front of all the room.
+  EXPECT_EQ((std::vector<std::size_t>{65517, 65517, 19, 65517}), receive(1000000));
+  EXPECT_EQ(264u * 1024 - 4096, room());
+}
+
+TEST_F(FrameReaderRoomTest, AShortRestIsMovedToTheFrontAndEverythingReceivedBehindIt) {
+  grow();
+  expectFrame(30000);
+  expectFrame(30000);
+  EXPECT_EQ((std::vector<std::size_t>{30000}), receive(30020 + 16383));
+  EXPECT_EQ((std::vector<std::size_t>{30000}), receive(1000000));
+  EXPECT_EQ(264u * 1024 - 16383, room());
+}
+
+TEST_F(FrameReaderRoomTest, ALongFrameThatDoesNotFitBehindTheOthersIsMovedAllTheSame) {
+  grow();
+  for (const std::uint32_t length : {65536u, 65536u, 65536u, 10000u, 65536u})
+    expectFrame(length);
+  EXPECT_EQ((std::vector<std::size_t>{65536, 65536, 65536, 10000}), receive(3 * 65556 + 10020 + 20000));
+  EXPECT_EQ((std::vector<std::size_t>{65536}), receive(1000000));
+  EXPECT_EQ(264u * 1024 - 20000, room());
+}
+
 }  // namespace
