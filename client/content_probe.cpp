@@ -14,11 +14,11 @@ bool isTextByte(unsigned char byte) {
 }  // namespace
 
 void ContentProbe::feed(std::span<const unsigned char> bytes) {
-  const auto head = bytes.first(std::min(bytes.size(), kHeadBytes - m_head.size()));
-  m_head.append(head.begin(), head.end());
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  const std::string_view head = text.substr(0, kHeadBytes - m_head.size());
+  m_head.append(head);
   m_isText = m_isText && std::all_of(head.begin(), head.end(), isTextByte);
-  const auto last = bytes.last(std::min(bytes.size(), kTailBytes));
-  m_tail.append(last.begin(), last.end());
+  m_tail.append(text.substr(text.size() - std::min(text.size(), kTailBytes)));
   if (m_tail.size() > 2 * kTailBytes) m_tail.erase(0, m_tail.size() - kTailBytes);
   m_size += bytes.size();
 }
