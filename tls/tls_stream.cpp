@@ -6,6 +6,7 @@
 #include "corvane/trust/crypto.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <openssl/err.h>
@@ -18,10 +19,11 @@ using corvane::fromUtf8;
 
 constexpr std::size_t kMaxIdentity = 64;                   // longer ones have no key
 constexpr std::size_t kRecord = SSL3_RT_MAX_PLAIN_LENGTH;  // of data in one record
+constexpr std::size_t kRecordOverhead = 5 + 1 + 16;        // header, type and tag (RFC 8446, 5.2)
 constexpr std::size_t kFirstReceive = 4 * 1024;            // grows when a receive fills it
 constexpr std::size_t kLargestReceive = 64 * 1024;
-constexpr std::size_t kSendAtOnce = 256 * 1024;  // encrypted bytes that are gathered for one send
-constexpr std::size_t kKept = 16 * 1024;         // of a buffer between two sends
+constexpr std::size_t kSendAtOnce = 64 * 1024;  // of data that are encrypted for one send
+constexpr std::size_t kKept = 16 * 1024;        // of a buffer between two sends
 // What a peer may make OpenSSL want to say while nothing is sent: answers to its changes of keys, 27 bytes each.
 constexpr std::size_t kMaxUnsent = 16 * 1024;
 
@@ -104,6 +106,14 @@ bool isOtherLanguage(int reason) {
     default:
       return false;
   }
+}
+
+// As many bytes as the pieces become at most.
+std::size_t encryptedSize(std::span<const corvane::Stream::Piece> pieces) {
+  std::size_t bytes = 0;
+  for (const auto& piece : pieces)
+    bytes += piece.size();
+  return bytes + (bytes / kRecord + 1) * kRecordOverhead;
 }
 
 std::wstring wordsOf(unsigned long error) {
@@ -262,7 +272,7 @@ int TlsStream::bioRead(BIO* bio, char* bytes, std::size_t size, std::size_t* don
     ::BIO_set_retry_read(bio);
     return 0;
   }
-  std::copy_n(self.m_received.begin() + static_cast<std::ptrdiff_t>(self.m_from), *done, bytes);
+  std::memcpy(bytes, self.m_received.data() + self.m_from, *done);
   self.m_from += *done;
   return 1;
 }
@@ -270,7 +280,8 @@ int TlsStream::bioRead(BIO* bio, char* bytes, std::size_t size, std::size_t* don
 int TlsStream::bioWrite(BIO* bio, const char* bytes, std::size_t size, std::size_t* done) try {
   TlsStream& self = *static_cast<TlsStream*>(::BIO_get_data(bio));
   ::BIO_clear_retry_flags(bio);
-  self.m_made.insert(self.m_made.end(), bytes, bytes + size);
+  const auto* const begin = reinterpret_cast<const unsigned char*>(bytes);
+  self.m_made.insert(self.m_made.end(), begin, begin + size);
   *done = size;
   return 1;
 } catch (const std::bad_alloc&) {
@@ -319,6 +330,7 @@ void TlsStream::send(std::span<const Piece> pieces) {
   while (!pieces.empty()) {
     {
       const std::lock_guard guard(m_lock);
+      m_made.reserve(m_made.size() + encryptedSize(pieces));
       for (; !pieces.empty() && m_made.size() < kSendAtOnce; pieces = pieces.subspan(1))
         gatherLocked(pieces.front());
       if (pieces.empty()) encryptLocked(m_plain);
