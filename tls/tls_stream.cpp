@@ -21,7 +21,7 @@ constexpr std::size_t kMaxIdentity = 64;                   // longer ones have n
 constexpr std::size_t kRecord = SSL3_RT_MAX_PLAIN_LENGTH;  // of data in one record
 constexpr std::size_t kRecordOverhead = 5 + 1 + 16;        // header, type and tag (RFC 8446, 5.2)
 constexpr std::size_t kFirstReceive = 4 * 1024;            // grows when a receive fills it
-constexpr std::size_t kLargestReceive = 64 * 1024;
+constexpr std::size_t kLargestReceive = 96 * 1024;
 constexpr std::size_t kSendAtOnce = 64 * 1024;  // of data that are encrypted for one send
 constexpr std::size_t kKept = 16 * 1024;        // of a buffer between two sends
 // What a peer may make OpenSSL want to say while nothing is sent: answers to its changes of keys, 27 bytes each.
@@ -293,7 +293,9 @@ bool TlsStream::feed(std::optional<corvane::Deadline> deadline, bool& closed) {
     const std::lock_guard guard(m_lock);
     // OpenSSL has taken everything, or it would not have asked for more.
     const bool wasFilled = m_to == m_received.size();
-    if (wasFilled) m_received.resize(std::clamp(2 * m_received.size(), kFirstReceive, kLargestReceive));
+    if (wasFilled && m_received.size() < kLargestReceive) {
+      m_received = std::vector<unsigned char>(std::clamp(2 * m_received.size(), kFirstReceive, kLargestReceive));
+    }
     m_from = m_to = 0;
   }
   const auto count = m_socket.receive(m_received, deadline);

@@ -14,7 +14,8 @@
 namespace corvane {
 namespace {
 
-constexpr std::size_t kSmallest = 4 * 1024;  // a smaller buffer is made as quickly as it is found
+constexpr std::size_t kSmallest = 4 * 1024;    // a smaller buffer is made as quickly as it is found
+constexpr std::size_t kMostBegun = 72 * 1024;  // of a request: a write of 64 KiB with what stands in front of it
 
 // The threads of all bridges of this process, counted for the end of the program.
 struct Threads {
@@ -121,34 +122,76 @@ void BridgeWorker::giveBack(const std::optional<CS_Exception>& end) {
   const std::lock_guard guard(m_load->lock);
   m_isBorrowed = false;
   m_end = end;
+  countBegunLocked(m_stopped ? 0 : m_begun.size());
   if (m_stopped || m_end) m_arrived.notify_one();
 }
 
-std::size_t BridgeWorker::lengthServedAtOnce(std::span<unsigned char> frames) const {
+void BridgeWorker::countBegunLocked(std::size_t bytes) {
+  m_bytes += bytes - m_begunBytes;
+  m_load->bytes += bytes - m_begunBytes;
+  m_begunBytes = bytes;
+}
+
+bool BridgeWorker::mayKeep(std::size_t bytes) const {
+  if (m_begun.size() + bytes > kMostBegun) return false;
+  const std::lock_guard guard(m_load->lock);
+  return hasRoomLocked();
+}
+
+void BridgeWorker::serveRun(std::span<unsigned char> frames) {
+  m_run.rest = frames;
+  while (!m_run.rest.empty())
+    serveOne(next());
+}
+
+// Up to the end of the request that has begun; all of them when they are for the thread.
+std::span<unsigned char> BridgeWorker::serveBegun(std::span<unsigned char> frames) {
   Run run{frames};
-  std::size_t length = 0;
-  while (const auto frame = run.next()) {
-    if (frame->header.kind != FrameKind::kRequest || !m_serving.servesAtOnce(frame->header)) break;
-    if (!frame->header.hasMore()) length = frames.size() - run.rest.size();
+  bool isWhole = false;
+  while (!isWhole && !run.rest.empty()) {
+    const FrameHeader header = run.next()->header;
+    if (header.kind != FrameKind::kRequest) return frames;
+    isWhole = !header.hasMore();
   }
-  return length;
+  const auto now = frames.first(frames.size() - run.rest.size());
+  if (!mayKeep(now.size())) return frames;
+  m_begun.insert(m_begun.end(), now.begin(), now.end());
+  if (isWhole) {
+    serveRun(m_begun);
+    m_begun.clear();
+  }
+  return run.rest;
+}
+
+std::span<unsigned char> BridgeWorker::serveFront(std::span<unsigned char> frames) {
+  Run run{frames};
+  std::size_t whole = 0;
+  bool isForThread = false;
+  while (!isForThread && !run.rest.empty()) {
+    const FrameHeader header = run.next()->header;
+    isForThread = header.kind != FrameKind::kRequest || !m_serving.servesAtOnce(header);
+    if (!isForThread && !header.hasMore()) whole = frames.size() - run.rest.size();
+  }
+  serveRun(frames.first(whole));
+  const auto rest = frames.subspan(whole);
+  if (isForThread || !mayKeep(rest.size())) return rest;
+  m_begun.assign(rest.begin(), rest.end());
+  return {};
 }
 
 std::span<unsigned char> BridgeWorker::serveAtOnce(std::span<unsigned char> frames) {
   if (!borrow()) return frames;
   std::optional<CS_Exception> end;
-  std::size_t length = 0;
   try {
-    length = lengthServedAtOnce(frames);
-    m_run.rest = frames.first(length);
-    while (!m_run.rest.empty())
-      serveOne(next());
+    if (!m_begun.empty()) frames = serveBegun(frames);
+    if (m_begun.empty()) frames = serveFront(frames);
   } catch (...) {
     end = caught();
+    frames = {};
   }
   m_run = {};
   giveBack(end);
-  return frames.subspan(length);
+  return frames;
 }
 
 void BridgeWorker::deliver(std::span<unsigned char> frames) {
@@ -161,10 +204,13 @@ void BridgeWorker::deliver(std::span<unsigned char> frames) {
     if (m_stopped) return;
     if (frames.size() >= kSmallest) run.swap(m_load->spare);
   }
-  run.assign(frames.begin(), frames.end());
+  run.assign(m_begun.begin(), m_begun.end());
+  run.insert(run.end(), frames.begin(), frames.end());
+  m_begun.clear();
   {
     const std::lock_guard guard(m_load->lock);
     if (m_stopped) return;
+    countBegunLocked(0);
     const std::size_t cost = costOf(run);
     m_arrivals.push_back(std::move(run));
     m_bytes += cost;
@@ -248,6 +294,7 @@ void BridgeWorker::stop(const wchar_t* reason) {
     m_load->bytes -= costOf(run);
   }
   m_arrivals.clear();
+  countBegunLocked(0);
   m_arrived.notify_one();
   m_load->room.notify_one();
 }

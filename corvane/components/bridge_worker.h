@@ -30,7 +30,7 @@ struct BridgeLoad {
 // The thread that serves one bridge, and the frames that wait for it, in the runs in which they have come: each costs
 // one copy and wakes the thread once. The connection's reader delivers; when a bound is reached it waits, and so does
 // the sender at the other end of the connection. While the thread has nothing to do, the reader itself serves requests
-// that have come whole and that their component serves at once: such a frame is neither copied nor waits for a thread.
+// that their component serves at once, when they have come whole: they wait for no thread, and most are not copied.
 class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
  public:
   BridgeWorker(CS_Component& bridge, std::shared_ptr<BridgeLoad> load);
@@ -63,12 +63,15 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   void takeRun();
   void letGoOfRun() noexcept;
 
-  // By the reader: serves what it can of the frames instead of the thread, and returns the rest.
+  // By the reader, instead of the thread: serves what it can of the frames and keeps the beginning of a request whose
+  // rest is still to come. Returns what is for the thread, behind such a beginning.
   std::span<unsigned char> serveAtOnce(std::span<unsigned char> frames);
+  std::span<unsigned char> serveFront(std::span<unsigned char> frames);
+  std::span<unsigned char> serveBegun(std::span<unsigned char> frames);
+  void serveRun(std::span<unsigned char> frames);
+  bool mayKeep(std::size_t bytes) const;
   bool borrow();
   void giveBack(const std::optional<CS_Exception>& end);
-  // As many of the frames as are whole requests that are served at once.
-  std::size_t lengthServedAtOnce(std::span<unsigned char> frames) const;
 
   // Complete frames one behind the other, of which those in front have been served and are gone from it.
   struct Run {
@@ -77,6 +80,7 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   };
   static std::size_t costOf(const std::vector<unsigned char>& run);
   bool hasRoomLocked() const;
+  void countBegunLocked(std::size_t bytes);
 
   // Used by the thread, and by the reader while it has borrowed them.
   Serving m_serving;
@@ -86,12 +90,14 @@ class BridgeWorker : public std::enable_shared_from_this<BridgeWorker> {
   std::vector<unsigned char> m_opened;  // what came packed in one frame of it
   Run m_unpacked;
   bool m_isInRequest = false;
+  std::vector<unsigned char> m_begun;  // the frames of a request that is served at once and has not come whole
 
   const std::shared_ptr<BridgeLoad> m_load;  // its lock guards what follows
   Condition m_arrived;
   std::deque<std::vector<unsigned char>> m_arrivals;  // runs that wait
-  std::size_t m_bytes = 0;                            // of those and of the one that is served
-  bool m_isIdle = false;                              // the thread waits for a run, between two requests
+  std::size_t m_bytes = 0;                            // of those, of the one that is served and of what has begun
+  std::size_t m_begunBytes = 0;
+  bool m_isIdle = false;  // the thread waits for a run, between two requests
   bool m_isBorrowed = false;
   std::optional<CS_Exception> m_end;  // what ended the serving while it was borrowed
   bool m_stopped = false;

@@ -206,19 +206,71 @@ TEST_F(ServedAtOnceTest, ARequestOfSeveralFramesThatHaveAllCome) {
   EXPECT_EQ(thread, all[1].by);
 }
 
-TEST_F(ServedAtOnceTest, TheReaderDoesNotWaitForTheRestOfARequest) {
+TEST_F(ServedAtOnceTest, ARequestWhoseRestIsStillToComeHoldsNobodyUpAndIsServedWhenItHasCome) {
   awaitIdle();
   const std::thread::id thread = reader();
   const auto payload = payloadOf(4);
+  for (std::size_t at = 0; at < payload.size(); ++at) {
+    EXPECT_EQ(77, ask(m_onConnection, 1, 77));
+    EXPECT_EQ(2u + at, served().size());  // none of them is the one that comes
+    send(frameOf(1, 900, std::span(payload).subspan(at, 1), at + 1 < payload.size() ? kFlagMore : 0));
+  }
+  EXPECT_EQ(9, ask(m_onBridge, 1, 9));
+  const auto all = served();
+  ASSERT_EQ(8u, all.size());
+  EXPECT_EQ(4, all[6].value);
+  EXPECT_EQ(thread, all[6].by);
+  EXPECT_EQ(thread, all[7].by);
+}
+
+TEST_F(ServedAtOnceTest, OnlyTheBeginningOfAShortRequestIsKept) {
+  const auto begin = payloadOf(4);
+  const auto threadOf = [&](std::size_t bytes) {
+    awaitIdle();
+    const std::thread::id thread = reader();
+    std::vector<unsigned char> payload = begin;
+    payload.resize(bytes - 2 * kFrameHeaderSize);
+    send(frameOf(1, 900, std::span(payload).first(60000), kFlagMore));
+    EXPECT_EQ(77, ask(m_onConnection, 1, 77));
+    send(frameOf(1, 900, std::span(payload).subspan(60000), 0));
+    EXPECT_EQ(9, ask(m_onBridge, 3, 9));
+    const auto all = served();
+    EXPECT_EQ(4u, all.size());
+    EXPECT_EQ(4, all[2].value);
+    return all[2].by == thread;
+  };
+  EXPECT_TRUE(threadOf(72 * 1024));
+  EXPECT_FALSE(threadOf(72 * 1024 + 1));
+}
+
+TEST_F(ServedAtOnceTest, WhatComesInTheMiddleOfARequestEndsTheBridgeAlone) {
+  awaitIdle();
+  const auto payload = payloadOf(4);
+  Link::Pending pending(*m_pair.dialed().link(), m_bridge->getIdentifier());
+  send(frameOf(5, 900, std::span(payload).first(2), kFlagMore));
+  EXPECT_EQ(77, ask(m_onConnection, 1, 77));
+  makeComponent(*m_bridge, L"Caller", L"Quick");
+  EXPECT_EQ(std::make_pair(kConnectionLost, std::wstring(L"frames of two requests are mixed")),
+            failureOf([&] { ask(m_onBridge, 1, 9); }));
+  EXPECT_TRUE(CS_Bridge::waitForThreads(20000));
+  EXPECT_EQ(77, ask(m_onConnection, 1, 77));
+}
+
+TEST_F(ServedAtOnceTest, ARequestThatNeverComesWholeGoesWithTheBridge) {
+  awaitIdle();
+  const auto payload = payloadOf(4);
   send(frameOf(1, 900, std::span(payload).first(2), kFlagMore));
   EXPECT_EQ(77, ask(m_onConnection, 1, 77));
+  m_bridge->release();
+  m_pair.dialed().removeChild(m_bridge.get());
+  FrameHeader header;
+  header.kind = FrameKind::kRelease;
+  header.component = m_bridge->getIdentifier();
+  m_pair.dialed().link()->sendText(header, L"not needed");
+  EXPECT_TRUE(CS_Bridge::waitForThreads(20000));
+  m_seen.waitFor([this] { return m_seen.released / 100 == 1; });
+  EXPECT_EQ(77, ask(m_onConnection, 1, 77));
   EXPECT_EQ(2u, served().size());
-  send(frameOf(1, 900, std::span(payload).subspan(2), 0));
-  EXPECT_EQ(9, ask(m_onBridge, 3, 9));
-  const auto all = served();
-  ASSERT_EQ(4u, all.size());
-  EXPECT_EQ(4, all[2].value);
-  EXPECT_NE(thread, all[2].by);
 }
 
 TEST_F(ServedAtOnceTest, ARequestThatFailsIsAnsweredAndTheBridgeGoesOn) {
