@@ -20,8 +20,9 @@ class DiskFile {
   DiskFile(const DiskFile&) = delete;
   DiskFile& operator=(const DiskFile&) = delete;
 
-  // A write that the system takes only in part is continued until all is taken or it fails.
-  void write(std::span<const unsigned char> bytes);
+  // A write that the system takes only in part is continued until all is taken or it fails. The second part goes behind
+  // the first, in the same call of the system where it has one for that.
+  void write(std::span<const unsigned char> bytes, std::span<const unsigned char> behind = {});
   // Gives all that was written so far, piece by piece; before the file has another name. Fails when the temporary name
   // does not lead to this file any more, or it cannot be read.
   void readBack(const std::function<void(std::span<const unsigned char>)>& take) const;

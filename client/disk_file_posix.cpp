@@ -1,6 +1,7 @@
 #include "client/disk_file.h"
 #include "programs/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -8,8 +9,10 @@
 #include <stdio.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace printclient {
@@ -92,14 +95,20 @@ DiskFile::~DiskFile() {
   close(handle);
 }
 
-void DiskFile::write(std::span<const unsigned char> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t taken = ::write(static_cast<int>(m_handle), bytes.data(), bytes.size());
+void DiskFile::write(std::span<const unsigned char> bytes, std::span<const unsigned char> behind) {
+  const int handle = static_cast<int>(m_handle);
+  while (!bytes.empty() || !behind.empty()) {
+    if (bytes.empty()) std::swap(bytes, behind);
+    const iovec parts[] = {{const_cast<unsigned char*>(bytes.data()), bytes.size()},
+                           {const_cast<unsigned char*>(behind.data()), behind.size()}};
+    const ssize_t taken = behind.empty() ? ::write(handle, bytes.data(), bytes.size()) : ::writev(handle, parts, 2);
     if (taken < 0 && errno == EINTR) continue;
     if (taken == 0) errno = ENOSPC;
     if (taken <= 0) fail("cannot write");
     m_size += static_cast<std::uint64_t>(taken);
-    bytes = bytes.subspan(static_cast<std::size_t>(taken));
+    const std::size_t first = std::min(bytes.size(), static_cast<std::size_t>(taken));
+    bytes = bytes.subspan(first);
+    behind = behind.subspan(static_cast<std::size_t>(taken) - first);
   }
 }
 

@@ -11,13 +11,16 @@
 #include <iterator>
 #include <stdexcept>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 // Comes in place of the system's call when it is set.
 std::function<int(const char* from, const char* to)> g_renaming;
 std::function<ssize_t(const void* bytes, std::size_t size)> g_writing;
+std::function<ssize_t(int file, const iovec* parts, int count)> g_writingParts;
 std::function<int()> g_syncing;
 
 int renameForReal(const char* from, const char* to, unsigned flags) {
@@ -32,6 +35,10 @@ int renameat2(int, const char* from, int, const char* to, unsigned flags) noexce
 
 extern "C" ssize_t write(int file, const void* bytes, std::size_t size) {
   return g_writing ? g_writing(bytes, size) : syscall(SYS_write, file, bytes, size);
+}
+
+extern "C" ssize_t writev(int file, const iovec* parts, int count) {
+  return g_writingParts ? g_writingParts(file, parts, count) : syscall(SYS_writev, file, parts, count);
 }
 
 int fsync(int file) {
@@ -53,6 +60,7 @@ class DiskFileTest : public ::testing::Test {
   void TearDown() override {
     g_renaming = nullptr;
     g_writing = nullptr;
+    g_writingParts = nullptr;
     g_syncing = nullptr;
     fs::remove_all(m_folder);
   }
@@ -187,6 +195,43 @@ TEST_F(DiskFileTest, WhatIsTakenInPartOrInterruptedIsWrittenOn) {
   g_writing = nullptr;
   EXPECT_EQ(written, "mine");
   EXPECT_EQ(calls, 8);
+}
+
+TEST_F(DiskFileTest, TwoPartsThatAreTakenInPartAreWrittenOnInOrder) {
+  DiskFile file(m_folder / ".part");
+  std::vector<std::string> wanted;
+  const std::size_t takes[] = {0, 2,
+                               3};  // nothing, because of a signal; of the first part; more than what is left of it
+  g_writingParts = [&](int handle, const iovec* parts, int count) -> ssize_t {
+    EXPECT_EQ(count, 2);
+    std::string all(static_cast<const char*>(parts[0].iov_base), parts[0].iov_len);
+    all.append("|").append(static_cast<const char*>(parts[1].iov_base), parts[1].iov_len);
+    wanted.push_back(all);
+    const std::size_t take = takes[std::min<std::size_t>(wanted.size(), 3) - 1];
+    if (take == 0) {
+      errno = EINTR;
+      return -1;
+    }
+    all.erase(all.find('|'), 1);
+    return syscall(SYS_write, handle, all.data(), take);
+  };
+  const unsigned char bytes[] = {'a', 'b', 'c', 'd', 'e', 'f', 'g'};
+  file.write(std::span(bytes).first(3), std::span(bytes).subspan(3));
+  EXPECT_EQ(wanted, (std::vector<std::string>{"abc|defg", "abc|defg", "c|defg"}));
+  EXPECT_EQ(read(".part"), "abcdefg");
+  EXPECT_TRUE(file.renameTo(m_folder / "a.txt")) << "its size was counted";
+}
+
+TEST_F(DiskFileTest, OfTwoPartsEitherMayBeEmpty) {
+  DiskFile file(m_folder / ".part");
+  int calls = 0;
+  g_writingParts = [&calls](int, const iovec*, int) -> ssize_t { return ++calls; };
+  const unsigned char bytes[] = {'a', 'b'};
+  file.write({}, std::span(bytes).first(1));
+  file.write(std::span(bytes).subspan(1), {});
+  file.write({}, {});
+  EXPECT_EQ(read(".part"), "ab");
+  EXPECT_EQ(calls, 0);
 }
 
 TEST_F(DiskFileTest, ADiskThatTakesNothingIsFull) {

@@ -49,7 +49,7 @@ DiskFile::~DiskFile() {
   CloseHandle(asHandle(m_handle));
 }
 
-void DiskFile::write(std::span<const unsigned char> bytes) {
+void DiskFile::write(std::span<const unsigned char> bytes, std::span<const unsigned char> behind) {
   while (!bytes.empty()) {
     DWORD taken = 0;
     const auto count = static_cast<DWORD>(std::min(bytes.size(), kMaxWrite));
@@ -59,6 +59,7 @@ void DiskFile::write(std::span<const unsigned char> bytes) {
     m_size += taken;
     bytes = bytes.subspan(taken);
   }
+  if (!behind.empty()) write(behind);
 }
 
 void DiskFile::readBack(const std::function<void(std::span<const unsigned char>)>& take) const {

@@ -107,13 +107,13 @@ std::filesystem::path JobFile::pathOf(const std::string& name) const {
 }
 
 void JobFile::append(std::span<const unsigned char> bytes) {
-  if (m_buffer.size() + bytes.size() > kBufferBytes) flush();
   if (bytes.size() >= kBufferBytes / 2) {
-    flush();
-    m_file->write(bytes);
-  } else {
-    m_buffer.insert(m_buffer.end(), bytes.begin(), bytes.end());
+    m_file->write(m_buffer, bytes);
+    m_buffer.clear();
+    return;
   }
+  if (m_buffer.size() + bytes.size() > kBufferBytes) flush();
+  m_buffer.insert(m_buffer.end(), bytes.begin(), bytes.end());
 }
 
 void JobFile::flush() {

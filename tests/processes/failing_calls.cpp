@@ -16,6 +16,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
@@ -99,6 +100,10 @@ extern "C" int open(const char* path, int flags, ...) {
 
 extern "C" ssize_t write(int descriptor, const void* data, size_t size) {
   return fails(descriptor, ENOSPC) ? -1 : syscall(SYS_write, descriptor, data, size);
+}
+
+extern "C" ssize_t writev(int descriptor, const iovec* parts, int count) {
+  return fails(descriptor, ENOSPC) ? -1 : syscall(SYS_writev, descriptor, parts, count);
 }
 
 extern "C" int fsync(int descriptor) {

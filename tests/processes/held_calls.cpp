@@ -11,6 +11,7 @@
 #include <signal.h>
 #include <string>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
@@ -39,6 +40,11 @@ void holdAt(const char* call, int descriptor, int which) {
 extern "C" ssize_t write(int descriptor, const void* data, size_t size) {
   holdAt("write", descriptor, 2);
   return syscall(SYS_write, descriptor, data, size);
+}
+
+extern "C" ssize_t writev(int descriptor, const iovec* parts, int count) {
+  holdAt("write", descriptor, 2);
+  return syscall(SYS_writev, descriptor, parts, count);
 }
 
 extern "C" int fsync(int descriptor) {

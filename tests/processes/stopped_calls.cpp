@@ -10,6 +10,7 @@
 #include <signal.h>
 #include <string>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
@@ -61,4 +62,9 @@ extern "C" int fsync(int descriptor) {
 extern "C" ssize_t write(int descriptor, const void* data, size_t size) {
   stopAt("write", pathOf(descriptor).c_str());
   return syscall(SYS_write, descriptor, data, size);
+}
+
+extern "C" ssize_t writev(int descriptor, const iovec* parts, int count) {
+  stopAt("write", pathOf(descriptor).c_str());
+  return syscall(SYS_writev, descriptor, parts, count);
 }
