@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""scripts/mutate FOLDER COUNT SEED: do the tests notice faults in the product code of a folder?
+"""scripts/mutate FOLDER COUNT SEED: do the tests notice faults in the product code of a folder, or of a room in it?
 
 Puts COUNT random faults (tests/mutation/faults.py), one at a time, into a copy of the tree in build/mutation, builds
 what the fitting test binaries need and runs them until one fails. Prints what became of each, and in the end those
@@ -50,6 +50,14 @@ FITTING = {
     "admin": [("windows-x64", "admin_tests")],
 }
 MARK = "MG_MUTATION_RUN"  # in the environment of what runs with a fault, so that its processes are found
+
+
+def stages_of(folder):
+    """The stages of a folder; a room of one, like server/hold, has those of its folder. None for what is neither."""
+    path = pathlib.PurePosixPath(folder)
+    if not path.parts or ".." in path.parts or not (ROOT / path).is_dir():
+        return None
+    return FITTING.get(path.parts[0])
 
 
 def is_product(path):
@@ -236,11 +244,13 @@ def mutate(root, folder, stages, count, seed):
 
 
 def main():
-    if len(sys.argv) != 4 or sys.argv[1] not in FITTING or not sys.argv[2].isdigit() or not sys.argv[3].isdigit():
-        print(f"usage: scripts/mutate FOLDER COUNT SEED, where FOLDER is one of {', '.join(FITTING)}", file=sys.stderr)
+    stages = stages_of(sys.argv[1]) if len(sys.argv) == 4 else None
+    if not stages or not sys.argv[2].isdigit() or not sys.argv[3].isdigit():
+        print(f"usage: scripts/mutate FOLDER COUNT SEED, where FOLDER is one of {', '.join(FITTING)}, or a room of one, "
+              "like server/hold", file=sys.stderr)
         return 2
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # so that what runs is ended
-    mutate(ROOT, sys.argv[1], FITTING[sys.argv[1]], int(sys.argv[2]), int(sys.argv[3]))
+    mutate(ROOT, sys.argv[1], stages, int(sys.argv[2]), int(sys.argv[3]))
     return 0
 
 

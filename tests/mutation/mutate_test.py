@@ -106,6 +106,13 @@ class FaultsTest(unittest.TestCase):
 
 
 class MutateTest(unittest.TestCase):
+    def test_a_room_has_the_stages_of_its_folder_and_what_is_neither_has_none(self):
+        self.assertIs(mutate.FITTING["server"], mutate.stages_of("server"))
+        self.assertIs(mutate.FITTING["server"], mutate.stages_of("server/hold"))
+        self.assertIs(mutate.FITTING["admin"], mutate.stages_of("admin/support/"))
+        for neither in ("", "docs", "server/hold/job_hold.h", "server/nowhere", "server/../docs"):
+            self.assertIsNone(mutate.stages_of(neither), neither)
+
     def test_what_a_test_sees_is_noticed_and_what_none_sees_is_listed_and_the_tree_stays_as_it_was(self):
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
