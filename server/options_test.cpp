@@ -198,6 +198,16 @@ TEST(ApsOptions, PrintClientsOfOtherMachinesNeedKeys) {
             "--no-keys out\n");
 }
 
+// As docs/operations.md says.
+TEST(ApsOptions, HoldSoManyJobsForSoLongWhereNothingIsTyped) {
+  const HoldStore::Limits usual = parseOptions({}).options.holdLimits;
+  EXPECT_EQ(usual.megabytes, 200);
+  EXPECT_EQ(usual.jobs, 100);
+  EXPECT_EQ(usual.totalMegabytes, 2000);
+  EXPECT_EQ(usual.totalJobs, 2000);
+  EXPECT_EQ(usual.days, 7);
+}
+
 TEST(ApsOptions, HoldJobsForTheKeysOfSessionsAndWithinLimitsOfWhichNobodyHasMoreThanHalf) {
   EXPECT_EQ(parseOptions({}).options.hold, "");
   const ParsedOptions parsed = parseOptions({"--keys", "k", "--hold", "h", "--hold-size", "10", "--hold-jobs", "20",

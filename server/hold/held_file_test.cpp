@@ -7,6 +7,10 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
 namespace aps {
 namespace {
 
@@ -139,6 +143,19 @@ TEST_F(HeldFileTest, TwoPiecesInAnotherOrderAreNoticed) {
 }
 
 #ifndef _WIN32
+// Then the first file that is opened has its number.
+TEST_F(HeldFileTest, AProcessWithoutAStandardInputHasFilesAllTheSame) {
+  const int input = ::dup(0);
+  ::close(0);
+  write("hello");
+  const std::string found = read();
+  if (input >= 0) {
+    ::dup2(input, 0);
+    ::close(input);
+  }
+  EXPECT_EQ(found, "hello");
+}
+
 TEST_F(HeldFileTest, ALinkIsNotRead) {
   write("hello");
   fs::rename(m_path, m_temporary);

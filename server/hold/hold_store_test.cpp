@@ -1,12 +1,15 @@
 #include "server/hold/hold_store.h"
 
 #include "programs/text.h"
+#include "tests/support/joined_thread.h"
 #include "tests/support/own_folder.h"
 
+#include <atomic>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 namespace aps {
 namespace {
@@ -51,6 +54,25 @@ class HoldStoreTest : public ::testing::Test {
     } catch (const HoldRefusal& refusal) {
       return refusal.what();
     }
+  }
+  // All that may happen to a job.
+  void comeAndGo(int number, int session) {
+    hold(number, session);
+    EXPECT_EQ(take(session), number);
+    m_store->markSent(number, L"here");
+    EXPECT_EQ(m_store->sentTo(number), L"here");
+    m_store->unmarkSent(number);
+    m_store->setAside(number, "the cause", "the remedy");
+    m_store->retry({session, kOneKey});
+    EXPECT_TRUE(m_store->claim(number));
+    m_store->putBack(number);
+    EXPECT_TRUE(m_store->isInLine({session, kOneKey}));
+    if (number % 2 == 0) {
+      EXPECT_TRUE(m_store->remove(number));
+    } else {
+      EXPECT_FALSE(m_store->setDamagedAside(number).empty());
+    }
+    m_store->begin(job(number, session));  // whose bringer leaves at once
   }
   std::vector<std::string> files() const {
     std::vector<std::string> names;
@@ -287,6 +309,29 @@ TEST_F(HoldStoreTest, TheSameJobTwiceIsThereOnce) {
   EXPECT_EQ(take(), 1);
   m_store->remove(1);
   EXPECT_EQ(take(), 0);
+}
+
+TEST_F(HoldStoreTest, AnyThreadMayUseItAtAnyTime) {
+  std::atomic<int> working{3};
+  std::vector<JoinedThread> threads;
+  for (const int session : {1, 2, 3}) {
+    threads.emplace_back([this, session, &working] {
+      for (int round = 0; round < 10; ++round)
+        comeAndGo(session * 1000 + round, session);
+      --working;
+    });
+  }
+  while (working > 0) {
+    EXPECT_LE(m_store->all().size(), 3u);
+    EXPECT_LE(m_store->owners().size(), 3u);
+    EXPECT_LE(m_store->bySession().size(), 3u);
+    EXPECT_THAT(m_store->expired(std::chrono::system_clock::now()), IsEmpty());
+    m_store->find(1000);
+    m_store->pathOf(1000);
+    m_store->removeLeft();
+  }
+  threads.clear();
+  EXPECT_THAT(m_store->owners(), IsEmpty());
 }
 
 TEST_F(HoldStoreTest, AFolderThatAnotherServerHasIsRefused) {
