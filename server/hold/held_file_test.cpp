@@ -2,9 +2,12 @@
 
 #include "tests/support/own_folder.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 
 #ifndef _WIN32
@@ -100,6 +103,31 @@ TEST_F(HeldFileTest, TheJobIsReadAsItWas) {
   EXPECT_EQ(read.start.documentName, expected.start.documentName);
   EXPECT_EQ(read.start.settings, expected.start.settings);
   EXPECT_EQ(read.start.copies, expected.start.copies);
+}
+
+// What one version has held another one delivers.
+TEST_F(HeldFileTest, ItsFormIsAlwaysTheSame) {
+  write("hello");
+  std::ifstream file(m_path, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  const std::string job =
+      "742000000061006100610061006100610061006100610061006100610061006100610061006100610061006100610061"
+      "006100610061006100610061006100610061006100690700000069050000007440000000620062006200620062006200"
+      "620062006200620062006200620062006200620062006200620062006200620062006200620062006200620062006200"
+      "620062006200620062006200620062006200620062006200620062006200620062006200620062006200620062006200"
+      "620062006200620062006200620062006200620074110000004c00610073006500720020002800730065007300730069"
+      "006f006e00200035002900694d000000741400000032003000320036002d00300031002d00330031005400320033003a"
+      "00350039003a00350039005a0069cb04fb71691f010000690500000069000000006201740f0000004c00610073006500"
+      "720020002d0020004a006f0062002000230031003700620174050000004c006100730065007200620174030000004c00"
+      "00d87200620069010000006902000000690300000069020000006904000000";
+  const std::string lengths =
+      "0500000000000000"
+      "9f01000000000000";
+  const std::string checksums =
+      "4352b26e33fe0d769a8922a6ba29004109f01688e26acc9e6cb347e5a5afc4da"
+      "c50d403d245a84ea425234518ca6524c1bf0c4a214cf8df7234ca704503aa51d";
+  const auto hexadecimal = [](const std::string& text) { return fmt::format("{:02x}", fmt::join(bytesOf(text), "")); };
+  EXPECT_EQ(hexadecimal(bytes), hexadecimal("hello") + job + lengths + checksums + hexadecimal("aps held job 1\r\n"));
 }
 
 TEST_F(HeldFileTest, WithoutItsEndNothingOfItStays) {

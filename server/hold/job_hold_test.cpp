@@ -154,6 +154,14 @@ TEST_F(JobHoldTest, AJobThatNobodyComesForInTimeIsGivenUpAndItsRecordSaysSo) {
   EXPECT_TRUE(fs::exists(folder() / "000000000002.job"));
 }
 
+TEST_F(JobHoldTest, OneDayIsSaidAsOne) {
+  makeHeld(1, std::chrono::hours(25));
+  open(1);
+  while (record(1).state == JobState::kHeld)
+    std::this_thread::yield();
+  EXPECT_EQ(record(1).cause, L"Its print client has not come for it within 1 day (--hold-days).");
+}
+
 TEST_F(JobHoldTest, AComponentThatNobodyExpectsGetsNoJob) {
   open();
   EXPECT_EQ(m_hold->expected(nullptr, 1), nullptr);
