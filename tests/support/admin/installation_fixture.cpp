@@ -5,7 +5,7 @@
 #include "tests/support/admin/access_lists.h"
 #include "util/win_handle.h"
 
-#include <winspool.h>
+#include <algorithm>
 
 MG_IMPORT_SEAM(L"advapi32.dll", RegCreateKeyExW, ERROR_ACCESS_DENIED)
 MG_IMPORT_SEAM(L"advapi32.dll", RegDeleteKeyW, ERROR_ACCESS_DENIED)
@@ -131,9 +131,16 @@ void InstallationTest::replaceSpooler() {
       reinterpret_cast<PORT_INFO_2W*>(buffer)[(*count)++] = {name.data(), portMonitor.data(), nullptr, 0, 0};
     return TRUE;
   };
-  // No printer is there.
-  EnumPrintersWSeam.replacement = [](DWORD, LPWSTR, DWORD, LPBYTE, DWORD, LPDWORD needed, LPDWORD count) {
-    *needed = *count = 0;
+  EnumPrintersWSeam.replacement = [this](DWORD, LPWSTR, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                                         LPDWORD count) {
+    EXPECT_EQ(level, 2u);
+    *needed = static_cast<DWORD>(printers.size() * sizeof(PRINTER_INFO_2W));
+    if (size < *needed) {
+      SetLastError(ERROR_INSUFFICIENT_BUFFER);
+      return FALSE;
+    }
+    *count = static_cast<DWORD>(printers.size());
+    std::copy(printers.begin(), printers.end(), reinterpret_cast<PRINTER_INFO_2W*>(buffer));
     return TRUE;
   };
 }

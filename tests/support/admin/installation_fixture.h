@@ -6,6 +6,9 @@
 #include "tests/support/import_seam.h"
 #include "tests/support/temporary_folder.h"
 
+#include <windows.h>
+#include <winspool.h>
+
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -52,6 +55,7 @@ class InstallationTest : public testing::Test {
   std::set<std::wstring> monitors;
   std::vector<std::wstring> ports;  // of the monitor below
   std::wstring portMonitor = kMonitorName;
+  std::vector<PRINTER_INFO_2W> printers;
 
  private:
   void replaceSpooler();
