@@ -326,8 +326,14 @@ TEST_F(HoldStoreTest, AnyThreadMayUseItAtAnyTime) {
     EXPECT_LE(m_store->owners().size(), 3u);
     EXPECT_LE(m_store->bySession().size(), 3u);
     EXPECT_THAT(m_store->expired(std::chrono::system_clock::now()), IsEmpty());
-    m_store->find(1000);
-    m_store->pathOf(1000);
+    // Of what is not there.
+    m_store->retry({4, kOneKey});
+    m_store->putBack(1);
+    m_store->setAside(1, "", "");
+    EXPECT_FALSE(m_store->claim(1) || m_store->settle(1) || m_store->remove(1) || m_store->find(1));
+    EXPECT_FALSE(m_store->isInLine({4, kOneKey}) || m_store->take({4, kOneKey}) || m_store->sentTo(1));
+    EXPECT_TRUE(m_store->pathOf(1).empty() && m_store->setDamagedAside(1).empty());
+    m_store->unmarkSent(1);
     m_store->removeLeft();
   }
   threads.clear();
