@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <string>
@@ -28,6 +29,7 @@ struct Conduct {
   std::mutex lock;  // guards what follows
   HeldJobState state = HeldJobState::kNew;
   int result = 1;
+  std::function<void()> beforeAnswer;  // to the end
   std::vector<std::string> came;
   std::string data;
   std::vector<int> lengths;
@@ -53,6 +55,7 @@ class ScriptedPrintClient : public CS_Component {
         return true;
       case protocol::PrintRequest::kEnd:
         m_conduct->came.push_back("end " + corvane::toUtf8(protocol::read<protocol::JobEnd>(request).jobName));
+        if (m_conduct->beforeAnswer) m_conduct->beforeAnswer();
         protocol::answer(request, protocol::JobEnd::Answer{static_cast<PrintResult>(m_conduct->result)});
         return true;
     }
@@ -109,6 +112,7 @@ class HeldDeliveryTest : public ::testing::Test {
     const auto coming = m_store.begin(std::move(job));
     protocol::JobStart start;
     start.jobName = L"Laser - Job #17";
+    start.printerName = L"Laser";
     start.documentName = L"Letter";
     coming->start(std::move(start));
     coming->append({reinterpret_cast<const unsigned char*>(data.data()), data.size()});
@@ -126,6 +130,8 @@ class HeldDeliveryTest : public ::testing::Test {
   HeldDelivery::Outcome deliver(const HeldJob& job) {
     protocol::JobRecord known;
     known.number = job.number;
+    known.session = job.session;
+    known.printer = job.printer;
     return HeldDelivery({m_log, m_sessions, m_news, m_book, m_store}, job, known).run();
   }
   HeldDelivery::Outcome deliverWith(int result) { return deliver(HeldJobState::kNew, result); }
@@ -180,6 +186,29 @@ TEST_F(HeldDeliveryTest, OnlyAPositiveAnswerMeansThatThePrintClientHasIt) {
     EXPECT_EQ(outcome.remedy, look) << result;
     EXPECT_EQ(m_store.sentTo(7), std::nullopt) << result;
   }
+}
+
+TEST_F(HeldDeliveryTest, WhatThePrintClientHasSaidOfARefusalIsTheReason) {
+  hold();
+  protocol::PaperNews news;
+  news.printer = L"Laser";
+  news.job = L"Laser - Job #17";
+  news.state = protocol::PaperState::kAborted;
+  news.cause = L"The disk is full.";
+  news.remedy = L"Make room.";
+  m_conduct->beforeAnswer = [&] { m_book.paperNews(news, 5, m_printer); };
+  auto outcome = deliverWith(-2);
+  EXPECT_EQ(outcome.end, End::kAside);
+  EXPECT_EQ(outcome.cause, "The disk is full");
+  EXPECT_EQ(
+      outcome.remedy,
+      "Make room; it is tried again when the print client comes back or its printers change, and can be canceled");
+  news.remedy = L"";
+  outcome = deliverWith(-1);
+  EXPECT_EQ(outcome.end, End::kFailed);
+  EXPECT_EQ(outcome.cause, "The print client got no data");
+  news.state = protocol::PaperState::kCanceled;
+  EXPECT_EQ(deliverWith(-6).end, End::kCanceled);
 }
 
 TEST_F(HeldDeliveryTest, DataThatAreNoDocumentAreNotTriedAgain) {

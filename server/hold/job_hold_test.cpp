@@ -137,6 +137,10 @@ TEST_F(JobHoldTest, AJobThatIsCanceledIsGoneAndItsRecordAndANoticeSaySo) {
   EXPECT_EQ(notices()[0].notice.line,
             L"Job 17 \"Letter\" on \"Laser (session 5)\" (session 5) was held, and is canceled: It was canceled by "
             L"PC\\anna.");
+  const std::vector<std::pair<std::wstring, std::wstring>> values = {
+      {L"job", L"17"},         {L"printer", L"Laser (session 5)"},         {L"document", L"Letter"}, {L"session", L"5"},
+      {L"state", L"canceled"}, {L"cause", L"It was canceled by PC\\anna."}};
+  EXPECT_EQ(notices()[0].notice.values, values);
 }
 
 TEST_F(JobHoldTest, AJobThatNobodyComesForInTimeIsGivenUpAndItsRecordSaysSo) {
