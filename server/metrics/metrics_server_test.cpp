@@ -66,11 +66,12 @@ TEST_F(MetricsServerTest, AnswersOneRequestAfterAnotherOnAConnection) {
 
 TEST_F(MetricsServerTest, RefusesOtherPathsAndMethods) {
   const MetricsServer server("127.0.0.1:0", some);
-  EXPECT_THAT(answerTo(server, "GET / HTTP/1.1\r\nConnection: close\r\n\r\n"),
-              StartsWith("HTTP/1.1 404 Not Found\r\n"));
-  const std::string posted = answerTo(server, "POST /metrics HTTP/1.1\r\nConnection: close\r\n\r\n");
-  EXPECT_THAT(posted, StartsWith("HTTP/1.1 405 Method Not Allowed\r\n"));
-  EXPECT_THAT(posted, HasSubstr("Allow: GET\r\n"));
+  EXPECT_EQ(answerTo(server, "GET / HTTP/1.1\r\nConnection: close\r\n\r\n"),
+            "HTTP/1.1 404 Not Found\r\nConnection: close\r\nContent-Type: text/plain; charset=utf-8\r\n"
+            "Cache-Control: no-store\r\nContent-Length: 28\r\n\r\nthe metrics are at /metrics\n");
+  EXPECT_EQ(answerTo(server, "POST /metrics HTTP/1.1\r\nConnection: close\r\n\r\n"),
+            "HTTP/1.1 405 Method Not Allowed\r\nConnection: close\r\nContent-Type: text/plain; charset=utf-8\r\n"
+            "Cache-Control: no-store\r\nAllow: GET\r\nContent-Length: 21\r\n\r\nonly GET is answered\n");
 }
 
 TEST_F(MetricsServerTest, WhatIsNoRequestOrATooLongOneEndsItsConnectionOnly) {
@@ -124,11 +125,12 @@ TEST_F(MetricsServerTest, EndsWhileItsPeersAreThere) {
 TEST_F(MetricsServerTest, IsThisMachinesOwnUnlessAnotherAddressIsTyped) {
   EXPECT_EQ(metricsRefusal("127.0.0.1:9464"), "");
   EXPECT_EQ(metricsRefusal("9464"), "");
+  EXPECT_EQ(metricsRefusal("127.0.0.1:65535"), "");
   EXPECT_EQ(metricsRefusal("[::1]:9464"), "");
   EXPECT_EQ(metricsRefusal("0.0.0.0:9464"), "");
   EXPECT_THAT(MetricsServer("0", some).address(), StartsWith("127.0.0.1:"));
-  for (const char* wrong :
-       {"", ":", "127.0.0.1", "127.0.0.1:", "host:9464", "127.0.0.1:65536", "127.0.0.1:x", "1:2:3"}) {
+  for (const char* wrong : {"", ":", "127.0.0.1", "127.0.0.1:", "host:9464", "127.0.0.1:65536", "127.0.0.1:009464",
+                            "127.0.0.1:x", "1:2:3"}) {
     EXPECT_EQ(metricsRefusal(wrong),
               "\"" + std::string(wrong) +
                   "\" is not an address and port; an example is 127.0.0.1:9464 (9464 alone means the "
