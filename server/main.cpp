@@ -372,7 +372,8 @@ bool holdJobs(const aps::Options& options, const corvane::KeyFolder* keys,
     application->history.endHeld({});  // an earlier start held jobs, and nobody has them now
     return true;
   }
-  aps::JobHold::Settings settings{programs::toPath(options.hold), options.holdLimits, options.hasTitles, options.pace};
+  aps::JobHold::Settings settings{programs::toPath(options.hold), options.holdLimits, options.hasTitles};
+  settings.carePause /= options.pace;
   application->hold = std::make_unique<aps::JobHold>(
       std::move(settings), aps::JobHold::Context{*application->log, application->sessions, application->clientNews,
                                                  application->book, application->notices, *keys});

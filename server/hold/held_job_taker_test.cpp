@@ -36,7 +36,7 @@ class HeldJobTakerTest : public ::testing::Test {
                                                            protocol::kVersion, {m_hold, &m_hold->context}));
     server->offerClass(protocol::kPrintClientClass);
     server->offerClass(CS_Bridge::m_className);
-    m_hold->hold = std::make_unique<JobHold>(JobHold::Settings{folder(), {}, true, 100},
+    m_hold->hold = std::make_unique<JobHold>(JobHold::Settings{folder(), {}, true, std::chrono::milliseconds(50)},
                                              JobHold::Context{m_log, m_sessions, m_news, m_book, m_notices, m_keys});
   }
   ~HeldJobTakerTest() override {

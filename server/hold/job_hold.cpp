@@ -22,8 +22,6 @@ namespace {
 using protocol::JobState;
 using End = HeldDelivery::End;
 
-constexpr std::chrono::milliseconds kCarePause{5000};  // between two looks at what waits
-
 std::wstring newId() {
   std::array<unsigned char, protocol::HeldJob::kIdDigits / 2> bytes;
   corvane::fillWithRandom(bytes);
@@ -400,7 +398,7 @@ std::optional<protocol::CancelJob::Answer> JobHold::cancel(const protocol::Cance
 
 void JobHold::care() noexcept {
   std::unique_lock<std::mutex> lock(m_lock);
-  while (!m_changed.wait_for(lock, kCarePause / m_settings.pace, [this] { return m_isStopping; })) {
+  while (!m_changed.wait_for(lock, m_settings.carePause, [this] { return m_isStopping; })) {
     lock.unlock();
     ifPossible([this] {  // and otherwise the next time
       m_store.removeLeft();

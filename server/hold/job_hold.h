@@ -42,8 +42,8 @@ class JobHold : public StandIn {
   struct Settings {
     std::filesystem::path folder;
     HoldStore::Limits limits;
-    bool hasTitles = true;  // whether the names of documents are told
-    int pace = 1;           // divides the pauses, for tests
+    bool hasTitles = true;                      // whether the names of documents are told
+    std::chrono::milliseconds carePause{5000};  // between two looks at what waits
   };
   // The parts of the server that it works with, which outlive it.
   struct Context {

@@ -36,7 +36,7 @@ class JobHoldTest : public ::testing::Test {
     m_hold.reset();
     HoldStore::Limits limits;
     limits.days = days;
-    m_hold = std::make_unique<JobHold>(JobHold::Settings{folder(), limits, true, 100},
+    m_hold = std::make_unique<JobHold>(JobHold::Settings{folder(), limits, true, std::chrono::milliseconds(50)},
                                        JobHold::Context{m_log, m_sessions, m_news, m_book, m_notices, m_keys});
   }
   fs::path folder() const { return m_folder.path() / "held"; }
@@ -164,6 +164,14 @@ TEST_F(JobHoldTest, OneDayIsSaidAsOne) {
   while (record(1).state == JobState::kHeld)
     std::this_thread::yield();
   EXPECT_EQ(record(1).cause, L"Its print client has not come for it within 1 day (--hold-days).");
+}
+
+TEST_F(JobHoldTest, EndsAlsoWhileNothingIsLookedAtForHours) {
+  makeHeld(1, {});
+  m_hold = std::make_unique<JobHold>(JobHold::Settings{folder(), {}, true, std::chrono::hours(1000)},
+                                     JobHold::Context{m_log, m_sessions, m_news, m_book, m_notices, m_keys});
+  EXPECT_TRUE(m_hold->cancel({1, L"anna"}));
+  m_hold.reset();
 }
 
 TEST_F(JobHoldTest, AComponentThatNobodyExpectsGetsNoJob) {

@@ -122,7 +122,7 @@ TEST_F(ManyDeliveriesTest, AreSixteenAtATimeAndTheOthersBehindThem) {
     for (int session = 1; session <= 40; ++session)
       makeHeld(session);
   }
-  m_hold = std::make_unique<JobHold>(JobHold::Settings{m_path, {}, true, 100},
+  m_hold = std::make_unique<JobHold>(JobHold::Settings{m_path, {}, true, std::chrono::milliseconds(50)},
                                      JobHold::Context{m_log, m_sessions, m_news, m_book, m_notices, m_keys});
   m_crowd->awaitAsked(16);
   for (int done = 1; done <= 24; ++done) {
