@@ -7,10 +7,15 @@
 #include <gtest/gtest.h>
 #include <shellapi.h>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 MG_IMPORT_SEAM(L"kernel32.dll", CreateProcessW, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", InitializeProcThreadAttributeList, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", TerminateJobObject, FALSE)
+MG_IMPORT_SEAM(L"kernel32.dll", WaitForSingleObject, WAIT_FAILED)
 
 namespace programs {
 namespace {
@@ -75,6 +80,31 @@ TEST(ChildProgram, IsEndedAndAWaitEndsWithItsTimeOrWhenItIsLeft) {
   HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(program->processId()));
   EXPECT_EQ(WaitForSingleObject(process, 0), static_cast<DWORD>(WAIT_OBJECT_0));
   CloseHandle(process);
+}
+
+TEST(ChildProgram, IsEndedFirstAndWaitedForThen) {
+  const auto program = cmd({"/c", "pause"});
+  const ImportSeams seams;
+  std::vector<std::string> calls;
+  TerminateJobObjectSeam.watch = [&](HANDLE, UINT code) { calls.push_back("ends it with " + std::to_string(code)); };
+  WaitForSingleObjectSeam.watch = [&](HANDLE, DWORD time) {
+    if (time == ChildProgram::kEndMilliseconds) calls.emplace_back("waits");
+  };
+  program->end();
+  EXPECT_EQ(calls, (std::vector<std::string>{"ends it with 143", "waits"}));
+}
+
+// Wine does not look at what Windows keeps for itself.
+TEST(ChildProgram, AsksForOneListOfHandlesWithoutFlags) {
+  const ImportSeams seams;
+  int calls = 0;
+  InitializeProcThreadAttributeListSeam.watch = [&](LPPROC_THREAD_ATTRIBUTE_LIST, DWORD count, DWORD flags, PSIZE_T) {
+    ++calls;
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(flags, 0u);
+  };
+  EXPECT_EQ(cmd({"/c", "exit 3"})->wait(), 3);
+  EXPECT_EQ(calls, 2);
 }
 
 TEST(ChildProgram, ThatDoesNotExistIsAnErrorOfTheSystem) {

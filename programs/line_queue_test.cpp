@@ -1,5 +1,7 @@
 #include "programs/line_queue.h"
 
+#include "tests/support/joined_thread.h"
+
 #include <condition_variable>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +11,7 @@
 
 #ifndef _WIN32
 #include <cerrno>
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -252,7 +255,7 @@ class Pipe {
   Pipe() { EXPECT_EQ(::pipe(m_ends), 0); }
   ~Pipe() {
     closeReader();
-    ::close(m_ends[1]);
+    closeWriter();
   }
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
@@ -261,6 +264,10 @@ class Pipe {
   void closeReader() {
     if (m_ends[0] >= 0) ::close(m_ends[0]);
     m_ends[0] = -1;
+  }
+  void closeWriter() {
+    if (m_ends[1] >= 0) ::close(m_ends[1]);
+    m_ends[1] = -1;
   }
   std::string read() const {
     char bytes[256];
@@ -290,6 +297,22 @@ TEST(DescriptorOutput, SaysWhyNothingCanBeWritten) {
   pipe.closeReader();
   EXPECT_EQ(outputTo(pipe.writer())->write("a line\n"), "Broken pipe");
   ::signal(SIGPIPE, before);
+}
+
+// Whoever shares the descriptor may set it so.
+TEST(DescriptorOutput, OneThatIsSetNotToWaitIsWaitedFor) {
+  Pipe pipe;
+  ASSERT_EQ(::fcntl(pipe.writer(), F_SETFL, O_NONBLOCK), 0);
+  const std::string text(1000000, 'x');  // more than a pipe has room for
+  std::size_t came = 0;
+  JoinedThread reader([&] {
+    for (std::string piece = pipe.read(); !piece.empty(); piece = pipe.read())
+      came += piece.size();
+  });
+  EXPECT_EQ(outputTo(pipe.writer())->write(text), "");
+  pipe.closeWriter();
+  reader.join();
+  EXPECT_EQ(came, text.size());
 }
 
 TEST(DescriptorOutput, OfAProgramIsThatOfTheSystem) {

@@ -65,6 +65,8 @@ TEST(LocalTime, IsThatOfTheWireInLocalTimeWithItsOffset) {
   const system_clock::time_point time = sys_days(year(2026) / 7 / 31) + hours(23) + minutes(58) + seconds(59);
   EXPECT_EQ(localTime(L"2026-07-31T23:58:59Z"), corvane::localTimeText(time));
   EXPECT_EQ(localTime(L"2026-07-31T23:59:59Z"), corvane::localTimeText(time + minutes(1)));
+  const std::wstring_view sentence = L"2026-07-31T23:58:59Z, in the night";
+  EXPECT_EQ(localTime(sentence.substr(0, 20)), corvane::localTimeText(time));
   EXPECT_EQ(localTime(L"2026-07-31T23:58:59Z").size(), std::string("2026-07-31 23:58:59 +0000").size());
 }
 

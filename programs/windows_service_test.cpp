@@ -192,5 +192,25 @@ TEST_F(WindowsServiceTest, TheOutputsAreAsBeforeWhenNobodyCapturesThem) {
   EXPECT_GE(std::fputs("", stderr), 0);
 }
 
+// As in a service, which begins without descriptors: the first that is opened is the first that is free.
+TEST_F(WindowsServiceTest, AnOutputWhoseDescriptorHasAnotherNumberIsCapturedAllTheSame) {
+  std::fflush(stderr);
+  const int output = _dup(2);
+  if (_dup2(output, 0) == 0) _close(0);
+  ASSERT_NE(std::freopen("NUL", "wb", stderr), nullptr);
+  ASSERT_EQ(_fileno(stderr), 0);
+  _dup2(output, 2);  // its number is nobody else's, as in a service
+  std::vector<std::string> lines;
+  {
+    const CapturedErrors errors([&lines](const std::string& line) { lines.push_back(line); });
+    std::fputs("one\n", stderr);
+    _write(2, "two\n", 4);
+  }
+  EXPECT_THAT(lines, ElementsAre("one", "two"));
+  // A stream's number stays: from here on this process says its errors through that of its input.
+  _dup2(output, 0);
+  _close(output);
+}
+
 }  // namespace
 }  // namespace programs
