@@ -70,6 +70,7 @@ InstallationTest::InstallationTest() {
   request.from = folder.file(L"setup");
   request.services = request.keys = false;
   replaceSpooler();
+  replacePrinters();
 }
 
 InstallationTest::~InstallationTest() {
@@ -131,6 +132,9 @@ void InstallationTest::replaceSpooler() {
       reinterpret_cast<PORT_INFO_2W*>(buffer)[(*count)++] = {name.data(), portMonitor.data(), nullptr, 0, 0};
     return TRUE;
   };
+}
+
+void InstallationTest::replacePrinters() {
   EnumPrintersWSeam.replacement = [this](DWORD, LPWSTR, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
                                          LPDWORD count) {
     EXPECT_EQ(level, 2u);

@@ -59,6 +59,7 @@ class InstallationTest : public testing::Test {
 
  private:
   void replaceSpooler();
+  void replacePrinters();
 };
 
 }  // namespace admin
