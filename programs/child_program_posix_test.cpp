@@ -1,7 +1,9 @@
 #include "programs/child_program.h"
+#include "tests/support/own_folder.h"
 
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -84,6 +86,19 @@ TEST(ChildProgram, IsEndedWithAllThatItHasStarted) {
   while (!isGone())
     std::this_thread::yield();
   program->end();  // ends nothing a second time
+}
+
+TEST(ChildProgram, MayPutThingsInOrderWhenItIsEndedWhateverItSaysThen) {
+  const OwnFolder folder("child_program");
+  const std::string file = (folder.path() / "in order").string();
+  const auto program = shell(
+      "trap 'echo ending >&2; for i in 1 2 3 4 5 6 7 8 9; do /bin/true; done; : >\"$1\"; exit' TERM; echo ready >&2; "
+      "tail -f /dev/null & wait",
+      {file});
+  while (program->lastErrorLine() != "ready")
+    EXPECT_EQ(program->wait(steady_clock::now() + std::chrono::milliseconds(1)), std::nullopt);
+  program->end();
+  EXPECT_TRUE(std::filesystem::exists(file));
 }
 
 TEST(ChildProgram, AWaitEndsWithItsTimeOrWhenItIsLeft) {
