@@ -29,7 +29,8 @@ struct Conduct {
   std::mutex lock;  // guards what follows
   HeldJobState state = HeldJobState::kNew;
   int result = 1;
-  std::function<void()> beforeAnswer;  // to the end
+  std::function<void()> beforeAnswer;                // to the end
+  std::function<void(CS_Component& taker)> atStart;  // of the job
   std::vector<std::string> came;
   std::string data;
   std::vector<int> lengths;
@@ -49,6 +50,7 @@ class ScriptedPrintClient : public CS_Component {
         return true;
       case protocol::PrintRequest::kStart:
         m_conduct->came.push_back("start " + corvane::toUtf8(protocol::read<protocol::JobStart>(request).documentName));
+        if (m_conduct->atStart) m_conduct->atStart(*this);
         return true;
       case protocol::PrintRequest::kData:
         takeData(request);
@@ -211,6 +213,21 @@ TEST_F(HeldDeliveryTest, WhatThePrintClientHasSaidOfARefusalIsTheReason) {
   EXPECT_EQ(deliverWith(-6).end, End::kCanceled);
 }
 
+TEST_F(HeldDeliveryTest, OneThatThePrintClientLetsGoIsNotTriedAgainAndOneWhoseClientGoesIs) {
+  hold();
+  m_conduct->atStart = [](CS_Component& taker) {
+    const CS_RCPtr<CS_Component> bridge = taker.getOwner();
+    dynamic_cast<CS_Bridge&>(*bridge).leave(L"the person canceled the job");
+    bridge->release();
+  };
+  const auto outcome = deliver();
+  EXPECT_EQ(outcome.end, End::kFailed);
+  EXPECT_EQ(outcome.cause, "the print client let the job go: the person canceled the job");
+  EXPECT_EQ(outcome.remedy, "print again if it is still wanted");
+  m_conduct->atStart = [](CS_Component& taker) { CS_Connection::destroy(taker.getConnection(), true); };
+  EXPECT_EQ(deliver().end, End::kAway);
+}
+
 TEST_F(HeldDeliveryTest, DataThatAreNoDocumentAreNotTriedAgain) {
   hold();
   EXPECT_EQ(deliverWith(-1).end, End::kFailed);
@@ -274,6 +291,10 @@ TEST_F(HeldDeliveryTest, AnotherKeyAndAPrinterThatIsGoneGetNothing) {
   EXPECT_EQ(outcome.end, End::kAside);
   EXPECT_EQ(outcome.cause, "the printer \"Ink (session 5)\" is not there any more");
   EXPECT_EQ(outcome.remedy, "let the print client of session 5 bring it back, or cancel the job");
+  protocol::Printer printer;
+  printer.texts[0] = L"Laser";
+  job.printer = m_sessions.enter(6, {printer}, {}, CS_Connection::create()).localNames.at(0);
+  EXPECT_EQ(deliver(job).end, End::kAside) << "it is another session's";
   m_sessions.leave(5, m_ends.first.get());
   EXPECT_EQ(deliver().end, End::kAway);
   EXPECT_EQ(came(), std::vector<std::string>());
