@@ -10,6 +10,7 @@
 #include "tests/support/own_folder.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -278,6 +279,15 @@ TEST_F(HeldDeliveryTest, OfADamagedFileTheEndIsNotSent) {
   const auto all = came();
   EXPECT_EQ(std::count(all.begin(), all.end(), m_whole[2]), 0);
   EXPECT_EQ(m_store.sentTo(7), std::nullopt);
+}
+
+TEST_F(HeldDeliveryTest, AFileThatCannotBeOpenedNowIsTriedAgain) {
+  hold();
+  std::filesystem::remove(m_store.pathOf(7));
+  const auto outcome = deliver();
+  EXPECT_EQ(outcome.end, End::kBusy);
+  EXPECT_EQ(outcome.cause.find("it cannot be opened: "), 0u) << outcome.cause;
+  EXPECT_EQ(outcome.remedy, "");
 }
 
 TEST_F(HeldDeliveryTest, AnotherKeyAndAPrinterThatIsGoneGetNothing) {
