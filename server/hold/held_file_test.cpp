@@ -11,6 +11,7 @@
 #include <string>
 
 #ifndef _WIN32
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -177,11 +178,13 @@ TEST_F(HeldFileTest, AProcessWithoutAStandardInputHasFilesAllTheSame) {
   ::close(0);
   write("hello");
   const std::string found = read();
+  const bool isFreeAgain = ::fcntl(0, F_GETFD) == -1;
   if (input >= 0) {
     ::dup2(input, 0);
     ::close(input);
   }
   EXPECT_EQ(found, "hello");
+  EXPECT_TRUE(isFreeAgain);
 }
 
 TEST_F(HeldFileTest, ALinkIsNotRead) {
