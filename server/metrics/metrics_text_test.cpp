@@ -126,6 +126,15 @@ TEST(MetricsText, HasForEachStageWhatTookNoLongerThanEachBound) {
     EXPECT_THAT(text, HasSubstr("aps_job_stage_seconds_count{stage=\"" + std::string(stage) + "\"} 0\n"));
 }
 
+TEST(MetricsText, OfAServerThatHasDoneNothingEverythingIsNought) {
+  const std::string text = textOf(Metrics(), MetricsForm::kPlain);
+  for (const char* name :
+       {"jobs_running", "jobs_held", "records_waiting", "sessions{client=\"connected\"}", "sessions{client=\"away\"}",
+        "connections{room=\"arriving\"}", "log_lines_lost_total", "job_bytes_total", "start_time_seconds"}) {
+    EXPECT_THAT(text, HasSubstr("\naps_" + std::string(name) + " 0\n"));
+  }
+}
+
 TEST(MetricsText, AsOpenMetricsACounterIsDescribedWithoutItsEndingAndTheTextHasAnEnd) {
   const std::string text = textOf(some(), MetricsForm::kOpenMetrics);
   EXPECT_THAT(text, HasSubstr("# TYPE aps_jobs counter\naps_jobs_total{"));
