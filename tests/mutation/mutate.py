@@ -40,7 +40,6 @@ FITTING = {
     "session": [("windows-x64", "session_tests jobs_tests monitor_tests identity_tests sweeps_tests")],
     "jobs": [("windows-x64", "jobs_tests monitor_tests identity_tests sweeps_tests")],
     "monitor": [("windows-x64", "monitor_tests identity_tests sweeps_tests")],
-    "tls": [("linux", "tls_tests processes_tests"), ("windows-x64", "tls_tests")],
     "compression": [("linux", "compression_tests processes_tests"), ("windows-x64", "compression_tests")],
     "programs": [("linux", "programs_tests server_tests client_tests processes_tests"),
                  ("windows-x64", "programs_tests admin_tests"), ("linux-tsan", "programs_tests")],
