@@ -35,9 +35,10 @@ void Dispatcher::onFrame(Frame& frame) {
 }
 
 void Dispatcher::onBatchEnd() {
+  // In front of the delivery, which may write to a disk: how long that takes says nothing about the line.
+  if (std::exchange(m_hasTaken, false)) m_link.tellTaken();
   flushRun();
   onBatchAbandoned();
-  if (std::exchange(m_hasTaken, false)) m_link.tellTaken();
 }
 
 void Dispatcher::onBatchAbandoned() noexcept {
