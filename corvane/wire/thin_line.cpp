@@ -34,6 +34,12 @@ std::size_t SendWindow::taken(std::uint32_t count, Clock::time_point now) {
   return bytes;
 }
 
+std::size_t SendWindow::mostOn(Clock::duration onTheWay) {
+  const double milliseconds = std::chrono::duration<double, std::milli>(onTheWay).count();
+  const double holds = static_cast<double>(kMostAtOnce) * (1 + milliseconds);
+  return holds < static_cast<double>(kMost) ? static_cast<std::size_t>(holds) : kMost;
+}
+
 void SendWindow::adjust(std::size_t bytes, Clock::duration onTheWay, bool wasFull, Clock::time_point now) {
   using Seconds = std::chrono::duration<double>;
   if (m_shortestSince == Clock::time_point()) m_shortestSince = now;
@@ -44,7 +50,8 @@ void SendWindow::adjust(std::size_t bytes, Clock::duration onTheWay, bool wasFul
     return;
   }
   m_shortest = std::min(m_shortest, onTheWay);
-  const Clock::duration late = onTheWay - std::min(m_shortest, m_shortestBefore);
+  const Clock::duration shortest = std::min(m_shortest, m_shortestBefore);
+  const Clock::duration late = onTheWay - shortest;
   const double share = Seconds(late) / Seconds(kTarget);  // 0: at once, 1: as late as it may be
   double size = static_cast<double>(m_size);
   if (share > 1) {
@@ -52,7 +59,7 @@ void SendWindow::adjust(std::size_t bytes, Clock::duration onTheWay, bool wasFul
   } else if (wasFull) {
     size += static_cast<double>(bytes) * (1 - share);
   }
-  m_size = std::clamp(static_cast<std::size_t>(std::max(size, 0.0)), kLeast, kMost);
+  m_size = std::clamp(static_cast<std::size_t>(std::max(size, 0.0)), kLeast, mostOn(shortest));
 }
 
 ThinLine::ThinLine(std::shared_ptr<Link> link, const Patience& patience)

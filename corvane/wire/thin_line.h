@@ -40,6 +40,9 @@ class SendWindow {
   static constexpr std::size_t kFirst = 64 * 1024;
   static constexpr std::size_t kLeast = 16 * 1024;
   static constexpr std::size_t kMost = 4 * 1024 * 1024;
+  // On a line that takes no time; for each millisecond that the line takes as much more, which is what one of
+  // 4 Gbit/s holds. What is more than that only leaves the processor's cache before it is sent.
+  static constexpr std::size_t kMostAtOnce = 512 * 1024;
   static constexpr std::chrono::milliseconds kTarget{60};
   // How long the shortest time on the way is believed; the line may become another one. Then little is sent for a
   // moment, so that the time is measured without what was waiting.
@@ -50,6 +53,8 @@ class SendWindow {
     std::uint64_t end;  // of what was sent until then
     Clock::time_point at;
   };
+  // On a line that takes so long.
+  static std::size_t mostOn(Clock::duration onTheWay);
   void adjust(std::size_t bytes, Clock::duration onTheWay, bool wasFull, Clock::time_point now);
 
   std::size_t m_size = kFirst;

@@ -45,6 +45,16 @@ TEST_F(SendWindowTest, GrowsToItsMostWhileWhatItHoldsArrivesPromptly) {
   EXPECT_EQ(m_window.size(), SendWindow::kMost);
 }
 
+TEST_F(SendWindowTest, OnAShortLineGrowsToWhatAVeryFastOneHolds) {
+  for (const auto& [onTheWay, most] : {std::pair(0ms, 512u), {1ms, 1024u}, {3ms, 2048u}, {7ms, 4096u}, {8ms, 4096u}}) {
+    m_window = SendWindow();
+    m_taken = 0;
+    for (int i = 0; i < 20; ++i)
+      round(onTheWay);
+    EXPECT_EQ(m_window.size(), most * 1024) << onTheWay.count() << " ms";
+  }
+}
+
 TEST_F(SendWindowTest, FallsToItsLeastWhileWhatItHoldsArrivesLate) {
   round(80ms);
   for (int i = 0; i < 20; ++i)
