@@ -20,9 +20,11 @@ class DiskFile {
   DiskFile(const DiskFile&) = delete;
   DiskFile& operator=(const DiskFile&) = delete;
 
-  // A write that the system takes only in part is continued until all is taken or it fails. The second part goes behind
-  // the first, in the same call of the system where it has one for that.
-  void write(std::span<const unsigned char> bytes, std::span<const unsigned char> behind = {});
+  using Part = std::span<const unsigned char>;
+  // A write that the system takes only in part is continued until all is taken or it fails. Several parts go one behind
+  // the other, in one call of the system where it has one for that.
+  void write(std::span<const Part> parts);
+  void write(Part bytes) { write(std::span(&bytes, 1)); }
   // Gives all that was written so far, piece by piece; before the file has another name. Fails when the temporary name
   // does not lead to this file any more, or it cannot be read.
   void readBack(const std::function<void(std::span<const unsigned char>)>& take) const;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <stdexcept>
@@ -95,20 +96,28 @@ DiskFile::~DiskFile() {
   close(handle);
 }
 
-void DiskFile::write(std::span<const unsigned char> bytes, std::span<const unsigned char> behind) {
+void DiskFile::write(std::span<const Part> parts) {
   const int handle = static_cast<int>(m_handle);
-  while (!bytes.empty() || !behind.empty()) {
-    if (bytes.empty()) std::swap(bytes, behind);
-    const iovec parts[] = {{const_cast<unsigned char*>(bytes.data()), bytes.size()},
-                           {const_cast<unsigned char*>(behind.data()), behind.size()}};
-    const ssize_t taken = behind.empty() ? ::write(handle, bytes.data(), bytes.size()) : ::writev(handle, parts, 2);
+  std::vector<iovec> vectors;
+  for (const Part& part : parts) {
+    if (!part.empty()) vectors.push_back({const_cast<unsigned char*>(part.data()), part.size()});
+  }
+  for (std::span<iovec> left(vectors); !left.empty();) {
+    iovec& first = left.front();
+    const ssize_t taken =
+        left.size() == 1 ? ::write(handle, first.iov_base, first.iov_len)
+                         : ::writev(handle, left.data(), static_cast<int>(std::min<std::size_t>(left.size(), IOV_MAX)));
     if (taken < 0 && errno == EINTR) continue;
     if (taken == 0) errno = ENOSPC;
     if (taken <= 0) fail("cannot write");
     m_size += static_cast<std::uint64_t>(taken);
-    const std::size_t first = std::min(bytes.size(), static_cast<std::size_t>(taken));
-    bytes = bytes.subspan(first);
-    behind = behind.subspan(static_cast<std::size_t>(taken) - first);
+    for (auto count = static_cast<std::size_t>(taken); count > 0;) {
+      iovec& part = left.front();
+      const std::size_t now = std::min(count, part.iov_len);
+      part = {static_cast<unsigned char*>(part.iov_base) + now, part.iov_len - now};
+      count -= now;
+      if (part.iov_len == 0) left = left.subspan(1);
+    }
   }
 }
 

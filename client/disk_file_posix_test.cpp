@@ -9,6 +9,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <list>
 #include <stdexcept>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -216,10 +217,105 @@ TEST_F(DiskFileTest, TwoPartsThatAreTakenInPartAreWrittenOnInOrder) {
     return syscall(SYS_write, handle, all.data(), take);
   };
   const unsigned char bytes[] = {'a', 'b', 'c', 'd', 'e', 'f', 'g'};
-  file.write(std::span(bytes).first(3), std::span(bytes).subspan(3));
+  const DiskFile::Part parts[] = {std::span(bytes).first(3), std::span(bytes).subspan(3)};
+  file.write(parts);
   EXPECT_EQ(wanted, (std::vector<std::string>{"abc|defg", "abc|defg", "c|defg"}));
   EXPECT_EQ(read(".part"), "abcdefg");
   EXPECT_TRUE(file.renameTo(m_folder / "a.txt")) << "its size was counted";
+}
+
+TEST_F(DiskFileTest, MorePartsThanTheSystemTakesAtOnceAreAllWritten) {
+  DiskFile file(m_folder / ".part");
+  std::string all;
+  for (int i = 0; i < 3000; ++i)
+    all.push_back(static_cast<char>('a' + i % 26));
+  std::vector<DiskFile::Part> parts;
+  for (const char& byte : all)
+    parts.emplace_back(reinterpret_cast<const unsigned char*>(&byte), 1);
+  file.write(parts);
+  EXPECT_TRUE(read(".part") == all);
+}
+
+// What the file of a job is given, and the sizes of the writes that come of it.
+class JobFileWritesTest : public DiskFileTest {
+ protected:
+  void SetUp() override {
+    DiskFileTest::SetUp();
+    g_writing = [this](const void* bytes, std::size_t size) -> ssize_t {
+      m_writes.push_back(size);
+      m_written.append(static_cast<const char*>(bytes), size);
+      return static_cast<ssize_t>(size);
+    };
+    g_writingParts = [this](int, const iovec* parts, int count) -> ssize_t {
+      std::size_t size = 0;
+      for (int i = 0; i < count; ++i) {
+        m_written.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
+        size += parts[i].iov_len;
+      }
+      m_writes.push_back(size);
+      return static_cast<ssize_t>(size);
+    };
+  }
+  std::span<const unsigned char> piece(std::size_t size) {
+    std::string& text = m_pieces.emplace_back(size, static_cast<char>('a' + m_pieces.size() % 26));
+    m_given += text;
+    return {reinterpret_cast<const unsigned char*>(text.data()), size};
+  }
+  // The pieces are used for something else.
+  void overwritePieces() {
+    for (std::string& text : m_pieces)
+      text.assign(text.size(), '#');
+  }
+
+  static constexpr std::size_t kBlock = JobFile::kBlockBytes;
+  using Writes = std::vector<std::size_t>;
+  Writes m_writes;
+  std::string m_written;
+  std::string m_given;
+  std::list<std::string> m_pieces;
+};
+
+TEST_F(JobFileWritesTest, AreWholeBlocksOfWhatWasReferredToAndTheRestGoesBehind) {
+  JobFile file(m_folder, ".part");
+  for (int i = 0; i < 4; ++i) {
+    file.refer(piece(kBlock - 69));
+    file.refer(piece(69));
+    file.refer(piece(100));
+  }
+  EXPECT_EQ(m_writes, Writes{}) << "nothing is written before it must be";
+  file.letGo();
+  EXPECT_EQ(m_writes, Writes{4 * kBlock});
+  overwritePieces();
+  file.append(piece(kBlock - 401));
+  EXPECT_EQ(m_writes, Writes{4 * kBlock}) << "a byte is missing";
+  file.append(piece(1));
+  EXPECT_EQ(m_writes, (Writes{4 * kBlock, kBlock}));
+  file.append(piece(7));
+  file.settle();
+  EXPECT_EQ(m_writes, (Writes{4 * kBlock, kBlock, 7}));
+  EXPECT_TRUE(m_written == m_given);
+}
+
+TEST_F(JobFileWritesTest, OfManyPiecesGoTogetherUpTo64) {
+  JobFile file(m_folder, ".part");
+  for (std::size_t i = 0; i < JobFile::kMostReferred; ++i)
+    file.refer(piece(kBlock / 16));
+  EXPECT_EQ(m_writes, Writes{});
+  file.refer(piece(kBlock / 16));
+  EXPECT_EQ(m_writes, Writes{4 * kBlock});
+  file.settle();
+  EXPECT_EQ(m_writes, (Writes{4 * kBlock, kBlock / 16}));
+  EXPECT_TRUE(m_written == m_given);
+}
+
+TEST_F(JobFileWritesTest, ThatFailTakeNothingOfThePiecesWithThem) {
+  JobFile file(m_folder, ".part");
+  g_writing = [](const void*, std::size_t) -> ssize_t { return 0; };
+  file.refer(piece(kBlock));
+  EXPECT_THROW(file.letGo(), std::system_error);
+  overwritePieces();
+  file.letGo();  // would write it again
+  EXPECT_EQ(m_written, "");
 }
 
 TEST_F(DiskFileTest, OfTwoPartsEitherMayBeEmpty) {
@@ -227,9 +323,11 @@ TEST_F(DiskFileTest, OfTwoPartsEitherMayBeEmpty) {
   int calls = 0;
   g_writingParts = [&calls](int, const iovec*, int) -> ssize_t { return ++calls; };
   const unsigned char bytes[] = {'a', 'b'};
-  file.write({}, std::span(bytes).first(1));
-  file.write(std::span(bytes).subspan(1), {});
-  file.write({}, {});
+  using Parts = std::vector<DiskFile::Part>;
+  file.write(Parts{{}, std::span(bytes).first(1)});
+  file.write(Parts{std::span(bytes).subspan(1), {}});
+  file.write(Parts{{}, {}});
+  file.write(Parts{});
   EXPECT_EQ(read(".part"), "ab");
   EXPECT_EQ(calls, 0);
 }

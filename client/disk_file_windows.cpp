@@ -14,6 +14,7 @@ namespace printclient {
 namespace {
 
 constexpr std::size_t kMaxWrite = 1024 * 1024;
+constexpr std::size_t kSmallPart = 16 * 1024;
 constexpr std::size_t kReadBytes = 256 * 1024;
 
 [[noreturn]] void fail(DWORD error, const char* what, const std::filesystem::path& path = {}) {
@@ -49,17 +50,28 @@ DiskFile::~DiskFile() {
   CloseHandle(asHandle(m_handle));
 }
 
-void DiskFile::write(std::span<const unsigned char> bytes, std::span<const unsigned char> behind) {
-  while (!bytes.empty()) {
-    DWORD taken = 0;
-    const auto count = static_cast<DWORD>(std::min(bytes.size(), kMaxWrite));
-    if (!WriteFile(asHandle(m_handle), bytes.data(), count, &taken, nullptr)) fail(GetLastError(), "cannot write");
-    // A full disk first answers success with a short count; the next attempt then fails, or takes nothing.
-    if (taken == 0) fail(ERROR_DISK_FULL, "cannot write");
-    m_size += taken;
-    bytes = bytes.subspan(taken);
+void DiskFile::write(std::span<const Part> parts) {
+  const auto writeAll = [this](Part bytes) {
+    while (!bytes.empty()) {
+      DWORD taken = 0;
+      const auto count = static_cast<DWORD>(std::min(bytes.size(), kMaxWrite));
+      if (!WriteFile(asHandle(m_handle), bytes.data(), count, &taken, nullptr)) fail(GetLastError(), "cannot write");
+      // A full disk first answers success with a short count; the next attempt then fails, or takes nothing.
+      if (taken == 0) fail(ERROR_DISK_FULL, "cannot write");
+      m_size += taken;
+      bytes = bytes.subspan(taken);
+    }
+  };
+  std::vector<unsigned char> small;  // parts for which a call of their own would cost more than a copy
+  for (const Part& part : parts) {
+    const bool isSmall = part.size() < kSmallPart;
+    if (isSmall) small.insert(small.end(), part.begin(), part.end());
+    if (isSmall && small.size() < kMaxWrite) continue;
+    writeAll(small);
+    small.clear();
+    if (!isSmall) writeAll(part);
   }
-  if (!behind.empty()) write(behind);
+  writeAll(small);
 }
 
 void DiskFile::readBack(const std::function<void(std::span<const unsigned char>)>& take) const {

@@ -102,11 +102,25 @@ std::string Job::remark() const {
 }
 
 void Job::append(std::span<const unsigned char> bytes) noexcept {
+  refer(bytes);
+  letGo();
+}
+
+void Job::refer(std::span<const unsigned char> bytes) noexcept {
   if (m_result != kPrinted) return;
   try {
     m_probe.feed(bytes);
-    m_file->append(bytes);
+    m_file->refer(bytes);
     reportProgress();
+  } catch (const std::exception& failure) {
+    fail(kDiskFailure, failure.what());
+  }
+}
+
+void Job::letGo() noexcept {
+  if (m_file == nullptr) return;
+  try {
+    m_file->letGo();
   } catch (const std::exception& failure) {
     fail(kDiskFailure, failure.what());
   }

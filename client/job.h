@@ -30,6 +30,9 @@ class Job {
   Job& operator=(const Job&) = delete;
 
   void append(std::span<const unsigned char> bytes) noexcept;
+  // The same for bytes that stay until letGo(): so they are written together.
+  void refer(std::span<const unsigned char> bytes) noexcept;
+  void letGo() noexcept;
   // The job cannot be completed any more; the first reason counts.
   void fail(PrintResult result, const std::string& why);
   // The server has held the job: what becomes of it is remembered. Before end().

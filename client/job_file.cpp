@@ -107,19 +107,40 @@ std::filesystem::path JobFile::pathOf(const std::string& name) const {
 }
 
 void JobFile::append(std::span<const unsigned char> bytes) {
-  if (bytes.size() >= kBufferBytes / 2) {
-    m_file->write(m_buffer, bytes);
-    m_buffer.clear();
-    return;
+  refer(bytes);
+  letGo();
+}
+
+void JobFile::refer(std::span<const unsigned char> bytes) {
+  if (m_referred.size() == kMostReferred) letGo();
+  m_referred.reserve(kMostReferred);
+  m_referred.push_back(bytes);
+  m_referredBytes += bytes.size();
+}
+
+void JobFile::letGo() {
+  const std::size_t all = m_rest.size() + std::exchange(m_referredBytes, 0);
+  std::vector<DiskFile::Part> referred = std::exchange(m_referred, {});  // also when the write fails
+  if (const std::size_t whole = all - all % kBlockBytes; whole > 0) {
+    std::vector<DiskFile::Part> parts = {m_rest};
+    std::size_t left = whole - m_rest.size();
+    for (DiskFile::Part& part : referred) {
+      parts.push_back(part.first(std::min(left, part.size())));
+      part = part.subspan(parts.back().size());
+      left -= parts.back().size();
+    }
+    m_file->write(parts);
+    m_rest.clear();
   }
-  if (m_buffer.size() + bytes.size() > kBufferBytes) flush();
-  m_buffer.insert(m_buffer.end(), bytes.begin(), bytes.end());
+  for (const DiskFile::Part& part : referred)
+    m_rest.insert(m_rest.end(), part.begin(), part.end());
 }
 
 void JobFile::flush() {
-  if (m_buffer.empty()) return;
-  m_file->write(m_buffer);
-  m_buffer.clear();
+  letGo();
+  if (m_rest.empty()) return;
+  m_file->write(m_rest);
+  m_rest.clear();
 }
 
 int JobFile::freeNumber(std::string_view name, std::string_view extension) const {

@@ -27,8 +27,9 @@ std::string fileNameFor(std::wstring_view documentName, std::wstring_view fallba
 std::string numberedName(std::string_view name, std::string_view extension, int number);
 
 // The file of one job: written under a temporary name in the folder, and given its final name only when every byte is
-// on the disk. Destroying the object before that removes the temporary file. Small pieces are gathered in a buffer of
-// kBufferBytes; nothing else is kept in memory. Failures are those of DiskFile. Used by one thread.
+// on the disk. Destroying the object before that removes the temporary file. It is written in whole blocks of
+// kBlockBytes, which the system puts down fastest, and what is not a whole one is kept in memory. Failures are those of
+// DiskFile. Used by one thread.
 class JobFile {
  public:
   JobFile(const std::filesystem::path& folder, const std::string& temporaryName);
@@ -37,6 +38,10 @@ class JobFile {
   JobFile& operator=(const JobFile&) = delete;
 
   void append(std::span<const unsigned char> bytes);
+  // The same for bytes that stay where they are until the next call of another operation, so that several pieces are
+  // written at once. letGo() writes their whole blocks and keeps the rest.
+  void refer(std::span<const unsigned char> bytes);
+  void letGo();
   // Completes the file under a free name among "name.ext", "name (2).ext", ... and returns that name: the first free
   // one up to kInOrder, and behind a free one whose number is found by doubling, so that a folder with a long day's
   // jobs of one name costs some dozens of looks and not one for each of them.
@@ -52,7 +57,8 @@ class JobFile {
   // its path. It goes with this object. Nothing more is appended.
   std::filesystem::path share(std::string_view extension);
 
-  static constexpr std::size_t kBufferBytes = 64 * 1024;
+  static constexpr std::size_t kBlockBytes = 64 * 1024;
+  static constexpr std::size_t kMostReferred = 64;  // pieces that are written at once
   static constexpr int kInOrder = 100;
 
  private:
@@ -64,7 +70,9 @@ class JobFile {
   const std::filesystem::path m_folder;
   const std::string m_temporaryName;
   std::unique_ptr<DiskFile> m_file;
-  std::vector<unsigned char> m_buffer;
+  std::vector<unsigned char> m_rest;       // of what was appended, less than a block
+  std::vector<DiskFile::Part> m_referred;  // what follows it
+  std::size_t m_referredBytes = 0;
 };
 
 }  // namespace printclient

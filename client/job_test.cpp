@@ -68,6 +68,19 @@ class JobTest : public ::testing::Test {
   std::unique_ptr<JobOutput> m_output;
 };
 
+TEST_F(JobTest, OfPiecesThatItWasReferredToHasWhatTheyWereWhenItLetGo) {
+  Job job(ticket(1), *m_output);
+  std::string piece = "hello ";
+  job.refer(bytes(piece));
+  const std::string more = "world";
+  job.refer(bytes(more));
+  job.letGo();
+  piece.assign("xxxxxx");
+  EXPECT_EQ(job.end(), kPrinted);
+  EXPECT_EQ(read(m_folder / "out" / "Report.txt"), "hello world");
+  job.letGo();  // there is nothing any more
+}
+
 TEST_F(JobTest, IsPrintedWhenItsFileIsComplete) {
   Job job(ticket(1), *m_output);
   job.append(bytes("hello "));

@@ -56,6 +56,10 @@ bool PrintClient::servesAtOnce(int request) const {
   return static_cast<protocol::PrintRequest>(request) == protocol::PrintRequest::kData;
 }
 
+void PrintClient::letGoOfPieces() noexcept {
+  if (m_job) m_job->letGo();
+}
+
 void PrintClient::askWhether(CS_InRequest& request) try {
   const std::wstring id = protocol::read<protocol::HeldJob>(request).id;
   m_delivery.reset();
@@ -102,7 +106,7 @@ void PrintClient::writeJob(CS_InRequest& request) try {
   std::uint64_t came = 0;
   if (length > 0) {
     for (auto piece = request.readPiece(); !piece.empty(); piece = request.readPiece()) {
-      m_job->append(piece);
+      m_job->refer(piece);
       came += piece.size();
     }
   }

@@ -19,6 +19,7 @@ class PrintClient : public CS_Component {
 
   bool processRequest(CS_InRequest& request) override;
   bool servesAtOnce(int request) const override;
+  void letGoOfPieces() noexcept override;
 
  private:
   // The job that follows was held by the server.

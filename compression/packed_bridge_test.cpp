@@ -3,7 +3,7 @@
 #include "compression/deflate.h"
 #include "corvane/wire/link.h"
 #include "corvane/wire/thin_line.h"
-#include "tests/support/corvane/echo_fixture.h"
+#include "tests/support/corvane/piece_keeper.h"
 
 #include <random>
 
@@ -87,7 +87,7 @@ TEST_F(PackedBridgeTest, ARefusalOfTheClientComesBackAsOne) {
 // The server's side of the client's connection says it; the client has taken the offer of nobody else.
 class PackedFrameTest : public PackedBridgeTest {
  protected:
-  void sendPacked(const Bytes& packed, std::uint32_t bridge) {
+  static Bytes packedFrame(const Bytes& packed, std::uint32_t bridge) {
     FrameHeader header;
     header.kind = FrameKind::kPacked;
     header.flags = kFlagBeginsAnew;
@@ -96,7 +96,10 @@ class PackedFrameTest : public PackedBridgeTest {
     const EncodedHeader encoded = encodeHeader(header);
     Bytes frame(encoded.begin(), encoded.end());
     frame.insert(frame.end(), packed.begin(), packed.end());
-    m_client.accepted()->link()->sendFrames(frame);
+    return frame;
+  }
+  void sendPacked(const Bytes& packed, std::uint32_t bridge) {
+    m_client.accepted()->link()->sendFrames(packedFrame(packed, bridge));
   }
   Bytes packed(const Bytes& bytes) {
     Bytes into;
@@ -120,6 +123,40 @@ class PackedFrameTest : public PackedBridgeTest {
     EXPECT_TRUE(m_client.dialed().isConnected());
   }
 };
+
+// They lie in a buffer that the next one is unpacked into.
+TEST_F(PackedFrameTest, WhatARequestHasReadFromOneStaysUntilTheNextIsUnpacked) {
+  Keeper::Record record;
+  Keeper::record = &record;
+  CS_ComponentServer::getServer()->registerClass(L"Keeper", new ComponentClass<Keeper>(CS_Version(4, 0, 1, 0)));
+  CS_ComponentServer::getServer()->offerClass(L"Keeper");
+  auto keeper = makeComponent(*m_bridge, L"Caller", L"Keeper");
+  ASSERT_EQ(0, askInt(keeper, 3));
+  Bytes both;
+  for (const unsigned char byte : {'a', 'b'}) {
+    ValueWriter values;
+    const Bytes block(1000, byte);
+    values.writeBytes(block.data(), static_cast<int>(block.size()));
+    FrameHeader header;
+    header.number = 2;
+    header.bridge = bridge();
+    header.component = keeper->getIdentifier();
+    header.correlation = 70;
+    header.length = static_cast<std::uint32_t>(values.size());
+    const EncodedHeader encoded = encodeHeader(header);
+    Bytes request(encoded.begin(), encoded.end());
+    values.forEachPiece([&](ValueWriter::Piece piece) { request.insert(request.end(), piece.begin(), piece.end()); });
+    const Bytes frame = packedFrame(packed(request), header.bridge);
+    both.insert(both.end(), frame.begin(), frame.end());
+  }
+  m_client.accepted()->link()->sendFrames(both);
+  m_seen.waitFor([&] { return record.lets.size() == 2; });
+  EXPECT_EQ(record.changed, 0);
+  EXPECT_EQ(record.lets, (std::vector<std::size_t>{1, 1}));
+  keeper = nullptr;
+  CS_Connection::destroy(m_monitor.dialedPointer(), true);
+  m_seen.waitFor([&] { return record.alive == 0; });
+}
 
 TEST_F(PackedFrameTest, BytesThatWereNotPackedEndTheirBridgeOnly) {
   sendPacked(Bytes(100, 0xff), bridge());

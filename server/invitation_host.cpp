@@ -15,10 +15,12 @@ namespace aps {
 
 bool InvitationHost::processRequest(CS_InRequest& request) {
   if (request.number() != static_cast<int>(protocol::Redeem::kNumber)) return CS_Component::processRequest(request);
-  return logThrown(m_context->log, "an invited person's request", request.number(), [&] {
-    redeem(request);
-    return true;
-  });
+  return logThrown(
+      m_context->log, [] { return "an invited person's request"; }, request.number(),
+      [&] {
+        redeem(request);
+        return true;
+      });
 }
 
 void InvitationHost::redeem(CS_InRequest& request) {

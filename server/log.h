@@ -89,13 +89,13 @@ class Log {
 };
 
 // Serves a request and passes on what is thrown, after a line of the log: the peer may not wait for an answer, and then
-// the loss of the request would stay unknown.
-template <class Serve>
-bool logThrown(Log& log, std::string_view who, int request, Serve&& serve) {
+// the loss of the request would stay unknown. who() says whose request it was.
+template <class Who, class Serve>
+bool logThrown(Log& log, Who&& who, int request, Serve&& serve) {
   try {
     return serve();
   } catch (...) {
-    log.notServed(who, request);
+    log.notServed(who(), request);
     throw;
   }
 }

@@ -65,13 +65,15 @@ bool PortMonitorClient::isToBeHeld(const SessionTable::Found& found) const {
 
 std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::wstring& printerName) {
   const SessionTable& sessions = m_context->sessions;
-  if (auto away = sessions.find(printerName); away && isToBeHeld(*away)) return away;
+  if (auto known = sessions.find(printerName); known && (known->client || isToBeHeld(*known))) return known;
+  const CS_Connection* connection = getConnection();
+  if (connection != nullptr && connection->link() != nullptr) connection->link()->sendGathered();
   if (sessions.isExpected(printerName)) {
     m_context->log.line(fmt::format(
         "printer {} was requested by process {}; the answer waits for its print client, which may be reconnecting",
         programs::quoted(printerName), peerProcess()));
   }
-  const auto mark = m_context->jobs.wait(getConnection());
+  const auto mark = m_context->jobs.wait(connection);
   auto found = sessions.awaitClient(printerName, [this] { return hasGivenUp(); });
   if (!(found && found->client) && hasGivenUp()) {
     throw CS_Exception(corvane::kConnectionLost, L"the caller did not wait for the print client");
@@ -80,8 +82,13 @@ std::optional<SessionTable::Found> PortMonitorClient::awaitPrinter(const std::ws
 }
 
 bool PortMonitorClient::processRequest(CS_InRequest& request) {
-  return logThrown(m_context->log, fmt::format("process {}: request", peerProcess()), request.number(),
-                   [&] { return serve(request); });
+  return logThrown(
+      m_context->log, [this] { return fmt::format("process {}: request", peerProcess()); }, request.number(),
+      [&] { return serve(request); });
+}
+
+bool PortMonitorClient::answersTogether(int number) const {
+  return number == static_cast<int>(protocol::PortMonitorRequest::kPrinterInfo);
 }
 
 bool PortMonitorClient::serve(CS_InRequest& request) {
@@ -152,7 +159,7 @@ std::string PortMonitorClient::attachBegun(const std::shared_ptr<Attached>& job,
   // What the client may create towards the monitor on this bridge.
   bridge->setVersionsOfClassesInPeerProcess(request.versions, CS_Component::kSetVersionsOnOwnPeer);
   m_context->log.line(fmt::format("job attached: {}", job->words));
-  client = found.versions;
+  client = *found.versions;
   const std::string refusal =
       job->isHeld ? attachToHold(job, found, request.processId, *bridge, client) : attachToClient(*job, found, *bridge);
   if (refusal.empty()) {

@@ -44,6 +44,7 @@ class PortMonitorClient : public CS_Component {
 
   bool release() override;
   bool processRequest(CS_InRequest& request) override;
+  bool answersTogether(int number) const override;
 
  private:
   bool serve(CS_InRequest& request);

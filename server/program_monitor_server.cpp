@@ -23,8 +23,9 @@ std::wstring valueOf(const CS_Notice& notice, std::wstring_view wanted) {
 }  // namespace
 
 bool ProgramMonitorServer::processRequest(CS_InRequest& request) {
-  return logThrown(m_context->log, fmt::format("{}: request", m_process), request.number(),
-                   [&] { return serve(request); });
+  return logThrown(
+      m_context->log, [this] { return fmt::format("{}: request", m_process); }, request.number(),
+      [&] { return serve(request); });
 }
 
 bool ProgramMonitorServer::serve(CS_InRequest& request) {

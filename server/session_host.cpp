@@ -53,18 +53,20 @@ void SessionHost::leave() noexcept try {
 }
 
 bool SessionHost::processRequest(CS_InRequest& request) {
-  return logThrown(m_context->log, "a print client's request", request.number(), [&] {
-    switch (static_cast<protocol::SessionRequest>(request.number())) {
-      case protocol::SessionRequest::kRegister:
-        registerPrinters(request);
-        return true;
-      case protocol::SessionRequest::kPaperNews:
-        takeNews(request);
-        return true;
-      default:
-        return CS_Component::processRequest(request);
-    }
-  });
+  return logThrown(
+      m_context->log, [] { return "a print client's request"; }, request.number(),
+      [&] {
+        switch (static_cast<protocol::SessionRequest>(request.number())) {
+          case protocol::SessionRequest::kRegister:
+            registerPrinters(request);
+            return true;
+          case protocol::SessionRequest::kPaperNews:
+            takeNews(request);
+            return true;
+          default:
+            return CS_Component::processRequest(request);
+        }
+      });
 }
 
 void SessionHost::takeNews(CS_InRequest& request) {

@@ -79,7 +79,10 @@ SessionTable::Admission SessionTable::enter(int session, std::vector<Printer> pr
   }
   Entry& entry = m_sessions[session];
   entry.printers = std::move(printers);
-  entry.versions = versions;
+  if (m_latestVersions == nullptr || *m_latestVersions != versions) {
+    m_latestVersions = std::make_shared<const CS_ClassVersionMap>(versions);
+  }
+  entry.versions = m_latestVersions;
   if (entry.client.get() != client.get()) entry.since = std::chrono::system_clock::now();
   entry.client = client;
   entry.key = client ? client->peerKeyMark() : corvane::Bytes32{};

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -50,11 +51,14 @@ class SessionTable {
     bool accepted() const { return refusal.empty(); }
   };
 
+  // Never null. Clients of one version share them.
+  using Versions = std::shared_ptr<const CS_ClassVersionMap>;
+
   struct Found {
     Printer printer;
     int session = 0;
     CS_RCPtr<CS_Connection> client;  // null while the session has no print client
-    CS_ClassVersionMap versions;     // of that client
+    Versions versions;               // of that client
     corvane::Bytes32 key = {};       // the mark of the key with which the latest client came; zeros where it had none
   };
 
@@ -121,7 +125,7 @@ class SessionTable {
  private:
   struct Entry {
     std::vector<Printer> printers;
-    CS_ClassVersionMap versions;
+    Versions versions = std::make_shared<const CS_ClassVersionMap>();
     CS_RCPtr<CS_Connection> client;
     corvane::Bytes32 key = {};
     std::uint64_t leftAt = 0;  // order in which clients left
@@ -150,6 +154,7 @@ class SessionTable {
   std::map<int, Entry> m_sessions;
   std::map<std::wstring, std::pair<int, std::size_t>> m_byName;  // folded local name -> session, index
   std::uint64_t m_departures = 0;
+  Versions m_latestVersions;  // null before the first client
 };
 
 }  // namespace aps

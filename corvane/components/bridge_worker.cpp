@@ -140,6 +140,10 @@ bool BridgeWorker::mayKeep(std::size_t bytes) const {
 
 void BridgeWorker::serveRun(std::span<unsigned char> frames) {
   m_run.rest = frames;
+  const struct End {
+    Serving& serving;
+    ~End() { serving.letGoOfPieces(); }
+  } end{m_serving};
   while (!m_run.rest.empty())
     serveOne(next());
 }
@@ -245,6 +249,7 @@ void BridgeWorker::letGoOfRun() noexcept {
 }
 
 void BridgeWorker::takeRun() {
+  m_serving.letGoOfPieces();
   letGoOfRun();
   std::unique_lock lock(m_load->lock);
   m_isIdle = !m_isInRequest;
@@ -273,6 +278,7 @@ Frame BridgeWorker::next() {
       return *frame;
     } else {
       if (m_unpacker == nullptr) m_unpacker = m_load->packing->makeUnpacker();
+      m_serving.letGoOfPieces();
       m_opened.clear();
       m_unpacker->unpack(frame->payload(), frame->header.beginsAnew(), m_opened);
       m_unpacked.rest = m_opened;
@@ -316,6 +322,7 @@ void BridgeWorker::run(const EndHandler& onEnd) noexcept {
     LocalMonitor::instance().writeLine(L"bridge", failure);
     stop(failure);
   }
+  m_serving.letGoOfPieces();
   letGoOfRun();
   try {
     onEnd(failure);

@@ -60,6 +60,7 @@ class CS_ClassVersionMap {
   void set(const std::wstring& className, const CS_Version& version) { m_versions[className] = version; }
   std::optional<CS_Version> find(const std::wstring& className) const;
   bool isEmpty() const { return m_versions.empty(); }
+  bool operator==(const CS_ClassVersionMap&) const = default;
   const std::map<std::wstring, CS_Version>& entries() const { return m_versions; }
 
   // Writes the map: the count, then for each class its name and four numbers.

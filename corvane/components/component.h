@@ -65,6 +65,13 @@ class CS_Component {
   // Whether a request of that number takes no longer than a write to a file and waits for no peer. On a bridge such a
   // one may then be served by the thread that reads the connection; every other one is served by the bridge's own.
   virtual bool servesAtOnce(int) const { return false; }
+  // What CS_InRequest::readPiece() gave in the requests before becomes invalid when this returns; until then it stays.
+  // Called behind each request, or behind several that were served at once, and also in the middle of one.
+  virtual void letGoOfPieces() noexcept {}
+  // Whether the answer to a request of that number may leave together with those to the requests that came with it,
+  // which saves a send for each. One that has to wait before it answers calls Link::sendGathered() first. On a bridge
+  // each answer leaves by itself.
+  virtual bool answersTogether(int) const { return false; }
   virtual void destroyChannel();
   // The component's channel; with create, it is made when it does not exist yet. Null without an owner.
   virtual CS_Channel* getChannel(bool create);

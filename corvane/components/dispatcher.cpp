@@ -38,10 +38,20 @@ void Dispatcher::onBatchEnd() {
   // In front of the delivery, which may write to a disk: how long that takes says nothing about the line.
   if (std::exchange(m_hasTaken, false)) m_link.tellTaken();
   flushRun();
-  onBatchAbandoned();
+  m_link.sendGathered();
+  letGo();
 }
 
 void Dispatcher::onBatchAbandoned() noexcept {
+  try {
+    m_link.sendGathered();
+  } catch (const CS_Exception&) {
+    // The connection has ended, and with it every request that waited.
+  }
+  letGo();
+}
+
+void Dispatcher::letGo() noexcept {
   m_run = {};
   m_bridgeEnd = nullptr;
   m_bridge = nullptr;  // it holds the connection, which holds this
@@ -90,9 +100,11 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
       m_link.complete(frame);
       return;
     case FrameKind::kCreate:
+      m_link.sendGathered();
       m_serving.create(header, frame.payload());
       return;
     case FrameKind::kRelease: {
+      m_link.sendGathered();
       const std::wstring reason = readReason(frame.payload());
       const CS_RCPtr<CS_Component> ended = m_connection.getChild(header.component);
       if (BridgeEnd* bridge = ended ? ended->bridgeEnd() : nullptr) bridge->endedByPeer(reason);
@@ -137,6 +149,7 @@ void Dispatcher::collect(const Frame& frame) {
 
 void Dispatcher::flushRun() {
   if (m_run.empty()) return;
+  m_link.sendGathered();  // the delivery may wait
   const std::span<unsigned char> run = std::exchange(m_run, {});
   m_bridgeEnd->deliver(run);
 }

@@ -40,6 +40,7 @@ class Dispatcher : public FrameHandler {
   void onConnectionFrame(Frame& frame);
   void collect(const Frame& frame);
   void flushRun();
+  void letGo() noexcept;
 
   CS_Component& m_connection;
   Link& m_link;

@@ -55,7 +55,8 @@ void CS_InRequest::skipRest() {
 void CS_InRequest::sendReply() {
   if (!wantsReply() || m_replied) return;
   m_replied = true;
-  m_channel.link().send(replyHeader(m_channel, corvane::FrameKind::kReply, m_correlation), m_reply);
+  const corvane::FrameHeader header = replyHeader(m_channel, corvane::FrameKind::kReply, m_correlation);
+  m_answersTogether ? m_channel.link().gather(header, m_reply) : m_channel.link().send(header, m_reply);
 }
 
 void CS_InRequest::sendFailure(const wchar_t* text) {

@@ -28,11 +28,14 @@ class CS_InRequest {
   // Owned by the request, valid until the next readUTF or release().
   const wchar_t* readUTF();
   // The next piece of a block of bytes, empty at its end; the piece lies in the receive buffer and is valid until the
-  // next read. A block larger than a frame arrives in several pieces, so no process holds a whole job.
+  // component is told that it is not (CS_Component::letGoOfPieces), in a reply until the next read. A block larger than
+  // a frame arrives in several pieces, so no process holds a whole job.
   std::span<const unsigned char> readPiece();
   // Reads past what was not read, so that the whole request has arrived.
   void skipRest();
 
+  // The reply may wait for those to the requests that came with this one; see CS_Component::answersTogether.
+  void answerTogether() { m_answersTogether = true; }
   bool wantsReply() const { return m_correlation != 0; }
   // The reply to this request: values are written to it and sendReply() sends it, once. A request that wants a reply
   // and got none is answered as failed when it is destroyed.
@@ -50,6 +53,7 @@ class CS_InRequest {
   int m_number = 0;
   std::uint32_t m_correlation = 0;
   bool m_replied = false;
+  bool m_answersTogether = false;
   corvane::ValueReader m_values;
   corvane::ValueWriter m_reply;
   std::wstring m_text;

@@ -49,16 +49,16 @@ corvane::FrameHeader CS_OutRequest::header() const {
 }
 
 // A reply that is waited for is registered by now: a bridge that the peer lets go after this look fails it.
-void CS_OutRequest::send(const corvane::FrameHeader& request) {
+void CS_OutRequest::throwIfEnded() const {
   const CS_Component* owner = m_component ? m_component->getOwner() : nullptr;
   if (owner != nullptr) owner->throwIfEnded();
-  m_channel.link().send(request, m_values);
 }
 
 void CS_OutRequest::execute() {
   corvane::FrameHeader request = header();
   request.correlation = m_channel.link().nextCorrelation();
-  send(request);
+  throwIfEnded();
+  m_channel.link().send(request, m_values);
 }
 
 void CS_OutRequest::execute(CS_InRequest& reply, unsigned timeoutMilliseconds) {
@@ -67,7 +67,8 @@ void CS_OutRequest::execute(CS_InRequest& reply, unsigned timeoutMilliseconds) {
   corvane::Link::Pending pending(m_channel.link(), request.bridge);
   request.correlation = pending.correlation();
   request.flags = corvane::kFlagWantsReply;
-  send(request);
+  throwIfEnded();
+  m_channel.link().sendAwaited(request, m_values);
   reply.setSource(std::make_unique<corvane::ByteSource>(pending.wait(deadline)));
 }
 

@@ -42,7 +42,7 @@ class CS_OutRequest {
 
  private:
   corvane::FrameHeader header() const;
-  void send(const corvane::FrameHeader& request);
+  void throwIfEnded() const;
 
   CS_RCPtr<CS_Component> m_component;
   int m_number;

@@ -95,9 +95,28 @@ bool Serving::servesAtOnce(const FrameHeader& header) const {
   return component && component->servesAtOnce(header.number);
 }
 
+// What was gathered does not wait for a request that may take its time.
+void Serving::gatherAnswer(const CS_Component& component, CS_InRequest& request) {
+  component.answersTogether(request.number()) ? request.answerTogether() : request.getChannel().link().sendGathered();
+}
+
+void Serving::letGoOfPieces() noexcept {
+  if (m_served) m_served->letGoOfPieces();
+  if (!m_isInRequest) m_served = nullptr;
+}
+
 void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> source) {
   CS_InRequest request(channelTo(m_owner, header), header.number, header.wantsReply() ? header.correlation : 0,
                        std::move(source));
+  m_isInRequest = true;
+  // On a connection what was read may go with the request.
+  const struct End {
+    Serving& serving;
+    ~End() {
+      serving.m_isInRequest = false;
+      if (serving.m_load != nullptr) serving.letGoOfPieces();
+    }
+  } end{*this};
   std::wstring failure;
   try {
     const CS_RCPtr<CS_Component> component = m_owner.getChild(header.component);
@@ -105,8 +124,15 @@ void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> so
       failure = refusalOr(header.component, L"the component does not exist any more");
     } else if (component->isSuspended()) {
       failure = L"the component is suspended";
-    } else if (!component->processRequest(request)) {
-      failure = formatText(L"the component serves no request %d", static_cast<int>(header.number));
+    } else {
+      if (m_served.get() != component.get()) {
+        if (m_served) m_served->letGoOfPieces();
+        m_served = component;
+      }
+      if (m_load != nullptr) gatherAnswer(*component, request);
+      if (!component->processRequest(request)) {
+        failure = formatText(L"the component serves no request %d", static_cast<int>(header.number));
+      }
     }
   } catch (const CS_Exception& exception) {
     failure = exception.detail()[0] != L'\0' ? exception.detail() : messageText(exception.number());

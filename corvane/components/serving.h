@@ -27,6 +27,9 @@ class Serving {
   void request(const FrameHeader& header, std::unique_ptr<FrameSource> source);
   // Whether the request that begins so is served at once; see CS_Component::servesAtOnce.
   bool servesAtOnce(const FrameHeader& header) const;
+  // What the requests have read becomes invalid; see CS_Component::letGoOfPieces. Before a buffer with requests
+  // changes, on a bridge; on a connection each request does it itself.
+  void letGoOfPieces() noexcept;
   void release(const FrameHeader& header, const std::wstring& reason);
   // Why the component with that identifier was refused; the other text when it was not.
   std::wstring refusalOr(std::uint32_t identifier, const wchar_t* otherwise) const;
@@ -35,11 +38,14 @@ class Serving {
   // Null after refusing to make one.
   CS_Component* make(const FrameHeader& header, const std::wstring& className);
   void start(const FrameHeader& header, const std::wstring& className, CS_Component& made);
+  static void gatherAnswer(const CS_Component& component, CS_InRequest& request);
   void refuse(const FrameHeader& header, const std::wstring& reason);
 
   CS_Component& m_owner;
   std::shared_ptr<BridgeLoad> m_load;
   std::map<std::uint32_t, std::wstring> m_refused;
+  CS_RCPtr<CS_Component> m_served;  // has what it read; null when it was told to let go of it behind its request
+  bool m_isInRequest = false;
 };
 
 }  // namespace corvane

@@ -51,7 +51,6 @@ void Link::setHandler(FrameHandler* handler) {
 }
 
 bool Link::hasEnded() const {
-  const std::lock_guard guard(m_stateLock);
   return m_ended;
 }
 
@@ -153,15 +152,16 @@ std::wstring Link::serve() {
   return m_reason;
 }
 
-void Link::sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline) {
+bool Link::sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline) {
   if (m_freeSeats == nullptr) m_freeSeats = std::make_unique<Seat>();
   std::unique_ptr<Seat> seat = std::move(m_freeSeats);
   m_freeSeats = std::move(seat->nextFree);
   pending.m_seat = seat.get();
-  seat->called.wait_until(lock, deadline);
+  const bool isInTime = seat->called.wait_until(lock, deadline) == std::cv_status::no_timeout;
   pending.m_seat = nullptr;
   seat->nextFree = std::move(m_freeSeats);
   m_freeSeats = std::move(seat);
+  return isInTime;
 }
 
 void Link::callLeader() {
@@ -181,7 +181,7 @@ void Link::callAll() {
   }
 }
 
-void Link::lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline) {
+bool Link::lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline) {
   m_hasLeader = true;
   bool isInTime = true;
   while (!done && !m_ended && isInTime) {
@@ -196,23 +196,32 @@ void Link::lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadlin
     lock.lock();
   }
   m_hasLeader = false;
+  return isInTime;
 }
 
 Link::Pending::Pending(Link& link, std::uint32_t bridge) : m_link(link), m_bridge(bridge) {
   const std::lock_guard guard(link.m_stateLock);
   m_correlation = link.m_correlations.next(link.m_pending);
-  link.m_pending.emplace(m_correlation, this);
+  if (link.m_sparePending.empty()) {
+    link.m_pending.emplace(m_correlation, this);
+  } else {
+    link.m_sparePending.key() = m_correlation;
+    link.m_sparePending.mapped() = this;
+    link.m_pending.insert(std::move(link.m_sparePending));
+  }
 }
 
 Link::Pending::~Pending() {
   const std::lock_guard guard(m_link.m_stateLock);
-  m_link.m_pending.erase(m_correlation);
+  m_link.m_sparePending = m_link.m_pending.extract(m_correlation);
 }
 
 std::vector<unsigned char> Link::Pending::wait(Deadline deadline) {
   std::unique_lock lock(m_link.m_stateLock);
-  while (!m_done && !m_link.m_ended && std::chrono::steady_clock::now() < deadline)
-    m_link.m_hasLeader ? m_link.sleepFor(*this, lock, deadline) : m_link.lead(lock, m_done, deadline);
+  bool isInTime = true;
+  while (!m_done && !m_link.m_ended && isInTime) {
+    isInTime = m_link.m_hasLeader ? m_link.sleepFor(*this, lock, deadline) : m_link.lead(lock, m_done, deadline);
+  }
   m_link.callLeader();
   if (!m_done && m_link.m_ended) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
   if (!m_done) throw CS_Exception(kReplyTimedOut, nullptr);

@@ -92,8 +92,16 @@ class Link {
 
   // Puts a frame in front of the next one that is sent: it costs no send of its own.
   void announce(const FrameHeader& header, const ValueWriter& values);
+  // Sends the values as one frame or a few, together with what is gathered behind them: they leave with the next send,
+  // with sendGathered(), or at once when kGathered bytes wait. By the thread that reads, which calls sendGathered()
+  // before it waits for anything.
+  void gather(const FrameHeader& header, const ValueWriter& values);
+  void sendGathered();
   // Sends the values as one frame, or as several of the same header where they are longer; nothing else comes between.
   void send(FrameHeader header, const ValueWriter& values);
+  // Sends the request of a Pending. While another thread is sending, it is left to that one, which sends what was left
+  // to it in one send, and this returns at once: what goes wrong then shows in Pending::wait().
+  void sendAwaited(const FrameHeader& header, const ValueWriter& values);
   // A sign of life, which also says how much took() was told of, as far as there is room for one at once: where there
   // is none, or another thread is sending, bytes are on their way that show the same. Never blocks; a failure ends the
   // socket, and the reading thread sees it.
@@ -167,6 +175,8 @@ class Link {
 
   // How much is sent before a sender looks whether the peer has said something meanwhile.
   static constexpr std::size_t kLookEvery = 1024 * 1024;
+  // Longer frames are not gathered, nor more of them.
+  static constexpr std::size_t kGathered = 16 * 1024;
 
  private:
   // Where a thread sleeps until its reply is there or it is its turn to lead: each is called by itself, because with
@@ -176,9 +186,9 @@ class Link {
     Condition called;
     std::unique_ptr<Seat> nextFree;
   };
-  // With the state lock held. Sleeps until somebody calls the seat of the reply, or the deadline passes. Throws
+  // With the state lock held. Sleeps until somebody calls the seat of the reply; false when the deadline passed. Throws
   // std::bad_alloc when there is no seat.
-  void sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline);
+  bool sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline);
   // With the state lock held: somebody who waits is to lead, as nobody does. Whoever leaves without a leader calls.
   void callLeader();
   // Wakes everybody, with the state lock held.
@@ -200,14 +210,20 @@ class Link {
   FrameReader::Fill fill(std::optional<Deadline> deadline);
   // False when nothing came until the deadline.
   bool readOnce(std::optional<Deadline> deadline);
-  // Reads as the leader until the condition holds, the link has ended or nothing came until the deadline.
-  void lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline);
+  // Reads as the leader until the condition holds, the link has ended or nothing came until the deadline: then false.
+  bool lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline);
   void readForService();
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
   void sendBeatLocked();
   void sendPieces(std::span<const Stream::Piece> pieces);
+  // Within a Use and the send lock; what fails ends the link.
+  template <class Send>
+  void withSendLock(Send&& send);
+  void letMoreBeLeft();
+  bool leaveToSender(const FrameHeader& header, const ValueWriter& values);
+  bool takeOver(bool more);
   Frame awaitFrame(Deadline deadline);
   HelloValues readHello(const Frame& frame, FrameKind kind);
 
@@ -221,17 +237,23 @@ class Link {
   Lock m_sendLock;  // guards what follows, and the order of frames on the socket
   std::vector<unsigned char> m_announcements;
   std::size_t m_sentSinceLook = 0;
+  std::vector<unsigned char> m_takenOver;  // of what was left, to be sent now
+
+  Lock m_leftLock;           // guards what follows
+  bool m_takesMore = false;  // a thread is sending and will send what is left to it
+  std::vector<unsigned char> m_left;
 
   mutable Lock m_stateLock;  // guards what follows; never held while sending, receiving or handling
   Condition m_leadIsFree;    // for serve()
   std::unique_ptr<Seat> m_freeSeats;
   bool m_hasLeader = false;
-  bool m_ended = false;
+  std::atomic<bool> m_ended{false};
   int m_uses = 0;
   std::wstring m_reason;
   FrameHandler* m_handler = nullptr;
   CorrelationCounter m_correlations;
   std::map<std::uint32_t, Pending*> m_pending;
+  decltype(m_pending)::node_type m_sparePending;  // of the last one that left, for the next one
 };
 
 }  // namespace corvane

@@ -59,6 +59,16 @@ class FrameBatch {
   std::array<Stream::Piece, 1 + 2 * kFrames + kSources> m_pieces;
 };
 
+// All or nothing: half a frame would end the connection at the other side.
+void append(std::vector<unsigned char>& frames, FrameHeader header, const ValueWriter& values) {
+  header.length = static_cast<std::uint32_t>(values.size());
+  const EncodedHeader encoded = encodeHeader(header);
+  const std::size_t size = frames.size() + encoded.size() + values.size();
+  if (size > frames.capacity()) frames.reserve(2 * size);
+  frames.insert(frames.end(), encoded.begin(), encoded.end());
+  values.forEachPiece([&](ValueWriter::Piece piece) { frames.insert(frames.end(), piece.begin(), piece.end()); });
+}
+
 }  // namespace
 
 void Link::throwIfEnded() {
@@ -83,34 +93,73 @@ void Link::sendPieces(std::span<const Stream::Piece> pieces) {
 
 void Link::announce(const FrameHeader& header, const ValueWriter& values) {
   throwIfEnded();
-  FrameHeader whole = header;
-  whole.length = static_cast<std::uint32_t>(values.size());
-  const EncodedHeader encoded = encodeHeader(whole);
   const std::lock_guard guard(m_sendLock);
-  // All or nothing: half a frame would end the connection at the other side.
-  m_announcements.reserve(m_announcements.size() + encoded.size() + values.size());
-  m_announcements.insert(m_announcements.end(), encoded.begin(), encoded.end());
-  values.forEachPiece(
-      [&](ValueWriter::Piece piece) { m_announcements.insert(m_announcements.end(), piece.begin(), piece.end()); });
+  append(m_announcements, header, values);
 }
 
-void Link::send(FrameHeader header, const ValueWriter& values) {
+template <class Send>
+void Link::withSendLock(Send&& send) {
   const Use use(*this);
-  bool look = false;
   try {
     const std::lock_guard guard(m_sendLock);
-    FrameBatch batch(header, values);
-    while (!batch.done())
-      sendPieces(batch.next(m_announcements));
-    look = m_sentSinceLook >= kLookEvery;
-    if (look) m_sentSinceLook = 0;
+    send();
   } catch (const CS_Exception& exception) {
     endAndThrow(exception.detail());
   } catch (const std::exception&) {
     // Part of a frame may have left.
     endAndThrow(L"not enough memory");
   }
+}
+
+void Link::send(FrameHeader header, const ValueWriter& values) {
+  bool look = false;
+  withSendLock([&] {
+    FrameBatch batch(header, values);
+    while (!batch.done())
+      sendPieces(batch.next(m_announcements));
+    look = m_sentSinceLook >= kLookEvery;
+    if (look) m_sentSinceLook = 0;
+  });
   if (look) lookForNews();
+}
+
+void Link::sendAwaited(const FrameHeader& header, const ValueWriter& values) {
+  if (values.size() > kGathered) return send(header, values);
+  if (leaveToSender(header, values)) return;
+  withSendLock([&] {
+    FrameBatch batch(header, values);
+    letMoreBeLeft();
+    sendPieces(batch.next(m_announcements));
+    // This thread wants its own reply as well: it does so for a while, then no more is left to it.
+    constexpr int kTimes = 8;
+    for (int i = 1; takeOver(i < kTimes); ++i) {
+      const std::array<Stream::Piece, 1> pieces{m_takenOver};
+      sendPieces(pieces);
+    }
+  });
+}
+
+void Link::letMoreBeLeft() {
+  const std::lock_guard guard(m_leftLock);
+  m_takesMore = true;
+}
+
+// False when nobody would send it, or enough was left.
+bool Link::leaveToSender(const FrameHeader& header, const ValueWriter& values) {
+  const std::lock_guard guard(m_leftLock);
+  if (!m_takesMore || m_left.size() > kGathered) return false;
+  append(m_left, header, values);
+  return true;
+}
+
+// With the send lock held: takes over what was left to this thread, and whether more may be left. False when there was
+// nothing, and then nothing may be left either.
+bool Link::takeOver(bool more) {
+  m_takenOver.clear();
+  const std::lock_guard guard(m_leftLock);
+  m_takenOver.swap(m_left);
+  m_takesMore = more && !m_takenOver.empty();
+  return !m_takenOver.empty();
 }
 
 void Link::sendBeatLocked() {
@@ -151,18 +200,27 @@ void Link::beat() noexcept {
   }
 }
 
-void Link::sendFrames(std::span<const unsigned char> frames) {
-  const Use use(*this);
-  try {
+void Link::gather(const FrameHeader& header, const ValueWriter& values) {
+  if (values.size() >= kGathered) return send(header, values);
+  bool isFull;
+  {
     const std::lock_guard guard(m_sendLock);
+    append(m_announcements, header, values);
+    isFull = m_announcements.size() >= kGathered;
+  }
+  if (isFull) sendGathered();
+}
+
+void Link::sendGathered() {
+  sendFrames({});
+}
+
+void Link::sendFrames(std::span<const unsigned char> frames) {
+  withSendLock([&] {
+    if (frames.empty() && m_announcements.empty()) return;
     const std::array<Stream::Piece, 2> pieces{Stream::Piece(m_announcements), frames};
     sendPieces(m_announcements.empty() ? std::span(pieces).last(1) : std::span(pieces));
-  } catch (const CS_Exception& exception) {
-    endAndThrow(exception.detail());
-  } catch (const std::exception&) {
-    // Part of a frame may have left.
-    endAndThrow(L"not enough memory");
-  }
+  });
 }
 
 void Link::sendText(const FrameHeader& header, const wchar_t* text) {

@@ -117,7 +117,7 @@ void askByTurns(Link& link, Chance own) {
       header.number = kQuestion;
       header.flags = kFlagWantsReply;
       header.correlation = pending.correlation();
-      link.send(header, ValueWriter());
+      own.below(4) == 0 ? link.send(header, ValueWriter()) : link.sendAwaited(header, ValueWriter());
       own.pause();
       if (own.below(5) == 0) continue;  // the reply finds nobody
       const auto bytes = pending.wait(after(own.below(6) == 0 ? 0 : 20000));

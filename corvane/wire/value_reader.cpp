@@ -8,6 +8,8 @@
 #include "corvane/wire/value_writer.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -83,13 +85,12 @@ std::wstring ValueReader::readText() {
     throw CS_Exception(kLimitExceeded, L"a text of %u characters, the limit is %u", count,
                        static_cast<unsigned>(kMaxTextUnits));
   }
-  std::vector<unsigned char> bytes(2 * std::size_t{count});
-  take(bytes.data(), bytes.size());
-  std::vector<std::uint16_t> units(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    units[i] = static_cast<std::uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-  }
-  return fromUtf16(units.data(), units.size());
+  static_assert(std::endian::native == std::endian::little, "the units are taken as they come");
+  std::array<std::uint16_t, 128> few;
+  std::vector<std::uint16_t> many(count > few.size() ? count : 0);
+  std::uint16_t* const units = many.empty() ? few.data() : many.data();
+  take(units, sizeof *units * count);
+  return fromUtf16(units, count);
 }
 
 std::span<const unsigned char> ValueReader::readPiece() {

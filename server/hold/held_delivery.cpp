@@ -143,7 +143,7 @@ HeldDelivery::Outcome HeldDelivery::deliverOver(const CS_RCPtr<CS_Connection>& c
     m_context.book.tellHeld(m_known, protocol::JobState::kHeld);
     return {End::kAway, "", ""};
   }
-  bridge->setVersionsOfClassesInPeerProcess(found.versions, CS_Component::kSetVersionsOnOwnPeer);
+  bridge->setVersionsOfClassesInPeerProcess(*found.versions, CS_Component::kSetVersionsOnOwnPeer);
   const auto sender = makeOn(*bridge, protocol::kPrintServerClass, protocol::kPrintClientClass, true);
   if (auto known = askWhether(sender)) return *known;
   m_context.clientNews.jobAttached(m_job.printer, found.client.get(), found.printer.name());

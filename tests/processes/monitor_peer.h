@@ -49,6 +49,7 @@ class MonitorPeer {
   void notify(unsigned long processId, const wchar_t* module, const CS_Notice& notice);
 
   const CS_RCPtr<CS_Connection>& connection() const { return m_connection; }
+  const CS_RCPtr<CS_Component>& portMonitor() const { return m_portMonitor; }
 
  private:
   void dial(int port);

@@ -2,6 +2,7 @@
 
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
+#include "corvane/wire/link.h"
 #include "tests/processes/monitor_peer.h"
 #include "tests/processes/scene.h"
 
@@ -44,6 +45,31 @@ TEST(Restart, AJobThatAsksBeforeItsClientIsBackWaitsForItAndArrives) {
   peer.writeJob("hello");
   EXPECT_EQ(peer.endJob(), 1);
   EXPECT_EQ(scene.content(5, "Report.txt"), "hello");
+}
+
+// Both questions come in one receive, and their answers could leave in one send.
+TEST(Restart, AnAnswerDoesNotWaitForTheOneBehindItThatWaitsForItsClient) {
+  Scene scene(kLongWait);
+  const auto client = scene.startClient(5, {"Laser-2"});
+  MonitorPeer peer(scene.port());
+  ASSERT_TRUE(peer.printerInfo(kLaserPrinter));
+  corvane::Link& link = *peer.connection()->link();
+  corvane::Link::Pending known(link, 0), expected(link, 0);
+  corvane::FrameHeader header;
+  header.flags = corvane::kFlagWantsReply;
+  header.number = 5;
+  header.component = peer.portMonitor()->getIdentifier();
+  header.correlation = known.correlation();
+  corvane::ValueWriter first, second;
+  first.writeText(kLaserPrinter.c_str());
+  link.announce(header, first);
+  header.correlation = expected.correlation();
+  second.writeText(L"Ink (session 6)");
+  link.send(header, second);
+  EXPECT_GT(known.wait(corvane::after(20000)).size(), 20u);
+  scene.server().waitForLine("printer \"Ink (session 6)\" was requested by process ");
+  const auto other = scene.startClient(6, {"Ink"});
+  EXPECT_GT(expected.wait(corvane::after(20000)).size(), 20u);
 }
 
 TEST(Restart, AJobAndAListThatComeWhileTheClientIsAwayForAMomentWaitForIt) {

@@ -7,6 +7,7 @@
 #include "tests/support/joined_thread.h"
 #include "tests/support/own_listener.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -14,13 +15,18 @@
 // served on a thread of its own; both ends are destroyed, and that thread joined, at the end of the test.
 class ConnectionPair {
  public:
-  // With a line, the dialed end takes what is routed to it as over a long one.
-  explicit ConnectionPair(const std::optional<CS_Connection::Line>& line = {}) {
+  using StreamMaker = std::function<std::unique_ptr<corvane::Stream>(corvane::Socket)>;
+
+  explicit ConnectionPair(const std::optional<CS_Connection::Line>& line = {})
+      : ConnectionPair(line,
+                       [](corvane::Socket socket) { return std::make_unique<corvane::Socket>(std::move(socket)); }) {}
+  // With a line, the dialed end takes what is routed to it as over a long one. The accepted one uses the stream.
+  ConnectionPair(const std::optional<CS_Connection::Line>& line, const StreamMaker& stream) {
     CS_ComponentServer::initialize(0, 0);
     OwnListener listener;
     JoinedThread acceptor(
         [&] {
-          m_accepted = CS_Connection::arrive(std::make_unique<corvane::Socket>(listener.accept()));
+          m_accepted = CS_Connection::arrive(stream(listener.accept()));
           if (line) m_accepted->useLine({line->packing, 0});
           m_accepted->welcome(nullptr);
         },
