@@ -1,7 +1,5 @@
 #pragma once
 
-#include "client/disk_file.h"
-
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -11,6 +9,8 @@
 #include <vector>
 
 namespace printclient {
+
+class DiskFile;
 
 // Bytes of UTF-8 that a file name made here may have without its extension: leaves room for an extension and a number
 // within the 255 bytes of common file systems.
@@ -70,8 +70,8 @@ class JobFile {
   const std::filesystem::path m_folder;
   const std::string m_temporaryName;
   std::unique_ptr<DiskFile> m_file;
-  std::vector<unsigned char> m_rest;       // of what was appended, less than a block
-  std::vector<DiskFile::Part> m_referred;  // what follows it
+  std::vector<unsigned char> m_rest;                       // of what was appended, less than a block
+  std::vector<std::span<const unsigned char>> m_referred;  // what follows it
   std::size_t m_referredBytes = 0;
 };
 

@@ -2,7 +2,6 @@
 
 #include "client/job_board.h"
 #include "client/reporter.h"
-#include "client/sinks/printer/queued_job.h"
 #include "client/sinks/sink.h"
 #include "client/taken_jobs.h"
 #include "protocol/paper_news.h"

@@ -4,6 +4,7 @@
 #include "corvane/records/program_monitor.h"
 #include "jobs/print_raw_data.h"
 #include "jobs/spool_file.h"
+#include "jobs/temporary_files.h"
 
 #include <cwchar>
 #include <string>

@@ -2,7 +2,6 @@
 
 #include "corvane/records/operation.h"
 #include "jobs/spool_file.h"
-#include "jobs/temporary_files.h"
 #include "session/client_print_job.h"
 #include "util/utl_string.h"
 #include "util/win_handle.h"
@@ -13,6 +12,8 @@
 #include <string>
 
 namespace mg {
+
+class TemporaryDirectory;
 
 // One conversion from its start to its clean-up: what it holds lives until the records of its failure are written. Used
 // once, by ConvertJob.

@@ -8,6 +8,7 @@
 #include "jobs/job_settings.h"
 #include "jobs/spool_file.h"
 #include "jobs/spooler_calls.h"
+#include "jobs/temporary_files.h"
 #include "monitor/entries.h"
 #include "monitor/job_end.h"
 #include "ports/port_records.h"

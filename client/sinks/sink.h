@@ -3,6 +3,7 @@
 #include "client/cancel_request.h"
 #include "client/content_probe.h"
 #include "client/job_file.h"
+#include "protocol/paper_news.h"
 #include "protocol/print_job.h"
 
 #include <memory>
@@ -30,6 +31,15 @@ struct ArrivedJob {
   CancelRequest* cancel = nullptr;  // the person wants the job no more; null when nobody can say so
 
   bool isCanceled() const { return cancel != nullptr && cancel->isMade(); }
+};
+
+// How far a job has got at its printer. A plain value; texts are UTF-8.
+struct JobProgress {
+  protocol::PaperState state = protocol::PaperState::kUnknown;
+  std::string cause = {};   // as it follows "the printer ... "; empty when there is nothing to say
+  std::string remedy = {};  // without a stop at its end
+
+  bool operator==(const JobProgress&) const = default;
 };
 
 struct QueuedJob;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client/sinks/printer/printer_target.h"
-#include "protocol/paper_news.h"
+#include "client/sinks/sink.h"
 
 #include <atomic>
 #include <chrono>
@@ -10,15 +10,6 @@
 #include <vector>
 
 namespace printclient {
-
-// How far a job has got at its printer. A plain value; texts are UTF-8.
-struct JobProgress {
-  protocol::PaperState state = protocol::PaperState::kUnknown;
-  std::string cause = {};   // as it follows "the printer ... "; empty when there is nothing to say
-  std::string remedy = {};  // without a stop at its end
-
-  bool operator==(const JobProgress&) const = default;
-};
 
 // A job that a printer has whole and that goes on there. A plain value.
 struct QueuedJob {
