@@ -19,8 +19,8 @@
 namespace printclient {
 namespace {
 
-constexpr std::size_t kReadBytes = 256 * 1024;
-constexpr int kMaxCreations = 10;  // to create a file that cleaning others take away again
+constexpr std::size_t kReadBytes = 64 * 1024;  // the allocator keeps as much for each thread that reads
+constexpr int kMaxCreations = 10;              // to create a file that cleaning others take away again
 
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path = {}) {
   const int error = errno;

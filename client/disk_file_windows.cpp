@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kMaxWrite = 1024 * 1024;
 constexpr std::size_t kSmallPart = 16 * 1024;
-constexpr std::size_t kReadBytes = 256 * 1024;
+constexpr std::size_t kReadBytes = 64 * 1024;
 
 [[noreturn]] void fail(DWORD error, const char* what, const std::filesystem::path& path = {}) {
   throw std::system_error(static_cast<int>(error), std::system_category(),
