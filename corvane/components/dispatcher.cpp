@@ -45,7 +45,7 @@ void Dispatcher::onBatchEnd() {
 void Dispatcher::onBatchAbandoned() noexcept {
   try {
     m_link.sendGathered();
-  } catch (const CS_Exception&) {
+  } catch (...) {
     // The connection has ended, and with it every request that waited.
   }
   letGo();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 
 namespace corvane {
 namespace {
@@ -144,12 +145,14 @@ void Link::letMoreBeLeft() {
   m_takesMore = true;
 }
 
-// False when nobody would send it, or enough was left.
-bool Link::leaveToSender(const FrameHeader& header, const ValueWriter& values) {
+// False when nobody would send it, enough was left, or there is no memory for it.
+bool Link::leaveToSender(const FrameHeader& header, const ValueWriter& values) try {
   const std::lock_guard guard(m_leftLock);
   if (!m_takesMore || m_left.size() > kGathered) return false;
   append(m_left, header, values);
   return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 // With the send lock held: takes over what was left to this thread, and whether more may be left. False when there was
