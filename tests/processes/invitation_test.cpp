@@ -170,6 +170,7 @@ TEST_F(InvitationProcessTest, OfSeveralServersMakesOneClientServeThemAll) {
                      there + "\", session 7); ");
   other.server().signal(SIGTERM);
   client.waitForLine(otherAddress + ": the connection to the server is lost");
+  EXPECT_EQ(other.server().wait(), 0);  // a second stop would end it at once
   expectToPrint("from the one that is still there", here);
 }
 
