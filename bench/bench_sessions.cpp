@@ -1,5 +1,5 @@
-// Measures what aps needs of memory for 1,000 sessions, each with a print client that has registered a printer. The
-// clients are connections of this process.
+// Measures what aps needs of memory for 1,000 sessions, each with a print client that has registered a printer and has
+// nothing to do. The clients are connections of this process.
 //
 //   bench_sessions ROUNDS
 //
@@ -12,11 +12,14 @@
 #include "corvane/components/connection.h"
 #include "protocol/registration.h"
 
+#include <chrono>
 #include <fstream>
+#include <thread>
 
 namespace {
 
 constexpr int kSessions = 1000;
+constexpr std::chrono::seconds kUntilAtRest{3};  // aps does without the thread of a client that says nothing
 
 double residentBytes(pid_t process) {
   std::ifstream status("/proc/" + std::to_string(process) + "/status");
@@ -45,6 +48,7 @@ void measure(BenchScene& scene) {
   std::vector<CS_RCPtr<CS_Connection>> clients;
   for (int i = 0; i < kSessions; ++i)
     clients.push_back(registered(scene, BenchScene::kFirstSession + i));
+  std::this_thread::sleep_for(kUntilAtRest);
   bench::sample("sessions-1000", bench::kProduct, residentBytes(server));
   for (const auto& client : clients)
     CS_Connection::destroy(client, true);

@@ -40,7 +40,12 @@ std::string addressOf(const std::string& peer) {
 
 ConnectionList::ConnectionList(std::shared_ptr<Log> log, const Places& places, const corvane::KeyFolder* keys,
                                IsNeeded isNeeded, const corvane::Patience& patience)
-    : m_log(std::move(log)), m_places(places), m_keys(keys), m_isNeeded(std::move(isNeeded)), m_heartbeat(patience) {
+    : m_log(std::move(log)),
+      m_places(places),
+      m_keys(keys),
+      m_isNeeded(std::move(isNeeded)),
+      m_heartbeat(patience),
+      m_readyWatch([this](std::uint64_t number) { ready(number); }) {
   m_watcher = std::thread([this] { watch(); });
 }
 
@@ -105,7 +110,7 @@ void ConnectionList::run(Position position) noexcept {
       isFromNetwork = position->room == Room::kArrivingFromNetwork;
     }
     try {
-      serveOne(position);
+      if (!serveOne(position)) return;
     } catch (const CS_Exception& failure) {
       if (failure.number() == corvane::kProtocolViolation) holdBack();
       const std::string line = fmt::format("connection from {} refused: {}; {}", peer, programs::describe(failure),
@@ -123,15 +128,25 @@ void ConnectionList::run(Position position) noexcept {
   if (m_closing) m_someEnded.notify_all();
 }
 
-void ConnectionList::serveOne(Position position) {
+bool ConnectionList::serveOne(Position position) {
   CS_RCPtr<CS_Connection> connection;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     connection = position->connection;
   }
-  const std::string peer = connection->peerName();
+  if (!std::exchange(position->isWelcome, true)) welcome(position, connection);
+  std::optional<std::wstring> reason;
+  while (!(reason = connection->serveUntilIdle(m_places.parkedAfter))) {
+    if (park(position)) return false;
+  }
+  CS_Connection::destroy(connection, true);
+  if (!reason->empty()) noteEnd(position, *connection, *reason);
+  return true;
+}
+
+void ConnectionList::welcome(Position position, const CS_RCPtr<CS_Connection>& connection) {
   connection->welcome(m_keys, [this] { holdBack(); });
-  std::string who = fmt::format("connection from {}", peer);
+  std::string who = fmt::format("connection from {}", connection->peerName());
   if (const auto& identity = connection->peerIdentity()) {
     who += fmt::format(", {}", programs::oneLine(identity->name()));
     if (identity->isSession()) connection->limitRate(m_rates.of(identity->sessionNumber()));
@@ -148,13 +163,14 @@ void ConnectionList::serveOne(Position position) {
     }
     return refusal;
   });
-  const auto process = connection->peerValues().find(L"process");
-  const std::wstring reason = connection->serve();
-  CS_Connection::destroy(connection, true);
-  if (reason.empty()) return;
-  const bool isKnown = process != connection->peerValues().end();
+}
+
+void ConnectionList::noteEnd(Position position, const CS_Connection& connection, const std::wstring& reason) {
+  const auto process = connection.peerValues().find(L"process");
+  const bool isKnown = process != connection.peerValues().end();
   const std::string sender = isKnown ? fmt::format(", process {},", programs::oneLine(process->second)) : "";
-  const std::string line = fmt::format("connection from {}{} ended: {}", peer, sender, programs::oneLine(reason));
+  const std::string line =
+      fmt::format("connection from {}{} ended: {}", connection.peerName(), sender, programs::oneLine(reason));
   const std::lock_guard<std::mutex> guard(m_lock);
   if (position->isEvicted) return;
   m_closing ? m_log->line(line) : m_log->refusal("ends of connections", line);
@@ -261,6 +277,7 @@ void ConnectionList::watch() noexcept {
     lock.unlock();
     ifPossible([this] { endSilent(); });
     ifPossible([this] { endWithoutKey(); });
+    wakeDue();
     joinEnded();
     lock.lock();
   }
@@ -308,16 +325,21 @@ void ConnectionList::endWithoutKey() {
 
 void ConnectionList::joinEnded() {
   std::list<Session> ended;
+  std::vector<std::thread> left;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
+    left.swap(m_left);
     for (auto at = m_sessions.begin(); at != m_sessions.end();) {
       const auto next = std::next(at);
       if (at->ended) ended.splice(ended.end(), m_sessions, at);
       at = next;
     }
   }
-  for (Session& session : ended)
-    session.thread.join();
+  for (std::thread& thread : left)
+    thread.join();
+  for (Session& session : ended) {
+    if (session.thread.joinable()) session.thread.join();
+  }
 }
 
 void ConnectionList::endAll() {
@@ -332,6 +354,7 @@ void ConnectionList::endAll() {
   }
   for (const auto& connection : open)
     CS_Connection::destroy(connection, true);
+  wakeDue();
   {
     std::unique_lock<std::mutex> guard(m_lock);
     m_someEnded.wait(guard, [this] {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "corvane/components/connection.h"
+#include "corvane/net/ready_watch.h"
 #include "corvane/net/stream.h"
 #include "corvane/trust/key.h"
 #include "corvane/wire/heartbeat.h"
@@ -11,8 +12,10 @@
 #include <array>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -25,6 +28,9 @@ namespace aps {
 // room is full, one that is not needed makes room for the new one; where all are needed, the new one is refused. Either
 // leaves a line in the log, and the others notice nothing. serve() is called by each thread that accepts; endAll() once
 // none does any more.
+//
+// A connection whose peer says nothing for a while is parked: its thread ends, and it gets another one when there is
+// something to serve. Signs of life are taken by one thread for all that are parked.
 class ConnectionList {
  public:
   // Whether a connection serves somebody right now, so that it must stay; called with the list's lock held.
@@ -54,17 +60,20 @@ class ConnectionList {
   using Clock = Places::Clock;
 
   struct Session {
-    std::thread thread;
+    std::thread thread;  // none while it is parked
     CS_RCPtr<CS_Connection> connection;
     std::string peer;  // address and port
     Room room = Room::kArriving;
     std::string who;  // the address, then the identity that was proven
     Clock::time_point arrived;
-    int bridges = 0;         // that it has asked for
-    bool isEvicted = false;  // it takes no place any more
+    bool isWelcome = false;    // behind the handshake; of its thread
+    bool lacksThread = false;  // it was to be served, and the system had no thread
+    int bridges = 0;           // that it has asked for
+    bool isEvicted = false;    // it takes no place any more
     bool ended = false;
   };
   using Position = std::list<Session>::iterator;
+  using Parked = std::map<std::uint64_t, Position>;
   // A connection that was told to leave; it is ended without the list's lock.
   struct Evicted {
     CS_RCPtr<CS_Connection> connection;  // null for none
@@ -74,7 +83,19 @@ class ConnectionList {
 
   void refuse(const std::string& peer, const std::string& why);
   void run(Position position) noexcept;
-  void serveOne(Position position);
+  // False when the connection was parked: it is another thread's then.
+  bool serveOne(Position position);
+  void welcome(Position position, const CS_RCPtr<CS_Connection>& connection);
+  void noteEnd(Position position, const CS_Connection& connection, const std::wstring& reason);
+  // False when it cannot be.
+  bool park(Position position) noexcept;
+  // The parked connection with that number has something to be served, or has ended.
+  void ready(std::uint64_t number) noexcept;
+  bool parkAgain(Parked::node_type& parked) noexcept;
+  // Gives it a thread; later, where the system has none.
+  void wake(Parked::node_type parked) noexcept;
+  // Gives threads to those that lack one, or whose peer should have said something.
+  void wakeDue() noexcept;
   // Lets a peer that has proven nothing wait for its refusal, so that one which comes again and again takes little of
   // this machine's time; only some wait at once, the others are told directly.
   void holdBack();
@@ -110,8 +131,12 @@ class ConnectionList {
   std::condition_variable m_closed;
   std::size_t m_heldBack = 0;
   std::list<Session> m_sessions;
+  std::uint64_t m_parkings = 0;
+  Parked m_parked;
+  std::vector<std::thread> m_left;  // of connections that were parked: they end
   bool m_closing = false;
   std::thread m_watcher;
+  corvane::ReadyWatch m_readyWatch;  // ends before all that it uses
 };
 
 }  // namespace aps

@@ -32,8 +32,8 @@ std::wstring accessRefusal(const corvane::Identity& peer, const std::wstring& cl
 // Why such a peer may not register that session as its own; empty when it may.
 std::wstring sessionRefusal(const corvane::Identity& peer, int session);
 
-// How many connections there may be at the same time, each with a thread, and how long one may say nothing. The rooms
-// are apart: a full one takes nothing from the others.
+// How many connections there may be at the same time, and how long one may say nothing. Each may need a thread. The
+// rooms are apart: a full one takes nothing from the others.
 struct Places {
   using Clock = std::chrono::steady_clock;
 
@@ -50,6 +50,8 @@ struct Places {
   std::chrono::milliseconds clientsIdle{30000};
   std::chrono::milliseconds administrationIdle{600000};
   std::chrono::milliseconds lookEvery{1000};
+  // Without a word for so long, a connection is served without a thread of its own until there is one.
+  std::chrono::milliseconds parkedAfter{1000};
 
   // A peer that proves nothing is told so after a moment, and so many wait for that at once.
   std::chrono::milliseconds beforeRefusal{10};

@@ -401,4 +401,9 @@ std::optional<std::size_t> TlsStream::receive(std::span<unsigned char> buffer,
   }
 }
 
+std::optional<int> TlsStream::idleHandle() const noexcept {
+  const std::lock_guard guard(m_lock);
+  return m_from != m_to || ::SSL_has_pending(m_ssl) == 1 ? std::nullopt : m_socket.idleHandle();
+}
+
 }  // namespace tls

@@ -51,6 +51,8 @@ class TlsStream final : public corvane::Stream {
   bool hasRoom() const noexcept override { return m_socket.hasRoom(); }
   std::optional<std::size_t> receive(std::span<unsigned char> buffer,
                                      std::optional<corvane::Deadline> deadline) override;
+  bool returnWhenIdle(std::chrono::milliseconds idle) override { return m_socket.returnWhenIdle(idle); }
+  std::optional<int> idleHandle() const noexcept override;
   void shutdown() noexcept override { m_socket.shutdown(); }
   void close() noexcept override { m_socket.close(); }
   bool peerHasClosed() const noexcept override { return m_socket.peerHasClosed(); }
@@ -94,7 +96,7 @@ class TlsStream final : public corvane::Stream {
 
   // Guards what follows, as OpenSSL lets only one thread use a connection at a time. Between two uses by the sending
   // thread nothing of what it has encrypted is left in m_made.
-  std::mutex m_lock;
+  mutable std::mutex m_lock;
   ssl_st* m_ssl = nullptr;
   std::vector<unsigned char> m_made;      // encrypted and not sent
   std::vector<unsigned char> m_received;  // encrypted; filled by the receiving thread

@@ -247,6 +247,29 @@ TEST_F(TlsStreamTest, NothingUntilTheDeadlineIsNoEndAndTheEndOfTheSocketIsOne) {
   EXPECT_EQ(0u, m_listening->receive(std::span(&byte, 1), corvane::after(20000)));
 }
 
+#ifndef _WIN32
+TEST_F(TlsStreamTest, HasAHandleToWaitForWhereNothingThatCameIsLeft) {
+  connectEnds();
+  ASSERT_TRUE(m_listening->returnWhenIdle(std::chrono::milliseconds(10)));
+  unsigned char byte = 0;
+  EXPECT_EQ(std::nullopt, m_listening->receive(std::span(&byte, 1), std::nullopt));
+  EXPECT_TRUE(m_listening->idleHandle().has_value());
+  const std::array<unsigned char, 2> two{};
+  const corvane::Stream::Piece pieces(two);
+  m_dialing->send(std::span(&pieces, 1));
+  EXPECT_EQ(1u, m_listening->receive(std::span(&byte, 1), corvane::after(20000)));
+  EXPECT_EQ(std::nullopt, m_listening->idleHandle()) << "OpenSSL has the other byte";
+  EXPECT_EQ(1u, m_listening->receive(std::span(&byte, 1), corvane::after(20000)));
+  EXPECT_TRUE(m_listening->idleHandle().has_value());
+  m_dialing->send(std::span(&pieces, 1));
+  m_dialing->send(std::span(&pieces, 1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // so that both come at once
+  EXPECT_EQ(1u, m_listening->receive(std::span(&byte, 1), corvane::after(20000)));
+  EXPECT_EQ(1u, m_listening->receive(std::span(&byte, 1), corvane::after(20000)));
+  EXPECT_EQ(std::nullopt, m_listening->idleHandle()) << "a record was received that OpenSSL has not taken";
+}
+#endif
+
 TEST_F(TlsStreamTest, AChangedByteOnTheWayEndsTheConnection) {
   NarrowPair toServer(64 * 1024);
   m_dialing.emplace(std::move(m_sockets.dialed), "session-5", keyOf('5'));

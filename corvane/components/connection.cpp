@@ -182,10 +182,27 @@ void CS_Connection::linkEnded(const std::wstring& reason) {
 }
 
 std::wstring CS_Connection::serve() {
+  return *serveUntilIdle(std::chrono::milliseconds(0));
+}
+
+std::optional<std::wstring> CS_Connection::serveUntilIdle(std::chrono::milliseconds idle) {
   if (m_link == nullptr) throw CS_Exception(corvane::kMissingObject, nullptr);
   const CS_RCPtr<CS_Connection> self = this;
-  std::wstring reason = m_link->serve();
+  auto reason = m_link->serveUntilIdle(idle);
   return reason == corvane::kClosedInOrder ? std::wstring() : reason;
+}
+
+std::optional<int> CS_Connection::idleHandle() const {
+  return m_link->idleHandle();
+}
+
+bool CS_Connection::isStillIdle() {
+  const CS_RCPtr<CS_Connection> self = this;  // its end may drop the last reference
+  return m_link->isStillIdle();
+}
+
+bool CS_Connection::isOverdue() const {
+  return m_link->isOverdue();
 }
 
 void CS_Connection::lookForNews() {

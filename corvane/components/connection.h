@@ -93,6 +93,14 @@ class CS_Connection : public CS_Component {
   // ended, in words for a log; empty when the peer closed it in order.
   std::wstring serve();
 
+  // The same, but nothing where the peer has said nothing for that long and the connection is parked: it needs no
+  // thread until idleHandle() becomes readable. Then one thread calls isStillIdle(), and this again when that is false,
+  // or when isOverdue(); see corvane::Link. A connection that has ended is to be served once more, too.
+  std::optional<std::wstring> serveUntilIdle(std::chrono::milliseconds idle);
+  std::optional<int> idleHandle() const;
+  bool isStillIdle();
+  bool isOverdue() const;
+
   // Reads what has arrived while no thread read the connection, above all its end; does not wait. For the side that
   // dialed.
   void lookForNews();

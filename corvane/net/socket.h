@@ -38,6 +38,12 @@ class Socket final : public Stream {
   void send(std::span<const Piece> pieces) override;
   bool hasRoom() const noexcept override;
   std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline) override;
+#ifndef _WIN32
+  bool returnWhenIdle(std::chrono::milliseconds idle) override;
+  std::optional<int> idleHandle() const noexcept override {
+    return static_cast<int>(m_handle);
+  }
+#endif
   void shutdown() noexcept override;
   void close() noexcept override;
   bool peerHasClosed() const noexcept override;

@@ -94,8 +94,15 @@ std::optional<std::size_t> Socket::receive(std::span<unsigned char> buffer, std:
     }
     const ssize_t received = ::recv(native(m_handle), buffer.data(), buffer.size(), 0);
     if (received >= 0) return static_cast<std::size_t>(received);
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return std::nullopt;  // see returnWhenIdle()
     if (errno != EINTR) throwLost(errno);
   }
+}
+
+// The system's own limit costs no call for each receive, as poll() would.
+bool Socket::returnWhenIdle(std::chrono::milliseconds idle) {
+  const timeval limit{idle.count() / 1000, idle.count() % 1000 * 1000};
+  return ::setsockopt(native(m_handle), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0;
 }
 
 bool Socket::hasRoom() const noexcept {

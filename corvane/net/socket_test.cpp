@@ -235,6 +235,22 @@ TEST_F(SocketSignal, DoesNotEndAReceive) {
   }
 }
 
+TEST(IdleSocket, ReturnsWithoutADeadlineTooAndGivesWhatComesAndTheEnd) {
+  NarrowPair pair;
+  ASSERT_TRUE(pair.accepted.returnWhenIdle(std::chrono::milliseconds(1010)));
+  ASSERT_TRUE(pair.accepted.returnWhenIdle(std::chrono::milliseconds(10)));
+  std::vector<unsigned char> came(10);
+  EXPECT_EQ(std::nullopt, pair.accepted.receive(came, std::nullopt));
+  EXPECT_EQ(std::nullopt, pair.accepted.receive(came, after(1)));
+  const auto bytes = unlikeBytes(10);
+  const Socket::Piece pieces[] = {bytes};
+  pair.dialed.send(pieces);
+  EXPECT_EQ(10u, pair.accepted.receive(came, std::nullopt));
+  EXPECT_EQ(bytes, came);
+  pair.dialed.shutdown();
+  EXPECT_EQ(0u, pair.accepted.receive(came, std::nullopt));
+}
+
 TEST_F(SocketSignal, NeitherEndsASendNorDisturbsItsBytes) {
   const auto bytes = unlikeBytes(2 * 1024 * 1024);
   std::atomic<bool> ended{false};

@@ -52,6 +52,14 @@ class Stream {
   // Nothing when the deadline passed.
   virtual std::optional<std::size_t> receive(std::span<unsigned char> buffer, std::optional<Deadline> deadline) = 0;
 
+  // From now on receive() without a deadline also returns nothing, when no byte has come for so long. False for a
+  // stream that has no idleHandle(): it waits for ever.
+  virtual bool returnWhenIdle(std::chrono::milliseconds) { return false; }
+  // What poll() and epoll show as readable as soon as there is something to receive, or the stream has ended; nothing
+  // where there is no such handle, or where bytes have come that receive() has not given yet. By the receiving thread;
+  // valid until close().
+  virtual std::optional<int> idleHandle() const noexcept { return std::nullopt; }
+
   // Ends both directions: a thread that is blocked in send() or receive() fails or sees the end, and what has come and
   // not been received is lost. The handle stays valid until close() or the object's end. Never blocks.
   virtual void shutdown() noexcept = 0;

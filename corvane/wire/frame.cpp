@@ -84,15 +84,21 @@ FrameReader::Fill FrameReader::fill(Stream& stream, std::optional<Deadline> dead
   return Fill::kData;
 }
 
-std::optional<Frame> FrameReader::next() {
+std::optional<Frame> FrameReader::next(std::optional<FrameKind> only) {
   static_assert(kLargestSize >= 2 * (kMaxFramePayload + kFrameHeaderSize), "a whole frame must fit behind another");
   if (m_to - m_from < kFrameHeaderSize) return std::nullopt;
   const std::span<unsigned char> available(m_buffer.data() + m_from, m_to - m_from);
   const FrameHeader header = decodeHeader(available.first<kFrameHeaderSize>());
   const std::size_t whole = kFrameHeaderSize + header.length;
-  if (available.size() < whole) return std::nullopt;
+  if (available.size() < whole || (only && header.kind != *only)) return std::nullopt;
   m_from += whole;
   return Frame{header, available.first(whole)};
+}
+
+void FrameReader::letGo() {
+  if (!isBetweenFrames()) return;
+  m_buffer = {};
+  m_from = m_to = 0;
 }
 
 }  // namespace corvane

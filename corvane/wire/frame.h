@@ -75,8 +75,10 @@ class FrameReader {
   // Receives once. Frames got before become invalid. Throws CS_Exception when the stream fails.
   Fill fill(Stream& stream, std::optional<Deadline> deadline);
   // The next complete frame that was received; nothing when more must be received first. Throws CS_Exception when the
-  // bytes are no frame.
-  std::optional<Frame> next();
+  // bytes are no frame. With a kind, a frame of another one stays where it is.
+  std::optional<Frame> next(std::optional<FrameKind> only = std::nullopt);
+  // Gives the buffer back where it holds nothing.
+  void letGo();
   // True when the stream stands between two frames.
   bool isBetweenFrames() const { return m_from == m_to; }
 

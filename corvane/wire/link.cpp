@@ -91,6 +91,11 @@ void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
 
 // Reading by turns
 
+FrameHandler* Link::handler() const {
+  const std::lock_guard guard(m_stateLock);
+  return m_handler;
+}
+
 bool Link::readOnce(std::optional<Deadline> deadline) {
   auto frame = m_reader.next();
   if (!frame) {
@@ -106,11 +111,7 @@ bool Link::readOnce(std::optional<Deadline> deadline) {
         frame = m_reader.next();
     }
   }
-  FrameHandler* handler;
-  {
-    const std::lock_guard guard(m_stateLock);
-    handler = m_handler;
-  }
+  FrameHandler* const handler = this->handler();
   if (handler == nullptr) return true;
   try {
     for (; frame; frame = m_reader.next())
@@ -121,35 +122,6 @@ bool Link::readOnce(std::optional<Deadline> deadline) {
     throw;
   }
   return true;
-}
-
-// Only the wait for bytes counts as silence: while this thread handles a frame, what the peer says waits in the system.
-void Link::readForService() {
-  if (!m_silence) {
-    readOnce(std::nullopt);
-  } else if (!readOnce(std::chrono::steady_clock::now() + *m_silence)) {
-    throw CS_Exception(kConnectionLost, L"nothing was heard from the other side for %s",
-                       durationText(*m_silence).c_str());
-  }
-}
-
-std::wstring Link::serve() {
-  {
-    std::unique_lock lock(m_stateLock);
-    m_leadIsFree.wait(lock, [&] { return !m_hasLeader || m_ended; });
-    m_hasLeader = true;
-  }
-  try {
-    while (!hasEnded())
-      readForService();
-  } catch (const CS_Exception& exception) {
-    end(exception.detail());
-  } catch (const std::exception&) {
-    end(L"not enough memory");
-  }
-  const std::lock_guard guard(m_stateLock);
-  m_hasLeader = false;
-  return m_reason;
 }
 
 bool Link::sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline deadline) {

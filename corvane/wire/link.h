@@ -159,6 +159,18 @@ class Link {
   void lookForNews();
   // Reads and hands over frames until the link ends; returns the reason.
   std::wstring serve();
+  // The same, but where nothing has come for that long it returns nothing, and the link is parked: no thread reads it,
+  // and none may lead, until this is called again, by any thread. A link whose stream has no handle to wait for is
+  // never parked.
+  std::optional<std::wstring> serveUntilIdle(std::chrono::milliseconds idle);
+  // Of a parked link, what becomes readable when it has to be served: when something has come, or it has ended.
+  std::optional<int> idleHandle() const { return m_stream->idleHandle(); }
+  // Takes the signs of life that have come to a parked link, without waiting. True when there was nothing else: it may
+  // stay parked. By one thread, and not beside serveUntilIdle().
+  bool isStillIdle();
+  // Nothing has come for longer than expectBeats() allows; the thread that serves a parked link then finds out for
+  // good.
+  bool isOverdue() const;
   // Ends the link; the first reason stays, or none where there is no memory for it. Never blocks, needs no memory. The
   // socket is closed as soon as no thread is in a call with it, however long the link itself is held: a peer that waits
   // until it may send again would otherwise wait on.
@@ -208,11 +220,15 @@ class Link {
   };
 
   FrameReader::Fill fill(std::optional<Deadline> deadline);
+  FrameHandler* handler() const;
   // False when nothing came until the deadline.
   bool readOnce(std::optional<Deadline> deadline);
   // Reads as the leader until the condition holds, the link has ended or nothing came until the deadline: then false.
   bool lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline);
-  void readForService();
+  bool readForService();
+  void takeLead();
+  bool park();
+  void takeBeats();
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
@@ -232,6 +248,7 @@ class Link {
   FrameReader m_reader;  // used by the leader only
   std::atomic<Deadline::rep> m_lastHeard{std::chrono::steady_clock::now().time_since_epoch().count()};
   std::optional<std::chrono::milliseconds> m_silence;
+  bool m_returnsWhenIdle = false;  // the stream does, and so does readForService()
   std::atomic<std::uint32_t> m_taken{0};
 
   Lock m_sendLock;  // guards what follows, and the order of frames on the socket
@@ -247,6 +264,7 @@ class Link {
   Condition m_leadIsFree;    // for serve()
   std::unique_ptr<Seat> m_freeSeats;
   bool m_hasLeader = false;
+  bool m_isParked = false;  // has a leader, which is whoever serves next, and a Use, which is that one's
   std::atomic<bool> m_ended{false};
   int m_uses = 0;
   std::wstring m_reason;

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace tests {
 namespace {
@@ -133,6 +134,17 @@ class Endurance : public ::testing::Test {
     return times;
   }
 
+  // Until the server has parked the connections of all clients: it has no thread less for a while.
+  void awaitParked() const {
+    const auto looks = std::chrono::milliseconds(100);
+    std::size_t threads = 0;
+    for (int same = 0; same < 20; ++same) {
+      const std::size_t now = heldBy(m_scene.server().id()).threads;
+      if (now != std::exchange(threads, now)) same = 0;
+      std::this_thread::sleep_for(looks);
+    }
+  }
+
   pid_t process(std::size_t i) const { return i == 0 ? m_scene.server().id() : m_clients[i - 1]->id(); }
 
   // The server and the clients, once they are as idle as they were then.
@@ -165,6 +177,7 @@ class Endurance : public ::testing::Test {
 
   void run(const char* what, int clients, int jobs) {
     startClients(clients);
+    awaitParked();
     std::vector<Held> idle;
     for (std::size_t i = 0; i <= m_clients.size(); ++i)
       idle.push_back(heldBy(process(i)));

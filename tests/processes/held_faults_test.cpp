@@ -10,7 +10,7 @@
 #include "protocol/names.h"
 #include "protocol/print_job.h"
 #include "protocol/registration.h"
-#include "tests/processes/failing_calls.h"
+#include "tests/processes/armed_failures.h"
 #include "tests/processes/held_scene.h"
 #include "tests/processes/process_table.h"
 #include "tests/support/joined_thread.h"
@@ -18,7 +18,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,8 +25,6 @@
 #include <mutex>
 #include <optional>
 #include <set>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace tests {
 namespace {
@@ -127,35 +124,13 @@ class HeldJobFaults : public ::testing::Test {
     protocol::registerSessionClientClass();
     // What waits for another try waits for no more than a moment.
     m_scene = std::make_unique<HeldScene>(std::vector<std::string>{"--pace", "100"});
-    mapControl();
-    m_scene->scene().useLauncher({"/usr/bin/env", "LD_PRELOAD=" + Scene::program("libmg_failing_calls.so"),
-                                  "MG_FAILING_CALLS=" + controlFile()});
+    m_control.emplace(m_scene->scene().folder());
+    m_scene->scene().useLauncher(m_control->launcher());
     m_scene->makeKnown();
     restartServer();
   }
-  void TearDown() override {
-    if (m_control != nullptr) munmap(m_control, sizeof(FailingCalls));
-  }
-
-  std::string controlFile() const { return (m_scene->scene().folder() / "failing-calls").string(); }
-  void mapControl() {
-    std::ofstream(controlFile()) << std::string(sizeof(FailingCalls), '\0');
-    const int opened = ::open(controlFile().c_str(), O_RDWR | O_CLOEXEC);
-    void* const mapped = mmap(nullptr, sizeof(FailingCalls), PROT_READ | PROT_WRITE, MAP_SHARED, opened, 0);
-    ::close(opened);
-    ASSERT_NE(mapped, MAP_FAILED);
-    m_control = static_cast<FailingCalls*>(mapped);
-  }
-  void arm(Kind kind, int nth) {
-    m_control->failed = 0;
-    m_control->left = nth;
-    m_control->kind = kind;
-  }
-  // Whether the call has come that was to fail.
-  bool disarm() {
-    m_control->kind = Kind::kNone;
-    return m_control->failed != 0;
-  }
+  void arm(Kind kind, int nth) { m_control->arm(kind, nth); }
+  bool disarm() { return m_control->disarm(); }
   bool isAlive() const {
     std::ifstream in("/proc/" + std::to_string(m_scene->server().id()) + "/status");
     const std::string status{std::istreambuf_iterator<char>(in), {}};
@@ -218,7 +193,7 @@ class HeldJobFaults : public ::testing::Test {
   void givingUpGoesOn(Kind kind);
 
   std::unique_ptr<HeldScene> m_scene;
-  FailingCalls* m_control = nullptr;
+  std::optional<ArmedFailures> m_control;
 };
 
 // The client is there: nothing is held, unless it has just gone.
@@ -241,7 +216,7 @@ void HeldJobFaults::passingOnGoesOn(Kind kind) {
       return jobs.empty() || jobs.at(0).state != 1;
     };
     EXPECT_TRUE(comesTrue(hasEnded, 20)) << "its record says that it runs still" << m_scene->server().output();
-    m_control->failed = hasFailed ? 1 : 0;
+    (*m_control)->failed = hasFailed ? 1 : 0;
   });
   EXPECT_EQ(m_scene->print(L"Letter", "the last one"), 1);
   std::printf("%d failures while jobs are passed on, %d of them printed\n", failed, printed);
@@ -254,16 +229,16 @@ void HeldJobFaults::takingGoesOn(Kind kind) {
   const bool isFirst = kind == Kind::kThread || std::getenv("MG_LONG_TESTS") != nullptr;
   const int failed = sweep(kind, [&](int nth) {
     if (isFirst) {
-      m_control->kind = Kind::kNone;
+      (*m_control)->kind = Kind::kNone;
       restartServer();
       arm(kind, nth);
     }
     (m_scene->print(L"Letter", nameOf(nth)) == 1 ? told : refused).push_back(nth);
     if ((told.size() + refused.size()) % 40 != 0) return;
-    const bool isOver = m_control->failed != 0;
-    m_control->kind = Kind::kNone;
+    const bool isOver = (*m_control)->failed != 0;
+    (*m_control)->kind = Kind::kNone;
     drain();
-    m_control->failed = isOver ? 1 : 0;
+    (*m_control)->failed = isOver ? 1 : 0;
   });
   drain();
   EXPECT_TRUE(comesTrue([&] { return m_scene->held(".part").empty(); }, 20));
@@ -279,8 +254,8 @@ void HeldJobFaults::takingGoesOn(Kind kind) {
 
 void HeldJobFaults::deliveringGoesOn(Kind kind) {
   const int failed = sweep(kind, [&](int nth) {
-    const bool isArmed = m_control->kind != Kind::kNone;
-    m_control->kind = Kind::kNone;
+    const bool isArmed = (*m_control)->kind != Kind::kNone;
+    (*m_control)->kind = Kind::kNone;
     ASSERT_EQ(m_scene->print(L"Letter", nameOf(nth)), 1);
     ASSERT_TRUE(m_scene->awaitHeld(1));
     if (isArmed) arm(kind, nth);
@@ -289,7 +264,7 @@ void HeldJobFaults::deliveringGoesOn(Kind kind) {
     const bool hasFailed = disarm();
     m_scene->awaitAway();
     EXPECT_EQ(g_taken.count(nameOf(nth)), 1u);
-    m_control->failed = hasFailed ? 1 : 0;
+    (*m_control)->failed = hasFailed ? 1 : 0;
   });
   // Nothing that was delivered is found again.
   restartServer();
@@ -312,7 +287,7 @@ void HeldJobFaults::expectRecorded(int number, int state) {
 void HeldJobFaults::cancelingGoesOn(Kind kind) {
   int canceled = 0, number = 0;
   const int failed = sweep(kind, [&](int nth) {
-    m_control->kind = Kind::kNone;
+    (*m_control)->kind = Kind::kNone;
     ASSERT_EQ(m_scene->print(L"Letter", nameOf(nth)), 1);
     ASSERT_TRUE(m_scene->awaitHeld(1));
     AdministrationPeer tool = m_scene->administration();
@@ -333,7 +308,7 @@ void HeldJobFaults::cancelingGoesOn(Kind kind) {
     if (!isDone) m_scene->administration().cancel(number, L"anna");
     EXPECT_TRUE(m_scene->awaitHeld(0)) << isDone << m_scene->server().output();
     expectRecorded(number, 7);
-    m_control->failed = hasFailed ? 1 : 0;
+    (*m_control)->failed = hasFailed ? 1 : 0;
   });
   ASSERT_EQ(m_scene->print(L"Letter", "the last one"), 1);
   drain();
@@ -343,16 +318,16 @@ void HeldJobFaults::cancelingGoesOn(Kind kind) {
 
 void HeldJobFaults::givingUpGoesOn(Kind kind) {
   const int failed = sweep(kind, [&](int nth) {
-    m_control->kind = Kind::kNone;
+    (*m_control)->kind = Kind::kNone;
     ASSERT_EQ(m_scene->print(L"Letter", nameOf(nth)), 1);
     ASSERT_TRUE(m_scene->awaitHeld(1));
     const int number = m_scene->administration().jobs(1).at(0).number;
     arm(kind, nth);
-    m_control->days += 8;
+    (*m_control)->days += 8;
     EXPECT_TRUE(m_scene->awaitHeld(0)) << m_scene->server().output();
     const bool hasFailed = disarm();
     expectRecorded(number, 6);
-    m_control->failed = hasFailed ? 1 : 0;
+    (*m_control)->failed = hasFailed ? 1 : 0;
   });
   EXPECT_EQ(g_taken.documents.size(), 0u);
   std::printf("%d failures while jobs are given up\n", failed);
@@ -446,7 +421,7 @@ TEST_F(HeldJobFaults, AnyCallToTheFolderMayFailWhileApsStarts) {
     const bool hasFailed = disarm();
     EXPECT_EQ(m_scene->held().size(), 1u);
     m_scene->scene().restartServer();
-    m_control->failed = hasFailed ? 1 : 0;
+    (*m_control)->failed = hasFailed ? 1 : 0;
   });
   drain();
   EXPECT_EQ(g_taken.count(nameOf(0)), 1u);
