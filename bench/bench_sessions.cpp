@@ -10,7 +10,7 @@
 #include "bench/samples.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/connection.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include <chrono>
 #include <fstream>

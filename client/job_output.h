@@ -4,7 +4,7 @@
 #include "client/reporter.h"
 #include "client/sinks/sink.h"
 #include "client/taken_jobs.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 
 #include <atomic>
 #include <filesystem>

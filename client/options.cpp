@@ -4,7 +4,7 @@
 #include "corvane/base/text.h"
 #include "programs/host_and_port.h"
 #include "programs/rate.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 #include "protocol/version_text.h"
 
 #include <CLI/CLI.hpp>

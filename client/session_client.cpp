@@ -4,9 +4,8 @@
 #include "corvane/components/in_request.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
-#include "protocol/paper_news.h"
 #include "protocol/print_job.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include <fmt/format.h>
 

@@ -2,14 +2,14 @@
 
 #include "client/job_output.h"
 #include "corvane/components/component.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include <memory>
 #include <string>
 
 namespace printclient {
 
-// The print client's half of its registration; see protocol/registration.h. Hears from the application server
+// The print client's half of its registration; see protocol/session.h. Hears from the application server
 // why jobs of this print client have failed and which of its printers are not available, and tells the user. On the
 // connection's thread.
 class SessionClient : public CS_Component {

@@ -5,7 +5,7 @@
 #include "client/paper_report.h"
 #include "corvane/components/connection.h"
 #include "corvane/wire/heartbeat.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -5,7 +5,7 @@
 // The names that the print system's processes know each other's parts by.
 //
 // The classes of their components. Each pair stands at the two ends of one conversation; the requests of
-// the first are in print_job.h, of the second in port_monitor.h, of the third in registration.h, of the fourth in
+// the first are in print_job.h, of the second in port_monitor.h, of the third in session.h, of the fourth in
 // administration.h and of the last in invitation.h.
 namespace protocol {
 
@@ -39,7 +39,7 @@ inline constexpr const wchar_t* kJobNotice = L"job";
 // From an administration tool: a session's printer cannot be had on this machine. Its values: "printer" (the name on
 // the server), "session", "process" (the tool's), "result" ("refused"), "cause" and "remedy".
 inline constexpr const wchar_t* kPrinterNotice = L"printer";
-// From a session's print client: what has become of a job that it has taken (paper_news.h). Its values: "job" (the
+// From a session's print client: what has become of a job that it has taken (session.h). Its values: "job" (the
 // spooler's number), "printer" (the name on the server), "document", "session", "state" (a word of kPaperStates), and
 // "cause" and "remedy" (a sentence each) where there is something to say. It may come before the notice of how the same
 // job ended for the port monitor. The spooler's process is not known: jobs are told apart by printer and number.

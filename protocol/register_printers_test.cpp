@@ -1,7 +1,7 @@
 #include "corvane/components/in_request.h"
 #include "protocol/exchange.h"
 #include "protocol/names.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 #include "tests/support/connection_pair.h"
 
 #include <chrono>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvane/records/program_monitor.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 
 #include <cstddef>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "protocol/printer.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include <cstddef>
 #include <string>

@@ -5,7 +5,7 @@
 #include "corvane/records/messages.h"
 #include "programs/text.h"
 #include "protocol/exchange.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 #include "server/paper_notice.h"
 #include "server/places.h"
 #include "server/printer_name.h"

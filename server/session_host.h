@@ -15,7 +15,7 @@
 
 namespace aps {
 
-// The server's half of a print client's registration; see protocol/registration.h. Keeps what the client tells of the
+// The server's half of a print client's registration; see protocol/session.h. Keeps what the client tells of the
 // jobs that it has taken. One per print client. The
 // session loses its client when this component is released, that is when the client's connection ends.
 class SessionHost : public ClientNews::Host {

@@ -3,7 +3,7 @@
 #include "corvane/base/process.h"
 #include "corvane/base/text.h"
 #include "protocol/exchange.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 #include "server/application.h"
 #include "tests/support/connection_pair.h"
 

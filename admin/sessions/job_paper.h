@@ -1,7 +1,7 @@
 #pragma once
 
 #include "admin/sessions/application_server.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 
 #include <cstddef>
 #include <string>

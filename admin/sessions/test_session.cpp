@@ -11,7 +11,7 @@
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 #include "protocol/print_job.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include <algorithm>
 #include <chrono>

@@ -3,8 +3,8 @@
 #include "client/cancel_request.h"
 #include "client/content_probe.h"
 #include "client/job_file.h"
-#include "protocol/paper_news.h"
 #include "protocol/print_job.h"
+#include "protocol/session.h"
 
 #include <memory>
 #include <stdexcept>

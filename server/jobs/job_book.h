@@ -2,7 +2,7 @@
 
 #include "corvane/records/program_monitor.h"
 #include "protocol/job_record.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 #include "server/job_watch.h"
 #include "server/jobs/job_history.h"
 #include "server/metrics/job_metrics.h"

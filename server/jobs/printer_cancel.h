@@ -1,7 +1,7 @@
 #pragma once
 
 #include "protocol/job_record.h"
-#include "protocol/paper_news.h"
+#include "protocol/session.h"
 #include "server/client_news.h"
 #include "server/jobs/job_book.h"
 #include "server/session_table.h"

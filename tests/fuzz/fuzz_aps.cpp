@@ -11,7 +11,7 @@
 #include "corvane/records/program_monitor.h"
 #include "corvane/wire/value_writer.h"
 #include "protocol/names.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 #include "server/application.h"
 #include "tests/fuzz/fresh_class.h"
 #include "tests/fuzz/scratch_folder.h"

@@ -9,7 +9,7 @@
 #include "protocol/exchange.h"
 #include "protocol/names.h"
 #include "protocol/print_job.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 #include "tests/processes/armed_failures.h"
 #include "tests/processes/held_scene.h"
 #include "tests/processes/process_table.h"

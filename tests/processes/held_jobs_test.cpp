@@ -6,7 +6,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/trust/crypto.h"
 #include "protocol/names.h"
-#include "protocol/registration.h"
+#include "protocol/session.h"
 #include "tests/processes/held_scene.h"
 #include "tests/processes/process_table.h"
 #include "tests/processes/process_watch.h"

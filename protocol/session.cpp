@@ -1,4 +1,4 @@
-#include "protocol/registration.h"
+#include "protocol/session.h"
 
 #include "corvane/components/channel.h"
 #include "corvane/components/component_server.h"
