@@ -1,5 +1,5 @@
 #include "jobs/temporary_files.h"
-#include "ports/tag_port.h"
+#include "ports/port_records.h"
 
 #include <gtest/gtest.h>
 #include <string>

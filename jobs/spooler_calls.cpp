@@ -3,7 +3,7 @@
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
 #include "corvane/records/operation.h"
-#include "ports/tag_port.h"
+#include "ports/port_records.h"
 #include "session/port_monitor_server.h"
 #include "util/win_handle.h"
 

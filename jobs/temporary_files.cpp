@@ -2,7 +2,7 @@
 
 #include "corvane/base/process.h"
 #include "corvane/records/program_monitor.h"
-#include "ports/tag_port.h"
+#include "ports/port_records.h"
 #include "session/client_print_job.h"
 #include "util/win_handle.h"
 

@@ -7,7 +7,6 @@
 #include "jobs/spool_file.h"
 #include "jobs/spooler_calls.h"
 #include "monitor/kept_notices.h"
-#include "ports/port_records.h"
 #include "protocol/names.h"
 #include "session/print_server.h"
 #include "util/last_error.h"

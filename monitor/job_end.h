@@ -1,7 +1,7 @@
 #pragma once
 
 #include "corvane/components/connection.h"
-#include "ports/tag_port.h"
+#include "ports/port_records.h"
 #include "session/job_report.h"
 
 #include <windows.h>

@@ -2,7 +2,7 @@
 
 #include "corvane/base/text.h"
 #include "monitor/entries.h"
-#include "ports/tag_port.h"
+#include "ports/port_records.h"
 #include "session/client_print_job.h"
 #include "tests/sweeps/ledger.h"
 #include "tests/sweeps/windows_seams.h"
