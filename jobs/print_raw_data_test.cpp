@@ -1,6 +1,5 @@
-#include "jobs/print_raw_data.h"
-
 #include "corvane/records/messages.h"
+#include "jobs/conversion.h"
 #include "tests/support/import_seam.h"
 #include "tests/support/jobs/environment_seam.h"
 #include "tests/support/monitor_world.h"

@@ -1,4 +1,4 @@
-#include "jobs/print_raw_data.h"
+#include "jobs/conversion.h"
 #include "tests/support/local_log.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
 #include "jobs/conversion.h"
 #include "jobs/job_settings.h"
-#include "jobs/print_raw_data.h"
 #include "jobs/spool_file.h"
 #include "jobs/spooler_calls.h"
 #include "session/port_monitor_server.h"
