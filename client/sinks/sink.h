@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/cancel_request.h"
 #include "client/content_probe.h"
+#include "client/job_board.h"
 #include "client/job_file.h"
 #include "protocol/print_job.h"
 #include "protocol/session.h"
