@@ -3,7 +3,6 @@
 #include "corvane/components/bridge_router.h"
 #include "corvane/components/component.h"
 #include "server/client_news.h"
-#include "server/job_watch.h"
 #include "server/jobs_in_progress.h"
 #include "server/launcher.h"
 #include "server/log.h"

@@ -3,8 +3,8 @@
 #include "corvane/records/program_monitor.h"
 #include "protocol/job_record.h"
 #include "protocol/session.h"
-#include "server/job_watch.h"
 #include "server/jobs/job_history.h"
+#include "server/jobs_in_progress.h"
 #include "server/metrics/job_metrics.h"
 
 #include <chrono>
