@@ -1,5 +1,6 @@
 #include "corvane/base/process.h"
 #include "jobs/conversion.h"
+#include "jobs/temporary_files.h"
 
 #include <array>
 #include <cstring>
