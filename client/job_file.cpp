@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace printclient {
 namespace {

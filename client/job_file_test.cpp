@@ -1,5 +1,6 @@
 #include "client/job_file.h"
 
+#include "client/disk_file.h"
 #include "corvane/base/process.h"
 #include "programs/text.h"
 

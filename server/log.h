@@ -40,7 +40,7 @@ class Log {
   // Such a line that tells of a failure: of a job that did not arrive, or of the server itself.
   void failure(std::string_view text) noexcept;
   // Such a line about what a peer brought about and can bring about again at once: something refused, or a print client
-  // that comes and goes. What repeats itself becomes one counted line (repeats.h). The kind says what is counted
+  // that comes and goes. What repeats itself becomes one counted line (log_lines.h). The kind says what is counted
   // together: a few words of ours and, where the peer has proven it, who it is.
   void refusal(std::string_view kind, std::string_view text) noexcept;
   void repeatable(std::string_view kind, std::string_view text) noexcept;
