@@ -27,9 +27,12 @@ class ParkingTest : public ConnectionListTest {
     const std::filesystem::directory_iterator all("/proc/self/task");
     return std::distance(begin(all), end(all));
   }
+  // Until there have been no more for a while: a thread that is to come may hide one that is to go.
   static void awaitThreads(std::ptrdiff_t count) {
-    while (threads() != count)
+    for (int calm = 0; calm < 100; ++calm) {
+      if (threads() > count) calm = 0;
       std::this_thread::sleep_for(1ms);
+    }
   }
   // Peers that have been served, and are parked now.
   std::vector<std::unique_ptr<Peer>> parked(int count, const wchar_t* className = kTool) {
@@ -142,25 +145,25 @@ class BeatingPeer {
 };
 
 TEST_F(ParkingTest, APeerThatBeatsNeedsNoThreadAndStaysAndItsSilenceEndsIt) {
-  constexpr corvane::Patience kPatience{120s, 10ms, 500ms};
+  constexpr corvane::Patience kPatience{120s, 10ms, 1s};
   start(nullptr, kPatience);
   const std::ptrdiff_t before = threads();
   BeatingPeer peer(port(), kPatience);
   // Its own thread, its heartbeat's and that of the server's; what serves it is gone soon.
   awaitThreads(before + 3);
-  const auto until = std::chrono::steady_clock::now() + 4 * kPatience.silence;
+  const auto until = std::chrono::steady_clock::now() + 2 * kPatience.silence;
   std::ptrdiff_t most = 0;
   while (std::chrono::steady_clock::now() < until) {
     most = std::max(most, threads());
     std::this_thread::sleep_for(1ms);
   }
-  EXPECT_EQ(most, before + 3);
+  EXPECT_LE(most, before + 3);
   EXPECT_FALSE(peer.hasEnded());
   EXPECT_EQ(connections(), 1u);
   peer.beQuiet();
   while (!peer.hasEnded())
     std::this_thread::sleep_for(1ms);
-  awaitFailure(" ended: nothing was heard from the other side for 500 ms");
+  awaitFailure(" ended: nothing was heard from the other side for 1 second");
 }
 
 }  // namespace
