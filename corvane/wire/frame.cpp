@@ -97,7 +97,7 @@ std::optional<Frame> FrameReader::next(std::optional<FrameKind> only) {
 
 void FrameReader::letGo() {
   if (!isBetweenFrames()) return;
-  m_buffer = {};
+  std::vector<unsigned char>().swap(m_buffer);  // an assigned {} keeps the memory
   m_from = m_to = 0;
 }
 

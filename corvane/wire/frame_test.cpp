@@ -4,6 +4,7 @@
 #include "corvane/net/socket.h"
 #include "corvane/records/exception.h"
 #include "corvane/records/messages.h"
+#include "tests/support/heap_in_use.h"
 #include "tests/support/joined_thread.h"
 #include "tests/support/own_listener.h"
 
@@ -173,6 +174,26 @@ TEST_F(FrameReaderRoomTest, TheBufferGrowsInTwoSteps) {
   expectFrame(0);
   receive(1);
   EXPECT_EQ(264u * 1024, room());
+}
+
+TEST_F(FrameReaderRoomTest, ABufferThatHoldsNothingIsGivenBackWithItsMemory) {
+  const std::size_t before = heapInUse();
+  if (before == 0) GTEST_SKIP() << "the memory in use cannot be asked for here";
+  grow();
+  EXPECT_LE(before + 264 * 1024, heapInUse());
+  m_stream.coming = std::vector<unsigned char>();
+  m_reader.letGo();
+  EXPECT_GT(before + 16 * 1024, heapInUse());
+  expectFrame(0);
+  EXPECT_EQ((std::vector<std::size_t>{0}), receive(100));
+  EXPECT_EQ(2048u, room());
+}
+
+TEST_F(FrameReaderRoomTest, ABufferThatHoldsPartOfAFrameIsKept) {
+  expectFrame(10);
+  EXPECT_EQ((std::vector<std::size_t>{}), receive(25));
+  m_reader.letGo();
+  EXPECT_EQ((std::vector<std::size_t>{10}), receive(100));
 }
 
 TEST_F(FrameReaderRoomTest, OfALongFrameTheRestAndLittleBehindItIsReceivedSoThatItIsNotMoved) {
