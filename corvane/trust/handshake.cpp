@@ -142,6 +142,9 @@ Peer acceptHandshake(Link& link, HelloValues own, const KeyFolder* keys, Deadlin
   }
   peer.identity = identity;
   peer.keyMark = key.mark();
+  // What only the proof needed is not kept as long as the connection, and there are many of them.
+  peer.values.erase(kIdentity);
+  peer.values.erase(kNonce);
   return peer;
 }
 

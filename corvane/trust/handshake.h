@@ -23,7 +23,7 @@ HelloValues offerHandshake(Link& link, HelloValues own, const Credentials* crede
 
 // The other side of an accepted connection.
 struct Peer {
-  HelloValues values;                // what it says about itself
+  HelloValues values;                // what it says about itself, and nothing that only its proof needs
   std::optional<Identity> identity;  // who it is, proven; nothing where peers need no keys
   Bytes32 keyMark = {};              // of the key that proved it
 };

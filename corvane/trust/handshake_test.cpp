@@ -117,6 +117,18 @@ TEST_F(HandshakeKeysTest, PeersWithOneKeyProveThemselvesToEachOther) {
   }
 }
 
+TEST_F(HandshakeKeysTest, OfWhatAProvenPeerSaidOnlyTheRestIsKept) {
+  const Credentials credentials{Identity::session(5), Key(filled(0x55))};
+  JoinedThread dialer([&] {
+    Link link(m_listener->dial());
+    offerHandshake(link, {{L"process", L"17"}}, &credentials, after(20000));
+    link.sendFrames({});  // stands for the first request
+  });
+  Link link(m_listener->accept());
+  EXPECT_EQ((HelloValues{{L"process", L"17"}}), acceptHandshake(link, {}, &m_folder, after(20000)).values);
+  dialer.join();
+}
+
 TEST_F(HandshakeKeysTest, ADialerWithAnotherKeyRefusesTheServerAndIsRefusedByIt) {
   Outcome dialer;
   const Outcome listener = welcome(&m_folder, [&](Link& link) {
