@@ -7,6 +7,7 @@
 #include "programs/text.h"
 #include "server/if_possible.h"
 
+#include <algorithm>
 #include <exception>
 #include <fmt/format.h>
 #include <fmt/xchar.h>
@@ -72,9 +73,8 @@ void ConnectionList::serve(std::unique_ptr<corvane::Stream> stream, Room arrivin
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_closing) return;
-    const auto arriving = occupantsLocked(arrivingRoom);
-    if (arriving.size() >= m_places.limitOf(arrivingRoom) || takenLocked() >= m_places.all)
-      evicted = evictOneLocked(arriving);
+    if (takenLocked(arrivingRoom) >= m_places.limitOf(arrivingRoom) || takenLocked() >= m_places.all)
+      evicted = evictOneLocked(arrivingRoom);
     isFull = takenLocked() >= m_places.all || m_sessions.size() >= m_places.all + kMaxEvicted;
     if (!isFull) {
       m_sessions.splice(m_sessions.end(), arrived);
@@ -199,12 +199,10 @@ std::wstring ConnectionList::admit(Position position, const std::wstring& classN
     }
     const auto& identity = position->connection->peerIdentity();
     const bool isOneSession = identity && !identity->isMonitor();  // or those who are invited to it
-    const auto mine = isOneSession ? occupantsLocked(*room, position->who) : std::vector<Position>();
-    const auto all = occupantsLocked(*room);
-    if (mine.size() >= m_places.ofOneSession) {
-      evicted = evictOneLocked(mine);
-    } else if (all.size() >= m_places.limitOf(*room)) {
-      evicted = evictOneLocked(all);
+    if (isOneSession && takenLocked(*room, position->who) >= m_places.ofOneSession) {
+      evicted = evictOneLocked(*room, position->who);
+    } else if (takenLocked(*room) >= m_places.limitOf(*room)) {
+      evicted = evictOneLocked(*room);
     } else {
       position->room = *room;
       return {};
@@ -245,23 +243,26 @@ std::size_t ConnectionList::takenLocked() const {
   return taken;
 }
 
-std::vector<ConnectionList::Position> ConnectionList::occupantsLocked(Room room, const std::string& who) {
-  std::vector<Position> occupants;
-  for (Position at = m_sessions.begin(); at != m_sessions.end(); ++at) {
-    if (at->room != room || at->isEvicted || at->ended || !(who.empty() || at->who == who)) continue;
-    occupants.push_back(at);
-  }
-  return occupants;
+bool ConnectionList::occupies(const Session& session, Room room, const std::string& who) {
+  return session.room == room && !session.isEvicted && !session.ended && (who.empty() || session.who == who);
 }
 
-ConnectionList::Evicted ConnectionList::evictOneLocked(const std::vector<Position>& occupants) {
-  std::vector<Occupant> room;
-  for (const Position& at : occupants) {
-    const bool arrives = isArriving(at->room);
-    room.push_back(
-        {at->who, arrives ? at->arrived : at->connection->lastHeard(), !arrives && m_isNeeded(*at->connection)});
+std::size_t ConnectionList::takenLocked(Room room, const std::string& who) const {
+  return static_cast<std::size_t>(
+      std::ranges::count_if(m_sessions, [&](const Session& session) { return occupies(session, room, who); }));
+}
+
+ConnectionList::Evicted ConnectionList::evictOneLocked(Room room, const std::string& who) {
+  std::vector<Session*> occupants;
+  std::vector<Occupant> choice;
+  for (Session& session : m_sessions) {
+    if (!occupies(session, room, who)) continue;
+    const bool arrives = isArriving(room);
+    occupants.push_back(&session);
+    choice.push_back({session.who, arrives ? session.arrived : session.connection->lastHeard(),
+                      !arrives && m_isNeeded(*session.connection)});
   }
-  const auto chosen = connectionToClose(room);
+  const auto chosen = connectionToClose(choice);
   return chosen ? evictLocked(*occupants[*chosen]) : Evicted();
 }
 
@@ -325,7 +326,7 @@ void ConnectionList::endWithoutKey() {
 
 void ConnectionList::joinEnded() {
   std::list<Session> ended;
-  std::vector<std::thread> left;
+  std::list<std::thread> left;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
     left.swap(m_left);

@@ -102,10 +102,12 @@ class ConnectionList {
   // Gives the connection its place when it asks for the first component of its room. Why it gets no component of that
   // class; empty when it does.
   std::wstring admit(Position position, const std::wstring& className);
-  // The connections of a room that take a place, of one identity where one is named.
-  std::vector<Position> occupantsLocked(Room room, const std::string& who = {});
+  // Whether the connection takes a place of that room, and is of that identity where one is named.
+  static bool occupies(const Session& session, Room room, const std::string& who);
+  // How many do.
+  std::size_t takenLocked(Room room, const std::string& who = {}) const;
   // Tells one of them that is not needed to leave; none when all are needed.
-  Evicted evictOneLocked(const std::vector<Position>& occupants);
+  Evicted evictOneLocked(Room room, const std::string& who = {});
   static Evicted evictLocked(Session& session);
   // Ends it, and says why; the words are made behind that, because there may be no memory for them.
   template <class Words>
@@ -133,7 +135,7 @@ class ConnectionList {
   std::list<Session> m_sessions;
   std::uint64_t m_parkings = 0;
   Parked m_parked;
-  std::vector<std::thread> m_left;  // of connections that were parked: they end
+  std::list<std::thread> m_left;  // of connections that were parked: they end
   bool m_closing = false;
   std::thread m_watcher;
   corvane::ReadyWatch m_readyWatch;  // ends before all that it uses

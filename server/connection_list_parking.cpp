@@ -10,7 +10,7 @@ namespace aps {
 bool ConnectionList::park(Position position) noexcept {
   try {
     const std::lock_guard<std::mutex> guard(m_lock);
-    m_left.reserve(m_left.size() + 1);
+    std::list<std::thread> left(1);
     Parked one;
     one.emplace(++m_parkings, position);
     Parked::node_type parked = one.extract(one.begin());
@@ -18,7 +18,8 @@ bool ConnectionList::park(Position position) noexcept {
     // Whoever is told of it waits for the lock.
     if (!handle || !m_readyWatch.watch(*handle, parked.key())) return false;
     m_parked.insert(std::move(parked));
-    m_left.push_back(std::move(position->thread));
+    left.front().swap(position->thread);
+    m_left.splice(m_left.end(), left);
     return true;
   } catch (const std::bad_alloc&) {
     return false;
