@@ -99,6 +99,10 @@ std::wstring foldedName(const std::wstring& name) {
   std::wstring upper = name;
   for (wchar_t& c : upper) {
     const auto letter = static_cast<wint_t>(c);
+    if (letter < 0x80) {  // most of them, and each request looks a name up
+      if (c >= L'a' && c <= L'z') c -= L'a' - L'A';
+      continue;
+    }
     c = static_cast<wchar_t>(locale != nullptr ? ::towupper_l(letter, locale) : ::towupper(letter));
   }
   return upper;
