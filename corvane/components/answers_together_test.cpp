@@ -84,7 +84,7 @@ class AnswersTogetherTest : public EchoTest {
     link().sendFrames(frames);
   }
   static int answerOf(Link::Pending& pending) {
-    ValueReader values(std::make_unique<ByteSource>(pending.wait(after(20000))));
+    ValueReader values(pending.wait(after(20000)));
     return values.readInt();
   }
   std::size_t sends() { return m_sends.all().size(); }

@@ -228,7 +228,7 @@ TEST_F(RoutedTest, FramesThatArriveTogetherEachGoWhereTheyBelong) {
   link.sendFrames(together);
   value = 0;
   for (const auto& each : pending)
-    EXPECT_EQ(2 * ++value, ValueReader(std::make_unique<ByteSource>(each->wait(after(20000)))).readInt());
+    EXPECT_EQ(2 * ++value, ValueReader(each->wait(after(20000))).readInt());
 }
 
 TEST_F(RoutedTest, WhatArrivesTogetherWithTheReleaseOfItsBridgeIsPassedOnBeforeIt) {

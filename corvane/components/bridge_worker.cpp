@@ -339,7 +339,8 @@ void BridgeWorker::serveOne(const Frame& frame) {
       return;
     case FrameKind::kRequest:
       m_isInRequest = true;
-      m_serving.request(header, std::make_unique<Source>(*this, frame));
+      m_serving.request(header, header.hasMore() ? ValueReader(std::make_unique<Source>(*this, frame))
+                                                 : ValueReader(frame.payload()));
       m_isInRequest = false;
       return;
     case FrameKind::kRelease:

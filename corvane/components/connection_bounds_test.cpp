@@ -56,7 +56,7 @@ class BoundsTest : public EchoTest {
     values.writeInt(21);
     link.send(header, values);
     try {
-      ValueReader reader(std::make_unique<ByteSource>(pending.wait(after(20000))));
+      ValueReader reader(pending.wait(after(20000)));
       return std::to_wstring(reader.readInt());
     } catch (const CS_Exception& exception) {
       return exception.detail();
@@ -320,7 +320,7 @@ TEST_F(BoundsTest, AMapOfVersionsHasSoManyClassesWithNamesOfSuchALength) {
     }
     std::vector<unsigned char> bytes;
     writer.forEachPiece([&](ValueWriter::Piece piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
-    ValueReader reader(std::make_unique<ByteSource>(std::move(bytes)));
+    ValueReader reader(std::move(bytes));
     CS_Channel channel = CS_Channel(nullptr, 0, 0).withReader(reader);
     CS_ClassVersionMap map;
     map << channel;
@@ -333,7 +333,7 @@ TEST_F(BoundsTest, AMapOfVersionsHasSoManyClassesWithNamesOfSuchALength) {
   written >> out;
   std::vector<unsigned char> bytes;
   sent.forEachPiece([&](ValueWriter::Piece piece) { bytes.insert(bytes.end(), piece.begin(), piece.end()); });
-  ValueReader values(std::make_unique<ByteSource>(std::move(bytes)));
+  ValueReader values(std::move(bytes));
   EXPECT_EQ(1, values.readInt());
   EXPECT_EQ(L"C", values.readText());
   for (const int part : {1, 2, 3, 4})

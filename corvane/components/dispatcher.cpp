@@ -114,7 +114,7 @@ void Dispatcher::onConnectionFrame(Frame& frame) {
     }
     case FrameKind::kRequest:
       if (!m_collecting && !header.hasMore()) {
-        m_serving.request(header, std::make_unique<SpanSource>(frame.payload()));
+        m_serving.request(header, ValueReader(frame.payload()));
       } else {
         collect(frame);
       }
@@ -144,7 +144,7 @@ void Dispatcher::collect(const Frame& frame) {
   m_collecting = false;
   std::vector<unsigned char> bytes;
   bytes.swap(m_collected);
-  m_serving.request(frame.header, std::make_unique<ByteSource>(std::move(bytes)));
+  m_serving.request(frame.header, ValueReader(std::move(bytes)));
 }
 
 void Dispatcher::flushRun() {

@@ -19,10 +19,10 @@ corvane::FrameHeader replyHeader(const CS_Channel& channel, corvane::FrameKind k
 CS_InRequest::CS_InRequest(const CS_Channel& request) : m_channel(request.withReader(m_values)) {}
 
 CS_InRequest::CS_InRequest(const CS_Channel& channel, int number, std::uint32_t correlation,
-                           std::unique_ptr<corvane::FrameSource> source)
+                           corvane::ValueReader values)
     : m_number(number),
       m_correlation(correlation),
-      m_values(std::move(source)),
+      m_values(std::move(values)),
       m_channel(channel.withReader(m_values).withWriter(m_reply)) {}
 
 CS_InRequest::~CS_InRequest() {
@@ -68,8 +68,4 @@ void CS_InRequest::sendFailure(const wchar_t* text) {
 void CS_InRequest::release() {
   m_text.clear();
   m_values = corvane::ValueReader();
-}
-
-void CS_InRequest::setSource(std::unique_ptr<corvane::FrameSource> source) {
-  m_values = corvane::ValueReader(std::move(source));
 }

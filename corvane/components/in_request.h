@@ -16,8 +16,7 @@ class CS_InRequest {
   // For the reply of a CS_OutRequest, which gives its channel; filled by CS_OutRequest::execute.
   explicit CS_InRequest(const CS_Channel& request);
   // For a request from a peer, with where its values come from; correlation is 0 when no reply is wanted.
-  CS_InRequest(const CS_Channel& channel, int number, std::uint32_t correlation,
-               std::unique_ptr<corvane::FrameSource> source);
+  CS_InRequest(const CS_Channel& channel, int number, std::uint32_t correlation, corvane::ValueReader values);
   CS_InRequest(const CS_InRequest&) = delete;
   CS_InRequest& operator=(const CS_InRequest&) = delete;
   ~CS_InRequest();
@@ -47,7 +46,7 @@ class CS_InRequest {
   // The values, for what reads several of them at once.
   corvane::ValueReader& values() { return m_values; }
   CS_Channel& getChannel() { return m_channel; }
-  void setSource(std::unique_ptr<corvane::FrameSource> source);
+  void setValues(corvane::ValueReader values) { m_values = std::move(values); }
 
  private:
   int m_number = 0;

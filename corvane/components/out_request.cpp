@@ -69,7 +69,7 @@ void CS_OutRequest::execute(CS_InRequest& reply, unsigned timeoutMilliseconds) {
   request.flags = corvane::kFlagWantsReply;
   throwIfEnded();
   m_channel.link().sendAwaited(request, m_values);
-  reply.setSource(std::make_unique<corvane::ByteSource>(pending.wait(deadline)));
+  reply.setValues(corvane::ValueReader(pending.wait(deadline)));
 }
 
 void CS_OutRequest::release() {

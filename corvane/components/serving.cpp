@@ -105,9 +105,9 @@ void Serving::letGoOfPieces() noexcept {
   if (!m_isInRequest) m_served = nullptr;
 }
 
-void Serving::request(const FrameHeader& header, std::unique_ptr<FrameSource> source) {
+void Serving::request(const FrameHeader& header, ValueReader values) {
   CS_InRequest request(channelTo(m_owner, header), header.number, header.wantsReply() ? header.correlation : 0,
-                       std::move(source));
+                       std::move(values));
   m_isInRequest = true;
   // On a connection what was read may go with the request.
   const struct End {

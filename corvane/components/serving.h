@@ -24,7 +24,7 @@ class Serving {
   void create(const FrameHeader& header, std::span<const unsigned char> payload);
   // A request whose component does not exist, refuses, or throws is answered as failed. What the component did not read
   // is skipped. Throws CS_Exception only when the connection ended.
-  void request(const FrameHeader& header, std::unique_ptr<FrameSource> source);
+  void request(const FrameHeader& header, ValueReader values);
   // Whether the request that begins so is served at once; see CS_Component::servesAtOnce.
   bool servesAtOnce(const FrameHeader& header) const;
   // What the requests have read becomes invalid; see CS_Component::letGoOfPieces. Before a buffer with requests

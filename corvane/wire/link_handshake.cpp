@@ -49,7 +49,7 @@ HelloValues Link::readHello(const Frame& frame, FrameKind kind) {
   }
   if (frame.header.kind != kind)
     throw CS_Exception(kProtocolViolation, L"the connection does not begin with a greeting");
-  ValueReader reader(std::make_unique<SpanSource>(frame.payload()));
+  ValueReader reader(frame.payload());
   if (reader.readText() != kProtocolName) {
     throw CS_Exception(kProtocolViolation, L"the greeting is for another protocol");
   }
@@ -115,7 +115,7 @@ std::wstring Link::awaitProof(Deadline deadline) {
   if (frame.header.kind != FrameKind::kProof) {
     throw CS_Exception(kProtocolViolation, L"a request comes before the proof");
   }
-  return ValueReader(std::make_unique<SpanSource>(frame.payload())).readText();
+  return ValueReader(frame.payload()).readText();
 }
 
 }  // namespace corvane

@@ -127,7 +127,7 @@ void ValueReader::skipRest() {
 
 std::wstring readText(std::span<const unsigned char> bytes) {
   try {
-    return ValueReader(std::make_unique<SpanSource>(bytes)).readText();
+    return ValueReader(bytes).readText();
   } catch (const CS_Exception&) {
     return L"the other side gave no readable reason";
   }

@@ -24,6 +24,9 @@ class ValueReader {
  public:
   ValueReader() = default;
   explicit ValueReader(std::unique_ptr<FrameSource> source) : m_source(std::move(source)) {}
+  // Of a request or reply that has arrived whole: its bytes, or where they lie, which outlives the reader.
+  explicit ValueReader(std::vector<unsigned char>&& bytes) : m_bytes(std::move(bytes)), m_frame(m_bytes) {}
+  explicit ValueReader(std::span<const unsigned char> bytes) : m_frame(bytes) {}
 
   std::int32_t readInt();
   bool readBoolean();
@@ -43,40 +46,11 @@ class ValueReader {
   void expect(unsigned char tag, const wchar_t* name);
   std::uint32_t takeCount();
 
-  std::unique_ptr<FrameSource> m_source;
-  std::span<const unsigned char> m_frame;
+  std::unique_ptr<FrameSource> m_source;  // null where everything is in m_frame
+  std::vector<unsigned char> m_bytes;
+  std::span<const unsigned char> m_frame;  // what was not read of it
   bool m_inBytes = false;
   std::size_t m_bytesLeft = 0;
-};
-
-// The bytes of a request or reply that has arrived whole, owned by the source.
-class ByteSource : public FrameSource {
- public:
-  explicit ByteSource(std::vector<unsigned char> bytes) : m_bytes(std::move(bytes)) {}
-  bool next(std::span<const unsigned char>& payload) override {
-    if (std::exchange(m_given, true)) return false;
-    payload = m_bytes;
-    return true;
-  }
-
- private:
-  std::vector<unsigned char> m_bytes;
-  bool m_given = false;
-};
-
-// The bytes of a request that lie in a buffer of the caller, which outlives the source.
-class SpanSource : public FrameSource {
- public:
-  explicit SpanSource(std::span<const unsigned char> bytes) : m_bytes(bytes) {}
-  bool next(std::span<const unsigned char>& payload) override {
-    if (std::exchange(m_given, true)) return false;
-    payload = m_bytes;
-    return true;
-  }
-
- private:
-  std::span<const unsigned char> m_bytes;
-  bool m_given = false;
 };
 
 // The one text that a frame carries; as much as can be read when the payload is not a text.

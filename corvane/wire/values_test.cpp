@@ -96,7 +96,7 @@ TEST(Values, RefuseToBeReadPastTheEnd) {
             failureOf([] { readerOf(ValueWriter()).readInt(); }));
   EXPECT_EQ(kWrongValueType, failureOf([] { ValueReader().readInt(); }).first);
   EXPECT_EQ(std::make_pair(kWrongValueType, std::wstring(L"a block of bytes ends early")), failureOf([] {
-              ValueReader reader(std::make_unique<ByteSource>(std::vector<unsigned char>{'d', 5, 0, 0, 0, 1}));
+              ValueReader reader(std::vector<unsigned char>{'d', 5, 0, 0, 0, 1});
               EXPECT_EQ(1u, reader.readPiece().size());
               reader.readPiece();
             }));
@@ -108,10 +108,9 @@ TEST(Values, RefuseTextsPastTheirLimitOnBothSides) {
   EXPECT_EQ(kMaxTextUnits, readerOf(writer).readText().size());
   EXPECT_EQ(kLimitExceeded,
             failureOf([] { ValueWriter().writeText(std::wstring(kMaxTextUnits + 1, L'x').c_str()); }).first);
-  EXPECT_EQ(kLimitExceeded,
-            failureOf([] {
-              ValueReader(std::make_unique<ByteSource>(std::vector<unsigned char>{'t', 0, 0x80, 0, 0})).readText();
-            }).first);
+  EXPECT_EQ(kLimitExceeded, failureOf([] {
+                              ValueReader(std::vector<unsigned char>{'t', 0, 0x80, 0, 0}).readText();
+                            }).first);
 }
 
 TEST(Values, DoNotCopyBlocksOfBytes) {

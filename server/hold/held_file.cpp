@@ -114,7 +114,7 @@ void HeldFileReader::readJob() try {
   corvane::Bytes32 expected;
   std::copy_n(footer.begin() + 48, expected.size(), expected.begin());
   if (continued(m_expected, description) != expected) throw HeldFileDamage("its checksum is wrong");
-  corvane::ValueReader values(std::make_unique<corvane::SpanSource>(description));
+  corvane::ValueReader values(description);
   protocol::read(values, m_job);
   if (static_cast<std::uint64_t>(m_job.bytes) != m_left) throw HeldFileDamage("it says another length than it has");
   m_file.seek(0);

@@ -32,7 +32,7 @@ std::wstring utcNow() {
 
 template <class Message>
 Message readMessage(std::span<const unsigned char> payload) {
-  corvane::ValueReader values(std::make_unique<corvane::SpanSource>(payload));
+  corvane::ValueReader values(payload);
   return protocol::read<Message>(values);
 }
 

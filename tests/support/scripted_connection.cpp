@@ -108,7 +108,7 @@ void ScriptedConnection::onRequest(const corvane::FrameHeader& header, std::vect
 }
 
 std::string ScriptedConnection::describeValues(std::vector<unsigned char> payload) {
-  corvane::ValueReader reader(std::make_unique<corvane::ByteSource>(std::move(payload)));
+  corvane::ValueReader reader(std::move(payload));
   std::string text;
   const auto add = [&](const std::string& value) { text += (text.empty() ? "" : ", ") + value; };
   while (const char tag = reader.nextTag()) {

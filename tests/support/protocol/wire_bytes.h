@@ -41,7 +41,7 @@ inline std::string hex(std::string digits) {
 }
 
 inline corvane::ValueReader readerOf(std::vector<unsigned char> bytes) {
-  return corvane::ValueReader(std::make_unique<corvane::ByteSource>(std::move(bytes)));
+  return corvane::ValueReader(std::move(bytes));
 }
 
 // What the other side reads, which has to be all that there is.
