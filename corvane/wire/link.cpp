@@ -21,14 +21,18 @@ void Link::open(Deadline deadline) {
 }
 
 Link::Use::Use(Link& link) : m_link(link) {
-  const std::lock_guard guard(link.m_stateLock);
-  if (link.m_ended) throw CS_Exception(kConnectionLost, L"%s", link.m_reason.c_str());
-  ++link.m_uses;
+  if ((link.m_uses.fetch_add(1) & kEnded) == 0) return;
+  link.leave();
+  link.throwIfEnded();
 }
 
 Link::Use::~Use() {
-  const std::lock_guard guard(m_link.m_stateLock);
-  if (--m_link.m_uses == 0 && m_link.m_ended) m_link.m_stream->close();
+  m_link.leave();
+}
+
+void Link::leave() noexcept {
+  // A use that finds the link ended can be the last one once more.
+  if (--m_uses == kEnded && !m_isClosed.exchange(true)) m_stream->close();
 }
 
 FrameReader::Fill Link::fill(std::optional<Deadline> deadline) {
@@ -46,12 +50,11 @@ bool Link::peerHasClosed() noexcept {
 }
 
 void Link::setHandler(FrameHandler* handler) {
-  const std::lock_guard guard(m_stateLock);
   m_handler = handler;
 }
 
 bool Link::hasEnded() const {
-  return m_ended;
+  return (m_uses & kEnded) != 0;
 }
 
 std::wstring Link::reason() const {
@@ -63,17 +66,18 @@ void Link::end(const wchar_t* reason) {
   FrameHandler* handler = nullptr;
   {
     const std::lock_guard guard(m_stateLock);
-    if (m_ended) return;
-    m_ended = true;
+    if (hasEnded()) return;
+    m_uses += kEnded + 1;  // a use of its own: until it is shut down nobody closes it
     try {
       m_reason = reason;
     } catch (const std::bad_alloc&) {
       // The end is what counts: a waiting thread must not wait for memory as well.
     }
-    handler = std::exchange(m_handler, nullptr);
+    handler = m_handler.exchange(nullptr);
     callAll();
-    // Does not block. Where no thread is in a call with it, closing it tells the other side as well.
-    m_uses == 0 ? m_stream->close() : m_stream->shutdown();
+    // Does not block. Where no other thread is in a call with it, closing it tells the other side as well.
+    if (m_uses != kEnded + 1) m_stream->shutdown();
+    leave();
   }
   if (handler != nullptr) handler->onLinkEnd(m_reason);  // not changed any more
 }
@@ -91,11 +95,6 @@ void Link::endBridge(std::uint32_t bridge, const std::wstring& reason) {
 
 // Reading by turns
 
-FrameHandler* Link::handler() const {
-  const std::lock_guard guard(m_stateLock);
-  return m_handler;
-}
-
 bool Link::readOnce(std::optional<Deadline> deadline) {
   auto frame = m_reader.next();
   if (!frame) {
@@ -111,7 +110,7 @@ bool Link::readOnce(std::optional<Deadline> deadline) {
         frame = m_reader.next();
     }
   }
-  FrameHandler* const handler = this->handler();
+  FrameHandler* const handler = m_handler;
   if (handler == nullptr) return true;
   try {
     for (; frame; frame = m_reader.next())
@@ -137,7 +136,7 @@ bool Link::sleepFor(Pending& pending, std::unique_lock<Lock>& lock, Deadline dea
 }
 
 void Link::callLeader() {
-  if (m_hasLeader || m_ended) return;
+  if (m_hasLeader || hasEnded()) return;
   m_leadIsFree.notify_one();
   for (const auto& [correlation, pending] : m_pending) {
     if (pending->m_seat == nullptr || pending->m_done) continue;
@@ -156,7 +155,7 @@ void Link::callAll() {
 bool Link::lead(std::unique_lock<Lock>& lock, const bool& done, Deadline deadline) {
   m_hasLeader = true;
   bool isInTime = true;
-  while (!done && !m_ended && isInTime) {
+  while (!done && !hasEnded() && isInTime) {
     lock.unlock();
     try {
       isInTime = readOnce(deadline);
@@ -191,11 +190,11 @@ Link::Pending::~Pending() {
 std::vector<unsigned char> Link::Pending::wait(Deadline deadline) {
   std::unique_lock lock(m_link.m_stateLock);
   bool isInTime = true;
-  while (!m_done && !m_link.m_ended && isInTime) {
+  while (!m_done && !m_link.hasEnded() && isInTime) {
     isInTime = m_link.m_hasLeader ? m_link.sleepFor(*this, lock, deadline) : m_link.lead(lock, m_done, deadline);
   }
   m_link.callLeader();
-  if (!m_done && m_link.m_ended) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
+  if (!m_done && m_link.hasEnded()) throw CS_Exception(kConnectionLost, L"%s", m_link.m_reason.c_str());
   if (!m_done) throw CS_Exception(kReplyTimedOut, nullptr);
   if (m_failed) throw CS_Exception(m_failure, L"%s", m_reason.c_str());
   return std::move(m_bytes);
@@ -227,7 +226,7 @@ void Link::complete(const Frame& frame) {
 void Link::lookForNews() {
   {
     const std::lock_guard guard(m_stateLock);
-    if (m_hasLeader || m_ended) return;
+    if (m_hasLeader || hasEnded()) return;
     m_hasLeader = true;
   }
   try {

@@ -207,7 +207,9 @@ class Link {
   void callAll();
 
   // One use of the socket by a thread. The last one to leave after the end closes it: the handle's number must not be
-  // given to another connection while a thread is still in a call with it. Throws 3102 once the link has ended.
+  // given to another connection while a thread is still in a call with it. Throws 3102 once the link has ended. Without
+  // a lock, as each send and each receive is one; the number of uses and the end are one word, so that no use can begin
+  // between the one that is over and its look for the end.
   class Use {
    public:
     explicit Use(Link& link);
@@ -220,7 +222,6 @@ class Link {
   };
 
   FrameReader::Fill fill(std::optional<Deadline> deadline);
-  FrameHandler* handler() const;
   // False when nothing came until the deadline.
   bool readOnce(std::optional<Deadline> deadline);
   // Reads as the leader until the condition holds, the link has ended or nothing came until the deadline: then false.
@@ -230,6 +231,8 @@ class Link {
   bool park();
   void takeBeats();
   void heard() { m_lastHeard = std::chrono::steady_clock::now().time_since_epoch().count(); }
+  // Of a Use.
+  void leave() noexcept;
   void throwIfEnded();
   [[noreturn]] void endAndThrow(const wchar_t* reasonOfThisFailure);
   void sendBeatLocked();
@@ -237,7 +240,6 @@ class Link {
   // Within a Use and the send lock; what fails ends the link.
   template <class Send>
   void withSendLock(Send&& send);
-  void letMoreBeLeft();
   bool leaveToSender(const FrameHeader& header, const ValueWriter& values);
   bool takeOver(bool more);
   Frame awaitFrame(Deadline deadline);
@@ -253,22 +255,25 @@ class Link {
 
   Lock m_sendLock;  // guards what follows, and the order of frames on the socket
   std::vector<unsigned char> m_announcements;
+  std::atomic<bool> m_hasAnnouncements{false};  // without the lock, whether to take it for them
   std::size_t m_sentSinceLook = 0;
   std::vector<unsigned char> m_takenOver;  // of what was left, to be sent now
 
-  Lock m_leftLock;           // guards what follows
-  bool m_takesMore = false;  // a thread is sending and will send what is left to it
+  std::atomic<bool> m_takesMore{false};  // a thread is sending and will send what is left to it
+  Lock m_leftLock;                       // guards what follows, and that it does not any more
   std::vector<unsigned char> m_left;
+
+  std::atomic<FrameHandler*> m_handler{nullptr};
+  static constexpr std::uint32_t kEnded = 1u << 31;
+  std::atomic<std::uint32_t> m_uses{0};  // and kEnded, which is set under the state lock, with the reason
+  std::atomic<bool> m_isClosed{false};
 
   mutable Lock m_stateLock;  // guards what follows; never held while sending, receiving or handling
   Condition m_leadIsFree;    // for serve()
   std::unique_ptr<Seat> m_freeSeats;
   bool m_hasLeader = false;
   bool m_isParked = false;  // has a leader, which is whoever serves next, and a Use, which is that one's
-  std::atomic<bool> m_ended{false};
-  int m_uses = 0;
   std::wstring m_reason;
-  FrameHandler* m_handler = nullptr;
   CorrelationCounter m_correlations;
   std::map<std::uint32_t, Pending*> m_pending;
   decltype(m_pending)::node_type m_sparePending;  // of the last one that left, for the next one

@@ -73,8 +73,9 @@ void append(std::vector<unsigned char>& frames, FrameHeader header, const ValueW
 }  // namespace
 
 void Link::throwIfEnded() {
-  const std::lock_guard guard(m_stateLock);
-  if (m_ended) throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
+  if (!hasEnded()) return;
+  const std::lock_guard guard(m_stateLock);  // the end writes its reason under it
+  throw CS_Exception(kConnectionLost, L"%s", m_reason.c_str());
 }
 
 // The first reason is the true one: a send may fail only because the link was ended meanwhile.
@@ -88,6 +89,7 @@ void Link::endAndThrow(const wchar_t* reasonOfThisFailure) {
 void Link::sendPieces(std::span<const Stream::Piece> pieces) {
   m_stream->send(pieces);
   m_announcements.clear();
+  m_hasAnnouncements = false;
   for (const auto& piece : pieces)
     m_sentSinceLook += piece.size();
 }
@@ -96,6 +98,7 @@ void Link::announce(const FrameHeader& header, const ValueWriter& values) {
   throwIfEnded();
   const std::lock_guard guard(m_sendLock);
   append(m_announcements, header, values);
+  m_hasAnnouncements = true;
 }
 
 template <class Send>
@@ -129,7 +132,7 @@ void Link::sendAwaited(const FrameHeader& header, const ValueWriter& values) {
   if (leaveToSender(header, values)) return;
   withSendLock([&] {
     FrameBatch batch(header, values);
-    letMoreBeLeft();
+    m_takesMore = true;
     sendPieces(batch.next(m_announcements));
     // This thread wants its own reply as well: it does so for a while, then no more is left to it.
     constexpr int kTimes = 8;
@@ -140,13 +143,9 @@ void Link::sendAwaited(const FrameHeader& header, const ValueWriter& values) {
   });
 }
 
-void Link::letMoreBeLeft() {
-  const std::lock_guard guard(m_leftLock);
-  m_takesMore = true;
-}
-
 // False when nobody would send it, enough was left, or there is no memory for it.
 bool Link::leaveToSender(const FrameHeader& header, const ValueWriter& values) try {
+  if (!m_takesMore) return false;
   const std::lock_guard guard(m_leftLock);
   if (!m_takesMore || m_left.size() > kGathered) return false;
   append(m_left, header, values);
@@ -209,13 +208,14 @@ void Link::gather(const FrameHeader& header, const ValueWriter& values) {
   {
     const std::lock_guard guard(m_sendLock);
     append(m_announcements, header, values);
+    m_hasAnnouncements = true;
     isFull = m_announcements.size() >= kGathered;
   }
   if (isFull) sendGathered();
 }
 
 void Link::sendGathered() {
-  sendFrames({});
+  if (m_hasAnnouncements) sendFrames({});
 }
 
 void Link::sendFrames(std::span<const unsigned char> frames) {

@@ -202,6 +202,15 @@ TEST_F(LinkSendsTest, WhatIsGatheredLeavesInFrontOfTheNextFrame) {
   EXPECT_TRUE(all[2] == frame(answering(5), 5) + frame(answering(6), Link::kGathered)) << "too long to be gathered";
 }
 
+TEST_F(LinkSendsTest, WhatIsAnnouncedLeavesWithWhatIsGatheredOrWithoutIt) {
+  m_link.announce(asking(1), text(1));
+  m_link.sendGathered();
+  m_link.announce(asking(2), text(2));
+  m_link.gather(answering(3), text(3));
+  m_link.sendGathered();
+  EXPECT_EQ(sent(), (std::vector{frame(asking(1), 1), frame(asking(2), 2) + frame(answering(3), 3)}));
+}
+
 TEST_F(LinkSendsTest, OnlySoMuchIsGathered) {
   constexpr std::size_t kText = Link::kGathered / 4;
   m_link.gather(answering(1), text(kText));

@@ -28,16 +28,15 @@ bool Link::readForService() {
 void Link::takeLead() {
   std::unique_lock lock(m_stateLock);
   if (std::exchange(m_isParked, false)) {
-    if (--m_uses == 0 && m_ended) m_stream->close();
-    return;
+    return leave();
   }
-  m_leadIsFree.wait(lock, [&] { return !m_hasLeader || m_ended; });
+  m_leadIsFree.wait(lock, [&] { return !m_hasLeader || hasEnded(); });
   m_hasLeader = true;
 }
 
 bool Link::park() {
   const std::lock_guard guard(m_stateLock);
-  if (m_ended || !m_stream->idleHandle()) return false;
+  if (hasEnded() || !m_stream->idleHandle()) return false;
   m_reader.letGo();
   ++m_uses;  // the end shuts the stream down, which is seen, and does not close it
   m_isParked = true;
@@ -71,7 +70,7 @@ std::optional<std::wstring> Link::serveUntilIdle(std::chrono::milliseconds idle)
 
 // They leave nothing to do behind them, and the end of a batch may send, and wait for that.
 void Link::takeBeats() {
-  FrameHandler* const handler = this->handler();
+  FrameHandler* const handler = m_handler;
   while (auto beat = m_reader.next(FrameKind::kBeat)) {
     if (handler != nullptr) handler->onFrame(*beat);
   }
