@@ -52,17 +52,26 @@ void ValueReader::take(void* to, std::size_t count) {
   }
 }
 
+template <std::size_t kCount>
+std::array<unsigned char, kCount> ValueReader::take() {
+  std::array<unsigned char, kCount> bytes;
+  if (m_frame.size() < kCount) {
+    take(bytes.data(), kCount);
+  } else {
+    std::memcpy(bytes.data(), m_frame.data(), kCount);
+    m_frame = m_frame.subspan(kCount);
+  }
+  return bytes;
+}
+
 void ValueReader::expect(unsigned char tag, const wchar_t* name) {
   if (m_inBytes) throw CS_Exception(kWrongValueType, L"read %s inside a block of bytes", name);
-  unsigned char found = 0;
-  take(&found, 1);
+  const unsigned char found = take<1>()[0];
   if (found != tag) throw CS_Exception(kWrongValueType, L"read %s where %s stands", name, tagName(found));
 }
 
 std::uint32_t ValueReader::takeCount() {
-  unsigned char bytes[4];
-  take(bytes, sizeof bytes);
-  return loadLittleEndian32(bytes);
+  return loadLittleEndian32(take<4>().data());
 }
 
 std::int32_t ValueReader::readInt() {
@@ -72,8 +81,7 @@ std::int32_t ValueReader::readInt() {
 
 bool ValueReader::readBoolean() {
   expect(static_cast<unsigned char>(ValueTag::kBoolean), L"a boolean");
-  unsigned char value = 0;
-  take(&value, 1);
+  const unsigned char value = take<1>()[0];
   if (value > 1) throw CS_Exception(kWrongValueType, L"a boolean with the value %d", static_cast<int>(value));
   return value == 1;
 }

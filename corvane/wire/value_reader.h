@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -43,6 +44,9 @@ class ValueReader {
  private:
   bool refill();
   void take(void* to, std::size_t count);
+  // The same for the few bytes that most values are made of.
+  template <std::size_t kCount>
+  std::array<unsigned char, kCount> take();
   void expect(unsigned char tag, const wchar_t* name);
   std::uint32_t takeCount();
 
