@@ -1,5 +1,6 @@
 #include "corvane/wire/heartbeat.h"
 #include "server/connection_list.h"
+#include "tests/support/heap_in_use.h"
 #include "tests/support/server/connection_list_fixture.h"
 
 #include <algorithm>
@@ -78,6 +79,36 @@ TEST_F(ParkingTest, ManyAskAtOnceAgainAndAgain) {
   for (JoinedThread& thread : asking)
     thread.join();
   EXPECT_THAT(failures(), IsEmpty());
+}
+
+TEST_F(ParkingTest, TenThousandParkingsLeaveNothingBehind) {
+  start();
+  const auto peers = parked(20);
+  const auto parkAgain = [&](int times) {
+    const std::ptrdiff_t before = threads();
+    std::vector<JoinedThread> asking;
+    for (const auto& peer : peers) {
+      asking.emplace_back([&peer = *peer, times] {
+        for (int i = 0; i < times; ++i) {
+          EXPECT_EQ(peer.ask(), kServed);
+          std::this_thread::sleep_for(3ms);  // parked behind one
+        }
+      });
+    }
+    for (JoinedThread& thread : asking)
+      thread.join();
+    awaitThreads(before);
+  };
+  const auto files = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  parkAgain(100);
+  const std::size_t memory = heapInUse();
+  const std::ptrdiff_t open = files();
+  parkAgain(500);
+  EXPECT_LE(heapInUse(), memory + 100 * 1024) << "10 bytes for each";
+  EXPECT_EQ(files(), open);
 }
 
 TEST_F(ParkingTest, APeerThatGoesWhileItIsParkedTakesNoPlaceAnyMore) {
