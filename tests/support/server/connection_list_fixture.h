@@ -1,5 +1,6 @@
 #pragma once
 
+#include "corvane/base/process.h"
 #include "corvane/components/component_server.h"
 #include "corvane/components/in_request.h"
 #include "corvane/components/out_request.h"
